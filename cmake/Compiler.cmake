@@ -1,0 +1,35 @@
+# Compiler settings shared by every target: C++20, warnings as errors, ccache and sanitizers on request.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_C_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+endif()
+
+add_library(crv_options INTERFACE)
+target_compile_options(crv_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Werror
+  $<$<COMPILE_LANGUAGE:CXX>:-Wconversion;-Wno-sign-conversion;-Wnon-virtual-dtor;-Woverloaded-virtual>)
+target_compile_definitions(crv_options INTERFACE OPENSSL_NO_DEPRECATED OPENSSL_API_COMPAT=30000 _FILE_OFFSET_BITS=64)
+# Debug information names files from the root of the sources, so that equal code in two checkouts is compiled once.
+target_compile_options(crv_options INTERFACE -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+
+if(CRV_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+if(CRV_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()

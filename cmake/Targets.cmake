@@ -1,0 +1,53 @@
+# One library, one test program, one fuzz target or one benchmark a folder: the sources are whatever the folder holds.
+
+# crv_library(<folder> [LINK libraries...]): static library crv_<folder> of every .cpp below the current folder.
+function(crv_library name)
+  cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS *.cpp)
+  add_library(crv_${name} STATIC ${sources})
+  target_include_directories(crv_${name} PUBLIC ${CMAKE_SOURCE_DIR}/src ${CMAKE_SOURCE_DIR}/include)
+  target_link_libraries(crv_${name} PUBLIC ${ARG_LINK} PRIVATE crv_options)
+endfunction()
+
+# crv_program(<name> LINK libraries...): program of the .cpp files of the current folder.
+function(crv_program name)
+  cmake_parse_arguments(ARG "" "" "LINK;SOURCES" ${ARGN})
+  if(NOT ARG_SOURCES)
+    file(GLOB ARG_SOURCES CONFIGURE_DEPENDS *.cpp)
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LINK} crv_options)
+endfunction()
+
+# crv_test(<folder> LINK libraries... [TIMEOUT seconds]): GoogleTest program test_<folder> of every .cpp in the current
+# folder, a ctest test a case. Cases of suites named Slow* carry the label "slow".
+function(crv_test name)
+  cmake_parse_arguments(ARG "" "TIMEOUT" "LINK" ${ARGN})
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  file(GLOB sources CONFIGURE_DEPENDS *.cpp)
+  add_executable(test_${name} ${sources})
+  target_include_directories(test_${name} PRIVATE ${CMAKE_SOURCE_DIR}/tests)
+  target_compile_definitions(test_${name} PRIVATE CRV_TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data"
+    CRV_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" CRV_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
+  target_link_libraries(test_${name} PRIVATE ${ARG_LINK} crv_test_support GTest::gmock_main crv_options)
+  gtest_discover_tests(test_${name} TEST_FILTER "-Slow*" DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+  gtest_discover_tests(test_${name} TEST_FILTER "Slow*" DISCOVERY_MODE PRE_TEST
+    TEST_LIST test_${name}_SLOW PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS slow)
+endfunction()
+
+# crv_fuzz(<name> LINK libraries...): libFuzzer target fuzz_<name> of <name>.cpp, seeds in corpus/<name>.
+function(crv_fuzz name)
+  cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
+  add_executable(fuzz_${name} ${name}.cpp)
+  target_link_libraries(fuzz_${name} PRIVATE ${ARG_LINK} crv_options)
+  target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+endfunction()
+
+# crv_bench(<name> LINK libraries...): Google Benchmark program bench_<name> of <name>.cpp.
+function(crv_bench name)
+  cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
+  add_executable(bench_${name} ${name}.cpp)
+  target_link_libraries(bench_${name} PRIVATE ${ARG_LINK} benchmark::benchmark crv_options)
+endfunction()
