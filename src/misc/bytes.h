@@ -22,6 +22,8 @@ inline std::string_view asText(ByteView octets) {
     return {reinterpret_cast<const char*>(octets.data()), octets.size()};
 }
 
-inline Bytes toBytes(ByteView octets) { return {octets.begin(), octets.end()}; }
+inline Bytes toBytes(ByteView octets) {
+    return {octets.begin(), octets.end()};
+}
 
 }  // namespace crv
