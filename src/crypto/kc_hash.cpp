@@ -1,0 +1,159 @@
+#include "crypto/kc_hash.h"
+
+#include <algorithm>
+
+#include "crypto/libcrypto.h"
+#include "crypto/ripemd128.h"
+
+namespace crv {
+
+namespace {
+
+struct HashRow {
+    KcHashAlgo algo;
+    uint8_t length;
+    uint8_t block;
+    const char* name;  // libcrypto's; null: not there
+    const char* oid;
+};
+
+constexpr HashRow kRows[] = {
+    {KcHashAlgo::sha1, 20, 64, "SHA1", "1.3.14.3.2.26"},
+    {KcHashAlgo::sha224, 28, 64, "SHA224", "2.16.840.1.101.3.4.2.4"},
+    {KcHashAlgo::sha256, 32, 64, "SHA256", "2.16.840.1.101.3.4.2.1"},
+    {KcHashAlgo::sha384, 48, 128, "SHA384", "2.16.840.1.101.3.4.2.2"},
+    {KcHashAlgo::sha512, 64, 128, "SHA512", "2.16.840.1.101.3.4.2.3"},
+    {KcHashAlgo::ripemd128, 16, 64, nullptr, "1.3.36.3.2.2"},
+    {KcHashAlgo::ripemd160, 20, 64, "RIPEMD160", "1.3.36.3.2.1"},
+    {KcHashAlgo::md5, 16, 64, "MD5", "1.2.840.113549.2.5"},
+    {KcHashAlgo::sha3_224, 28, 144, "SHA3-224", "2.16.840.1.101.3.4.2.7"},
+    {KcHashAlgo::sha3_256, 32, 136, "SHA3-256", "2.16.840.1.101.3.4.2.8"},
+    {KcHashAlgo::sha3_384, 48, 104, "SHA3-384", "2.16.840.1.101.3.4.2.9"},
+    {KcHashAlgo::sha3_512, 64, 72, "SHA3-512", "2.16.840.1.101.3.4.2.10"},
+};
+
+const HashRow* rowOf(KcHashAlgo algo) noexcept {
+    const auto* row =
+        std::find_if(std::begin(kRows), std::end(kRows), [&](const HashRow& r) { return r.algo == algo; });
+    return row == std::end(kRows) ? nullptr : row;
+}
+
+const HashRow& mustRow(KcHashAlgo algo) {
+    const HashRow* row = rowOf(algo);
+    if (row == nullptr) throw CryptoError(CryptoFailure::badParameter, "no such hash function");
+    return *row;
+}
+
+// Fetched once: a fetch by name costs more than hashing a short message.
+struct Methods {
+    std::array<ossl::Md, std::size(kRows)> all;
+
+    Methods() {
+        for (size_t i = 0; i < all.size(); ++i) {
+            if (kRows[i].name != nullptr) all[i].reset(EVP_MD_fetch(ossl::plainContext(), kRows[i].name, nullptr));
+        }
+    }
+};
+
+void mustFit(const HashRow& row, std::span<uint8_t> digest) {
+    if (digest.size() != row.length)
+        throw CryptoError(CryptoFailure::badParameter, "digest buffer of the wrong length");
+}
+
+}  // namespace
+
+size_t hashLength(KcHashAlgo algo) noexcept {
+    const HashRow* row = rowOf(algo);
+    return row != nullptr ? row->length : 0;
+}
+
+size_t hashBlockLength(KcHashAlgo algo) noexcept {
+    const HashRow* row = rowOf(algo);
+    return row != nullptr ? row->block : 0;
+}
+
+const char* hashOid(KcHashAlgo algo) noexcept {
+    const HashRow* row = rowOf(algo);
+    return row != nullptr ? row->oid : "";
+}
+
+const char* libcryptoHashName(KcHashAlgo algo) noexcept {
+    const HashRow* row = rowOf(algo);
+    return row != nullptr ? row->name : nullptr;
+}
+
+const evp_md_st* libcryptoHash(KcHashAlgo algo) {
+    static const Methods methods;
+    const HashRow& row = mustRow(algo);
+    const EVP_MD* method = methods.all[static_cast<size_t>(&row - kRows)].get();
+    if (method == nullptr && row.name != nullptr) {
+        ossl::fail(CryptoFailure::unsupported, std::string("libcrypto lacks ") + row.name);
+    }
+    return method;
+}
+
+void KcHash::Free::operator()(evp_md_ctx_st* ctx) const noexcept {
+    EVP_MD_CTX_free(ctx);
+}
+
+KcHash::KcHash(KcHashAlgo algo) : algo_(algo) {
+    start();
+}
+KcHash::KcHash(KcHash&&) noexcept = default;
+KcHash& KcHash::operator=(KcHash&&) noexcept = default;
+KcHash::~KcHash() = default;
+
+void KcHash::start() {
+    const EVP_MD* method = libcryptoHash(algo_);
+    if (method == nullptr) {
+        own_ = std::make_unique<Ripemd128>();
+        return;
+    }
+    if (!ctx_) ctx_.reset(ossl::made(EVP_MD_CTX_new(), CryptoFailure::internal, "no memory for a hash"));
+    ossl::must(EVP_DigestInit_ex2(ctx_.get(), method, nullptr), CryptoFailure::internal, "hash does not start");
+}
+
+void KcHash::update(ByteView data) {
+    if (own_) {
+        own_->update(data);
+    } else {
+        ossl::must(EVP_DigestUpdate(ctx_.get(), data.data(), data.size()), CryptoFailure::internal, "hash failed");
+    }
+}
+
+void KcHash::final(std::span<uint8_t> digest) {
+    mustFit(mustRow(algo_), digest);
+    if (own_) {
+        own_->final(digest.first<Ripemd128::kLength>());
+    } else {
+        ossl::must(EVP_DigestFinal_ex(ctx_.get(), digest.data(), nullptr), CryptoFailure::internal, "hash failed");
+    }
+    start();
+}
+
+Bytes KcHash::final() {
+    Bytes digest(length());
+    final(digest);
+    return digest;
+}
+
+void hashInto(KcHashAlgo algo, ByteView data, std::span<uint8_t> digest) {
+    mustFit(mustRow(algo), digest);
+    const EVP_MD* method = libcryptoHash(algo);
+    if (method == nullptr) {
+        Ripemd128 hash;
+        hash.update(data);
+        hash.final(digest.first<Ripemd128::kLength>());
+        return;
+    }
+    ossl::must(EVP_Digest(data.data(), data.size(), digest.data(), nullptr, method, nullptr), CryptoFailure::internal,
+               "hash failed");
+}
+
+Bytes hashOf(KcHashAlgo algo, ByteView data) {
+    Bytes digest(hashLength(algo));
+    hashInto(algo, data, digest);
+    return digest;
+}
+
+}  // namespace crv
