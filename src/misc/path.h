@@ -1,0 +1,12 @@
+// Paths as the user writes them.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace crv {
+
+/// Replaces a leading "~/" by the value of HOME and a slash; with HOME unset or empty the rest alone remains.
+std::string expandHome(std::string_view path);
+
+}  // namespace crv

@@ -1,0 +1,107 @@
+// A profile record: the named bundle of settings under which the library works for one user, and the operations on the
+// lists that keep such records.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "corvane/crvprofile.h"
+#include "profiles/attr_set.h"
+#include "profiles/profile_media.h"
+#include "profiles/universal_conf_mgr.h"
+
+namespace crv {
+
+/// Class of a profile record. The values of the first four are the list's "Type"; no "Type" stands for Csp.
+enum class ProfileKind { Csp = 0, Pkcs12 = 1, Tarvo23 = 3, Pkcs11 = 5, Memory = 7 };
+
+class ProfileIterator;
+
+/// A record lives on its own: changes reach a list through saveProfile only. Of the kinds below, each brings its table
+/// of attributes; a record copies and assigns as a whole.
+class CrvProfile {
+  public:
+    virtual ~CrvProfile() = default;
+
+    /// A new record of a kind, or null for a number that is none of Type's.
+    static std::unique_ptr<CrvProfile> create(long type);
+
+    [[nodiscard]] const std::string& name() const { return name_; }
+    /// The list's "Type"; 0 for Csp.
+    [[nodiscard]] long type() const { return static_cast<long>(kind_); }
+    [[nodiscard]] ProfileKind kind() const { return kind_; }
+
+    /// Attribute of a number of corvane/crvprofile.h: kAttrOk, kAttrBadArgument, kAttrTooShort, kAttrDefault,
+    /// kAttrNoValue. A null buffer asks for the length only.
+    int getAttr(long id, char* buf, long* len) const;
+    int getAttr(long id, std::string& value) const;
+    int getAttr(long id, long& value) const;
+    int getAttr(long id, std::vector<char>& value) const;
+    /// See AttrSet::set. The last form sets the number as decimal text.
+    int setAttr(long id, const char* value, long len);
+    int setAttr(long id, const std::string& value);
+    int setAttr(long id, long value);
+
+    /// Name of the list of a medium: the one that was set, else the main package's. Empty for ProfileMedia::File.
+    static std::string getDefaultCfgFileName(ProfileMedia media);
+    /// Sets the list of a medium for the whole process, or with null the main package's again. 1 for User and Common,
+    /// else 0.
+    static int setDefaultCfgFileName(ProfileMedia media, const char* path);
+    /// The signing program's list of a medium, null for File; meant for setDefaultCfgFileName.
+    static const char* getSignerCfgFileName(ProfileMedia media);
+    /// The caller's file for File, else the medium's list.
+    static std::string getCfgFileName(ProfileMedia media, const std::string& file);
+
+    /// A record by name, in any letter case of ASCII; it keeps the name asked for. Null: not in the list, or no
+    /// profile. A default list that does not exist counts as empty. Throws std::runtime_error when the list cannot be
+    /// read.
+    static std::unique_ptr<CrvProfile> getProfileByName(ProfileMedia media, const std::string& file,
+                                                        const std::string& name);
+    /// Iterates the records of a list in the order of their names; count, when given, receives their number. Errors as
+    /// above.
+    static std::unique_ptr<ProfileIterator> getProfileIterator(ProfileMedia media, const std::string& file,
+                                                               long* count = nullptr);
+    /// The next record, or null at the end. Its name is upper-cased.
+    static std::unique_ptr<CrvProfile> getNextProfile(ProfileIterator& iterator);
+    /// The name of the next record without reading the rest of it; false at the end.
+    static bool getNextProfileName(ProfileIterator& iterator, std::string& name);
+    /// The record at an index from 0, or null.
+    static std::unique_ptr<CrvProfile> getProfile(ProfileMedia media, const std::string& file, long index);
+    /// The record of a name in a loaded list, or null when it is no profile.
+    static std::unique_ptr<CrvProfile> readProfile(const UniversalConfMgr& store, const std::string& name);
+
+  protected:
+    CrvProfile(ProfileKind kind, std::span<const AttrRow> rows);
+    CrvProfile(const CrvProfile&) = default;
+    CrvProfile& operator=(const CrvProfile&) = default;
+
+  private:
+    void loadProfile(const UniversalConfMgr& store, const std::string& name);
+
+    ProfileKind kind_;
+    std::string name_;
+    AttrSet common_;
+    AttrSet own_;
+};
+
+/// A loaded list and a place in it.
+class ProfileIterator {
+  public:
+    explicit ProfileIterator(UniversalConfMgr list);
+    ProfileIterator(const ProfileIterator&) = delete;
+    ProfileIterator& operator=(const ProfileIterator&) = delete;
+
+  private:
+    friend class CrvProfile;
+    UniversalConfMgr list_;
+    UniversalConfMgr::Iterator at_;
+};
+
+/// The record of a name in the lists that a program offers; for All the user's list shadows the common one. media, when
+/// given, receives where it was found (or looked for last). Null: not found.
+std::unique_ptr<CrvProfile> loadCrvProfile(AvailableProfiles which, const std::string& name, const std::string& file,
+                                           ProfileMedia* media = nullptr);
+
+}  // namespace crv

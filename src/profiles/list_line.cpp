@@ -1,0 +1,146 @@
+#include "profiles/list_line.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "misc/ascii.h"
+
+namespace crv {
+namespace {
+
+constexpr std::string_view kBlanks = " \t";
+
+void skipBlanks(std::string_view& text) {
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+}
+
+bool onlyCommentFollows(std::string_view rest) {
+    skipBlanks(rest);
+    return rest.empty() || rest.front() == '#';
+}
+
+bool skipChar(std::string_view& text, char expected) {
+    skipBlanks(text);
+    if (text.empty() || text.front() != expected) return false;
+    text.remove_prefix(1);
+    skipBlanks(text);
+    return true;
+}
+
+/// Cuts the value out of what follows the equals sign.
+bool cutValue(std::string_view& text) {
+    if (text.starts_with('"')) {
+        size_t end = text.find('"', 1);
+        if (end == std::string_view::npos || !onlyCommentFollows(text.substr(end + 1))) return false;
+        text = text.substr(1, end - 1);
+        return true;
+    }
+    size_t end = std::min(text.find_first_of("# "), text.size());
+    if (!onlyCommentFollows(text.substr(end))) return false;
+    text = text.substr(0, end);
+    return true;
+}
+
+template <class T>
+bool wholeNumber(std::string_view digits, int base, T& value) {
+    auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
+    return error == std::errc() && end == digits.data() + digits.size();
+}
+
+int hexDigit(char c) {
+    char upper = asciiUpper(c);
+    if (upper >= '0' && upper <= '9') return upper - '0';
+    return upper >= 'A' && upper <= 'F' ? upper - 'A' + 10 : -1;
+}
+
+bool parseBinary(std::string_view text, std::vector<char>& bytes) {
+    if (text.size() % 2) return false;
+    bytes.reserve(text.size() / 2);
+    for (size_t i = 0; i < text.size(); i += 2) {
+        int high = hexDigit(text[i]), low = hexDigit(text[i + 1]);
+        if (high < 0 || low < 0) return false;
+        bytes.push_back(static_cast<char>(high << 4 | low));
+    }
+    return true;
+}
+
+bool parseValue(char type, std::string_view text, NodeDesc& node) {
+    switch (asciiUpper(type)) {
+        case 'L':
+            return parseListLong(text, node.value.emplace<long>());
+        case 'S':
+            node.value = std::string(text);
+            return true;
+        case 'B':
+            return parseBinary(text, node.value.emplace<std::vector<char>>());
+        default:
+            return false;
+    }
+}
+
+std::string toHex(const std::vector<char>& bytes) {
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string hex;
+    hex.reserve(bytes.size() * 2);
+    for (char c : bytes) {
+        auto octet = static_cast<unsigned char>(c);
+        hex += digits[octet >> 4];
+        hex += digits[octet & 15];
+    }
+    return hex;
+}
+
+}  // namespace
+
+bool parseListLong(std::string_view text, long& value) {
+    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
+    bool negative = text.starts_with('-');
+    std::string_view digits = text.substr(negative || text.starts_with('+') ? 1 : 0);
+    if (digits.starts_with('-')) return false;
+    if (wholeNumber(negative ? text : digits, 10, value)) return true;
+    unsigned long bits = 0;
+    if (digits.starts_with("0x") || digits.starts_with("0X")) {
+        digits.remove_prefix(2);
+    } else if (!digits.empty() && digits.front() >= '0' && digits.front() <= '9' &&
+               std::ranges::any_of(digits, [](char c) { return c >= 'a'; })) {
+        return false;
+    }
+    if (!wholeNumber(digits, 16, bits)) return false;
+    value = static_cast<long>(negative ? 0 - bits : bits);
+    return true;
+}
+
+ListLine parseListLine(std::string_view line, std::string& path, NodeDesc& node) {
+    skipBlanks(line);
+    if (line.empty() || line.front() == '#') return ListLine::Comment;
+    size_t bracket = line.find('[');
+    if (bracket == std::string_view::npos || line.front() != '\\') return ListLine::Broken;
+    std::string_view name = line.substr(0, bracket);
+    name = name.substr(0, name.find_last_not_of(' ') + 1);
+    line.remove_prefix(bracket + 1);
+    skipBlanks(line);
+    if (line.empty()) return ListLine::Broken;
+    char type = line.front();
+    line.remove_prefix(1);
+    if (!skipChar(line, ']') || !skipChar(line, '=') || !cutValue(line) || !parseValue(type, line, node))
+        return ListLine::Broken;
+    path = asciiUpper(name);
+    return ListLine::Value;
+}
+
+std::string formatListLine(std::string_view path, const NodeDesc& node) {
+    std::string line(path);
+    switch (node.type()) {
+        case UCMNodeType::Long:
+            return line + "[l] = " + std::to_string(std::get<long>(node.value));
+        case UCMNodeType::String:
+            return line + "[s] = \"" + std::get<std::string>(node.value) + '"';
+        case UCMNodeType::Binary:
+            return line + "[b] = " + toHex(std::get<std::vector<char>>(node.value));
+        case UCMNodeType::Key:
+            break;
+    }
+    return line;
+}
+
+}  // namespace crv

@@ -1,0 +1,279 @@
+#include "profiles/universal_conf_mgr.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <stdexcept>
+
+#include "misc/ascii.h"
+#include "misc/path.h"
+#include "profiles/list_line.h"
+
+namespace crv {
+namespace {
+
+/// A file open for reading, closed when the object ends.
+class Descriptor {
+  public:
+    explicit Descriptor(const std::string& path) : fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)), error_(errno) {}
+    ~Descriptor() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    explicit operator bool() const { return fd_ >= 0; }
+    [[nodiscard]] bool missing() const { return fd_ < 0 && error_ == ENOENT; }
+    ssize_t read(std::vector<char>& chunk) const { return ::read(fd_, chunk.data(), chunk.size()); }
+
+  private:
+    int fd_;
+    int error_;
+};
+
+/// A number in a text with "%d".
+std::string withNumber(std::string_view format, size_t number) {
+    size_t at = format.find("%d");
+    return std::string(format.substr(0, at)).append(std::to_string(number)).append(format.substr(at + 2));
+}
+
+/// A prefix that ends with a backslash, so that it matches whole components only.
+std::string asFolder(std::string_view prefix) {
+    if (prefix.empty()) throw std::runtime_error("Niepoprawna sciezka");
+    std::string folder = asciiUpper(prefix);
+    if (folder.back() != '\\') folder += '\\';
+    return folder;
+}
+
+/// First text after every text that begins with the folder.
+std::string pastFolder(std::string folder) {
+    folder.back() = '\\' + 1;
+    return folder;
+}
+
+}  // namespace
+
+UCMNodeType NodeDesc::type() const {
+    static constexpr std::array types = {UCMNodeType::Long, UCMNodeType::String, UCMNodeType::Binary};
+    return types[value.index()];
+}
+
+bool pathMatches(std::string_view prefix, std::string_view path) {
+    if (prefix.empty() || path.empty()) throw std::runtime_error("Niepoprawna sciezka");
+    if (path.size() < prefix.size() || !equalIgnoreCase(prefix, path.substr(0, prefix.size()))) return false;
+    return prefix.back() == '\\' || path.size() == prefix.size() || path[prefix.size()] == '\\';
+}
+
+/// Cuts the chunks of a file into lines, of which it keeps the first kMaxLine characters, and stores their values.
+class ListReader {
+  public:
+    ListReader(UniversalConfMgr& store, const std::string& path) : store_(store), path_(path) {}
+
+    void feed(std::string_view chunk) {
+        for (size_t end; (end = chunk.find('\n')) != std::string_view::npos; chunk.remove_prefix(end + 1)) {
+            append(chunk.substr(0, end));
+            finishLine();
+        }
+        append(chunk);
+    }
+
+    void finish() {
+        if (!line_.empty()) finishLine();
+    }
+
+  private:
+    void append(std::string_view part) {
+        for (size_t cr; (cr = part.find('\r')) != std::string_view::npos; part.remove_prefix(cr + 1))
+            appendClean(part.substr(0, cr));
+        appendClean(part);
+    }
+
+    void appendClean(std::string_view part) { line_.append(part.substr(0, UniversalConfMgr::kMaxLine - line_.size())); }
+
+    void finishLine() {
+        ++number_;
+        std::string name;
+        NodeDesc node;
+        ListLine kind = parseListLine(line_, name, node);
+        line_.clear();
+        if (kind == ListLine::Comment) return;
+        if (kind == ListLine::Broken) fail(": Blad skladni w linii: %d");
+        // Lists are written in the order of their paths, so the end is the likely place.
+        size_t before = store_.nodes_.size();
+        store_.nodes_.emplace_hint(store_.nodes_.end(), std::move(name), std::move(node));
+        if (store_.nodes_.size() == before) fail(": Podwojna definicja wartosci w linii: %d");
+    }
+
+    [[noreturn]] void fail(std::string_view text) const {
+        throw std::runtime_error("Plik: " + path_ + withNumber(text, number_));
+    }
+
+    UniversalConfMgr& store_;
+    const std::string& path_;
+    std::string line_;
+    size_t number_ = 0;
+};
+
+void UniversalConfMgr::loadFromFile(const std::string& path) {
+    // The broken letters of the text are kept: programs compare it.
+    if (!loadIfExists(path)) throw std::runtime_error("BĹ‚Ä…d otwarcia pliku konfiguracyjnego: " + path);
+}
+
+bool UniversalConfMgr::loadIfExists(const std::string& path) {
+    UniversalConfMgr fresh(media_);
+    ListReader reader(fresh, path);
+    nodes_.clear();
+    pendingChanges_ = false;
+    Descriptor file(expandHome(path));
+    if (file.missing()) return false;
+    if (!file) throw std::runtime_error("BĹ‚Ä…d otwarcia pliku konfiguracyjnego: " + path);
+    std::vector<char> chunk(1 << 16);
+    for (ssize_t got; (got = file.read(chunk)) != 0;) {
+        if (got < 0) throw std::runtime_error("Blad odczytu pliku: " + path);
+        reader.feed({chunk.data(), static_cast<size_t>(got)});
+    }
+    reader.finish();
+    nodes_ = std::move(fresh.nodes_);
+    return true;
+}
+
+void UniversalConfMgr::loadFromText(std::string_view text, const std::string& path) {
+    UniversalConfMgr fresh(media_);
+    ListReader reader(fresh, path);
+    nodes_.clear();
+    pendingChanges_ = false;
+    reader.feed(text);
+    reader.finish();
+    nodes_ = std::move(fresh.nodes_);
+}
+
+std::string UniversalConfMgr::toText() const {
+    std::string text;
+    for (const auto& [path, node] : nodes_) text.append(formatListLine(path, node)).push_back('\n');
+    return text;
+}
+
+template <class T>
+bool UniversalConfMgr::getTyped(const std::string& path, T& value, bool demanded, const char* typeName) const {
+    const NodeDesc* node = findNode(path);
+    if (!node) {
+        if (demanded) throw std::runtime_error("getData(): opcja nie znaleziona: " + path);
+        return false;
+    }
+    const T* stored = std::get_if<T>(&node->value);
+    if (!stored) throw std::runtime_error(std::string("getData( ") + typeName + " ): niezgodny typ: " + path);
+    value = *stored;
+    return true;
+}
+
+bool UniversalConfMgr::getData(const std::string& path, long& value, bool demanded) const {
+    return getTyped(path, value, demanded, "long");
+}
+
+bool UniversalConfMgr::getData(const std::string& path, std::string& value, bool demanded) const {
+    return getTyped(path, value, demanded, "string");
+}
+
+bool UniversalConfMgr::getData(const std::string& path, std::vector<char>& value, bool demanded) const {
+    return getTyped(path, value, demanded, "binary");
+}
+
+bool UniversalConfMgr::getBinaryOrString(const std::string& path, std::vector<char>& value, bool demanded) const {
+    if (!checkConfItem(path, UCMNodeType::String)) return getTyped(path, value, demanded, "binary|string");
+    std::string text;
+    getData(path, text, demanded);
+    value.assign(text.begin(), text.end());
+    return true;
+}
+
+void UniversalConfMgr::setNode(const char* path, NodeDesc node) {
+    if (!path) throw std::runtime_error("parametr path nie moze byc NULL");
+    if (*path != '\\') throw std::runtime_error("parametr path musi zaczynac sie znakiem \\");
+    nodes_.insert_or_assign(asciiUpper(path), std::move(node));
+    pendingChanges_ = true;
+}
+
+void UniversalConfMgr::setData(const char* path, long value) {
+    setNode(path, {value});
+}
+
+void UniversalConfMgr::setData(const char* path, const char* value) {
+    setNode(path, {std::string(value ? value : "")});
+}
+
+void UniversalConfMgr::setData(const char* path, const char* data, long len) {
+    setNode(path, {data && len > 0 ? std::vector<char>(data, data + len) : std::vector<char>()});
+}
+
+const NodeDesc* UniversalConfMgr::findNode(std::string_view path) const {
+    auto found = nodes_.find(asciiUpper(path));
+    return found == nodes_.end() ? nullptr : &found->second;
+}
+
+void UniversalConfMgr::remove(std::string_view path) {
+    std::string folder = asFolder(path);
+    size_t before = nodes_.size();
+    nodes_.erase(nodes_.lower_bound(folder), nodes_.lower_bound(pastFolder(folder)));
+    folder.pop_back();
+    nodes_.erase(folder);
+    pendingChanges_ |= nodes_.size() != before;
+}
+
+bool UniversalConfMgr::doesPathExist(std::string_view path) const {
+    return findNode(path) || checkConfItem(path, UCMNodeType::Key);
+}
+
+bool UniversalConfMgr::checkConfItem(std::string_view path, UCMNodeType type) const {
+    if (type == UCMNodeType::Key) {
+        std::string folder = asFolder(path);
+        auto first = nodes_.lower_bound(folder);
+        return first != nodes_.end() && first->first.starts_with(folder);
+    }
+    const NodeDesc* node = findNode(path);
+    return node && node->type() == type;
+}
+
+bool UniversalConfMgr::checkConf(std::span<const ConfItem> items) const {
+    return std::ranges::all_of(items, [this](const ConfItem& item) { return checkConfItem(item.path, item.type); });
+}
+
+void UniversalConfMgr::getIterator(Iterator& iterator, std::string_view prefix, UCMNodeType type) const {
+    iterator.store_ = this;
+    iterator.prefix_ = asFolder(prefix);
+    iterator.type_ = type;
+    iterator.at_ = nodes_.lower_bound(iterator.prefix_);
+    iterator.settle();
+}
+
+/// Moves on to the next node of the type, or to the end when the prefix no longer matches.
+void UniversalConfMgr::Iterator::settle() {
+    const auto end = store_->nodes_.end();
+    for (; at_ != end; ++at_) {
+        if (!pathMatches(prefix_, at_->first)) {
+            at_ = end;
+            return;
+        }
+        bool inner = at_->first.find('\\', prefix_.size()) != std::string::npos;
+        if (type_ == UCMNodeType::Key ? inner : at_->second.type() == type_) return;
+    }
+}
+
+UniversalConfMgr::Iterator& UniversalConfMgr::Iterator::operator++() {
+    if (type_ == UCMNodeType::Key)
+        at_ = store_->nodes_.lower_bound(pastFolder(prefix_ + getDescr()));
+    else
+        ++at_;
+    settle();
+    return *this;
+}
+
+std::string UniversalConfMgr::Iterator::getDescr() const {
+    std::string_view relative = std::string_view(at_->first).substr(prefix_.size());
+    if (type_ == UCMNodeType::Key) relative = relative.substr(0, relative.find('\\') + 1);
+    return std::string(relative);
+}
+
+}  // namespace crv
