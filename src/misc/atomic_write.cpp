@@ -1,0 +1,144 @@
+#include "misc/atomic_write.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <new>
+
+#include "misc/file_ops.h"
+#include "misc/logger.h"
+
+namespace crv {
+
+namespace {
+
+constexpr int maxLinks = 40;
+constexpr int maxTries = 1000;
+constexpr mode_t secretMode = 0600;
+constexpr mode_t commonMode = 0644;
+constexpr mode_t permissionBits = 0777;
+
+WriteResult failed(WriteStep step) {
+    return {step, errno};
+}
+
+/// Follows symbolic links by hand, so that a link whose target does not exist yet leads to the target's name.
+bool resolve(std::string& path) {
+    for (int i = 0; i < maxLinks; ++i) {
+        struct stat info {};
+        if (fileOps().lstat(path, &info) != 0) return errno == ENOENT;
+        if (!S_ISLNK(info.st_mode)) return true;
+        std::string target;
+        if (fileOps().readlink(path, target) != 0) return false;
+        path = !target.empty() && target[0] == '/' ? target : folderOf(path) + target;
+    }
+    errno = ELOOP;
+    return false;
+}
+
+/// A file that disappears again unless it was kept.
+class TemporaryFile {
+  public:
+    explicit TemporaryFile(const std::string& folder) {
+        static std::atomic<unsigned> counter{0};
+        for (int i = 0; i < maxTries && !fd_.valid(); ++i) {
+            path_ = folder + ".crv-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".tmp";
+            fd_.reset(fileOps().open(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, secretMode));
+            if (!fd_.valid() && errno != EEXIST) break;
+        }
+        exists_ = fd_.valid();
+    }
+    ~TemporaryFile() {
+        const int saved = errno;
+        if (exists_) fileOps().unlink(path_);
+        errno = saved;
+    }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+
+    [[nodiscard]] bool exists() const { return exists_; }
+    [[nodiscard]] int fd() const { return fd_.get(); }
+    bool renameTo(const std::string& path) {
+        if (fileOps().rename(path_, path) != 0) return false;
+        exists_ = false;
+        return true;
+    }
+
+  private:
+    std::string path_;
+    FileDescriptor fd_;
+    bool exists_ = false;
+};
+
+bool setRights(int fd, const struct stat* old, WriteMode mode) {
+    mode_t rights = mode == WriteMode::keepOrCommon ? commonMode : secretMode;
+    if (old != nullptr && mode != WriteMode::secret) {
+        rights = old->st_mode & permissionBits;
+        // Without the right to give the file away it stays ours; a group that we cannot set must not gain rights.
+        if (fileOps().fchown(fd, old->st_uid, old->st_gid) != 0 &&
+            fileOps().fchown(fd, static_cast<uid_t>(-1), old->st_gid) != 0) {
+            rights &= ~static_cast<mode_t>(S_IRWXG);
+        }
+    }
+    return fileOps().fchmod(fd, rights) == 0;
+}
+
+/// Pipes and devices take the octets as they come; a regular file is cut to its new length and synced.
+WriteResult writeInto(const std::string& path, ByteView content, mode_t mode, bool regular) {
+    const FileDescriptor fd(fileOps().open(path, regular ? O_WRONLY | O_CREAT : O_WRONLY, mode));
+    if (!fd.valid()) return failed(WriteStep::open);
+    if (!writeAll(fd.get(), content.data(), content.size(), regular ? 0 : -1)) return failed(WriteStep::write);
+    if (!regular) return {};
+    if (fileOps().ftruncate(fd.get(), static_cast<int64_t>(content.size())) != 0 || fileOps().fsync(fd.get()) != 0) {
+        return failed(WriteStep::write);
+    }
+    return {};
+}
+
+bool folderRefuses(int error) {
+    return error == EACCES || error == EPERM || error == EROFS;
+}
+
+WriteResult write(std::string path, ByteView content, const WriteOptions& options) {
+    if (!resolve(path)) return failed(WriteStep::open);
+    struct stat info {};
+    const bool exists = fileOps().stat(path, &info) == 0;
+    const mode_t newMode = options.mode == WriteMode::keepOrCommon ? commonMode : secretMode;
+    if (exists && !S_ISREG(info.st_mode)) return writeInto(path, content, newMode, false);
+
+    TemporaryFile temporary(folderOf(path));
+    if (!temporary.exists()) {
+        if (options.inPlaceFallback && folderRefuses(errno)) return writeInto(path, content, newMode, true);
+        return failed(WriteStep::open);
+    }
+    if (!setRights(temporary.fd(), exists ? &info : nullptr, options.mode) ||
+        !writeAll(temporary.fd(), content.data(), content.size(), 0) || fileOps().fsync(temporary.fd()) != 0 ||
+        !temporary.renameTo(path)) {
+        return failed(WriteStep::write);
+    }
+    if (!syncFolder(folderOf(path))) logLine(LogLevel::warning, "folder not synced after writing " + path);
+    return {};
+}
+
+}  // namespace
+
+std::string folderOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
+}
+
+bool syncFolder(const std::string& folder) {
+    const FileDescriptor fd(fileOps().open(folder, O_RDONLY | O_DIRECTORY));
+    return fd.valid() && (fileOps().fsync(fd.get()) == 0 || errno == EINVAL);
+}
+
+WriteResult writeFileAtomically(const std::string& path, ByteView content, const WriteOptions& options) noexcept {
+    try {
+        return write(path, content, options);
+    } catch (const std::exception&) {  // no memory for a path
+        return {WriteStep::write, ENOMEM};
+    }
+}
+
+}  // namespace crv

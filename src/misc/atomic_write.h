@@ -1,0 +1,43 @@
+// Writing a whole file so that after a failure or a crash either the old or the new content is there.
+#pragma once
+
+#include <string>
+
+#include "misc/bytes.h"
+
+namespace crv {
+
+/// Access rights of the written file.
+enum class WriteMode {
+    secret,        ///< always 0600 (keys)
+    keepOrSecret,  ///< mode and owner of the old file; 0600 when there was none
+    keepOrCommon   ///< mode and owner of the old file; 0644 when there was none
+};
+
+enum class WriteStep { none, open, write };
+
+/// The step that failed and the errno it left; WriteStep::none is success.
+struct [[nodiscard]] WriteResult {
+    WriteStep failed = WriteStep::none;
+    int error = 0;
+    explicit operator bool() const { return failed == WriteStep::none; }
+};
+
+struct WriteOptions {
+    WriteMode mode = WriteMode::keepOrCommon;
+    /// Where the folder admits no new file: rewrite the file itself. A failure then may leave a part.
+    bool inPlaceFallback = false;
+};
+
+/// Writes a temporary file in the same folder, syncs it, renames it over the path and syncs the folder. A symbolic
+/// link is followed first, and its target replaced; a target that is no regular file (pipe, device) is written
+/// directly. A failed write removes the temporary file and leaves the old one. Never throws.
+WriteResult writeFileAtomically(const std::string& path, ByteView content, const WriteOptions& options = {}) noexcept;
+
+/// The folder part of a path with its slash ("./" when there is none).
+std::string folderOf(const std::string& path);
+
+/// Makes names created, renamed or deleted in the folder last. False when the system cannot.
+bool syncFolder(const std::string& folder);
+
+}  // namespace crv

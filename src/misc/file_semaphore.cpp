@@ -1,0 +1,217 @@
+#include "misc/file_semaphore.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <list>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "misc/file_ops.h"
+#include "misc/logger.h"
+
+namespace crv {
+
+namespace {
+
+struct Holder {
+    const FileSemaphore* owner;
+    std::thread::id thread;
+    short type;
+};
+
+constexpr std::chrono::milliseconds endingCheckPeriod{100};
+
+std::atomic<bool> ending{false};
+static_assert(std::atomic<bool>::is_always_lock_free, "set in signal handlers");
+
+}  // namespace
+
+/// One lock file of the process. The descriptors close together, when nobody holds or asks for the lock any more.
+struct LockedFile {
+    FileId id;
+    std::vector<FileDescriptor> descriptors;  // the last one is the best: writable when any is
+    bool writable = false;
+    bool asking = false;  // a thread waits in the system for the lock
+    short type = F_UNLCK;
+    std::vector<Holder> holders;
+
+    [[nodiscard]] int fd() const { return descriptors.back().get(); }
+};
+
+namespace {
+
+struct Registry {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::list<LockedFile> files;
+
+    static Registry& instance() {
+        static Registry registry;
+        return registry;
+    }
+
+    LockedFile* find(const struct stat& info) {
+        const auto it =
+            std::find_if(files.begin(), files.end(), [&](const LockedFile& f) { return f.id == FileId::of(info); });
+        return it == files.end() ? nullptr : &*it;
+    }
+
+    LockedFile* findOrOpen(const std::string& path, short type) {
+        struct stat info {};
+        LockedFile* known = fileOps().stat(path, &info) == 0 ? find(info) : nullptr;
+        if (known != nullptr && (known->writable || type == F_RDLCK)) return known;
+        bool writable = true;
+        FileDescriptor fd(fileOps().open(path, O_RDWR | O_CREAT, 0666));
+        if (!fd.valid() && type == F_RDLCK) {
+            writable = false;
+            fd.reset(fileOps().open(path, O_RDONLY));
+        }
+        if (!fd.valid() || fileOps().fstat(fd.get(), &info) != 0) return nullptr;
+        LockedFile* file = find(info);
+        if (file == nullptr) {
+            file = &files.emplace_back();
+            file->id = FileId::of(info);
+        }
+        file->descriptors.push_back(std::move(fd));
+        file->writable = file->writable || writable;
+        return file;
+    }
+
+    void closeIfUnused(LockedFile* file) {
+        if (!file->asking && file->holders.empty()) files.remove_if([&](const LockedFile& f) { return &f == file; });
+    }
+};
+
+bool conflicts(const LockedFile& file, short type) {
+    const auto self = std::this_thread::get_id();
+    return std::any_of(file.holders.begin(), file.holders.end(),
+                       [&](const Holder& h) { return h.thread != self && (type == F_WRLCK || h.type == F_WRLCK); });
+}
+
+bool lockFile(int fd, short type, bool wait) {
+    while (fileOps().lock(fd, type, wait) != 0) {
+        if (errno != EINTR || processEnding()) return false;
+    }
+    return true;
+}
+
+bool leadsTo(const std::string& path, FileId id) {
+    struct stat info {};
+    return fileOps().stat(path, &info) == 0 && FileId::of(info) == id;
+}
+
+short strongest(const LockedFile& file) {
+    if (file.holders.empty()) return F_UNLCK;
+    const bool exclusive =
+        std::any_of(file.holders.begin(), file.holders.end(), [](const Holder& h) { return h.type == F_WRLCK; });
+    return exclusive ? F_WRLCK : F_RDLCK;
+}
+
+bool strongEnough(const LockedFile& file, short type) {
+    return file.type == type || file.type == F_WRLCK;
+}
+
+}  // namespace
+
+void setProcessEnding() noexcept {
+    ending.store(true);
+}
+
+bool processEnding() noexcept {
+    return ending.load();
+}
+
+FileSemaphore::FileSemaphore(std::string path, bool disabled) : path_(std::move(path)), disabled_(disabled) {}
+
+FileSemaphore::~FileSemaphore() {
+    if (held() && v() == 0) logLine(LogLevel::error, "lock not released: " + path_);
+}
+
+int FileSemaphore::p(int mode) {
+    return acquire(mode, true);
+}
+
+int FileSemaphore::pCond(int mode) {
+    return acquire(mode, false);
+}
+
+int FileSemaphore::acquire(int mode, bool wait) {
+    if (disabled_) return 1;
+    if (held() || path_.size() > maxPath) return 0;
+    const short type = mode == sharedLock ? F_RDLCK : F_WRLCK;
+    Registry& registry = Registry::instance();
+    std::unique_lock guard(registry.mutex);
+    for (;;) {
+        LockedFile* file = registry.findOrOpen(path_, type);
+        if (file == nullptr) return 0;
+        if (file->asking || conflicts(*file, type)) {
+            if (!wait || processEnding()) return registry.closeIfUnused(file), 0;
+            registry.changed.wait_for(guard, endingCheckPeriod);
+            continue;
+        }
+        if (!strongEnough(*file, type)) {
+            file->asking = true;
+            guard.unlock();
+            const bool locked = lockFile(file->fd(), type, wait);
+            guard.lock();
+            file->asking = false;
+            registry.changed.notify_all();
+            if (!locked) return registry.closeIfUnused(file), 0;
+            file->type = type;
+            // Somebody may have deleted the lock file while we waited: a lock on a nameless file excludes nobody.
+            if (file->holders.empty() && !leadsTo(path_, file->id)) {
+                registry.closeIfUnused(file);
+                continue;
+            }
+        }
+        file->holders.push_back({this, std::this_thread::get_id(), type});
+        file_ = file;
+        return 1;
+    }
+}
+
+int FileSemaphore::v() {
+    if (disabled_) return 1;
+    if (!held()) return 0;
+    Registry& registry = Registry::instance();
+    const std::lock_guard guard(registry.mutex);
+    LockedFile* file = std::exchange(file_, nullptr);
+    std::erase_if(file->holders, [&](const Holder& h) { return h.owner == this; });
+    const short type = strongest(*file);
+    bool released = true;
+    if (type != file->type && !file->asking) {
+        released = lockFile(file->fd(), type, false);
+        if (released) file->type = type;
+    }
+    registry.closeIfUnused(file);
+    registry.changed.notify_all();
+    return released ? 1 : 0;
+}
+
+int FileSemaphore::descriptor() const {
+    return file_ == nullptr ? -1 : file_->fd();
+}
+
+SemGuard::SemGuard(FileSemaphore& semaphore, int mode) : semaphore_(&semaphore) {
+    if (semaphore.p(mode) == 0) throw std::runtime_error("FileSemaphore::p: blad zajecia semafora");
+}
+
+SemGuard::~SemGuard() {
+    if (semaphore_ != nullptr && semaphore_->v() == 0)
+        logLine(LogLevel::error, "lock not released: " + semaphore_->path());
+}
+
+void SemGuard::release() {
+    FileSemaphore* semaphore = std::exchange(semaphore_, nullptr);
+    if (semaphore != nullptr && semaphore->v() == 0) {
+        throw std::runtime_error("FileSemaphore::v: blad zwolnienia semafora");
+    }
+}
+
+}  // namespace crv

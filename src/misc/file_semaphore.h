@@ -1,0 +1,73 @@
+// A lock between processes: an advisory record lock on the whole of a lock file.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace crv {
+
+enum LockMode : int { sharedLock = 0, exclusiveLock = 1 };
+
+/// Tells waiting locks that the process is being ended: an interrupted wait then fails instead of going on. May be
+/// called in a signal handler.
+void setProcessEnding() noexcept;
+bool processEnding() noexcept;
+
+struct LockedFile;
+
+/// fcntl record lock on a lock file, which is created (mode 0666) when missing. Mode 0 is shared, any other exclusive.
+///
+/// A process loses its record locks on a file when it closes any descriptor of it, so the objects of one process that
+/// lock the same file (by device and inode) share its descriptors; the last one closes them. Among threads of one
+/// process the objects exclude each other as the modes say; objects of one thread never block each other, the file is
+/// held in the strongest of their modes. A lock file that cannot be opened for writing is opened for reading when a
+/// shared lock is asked for. One object is used by one thread at a time.
+class FileSemaphore {
+  public:
+    static constexpr size_t maxPath = 255;
+
+    /// A disabled semaphore does nothing and always succeeds.
+    explicit FileSemaphore(std::string path, bool disabled = false);
+    /// Releases a lock still held.
+    ~FileSemaphore();
+    FileSemaphore(const FileSemaphore&) = delete;
+    FileSemaphore& operator=(const FileSemaphore&) = delete;
+
+    /// Waits for the lock. 1 when held, 0 on failure: the file cannot be opened or locked, the path is longer than 255
+    /// characters, the object holds the lock already, or the process is being ended.
+    [[nodiscard]] int p(int mode);
+    /// Takes the lock when it is free now, else answers 0.
+    [[nodiscard]] int pCond(int mode);
+    /// Releases the lock; 1, or 0 when it could not be released or was not held.
+    int v();
+
+    [[nodiscard]] bool held() const { return file_ != nullptr; }
+    /// The descriptor of the lock file while the lock is held, -1 otherwise. Never close it.
+    [[nodiscard]] int descriptor() const;
+    [[nodiscard]] const std::string& path() const { return path_; }
+
+  private:
+    int acquire(int mode, bool wait);
+
+    std::string path_;
+    bool disabled_;
+    LockedFile* file_ = nullptr;
+};
+
+/// Holds a semaphore for a scope. The constructor throws std::runtime_error "FileSemaphore::p: blad zajecia semafora".
+class SemGuard {
+  public:
+    SemGuard(FileSemaphore& semaphore, int mode);
+    /// Releases; a failure goes to the log.
+    ~SemGuard();
+    SemGuard(const SemGuard&) = delete;
+    SemGuard& operator=(const SemGuard&) = delete;
+
+    /// Releases before the end of the scope; throws std::runtime_error "FileSemaphore::v: blad zwolnienia semafora".
+    void release();
+
+  private:
+    FileSemaphore* semaphore_;
+};
+
+}  // namespace crv

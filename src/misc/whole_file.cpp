@@ -1,0 +1,53 @@
+#include "misc/whole_file.h"
+
+#include <array>
+#include <cerrno>
+#include <stdexcept>
+
+#include "misc/atomic_write.h"
+#include "misc/file_ops.h"
+
+namespace crv {
+
+Bytes readFile(const std::string& path, size_t limit) {
+    const FileDescriptor fd(fileOps().open(path, O_RDONLY));
+    if (!fd.valid()) throw std::runtime_error("readFile(): Blad otwarcia bliku: " + path);
+    Bytes content;
+    std::array<uint8_t, 65536> piece{};
+    for (;;) {
+        const ssize_t n = fileOps().read(fd.get(), piece.data(), piece.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0 || content.size() + static_cast<size_t>(n) > limit) {
+            throw std::runtime_error("readFile: blad odczytu pliku");
+        }
+        if (n == 0) return content;
+        content.insert(content.end(), piece.begin(), piece.begin() + n);
+    }
+}
+
+void writeFile(const std::string& path, ByteView content) {
+    const WriteResult result = writeFileAtomically(path, content);
+    if (result.failed == WriteStep::open) throw std::runtime_error("writeFile: blad otwarcia pliku: " + path);
+    if (!result) throw std::runtime_error("writeFile: blad zapisy pliku");
+}
+
+bool fileExists(const std::string& path) {
+    struct stat info {};
+    return fileOps().stat(path, &info) == 0;
+}
+
+bool createDirectoryPath(const std::string& path, mode_t mode) {
+    for (size_t end = path.find('/', 1); !path.empty(); end = path.find('/', end + 1)) {
+        const std::string folder = path.substr(0, end);
+        struct stat info {};
+        if (fileOps().mkdir(folder, mode) != 0) {
+            const int why = errno;
+            if (fileOps().stat(folder, &info) != 0 || !S_ISDIR(info.st_mode)) return errno = why, false;
+        }
+        if (end == std::string::npos) return true;
+    }
+    errno = ENOENT;
+    return false;
+}
+
+}  // namespace crv

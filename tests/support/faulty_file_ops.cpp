@@ -1,0 +1,75 @@
+#include "support/faulty_file_ops.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace crv::test {
+
+bool FaultyFileOps::mayChange() {
+    if (changesLeft == 0) {
+        errno = stopError;
+        return false;
+    }
+    if (changesLeft > 0) --changesLeft;
+    ++changes;
+    return true;
+}
+
+size_t FaultyFileOps::writable(size_t size) {
+    if (!mayChange()) return 0;
+    if (tearLast && changesLeft == 0) size = std::max<size_t>(size / 2, 1);
+    if (shortTransfer != 0) size = std::min(size, shortTransfer);
+    if (room == never) return size;
+    size = static_cast<size_t>(std::min<int64_t>(room, static_cast<int64_t>(size)));
+    room -= static_cast<int64_t>(size);
+    if (size == 0) errno = ENOSPC;
+    return size;
+}
+
+int FaultyFileOps::open(const std::string& path, int flags, mode_t mode) {
+    struct stat info {};
+    const bool creates = (flags & O_CREAT) != 0 && ((flags & O_TRUNC) != 0 || FileOps::stat(path, &info) != 0);
+    return creates && !mayChange() ? -1 : FileOps::open(path, flags, mode);
+}
+
+ssize_t FaultyFileOps::read(int fd, void* buffer, size_t size) {
+    return FileOps::read(fd, buffer, shortTransfer == 0 ? size : std::min(size, shortTransfer));
+}
+
+ssize_t FaultyFileOps::pread(int fd, void* buffer, size_t size, int64_t position) {
+    return FileOps::pread(fd, buffer, shortTransfer == 0 ? size : std::min(size, shortTransfer), position);
+}
+
+ssize_t FaultyFileOps::write(int fd, const void* data, size_t size) {
+    const size_t n = writable(size);
+    return n == 0 ? -1 : FileOps::write(fd, data, n);
+}
+
+ssize_t FaultyFileOps::pwrite(int fd, const void* data, size_t size, int64_t position) {
+    const size_t n = writable(size);
+    return n == 0 ? -1 : FileOps::pwrite(fd, data, n, position);
+}
+
+int FaultyFileOps::ftruncate(int fd, int64_t length) {
+    return mayChange() ? FileOps::ftruncate(fd, length) : -1;
+}
+
+int FaultyFileOps::fsync(int fd) {
+    if (!failSync) return FileOps::fsync(fd);
+    errno = EIO;
+    return -1;
+}
+
+int FaultyFileOps::rename(const std::string& from, const std::string& to) {
+    return mayChange() ? FileOps::rename(from, to) : -1;
+}
+
+int FaultyFileOps::unlink(const std::string& path) {
+    return mayChange() ? FileOps::unlink(path) : -1;
+}
+
+int FaultyFileOps::mkdir(const std::string& path, mode_t mode) {
+    return mayChange() ? FileOps::mkdir(path, mode) : -1;
+}
+
+}  // namespace crv::test
