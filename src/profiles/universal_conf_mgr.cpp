@@ -1,38 +1,20 @@
 #include "profiles/universal_conf_mgr.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <stdexcept>
 
+#include "corvane/crverrors.h"
 #include "misc/ascii.h"
+#include "misc/atomic_write.h"
+#include "misc/exceptions.h"
+#include "misc/file_ops.h"
 #include "misc/path.h"
 #include "profiles/list_line.h"
 
 namespace crv {
 namespace {
-
-/// A file open for reading, closed when the object ends.
-class Descriptor {
-  public:
-    explicit Descriptor(const std::string& path) : fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)), error_(errno) {}
-    ~Descriptor() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    explicit operator bool() const { return fd_ >= 0; }
-    [[nodiscard]] bool missing() const { return fd_ < 0 && error_ == ENOENT; }
-    ssize_t read(std::vector<char>& chunk) const { return ::read(fd_, chunk.data(), chunk.size()); }
-
-  private:
-    int fd_;
-    int error_;
-};
 
 /// A number in a text with "%d".
 std::string withNumber(std::string_view format, size_t number) {
@@ -52,6 +34,15 @@ std::string asFolder(std::string_view prefix) {
 std::string pastFolder(std::string folder) {
     folder.back() = '\\' + 1;
     return folder;
+}
+
+/// Whether the line of a node reads as the same node.
+bool canReadBack(const std::string& path, const NodeDesc& node) {
+    const std::string line = formatListLine(path, node);
+    std::string readPath;
+    NodeDesc read;
+    return line.size() <= UniversalConfMgr::kMaxLine && line.find_first_of("\r\n") == std::string::npos &&
+           parseListLine(line, readPath, read) == ListLine::Value && readPath == path && read == node;
 }
 
 }  // namespace
@@ -127,11 +118,12 @@ bool UniversalConfMgr::loadIfExists(const std::string& path) {
     ListReader reader(fresh, path);
     nodes_.clear();
     pendingChanges_ = false;
-    Descriptor file(expandHome(path));
-    if (file.missing()) return false;
-    if (!file) throw std::runtime_error("BĹ‚Ä…d otwarcia pliku konfiguracyjnego: " + path);
+    FileDescriptor file(fileOps().open(expandHome(path), O_RDONLY | O_CLOEXEC));
+    if (!file.valid() && errno == ENOENT) return false;
+    if (!file.valid()) throw std::runtime_error("BĹ‚Ä…d otwarcia pliku konfiguracyjnego: " + path);
     std::vector<char> chunk(1 << 16);
-    for (ssize_t got; (got = file.read(chunk)) != 0;) {
+    for (ssize_t got; (got = fileOps().read(file.get(), chunk.data(), chunk.size())) != 0;) {
+        if (got < 0 && errno == EINTR) continue;
         if (got < 0) throw std::runtime_error("Blad odczytu pliku: " + path);
         reader.feed({chunk.data(), static_cast<size_t>(got)});
     }
@@ -148,6 +140,18 @@ void UniversalConfMgr::loadFromText(std::string_view text, const std::string& pa
     reader.feed(text);
     reader.finish();
     nodes_ = std::move(fresh.nodes_);
+}
+
+void UniversalConfMgr::seveToFile(const std::string& path) {
+    for (const auto& [name, node] : nodes_) {
+        if (!canReadBack(name, node))
+            throw CrvApiException(ECRV_API_INV_PAR, "Niepoprawna wartosc parametru konfiguracyjnego: " + name);
+    }
+    const WriteMode mode = media_ == ProfileMedia::Common ? WriteMode::keepOrCommon : WriteMode::keepOrSecret;
+    const WriteResult result = writeFileAtomically(expandHome(path), asBytes(toText()), {mode, true});
+    if (result.failed == WriteStep::open) throw std::runtime_error("Blad otwarcia pliku: " + path);
+    if (result.failed == WriteStep::write) throw std::runtime_error("Blad zapisu pliku: " + path);
+    pendingChanges_ = false;
 }
 
 std::string UniversalConfMgr::toText() const {

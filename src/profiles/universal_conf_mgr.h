@@ -45,6 +45,11 @@ class UniversalConfMgr {
     bool loadIfExists(const std::string& path);
     /// The same from the text of a list; the path only stands in the error texts.
     void loadFromText(std::string_view text, const std::string& path);
+    /// Replaces the file ("~/" expanded) in one step by the whole store and clears the mark of pending changes. A new
+    /// common list gets mode 0644, any other new list 0600; where no file can be made beside it, the list is rewritten
+    /// in place. Throws CrvApiException (ECRV_API_INV_PAR) for a value that a reader could not read back, before
+    /// anything is touched, and std::runtime_error for a failed open or write, after which the old file is still there.
+    void seveToFile(const std::string& path);
     /// The lines of the list, one a node in the order of the paths.
     [[nodiscard]] std::string toText() const;
 
