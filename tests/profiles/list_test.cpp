@@ -164,6 +164,44 @@ TEST(ListStore, RemovesAndIteratesWholeComponents) {
     EXPECT_FALSE(store.doesPathExist("\\a"));
 }
 
+TEST(ListWriter, RefusesWhatWouldNotReadBackAndKeepsTheFile) {
+    TempDir dir;
+    writeFile(dir.file("l"), "old");
+    const std::pair<std::string, std::string> bad[] = {{"\\A\\V", "a\"b"},
+                                                       {"\\A\\V", "a\rb"},
+                                                       {"\\A\\V", "a\nb"},
+                                                       {"\\A[\\V", "x"},
+                                                       {"\\A\\V ", "x"},
+                                                       {"\\A\nB", "x"},
+                                                       {"\\A\\V", std::string(1025 - 11, 'x')}};
+    for (const auto& [path, value] : bad) {
+        UniversalConfMgr store;
+        store.setData(path.c_str(), value.c_str());
+        EXPECT_NE(errorOf([&] { store.seveToFile(dir.file("l")); }), "no error") << path << '=' << value;
+        EXPECT_EQ(test::readFile(dir.file("l")), "old");
+    }
+    UniversalConfMgr store;
+    EXPECT_EQ(errorOf([&] { store.seveToFile(dir.file("no/l")); }), "Blad otwarcia pliku: " + dir.file("no/l"));
+}
+
+TEST(ListWriter, ReadsBackTheSameWithTheModeOfItsMedium) {
+    TempDir dir;
+    UniversalConfMgr store(ProfileMedia::Common), user(ProfileMedia::User), back;
+    store.setData("\\A\\S", "a #b [x] = y");
+    store.setData("\\A\\N", std::numeric_limits<long>::min());
+    store.setData("\\A\\B", "\0\xff\n", 3);
+    store.seveToFile(dir.file("common"));
+    user.seveToFile(dir.file("user"));
+    EXPECT_FALSE(store.isPendingChanges());
+    back.loadFromFile(dir.file("common"));
+    EXPECT_EQ(back.toText(), store.toText());
+    struct stat info {};
+    ASSERT_EQ(stat(dir.file("common").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777u, 0644u);
+    ASSERT_EQ(stat(dir.file("user").c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777u, 0600u);
+}
+
 TEST(Profiles, AreFoundByNameAndListedWithoutTheRest) {
     TempDir dir;
     writeFile(dir.file("l"),
