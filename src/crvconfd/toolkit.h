@@ -1,0 +1,229 @@
+// The console's toolkit: everything that a screen draws and reads goes through these functions over one screen of 80
+// columns by 24 rows. Curses stands in the toolkit's source only.
+//
+// Texts are UTF-8 and pass through pl() on their way, unless a function says that it takes text of the display
+// encoding. A text that is longer than its row is cut on a character at the right edge; it never runs on to the next
+// row, and a centred one never starts left of column 0. Control characters are drawn as "?", so data from files never
+// reaches the terminal raw. Lengths and centring count bytes. Functions with a format take printf formats: data is
+// never the format, "%s" is. At most 256 bytes remain after formatting. Moves outside the screen are ignored.
+//
+// The terminal may be resized and the process suspended at any time: the contents survive and are drawn again. When the
+// process is asked to end (SIGINT, SIGTERM, SIGHUP) or the terminal hangs up, whichever function waits for a key throws
+// ScreenClosed.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+namespace crv {
+
+inline constexpr int kScreenRows = 24;
+inline constexpr int kScreenColumns = 80;
+/// The row of messages, questions and prompts.
+inline constexpr int kMessageRow = 23;
+
+/// Keys as getKey answers them; every other key is its character code, 0 an escape sequence that is not known.
+enum InternalKey : int {
+    kKeyBackspace = 8,
+    kKeyEnter = 10,
+    kKeyEscape = 27,
+    kKeyUp = 1072,
+    kKeyPageUp = 1073,
+    kKeyLeft = 1074,
+    kKeyHome = 1075,
+    kKeyDown = 1080,
+    kKeyPageDown = 1081,
+    kKeyRight = 1082,
+    kKeyEnd = 1083,
+};
+
+/// Keys as a list menu's callback sees them: curses' own codes (checked against curses in the source).
+enum ListKey : int {
+    kListKeyDown = 0402,
+    kListKeyUp = 0403,
+    kListKeyLeft = 0404,
+    kListKeyRight = 0405,
+    kListKeyHome = 0406,
+    kListKeyBackspace = 0407,
+    kListKeyDelete = 0512,
+    kListKeyInsert = 0513,
+    kListKeyPageDown = 0522,
+    kListKeyPageUp = 0523,
+    kListKeyEnter = 0527,
+    kListKeyEnd = 0550,
+};
+
+/// What waitForKeyOrTimeout answers when the time ran out (curses' error value).
+inline constexpr int kNoKey = -1;
+
+/// Bits of an attribute; 0 draws plainly.
+enum AttrBit : int { kAttrStandout = 1, kAttrReverse = 2, kAttrBold = 4, kAttrUnderline = 8 };
+
+/// Pseudo-attribute codes: they stand for whatever the logical attribute is set to.
+enum AttrCode : int { kAttrEmphasis = 4096, kAttrSelected = 4097, kAttrHeader = 4098, kAttrShortcut = 4099 };
+
+/// The screen cannot be started: no terminal, an unknown one, or one below 80x24. The text is Polish, for standard
+/// error.
+class NoScreen : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The process was asked to end while a key was awaited. Deliberately no std::exception, so that no handler of errors
+/// on the way keeps the program running; the entry point ends the screen and then the process by the signal.
+class ScreenClosed {
+  public:
+    explicit ScreenClosed(int signal) : signal_(signal) {}
+    [[nodiscard]] int signal() const { return signal_; }
+
+  private:
+    int signal_;
+};
+
+// Screen control
+
+/// Starts the screen: no echo, a key at a time; takes over SIGINT, SIGTERM and SIGHUP. Throws NoScreen.
+void initScr();
+/// Clears and ends a started screen and gives the signals back; does nothing otherwise.
+void downScr();
+[[nodiscard]] bool wasInitScr();
+void clrScr();
+/// Clears from (row, col) to the end of the line.
+void clrToEol(int row, int col);
+/// Leaves the screen to run something outside it (cleared, the terminal as it was before initScr), and takes it back.
+void suspendScr();
+void resumeScr();
+void beepSignal();
+/// Returns whether the cursor was visible before.
+bool showCursor(bool visible);
+/// Returns 1. A position outside the screen leaves the cursor where it is.
+int moveCursor(int row, int col);
+/// Turns keypad translation on, whatever the argument, and returns whether that failed.
+bool setKeypadMode(bool on);
+
+[[nodiscard]] int getEmphasisAttr();
+[[nodiscard]] int getSelectedAttr();
+[[nodiscard]] int getHeaderAttr();
+[[nodiscard]] int getShortcutAttr();
+void setEmphasisAttr(int bits);
+void setSelectedAttr(int bits);
+void setHeaderAttr(int bits);
+void setShortcutAttr(int bits);
+/// Switches an attribute (AttrCode or a set of AttrBit) on or off for what is drawn from now on.
+void attrOn(int code);
+void attrOff(int code);
+
+/// Shows or hides the cursor for a scope.
+class CursorGuard {
+  public:
+    explicit CursorGuard(bool visible) : before_(showCursor(visible)) {}
+    ~CursorGuard() { showCursor(before_); }
+    CursorGuard(const CursorGuard&) = delete;
+    CursorGuard& operator=(const CursorGuard&) = delete;
+
+  private:
+    bool before_;
+};
+
+/// An attribute for a scope.
+class AttrGuard {
+  public:
+    explicit AttrGuard(int code) : code_(code) { attrOn(code_); }
+    ~AttrGuard() { attrOff(code_); }
+    AttrGuard(const AttrGuard&) = delete;
+    AttrGuard& operator=(const AttrGuard&) = delete;
+
+  private:
+    int code_;
+};
+
+// Text output
+
+[[gnu::format(printf, 3, 4)]] void displText(int row, int col, const char* format, ...);
+/// As displText, for text that is in the display encoding already.
+[[gnu::format(printf, 3, 4)]] void displTextNoPl(int row, int col, const char* format, ...);
+/// Centred on the bytes of the converted text; the rest of the line stays.
+[[gnu::format(printf, 2, 3)]] void displCentText(int row, const char* format, ...);
+/// "~" marks the letter after it as a mnemonic: drawn in the shortcut attribute, or in upper case when that is 0.
+[[gnu::format(printf, 3, 4)]] void displColText(int row, int col, const char* format, ...);
+/// As displColText, centred on the bytes that are not "~"; an empty text is placed at column 40.
+[[gnu::format(printf, 2, 3)]] void displCentColText(int row, const char* format, ...);
+/// A bar of the full width in the header attribute, the text centred in it; more than 80 bytes are cut to 77 and "...".
+[[gnu::format(printf, 2, 3)]] void displHeader(int row, const char* format, ...);
+/// Clears the row, shows the text for up to 2 x n seconds or until a key, and clears the row again.
+void displInfo(int row, int col, const char* text, int n);
+void displCentInfo(int row, const char* text, int n);
+/// Clears the row, beeps and shows the text centred for up to 4 seconds or until a key.
+[[gnu::format(printf, 2, 3)]] void errInfo(int row, const char* format, ...);
+/// Draws text of the display encoding at the cursor with "~" mnemonics; a negative length means the whole text.
+void printTextWithShortcuts(const char* text, int length);
+
+// Input
+
+/// One key as an internal code. A lone ESC counts as Escape after 500 ms of silence (a second one within a second after
+/// that is swallowed); ESC ESC is Escape at once; any other sequence that is not known is taken in whole and answers 0.
+[[nodiscard]] int getKey();
+
+/// Edits a line in the caller's buffer of size bytes, the terminating zero included. The first start bytes of the
+/// buffer are kept and edited further; codes from lowest to 127 are accepted; width limits the field (0: up to the
+/// right edge). Returns the length on Enter, -1 on Escape (the buffer keeps what was typed); the prompt disappears.
+int input_yx(int row, int col, const char* prompt, char* buffer, int size, int lowest, int start = 0, int width = 0);
+/// input_yx from code 32 (space) upward.
+int inputText(int row, int col, const char* prompt, char* buffer, int size, int start = 0, int width = 0);
+/// input_yx from code 33 upward: no spaces.
+int inputWord(int row, int col, const char* prompt, char* buffer, int size, int start = 0, int width = 0);
+
+/// The number typed (digits only, at most 39; INT_MAX stands for everything above it); -2 for Enter on an empty field,
+/// -1 on Escape.
+int input_positive_number_yx(int row, int col, const char* prompt);
+
+/// Reads a password into the caller's buffer of size bytes and nowhere else; bytes 128 to 255 are taken as typed. For
+/// each byte one echo character is drawn, nothing for 0. With keep, the text already in the buffer is continued.
+/// Returns the length on Enter; -1 on Escape, with the buffer unterminated: wipe it all. The line is not cleared
+/// afterwards.
+int inputPassword(int row, int col, const char* prompt, char* buffer, int size, char echo, bool keep);
+/// The same on the message row, column 0, without keeping.
+int inputPassword(const char* prompt, char* buffer, int size, char echo);
+
+/// 1 for "t" or "T", 0 for "n" or "N"; other keys are ignored.
+[[nodiscard]] int displQuestion(int row, int col, const char* text);
+/// The same, centred, after clearing the row.
+[[nodiscard]] int displCentQuestion(int row, const char* text);
+/// Shows the text with mnemonics and returns the first key typed that stands in keys (exact case), or -1 on Escape.
+[[nodiscard]] int displQuestion(int row, int col, const char* text, const char* keys);
+/// The same, centred on the length of the text.
+[[nodiscard]] int displCentQuestion(int row, const char* text, const char* keys);
+
+/// Gathers a byte a key, mixed from the key and the time that it took, until Enter or Escape; keys beyond the buffer
+/// are ignored. Returns the number of bytes, or -1 on Escape. " - n" after the prompt counts along.
+int inputRandomText(int row, int col, const char* prompt, std::span<uint8_t> buffer);
+
+/// Waits up to that many tenths of a second: the key as getKey decodes it, or kNoKey.
+[[nodiscard]] int waitForKeyOrTimeout(int tenths);
+
+/// What a list menu's callback wants done with the key.
+enum class ShowMenuListCallbackRet : int {
+    Continue = 0,       ///< default handling of the key
+    NextKey = 1,        ///< key consumed
+    Redraw = 2,         ///< draw the list again and go on
+    LeaveCancel = 3,    ///< leave with -1
+    LeaveSelected = 4,  ///< leave with the current index, if an entry is selected
+};
+
+/// Called with each key (a character or a ListKey) and the current index (-1: none). It may draw and read keys itself.
+using ShowMenuListCallback = std::function<ShowMenuListCallbackRet(int key, int index)>;
+
+/// A scrolling list. selected outside the items means that nothing is selected at first; rows is the number of visible
+/// items, 0 for as many as fit. Framed, the items stand one row below and one column right of (row, col). Returns the
+/// index chosen with Enter, or -1.
+[[nodiscard]] int showMenuList(int row, int col, std::span<const std::string> items, int selected, int rows,
+                               bool framed, const ShowMenuListCallback& callback = {});
+/// showMenuList in the middle: column (80 - w) / 2, where w is the longest item + 4 when framed, + 1 otherwise.
+[[nodiscard]] int showCentMenuList(int row, std::span<const std::string> items, int selected, int rows, bool framed,
+                                   const ShowMenuListCallback& callback = {});
+
+}  // namespace crv

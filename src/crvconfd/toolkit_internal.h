@@ -1,0 +1,56 @@
+// What the toolkit's sources share: the pad that is the screen, drawing with clipping, and the one place that reads
+// keys.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+struct _win_st;
+
+namespace crv::toolkit {
+
+/// The 80x24 pad on which everything is drawn; a pad keeps its contents whatever size the terminal takes.
+_win_st* pad();
+
+/// Brings the terminal up to date with the pad, cut to the terminal's size.
+void show();
+
+/// Where the next put() draws. The column may be 80, past the right edge, where nothing more is drawn.
+struct Pen {
+    int row = 0;
+    int col = 0;
+};
+[[nodiscard]] Pen pen();
+/// False, without effect, outside the screen.
+bool movePen(int row, int col);
+
+/// Draws text of the display encoding at the pen, cut at the right edge or at column limit, whichever comes first.
+void put(std::string_view text, int limit = 80);
+/// Draws spaces up to, not including, that column.
+void fillTo(int column);
+
+/// The next byte or curses code; kNoKey when none came within the milliseconds (negative: wait for ever). Resizes are
+/// dealt with here. Throws ScreenClosed.
+[[nodiscard]] int readKey(int milliseconds = -1);
+void unreadKey(int key);
+
+/// What followed an ESC that was just read: nothing, one character, or a CSI or SS3 sequence taken in whole ("[5~",
+/// "OA").
+[[nodiscard]] std::string readEscape(int milliseconds);
+
+/// A byte for inputs that take single keys: bytes as they are, a single ESC as Escape, sequences as 0.
+[[nodiscard]] int readPlainKey(int milliseconds = -1);
+
+/// A key for lists: a character, a curses code, or 0 for a sequence that means nothing.
+[[nodiscard]] int readListKey();
+
+/// Switches the translation of key sequences by curses; returns whether that failed.
+bool translateKeys(bool on);
+
+/// At most count bytes of UTF-8 text, not ending inside a character.
+[[nodiscard]] std::string_view cutText(std::string_view text, size_t count);
+
+/// Column from which that many bytes are centred; at least 0.
+[[nodiscard]] int centred(size_t bytes);
+
+}  // namespace crv::toolkit
