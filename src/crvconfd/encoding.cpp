@@ -1,6 +1,5 @@
 #include "crvconfd/encoding.h"
 
-#include <openssl/crypto.h>
 #include <strings.h>
 
 #include <algorithm>
@@ -8,6 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <utility>
+
+#include "misc/secret.h"
 
 namespace crv {
 
@@ -156,6 +157,17 @@ std::string pl(std::string_view text) {
     return shown;
 }
 
+std::string printable(std::string_view text) {
+    std::string result(text);
+    for (size_t i = 0; i < result.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(result[i]);
+        const auto next = static_cast<unsigned char>(i + 1 < result.size() ? result[i + 1] : 0);
+        if (byte < 0x20 || byte == 0x7F) result[i] = '?';
+        if (byte == 0xC2 && next >= 0x80 && next < 0xA0) result.replace(i, 2, "?");
+    }
+    return result;
+}
+
 int typedToUtf8(char* buffer, int length, int size) {
     buffer[length] = 0;
     if (current != DisplayEncoding::Latin2 && current != DisplayEncoding::Windows1250) return length;
@@ -174,12 +186,12 @@ int typedToUtf8(char* buffer, int length, int size) {
     }
     const auto used = static_cast<int>(out - converted.data());
     fits = fits && used < size;
-    OPENSSL_cleanse(buffer, static_cast<size_t>(length));
+    wipeMemory(buffer, static_cast<size_t>(length));
     if (fits) {
         std::memcpy(buffer, converted.data(), static_cast<size_t>(used));
         buffer[used] = 0;
     }
-    OPENSSL_cleanse(converted.data(), converted.size());
+    wipeMemory(converted.data(), converted.size());
     return fits ? used : -1;
 }
 

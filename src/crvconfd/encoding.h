@@ -30,6 +30,9 @@ char plStandard(const char* name = nullptr);
 /// elsewhere. The tables are those of windows-1250 and are applied to whatever bytes the text holds.
 [[nodiscard]] std::string pl(std::string_view text);
 
+/// The text with control characters (those of Unicode's C1 range too) as "?", for data that goes to a terminal.
+[[nodiscard]] std::string printable(std::string_view text);
+
 /// Turns bytes typed on a terminal of the display encoding into UTF-8 in place, so that one password means the same
 /// from any terminal: windows-1250 and ISO 8859-2 bytes from 0x80 become two or three bytes, everything else stays.
 /// buffer holds `length` bytes and has room for `size`, a terminating zero included, which is written. Returns the new

@@ -1,3 +1,5 @@
-int main() {
-    return 0;
+#include "crvconfd/program.h"
+
+int main(int argc, char** argv) {
+    return crv::runProgram(argc, argv);
 }

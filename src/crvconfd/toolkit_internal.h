@@ -44,11 +44,13 @@ void unreadKey(int key);
 /// A key for lists: a character, a curses code, or 0 for a sequence that means nothing.
 [[nodiscard]] int readListKey();
 
+/// The terminal is gone: as if SIGHUP had come.
+void noteHangUp();
+/// Throws ScreenClosed once a signal asked for the end.
+void throwIfClosed();
+
 /// Switches the translation of key sequences by curses; returns whether that failed.
 bool translateKeys(bool on);
-
-/// At most count bytes of UTF-8 text, not ending inside a character.
-[[nodiscard]] std::string_view cutText(std::string_view text, size_t count);
 
 /// Column from which that many bytes are centred; at least 0.
 [[nodiscard]] int centred(size_t bytes);

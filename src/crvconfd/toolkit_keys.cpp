@@ -13,7 +13,6 @@
 
 #include "crvconfd/toolkit.h"
 #include "crvconfd/toolkit_internal.h"
-#include "misc/end_signal.h"
 
 namespace crv {
 
@@ -110,10 +109,6 @@ class SignalMask {
     sigset_t before_{};
 };
 
-void throwIfClosed() {
-    if (const int signal = endSignal(); signal != 0) throw ScreenClosed(signal);
-}
-
 /// Readable without a byte to read: the terminal is gone.
 bool hungUp() {
     pollfd input{STDIN_FILENO, POLLIN, 0};
@@ -195,7 +190,7 @@ int readKey(int milliseconds) {
         const int key = takeKey();
         if (key != ERR) return key;
         if (waited && hungUp()) {
-            endSignal() = SIGHUP;
+            noteHangUp();
             continue;
         }
         if (!waitForInput(milliseconds, deadline, mask.before())) return kNoKey;

@@ -5,6 +5,7 @@
 #include "crvconfd/encoding.h"
 #include "crvconfd/toolkit.h"
 #include "crvconfd/toolkit_internal.h"
+#include "crvconfd/utf8.h"
 
 namespace crv {
 
@@ -166,7 +167,7 @@ class ListMenu {
     [[nodiscard]] std::string cut(const std::string& text) const {
         const int limit = framed_ ? width_ - 1 : width_;
         if (static_cast<int>(text.size()) < limit) return text;
-        return std::string(toolkit::cutText(text, static_cast<size_t>(limit - 4))) + "...";
+        return std::string(cutText(text, static_cast<size_t>(limit - 4))) + "...";
     }
 
     std::span<const std::string> items_;

@@ -10,6 +10,7 @@
 #include "crvconfd/encoding.h"
 #include "crvconfd/toolkit.h"
 #include "crvconfd/toolkit_internal.h"
+#include "crvconfd/utf8.h"
 
 namespace crv {
 
@@ -26,10 +27,6 @@ struct Glyph {
 };
 
 constexpr wchar_t kReplacement = L'?';
-
-bool isUtf8Tail(char byte) {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
-}
 
 /// The first character of a text that is not empty. In an 8-bit locale the code is the byte; the C1 range is letters in
 /// windows-1250 only and would command any other terminal.
@@ -134,12 +131,6 @@ void fillTo(int column) {
     put(std::string(static_cast<size_t>(std::max(column - position.col, 0)), ' '), column);
 }
 
-std::string_view cutText(std::string_view text, size_t count) {
-    if (text.size() <= count) return text;
-    while (count > 0 && isUtf8Tail(text[count])) --count;
-    return text.substr(0, count);
-}
-
 int centred(size_t bytes) {
     return bytes >= kScreenColumns ? 0 : (kScreenColumns - static_cast<int>(bytes)) / 2;
 }
@@ -177,7 +168,7 @@ void displCentColText(int row, const char* format, ...) {
 void displHeader(int row, const char* format, ...) {
     CRV_FORMATTED(text, format);
     std::string bar = text;
-    if (bar.size() > kScreenColumns) bar = std::string(toolkit::cutText(text, kScreenColumns - 3)) + "...";
+    if (bar.size() > kScreenColumns) bar = std::string(cutText(text, kScreenColumns - 3)) + "...";
     if (!toolkit::movePen(row, 0)) return;
     {
         const AttrGuard guard(kAttrHeader);

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -17,7 +18,7 @@
 #include "crvconfd/encoding.h"
 #include "crvconfd/toolkit.h"
 #include "crvconfd/toolkit_internal.h"
-#include "misc/end_signal.h"
+#include "misc/file_semaphore.h"
 
 namespace crv {
 
@@ -44,8 +45,15 @@ struct LogicalAttributes {
 };
 LogicalAttributes attributes;
 
+/// The signal that asked for the end; 0 while none did.
+std::atomic<int> endSignal{0};
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler writes it");
+
 void onEndSignal(int signal) {
-    if (endSignal().exchange(signal) == 0) return;
+    if (endSignal.exchange(signal) == 0) {
+        setProcessEnding();
+        return;
+    }
     // Asked twice: the program hangs somewhere, so the terminal is put right from here.
     tcsetattr(STDIN_FILENO, TCSANOW, &startModes);
     std::signal(signal, SIG_DFL);
@@ -126,6 +134,14 @@ WINDOW* pad() {
 void show() {
     pnoutrefresh(screen.pad, 0, 0, 0, 0, std::min(kScreenRows, LINES) - 1, std::min(kScreenColumns, COLS) - 1);
     doupdate();
+}
+
+void noteHangUp() {
+    onEndSignal(SIGHUP);
+}
+
+void throwIfClosed() {
+    if (const int signal = endSignal; signal != 0) throw ScreenClosed(signal);
 }
 
 bool translateKeys(bool on) {

@@ -1,0 +1,23 @@
+// What the program calls itself: version line, header bar of the screens, title of the terminal's window.
+#pragma once
+
+#include <string>
+
+namespace crv {
+
+inline constexpr const char* kProgramVersion = "3.9.18.18";
+
+/// The version line, without line end; names the signing program when bSignerProfiles is on.
+void getProgramInfo(std::string& text);
+
+/// Draws the program header: the version line and the name of the current profile, shortened to fit the row.
+void displayProgramInfo(int row);
+
+/// Sets the window's title on terminals whose TERM begins with "xterm". A null title is an empty one; control
+/// characters are replaced.
+void setTitle(const char* title);
+
+/// The title of a session: program, version and the current profile.
+[[nodiscard]] std::string sessionTitle();
+
+}  // namespace crv

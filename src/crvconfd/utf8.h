@@ -1,0 +1,15 @@
+// UTF-8 texts by bytes and characters.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace crv {
+
+/// At most count bytes of a text, not ending inside a character.
+[[nodiscard]] std::string_view cutText(std::string_view text, size_t count);
+
+/// Number of characters.
+[[nodiscard]] size_t countCharacters(std::string_view text);
+
+}  // namespace crv
