@@ -14,22 +14,15 @@ struct HashRow {
     uint8_t length;
     uint8_t block;
     const char* name;  // libcrypto's; null: not there
-    const char* oid;
 };
 
 constexpr HashRow kRows[] = {
-    {KcHashAlgo::sha1, 20, 64, "SHA1", "1.3.14.3.2.26"},
-    {KcHashAlgo::sha224, 28, 64, "SHA224", "2.16.840.1.101.3.4.2.4"},
-    {KcHashAlgo::sha256, 32, 64, "SHA256", "2.16.840.1.101.3.4.2.1"},
-    {KcHashAlgo::sha384, 48, 128, "SHA384", "2.16.840.1.101.3.4.2.2"},
-    {KcHashAlgo::sha512, 64, 128, "SHA512", "2.16.840.1.101.3.4.2.3"},
-    {KcHashAlgo::ripemd128, 16, 64, nullptr, "1.3.36.3.2.2"},
-    {KcHashAlgo::ripemd160, 20, 64, "RIPEMD160", "1.3.36.3.2.1"},
-    {KcHashAlgo::md5, 16, 64, "MD5", "1.2.840.113549.2.5"},
-    {KcHashAlgo::sha3_224, 28, 144, "SHA3-224", "2.16.840.1.101.3.4.2.7"},
-    {KcHashAlgo::sha3_256, 32, 136, "SHA3-256", "2.16.840.1.101.3.4.2.8"},
-    {KcHashAlgo::sha3_384, 48, 104, "SHA3-384", "2.16.840.1.101.3.4.2.9"},
-    {KcHashAlgo::sha3_512, 64, 72, "SHA3-512", "2.16.840.1.101.3.4.2.10"},
+    {KcHashAlgo::sha1, 20, 64, "SHA1"},           {KcHashAlgo::sha224, 28, 64, "SHA224"},
+    {KcHashAlgo::sha256, 32, 64, "SHA256"},       {KcHashAlgo::sha384, 48, 128, "SHA384"},
+    {KcHashAlgo::sha512, 64, 128, "SHA512"},      {KcHashAlgo::ripemd128, 16, 64, nullptr},
+    {KcHashAlgo::ripemd160, 20, 64, "RIPEMD160"}, {KcHashAlgo::md5, 16, 64, "MD5"},
+    {KcHashAlgo::sha3_224, 28, 144, "SHA3-224"},  {KcHashAlgo::sha3_256, 32, 136, "SHA3-256"},
+    {KcHashAlgo::sha3_384, 48, 104, "SHA3-384"},  {KcHashAlgo::sha3_512, 64, 72, "SHA3-512"},
 };
 
 const HashRow* rowOf(KcHashAlgo algo) noexcept {
@@ -50,7 +43,7 @@ struct Methods {
 
     Methods() {
         for (size_t i = 0; i < all.size(); ++i) {
-            if (kRows[i].name != nullptr) all[i].reset(EVP_MD_fetch(ossl::plainContext(), kRows[i].name, nullptr));
+            if (kRows[i].name != nullptr) all[i].reset(EVP_MD_fetch(ossl::context(), kRows[i].name, nullptr));
         }
     }
 };
@@ -70,11 +63,6 @@ size_t hashLength(KcHashAlgo algo) noexcept {
 size_t hashBlockLength(KcHashAlgo algo) noexcept {
     const HashRow* row = rowOf(algo);
     return row != nullptr ? row->block : 0;
-}
-
-const char* hashOid(KcHashAlgo algo) noexcept {
-    const HashRow* row = rowOf(algo);
-    return row != nullptr ? row->oid : "";
 }
 
 const char* libcryptoHashName(KcHashAlgo algo) noexcept {

@@ -46,8 +46,6 @@ inline constexpr std::array kHashAlgos = {
 [[nodiscard]] size_t hashLength(KcHashAlgo algo) noexcept;
 /// Length of the blocks that the hash works in (what HMAC and the PKCS#12 derivation call v); 0 as above.
 [[nodiscard]] size_t hashBlockLength(KcHashAlgo algo) noexcept;
-/// The hash's object identifier in dotted form; empty as above.
-[[nodiscard]] const char* hashOid(KcHashAlgo algo) noexcept;
 /// Whether the number names a hash.
 [[nodiscard]] inline bool isHash(KcHashAlgo algo) noexcept {
     return hashLength(algo) != 0;

@@ -3,25 +3,28 @@
 #include <openssl/err.h>
 #include <openssl/provider.h>
 
+#include "crypto/rand_provider.h"
+
 namespace crv::ossl {
 
 namespace {
 
-OSSL_LIB_CTX* makePlainContext() {
-    LibCtx context(OSSL_LIB_CTX_new());
-    if (!context || OSSL_PROVIDER_load(context.get(), "default") == nullptr) {
+OSSL_LIB_CTX* makeContext() {
+    LibCtx made(OSSL_LIB_CTX_new());
+    if (!made || OSSL_PROVIDER_load(made.get(), "default") == nullptr) {
         fail(CryptoFailure::internal, "libcrypto has no default provider");
     }
-    OSSL_PROVIDER_load(context.get(), "legacy");  // only RC2 needs it: absent, that cipher is reported as unsupported
+    if (!installRandProvider(made.get())) fail(CryptoFailure::internal, "libcrypto refuses our generator");
+    OSSL_PROVIDER_load(made.get(), "legacy");  // only RC2 needs it: absent, that cipher is reported as unsupported
     ERR_clear_error();
-    return context.release();
+    return made.release();
 }
 
 }  // namespace
 
-OSSL_LIB_CTX* plainContext() {
-    static OSSL_LIB_CTX* const context = makePlainContext();
-    return context;
+OSSL_LIB_CTX* context() {
+    static OSSL_LIB_CTX* const only = makeContext();
+    return only;
 }
 
 void fail(CryptoFailure failure, const std::string& text) {

@@ -41,9 +41,9 @@ using Num = Owned<BIGNUM, BN_clear_free>;
 using NumCtx = Owned<BN_CTX, BN_CTX_free>;
 using Group = Owned<EC_GROUP, EC_GROUP_free>;
 
-/// The library context of all operations that draw nothing random: private to this library, with the built-in default
-/// provider and, where it is installed, the legacy one (RC2). Lives until the process ends. Never null.
-OSSL_LIB_CTX* plainContext();
+/// The library context of all operations: private to this library, with the default provider, our random generator and,
+/// where it is installed, the legacy provider (RC2). Lives until the process ends. Never null.
+OSSL_LIB_CTX* context();
 
 /// Empties libcrypto's error queue of this thread and throws.
 [[noreturn]] void fail(CryptoFailure failure, const std::string& text);

@@ -1,0 +1,85 @@
+#include "crypto/cipher.h"
+
+#include <limits>
+
+#include "crypto/libcrypto.h"
+
+namespace crv {
+
+namespace {
+
+struct CipherRow {
+    CipherAlgo algo;
+    uint8_t key;
+    uint8_t block;
+    const char* name;
+};
+
+constexpr CipherRow kRows[] = {
+    {CipherAlgo::tripleDesCbc, 24, 8, "DES-EDE3-CBC"}, {CipherAlgo::rc2Cbc40, 5, 8, "RC2-40-CBC"},
+    {CipherAlgo::rc2Cbc64, 8, 8, "RC2-64-CBC"},        {CipherAlgo::rc2Cbc128, 16, 8, "RC2-CBC"},
+    {CipherAlgo::aes128Cbc, 16, 16, "AES-128-CBC"},    {CipherAlgo::aes192Cbc, 24, 16, "AES-192-CBC"},
+    {CipherAlgo::aes256Cbc, 32, 16, "AES-256-CBC"},
+};
+
+const CipherRow& rowOf(CipherAlgo algo) {
+    for (const CipherRow& row : kRows) {
+        if (row.algo == algo) return row;
+    }
+    throw CryptoError(CryptoFailure::badParameter, "no such cipher");
+}
+
+enum class Direction { decrypt = 0, encrypt = 1 };
+
+ossl::CipherCtx startCipher(CipherAlgo algo, Direction direction, ByteView key, ByteView iv) {
+    const CipherRow& row = rowOf(algo);
+    if (key.size() != row.key || iv.size() != row.block) {
+        throw CryptoError(CryptoFailure::badParameter, "cipher key or initial vector of the wrong length");
+    }
+    const ossl::Cipher cipher(EVP_CIPHER_fetch(ossl::context(), row.name, nullptr));
+    if (!cipher) ossl::fail(CryptoFailure::unsupported, std::string("libcrypto lacks ") + row.name);
+    ossl::CipherCtx ctx(ossl::made(EVP_CIPHER_CTX_new(), CryptoFailure::internal, "no memory for a cipher"));
+    ossl::must(EVP_CipherInit_ex2(ctx.get(), cipher.get(), key.data(), iv.data(), static_cast<int>(direction), nullptr),
+               CryptoFailure::internal, "cipher does not start");
+    return ctx;
+}
+
+// Fills `out`, which must be one block longer than the input, and cuts it to what came out.
+template <class Out>
+void runCipher(EVP_CIPHER_CTX* ctx, ByteView in, Out& out, const char* failure) {
+    if (in.size() > static_cast<size_t>(std::numeric_limits<int>::max()) - 64) {
+        throw CryptoError(CryptoFailure::badParameter, "too much data for one cipher call");
+    }
+    int body = 0;
+    int tail = 0;
+    ossl::must(EVP_CipherUpdate(ctx, out.data(), &body, in.data(), static_cast<int>(in.size())), CryptoFailure::badData,
+               failure);
+    ossl::must(EVP_CipherFinal_ex(ctx, out.data() + body, &tail), CryptoFailure::badData, failure);
+    out.resize(static_cast<size_t>(body + tail));
+}
+
+}  // namespace
+
+size_t cipherKeyLength(CipherAlgo algo) {
+    return rowOf(algo).key;
+}
+
+size_t cipherBlockLength(CipherAlgo algo) {
+    return rowOf(algo).block;
+}
+
+Bytes encryptCbc(CipherAlgo algo, ByteView key, ByteView iv, ByteView plain) {
+    const ossl::CipherCtx ctx = startCipher(algo, Direction::encrypt, key, iv);
+    Bytes out(plain.size() + iv.size());
+    runCipher(ctx.get(), plain, out, "encryption failed");
+    return out;
+}
+
+SecretBytes decryptCbc(CipherAlgo algo, ByteView key, ByteView iv, ByteView ciphertext) {
+    const ossl::CipherCtx ctx = startCipher(algo, Direction::decrypt, key, iv);
+    SecretBytes out(ciphertext.size() + iv.size());
+    runCipher(ctx.get(), ciphertext, out, "the ciphertext does not decrypt");
+    return out;
+}
+
+}  // namespace crv

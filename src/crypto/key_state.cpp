@@ -1,0 +1,93 @@
+#include "crypto/key_state.h"
+
+#include <openssl/err.h>
+
+#include <algorithm>
+#include <bit>
+
+namespace crv {
+
+SecretBytes ecPublicPoint(StdECId curve, ByteView secret) {
+    const ossl::Group group(EC_GROUP_new_by_curve_name_ex(ossl::context(), nullptr, static_cast<int>(curve)));
+    const ossl::Num x = ossl::toNum(secret);
+    if (BN_is_zero(x.get()) || BN_cmp(x.get(), EC_GROUP_get0_order(group.get())) >= 0)
+        ossl::fail(CryptoFailure::badKey, "EC number out of range");
+    const ossl::Owned<EC_POINT, EC_POINT_free> point(EC_POINT_new(group.get()));
+    const ossl::NumCtx ctx = ossl::numContext();
+    ossl::mustCompute(EC_POINT_mul(group.get(), point.get(), x.get(), nullptr, nullptr, ctx.get()));
+    const auto encode = [&](uint8_t* out, size_t length) {
+        return EC_POINT_point2oct(group.get(), point.get(), POINT_CONVERSION_UNCOMPRESSED, out, length, ctx.get());
+    };
+    SecretBytes octets(encode(nullptr, 0));
+    if (octets.empty() || encode(octets.data(), octets.size()) != octets.size()) ossl::mustCompute(0);
+    return octets;
+}
+
+namespace ossl {
+
+void KeyParts::number(const char* name, ByteView bigEndian) {
+    SecretBytes& native = values_.emplace_back(bigEndian.begin(), bigEndian.end());
+    if (native.empty()) native.push_back(0);
+    if constexpr (std::endian::native == std::endian::little) std::reverse(native.begin(), native.end());
+    params_.push_back(OSSL_PARAM_construct_BN(name, native.data(), native.size()));
+}
+
+void KeyParts::octets(const char* name, ByteView value) {
+    SecretBytes& kept = values_.emplace_back(value.begin(), value.end());
+    params_.push_back(OSSL_PARAM_construct_octet_string(name, kept.data(), kept.size()));
+}
+
+void KeyParts::text(const char* name, const char* value) {
+    params_.push_back(OSSL_PARAM_construct_utf8_string(name, const_cast<char*>(value), 0));
+}
+
+Pkey KeyParts::build(const char* type, bool withPrivate) {
+    const PkeyCtx ctx(
+        made(EVP_PKEY_CTX_new_from_name(context(), type, nullptr), CryptoFailure::internal, "no memory for a key"));
+    params_.push_back(OSSL_PARAM_construct_end());
+    EVP_PKEY* key = nullptr;
+    must(EVP_PKEY_fromdata_init(ctx.get()), CryptoFailure::internal, "keys of this type cannot be made");
+    const int answer =
+        EVP_PKEY_fromdata(ctx.get(), &key, withPrivate ? EVP_PKEY_KEYPAIR : EVP_PKEY_PUBLIC_KEY, params_.data());
+    Pkey owned(key);
+    must(answer, CryptoFailure::badKey, "the numbers are no key");
+    return owned;
+}
+
+Num toNum(ByteView bigEndian) {
+    return Num(made(BN_bin2bn(bigEndian.data(), static_cast<int>(bigEndian.size()), nullptr), CryptoFailure::internal,
+                    "no memory for a number"));
+}
+
+SecretBytes fromNum(const BIGNUM* number, size_t length) {
+    SecretBytes octets(std::max(length, static_cast<size_t>(BN_num_bytes(number))));
+    BN_bn2binpad(number, octets.data(), static_cast<int>(octets.size()));
+    return octets;
+}
+
+Num newNum() {
+    return Num(made(BN_new(), CryptoFailure::internal, "no memory for a number"));
+}
+
+NumCtx numContext() {
+    return NumCtx(made(BN_CTX_secure_new_ex(context()), CryptoFailure::internal, "no memory for numbers"));
+}
+
+void mustCompute(int answer) {
+    must(answer, CryptoFailure::internal, "arithmetic failed");
+}
+
+PkeyCtx keyContext(EVP_PKEY* key) {
+    return PkeyCtx(
+        made(EVP_PKEY_CTX_new_from_pkey(context(), key, nullptr), CryptoFailure::internal, "no memory for a key"));
+}
+
+void finish(RandomBridge::Scope& scope, int answer, CryptoFailure failure, const char* text) {
+    if (answer != 1) ERR_clear_error();
+    scope.rethrow();
+    must(answer, failure, text);
+}
+
+}  // namespace ossl
+
+}  // namespace crv

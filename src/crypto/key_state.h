@@ -1,0 +1,82 @@
+// What public and private keys share inside src/crypto.
+#pragma once
+
+#include <deque>
+
+#include "crypto/libcrypto.h"
+#include "crypto/private_key.h"
+
+namespace crv {
+
+/// What parsing a public key gives.
+struct ParsedKey {
+    ossl::Pkey pkey;
+    KeyScheme scheme = KeyScheme::none;
+    unsigned bits = 0;
+    EcDomain domain = {StdECId::none, false};
+};
+
+struct PublicKey::State : ParsedKey {
+    Bytes algorithm;
+    Bytes keyBits;
+
+    /// Parses and checks the two halves of a SubjectPublicKeyInfo.
+    static std::shared_ptr<const State> make(ByteView algorithm, ByteView keyBits);
+};
+
+struct PrivateKey::State {
+    ossl::Pkey pkey;
+    PublicKey publicKey;
+    SecretBytes inner;  // the octets inside PrivateKeyInfo's privateKey
+};
+
+namespace ossl {
+
+/// Numbers, octets and names from which libcrypto builds a key; all wiped with the set.
+class KeyParts {
+  public:
+    void number(const char* name, ByteView bigEndian);
+    void octets(const char* name, ByteView value);
+    void text(const char* name, const char* value);
+
+    /// The key, with its private part or not; CryptoError (badKey) when libcrypto does not take the parts.
+    [[nodiscard]] Pkey build(const char* type, bool withPrivate);
+
+  private:
+    std::deque<SecretBytes> values_;
+    std::vector<OSSL_PARAM> params_;
+};
+
+[[nodiscard]] Num toNum(ByteView bigEndian);
+/// Big-endian octets, at least `length` of them.
+[[nodiscard]] SecretBytes fromNum(const BIGNUM* number, size_t length = 0);
+
+[[nodiscard]] Num newNum();
+[[nodiscard]] NumCtx numContext();
+void mustCompute(int answer);
+
+[[nodiscard]] PkeyCtx keyContext(EVP_PKEY* key);
+
+/// Ends an operation that drew from a source: throws what the source threw or its failure, else the given failure when
+/// libcrypto did not answer 1.
+void finish(RandomBridge::Scope& scope, int answer, CryptoFailure failure, const char* text);
+
+}  // namespace ossl
+
+/// libcrypto's names for the numbers of RSAPrivateKey after its version, in order (RFC 8017 A.1.2).
+inline constexpr std::array kRsaNumberNames = {
+    OSSL_PKEY_PARAM_RSA_N,         OSSL_PKEY_PARAM_RSA_E,
+    OSSL_PKEY_PARAM_RSA_D,         OSSL_PKEY_PARAM_RSA_FACTOR1,
+    OSSL_PKEY_PARAM_RSA_FACTOR2,   OSSL_PKEY_PARAM_RSA_EXPONENT1,
+    OSSL_PKEY_PARAM_RSA_EXPONENT2, OSSL_PKEY_PARAM_RSA_COEFFICIENT1,
+};
+
+/// The public point of a private number, uncompressed; CryptoError (badKey) for a number outside 1 .. order - 1.
+[[nodiscard]] SecretBytes ecPublicPoint(StdECId curve, ByteView secret);
+
+/// The scheme of keys with this algorithm (contents of the OBJECT IDENTIFIER), else CryptoError (unsupported).
+[[nodiscard]] KeyScheme schemeOfKeyAlgorithm(ByteView oid);
+/// The DER AlgorithmIdentifier of keys of a scheme; `parameters` is NULL for RSA, the domain for others.
+[[nodiscard]] Bytes keyAlgorithm(KeyScheme scheme, ByteView parameters);
+
+}  // namespace crv

@@ -1,0 +1,135 @@
+#include "crypto/pbe.h"
+
+#include "crypto/libcrypto.h"
+
+namespace crv {
+
+namespace {
+
+void mustBeSensible(uint64_t iterations, size_t length) {
+    if (iterations == 0 || iterations > kMaxPbeIterations) {
+        throw CryptoError(CryptoFailure::badParameter, "iteration count out of range");
+    }
+    if (length == 0 || length > 1024) throw CryptoError(CryptoFailure::badParameter, "derived length out of range");
+}
+
+[[noreturn]] void failUtf8() {
+    throw CryptoError(CryptoFailure::badParameter, "the password is not UTF-8");
+}
+
+// Takes one character off the front (RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF).
+uint32_t takeCharacter(std::string_view& text) {
+    const auto lead = static_cast<uint8_t>(text.front());
+    const size_t length = lead < 0x80 ? 1 : lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
+    if (length == 0 || length > text.size()) failUtf8();
+    uint32_t code = length == 1 ? lead : lead & (0x7Fu >> length);
+    for (size_t i = 1; i < length; ++i) {
+        const auto next = static_cast<uint8_t>(text[i]);
+        if ((next & 0xC0) != 0x80) failUtf8();
+        code = code << 6 | (next & 0x3Fu);
+    }
+    const bool overlong = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
+    if (overlong || (code >= 0xD800 && code < 0xE000) || code > 0x10FFFF) failUtf8();
+    text.remove_prefix(length);
+    return code;
+}
+
+SecretBytes runKdf(const char* name, const OSSL_PARAM* params, size_t length) {
+    const ossl::Kdf kdf(EVP_KDF_fetch(ossl::context(), name, nullptr));
+    if (!kdf) ossl::fail(CryptoFailure::unsupported, std::string("libcrypto lacks ") + name);
+    const ossl::KdfCtx ctx(
+        ossl::made(EVP_KDF_CTX_new(kdf.get()), CryptoFailure::internal, "no memory for a derivation"));
+    SecretBytes out(length);
+    ossl::must(EVP_KDF_derive(ctx.get(), out.data(), out.size(), params), CryptoFailure::internal, "derivation failed");
+    return out;
+}
+
+// libcrypto's parameters are not const, although it only reads these.
+OSSL_PARAM octets(const char* key, ByteView value) {
+    return OSSL_PARAM_construct_octet_string(key, const_cast<uint8_t*>(value.data()), value.size());
+}
+
+OSSL_PARAM hashName(KcHashAlgo hash) {
+    const char* name = libcryptoHashName(hash);
+    if (name == nullptr) throw CryptoError(CryptoFailure::unsupported, "no key derivation with this hash");
+    return OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, const_cast<char*>(name), 0);
+}
+
+struct DerivedKey {
+    CipherAlgo cipher;
+    SecretBytes key;
+    SecretBytes iv;
+};
+
+DerivedKey derivePbe(PbeAlgo algo, ByteView password, ByteView salt, uint64_t iterations) {
+    if (algo != PbeAlgo::sha1Rc2Cbc40 && algo != PbeAlgo::sha1TripleDesCbc) {
+        throw CryptoError(CryptoFailure::badParameter, "no such password-based encryption");
+    }
+    const CipherAlgo cipher = algo == PbeAlgo::sha1Rc2Cbc40 ? CipherAlgo::rc2Cbc40 : CipherAlgo::tripleDesCbc;
+    const auto derive = [&](Pkcs12KeyId id, size_t length) {
+        return pkcs12Derive(KcHashAlgo::sha1, id, password, salt, iterations, length);
+    };
+    return {cipher, derive(Pkcs12KeyId::encryptionKey, cipherKeyLength(cipher)),
+            derive(Pkcs12KeyId::initialVector, cipherBlockLength(cipher))};
+}
+
+}  // namespace
+
+SecretBytes utf16BePassword(std::string_view utf8) {
+    SecretBytes out;
+    out.reserve(2 * utf8.size() + 2);
+    const auto put = [&out](uint32_t unit) {
+        out.push_back(static_cast<uint8_t>(unit >> 8));
+        out.push_back(static_cast<uint8_t>(unit));
+    };
+    while (!utf8.empty()) {
+        const uint32_t code = takeCharacter(utf8);
+        if (code >= 0x10000) put(0xD800 + ((code - 0x10000) >> 10));
+        put(code >= 0x10000 ? 0xDC00 + (code & 0x3FF) : code);
+    }
+    put(0);
+    return out;
+}
+
+SecretBytes pkcs12Derive(KcHashAlgo hash, Pkcs12KeyId id, ByteView utf16Password, ByteView salt, uint64_t iterations,
+                         size_t length) {
+    mustBeSensible(iterations, length);
+    int purpose = static_cast<int>(id);
+    const OSSL_PARAM params[] = {hashName(hash),
+                                 octets(OSSL_KDF_PARAM_PASSWORD, utf16Password),
+                                 octets(OSSL_KDF_PARAM_SALT, salt),
+                                 OSSL_PARAM_construct_uint64(OSSL_KDF_PARAM_ITER, &iterations),
+                                 OSSL_PARAM_construct_int(OSSL_KDF_PARAM_PKCS12_ID, &purpose),
+                                 OSSL_PARAM_construct_end()};
+    return runKdf("PKCS12KDF", params, length);
+}
+
+Bytes pbeEncrypt(PbeAlgo algo, ByteView utf16Password, ByteView salt, uint64_t iterations, ByteView plain) {
+    const DerivedKey derived = derivePbe(algo, utf16Password, salt, iterations);
+    return encryptCbc(derived.cipher, derived.key, derived.iv, plain);
+}
+
+SecretBytes pbeDecrypt(PbeAlgo algo, ByteView utf16Password, ByteView salt, uint64_t iterations, ByteView ciphertext) {
+    const DerivedKey derived = derivePbe(algo, utf16Password, salt, iterations);
+    return decryptCbc(derived.cipher, derived.key, derived.iv, ciphertext);
+}
+
+SecretBytes pbkdf2(KcHashAlgo hash, ByteView password, ByteView salt, uint64_t iterations, size_t length) {
+    mustBeSensible(iterations, length);
+    int anyParameters = 1;  // else libcrypto refuses the short salts and low counts of old files (SP 800-132 limits)
+    const OSSL_PARAM params[] = {hashName(hash),
+                                 octets(OSSL_KDF_PARAM_PASSWORD, password),
+                                 octets(OSSL_KDF_PARAM_SALT, salt),
+                                 OSSL_PARAM_construct_uint64(OSSL_KDF_PARAM_ITER, &iterations),
+                                 OSSL_PARAM_construct_int(OSSL_KDF_PARAM_PKCS5, &anyParameters),
+                                 OSSL_PARAM_construct_end()};
+    return runKdf("PBKDF2", params, length);
+}
+
+SecretBytes pbes2Decrypt(const Pbes2Params& params, ByteView password, ByteView ciphertext) {
+    const SecretBytes key =
+        pbkdf2(params.prfHash, password, params.salt, params.iterations, cipherKeyLength(params.cipher));
+    return decryptCbc(params.cipher, key, params.iv, ciphertext);
+}
+
+}  // namespace crv

@@ -1,0 +1,212 @@
+#include "crypto/public_key.h"
+
+#include <openssl/objects.h>
+
+#include <algorithm>
+
+#include "crypto/der.h"
+#include "crypto/key_state.h"
+
+namespace crv {
+
+namespace {
+
+constexpr uint8_t kRsaEncryption[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01};
+constexpr uint8_t kRsaPss[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0A};
+constexpr uint8_t kRsaX509[] = {0x55, 0x08, 0x01, 0x01};  // "rsa" of X.509, in old files
+constexpr uint8_t kDsa[] = {0x2A, 0x86, 0x48, 0xCE, 0x38, 0x04, 0x01};
+constexpr uint8_t kEc[] = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x02, 0x01};
+
+struct AlgorithmRow {
+    ByteView oid;
+    KeyScheme scheme;
+};
+
+// The first row of a scheme is how its keys are written.
+constexpr AlgorithmRow kAlgorithms[] = {{kRsaEncryption, KeyScheme::rsa},
+                                        {kRsaX509, KeyScheme::rsa},
+                                        {kRsaPss, KeyScheme::rsaPss},
+                                        {kDsa, KeyScheme::dsa},
+                                        {kEc, KeyScheme::ecdsa}};
+
+constexpr int kMinDsaBits = 512;
+constexpr int kMaxDsaBits = 4096;
+constexpr int kBitsWithAnyExponent = 3072;  // beyond, a long exponent would make verification slow
+
+[[noreturn]] void failKey(const char* text) {
+    ossl::fail(CryptoFailure::badKey, text);
+}
+
+void checkRsa(const BIGNUM* n, const BIGNUM* e) {
+    const int bits = BN_num_bits(n);
+    if (bits < static_cast<int>(PublicKey::kMinRsaBits) || bits > static_cast<int>(PublicKey::kMaxRsaBits)) {
+        failKey("RSA modulus of a length that is not supported");
+    }
+    if (!BN_is_odd(n)) failKey("even RSA modulus");
+    if (!BN_is_odd(e) || BN_is_one(e) || BN_cmp(e, n) >= 0) failKey("impossible RSA exponent");
+    if (bits > kBitsWithAnyExponent && BN_num_bits(e) > 64) failKey("RSA exponent too long");
+}
+
+void checkDsa(const BIGNUM* p, const BIGNUM* q, const BIGNUM* g, const BIGNUM* y) {
+    constexpr int kOrders[] = {160, 224, 256};
+    const int bits = BN_num_bits(p);
+    const bool domain = bits >= kMinDsaBits && bits <= kMaxDsaBits && BN_is_odd(p) && BN_is_odd(q) &&
+                        std::find(std::begin(kOrders), std::end(kOrders), BN_num_bits(q)) != std::end(kOrders);
+    const auto inside = [p](const BIGNUM* number) {
+        return !BN_is_zero(number) && !BN_is_one(number) && BN_cmp(number, p) < 0;
+    };
+    if (!domain || !inside(g) || !inside(y)) failKey("DSA numbers out of range");
+}
+
+void readRsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
+    if (state.scheme == KeyScheme::rsa && !parameters.empty() && !parameters.take(der::kNull).empty()) {
+        failKey("RSA keys have no parameters");
+    }
+    der::Reader outer(keyBits);
+    der::Reader numbers(outer.take(der::kSequence));
+    outer.end();
+    ossl::KeyParts parts;
+    const ByteView n = numbers.takeNumber();
+    const ByteView e = numbers.takeNumber();
+    numbers.end();
+    const ossl::Num modulus = ossl::toNum(n);
+    checkRsa(modulus.get(), ossl::toNum(e).get());
+    parts.number(OSSL_PKEY_PARAM_RSA_N, n);
+    parts.number(OSSL_PKEY_PARAM_RSA_E, e);
+    state.pkey = parts.build("RSA", false);
+    state.bits = static_cast<unsigned>(BN_num_bits(modulus.get()));
+}
+
+void readDsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
+    der::Reader domain(parameters.take(der::kSequence));
+    ossl::KeyParts parts;
+    ossl::Num numbers[4];
+    constexpr const char* kNames[] = {OSSL_PKEY_PARAM_FFC_P, OSSL_PKEY_PARAM_FFC_Q, OSSL_PKEY_PARAM_FFC_G,
+                                      OSSL_PKEY_PARAM_PUB_KEY};
+    der::Reader key(keyBits);
+    for (size_t i = 0; i < std::size(numbers); ++i) {
+        const ByteView number = (i < 3 ? domain : key).takeNumber();
+        parts.number(kNames[i], number);
+        numbers[i] = ossl::toNum(number);
+    }
+    domain.end();
+    key.end();
+    checkDsa(numbers[0].get(), numbers[1].get(), numbers[2].get(), numbers[3].get());
+    state.pkey = parts.build("DSA", false);
+    state.bits = static_cast<unsigned>(BN_num_bits(numbers[0].get()));
+}
+
+void readEc(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
+    state.domain = decodeEcDomain(parameters.takeElement());
+    if (keyBits.empty() || keyBits[0] == 0) failKey("the point at infinity is no public key");
+    ossl::KeyParts parts;
+    parts.text(OSSL_PKEY_PARAM_GROUP_NAME, OBJ_nid2sn(static_cast<int>(state.domain.id)));
+    parts.octets(OSSL_PKEY_PARAM_PUB_KEY, keyBits);
+    state.pkey = parts.build("EC", false);
+    ossl::must(EVP_PKEY_public_check_quick(ossl::keyContext(state.pkey.get()).get()), CryptoFailure::badKey,
+               "the point is not on its curve");
+    state.bits = findCurve(state.domain.id)->bits;
+}
+
+Bytes plainBytes(const SecretBytes& octets) {
+    return {octets.begin(), octets.end()};
+}
+
+Bytes rsaNumber(EVP_PKEY* key, const char* name) {
+    BIGNUM* number = nullptr;
+    if (EVP_PKEY_get_bn_param(key, name, &number) != 1)
+        ossl::fail(CryptoFailure::internal, "no such number in the key");
+    return plainBytes(ossl::fromNum(ossl::Num(number).get()));
+}
+
+}  // namespace
+
+KeyScheme schemeOfKeyAlgorithm(ByteView oid) {
+    const auto* row = std::find_if(std::begin(kAlgorithms), std::end(kAlgorithms),
+                                   [&](const AlgorithmRow& r) { return std::ranges::equal(r.oid, oid); });
+    if (row == std::end(kAlgorithms)) throw CryptoError(CryptoFailure::unsupported, "unknown key algorithm");
+    return row->scheme;
+}
+
+Bytes keyAlgorithm(KeyScheme scheme, ByteView parameters) {
+    const auto* row =
+        std::find_if(std::begin(kAlgorithms), std::end(kAlgorithms), [&](const auto& r) { return r.scheme == scheme; });
+    return plainBytes(der::element(der::kSequence, {der::element(der::kOid, {row->oid}), parameters}));
+}
+
+std::shared_ptr<const PublicKey::State> PublicKey::State::make(ByteView algorithm, ByteView keyBits) {
+    auto state = std::make_shared<State>();
+    der::Reader outer(algorithm);
+    der::Reader inner(outer.take(der::kSequence));
+    outer.end();
+    state->scheme = schemeOfKeyAlgorithm(inner.take(der::kOid));
+    state->algorithm = toBytes(algorithm);
+    state->keyBits = toBytes(keyBits);
+    const auto read = isRsa(state->scheme) ? readRsa : state->scheme == KeyScheme::dsa ? readDsa : readEc;
+    read(*state, inner, keyBits);
+    return state;
+}
+
+PublicKey PublicKey::fromSpki(ByteView der) {
+    der::Reader outer(der);
+    der::Reader inner(outer.take(der::kSequence));
+    outer.end();
+    const ByteView algorithm = inner.takeElement();
+    const ByteView keyBits = inner.takeBits();
+    inner.end();
+    return PublicKey(State::make(algorithm, keyBits));
+}
+
+PublicKey PublicKey::fromRsa(ByteView modulus, ByteView exponent) {
+    const SecretBytes null = der::element(der::kNull, {});
+    return PublicKey(State::make(keyAlgorithm(KeyScheme::rsa, null),
+                                 der::element(der::kSequence, {der::number(modulus), der::number(exponent)})));
+}
+
+Bytes PublicKey::toSpki() const {
+    return plainBytes(der::element(der::kSequence, {state_->algorithm, der::bits(state_->keyBits)}));
+}
+
+KeyScheme PublicKey::scheme() const noexcept {
+    return state_->scheme;
+}
+
+unsigned PublicKey::bits() const noexcept {
+    return state_->bits;
+}
+
+StdECId PublicKey::curve() const noexcept {
+    return state_->domain.id;
+}
+
+bool PublicKey::explicitDomain() const noexcept {
+    return state_->domain.explicitDomain;
+}
+
+const Bytes& PublicKey::algorithm() const noexcept {
+    return state_->algorithm;
+}
+
+const Bytes& PublicKey::keyBits() const noexcept {
+    return state_->keyBits;
+}
+
+KeyId PublicKey::keyId() const {
+    KeyId id;
+    hashInto(KcHashAlgo::sha1, state_->keyBits, id);
+    return id;
+}
+
+Bytes PublicKey::rsaModulus() const {
+    return isRsa(state_->scheme) ? rsaNumber(state_->pkey.get(), OSSL_PKEY_PARAM_RSA_N) : Bytes();
+}
+
+Bytes PublicKey::rsaExponent() const {
+    return isRsa(state_->scheme) ? rsaNumber(state_->pkey.get(), OSSL_PKEY_PARAM_RSA_E) : Bytes();
+}
+
+bool PublicKey::operator==(const PublicKey& other) const {
+    return state_ == other.state_ || EVP_PKEY_eq(state_->pkey.get(), other.state_->pkey.get()) == 1;
+}
+
+}  // namespace crv

@@ -1,0 +1,112 @@
+// Signing, verifying and RSA encryption with the keys.
+#include <openssl/err.h>
+#include <openssl/rsa.h>
+
+#include "crypto/key_state.h"
+#include "crypto/sign_algo_map.h"
+
+namespace crv {
+
+namespace {
+
+void checkFit(const PublicKey& key, KeyScheme scheme, KcHashAlgo hash, ByteView digest) {
+    const bool keyFits = key.scheme() == scheme || (key.scheme() == KeyScheme::rsa && scheme == KeyScheme::rsaPss);
+    if (!keyFits || !isHashSupported(scheme, hash) || digest.size() != hashLength(hash) ||
+        !isSignAlgoValidForKeyLength(scheme, hash, key.bits())) {
+        throw CryptoError(CryptoFailure::badParameter, "key, signature algorithm and digest do not go together");
+    }
+}
+
+void must(int answer) {
+    ossl::must(answer, CryptoFailure::badParameter, "signature or encryption parameters are not supported");
+}
+
+const EVP_MD* method(KcHashAlgo hash, KcHashAlgo otherwise = KcHashAlgo::none) {
+    const EVP_MD* found = libcryptoHash(hash != KcHashAlgo::none ? hash : otherwise);
+    if (found == nullptr) throw CryptoError(CryptoFailure::unsupported, "libcrypto lacks this hash");
+    return found;
+}
+
+// DSA and ECDSA take the digest as it is, so that every hash goes.
+void setScheme(EVP_PKEY_CTX* ctx, KeyScheme scheme, KcHashAlgo hash, const PssParams& pss) {
+    if (!isRsa(scheme)) return;
+    must(EVP_PKEY_CTX_set_rsa_padding(ctx, scheme == KeyScheme::rsa ? RSA_PKCS1_PADDING : RSA_PKCS1_PSS_PADDING));
+    must(EVP_PKEY_CTX_set_signature_md(ctx, method(hash)));
+    if (scheme == KeyScheme::rsa) return;
+    if (pss.saltLength < -1) must(0);
+    must(EVP_PKEY_CTX_set_rsa_pss_saltlen(ctx, pss.saltLength < 0 ? RSA_PSS_SALTLEN_DIGEST : pss.saltLength));
+    must(EVP_PKEY_CTX_set_rsa_mgf1_md(ctx, method(pss.mgfHash, hash)));
+}
+
+void setPadding(EVP_PKEY_CTX* ctx, RsaPadding padding, const OaepParams& oaep) {
+    must(EVP_PKEY_CTX_set_rsa_padding(ctx, padding == RsaPadding::pkcs1 ? RSA_PKCS1_PADDING : RSA_PKCS1_OAEP_PADDING));
+    if (padding == RsaPadding::pkcs1) return;
+    must(EVP_PKEY_CTX_set_rsa_oaep_md(ctx, method(oaep.hash)));
+    must(EVP_PKEY_CTX_set_rsa_mgf1_md(ctx, method(oaep.mgfHash, oaep.hash)));
+    if (oaep.label.empty()) return;
+    void* label = OPENSSL_memdup(oaep.label.data(), oaep.label.size());
+    if (EVP_PKEY_CTX_set0_rsa_oaep_label(ctx, label, static_cast<int>(oaep.label.size())) != 1) {
+        OPENSSL_free(label);
+        must(0);
+    }
+}
+
+void mustBeRsa(const PublicKey& key) {
+    if (key.scheme() != KeyScheme::rsa) throw CryptoError(CryptoFailure::badParameter, "the key does not encrypt");
+}
+
+}  // namespace
+
+bool PublicKey::verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteView signature,
+                       const PssParams& pss) const {
+    checkFit(*this, scheme, hash, digest);
+    const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
+    must(EVP_PKEY_verify_init(ctx.get()));
+    setScheme(ctx.get(), scheme, hash, pss);
+    const bool right =
+        EVP_PKEY_verify(ctx.get(), signature.data(), signature.size(), digest.data(), digest.size()) == 1;
+    if (!right) ERR_clear_error();
+    return right;
+}
+
+Bytes PrivateKey::sign(KeyScheme scheme, KcHashAlgo hash, ByteView digest, RandomBridge& random,
+                       const PssParams& pss) const {
+    checkFit(publicKey(), scheme, hash, digest);
+    const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
+    must(EVP_PKEY_sign_init(ctx.get()));
+    setScheme(ctx.get(), scheme, hash, pss);
+    size_t length = 0;
+    must(EVP_PKEY_sign(ctx.get(), nullptr, &length, digest.data(), digest.size()));
+    Bytes signature(length);
+    RandomBridge::Scope scope(random);
+    const int answer = EVP_PKEY_sign(ctx.get(), signature.data(), &length, digest.data(), digest.size());
+    ossl::finish(scope, answer, CryptoFailure::badParameter, "the signature failed");
+    signature.resize(length);
+    return signature;
+}
+
+Bytes PublicKey::encrypt(RsaPadding padding, ByteView plain, const OaepParams& oaep) const {
+    mustBeRsa(*this);
+    const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
+    must(EVP_PKEY_encrypt_init(ctx.get()));
+    setPadding(ctx.get(), padding, oaep);
+    size_t length = (bits() + 7) / 8;
+    Bytes ciphertext(length);
+    must(EVP_PKEY_encrypt(ctx.get(), ciphertext.data(), &length, plain.data(), plain.size()));
+    return ciphertext;
+}
+
+SecretBytes PrivateKey::decrypt(RsaPadding padding, ByteView ciphertext, const OaepParams& oaep) const {
+    mustBeRsa(publicKey());
+    const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
+    must(EVP_PKEY_decrypt_init(ctx.get()));
+    setPadding(ctx.get(), padding, oaep);
+    size_t length = (bits() + 7) / 8;
+    SecretBytes plain(length);
+    ossl::must(EVP_PKEY_decrypt(ctx.get(), plain.data(), &length, ciphertext.data(), ciphertext.size()),
+               CryptoFailure::badData, "the ciphertext does not decrypt");
+    plain.resize(length);
+    return plain;
+}
+
+}  // namespace crv
