@@ -1,0 +1,139 @@
+#include "asn/asn_strings.h"
+
+#include <algorithm>
+
+namespace crv {
+
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+/// Octets a character of a type; 0 for UTF-8.
+struct StringKind {
+    unsigned char tag;
+    int width;
+    char32_t last;  // highest character that the type expresses
+};
+
+constexpr StringKind kKinds[] = {
+    {ASN_TAG_UTF8, 0, 0x10FFFF}, {ASN_TAG_NUMERIC, 1, 0x7F},       {ASN_TAG_PRINTABLE, 1, 0x7F},
+    {ASN_TAG_T61, 1, 0xFF},      {ASN_TAG_IA5, 1, 0x7F},           {ASN_TAG_VISIBLE, 1, 0x7F},
+    {ASN_TAG_GENERAL, 1, 0xFF},  {ASN_TAG_UNIVERSAL, 4, 0x10FFFF}, {ASN_TAG_BMP, 2, 0xFFFF},
+};
+
+const StringKind* kindOf(unsigned char tag) {
+    const auto* kind = std::ranges::find(kKinds, tag, &StringKind::tag);
+    return kind == std::end(kKinds) ? nullptr : kind;
+}
+
+bool isCharacter(char32_t c) {
+    return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF);
+}
+
+/// A pair of UTF-16 surrogates, which some writers put into a BMPString.
+bool isPair(char32_t high, char32_t low) {
+    return high >= 0xD800 && high < 0xDC00 && low >= 0xDC00 && low < 0xE000;
+}
+
+char32_t wideAt(ByteView octets, size_t at, size_t width) {
+    char32_t c = 0;
+    for (size_t i = 0; i < width; ++i) c = c << 8 | octets[at + i];
+    return c;
+}
+
+std::string wideToUtf8(ByteView octets, size_t width) {
+    std::string out;
+    for (size_t at = 0; at + width <= octets.size(); at += width) {
+        char32_t c = wideAt(octets, at, width);
+        if (width == 2 && at + 4 <= octets.size() && isPair(c, wideAt(octets, at + 2, 2))) {
+            at += 2;
+            c = 0x10000 + ((c - 0xD800) << 10) + (wideAt(octets, at, 2) - 0xDC00);
+        }
+        appendUtf8(out, c);
+    }
+    if (octets.size() % width != 0) appendUtf8(out, kReplacement);
+    return out;
+}
+
+std::string cleanUtf8(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) appendUtf8(out, takeUtf8(text));
+    return out;
+}
+
+}  // namespace
+
+bool isStringTag(unsigned char tag) {
+    return kindOf(tag) != nullptr;
+}
+
+char32_t takeUtf8(std::string_view& text) {
+    struct Form {
+        uint8_t mask, lead;
+        char32_t least;
+    };
+    static constexpr Form kForms[] = {{0x80, 0, 0}, {0xE0, 0xC0, 0x80}, {0xF0, 0xE0, 0x800}, {0xF8, 0xF0, 0x10000}};
+    const auto first = uint8_t(text.front());
+    text.remove_prefix(1);
+    for (size_t more = 0; more < std::size(kForms); ++more) {
+        const Form& form = kForms[more];
+        if ((first & form.mask) != form.lead) continue;
+        if (text.size() < more) return kReplacement;
+        char32_t c = first & uint8_t(~form.mask);
+        for (size_t i = 0; i < more; ++i) {
+            const auto next = uint8_t(text[i]);
+            if ((next & 0xC0) != 0x80) return kReplacement;
+            c = c << 6 | (next & 0x3F);
+        }
+        if (c < form.least || !isCharacter(c)) return kReplacement;
+        text.remove_prefix(more);
+        return c;
+    }
+    return kReplacement;
+}
+
+void appendUtf8(std::string& out, char32_t c) {
+    if (!isCharacter(c)) c = kReplacement;
+    if (c < 0x80) {
+        out += char(c);
+        return;
+    }
+    const int more = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+    static constexpr uint8_t kLead[] = {0, 0xC0, 0xE0, 0xF0};
+    out += char(kLead[more] | c >> (6 * more));
+    for (int i = more - 1; i >= 0; --i) out += char(0x80 | (c >> (6 * i) & 0x3F));
+}
+
+std::string stringToUtf8(unsigned char tag, ByteView octets) {
+    const StringKind* kind = kindOf(tag);
+    if (kind == nullptr || kind->width == 0) return cleanUtf8(asText(octets));
+    if (kind->width > 1) return wideToUtf8(octets, size_t(kind->width));
+    std::string out;
+    out.reserve(octets.size());
+    for (const uint8_t octet : octets) appendUtf8(out, octet <= kind->last ? octet : kReplacement);
+    return out;
+}
+
+Bytes utf8ToString(unsigned char tag, std::string_view text) {
+    const StringKind* kind = kindOf(tag);
+    if (kind == nullptr || kind->width == 0) return toBytes(asBytes(text));
+    Bytes out;
+    while (!text.empty()) {
+        char32_t c = takeUtf8(text);
+        if (c > kind->last) c = '?';
+        for (int i = kind->width - 1; i >= 0; --i) out.push_back(uint8_t(c >> (8 * i)));
+    }
+    return out;
+}
+
+unsigned char stringTagFor(std::string_view text) {
+    constexpr std::string_view kSigns = " '()+,-./:=?";
+    const bool printable = std::ranges::all_of(text, [&](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               kSigns.find(c) != std::string_view::npos;
+    });
+    return printable ? ASN_TAG_PRINTABLE : ASN_TAG_UTF8;
+}
+
+}  // namespace crv

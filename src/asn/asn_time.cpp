@@ -1,0 +1,126 @@
+#include "asn/asn_time.h"
+
+#include <chrono>
+#include <cstdio>
+
+namespace crv {
+
+namespace {
+
+constexpr int64_t kDay = 86400;
+
+/// Takes decimal digits off the front of a time text.
+class Digits {
+  public:
+    explicit Digits(std::string_view text) : rest_(text) {}
+
+    /// `count` digits into `value`; false when they are not there.
+    bool take(int count, int& value) {
+        value = 0;
+        if (rest_.size() < size_t(count)) return false;
+        for (int i = 0; i < count; ++i) {
+            const char c = rest_[size_t(i)];
+            if (c < '0' || c > '9') return false;
+            value = value * 10 + (c - '0');
+        }
+        rest_.remove_prefix(size_t(count));
+        return true;
+    }
+    bool takeChar(std::string_view any) {
+        if (rest_.empty() || any.find(rest_.front()) == std::string_view::npos) return false;
+        rest_.remove_prefix(1);
+        return true;
+    }
+    [[nodiscard]] bool startsWithDigit() const { return !rest_.empty() && rest_[0] >= '0' && rest_[0] <= '9'; }
+    [[nodiscard]] bool atEnd() const { return rest_.empty(); }
+    [[nodiscard]] char front() const { return rest_.empty() ? '\0' : rest_.front(); }
+
+  private:
+    std::string_view rest_;
+};
+
+/// "Z", "+hhmm", "-hhmm" or, for a local time whose offset nobody knows, nothing: seconds east of UTC.
+std::optional<int64_t> takeZone(Digits& digits) {
+    if (digits.atEnd()) return 0;
+    if (digits.takeChar("Z")) return digits.atEnd() ? std::optional<int64_t>(0) : std::nullopt;
+    const int sign = digits.front() == '-' ? -1 : 1;
+    int hours = 0;
+    int minutes = 0;
+    if (!digits.takeChar("+-") || !digits.take(2, hours) || !digits.take(2, minutes) || !digits.atEnd())
+        return std::nullopt;
+    if (hours > 23 || minutes > 59) return std::nullopt;
+    return sign * (hours * 3600 + minutes * 60);
+}
+
+bool takeFraction(Digits& digits) {
+    if (!digits.takeChar(".,")) return true;
+    int digit = 0;
+    if (!digits.take(1, digit)) return false;
+    while (digits.startsWithDigit()) static_cast<void>(digits.take(1, digit));
+    return true;
+}
+
+}  // namespace
+
+CivilTime toCivil(int64_t seconds) {
+    const int64_t days = seconds / kDay - (seconds % kDay < 0 ? 1 : 0);
+    const auto inDay = int(seconds - days * kDay);
+    const std::chrono::year_month_day date{std::chrono::sys_days(std::chrono::days(days))};
+    return {int(date.year()), int(unsigned(date.month())), int(unsigned(date.day())), inDay / 3600, inDay / 60 % 60,
+            inDay % 60};
+}
+
+std::optional<int64_t> fromCivil(const CivilTime& time) {
+    const std::chrono::year_month_day date{std::chrono::year(int(time.year)), std::chrono::month(unsigned(time.month)),
+                                           std::chrono::day(unsigned(time.day))};
+    if (!date.ok() || time.hour > 23 || time.minute > 59 || time.second > 60) return std::nullopt;
+    const int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
+    return days * kDay + time.hour * 3600 + time.minute * 60 + time.second;
+}
+
+std::string timeText(int64_t seconds) {
+    const CivilTime t = toCivil(seconds);
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", int(t.year), t.month, t.day, t.hour, t.minute,
+                  t.second);
+    return text;
+}
+
+std::optional<int64_t> ASNtimeString::seconds() const {
+    Digits digits(text());
+    int year = 0;
+    CivilTime t{};
+    if (!digits.take(yearDigits_, year) || !digits.take(2, t.month) || !digits.take(2, t.day) ||
+        !digits.take(2, t.hour))
+        return std::nullopt;
+    t.year = yearDigits_ == 4 ? year : year + (year < 50 ? 2000 : 1900);
+    if (digits.startsWithDigit() && !digits.take(2, t.minute)) return std::nullopt;
+    if (digits.startsWithDigit() && !digits.take(2, t.second)) return std::nullopt;
+    if (!takeFraction(digits)) return std::nullopt;
+    const auto zone = takeZone(digits);
+    const auto local = fromCivil(t);
+    if (!zone || !local) return std::nullopt;
+    return *local - *zone;
+}
+
+bool ASNutcTime::setSeconds(int64_t seconds) {
+    const CivilTime t = toCivil(seconds);
+    if (t.year < 1950 || t.year > 2049) return false;
+    char text[64];
+    std::snprintf(text, sizeof text, "%02d%02d%02d%02d%02d%02dZ", int(t.year % 100), t.month, t.day, t.hour, t.minute,
+                  t.second);
+    build(std::string_view(text));
+    return true;
+}
+
+bool ASNgenTime::setSeconds(int64_t seconds) {
+    const CivilTime t = toCivil(seconds);
+    if (t.year < 0 || t.year > 9999) return false;
+    char text[64];
+    std::snprintf(text, sizeof text, "%04d%02d%02d%02d%02d%02dZ", int(t.year), t.month, t.day, t.hour, t.minute,
+                  t.second);
+    build(std::string_view(text));
+    return true;
+}
+
+}  // namespace crv

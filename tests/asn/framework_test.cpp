@@ -1,0 +1,514 @@
+#include <gtest/gtest.h>
+
+#include "asn/asn_any.h"
+#include "asn/asn_choice.h"
+#include "asn/asn_list.h"
+#include "asn/asn_object_id.h"
+#include "asn/asn_sequence.h"
+#include "asn/asn_stream_ctx.h"
+#include "asn/asn_strings.h"
+#include "asn/asn_tagged.h"
+#include "asn/asn_time.h"
+#include "asn/known_oids.h"
+#include "crypto/kc_hash.h"
+#include "misc/exceptions.h"
+#include "misc/memory_file.h"
+
+namespace crv {
+namespace {
+
+Bytes hex(std::string_view text) {
+    Bytes out;
+    std::string digits;
+    for (const char c : text)
+        if (c != ' ') digits += c;
+    for (size_t i = 0; i + 1 < digits.size(); i += 2)
+        out.push_back(uint8_t(std::stoi(digits.substr(i, 2), nullptr, 16)));
+    return out;
+}
+
+class Point : public ASNchoiceOf<ASNutcTime, ASNgenTime, Implicit<1, ASNia5String>> {};
+
+constexpr unsigned char kModes[] = {0, ASN_FLAG_CONST, ASN_FLAG_CONST | ASN_FLAG_COPY};
+
+/// One member of each kind.
+class Sample : public ASNsequenceF {
+  public:
+    ASNinteger version{3};
+    ASNobjectId id;
+    std::optional<Implicit<0, ASNoctstr>> note;
+    std::optional<Explicit<1, Point>> point;
+    ASNbool flag;
+    ASNsetList<ASNinteger> numbers;
+    std::optional<Explicit<2, ASNany>> rest;
+
+  protected:
+    [[nodiscard]] MemberTable members() const override {
+        static constexpr Member kMembers[] = {
+            defaulted<&Sample::version, 3>, member<&Sample::id>,      member<&Sample::note>, member<&Sample::point>,
+            defaulted<&Sample::flag, 0>,    member<&Sample::numbers>, member<&Sample::rest>};
+        return kMembers;
+    }
+};
+
+class Pair : public ASNsetF {
+  public:
+    ASNinteger number;
+    ASNenum state{1};
+    std::optional<ASNutf8String> text;
+
+  protected:
+    [[nodiscard]] MemberTable members() const override {
+        static constexpr Member kMembers[] = {member<&Pair::number>, writtenDefault<&Pair::state, 1>,
+                                              member<&Pair::text>};
+        return kMembers;
+    }
+};
+
+/// A type that contains itself.
+class Nested : public ASNsequenceList<Nested> {};
+
+Sample fullSample() {
+    Sample sample;
+    sample.version.setValue(4);
+    sample.id = OID_SHA1;
+    sample.note.emplace().build("note");
+    ASNobject* time = sample.point.emplace().setChosen(ASNgenTime::kTag);
+    EXPECT_TRUE(dynamic_cast<ASNgenTime&>(*time).setSeconds(0));
+    sample.flag.setValue(true);
+    for (const long number : {300L, 2L, 1L}) sample.numbers.add().setValue(number);
+    sample.rest.emplace() = ASNany(ASNutf8String("x"));
+    return sample;
+}
+
+const char* const kFullSample =
+    "3037 020104 06052B0E03021A 8004 6E6F7465 A111 180F 31393730303130313030303030305A 0101FF 310A 020101 020102 "
+    "0202012C "
+    "A203 0C0178";
+
+TEST(AsnFramework, MembersAreWrittenAndReadAsTheModuleSays) {
+    const Sample full = fullSample();
+    EXPECT_EQ(full.encoded(), hex(kFullSample));
+    EXPECT_EQ(full.getLength(), 57);
+    Sample least;
+    least.id = OID_SHA1;
+    EXPECT_EQ(least.encoded(), hex("3009 06052B0E03021A 3100"));
+
+    for (const unsigned char mode : kModes) {
+        Sample read = fullSample();  // every member must be overwritten
+        const Bytes octets = full.encoded();
+        ASSERT_TRUE(read.readExactly(octets, mode));
+        EXPECT_EQ(read.encoded(), octets);
+        EXPECT_EQ(read.version.value(), 4);
+        EXPECT_EQ(read.point->chosenAs<ASNgenTime>()->seconds(), 0);
+        EXPECT_EQ(read.rest->getTag(), 0xA2);
+        EXPECT_EQ(read.numbers[2].value(), 300);
+        ASSERT_TRUE(read.readExactly(hex("3009 06052B0E03021A 3100"), mode == 3 ? 3 : 0));
+        EXPECT_EQ(read.version.value(), 3);
+        EXPECT_FALSE(read.note || read.point || read.flag.value() || read.rest);
+        EXPECT_TRUE(read.numbers.empty());
+    }
+}
+
+TEST(AsnFramework, SetMembersComeInAnyOrder) {
+    Pair pair;
+    ASSERT_TRUE(pair.readExactly(hex("3106 0C0161 020105")));
+    EXPECT_EQ(pair.encoded(), hex("3109 020105 0A0101 0C0161"));
+    EXPECT_FALSE(pair.readExactly(hex("3106 020105 020105"))) << "a member twice";
+    EXPECT_FALSE(pair.readExactly(hex("3103 0A0101"))) << "a member missing";
+    EXPECT_FALSE(pair.readExactly(hex("3106 020105 040161"))) << "a stranger";
+}
+
+TEST(AsnFramework, LengthOctetsAtEveryBorder) {
+    const std::pair<long, const char*> kRows[] = {{0, "00"},
+                                                  {127, "7F"},
+                                                  {128, "8180"},
+                                                  {255, "81FF"},
+                                                  {256, "820100"},
+                                                  {65535, "82FFFF"},
+                                                  {65536, "83010000"},
+                                                  {0xFFFFFF, "83FFFFFF"},
+                                                  {0x1000000, "8401000000"},
+                                                  {-1, "80"}};
+    for (const auto& [length, octets] : kRows) {
+        uint8_t out[5];
+        const Bytes expected = hex(octets);
+        ASSERT_EQ(write_length(length, out), int(expected.size()));
+        EXPECT_EQ(lenOfLen(length), int(expected.size()));
+        EXPECT_TRUE(std::equal(expected.begin(), expected.end(), out)) << length;
+        MemoryFile in(expected);
+        long back = 7;
+        EXPECT_EQ(read_length(in, back), long(expected.size()));
+        EXPECT_EQ(back, length);
+    }
+    ASNoctstr string;
+    EXPECT_EQ(string.readFromBuff(hex("04 85 0000000001 41")), 0);
+    EXPECT_EQ(string.readFromBuff(hex("04 82 0001 41")), 5) << "BER allows a longer form than needed";
+}
+
+TEST(AsnFramework, ReadingAnswersMismatchOrFailure) {
+    struct Row {
+        const char* octets;
+        long maxLen;
+        long result;
+    };
+    const Row kRows[] = {
+        {"0414 00000000000000000000", 10, 0},  // the header says 20, ten are allowed
+        {"0414 00000000000000000000", 0, -1},  // the input ends inside
+        {"04 03 414243", 0, 5},
+        {"04 03 414243", 4, 0},
+        {"02 01 05", 0, 0},    // another tag
+        {"1F 8104 00", 0, 0},  // a tag number above 30
+        {"04 80 0000", 0, 0},  // indefinite, but primitive
+        {"24 80 0401 41 2480 0401 42 0000 0000", 0, 14},
+        {"24 80 0401 41", 0, -1},
+        {"24 06 0401 41 0401 42", 0, 8},
+        {"24 03 020141", 0, 0},  // a segment of another type
+        {"04 84 FFFFFFFF 41", 0, -1},
+        {"", 0, -1},
+    };
+    for (const Row& row : kRows) {
+        const Bytes octets = hex(row.octets);
+        for (const unsigned char mode : kModes) {
+            MemoryFile in(octets);
+            ASNoctstr string;
+            if (mode == 3 && row.maxLen <= 0) continue;
+            EXPECT_EQ(string.read(&in, row.maxLen, mode), row.result) << row.octets << " mode " << int(mode);
+        }
+    }
+    ASNoctstr joined;
+    ASSERT_TRUE(joined.readExactly(hex("24 80 0401 41 2480 0401 42 0000 0000")));
+    EXPECT_EQ(joined.text(), "AB");
+}
+
+TEST(AsnFramework, ExplicitAndOwnTagsChangePlaces) {
+    ASNobjectId oid(OID_SHA1);
+    oid.setTag(0xA0);
+    EXPECT_EQ(oid.getTag(), 0x80);
+    EXPECT_EQ(oid.encoded(), hex("8005 2B0E03021A"));
+    oid.setExplicitTagsOn();
+    EXPECT_EQ(oid.getTag(), 0xA0);
+    EXPECT_EQ(oid.encoded(), hex("A007 06052B0E03021A"));
+    EXPECT_TRUE(oid.readExactly(hex("A080 06052B0E03021A 0000")));
+    EXPECT_FALSE(oid.readExactly(hex("A009 06052B0E03021A 0500")));
+    oid.setTag(0x63);
+    EXPECT_EQ(oid.encoded(), hex("6307 06052B0E03021A"));
+    oid.setExplicitTagsOff();
+    EXPECT_EQ(oid.encoded(), hex("4305 2B0E03021A"));
+
+    ASNexpl<ASNinteger> wrapped(0xA4);
+    wrapped.value.setValue(-129);
+    EXPECT_EQ(wrapped.encoded(), hex("A404 0202FF7F"));
+    EXPECT_TRUE(wrapped.readExactly(hex("A480 020107 0000")));
+    EXPECT_EQ(wrapped.value.value(), 7);
+    EXPECT_FALSE(wrapped.readExactly(hex("A406 020107 020107")));
+
+    ASNoctstr any;
+    any.setTag(ASN_TAG_ANY);
+    ASSERT_TRUE(any.readExactly(hex("890141")));
+    EXPECT_EQ(any.getTag(), 0x89);
+}
+
+TEST(AsnFramework, OpenValueTakesAnyTagAgain) {
+    ASNany any;
+    const Bytes long1 = hex("30 80 020105 0000");
+    for (const unsigned char mode : kModes) {
+        ASSERT_TRUE(any.readExactly(hex("020105"), mode == 1 ? 0 : mode));
+        EXPECT_EQ(any.getTag(), 2);
+        ASSERT_TRUE(any.readExactly(long1, mode));
+        EXPECT_EQ(any.getTag(), 0x30);
+        EXPECT_TRUE(any.wasIndefinite());
+        ASNsequenceList<ASNinteger> list;
+        ASSERT_TRUE(list << any);
+        EXPECT_EQ(list[0].value(), 5);
+        ASNinteger number;
+        EXPECT_FALSE(number << any);
+    }
+    ASNany built;
+    built.build(0x04, "ab", 2);
+    EXPECT_EQ(toBytes(built.getMemory()), hex("04026162"));
+    EXPECT_FALSE(any == built);
+    any = ASNany();
+    any = built;
+    EXPECT_TRUE(any == built);
+    EXPECT_FALSE(any.build(hex("0402616263")));
+    EXPECT_FALSE(any.build(hex("00020000"))) << "end-of-contents octets are no element";
+}
+
+TEST(AsnFramework, KeptObjectGivesBackItsOctetsAndRefusesChanges) {
+    const Bytes ber = hex("3081 0C 06052B0E03021A 3103 020105");  // length in a longer form than DER allows
+    Sample kept;
+    ASSERT_TRUE(kept.readExactly(ber, ASN_FLAG_CONST));
+    EXPECT_EQ(kept.encoded(), ber);
+    EXPECT_EQ(kept.keptEncoding().data(), ber.data()) << "by reference";
+    EXPECT_EQ(kept.id.contents().data(), ber.data() + 5);
+    const auto refused = [](auto change) {
+        try {
+            change();
+        } catch (const VtestException& e) {
+            EXPECT_STREQ(e.what(), "Assertion !( flags & ASN_FLAG_CONST ) failed in src/asn/asn_object");
+            return true;
+        }
+        return false;
+    };
+    EXPECT_TRUE(refused([&] { kept.version.setValue(1); })) << "a member that was left out";
+    EXPECT_TRUE(refused([&] { kept.id = OID_MD5; }));
+    EXPECT_TRUE(refused([&] { kept.id = ASNobjectId(OID_MD5); }));
+    EXPECT_TRUE(refused([&] { kept.numbers.add(); }));
+    EXPECT_TRUE(refused([&] { kept.setTag(0x80); }));
+
+    Sample copy = kept;
+    EXPECT_EQ(copy.encoded(), ber);
+    EXPECT_NE(copy.id.contents().data(), kept.id.contents().data()) << "a copy owns its octets";
+    Sample changeable;
+    ASSERT_GT(changeable.copyObject(kept), 0);
+    changeable.id = OID_MD5;
+    EXPECT_EQ(changeable.numbers[0].value(), 5);
+    kept = fullSample();
+    EXPECT_EQ(kept.encoded(), hex(kFullSample));
+    kept.id = OID_MD5;
+
+    ASNoctstr noLimit;
+    MemoryFile in(ber);
+    EXPECT_THROW(static_cast<void>(noLimit.read(&in, 0, ASN_FLAG_CONST | ASN_FLAG_COPY)), VtestException);
+}
+
+TEST(AsnFramework, AssignmentLeavesTheTagAlone) {
+    Implicit<0, ASNoctstr> tagged;
+    ASNoctstr plain;
+    ASSERT_TRUE(plain.readExactly(hex("040141"), ASN_FLAG_CONST | ASN_FLAG_COPY));
+    tagged = plain;
+    EXPECT_EQ(tagged.encoded(), hex("800141"));
+    std::optional<Implicit<5, ASNoctstr>> optional;
+    optional = plain;
+    EXPECT_EQ(optional->encoded(), hex("850141"));
+}
+
+TEST(AsnFramework, NestingHasALimit) {
+    const auto nested = [](size_t levels, bool indefinite) {
+        Bytes octets;
+        for (size_t i = 0; i < levels; ++i) {
+            const Bytes tail = indefinite ? hex("0000") : Bytes();
+            Bytes outer = {0x30};
+            uint8_t length[5];
+            const int n = write_length(indefinite ? -1 : long(octets.size()), length);
+            outer.insert(outer.end(), length, length + n);
+            outer.insert(outer.end(), octets.begin(), octets.end());
+            outer.insert(outer.end(), tail.begin(), tail.end());
+            octets = std::move(outer);
+        }
+        return octets;
+    };
+    Nested list;
+    ASNany any;
+    for (const bool indefinite : {false, true}) {
+        EXPECT_TRUE(list.readExactly(nested(100, indefinite)));
+        EXPECT_FALSE(list.readExactly(nested(101, indefinite)));
+        EXPECT_FALSE(list.readExactly(nested(20000, indefinite), 1));
+    }
+    EXPECT_FALSE(any.readExactly(nested(20000, true)));
+    // A deep tree is measured once, not once a level.
+    Nested deep;
+    Nested* at = &deep;
+    for (int i = 0; i < 2000; ++i) at = &at->add();
+    EXPECT_EQ(long(deep.encoded().size()), deep.getLength());
+}
+
+TEST(AsnFramework, DigestIsThatOfTheEncoding) {
+    const Sample sample = fullSample();
+    Bytes digest(32);
+    ASSERT_TRUE(sample.computeDigest(KcHashAlgo::sha256, digest.data(), 32));
+    EXPECT_EQ(digest, hashOf(KcHashAlgo::sha256, hex(kFullSample)));
+    EXPECT_FALSE(sample.computeDigest(KcHashAlgo::sha256, digest.data(), 31));
+    EXPECT_FALSE(ASNany().computeDigest(KcHashAlgo::sha256, digest.data(), 32)) << "nothing to encode";
+}
+
+TEST(AsnFramework, TruncationAtEveryOctetIsNeverAnObject) {
+    const Bytes good = hex(kFullSample);
+    for (size_t size = 0; size < good.size(); ++size) {
+        Sample sample;
+        EXPECT_LE(sample.readFromBuff(ByteView(good).first(size), 1), 0) << size;
+        EXPECT_LE(sample.readFromBuff(ByteView(good).first(size), 0), 0) << size;
+    }
+}
+
+TEST(AsnObjectId, TextBothWaysWithValidation) {
+    const char* const kGood[] = {"0.0",
+                                 "0.39",
+                                 "1.39.5",
+                                 "2.40",
+                                 "2.999.3",
+                                 "2.5.29.32.0",
+                                 "1.3.6.1.4.1.32473.2.5.1",
+                                 "2.25.340282366920938463463374607431768211455",
+                                 "2.340282366920938463463374607431768211455.1",
+                                 "1.2.9223372036854775808"};
+    for (const char* text : kGood) {
+        const auto oid = ASNobjectId::fromText(text);
+        ASSERT_TRUE(oid) << text;
+        EXPECT_EQ(oid->text(), text);
+        ASNobjectId back;
+        EXPECT_TRUE(back.readExactly(oid->encoded())) << text;
+    }
+    for (const char* text : {"", "1", "1.", ".1", "1..2", "3.1", "0.40", "1.40", "1.2.", "01.2", "1.02", "1.-2", "1. 2",
+                             "a.b", "1.2x", "2.25.340282366920938463463374607431768211456", "+1.2"})
+        EXPECT_FALSE(ASNobjectId::fromText(text)) << text;
+    ASNobjectId oid;
+    EXPECT_EQ(oid.text(), "");
+    const char* const kBad[] = {"0600",      "060180",       "0602 8001",
+                                "0602 2A80", "0603 2A 8001", "0614 2A 84808080808080808080808080808080808000"};
+    for (const char* octets : kBad) EXPECT_FALSE(oid.readExactly(hex(octets))) << octets;
+    EXPECT_EQ(ASNobjectId(OID_EC_PUBLIC_KEY).name(), "ecPublicKey");
+    EXPECT_EQ(ASNobjectId(OID_EC_PUBLIC_KEY).encoded(), hex("0607 2A8648CE3D0201"));
+}
+
+TEST(AsnInteger, EveryBorderOfTheSignOctet) {
+    const std::pair<long, const char*> kRows[] = {{0, "020100"},
+                                                  {127, "02017F"},
+                                                  {128, "02020080"},
+                                                  {255, "020200FF"},
+                                                  {256, "02020100"},
+                                                  {-1, "0201FF"},
+                                                  {-128, "020180"},
+                                                  {-129, "0202FF7F"},
+                                                  {-256, "0202FF00"},
+                                                  {INT64_MAX, "02087FFFFFFFFFFFFFFF"},
+                                                  {INT64_MIN, "02088000000000000000"}};
+    for (const auto& [value, octets] : kRows) {
+        EXPECT_EQ(ASNinteger(value).encoded(), hex(octets));
+        ASNinteger back;
+        ASSERT_TRUE(back.readExactly(hex(octets)));
+        EXPECT_EQ(back.value(), value);
+        EXPECT_EQ(back.decimal(), std::to_string(value));
+    }
+    ASNinteger big;
+    EXPECT_FALSE(big.readExactly(hex("0200")));
+    big.setUnsigned(hex("0000 FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF"));
+    EXPECT_EQ(big.decimal(), "340282366920938463463374607431768211455");
+    EXPECT_EQ(big.value(), std::nullopt);
+    EXPECT_EQ(big.encoded(), hex("0211 00 FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF"));
+    EXPECT_FALSE(big.readExactly(hex("2203 020105"))) << "no segments";
+}
+
+TEST(AsnStrings, EveryTypeGivesUtf8) {
+    struct Row {
+        unsigned char tag;
+        const char* octets;
+        const char* utf8;
+    };
+    const Row kRows[] = {
+        {ASN_TAG_UTF8, "C582 E282AC F09F9880", "ł€😀"},
+        {ASN_TAG_UTF8, "C5 41 EDA080", "\uFFFDA\uFFFD\uFFFD\uFFFD"},
+        {ASN_TAG_UTF8, "C080 F5", "\uFFFD\uFFFD\uFFFD"},
+        {ASN_TAG_T61, "41F3", "Aó"},
+        {ASN_TAG_IA5, "41F3", "A\uFFFD"},
+        {ASN_TAG_BMP, "0142 D83DDE00 00", "ł😀\uFFFD"},
+        {ASN_TAG_UNIVERSAL, "00000142 00110000", "ł\uFFFD"},
+    };
+    for (const Row& row : kRows) EXPECT_EQ(stringToUtf8(row.tag, hex(row.octets)), row.utf8) << row.octets;
+    EXPECT_EQ(ASNbmpString("ł").encoded(), hex("1E02 0142"));
+    EXPECT_EQ(ASNt61String("ół").encoded(), hex("1402 F33F"));
+    EXPECT_EQ(stringTagFor("A b-1"), ASN_TAG_PRINTABLE);
+    EXPECT_EQ(stringTagFor("a@b"), ASN_TAG_UTF8);
+}
+
+TEST(AsnTime, BothTypesInEveryForm) {
+    struct Row {
+        bool general;
+        const char* text;
+        std::optional<int64_t> seconds;
+    };
+    const Row kRows[] = {
+        {false, "491231235959Z", 2524607999},  {false, "500101000000Z", -631152000},
+        {false, "700101000000Z", 0},           {false, "7001010000Z", 0},
+        {false, "700101013000+0130", 0},       {false, "691231220000-0200", 0},
+        {true, "19700101000000Z", 0},          {true, "1970010100", 0},
+        {true, "19700101000000.123Z", 0},      {true, "99991231235959Z", 253402300799},
+        {true, "20240229000000Z", 1709164800}, {true, "20230229000000Z", {}},
+        {true, "19700101240000Z", {}},         {true, "19701301000000Z", {}},
+        {true, "19700101000000.Z", {}},        {true, "19700101000000Zx", {}},
+        {false, "70010100000Z", {}},           {false, "", {}},
+        {true, "1970-1-1000000Z", {}},
+    };
+    for (const Row& row : kRows) {
+        ASNgenTime general;
+        ASNutcTime utc;
+        ASNtimeString& time = row.general ? static_cast<ASNtimeString&>(general) : utc;
+        time.ASNoctstr::build(std::string_view(row.text));
+        EXPECT_EQ(time.seconds(), row.seconds) << row.text;
+    }
+    ASNutcTime utc;
+    ASSERT_TRUE(utc.setSeconds(2524607999));
+    EXPECT_EQ(utc.text(), "491231235959Z");
+    EXPECT_FALSE(utc.setSeconds(2524608000));
+    ASNgenTime general;
+    EXPECT_FALSE(general.setSeconds(253402300800));
+    EXPECT_EQ(timeText(-1), "1969-12-31 23:59:59");
+}
+
+TEST(AsnBits, NamedBitsAndUnusedBits) {
+    ASNbitstr bits;
+    EXPECT_EQ(bits.encoded(), hex("030100"));
+    bits.setNamedBits(1U << 0 | 1U << 8);
+    EXPECT_EQ(bits.encoded(), hex("0303 07 8080"));
+    EXPECT_EQ(bits.namedBits(), 0x101U);
+    EXPECT_FALSE(bits.bit(9));
+    for (const char* octets : {"0300", "030101", "0302 08 80"}) EXPECT_FALSE(bits.readExactly(hex(octets))) << octets;
+}
+
+/// Feeds `octets` in pieces of every size and returns what came out.
+TEST(AsnStreams, OctetStringPassesThroughInPieces) {
+    const std::pair<const char*, bool> kRows[] = {
+        {"0405 6162636465", true},
+        {"24 80 0402 6162 2480 0401 63 0000 2404 0402 6465 0000", true},
+        {"24 09 0402 6162 0403 636465", true},
+        {"24 08 0402 6162 0403 636465", false},  // the last segment leaves its string
+        {"24 80 0202 6162 0000", false},
+        {"0405 616263", false},  // never ends
+    };
+    for (const auto& [text, good] : kRows) {
+        const Bytes octets = hex(text);
+        for (size_t piece = 1; piece <= octets.size(); ++piece) {
+            ASNoctstr string;
+            MemoryFile out;
+            long result = 1;
+            for (size_t at = 0; at < octets.size() && result > 0; at += piece) {
+                const ByteView part = ByteView(octets).subspan(at, std::min(piece, octets.size() - at));
+                const bool last = at + piece >= octets.size();
+                result = string.doReadData(reinterpret_cast<const char*>(part.data()), long(part.size()), last, out);
+            }
+            EXPECT_EQ(string.streamDone(), good) << text << " in pieces of " << piece;
+            EXPECT_TRUE(!good || asText(out.written()) == "abcde") << text;
+        }
+    }
+}
+
+TEST(AsnStreams, StructureIsCollectedAndContentsAreWrittenInPieces) {
+    const Bytes octets = hex(kFullSample);
+    Sample sample;
+    MemoryFile nothing;
+    for (size_t at = 0; at < octets.size(); ++at) {
+        EXPECT_FALSE(sample.streamDone());
+        EXPECT_EQ(sample.doReadData(reinterpret_cast<const char*>(&octets[at]), 1, false, nothing), 1);
+    }
+    EXPECT_TRUE(sample.streamDone());
+    EXPECT_EQ(sample.encoded(), octets);
+
+    const auto write = [](long total) {
+        Explicit<0, ASNoctstr> string;
+        MemoryFile out;
+        EXPECT_TRUE(string.beginStream(total, out));
+        for (const std::string_view piece : {"abc", "de"}) {
+            MemoryFile in(asBytes(piece));
+            EXPECT_GT(string.doWriteData(in, long(piece.size()), piece == "de", out), 0);
+        }
+        return toBytes(out.written());
+    };
+    EXPECT_EQ(write(5), hex("A007 0405 6162636465"));
+    EXPECT_EQ(write(-1), hex("A080 2480 0403 616263 0402 6465 0000 0000"));
+    ASNoctstr string;
+    EXPECT_EQ(string.doGetLen(300), 304);
+}
+
+}  // namespace
+}  // namespace crv
