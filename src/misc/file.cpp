@@ -18,7 +18,7 @@ bool File::create(const std::string& path, mode_t mode) {
     id_ = FileId::of(info);
     length_ = info.st_size;
     inUse_ = writable_ = true;
-    reused_ = false;
+    reused_ = tornTail_ = false;
     status_ = FileStatus::ok;
     return true;
 }
@@ -48,6 +48,7 @@ bool File::open(const std::string& path) {
     id_ = FileId::of(info);
     length_ = info.st_size;
     inUse_ = true;
+    tornTail_ = false;
     status_ = FileStatus::ok;
     return true;
 }
@@ -86,7 +87,8 @@ int64_t File::append(ByteView data) {
     const int64_t end = length_;
     if (writeAt(end, data)) return end;
     const FileStatus why = status_;
-    if (inUse_ && truncate(end)) status_ = why;
+    tornTail_ = inUse_ && !truncate(end);
+    status_ = why;
     return -1;
 }
 

@@ -19,7 +19,7 @@ enum class FileStatus : int { ok = 0, ioFailure = 1, noMemory = 2, notOpen = 3, 
 class File {
   public:
     File() = default;
-    virtual ~File() { close(); }
+    ~File() = default;
     File(const File&) = delete;
     File& operator=(const File&) = delete;
 
@@ -28,7 +28,7 @@ class File {
     /// Opens an existing file for reading and writing; only for reading when writing is not permitted.
     [[nodiscard]] bool open(const std::string& path);
     void park();
-    virtual void close();
+    void close();
 
     [[nodiscard]] bool isOpen() const { return inUse_; }
     /// True when the last open() took the parked descriptor back: the file is the one that was open before.
@@ -41,8 +41,10 @@ class File {
     /// Reads up to size octets; -1 on failure.
     [[nodiscard]] ssize_t readSome(int64_t position, void* buffer, size_t size);
     [[nodiscard]] bool writeAt(int64_t position, ByteView data);
-    /// Writes behind the end; answers the old end, or -1 after taking a part that was written back.
+    /// Writes behind the end; answers the old end, or -1 after taking back what was written of it.
     [[nodiscard]] int64_t append(ByteView data);
+    /// True after an append that failed and left a part behind the end, which could not be taken back.
+    [[nodiscard]] bool tornTail() const { return tornTail_; }
     /// Appends n zero octets; answers the old end of the file or -1.
     [[nodiscard]] int64_t allocate(size_t n);
     [[nodiscard]] bool truncate(int64_t length);
@@ -62,6 +64,7 @@ class File {
     bool inUse_ = false;
     bool reused_ = false;
     bool writable_ = false;
+    bool tornTail_ = false;
     FileStatus status_ = FileStatus::notOpen;
 };
 

@@ -1,0 +1,85 @@
+// An indexed table: records in a data file, found through the indexes of an index file of the same base name.
+#pragma once
+
+#include <array>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "db/datafile.h"
+#include "db/db_lock.h"
+#include "db/indxuser.h"
+
+namespace crv {
+
+inline constexpr const char* indexExtension = ".idx";
+inline constexpr const char* dataExtension = ".dta";
+
+/// Every cursor operation lands on live records and passes over deleted ones. Each index has a cursor of its own; the
+/// operations work on the selected index. Answers as DbAnswer says; after dbError lastError() names the file, whose
+/// status says why. The caller holds the lock of the table, shared or exclusive, from open() to close().
+class DataBase {
+  public:
+    enum class Error : int { none = 0, index = 1, data = 2 };
+    static constexpr size_t maxName = 255;
+
+    /// Binds the lock under which the table is used: its mark is set before the first write, and it is spoilt when
+    /// a write fails half-way. It must live as long as the table is used. Without one no mark is kept.
+    void bindLock(DbLock* lock) { lock_ = lock; }
+
+    /// Makes both files. More than MAX_INDEX descriptions fail an assertion.
+    [[nodiscard]] int create(const std::string& name, int idxNumb, const IndexDesc* descs);
+    /// Opens both files, the cursors at the top, index 0 selected. Nothing to do for an open table.
+    [[nodiscard]] int open(const std::string& name);
+    void close();
+    [[nodiscard]] bool isOpen() const { return index_.isOpen() && data_.isOpen(); }
+    void selectIndex(int idx) { index_.selectIndex(idx); }
+
+    /// Stores a record under its keys, one for each index; each shorter than its slot. Cursors rest on it.
+    [[nodiscard]] int insert(std::span<const std::string_view> keys, ByteView body, int64_t& recNo);
+    [[nodiscard]] int top();
+    [[nodiscard]] int bottom();
+    /// |n| live records on or back; dbNoRecord, with the cursor where it was, when there are fewer.
+    [[nodiscard]] int skip(int n);
+    /// First live record whose key is not below: dbOk when equal, dbGreater otherwise, dbNoRecord with the cursor
+    /// on the last live record when there is none.
+    [[nodiscard]] int seek(std::string_view key);
+    /// The record at the cursor.
+    [[nodiscard]] int data(TableRecord& record);
+    /// Number of the record at the cursor; 0 on failure, dbNoRecord when there is none.
+    [[nodiscard]] int64_t recNo();
+    /// Rewrites the body of the record at the cursor: dbOk, dbTooLong, dbNoRecord for none or a deleted one.
+    [[nodiscard]] int update(ByteView body);
+    /// Deletes the record at the cursor; its index entries stay.
+    [[nodiscard]] int remove();
+    /// Puts the cursor on the record; dbError when it is deleted, cannot be read or is not found by its key.
+    [[nodiscard]] int setRec(int64_t recNo);
+
+    /// Compacts the table of that name: live records are copied to files whose name ends in "#", which then take the
+    /// places of the old ones. Record numbers change. dbError, with the old files untouched, when the copy fails.
+    [[nodiscard]] int rebuild(const std::string& name);
+
+    [[nodiscard]] Error lastError() const { return error_; }
+    [[nodiscard]] bool isOutOfMemory() const;
+    [[nodiscard]] IndexFile& indexFile() { return index_; }
+    [[nodiscard]] DataFile& dataFile() { return data_; }
+
+  private:
+    int fail(Error error);
+    [[nodiscard]] int settle();
+    [[nodiscard]] int current(int64_t& recNo);
+    [[nodiscard]] int currentLive(int64_t& recNo);
+    /// Steps until a live record; dbNoRecord at the end. passed counts the deleted ones.
+    [[nodiscard]] int toLive(int direction, int64_t& passed);
+    [[nodiscard]] int fromEnd(int answer, int direction);
+    [[nodiscard]] bool beginChange();
+
+    IndexFile index_;
+    DataFile data_;
+    DbLock* lock_ = nullptr;
+    Error error_ = Error::none;
+    enum class Place : char { atTop, set, none };  // atTop: not looked up yet
+    std::array<Place, MAX_INDEX> places_{};
+};
+
+}  // namespace crv

@@ -1,0 +1,174 @@
+#include "db/datafile.h"
+
+#include <algorithm>
+#include <new>
+
+#include "misc/byte_order.h"
+#include "misc/exceptions.h"
+
+namespace crv {
+
+using namespace data_format;
+
+namespace {
+
+constexpr const char* place = "src/db/datafile";
+/// Most records fit into one read of this size.
+constexpr size_t readAhead = 4096;
+
+}  // namespace
+
+int DataFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
+    VTEST(idxNumb <= MAX_INDEX, place);
+    std::array<uint8_t, data_format::headSize> head{};
+    storeLe(head.data() + headMagic, tableMagic);
+    storeLe(head.data() + headNumIndexes, static_cast<int16_t>(idxNumb));
+    for (int i = 0; i < idxNumb; ++i) {
+        storeLe(head.data() + descriptors + 4 * i, descs[i].keyLen);
+        storeLe(head.data() + descriptors + 4 * i + 2, descs[i].pageSize);
+    }
+    if (!parseHeader(head.data())) return setStatus(FileStatus::badMagic), dbError;
+    const bool made = File::create(path) && writeAt(0, head);
+    const FileStatus why = status();
+    File::close();
+    if (!made) setStatus(why);
+    return made ? dbOk : dbError;
+}
+
+bool DataFile::parseHeader(const uint8_t* octets) {
+    const auto count = loadLe<int16_t>(octets + headNumIndexes);
+    if (loadLe<int64_t>(octets + headMagic) != tableMagic || count < 1 || count > MAX_INDEX) return false;
+    numIdx_ = count;
+    keyOctets_ = 0;
+    for (int i = 0; i < numIdx_; ++i) {
+        const uint8_t* from = octets + descriptors + 4 * i;
+        descs_[i] = {loadLe<int16_t>(from), loadLe<int16_t>(from + 2)};
+        if (descs_[i].keyLen < 1) return false;
+        keyOctets_ += descs_[i].keyLen;
+    }
+    return true;
+}
+
+int DataFile::open(const std::string& path) {
+    std::array<uint8_t, data_format::headSize> head;
+    if (!File::open(path) || !readAt(0, head.data(), head.size())) {
+        File::close();
+        return setStatus(FileStatus::ioFailure), dbError;
+    }
+    if (parseHeader(head.data())) return dbOk;
+    File::close();
+    return setStatus(FileStatus::badMagic), dbError;
+}
+
+bool DataFile::decodeHead(const uint8_t* octets, int64_t recNo, RecordHead& head) const {
+    if (loadLe<int64_t>(octets + recordMagic) != tableMagic) return false;
+    head.deleted = loadLe<int64_t>(octets + recordDeleted) != 0;
+    head.length = loadLe<int64_t>(octets + recordLength);
+    head.capacity = loadLe<int64_t>(octets + recordCapacity);
+    return head.length >= 0 && head.length <= head.capacity && head.capacity <= length() &&
+           recordSize(head.capacity) <= length() - recNo;
+}
+
+std::array<uint8_t, recordHead> DataFile::encodeHead(const RecordHead& head) {
+    std::array<uint8_t, recordHead> octets{};
+    storeLe<int64_t>(octets.data() + recordDeleted, head.deleted ? 1 : 0);
+    storeLe(octets.data() + recordMagic, tableMagic);
+    storeLe(octets.data() + recordLength, head.length);
+    storeLe(octets.data() + recordCapacity, head.capacity);
+    return octets;
+}
+
+bool DataFile::readHead(int64_t recNo, RecordHead& head) {
+    std::array<uint8_t, recordHead> octets;
+    if (recNo < static_cast<int64_t>(data_format::headSize)) return setStatus(FileStatus::badMagic), false;
+    if (!readAt(recNo, octets.data(), octets.size())) return false;
+    return decodeHead(octets.data(), recNo, head) || (setStatus(FileStatus::badMagic), false);
+}
+
+int64_t DataFile::insert(std::span<const std::string_view> keys, ByteView body) {
+    if (!isOpen()) return setStatus(FileStatus::notOpen), 0;
+    if (keys.size() != static_cast<size_t>(numIdx_)) return 0;
+    try {
+        const auto size = static_cast<int64_t>(body.size());
+        const auto head = encodeHead({false, size, size});
+        scratch_.assign(static_cast<size_t>(recordSize(size)), 0);
+        uint8_t* to = std::copy(head.begin(), head.end(), scratch_.data());
+        for (int i = 0; i < numIdx_; to += descs_[i++].keyLen) {
+            const std::string_view key = keyText(keys[i]);
+            if (key.size() >= static_cast<size_t>(descs_[i].keyLen)) return 0;
+            std::copy(key.begin(), key.end(), to);
+        }
+        std::copy(body.begin(), body.end(), to);
+        return std::max<int64_t>(append(scratch_), 0);
+    } catch (const std::bad_alloc&) {
+        return setStatus(FileStatus::noMemory), 0;
+    }
+}
+
+int DataFile::update(int64_t recNo, ByteView body) {
+    RecordHead head;
+    if (!readHead(recNo, head)) return dbError;
+    if (head.deleted) return dbDeleted;
+    if (static_cast<int64_t>(body.size()) > head.capacity) return dbTooLong;
+    head.length = static_cast<int64_t>(body.size());
+    // The body goes before the length that makes a longer one visible.
+    if (!writeAt(recNo + recordSize(0), body)) return dbError;
+    return writeAt(recNo, encodeHead(head)) ? dbOk : dbError;
+}
+
+int DataFile::data(int64_t recNo, TableRecord& record, bool includeDeleted) {
+    if (recNo < static_cast<int64_t>(data_format::headSize)) return setStatus(FileStatus::badMagic), dbError;
+    try {
+        scratch_.resize(std::max(scratch_.size(), readAhead));
+        const ssize_t have = readSome(recNo, scratch_.data(), readAhead);
+        if (have < static_cast<ssize_t>(recordHead)) return setStatus(FileStatus::ioFailure), dbError;
+        RecordHead head;
+        if (!decodeHead(scratch_.data(), recNo, head)) return setStatus(FileStatus::badMagic), dbError;
+        if (head.deleted && !includeDeleted) return dbDeleted;
+        const auto size = static_cast<size_t>(recordSize(head.length));
+        if (size > static_cast<size_t>(have)) {
+            scratch_.resize(std::max(scratch_.size(), size));
+            if (!readAt(recNo + have, scratch_.data() + have, size - static_cast<size_t>(have))) return dbError;
+        }
+        record.keys.resize(static_cast<size_t>(numIdx_));
+        const char* from = reinterpret_cast<const char*>(scratch_.data()) + recordHead;
+        for (int i = 0; i < numIdx_; from += descs_[i++].keyLen) {
+            record.keys[i] = keyText({from, static_cast<size_t>(descs_[i].keyLen)});
+        }
+        record.body.assign(from, from + head.length);
+        return head.deleted ? dbDeleted : dbOk;
+    } catch (const std::bad_alloc&) {
+        return setStatus(FileStatus::noMemory), dbError;
+    }
+}
+
+int DataFile::state(int64_t recNo) {
+    RecordHead head;
+    if (!readHead(recNo, head)) return dbError;
+    return head.deleted ? dbDeleted : dbOk;
+}
+
+int DataFile::remove(int64_t recNo) {
+    RecordHead head;
+    if (!readHead(recNo, head)) return dbError;
+    head.deleted = true;
+    return writeAt(recNo, encodeHead(head)) ? dbOk : dbError;
+}
+
+int DataFile::top(int64_t& recNo) {
+    if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
+    if (length() <= static_cast<int64_t>(data_format::headSize)) return dbNoRecord;
+    recNo = static_cast<int64_t>(data_format::headSize);
+    return dbOk;
+}
+
+int DataFile::next(int64_t recNo, int64_t& following) {
+    RecordHead head;
+    if (!readHead(recNo, head)) return dbError;
+    const int64_t after = recNo + recordSize(head.capacity);
+    if (after >= length()) return dbNoRecord;
+    following = after;
+    return dbOk;
+}
+
+}  // namespace crv

@@ -1,0 +1,67 @@
+// The data file of a table: records one behind another, never moved while the file lives.
+#pragma once
+
+#include <array>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "db/table_format.h"
+#include "misc/file.h"
+
+namespace crv {
+
+/// The fixed part of a record.
+struct RecordHead {
+    bool deleted = false;
+    int64_t length = 0;    ///< octets of the body in use
+    int64_t capacity = 0;  ///< octets of the body given when it was inserted
+};
+
+/// A record is known by its position, the record number. Nothing of a record is kept between operations. The caller
+/// holds the lock of the table from open() to close(). After dbError status() says why.
+class DataFile : public File {
+  public:
+    /// Writes the header and closes. More than MAX_INDEX descriptions fail an assertion.
+    [[nodiscard]] int create(const std::string& path, int idxNumb, const IndexDesc* descs);
+    [[nodiscard]] int open(const std::string& path);
+    /// Ends the use; the descriptor stays for the next open().
+    void close() { park(); }
+
+    /// Appends a record; answers its number, or 0. Each key must be shorter than its slot.
+    [[nodiscard]] int64_t insert(std::span<const std::string_view> keys, ByteView body);
+    /// Rewrites the body in place: dbOk, dbDeleted, dbTooLong (nothing written) or dbError.
+    [[nodiscard]] int update(int64_t recNo, ByteView body);
+    /// dbOk for a live record, dbDeleted for a deleted one, which is read only when includeDeleted is set.
+    [[nodiscard]] int data(int64_t recNo, TableRecord& record, bool includeDeleted);
+    /// Whether the record is live or deleted.
+    [[nodiscard]] int state(int64_t recNo);
+    /// Sets the deleted flag.
+    [[nodiscard]] int remove(int64_t recNo);
+    /// Number of the first record; dbNoRecord when there is none.
+    [[nodiscard]] int top(int64_t& recNo);
+    /// Number of the record behind recNo; dbNoRecord after the last one.
+    [[nodiscard]] int next(int64_t recNo, int64_t& following);
+
+    [[nodiscard]] int numIndexes() const { return numIdx_; }
+    [[nodiscard]] const IndexDesc* descs() const { return descs_.data(); }
+    [[nodiscard]] int64_t keyOctets() const { return keyOctets_; }
+    /// Octets of a record with that body capacity.
+    [[nodiscard]] int64_t recordSize(int64_t capacity) const {
+        return static_cast<int64_t>(data_format::recordHead) + keyOctets_ + capacity;
+    }
+    /// Reads a record's head from octets; false when it is none or does not end within the file.
+    [[nodiscard]] bool decodeHead(const uint8_t* octets, int64_t recNo, RecordHead& head) const;
+    [[nodiscard]] static std::array<uint8_t, data_format::recordHead> encodeHead(const RecordHead& head);
+
+  private:
+    [[nodiscard]] bool readHead(int64_t recNo, RecordHead& head);
+    [[nodiscard]] bool parseHeader(const uint8_t* octets);
+
+    int numIdx_ = 0;
+    std::array<IndexDesc, MAX_INDEX> descs_{};
+    int64_t keyOctets_ = 0;
+    Bytes scratch_;
+};
+
+}  // namespace crv

@@ -1,0 +1,87 @@
+// The lock of a database directory and the mark that tells a change cut off by a crash.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "misc/file_semaphore.h"
+
+namespace crv {
+
+/// What was going on under the exclusive lock; kept in the first octets of the lock file.
+enum class DbMark : char {
+    none = '0',
+    creating = '1',  ///< the files of the database are being made
+    changing = '2',  ///< records or pages are being written
+    swapping = '3'   ///< complete new files are being renamed over the old ones
+};
+
+const char* nameOf(DbMark mark);
+
+/// The lock "db.lck" that all stores of one connection share. Taking it looks at the mark first: a mark that is set
+/// means that its writer died, and the mender is called under the exclusive lock before anybody goes on. Programs that
+/// know nothing of the mark do no harm: the octets mean nothing to them.
+///
+/// acquire() nests: under a lock held already by this object it only counts. Used by one thread at a time.
+class DbLock {
+  public:
+    enum class Result {
+        ok,
+        notHad,       ///< the lock cannot be taken
+        needsMending  ///< the mark is set and mending failed or is not permitted to this user
+    };
+    /// Mends a database found with the mark; true when it is sound again. Runs under the exclusive lock.
+    using Mender = std::function<bool(DbMark)>;
+
+    explicit DbLock(std::string path);
+    /// Releases a lock still held.
+    ~DbLock();
+    DbLock(const DbLock&) = delete;
+    DbLock& operator=(const DbLock&) = delete;
+
+    void setMender(Mender mender) { mender_ = std::move(mender); }
+
+    /// Waits for the lock (LockMode). An exclusive one cannot be had under a shared one.
+    [[nodiscard]] Result acquire(int mode);
+    /// Clears the mark, unless the change was spoilt, and releases the lock.
+    void release();
+    [[nodiscard]] bool held() const { return depth_ > 0; }
+
+    /// Sets the mark "changing" when no mark is set yet. Called before each write; needs the exclusive lock. Tables
+    /// bound to the lock call it themselves.
+    [[nodiscard]] bool beginChange();
+    /// Sets a mark, replacing the present one.
+    [[nodiscard]] bool setMark(DbMark mark);
+    /// A change failed half-way: the mark stays when the lock is released, so the next one who takes it mends.
+    void spoil() { spoilt_ = true; }
+    [[nodiscard]] bool spoilt() const { return spoilt_; }
+
+    [[nodiscard]] const std::string& path() const { return semaphore_.path(); }
+
+  private:
+    [[nodiscard]] DbMark readMark() const;
+    [[nodiscard]] bool writeMark(DbMark mark) const;
+    [[nodiscard]] bool mend(DbMark mark);
+
+    FileSemaphore semaphore_;
+    Mender mender_;
+    int mode_ = sharedLock;
+    int depth_ = 0;
+    DbMark mark_ = DbMark::none;
+    bool spoilt_ = false;
+};
+
+/// Holds a database lock for a scope. The constructor throws std::runtime_error: "FileSemaphore::p: blad zajecia
+/// semafora", or "Baza danych wymaga naprawy: " and the path of the lock file.
+class DbGuard {
+  public:
+    DbGuard(DbLock& lock, int mode);
+    ~DbGuard() { lock_->release(); }
+    DbGuard(const DbGuard&) = delete;
+    DbGuard& operator=(const DbGuard&) = delete;
+
+  private:
+    DbLock* lock_;
+};
+
+}  // namespace crv

@@ -1,0 +1,362 @@
+#include "db/indxuser.h"
+
+#include <algorithm>
+#include <new>
+
+#include "misc/byte_order.h"
+#include "misc/exceptions.h"
+
+namespace crv {
+
+using namespace index_format;
+
+namespace {
+
+constexpr const char* place = "src/db/indxuser";
+constexpr size_t maxDepth = 64;
+
+}  // namespace
+
+int IndexFile::bad() {
+    setStatus(FileStatus::badMagic);
+    return dbError;
+}
+
+int IndexFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
+    VTEST(idxNumb <= MAX_INDEX, place);
+    drop();
+    numIdx_ = idxNumb;
+    insertions_ = 0;
+    size_t largest = 0;
+    for (int i = 0; i < numIdx_; ++i) {
+        indexes_[i] = {};
+        indexes_[i].desc = descs[i];
+        indexes_[i].maxKeys = maxKeysOf(descs[i]);
+        if (indexes_[i].maxKeys < 2) return bad();
+        largest = std::max<size_t>(largest, static_cast<size_t>(descs[i].pageSize));
+    }
+    if (numIdx_ < 1) return bad();
+    cache_.setPageSize(largest);
+    const bool made = File::create(path) && allocate(headArea) == 0 && writeAt(0, encodeHead());
+    const FileStatus why = status();
+    drop();
+    if (!made) setStatus(why);
+    return made ? dbOk : dbError;
+}
+
+int IndexFile::open(const std::string& path) {
+    if (!File::open(path)) return drop(), setStatus(FileStatus::ioFailure), dbError;
+    Head head;
+    if (!readAt(0, head.data(), head.size())) return drop(), setStatus(FileStatus::ioFailure), dbError;
+    if (!reused() || head != head_ || length() != knownLength_ || halfWritten_) {
+        cache_.clear();
+        halfWritten_ = false;
+        if (!readHead(head)) return drop(), bad();
+        head_ = head;
+        knownLength_ = length();
+    }
+    end_ = length();
+    current_ = 0;
+    for (Index& index : indexes_) index.cursor = {};
+    return dbOk;
+}
+
+void IndexFile::close() {
+    if (isOpen() && !dirty_.empty() && flush() != dbOk) setStatus(FileStatus::ioFailure);
+    park();
+}
+
+void IndexFile::drop() {
+    forgetChanges();
+    head_ = {};
+    knownLength_ = 0;
+    File::close();
+}
+
+bool IndexFile::readHead(const Head& head) {
+    const auto count = loadLe<int64_t>(head.data() + headNumIndexes);
+    if (count < 1 || count > MAX_INDEX) return false;
+    numIdx_ = static_cast<int>(count);
+    insertions_ = loadLe<int64_t>(head.data() + headInsertions);
+    size_t largest = 0;
+    for (int i = 0; i < numIdx_; ++i) {
+        const uint8_t* from = head.data() + descriptors + descriptorSize * static_cast<size_t>(i);
+        Index& index = indexes_[i];
+        index.desc = {loadLe<int16_t>(from + descKeyLen), loadLe<int16_t>(from + descPageSize)};
+        index.maxKeys = loadLe<int16_t>(from + descMaxKeys);
+        index.root = loadLe<int64_t>(from + descRoot);
+        index.first = loadLe<int64_t>(from + descFirst);
+        index.last = loadLe<int64_t>(from + descLast);
+        if (loadLe<int64_t>(from + descMagic) != tableMagic) return false;
+        if (index.maxKeys < 2 || index.maxKeys % 2 != 0 || index.maxKeys > maxKeysOf(index.desc)) return false;
+        largest = std::max<size_t>(largest, static_cast<size_t>(index.desc.pageSize));
+    }
+    cache_.setPageSize(largest);
+    return true;
+}
+
+IndexFile::Head IndexFile::encodeHead() const {
+    Head head{};
+    storeLe<int64_t>(head.data() + headNumIndexes, numIdx_);
+    storeLe(head.data() + headInsertions, insertions_);
+    for (int i = 0; i < numIdx_; ++i) {
+        uint8_t* to = head.data() + descriptors + descriptorSize * static_cast<size_t>(i);
+        const Index& index = indexes_[i];
+        storeLe(to + descMagic, tableMagic);
+        storeLe(to + descRoot, index.root);
+        storeLe(to + descFirst, index.first);
+        storeLe(to + descLast, index.last);
+        storeLe(to + descPageSize, index.desc.pageSize);
+        storeLe(to + descKeyLen, index.desc.keyLen);
+        storeLe(to + descMaxKeys, static_cast<int16_t>(index.maxKeys));
+    }
+    return head;
+}
+
+void IndexFile::selectIndex(int idx) {
+    const int numIdx = numIdx_;
+    VTEST(idx < numIdx, place);
+    VTEST(idx >= 0, place);
+    current_ = idx;
+}
+
+Page* IndexFile::page(const Index& index, int64_t position) {
+    Page* kept = cache_.find(position);
+    if (kept != nullptr && kept->desc == index.desc && kept->maxKeys == index.maxKeys) return kept;
+    const auto size = static_cast<size_t>(index.desc.pageSize);
+    if (kept != nullptr || position < static_cast<int64_t>(headArea) ||
+        position > length() - static_cast<int64_t>(size)) {
+        return bad(), nullptr;
+    }
+    try {
+        scratch_.resize(size);
+        if (!readAt(position, scratch_.data(), size)) return nullptr;
+        Page read(position, index.desc, index.maxKeys);
+        if (!read.decode(scratch_.data())) return bad(), nullptr;
+        return &cache_.add(std::move(read));
+    } catch (const std::bad_alloc&) {
+        return setStatus(FileStatus::noMemory), nullptr;
+    }
+}
+
+Page& IndexFile::newPage(const Index& index) {
+    Page& page = cache_.add(Page(end_, index.desc, index.maxKeys));
+    page.isNew = true;
+    end_ += index.desc.pageSize;
+    touch(page);
+    return page;
+}
+
+void IndexFile::touch(Page& page) {
+    if (!page.dirty) dirty_.push_back(page.position);
+    page.dirty = true;
+}
+
+/// The leaf where the key belongs, and the way to it: at each page the first position whose key is not below.
+Page* IndexFile::descend(const Index& index, std::string_view key, std::vector<Step>& path) {
+    path.clear();
+    for (int64_t position = index.root;;) {
+        Page* at = page(index, position);
+        if (at == nullptr) return nullptr;
+        const int p = at->lowerBound(key);
+        path.push_back({at, p});
+        if (at->leaf()) return at;
+        if (path.size() == maxDepth) return bad(), nullptr;
+        position = at->child(p - 1);
+    }
+}
+
+bool IndexFile::insertInto(Index& index, std::string_view key, int64_t recNo) {
+    if (index.root == nowhere) {
+        Page& only = newPage(index);
+        only.insertAt(1, key, {recNo, nowhere});
+        index.root = index.first = index.last = only.position;
+        index.cursor = {only.position, 1};
+        return true;
+    }
+    std::vector<Step> path;
+    path.reserve(maxDepth);
+    Page* leaf = descend(index, key, path);
+    if (leaf == nullptr) return false;
+    const int p = path.back().p;
+    leaf->insertAt(p, key, {recNo, nowhere});
+    touch(*leaf);
+    index.cursor = {leaf->position, p};
+    return leaf->count <= leaf->maxKeys || splitUpwards(index, path);
+}
+
+/// Splits the overflowing leaf at the end of the path and then every page above it that overflows in turn.
+bool IndexFile::splitUpwards(Index& index, std::vector<Step>& path) {
+    for (;;) {
+        Page& left = *path.back().page;
+        const int half = left.maxKeys / 2;
+        const std::string key(left.key(half + 1));
+        Page& right = newPage(index);
+        Page::Entry separator{left.recNo(half + 1), right.position};
+        if (left.leaf()) {
+            left.moveTail(half + 2, right);
+            if (!threadLeaf(index, left, right)) return false;
+        } else {
+            right.setLeftmost(left.child(half + 1));
+            left.moveTail(half + 2, right);
+            --left.count;
+        }
+        path.pop_back();
+        if (path.empty()) return growRoot(index, left, key, separator), true;
+        Page& parent = *path.back().page;
+        parent.insertAt(path.back().p, key, separator);
+        touch(parent);
+        if (parent.count <= parent.maxKeys) return true;
+    }
+}
+
+/// Threads the new right leaf into the chain and moves the cursor when its entry went there.
+bool IndexFile::threadLeaf(Index& index, Page& left, Page& right) {
+    right.next = left.next;
+    right.prev = left.position;
+    left.next = right.position;
+    if (right.next != nowhere) {
+        Page* after = page(index, right.next);
+        if (after == nullptr) return false;
+        after->prev = right.position;
+        touch(*after);
+    } else {
+        index.last = right.position;
+    }
+    if (index.cursor.page == left.position && index.cursor.entry > left.count) {
+        index.cursor = {right.position, index.cursor.entry - left.count};
+    }
+    return true;
+}
+
+void IndexFile::growRoot(Index& index, const Page& left, std::string_view key, Page::Entry separator) {
+    Page& root = newPage(index);
+    root.setLeftmost(left.position);
+    root.insertAt(1, key, separator);
+    index.root = root.position;
+}
+
+int IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo) {
+    if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
+    if (keys.size() != static_cast<size_t>(numIdx_)) return dbError;
+    for (int i = 0; i < numIdx_; ++i) {
+        if (keyText(keys[i]).size() >= static_cast<size_t>(indexes_[i].desc.keyLen)) return dbError;
+    }
+    if (halfWritten_) return bad();
+    const auto before = indexes_;
+    const int64_t count = insertions_;
+    try {
+        bool done = true;
+        for (int i = 0; done && i < numIdx_; ++i) done = insertInto(indexes_[i], keyText(keys[i]), recNo);
+        ++insertions_;
+        const bool wait = deferred_ && dirty_.size() < cache_.capacity() / 2;
+        if (done && (wait || writeChanges())) return dbOk;
+    } catch (const std::bad_alloc&) {
+        setStatus(FileStatus::noMemory);
+    }
+    if (deferred_) halfWritten_ = true;  // earlier changes are lost with this one
+    forgetChanges();
+    indexes_ = before;
+    insertions_ = count;
+    return dbError;
+}
+
+int IndexFile::flush() {
+    return writeChanges() ? dbOk : dbError;
+}
+
+/// New pages go first, in one piece that is taken back when the disk is full: until then nothing has changed.
+bool IndexFile::writeChanges() {
+    Bytes fresh;
+    for (const int64_t position : dirty_) {
+        const Page& page = *cache_.find(position);
+        if (!page.isNew) continue;
+        fresh.resize(fresh.size() + static_cast<size_t>(page.desc.pageSize));
+        page.encode(fresh.data() + fresh.size() - page.desc.pageSize);
+    }
+    if (!fresh.empty() && append(fresh) < 0) return false;
+    halfWritten_ = true;
+    for (const int64_t position : dirty_) {
+        const Page& page = *cache_.find(position);
+        if (page.isNew) continue;
+        scratch_.resize(static_cast<size_t>(page.desc.pageSize));
+        page.encode(scratch_.data());
+        if (!writeAt(position, scratch_)) return false;
+    }
+    const Head head = encodeHead();
+    if (!writeAt(0, head)) return false;
+    halfWritten_ = false;
+    head_ = head;
+    knownLength_ = end_ = length();
+    for (const int64_t position : dirty_) {
+        Page& page = *cache_.find(position);
+        page.dirty = page.isNew = false;
+    }
+    dirty_.clear();
+    return true;
+}
+
+void IndexFile::forgetChanges() {
+    cache_.clear();
+    dirty_.clear();
+    end_ = length();
+}
+
+/// Puts the cursor on the first or last entry of a leaf.
+int IndexFile::land(int64_t position, bool atEnd) {
+    if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
+    Index& index = indexes_[current_];
+    if (position == nowhere) return dbNoRecord;
+    const Page* leaf = page(index, position);
+    if (leaf == nullptr) return dbError;
+    if (!leaf->leaf()) return bad();
+    index.cursor = {position, atEnd ? leaf->count : 1};
+    return dbOk;
+}
+
+int IndexFile::top() {
+    return land(indexes_[current_].first, false);
+}
+
+int IndexFile::bottom() {
+    return land(indexes_[current_].last, true);
+}
+
+int IndexFile::seek(std::string_view key) {
+    if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
+    Index& index = indexes_[current_];
+    if (index.root == nowhere) return dbNoRecord;
+    std::vector<Step> path;
+    const Page* leaf = descend(index, keyText(key), path);
+    if (leaf == nullptr) return dbError;
+    const int p = path.back().p;
+    index.cursor = {leaf->position, std::min(p, leaf->count)};
+    if (p > leaf->count) return dbNoRecord;
+    return leaf->key(p) == keyText(key) ? dbOk : dbGreater;
+}
+
+int IndexFile::skip(int n) {
+    if (n != 1 && n != -1) return dbError;
+    if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
+    Index& index = indexes_[current_];
+    if (index.cursor.page == nowhere) return dbNoRecord;
+    const Page* leaf = page(index, index.cursor.page);
+    if (leaf == nullptr) return dbError;
+    const int to = index.cursor.entry + n;
+    if (to >= 1 && to <= leaf->count) return index.cursor.entry = to, dbOk;
+    return land(n > 0 ? leaf->next : leaf->prev, n < 0);
+}
+
+int IndexFile::data(std::string& key, int64_t& recNo) {
+    if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
+    const Index& index = indexes_[current_];
+    if (index.cursor.page == nowhere) return dbNoRecord;
+    const Page* leaf = page(index, index.cursor.page);
+    if (leaf == nullptr) return dbError;
+    if (index.cursor.entry > leaf->count) return bad();
+    key = leaf->key(index.cursor.entry);
+    recNo = leaf->recNo(index.cursor.entry);
+    return dbOk;
+}
+
+}  // namespace crv

@@ -1,0 +1,120 @@
+// The index file of a table: up to ten B+ trees of fixed-length string keys in one file.
+#pragma once
+
+#include <array>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "db/index_page.h"
+#include "db/table_format.h"
+#include "misc/file.h"
+
+namespace crv {
+
+/// Keys compare as strings of octets that end at the first zero octet. Equal keys are allowed, a new one goes before
+/// the old ones. Each index has a cursor on one of its entries.
+///
+/// The caller holds the lock of the table from open() to close(). Pages read are kept beyond close() and believed again
+/// only when the file is the same one and its header, insertion count included, and its length did not change. All
+/// page changes of one insertion are made in memory first; then new pages are written, then the changed ones, then the
+/// header, each once. Operations answer as DbAnswer says; after dbError status() says why.
+class IndexFile : public File {
+  public:
+    /// Makes the file with empty indexes and closes it. More than MAX_INDEX descriptions fail an assertion.
+    [[nodiscard]] int create(const std::string& path, int idxNumb, const IndexDesc* descs);
+    [[nodiscard]] int open(const std::string& path);
+    /// Ends the use; descriptor and pages stay for the next open().
+    void close();
+    /// Forgets the kept descriptor and pages too.
+    void drop();
+
+    /// Index for the cursor operations; a number beyond the count fails an assertion.
+    void selectIndex(int idx);
+    [[nodiscard]] int selected() const { return current_; }
+
+    /// Adds recNo under keys[i] to each index i; the cursors rest on the new entries. dbError also for a key that does
+    /// not fit into its slot, and then nothing has changed.
+    [[nodiscard]] int insert(std::span<const std::string_view> keys, int64_t recNo);
+    /// Cursor on the first entry whose key is not below the given one: dbOk when equal, dbGreater; dbNoRecord with
+    /// the cursor on the last entry when all keys are below.
+    [[nodiscard]] int seek(std::string_view key);
+    [[nodiscard]] int top();
+    [[nodiscard]] int bottom();
+    /// One entry on (+1) or back (-1); at the end dbNoRecord, and the cursor stays.
+    [[nodiscard]] int skip(int n);
+    /// Key and record number at the cursor.
+    [[nodiscard]] int data(std::string& key, int64_t& recNo);
+
+    struct Cursor {
+        int64_t page = nowhere;
+        int entry = 0;
+    };
+    [[nodiscard]] Cursor cursor() const { return indexes_[current_].cursor; }
+    void setCursor(Cursor cursor) { indexes_[current_].cursor = cursor; }
+
+    /// True after a write that failed when some pages were already changed: the file must be made anew.
+    [[nodiscard]] bool halfWritten() const { return halfWritten_; }
+    /// While on, changed pages stay in memory and are written in large steps and by flush(). For files that count
+    /// only when they are complete.
+    void deferWrites(bool on) { deferred_ = on; }
+    [[nodiscard]] int flush();
+
+    // For the checker.
+    struct Root {
+        IndexDesc desc;
+        int maxKeys = 0;
+        int64_t root = nowhere;
+        int64_t first = nowhere;
+        int64_t last = nowhere;
+    };
+    [[nodiscard]] int numIndexes() const { return numIdx_; }
+    [[nodiscard]] int64_t insertions() const { return insertions_; }
+    void setInsertions(int64_t n) { insertions_ = n; }
+    [[nodiscard]] const Root& root(int idx) const { return indexes_[idx]; }
+    /// A page of an index; null with the status set when the file holds none there. Valid until the next call.
+    [[nodiscard]] const Page* pageAt(int idx, int64_t position) { return page(indexes_[idx], position); }
+    /// More entries than the file can hold: a walk that goes on longer runs in a circle.
+    [[nodiscard]] int64_t stepLimit() const { return length() / static_cast<int64_t>(index_format::entrySize); }
+
+  private:
+    struct Index : Root {
+        Cursor cursor;
+    };
+    struct Step {
+        Page* page;
+        int p;
+    };
+    using Head = std::array<uint8_t, index_format::headSize>;
+
+    bool readHead(const Head& head);
+    [[nodiscard]] Head encodeHead() const;
+    Page* page(const Index& index, int64_t position);
+    Page& newPage(const Index& index);
+    void touch(Page& page);
+    [[nodiscard]] Page* descend(const Index& index, std::string_view key, std::vector<Step>& path);
+    [[nodiscard]] bool insertInto(Index& index, std::string_view key, int64_t recNo);
+    [[nodiscard]] bool threadLeaf(Index& index, Page& left, Page& right);
+    [[nodiscard]] bool splitUpwards(Index& index, std::vector<Step>& path);
+    void growRoot(Index& index, const Page& left, std::string_view key, Page::Entry separator);
+    [[nodiscard]] bool writeChanges();
+    void forgetChanges();
+    [[nodiscard]] int land(int64_t page, bool atEnd);
+    int bad();
+
+    int numIdx_ = 0;
+    int64_t insertions_ = 0;
+    std::array<Index, MAX_INDEX> indexes_{};
+    int current_ = 0;
+    PageCache cache_;
+    Head head_{};              // as read or written last
+    int64_t knownLength_ = 0;  // when head_ was
+    int64_t end_ = 0;          // where the next page goes
+    std::vector<int64_t> dirty_;
+    Bytes scratch_;
+    bool deferred_ = false;
+    bool halfWritten_ = false;
+};
+
+}  // namespace crv

@@ -1,0 +1,157 @@
+#include "db/table_mend.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "db/data_scan.h"
+#include "db/indxuser.h"
+#include "db/table_rebuild.h"
+#include "misc/logger.h"
+
+namespace crv {
+
+using namespace data_format;
+
+namespace {
+
+constexpr size_t searchPiece = 64 * 1024;
+constexpr std::string_view magicOctets{"\x21\x43\x34\x12\0\0\0\0", 8};
+
+bool headAt(DataFile& file, int64_t position, RecordHead& head) {
+    std::array<uint8_t, recordHead> octets;
+    return file.length() - position >= static_cast<int64_t>(recordHead) &&
+           file.readAt(position, octets.data(), octets.size()) && file.decodeHead(octets.data(), position, head);
+}
+
+bool recordAt(DataFile& file, int64_t position) {
+    RecordHead head, after;
+    if (!headAt(file, position, head)) return false;
+    const int64_t end = position + file.recordSize(head.capacity);
+    return end == file.length() || headAt(file, end, after);
+}
+
+bool copyFile(DataFile& from, const std::string& to) {
+    File copy;
+    if (!copy.create(to)) return false;
+    Bytes piece(searchPiece);
+    for (int64_t at = 0; at < from.length(); at += static_cast<int64_t>(piece.size())) {
+        piece.resize(std::min(piece.size(), static_cast<size_t>(from.length() - at)));
+        if (!from.readAt(at, piece.data(), piece.size()) || !copy.writeAt(at, piece)) return false;
+    }
+    return true;
+}
+
+/// Walks a data file and puts every live record into a new index file; mends what it meets, as far as it may.
+class IndexMaker {
+  public:
+    IndexMaker(std::string name, MendExtent extent) : name_(std::move(name)), extent_(extent) {}
+
+    [[nodiscard]] bool run() {
+        const std::string indexPath = rebuildName(name_) + indexExtension;
+        if (data_.open(name_ + dataExtension) != dbOk) return false;
+        if (index_.create(indexPath, data_.numIndexes(), data_.descs()) != dbOk) return false;
+        if (index_.open(indexPath) != dbOk) return false;
+        index_.deferWrites(true);
+        for (bool more = true; more;) {
+            DataScan scan(data_);
+            if (!walk(scan, more)) return false;
+        }
+        keepCountGrowing();
+        return index_.flush() == dbOk && index_.sync() && (!copied_ || data_.sync());
+    }
+    [[nodiscard]] int lost() const { return lost_; }
+
+  private:
+    /// more: the file was changed, and the walk begins again behind the records done.
+    bool walk(DataScan& scan, bool& more) {
+        for (;;) {
+            const DataScan::Result result = scan.next();
+            more = result == DataScan::Result::damaged;
+            if (result == DataScan::Result::end) return true;
+            if (more) return mendAt(scan.recNo());
+            if (result != DataScan::Result::record) return false;
+            if (scan.recNo() < done_ || scan.deleted()) continue;
+            if (index_.insert(scan.keys(), scan.recNo()) != dbOk) return false;
+            done_ = scan.recNo() + 1;
+        }
+    }
+
+    bool mendAt(int64_t damaged) {
+        const int64_t next = nextRecord(data_, damaged);
+        const bool tail = next == nowhere;
+        if (!tail && extent_ == MendExtent::afterCrash) {
+            logLine(LogLevel::error, "damaged record at " + std::to_string(damaged) + " in " + data_.path());
+            return false;
+        }
+        if (extent_ == MendExtent::salvage && !useCopy()) return false;
+        ++lost_;
+        if (tail) {
+            logLine(LogLevel::warning, "part of a record cut off at the end of " + data_.path());
+            return data_.truncate(damaged);
+        }
+        const RecordHead bridge{true, 0, next - damaged - data_.recordSize(0)};
+        return bridge.capacity >= 0 && data_.writeAt(damaged, DataFile::encodeHead(bridge));
+    }
+
+    bool useCopy() {
+        if (copied_) return true;
+        const std::string copy = rebuildName(name_) + dataExtension;
+        if (!copyFile(data_, copy)) return false;
+        copied_ = data_.open(copy) == dbOk;
+        return copied_;
+    }
+
+    /// The insertion count never falls, as far as the old one can still be read.
+    void keepCountGrowing() {
+        IndexFile old;
+        if (old.open(name_ + indexExtension) == dbOk) {
+            index_.setInsertions(std::max(index_.insertions(), old.insertions()));
+        }
+    }
+
+    std::string name_;
+    MendExtent extent_;
+    DataFile data_;
+    IndexFile index_;
+    int64_t done_ = 0;
+    bool copied_ = false;
+    int lost_ = 0;
+};
+
+}  // namespace
+
+int64_t nextRecord(DataFile& file, int64_t damaged) {
+    // A record that bridges the gap needs room for its own head and keys.
+    int64_t from = damaged + file.recordSize(0) + static_cast<int64_t>(recordMagic);
+    Bytes piece(searchPiece + magicOctets.size() - 1);
+    while (from < file.length()) {
+        const ssize_t n = file.readSome(from, piece.data(), piece.size());
+        if (n < static_cast<ssize_t>(magicOctets.size())) return nowhere;
+        const std::string_view text = asText({piece.data(), static_cast<size_t>(n)});
+        for (size_t at = text.find(magicOctets); at != std::string_view::npos; at = text.find(magicOctets, at + 1)) {
+            const int64_t position = from + static_cast<int64_t>(at) - static_cast<int64_t>(recordMagic);
+            if (recordAt(file, position)) return position;
+        }
+        from += static_cast<int64_t>(searchPiece);
+    }
+    return nowhere;
+}
+
+bool remakeIndexes(const std::string& name, MendExtent extent, int& lost) {
+    discardRebuilt(name);
+    IndexMaker maker(name, extent);
+    const bool made = maker.run();
+    lost = maker.lost();
+    if (!made) discardRebuilt(name);
+    return made;
+}
+
+bool mendTable(const std::string& name) {
+    int lost = 0;
+    return remakeIndexes(name, MendExtent::afterCrash, lost) && swapRebuilt(name);
+}
+
+}  // namespace crv

@@ -1,0 +1,28 @@
+// Making the indexes of a table anew from its data file, keeping the record numbers.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "db/datafile.h"
+
+namespace crv {
+
+/// Position of the first record behind a damaged place; nowhere when none follows. A record counts when its head is
+/// sound and another one, or the end of the file, follows it.
+int64_t nextRecord(DataFile& file, int64_t damaged);
+
+enum class MendExtent {
+    afterCrash,  ///< only what a cut-off change leaves: a part of a record at the end is cut off
+    salvage      ///< records lost in the middle too: a copy of the data file bridges them by a deleted record
+};
+
+/// Makes "#" files with new indexes of all live records; the old files stay until swapRebuilt(). With salvage there
+/// may be a new data file too. False, with the old files as they were, when the data file cannot be read or is damaged
+/// beyond the extent. lost counts the damaged places.
+[[nodiscard]] bool remakeIndexes(const std::string& name, MendExtent extent, int& lost);
+
+/// remakeIndexes() after a crash, and the swap. The caller holds the exclusive lock with its mark set.
+[[nodiscard]] bool mendTable(const std::string& name);
+
+}  // namespace crv

@@ -1,0 +1,84 @@
+#include "db/table_rebuild.h"
+
+#include <array>
+#include <utility>
+
+#include "db/table_mend.h"
+#include "misc/atomic_write.h"
+#include "misc/file_ops.h"
+#include "misc/logger.h"
+#include "misc/whole_file.h"
+
+namespace crv {
+
+namespace {
+
+constexpr std::array extensions{indexExtension, dataExtension};
+
+}  // namespace
+
+std::string rebuildName(const std::string& name) {
+    return name.substr(0, name.size() - 1) + "#";
+}
+
+void discardRebuilt(const std::string& name) {
+    for (const char* extension : extensions) fileOps().unlink(rebuildName(name) + extension);
+}
+
+bool swapRebuilt(const std::string& name) {
+    for (const char* extension : extensions) {
+        const std::string fresh = rebuildName(name) + extension;
+        if (fileExists(fresh) && fileOps().rename(fresh, name + extension) != 0) return false;
+    }
+    return syncFolder(folderOf(name));
+}
+
+TableRebuild::TableRebuild(std::string name) : name_(std::move(name)) {}
+
+TableRebuild::~TableRebuild() {
+    if (!keep_) discardRebuilt(name_);
+}
+
+bool TableRebuild::begin() {
+    if (old_.open(name_ + dataExtension) != dbOk) return false;
+    const std::string fresh = rebuildName(name_);
+    if (fresh_.create(fresh, old_.numIndexes(), old_.descs()) != dbOk || fresh_.open(fresh) != dbOk) return false;
+    fresh_.indexFile().deferWrites(true);
+    return true;
+}
+
+bool TableRebuild::copy(const Visit& visit, const Copied& copied) {
+    DataScan scan(old_);
+    for (;;) {
+        const DataScan::Result result = scan.next();
+        if (result == DataScan::Result::end) return true;
+        if (result == DataScan::Result::damaged && nextRecord(old_, scan.recNo()) == nowhere) {
+            logLine(LogLevel::warning, "part of a record left out at the end of " + old_.path());
+            return true;
+        }
+        if (result != DataScan::Result::record) return false;
+        if (scan.deleted()) continue;
+        std::vector<std::string_view> keys = scan.keys();
+        std::vector<std::string> changed(keys.begin(), keys.end());
+        if (visit && !visit(scan, changed)) continue;
+        keys.assign(changed.begin(), changed.end());
+        int64_t recNo = 0;
+        if (fresh_.insert(keys, scan.body(), recNo) != dbOk) return false;
+        if (copied) copied(scan.recNo(), recNo);
+    }
+}
+
+bool TableRebuild::finish() {
+    old_.close();
+    const bool written = fresh_.indexFile().flush() == dbOk && fresh_.indexFile().sync() && fresh_.dataFile().sync();
+    fresh_.close();
+    fresh_.indexFile().deferWrites(false);
+    keep_ = written;
+    return written;
+}
+
+bool TableRebuild::swap() {
+    return keep_ && swapRebuilt(name_);
+}
+
+}  // namespace crv

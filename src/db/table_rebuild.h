@@ -1,0 +1,56 @@
+// Making a table anew beside the old one and putting it in its place.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "db/data_scan.h"
+#include "db/database.h"
+
+namespace crv {
+
+/// The base name of the files in which a table is made anew: the last character replaced by "#".
+std::string rebuildName(const std::string& name);
+
+/// Deletes both files of a new table that was not completed; missing ones do not matter.
+void discardRebuilt(const std::string& name);
+
+/// Renames the files of a complete new table over the old ones, index first; a file that is not there has been renamed
+/// before. False when a rename fails.
+[[nodiscard]] bool swapRebuilt(const std::string& name);
+
+/// Copies the live records of a table into a new one. begin(), copy(), finish(), then swap() under the mark "swapping";
+/// the new files are deleted when it ends without finish() or discarded is set before swap().
+class TableRebuild {
+  public:
+    /// Sees each live record and may change its keys; false leaves the record out.
+    using Visit = std::function<bool(const DataScan& record, std::vector<std::string>& keys)>;
+    /// Learns the new number of each copied record.
+    using Copied = std::function<void(int64_t oldRecNo, int64_t newRecNo)>;
+
+    explicit TableRebuild(std::string name);
+    ~TableRebuild();
+    TableRebuild(const TableRebuild&) = delete;
+    TableRebuild& operator=(const TableRebuild&) = delete;
+
+    /// Opens the old data file and makes the new table with its index descriptions.
+    [[nodiscard]] bool begin();
+    /// Copies in file order. What is behind the last whole record, left by a crash, is passed over.
+    [[nodiscard]] bool copy(const Visit& visit, const Copied& copied);
+    [[nodiscard]] bool copyAll() { return copy(nullptr, nullptr); }
+    /// The new table, for records to be added.
+    [[nodiscard]] DataBase& table() { return fresh_; }
+    /// Writes everything down: from now on the new files are complete.
+    [[nodiscard]] bool finish();
+    [[nodiscard]] bool swap();
+
+  private:
+    std::string name_;
+    DataFile old_;
+    DataBase fresh_;
+    bool keep_ = false;
+};
+
+}  // namespace crv
