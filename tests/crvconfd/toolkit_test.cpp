@@ -233,10 +233,13 @@ TEST(ToolkitMessages, GoAwayByAKeyOrByTime) {
 }
 
 TEST(ToolkitRandom, CountsKeysUpToTheBufferAndIgnoresTheRest) {
-    for (const auto& [typed, counter, end, result] : {std::tuple{"abc", " - 3", "\r", "3 filled"},
-                                                      {"a\x1b[Abcdef", " - 4", "\n", "4 filled"},
-                                                      {"ab", " - 2", "\x1b", "-1"}}) {
-        Demo demo(2, {"random"});
+    for (const auto& [scene, typed, counter, end, result] : {std::tuple{"random", "abc", " - 3", "\r", "3 filled"},
+                                                             {"random", "a\x1b[Abcdef", " - 4", "\n", "4 filled"},
+                                                             {"random", "ab", " - 2", "\x1b", "-1"},
+                                                             {"digest", "abcdef", " - 6", "\r", "6 filled"},
+                                                             {"digest", "", "", "\r", "0 filled"},
+                                                             {"digest", "a", " - 1", "\x1b", "-1"}}) {
+        Demo demo(2, {scene});
         demo.waitFor("Klawisze:");
         demo.send(typed);
         demo.waitFor(std::string("Klawisze:") + counter);
