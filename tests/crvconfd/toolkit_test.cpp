@@ -290,7 +290,7 @@ TEST(ToolkitList, MovesWrapsAndChooses) {
 
 TEST(ToolkitList, FrameAndLinesHaveTheirPlaces) {
     Demo demo(2, {"list", "30", "25", "0", "1", "1"});
-    demo.waitFor("pozycja 25");
+    demo.waitUntil("the frame is closed", [&] { return !demo.row(23).empty(); });
     EXPECT_EQ(demo.row(2), spaces(10) + "+------------+");
     EXPECT_EQ(demo.row(22), spaces(10) + "|>pozycja 25 |") << "twenty rows fit, the current one last";
     EXPECT_EQ(demo.row(23), spaces(10) + "+------------+");
