@@ -60,6 +60,10 @@ bool fitsList(std::string_view text) {
     return text.find_first_of(std::string_view("\"\r\n\0", 4)) == std::string_view::npos;
 }
 
+bool fitsListName(std::string_view name) {
+    return fitsList(name) && name.find_first_of("[\\") == std::string_view::npos;
+}
+
 size_t AttrSet::find(long id) const {
     if (id == kNoAttr) return rows_.size();
     auto row =

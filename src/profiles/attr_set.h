@@ -4,6 +4,7 @@
 #include <array>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace crv {
@@ -46,6 +47,8 @@ int copyAttr(std::string_view value, char* buf, long* len);
 int copyNumber(long value, char* buf, long* len);
 /// Whether a list can hold the text as a value: no double quote, CR, LF or zero byte.
 bool fitsList(std::string_view text);
+/// Whether it can be a component of a path, too: no "[" and no backslash.
+bool fitsListName(std::string_view name);
 
 /// The values of one table. Copies freely.
 class AttrSet {

@@ -1,5 +1,13 @@
 #include "profiles/crv_profile.h"
 
+#include <cstdio>
+#include <ctime>
+
+#include "corvane/crverrors.h"
+#include "misc/atomic_write.h"
+#include "misc/exceptions.h"
+#include "misc/path.h"
+
 namespace crv {
 namespace {
 
@@ -10,8 +18,32 @@ constexpr AttrRow kCommonRows[] = {
     {"RootsEmptyPassword", AttrForm::OpenNumber, {CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, kNoAttr}},
 };
 
-bool fitsName(std::string_view name) {
-    return fitsList(name) && name.find_first_of("[\\") == std::string_view::npos;
+/// String values of a record's own keys, for the database settings: from a list and, where it may change, into it.
+class CfgIo : public RwCfgStrValue {
+  public:
+    CfgIo(const UniversalConfMgr& from, UniversalConfMgr* to, std::string prefix)
+        : from_(from), to_(to), prefix_(std::move(prefix)) {}
+
+    bool read(const std::string& key, std::string& value) override { return from_.getData(prefix_ + key, value); }
+    void write(const std::string& key, const std::string& value) override {
+        VTEST(to_, "src/profiles/crv_profile");
+        to_->setData((prefix_ + key).c_str(), value.c_str());
+    }
+
+  private:
+    const UniversalConfMgr& from_;
+    UniversalConfMgr* to_;
+    std::string prefix_;
+};
+
+std::string localTime() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    char text[32];
+    std::snprintf(text, sizeof text, "%.4d%.2d%.2d%.2d%.2d%.2d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
+                  local.tm_hour, local.tm_min, local.tm_sec);
+    return text;
 }
 
 }  // namespace
@@ -30,8 +62,11 @@ int CrvProfile::getAttr(long id, char* buf, long* len) const {
         case CRVPROFILE_ATTR_TYPE_TEXT:
             return copyAttr(std::to_string(type()), buf, len);
         default:
-            return common_.get(id, buf, len);
+            break;
     }
+    std::string value;
+    if (!db_.getAttr(id, value)) return common_.get(id, buf, len);
+    return value.empty() && len ? kAttrNoValue : copyAttr(value, buf, len);
 }
 
 int CrvProfile::getAttr(long id, std::string& value) const {
@@ -56,10 +91,20 @@ int CrvProfile::getAttr(long id, std::vector<char>& value) const {
 
 int CrvProfile::setAttr(long id, const char* value, long len) {
     if (own_.knows(id)) return own_.set(id, value, len);
-    if (id != CRVPROFILE_ATTR_NAME) return common_.set(id, value, len);
-    if (!value || len < 0 || !fitsName({value, static_cast<size_t>(len)})) return kAttrBadArgument;
-    name_.assign(value, static_cast<size_t>(len));
-    return kAttrOk;
+    if (common_.knows(id)) return common_.set(id, value, len);
+    if (len < 0 || (!value && len > 0)) return kAttrBadArgument;
+    const std::string text(value ? value : "", static_cast<size_t>(len));
+    if (id == CRVPROFILE_ATTR_NAME) {
+        if (!fitsListName(text)) return kAttrBadArgument;
+        name_ = text;
+        return kAttrOk;
+    }
+    if (!fitsList(text)) return kAttrBadArgument;
+    try {
+        return db_.setAttr(id, text) ? kAttrOk : kAttrBadArgument;
+    } catch (const std::runtime_error& error) {
+        throw CrvApiException(ECRV_API_INV_PAR, error.what());
+    }
 }
 
 int CrvProfile::setAttr(long id, const std::string& value) {
@@ -73,8 +118,64 @@ int CrvProfile::setAttr(long id, long value) {
 void CrvProfile::loadProfile(const UniversalConfMgr& store, const std::string& name) {
     const std::string prefix = "\\" + name + "\\";
     name_ = name;
+    loadUsages(store, prefix);
+    loadServers(store, prefix);
+    loadProxy(store, prefix);
     common_.load(store, prefix);
+    CfgIo reader(store, nullptr, prefix);
+    db_.load(reader);
     own_.load(store, prefix);
+}
+
+void CrvProfile::writeRecord(UniversalConfMgr& store) const {
+    const std::string prefix = "\\" + name_ + "\\";
+    CfgIo io(store, &store, prefix);
+    store.remove(prefix);
+    store.setData((prefix + "Type").c_str(), type());
+    common_.save(store, prefix);
+    db_.save(io);
+    saveUsages(store, prefix);
+    saveServers(store, prefix);
+    saveProxy(store, prefix);
+    own_.save(store, prefix);
+    store.setData((prefix + "LastProfileUpdate").c_str(), localTime().c_str());
+}
+
+void CrvProfile::saveProfile(ProfileMedia media, const std::string& file) const {
+    if (name_.empty()) throw CrvApiException(ECRV_NO_PROFILE_NAME);
+    const std::string path = getCfgFileName(media, file);
+    UniversalConfMgr store(media);
+    store.loadIfExists(path);
+    writeRecord(store);
+    store.seveToFile(path);
+}
+
+void CrvProfile::saveProfileWithRollbackIfError(ProfileMedia media, const std::string& file) {
+    try {
+        saveProfile(media, file);
+    } catch (...) {
+        try {
+            if (auto saved = getProfileByName(media, file, name_)) *this = *saved;
+        } catch (const std::exception&) {
+            // The list cannot be read either: the first failure is the one to tell.
+        }
+        throw;
+    }
+}
+
+void CrvProfile::removeProfile(ProfileMedia media, const std::string& file, const std::string& name) {
+    if (name.empty() || !fitsListName(name)) throw CrvApiException(ECRV_API_INV_PAR);
+    const std::string path = getCfgFileName(media, file);
+    UniversalConfMgr store(media);
+    store.loadFromFile(path);
+    store.setPendingChanges(false);
+    store.remove("\\" + name + "\\");
+    if (store.isPendingChanges()) store.seveToFile(path);
+}
+
+void CrvProfile::getDefaultDbInstDir(std::string& directory) const {
+    const std::string list = listFile_.empty() ? getDefaultCfgFileName(ProfileMedia::User) : listFile_;
+    directory = dbInstDir_.empty() ? folderOf(expandHome(list)) + "db/" : dbInstDir_;
 }
 
 }  // namespace crv

@@ -7,9 +7,14 @@
 #include <string_view>
 #include <vector>
 
+#include "asn/crv_object.h"
 #include "corvane/crvprofile.h"
+#include "db/db_config.h"
+#include "profiles/accepted_usages.h"
 #include "profiles/attr_set.h"
 #include "profiles/profile_media.h"
+#include "profiles/proxy_settings.h"
+#include "profiles/server_list.h"
 #include "profiles/universal_conf_mgr.h"
 
 namespace crv {
@@ -19,14 +24,16 @@ enum class ProfileKind { Csp = 0, Pkcs12 = 1, Tarvo23 = 3, Pkcs11 = 5, Memory = 
 
 class ProfileIterator;
 
-/// A record lives on its own: changes reach a list through saveProfile only. Of the kinds below, each brings its table
-/// of attributes; a record copies and assigns as a whole.
-class CrvProfile {
+/// A record lives on its own: changes reach a list through saveProfile only. Each kind brings its table of attributes,
+/// all state stands here, and a record assigns as a whole. Its servers, its proxy and the extended key usages that it
+/// accepts are operated by the bases.
+class CrvProfile : public CRVObject, public ServerList, public ProxySettings, public AcceptedUsages {
   public:
-    virtual ~CrvProfile() = default;
-
     /// A new record of a kind, or null for a number that is none of Type's.
     static std::unique_ptr<CrvProfile> create(long type);
+
+    /// A copy of the record and its kind.
+    [[nodiscard]] std::unique_ptr<CrvProfile> clone() const;
 
     [[nodiscard]] const std::string& name() const { return name_; }
     /// The list's "Type"; 0 for Csp.
@@ -39,7 +46,8 @@ class CrvProfile {
     int getAttr(long id, std::string& value) const;
     int getAttr(long id, long& value) const;
     int getAttr(long id, std::vector<char>& value) const;
-    /// See AttrSet::set. The last form sets the number as decimal text.
+    /// See AttrSet::set. The last form sets the number as decimal text. A kind of database that there is not throws
+    /// CrvApiException (ECRV_API_INV_PAR) with the kinds that there are.
     int setAttr(long id, const char* value, long len);
     int setAttr(long id, const std::string& value);
     int setAttr(long id, long value);
@@ -72,6 +80,23 @@ class CrvProfile {
     /// The record of a name in a loaded list, or null when it is no profile.
     static std::unique_ptr<CrvProfile> readProfile(const UniversalConfMgr& store, const std::string& name);
 
+    /// Writes the record into a list, which is made when it does not exist and otherwise read, changed and replaced in
+    /// one stretch. Throws CrvApiException: ECRV_NO_PROFILE_NAME without a name, ECRV_API_INV_PAR for what a list
+    /// cannot hold; std::runtime_error "Parametr: dbtype nie istnieje" without a kind of database, and as the list's
+    /// reader and writer.
+    void saveProfile(ProfileMedia media, const std::string& file) const;
+    /// The same, but a failure gives the record the list's values again before it is thrown on.
+    void saveProfileWithRollbackIfError(ProfileMedia media, const std::string& file);
+    /// Takes a record out of a list; a name that is not there changes nothing. Throws CrvApiException
+    /// (ECRV_API_INV_PAR) for what cannot be a name, std::runtime_error as above.
+    static void removeProfile(ProfileMedia media, const std::string& file, const std::string& name);
+
+    [[nodiscard]] const DbConfig& dbConfig() const { return db_; }
+    /// Directory of the database of a new profile: the one set, else "db/" beside the list that the record came from
+    /// (the user's list for a new record). Ends with a slash unless it was set otherwise.
+    void getDefaultDbInstDir(std::string& directory) const;
+    void setDefaultDbInstDir(const std::string& path) { dbInstDir_ = path; }
+
   protected:
     CrvProfile(ProfileKind kind, std::span<const AttrRow> rows);
     CrvProfile(const CrvProfile&) = default;
@@ -79,9 +104,13 @@ class CrvProfile {
 
   private:
     void loadProfile(const UniversalConfMgr& store, const std::string& name);
+    void writeRecord(UniversalConfMgr& store) const;
 
     ProfileKind kind_;
     std::string name_;
+    std::string listFile_;
+    std::string dbInstDir_;
+    DbConfig db_;
     AttrSet common_;
     AttrSet own_;
 };
@@ -89,13 +118,14 @@ class CrvProfile {
 /// A loaded list and a place in it.
 class ProfileIterator {
   public:
-    explicit ProfileIterator(UniversalConfMgr list);
+    ProfileIterator(UniversalConfMgr list, std::string file);
     ProfileIterator(const ProfileIterator&) = delete;
     ProfileIterator& operator=(const ProfileIterator&) = delete;
 
   private:
     friend class CrvProfile;
     UniversalConfMgr list_;
+    std::string file_;
     UniversalConfMgr::Iterator at_;
 };
 

@@ -95,4 +95,10 @@ std::unique_ptr<CrvProfile> CrvProfile::create(long type) {
     return row == std::end(kListedKinds) ? nullptr : row->make();
 }
 
+std::unique_ptr<CrvProfile> CrvProfile::clone() const {
+    auto copy = kind_ == ProfileKind::Csp ? make<CspProfile>() : create(type());
+    *copy = *this;
+    return copy;
+}
+
 }  // namespace crv

@@ -90,12 +90,14 @@ std::unique_ptr<CrvProfile> CrvProfile::readProfile(const UniversalConfMgr& stor
 
 std::unique_ptr<CrvProfile> CrvProfile::getProfileByName(ProfileMedia media, const std::string& file,
                                                          const std::string& name) {
-    return readProfile(loadList(media, file), name);
+    auto profile = readProfile(loadList(media, file), name);
+    if (profile) profile->listFile_ = getCfgFileName(media, file);
+    return profile;
 }
 
 std::unique_ptr<ProfileIterator> CrvProfile::getProfileIterator(ProfileMedia media, const std::string& file,
                                                                 long* count) {
-    auto iterator = std::make_unique<ProfileIterator>(loadList(media, file));
+    auto iterator = std::make_unique<ProfileIterator>(loadList(media, file), getCfgFileName(media, file));
     if (count) {
         UniversalConfMgr::Iterator at = iterator->at_;
         std::string name;
@@ -110,7 +112,9 @@ bool CrvProfile::getNextProfileName(ProfileIterator& iterator, std::string& name
 
 std::unique_ptr<CrvProfile> CrvProfile::getNextProfile(ProfileIterator& iterator) {
     std::string name;
-    return nextName(iterator.list_, iterator.at_, name) ? readProfile(iterator.list_, name) : nullptr;
+    auto profile = nextName(iterator.list_, iterator.at_, name) ? readProfile(iterator.list_, name) : nullptr;
+    if (profile) profile->listFile_ = iterator.file_;
+    return profile;
 }
 
 std::unique_ptr<CrvProfile> CrvProfile::getProfile(ProfileMedia media, const std::string& file, long index) {
@@ -121,7 +125,8 @@ std::unique_ptr<CrvProfile> CrvProfile::getProfile(ProfileMedia media, const std
     return index < 0 ? nullptr : getNextProfile(*iterator);
 }
 
-ProfileIterator::ProfileIterator(UniversalConfMgr list) : list_(std::move(list)) {
+ProfileIterator::ProfileIterator(UniversalConfMgr list, std::string file)
+    : list_(std::move(list)), file_(std::move(file)) {
     list_.getIterator(at_, "\\", UCMNodeType::Key);
 }
 

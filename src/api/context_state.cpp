@@ -1,0 +1,40 @@
+#include "api/context_state.h"
+
+#include "api/vtest_text_buffer.h"
+
+namespace crv {
+
+int ContextState::getPIN(PinSlot slot, SecretText& pin, bool* fromCache, bool ask) {
+    const long id = static_cast<long>(slot);
+    const PinCache::Slot& cached = pins.slot(id);
+    if (fromCache) *fromCache = cached.present;
+    pin.clear();
+    if (cached.present) {
+        pin = cached.pin;
+        return kPinOk;
+    }
+    if (!ask || !prompt) return kPinCancelled;
+    const int result = prompt(slot, pin);
+    if (result == kPinOk)
+        pins.store(id, pin);
+    else
+        pin.clear();
+    return result;
+}
+
+void ContextState::report(std::string_view line) {
+    report_.append(line).push_back('\n');
+}
+
+void ContextState::setDiagnosticText(std::string_view text) {
+    VtestTextBuffer::setVtestTxt(owner_, text);
+}
+
+void ContextState::beginCall() {
+    runReport_ += report_;
+    report_.clear();
+    warnings.clear();
+    VtestTextBuffer::forget(owner_);
+}
+
+}  // namespace crv

@@ -1,0 +1,116 @@
+// PIN calls.
+#include <iconv.h>
+#include <langinfo.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "api/api_frame.h"
+#include "misc/ascii.h"
+#include "misc/exceptions.h"
+
+namespace crv {
+namespace {
+
+/// A text in the character set of the locale as UTF-8.
+SecretText localToUtf8(const char* text) {
+    const char* local = nl_langinfo(CODESET);
+    std::string_view given(text);
+    const bool ascii = given.find_first_of("\x80\xff") == std::string_view::npos &&
+                       std::ranges::all_of(given, [](char c) { return c > 0; });
+    if (ascii || equalIgnoreCase(local, "UTF-8")) return SecretText(given);
+    iconv_t converter = iconv_open("UTF-8", local);
+    if (converter == reinterpret_cast<iconv_t>(-1)) throw CrvApiException(ECRV_TEXT_CONVERT, local);
+    SecretBytes utf8(given.size() * 4);
+    char* in = const_cast<char*>(given.data());
+    char* out = reinterpret_cast<char*>(utf8.data());
+    size_t left = given.size(), room = utf8.size();
+    const size_t answer = iconv(converter, &in, &left, &out, &room);
+    iconv_close(converter);
+    if (answer == static_cast<size_t>(-1)) throw CrvApiException(ECRV_TEXT_CONVERT, local);
+    return SecretText(asText(ByteView(utf8).first(utf8.size() - room)));
+}
+
+int crvStorePINInt(CRVctx* ctx, long id, const SecretText& pin) {
+    ctx->state.pins.store(id, pin);
+    return CRV_OK;
+}
+
+int crvCleanPINInt(CRVctx* ctx, long mask) {
+    demand((mask & ~PinCache::kAllSlots) == 0);
+    ctx->state.pins.clean(mask);
+    return CRV_OK;
+}
+
+bool flagOf(const CrvProfile& profile, long id) {
+    long value = 0;
+    return profile.getAttr(id, value) == kAttrOk && value != 0;
+}
+
+/// The additional trust points have a place and a password.
+bool rootsNeedPassword(const CrvProfile& profile) {
+    std::string file;
+    profile.getAttr(CRVPROFILE_ATTR_ROOTS_FILE, file);
+    return !file.empty() && !flagOf(profile, CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD);
+}
+
+int crvGetPINInfoInt(CRVctx* ctx, long id, long* needed) {
+    demand(needed && PinCache::isSlot(id));
+    const CrvProfile* profile = ctx->configurationManager.profile();
+    if (!profile) return ECRV_PROFILE_NOT_LOADED;
+    const auto slot = static_cast<PinSlot>(id);
+    const auto first = static_cast<long>(PinSlot::SigningToken);
+    const long external = slot == PinSlot::DecryptionToken ? CRVPROFILE_ATTR_EXTERN_DPIN : CRVPROFILE_ATTR_EXTERN_SPIN;
+    if (slot == PinSlot::Roots)
+        *needed = rootsNeedPassword(*profile) ? id : 0;
+    else
+        *needed = flagOf(*profile, external) ? 0 : first;
+    return CRV_OK;
+}
+
+/// A prompt of the program, which fills a buffer, as the library asks.
+PinPrompt wrapped(CrvPinPrompt prompt, void* user) {
+    if (!prompt) return {};
+    return [prompt, user](PinSlot slot, SecretText& pin) {
+        SecretArray<256> buffer;
+        char* text = reinterpret_cast<char*>(buffer.data());
+        const int result = prompt(user, static_cast<long>(slot), text, static_cast<long>(buffer.size()));
+        buffer.back() = 0;
+        if (result == kPinOk) pin = SecretText(text);
+        return result;
+    };
+}
+
+}  // namespace
+}  // namespace crv
+
+using namespace crv;
+
+int crvStorePINAPI(CRVctx* ctx, long id, const char* pin) {
+    return apiFrame(ctx, [&] {
+        demand(pin);
+        return crvStorePINInt(ctx, id, localToUtf8(pin));
+    });
+}
+
+int crvStorePINUtf8API(CRVctx* ctx, long id, const char* pin) {
+    return apiFrame(ctx, [&] {
+        demand(pin);
+        return crvStorePINInt(ctx, id, SecretText(pin));
+    });
+}
+
+int crvCleanPINAPI(CRVctx* ctx, long mask) {
+    return apiFrame(ctx, [&] { return crvCleanPINInt(ctx, mask); });
+}
+
+int crvGetPINInfo(CRVctx* ctx, long id, long* needed) {
+    return apiFrame(ctx, [&] { return crvGetPINInfoInt(ctx, id, needed); });
+}
+
+int crvSetPINPromptAPI(CRVctx* ctx, CrvPinPrompt prompt, void* user) {
+    return apiFrame(ctx, [&] {
+        ctx->state.prompt = wrapped(prompt, user);
+        return CRV_OK;
+    });
+}

@@ -1,0 +1,62 @@
+// The library context: everything that one user of the library works with.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <string>
+
+#include "api/context_state.h"
+#include "corvane/crvapi.h"
+#include "profiles/server_list.h"
+#include "src/configuration_manager.h"
+#include "src/network_manager.h"
+
+namespace crv {
+
+/// Counts the contexts that are alive; throws CrvApiException (ECRV_TOO_MANY_CONTEXTS) for one too many.
+class ContextCount {
+  public:
+    static constexpr int kMost = 64;
+    ContextCount();
+    ~ContextCount();
+    ContextCount(const ContextCount&) = delete;
+    ContextCount& operator=(const ContextCount&) = delete;
+};
+
+/// Used by one caller at a time. It has no virtual functions: its first bytes are a text by which every call knows it.
+struct CRVctx {
+    static constexpr std::array<char, 24> kMarker{"Corvane library context"};
+    static constexpr size_t kErrorTextSize = 512;
+
+    /// Runs the self-tests and initialises the managers in the order of their members. Throws CrvApiException
+    /// (ECRV_TOO_MANY_CONTEXTS, ECRV_LIBCORVPP_TEST_FAILED), or what a manager's initialisation throws.
+    CRVctx();
+    /// Logs out and wipes PINs and keys. The marker goes too, so a late call is refused.
+    ~CRVctx();
+    CRVctx(const CRVctx&) = delete;
+    CRVctx& operator=(const CRVctx&) = delete;
+
+    /// Binds a profile, or with null none; the current one is logged out first and its PINs are wiped.
+    void setProfile(std::unique_ptr<CrvProfile> profile);
+
+    int getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr, bool ask = true) {
+        return state.getPIN(slot, pin, fromCache, ask);
+    }
+    void removePINs() { state.removePINs(); }
+
+    std::array<char, kMarker.size()> marker = kMarker;
+    ContextCount counted;
+    ContextState state{this, configurationManager};
+    ConfigurationManager configurationManager;
+    NetworkManager networkManager;
+
+    std::array<char, kErrorTextSize> errorText{};
+    std::string textOption;  // handed out by crvGetTextOptionAPI
+    SrvParams server;        // its texts are handed out
+    Proxy proxy;             // likewise
+};
+
+/// ECRV_API_INV_PAR for null, ECRV_API_INV_CTX for what is no context, else 0.
+int checkCRVctx(const CRVctx* ctx) noexcept;
+
+}  // namespace crv

@@ -1,0 +1,40 @@
+// The PINs and passwords that a context keeps between calls.
+#pragma once
+
+#include <array>
+#include <ctime>
+
+#include "misc/secret.h"
+#include "src/context_services.h"
+
+namespace crv {
+
+/// Four slots with the bits 1, 2, 8 and 16. The texts are wiped when they are replaced, removed or given up.
+class PinCache {
+  public:
+    static constexpr long kAllSlots = 1 | 2 | 8 | 16;
+
+    struct Slot {
+        SecretText pin;
+        bool present = false;
+        std::time_t stored = 0;
+    };
+
+    static bool isSlot(long id) { return id > 0 && (id & kAllSlots) == id && (id & (id - 1)) == 0; }
+
+    /// Fills a slot and stamps it with the current time. A number that is no slot fails an assertion.
+    void store(long id, const SecretText& pin);
+    /// Overwrites the PINs of a mask's slots with zeros and their times with 0; length and presence stay, so a later
+    /// use finds a PIN of zero bytes.
+    void clean(long mask);
+    /// Empties every slot.
+    void removeAll();
+    [[nodiscard]] const Slot& slot(long id) const { return slots_[index(id)]; }
+
+  private:
+    static size_t index(long id);
+
+    std::array<Slot, 4> slots_;
+};
+
+}  // namespace crv

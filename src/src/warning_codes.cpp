@@ -1,0 +1,24 @@
+#include "src/warning_codes.h"
+
+namespace crv {
+namespace {
+
+constexpr struct {
+    int code;
+    const char* text;
+} kWarnings[] = {
+    {WARN_USER_CRT_EXPIRED, "WARN_USER_CRT_EXPIRED: Certyfikat użytkownika stracił ważność"},
+    {WARN_USER_CRT_NOT_YET_VALID, "WARN_USER_CRT_NOT_YET_VALID: Certyfikat użytkownika nie jest jeszcze ważny"},
+    {WARN_NET_STORE_NOT_MOVED,
+     "WARN_NET_STORE_NOT_MOVED: Nie wszystkie pobrane certyfikaty i listy CRL zapisano w bazie danych"},
+};
+
+}  // namespace
+
+std::string warningText(int code) {
+    for (const auto& row : kWarnings)
+        if (row.code == code) return row.text;
+    return "WARN_" + std::to_string(code);
+}
+
+}  // namespace crv

@@ -1,0 +1,18 @@
+// Warnings: what a call got by with. They have numbers and texts of their own.
+#pragma once
+
+#include <string>
+
+namespace crv {
+
+/// Numbers for ContextServices::addWarning.
+enum WarningCode : int {
+    WARN_USER_CRT_EXPIRED = 1,
+    WARN_USER_CRT_NOT_YET_VALID = 2,
+    WARN_NET_STORE_NOT_MOVED = 3,
+};
+
+/// "NAME: text" of a warning; of an unknown number the number.
+std::string warningText(int code);
+
+}  // namespace crv
