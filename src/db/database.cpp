@@ -215,13 +215,19 @@ int DataBase::setRec(int64_t recNo) {
     return fail(Error::index);
 }
 
+int DataBase::sync() {
+    error_ = Error::none;
+    if (!index_.sync()) return fail(Error::index);
+    return data_.sync() ? dbOk : fail(Error::data);
+}
+
 int DataBase::rebuild(const std::string& name) {
     error_ = Error::none;
     close();
     if (name.empty() || name.size() > maxName || !beginChange()) return fail(Error::data);
     TableRebuild copy(name);
     if (!copy.begin() || !copy.copyAll() || !copy.finish()) return fail(Error::data);
-    if (lock_ != nullptr && !lock_->setMark(DbMark::swapping)) {
+    if (lock_ != nullptr && !lock_->setMark(DbMark::swapping, {name.substr(name.rfind('/') + 1)})) {
         discardRebuilt(name);
         return fail(Error::data);
     }

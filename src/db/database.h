@@ -55,6 +55,9 @@ class DataBase {
     /// Puts the cursor on the record; dbError when it is deleted, cannot be read or is not found by its key.
     [[nodiscard]] int setRec(int64_t recNo);
 
+    /// Waits until the disk has what was written.
+    [[nodiscard]] int sync();
+
     /// Compacts the table of that name: live records are copied to files whose name ends in "#", which then take the
     /// places of the old ones. Record numbers change. dbError, with the old files untouched, when the copy fails.
     [[nodiscard]] int rebuild(const std::string& name);

@@ -13,9 +13,11 @@ namespace crv {
 
 namespace {
 
-/// The first octets of the lock file: these letters and the mark.
+/// The first octets of the lock file: these letters, the mark, and after it the names, each with this end.
 constexpr std::string_view markLetters = "CRVMARK";
 constexpr size_t markSize = markLetters.size() + 1;
+constexpr char nameEnd = '/';
+constexpr char namesEnd = '\n';
 
 }  // namespace
 
@@ -40,24 +42,30 @@ DbLock::~DbLock() {
     release();
 }
 
-DbMark DbLock::readMark() const {
-    std::array<char, markSize> octets{};
+DbLock::State DbLock::readMark() const {
+    std::string octets(markSize + maxNames, '\0');
     const ssize_t n = readUpTo(semaphore_.descriptor(), octets.data(), octets.size(), 0);
-    if (n != static_cast<ssize_t>(markSize) || std::string_view(octets.data(), markSize - 1) != markLetters) {
-        return DbMark::none;
+    if (n < static_cast<ssize_t>(markSize) || !octets.starts_with(markLetters)) return {};
+    State state{static_cast<DbMark>(octets[markSize - 1]), {}};
+    if (state.mark < DbMark::none || state.mark > DbMark::swapping) state.mark = DbMark::changing;
+    if (state.mark == DbMark::none) return state;
+    const std::string names = octets.substr(markSize, octets.find(namesEnd) - markSize);
+    for (size_t at = 0, end = 0; (end = names.find(nameEnd, at)) != std::string::npos; at = end + 1) {
+        state.names.push_back(names.substr(at, end - at));
     }
-    const auto mark = static_cast<DbMark>(octets.back());
-    return mark >= DbMark::none && mark <= DbMark::swapping ? mark : DbMark::changing;
+    return state;
 }
 
-bool DbLock::writeMark(DbMark mark) const {
-    const std::string octets = std::string(markLetters) + static_cast<char>(mark);
-    return writeAll(semaphore_.descriptor(), octets.data(), octets.size(), 0);
+bool DbLock::writeMark(const State& state) const {
+    std::string octets = std::string(markLetters) + static_cast<char>(state.mark);
+    for (const std::string& name : state.names) octets.append(name).append(1, nameEnd);
+    octets += namesEnd;
+    return octets.size() <= markSize + maxNames && writeAll(semaphore_.descriptor(), octets.data(), octets.size(), 0);
 }
 
-bool DbLock::mend(DbMark mark) {
-    logLine(LogLevel::warning, std::string("database left while ") + nameOf(mark) + ", mending: " + path());
-    const bool mended = mender_ && mender_(mark) && writeMark(DbMark::none);
+bool DbLock::mend(const State& state) {
+    logLine(LogLevel::warning, std::string("database left while ") + nameOf(state.mark) + ", mending: " + path());
+    const bool mended = mender_ && mender_(state.mark, state.names) && writeMark({});
     logLine(mended ? LogLevel::warning : LogLevel::error, (mended ? "mended: " : "not mended: ") + path());
     return mended;
 }
@@ -70,14 +78,15 @@ DbLock::Result DbLock::acquire(int mode) {
     }
     for (int asked = mode;;) {
         if (semaphore_.p(asked) == 0) return asked == mode ? Result::notHad : Result::needsMending;
-        const DbMark mark = readMark();
-        if (mark == DbMark::none && asked == mode) break;
-        if (mark != DbMark::none && asked != sharedLock && !mend(mark)) {
+        const State state = readMark();
+        const bool marked = state.mark != DbMark::none;
+        if (!marked && asked == mode) break;
+        if (marked && asked != sharedLock && !mend(state)) {
             semaphore_.v();
             return Result::needsMending;
         }
         // Mended by us or by somebody else: look again under the lock that was wanted.
-        asked = mark != DbMark::none && asked == sharedLock ? static_cast<int>(exclusiveLock) : mode;
+        asked = marked && asked == sharedLock ? static_cast<int>(exclusiveLock) : mode;
         semaphore_.v();
     }
     mode_ = mode;
@@ -89,7 +98,7 @@ DbLock::Result DbLock::acquire(int mode) {
 
 void DbLock::release() {
     if (depth_ == 0 || --depth_ > 0) return;
-    if (mark_ != DbMark::none && !spoilt_ && !writeMark(DbMark::none)) {
+    if (mark_ != DbMark::none && !spoilt_ && !writeMark({})) {
         logLine(LogLevel::error, "mark not cleared: " + path());
     }
     mark_ = DbMark::none;
@@ -100,9 +109,9 @@ bool DbLock::beginChange() {
     return mark_ != DbMark::none || setMark(DbMark::changing);
 }
 
-bool DbLock::setMark(DbMark mark) {
+bool DbLock::setMark(DbMark mark, const std::vector<std::string>& names) {
     VTEST(depth_ > 0 && mode_ != sharedLock, "src/db/db_lock");
-    if (!writeMark(mark)) return false;
+    if (!writeMark({mark, names})) return false;
     mark_ = mark;
     return true;
 }

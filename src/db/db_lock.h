@@ -3,6 +3,8 @@
 
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "misc/file_semaphore.h"
 
@@ -30,8 +32,9 @@ class DbLock {
         notHad,       ///< the lock cannot be taken
         needsMending  ///< the mark is set and mending failed or is not permitted to this user
     };
-    /// Mends a database found with the mark; true when it is sound again. Runs under the exclusive lock.
-    using Mender = std::function<bool(DbMark)>;
+    /// Mends a database found with the mark; true when it is sound again. Runs under the exclusive lock. The names are
+    /// those given with the mark.
+    using Mender = std::function<bool(DbMark mark, const std::vector<std::string>& names)>;
 
     explicit DbLock(std::string path);
     /// Releases a lock still held.
@@ -50,8 +53,10 @@ class DbLock {
     /// Sets the mark "changing" when no mark is set yet. Called before each write; needs the exclusive lock. Tables
     /// bound to the lock call it themselves.
     [[nodiscard]] bool beginChange();
-    /// Sets a mark, replacing the present one.
-    [[nodiscard]] bool setMark(DbMark mark);
+    /// Sets a mark, replacing the present one, with the base names of the tables that it is about (file names; all
+    /// together at most maxNames octets).
+    [[nodiscard]] bool setMark(DbMark mark, const std::vector<std::string>& names = {});
+    static constexpr size_t maxNames = 1000;
     /// A change failed half-way: the mark stays when the lock is released, so the next one who takes it mends.
     void spoil() { spoilt_ = true; }
     [[nodiscard]] bool spoilt() const { return spoilt_; }
@@ -59,9 +64,13 @@ class DbLock {
     [[nodiscard]] const std::string& path() const { return semaphore_.path(); }
 
   private:
-    [[nodiscard]] DbMark readMark() const;
-    [[nodiscard]] bool writeMark(DbMark mark) const;
-    [[nodiscard]] bool mend(DbMark mark);
+    struct State {
+        DbMark mark = DbMark::none;
+        std::vector<std::string> names;
+    };
+    [[nodiscard]] State readMark() const;
+    [[nodiscard]] bool writeMark(const State& state) const;
+    [[nodiscard]] bool mend(const State& state);
 
     FileSemaphore semaphore_;
     Mender mender_;

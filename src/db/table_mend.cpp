@@ -10,6 +10,7 @@
 #include "db/indxuser.h"
 #include "db/table_rebuild.h"
 #include "misc/logger.h"
+#include "misc/whole_file.h"
 
 namespace crv {
 
@@ -31,17 +32,6 @@ bool recordAt(DataFile& file, int64_t position) {
     if (!headAt(file, position, head)) return false;
     const int64_t end = position + file.recordSize(head.capacity);
     return end == file.length() || headAt(file, end, after);
-}
-
-bool copyFile(DataFile& from, const std::string& to) {
-    File copy;
-    if (!copy.create(to)) return false;
-    Bytes piece(searchPiece);
-    for (int64_t at = 0; at < from.length(); at += static_cast<int64_t>(piece.size())) {
-        piece.resize(std::min(piece.size(), static_cast<size_t>(from.length() - at)));
-        if (!from.readAt(at, piece.data(), piece.size()) || !copy.writeAt(at, piece)) return false;
-    }
-    return true;
 }
 
 /// Walks a data file and puts every live record into a new index file; mends what it meets, as far as it may.
@@ -99,7 +89,7 @@ class IndexMaker {
     bool useCopy() {
         if (copied_) return true;
         const std::string copy = rebuildName(name_) + dataExtension;
-        if (!copyFile(data_, copy)) return false;
+        if (!copyFile(data_.path(), copy)) return false;
         copied_ = data_.open(copy) == dbOk;
         return copied_;
     }

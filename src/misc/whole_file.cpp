@@ -31,6 +31,20 @@ void writeFile(const std::string& path, ByteView content) {
     if (!result) throw std::runtime_error("writeFile: blad zapisy pliku");
 }
 
+bool copyFile(const std::string& from, const std::string& to) {
+    const FileDescriptor source(fileOps().open(from, O_RDONLY));
+    if (!source.valid()) return false;
+    const FileDescriptor target(fileOps().open(to, O_WRONLY | O_CREAT | O_TRUNC, 0666));
+    if (!target.valid()) return false;
+    std::array<uint8_t, 65536> piece{};
+    for (int64_t at = 0;;) {
+        const ssize_t n = readUpTo(source.get(), piece.data(), piece.size(), at);
+        if (n <= 0) return n == 0;
+        if (!writeAll(target.get(), piece.data(), static_cast<size_t>(n), at)) return false;
+        at += n;
+    }
+}
+
 bool fileExists(const std::string& path) {
     struct stat info {};
     return fileOps().stat(path, &info) == 0;

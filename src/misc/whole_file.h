@@ -18,6 +18,10 @@ Bytes readFile(const std::string& path, size_t limit = maxWholeFile);
 /// std::runtime_error: "writeFile: blad otwarcia pliku: " and the path, or "writeFile: blad zapisy pliku".
 void writeFile(const std::string& path, ByteView content);
 
+/// Makes `to` a copy of the file `from`, whatever its length; an old file `to` is overwritten in place. False with
+/// errno on failure.
+[[nodiscard]] bool copyFile(const std::string& from, const std::string& to);
+
 /// True when the name leads to something.
 bool fileExists(const std::string& path);
 

@@ -1,0 +1,199 @@
+#include "db_sql/db_crv.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <stdexcept>
+
+#include "db/database.h"
+#include "db/table_mend.h"
+#include "db/table_rebuild.h"
+#include "db_sql/dangling_records.h"
+#include "db_sql/db_crl_files.h"
+#include "misc/file_ops.h"
+#include "misc/path.h"
+#include "misc/whole_file.h"
+
+namespace crv {
+
+namespace {
+
+constexpr size_t maxDirectory = 255;
+/// Files of the format before the additional identifiers, the imports and the CRL index.
+constexpr int oldFormatFiles = 6;
+constexpr size_t versionOctets = 4;
+
+bool accessible(const std::string& path, int mode) {
+    return fileOps().access(path, mode) == 0;
+}
+
+[[noreturn]] void refuseCreation() {
+    throw std::runtime_error("DbCrv::create. Blad tworzenia katalogu baz danych");
+}
+
+}  // namespace
+
+const std::array<std::string_view, 11> DbCrv::m_dbFileNames{"ca.dta",     "ca.idx",      "certific.dta", "certific.idx",
+                                                            "dnfld.dta",  "dnfld.idx",   "version.txt",  "addidx.dta",
+                                                            "addidx.idx", "imports.dat", "crl_idx.asn"};
+
+bool buildDBDirectory(const std::string& path, std::string& directory) {
+    std::string full = expandHome(path);
+    if (full.empty()) return false;
+    if (full.back() != '/') full += '/';
+    if (full.size() > maxDirectory) return false;
+    directory = std::move(full);
+    return true;
+}
+
+void copyDbFile(const std::string& from, const std::string& to) {
+    if (!fileExists(from)) throw std::runtime_error("readFile(): Blad otwarcia bliku: " + from);
+    if (!copyFile(from, to)) throw std::runtime_error("writeFile: blad zapisy pliku");
+}
+
+void DbCrv::connect(const std::string& path) {
+    if (!buildDBDirectory(path, directory_)) {
+        throw std::runtime_error("DbCrv::connect. Blad wywolania funkcji: buildDBDirectory");
+    }
+    lock_ = std::make_unique<DbLock>(createSemaforeName());
+    lock_->setMender([this](DbMark mark, const std::vector<std::string>& names) { return mend(mark, names); });
+}
+
+int DbCrv::getFilesCount() const {
+    int count = 0;
+    for (const std::string_view name : m_dbFileNames) {
+        struct stat info {};
+        if (fileOps().stat(pathOf(name), &info) == 0) {
+            ++count;
+        } else if (errno != ENOENT && errno != ENOTDIR) {
+            return -1;
+        }
+    }
+    return count;
+}
+
+DbState DbCrv::isDbCreated() {
+    struct stat info {};
+    if (fileOps().stat(directory_, &info) != 0) {
+        return errno == ENOENT || errno == ENOTDIR ? DbState::missing : DbState::noAccess;
+    }
+    if (!accessible(directory_, R_OK | X_OK)) return DbState::noAccess;
+    if (fileExists(createSemaforeName())) {
+        const DbGuard guard(*lock_, sharedLock);
+        return stateOfFiles();
+    }
+    return stateOfFiles();
+}
+
+DbState DbCrv::stateOfFiles() const {
+    const int count = getFilesCount();
+    const bool all = count == static_cast<int>(m_dbFileNames.size());
+    if (count < 0) return DbState::noAccess;
+    if (count == 0) return DbState::missing;
+    const FileDescriptor version(fileOps().open(pathOf(versionFileName), O_RDONLY));
+    if (!version.valid()) {
+        if (all) return DbState::noAccess;
+        return count == oldFormatFiles ? DbState::otherVersion : DbState::incomplete;
+    }
+    std::array<char, versionOctets> text{};
+    const ssize_t n = readUpTo(version.get(), text.data(), text.size(), 0);
+    if (n <= 0 || std::string_view(text.data(), static_cast<size_t>(n)) != versionText) return DbState::otherVersion;
+    return all ? DbState::complete : DbState::incomplete;
+}
+
+void DbCrv::makeFiles() {
+    for (const TableLayout* layout : certificateTables) {
+        DataBase table;
+        if (table.create(pathOf(layout->file), layout->numIndexes, layout->descs.data()) != dbOk) {
+            throw std::runtime_error(std::string(layout->createError));
+        }
+    }
+    writeFile(pathOf(importsFileName), {});
+    CrlFileGuard(directory_).create();
+    writeFile(pathOf(versionFileName), asBytes(versionText));
+}
+
+void DbCrv::removeFiles() {
+    for (const std::string_view name : m_dbFileNames) fileOps().unlink(pathOf(name));
+    fileOps().unlink(pathOf(crlIndexTagName));
+}
+
+void DbCrv::create() {
+    const bool hadDirectory = fileExists(directory_);
+    if (!createDirectoryPath(directory_)) refuseCreation();
+    const bool hadLock = fileExists(createSemaforeName());
+    try {
+        const DbGuard guard(*lock_, exclusiveLock);
+        const DbState state = stateOfFiles();
+        if (state == DbState::complete) return;
+        if (state != DbState::missing || !lock_->setMark(DbMark::creating)) refuseCreation();
+        try {
+            makeFiles();
+        } catch (...) {
+            removeFiles();
+            throw;
+        }
+    } catch (...) {
+        if (!hadLock && getFilesCount() == 0) fileOps().unlink(createSemaforeName());
+        if (!hadDirectory) fileOps().rmdir(directory_);
+        throw;
+    }
+}
+
+void DbCrv::copyDb(const std::string& destination) {
+    std::string target;
+    if (!buildDBDirectory(destination, target)) {
+        throw std::runtime_error("DbCrv::connect. Blad wywolania funkcji: buildDBDirectory");
+    }
+    struct stat from {
+    }, to{};
+    if (!createDirectoryPath(target)) refuseCreation();
+    if (fileOps().stat(directory_, &from) == 0 && fileOps().stat(target, &to) == 0 &&
+        FileId::of(from) == FileId::of(to)) {
+        return;  // a copy onto itself would empty the files
+    }
+    const DbGuard guard(*lock_, sharedLock);
+    for (const std::string_view name : m_dbFileNames) copyDbFile(pathOf(name), target + std::string(name));
+}
+
+bool DbCrv::mend(DbMark mark, const std::vector<std::string>& names) {
+    if (mark == DbMark::creating) {
+        removeFiles();
+        return getFilesCount() == 0;
+    }
+    if (mark == DbMark::swapping) {
+        return std::all_of(names.begin(), names.end(),
+                           [&](const std::string& name) { return swapRebuilt(pathOf(name)); });
+    }
+    return mendChange();
+}
+
+bool DbCrv::mendChange() {
+    for (const TableLayout* layout : allTables) {
+        const std::string table = pathOf(layout->file);
+        if (fileExists(table + dataExtension) && !mendTable(table)) return false;
+    }
+    if (removeDangling() < 0) return false;
+    CrlFileGuard crls(directory_);
+    if (crls.checkIndex() == 1) crls.rollback(0);
+    return !storeMender_ || storeMender_();
+}
+
+int64_t DbCrv::removeDangling() {
+    DanglingRecords dangling(directory_);
+    int64_t count = 0;
+    for (const TableLayout* layout : sideTables) {
+        std::vector<int64_t> records;
+        if (!dangling.find(*layout, records)) return -1;
+        DataFile data;
+        if (!records.empty() && data.open(pathOf(layout->file) + dataExtension) != dbOk) return -1;
+        for (const int64_t recNo : records) {
+            if (data.remove(recNo) != dbOk) return -1;
+        }
+        count += static_cast<int64_t>(records.size());
+    }
+    return count;
+}
+
+}  // namespace crv

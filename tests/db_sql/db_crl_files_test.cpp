@@ -1,0 +1,106 @@
+#include "db_sql/db_crl_files.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "misc/whole_file.h"
+#include "support/temp_dir.h"
+
+using namespace crv;
+using namespace crv::test;
+
+namespace {
+
+constexpr const char* crlText = "Naruszona integralność bazy CRL (plik CRL). Wykonano operację restore";
+constexpr const char* indexText = "Naruszona integralność bazy CRL (plik indeksu CRL-i). Wykonano operację restore";
+
+class CrlFiles : public testing::Test {
+  protected:
+    CrlFiles() {
+        guard.create();
+        guard.write(1, asBytes("index of 1"), asBytes("first crl"));
+        guard.write(2, asBytes("index of 1 and 2"), asBytes("second crl"));
+    }
+    std::string file(const std::string& name) const { return dir.file(name); }
+    std::string writing(long n) {
+        try {
+            guard.write(n, asBytes("index of 3"), asBytes("crl"));
+        } catch (const std::exception& e) {
+            return e.what();
+        }
+        return "";
+    }
+
+    const TempDir dir;
+    CrlFileGuard guard{dir.path().string() + "/"};
+};
+
+TEST(IntegrityTag, LengthAndLastFourOctets) {
+    EXPECT_EQ(makeDataForIntChk(asBytes("abcdefg")), (Bytes{0, 0, 0, 7, 'd', 'e', 'f', 'g'}));
+    EXPECT_EQ(makeDataForIntChk(asBytes("ab")), (Bytes{0, 0, 0, 2, 'a', 'b', 0, 0}));
+    EXPECT_EQ(makeDataForIntChk({}), Bytes(8));
+}
+
+TEST(IntegrityTag, AnswersOfTheCheck) {
+    const TempDir dir;
+    const std::string file = dir.file("f"), tag = dir.file("t");
+    EXPECT_EQ(checkIntegrity(file, tag), 2) << "no tag";
+    test::writeFile(tag, std::string("\0\0\0\5bcde", 8));
+    EXPECT_EQ(checkIntegrity(file, tag), 1) << "no file";
+    for (const auto& [content, answer] :
+         {std::pair{"abcde", 0}, {"abcdf", 1}, {"xbcde", 0}, {"aabcde", 1}, {"bcde", 1}, {"", 1}}) {
+        test::writeFile(file, content);
+        EXPECT_EQ(checkIntegrity(file, tag), answer) << content;
+    }
+    test::writeFile(file, "abcde");
+    for (const size_t size : {0, 7, 9, 100}) {
+        test::writeFile(tag, std::string("\0\0\0\5bcde", 8).append(100, 'x').substr(0, size));
+        EXPECT_EQ(checkIntegrity(file, tag), 1) << size;
+    }
+    EXPECT_EQ(checkIntegrity(file, dir.path()), 2);
+}
+
+TEST_F(CrlFiles, WritesEachWithItsTag) {
+    EXPECT_EQ(test::readFile(file("2.crl")), "second crl");
+    EXPECT_EQ(guard.checkIndex(), 0);
+    EXPECT_EQ(guard.checkCrl(2), 0);
+    EXPECT_EQ(guard.readIndex(), toBytes(asBytes("index of 1 and 2")));
+    EXPECT_EQ(guard.readCrl(1), toBytes(asBytes("first crl")));
+    EXPECT_EQ(test::readFile(file("crl_idx.asn.bak")), "index of 1");
+    EXPECT_FALSE(std::filesystem::exists(file("crl_rollback_log.txt")));
+}
+
+TEST_F(CrlFiles, DamagedCrlLeadsBackToTheIndexBeforeIt) {
+    test::writeFile(file("2.crl"), "second cr");
+    EXPECT_EQ(writing(3), crlText);
+    EXPECT_EQ(test::readFile(file("crl_idx.asn")), "index of 1");
+    EXPECT_EQ(test::readFile(file("crl_rollback_log.txt")).substr(0, 20), "rollback crlNUm = 3 ");
+    EXPECT_FALSE(std::filesystem::exists(file("3.crl")));
+    EXPECT_EQ(writing(2), "") << "the number before is free again";
+    EXPECT_EQ(test::readFile(file("2.crl")), "crl");
+}
+
+TEST_F(CrlFiles, DamagedIndexIsRestored) {
+    test::writeFile(file("crl_idx.asn"), "index of foreign");
+    EXPECT_EQ(writing(3), indexText);
+    EXPECT_EQ(test::readFile(file("crl_idx.asn")), "index of 1");
+    EXPECT_EQ(guard.checkIndex(), 0);
+    EXPECT_EQ(writing(2), "");
+}
+
+TEST_F(CrlFiles, DamagedCopyIsNotRestored) {
+    test::writeFile(file("crl_idx.asn.bak"), "torn");
+    test::writeFile(file("crl_idx.asn"), "index of foreign");
+    EXPECT_EQ(writing(3), indexText);
+    EXPECT_EQ(test::readFile(file("crl_idx.asn")), "index of foreign");
+}
+
+TEST_F(CrlFiles, MissingTagIsAccepted) {
+    std::filesystem::remove(file("2.chk"));
+    test::writeFile(file("crl_idx.asn"), "not looked at then");
+    EXPECT_EQ(writing(3), "");
+}
+
+}  // namespace

@@ -1,0 +1,273 @@
+#include "db_sql/db_crv.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <stdexcept>
+
+#include "db/database.h"
+#include "db/table_check.h"
+#include "db/table_rebuild.h"
+#include "misc/no_oop.h"
+#include "misc/whole_file.h"
+#include "support/faulty_file_ops.h"
+#include "support/temp_dir.h"
+
+using namespace crv;
+using namespace crv::test;
+namespace fs = std::filesystem;
+
+namespace {
+
+class DbCrvTest : public testing::Test {
+  protected:
+    DbCrvTest() { db.connect(path); }
+    std::string file(const std::string& name) const { return path + "/" + name; }
+    void setMark(char mark, const std::string& names = "") {
+        test::writeFile(file("db.lck"), "CRVMARK" + (mark + names) + "\n");
+    }
+
+    static int64_t add(DataBase& table, const std::vector<std::string>& keys) {
+        int64_t recNo = 0;
+        const std::vector<std::string_view> views(keys.begin(), keys.end());
+        EXPECT_EQ(table.insert(views, asBytes("body"), recNo), dbOk);
+        return recNo;
+    }
+
+    const TempDir dir;
+    const std::string path = dir.file("deep/base");
+    DbCrv db;
+};
+
+TEST_F(DbCrvTest, StateIsReadFromTheFiles) {
+    EXPECT_EQ(db.isDbCreated(), DbState::missing);
+    db.create();
+    EXPECT_EQ(db.isDbCreated(), DbState::complete);
+    EXPECT_EQ(test::readFile(file("version.txt")), "7");
+    EXPECT_EQ(test::readFile(file("crl_idx.asn")), std::string("0\0", 2));
+    EXPECT_NO_THROW(db.create()) << "nothing to do";
+    struct Row {
+        const char* version;
+        std::vector<const char*> removed;
+        DbState state;
+    };
+    for (const Row& row : std::vector<Row>{
+             {"7\n", {}, DbState::otherVersion},
+             {"", {}, DbState::otherVersion},
+             {"6", {}, DbState::otherVersion},
+             {"7", {"imports.dat"}, DbState::incomplete},
+             {"7", {"version.txt"}, DbState::incomplete},
+             {"7", {"version.txt", "addidx.dta", "addidx.idx", "imports.dat", "crl_idx.asn"}, DbState::otherVersion}}) {
+        fs::remove_all(path);
+        db.create();
+        test::writeFile(file("version.txt"), row.version);
+        for (const char* name : row.removed) fs::remove(file(name));
+        EXPECT_EQ(db.isDbCreated(), row.state) << row.version << row.removed.size();
+        EXPECT_EQ(db.getFilesCount(), 11 - static_cast<int>(row.removed.size()));
+    }
+    EXPECT_THROW(db.create(), std::runtime_error) << "never over files that are there";
+    EXPECT_TRUE(fs::exists(file("certific.dta")));
+    for (const std::string_view name : DbCrv::m_dbFileNames) fs::remove(file(std::string(name)));
+    EXPECT_EQ(db.isDbCreated(), DbState::missing);
+}
+
+/// Permission is refused for one path, also for the superuser.
+class RefusingOps : public FileOps {
+  public:
+    std::string refused;
+    int stat(const std::string& name, struct stat* result) override {
+        if (name != refused) return FileOps::stat(name, result);
+        errno = EACCES;
+        return -1;
+    }
+    int access(const std::string& name, int mode) override {
+        if (name != refused) return FileOps::access(name, mode);
+        errno = EACCES;
+        return -1;
+    }
+};
+
+TEST_F(DbCrvTest, WhatCannotBeReachedIsNotMissing) {
+    db.create();
+    RefusingOps ops;
+    const ScopedFileOps use(ops);
+    ops.refused = file("ca.idx");
+    EXPECT_EQ(db.getFilesCount(), -1);
+    EXPECT_EQ(db.isDbCreated(), DbState::noAccess);
+    ops.refused = path + "/";
+    EXPECT_EQ(db.isDbCreated(), DbState::noAccess);
+}
+
+TEST_F(DbCrvTest, PathsOfDirectories) {
+    std::string directory;
+    EXPECT_TRUE(buildDBDirectory("a/b", directory));
+    EXPECT_EQ(directory, "a/b/");
+    EXPECT_TRUE(buildDBDirectory(std::string(254, 'x'), directory));
+    EXPECT_FALSE(buildDBDirectory(std::string(255, 'x'), directory));
+    EXPECT_FALSE(buildDBDirectory("", directory));
+    try {
+        DbCrv().connect("");
+        FAIL();
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "DbCrv::connect. Blad wywolania funkcji: buildDBDirectory");
+    }
+    EXPECT_EQ(db.createSemaforeName(), file("db.lck"));
+}
+
+TEST_F(DbCrvTest, FailedCreationDeletesWhatItMade) {
+    for (const bool hadDirectory : {false, true}) {
+        for (int64_t room = 8;; room += 1900) {
+            fs::remove_all(dir.file("deep"));
+            if (hadDirectory) fs::create_directories(path);
+            FaultyFileOps full;
+            full.room = room;
+            bool created = true;
+            {
+                const ScopedFileOps use(full);
+                try {
+                    db.create();
+                } catch (const std::runtime_error&) {
+                    created = false;
+                }
+            }
+            EXPECT_EQ(db.isDbCreated(), created ? DbState::complete : DbState::missing) << room;
+            EXPECT_EQ(fs::exists(path), hadDirectory || created) << room;
+            if (created) break;
+            ASSERT_LT(room, 100000);
+        }
+    }
+}
+
+TEST_F(DbCrvTest, CreationStoppedAnywhereCountsAsMissingAndCanBeRepeated) {
+    int n = 0;
+    for (bool created = false; !created; ++n) {
+        fs::remove_all(dir.file("deep"));
+        FaultyFileOps dying;
+        dying.changesLeft = n;
+        {
+            const ScopedFileOps use(dying);
+            DbCrv died;
+            died.connect(path);
+            try {
+                died.create();
+                created = true;
+            } catch (const std::runtime_error&) {
+            }
+        }
+        if (created && dying.changesLeft == 0) created = false;  // died when the mark was to be cleared
+        const DbState state = db.isDbCreated();
+        EXPECT_TRUE(state == DbState::missing || created || fs::exists(file("version.txt"))) << n;
+        db.create();
+        EXPECT_EQ(db.isDbCreated(), DbState::complete) << n;
+    }
+    EXPECT_GT(n, 20);
+}
+
+TEST_F(DbCrvTest, CopyHoldsEveryFileOfTheList) {
+    db.create();
+    test::writeFile(file("imports.dat"), "7 ldap\n");
+    db.copyDb(dir.file("copy/there"));
+    db.copyDb(path);
+    for (const std::string_view name : DbCrv::m_dbFileNames) {
+        EXPECT_EQ(test::readFile(dir.file("copy/there/" + std::string(name))), test::readFile(file(std::string(name))));
+    }
+    EXPECT_FALSE(fs::exists(dir.file("copy/there/db.lck")));
+    fs::remove(file("imports.dat"));
+    EXPECT_THROW(db.copyDb(dir.file("copy2")), std::runtime_error);
+}
+
+TEST_F(DbCrvTest, MarkOfADeadWriterIsMendedBeforeAnybodyGoesOn) {
+    db.create();
+    DataBase crt, ca;
+    ASSERT_EQ(crt.open(file("certific")), dbOk);
+    ASSERT_EQ(ca.open(file("ca")), dbOk);
+    const int64_t kept = add(crt, {"1", "", "2"}), gone = add(crt, {"3", "", "4"});
+    add(ca, {recNoEncode(kept)}), add(ca, {recNoEncode(gone)}), add(ca, {"no number"});
+    ASSERT_EQ(crt.setRec(gone), dbOk);
+    ASSERT_EQ(crt.remove(), dbOk);
+    crt.close(), ca.close();
+    fs::resize_file(file("certific.idx"), 3000);
+    test::writeFile(file("certifi#.idx"), "half made");
+    test::writeFile(file("crl_idx.asn.bak"), std::string("0\0", 2));
+    test::writeFile(file("crl_idx.asn"), "torn");
+    int called = 0;
+    db.setStoreMender([&] { return ++called == 2; });
+    setMark('2');
+    EXPECT_THROW((void)db.isDbCreated(), std::runtime_error) << "not mended: nobody goes on";
+    EXPECT_EQ(db.isDbCreated(), DbState::complete);
+    EXPECT_EQ(called, 2);
+    EXPECT_EQ(db.isDbCreated(), DbState::complete);
+    EXPECT_EQ(called, 2) << "mended once";
+    EXPECT_FALSE(fs::exists(file("certifi#.idx")));
+    EXPECT_TRUE(checkTable(file("certific")).problems.empty());
+    EXPECT_EQ(checkTable(file("ca")).live, 1);
+    EXPECT_EQ(test::readFile(file("crl_idx.asn")), std::string("0\0", 2));
+}
+
+TEST_F(DbCrvTest, SwapIsFinishedForTheNamedTablesOnly) {
+    db.create();
+    for (const char* name : {"certific", "dnfld"}) {
+        DataBase table;
+        ASSERT_EQ(table.open(file(name)), dbOk);
+        add(table,
+            std::string(name) == "dnfld" ? std::vector<std::string>{"1", "x"} : std::vector<std::string>{"1", "", "2"});
+        table.close();
+        TableRebuild fresh(file(name));
+        ASSERT_TRUE(fresh.begin() && fresh.finish());
+    }
+    fs::rename(file("certifi#.idx"), file("certific.idx"));
+    setMark('3', "certific/");
+    EXPECT_EQ(db.isDbCreated(), DbState::complete);
+    EXPECT_EQ(checkTable(file("certific")).live, 0);
+    EXPECT_TRUE(checkTable(file("certific")).problems.empty());
+    EXPECT_EQ(checkTable(file("dnfld")).live, 1) << "a left-over of another time";
+}
+
+/// Nobody may write to the lock file.
+class ReaderOps : public FileOps {
+  public:
+    int open(const std::string& name, int flags, mode_t mode) override {
+        if ((flags & O_ACCMODE) == O_RDONLY) return FileOps::open(name, flags, mode);
+        errno = EACCES;
+        return -1;
+    }
+};
+
+TEST_F(DbCrvTest, ReaderWithoutRightsSaysThatMendingIsNeeded) {
+    db.create();
+    ReaderOps ops;
+    const ScopedFileOps use(ops);
+    EXPECT_EQ(db.isDbCreated(), DbState::complete);
+    setMark('2');
+    try {
+        (void)db.isDbCreated();
+        FAIL();
+    } catch (const std::runtime_error& e) {
+        EXPECT_EQ(e.what(), "Baza danych wymaga naprawy: " + file("db.lck"));
+    }
+}
+
+TEST(DbLock, OnlyNestedLocksShareAndForeignContentIsNoMark) {
+    const TempDir dir;
+    test::writeFile(dir.file("l"), "something else that an old program wrote");
+    DbLock lock(dir.file("l"));
+    {
+        const DbGuard outer(lock, sharedLock);
+        EXPECT_EQ(lock.acquire(exclusiveLock), DbLock::Result::notHad);
+    }
+    {
+        const DbGuard outer(lock, exclusiveLock);
+        ASSERT_TRUE(lock.beginChange());
+        { const DbGuard inner(lock, sharedLock); }
+        EXPECT_EQ(test::readFile(dir.file("l")).substr(0, 8), "CRVMARK2");
+        lock.spoil();
+    }
+    EXPECT_EQ(lock.acquire(sharedLock), DbLock::Result::needsMending) << "spoilt, and there is no mender";
+    lock.setMender([](DbMark mark, const auto&) { return mark == DbMark::changing; });
+    EXPECT_EQ(lock.acquire(sharedLock), DbLock::Result::ok);
+    lock.release();
+    EXPECT_EQ(test::readFile(dir.file("l")).substr(0, 8), "CRVMARK0");
+}
+
+}  // namespace
