@@ -19,6 +19,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "misc/secret.h"
+
 namespace crv {
 
 inline constexpr int kScreenRows = 24;
@@ -201,6 +203,9 @@ int inputPassword(const char* prompt, char* buffer, int size, char echo);
 /// Gathers a byte a key, mixed from the key and the time that it took, until Enter or Escape; keys beyond the buffer
 /// are ignored. Returns the number of bytes, or -1 on Escape. " - n" after the prompt counts along.
 int inputRandomText(int row, int col, const char* prompt, std::span<uint8_t> buffer);
+
+/// The same with a SHA-1 digest of the bytes instead of the bytes, for any number of keys.
+int inputRandomText(int row, int col, const char* prompt, SecretArray<20>& digest);
 
 /// Waits up to that many tenths of a second: the key as getKey decodes it, or kNoKey.
 [[nodiscard]] int waitForKeyOrTimeout(int tenths);

@@ -6,12 +6,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <optional>
+#include <functional>
 #include <string_view>
 
 #include "crvconfd/encoding.h"
 #include "crvconfd/toolkit.h"
 #include "crvconfd/toolkit_internal.h"
+#include "crypto/kc_hash.h"
 
 namespace crv {
 
@@ -83,13 +84,33 @@ void drawEcho(const toolkit::Pen& start, char echo, int length) {
     toolkit::movePen(start.row, end);
 }
 
-/// A byte that holds the key and, in its top bit, a trace of how long it took.
-std::optional<int> timedKey(uint8_t& random) {
+/// The next key; the top bit of random becomes a trace of how long it took.
+int timedKey(uint8_t& random) {
     for (;;) {
         const int key = toolkit::readPlainKey(1);
-        if (key == kKeyEscape || isEnter(key)) return key;
         if (key > 0 && key <= 255) return key;
         if (key == kNoKey) random ^= 0x80U;
+    }
+}
+
+/// Hands a mixed byte a key to take, which answers the count to show, until Enter (that count) or Escape (-1).
+int gatherKeys(int row, int col, const char* prompt, const std::function<int(uint8_t)>& take) {
+    // Predictable on purpose: what counts is the keys and their times.
+    std::srand(static_cast<unsigned>(std::time(nullptr)));
+    const CursorGuard cursor(false);
+    toolkit::translateKeys(false);
+    displText(row, col, "%s", prompt);
+    const int counter = std::min(toolkit::pen().col, kScreenColumns - 1);
+    int count = 0;
+    for (;;) {
+        auto random = static_cast<uint8_t>(std::rand());
+        const int key = timedKey(random);
+        if (isEnter(key) || key == kKeyEscape) {
+            clrToEol(row, col);
+            return key == kKeyEscape ? -1 : count;
+        }
+        count = take(static_cast<uint8_t>(random ^ key));
+        displText(row, counter, " - %d", count);
     }
 }
 
@@ -197,24 +218,22 @@ int displCentQuestion(int row, const char* text, const char* keys) {
 }
 
 int inputRandomText(int row, int col, const char* prompt, std::span<uint8_t> buffer) {
-    std::srand(static_cast<unsigned>(std::time(nullptr)));
-    const CursorGuard cursor(false);
-    toolkit::translateKeys(false);
-    displText(row, col, "%s", prompt);
-    const int counter = std::min(toolkit::pen().col, kScreenColumns - 1);
     size_t count = 0;
-    int key = 0;
-    for (;;) {
-        // One octet of the generator of the C library; the real randomness is the user's.
-        auto random = static_cast<uint8_t>(std::rand());
-        key = *timedKey(random);
-        if (isEnter(key) || key == kKeyEscape) break;
-        if (count == buffer.size()) continue;
-        buffer[count++] = static_cast<uint8_t>(random ^ key);
-        displText(row, counter, " - %d", static_cast<int>(count));
-    }
-    clrToEol(row, col);
-    return key == kKeyEscape ? -1 : static_cast<int>(count);
+    return gatherKeys(row, col, prompt, [&](uint8_t octet) {
+        if (count < buffer.size()) buffer[count++] = octet;
+        return static_cast<int>(count);
+    });
+}
+
+int inputRandomText(int row, int col, const char* prompt, SecretArray<20>& digest) {
+    KcHash hash(KcHashAlgo::sha1);
+    int keys = 0;
+    const int result = gatherKeys(row, col, prompt, [&](uint8_t octet) {
+        hash.update(&octet, 1);
+        return ++keys;
+    });
+    if (result >= 0) hash.final(digest);
+    return result;
 }
 
 }  // namespace crv

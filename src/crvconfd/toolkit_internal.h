@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-struct _win_st;
+struct _win_st;  // NOLINT(bugprone-reserved-identifier): the tag that curses gives its windows
 
 namespace crv::toolkit {
 

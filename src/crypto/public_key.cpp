@@ -56,6 +56,10 @@ void checkDsa(const BIGNUM* p, const BIGNUM* q, const BIGNUM* g, const BIGNUM* y
         return !BN_is_zero(number) && !BN_is_one(number) && BN_cmp(number, p) < 0;
     };
     if (!domain || !inside(g) || !inside(y)) failKey("DSA numbers out of range");
+    const ossl::NumCtx ctx = ossl::numContext();
+    const ossl::Num rest = ossl::newNum();
+    ossl::mustCompute(BN_mod_exp_mont(rest.get(), g, q, p, ctx.get(), nullptr));
+    if (!BN_is_one(rest.get())) failKey("the DSA generator has another order");
 }
 
 void readRsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
@@ -206,7 +210,10 @@ Bytes PublicKey::rsaExponent() const {
 }
 
 bool PublicKey::operator==(const PublicKey& other) const {
-    return state_ == other.state_ || EVP_PKEY_eq(state_->pkey.get(), other.state_->pkey.get()) == 1;
+    if (state_ == other.state_) return true;
+    // libcrypto leaves DSA's q out of the comparison.
+    if (state_->scheme == KeyScheme::dsa && state_->algorithm != other.state_->algorithm) return false;
+    return EVP_PKEY_eq(state_->pkey.get(), other.state_->pkey.get()) == 1;
 }
 
 }  // namespace crv

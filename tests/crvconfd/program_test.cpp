@@ -168,7 +168,7 @@ TEST_F(Selection, ShowsTheListAndLeavesCleanly) {
     for (const std::string& leave : {std::string("W"), std::string("w"), keys::kEscape}) {
         ScreenProgram console(start({}));
         console.waitFor("szczegóły profilu");
-        console.waitFor("BETA");
+        console.waitFor("... (U)");
         EXPECT_EQ(
             console.cells(0, 0, 80),
             std::string(13, ' ') + "Konfiguracja pakietu CORVANE 3.9.18.18 (K.2023030101)" + std::string(14, ' '));

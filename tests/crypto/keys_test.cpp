@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/x509.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "crypto/crypto_error.h"
+#include "crypto/der.h"
 #include "crypto/hex.h"
 #include "crypto/private_key.h"
 #include "crypto/sign_algo_map.h"
@@ -156,6 +160,228 @@ TEST(Keys, EveryCurveWorksNamedAndExplicit) {
             const Bytes signature = key.sign(KeyScheme::ecdsa, KcHashAlgo::sha512, digest, random.bridge);
             EXPECT_TRUE(again.verify(KeyScheme::ecdsa, KcHashAlgo::sha512, digest, signature));
         }
+    }
+}
+
+// libcrypto's own decoders and encoders are the judge of our encodings.
+TEST(Keys, EncodingsAreThoseOfLibcrypto) {
+    SeededRandom random;
+    std::vector<PrivateKey> keys;
+    for (const KeyScheme scheme : kSchemes) keys.push_back(sharedKey(scheme));
+    for (const char* name : {"secp521r1", "sect571k1", "brainpoolP384r1"}) {
+        const auto curves = ecCurves();
+        const auto curve = std::ranges::find_if(curves, [&](const EcCurve& c) { return std::string(name) == c.name; });
+        ASSERT_NE(curve, curves.end());
+        keys.push_back(PrivateKey::generateEc(curve->id, true, random.bridge));
+        keys.push_back(PrivateKey::generateEc(curve->id, false, random.bridge));
+    }
+    for (const PrivateKey& key : keys) {
+        const SecretBytes pkcs8 = key.toPkcs8();
+        const uint8_t* in = pkcs8.data();
+        const auto free = [](EVP_PKEY* k) { EVP_PKEY_free(k); };
+        const std::unique_ptr<EVP_PKEY, decltype(free)> theirs(
+            d2i_AutoPrivateKey(nullptr, &in, static_cast<long>(pkcs8.size())), free);
+        ASSERT_NE(theirs, nullptr);
+        uint8_t* out = nullptr;
+        const int length = i2d_PUBKEY(theirs.get(), &out);
+        EXPECT_EQ(Bytes(out, out + length), key.publicKey().toSpki());
+        OPENSSL_free(out);
+        const std::unique_ptr<PKCS8_PRIV_KEY_INFO, decltype(&PKCS8_PRIV_KEY_INFO_free)> info(
+            EVP_PKEY2PKCS8(theirs.get()), PKCS8_PRIV_KEY_INFO_free);
+        out = nullptr;
+        const int infoLength = i2d_PKCS8_PRIV_KEY_INFO(info.get(), &out);
+        const SecretBytes written(out, out + infoLength);
+        OPENSSL_free(out);
+        EXPECT_EQ(PrivateKey::fromPkcs8(written).publicKey(), key.publicKey());
+        EXPECT_TRUE(key.publicKey().explicitDomain() || written == pkcs8);
+    }
+}
+
+SecretBytes rsaPublic(ByteView modulus, ByteView exponent,
+                      ByteView parameters = asBytes(std::string_view("\x05\0", 2))) {
+    const SecretBytes numbers = der::element(der::kSequence, {der::number(modulus), der::number(exponent)});
+    const SecretBytes oid = der::element(der::kOid, {unhex("2a864886f70d010101")});
+    return der::element(der::kSequence, {der::element(der::kSequence, {oid, parameters}), der::bits(numbers)});
+}
+
+TEST(Keys, HostilePublicKeysAreRefused) {
+    const Bytes n = sharedKey(KeyScheme::rsa).publicKey().rsaModulus();
+    const Bytes f4 = {1, 0, 1};
+    EXPECT_EQ(PublicKey::fromSpki(rsaPublic(n, f4)), sharedKey(KeyScheme::rsa).publicKey());
+    EXPECT_EQ(PublicKey::fromRsa(n, f4), sharedKey(KeyScheme::rsa).publicKey());
+    const auto odd = [](size_t octets) {
+        Bytes number(octets, 0xFF);
+        return number;
+    };
+    Bytes even = n;
+    even.back() &= 0xFE;
+    Bytes huge = odd(2049);
+    huge[0] = 1;
+    const std::pair<const char*, SecretBytes> rsa[] = {
+        {"even modulus", rsaPublic(even, f4)},
+        {"tiny modulus", rsaPublic(odd(63), f4)},
+        {"modulus 0", rsaPublic({}, f4)},
+        {"huge modulus", rsaPublic(huge, f4)},
+        {"exponent 0", rsaPublic(n, {})},
+        {"exponent 1", rsaPublic(n, Bytes{1})},
+        {"even exponent", rsaPublic(n, Bytes{4})},
+        {"exponent as long as the modulus", rsaPublic(odd(192), odd(193))},
+        {"long exponent of a long modulus", rsaPublic(odd(512), odd(9))},
+        {"parameters of another type", rsaPublic(n, f4, unhex("0400"))},
+        {"NULL with contents", rsaPublic(n, f4, unhex("050100"))},
+    };
+    for (const auto& [name, der] : rsa) {
+        EXPECT_EQ(failureOf([&] { (void)PublicKey::fromSpki(der); }), CryptoFailure::badKey) << name;
+    }
+    const Bytes ec = sharedKey(KeyScheme::ecdsa).publicKey().toSpki();
+    Bytes offCurve = ec;
+    offCurve.back() ^= 1;
+    EXPECT_EQ(failureOf([&] { (void)PublicKey::fromSpki(offCurve); }), CryptoFailure::badKey);
+    EXPECT_EQ(
+        failureOf([&] { (void)PublicKey::fromSpki(unhex("3019301306072a8648ce3d020106082a8648ce3d03010703020000")); }),
+        CryptoFailure::badKey);  // the point at infinity
+    EXPECT_EQ(failureOf([&] { (void)decodeEcDomain(unhex("06052b81040006")); }),
+              CryptoFailure::unsupported);  // secp112r1
+    EXPECT_EQ(failureOf([&] { (void)decodeEcDomain(unhex("0500")); }), CryptoFailure::badKey);
+    Bytes domain = encodeEcDomain(kDefaultCurve, true);
+    EXPECT_EQ(decodeEcDomain(domain).id, kDefaultCurve);
+    domain.push_back(0);
+    EXPECT_EQ(failureOf([&] { (void)decodeEcDomain(domain); }), CryptoFailure::badKey);
+    EXPECT_EQ(failureOf([&] { (void)PublicKey::fromSpki(unhex("300f300506032b65700306000000000000")); }),
+              CryptoFailure::unsupported);  // an algorithm that is not known here
+}
+
+// Every prefix and every changed octet: a CryptoError or a key, never anything else.
+TEST(Keys, DamagedEncodingsNeverHarm) {
+    for (const KeyScheme scheme : kSchemes) {
+        const PrivateKey& key = sharedKey(scheme);
+        const Bytes spki = key.publicKey().toSpki();
+        const SecretBytes pkcs8 = key.toPkcs8();
+        for (size_t length = 0; length < pkcs8.size(); ++length) {
+            EXPECT_THROW((void)PrivateKey::fromPkcs8(ByteView(pkcs8).first(length)), CryptoError);
+            EXPECT_THROW((void)PublicKey::fromSpki(ByteView(spki).first(length % spki.size())), CryptoError);
+        }
+        size_t taken = 0;
+        for (size_t i = 0; i < pkcs8.size(); ++i) {
+            SecretBytes damaged = pkcs8;
+            damaged[i] ^= static_cast<uint8_t>(1u << i % 8);
+            try {
+                if (PrivateKey::fromPkcs8(damaged).publicKey() == key.publicKey()) ++taken;
+            } catch (const CryptoError&) {
+            }
+            if (i >= spki.size()) continue;
+            Bytes damagedPublic = spki;
+            damagedPublic[i] ^= static_cast<uint8_t>(1u << i % 8);
+            try {
+                EXPECT_NE(PublicKey::fromSpki(damagedPublic), key.publicKey()) << i;
+            } catch (const CryptoError&) {
+            }
+        }
+        EXPECT_LE(taken, 1u);  // only the version may change from 0 to 1 unnoticed
+    }
+}
+
+TEST(Keys, PrivateNumbersMustBelongTogether) {
+    const SecretBytes pkcs8 = sharedKey(KeyScheme::rsa).toPkcs8();
+    const auto refused = [&](size_t index, uint8_t change) {
+        der::Reader outer(der::Reader(pkcs8).take(der::kSequence));
+        (void)outer.takeElement();
+        const ByteView algorithm = outer.takeElement();
+        der::Reader inner(der::Reader(outer.take(der::kOctetString)).take(der::kSequence));
+        SecretBytes numbers;
+        for (size_t i = 0; !inner.empty(); ++i) {
+            SecretBytes element = toSecret(inner.takeElement());
+            if (i == index) element.back() ^= change;
+            numbers.insert(numbers.end(), element.begin(), element.end());
+        }
+        const SecretBytes octets = der::element(der::kOctetString, {der::element(der::kSequence, {numbers})});
+        try {
+            (void)PrivateKey::fromPkcs8(der::element(der::kSequence, {der::number({}), algorithm, octets}));
+        } catch (const CryptoError& e) {
+            return e.failure() == CryptoFailure::badKey;
+        }
+        return false;
+    };
+    EXPECT_FALSE(refused(1, 0));
+    for (size_t number = 1; number <= 8; ++number) EXPECT_TRUE(refused(number, 2)) << number;
+    const PrivateKey& ec = sharedKey(KeyScheme::ecdsa);
+    SecretBytes other = ec.toPkcs8();
+    other[40] ^= 1;  // inside the private number: its public point is another
+    EXPECT_EQ(failureOf([&] { (void)PrivateKey::fromPkcs8(other); }), CryptoFailure::badKey);
+}
+
+TEST(Keys, MisusedKeysAnswerClearly) {
+    SeededRandom random;
+    const PrivateKey& rsa = sharedKey(KeyScheme::rsa);
+    const PrivateKey& ec = sharedKey(KeyScheme::ecdsa);
+    const Bytes digest = hashOf(KcHashAlgo::sha256, {});
+    const std::function<void()> misuses[] = {
+        [&] { (void)rsa.sign(KeyScheme::ecdsa, KcHashAlgo::sha256, digest, random.bridge); },
+        [&] { (void)ec.sign(KeyScheme::rsa, KcHashAlgo::sha256, digest, random.bridge); },
+        [&] { (void)rsa.sign(KeyScheme::rsa, KcHashAlgo::sha1, digest, random.bridge); },
+        [&] { (void)rsa.sign(KeyScheme::rsa, KcHashAlgo::ripemd128, Bytes(16), random.bridge); },
+        [&] {
+            (void)rsa.sign(KeyScheme::rsaPss, KcHashAlgo::sha256, digest, random.bridge, {KcHashAlgo::sha1, 4000});
+        },
+        [&] { (void)rsa.publicKey().verify(KeyScheme::dsa, KcHashAlgo::sha1, digest, {}); },
+        [&] {
+            (void)rsa.publicKey().verify(KeyScheme::rsaPss, KcHashAlgo::sha256, digest, {}, {KcHashAlgo::none, -2});
+        },
+        [&] { (void)ec.decrypt(RsaPadding::pkcs1, Bytes(100)); },
+        [&] { (void)rsa.publicKey().encrypt(RsaPadding::pkcs1, Bytes(192)); },
+        [&] { (void)PrivateKey::generateRsa(511, 65537, random.bridge); },
+        [&] { (void)PrivateKey::generateRsa(16385, 65537, random.bridge); },
+        [&] { (void)PrivateKey::generateRsa(2048, 4, random.bridge); },
+        [&] { (void)PrivateKey::generateDsa(2048, random.bridge); },
+    };
+    for (size_t i = 0; i < std::size(misuses); ++i) EXPECT_EQ(failureOf(misuses[i]), CryptoFailure::badParameter) << i;
+    EXPECT_EQ(failureOf([&] { (void)PrivateKey::generateEc(StdECId::none, false, random.bridge); }),
+              CryptoFailure::unsupported);
+    EXPECT_EQ(random.drawn, 0u);
+}
+
+TEST(Keys, PssParametersAndPssKeys) {
+    SeededRandom random;
+    const PrivateKey& key = sharedKey(KeyScheme::rsa);
+    const Bytes digest = hashOf(KcHashAlgo::sha256, {});
+    const PssParams params = {KcHashAlgo::sha1, 11};
+    const Bytes signature = key.sign(KeyScheme::rsaPss, KcHashAlgo::sha256, digest, random.bridge, params);
+    const auto accepts = [&](const PublicKey& k, const PssParams& p) {
+        return k.verify(KeyScheme::rsaPss, KcHashAlgo::sha256, digest, signature, p);
+    };
+    EXPECT_TRUE(accepts(key.publicKey(), params));
+    EXPECT_FALSE(accepts(key.publicKey(), {KcHashAlgo::sha1, 12}));
+    EXPECT_FALSE(accepts(key.publicKey(), {KcHashAlgo::sha256, 11}));
+    Bytes spki = key.publicKey().toSpki();
+    const Bytes rsaEncryption = unhex("2a864886f70d010101");
+    std::search(spki.begin(), spki.end(), rsaEncryption.begin(), rsaEncryption.end())[8] = 0x0A;
+    const PublicKey pssOnly = PublicKey::fromSpki(spki);
+    EXPECT_EQ(pssOnly.toSpki(), spki);
+    EXPECT_EQ(pssOnly.scheme(), KeyScheme::rsaPss);
+    EXPECT_TRUE(accepts(pssOnly, params));
+    EXPECT_EQ(failureOf([&] { (void)pssOnly.verify(KeyScheme::rsa, KcHashAlgo::sha256, digest, signature); }),
+              CryptoFailure::badParameter);
+    EXPECT_EQ(failureOf([&] { (void)pssOnly.encrypt(RsaPadding::pkcs1, digest); }), CryptoFailure::badParameter);
+}
+
+TEST(Keys, RsaDecryptionOfGoodAndBadCiphertexts) {
+    const PrivateKey& key = sharedKey(KeyScheme::rsa);
+    const Bytes secret(32, 0x42);
+    const std::pair<RsaPadding, OaepParams> cases[] = {
+        {RsaPadding::pkcs1, {}},
+        {RsaPadding::oaep, {}},
+        {RsaPadding::oaep, {KcHashAlgo::sha256, KcHashAlgo::sha1, {1, 2, 3}}},
+    };
+    for (const auto& [padding, oaep] : cases) {
+        Bytes sealed = key.publicKey().encrypt(padding, secret, oaep);
+        EXPECT_EQ(toBytes(key.decrypt(padding, sealed, oaep)), secret);
+        const auto fails = [&, p = padding](ByteView ciphertext, const OaepParams& o) {
+            return failureOf([&] { (void)key.decrypt(p, ciphertext, o); }) == CryptoFailure::badData;
+        };
+        EXPECT_TRUE(fails(ByteView(sealed).first(sealed.size() - 1), oaep));
+        EXPECT_TRUE(fails({}, oaep));
+        EXPECT_TRUE(fails(Bytes(sealed.size(), 0xFF), oaep));  // above the modulus
+        EXPECT_TRUE(padding == RsaPadding::pkcs1 || fails(sealed, {oaep.hash, oaep.mgfHash, {9}}));
     }
 }
 

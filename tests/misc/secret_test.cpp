@@ -3,51 +3,20 @@
 #include "misc/secret.h"
 
 #include <gtest/gtest.h>
-#include <malloc.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <new>
 #include <stdexcept>
 
-namespace {
-
-constexpr char kMark[] = "S3cr3t-Zażółć";
-std::atomic<int> leaks{0};
-std::atomic<bool> watching{false};
-
-void freeWatched(void* block) noexcept {
-    if (block != nullptr && watching && memmem(block, malloc_usable_size(block), kMark, sizeof kMark - 1) != nullptr) {
-        ++leaks;
-    }
-    std::free(block);
-}
-
-}  // namespace
-
-void* operator new(size_t size) {
-    void* block = std::malloc(size == 0 ? 1 : size);
-    if (block == nullptr) throw std::bad_alloc();
-    return block;
-}
-void operator delete(void* block) noexcept {
-    freeWatched(block);
-}
-void operator delete(void* block, size_t) noexcept {
-    freeWatched(block);
-}
+#include "support/heap_watch.h"
 
 namespace crv {
 namespace {
 
+constexpr char kMark[] = "S3cr3t-Zażółć";
+
 int leaksOf(const std::function<void()>& action) {
-    leaks = 0;
-    watching = true;
-    action();
-    watching = false;
-    return leaks;
+    return heap_watch::leaksOf(kMark, action);
 }
 
 TEST(Secret, TheWatcherSeesAPlainStringsLeftovers) {

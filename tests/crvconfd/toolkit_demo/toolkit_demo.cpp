@@ -94,6 +94,13 @@ std::string randomText() {
     return std::to_string(count);
 }
 
+std::string digest() {
+    SecretArray<20> octets;
+    const int count = inputRandomText(23, 0, "Klawisze:", octets);
+    const bool filled = octets != std::array<uint8_t, 20>{};
+    return std::to_string(count) + (filled ? " filled" : "");
+}
+
 std::string output() {
     displHeader(0, "%s", text(0));
     displText(1, 70, "%s", "za prawą krawędzią");
@@ -136,6 +143,7 @@ const std::map<std::string, std::function<std::string()>> kScenes{
     {"password", password},
     {"list", list},
     {"random", randomText},
+    {"digest", digest},
     {"suspend", suspended},
     {"yesno", [] { return std::to_string(displCentQuestion(23, "Czy na pewno (t/n) ?")); }},
     {"question", [] { return std::to_string(displCentQuestion(23, "~Tak, Po~wrót", "Tw")); }},

@@ -1,0 +1,158 @@
+#include "asn/pkcs/pbe.h"
+
+#include <array>
+
+#include "asn/known_oids.h"
+#include "asn/pkcs/secret_encoding.h"
+#include "crypto/crypto_error.h"
+
+namespace crv {
+
+namespace {
+
+struct SchemeRow {
+    const KnownOid& oid;
+    PbeAlgo algo;
+};
+constexpr std::array kSchemes = {
+    SchemeRow{OID_PBE_SHA1_3DES, PbeAlgo::sha1TripleDesCbc},
+    SchemeRow{OID_PBE_SHA1_RC2_40, PbeAlgo::sha1Rc2Cbc40},
+};
+
+struct PrfRow {
+    const KnownOid& oid;
+    KcHashAlgo hash;
+};
+constexpr std::array kPrfs = {
+    PrfRow{OID_HMAC_SHA1, KcHashAlgo::sha1},     PrfRow{OID_HMAC_SHA224, KcHashAlgo::sha224},
+    PrfRow{OID_HMAC_SHA256, KcHashAlgo::sha256}, PrfRow{OID_HMAC_SHA384, KcHashAlgo::sha384},
+    PrfRow{OID_HMAC_SHA512, KcHashAlgo::sha512},
+};
+
+struct CipherRow {
+    const KnownOid& oid;
+    CipherAlgo cipher;
+};
+constexpr std::array kCiphers = {
+    CipherRow{OID_AES128_CBC, CipherAlgo::aes128Cbc},
+    CipherRow{OID_AES192_CBC, CipherAlgo::aes192Cbc},
+    CipherRow{OID_AES256_CBC, CipherAlgo::aes256Cbc},
+    CipherRow{OID_DES_EDE3_CBC, CipherAlgo::tripleDesCbc},
+};
+
+/// The version numbers that stand for the effective key lengths of RC2 (RFC 8018 B.2.3).
+struct Rc2Row {
+    long version;
+    CipherAlgo cipher;
+};
+constexpr std::array kRc2Versions = {
+    Rc2Row{160, CipherAlgo::rc2Cbc40},
+    Rc2Row{120, CipherAlgo::rc2Cbc64},
+    Rc2Row{58, CipherAlgo::rc2Cbc128},
+};
+
+[[noreturn]] void malformed(const char* what) {
+    throw CryptoError(CryptoFailure::badParameter, std::string("malformed parameters of ") + what);
+}
+
+[[noreturn]] void unknown(const ASNobjectId& oid) {
+    throw CryptoError(CryptoFailure::unsupported, "unknown algorithm " + oid.text());
+}
+
+template <class Rows>
+const auto& rowOf(const Rows& rows, const ASNobjectId& oid) {
+    for (const auto& row : rows)
+        if (oid == row.oid) return row;
+    unknown(oid);
+}
+
+template <class Parameters>
+Parameters parametersOf(const AlgorithmIdentifier& algorithm, const char* what) {
+    Parameters parameters;
+    if (!algorithm.parameters || !algorithm.parameters->decode(parameters)) malformed(what);
+    return parameters;
+}
+
+uint64_t countOf(const ASNinteger& iterations) {
+    const long count = iterations.valueOr(-1);
+    if (count <= 0) malformed("a key derivation");
+    return static_cast<uint64_t>(count);
+}
+
+void takeCipher(const AlgorithmIdentifier& scheme, Pbes2Params& out) {
+    if (scheme.algorithm == OID_RC2_CBC) {
+        const auto rc2 = parametersOf<Rc2CbcParameters>(scheme, "RC2");
+        out.iv = toBytes(rc2.iv.value());
+        for (const Rc2Row& row : kRc2Versions)
+            if (rc2.rc2ParameterVersion.value() == row.version) {
+                out.cipher = row.cipher;
+                return;
+            }
+        malformed("RC2");
+    }
+    out.cipher = rowOf(kCiphers, scheme.algorithm).cipher;
+    out.iv = toBytes(parametersOf<ASNoctstr>(scheme, "a cipher").value());
+}
+
+Pbes2Params readPbes2(const AlgorithmIdentifier& algorithm) {
+    const auto pbes2 = parametersOf<Pbes2Parameters>(algorithm, "PBES2");
+    if (!(pbes2.keyDerivationFunc.algorithm == OID_PBKDF2)) unknown(pbes2.keyDerivationFunc.algorithm);
+    const auto derivation = parametersOf<Pbkdf2Parameters>(pbes2.keyDerivationFunc, "PBKDF2");
+    Pbes2Params params;
+    params.salt = toBytes(derivation.salt.value());
+    params.iterations = countOf(derivation.iterationCount);
+    if (derivation.prf) params.prfHash = rowOf(kPrfs, derivation.prf->algorithm).hash;
+    takeCipher(pbes2.encryptionScheme, params);
+    if (derivation.keyLength && derivation.keyLength->value() != long(cipherKeyLength(params.cipher)))
+        malformed("PBKDF2");
+    return params;
+}
+
+}  // namespace
+
+PbePassword::PbePassword(std::string_view utf8) : utf8_(toSecret(asBytes(utf8))), unicode_(utf16BePassword(utf8)) {}
+
+MemberTable PbeParameters::members() const {
+    static constexpr Member kMembers[] = {member<&PbeParameters::salt>, member<&PbeParameters::iterations>};
+    return kMembers;
+}
+
+MemberTable Pbkdf2Parameters::members() const {
+    static constexpr Member kMembers[] = {member<&Pbkdf2Parameters::salt>, member<&Pbkdf2Parameters::iterationCount>,
+                                          member<&Pbkdf2Parameters::keyLength>, member<&Pbkdf2Parameters::prf>};
+    return kMembers;
+}
+
+MemberTable Pbes2Parameters::members() const {
+    static constexpr Member kMembers[] = {member<&Pbes2Parameters::keyDerivationFunc>,
+                                          member<&Pbes2Parameters::encryptionScheme>};
+    return kMembers;
+}
+
+MemberTable Rc2CbcParameters::members() const {
+    static constexpr Member kMembers[] = {member<&Rc2CbcParameters::rc2ParameterVersion>,
+                                          member<&Rc2CbcParameters::iv>};
+    return kMembers;
+}
+
+AlgorithmIdentifier PbeSettings::algorithm() const {
+    PbeParameters parameters;
+    parameters.salt.build(salt);
+    parameters.iterations.setValue(iterations);
+    for (const SchemeRow& row : kSchemes)
+        if (row.algo == algo) return AlgorithmIdentifier(row.oid, parameters);
+    throw CryptoError(CryptoFailure::badParameter, "no such password-based encryption");
+}
+
+Bytes PbeSettings::encrypt(const ASNobject& plain) const {
+    return pbeEncrypt(algo, unicodePassword, salt, static_cast<uint64_t>(iterations), encodedSecret(plain));
+}
+
+SecretBytes decryptPbe(const AlgorithmIdentifier& algorithm, const PbePassword& password, ByteView ciphertext) {
+    if (algorithm.algorithm == OID_PBES2) return pbes2Decrypt(readPbes2(algorithm), password.utf8(), ciphertext);
+    const PbeAlgo algo = rowOf(kSchemes, algorithm.algorithm).algo;
+    const auto parameters = parametersOf<PbeParameters>(algorithm, "a PKCS#12 scheme");
+    return pbeDecrypt(algo, password.unicode(), parameters.salt.value(), countOf(parameters.iterations), ciphertext);
+}
+
+}  // namespace crv

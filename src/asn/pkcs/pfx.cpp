@@ -1,0 +1,176 @@
+#include "asn/pkcs/pfx.h"
+
+#include <algorithm>
+#include <new>
+
+#include "asn/known_oids.h"
+#include "asn/pkcs/encrypted_data.h"
+#include "asn/pkcs/pfx_reader.h"
+#include "asn/pkcs/secret_encoding.h"
+#include "crypto/crypto_error.h"
+#include "crypto/hmac.h"
+
+namespace crv {
+
+namespace {
+
+/// Runs an operation and turns what it throws into results.
+template <class Operation>
+PfxResult guarded(PfxResult onCryptoError, Operation operation) {
+    try {
+        return operation();
+    } catch (const CryptoError&) {
+        return onCryptoError;
+    } catch (const std::bad_alloc&) {
+        return PfxResult::noMemory;
+    }
+}
+
+void addData(AuthenticatedSafe& safe, const SafeContents& bags) {
+    safe.add().buildData(encodedSecret(bags));
+}
+
+}  // namespace
+
+/// The salts of one file, each the digest of the one before.
+class Pfx::SaltChain {
+  public:
+    explicit SaltChain(ByteView random) { hashInto(KcHashAlgo::sha1, random, value_); }
+
+    [[nodiscard]] ByteView salt() const { return ByteView(value_).first(kSaltLength); }
+    void advance() {
+        const auto before = value_;
+        hashInto(KcHashAlgo::sha1, before, value_);
+    }
+
+  private:
+    std::array<uint8_t, 20> value_{};
+};
+
+MemberTable MacData::members() const {
+    static constexpr Member kMembers[] = {member<&MacData::mac>, member<&MacData::macSalt>,
+                                          writtenDefault<&MacData::iterations, 1>};
+    return kMembers;
+}
+
+MemberTable Pfx::members() const {
+    static constexpr Member kMembers[] = {member<&Pfx::version>, member<&Pfx::authSafe>, member<&Pfx::macData>};
+    return kMembers;
+}
+
+SecretBytes Pfx::convertToUTF16BE(std::string_view utf8) {
+    return utf16BePassword(utf8);
+}
+
+void Pfx::update(const ASNobject& certificate, ByteView localKeyId) {
+    CertBag bag;
+    bag.certId = OID_PKCS9_X509_CERTIFICATE;
+    bag.certValue.value.build(ASNoctstr(certificate.encoded()));
+    certificates_.add(SafeBag(OID_PKCS12_CERT_BAG, bag)).setLocalKeyId(localKeyId);
+}
+
+void Pfx::update(const PrivateKeyInfo& key, ByteView localKeyId) {
+    keys_.push_back({key, toBytes(localKeyId)});
+}
+
+void Pfx::update(const KnownOid& type, const ASNobject& secret) {
+    SecretBag& bag = secrets_.emplace_back();
+    bag.secretTypeId = type;
+    bag.secretValue.value.build(secret);
+}
+
+PfxResult Pfx::final(PbeAlgo cipher, bool unicode, ByteView password, const uint8_t* salt, size_t saltLength) {
+    return guarded(PfxResult::noMemory, [&] {
+        const SecretBytes converted = unicode ? toSecret(password) : convertToUTF16BE(asText(password));
+        seal(cipher, converted, {salt, saltLength});
+        return PfxResult::ok;
+    });
+}
+
+void Pfx::seal(PbeAlgo cipher, ByteView unicodePassword, ByteView salt) {
+    SaltChain chain(salt);
+    const PbeSettings pbe{cipher, unicodePassword, chain.salt(), kIterations};
+    AuthenticatedSafe safe;
+    EncryptedData enciphered;
+    if (!certificates_.empty()) {
+        enciphered.encrypt(pbe, certificates_);
+        safe.add().build(OID_PKCS7_ENCRYPTED_DATA, enciphered);
+        chain.advance();
+    }
+    for (const PendingKey& pending : keys_) {
+        EncryptedPrivateKeyInfo shrouded;
+        shrouded.encrypt(pbe, pending.key);
+        SafeContents bags;
+        bags.add(SafeBag(OID_PKCS12_SHROUDED_KEY_BAG, shrouded)).setLocalKeyId(pending.localKeyId);
+        addData(safe, bags);
+        chain.advance();
+    }
+    SafeContents secrets;
+    for (const SecretBag& secret : secrets_) {
+        enciphered.encrypt(pbe, secret);
+        secrets.add(SafeBag(OID_PKCS12_SECRET_BAG, enciphered));
+        chain.advance();
+    }
+    if (!secrets.empty()) addData(safe, secrets);
+
+    version.setValue(3);
+    authSafe.buildData(safe.encoded());
+    macData.emplace().macSalt.build(chain.salt());
+    macData->iterations.setValue(kMacIterations);
+    macData->mac = DigestInfo(KcHashAlgo::sha1, computeHMAC_SHA1(unicodePassword));
+}
+
+SecretBytes Pfx::computeMac(KcHashAlgo hash, ByteView unicodePassword) const {
+    ASNoctstr contents;
+    if (!macData || !authSafe.getData(contents, ASN_FLAG_CONST))
+        throw CryptoError(CryptoFailure::badParameter, "no contents that a password protects");
+    const long iterations = std::max(macData->iterations.valueOr(0), 0L);
+    const SecretBytes key = pkcs12Derive(hash, Pkcs12KeyId::macKey, unicodePassword, macData->macSalt.value(),
+                                         static_cast<uint64_t>(iterations), hashLength(hash));
+    return hmac(hash, key, contents.value());
+}
+
+bool Pfx::verifyMac(KcHashAlgo hash, ByteView unicodePassword) const {
+    return equalConstantTime(computeMac(hash, unicodePassword), macData->mac.digest.value());
+}
+
+SecretBytes Pfx::computeHMAC_SHA1(ByteView unicodePassword) const {
+    return computeMac(KcHashAlgo::sha1, unicodePassword);
+}
+
+bool Pfx::verifyHMAC_SHA1(ByteView unicodePassword) const {
+    return macData && macData->mac.hash() == KcHashAlgo::sha1 && verifyMac(KcHashAlgo::sha1, unicodePassword);
+}
+
+/// The form of the password under which the file was authenticated, nothing when it is another password. Throws
+/// CryptoError for a file that cannot be checked.
+std::optional<PbePassword> Pfx::matching(const PbePassword& password) const {
+    const KcHashAlgo hash = macData ? macData->mac.hash() : KcHashAlgo::none;
+    if (hash == KcHashAlgo::none) throw CryptoError(CryptoFailure::unsupported, "no authentication code that is known");
+    if (verifyMac(hash, password.unicode())) return password;
+    if (password.utf8().empty() && verifyMac(hash, {})) return PbePassword::none();
+    return std::nullopt;
+}
+
+PfxResult Pfx::verifyPassword(const PbePassword& password) const {
+    return guarded(PfxResult::malformed, [&] { return matching(password) ? PfxResult::ok : PfxResult::macMismatch; });
+}
+
+PfxResult Pfx::getContents(const PbePassword& password, PfxContents& out) const {
+    out = {};
+    PfxContents contents;
+    const PfxResult result = guarded(PfxResult::malformed, [&] {
+        const auto right = matching(password);
+        if (!right) return PfxResult::macMismatch;
+        return PfxReader(*right, contents).readSafe(authSafe) ? PfxResult::ok : PfxResult::malformed;
+    });
+    if (result == PfxResult::ok) out = std::move(contents);
+    return result;
+}
+
+const ASNany* PfxContents::secret(const KnownOid& type) const {
+    const auto found = std::ranges::find_if(secrets, [&](const Secret& secret) { return secret.type == type; });
+    return found == secrets.end() ? nullptr : &found->value;
+}
+
+}  // namespace crv

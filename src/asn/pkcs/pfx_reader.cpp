@@ -1,0 +1,87 @@
+#include "asn/pkcs/pfx_reader.h"
+
+#include <algorithm>
+
+#include "asn/known_oids.h"
+#include "asn/pkcs/encrypted_data.h"
+
+namespace crv {
+
+const PfxReader::BagKind PfxReader::kKinds[] = {
+    {OID_PKCS12_KEY_BAG, &PfxReader::readKey},
+    {OID_PKCS12_SHROUDED_KEY_BAG, &PfxReader::readShroudedKey},
+    {OID_PKCS12_CERT_BAG, &PfxReader::readCertificate},
+    {OID_PKCS12_SECRET_BAG, &PfxReader::readSecret},
+    {OID_PKCS12_SAFE_CONTENTS_BAG, &PfxReader::readNested},
+};
+
+bool PfxReader::readSafe(const ContentInfo& authSafe) {
+    ASNoctstr octets;
+    AuthenticatedSafe safe;
+    return authSafe.getData(octets, ASN_FLAG_CONST) && safe.readExactly(octets.value(), ASN_FLAG_CONST) &&
+           std::ranges::all_of(safe, [&](const ContentInfo& content) { return readContent(content); });
+}
+
+bool PfxReader::readContent(const ContentInfo& content) {
+    ASNoctstr octets;
+    if (content.getData(octets, ASN_FLAG_CONST)) return readBags(octets.value());
+    EncryptedData enciphered;
+    return content.get(OID_PKCS7_ENCRYPTED_DATA, enciphered, ASN_FLAG_CONST) && readBags(enciphered.decrypt(password_));
+}
+
+bool PfxReader::readBags(ByteView safeContents) {
+    SafeContents bags;
+    if (!bags.readExactly(safeContents, ASN_FLAG_CONST)) return false;
+    return std::ranges::all_of(bags, [&](const SafeBag& bag) {
+        for (const BagKind& kind : kKinds)
+            if (bag.bagId == kind.oid) return (this->*kind.reader)(bag);
+        return true;
+    });
+}
+
+bool PfxReader::addKey(PrivateKeyInfo key, const SafeBag& bag) {
+    out_.keys.push_back({std::move(key), bag.localKeyId(), bag.friendlyName()});
+    return true;
+}
+
+bool PfxReader::readKey(const SafeBag& bag) {
+    PrivateKeyInfo key;
+    return bag.bagValue.value.decode(key) && addKey(std::move(key), bag);
+}
+
+bool PfxReader::readShroudedKey(const SafeBag& bag) {
+    EncryptedPrivateKeyInfo shrouded;
+    return bag.bagValue.value.decode(shrouded, ASN_FLAG_CONST) && addKey(shrouded.decrypt(password_), bag);
+}
+
+bool PfxReader::readCertificate(const SafeBag& bag) {
+    CertBag cert;
+    if (!bag.bagValue.value.decode(cert, ASN_FLAG_CONST)) return false;
+    if (!(cert.certId == OID_PKCS9_X509_CERTIFICATE)) return true;
+    ASNoctstr octets;
+    if (!cert.certValue.value.decode(octets, ASN_FLAG_CONST)) return false;
+    out_.certificates.push_back({toBytes(octets.value()), bag.localKeyId(), bag.friendlyName()});
+    return true;
+}
+
+bool PfxReader::readSecret(const SafeBag& bag) {
+    SecretBag secret;
+    EncryptedData enciphered;
+    if (bag.bagValue.value.decode(enciphered, ASN_FLAG_CONST)) {
+        if (!secret.readExactly(enciphered.decrypt(password_))) return false;
+    } else if (!bag.bagValue.value.decode(secret)) {
+        return false;
+    }
+    out_.secrets.push_back({std::move(secret.secretTypeId), std::move(secret.secretValue.value)});
+    return true;
+}
+
+bool PfxReader::readNested(const SafeBag& bag) {
+    if (depth_ == kDeepest) return false;
+    ++depth_;
+    const bool read = readBags(bag.bagValue.value.getMemory());
+    --depth_;
+    return read;
+}
+
+}  // namespace crv

@@ -1,0 +1,41 @@
+// Sorts the bags of a PKCS#12 file whose integrity was checked.
+#pragma once
+
+#include "asn/pkcs/pfx.h"
+
+namespace crv {
+
+/// Walks all contents and collects what is known: keys, plain and enciphered, X.509 certificates, secrets in both
+/// layouts. Bags of other kinds are passed over. The operations answer false for what is malformed and throw
+/// CryptoError for what cannot be deciphered.
+class PfxReader {
+  public:
+    /// Refers to both.
+    PfxReader(const PbePassword& password, PfxContents& out) : password_(password), out_(out) {}
+
+    [[nodiscard]] bool readSafe(const ContentInfo& authSafe);
+
+  private:
+    using BagReader = bool (PfxReader::*)(const SafeBag& bag);
+    struct BagKind {
+        const KnownOid& oid;
+        BagReader reader;
+    };
+    static const BagKind kKinds[];
+    static constexpr int kDeepest = 8;
+
+    [[nodiscard]] bool readContent(const ContentInfo& content);
+    [[nodiscard]] bool readBags(ByteView safeContents);
+    [[nodiscard]] bool readKey(const SafeBag& bag);
+    [[nodiscard]] bool readShroudedKey(const SafeBag& bag);
+    [[nodiscard]] bool readCertificate(const SafeBag& bag);
+    [[nodiscard]] bool readSecret(const SafeBag& bag);
+    [[nodiscard]] bool readNested(const SafeBag& bag);
+    bool addKey(PrivateKeyInfo key, const SafeBag& bag);
+
+    const PbePassword& password_;
+    PfxContents& out_;
+    int depth_ = 0;
+};
+
+}  // namespace crv

@@ -1,0 +1,46 @@
+#include "asn/pkcs/private_key_info.h"
+
+#include "asn/known_oids.h"
+#include "crypto/crypto_error.h"
+
+namespace crv {
+
+MemberTable PrivateKeyInfo::members() const {
+    static constexpr Member kMembers[] = {
+        member<&PrivateKeyInfo::version>, member<&PrivateKeyInfo::privateKeyAlgorithm>,
+        member<&PrivateKeyInfo::privateKey>, member<&PrivateKeyInfo::attributes>, member<&PrivateKeyInfo::publicKey>};
+    return kMembers;
+}
+
+std::optional<uint32_t> PrivateKeyInfo::keyUsage() const {
+    ASNbitstr usage;
+    if (!attributes || !attributes->get(OID_CE_KEY_USAGE, usage)) return std::nullopt;
+    return usage.namedBits();
+}
+
+void PrivateKeyInfo::setKeyUsage(uint32_t bits) {
+    ASNbitstr usage;
+    usage.setNamedBits(bits);
+    if (!attributes) attributes.emplace();
+    attributes->set(OID_CE_KEY_USAGE, usage);
+}
+
+MemberTable EncryptedPrivateKeyInfo::members() const {
+    static constexpr Member kMembers[] = {member<&EncryptedPrivateKeyInfo::encryptionAlgorithm>,
+                                          member<&EncryptedPrivateKeyInfo::encryptedData>};
+    return kMembers;
+}
+
+void EncryptedPrivateKeyInfo::encrypt(const PbeSettings& pbe, const PrivateKeyInfo& key) {
+    encryptionAlgorithm = pbe.algorithm();
+    encryptedData.build(pbe.encrypt(key));
+}
+
+PrivateKeyInfo EncryptedPrivateKeyInfo::decrypt(const PbePassword& password) const {
+    const SecretBytes plain = decryptPbe(encryptionAlgorithm, password, encryptedData.value());
+    PrivateKeyInfo key;
+    if (!key.readExactly(plain)) throw CryptoError(CryptoFailure::badData, "no private key under this password");
+    return key;
+}
+
+}  // namespace crv

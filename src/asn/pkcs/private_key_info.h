@@ -1,0 +1,50 @@
+// Private keys in PKCS#8, plain and under a password (RFC 5958).
+#pragma once
+
+#include "asn/asn_tagged.h"
+#include "asn/pkcs/attribute.h"
+#include "asn/pkcs/pbe.h"
+
+namespace crv {
+
+/// Bits of a keyUsage (RFC 5280 4.2.1.3) as ASNbitstr::namedBits gives them.
+enum KeyUsageBit : uint32_t {
+    kDigitalSignature = 1u << 0,
+    kNonRepudiation = 1u << 1,
+    kKeyEncipherment = 1u << 2,
+    kDataEncipherment = 1u << 3,
+};
+
+/// PrivateKeyInfo, also OneAsymmetricKey: version 0, or 1 with a public key. Owns its octets in wiped memory.
+class PrivateKeyInfo : public ASNsequenceF {
+  public:
+    ASNinteger version;
+    AlgorithmIdentifier privateKeyAlgorithm;
+    ASNoctstr privateKey;  ///< the key's own structure, encoded
+    std::optional<Implicit<0, Attributes>> attributes;
+    std::optional<Implicit<1, ASNbitstr>> publicKey;
+
+    /// What the key may do: the bits of its keyUsage attribute (2.5.29.15), nothing when it has none.
+    [[nodiscard]] std::optional<uint32_t> keyUsage() const;
+    void setKeyUsage(uint32_t bits);
+
+  protected:
+    [[nodiscard]] MemberTable members() const override;
+};
+
+/// EncryptedPrivateKeyInfo.
+class EncryptedPrivateKeyInfo : public ASNsequenceF {
+  public:
+    AlgorithmIdentifier encryptionAlgorithm;
+    ASNoctstr encryptedData;
+
+    /// Throws CryptoError.
+    void encrypt(const PbeSettings& pbe, const PrivateKeyInfo& key);
+    /// Throws CryptoError: as decryptPbe, and badData when the plaintext is no PrivateKeyInfo.
+    [[nodiscard]] PrivateKeyInfo decrypt(const PbePassword& password) const;
+
+  protected:
+    [[nodiscard]] MemberTable members() const override;
+};
+
+}  // namespace crv

@@ -1,0 +1,51 @@
+#include "asn/pkcs/safe_bag.h"
+
+#include "asn/asn_strings.h"
+#include "asn/known_oids.h"
+
+namespace crv {
+
+SafeBag::SafeBag(const KnownOid& kind, const ASNobject& value) : bagId(kind) {
+    bagValue.value.build(value);
+}
+
+MemberTable SafeBag::members() const {
+    static constexpr Member kMembers[] = {member<&SafeBag::bagId>, member<&SafeBag::bagValue>,
+                                          member<&SafeBag::bagAttributes>};
+    return kMembers;
+}
+
+Bytes SafeBag::localKeyId() const {
+    ASNoctstr id;
+    return bagAttributes && bagAttributes->get(OID_PKCS9_LOCAL_KEY_ID, id) ? toBytes(id.value()) : Bytes();
+}
+
+void SafeBag::setLocalKeyId(ByteView id) {
+    if (!id.empty()) setAttribute(OID_PKCS9_LOCAL_KEY_ID, ASNoctstr(id));
+}
+
+std::string SafeBag::friendlyName() const {
+    ASNbmpString name;
+    return bagAttributes && bagAttributes->get(OID_PKCS9_FRIENDLY_NAME, name) ? name.utf8() : std::string();
+}
+
+void SafeBag::setFriendlyName(std::string_view utf8) {
+    setAttribute(OID_PKCS9_FRIENDLY_NAME, ASNbmpString(utf8));
+}
+
+void SafeBag::setAttribute(const KnownOid& type, const ASNobject& value) {
+    if (!bagAttributes) bagAttributes.emplace();
+    bagAttributes->set(type, value);
+}
+
+MemberTable CertBag::members() const {
+    static constexpr Member kMembers[] = {member<&CertBag::certId>, member<&CertBag::certValue>};
+    return kMembers;
+}
+
+MemberTable SecretBag::members() const {
+    static constexpr Member kMembers[] = {member<&SecretBag::secretTypeId>, member<&SecretBag::secretValue>};
+    return kMembers;
+}
+
+}  // namespace crv

@@ -1,0 +1,82 @@
+// What a key store holds: keys with their roles, certificates, the configuration record and the generator's seed.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "crypto/private_key.h"
+#include "misc/secret.h"
+
+namespace crv {
+
+class CRVCfgFile;
+class SignedCertificate;
+
+/// The use that a new key is generated for, as the menu numbers it.
+enum class KeyType : int { Signing = 0, Encryption = 1, Both = 2 };
+
+/// What a stored key does; a set of bits. At most one key of a store signs and at most one decrypts.
+enum class KeyRole : uint8_t { Further = 0, Signing = 1, Encryption = 2, Both = 3 };
+
+[[nodiscard]] constexpr KeyRole operator&(KeyRole a, KeyRole b) {
+    return KeyRole(uint8_t(a) & uint8_t(b));
+}
+[[nodiscard]] constexpr KeyRole operator|(KeyRole a, KeyRole b) {
+    return KeyRole(uint8_t(a) | uint8_t(b));
+}
+[[nodiscard]] constexpr KeyRole without(KeyRole a, KeyRole b) {
+    return KeyRole(uint8_t(a) & ~uint8_t(b));
+}
+[[nodiscard]] constexpr bool shares(KeyRole a, KeyRole b) {
+    return (a & b) != KeyRole::Further;
+}
+/// The roles that a key of the type takes.
+[[nodiscard]] constexpr KeyRole roleOf(KeyType type) {
+    return KeyRole(int(type) + 1);
+}
+
+struct StoredKey {
+    PrivateKey key;
+    KeyRole role = KeyRole::Further;
+};
+
+/// Certificates are immutable and shared between lists.
+using CertPtr = std::shared_ptr<const SignedCertificate>;
+using CertList = std::vector<CertPtr>;
+
+/// The seed from which the next log-in starts.
+using RbgSeed = SecretArray<20>;
+
+/// A certificate's encoding.
+[[nodiscard]] ByteView encodingOf(const SignedCertificate& certificate);
+/// Whether the list holds a certificate with this encoding.
+[[nodiscard]] bool contains(const CertList& list, const SignedCertificate& certificate);
+/// Removes it; false when it was not there.
+bool removeFrom(CertList& list, const SignedCertificate& certificate);
+
+/// Copies share keys, certificates and the record, which nobody changes once it stands here.
+struct KeyStoreContents {
+    std::vector<StoredKey> keys;
+    CertList userCerts;     ///< of the user's keys, and those that are neither theirs nor trusted
+    CertList trustedCerts;  ///< trusted certificates kept with the keys
+    std::shared_ptr<const CRVCfgFile> configuration;  ///< null: the store keeps none
+    std::optional<RbgSeed> seed;
+
+    /// The key that has the role (or both), null when none has.
+    [[nodiscard]] const StoredKey* keyInRole(KeyRole role) const;
+    /// The key with the identifier, or null.
+    [[nodiscard]] const StoredKey* findKey(const KeyId& id) const;
+    /// The newest of the user's certificates for the key; null when it has none.
+    [[nodiscard]] CertPtr certificateOf(const KeyId& id) const;
+};
+
+/// Brings two descendants of one ancestor together: what `mine` added, changed or deleted since `base` wins, everything
+/// else is as in `theirs`. Keys, certificates and the record's fields are compared one by one, in the record's list of
+/// trusted certificates each certificate. No key is lost: of two keys that claim one role ours gets it, the other
+/// becomes a further key. The seed is ours.
+[[nodiscard]] KeyStoreContents mergeContents(const KeyStoreContents& base, const KeyStoreContents& mine,
+                                             const KeyStoreContents& theirs);
+
+}  // namespace crv

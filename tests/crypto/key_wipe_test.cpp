@@ -1,0 +1,89 @@
+// Private numbers must be gone from every block, ours and libcrypto's, when it is given back.
+#include <gtest/gtest.h>
+#include <openssl/crypto.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "crypto/crypto_error.h"
+#include "crypto/kc_hash.h"
+#include "crypto/private_key.h"
+#include "crypto/test_random.h"
+#include "support/heap_watch.h"
+
+namespace crv {
+namespace {
+
+// libcrypto takes other memory functions only before its first allocation.
+void* plainAlloc(size_t size, const char*, int) {
+    return std::malloc(size);
+}
+void watchedFree(void* block, const char*, int) {
+    heap_watch::giveBack(block);
+}
+void* watchedRealloc(void* block, size_t size, const char*, int) {
+    void* moved = std::malloc(size);  // always moves, so that what growth leaves behind is seen
+    if (moved != nullptr && block != nullptr) {
+        std::memcpy(moved, block, std::min(size, malloc_usable_size(block)));
+        heap_watch::giveBack(block);
+    }
+    return moved;
+}
+const int installed = CRYPTO_set_mem_functions(plainAlloc, watchedRealloc, watchedFree);
+
+struct WipeCase {
+    KeyScheme scheme;
+    PrivateKey (*make)(RandomBridge&);
+    size_t fromEnd;  // where 16 octets of a private number stand in the PKCS#8 encoding, counted from its end
+};
+
+const WipeCase kCases[] = {
+    {KeyScheme::rsa, [](RandomBridge& r) { return PrivateKey::generateRsa(1024, 65537, r); }, 300},  // inside p
+    {KeyScheme::dsa, [](RandomBridge& r) { return PrivateKey::generateDsa(1024, r); }, 17},
+    {KeyScheme::ecdsa, [](RandomBridge& r) { return PrivateKey::generateEc(kDefaultCurve, false, r); }, 90},
+};
+
+TEST(KeyWipe, NothingOfAPrivateKeyIsLeft) {
+    ASSERT_EQ(installed, 1);
+    const Bytes digest = hashOf(KcHashAlgo::sha1, {});
+    for (const WipeCase& c : kCases) {
+        SeededRandom random;
+        std::string secret;
+        {
+            const SecretBytes pkcs8 = c.make(random.bridge).toPkcs8();
+            secret = asText(ByteView(pkcs8).last(c.fromEnd).first(16));
+        }
+        const std::string reversed(secret.rbegin(), secret.rend());  // libcrypto's numbers on a little-endian machine
+        const auto cycle = [&](bool throwing) {
+            SeededRandom again;
+            try {
+                const PrivateKey key = c.make(again.bridge);
+                SecretBytes pkcs8 = key.toPkcs8();
+                const ByteView wanted = asBytes(secret);
+                const auto found = std::search(pkcs8.begin(), pkcs8.end(), wanted.begin(), wanted.end());
+                if (found == pkcs8.end()) throw std::logic_error("not the same key");
+                const PrivateKey copy = PrivateKey::fromPkcs8(pkcs8);
+                (void)copy.sign(c.scheme, KcHashAlgo::sha1, digest, again.bridge);
+                if (throwing) throw std::runtime_error("on the way");
+                pkcs8[static_cast<size_t>(found - pkcs8.begin()) - 1] ^= 1;  // the key no longer hangs together
+                (void)PrivateKey::fromPkcs8(pkcs8);
+            } catch (const CryptoError&) {
+            } catch (const std::runtime_error&) {
+            }
+        };
+        EXPECT_EQ(heap_watch::leaksOf(
+                      secret, [&] { cycle(false); }, reversed),
+                  0)
+            << static_cast<int>(c.scheme);
+        EXPECT_EQ(heap_watch::leaksOf(
+                      secret, [&] { cycle(true); }, reversed),
+                  0)
+            << static_cast<int>(c.scheme);
+        // The watch itself sees plain copies on both heaps.
+        EXPECT_GT(heap_watch::leaksOf(secret, [&] { (void)Bytes(secret.begin(), secret.end()); }), 0);
+        EXPECT_GT(heap_watch::leaksOf(secret, [&] { OPENSSL_free(OPENSSL_memdup(secret.data(), secret.size())); }), 0);
+    }
+}
+
+}  // namespace
+}  // namespace crv
