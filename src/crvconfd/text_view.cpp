@@ -1,0 +1,100 @@
+#include "crvconfd/text_view.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "crvconfd/toolkit.h"
+#include "crvconfd/utf8.h"
+
+namespace crv {
+
+namespace {
+
+constexpr int kFirstRow = 2;
+constexpr int kFooterRow = 22;
+constexpr size_t kRows = kFooterRow - kFirstRow - 1;
+constexpr size_t kLabelWidth = 26;
+constexpr size_t kTextWidth = kScreenColumns - 2;
+
+/// Bytes of the first count characters.
+size_t bytesOf(std::string_view text, size_t count) {
+    size_t at = 0;
+    while (at < text.size() && count > 0) {
+        ++at;
+        while (at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) ++at;
+        --count;
+    }
+    return at;
+}
+
+void draw(const std::string& header, const std::vector<std::string>& lines, const char* footer, size_t top) {
+    clrScr();
+    displHeader(0, "%s", header.c_str());
+    const size_t end = std::min(lines.size(), top + kRows);
+    for (size_t i = top; i < end; ++i) displText(kFirstRow + static_cast<int>(i - top), 1, "%s", lines[i].c_str());
+    if (lines.size() > kRows) displText(kFooterRow, 0, "%zu-%zu/%zu", top + 1, end, lines.size());
+    displCentColText(kFooterRow, "%s", footer);
+}
+
+/// First line shown after a scrolling key.
+size_t scrolled(int key, size_t top, size_t last) {
+    switch (key) {
+        case kKeyUp:
+            return top - std::min<size_t>(top, 1);
+        case kKeyDown:
+            return std::min(top + 1, last);
+        case kKeyPageUp:
+            return top - std::min(top, kRows);
+        case kKeyPageDown:
+            return std::min(top + kRows, last);
+        case kKeyHome:
+            return 0;
+        case kKeyEnd:
+            return last;
+        default:
+            return top;
+    }
+}
+
+}  // namespace
+
+std::vector<std::string> wrapText(std::string_view text, size_t width, size_t indent) {
+    std::vector<std::string> lines;
+    while (lines.empty() || !text.empty()) {
+        const size_t room = lines.empty() ? width : width - indent;
+        size_t take = bytesOf(text, room);
+        if (take < text.size()) {
+            const size_t space = text.rfind(' ', take);
+            if (space != std::string_view::npos && space > 0) take = space;
+        }
+        lines.push_back(std::string(lines.empty() ? 0 : indent, ' ').append(text.substr(0, take)));
+        text.remove_prefix(take);
+        text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+    }
+    return lines;
+}
+
+void addField(std::vector<std::string>& lines, std::string_view label, std::string_view value) {
+    std::string head(label);
+    const size_t characters = countCharacters(label);
+    head.append(characters < kLabelWidth ? kLabelWidth - characters : 1, ' ');
+    const auto wrapped = wrapText(value, kTextWidth - std::max(kLabelWidth, characters + 1), 0);
+    lines.push_back(head + wrapped.front());
+    for (size_t i = 1; i < wrapped.size(); ++i) lines.push_back(std::string(kLabelWidth, ' ') + wrapped[i]);
+}
+
+int showText(const std::string& header, const std::vector<std::string>& lines, const char* footer,
+             std::string_view keys, size_t& top) {
+    const size_t last = lines.size() > kRows ? lines.size() - kRows : 0;
+    for (;;) {
+        top = std::min(top, last);
+        draw(header, lines, footer, top);
+        const int key = getKey();
+        const int letter = key > 0 && key < 128 ? std::tolower(key) : 0;
+        if (key == kKeyEscape) return key;
+        if (letter != 0 && keys.find(static_cast<char>(letter)) != std::string_view::npos) return letter;
+        top = scrolled(key, top, last);
+    }
+}
+
+}  // namespace crv
