@@ -34,6 +34,8 @@ class ProxySettings {
     void insertProxy(const std::string& addr, long port, const std::string& user, const SecretText& password);
     /// Takes the profile's own proxy away.
     void deleteProxy() { own_ = {}; }
+    /// The profile's own proxy, in force or not; undefined when there is none.
+    [[nodiscard]] const Proxy& ownProxy() const { return own_; }
     /// The proxy in force; false when there is none.
     bool getProxy(Proxy& proxy) const;
     /// The proxy to use for a URL; false for a direct connection.
