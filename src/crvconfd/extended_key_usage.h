@@ -1,0 +1,20 @@
+// The screen of the extended key usages that the profile accepts: "Akceptowane rozszerzone zastosowanie klucza".
+#pragma once
+
+#include <string>
+
+#include "crvconfd/numbered_list.h"
+
+namespace crv {
+
+/// The screen's key loop; every change is saved in the profile list at once.
+void OnExtendedKeyUsage();
+
+/// Draws the list from its first entry, sorted by name.
+void showExtendedKeyUsages();
+/// Asks for an identifier and a name and adds them.
+void addExtendedKeyUsage();
+/// Asks for a number of the sorted list and deletes that entry.
+void delExtendedKeyUsage();
+
+}  // namespace crv
