@@ -3,6 +3,7 @@
 #include <filesystem>
 
 #include "misc/path.h"
+#include "src/trusted_list_manager.h"
 
 namespace crv {
 namespace {
@@ -37,6 +38,28 @@ std::string pathAttr(const CrvProfile* profile, long id) {
 
 void ConfigurationManager::setProfile(std::unique_ptr<CrvProfile> profile) {
     profile_ = std::move(profile);
+    setRecord(nullptr);
+    if (!profile_) return;
+    Proxy proxy;
+    profile_->getProxy(proxy);
+    TrustedListManager::instance().setProxy(proxy);
+}
+
+CRVCfgFile& ConfigurationManager::editRecord() {
+    if (record_.use_count() > 1) record_ = std::make_shared<CRVCfgFile>(*record_);
+    recordChanged_ = true;
+    return *record_;
+}
+
+void ConfigurationManager::setRecord(const std::shared_ptr<const CRVCfgFile>& record) {
+    record_ = std::make_shared<CRVCfgFile>();
+    if (record) *record_ = *record;
+    recordChanged_ = false;
+}
+
+void ConfigurationManager::resetRecord() {
+    setRecord(nullptr);
+    recordChanged_ = true;
 }
 
 SessionProfileType ConfigurationManager::profileType() const {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "profiles/crv_profile.h"
+#include "src/crv_cfg_file.h"
 
 namespace crv {
 
@@ -17,7 +18,8 @@ enum class SessionProfileType { None = 0, File = 1, Device = 5, Unusable = 7 };
 /// Owned by the context. Managers reach it through ContextServices::configuration().
 class ConfigurationManager {
   public:
-    /// Binds a profile, or with null releases the current one.
+    /// Binds a profile, or with null releases the current one; the record becomes empty, so that every option has its
+    /// default, and the trusted-list manager learns the profile's proxy.
     void setProfile(std::unique_ptr<CrvProfile> profile);
     /// The current profile, or null.
     [[nodiscard]] CrvProfile* profile() const { return profile_.get(); }
@@ -32,8 +34,23 @@ class ConfigurationManager {
     /// devices "key.lck" in the database folder. Empty when there is neither.
     [[nodiscard]] std::string securityFileLockName() const;
 
+    /// The configuration record: that of the key store after log-in. Shared records are never changed.
+    [[nodiscard]] const CRVCfgFile& record() const { return *record_; }
+    [[nodiscard]] std::shared_ptr<const CRVCfgFile> sharedRecord() const { return record_; }
+    /// The record for a change, which is marked; a record that somebody shares is copied first. Not to be kept.
+    CRVCfgFile& editRecord();
+    /// Takes the key store's record; null gives an empty one. Clears the mark.
+    void setRecord(const std::shared_ptr<const CRVCfgFile>& record);
+    /// Gives every field its default and marks the change.
+    void resetRecord();
+    /// Whether the record was changed since it was taken or saved.
+    [[nodiscard]] bool isRecordChanged() const { return recordChanged_; }
+    void setRecordChanged(bool changed) { recordChanged_ = changed; }
+
   private:
     std::unique_ptr<CrvProfile> profile_;
+    std::shared_ptr<CRVCfgFile> record_ = std::make_shared<CRVCfgFile>();
+    bool recordChanged_ = false;
 };
 
 }  // namespace crv

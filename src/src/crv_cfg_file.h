@@ -1,0 +1,85 @@
+// The configuration record of a profile, kept as a secret bag of its key store.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "asn/asn_any.h"
+#include "asn/asn_list.h"
+#include "asn/asn_object_id.h"
+#include "asn/asn_sequence.h"
+
+namespace crv {
+
+/// An identifier with a note for people, in UTF-8: certificate policies, accepted key usages.
+class PolicyIdAndNote : public ASNsequenceF {
+  public:
+    ASNobjectId policyId;
+    ASNoctstr note;
+
+  protected:
+    [[nodiscard]] MemberTable members() const override;
+};
+
+/// One attribute of the record.
+class CfgField : public ASNsequenceF {
+  public:
+    ASNobjectId id;
+    ASNany value;
+
+  protected:
+    [[nodiscard]] MemberTable members() const override;
+};
+
+/// SEQUENCE OF SEQUENCE {OBJECT IDENTIFIER, ANY}. A missing field means the default; a set replaces in place; unknown
+/// fields are kept. A field that does not decode fails an assertion when it is asked for.
+class CRVCfgFile : public ASNsequenceList<CfgField> {
+  public:
+    using Policies = ASNsequenceList<PolicyIdAndNote>;
+    /// Certificates in DER.
+    using Certificates = std::vector<Bytes>;
+
+    /// The value of a field, or null.
+    [[nodiscard]] const ASNany* findField(const KnownOid& oid) const;
+    /// Sets a field to the object's encoding; null removes the field.
+    void setField(const KnownOid& oid, const ASNobject* value);
+
+    /// Whether the number is that of an integer option.
+    [[nodiscard]] static bool isSuchIntOpt(long id);
+    /// The option's value, or its default. The option must be one (assertion).
+    [[nodiscard]] long getIntOpt(long id) const;
+    void setIntOpt(long id, long value);
+
+    /// Text options 36, 42 and 43: nothing when absent. The option must be one (assertion).
+    [[nodiscard]] static bool isSuchTextOpt(long id);
+    [[nodiscard]] std::optional<std::string> getTextOpt(long id) const;
+    void setTextOpt(long id, const std::optional<std::string>& value);
+
+    /// Format of protected messages; 1 when absent.
+    [[nodiscard]] long getProtMsgFmt() const;
+    void setProtMsgFmt(int format);
+
+    [[nodiscard]] Policies getPolicies() const;
+    void setPolicies(const Policies& policies);
+    [[nodiscard]] Policies getAcceptedKeyUsage() const;
+    void setAcceptedKeyUsage(const Policies& usages);
+
+    [[nodiscard]] Certificates getTrustedCAs() const;
+    void setTrustedCAs(const Certificates& certificates);
+    [[nodiscard]] Certificates getQualifiedTrustedCAs() const;
+    void setQualifiedTrustedCAs(const Certificates& certificates);
+
+    /// Symmetric algorithm; AES-256 in CBC mode when absent.
+    [[nodiscard]] ASNobjectId getSymAlgo() const;
+    void setSymAlgo(const ASNobjectId& algorithm);
+
+  private:
+    template <class Object>
+    [[nodiscard]] Object decoded(const KnownOid& oid, Object absent = {}) const;
+    [[nodiscard]] Certificates certificates(const KnownOid& oid) const;
+    void setCertificates(const KnownOid& oid, const Certificates& certificates);
+};
+
+}  // namespace crv
