@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "misc/secret.h"
+#include "misc/windows1250.h"
 
 namespace crv {
 
@@ -64,16 +65,7 @@ constexpr std::array<std::pair<unsigned char, char>, 18> kBaseLetters{{
 constexpr std::array<std::pair<unsigned char, unsigned char>, 6> kLatin2{
     {{0x8C, 0xA6}, {0x8F, 0xAC}, {0x9C, 0xB6}, {0x9F, 0xBC}, {0xA5, 0xA1}, {0xB9, 0xB1}}};
 
-// Upper halves of the two terminal encodings as Unicode code points; 0 marks a code that is not assigned.
-constexpr std::u16string_view kWindows1250High =
-    u"\u20AC\0\u201A\0\u201E\u2026\u2020\u2021\0\u2030\u0160\u2039\u015A\u0164\u017D\u0179"
-    u"\0\u2018\u2019\u201C\u201D\u2022\u2013\u2014\0\u2122\u0161\u203A\u015B\u0165\u017E\u017A"
-    u"\u00A0\u02C7\u02D8\u0141\u00A4\u0104\u00A6\u00A7\u00A8\u00A9\u015E\u00AB\u00AC\u00AD\u00AE\u017B"
-    u"\u00B0\u00B1\u02DB\u0142\u00B4\u00B5\u00B6\u00B7\u00B8\u0105\u015F\u00BB\u013D\u02DD\u013E\u017C"
-    u"\u0154\u00C1\u00C2\u0102\u00C4\u0139\u0106\u00C7\u010C\u00C9\u0118\u00CB\u011A\u00CD\u00CE\u010E"
-    u"\u0110\u0143\u0147\u00D3\u00D4\u0150\u00D6\u00D7\u0158\u016E\u00DA\u0170\u00DC\u00DD\u0162\u00DF"
-    u"\u0155\u00E1\u00E2\u0103\u00E4\u013A\u0107\u00E7\u010D\u00E9\u0119\u00EB\u011B\u00ED\u00EE\u010F"
-    u"\u0111\u0144\u0148\u00F3\u00F4\u0151\u00F6\u00F7\u0159\u016F\u00FA\u0171\u00FC\u00FD\u0163\u02D9"sv;
+// ISO 8859-2 from 0xA0 up as Unicode code points.
 constexpr std::u16string_view kLatin2From0xA0 =
     u"\u00A0\u0104\u02D8\u0141\u00A4\u013D\u015A\u00A7\u00A8\u0160\u015E\u0164\u0179\u00AD\u017D\u017B"
     u"\u00B0\u0105\u02DB\u0142\u00B4\u013E\u015B\u02C7\u00B8\u0161\u015F\u0165\u017A\u02DD\u017E\u017C"sv;

@@ -11,6 +11,13 @@ MemberTable AlgorithmIdentifier::members() const {
     return kMembers;
 }
 
+bool operator==(const AlgorithmIdentifier& a, const AlgorithmIdentifier& b) {
+    const auto none = [](const AlgorithmIdentifier& x) {
+        return !x.parameters || x.parameters->getTag() == ASNnull::kTag;
+    };
+    return a.algorithm == b.algorithm && ((none(a) && none(b)) || a.parameters == b.parameters);
+}
+
 AlgorithmIdentifier hashAlgorithm(KcHashAlgo hash) {
     AlgorithmIdentifier identifier;
     VTEST(identifier.algorithm.setText(hashOid(hash)), "src/asn/x509/algorithm_identifier");

@@ -22,6 +22,9 @@ class AlgorithmIdentifier : public ASNsequenceF {
         parameters.emplace().build(value);
     }
 
+    /// Same algorithm, same parameters octet for octet; absent parameters and NULL count as the same.
+    friend bool operator==(const AlgorithmIdentifier& a, const AlgorithmIdentifier& b);
+
   protected:
     [[nodiscard]] MemberTable members() const override;
 };

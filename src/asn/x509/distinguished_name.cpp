@@ -1,0 +1,305 @@
+#include "asn/x509/distinguished_name.h"
+
+#include <algorithm>
+
+#include "asn/asn_strings.h"
+#include "asn/known_oids.h"
+#include "misc/ascii.h"
+#include "misc/hex.h"
+#include "misc/windows1250.h"
+
+namespace crv {
+
+namespace {
+
+struct Label {
+    const KnownOid& type;
+    const char* text;
+};
+
+constexpr Label kLabels[] = {
+    {OID_AT_COMMON_NAME, "CN"},
+    {OID_AT_ORGANIZATION, "O"},
+    {OID_AT_ORGANIZATIONAL_UNIT, "OU"},
+    {OID_AT_COUNTRY, "C"},
+    {OID_AT_SURNAME, "SN"},
+    {OID_AT_GIVEN_NAME, "GN"},
+    {OID_AT_LOCALITY, "L"},
+    {OID_AT_STATE, "ST"},
+    {OID_AT_STREET, "STREET"},
+    {OID_AT_TITLE, "T"},
+    {OID_AT_SERIAL_NUMBER, "SERIALNUMBER"},
+    {OID_AT_DOMAIN_COMPONENT, "DC"},
+    {OID_AT_USER_ID, "UID"},
+    {OID_PKCS9_EMAIL, "E"},
+    {OID_PKCS9_UNSTRUCTURED_NAME, "UNSTRUCTUREDNAME"},
+    {OID_PKCS9_UNSTRUCTURED_ADDRESS, "UNSTRUCTUREDADDRESS"},
+    {OID_AT_DESCRIPTION, "DESCRIPTION"},
+    {OID_AT_POSTAL_ADDRESS, "POSTALADDRESS"},
+    {OID_AT_POSTAL_CODE, "POSTALCODE"},
+    {OID_AT_TELEPHONE, "PHONE"},
+    {OID_AT_NAME, "NAME"},
+    {OID_AT_INITIALS, "INITIALS"},
+    {OID_AT_GENERATION, "GENERATION"},
+    {OID_AT_DN_QUALIFIER, "DNQUALIFIER"},
+    {OID_AT_PSEUDONYM, "PSEUDONYM"},
+    {OID_AT_ORGANIZATION_ID, "ORGANIZATIONID"},
+};
+
+constexpr char kHex[] = "0123456789ABCDEF";
+constexpr std::string_view kSpecial = ",+\"\\<>;=";
+
+int hexValue(char c) {
+    const char* at = std::ranges::find(kHex, c >= 'a' && c <= 'f' ? char(c - 32) : c);
+    return at < kHex + 16 ? int(at - kHex) : -1;
+}
+
+/// Two hexadecimal digits at the front of the text, -1 when they are not there.
+int hexOctet(std::string_view text) {
+    if (text.size() < 2 || hexValue(text[0]) < 0 || hexValue(text[1]) < 0) return -1;
+    return hexValue(text[0]) << 4 | hexValue(text[1]);
+}
+
+bool isHarmful(char32_t c) {
+    return c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x200E || c == 0x200F || (c >= 0x2028 && c <= 0x202E) ||
+           (c >= 0x2066 && c <= 0x2069);
+}
+
+char toWindows1250(char32_t c) {
+    const size_t at = c < 0x80     ? std::u16string_view::npos
+                      : c > 0xFFFF ? std::u16string_view::npos
+                                   : kWindows1250High.find(char16_t(c));
+    if (c < 0x80) return char(c);
+    return at == std::u16string_view::npos ? '?' : char(0x80 + at);
+}
+
+std::string escapeValue(std::string_view value) {
+    std::string out;
+    for (size_t i = 0; i < value.size(); ++i) {
+        const char c = value[i];
+        const bool edge = (c == ' ' && (i == 0 || i + 1 == value.size())) || (c == '#' && i == 0);
+        if (uint8_t(c) < 0x20 || c == 0x7F)
+            (out += '\\') += toHex(asBytes(value.substr(i, 1)));
+        else if (edge || kSpecial.find(c) != std::string_view::npos)
+            (out += '\\') += c;
+        else
+            out += c;
+    }
+    return out;
+}
+
+unsigned char stringTagOf(const ASNobjectId& type, std::string_view value) {
+    const bool ascii = std::ranges::all_of(value, [](char c) { return uint8_t(c) < 0x80; });
+    if (ascii && (type == OID_PKCS9_EMAIL || type == OID_AT_DOMAIN_COMPONENT)) return ASN_TAG_IA5;
+    return stringTagFor(value);
+}
+
+void setText(AttributeTypeAndValue& attribute, std::string_view utf8) {
+    const unsigned char tag = stringTagOf(attribute.type, utf8);
+    attribute.value.build(tag, utf8ToString(tag, utf8));
+}
+
+/// Parser of the text form.
+class NameText {
+  public:
+    explicit NameText(std::string_view text) : rest_(text) {}
+
+    bool parse(DistinguishedName& name) {
+        skipSpaces();
+        if (rest_.empty()) return true;
+        for (char separator = ','; separator == ',';) {
+            RelativeDistinguishedName& set = name.add();
+            do {
+                if (!parseAttribute(set.add())) return false;
+                separator = takeSeparator();
+            } while (separator == '+');
+        }
+        return rest_.empty() && !danglingSeparator_;
+    }
+
+  private:
+    void skipSpaces() {
+        while (!rest_.empty() && rest_.front() == ' ') rest_.remove_prefix(1);
+    }
+    /// "," (also for ";"), "+", or 0 at the end and before anything else.
+    char takeSeparator() {
+        skipSpaces();
+        if (rest_.empty() || std::string_view(",;+").find(rest_.front()) == std::string_view::npos) return 0;
+        const char separator = rest_.front() == ';' ? ',' : rest_.front();
+        rest_.remove_prefix(1);
+        skipSpaces();
+        danglingSeparator_ = rest_.empty();
+        return danglingSeparator_ ? '\0' : separator;
+    }
+    bool parseAttribute(AttributeTypeAndValue& attribute) {
+        const size_t equals = rest_.find('=');
+        if (equals == std::string_view::npos) return false;
+        std::string_view type = rest_.substr(0, equals);
+        while (type.ends_with(' ')) type.remove_suffix(1);
+        rest_.remove_prefix(equals + 1);
+        skipSpaces();
+        return parseType(type, attribute.type) &&
+               (rest_.starts_with('#') ? parseEncoding(attribute) : parseText(attribute));
+    }
+    static bool parseType(std::string_view text, ASNobjectId& type) {
+        for (const Label& label : kLabels) {
+            if (!equalIgnoreCase(text, label.text)) continue;
+            type = label.type;
+            return true;
+        }
+        return type.setText(text);
+    }
+    bool parseEncoding(AttributeTypeAndValue& attribute) {
+        Bytes octets;
+        for (rest_.remove_prefix(1); hexOctet(rest_) >= 0; rest_.remove_prefix(2))
+            octets.push_back(uint8_t(hexOctet(rest_)));
+        return attribute.value.build(octets);
+    }
+    bool parseText(AttributeTypeAndValue& attribute) {
+        std::string value;
+        size_t kept = 0;  // spaces behind this are not part of the value
+        const bool quoted = rest_.starts_with('"');
+        if (quoted) rest_.remove_prefix(1);
+        while (!rest_.empty()) {
+            const char c = rest_.front();
+            if (quoted ? c == '"' : c == ',' || c == ';' || c == '+') break;
+            rest_.remove_prefix(1);
+            if (c == '\\' && !takeEscape(value)) return false;
+            if (c != '\\') value += c;
+            if (c != ' ' || quoted) kept = value.size();
+        }
+        if (quoted) {
+            if (rest_.empty()) return false;
+            rest_.remove_prefix(1);
+        }
+        value.resize(kept);
+        setText(attribute, value);
+        return true;
+    }
+    bool takeEscape(std::string& value) {
+        if (const int octet = hexOctet(rest_); octet >= 0) {
+            value += char(octet);
+            rest_.remove_prefix(2);
+            return true;
+        }
+        if (rest_.empty()) return false;
+        value += rest_.front();
+        rest_.remove_prefix(1);
+        return true;
+    }
+
+    std::string_view rest_;
+    bool danglingSeparator_ = false;
+};
+
+std::string normalizeText(std::string_view text) {
+    std::string out;
+    for (const char c : text) {
+        if (c == ' ' && (out.empty() || out.back() == ' ')) continue;
+        out += c >= 'A' && c <= 'Z' ? char(c + 32) : c;
+    }
+    if (out.ends_with(' ')) out.pop_back();
+    return out;
+}
+
+}  // namespace
+
+std::string displayText(std::string_view utf8, DnDisplay display) {
+    std::string out;
+    while (!utf8.empty()) {
+        const char32_t c = takeUtf8(utf8);
+        std::string octets;
+        appendUtf8(octets, c);
+        if (isHarmful(c) || (display.escaped && c >= 0x80)) {
+            for (const char octet : octets) (out += '\\') += toHex(asBytes({&octet, 1}));
+        } else if (display.utf8) {
+            out += octets;
+        } else {
+            out += toWindows1250(c);
+        }
+    }
+    return out;
+}
+
+MemberTable AttributeTypeAndValue::members() const {
+    static constexpr Member kMembers[] = {member<&AttributeTypeAndValue::type>, member<&AttributeTypeAndValue::value>};
+    return kMembers;
+}
+
+std::string AttributeTypeAndValue::label() const {
+    for (const Label& row : kLabels)
+        if (type == row.type) return row.text;
+    return type.text();
+}
+
+bool AttributeTypeAndValue::isText() const {
+    return isStringTag(value.getTag());
+}
+
+std::string AttributeTypeAndValue::valueUtf8() const {
+    return isText() ? stringToUtf8(value.getTag(), value.contents()) : "#" + toHex(value.getMemory());
+}
+
+std::optional<DistinguishedName> DistinguishedName::fromText(std::string_view text) {
+    DistinguishedName name;
+    if (!NameText(text).parse(name)) return std::nullopt;
+    return name;
+}
+
+std::string DistinguishedName::text() const {
+    std::string out;
+    for (const RelativeDistinguishedName& set : *this) {
+        const char* separator = out.empty() ? "" : ", ";
+        for (const AttributeTypeAndValue& attribute : set) {
+            const std::string value = attribute.valueUtf8();
+            out += separator + attribute.label() + "=" + (attribute.isText() ? escapeValue(value) : value);
+            separator = " + ";
+        }
+    }
+    return out;
+}
+
+std::vector<std::string> DistinguishedName::lines(DnDisplay display) const {
+    std::vector<std::string> out;
+    for (const RelativeDistinguishedName& set : *this)
+        for (const AttributeTypeAndValue& attribute : set)
+            out.push_back(attribute.label() + "=" + displayText(attribute.valueUtf8(), display));
+    return out;
+}
+
+void DistinguishedName::add(const KnownOid& type, std::string_view utf8) {
+    AttributeTypeAndValue& attribute = add().add();
+    attribute.type = type;
+    setText(attribute, utf8);
+}
+
+std::optional<std::string> DistinguishedName::find(const KnownOid& type) const {
+    for (const RelativeDistinguishedName& set : *this)
+        for (const AttributeTypeAndValue& attribute : set)
+            if (attribute.type == type) return attribute.valueUtf8();
+    return std::nullopt;
+}
+
+DistinguishedName DistinguishedName::normalize() const {
+    DistinguishedName out;
+    for (const RelativeDistinguishedName& set : *this) {
+        RelativeDistinguishedName& copies = out.add();
+        for (const AttributeTypeAndValue& attribute : set) {
+            AttributeTypeAndValue& copy = copies.add();
+            copy.type = attribute.type;
+            if (attribute.isText())
+                copy.value.build(ASN_TAG_UTF8, asBytes(normalizeText(attribute.valueUtf8())));
+            else
+                copy.value = attribute.value;
+        }
+    }
+    return out;
+}
+
+bool operator==(const DistinguishedName& a, const DistinguishedName& b) {
+    if (a.size() != b.size()) return false;
+    if (!a.keptEncoding().empty() && std::ranges::equal(a.keptEncoding(), b.keptEncoding())) return true;
+    return a.normalize().encoded() == b.normalize().encoded();
+}
+
+}  // namespace crv

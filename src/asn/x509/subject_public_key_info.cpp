@@ -1,0 +1,27 @@
+#include "asn/x509/subject_public_key_info.h"
+
+#include "misc/exceptions.h"
+
+namespace crv {
+
+SubjectPublicKeyInfo::SubjectPublicKeyInfo(const PublicKey& key) {
+    VTEST(readExactly(key.toSpki()), "src/asn/x509/subject_public_key_info");
+}
+
+KeyId SubjectPublicKeyInfo::computeKeyIdentifierSha1Hash() const {
+    KeyId id;
+    hashInto(KcHashAlgo::sha1, subjectPublicKey.octets(), id);
+    return id;
+}
+
+PublicKey SubjectPublicKeyInfo::publicKey() const {
+    return PublicKey::fromSpki(encoded());
+}
+
+MemberTable SubjectPublicKeyInfo::members() const {
+    static constexpr Member kMembers[] = {member<&SubjectPublicKeyInfo::algorithm>,
+                                          member<&SubjectPublicKeyInfo::subjectPublicKey>};
+    return kMembers;
+}
+
+}  // namespace crv
