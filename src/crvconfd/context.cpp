@@ -1,20 +1,23 @@
 #include "crvconfd/context.h"
 
-#include "src/configuration_manager.h"
+#include "api/crvctx.h"
 
 namespace crv {
 
-namespace {
-ConfigurationManager configuration;
-}
-
-ContextOwner::ContextOwner() {
-    cfgManager = &configuration;
+ContextOwner::ContextOwner() : context_(std::make_unique<CRVctx>()) {
+    crvCtx = context_.get();
+    cfgManager = &context_->configurationManager;
+    netManager = &context_->networkManager;
 }
 
 ContextOwner::~ContextOwner() {
-    cfgManager->setProfile(nullptr);
+    crvCtx = nullptr;
     cfgManager = nullptr;
+    netManager = nullptr;
+}
+
+std::string ContextOwner::report() const {
+    return context_->state.wholeReport();
 }
 
 }  // namespace crv

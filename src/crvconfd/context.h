@@ -2,19 +2,33 @@
 // from its creation to its end and are null outside of that.
 #pragma once
 
+#include <memory>
+#include <string>
+
 namespace crv {
 
 class ConfigurationManager;
+class NetworkManager;
+struct CRVctx;
 
+inline CRVctx* crvCtx = nullptr;
 inline ConfigurationManager* cfgManager = nullptr;
+inline NetworkManager* netManager = nullptr;
 
-/// The context of the run: created with its managers, destroyed when the object ends.
+/// Creates the context of the run with its managers and sets the handles; destroys it when the object ends. Throws what
+/// the context throws, after destroying it.
 class ContextOwner {
   public:
     ContextOwner();
     ~ContextOwner();
     ContextOwner(const ContextOwner&) = delete;
     ContextOwner& operator=(const ContextOwner&) = delete;
+
+    /// The report of every operation so far, one a line.
+    [[nodiscard]] std::string report() const;
+
+  private:
+    std::unique_ptr<CRVctx> context_;
 };
 
 }  // namespace crv

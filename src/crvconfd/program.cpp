@@ -13,6 +13,7 @@
 #include <cstring>
 #include <system_error>
 
+#include "corvane/crvapi.h"
 #include "crvconfd/command_line.h"
 #include "crvconfd/context.h"
 #include "crvconfd/encoding.h"
@@ -20,6 +21,7 @@
 #include "crvconfd/program_info.h"
 #include "crvconfd/session.h"
 #include "crvconfd/toolkit.h"
+#include "misc/exceptions.h"
 #include "misc/path.h"
 
 namespace crv {
@@ -63,7 +65,7 @@ void hideMemory() {
 }
 
 void complain(const std::string& text) {
-    const std::string line = pl(printable(text)) + "\n";
+    const std::string line = pl(text) + "\n";
     // There is nobody left to tell when this fails.
     [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, line.data(), line.size());
 }
@@ -103,7 +105,7 @@ void startScreen(TerminalMode mode) {
     setEmphasisAttr(attributes.emphasis);
 }
 
-int runScreens(const CommandLine& line, std::unique_ptr<CrvProfile> profile) {
+void runScreens(const CommandLine& line, std::unique_ptr<CrvProfile> profile) {
     hideMemory();
     startScreen(line.terminalMode);
     {
@@ -111,7 +113,6 @@ int runScreens(const CommandLine& line, std::unique_ptr<CrvProfile> profile) {
         runSessions(line, std::move(profile));
     }
     downScr();
-    return 0;
 }
 
 void chooseLists() {
@@ -132,11 +133,13 @@ int runWithContext(const CommandLine& line) {
     if (line.profile) {
         profile = loadCrvProfile(line.kind, *line.profile, line.listFile.value_or(""));
         if (!profile) {
-            complain("Nie znaleziono profilu " + *line.profile);
+            complain("Nie znaleziono profilu " + printable(*line.profile));
             return kStatusFailed;
         }
     }
-    return runScreens(line, std::move(profile));
+    runScreens(line, std::move(profile));
+    if (line.verbose) complain(context.report());
+    return 0;
 }
 
 int runRequest(const CommandLine& line, const std::string& program) {
@@ -148,7 +151,7 @@ int runRequest(const CommandLine& line, const std::string& program) {
             printVersion();
             return 0;
         case Request::UnknownArgument:
-            complain("Błędny parametr wywołania programu: " + line.unknownArgument);
+            complain("Błędny parametr wywołania programu: " + printable(line.unknownArgument));
             return kStatusFailed;
         case Request::List:
         case Request::Session:
@@ -156,7 +159,7 @@ int runRequest(const CommandLine& line, const std::string& program) {
     }
     chooseLists();
     if (line.kind == AvailableProfiles::File && !canOpenList(line)) {
-        complain("Nie można otworzyć pliku z listą profili: " + line.listFile.value_or(""));
+        complain("Nie można otworzyć pliku z listą profili: " + printable(line.listFile.value_or("")));
         return kStatusFailed;
     }
     return runWithContext(line);
@@ -165,7 +168,7 @@ int runRequest(const CommandLine& line, const std::string& program) {
 /// Tells of an exception where the user looks; the screen is ended.
 int failWith(const char* text) {
     if (!wasInitScr()) {
-        complain(text);
+        complain(printable(text));
     } else {
         errInfo(kMessageRow, "%s", text);
         downScr();
@@ -192,6 +195,8 @@ int runProgram(int count, const char* const* arguments) {
         } catch (const NoScreen& missing) {
             complain(missing.what());
             return kStatusFailed;
+        } catch (const CrvApiException& failure) {
+            return failWith(crvErrorTextAPI(nullptr, failure.code()));
         } catch (const std::exception& failure) {
             return failWith(failure.what());
         }

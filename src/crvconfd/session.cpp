@@ -1,10 +1,10 @@
 #include "crvconfd/session.h"
 
+#include "api/crvctx.h"
 #include "crvconfd/context.h"
 #include "crvconfd/program_info.h"
 #include "crvconfd/select_profile.h"
 #include "crvconfd/toolkit.h"
-#include "src/configuration_manager.h"
 
 namespace crv {
 
@@ -21,18 +21,18 @@ void runSession() {
 
 void runSessions(const CommandLine& line, std::unique_ptr<CrvProfile> named) {
     if (named) {
-        cfgManager->setProfile(std::move(named));
+        crvCtx->setProfile(std::move(named));
         runSession();
         return;
     }
     std::string lastName;
     std::optional<ProfileMedia> source;
     for (;;) {
-        cfgManager->setProfile(nullptr);
+        crvCtx->setProfile(nullptr);
         auto profile = selectProfile(line.kind, lastName, line.listFile ? line.listFile->c_str() : nullptr, source, {});
         if (!profile) return;
         lastName = profile->name();
-        cfgManager->setProfile(std::move(profile));
+        crvCtx->setProfile(std::move(profile));
         runSession();
     }
 }
