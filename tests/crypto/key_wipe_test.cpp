@@ -1,14 +1,12 @@
 // Private numbers must be gone from every block, ours and libcrypto's, when it is given back.
-#include <gtest/gtest.h>
 #include <openssl/crypto.h>
 
 #include <algorithm>
 #include <stdexcept>
 
-#include "crypto/crypto_error.h"
+#include "crypto/crypto_test.h"
 #include "crypto/kc_hash.h"
 #include "crypto/private_key.h"
-#include "crypto/test_random.h"
 #include "support/heap_watch.h"
 
 namespace crv {
@@ -83,6 +81,27 @@ TEST(KeyWipe, NothingOfAPrivateKeyIsLeft) {
         EXPECT_GT(heap_watch::leaksOf(secret, [&] { (void)Bytes(secret.begin(), secret.end()); }), 0);
         EXPECT_GT(heap_watch::leaksOf(secret, [&] { OPENSSL_free(OPENSSL_memdup(secret.data(), secret.size())); }), 0);
     }
+}
+
+TEST(KeyWipe, NothingOfAGeneratorsStateIsLeft) {
+    const Bytes seed(40, 0x5C);
+    // V of the hash generator begins with the digest of the derivation's header and the seed (SP 800-90A 10.3.1).
+    KcHash header(KcHashAlgo::sha256);
+    header.update(unhex("01000001b8"));
+    header.update(seed);
+    const Bytes v = header.final();
+    header.update(unhex("02000001b8"));
+    header.update(seed);
+    Bytes whole = v;
+    for (const uint8_t octet : header.final()) whole.push_back(octet);
+    whole.resize(55);
+    KcRbgHashIso18031 generator;
+    generator.seed(seed);
+    Bytes first(32);
+    generator.fill(first);
+    ASSERT_EQ(first, hashOf(KcHashAlgo::sha256, whole));  // so v is what the watch must look for
+    EXPECT_EQ(heap_watch::leaksOf(asText(v), [&] { std::make_unique<KcRbgHashIso18031>()->seed(seed); }), 0);
+    EXPECT_EQ(heap_watch::leaksOf(asText(seed), [&] { std::make_unique<KcRbgDss32>()->seed(seed); }), 0);
 }
 
 }  // namespace

@@ -1,10 +1,8 @@
 #include "crypto/self_test.h"
 
-#include <gtest/gtest.h>
-
 #include <stdexcept>
 
-#include "crypto/crypto_error.h"
+#include "crypto/crypto_test.h"
 
 namespace crv {
 namespace {

