@@ -2,14 +2,27 @@
 
 #include <atomic>
 #include <cstring>
+#include <mutex>
 
 #include "api/vtest_text_buffer.h"
+#include "crypto/crypto_error.h"
+#include "crypto/self_test.h"
 #include "misc/exceptions.h"
 
 namespace crv {
 namespace {
 
 std::atomic<int> alive = 0;
+
+/// The self-tests, once in the life of the process; a failure is met by every context.
+void testPrimitives() {
+    static std::once_flag passed;
+    try {
+        std::call_once(passed, [] { runSelfTests(); });
+    } catch (const CryptoError& error) {
+        throw CrvApiException(ECRV_LIBCORVPP_TEST_FAILED, error.what());
+    }
+}
 
 }  // namespace
 
@@ -24,6 +37,7 @@ ContextCount::~ContextCount() {
 }
 
 CRVctx::CRVctx() {
+    testPrimitives();
     networkManager.init(state);
 }
 

@@ -48,11 +48,6 @@ const Row& demandRow(const Row (&rows)[N], long id) {
 
 }  // namespace
 
-MemberTable PolicyIdAndNote::members() const {
-    static constexpr Member kMembers[] = {member<&PolicyIdAndNote::policyId>, member<&PolicyIdAndNote::note>};
-    return kMembers;
-}
-
 MemberTable CfgField::members() const {
     static constexpr Member kMembers[] = {member<&CfgField::id>, member<&CfgField::value>};
     return kMembers;
@@ -175,6 +170,27 @@ ASNobjectId CRVCfgFile::getSymAlgo() const {
 
 void CRVCfgFile::setSymAlgo(const ASNobjectId& algorithm) {
     setField(OID_CRV_CONFIG_SYM_ALGO, &algorithm);
+}
+
+KcHashAlgo CRVCfgFile::getHashAlgo(KeyScheme key) const {
+    if (!findField(OID_CRV_CONFIG_HASH_ALGO)) return key == KeyScheme::dsa ? KcHashAlgo::sha1 : KcHashAlgo::sha256;
+    const KcHashAlgo hash = hashAlgoOf(decoded<AlgorithmIdentifier>(OID_CRV_CONFIG_HASH_ALGO));
+    VTEST(hash != KcHashAlgo::none, kPlace);
+    return hash;
+}
+
+void CRVCfgFile::setHashAlgo(KcHashAlgo hash) {
+    const AlgorithmIdentifier algorithm = hashAlgorithm(hash);
+    setField(OID_CRV_CONFIG_HASH_ALGO, &algorithm);
+}
+
+std::optional<AlgorithmIdentifier> CRVCfgFile::getSignatureAlgorithmIdentifier() const {
+    if (!findField(OID_CRV_CONFIG_SIGNATURE_ALGO)) return std::nullopt;
+    return decoded<AlgorithmIdentifier>(OID_CRV_CONFIG_SIGNATURE_ALGO);
+}
+
+void CRVCfgFile::setSignaturaAlgorithmIdentifier(const AlgorithmIdentifier& algorithm) {
+    setField(OID_CRV_CONFIG_SIGNATURE_ALGO, &algorithm);
 }
 
 }  // namespace crv

@@ -10,18 +10,11 @@
 #include "asn/asn_list.h"
 #include "asn/asn_object_id.h"
 #include "asn/asn_sequence.h"
+#include "asn/x509/algorithm_identifier.h"
+#include "asn/x509/policy_id_and_note.h"
+#include "crypto/key_scheme.h"
 
 namespace crv {
-
-/// An identifier with a note for people, in UTF-8: certificate policies, accepted key usages.
-class PolicyIdAndNote : public ASNsequenceF {
-  public:
-    ASNobjectId policyId;
-    ASNoctstr note;
-
-  protected:
-    [[nodiscard]] MemberTable members() const override;
-};
 
 /// One attribute of the record.
 class CfgField : public ASNsequenceF {
@@ -74,6 +67,12 @@ class CRVCfgFile : public ASNsequenceList<CfgField> {
     /// Symmetric algorithm; AES-256 in CBC mode when absent.
     [[nodiscard]] ASNobjectId getSymAlgo() const;
     void setSymAlgo(const ASNobjectId& algorithm);
+    /// Digest of signatures; when absent SHA-256, for a DSA key SHA-1.
+    [[nodiscard]] KcHashAlgo getHashAlgo(KeyScheme key = KeyScheme::none) const;
+    void setHashAlgo(KcHashAlgo hash);
+    /// Algorithm of signatures; nothing when absent: the key's own scheme with the digest above.
+    [[nodiscard]] std::optional<AlgorithmIdentifier> getSignatureAlgorithmIdentifier() const;
+    void setSignaturaAlgorithmIdentifier(const AlgorithmIdentifier& algorithm);
 
   private:
     template <class Object>

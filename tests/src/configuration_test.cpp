@@ -4,6 +4,7 @@
 #include <set>
 
 #include "asn/known_oids.h"
+#include "asn/x509/sign_algo.h"
 #include "misc/exceptions.h"
 #include "profiles/profile_kinds.h"
 #include "src/config_oids.h"
@@ -78,7 +79,7 @@ TEST(CfgFile, KeepsItsTypedFields) {
     CRVCfgFile::Policies policies;
     PolicyIdAndNote& policy = policies.add();
     ASSERT_TRUE(policy.policyId.setText("1.2.616.1"));
-    policy.note.build(std::string_view("Polityka ż"));
+    policy.setNoteText("Polityka ż");
     record.setPolicies(policies);
     record.setAcceptedKeyUsage({});
     const Bytes first = {0x30, 0x03, 0x02, 0x01, 0x07}, second = {0x30, 0x02, 0x05, 0x00};
@@ -86,17 +87,23 @@ TEST(CfgFile, KeepsItsTypedFields) {
     record.setQualifiedTrustedCAs({second});
     record.setSymAlgo(ASNobjectId(OID_AES128_CBC));
     record.setProtMsgFmt(3);
+    EXPECT_EQ(record.getHashAlgo(), KcHashAlgo::sha256);
+    EXPECT_EQ(record.getHashAlgo(KeyScheme::dsa), KcHashAlgo::sha1);
+    record.setHashAlgo(KcHashAlgo::sha3_384);
+    record.setSignaturaAlgorithmIdentifier(*signAlgorithm(KeyScheme::rsaPss, KcHashAlgo::sha512));
     record.setTextOpt(42, "tekst ż");
     CRVCfgFile back;
     ASSERT_TRUE(back.readExactly(record.encoded()));
     ASSERT_EQ(back.getPolicies().size(), 1u);
     EXPECT_EQ(back.getPolicies()[0].policyId.text(), "1.2.616.1");
-    EXPECT_EQ(back.getPolicies()[0].note.text(), "Polityka ż");
+    EXPECT_EQ(back.getPolicies()[0].noteText(), "Polityka ż");
     EXPECT_TRUE(back.getAcceptedKeyUsage().empty());
     EXPECT_EQ(back.getTrustedCAs(), (CRVCfgFile::Certificates{first, second}));
     EXPECT_EQ(back.getQualifiedTrustedCAs(), CRVCfgFile::Certificates{second});
     EXPECT_EQ(back.getSymAlgo(), OID_AES128_CBC);
     EXPECT_EQ(back.getProtMsgFmt(), 3);
+    EXPECT_EQ(back.getHashAlgo(KeyScheme::dsa), KcHashAlgo::sha3_384);
+    EXPECT_EQ(readSignAlgorithm(*back.getSignatureAlgorithmIdentifier())->hash, KcHashAlgo::sha512);
     EXPECT_EQ(back.getTextOpt(42), "tekst ż");
     back.setTextOpt(42, std::nullopt);
     EXPECT_FALSE(back.getTextOpt(42));

@@ -1,0 +1,135 @@
+#include "api/crv_options.h"
+
+#include <algorithm>
+
+#include "api/api_frame.h"
+#include "misc/exceptions.h"
+#include "misc/logger.h"
+#include "src/trusted_list_manager.h"
+
+namespace crv {
+namespace {
+
+constexpr long kWgetOption = 44;
+
+int refuse(CRVctx*, long) {
+    return ECRV_API_INV_PAR;
+}
+
+int refuseGet(CRVctx*, long*) {
+    return ECRV_API_INV_PAR;
+}
+
+int ignore(CRVctx*, long) {
+    return CRV_OK;
+}
+
+int storeInt(CRVctx* ctx, long id, long value) {
+    ctx->configurationManager.editRecord().setIntOpt(id, value);
+    return CRV_OK;
+}
+
+/// Adding signers, which is set by two odd codes.
+int setSignerMode(CRVctx* ctx, long value) {
+    demand(value == 3 || value == 4);
+    return storeInt(ctx, 2, value - 3);
+}
+
+int getSignerMode(CRVctx* ctx, long* value) {
+    *value = ctx->configurationManager.record().getIntOpt(2);
+    return CRV_OK;
+}
+
+/// Options that are not simply stored.
+constexpr struct SpecialOption {
+    long id;
+    int (*set)(CRVctx*, long);
+    int (*get)(CRVctx*, long*);
+} kSpecial[] = {
+    {1, refuse, refuseGet},
+    {2, setSignerMode, getSignerMode},
+    {15, setDigestOption, getDigestOption},
+    {21, setSchemeOption, getSchemeOption},
+    {25, setSignatureOption, getSignatureOption},
+    {31, ignore, refuseGet},
+};
+
+const SpecialOption* findSpecial(long id) {
+    const SpecialOption* row = std::ranges::find(kSpecial, id, &SpecialOption::id);
+    return row == std::end(kSpecial) ? nullptr : row;
+}
+
+bool isGlobalOption(long id) {
+    return id == kWgetOption;
+}
+
+}  // namespace
+
+int crvSetOptionInt(CRVctx* ctx, long id, long value) {
+    if (const SpecialOption* special = findSpecial(id)) return special->set(ctx, value);
+    demand(CRVCfgFile::isSuchIntOpt(id));
+    return storeInt(ctx, id, value);
+}
+
+int crvGetOptionInt(CRVctx* ctx, long id, long* value) {
+    demand(value);
+    if (const SpecialOption* special = findSpecial(id)) return special->get(ctx, value);
+    demand(CRVCfgFile::isSuchIntOpt(id));
+    *value = ctx->configurationManager.record().getIntOpt(id);
+    return CRV_OK;
+}
+
+CrvOptionGuard::CrvOptionGuard(CRVctx* ctx, long id, long value) : ctx_(ctx), id_(id) {
+    if (const int code = crvGetOptionInt(ctx, id, &former_)) throw CrvApiException(code);
+    if (const int code = crvSetOptionInt(ctx, id, value)) throw CrvApiException(code);
+}
+
+CrvOptionGuard::~CrvOptionGuard() {
+    try {
+        // Option 2 answers what it stores and takes the codes for it.
+        crvSetOptionInt(ctx_, id_, id_ == 2 ? former_ + 3 : former_);
+    } catch (const std::exception& error) {
+        logLine(LogLevel::error, std::string("CrvOptionGuard: ") + error.what());
+    }
+}
+
+}  // namespace crv
+
+using namespace crv;
+
+int crvSetOptionAPI(CRVctx* ctx, long id, long value) {
+    return apiFrame(ctx, [&] { return crvSetOptionInt(ctx, id, value); });
+}
+
+int crvGetOptionAPI(CRVctx* ctx, long id, long* value) {
+    return apiFrame(ctx, [&] { return crvGetOptionInt(ctx, id, value); });
+}
+
+int crvSetTextOptionAPI(CRVctx* ctx, long id, const char* value) {
+    return apiFrame(ctx, [&] {
+        demand(CRVCfgFile::isSuchTextOpt(id));
+        ctx->configurationManager.editRecord().setTextOpt(id, value ? std::optional<std::string>(value) : std::nullopt);
+        return CRV_OK;
+    });
+}
+
+const char* crvGetTextOptionAPI(CRVctx* ctx, long id) {
+    return apiPointerFrame(ctx, [&]() -> const char* {
+        demand(CRVCfgFile::isSuchTextOpt(id));
+        const auto value = ctx->configurationManager.record().getTextOpt(id);
+        ctx->textOption = value.value_or("");
+        return value ? ctx->textOption.c_str() : nullptr;
+    });
+}
+
+int crvSetGlobalOption(long id, long value) {
+    if (!isGlobalOption(id)) return ECRV_API_INV_PAR;
+    TrustedListManager::instance().setDownloadWithWget(value != 0);
+    return CRV_OK;
+}
+
+int crvGetGlobalOption(long id, long* value) {
+    if (!isGlobalOption(id) || !value) return ECRV_API_INV_PAR;
+    *value = TrustedListManager::instance().downloadWithWget();
+    return CRV_OK;
+}
