@@ -79,10 +79,8 @@ DbState DbCrv::isDbCreated() {
         return errno == ENOENT || errno == ENOTDIR ? DbState::missing : DbState::noAccess;
     }
     if (!accessible(directory_, R_OK | X_OK)) return DbState::noAccess;
-    if (fileExists(createSemaforeName())) {
-        const DbGuard guard(*lock_, sharedLock);
-        return stateOfFiles();
-    }
+    if (!fileExists(createSemaforeName())) return stateOfFiles();
+    const DbGuard guard(*lock_, sharedLock);
     return stateOfFiles();
 }
 

@@ -51,6 +51,8 @@ class DbCrv {
     [[nodiscard]] int getFilesCount() const;
     /// Mends first what a crash left. Throws like DbGuard when that cannot be done.
     [[nodiscard]] DbState isDbCreated();
+    /// The same from the files alone: takes no lock and mends nothing.
+    [[nodiscard]] DbState stateOfFiles() const;
     /// Makes the directory and every file; nothing to do for a complete database. Deletes what it made when it fails.
     /// Throws std::runtime_error: "DbCrv::create. Blad tworzenia katalogu baz danych" (also when some files exist), or
     /// the text of the table or file that failed.
@@ -70,7 +72,6 @@ class DbCrv {
     [[nodiscard]] bool mendChange();
     void makeFiles();
     void removeFiles();
-    [[nodiscard]] DbState stateOfFiles() const;
 
     std::string directory_;
     std::unique_ptr<DbLock> lock_;

@@ -1,8 +1,12 @@
 #include "misc/file_ops.h"
 
 #include <dirent.h>
+#include <linux/magic.h>
+#include <sys/file.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -111,6 +115,17 @@ int FileOps::lock(int fd, short type, bool wait) {
     area.l_type = type;
     area.l_whence = SEEK_SET;
     return ::fcntl(fd, wait ? F_SETLKW : F_SETLK, &area);
+}
+
+int FileOps::gate(int fd, bool take) {
+    // Network file systems make a record lock of it; user-space ones may.
+    constexpr std::array<unsigned long, 5> elsewhere{NFS_SUPER_MAGIC, SMB_SUPER_MAGIC, CIFS_SUPER_MAGIC,
+                                                     SMB2_SUPER_MAGIC, FUSE_SUPER_MAGIC};
+    struct statfs info {};
+    if (::fstatfs(fd, &info) != 0) return -1;
+    if (std::find(elsewhere.begin(), elsewhere.end(), static_cast<unsigned long>(info.f_type)) != elsewhere.end())
+        return 0;
+    return ::flock(fd, take ? LOCK_EX : LOCK_UN);
 }
 
 namespace {

@@ -44,6 +44,9 @@ class FileOps {
     virtual int list(const std::string& folder, std::vector<std::string>& names);
     /// fcntl record lock of the whole file: F_RDLCK, F_WRLCK or F_UNLCK; waiting for it or not.
     virtual int lock(int fd, short type, bool wait);
+    /// flock of the file, which does not meet record locks: taken exclusively, waiting for it, or let go. Does nothing
+    /// on file systems that serve it by record locks.
+    virtual int gate(int fd, bool take);
 };
 
 /// The object in use: the system unless a test has put another one in.

@@ -101,6 +101,17 @@ bool lockFile(int fd, short type, bool wait) {
     return true;
 }
 
+/// Waits in a queue: readers that come one after another would else keep a writer out for ever. Programs that do not
+/// know the queue are excluded as before, only without order.
+bool lockInTurn(int fd, short type) {
+    bool queued = false;
+    while (!(queued = fileOps().gate(fd, true) == 0) && errno == EINTR && !processEnding()) {
+    }
+    const bool locked = !processEnding() && lockFile(fd, type, true);
+    if (queued) fileOps().gate(fd, false);
+    return locked;
+}
+
 bool leadsTo(const std::string& path, FileId id) {
     struct stat info {};
     return fileOps().stat(path, &info) == 0 && FileId::of(info) == id;
@@ -158,7 +169,9 @@ int FileSemaphore::acquire(int mode, bool wait) {
         if (!strongEnough(*file, type)) {
             file->asking = true;
             guard.unlock();
-            const bool locked = lockFile(file->fd(), type, wait);
+            // Who holds a shared lock already must not queue for more behind one who waits for its end.
+            const bool inTurn = wait && file->type == F_UNLCK;
+            const bool locked = inTurn ? lockInTurn(file->fd(), type) : lockFile(file->fd(), type, wait);
             guard.lock();
             file->asking = false;
             registry.changed.notify_all();

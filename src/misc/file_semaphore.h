@@ -21,7 +21,8 @@ struct LockedFile;
 /// lock the same file (by device and inode) share its descriptors; the last one closes them. Among threads of one
 /// process the objects exclude each other as the modes say; objects of one thread never block each other, the file is
 /// held in the strongest of their modes. A lock file that cannot be opened for writing is opened for reading when a
-/// shared lock is asked for. One object is used by one thread at a time.
+/// shared lock is asked for. Those who wait are served in turn, so readers do not starve a writer. One object is used
+/// by one thread at a time.
 class FileSemaphore {
   public:
     static constexpr size_t maxPath = 255;

@@ -4,7 +4,7 @@
 #include "db/table_rebuild.h"
 #include "db/table_test_base.h"
 #include "misc/exceptions.h"
-#include "misc/file_ops.h"
+#include "support/faulty_file_ops.h"
 
 using namespace crv;
 using namespace crv::test;
@@ -23,6 +23,8 @@ class Table : public testing::Test {
     }
     void expectSound() { EXPECT_EQ(problemsOf(name), ""); }
 
+    FaultyFileOps unsynced;
+    const ScopedFileOps fast{unsynced};
     const TempDir dir;
     const std::string name = dir.file("ab");
     DataBase table;
@@ -391,6 +393,8 @@ TEST(TableModel, RandomOperationsMatchMultimaps) {
                                                       {page4k(41), page4k(129), page4k(41)},
                                                       {page4k(17), page4k(130)},
                                                       {tinyDesc(129)}};
+    FaultyFileOps unsynced;
+    const ScopedFileOps use(unsynced);
     for (const auto& descs : layouts) {
         const uint64_t seed = seedOf();
         SCOPED_TRACE("CRV_TEST_SEED=" + std::to_string(seed));

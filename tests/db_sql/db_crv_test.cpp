@@ -35,6 +35,8 @@ class DbCrvTest : public testing::Test {
         return recNo;
     }
 
+    FaultyFileOps unsynced;
+    const ScopedFileOps fast{unsynced};
     const TempDir dir;
     const std::string path = dir.file("deep/base");
     DbCrv db;

@@ -1,5 +1,7 @@
 #include "support/faulty_file_ops.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -15,13 +17,16 @@ bool FaultyFileOps::mayChange() {
     return true;
 }
 
-size_t FaultyFileOps::writable(size_t size) {
+size_t FaultyFileOps::writable(int fd, size_t size, int64_t position) {
     if (!mayChange()) return 0;
     if (tearLast && changesLeft == 0) size = std::max<size_t>(size / 2, 1);
     if (shortTransfer != 0) size = std::min(size, shortTransfer);
     if (room == never) return size;
-    size = static_cast<size_t>(std::min<int64_t>(room, static_cast<int64_t>(size)));
-    room -= static_cast<int64_t>(size);
+    struct stat info {};
+    if (FileOps::fstat(fd, &info) != 0) return 0;
+    const int64_t inside = std::max<int64_t>(info.st_size - position, 0);
+    size = static_cast<size_t>(std::min<int64_t>(inside + room, static_cast<int64_t>(size)));
+    room -= std::max<int64_t>(static_cast<int64_t>(size) - inside, 0);
     if (size == 0) errno = ENOSPC;
     return size;
 }
@@ -41,12 +46,12 @@ ssize_t FaultyFileOps::pread(int fd, void* buffer, size_t size, int64_t position
 }
 
 ssize_t FaultyFileOps::write(int fd, const void* data, size_t size) {
-    const size_t n = writable(size);
+    const size_t n = writable(fd, size, ::lseek(fd, 0, SEEK_CUR));
     return n == 0 ? -1 : FileOps::write(fd, data, n);
 }
 
 ssize_t FaultyFileOps::pwrite(int fd, const void* data, size_t size, int64_t position) {
-    const size_t n = writable(size);
+    const size_t n = writable(fd, size, position);
     return n == 0 ? -1 : FileOps::pwrite(fd, data, n, position);
 }
 
@@ -54,14 +59,16 @@ int FaultyFileOps::ftruncate(int fd, int64_t length) {
     return mayChange() ? FileOps::ftruncate(fd, length) : -1;
 }
 
-int FaultyFileOps::fsync(int fd) {
-    if (!failSync) return FileOps::fsync(fd);
+int FaultyFileOps::fsync(int) {
+    if (!failSync) return 0;
     errno = EIO;
     return -1;
 }
 
 int FaultyFileOps::rename(const std::string& from, const std::string& to) {
-    return mayChange() ? FileOps::rename(from, to) : -1;
+    if (!mayChange()) return -1;
+    FileOps::unlink(to);  // some file systems write the data down when a rename replaces a file
+    return FileOps::rename(from, to);
 }
 
 int FaultyFileOps::unlink(const std::string& path) {

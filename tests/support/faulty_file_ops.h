@@ -6,7 +6,7 @@
 namespace crv::test {
 
 /// Put it in use with ScopedFileOps. The operations that change the disk (write, pwrite, ftruncate, rename, unlink,
-/// mkdir, creating open) are counted.
+/// mkdir, creating open) are counted. Nothing is ever synced, so without any fault it only makes tests faster.
 class FaultyFileOps : public FileOps {
   public:
     static constexpr int never = -1;
@@ -18,7 +18,7 @@ class FaultyFileOps : public FileOps {
     int stopError = 5;  // EIO
     /// Longest transfer of one read or write; 0 for no limit.
     size_t shortTransfer = 0;
-    /// Octets the disk still takes; then ENOSPC (after a part).
+    /// Octets by which files may still grow; then ENOSPC (after a part).
     int64_t room = never;
     bool failSync = false;
 
@@ -38,7 +38,7 @@ class FaultyFileOps : public FileOps {
   private:
     bool mayChange();
     /// How much of a write of that size happens; 0 with errno when none.
-    size_t writable(size_t size);
+    size_t writable(int fd, size_t size, int64_t position);
 };
 
 }  // namespace crv::test

@@ -1,0 +1,200 @@
+#include <cstring>
+
+#include "db/data_scan.h"
+#include "db/table_mend.h"
+#include "db/table_rebuild.h"
+#include "db/table_test_base.h"
+#include "support/faulty_file_ops.h"
+
+using namespace crv;
+using namespace crv::test;
+
+namespace {
+
+constexpr int64_t absurd[] = {0,         -1,       1, 11, 57, 2049, 0x7FFF, 0x12344322, INT32_MAX, int64_t{1} << 40,
+                              INT64_MAX, INT64_MIN};
+
+/// Uses a table in every way; comes to an end whatever the files hold. Answers how many calls failed.
+int exercise(const std::string& name) {
+    int errors = 0;
+    const auto note = [&](int answer) { return errors += answer == dbError, answer; };
+    DataBase table;
+    if (note(table.open(name)) != dbOk) return errors;
+    TableRecord record;
+    for (int i = 0; i < table.indexFile().numIndexes(); ++i) {
+        table.selectIndex(i);
+        for (const int direction : {1, -1}) {
+            int answer = note(direction > 0 ? table.top() : table.bottom());
+            for (int steps = 0; answer == dbOk && steps < 2000; ++steps) {
+                note(table.data(record));
+                answer = note(table.skip(direction));
+            }
+        }
+        for (const char* key : {"", "3", "zzz"}) note(table.seek(key));
+        note(table.setRec(56));
+    }
+    note(table.update(asBytes("u")));
+    int64_t recNo = 0;
+    std::vector<std::string_view> keys(static_cast<size_t>(table.dataFile().numIndexes()), "5");
+    for (int i = 0; i < 6; ++i) note(table.insert(keys, asBytes("new"), recNo));
+    note(table.remove());
+    table.close();
+    return errors;
+}
+
+class DamagedTable : public testing::Test {
+  protected:
+    DamagedTable() {
+        const IndexDesc descs[] = {tinyDesc(17), tinyDesc(5)};
+        DataBase table;
+        EXPECT_EQ(table.create(good, 2, descs), dbOk);
+        EXPECT_EQ(table.open(good), dbOk);
+        for (int i = 0; i < 60; ++i) add(table, {std::to_string(i * 37 % 60), std::to_string(i % 4)}, "body");
+        EXPECT_EQ(table.remove(), dbOk);
+        table.close();
+        idx = readFile(good + ".idx");
+        dta = readFile(good + ".dta");
+    }
+    void write(const std::string& index, const std::string& data) {
+        std::filesystem::remove(bad + ".idx");
+        std::filesystem::remove(bad + ".dta");
+        writeFile(bad + ".idx", index);
+        writeFile(bad + ".dta", data);
+    }
+    static std::string with(std::string octets, size_t at, int64_t value, size_t size) {
+        std::memcpy(octets.data() + at, &value, size);
+        return octets;
+    }
+    static int64_t numberAt(const std::string& octets, size_t at) {
+        int64_t value = 0;
+        std::memcpy(&value, octets.data() + at, 8);
+        return value;
+    }
+    bool sound() { return checkTable(bad).problems.empty(); }
+
+    FaultyFileOps unsynced;
+    const ScopedFileOps fast{unsynced};
+    const TempDir dir;
+    const std::string good = dir.file("good"), bad = dir.file("bad");
+    std::string idx, dta;
+};
+
+TEST_F(DamagedTable, AbsurdNumbersAreFoundAndDoNoHarm) {
+    struct Field {
+        const char* what;
+        bool index;
+        size_t at, size;
+        bool checked = true;  // every other value is a fault that the check names
+    };
+    std::vector<Field> fields{{"number of indexes", true, 0, 8},
+                              {"insertions", true, 8, 8, false},
+                              {"data magic", false, 0, 8},
+                              {"data number of indexes", false, 8, 2},
+                              {"data key length", false, 10, 2},
+                              {"data page size", false, 12, 2},
+                              {"deleted flag", false, 56, 8, false},
+                              {"record magic", false, 64, 8},
+                              {"record length", false, 72, 8, false},
+                              {"record capacity", false, 80, 8}};
+    for (size_t i = 0; i < 2; ++i) {
+        for (const auto& [offset, size] :
+             {std::pair<size_t, size_t>{0, 8}, {8, 8}, {16, 8}, {24, 8}, {32, 2}, {34, 2}, {36, 2}}) {
+            fields.push_back({"descriptor", true, 16 + 40 * i + offset, size});
+        }
+    }
+    for (const int64_t page : {numberAt(idx, 24), numberAt(idx, 32), numberAt(idx, 40)}) {
+        for (size_t at = 0; at < 32; at += 8) fields.push_back({"page head", true, page + at, 8});
+        // The record of an inner page's entry is a copy that nobody looks at.
+        const bool leaf = numberAt(idx, page + 24) == nowhere;
+        fields.push_back({"record of an entry", true, static_cast<size_t>(page) + 32, 8, leaf});
+        fields.push_back({"child of an entry", true, static_cast<size_t>(page) + 40, 8});
+    }
+    for (const Field& field : fields) {
+        for (const int64_t value : absurd) {
+            const std::string& original = field.index ? idx : dta;
+            const std::string changed = with(original, field.at, value, field.size);
+            write(field.index ? changed : idx, field.index ? dta : changed);
+            EXPECT_TRUE(changed == original || !field.checked || !sound()) << field.what << field.at << " " << value;
+            exercise(bad);
+            DataBase table;
+            (void)table.rebuild(bad);
+        }
+    }
+    write(with(idx, 16, 0x12344320, 8), dta);
+    DataBase table;
+    EXPECT_EQ(table.open(bad), dbError);
+    EXPECT_EQ(table.indexFile().status(), FileStatus::badMagic);
+}
+
+TEST_F(DamagedTable, TruncationAnywhereIsAnError) {
+    for (size_t length = 0; length < idx.size(); length += length < 2048 ? 113 : 29) {
+        write(idx.substr(0, length), dta);
+        EXPECT_FALSE(sound()) << length;
+        EXPECT_GT(exercise(bad), 0) << length;
+    }
+    for (size_t length = 0; length < dta.size(); length += 17) {
+        write(idx, dta.substr(0, length));
+        EXPECT_FALSE(sound()) << length;
+        EXPECT_GT(exercise(bad), 0) << length;
+    }
+}
+
+TEST_F(DamagedTable, RingOfLeavesEnds) {
+    // All records deleted, and the last leaf leads to the first: a walk for a live record would never end.
+    const int64_t first = numberAt(idx, 32), last = numberAt(idx, 40);
+    std::string ring = with(with(idx, last + 8, first, 8), first + 16, last, 8), empty = dta;
+    for (size_t at = 56; at < empty.size(); at += 32 + 22 + 4) empty[at] = 1;
+    write(ring, empty);
+    DataBase table;
+    ASSERT_EQ(table.open(bad), dbOk);
+    EXPECT_EQ(table.top(), dbError);
+    EXPECT_EQ(table.bottom(), dbError);
+    EXPECT_EQ(table.seek("3"), dbError);
+    EXPECT_FALSE(sound());
+}
+
+TEST_F(DamagedTable, LostIndexIsMadeAnewWithTheSameNumbers) {
+    for (const char* what : {"missing", "damaged", "empty"}) {
+        write(std::string(what) == "damaged" ? with(idx, 2048, 99, 8) : "", dta);
+        if (std::string(what) == "missing") std::filesystem::remove(bad + ".idx");
+        ASSERT_TRUE(mendTable(bad)) << what;
+        EXPECT_EQ(problemsOf(bad), "");
+        EXPECT_EQ(readFile(bad + ".dta"), dta);
+        const TableReport report = checkTable(bad);
+        EXPECT_EQ(report.live, 59);
+        EXPECT_EQ(report.insertions, std::string(what) == "damaged" ? 60 : 59) << "the count does not fall";
+    }
+}
+
+TEST_F(DamagedTable, DamageInTheMiddleIsBridgedOnlyWhenAskedFor) {
+    const size_t record = 32 + 22 + 4, third = 56 + 2 * record;
+    std::string damaged = dta;
+    damaged.replace(third + 8, 100, std::string(100, '\xEE'));
+    write(idx, damaged);
+    EXPECT_FALSE(mendTable(bad));
+    EXPECT_EQ(readFile(bad + ".dta"), damaged);
+    int lost = 0;
+    ASSERT_TRUE(remakeIndexes(bad, MendExtent::salvage, lost));
+    EXPECT_EQ(lost, 1);
+    EXPECT_EQ(readFile(bad + ".dta"), damaged) << "the old file stays until the swap";
+    ASSERT_TRUE(swapRebuilt(bad));
+    EXPECT_EQ(problemsOf(bad), "");
+    EXPECT_EQ(checkTable(bad).live, 59 - 2);
+    DataBase table;
+    ASSERT_EQ(table.open(bad), dbOk);
+    EXPECT_EQ(table.setRec(static_cast<int64_t>(56 + 4 * record)), dbOk) << "numbers behind the damage stay";
+}
+
+TEST_F(DamagedTable, PartOfARecordAtTheEndIsCutOff) {
+    const std::string torn = dta + dta.substr(56, 40);
+    write(idx, torn);
+    EXPECT_FALSE(sound());
+    ASSERT_TRUE(mendTable(bad));
+    EXPECT_EQ(readFile(bad + ".dta"), dta);
+    write(idx, torn);
+    DataBase table;
+    EXPECT_EQ(table.rebuild(bad), dbOk);
+    EXPECT_EQ(problemsOf(bad), "");
+}
+
+}  // namespace

@@ -1,0 +1,235 @@
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <set>
+#include <thread>
+
+#include "db/database.h"
+#include "db/db_lock.h"
+#include "db/table_mend.h"
+#include "db/table_rebuild.h"
+#include "db/table_test_base.h"
+#include "support/faulty_file_ops.h"
+
+using namespace crv;
+using namespace crv::test;
+
+namespace {
+
+/// What a writer says about one key before and after each operation on it; lives in shared memory.
+enum Told : char { untouched, inserting, inserted, removing, removed };
+constexpr int maxKeys = 1600;
+
+std::string keyOf(int i) {
+    return std::to_string(i * 7919 % 10007);
+}
+
+/// One table with its lock, mended when its writer died.
+class LockedTable {
+  public:
+    explicit LockedTable(const TempDir& dir) : name(dir.file("t")), lock(dir.file("db.lck")) {
+        table.bindLock(&lock);
+        lock.setMender([this](DbMark mark, const std::vector<std::string>&) {
+            ++mended;
+            return mark == DbMark::swapping ? swapRebuilt(name) : mendTable(name);
+        });
+    }
+    void create(const std::vector<IndexDesc>& descs) {
+        ASSERT_EQ(table.create(name, static_cast<int>(descs.size()), descs.data()), dbOk);
+    }
+
+    /// Steps i to the end of a writer's life: inserts, every third step deletes, now and then rebuilds. Stops at the
+    /// first failure.
+    void write(int from, int to, std::atomic<char>* told) {
+        for (int i = from; i < to; ++i) {
+            const DbGuard guard(lock, exclusiveLock);
+            if (table.open(name) != dbOk) return;
+            told[i] = inserting;
+            if (add(table, {keyOf(i), std::to_string(i % 5)}, std::string(i % 300, 'b')) == 0) return;
+            told[i] = inserted;
+            if (i % 3 == 0) {
+                const int victim = i / 2;
+                if (told[victim] == inserted) {
+                    told[victim] = removing;
+                    if (table.seek(keyOf(victim)) != dbOk || table.remove() != dbOk) return;
+                    told[victim] = removed;
+                }
+            }
+            if (i % 20 == 19 && table.rebuild(name) != dbOk) return;
+            table.close();
+        }
+    }
+
+    /// The next one who opens: finds everything that the writer was told is there, and nothing that is gone.
+    void expectMended(const std::atomic<char>* told, int count) {
+        const std::string before = problemsOf(name);
+        const bool wasSound = before.empty() && !std::filesystem::exists(rebuildName(name) + ".idx");
+        const int mendedBefore = mended;
+        const DbGuard guard(lock, sharedLock);
+        EXPECT_TRUE(wasSound || mended > mendedBefore) << "damage without a mark: " << before;
+        EXPECT_EQ(problemsOf(name), "");
+        ASSERT_EQ(table.open(name), dbOk);
+        for (int i = 0; i < count; ++i) {
+            const int found = table.seek(keyOf(i));
+            EXPECT_TRUE(found == dbOk || told[i] != inserted) << "lost " << i;
+            EXPECT_TRUE(found != dbOk || (told[i] != untouched && told[i] != removed)) << "came back " << i;
+        }
+        table.close();
+    }
+
+    const std::string name;
+    DbLock lock;
+    DataBase table;
+    int mended = 0;
+};
+
+TEST(CrashedTable, EveryStopOfAShortHistoryIsMended) {
+    FaultyFileOps unsynced;
+    const ScopedFileOps fast(unsynced);
+    int mended = 0, histories = 0;
+    for (const bool tear : {false, true}) {
+        for (int n = 0;; ++n) {
+            const TempDir dir;
+            LockedTable writer(dir), next(dir);
+            writer.create({tinyDesc(17), tinyDesc(5)});
+            std::vector<std::atomic<char>> told(41);
+            FaultyFileOps dying;
+            dying.changesLeft = n;
+            dying.tearLast = tear;
+            {
+                const ScopedFileOps use(dying);
+                try {
+                    writer.write(0, 41, told.data());
+                } catch (const std::runtime_error&) {
+                }
+                writer.table.indexFile().drop();
+                writer.table.dataFile().close();
+            }
+            ++histories;
+            next.expectMended(told.data(), 41);
+            mended += next.mended;
+            if (HasFailure()) FAIL() << "stopped after " << n << (tear ? ", torn" : "");
+            if (dying.changesLeft != 0) break;
+        }
+    }
+    EXPECT_GT(mended, histories / 2);
+}
+
+TEST(CrashedTable, FullDiskChangesNothingAndLeavesNoMark) {
+    const TempDir dir;
+    LockedTable writer(dir);
+    writer.create({tinyDesc(17), tinyDesc(5)});
+    std::vector<std::atomic<char>> told(200);
+    writer.write(0, 100, told.data());
+    for (int64_t room = 40; room < 2500; room += 37) {
+        FaultyFileOps full;
+        full.room = room;
+        const ScopedFileOps use(full);
+        writer.write(100, 101, told.data());
+        writer.table.close();
+        if (told[100] == inserted) break;
+        told[100] = untouched;
+        writer.expectMended(told.data(), 100);
+        EXPECT_EQ(writer.mended, 0) << room;
+    }
+    writer.expectMended(told.data(), 101);
+}
+
+TEST(SlowCrashedTable, KilledWriterIsMendedByTheNext) {
+    FaultyFileOps unsynced;
+    const ScopedFileOps fast(unsynced);
+    const int kills = rounds(300);
+    std::mt19937_64 random(seedOf());
+    auto* told = static_cast<std::atomic<char>*>(
+        mmap(nullptr, maxKeys, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(told, MAP_FAILED);
+    int mended = 0, done = maxKeys;
+    std::unique_ptr<TempDir> dir;
+    for (int kill = 0; kill < kills && !HasFailure(); ++kill) {
+        if (done > maxKeys / 2) {
+            dir = std::make_unique<TempDir>();
+            LockedTable(*dir).create({tinyDesc(17), {41, 4096}});
+            for (int i = 0; i < maxKeys; ++i) told[i] = untouched;
+            done = 0;
+        }
+        const pid_t child = fork();
+        if (child == 0) {
+            LockedTable(*dir).write(done, maxKeys, told);
+            _exit(0);
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(500 + random() % 8000));
+        ::kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        LockedTable next(*dir);
+        while (done < maxKeys && told[done] != untouched) ++done;
+        next.expectMended(told, std::min(done + 1, maxKeys));
+        mended += next.mended;
+        // What was cut off is decided now; later rounds expect it to stay so.
+        ASSERT_EQ(next.table.open(next.name), dbOk);
+        for (int i = 0; i < done; ++i) {
+            if (told[i] != inserting && told[i] != removing) continue;
+            told[i] = next.table.seek(keyOf(i)) == dbOk ? inserted : removed;
+        }
+        next.table.close();
+    }
+    EXPECT_GT(mended, kills / 10);
+    munmap(told, maxKeys);
+}
+
+TEST(SlowSharedTable, ProcessesShareADirectoryAndNobodyStarves) {
+    const auto duration = std::chrono::seconds(rounds(4));
+    const TempDir dir;
+    LockedTable(dir).create({tinyDesc(17), {41, 4096}});
+    constexpr int processes = 5, writers = 2;
+    FaultyFileOps unsynced;
+    const ScopedFileOps fast(unsynced);
+    std::vector<pid_t> children;
+    for (int p = 0; p < processes; ++p) {
+        children.push_back(fork());
+        if (children.back() != 0) continue;
+        using Clock = std::chrono::steady_clock;
+        Clock::duration longest{};
+        LockedTable shared(dir);
+        int64_t count = 0;
+        for (const auto start = Clock::now(); Clock::now() - start < duration; ++count) {
+            const auto asked = Clock::now();
+            const DbGuard guard(shared.lock, p < writers ? exclusiveLock : sharedLock);
+            longest = std::max(longest, Clock::now() - asked);
+            if (shared.table.open(shared.name) != dbOk) _exit(1);
+            const std::string key = std::to_string(p) + "-" + std::to_string(count);
+            if (p < writers) {
+                if (add(shared.table, {key, key}, "body of " + key) == 0) _exit(2);
+                if (count > 500 && count % 500 == 0 && shared.table.rebuild(shared.name) != dbOk) _exit(3);
+            } else if (const std::string body = bodyAt(shared.table);
+                       body.find("body of ") != 0 && body != "answer -1") {
+                _exit(4);
+            }
+            shared.table.close();
+        }
+        std::ofstream(dir.file("p" + std::to_string(p))) << count << " " << longest / std::chrono::microseconds(1);
+        _exit(0);
+    }
+    for (const pid_t child : children) {
+        int status = 0;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(WEXITSTATUS(status), 0);
+    }
+    int64_t expected = 0;
+    for (int p = 0; p < processes; ++p) {
+        int64_t count = 0, longest = 0;
+        std::ifstream(dir.file("p" + std::to_string(p))) >> count >> longest;
+        if (p < writers) expected += count;
+        EXPECT_GT(count, 100) << p;
+        EXPECT_LT(longest, 1000000) << "process " << p << " waited that many microseconds";
+        RecordProperty("longest_wait_us_" + std::to_string(p), std::to_string(longest));
+    }
+    EXPECT_EQ(problemsOf(dir.file("t")), "");
+    EXPECT_EQ(checkTable(dir.file("t")).live, expected);
+}
+
+}  // namespace

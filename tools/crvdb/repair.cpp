@@ -1,0 +1,130 @@
+#include <string>
+#include <vector>
+
+#include "db/database.h"
+#include "db/table_mend.h"
+#include "db/table_rebuild.h"
+#include "db_sql/db_crl_files.h"
+#include "directory.h"
+#include "misc/file_ops.h"
+#include "misc/whole_file.h"
+
+using namespace crv;
+
+namespace crvdb {
+
+namespace {
+
+class Repair {
+  public:
+    Repair(const std::string& path, std::ostream& out) : out_(&out) { db_.connect(path); }
+
+    bool run() {
+        if (db_.getFilesCount() <= 0) throw std::runtime_error("no database: " + db_.directory());
+        // A swap cut off is finished first; everything else is what the repair does anyway.
+        db_.lock().setMender([this](DbMark mark, const std::vector<std::string>& names) {
+            return mark != DbMark::swapping || db_.mend(mark, names);
+        });
+        const DbGuard guard(db_.lock(), exclusiveLock);
+        if (!db_.lock().beginChange()) return say("db.lck", "cannot be written"), false;
+        repairTables();
+        repairFiles();
+        const int64_t removed = ok_ ? db_.removeDangling() : -1;
+        if (removed > 0) say("references", std::to_string(removed) + " records without a certificate deleted");
+        if (removed < 0) ok_ = false;
+        if (!ok_) db_.lock().spoil();
+        return ok_;
+    }
+
+  private:
+    void say(std::string_view where, const std::string& what) { *out_ << where << ": " << what << "\n"; }
+
+    void fail(std::string_view where, const std::string& what) {
+        say(where, what);
+        ok_ = false;
+    }
+
+    void repairTables() {
+        std::vector<std::string> remade;
+        for (const TableLayout* layout : allTables) {
+            if (layout == &netCertTimeTb && !fileExists(db_.pathOf(layout->file) + dataExtension)) continue;
+            if (remake(*layout)) remade.emplace_back(layout->file);
+        }
+        if (!db_.lock().setMark(DbMark::swapping, remade)) return fail(lockFileName, "cannot be written");
+        for (const std::string& name : remade) {
+            if (!swapRebuilt(db_.pathOf(name))) return fail(name, "new files cannot be put in place");
+        }
+        if (!db_.lock().setMark(DbMark::changing)) fail(lockFileName, "cannot be written");
+    }
+
+    /// Makes new files beside the old ones; false when there is nothing to swap.
+    bool remake(const TableLayout& layout) {
+        const std::string name = db_.pathOf(layout.file);
+        if (!fileExists(name + dataExtension)) {
+            DataBase empty;
+            if (empty.create(name, layout.numIndexes, layout.descs.data()) != dbOk) {
+                fail(layout.file, "cannot be made");
+            } else {
+                say(layout.file, "records lost, empty table made");
+            }
+            return false;
+        }
+        restoreHeader(layout, name + dataExtension);
+        int lost = 0;
+        if (!remakeIndexes(name, MendExtent::salvage, lost)) {
+            fail(layout.file, "cannot be repaired");
+            return false;
+        }
+        say(layout.file,
+            "indexes made anew" + (lost > 0 ? ", damaged places passed over: " + std::to_string(lost) : ""));
+        return true;
+    }
+
+    /// The header of a table of this database is known, whatever the file says.
+    void restoreHeader(const TableLayout& layout, const std::string& path) {
+        const std::string sample = db_.pathOf(layout.file) + "#header";
+        DataFile header;
+        File file;
+        Bytes right;
+        if (header.create(sample, layout.numIndexes, layout.descs.data()) == dbOk) right = readFile(sample);
+        fileOps().unlink(sample);
+        Bytes present(right.size());
+        if (right.empty() || !file.open(path)) return fail(layout.file, "cannot be read");
+        if (file.length() >= static_cast<int64_t>(right.size()) && file.readAt(0, present.data(), present.size()) &&
+            present == right) {
+            return;
+        }
+        if (!file.writeAt(0, right)) return fail(layout.file, "cannot be written");
+        say(layout.file, "header of the data file restored");
+    }
+
+    void repairFiles() {
+        CrlFileGuard crls(db_.directory());
+        const bool lost = !fileExists(db_.pathOf(crlIndexFileName));
+        if (lost || crls.checkIndex() == 1) {
+            crls.rollback(0);
+            const bool restored = crls.checkIndex() != 1 && fileExists(db_.pathOf(crlIndexFileName));
+            if (!restored) crls.create();
+            say(crlIndexFileName, restored ? "restored from its copy" : "lost, empty one made");
+        }
+        if (!fileExists(db_.pathOf(importsFileName))) replace(importsFileName, {});
+        if (db_.stateOfFiles() != DbState::complete) replace(versionFileName, versionText);
+    }
+
+    void replace(std::string_view name, std::string_view content) {
+        writeFile(db_.pathOf(name), asBytes(content));
+        say(name, "made anew");
+    }
+
+    DbCrv db_;
+    std::ostream* out_;
+    bool ok_ = true;
+};
+
+}  // namespace
+
+bool repair(const std::string& path, std::ostream& out) {
+    return Repair(path, out).run();
+}
+
+}  // namespace crvdb
