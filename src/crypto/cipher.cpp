@@ -55,7 +55,7 @@ void runCipher(EVP_CIPHER_CTX* ctx, ByteView in, Out& out, const char* failure) 
     ossl::must(EVP_CipherUpdate(ctx, out.data(), &body, in.data(), static_cast<int>(in.size())), CryptoFailure::badData,
                failure);
     ossl::must(EVP_CipherFinal_ex(ctx, out.data() + body, &tail), CryptoFailure::badData, failure);
-    out.resize(static_cast<size_t>(body + tail));
+    out.resize(static_cast<size_t>(body) + static_cast<size_t>(tail));
 }
 
 }  // namespace
