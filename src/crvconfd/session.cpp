@@ -2,6 +2,7 @@
 
 #include "api/crvctx.h"
 #include "crvconfd/context.h"
+#include "crvconfd/profile_details.h"
 #include "crvconfd/program_info.h"
 #include "crvconfd/select_profile.h"
 #include "crvconfd/toolkit.h"
@@ -29,7 +30,8 @@ void runSessions(const CommandLine& line, std::unique_ptr<CrvProfile> named) {
     std::optional<ProfileMedia> source;
     for (;;) {
         crvCtx->setProfile(nullptr);
-        auto profile = selectProfile(line.kind, lastName, line.listFile ? line.listFile->c_str() : nullptr, source, {});
+        auto profile = selectProfile(line.kind, lastName, line.listFile ? line.listFile->c_str() : nullptr, source,
+                                     [](const CrvProfile& shown) { OnProfileDetails(&shown); });
         if (!profile) return;
         lastName = profile->name();
         crvCtx->setProfile(std::move(profile));

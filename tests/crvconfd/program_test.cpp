@@ -186,6 +186,32 @@ TEST_F(Selection, ShowsTheListAndLeavesCleanly) {
     }
 }
 
+TEST_F(Selection, DetailsComeAndGoAndAChoiceOpensTheProfile) {
+    list(".crvprofiles.conf", {"alfa", "beta"});
+    ScreenProgram console(start({"-user", "-termdumb"}));
+    console.waitFor("[ALFA]");
+    EXPECT_EQ(console.row(4), std::string(36, ' ') + "|[ALFA]|");
+    console.send(keys::kDown + "i");
+    console.waitGone("Wybierz profil:");
+    console.send(keys::kEscapeTwice);
+    console.waitFor("[BETA]");
+    console.waitFor("szczegóły profilu");
+    console.send(keys::kEnter);
+    console.waitUntil("the title names the profile",
+                      [&] { return console.title() == "Konfiguracja CORVANE 3.9.18.18 - [BETA]"; });
+}
+
+TEST_F(Selection, AListThatVanishesUnderTheScreenIsAnError) {
+    list(".crvprofiles.conf", {"alfa"});
+    ScreenProgram console(start({}));
+    console.waitFor("ALFA");
+    std::filesystem::remove(dir.file(".crvprofiles.conf"));
+    console.send("i" + keys::kEnter);
+    console.waitFor("Błąd ładowania profilu: ALFA");
+    console.send(" ");
+    EXPECT_EQ(console.waitExit(), 0);
+}
+
 TEST_F(Selection, NothingToChooseFromEndsTheProgram) {
     ScreenProgram console(start({"-user", "-termdumb"}));
     console.waitFor("Brak zdefiniowanych profili.");
