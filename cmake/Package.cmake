@@ -1,0 +1,63 @@
+# The library for other programs: libcorvane.so, which exports the public calls only, libcorvane.a with everything below
+# them, and what a build needs to find them.
+include(CMakePackageConfigHelpers)
+
+set(corvane_soversion 3)
+set(corvane_map ${CMAKE_SOURCE_DIR}/cmake/corvane.map)
+
+# CMake wants a source; what the library holds comes whole from the archives.
+file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/corvane_version.c CONTENT
+  "/* Version of the library, for what(1) and strings(1). */\nconst char crv_library_version[] = \"@(#)libcorvane @PROJECT_VERSION@\";\n" @ONLY)
+add_library(corvane SHARED ${CMAKE_BINARY_DIR}/corvane_version.c)
+set_target_properties(corvane PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${corvane_soversion} LINKER_LANGUAGE CXX
+  LINK_DEPENDS ${corvane_map} C_VISIBILITY_PRESET hidden)
+target_link_libraries(corvane PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,crv_api>")
+target_link_options(corvane PRIVATE -Wl,--version-script=${corvane_map} -Wl,--as-needed)
+if(NOT CRV_SANITIZE AND NOT CRV_FUZZ)
+  target_link_options(corvane PRIVATE -Wl,-z,defs)
+endif()
+target_include_directories(corvane INTERFACE $<BUILD_INTERFACE:${CMAKE_SOURCE_DIR}/include>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+
+# Every crv_ library below crv_api, each once.
+set(parts crv_api)
+set(at 0)
+list(LENGTH parts count)
+while(at LESS count)
+  list(GET parts ${at} part)
+  get_target_property(links ${part} LINK_LIBRARIES)
+  foreach(link ${links})
+    if(link MATCHES "^crv_" AND NOT link STREQUAL "crv_options" AND NOT link IN_LIST parts)
+      list(APPEND parts ${link})
+    endif()
+  endforeach()
+  list(LENGTH parts count)
+  math(EXPR at "${at} + 1")
+endwhile()
+
+set(archive ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/libcorvane.a)
+set(script "CREATE ${archive}\n")
+set(archives "")
+foreach(part ${parts})
+  string(APPEND script "ADDLIB $<TARGET_FILE:${part}>\n")
+  list(APPEND archives $<TARGET_FILE:${part}>)
+endforeach()
+string(APPEND script "SAVE\nEND\n")
+file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/corvane.mri CONTENT "${script}")
+add_custom_command(OUTPUT ${archive} COMMAND ${CMAKE_AR} -M < ${CMAKE_BINARY_DIR}/corvane.mri
+  DEPENDS ${parts} ${archives} ${CMAKE_BINARY_DIR}/corvane.mri VERBATIM)
+add_custom_target(corvane_static ALL DEPENDS ${archive})
+
+configure_file(${CMAKE_SOURCE_DIR}/cmake/corvane.pc.in ${CMAKE_BINARY_DIR}/corvane.pc @ONLY)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Corvane)
+configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/CorvaneConfig.cmake.in ${CMAKE_BINARY_DIR}/CorvaneConfig.cmake
+  INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_INCLUDEDIR)
+write_basic_package_version_file(${CMAKE_BINARY_DIR}/CorvaneConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+
+install(TARGETS corvane EXPORT CorvaneTargets LIBRARY COMPONENT development)
+install(FILES ${archive} DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+install(DIRECTORY ${CMAKE_SOURCE_DIR}/include/corvane DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(FILES ${CMAKE_BINARY_DIR}/corvane.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+install(EXPORT CorvaneTargets NAMESPACE Corvane:: DESTINATION ${package_dir} COMPONENT development)
+install(FILES ${CMAKE_BINARY_DIR}/CorvaneConfig.cmake ${CMAKE_BINARY_DIR}/CorvaneConfigVersion.cmake
+  DESTINATION ${package_dir} COMPONENT development)
