@@ -9,9 +9,16 @@ namespace crv {
 
 namespace {
 
-void checkFit(const PublicKey& key, KeyScheme scheme, KcHashAlgo hash, ByteView digest) {
+enum class Use { sign, verify };
+
+// Others sign with DSA and ECDSA over hashes that our own table does not pair with them.
+bool pairExists(Use use, KeyScheme scheme, KcHashAlgo hash) {
+    return isHashSupported(scheme, hash) || (use == Use::verify && !isRsa(scheme) && isHash(hash));
+}
+
+void checkFit(Use use, const PublicKey& key, KeyScheme scheme, KcHashAlgo hash, ByteView digest) {
     const bool keyFits = key.scheme() == scheme || (key.scheme() == KeyScheme::rsa && scheme == KeyScheme::rsaPss);
-    if (!keyFits || !isHashSupported(scheme, hash) || digest.size() != hashLength(hash) ||
+    if (!keyFits || !pairExists(use, scheme, hash) || digest.size() != hashLength(hash) ||
         !isSignAlgoValidForKeyLength(scheme, hash, key.bits())) {
         throw CryptoError(CryptoFailure::badParameter, "key, signature algorithm and digest do not go together");
     }
@@ -59,7 +66,7 @@ void mustBeRsa(const PublicKey& key) {
 
 bool PublicKey::verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteView signature,
                        const PssParams& pss) const {
-    checkFit(*this, scheme, hash, digest);
+    checkFit(Use::verify, *this, scheme, hash, digest);
     const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
     must(EVP_PKEY_verify_init(ctx.get()));
     setScheme(ctx.get(), scheme, hash, pss);
@@ -71,7 +78,7 @@ bool PublicKey::verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteV
 
 Bytes PrivateKey::sign(KeyScheme scheme, KcHashAlgo hash, ByteView digest, RandomBridge& random,
                        const PssParams& pss) const {
-    checkFit(publicKey(), scheme, hash, digest);
+    checkFit(Use::sign, publicKey(), scheme, hash, digest);
     const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
     must(EVP_PKEY_sign_init(ctx.get()));
     setScheme(ctx.get(), scheme, hash, pss);
