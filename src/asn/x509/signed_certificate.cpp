@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "asn/x509/signed_part.h"
 #include "misc/exceptions.h"
 
 namespace crv {
@@ -86,10 +87,7 @@ Bytes SignedCertificate::fingerprint(KcHashAlgo algo) const {
 }
 
 bool SignedCertificate::isSignedBy(const PublicKey& key) const {
-    if (!(signatureAlgorithm == tbs.signature) || signature.unusedBits() != 0) return false;
-    const ByteView kept = tbs.keptEncoding();
-    return kept.empty() ? verifySignature(key, signatureAlgorithm, tbs.encoded(), signature.octets())
-                        : verifySignature(key, signatureAlgorithm, kept, signature.octets());
+    return signatureAlgorithm == tbs.signature && isPartSigned(tbs, signatureAlgorithm, signature, key);
 }
 
 }  // namespace crv

@@ -1,0 +1,95 @@
+#include "asn/x509/revoked_certificate.h"
+
+#include "asn/known_oids.h"
+#include "asn/x509/time.h"
+
+namespace crv {
+
+namespace {
+
+struct ReasonRow {
+    CrlReason reason;
+    const char* name;
+};
+constexpr ReasonRow kReasons[] = {
+    {CrlReason::unspecified, "unspecified"},
+    {CrlReason::keyCompromise, "keyCompromise"},
+    {CrlReason::cACompromise, "cACompromise"},
+    {CrlReason::affiliationChanged, "affiliationChanged"},
+    {CrlReason::superseded, "superseded"},
+    {CrlReason::cessationOfOperation, "cessationOfOperation"},
+    {CrlReason::certificateHold, "certificateHold"},
+    {CrlReason::removeFromCRL, "removeFromCRL"},
+    {CrlReason::privilegeWithdrawn, "privilegeWithdrawn"},
+    {CrlReason::aACompromise, "aACompromise"},
+};
+
+}  // namespace
+
+const char* crlReasonName(CrlReason reason) {
+    for (const ReasonRow& row : kReasons)
+        if (row.reason == reason) return row.name;
+    return "unknown";
+}
+
+MemberTable RevokedCertificate::members() const {
+    static constexpr Member kMembers[] = {member<&RevokedCertificate::userCertificate>,
+                                          member<&RevokedCertificate::revocationDate>,
+                                          member<&RevokedCertificate::crlEntryExtensions>};
+    return kMembers;
+}
+
+bool RevokedCertificate::validMembers() const {
+    const unsigned char date = revocationDate.getTag();
+    return (date == ASNutcTime::kTag || date == ASNgenTime::kTag) &&
+           (!crlEntryExtensions || crlEntryExtensions->getTag() == Extensions::kTag);
+}
+
+std::optional<int64_t> RevokedCertificate::revokedAt() const {
+    Time date;
+    return revocationDate.decode(date, ASN_FLAG_CONST) ? date.seconds() : std::nullopt;
+}
+
+Extensions RevokedCertificate::extensions() const {
+    Extensions decoded;
+    if (!crlEntryExtensions || !crlEntryExtensions->decode(decoded)) return {};
+    return decoded;
+}
+
+CrlReason RevokedCertificate::reason() const {
+    if (!crlEntryExtensions) return CrlReason::unspecified;
+    const auto value = extensions().get<ASNenum>(OID_CE_CRL_REASON);
+    return value ? static_cast<CrlReason>(value->valueOr(0)) : CrlReason::unspecified;
+}
+
+std::optional<int64_t> RevokedCertificate::invalidityDate() const {
+    const auto date = extensions().get<ASNgenTime>(OID_CE_INVALIDITY_DATE);
+    return date ? date->seconds() : std::nullopt;
+}
+
+std::optional<GeneralNames> RevokedCertificate::certificateIssuer() const {
+    if (!crlEntryExtensions) return std::nullopt;
+    return extensions().get<GeneralNames>(OID_CE_CERTIFICATE_ISSUER);
+}
+
+const RevokedCertificate* RevokedCertificates::Cursor::next() {
+    if (!intact_ || file_.peek() < 0) return nullptr;
+    intact_ = entry_.read(&file_, 0, ASN_FLAG_CONST) > 0;
+    return intact_ ? &entry_ : nullptr;
+}
+
+void RevokedCertificates::add(const RevokedCertificate& entry) {
+    Bytes all = toBytes(contents());
+    const Bytes more = entry.encoded();
+    all.insert(all.end(), more.begin(), more.end());
+    setContents(all);
+    ++count_;
+}
+
+bool RevokedCertificates::validContents() const {
+    Cursor cursor = entries();
+    for (count_ = 0; cursor.next() != nullptr;) ++count_;
+    return cursor.intact();
+}
+
+}  // namespace crv

@@ -1,0 +1,14 @@
+// What certificates, CRLs and requests share: a part, the algorithm and a signature over the part (RFC 5280 4.1.1).
+#pragma once
+
+#include "asn/x509/algorithm_identifier.h"
+#include "crypto/public_key.h"
+
+namespace crv {
+
+/// Whether the signature over the part is right; over its octets as they came when it was read in keeping mode. False
+/// for an algorithm that is unknown here or does not suit the key. Throws CryptoError when the primitive itself fails.
+[[nodiscard]] bool isPartSigned(const ASNobject& part, const AlgorithmIdentifier& algorithm, const ASNbitstr& signature,
+                                const PublicKey& key);
+
+}  // namespace crv
