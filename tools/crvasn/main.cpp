@@ -1,0 +1,116 @@
+// crvasn: prints DER, BER, PEM and Base64 files as indented trees.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "asn/tree_printer.h"
+#include "misc/base64_file.h"
+#include "misc/disk_file.h"
+#include "misc/memory_file.h"
+
+namespace crv {
+namespace {
+
+constexpr char kUsage[] =
+    "usage: crvasn [-s] [-w octets] [file...]\n"
+    "Prints DER, BER, PEM or Base64 as an indented tree: offset, length, type, value.\n"
+    "  -s         do not look inside OCTET STRING and BIT STRING values\n"
+    "  -w octets  show at most so many octets of a value (64)\n"
+    "Without a file, or for \"-\", reads the standard input.\n";
+
+struct Arguments {
+    TreeOptions options;
+    std::vector<std::string> files;
+};
+
+bool parse(int argc, char** argv, Arguments& arguments) {
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (argument == "-s") {
+            arguments.options.inside = false;
+        } else if (argument == "-w" && i + 1 < argc) {
+            char* end = nullptr;
+            const long shown = std::strtol(argv[++i], &end, 10);
+            if (end == argv[i] || *end != '\0' || shown < 0) return false;
+            arguments.options.shownOctets = static_cast<size_t>(shown);
+        } else if (argument.size() > 1 && argument[0] == '-') {
+            return false;
+        } else {
+            arguments.files.emplace_back(argument);
+        }
+    }
+    if (arguments.files.empty()) arguments.files.emplace_back("-");
+    return true;
+}
+
+int fail(const std::string& name, const char* why) {
+    std::fprintf(stderr, "crvasn: %s: %s\n", name.c_str(), why);
+    return 1;
+}
+
+bool readAll(GenericFile& in, MemoryFile& out) {
+    while (in.peek() >= 0) {
+        const ByteView piece = in.window();
+        if (!out.write(piece)) return false;
+        in.consume(piece.size());
+    }
+    return in.peek() == GenericFile::kEnd;
+}
+
+int print(const std::string& name, ByteView octets, const TreeOptions& options) {
+    const Tree tree = printTree(octets, options);
+    std::fwrite(tree.text.data(), 1, tree.text.size(), stdout);
+    return tree.whole ? 0 : fail(name, "malformed or incomplete");
+}
+
+int printPem(const std::string& name, ByteView text, const TreeOptions& options) {
+    MemoryFile source(text);
+    int status = 0;
+    for (;;) {
+        Base64Reader block(source, Base64Armour::pem);
+        if (!block.findBlock()) return status;
+        std::printf("# %s\n", block.label().c_str());
+        MemoryFile octets;
+        if (!readAll(block, octets)) return fail(name, "malformed PEM");
+        status |= print(name, octets.written(), options);
+    }
+}
+
+int printFile(const std::string& name, const TreeOptions& options) {
+    DiskFile file(name == "-" ? "/dev/stdin" : name, DiskFile::Mode::read);
+    MemoryFile all;
+    if (!file.isOpen() || !readAll(file, all)) return fail(name, std::strerror(file.error()));
+    const std::string_view text = asText(all.written());
+    if (text.find("-----BEGIN ") != std::string_view::npos && text.front() != '0')
+        return printPem(name, all.written(), options);
+    if (const auto octets = fromBase64(text); octets && !octets->empty()) return print(name, *octets, options);
+    return print(name, all.written(), options);
+}
+
+int run(int argc, char** argv) {
+    Arguments arguments;
+    if (!parse(argc, argv, arguments)) {
+        std::fputs(kUsage, stderr);
+        return 2;
+    }
+    int status = 0;
+    for (const std::string& name : arguments.files) {
+        if (arguments.files.size() > 1) std::printf("## %s\n", name.c_str());
+        status |= printFile(name, arguments.options);
+    }
+    return std::fflush(stdout) == 0 ? status : fail("standard output", std::strerror(errno));
+}
+
+}  // namespace
+}  // namespace crv
+
+int main(int argc, char** argv) {
+    try {
+        return crv::run(argc, argv);
+    } catch (const std::exception& error) {
+        return crv::fail("internal error", error.what());
+    }
+}
