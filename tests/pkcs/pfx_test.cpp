@@ -6,6 +6,7 @@
 #include "asn/known_oids.h"
 #include "asn/pkcs/encrypted_data.h"
 #include "asn/pkcs/secret_encoding.h"
+#include "asn/x509/signed_certificate.h"
 #include "crypto/private_key.h"
 #include "pkcs/data_file.h"
 #include "support/temp_dir.h"
@@ -32,10 +33,10 @@ KeyId keyIdOf(const PrivateKeyInfo& key) {
     return PrivateKey::fromPkcs8(encodedSecret(key)).keyId();
 }
 
-ASNany anyOf(const Bytes& encoding) {
-    ASNany any;
-    EXPECT_TRUE(any.build(encoding));
-    return any;
+SignedCertificate certificateFromFile(const std::string& name) {
+    SignedCertificate certificate;
+    EXPECT_TRUE(certificate.readExactly(dataFile(name), ASN_FLAG_CONST | ASN_FLAG_COPY)) << name;
+    return certificate;
 }
 
 const Bytes& random20() {
@@ -51,8 +52,8 @@ Pfx fullPfx(bool secrets = true) {
     pfx.update(signing, keyIdOf(signing));
     const PrivateKeyInfo other = keyFromFile("key_ec.der");
     pfx.update(other, keyIdOf(other));
-    pfx.update(anyOf(dataFile("crt_rsa.der")), keyIdOf(signing));
-    pfx.update(anyOf(dataFile("crt_ec.der")), keyIdOf(other));
+    pfx.update(certificateFromFile("crt_rsa.der"), keyIdOf(signing));
+    pfx.update(certificateFromFile("crt_ec.der"), keyIdOf(other));
     if (secrets) {
         pfx.update(kConfigBag, ASNsequenceList<ASNinteger>());
         pfx.update(kSeedBag, ASNoctstr(Bytes(20, 7)));
@@ -87,10 +88,11 @@ TEST(Pfx, ForeignFilesGiveUpTheirContents) {
         ASSERT_EQ(pfx.getContents(PbePassword(row.password), contents), PfxResult::ok);
         ASSERT_EQ(contents.keys.size(), row.keys);
         ASSERT_EQ(contents.certificates.size(), row.certificates);
-        EXPECT_TRUE(ASNany().readExactly(contents.certificates[0].certificate));
+        SignedCertificate certificate;
+        EXPECT_TRUE(certificate.readExactly(contents.certificates[0].certificate));
         if (row.keys == 0) continue;
         EXPECT_EQ(contents.keys[0].friendlyName, row.name);
-        EXPECT_NO_THROW(static_cast<void>(keyIdOf(contents.keys[0].key)));
+        EXPECT_EQ(keyIdOf(contents.keys[0].key), certificate.computeKeyIdentifierSha1Hash());
         EXPECT_EQ(contents.keys[0].localKeyId, contents.certificates[0].localKeyId);
         EXPECT_FALSE(contents.keys[0].localKeyId.empty());
     }
@@ -118,7 +120,7 @@ TEST(Pfx, WhatIsNotRightIsToldApart) {
 
 TEST(Pfx, EmptyPasswordIsTriedInBothForms) {
     Pfx pfx;
-    pfx.update(anyOf(dataFile("crt_ec.der")), {});
+    pfx.update(certificateFromFile("crt_ec.der"), {});
     for (const Bytes& form : {Bytes{}, Bytes{0, 0}}) {
         ASSERT_EQ(pfx.final(PbeAlgo::sha1Rc2Cbc40, true, form, random20().data(), 20), PfxResult::ok);
         PfxContents contents;

@@ -1,9 +1,12 @@
 // What every structure of this folder must do with files of other programs.
 #include <gtest/gtest.h>
 
-#include <cstring>
-
+#include "asn/pkcs/certification_request.h"
+#include "asn/pkcs/dsa_private_key.h"
+#include "asn/pkcs/ec_private_key.h"
 #include "asn/pkcs/pfx.h"
+#include "asn/pkcs/rsa_private_key.h"
+#include "asn/x509/signed_cert_rev_list.h"
 #include "pkcs/data_file.h"
 
 namespace crv::test {
@@ -24,6 +27,11 @@ const Kind kKinds[] = {
     {"enc_", ".der", make<EncryptedPrivateKeyInfo>},
     {"cms_", ".der", make<ContentInfo>},
     {"p7_", ".der", make<ContentInfo>},
+    {"req_", ".der", make<CertificationRequest>},
+    {"crl_", ".der", make<SignedCertRevList>},
+    {"plain_rsa", ".der", make<RSAPrivateKey>},
+    {"plain_dsa", ".der", make<DSAPrivateKey>},
+    {"plain_ec", ".der", make<ECPrivateKey>},
 };
 
 void PrintTo(const Kind& kind, std::ostream* out) {
@@ -58,7 +66,9 @@ TEST_P(Structures, TruncatedFilesAreRefusedAtEveryOctet) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Pkcs, Structures, testing::ValuesIn(kKinds), [](const auto& row) {
-    return std::string(row.param.prefix, 0, strchr(row.param.prefix, '_') - row.param.prefix);
+    std::string name = row.param.prefix;
+    std::erase(name, '_');
+    return name;
 });
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include "asn/pkcs/pbe.h"
 
-#include <array>
-
 #include "asn/known_oids.h"
 #include "asn/pkcs/secret_encoding.h"
 #include "crypto/crypto_error.h"
@@ -10,34 +8,25 @@ namespace crv {
 
 namespace {
 
-struct SchemeRow {
+/// A row of a table that identifiers are looked up in.
+template <class Value>
+struct OidRow {
     const KnownOid& oid;
-    PbeAlgo algo;
+    Value value;
 };
-constexpr std::array kSchemes = {
-    SchemeRow{OID_PBE_SHA1_3DES, PbeAlgo::sha1TripleDesCbc},
-    SchemeRow{OID_PBE_SHA1_RC2_40, PbeAlgo::sha1Rc2Cbc40},
+constexpr OidRow<PbeAlgo> kSchemes[] = {
+    {OID_PBE_SHA1_3DES, PbeAlgo::sha1TripleDesCbc},
+    {OID_PBE_SHA1_RC2_40, PbeAlgo::sha1Rc2Cbc40},
 };
-
-struct PrfRow {
-    const KnownOid& oid;
-    KcHashAlgo hash;
+constexpr OidRow<KcHashAlgo> kPrfs[] = {
+    {OID_HMAC_SHA1, KcHashAlgo::sha1},     {OID_HMAC_SHA224, KcHashAlgo::sha224}, {OID_HMAC_SHA256, KcHashAlgo::sha256},
+    {OID_HMAC_SHA384, KcHashAlgo::sha384}, {OID_HMAC_SHA512, KcHashAlgo::sha512},
 };
-constexpr std::array kPrfs = {
-    PrfRow{OID_HMAC_SHA1, KcHashAlgo::sha1},     PrfRow{OID_HMAC_SHA224, KcHashAlgo::sha224},
-    PrfRow{OID_HMAC_SHA256, KcHashAlgo::sha256}, PrfRow{OID_HMAC_SHA384, KcHashAlgo::sha384},
-    PrfRow{OID_HMAC_SHA512, KcHashAlgo::sha512},
-};
-
-struct CipherRow {
-    const KnownOid& oid;
-    CipherAlgo cipher;
-};
-constexpr std::array kCiphers = {
-    CipherRow{OID_AES128_CBC, CipherAlgo::aes128Cbc},
-    CipherRow{OID_AES192_CBC, CipherAlgo::aes192Cbc},
-    CipherRow{OID_AES256_CBC, CipherAlgo::aes256Cbc},
-    CipherRow{OID_DES_EDE3_CBC, CipherAlgo::tripleDesCbc},
+constexpr OidRow<CipherAlgo> kCiphers[] = {
+    {OID_AES128_CBC, CipherAlgo::aes128Cbc},
+    {OID_AES192_CBC, CipherAlgo::aes192Cbc},
+    {OID_AES256_CBC, CipherAlgo::aes256Cbc},
+    {OID_DES_EDE3_CBC, CipherAlgo::tripleDesCbc},
 };
 
 /// The version numbers that stand for the effective key lengths of RC2 (RFC 8018 B.2.3).
@@ -45,10 +34,10 @@ struct Rc2Row {
     long version;
     CipherAlgo cipher;
 };
-constexpr std::array kRc2Versions = {
-    Rc2Row{160, CipherAlgo::rc2Cbc40},
-    Rc2Row{120, CipherAlgo::rc2Cbc64},
-    Rc2Row{58, CipherAlgo::rc2Cbc128},
+constexpr Rc2Row kRc2Versions[] = {
+    {160, CipherAlgo::rc2Cbc40},
+    {120, CipherAlgo::rc2Cbc64},
+    {58, CipherAlgo::rc2Cbc128},
 };
 
 [[noreturn]] void malformed(const char* what) {
@@ -59,10 +48,10 @@ constexpr std::array kRc2Versions = {
     throw CryptoError(CryptoFailure::unsupported, "unknown algorithm " + oid.text());
 }
 
-template <class Rows>
-const auto& rowOf(const Rows& rows, const ASNobjectId& oid) {
+template <class Value, size_t N>
+Value valueOf(const OidRow<Value> (&rows)[N], const ASNobjectId& oid) {
     for (const auto& row : rows)
-        if (oid == row.oid) return row;
+        if (oid == row.oid) return row.value;
     unknown(oid);
 }
 
@@ -90,7 +79,7 @@ void takeCipher(const AlgorithmIdentifier& scheme, Pbes2Params& out) {
             }
         malformed("RC2");
     }
-    out.cipher = rowOf(kCiphers, scheme.algorithm).cipher;
+    out.cipher = valueOf(kCiphers, scheme.algorithm);
     out.iv = toBytes(parametersOf<ASNoctstr>(scheme, "a cipher").value());
 }
 
@@ -101,7 +90,7 @@ Pbes2Params readPbes2(const AlgorithmIdentifier& algorithm) {
     Pbes2Params params;
     params.salt = toBytes(derivation.salt.value());
     params.iterations = countOf(derivation.iterationCount);
-    if (derivation.prf) params.prfHash = rowOf(kPrfs, derivation.prf->algorithm).hash;
+    if (derivation.prf) params.prfHash = valueOf(kPrfs, derivation.prf->algorithm);
     takeCipher(pbes2.encryptionScheme, params);
     if (derivation.keyLength && derivation.keyLength->value() != long(cipherKeyLength(params.cipher)))
         malformed("PBKDF2");
@@ -139,8 +128,8 @@ AlgorithmIdentifier PbeSettings::algorithm() const {
     PbeParameters parameters;
     parameters.salt.build(salt);
     parameters.iterations.setValue(iterations);
-    for (const SchemeRow& row : kSchemes)
-        if (row.algo == algo) return AlgorithmIdentifier(row.oid, parameters);
+    for (const auto& row : kSchemes)
+        if (row.value == algo) return AlgorithmIdentifier(row.oid, parameters);
     throw CryptoError(CryptoFailure::badParameter, "no such password-based encryption");
 }
 
@@ -150,7 +139,7 @@ Bytes PbeSettings::encrypt(const ASNobject& plain) const {
 
 SecretBytes decryptPbe(const AlgorithmIdentifier& algorithm, const PbePassword& password, ByteView ciphertext) {
     if (algorithm.algorithm == OID_PBES2) return pbes2Decrypt(readPbes2(algorithm), password.utf8(), ciphertext);
-    const PbeAlgo algo = rowOf(kSchemes, algorithm.algorithm).algo;
+    const PbeAlgo algo = valueOf(kSchemes, algorithm.algorithm);
     const auto parameters = parametersOf<PbeParameters>(algorithm, "a PKCS#12 scheme");
     return pbeDecrypt(algo, password.unicode(), parameters.salt.value(), countOf(parameters.iterations), ciphertext);
 }

@@ -4,9 +4,13 @@
 #include <new>
 
 #include "asn/known_oids.h"
+#include "asn/pkcs/dsa_private_key.h"
+#include "asn/pkcs/ec_private_key.h"
 #include "asn/pkcs/encrypted_data.h"
 #include "asn/pkcs/pfx_reader.h"
+#include "asn/pkcs/rsa_private_key.h"
 #include "asn/pkcs/secret_encoding.h"
+#include "asn/x509/signed_certificate.h"
 #include "crypto/crypto_error.h"
 #include "crypto/hmac.h"
 
@@ -62,7 +66,7 @@ SecretBytes Pfx::convertToUTF16BE(std::string_view utf8) {
     return utf16BePassword(utf8);
 }
 
-void Pfx::update(const ASNobject& certificate, ByteView localKeyId) {
+void Pfx::update(const SignedCertificate& certificate, ByteView localKeyId) {
     CertBag bag;
     bag.certId = OID_PKCS9_X509_CERTIFICATE;
     bag.certValue.value.build(ASNoctstr(certificate.encoded()));
@@ -71,6 +75,18 @@ void Pfx::update(const ASNobject& certificate, ByteView localKeyId) {
 
 void Pfx::update(const PrivateKeyInfo& key, ByteView localKeyId) {
     keys_.push_back({key, toBytes(localKeyId)});
+}
+
+void Pfx::update(const RSAPrivateKey& key, ByteView localKeyId) {
+    update(key.toPrivateKeyInfo(), localKeyId);
+}
+
+void Pfx::update(const DSAPrivateKey& key, ByteView localKeyId) {
+    update(key.toPrivateKeyInfo(), localKeyId);
+}
+
+void Pfx::update(const ECPrivateKey& key, ByteView localKeyId) {
+    update(key.toPrivateKeyInfo(), localKeyId);
 }
 
 void Pfx::update(const KnownOid& type, const ASNobject& secret) {

@@ -11,6 +11,11 @@
 
 namespace crv {
 
+class RSAPrivateKey;
+class DSAPrivateKey;
+class ECPrivateKey;
+class SignedCertificate;
+
 /// MacData (RFC 7292 4): the authentication code over the contents. An iteration count of 1 is the default and is
 /// written all the same.
 class MacData : public ASNsequenceF {
@@ -72,10 +77,13 @@ class Pfx : public ASNsequenceF {
     ContentInfo authSafe;
     std::optional<MacData> macData;
 
-    /// A certificate by its encoding, paired with the key of the same id (left out when empty).
-    void update(const ASNobject& certificate, ByteView localKeyId);
+    /// A certificate, paired with the key of the same id (left out when empty).
+    void update(const SignedCertificate& certificate, ByteView localKeyId);
     /// A private key, which will be enciphered in a bag of its own.
     void update(const PrivateKeyInfo& key, ByteView localKeyId);
+    void update(const RSAPrivateKey& key, ByteView localKeyId);
+    void update(const DSAPrivateKey& key, ByteView localKeyId);
+    void update(const ECPrivateKey& key, ByteView localKeyId);
     /// A secret of a type; it is enciphered with its type.
     void update(const KnownOid& type, const ASNobject& secret);
 

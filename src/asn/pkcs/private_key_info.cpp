@@ -1,7 +1,10 @@
 #include "asn/pkcs/private_key_info.h"
 
 #include "asn/known_oids.h"
+#include "asn/pkcs/secret_encoding.h"
 #include "crypto/crypto_error.h"
+#include "crypto/private_key.h"
+#include "misc/exceptions.h"
 
 namespace crv {
 
@@ -10,6 +13,14 @@ MemberTable PrivateKeyInfo::members() const {
         member<&PrivateKeyInfo::version>, member<&PrivateKeyInfo::privateKeyAlgorithm>,
         member<&PrivateKeyInfo::privateKey>, member<&PrivateKeyInfo::attributes>, member<&PrivateKeyInfo::publicKey>};
     return kMembers;
+}
+
+PrivateKeyInfo::PrivateKeyInfo(const PrivateKey& key) {
+    VTEST(readExactly(key.toPkcs8()), "src/asn/pkcs/private_key_info");
+}
+
+PrivateKey PrivateKeyInfo::key() const {
+    return PrivateKey::fromPkcs8(encodedSecret(*this));
 }
 
 std::optional<uint32_t> PrivateKeyInfo::keyUsage() const {

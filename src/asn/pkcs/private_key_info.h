@@ -4,15 +4,18 @@
 #include "asn/asn_tagged.h"
 #include "asn/pkcs/attribute.h"
 #include "asn/pkcs/pbe.h"
+#include "asn/x509/ext_key.h"
 
 namespace crv {
 
-/// Bits of a keyUsage (RFC 5280 4.2.1.3) as ASNbitstr::namedBits gives them.
+class PrivateKey;
+
+/// Bits of a keyUsage as ASNbitstr::namedBits gives them.
 enum KeyUsageBit : uint32_t {
-    kDigitalSignature = 1u << 0,
-    kNonRepudiation = 1u << 1,
-    kKeyEncipherment = 1u << 2,
-    kDataEncipherment = 1u << 3,
+    kDigitalSignature = 1u << KeyUsage::digitalSignature,
+    kNonRepudiation = 1u << KeyUsage::nonRepudiation,
+    kKeyEncipherment = 1u << KeyUsage::keyEncipherment,
+    kDataEncipherment = 1u << KeyUsage::dataEncipherment,
 };
 
 /// PrivateKeyInfo, also OneAsymmetricKey: version 0, or 1 with a public key. Owns its octets in wiped memory.
@@ -23,6 +26,11 @@ class PrivateKeyInfo : public ASNsequenceF {
     ASNoctstr privateKey;  ///< the key's own structure, encoded
     std::optional<Implicit<0, Attributes>> attributes;
     std::optional<Implicit<1, ASNbitstr>> publicKey;
+
+    PrivateKeyInfo() = default;
+    explicit PrivateKeyInfo(const PrivateKey& key);
+    /// The usable key. Throws CryptoError as PrivateKey::fromPkcs8.
+    [[nodiscard]] PrivateKey key() const;
 
     /// What the key may do: the bits of its keyUsage attribute (2.5.29.15), nothing when it has none.
     [[nodiscard]] std::optional<uint32_t> keyUsage() const;

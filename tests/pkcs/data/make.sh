@@ -114,7 +114,6 @@ sign cms_detached rsa -md sha512 -keyid
 sign cms_noattr rsa -nodetach -noattr -md sha1
 sign cms_ec ec -nodetach -md sha384
 sign cms_pss rsa -nodetach -md sha256 -keyopt rsa_padding_mode:pss
-sign cms_psskey pss -nodetach -md sha256
 sign cms_dsa dsa -nodetach -md sha1
 sign cms_stream rsa -nodetach -stream -md sha256
 openssl crl2pkcs7 -nocrl -certfile "$work/rsa.crt" -certfile "$work/ec.crt" -certfile "$work/ed25519.crt" -outform DER -out p7_bundle.der

@@ -1,0 +1,35 @@
+#include "asn/pkcs/ec_private_key.h"
+
+#include "asn/known_oids.h"
+#include "misc/exceptions.h"
+
+namespace crv {
+
+namespace {
+constexpr const char* kPlace = "src/asn/pkcs/ec_private_key";
+}
+
+MemberTable ECPrivateKey::members() const {
+    static constexpr Member kMembers[] = {member<&ECPrivateKey::version>, member<&ECPrivateKey::privateKey>,
+                                          member<&ECPrivateKey::parameters>, member<&ECPrivateKey::publicKey>};
+    return kMembers;
+}
+
+PrivateKeyInfo ECPrivateKey::toPrivateKeyInfo() const {
+    VTEST(parameters.has_value(), kPlace);
+    PrivateKeyInfo info;
+    info.privateKeyAlgorithm = AlgorithmIdentifier(OID_EC_PUBLIC_KEY, parameters->value);
+    ECPrivateKey inner = *this;
+    inner.parameters.reset();
+    VTEST(inner.writeToOctStr(info.privateKey), kPlace);
+    return info;
+}
+
+bool ECPrivateKey::fromPrivateKeyInfo(const PrivateKeyInfo& info) {
+    const AlgorithmIdentifier& algorithm = info.privateKeyAlgorithm;
+    if (!(algorithm.algorithm == OID_EC_PUBLIC_KEY) || readFromOctStr(info.privateKey) <= 0) return false;
+    if (!parameters && algorithm.parameters) parameters.emplace().value = *algorithm.parameters;
+    return parameters.has_value();
+}
+
+}  // namespace crv
