@@ -1,11 +1,16 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <map>
+
 #include "asn/asn_strings.h"
+#include "asn/x509/algorithm_params.h"
 #include "asn/x509/ext_distribution.h"
 #include "asn/x509/ext_names.h"
 #include "asn/x509/ext_policies.h"
 #include "asn/x509/policy_id_and_note.h"
 #include "asn/x509/signed_certificate.h"
+#include "crypto/sign_algo_map.h"
 #include "misc/base64_file.h"
 #include "misc/hex.h"
 #include "support/temp_dir.h"
@@ -18,22 +23,381 @@ using test::shell;
 using test::TempDir;
 using test::writeFile;
 
-TEST(Certificates, Smoke) {
-    TempDir dir;
-    shell("cd " + dir.path().string() +
-          " && openssl req -x509 -newkey rsa:2048 -nodes -keyout k -out c.der -outform DER -subj '/C=PL/CN=Jan  "
-          "Nowak/emailAddress=a@b.pl' -utf8");
-    const std::string der = readFile(dir.file("c.der"));
-    SignedCertificate cert;
-    ASSERT_TRUE(cert.readExactly(asBytes(der), ASN_FLAG_CONST));
-    EXPECT_EQ(cert.encoded(), toBytes(asBytes(der)));
-    SignedCertificate copy;
-    ASSERT_GT(copy.copyObject(cert), 0);
-    EXPECT_EQ(copy.encoded(), toBytes(asBytes(der)));
-    EXPECT_TRUE(cert.isSignedBy(cert.keyInfo().publicKey()));
-    EXPECT_TRUE(cert.isCaCrt());
-    EXPECT_EQ(cert.email(), "a@b.pl");
-    EXPECT_EQ(cert.subject().text(), "C=PL, CN=Jan  Nowak, E=a@b.pl");
+constexpr const char* kConfig = R"(
+[req]
+distinguished_name = dn
+[dn]
+[v1]
+[mask_t61]
+string_mask = MASK:4
+distinguished_name = dn
+[mask_bmp]
+string_mask = MASK:2048
+distinguished_name = dn
+[small]
+basicConstraints = critical,CA:TRUE
+keyUsage = digitalSignature
+[all]
+basicConstraints = critical,CA:TRUE,pathlen:3
+keyUsage = critical,keyCertSign,cRLSign,decipherOnly
+extendedKeyUsage = serverAuth,1.3.6.1.4.1.32473.9.9
+subjectKeyIdentifier = hash
+authorityKeyIdentifier = keyid:always,issuer:always
+subjectAltName = email:jan@example.org,DNS:example.org,URI:http://example.org/x,IP:192.0.2.7,IP:2001:db8::1,RID:1.2.3.4,dirName:dir,otherName:1.2.3.4;UTF8:inny
+issuerAltName = DNS:issuer.example
+certificatePolicies = 1.2.3.4,@policy
+policyConstraints = requireExplicitPolicy:3,inhibitPolicyMapping:0
+policyMappings = 1.2.3.4:1.2.3.5
+inhibitAnyPolicy = 2
+nameConstraints = critical,permitted;email:.example.org,excluded;IP:10.0.0.0/255.0.0.0
+crlDistributionPoints = points
+freshestCRL = URI:http://example.org/delta.crl
+authorityInfoAccess = OCSP;URI:http://ocsp.example.org,caIssuers;URI:http://example.org/ca.cer
+subjectInfoAccess = caRepository;URI:http://example.org/repository
+2.5.29.16 = DER:30:22:80:0F:31:39:37:30:30:31:30:31:30:30:30:30:30:30:5A:81:0F:31:39:37:30:30:31:30:32:30:30:30:30:30:30:5A
+1.3.6.1.5.5.7.1.3 = DER:30:0A:30:08:06:06:04:00:8E:46:01:01
+1.3.6.1.4.1.32473.7 = DER:05:00
+[dir]
+CN = Katalog
+[policy]
+policyIdentifier = 1.2.3.9
+CPS.1 = http://example.org/cps
+userNotice.1 = @notice
+[notice]
+explicitText = UTF8:Tekst
+organization = Org
+noticeNumbers = 1,2
+[points]
+fullname = URI:http://example.org/ca.crl,URI:ldap://example.org/cn=ca
+CRLissuer = dirName:dir
+reasons = keyCompromise,CACompromise
+)";
+
+struct Source {
+    const char* key;      ///< openssl command that makes the key "k"
+    const char* request;  ///< options of "openssl req -x509" besides the common ones
+    bool knownKey;        ///< whether the key can be made and checks the signature
+};
+
+const std::map<std::string, Source> kSources = {
+    {"rsa-all",
+     {"genrsa -out k 2048", "-extensions all -subj '/C=PL/O=Firma, \"A\" \\+ B/OU=#1 /CN=Zażółć gęślą jaźń'", true}},
+    {"rsa-v1", {"genrsa -out k 2048", "-extensions v1 -subj '/CN=v1'", true}},
+    {"pss",
+     {"genpkey -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048 -out k",
+      "-sha384 -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:17 -extensions small -subj '/CN=pss'", true}},
+    {"dsa", {"genpkey -paramfile dsa.par -out k", "-sha1 -extensions small -subj '/CN=dsa'", true}},
+    {"ec-named",
+     {"genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-384 -out k", "-sha384 -subj '/DC=pl/DC=x/UID=u/CN=ec'",
+      true}},
+    {"ec-explicit",
+     {"genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -pkeyopt ec_param_enc:explicit -out k", "-subj '/CN=ec'",
+      true}},
+    {"ed25519", {"genpkey -algorithm ED25519 -out k", "-subj '/CN=ed'", false}},
+    {"t61", {"genrsa -out k 2048", "-section mask_t61 -subj '/CN=Óscar ñ/GN=b'", true}},
+    {"bmp", {"genrsa -out k 2048", "-section mask_bmp -subj '/CN=Łódź'", true}},
+    {"multi", {"genrsa -out k 2048", "-multivalue-rdn -subj '/CN=a+SN=b+GN=c/1.3.6.1.4.1.32473.5=obcy'", true}},
+    {"long",
+     {"genrsa -out k 2048", "-set_serial 0xFFEEDDCCBBAA99887766554433221100FFEEDDCC -days 40000 -subj '/CN=dlugi'",
+      true}},
+};
+
+/// The certificates of the table and one of certtool's, made once.
+class MadeCertificates : public testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        dir_ = new TempDir;
+        writeFile(dir_->file("cnf"), kConfig);
+        run("openssl genpkey -genparam -algorithm DSA -pkeyopt dsa_paramgen_bits:1024 -pkeyopt dsa_paramgen_q_bits:160 "
+            "-out dsa.par");
+        for (const auto& [name, source] : kSources) {
+            run(std::string("openssl ") + source.key);
+            run(std::string("openssl req -x509 -new -utf8 -config cnf -key k -outform DER -out ") + name + " " +
+                source.request);
+        }
+        run("openssl genrsa -out k 2048 && openssl req -new -key k -config cnf -subj /CN=v1 -out v1.req && openssl "
+            "x509 -req -in v1.req -signkey k "
+            "-outform DER -out rsa-v1");
+        writeFile(
+            dir_->file("tpl"),
+            "cn = \"Test, Certtool\"\norganization = \"O\"\nserial = 007\nca\ncert_signing_key\nemail = \"x@y.pl\"\n"
+            "expiration_days = 10\ncrl_dist_points = \"http://a.b/c\"\npolicy1 = \"1.2.3\"\npolicy1_txt = \"napis\"\n");
+        run("certtool --generate-privkey --key-type ecdsa --curve secp256r1 --outfile k2 && certtool "
+            "--generate-self-signed --outder "
+            "--load-privkey k2 --template tpl --outfile certtool");
+    }
+    static void TearDownTestSuite() { delete dir_; }
+
+    static std::string run(const std::string& command) {
+        return shell("cd " + dir_->path().string() + " && { " + command + "; } 2>&1");
+    }
+    static std::vector<std::string> names() {
+        std::vector<std::string> all = {"certtool"};
+        for (const auto& [name, source] : kSources) all.push_back(name);
+        return all;
+    }
+    static Bytes der(const std::string& name) { return toBytes(asBytes(readFile(dir_->file(name)))); }
+    static SignedCertificate certificate(const std::string& name) {
+        SignedCertificate cert;
+        EXPECT_TRUE(cert.readExactly(der(name), ASN_FLAG_CONST | ASN_FLAG_COPY)) << name;
+        return cert;
+    }
+    static TempDir* dir_;
+};
+
+TempDir* MadeCertificates::dir_ = nullptr;
+
+TEST_F(MadeCertificates, RoundTripToTheSameOctetsInEveryMode) {
+    for (const std::string& name : names()) {
+        const Bytes octets = der(name);
+        for (const unsigned char mode : {uint8_t{0}, ASN_FLAG_CONST, uint8_t{3}}) {
+            SignedCertificate cert;
+            ASSERT_TRUE(cert.readExactly(octets, mode)) << name;
+            EXPECT_EQ(cert.encoded(), octets) << name << " mode " << int(mode);
+            const SignedCertificate copy = cert;
+            EXPECT_EQ(copy.encoded(), octets) << name;
+            EXPECT_EQ(copy.fingerprint(KcHashAlgo::sha1), hashOf(KcHashAlgo::sha1, octets));
+        }
+    }
+}
+
+TEST_F(MadeCertificates, TruncationAtEveryOctetIsNoCertificate) {
+    const Bytes octets = der("rsa-all");
+    for (size_t size = 0; size < octets.size(); ++size) {
+        const Bytes part(octets.begin(),
+                         octets.begin() + std::ptrdiff_t(size));  // a block of its own, for the sanitizer
+        for (const unsigned char mode : {uint8_t{0}, ASN_FLAG_CONST}) {
+            SignedCertificate cert;
+            ASSERT_LE(cert.readFromBuff(part, mode), 0) << size;
+        }
+    }
+}
+
+TEST_F(MadeCertificates, AgreeWithWhatOpensslPrints) {
+    for (const std::string& name : names()) {
+        const SignedCertificate cert = certificate(name);
+        const std::string printed =
+            run("openssl x509 -in " + name +
+                " -inform DER -noout -subject -issuer -serial -dates -dateopt iso_8601"
+                " -ocspid -nameopt esc_2253,esc_ctrl,utf8,dump_nostr,dump_der,sep_comma_plus_space,sname");
+        const auto hash = cert.computeKeyIdentifierSha1Hash();
+        for (const std::string& line : {"subject=" + cert.subject().text(), "issuer=" + cert.issuer().text(),
+                                        "serial=" + toHex(cert.serialNumber().magnitude()),
+                                        "notBefore=" + timeText(*cert.tbs.validity.notBefore.seconds()) + "Z",
+                                        "notAfter=" + timeText(*cert.tbs.validity.notAfter.seconds()) + "Z",
+                                        "Public key OCSP hash: " + toHex(hash)})
+            EXPECT_NE(printed.find(line + "\n"), std::string::npos) << name << ": " << line << "\n" << printed;
+    }
+}
+
+TEST_F(MadeCertificates, KeysAreMadeAndCheckTheSignature) {
+    const PublicKey stranger = certificate("rsa-v1").keyInfo().publicKey();
+    for (const auto& [name, source] : kSources) {
+        const SignedCertificate cert = certificate(name);
+        if (!source.knownKey) {
+            EXPECT_ANY_THROW(static_cast<void>(cert.keyInfo().publicKey())) << name;
+            EXPECT_FALSE(readSignAlgorithm(cert.signatureAlgorithm)) << name;
+            continue;
+        }
+        EXPECT_TRUE(cert.isSignedBy(cert.keyInfo().publicKey())) << name;
+        EXPECT_TRUE(name == "rsa-v1" || !cert.isSignedBy(stranger)) << name;
+        SignedCertificate changed;
+        ASSERT_GT(changed.copyObject(cert), 0);
+        changed.tbs.serialNumber.setValue(1);
+        EXPECT_FALSE(changed.isSignedBy(changed.keyInfo().publicKey())) << name;
+        changed.tbs.serialNumber = cert.tbs.serialNumber;
+        EXPECT_TRUE(changed.isSignedBy(changed.keyInfo().publicKey())) << name << ": put together again";
+    }
+    const auto pss = readSignAlgorithm(certificate("pss").signatureAlgorithm);
+    ASSERT_TRUE(pss);
+    EXPECT_EQ(pss->scheme, KeyScheme::rsaPss);
+    EXPECT_EQ(pss->hash, KcHashAlgo::sha384);
+    EXPECT_EQ(pss->pss.saltLength, 17);
+}
+
+TEST_F(MadeCertificates, ParametersOfTheKeysAreUnderstood) {
+    const auto read = [](const std::string& name, ASNobject& params) {
+        return params << *certificate(name).keyInfo().algorithm.parameters;
+    };
+    EcParams named;
+    ASSERT_TRUE(read("ec-named", named));
+    EXPECT_TRUE(*named.namedCurve() == OID_CURVE_P384);
+    EcParams written;
+    ASSERT_TRUE(read("ec-explicit", written));
+    EXPECT_EQ(written.namedCurve(), nullptr);
+    EXPECT_TRUE(written.chosenAs<EcDomainParams>()->fieldId.fieldType == OID_PRIME_FIELD);
+    EXPECT_EQ(written.chosenAs<EcDomainParams>()->order.magnitude().size(), 32U);
+    DsaParams dsa;
+    ASSERT_TRUE(read("dsa", dsa));
+    EXPECT_EQ(dsa.p.magnitude().size(), 128U);
+    EXPECT_EQ(dsa.q.magnitude().size(), 20U);
+}
+
+TEST_F(MadeCertificates, EveryExtensionIsDecoded) {
+    const SignedCertificate cert = certificate("rsa-all");
+    const Extensions& all = cert.extensions();
+    const auto key = cert.computeKeyIdentifierSha1Hash();
+    EXPECT_EQ(all.get<BasicConstraints>(OID_CE_BASIC_CONSTRAINTS)->pathLenConstraint->value(), 3);
+    EXPECT_TRUE(all.find(OID_CE_BASIC_CONSTRAINTS)->critical.value());
+    EXPECT_FALSE(all.find(OID_CE_EXT_KEY_USAGE)->critical.value());
+    EXPECT_EQ(cert.keyUsage()->names(), (std::vector<std::string>{"keyCertSign", "cRLSign", "decipherOnly"}));
+    EXPECT_EQ((*all.get<ExtKeyUsage>(OID_CE_EXT_KEY_USAGE))[1].text(), "1.3.6.1.4.1.32473.9.9");
+    EXPECT_EQ(cert.getKeyIdFromCert(), Bytes(key.begin(), key.end()));
+    EXPECT_EQ(cert.authorityKeyId(), Bytes(key.begin(), key.end()));
+    const auto authority = all.get<AuthorityKeyIdentifier>(OID_CE_AUTHORITY_KEY_ID);
+    EXPECT_TRUE(*(*authority->authorityCertIssuer)[0].name() == cert.subject());
+    EXPECT_EQ(authority->authorityCertSerialNumber->decimal(), cert.serialNumber().decimal());
+
+    std::string names;
+    for (const GeneralName& name : *all.get<GeneralNames>(OID_CE_SUBJECT_ALT_NAME)) names += name.text() + "\n";
+    EXPECT_EQ(names,
+              "email:jan@example.org\nDNS:example.org\nURI:http://example.org/x\nIP Address:192.0.2.7\n"
+              "IP Address:2001:db8::1\nRegistered ID:1.2.3.4\nDirName:CN=Katalog\notherName:1.2.3.4:inny\n");
+    EXPECT_EQ(cert.emails(), (std::vector<std::string>{"jan@example.org"}));
+    EXPECT_EQ((*all.get<GeneralNames>(OID_CE_ISSUER_ALT_NAME))[0].value(), "issuer.example");
+
+    const auto policies = all.get<CertificatePolicies>(OID_CE_CERTIFICATE_POLICIES);
+    EXPECT_FALSE((*policies)[0].policyQualifiers);
+    const auto& qualifiers = *(*policies)[1].policyQualifiers;
+    EXPECT_EQ(qualifiers[0].text(), "http://example.org/cps");
+    EXPECT_EQ(qualifiers[1].text(), "Tekst");
+    UserNotice notice;
+    ASSERT_TRUE(notice << qualifiers[1].qualifier);
+    EXPECT_EQ(notice.noticeRef->organization.utf8(), "Org");
+    EXPECT_EQ(notice.noticeRef->noticeNumbers[1].value(), 2);
+    EXPECT_EQ(all.get<PolicyConstraints>(OID_CE_POLICY_CONSTRAINTS)->requireExplicitPolicy->value(), 3);
+    EXPECT_EQ((*all.get<PolicyMappings>(OID_CE_POLICY_MAPPINGS))[0].subjectDomainPolicy.text(), "1.2.3.5");
+    EXPECT_EQ(all.get<ASNinteger>(OID_CE_INHIBIT_ANY_POLICY)->value(), 2);
+    const auto constraints = all.get<NameConstraints>(OID_CE_NAME_CONSTRAINTS);
+    EXPECT_EQ((*constraints->permittedSubtrees)[0].base.value(), ".example.org");
+    EXPECT_EQ((*constraints->excludedSubtrees)[0].base.value(), "10.0.0.0/255.0.0.0");
+
+    const auto points = all.get<CrlDistributionPoints>(OID_CE_CRL_DISTRIBUTION_POINTS);
+    EXPECT_EQ(points->uris(), (std::vector<std::string>{"http://example.org/ca.crl", "ldap://example.org/cn=ca"}));
+    EXPECT_EQ((*points)[0].reasons->names(), (std::vector<std::string>{"keyCompromise", "cACompromise"}));
+    EXPECT_EQ((*(*points)[0].cRLIssuer)[0].value(), "CN=Katalog");
+    EXPECT_EQ(all.get<CrlDistributionPoints>(OID_CE_FRESHEST_CRL)->uris()[0], "http://example.org/delta.crl");
+    EXPECT_EQ(all.get<InfoAccess>(OID_PE_AUTHORITY_INFO_ACCESS)->uris(OID_AD_OCSP)[0], "http://ocsp.example.org");
+    EXPECT_EQ(all.get<InfoAccess>(OID_PE_SUBJECT_INFO_ACCESS)->uris(OID_AD_CA_REPOSITORY).size(), 1U);
+    EXPECT_EQ(all.get<PrivateKeyUsagePeriod>(OID_CE_PRIVATE_KEY_USAGE_PERIOD)->notAfter->seconds(), 86400);
+    EXPECT_TRUE((*all.get<QcStatements>(OID_PE_QC_STATEMENTS))[0].statementId == OID_QCS_COMPLIANCE);
+    EXPECT_FALSE(all.get<ASNinteger>(OID_CE_KEY_USAGE)) << "of another type";
+    EXPECT_FALSE(all.get<ASNinteger>(OID_CE_CRL_NUMBER)) << "absent";
+}
+
+TEST_F(MadeCertificates, AuthoritiesAndAddresses) {
+    const std::map<std::string, bool> authorities = {{"rsa-all", true},
+                                                     {"rsa-v1", true},
+                                                     {"certtool", true},
+                                                     {"pss", false} /* keyUsage without keyCertSign */,
+                                                     {"t61", false}};
+    for (const auto& [name, authority] : authorities) EXPECT_EQ(certificate(name).isCaCrt(), authority) << name;
+    EXPECT_EQ(certificate("certtool").email(), "x@y.pl");
+    EXPECT_EQ(certificate("t61").email(), "");
+    const auto until = *certificate("long").tbs.validity.notAfter.seconds();
+    EXPECT_TRUE(certificate("long").isValidAt(until));
+    EXPECT_FALSE(certificate("long").isValidAt(until + 1));
+    EXPECT_EQ(certificate("t61").getKeyIdFromCert().size(), 20U);
+    EXPECT_TRUE(certificate("certtool").isSelfIssued());
+}
+
+TEST(DistinguishedNames, TextBothWays) {
+    const std::pair<const char*, const char*> kRows[] = {
+        {"CN=Jan Kowalski, O=Firma", "CN=Jan Kowalski, O=Firma"},
+        {" cn = a\\, b ;2.5.4.10=\"x;y\"+OU=#0C0161", "CN=a\\, b, O=x\\;y + OU=a"},
+        {"CN=\\C5\\82\\ ", "CN=ł\\ "},
+        {"CN=\\#x\\0A", "CN=\\#x\\0A"},
+        {"CN=", "CN="},
+        {"1.2.3.4=#0500", "1.2.3.4=#0500"},
+        {"", ""},
+    };
+    for (const auto& [in, out] : kRows) {
+        const auto name = DistinguishedName::fromText(in);
+        ASSERT_TRUE(name) << in;
+        EXPECT_EQ(name->text(), out);
+        EXPECT_TRUE(*DistinguishedName::fromText(name->text()) == *name);
+    }
+    for (const char* bad : {"CN", "=a", "CN=a,", "CN=a+", "CN=\"a", "CN=\"a\"b", "CN=a\\", "XX=a", "CN=#05", "CN=#0",
+                            ",CN=a", "1.2.3.=a"})
+        EXPECT_FALSE(DistinguishedName::fromText(bad)) << bad;
+    DistinguishedName made;
+    made.add(OID_AT_COUNTRY, "PL");
+    made.add(OID_PKCS9_EMAIL, "a@b");
+    made.add(OID_AT_COMMON_NAME, "Ł");
+    EXPECT_EQ(toHex(made.encoded()),
+              "302E310B300906035504061302504C3112301006092A864886F70D010901160361406231"
+              "0B300906035504030C02C581" +
+                  std::string());
+    EXPECT_EQ(made.find(OID_PKCS9_EMAIL), "a@b");
+    EXPECT_EQ(made.find(OID_AT_ORGANIZATION), std::nullopt);
+}
+
+TEST(DistinguishedNames, CompareByTheirNormalisedForm) {
+    const auto name = [](const char* text) { return *DistinguishedName::fromText(text); };
+    EXPECT_EQ(name("CN=\\ Jan  KOWALSKI \\ , O=x").normalize().text(), "CN=jan kowalski, O=x");
+    EXPECT_TRUE(name("CN=Jan  Kowalski") == name("cn=JAN KOWALSKI"));
+    EXPECT_TRUE(name("CN=#1E06004A0061006E") == name("CN=jan")) << "another string type";
+    EXPECT_TRUE(name("CN=a+OU=b") == name("OU=B+CN=A")) << "a set has no order";
+    EXPECT_FALSE(name("CN=a, OU=b") == name("OU=b, CN=a"));
+    EXPECT_FALSE(name("CN=Ł") == name("CN=ł")) << "only ASCII letters fold";
+    EXPECT_FALSE(name("CN=a") == name("CN=a, O=b"));
+    const DistinguishedName normal = name("CN=A  B").normalize();
+    EXPECT_EQ(normal.encoded(), normal.normalize().encoded());
+    EXPECT_EQ(normal[0][0].value.getTag(), ASN_TAG_UTF8);
+}
+
+TEST(DistinguishedNames, LinesForAScreen) {
+    const auto name = *DistinguishedName::fromText("CN=Łoś\\1B[2J, O=α");
+    const std::pair<DnDisplay, const char*> kRows[] = {{{true, false}, "CN=Łoś\\1B[2J"},
+                                                       {{false, false}, "CN=\xA3o\x9C\\1B[2J"},
+                                                       {{true, true}, "CN=\\C5\\81o\\C5\\9B\\1B[2J"},
+                                                       {{false, true}, "CN=\\C5\\81o\\C5\\9B\\1B[2J"}};
+    for (const auto& [display, line] : kRows) EXPECT_EQ(name.lines(display).at(0), line);
+    EXPECT_EQ(name.lines({false, false}).at(1), "O=?");
+    EXPECT_EQ(displayText("a\u202Eb\u0085", {}), "a\\E2\\80\\AEb\\C2\\85");
+}
+
+TEST(SignAlgorithms, EveryRowGoesBothWays) {
+    size_t rows = 0;
+    for (const SignAlgo& row : signAlgoMap()) {
+        const auto identifier = signAlgorithm(row.scheme, row.hash);
+        EXPECT_EQ(identifier.has_value(), row.scheme != KeyScheme::none && isHash(row.hash)) << row.name;
+        EXPECT_NE(ASNobjectId::fromText(row.oid)->name(), row.oid) << "has a name";
+        if (!identifier) continue;
+        ++rows;
+        AlgorithmIdentifier back;
+        ASSERT_TRUE(back.readExactly(identifier->encoded()));
+        const auto read = readSignAlgorithm(back);
+        ASSERT_TRUE(read) << row.name;
+        EXPECT_EQ(read->scheme, row.scheme) << row.name;
+        EXPECT_EQ(read->hash, row.hash) << row.name;
+        EXPECT_EQ(signAlgorithmName(back), row.name);
+    }
+    EXPECT_EQ(rows, 31U);
+    EXPECT_EQ(toHex(signAlgorithm(KeyScheme::rsaPss, KcHashAlgo::sha1)->encoded()), "300D06092A864886F70D01010A3000");
+    EXPECT_EQ(toHex(signAlgorithm(KeyScheme::rsa, KcHashAlgo::sha1)->encoded()), "300D06092A864886F70D0101050500");
+    EXPECT_EQ(toHex(signAlgorithm(KeyScheme::ecdsa, KcHashAlgo::sha1)->encoded()), "300906072A8648CE3D0401");
+    EXPECT_FALSE(readSignAlgorithm(AlgorithmIdentifier(OID_RSA_PSS))) << "PSS without parameters";
+    EXPECT_FALSE(readSignAlgorithm(AlgorithmIdentifier(OID_RSA_ENC)));
+}
+
+TEST(SmallStructures, PolicyNoteKeepsItsZeroOctet) {
+    const PolicyIdAndNote policy(*ASNobjectId::fromText("1.2.3"), "Ala");
+    EXPECT_EQ(toHex(policy.encoded()), "300A06022A030404416C6100");
+    EXPECT_EQ(policy.noteText(), "Ala");
+    PolicyIdAndNote bare;
+    ASSERT_TRUE(bare.readExactly(policy.encoded()));
+    bare.note.build(std::string_view("Bez"));
+    EXPECT_EQ(bare.noteText(), "Bez");
+}
+
+TEST(SmallStructures, TimeTakesTheTypeThatItsYearAsksFor) {
+    const std::pair<int64_t, const char*> kRows[] = {{2524607999, "491231235959Z"},
+                                                     {2524608000, "20500101000000Z"},
+                                                     {-631152001, "19491231235959Z"},
+                                                     {INT64_MAX / 2, "99991231235959Z"}};
+    for (const auto& [seconds, text] : kRows) EXPECT_EQ(Time(seconds).chosenAs<ASNtimeString>()->text(), text);
+    EXPECT_EQ(Time().seconds(), std::nullopt);
 }
 
 }  // namespace
