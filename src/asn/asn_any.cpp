@@ -85,11 +85,17 @@ void ASNany::build(const ASNobject& value) {
 }
 
 ByteView ASNany::getMemory() const {
-    if (!keptEncoding().empty()) return keptEncoding();
-    if (memory_.empty()) {
-        MemoryFile file;
-        if (write(&file)) memory_.assign(file.written());
+    ByteView kept = keptEncoding();
+    if (!kept.empty() && isExplicit()) {
+        MemoryFile outer(kept.subspan(1));
+        long length = 0;
+        kept = kept.subspan(1 + size_t(read_length(outer, length)));
+        if (length < 0) kept = kept.first(kept.size() - 2);
     }
+    if (!kept.empty()) return kept;
+    MemoryFile file;
+    if (memory_.empty() && isSet() && writeHeader(file, lenOfBody()) && write_contents(&file))
+        memory_.assign(file.written());
     return memory_.view();
 }
 

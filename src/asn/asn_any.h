@@ -35,7 +35,9 @@ class ASNany : public ASNprimitive {
 
     /// Whether it holds an element at all.
     [[nodiscard]] bool isSet() const { return tag_ != ASN_TAG_ANY; }
-    /// The whole encoding; valid until the object changes.
+    /// Identifier octet of the value itself, whatever explicit tag stands around it.
+    [[nodiscard]] unsigned char valueTag() const { return tag_; }
+    /// The value's whole encoding, without an explicit tag around it; valid until the object changes.
     [[nodiscard]] ByteView getMemory() const;
     /// Reads a typed object from the value, in the given mode: with ASN_FLAG_CONST it refers to the octets held here.
     [[nodiscard]] bool decode(ASNobject& value, unsigned char f = 0) const { return value.readExactly(getMemory(), f); }

@@ -326,7 +326,8 @@ long ASNobject::read_ndfl_contents(GenericFile*, long) {
 }
 
 long ASNobject::readAny(const ASNany* any) {
-    return readExactly(any->getMemory(), 0) ? any->getLength() : 0;
+    const ByteView value = any->getMemory();
+    return readExactly(value) ? long(value.size()) : 0;
 }
 
 long ASNobject::getLength() const {

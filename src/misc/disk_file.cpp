@@ -1,9 +1,8 @@
 #include "misc/disk_file.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
+
+#include "misc/file_ops.h"
 
 namespace crv {
 
@@ -23,7 +22,7 @@ auto retryInterrupted(Call call) {
 
 DiskFile::DiskFile(const std::string& path, Mode mode) {
     const int flags = mode == Mode::read ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
-    descriptor_ = retryInterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, 0666); });
+    descriptor_ = retryInterrupted([&] { return fileOps().open(path, flags | O_CLOEXEC, 0666); });
     if (descriptor_ < 0) error_ = errno;
 }
 
@@ -37,13 +36,19 @@ bool DiskFile::fail() {
 }
 
 long DiskFile::readSome(uint8_t* out, size_t count) {
-    const ssize_t got = retryInterrupted([&] { return ::read(descriptor_, out, count); });
+    const ssize_t got = retryInterrupted([&] {
+        return sought_ ? fileOps().pread(descriptor_, out, count, filePosition_)
+                       : fileOps().read(descriptor_, out, count);
+    });
     if (got < 0) fail();
+    if (got > 0) filePosition_ += got;
     return got;
 }
 
 bool DiskFile::seek(long position) {
-    if (::lseek(descriptor_, position, SEEK_SET) < 0) return fail();
+    if (position < 0) return false;
+    sought_ = true;
+    filePosition_ = position;
     dropBuffer(position);
     return true;
 }
@@ -56,7 +61,7 @@ bool DiskFile::write(ByteView octets) {
 bool DiskFile::flush() {
     ByteView rest = pending_;
     while (!rest.empty() && error_ == 0) {
-        const ssize_t put = retryInterrupted([&] { return ::write(descriptor_, rest.data(), rest.size()); });
+        const ssize_t put = retryInterrupted([&] { return fileOps().write(descriptor_, rest.data(), rest.size()); });
         if (put < 0) return fail();
         rest = rest.subspan(size_t(put));
     }
@@ -67,7 +72,7 @@ bool DiskFile::flush() {
 bool DiskFile::close() {
     if (!isOpen()) return false;
     const bool written = flush();
-    if (::close(descriptor_) < 0) fail();
+    if (fileOps().close(descriptor_) < 0) fail();
     descriptor_ = -1;
     return written && error_ == 0;
 }

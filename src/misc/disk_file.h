@@ -21,6 +21,7 @@ class DiskFile final : public BufferedFile {
     /// errno of the first failed operation, 0 when there was none.
     [[nodiscard]] int error() const { return error_; }
 
+    /// From then on the file is read by position, which a pipe cannot do.
     [[nodiscard]] bool seek(long position) override;
     [[nodiscard]] bool write(ByteView octets) override;
     /// Writes what is buffered and closes; false when any octet could not be written.
@@ -33,6 +34,8 @@ class DiskFile final : public BufferedFile {
 
     int descriptor_ = -1;
     int error_ = 0;
+    bool sought_ = false;
+    long filePosition_ = 0;  // of the next octet to be read into the buffer
     Bytes pending_;
 };
 

@@ -228,6 +228,15 @@ TEST(AsnFramework, OpenValueTakesAnyTagAgain) {
     built.build(0x04, "ab", 2);
     EXPECT_EQ(toBytes(built.getMemory()), hex("04026162"));
     EXPECT_FALSE(any == built);
+    Explicit<0, ASNany> tagged;
+    for (const char* octets : {"A003 020105", "A080 020105 0000"})
+        for (const unsigned char mode : kModes) {
+            const Bytes input = hex(octets);
+            ASNinteger five;
+            ASSERT_TRUE(tagged.readExactly(input, mode));
+            EXPECT_TRUE(five << tagged) << "the value is what stands inside the tag";
+            EXPECT_EQ(tagged.valueTag(), 2);
+        }
     any = ASNany();
     any = built;
     EXPECT_TRUE(any == built);

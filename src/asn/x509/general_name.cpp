@@ -26,7 +26,7 @@ std::string ipText(ByteView octets) {
 }
 
 std::string otherNameText(const OtherName& other) {
-    const unsigned char tag = other.value.contents().empty() ? 0 : ASNany(other.value).getMemory()[0];
+    const unsigned char tag = other.value.valueTag();
     return other.typeId.name() + ":" +
            (isStringTag(tag) ? stringToUtf8(tag, other.value.contents()) : toHex(other.value.contents()));
 }

@@ -1,0 +1,173 @@
+#include <gtest/gtest.h>
+
+#include "misc/base64_file.h"
+#include "misc/disk_file.h"
+#include "misc/file_ops.h"
+#include "misc/memory_file.h"
+#include "misc/typed_pointer_list.h"
+#include "support/temp_dir.h"
+
+namespace crv {
+namespace {
+
+using test::readFile;
+using test::TempDir;
+using test::writeFile;
+
+std::string readAll(GenericFile& in) {
+    std::string out;
+    int octet = in.get();
+    for (; octet >= 0; octet = in.get()) out += char(octet);
+    return octet == GenericFile::kFailed ? out + "<failed>" : out;
+}
+
+/// Hands out one octet a call, whatever is asked for.
+class SlowOps : public FileOps {
+  public:
+    ssize_t read(int fd, void* buffer, size_t size) override {
+        if (interrupt_) {
+            interrupt_ = false;
+            errno = EINTR;
+            return -1;
+        }
+        interrupt_ = true;
+        return FileOps::read(fd, buffer, size > 1 ? 1 : size);
+    }
+    ssize_t write(int fd, const void* data, size_t size) override {
+        if (room == 0) {
+            errno = ENOSPC;
+            return -1;
+        }
+        --room;
+        return FileOps::write(fd, data, size > 1 ? 1 : size);
+    }
+    size_t room = SIZE_MAX;
+
+  private:
+    bool interrupt_ = true;
+};
+
+TEST(GenericFiles, DiskFileSurvivesShortCallsAndTellsFailures) {
+    TempDir dir;
+    SlowOps ops;
+    const ScopedFileOps scope(ops);
+    {
+        DiskFile out(dir.file("a"), DiskFile::Mode::write);
+        ASSERT_TRUE(out.write(asBytes("abc")) && out.write(asBytes("def")) && out.close());
+    }
+    DiskFile in(dir.file("a"), DiskFile::Mode::read);
+    EXPECT_TRUE(in.lookAhead(4));
+    EXPECT_EQ(asText(in.window()).substr(0, 4), "abcd");
+    EXPECT_EQ(in.skip(2), 2);
+    EXPECT_EQ(in.position(), 2);
+    EXPECT_EQ(readAll(in), "cdef");
+    EXPECT_EQ(in.skip(1), 0);
+    EXPECT_TRUE(in.seek(4));
+    EXPECT_EQ(in.position(), 4);
+    EXPECT_EQ(readAll(in), "ef");
+    EXPECT_FALSE(in.write(asBytes("x")) && in.close()) << "opened for reading";
+
+    ops.room = 2;
+    DiskFile full(dir.file("b"), DiskFile::Mode::write);
+    EXPECT_FALSE(full.write(asBytes("abc")) && full.close());
+    EXPECT_EQ(full.error(), ENOSPC);
+    DiskFile none(dir.file("none"), DiskFile::Mode::read);
+    EXPECT_FALSE(none.isOpen());
+    EXPECT_EQ(none.error(), ENOENT);
+    DiskFile folder(dir.path().string(), DiskFile::Mode::read);
+    EXPECT_EQ(readAll(folder), "<failed>");
+}
+
+TEST(GenericFiles, LookAheadCrossesTheEndOfABuffer) {
+    TempDir dir;
+    std::string octets(100000, 'a');
+    for (size_t i = 0; i < octets.size(); ++i) octets[i] = char('a' + i % 26);
+    writeFile(dir.file("big"), octets);
+    DiskFile in(dir.file("big"), DiskFile::Mode::read);
+    for (long at = 0; at < 100000; at += 7) {
+        if (at + 7 > 100000) break;
+        ASSERT_TRUE(in.lookAhead(7));
+        ASSERT_EQ(in.position(), at);
+        ASSERT_EQ(asText(in.window().first(7)), octets.substr(size_t(at), 7));
+        in.consume(7);
+    }
+}
+
+TEST(GenericFiles, SubRangeEndsWhereItShould) {
+    TempDir dir;
+    writeFile(dir.file("a"), "0123456789");
+    DiskFile disk(dir.file("a"), DiskFile::Mode::read);
+    MemoryFile memory(asBytes("0123456789"));
+    for (GenericFile* whole : std::initializer_list<GenericFile*>{&disk, &memory}) {
+        ASSERT_EQ(whole->skip(2), 2);
+        SubRangeFile range(*whole, 5);
+        EXPECT_TRUE(range.lookAhead(3));
+        EXPECT_EQ(readAll(range), "23456");
+        SubRangeFile beyond(*whole, 50);
+        EXPECT_EQ(readAll(beyond), "789");
+        EXPECT_EQ(range.inMemory(), whole == &memory);
+    }
+    EXPECT_TRUE(memory.seek(9));
+    EXPECT_EQ(readAll(memory), "9");
+    EXPECT_FALSE(memory.seek(11));
+    uint8_t room[3];
+    SpanFile span(room);
+    EXPECT_TRUE(span.write(asBytes("ab")));
+    EXPECT_FALSE(span.write(asBytes("cd")));
+    EXPECT_EQ(span.size(), 2U);
+}
+
+TEST(Base64, BothWaysAndEveryMalformedText) {
+    const std::pair<const char*, const char*> kRows[] = {
+        {"", ""}, {"f", "Zg=="}, {"fo", "Zm8="}, {"foo", "Zm9v"}, {"foob", "Zm9vYg=="}, {"\xFF\xFE\xFD", "//79"}};
+    for (const auto& [plain, coded] : kRows) {
+        EXPECT_EQ(toBase64(asBytes(plain)), coded);
+        const auto back = fromBase64(coded);
+        ASSERT_TRUE(back) << coded;
+        EXPECT_EQ(asText(*back), plain);
+    }
+    EXPECT_EQ(asText(*fromBase64(" Zm\r\n9v\t")), "foo");
+    for (const char* bad : {"Z", "Zg", "Zg=", "Zg===", "Z===", "Zg=v", "Zg==Zg==", "Zm9v!", "Zm-v", "===="})
+        EXPECT_FALSE(fromBase64(bad)) << bad;
+}
+
+TEST(Base64, PemBlocksOneAfterAnother) {
+    const std::string octets(100, 'x');
+    const std::string one = toPem("A B", asBytes(octets));
+    EXPECT_EQ(one.substr(0, 18), "-----BEGIN A B----");
+    EXPECT_EQ(one.find('\n', 20), 20U + 64) << one;
+    const std::string both = "text\r\n" + one + "between\n-----BEGIN C-----\r\nZg==\r\n-----END C-----";
+    MemoryFile source(asBytes(both));
+    std::vector<std::string> found;
+    for (;;) {
+        Base64Reader block(source, Base64Armour::pem);
+        if (!block.findBlock()) break;
+        found.push_back(block.label() + ":" + readAll(block));
+    }
+    EXPECT_EQ(found, (std::vector<std::string>{"A B:" + octets, "C:f"}));
+    std::string label;
+    EXPECT_TRUE(fromPem(one, &label));
+    EXPECT_EQ(label, "A B");
+    for (const char* bad : {"", "-----BEGIN A-----\nZg==\n", "-----BEGIN A-----\nZg==\n-----END B-----\n",
+                            "-----BEGIN A-----\nZg=\n-----END A-----\n", "-----BEGIN A-----"})
+        EXPECT_FALSE(fromPem(bad)) << bad;
+}
+
+TEST(TypedPointerLists, OwnTheirElementsAndCopyThem) {
+    TypedPointerList<std::string> list;
+    std::string& first = list.emplace("a");
+    for (int i = 0; i < 100; ++i) list.emplace("b");
+    EXPECT_EQ(&first, &list[0]) << "elements keep their address";
+    TypedPointerList<std::string> copy = list;
+    copy[0] = "c";
+    EXPECT_EQ(list[0], "a");
+    copy.insert(1, std::make_unique<std::string>("d"));
+    EXPECT_EQ(*copy.remove(0), "c");
+    EXPECT_EQ(*copy.begin(), "d");
+    EXPECT_EQ(copy.size(), 101U);
+    copy = copy;  // NOLINT: self-assignment is what is tested
+    EXPECT_EQ(std::count(copy.begin(), copy.end(), "b"), 100);
+}
+
+}  // namespace
+}  // namespace crv
