@@ -19,10 +19,11 @@ function(crv_program name)
   target_link_libraries(${name} PRIVATE ${ARG_LINK} crv_options)
 endfunction()
 
-# crv_test(<folder> LINK libraries... [TIMEOUT seconds]): GoogleTest program test_<folder> of every .cpp in the current
-# folder, a ctest test a case. Cases of suites named Slow* carry the label "slow".
+# crv_test(<folder> LINK libraries... [TIMEOUT seconds] [CASES]): GoogleTest program test_<folder> of every .cpp in the
+# current folder. One ctest test runs all its cases, so that they share costly fixtures; with CASES each case is a test,
+# for cases that mostly wait. Cases of suites named Slow* are always tests of their own and carry the label "slow".
 function(crv_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "LINK" ${ARGN})
+  cmake_parse_arguments(ARG "CASES" "TIMEOUT" "LINK" ${ARGN})
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 120)
   endif()
@@ -32,7 +33,12 @@ function(crv_test name)
   target_compile_definitions(test_${name} PRIVATE CRV_TEST_DATA="${CMAKE_CURRENT_SOURCE_DIR}/data"
     CRV_BIN_DIR="${CMAKE_RUNTIME_OUTPUT_DIRECTORY}" CRV_SOURCE_DIR="${CMAKE_SOURCE_DIR}")
   target_link_libraries(test_${name} PRIVATE ${ARG_LINK} crv_test_support GTest::gmock_main crv_options)
-  gtest_discover_tests(test_${name} TEST_FILTER "-Slow*" DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+  if(NOT ARG_CASES)
+    add_test(NAME ${name} COMMAND test_${name} --gtest_brief=1 --gtest_filter=-Slow*)
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+  else()
+    gtest_discover_tests(test_${name} TEST_FILTER "-Slow*" DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${ARG_TIMEOUT})
+  endif()
   gtest_discover_tests(test_${name} TEST_FILTER "Slow*" DISCOVERY_MODE PRE_TEST
     TEST_LIST test_${name}_SLOW PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS slow)
 endfunction()
