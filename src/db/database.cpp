@@ -38,7 +38,33 @@ int DataBase::open(const std::string& name) {
     return dbOk;
 }
 
+void DataBase::beginBatch() {
+    VTEST(lock_ != nullptr, "src/db/database");
+    deferWrites(true);
+}
+
+void DataBase::deferWrites(bool on) {
+    index_.deferWrites(on);
+    data_.deferWrites(on);
+    deferred_ = on;
+}
+
+int DataBase::flush() {
+    error_ = Error::none;
+    if (data_.flush() != dbOk) return fail(Error::data);
+    return index_.flush() == dbOk ? dbOk : fail(Error::index);
+}
+
+int DataBase::endBatch() {
+    if (!deferred_) return dbOk;
+    deferWrites(false);
+    const int answer = flush();
+    if (answer != dbOk && lock_ != nullptr) lock_->spoil();
+    return answer;
+}
+
 void DataBase::close() {
+    (void)endBatch();
     index_.close();
     data_.close();
 }
@@ -54,11 +80,11 @@ int DataBase::insert(std::span<const std::string_view> keys, ByteView body, int6
     if (!beginChange()) return fail(Error::data);
     const int64_t inserted = data_.insert(keys, body);
     if (inserted == 0) {
-        if (lock_ != nullptr && data_.tornTail()) lock_->spoil();
+        if (lock_ != nullptr && (data_.tornTail() || deferred_)) lock_->spoil();
         return fail(Error::data);
     }
     if (index_.insert(keys, inserted) != dbOk) {
-        const bool undone = data_.remove(inserted) == dbOk && !index_.halfWritten() && !index_.tornTail();
+        const bool undone = data_.remove(inserted) == dbOk && !index_.halfWritten() && !index_.tornTail() && !deferred_;
         if (lock_ != nullptr && !undone) lock_->spoil();
         return fail(Error::index);
     }
@@ -216,7 +242,7 @@ int DataBase::setRec(int64_t recNo) {
 }
 
 int DataBase::sync() {
-    error_ = Error::none;
+    if (endBatch() != dbOk) return dbError;
     if (!index_.sync()) return fail(Error::index);
     return data_.sync() ? dbOk : fail(Error::data);
 }

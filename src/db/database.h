@@ -31,7 +31,15 @@ class DataBase {
     [[nodiscard]] int create(const std::string& name, int idxNumb, const IndexDesc* descs);
     /// Opens both files, the cursors at the top, index 0 selected. Nothing to do for an open table.
     [[nodiscard]] int open(const std::string& name);
+    /// Ends the use, and a batch.
     void close();
+    /// From now to endBatch() or close(), insertions keep records and changed index pages in memory and write them in
+    /// large pieces: many at a time are several times faster. What was inserted is there when endBatch() has returned;
+    /// should the process die before, the mark says that the indexes must be made anew. Needs a bound lock, which is
+    /// held exclusively until then. A failure spoils the lock.
+    void beginBatch();
+    /// Writes a batch down and ends it.
+    [[nodiscard]] int endBatch();
     [[nodiscard]] bool isOpen() const { return index_.isOpen() && data_.isOpen(); }
     void selectIndex(int idx) { index_.selectIndex(idx); }
 
@@ -55,7 +63,7 @@ class DataBase {
     /// Puts the cursor on the record; dbError when it is deleted, cannot be read or is not found by its key.
     [[nodiscard]] int setRec(int64_t recNo);
 
-    /// Waits until the disk has what was written.
+    /// Waits until the disk has what was written (ends a batch first).
     [[nodiscard]] int sync();
 
     /// Compacts the table of that name: live records are copied to files whose name ends in "#", which then take the
@@ -66,6 +74,9 @@ class DataBase {
     [[nodiscard]] bool isOutOfMemory() const;
     [[nodiscard]] IndexFile& indexFile() { return index_; }
     [[nodiscard]] DataFile& dataFile() { return data_; }
+    /// The same for files that count only when they are complete, without a mark: until flush().
+    void deferWrites(bool on);
+    [[nodiscard]] int flush();
 
   private:
     int fail(Error error);
@@ -81,6 +92,7 @@ class DataBase {
     DataFile data_;
     DbLock* lock_ = nullptr;
     Error error_ = Error::none;
+    bool deferred_ = false;
     enum class Place : char { atTop, set, none };  // atTop: not looked up yet
     std::array<Place, MAX_INDEX> places_{};
 };

@@ -15,6 +15,8 @@ namespace {
 constexpr const char* place = "src/db/datafile";
 /// Most records fit into one read of this size.
 constexpr size_t readAhead = 4096;
+/// Deferred records are written when there are that many octets of them.
+constexpr size_t pendingLimit = 256 * 1024;
 
 }  // namespace
 
@@ -78,29 +80,59 @@ std::array<uint8_t, recordHead> DataFile::encodeHead(const RecordHead& head) {
     return octets;
 }
 
+void DataFile::close() {
+    pending_.clear();
+    park();
+}
+
+int DataFile::flush() {
+    if (pending_.empty()) return dbOk;
+    const bool done = append(pending_) >= 0;
+    pending_.clear();
+    return done ? dbOk : dbError;
+}
+
+/// Sees to it that the record is in the file, if it is one of this file's.
+bool DataFile::written(int64_t recNo) {
+    if (recNo < static_cast<int64_t>(data_format::headSize)) return setStatus(FileStatus::badMagic), false;
+    return recNo < length() || flush() == dbOk;
+}
+
 bool DataFile::readHead(int64_t recNo, RecordHead& head) {
     std::array<uint8_t, recordHead> octets;
-    if (recNo < static_cast<int64_t>(data_format::headSize)) return setStatus(FileStatus::badMagic), false;
+    if (!written(recNo)) return false;
     if (!readAt(recNo, octets.data(), octets.size())) return false;
     return decodeHead(octets.data(), recNo, head) || (setStatus(FileStatus::badMagic), false);
 }
 
+bool DataFile::keysFit(std::span<const std::string_view> keys) const {
+    if (keys.size() != static_cast<size_t>(numIdx_)) return false;
+    for (int i = 0; i < numIdx_; ++i) {
+        if (keyText(keys[i]).size() >= static_cast<size_t>(descs_[i].keyLen)) return false;
+    }
+    return true;
+}
+
 int64_t DataFile::insert(std::span<const std::string_view> keys, ByteView body) {
     if (!isOpen()) return setStatus(FileStatus::notOpen), 0;
-    if (keys.size() != static_cast<size_t>(numIdx_)) return 0;
+    if (!keysFit(keys)) return 0;
     try {
         const auto size = static_cast<int64_t>(body.size());
         const auto head = encodeHead({false, size, size});
-        scratch_.assign(static_cast<size_t>(recordSize(size)), 0);
-        uint8_t* to = std::copy(head.begin(), head.end(), scratch_.data());
-        for (int i = 0; i < numIdx_; to += descs_[i++].keyLen) {
+        const auto before = static_cast<int64_t>(pending_.size());
+        pending_.reserve(deferred_ ? pendingLimit : 0);
+        pending_.insert(pending_.end(), head.begin(), head.end());
+        for (int i = 0; i < numIdx_; ++i) {
             const std::string_view key = keyText(keys[i]);
-            if (key.size() >= static_cast<size_t>(descs_[i].keyLen)) return 0;
-            std::copy(key.begin(), key.end(), to);
+            pending_.insert(pending_.end(), key.begin(), key.end());
+            pending_.resize(pending_.size() + static_cast<size_t>(descs_[i].keyLen) - key.size());
         }
-        std::copy(body.begin(), body.end(), to);
-        return std::max<int64_t>(append(scratch_), 0);
+        pending_.insert(pending_.end(), body.begin(), body.end());
+        const int64_t recNo = length() + before;
+        const bool wait = deferred_ && pending_.size() < pendingLimit;
+        return wait || flush() == dbOk ? recNo : 0;
     } catch (const std::bad_alloc&) {
+        pending_.clear();
         return setStatus(FileStatus::noMemory), 0;
     }
 }
@@ -117,7 +149,7 @@ int DataFile::update(int64_t recNo, ByteView body) {
 }
 
 int DataFile::data(int64_t recNo, TableRecord& record, bool includeDeleted) {
-    if (recNo < static_cast<int64_t>(data_format::headSize)) return setStatus(FileStatus::badMagic), dbError;
+    if (!written(recNo)) return dbError;
     try {
         scratch_.resize(std::max(scratch_.size(), readAhead));
         const ssize_t have = readSome(recNo, scratch_.data(), readAhead);
@@ -157,6 +189,7 @@ int DataFile::remove(int64_t recNo) {
 
 int DataFile::top(int64_t& recNo) {
     if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
+    if (flush() != dbOk) return dbError;
     if (length() <= static_cast<int64_t>(data_format::headSize)) return dbNoRecord;
     recNo = static_cast<int64_t>(data_format::headSize);
     return dbOk;
@@ -166,6 +199,7 @@ int DataFile::next(int64_t recNo, int64_t& following) {
     RecordHead head;
     if (!readHead(recNo, head)) return dbError;
     const int64_t after = recNo + recordSize(head.capacity);
+    if (flush() != dbOk) return dbError;
     if (after >= length()) return dbNoRecord;
     following = after;
     return dbOk;

@@ -25,8 +25,12 @@ class DataFile : public File {
     /// Writes the header and closes. More than MAX_INDEX descriptions fail an assertion.
     [[nodiscard]] int create(const std::string& path, int idxNumb, const IndexDesc* descs);
     [[nodiscard]] int open(const std::string& path);
-    /// Ends the use; the descriptor stays for the next open().
-    void close() { park(); }
+    /// Ends the use; the descriptor stays for the next open(). Records not yet flushed are lost.
+    void close();
+    /// While on, inserted records stay in memory and are written in large pieces, by flush(), and before one of them is
+    /// read. A failure to write loses all that are in memory.
+    void deferWrites(bool on) { deferred_ = on; }
+    [[nodiscard]] int flush();
 
     /// Appends a record; answers its number, or 0. Each key must be shorter than its slot.
     [[nodiscard]] int64_t insert(std::span<const std::string_view> keys, ByteView body);
@@ -57,11 +61,15 @@ class DataFile : public File {
   private:
     [[nodiscard]] bool readHead(int64_t recNo, RecordHead& head);
     [[nodiscard]] bool parseHeader(const uint8_t* octets);
+    [[nodiscard]] bool keysFit(std::span<const std::string_view> keys) const;
+    [[nodiscard]] bool written(int64_t recNo);
 
     int numIdx_ = 0;
     std::array<IndexDesc, MAX_INDEX> descs_{};
     int64_t keyOctets_ = 0;
     Bytes scratch_;
+    Bytes pending_;  // records that belong behind the end of the file
+    bool deferred_ = false;
 };
 
 }  // namespace crv

@@ -63,7 +63,7 @@ class Page {
 class PageCache {
   public:
     static constexpr size_t minCapacity = 256;
-    static constexpr size_t memory = size_t{2} << 20;  ///< octets of pages kept, roughly
+    static constexpr size_t memory = size_t{4} << 20;  ///< octets of pages kept, roughly
 
     void setPageSize(size_t largest) { capacity_ = std::max(minCapacity, memory / std::max<size_t>(largest, 1)); }
     [[nodiscard]] size_t capacity() const { return capacity_; }

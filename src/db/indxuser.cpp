@@ -62,7 +62,7 @@ int IndexFile::open(const std::string& path) {
 }
 
 void IndexFile::close() {
-    if (isOpen() && !dirty_.empty() && flush() != dbOk) setStatus(FileStatus::ioFailure);
+    if (!dirty_.empty()) forgetChanges();
     park();
 }
 
@@ -249,7 +249,7 @@ int IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo) {
         bool done = true;
         for (int i = 0; done && i < numIdx_; ++i) done = insertInto(indexes_[i], keyText(keys[i]), recNo);
         ++insertions_;
-        const bool wait = deferred_ && dirty_.size() < cache_.capacity() / 2;
+        const bool wait = deferred_ && dirty_.size() < cache_.capacity() / 4 * 3;
         if (done && (wait || writeChanges())) return dbOk;
     } catch (const std::bad_alloc&) {
         setStatus(FileStatus::noMemory);
@@ -262,26 +262,26 @@ int IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo) {
 }
 
 int IndexFile::flush() {
+    if (halfWritten_) return bad();
+    if (dirty_.empty()) return dbOk;
     return writeChanges() ? dbOk : dbError;
 }
 
 /// New pages go first, in one piece that is taken back when the disk is full: until then nothing has changed.
 bool IndexFile::writeChanges() {
-    Bytes fresh;
-    for (const int64_t position : dirty_) {
-        const Page& page = *cache_.find(position);
-        if (!page.isNew) continue;
-        fresh.resize(fresh.size() + static_cast<size_t>(page.desc.pageSize));
-        page.encode(fresh.data() + fresh.size() - page.desc.pageSize);
-    }
-    if (!fresh.empty() && append(fresh) < 0) return false;
+    std::sort(dirty_.begin(), dirty_.end());
+    const auto isOld = [&](int64_t position) { return !cache_.find(position)->isNew; };
+    const auto fresh = std::partition_point(dirty_.begin(), dirty_.end(), isOld);
+    scratch_.clear();
+    for (auto it = fresh; it != dirty_.end(); ++it) addToScratch(*it);
+    if (!scratch_.empty() && append(scratch_) < 0) return false;
     halfWritten_ = true;
-    for (const int64_t position : dirty_) {
-        const Page& page = *cache_.find(position);
-        if (page.isNew) continue;
-        scratch_.resize(static_cast<size_t>(page.desc.pageSize));
-        page.encode(scratch_.data());
-        if (!writeAt(position, scratch_)) return false;
+    for (auto it = dirty_.begin(); it != fresh;) {
+        // Pages that lie side by side are written together.
+        const int64_t start = *it;
+        scratch_.clear();
+        while (it != fresh && *it == start + static_cast<int64_t>(scratch_.size())) addToScratch(*it++);
+        if (!writeAt(start, scratch_)) return false;
     }
     const Head head = encodeHead();
     if (!writeAt(0, head)) return false;
@@ -294,6 +294,12 @@ bool IndexFile::writeChanges() {
     }
     dirty_.clear();
     return true;
+}
+
+void IndexFile::addToScratch(int64_t position) {
+    const Page& page = *cache_.find(position);
+    scratch_.resize(scratch_.size() + static_cast<size_t>(page.desc.pageSize));
+    page.encode(scratch_.data() + scratch_.size() - page.desc.pageSize);
 }
 
 void IndexFile::forgetChanges() {

@@ -25,7 +25,7 @@ class IndexFile : public File {
     /// Makes the file with empty indexes and closes it. More than MAX_INDEX descriptions fail an assertion.
     [[nodiscard]] int create(const std::string& path, int idxNumb, const IndexDesc* descs);
     [[nodiscard]] int open(const std::string& path);
-    /// Ends the use; descriptor and pages stay for the next open().
+    /// Ends the use; descriptor and pages stay for the next open(). Changes not yet flushed are lost.
     void close();
     /// Forgets the kept descriptor and pages too.
     void drop();
@@ -57,7 +57,7 @@ class IndexFile : public File {
     /// True after a write that failed when some pages were already changed: the file must be made anew.
     [[nodiscard]] bool halfWritten() const { return halfWritten_; }
     /// While on, changed pages stay in memory and are written in large steps and by flush(). For files that count
-    /// only when they are complete.
+    /// only when they are complete, and for changes under a mark. A failure while on loses all that was not written.
     void deferWrites(bool on) { deferred_ = on; }
     [[nodiscard]] int flush();
 
@@ -99,6 +99,7 @@ class IndexFile : public File {
     [[nodiscard]] bool splitUpwards(Index& index, std::vector<Step>& path);
     void growRoot(Index& index, const Page& left, std::string_view key, Page::Entry separator);
     [[nodiscard]] bool writeChanges();
+    void addToScratch(int64_t position);
     void forgetChanges();
     [[nodiscard]] int land(int64_t page, bool atEnd);
     int bad();

@@ -9,6 +9,7 @@
 #include "db/data_scan.h"
 #include "db/indxuser.h"
 #include "db/table_rebuild.h"
+#include "misc/file_ops.h"
 #include "misc/logger.h"
 #include "misc/whole_file.h"
 
@@ -53,6 +54,8 @@ class IndexMaker {
         return index_.flush() == dbOk && index_.sync() && (!copied_ || data_.sync());
     }
     [[nodiscard]] int lost() const { return lost_; }
+    /// The failure was one of writing the new index.
+    [[nodiscard]] bool noRoom() const { return index_.status() == FileStatus::ioFailure; }
 
   private:
     /// more: the file was changed, and the walk begins again behind the records done.
@@ -140,8 +143,16 @@ bool remakeIndexes(const std::string& name, MendExtent extent, int& lost) {
 }
 
 bool mendTable(const std::string& name) {
-    int lost = 0;
-    return remakeIndexes(name, MendExtent::afterCrash, lost) && swapRebuilt(name);
+    discardRebuilt(name);
+    IndexMaker maker(name, MendExtent::afterCrash);
+    bool made = maker.run();
+    if (!made && maker.noRoom()) {
+        discardRebuilt(name);
+        fileOps().unlink(name + indexExtension);
+        made = IndexMaker(name, MendExtent::afterCrash).run();
+    }
+    if (!made) discardRebuilt(name);
+    return made && swapRebuilt(name);
 }
 
 }  // namespace crv

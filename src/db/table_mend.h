@@ -22,7 +22,8 @@ enum class MendExtent {
 /// beyond the extent. lost counts the damaged places.
 [[nodiscard]] bool remakeIndexes(const std::string& name, MendExtent extent, int& lost);
 
-/// remakeIndexes() after a crash, and the swap. The caller holds the exclusive lock with its mark set.
+/// remakeIndexes() after a crash, and the swap. Where the disk has no room for both, the old index goes first. The
+/// caller holds the exclusive lock with its mark set.
 [[nodiscard]] bool mendTable(const std::string& name);
 
 }  // namespace crv

@@ -43,7 +43,7 @@ bool TableRebuild::begin() {
     if (old_.open(name_ + dataExtension) != dbOk) return false;
     const std::string fresh = rebuildName(name_);
     if (fresh_.create(fresh, old_.numIndexes(), old_.descs()) != dbOk || fresh_.open(fresh) != dbOk) return false;
-    fresh_.indexFile().deferWrites(true);
+    fresh_.deferWrites(true);
     return true;
 }
 
@@ -70,9 +70,8 @@ bool TableRebuild::copy(const Visit& visit, const Copied& copied) {
 
 bool TableRebuild::finish() {
     old_.close();
-    const bool written = fresh_.indexFile().flush() == dbOk && fresh_.indexFile().sync() && fresh_.dataFile().sync();
+    const bool written = fresh_.sync() == dbOk;
     fresh_.close();
-    fresh_.indexFile().deferWrites(false);
     keep_ = written;
     return written;
 }

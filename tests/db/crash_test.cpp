@@ -49,9 +49,7 @@ class LockedTable {
         for (int i = from; i < to; ++i) {
             const DbGuard guard(lock, exclusiveLock);
             if (table.open(name) != dbOk) return;
-            told[i] = inserting;
-            if (add(table, {keyOf(i), std::to_string(i % 5)}, std::string(i % 300, 'b')) == 0) return;
-            told[i] = inserted;
+            if (!insertSome(i, i % 10 == 5 ? std::min(4, to - i) : 1, told)) return;
             if (i % 3 == 0) {
                 const int victim = i / 2;
                 if (told[victim] == inserted) {
@@ -63,6 +61,20 @@ class LockedTable {
             if (i % 20 == 19 && table.rebuild(name) != dbOk) return;
             table.close();
         }
+    }
+
+    /// Inserts keys from i on, several as one batch, and moves i to the last one.
+    bool insertSome(int& i, int count, std::atomic<char>* told) {
+        const int from = i;
+        if (count > 1) table.beginBatch();
+        for (i = from; i < from + count; ++i) {
+            told[i] = inserting;
+            if (add(table, {keyOf(i), std::to_string(i % 5)}, std::string(i % 300, 'b')) == 0) return false;
+        }
+        if (table.endBatch() != dbOk) return false;
+        for (int k = from; k < i; ++k) told[k] = inserted;
+        --i;
+        return true;
     }
 
     /// The next one who opens: finds everything that the writer was told is there, and nothing that is gone.
@@ -138,6 +150,29 @@ TEST(CrashedTable, FullDiskChangesNothingAndLeavesNoMark) {
         EXPECT_EQ(writer.mended, 0) << room;
     }
     writer.expectMended(told.data(), 101);
+}
+
+TEST(CrashedTable, BatchThatFillsTheDiskIsMended) {
+    for (int64_t room = 40; room < 4000; room += 397) {
+        FaultyFileOps full;
+        const ScopedFileOps use(full);
+        const TempDir dir;
+        LockedTable writer(dir);
+        writer.create({tinyDesc(17), tinyDesc(5)});
+        std::vector<std::atomic<char>> told(200);
+        writer.write(0, 100, told.data());
+        full.room = room;
+        {
+            const DbGuard guard(writer.lock, exclusiveLock);
+            ASSERT_EQ(writer.table.open(writer.name), dbOk);
+            int at = 100;
+            EXPECT_FALSE(writer.insertSome(at, 20, told.data()));
+            writer.table.close();
+        }
+        full.room = FaultyFileOps::never;
+        writer.expectMended(told.data(), 120);
+        EXPECT_EQ(writer.mended, 1) << room;
+    }
 }
 
 TEST(SlowCrashedTable, KilledWriterIsMendedByTheNext) {

@@ -211,15 +211,22 @@ TEST_F(Table, GoldenFilesAreEqualOctetForOctet) {
         const char* descs;
         std::vector<IndexDesc> table;
         int records;
+        bool batch;
     };
-    for (const Row& row : {Row{"17:164", {tinyDesc(17)}, 300},
-                           {"41:4096,129:4096,41:4096", {page4k(41), page4k(129), page4k(41)}, 400},
-                           {"17:4096,130:4096", {page4k(17), page4k(130)}, 500},
-                           {"5:116,129:612", {tinyDesc(5), tinyDesc(129)}, 250}}) {
-        std::mt19937_64 random(seedOf());
+    for (const Row& row : {Row{"17:164", {tinyDesc(17)}, 300, false},
+                           {"41:4096,129:4096,41:4096", {page4k(41), page4k(129), page4k(41)}, 400, true},
+                           {"17:4096,130:4096", {page4k(17), page4k(130)}, 500, false},
+                           {"5:116,129:612", {tinyDesc(5), tinyDesc(129)}, 250, true}}) {
+        const uint64_t seed = seedOf();
+        SCOPED_TRACE("CRV_TEST_SEED=" + std::to_string(seed));
+        std::mt19937_64 random(seed);
+        DbLock lock(dir.file("l"));
+        const DbGuard guard(lock, exclusiveLock);
         DataBase ours;
+        ours.bindLock(&lock);
         ASSERT_EQ(ours.create(name, static_cast<int>(row.table.size()), row.table.data()), dbOk);
         ASSERT_EQ(ours.open(name), dbOk);
+        if (row.batch) ours.beginBatch();
         std::string operations;
         for (int i = 0; i < row.records; ++i) {
             std::vector<std::string> keys;
@@ -256,7 +263,9 @@ TEST_F(Table, GoldenFilesAreEqualOctetForOctet) {
 class Model {
   public:
     Model(std::string name, std::vector<IndexDesc> descs, uint64_t seed)
-        : name_(std::move(name)), descs_(std::move(descs)), maps_(descs_.size()), random_(seed) {
+        : name_(std::move(name)), lock_(name_ + ".lck"), descs_(std::move(descs)), maps_(descs_.size()), random_(seed) {
+        EXPECT_EQ(lock_.acquire(exclusiveLock), DbLock::Result::ok);
+        table_.bindLock(&lock_);
         EXPECT_EQ(table_.create(name_, static_cast<int>(descs_.size()), descs_.data()), dbOk);
         EXPECT_EQ(table_.open(name_), dbOk);
     }
@@ -353,6 +362,7 @@ class Model {
     void reopen() {
         table_.close();
         ASSERT_EQ(table_.open(name_), dbOk);
+        if (random_() % 2 == 0) table_.beginBatch();
     }
 
     void rebuild() {
@@ -380,6 +390,7 @@ class Model {
     }
 
     std::string name_;
+    DbLock lock_;
     std::vector<IndexDesc> descs_;
     DataBase table_;
     std::vector<Order> maps_;
