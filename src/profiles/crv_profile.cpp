@@ -124,7 +124,7 @@ void CrvProfile::loadProfile(const UniversalConfMgr& store, const std::string& n
     common_.load(store, prefix);
     CfgIo reader(store, nullptr, prefix);
     db_.load(reader);
-    own_.load(store, prefix);
+    loadCfgDependingOnDevType(store, prefix);
 }
 
 void CrvProfile::writeRecord(UniversalConfMgr& store) const {
@@ -137,7 +137,7 @@ void CrvProfile::writeRecord(UniversalConfMgr& store) const {
     saveUsages(store, prefix);
     saveServers(store, prefix);
     saveProxy(store, prefix);
-    own_.save(store, prefix);
+    saveCfgDependingOnProfileType(store, prefix);
     store.setData((prefix + "LastProfileUpdate").c_str(), localTime().c_str());
 }
 

@@ -105,6 +105,13 @@ class CrvProfile : public CRVObject, public ServerList, public ProxySettings, pu
   private:
     void loadProfile(const UniversalConfMgr& store, const std::string& name);
     void writeRecord(UniversalConfMgr& store) const;
+    /// The keys of the kind.
+    void loadCfgDependingOnDevType(const UniversalConfMgr& store, const std::string& prefix) {
+        own_.load(store, prefix);
+    }
+    void saveCfgDependingOnProfileType(UniversalConfMgr& store, const std::string& prefix) const {
+        own_.save(store, prefix);
+    }
 
     ProfileKind kind_;
     std::string name_;

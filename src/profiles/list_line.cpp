@@ -38,7 +38,8 @@ bool cutValue(std::string_view& text) {
     size_t end = std::min(text.find_first_of("# "), text.size());
     if (!onlyCommentFollows(text.substr(end))) return false;
     text = text.substr(0, end);
-    return true;
+    // A value cannot hold a double quote: it could not be written again.
+    return text.find('"') == std::string_view::npos;
 }
 
 template <class T>

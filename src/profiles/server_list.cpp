@@ -193,12 +193,13 @@ void ServerList::loadServers(const UniversalConfMgr& store, const std::string& p
 }
 
 void ServerList::saveServers(UniversalConfMgr& store, const std::string& prefix) const {
-    for (const auto& [sequence, server] : servers_) {
+    for (const auto& entry : servers_) {
+        const SrvParams& server = entry.second;
         const std::string path = prefix + "SRV\\" + server.name + "\\";
         for (const auto& [key, node] : server.others) store.setNode((path + key).c_str(), node);
         for (const SrvKey& row : kKeys)
             std::visit([&](auto member) { MemberIo{path + row.key}.save(store, server.*member); }, row.member);
-        store.setData((path + kSequence).c_str(), sequence);
+        store.setData((path + kSequence).c_str(), entry.first);
     }
 }
 

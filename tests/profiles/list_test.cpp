@@ -80,6 +80,7 @@ TEST(ListReader, NamesTheLineOfAnError) {
         "\\A\\V [s] = \"x\"\"y\"",
         "\\A\\V [b] = 1",
         "\\A\\V [b] = 0g",
+        "\\A\\V [s] = x\"y",
     };
     for (const char* line : broken) {
         UniversalConfMgr store;
