@@ -1,0 +1,142 @@
+#include "db_sql/crt_db.h"
+
+#include <algorithm>
+
+#include "asn/x509/signed_certificate.h"
+#include "db_sql/crt_keys.h"
+
+namespace crv {
+
+namespace {
+
+/// Certificates parsed before the lock is taken.
+constexpr size_t batchSize = 2048;
+
+using Filter = std::function<bool(const SignedCertificate&)>;
+
+/// Leaves out the certificates behind `first` that the filter does not want, and those that cannot be parsed.
+void keepIf(CrtItemList& list, size_t first, const Filter& wanted) {
+    const auto refused = [&](const CrtItem& item) {
+        SignedCertificate certificate;
+        return !certificate.readExactly(item.der, ASN_FLAG_CONST) || !wanted(certificate);
+    };
+    list.erase(std::remove_if(list.begin() + static_cast<std::ptrdiff_t>(first), list.end(), refused), list.end());
+}
+
+void count(ImportProgress& done, InsertResult result) {
+    switch (result) {
+        case InsertResult::stored:
+            ++done.stored;
+            break;
+        case InsertResult::present:
+            ++done.present;
+            break;
+        case InsertResult::refused:
+            ++done.refused;
+            break;
+    }
+}
+
+}  // namespace
+
+bool CrtDb::insert(ByteView der, InsertResult* result) {
+    CrtRecord record;
+    return makeCrtRecord(der, record) && manager_->insertCert(record, result);
+}
+
+bool CrtDb::insert(const SignedCertificate& certificate, InsertResult* result) {
+    const Bytes der = certificate.encoded();
+    CrtRecord record;
+    makeCrtRecord(certificate, der, record);
+    return manager_->insertCert(record, result);
+}
+
+bool CrtDb::insertBatch(std::vector<CrtRecord>& batch, size_t first, const Progress& progress, const Refused& refused,
+                        ImportProgress& done, bool& stopped) {
+    for (size_t at = 0; at < batch.size() && !stopped;) {
+        const auto end = std::chrono::steady_clock::now() + sliceTime;
+        std::vector<InsertOutcome> outcomes;
+        size_t handled = 0;
+        const std::span<const CrtRecord> rest(batch.begin() + static_cast<std::ptrdiff_t>(at), batch.end());
+        if (!manager_->insertCerts(
+                rest, [&] { return std::chrono::steady_clock::now() >= end; }, outcomes, handled)) {
+            return false;
+        }
+        for (size_t i = 0; i < handled; ++i) {
+            count(done, outcomes[i].result);
+            if (outcomes[i].result == InsertResult::refused && refused) refused(first + at + i, outcomes[i].reason);
+        }
+        at += handled;
+        stopped = progress && !progress(done);
+    }
+    return true;
+}
+
+bool CrtDb::insertMany(const Source& next, const Progress& progress, const Refused& refused, ImportProgress& done) {
+    done = {};
+    std::vector<CrtRecord> batch;
+    bool more = true, stopped = false, unreadable = false;
+    while (more && !stopped) {
+        const size_t first = done.handled();
+        batch.clear();
+        for (ByteView der; batch.size() < batchSize && (more = next(der));) {
+            if (makeCrtRecord(der, batch.emplace_back())) continue;
+            batch.pop_back();
+            unreadable = true;
+            more = false;
+            break;
+        }
+        if (!insertBatch(batch, first, progress, refused, done, stopped)) return false;
+        done.unreadable = unreadable && !stopped;
+    }
+    return true;
+}
+
+bool CrtDb::findBySerNum(CrtItemList& list, const ASNinteger& serialNumber) {
+    return manager_->findCertsBySerNumHash(list, serNumHash(serialNumber));
+}
+
+bool CrtDb::findBySubject(CrtItemList& list, const DistinguishedName& subject) {
+    return manager_->findCertsBySbjDnHash(list, dnHash(subject));
+}
+
+bool CrtDb::findByEmail(CrtItemList& list, const std::string& email) {
+    return manager_->findCertsBySbjDnFld(list, dnEmail, email);
+}
+
+bool CrtDb::findByIssuerAndSerNum(CrtItemList& list, const DistinguishedName& issuer, const ASNinteger& serialNumber) {
+    const size_t first = list.size();
+    if (!findBySerNum(list, serialNumber)) return false;
+    keepIf(list, first, [&](const SignedCertificate& certificate) { return certificate.issuer() == issuer; });
+    return true;
+}
+
+bool CrtDb::findBySubjectAndKeyId(CrtItemList& list, const DistinguishedName& subject, ByteView keyId) {
+    const size_t first = list.size();
+    if (!manager_->findCertsByKeyIdHash(list, keyId)) return false;
+    keepIf(list, first, [&](const SignedCertificate& certificate) { return certificate.subject() == subject; });
+    return true;
+}
+
+bool CrtDb::findByKeyUsage(CrtItemList& list, const DistinguishedName& subject, uint32_t usage, int64_t time) {
+    const size_t first = list.size();
+    if (!findBySubject(list, subject)) return false;
+    keepIf(list, first, [&](const SignedCertificate& certificate) {
+        const std::optional<KeyUsage> allowed = certificate.keyUsage();
+        return certificate.isValidAt(time) && (!allowed || (allowed->namedBits() & usage) == usage);
+    });
+    return true;
+}
+
+bool CrtDb::removeCertsOverTime(int64_t time, CrtStore::Removed& result) {
+    return manager_->removeCerts(
+        [time](ByteView der) {
+            SignedCertificate certificate;
+            if (!certificate.readExactly(der, ASN_FLAG_CONST)) return false;
+            const std::optional<int64_t> end = certificate.tbs.validity.notAfter.seconds();
+            return end && *end < time;
+        },
+        result);
+}
+
+}  // namespace crv

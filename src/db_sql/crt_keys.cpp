@@ -1,0 +1,93 @@
+#include "db_sql/crt_keys.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "asn/x509/signed_certificate.h"
+#include "crypto/kc_hash.h"
+#include "misc/no_oop.h"
+
+namespace crv {
+
+namespace {
+
+struct FieldType {
+    const KnownOid& oid;
+    uint8_t type;
+};
+
+constexpr std::array<FieldType, 12> fieldTypes{{
+    {OID_AT_COMMON_NAME, dnCommonName},
+    {OID_AT_ORGANIZATION, dnOrganization},
+    {OID_AT_ORGANIZATIONAL_UNIT, dnOrganizationalUnit},
+    {OID_AT_COUNTRY, dnCountry},
+    {OID_AT_SURNAME, dnSurname},
+    {OID_AT_GIVEN_NAME, dnGivenName},
+    {OID_AT_LOCALITY, dnLocality},
+    {OID_AT_STATE, dnState},
+    {OID_AT_TITLE, dnTitle},
+    {OID_AT_SERIAL_NUMBER, dnSerialNumber},
+    {OID_AT_DOMAIN_COMPONENT, dnDomainComponent},
+    {OID_PKCS9_EMAIL, dnEmail},
+}};
+
+DbHash sha1(ByteView octets) {
+    DbHash hash;
+    hashInto(KcHashAlgo::sha1, octets, hash);
+    return hash;
+}
+
+void addSubjectFields(DnFldList& list, const DistinguishedName& subject) {
+    for (const RelativeDistinguishedName& set : subject) {
+        for (const AttributeTypeAndValue& attribute : set) {
+            addToListNoRepeat(list, dnFldType(attribute.type), attribute.valueUtf8());
+        }
+    }
+}
+
+}  // namespace
+
+uint8_t dnFldType(const ASNobjectId& type) {
+    const auto row = std::ranges::find_if(fieldTypes, [&](const FieldType& known) { return type == known.oid; });
+    return row == fieldTypes.end() ? static_cast<uint8_t>(dnOther) : row->type;
+}
+
+DbHash dnHash(const DistinguishedName& name) {
+    return sha1(name.normalize().encoded());
+}
+
+DbHash serNumHash(const ASNinteger& serialNumber) {
+    return sha1(serialNumber.encoded());
+}
+
+void makeCrtRecord(const SignedCertificate& certificate, ByteView der, CrtRecord& record) {
+    record = {};
+    record.serNumHash = serNumHash(certificate.serialNumber());
+    record.sbjDnHash = dnHash(certificate.subject());
+    record.crtHash = sha1(der);
+    record.keyId = certificate.getKeyIdFromCert();
+    record.der = der;
+    record.isCa = certificate.isCaCrt();
+    addSubjectFields(record.dnFlds, certificate.subject());
+    std::vector<std::string> emails = certificate.emails();
+    for (std::string& email : emails) addToListNoRepeat(record.dnFlds, dnEmail, email);
+    if (!emails.empty()) record.email = std::move(emails.front());
+}
+
+bool makeCrtRecord(ByteView der, CrtRecord& record) {
+    SignedCertificate certificate;
+    if (!certificate.readExactly(der, ASN_FLAG_CONST)) return false;
+    makeCrtRecord(certificate, der, record);
+    return true;
+}
+
+bool hasOtherKeyId(ByteView der, ByteView keyId) {
+    SignedCertificate certificate;
+    if (!certificate.readExactly(der, ASN_FLAG_CONST)) return false;
+    const Bytes own = certificate.getKeyIdFromCert();
+    const auto seen = [](ByteView octets) { return octets.first(std::min(octets.size(), asText(octets).find('\0'))); };
+    return std::ranges::equal(seen(own), seen(keyId)) && !std::ranges::equal(own, keyId);
+}
+
+}  // namespace crv

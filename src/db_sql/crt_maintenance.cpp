@@ -1,0 +1,147 @@
+#include "db_sql/crt_maintenance.h"
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "db/data_scan.h"
+#include "db/table_rebuild.h"
+#include "db_sql/crt_keys.h"
+#include "db_sql/crt_table_set.h"
+#include "db_sql/dangling_records.h"
+#include "misc/logger.h"
+#include "misc/no_oop.h"
+
+namespace crv {
+
+namespace {
+
+using Tb = CrtTableSet::Tb;
+
+void check(bool done) {
+    if (!done) throw std::runtime_error("Blad bazy danych");
+}
+
+/// Shows every live record of a data file.
+void scanLive(DataFile& file, const std::function<void(const DataScan&)>& visit) {
+    DataScan scan(file);
+    for (auto at = scan.next(); at != DataScan::Result::end; at = scan.next()) {
+        check(at == DataScan::Result::record);
+        if (!scan.deleted()) visit(scan);
+    }
+}
+
+void dropDangling(CrtTableSet& tables, const std::string& directory) {
+    DanglingRecords dangling(directory);
+    for (const Tb side : CrtTableSet::sides) {
+        std::vector<int64_t> records;
+        check(dangling.find(*CrtTableSet::layouts[side], records));
+        for (const int64_t recNo : records) check(tables[side].dataFile().remove(recNo) == dbOk);
+        if (!records.empty()) tables.noteChange(side);
+    }
+}
+
+/// Opens the tables; the ids of the certificates.
+std::vector<int64_t> openAll(CrtTableSet& tables) {
+    for (const Tb table : CrtTableSet::mainTables) tables.open(table);
+    std::vector<int64_t> ids;
+    scanLive(tables[CrtTableSet::crt].dataFile(), [&](const DataScan& record) { ids.push_back(record.recNo()); });
+    return ids;
+}
+
+/// A certificate that cannot be parsed stays, found by what is stored of it.
+void completeCrt(CrtTableSet& tables, int64_t id) {
+    Bytes der;
+    CrtRecord record;
+    if (!tables.readCrt(id, der)) return;
+    if (makeCrtRecord(der, record)) {
+        tables.completeSide(id, record);
+    } else {
+        logLine(LogLevel::warning, "certificate that cannot be read, record " + std::to_string(id));
+    }
+}
+
+/// Certificates whose insertion failed half-way lack their addIdx record, which is the last one written.
+void completeUnfinished(const std::string& directory, DbLock& lock) {
+    CrtTableSet tables(directory);
+    tables.bindLock(&lock);
+    std::unordered_set<int64_t> unfinished;
+    for (const int64_t id : openAll(tables)) unfinished.insert(id);
+    scanLive(tables[CrtTableSet::addIdx].dataFile(), [&](const DataScan& record) {
+        if (const std::optional<int64_t> id = recNoDecode(record.key(0))) unfinished.erase(*id);
+    });
+    for (const int64_t id : unfinished) completeCrt(tables, id);
+    tables.finishChange(false);
+}
+
+/// The four tables made anew together.
+class Compaction {
+  public:
+    explicit Compaction(const std::string& directory) {
+        for (const TableLayout* layout : certificateTables) {
+            names_.emplace_back(layout->file);
+            rebuilds_.push_back(std::make_unique<TableRebuild>(directory + names_.back()));
+        }
+    }
+
+    CrtStore::Removed copy(const CrtStore::Expired& expired) {
+        for (const auto& rebuild : rebuilds_) check(rebuild->begin());
+        CrtStore::Removed result;
+        check(rebuilds_[CrtTableSet::crt]->copy(
+            [&](const DataScan& record, std::vector<std::string>&) {
+                const bool keep = !expired(record.body());
+                ++(keep ? result.remaining : result.removed);
+                return keep;
+            },
+            [&](int64_t from, int64_t to) { newIds_.emplace(from, to); }));
+        for (const Tb side : CrtTableSet::sides) copySide(side);
+        for (const auto& rebuild : rebuilds_) check(rebuild->finish());
+        return result;
+    }
+
+    void swap(DbLock& lock) {
+        check(lock.setMark(DbMark::swapping, names_));
+        const bool swapped = std::ranges::all_of(rebuilds_, [](const auto& rebuild) { return rebuild->swap(); });
+        if (!swapped) lock.spoil();
+        check(swapped);
+    }
+
+  private:
+    void copySide(Tb side) {
+        check(rebuilds_[side]->copy(
+            [&](const DataScan&, std::vector<std::string>& keys) {
+                const std::optional<int64_t> id = recNoDecode(keys[0]);
+                const auto found = id ? newIds_.find(*id) : newIds_.end();
+                if (found == newIds_.end()) return false;
+                keys[0] = recNoEncode(found->second);
+                return true;
+            },
+            nullptr));
+    }
+
+    std::vector<std::string> names_;
+    std::vector<std::unique_ptr<TableRebuild>> rebuilds_;
+    std::unordered_map<int64_t, int64_t> newIds_;
+};
+
+}  // namespace
+
+void mendSideRecords(const std::string& directory) {
+    CrtTableSet tables(directory);
+    const std::vector<int64_t> ids = openAll(tables);
+    dropDangling(tables, directory);
+    for (const int64_t id : ids) completeCrt(tables, id);
+    tables.finishChange(true);
+}
+
+CrtStore::Removed compactCerts(const std::string& directory, DbLock& lock, const CrtStore::Expired& expired) {
+    completeUnfinished(directory, lock);
+    Compaction compaction(directory);
+    const CrtStore::Removed result = compaction.copy(expired);
+    compaction.swap(lock);
+    return result;
+}
+
+}  // namespace crv

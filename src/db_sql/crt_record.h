@@ -1,0 +1,52 @@
+// A certificate with the keys under which the database stores it.
+#pragma once
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "db_sql/dn_fld.h"
+#include "misc/bytes.h"
+
+namespace crv {
+
+constexpr size_t dbHashSize = 20;
+using DbHash = std::array<uint8_t, dbHashSize>;  ///< SHA-1
+
+/// Longest e-mail address of a certificate that is stored.
+constexpr size_t maxCrtEmail = 128;
+/// Longest key identifier of a certificate that is stored.
+constexpr size_t maxCrtKeyId = 40;
+
+/// What insertCert stores. `der` refers to memory of the caller.
+struct CrtRecord {
+    DbHash serNumHash{};  ///< of the DER serial number
+    DbHash sbjDnHash{};   ///< of the DER subject name after normalisation
+    DbHash crtHash{};     ///< of the certificate
+    Bytes keyId;          ///< 1 to 40 octets
+    std::string email;    ///< may be empty
+    ByteView der;
+    DnFldList dnFlds;
+    bool isCa = false;
+};
+
+enum class InsertResult {
+    stored,   ///< now in the database
+    present,  ///< the same certificate was there already
+    refused   ///< not stored; the reason says why
+};
+
+struct InsertOutcome {
+    InsertResult result = InsertResult::stored;
+    std::string reason;
+};
+
+/// Why a record cannot be stored; empty when it can.
+std::string refusalOf(const CrtRecord& record);
+
+/// Longest name of a network fetch time.
+constexpr size_t maxNetCertName = 128;
+
+inline constexpr const char* textEmailTooLong = "DbCrtCrv::insertCert. Za dlugie pole email w certyfikacie";
+
+}  // namespace crv

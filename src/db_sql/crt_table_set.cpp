@@ -1,0 +1,132 @@
+#include "db_sql/crt_table_set.h"
+
+#include <algorithm>
+#include <stdexcept>
+#include <utility>
+
+#include "db_sql/dn_fld.h"
+#include "misc/exceptions.h"
+#include "misc/no_oop.h"
+
+namespace crv {
+
+std::string dnFldKey(uint8_t type, std::string value) {
+    return static_cast<char>(type) + dnFldValue(std::move(value));
+}
+
+CrtTableSet::CrtTableSet(std::string directory) : directory_(std::move(directory)) {
+    // Pages are written once an operation; until then the lock's mark stands for them.
+    for (DataBase& table : tables_) table.indexFile().deferWrites(true);
+}
+
+void CrtTableSet::bindLock(DbLock* lock) {
+    for (DataBase& table : tables_) table.bindLock(lock);
+}
+
+void CrtTableSet::open(Tb table) {
+    changed_[table] = false;
+    if (tables_[table].open(path(table)) != dbOk) throw std::runtime_error(std::string(layouts[table]->openError));
+}
+
+bool CrtTableSet::close(Tb table) {
+    DataBase& opened = tables_[table];
+    const bool written = !opened.isOpen() || !changed_[table] || opened.indexFile().flush() == dbOk;
+    if (!written) opened.indexFile().drop();
+    opened.close();
+    return written;
+}
+
+bool CrtTableSet::returnCode(int answer) {
+    switch (answer) {
+        case dbOk:
+            return true;
+        case dbNoRecord:
+        case dbDeleted:
+        case dbGreater:
+            return false;
+        case dbError:
+            throw std::runtime_error("Blad bazy danych");
+        default:
+            failAssertion("0", "src/db_sql/db_crt_crv", __LINE__);
+    }
+}
+
+bool CrtTableSet::readCrt(int64_t id, Bytes& der) {
+    TableRecord record;
+    if (!returnCode(tables_[crt].dataFile().data(id, record, false))) return false;
+    der = std::move(record.body);
+    return true;
+}
+
+void CrtTableSet::insertInto(Tb table, std::initializer_list<std::string_view> keys, ByteView body,
+                             const char* failure) {
+    int64_t recNo = 0;
+    noteChange(table);
+    if (tables_[table].insert({keys.begin(), keys.size()}, body, recNo) != dbOk) throw std::runtime_error(failure);
+}
+
+void CrtTableSet::insertSide(const std::string& idKey, const CrtRecord& record) {
+    for (const DnFld& field : record.dnFlds) {
+        insertInto(dn, {idKey, dnFldKey(field.type, field.value)}, {},
+                   "DbCrtCrv::insertIntoDnTb. Blad wstawienie do dnTb");
+    }
+    if (record.isCa) insertInto(ca, {idKey}, {}, "DbCrtCrv::insertIntoCaTb. Blad wstawienie do caTb");
+}
+
+void CrtTableSet::insertAddIdx(const std::string& idKey, const CrtRecord& record) {
+    insertInto(addIdx, {idKey, asText(record.keyId), asText(record.crtHash)}, {},
+               "DbCrtCrv::insertIntoCaTb. Blad wstawienie do addIdxTb");
+}
+
+int64_t CrtTableSet::insertCrt(const CrtRecord& record) {
+    insertInto(crt, {codeDigest(record.serNumHash), record.email, codeDigest(record.sbjDnHash)}, record.der,
+               "DbCrtCrv::insertCert. Blad zapisu do crtTb");
+    const int64_t id = tables_[crt].recNo();
+    const std::string idKey = recNoEncode(id);
+    insertSide(idKey, record);
+    insertAddIdx(idKey, record);
+    return id;
+}
+
+bool CrtTableSet::sideHas(Tb table, const std::string& idKey, std::string_view second) {
+    DataBase& side = tables_[table];
+    side.selectIndex(dnByRecId);
+    TableRecord record;
+    for (bool found = returnCode(side.seek(idKey)); found; found = returnCode(side.skip(1))) {
+        if (!returnCode(side.data(record)) || record.keys[0] != idKey) return false;
+        if (second.empty() || record.keys[1] == keyText(second)) return true;
+    }
+    return false;
+}
+
+void CrtTableSet::completeSide(int64_t id, const CrtRecord& record) {
+    const std::string idKey = recNoEncode(id);
+    CrtRecord missing;
+    std::ranges::copy_if(record.dnFlds, std::back_inserter(missing.dnFlds),
+                         [&](const DnFld& field) { return !sideHas(dn, idKey, dnFldKey(field.type, field.value)); });
+    missing.isCa = record.isCa && !sideHas(ca, idKey);
+    insertSide(idKey, missing);
+    if (!sideHas(addIdx, idKey)) insertAddIdx(idKey, record);
+}
+
+void CrtTableSet::removeSide(Tb table, const std::string& idKey) {
+    DataBase& side = tables_[table];
+    side.selectIndex(dnByRecId);
+    TableRecord record;
+    while (returnCode(side.seek(idKey)) && returnCode(side.data(record)) && record.keys[0] == idKey) {
+        noteChange(table);
+        if (!returnCode(side.remove())) return;
+    }
+}
+
+void CrtTableSet::finishChange(bool sync) {
+    for (size_t table = 0; table < count; ++table) {
+        if (!changed_[table]) continue;
+        DataBase& changed = tables_[table];
+        const bool done =
+            changed.indexFile().flush() == dbOk && (!sync || (changed.dataFile().sync() && changed.indexFile().sync()));
+        if (!done) throw std::runtime_error("Blad bazy danych");
+    }
+}
+
+}  // namespace crv

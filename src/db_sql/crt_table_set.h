@@ -1,0 +1,67 @@
+// The tables of the certificate store as one thing, without lock: internal to the file kind.
+#pragma once
+
+#include <array>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+#include "db/database.h"
+#include "db_sql/crt_record.h"
+#include "db_sql/db_layout.h"
+
+namespace crv {
+
+/// The tables of a database directory and the records of a certificate in them. Failures are std::runtime_error with
+/// the text of the step that failed. The caller holds the lock.
+class CrtTableSet {
+  public:
+    enum Tb : size_t { crt, dn, ca, addIdx, netCertTime, count };
+    static constexpr std::array<const TableLayout*, count> layouts{&crtTb, &dnTb, &caTb, &addIdxTb, &netCertTimeTb};
+    static constexpr std::array sides{dn, ca, addIdx};
+    static constexpr std::array mainTables{crt, dn, ca, addIdx};
+
+    /// The directory ends with a slash.
+    explicit CrtTableSet(std::string directory);
+    CrtTableSet(const CrtTableSet&) = delete;
+    CrtTableSet& operator=(const CrtTableSet&) = delete;
+
+    DataBase& operator[](Tb table) { return tables_[table]; }
+    [[nodiscard]] std::string path(Tb table) const { return directory_ + std::string(layouts[table]->file); }
+    void bindLock(DbLock* lock);
+    void open(Tb table);
+    /// Closes a table; false when changes were left in memory that could not be written.
+    [[nodiscard]] bool close(Tb table);
+
+    /// The mapping of every answer: true for a success, false when there is no (further) record. 0 throws "Blad bazy
+    /// danych", what is no answer fails an assertion.
+    [[nodiscard]] static bool returnCode(int answer);
+
+    /// Reads the live certificate with that record number; false when it is gone.
+    [[nodiscard]] bool readCrt(int64_t id, Bytes& der);
+    void insertInto(Tb table, std::initializer_list<std::string_view> keys, ByteView body, const char* failure);
+    /// Stores the records of a certificate; answers its id.
+    int64_t insertCrt(const CrtRecord& record);
+    /// Adds the side records of a certificate that are not there.
+    void completeSide(int64_t id, const CrtRecord& record);
+    /// Whether a side table has a record with that id and, when one is given, that second key.
+    [[nodiscard]] bool sideHas(Tb table, const std::string& idKey, std::string_view second = {});
+    /// Deletes every record of a side table that carries the record id.
+    void removeSide(Tb table, const std::string& idKey);
+    void noteChange(Tb table) { changed_[table] = true; }
+    /// Writes changed pages down; with sync set waits until the disk has everything.
+    void finishChange(bool sync);
+
+  private:
+    void insertSide(const std::string& idKey, const CrtRecord& record);
+    void insertAddIdx(const std::string& idKey, const CrtRecord& record);
+
+    std::string directory_;
+    std::array<DataBase, count> tables_;
+    std::array<bool, count> changed_{};
+};
+
+/// The key of a subject-name field: the type byte and the value.
+std::string dnFldKey(uint8_t type, std::string value);
+
+}  // namespace crv

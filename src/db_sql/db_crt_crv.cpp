@@ -1,0 +1,281 @@
+#include "db_sql/db_crt_crv.h"
+
+#include <algorithm>
+#include <cstring>
+#include <ctime>
+#include <stdexcept>
+#include <utility>
+
+#include "crypto/kc_hash.h"
+#include "db_sql/crt_keys.h"
+#include "db_sql/crt_maintenance.h"
+#include "misc/no_oop.h"
+#include "misc/whole_file.h"
+
+namespace crv {
+
+/// The scope of one operation: the lock and the tables that it works on. When pages left in memory by a failure cannot
+/// be written at the end, the mark stays and the next user of the database mends it.
+class DbCrtCrv::Use {
+  public:
+    Use(DbCrtCrv& store, int mode, std::span<const Tb> tables) : guard_(*store.lock_, mode), opened_{store, {}} {
+        for (const Tb table : tables) {
+            store.tables_.open(table);
+            opened_.tables.push_back(table);
+        }
+        if (std::ranges::find(tables, Tb::crt) != tables.end() && !store.tables_[Tb::crt].dataFile().reused()) {
+            store.positions_.clear();
+        }
+    }
+    Use(DbCrtCrv& store, int mode, std::initializer_list<Tb> tables)
+        : Use(store, mode, std::span(tables.begin(), tables.size())) {}
+
+  private:
+    struct Opened {
+        DbCrtCrv& store;
+        std::vector<Tb> tables;
+        ~Opened() {
+            for (const Tb table : tables) {
+                if (!store.tables_.close(table)) store.lock_->spoil();
+            }
+        }
+    };
+
+    DbGuard guard_;
+    Opened opened_;
+};
+
+DbCrtCrv::DbCrtCrv(std::string directory, DbLock& lock)
+    : directory_(std::move(directory)), lock_(&lock), tables_(directory_) {
+    tables_.bindLock(lock_);
+}
+
+void DbCrtCrv::findInCrtTb(CrtItemList& list, CrtIndex index, ByteView digest) {
+    const Use use(*this, sharedLock, {Tb::crt});
+    const std::string key = codeDigest(digest);
+    DataBase& crt = tables_[Tb::crt];
+    crt.selectIndex(index);
+    TableRecord record;
+    for (bool found = tables_.returnCode(crt.seek(key)); found; found = tables_.returnCode(crt.skip(1))) {
+        if (!tables_.returnCode(crt.data(record)) || record.keys[static_cast<size_t>(index)] != key) break;
+        insertCrtItem(list, crt.recNo(), std::move(record.body));
+    }
+}
+
+void DbCrtCrv::findCertsBySerNumHash(CrtItemList& list, ByteView digest) {
+    findInCrtTb(list, crtBySerNum, digest);
+}
+
+void DbCrtCrv::findCertsBySbjDnHash(CrtItemList& list, ByteView digest) {
+    findInCrtTb(list, crtBySbjDn, digest);
+}
+
+/// Collects the certificates of the side records with that key. The tables see keys only up to a zero octet, so
+/// `accept` tells apart what they cannot.
+void DbCrtCrv::join(CrtItemList& list, Tb side, int index, std::string_view key,
+                    const std::function<bool(ByteView der)>& accept) {
+    const Use use(*this, sharedLock, {side, Tb::crt});
+    DataBase& table = tables_[side];
+    table.selectIndex(index);
+    TableRecord record;
+    for (bool found = tables_.returnCode(table.seek(key)); found; found = tables_.returnCode(table.skip(1))) {
+        if (!tables_.returnCode(table.data(record)) || record.keys[static_cast<size_t>(index)] != keyText(key)) break;
+        const std::optional<int64_t> id = recNoDecode(record.keys[0]);
+        Bytes der;
+        if (id && tables_.readCrt(*id, der) && accept(der)) insertCrtItem(list, *id, std::move(der));
+    }
+}
+
+void DbCrtCrv::findCertsByKeyIdHash(CrtItemList& list, ByteView keyId) {
+    join(list, Tb::addIdx, addByKeyId, asText(keyId), [&](ByteView der) { return !hasOtherKeyId(der, keyId); });
+}
+
+void DbCrtCrv::findCertsByCrtHash(CrtItemList& list, ByteView hash) {
+    join(list, Tb::addIdx, addByCrtHash, asText(hash),
+         [&](ByteView der) { return std::ranges::equal(hashOf(KcHashAlgo::sha1, der), hash); });
+}
+
+void DbCrtCrv::findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value) {
+    join(list, Tb::dn, dnByField, dnFldKey(type, value), [](ByteView) { return true; });
+}
+
+void DbCrtCrv::findCaCerts(CrtItemList& list) {
+    const Use use(*this, sharedLock, {Tb::ca, Tb::crt});
+    DataBase& ca = tables_[Tb::ca];
+    TableRecord record;
+    for (bool found = tables_.returnCode(ca.top()); found; found = tables_.returnCode(ca.skip(1))) {
+        if (!tables_.returnCode(ca.data(record))) break;
+        const std::optional<int64_t> id = recNoDecode(record.keys[caByRecId]);
+        Bytes der;
+        if (id && tables_.readCrt(*id, der)) insertCrtItem(list, *id, std::move(der));
+    }
+}
+
+/// Number of the record that holds exactly these octets, 0 when there is none.
+int64_t DbCrtCrv::findSame(const CrtRecord& record) {
+    const std::string key = codeDigest(record.serNumHash);
+    DataBase& crt = tables_[Tb::crt];
+    crt.selectIndex(crtBySerNum);
+    TableRecord stored;
+    for (bool found = tables_.returnCode(crt.seek(key)); found; found = tables_.returnCode(crt.skip(1))) {
+        if (!tables_.returnCode(crt.data(stored)) || stored.keys[crtBySerNum] != key) break;
+        if (std::ranges::equal(stored.body, record.der)) return crt.recNo();
+    }
+    return 0;
+}
+
+InsertResult DbCrtCrv::insertOne(const CrtRecord& record) {
+    const int64_t same = findSame(record);
+    if (same == 0) return tables_.insertCrt(record), InsertResult::stored;
+    // An insertion that failed half-way leaves a certificate without its side records; addIdx's is the last.
+    if (!tables_.sideHas(Tb::addIdx, recNoEncode(same))) tables_.completeSide(same, record);
+    return InsertResult::present;
+}
+
+InsertResult DbCrtCrv::insertCert(const CrtRecord& record) {
+    if (const std::string reason = refusalOf(record); !reason.empty()) throw std::runtime_error(reason);
+    const Use use(*this, exclusiveLock, CrtTableSet::mainTables);
+    const InsertResult result = insertOne(record);
+    tables_.finishChange(sync());
+    return result;
+}
+
+size_t DbCrtCrv::insertSlice(std::span<const CrtRecord> records, const SliceEnd& atEnd,
+                             std::vector<InsertOutcome>& outcomes) {
+    const Use use(*this, exclusiveLock, CrtTableSet::mainTables);
+    std::vector<InsertOutcome> slice;
+    do {
+        const CrtRecord& record = records[slice.size()];
+        std::string reason = refusalOf(record);
+        slice.push_back(reason.empty() ? InsertOutcome{insertOne(record), {}}
+                                       : InsertOutcome{InsertResult::refused, std::move(reason)});
+    } while (slice.size() < records.size() && !atEnd());
+    tables_.finishChange(sync());
+    outcomes.insert(outcomes.end(), std::make_move_iterator(slice.begin()), std::make_move_iterator(slice.end()));
+    return slice.size();
+}
+
+void DbCrtCrv::deleteCert(int64_t id) {
+    const Use use(*this, exclusiveLock, CrtTableSet::mainTables);
+    DataBase& crt = tables_[Tb::crt];
+    if (crt.setRec(id) != dbOk) throw std::runtime_error("DbCrtCrv::deleteCert. Blad wywolania setRec");
+    tables_.noteChange(Tb::crt);
+    if (crt.remove() != dbOk) throw std::runtime_error("DbCrtCrv::deleteCert. Blad usuniecia crtTb");
+    for (const Tb side : CrtTableSet::sides) tables_.removeSide(side, recNoEncode(id));
+    tables_.finishChange(sync());
+}
+
+// --- browsing ---
+
+/// Walks on until a record at or behind the position is known; false when there is none.
+bool DbCrtCrv::know(int64_t position) {
+    DataFile& data = tables_[Tb::crt].dataFile();
+    while (positions_.empty() || positions_.back() < position) {
+        int64_t following = 0;
+        const int answer = positions_.empty() ? data.top(following) : data.next(positions_.back(), following);
+        if (!tables_.returnCode(answer)) return false;
+        positions_.push_back(following);
+    }
+    return true;
+}
+
+/// Shows the record when it is live; false when the visitor wants no more or has had enough.
+bool DbCrtCrv::visitAt(size_t index, size_t& left, const Visit& visit) {
+    Bytes der;
+    if (!tables_.readCrt(positions_[index], der)) return true;
+    return visit(positions_[index], der) && --left > 0;
+}
+
+void DbCrtCrv::forward(int64_t after, size_t count, const Visit& visit) {
+    const Use use(*this, sharedLock, {Tb::crt});
+    if (count == 0 || !know(after + 1)) return;
+    const auto first = std::ranges::upper_bound(positions_, after);
+    for (auto at = static_cast<size_t>(first - positions_.begin()); visitAt(at, count, visit); ++at) {
+        if (at + 1 == positions_.size() && !know(positions_[at] + 1)) return;
+    }
+}
+
+void DbCrtCrv::backward(int64_t before, size_t count, const Visit& visit) {
+    const Use use(*this, sharedLock, {Tb::crt});
+    if (count == 0) return;
+    static_cast<void>(know(before));
+    const auto last = std::ranges::lower_bound(positions_, before);
+    for (auto at = static_cast<size_t>(last - positions_.begin()); at > 0; --at) {
+        if (!visitAt(at - 1, count, visit)) return;
+    }
+}
+
+void DbCrtCrv::get(int64_t id, Bytes& der) {
+    const Use use(*this, sharedLock, {Tb::crt});
+    TableRecord record;
+    if (tables_[Tb::crt].setRec(id) != dbOk) throw std::runtime_error("DbCrtCrv::get: blad funkcji crtTb.setRec");
+    if (tables_[Tb::crt].data(record) != dbOk) throw std::runtime_error("DbCrtCrv::get: blad funkcji crtTb.data");
+    der = std::move(record.body);
+}
+
+size_t DbCrtCrv::count() {
+    const Use use(*this, sharedLock, {Tb::crt});
+    static_cast<void>(know(INT64_MAX));
+    DataFile& data = tables_[Tb::crt].dataFile();
+    return static_cast<size_t>(
+        std::ranges::count_if(positions_, [&](int64_t at) { return tables_.returnCode(data.state(at)); }));
+}
+
+CrtStore::Removed DbCrtCrv::removeCerts(const Expired& expired) {
+    const DbGuard guard(*lock_, exclusiveLock);
+    return compactCerts(directory_, *lock_, expired);
+}
+
+// --- network fetch times ---
+
+/// Looks the time up when the table is there; false when it must be made first.
+bool DbCrtCrv::readNetCertTime(const std::string& name, int64_t& time) {
+    const DbGuard guard(*lock_, sharedLock);
+    if (!fileExists(tables_.path(Tb::netCertTime) + indexExtension)) return false;
+    const Use use(*this, sharedLock, {Tb::netCertTime});
+    DataBase& table = tables_[Tb::netCertTime];
+    TableRecord record;
+    if (tables_.returnCode(table.seek(name)) && tables_.returnCode(table.data(record)) &&
+        record.body.size() == sizeof time) {
+        std::memcpy(&time, record.body.data(), sizeof time);
+    }
+    return true;
+}
+
+int64_t DbCrtCrv::getNetCertTime(const std::string& name) {
+    int64_t time = 0;
+    if (name.size() <= maxNetCertName && !readNetCertTime(name, time)) {
+        const DbGuard guard(*lock_, exclusiveLock);
+        makeNetCertTime();
+    }
+    return time;
+}
+
+/// Makes the table when it cannot be opened. Under the exclusive lock.
+void DbCrtCrv::makeNetCertTime() {
+    DataBase& table = tables_[Tb::netCertTime];
+    if (table.open(tables_.path(Tb::netCertTime)) == dbOk) return table.close();
+    const TableLayout& layout = netCertTimeTb;
+    if (table.create(tables_.path(Tb::netCertTime), layout.numIndexes, layout.descs.data()) != dbOk) {
+        throw std::runtime_error(std::string(layout.createError));
+    }
+}
+
+void DbCrtCrv::setNetCertTime(const std::string& name) {
+    if (name.size() > maxNetCertName) throw std::runtime_error("DbCrtCrv::setNetCertTime. Za dluga nazwa");
+    const DbGuard guard(*lock_, exclusiveLock);
+    makeNetCertTime();
+    const Use use(*this, exclusiveLock, {Tb::netCertTime});
+    const int64_t now = std::time(nullptr);
+    const ByteView body{reinterpret_cast<const uint8_t*>(&now), sizeof now};
+    DataBase& table = tables_[Tb::netCertTime];
+    tables_.noteChange(Tb::netCertTime);
+    if (!tables_.returnCode(table.seek(name))) {
+        tables_.insertInto(Tb::netCertTime, {name}, body, "DbCrtCrv::setNetCertTime. Blad zapisu do netCertTimeTb");
+    } else if (table.update(body) != dbOk) {
+        throw std::runtime_error("DbCrtCrv::setNetCertTime. Blad zapisu do netCertTimeTb");
+    }
+    tables_.finishChange(sync());
+}
+
+}  // namespace crv

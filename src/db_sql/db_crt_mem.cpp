@@ -1,0 +1,157 @@
+#include "db_sql/db_crt_mem.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "misc/no_oop.h"
+
+namespace crv {
+
+namespace {
+
+std::string fieldKey(uint8_t type, std::string value) {
+    return static_cast<char>(type) + std::move(value);
+}
+
+std::string rawKey(ByteView octets) {
+    return std::string(asText(octets));
+}
+
+}  // namespace
+
+std::string refusalOf(const CrtRecord& record) {
+    if (record.email.size() > maxCrtEmail) return textEmailTooLong;
+    if (record.keyId.empty() || record.keyId.size() > maxCrtKeyId) {
+        return "DbCrtCrv::insertCert. Bledny identyfikator klucza w certyfikacie";
+    }
+    return {};
+}
+
+void DbCrtMem::find(CrtItemList& list, Key kind, const std::string& key) {
+    const std::scoped_lock guard(mutex_);
+    const auto [first, last] = keys_[kind].equal_range(key);
+    for (auto at = first; at != last; ++at) insertCrtItem(list, at->second, crts_.at(at->second).der);
+}
+
+void DbCrtMem::findCertsBySerNumHash(CrtItemList& list, ByteView digest) {
+    find(list, bySerNum, codeDigest(digest));
+}
+
+void DbCrtMem::findCertsBySbjDnHash(CrtItemList& list, ByteView digest) {
+    find(list, bySbjDn, codeDigest(digest));
+}
+
+void DbCrtMem::findCertsByKeyIdHash(CrtItemList& list, ByteView keyId) {
+    find(list, byKeyId, rawKey(keyId));
+}
+
+void DbCrtMem::findCertsByCrtHash(CrtItemList& list, ByteView hash) {
+    find(list, byCrtHash, rawKey(hash));
+}
+
+void DbCrtMem::findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value) {
+    find(list, byField, fieldKey(type, dnFldValue(value)));
+}
+
+void DbCrtMem::findCaCerts(CrtItemList& list) {
+    const std::scoped_lock guard(mutex_);
+    for (const int64_t id : cas_) insertCrtItem(list, id, crts_.at(id).der);
+}
+
+bool DbCrtMem::holds(const std::string& serNumKey, ByteView der) const {
+    const auto [first, last] = keys_[bySerNum].equal_range(serNumKey);
+    return std::any_of(first, last, [&](const auto& at) { return std::ranges::equal(crts_.at(at.second).der, der); });
+}
+
+InsertResult DbCrtMem::insertCert(const CrtRecord& record) {
+    if (const std::string reason = refusalOf(record); !reason.empty()) throw std::runtime_error(reason);
+    const std::string serNumKey = codeDigest(record.serNumHash);
+    const std::scoped_lock guard(mutex_);
+    if (holds(serNumKey, record.der)) return InsertResult::present;
+    Stored crt{toBytes(record.der),
+               {{bySerNum, serNumKey},
+                {bySbjDn, codeDigest(record.sbjDnHash)},
+                {byKeyId, rawKey(record.keyId)},
+                {byCrtHash, rawKey(record.crtHash)}}};
+    for (const DnFld& field : record.dnFlds) crt.keys.emplace_back(byField, fieldKey(field.type, field.value));
+    const int64_t id = ++lastId_;
+    for (const auto& [kind, key] : crt.keys) keys_[kind].emplace(key, id);
+    if (record.isCa) cas_.insert(id);
+    crts_.emplace(id, std::move(crt));
+    return InsertResult::stored;
+}
+
+size_t DbCrtMem::insertSlice(std::span<const CrtRecord> records, const SliceEnd& atEnd,
+                             std::vector<InsertOutcome>& outcomes) {
+    size_t done = 0;
+    do {
+        const std::string reason = refusalOf(records[done]);
+        outcomes.push_back(reason.empty() ? InsertOutcome{insertCert(records[done]), {}}
+                                          : InsertOutcome{InsertResult::refused, reason});
+    } while (++done < records.size() && !atEnd());
+    return done;
+}
+
+void DbCrtMem::erase(std::map<int64_t, Stored>::iterator crt) {
+    for (const auto& [kind, key] : crt->second.keys) {
+        const auto [first, last] = keys_[kind].equal_range(key);
+        keys_[kind].erase(std::find_if(first, last, [&](const auto& at) { return at.second == crt->first; }));
+    }
+    cas_.erase(crt->first);
+    crts_.erase(crt);
+}
+
+void DbCrtMem::deleteCert(int64_t id) {
+    const std::scoped_lock guard(mutex_);
+    const auto crt = crts_.find(id);
+    if (crt == crts_.end()) throw std::runtime_error("DbCrtMem::deleteCert. Brak certyfikatu");
+    erase(crt);
+}
+
+void DbCrtMem::forward(int64_t after, size_t count, const Visit& visit) {
+    const std::scoped_lock guard(mutex_);
+    for (auto at = crts_.upper_bound(after); at != crts_.end() && count > 0; ++at, --count) {
+        if (!visit(at->first, at->second.der)) return;
+    }
+}
+
+void DbCrtMem::backward(int64_t before, size_t count, const Visit& visit) {
+    const std::scoped_lock guard(mutex_);
+    for (auto at = crts_.lower_bound(before); at != crts_.begin() && count > 0; --count) {
+        --at;
+        if (!visit(at->first, at->second.der)) return;
+    }
+}
+
+void DbCrtMem::get(int64_t id, Bytes& der) {
+    const std::scoped_lock guard(mutex_);
+    const auto crt = crts_.find(id);
+    if (crt == crts_.end()) throw std::runtime_error("DbCrtMem::get. Brak certyfikatu");
+    der = crt->second.der;
+}
+
+size_t DbCrtMem::count() {
+    const std::scoped_lock guard(mutex_);
+    return crts_.size();
+}
+
+void DbCrtMem::setNetCertTime(const std::string&) {}
+
+int64_t DbCrtMem::getNetCertTime(const std::string&) {
+    return 0;
+}
+
+CrtStore::Removed DbCrtMem::removeCerts(const Expired& expired) {
+    const std::scoped_lock guard(mutex_);
+    Removed result;
+    for (auto at = crts_.begin(); at != crts_.end();) {
+        const auto crt = at++;
+        if (!expired(crt->second.der)) continue;
+        erase(crt);
+        ++result.removed;
+    }
+    result.remaining = crts_.size();
+    return result;
+}
+
+}  // namespace crv

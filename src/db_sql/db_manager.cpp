@@ -1,0 +1,235 @@
+#include "db_sql/db_manager.h"
+
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+#include "misc/logger.h"
+
+namespace crv {
+
+void DbManager::init(DbConfig config) {
+    init([config = std::move(config)] { return config; });
+}
+
+void DbManager::init(ConfigSource source) {
+    deinit();
+    source_ = std::move(source);
+}
+
+void DbManager::deinit() {
+    connection_.reset();
+    source_ = nullptr;
+    crtId_ = 0;
+}
+
+void DbManager::connect() {
+    if (!source_) throw std::runtime_error("Baza danych nie zainicjowana");
+    DbConfig config = source_();
+    if (!connection_ || config != connected_) {
+        connection_.reset();
+        crtId_ = 0;
+        connection_ = connFactory(config).connect(config);
+        connected_ = std::move(config);
+    }
+    connection_->crts().setSync(sync_);
+}
+
+void DbManager::fail(const char* name, const char* text) {
+    lastFailure_ = std::string("Wyjatek w funkcji: DbManager::") + name + "()";
+    logLine(LogLevel::error, lastFailure_);
+    logLine(LogLevel::error, text);
+    lastFailure_.append("\n").append(text);
+    connection_.reset();
+}
+
+/// Every operation goes through here: its name, its work, and what becomes of an exception.
+bool DbManager::run(const char* name, const Work& work) {
+    outOfMemory_ = false;
+    try {
+        connect();
+        work(*connection_);
+        return true;
+    } catch (const std::bad_alloc& e) {
+        outOfMemory_ = true;
+        fail(name, e.what());
+    } catch (const std::exception& e) {
+        fail(name, e.what());
+    } catch (...) {
+        fail(name, "Nieznany wyjatek");
+    }
+    return false;
+}
+
+bool DbManager::getConnection() {
+    connection_.reset();
+    return run("getConnection", [](DbConnection&) {});
+}
+
+bool DbManager::openIfNeeded() {
+    return run("getConnection", [](DbConnection&) {});
+}
+
+int DbManager::isDbCreated() {
+    DbState state = DbState::incomplete;
+    // This operation has no text of its own.
+    return run("createDb", [&](DbConnection& db) { state = db.isDbCreated(); }) ? static_cast<int>(state)
+                                                                                : static_cast<int>(DbState::incomplete);
+}
+
+bool DbManager::createDb() {
+    return run("createDb", [](DbConnection& db) { db.create(); });
+}
+
+bool DbManager::copyDb(const std::string& destination) {
+    return run("copyDb", [&](DbConnection& db) { db.copyDb(destination); });
+}
+
+bool DbManager::findCertsBySerNumHash(CrtItemList& list, ByteView digest) {
+    return run("findCertsBySerNumHash", [&](DbConnection& db) { db.crts().findCertsBySerNumHash(list, digest); });
+}
+
+bool DbManager::findCertsBySbjDnHash(CrtItemList& list, ByteView digest) {
+    return run("findCertsBySbjDnHash", [&](DbConnection& db) { db.crts().findCertsBySbjDnHash(list, digest); });
+}
+
+bool DbManager::findCertsByKeyIdHash(CrtItemList& list, ByteView keyId) {
+    return run("findCertsByKeyIdHash", [&](DbConnection& db) { db.crts().findCertsByKeyIdHash(list, keyId); });
+}
+
+bool DbManager::findCertsByCrtHash(CrtItemList& list, ByteView hash) {
+    return run("findCertsByCrtHash", [&](DbConnection& db) { db.crts().findCertsByCrtHash(list, hash); });
+}
+
+bool DbManager::findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value) {
+    return run("findCertsBySbjDnFld", [&](DbConnection& db) { db.crts().findCertsBySbjDnFld(list, type, value); });
+}
+
+bool DbManager::findCaCerts(CrtItemList& list) {
+    return run("findCaCerts", [&](DbConnection& db) { db.crts().findCaCerts(list); });
+}
+
+bool DbManager::insertCert(const CrtRecord& record, InsertResult* result) {
+    return run("insertCert", [&](DbConnection& db) {
+        const InsertResult done = db.crts().insertCert(record);
+        if (result != nullptr) *result = done;
+    });
+}
+
+bool DbManager::insertCerts(std::span<const CrtRecord> records, const CrtStore::SliceEnd& atEnd,
+                            std::vector<InsertOutcome>& outcomes, size_t& handled) {
+    handled = 0;
+    if (records.empty()) return true;
+    return run("insertCert", [&](DbConnection& db) { handled = db.crts().insertSlice(records, atEnd, outcomes); });
+}
+
+bool DbManager::deleteCert() {
+    return run("deleteCert", [&](DbConnection& db) { db.crts().deleteCert(crtId_); });
+}
+
+bool DbManager::removeCerts(const CrtStore::Expired& expired, CrtStore::Removed& result) {
+    return run("deleteCert", [&](DbConnection& db) {
+        result = db.crts().removeCerts(expired);
+        crtId_ = 0;
+    });
+}
+
+/// Moves to the certificate that the walk shows first.
+DbStep DbManager::step(const char* name, const std::function<void(CrtStore&, const CrtStore::Visit&)>& walk) {
+    bool found = false;
+    const bool done = run(name, [&](DbConnection& db) {
+        walk(db.crts(), [&](int64_t id, ByteView) {
+            crtId_ = id;
+            found = true;
+            return false;
+        });
+    });
+    if (!done) return DbStep::failed;
+    return found ? DbStep::found : DbStep::end;
+}
+
+DbStep DbManager::top() {
+    return step("top", [](CrtStore& crts, const CrtStore::Visit& visit) { crts.forward(0, 1, visit); });
+}
+
+DbStep DbManager::next() {
+    return step("next", [this](CrtStore& crts, const CrtStore::Visit& visit) { crts.forward(crtId_, 1, visit); });
+}
+
+DbStep DbManager::prev() {
+    return step("prev", [this](CrtStore& crts, const CrtStore::Visit& visit) { crts.backward(crtId_, 1, visit); });
+}
+
+bool DbManager::getCrtId(int64_t& id) {
+    return run("getCrtId", [&](DbConnection&) { id = crtId_; });
+}
+
+bool DbManager::setCrtId(int64_t id) {
+    return run("setCrtId", [&](DbConnection&) { crtId_ = id; });
+}
+
+bool DbManager::get(Bytes& der) {
+    return run("get", [&](DbConnection& db) { db.crts().get(crtId_, der); });
+}
+
+bool DbManager::readForward(int64_t after, size_t count, CrtItemList& list) {
+    return run("next", [&](DbConnection& db) {
+        db.crts().forward(after, count, [&](int64_t id, ByteView der) {
+            insertCrtItem(list, id, toBytes(der));
+            return true;
+        });
+    });
+}
+
+bool DbManager::readBackward(int64_t before, size_t count, CrtItemList& list) {
+    return run("prev", [&](DbConnection& db) {
+        db.crts().backward(before, count, [&](int64_t id, ByteView der) {
+            insertCrtItem(list, id, toBytes(der));
+            return true;
+        });
+    });
+}
+
+bool DbManager::countCerts(size_t& count) {
+    return run("top", [&](DbConnection& db) { count = db.crts().count(); });
+}
+
+bool DbManager::setNetCertTime(const std::string& name) {
+    return run("setNetCertTime", [&](DbConnection& db) { db.crts().setNetCertTime(name); });
+}
+
+bool DbManager::getNetCertTime(const std::string& name, int64_t& time) {
+    return run("getNetCertTime", [&](DbConnection& db) { time = db.crts().getNetCertTime(name); });
+}
+
+bool DbManager::getAllCrls(std::vector<Bytes>& list) {
+    return run("getAllCrls", [&](DbConnection& db) { db.crls().getAllCrls(list); });
+}
+
+bool DbManager::insertCrl(ByteView der, CrlInsert& result) {
+    return run("insertCrl", [&](DbConnection& db) { result = db.crls().insertCrl(der); });
+}
+
+bool DbManager::getCrlIndex(CrlIndex& index) {
+    return run("getCrlIndex", [&](DbConnection& db) { db.crls().getCrlIndex(index); });
+}
+
+bool DbManager::getCrlByFileNum(long number, Bytes& der) {
+    return run("getCrlByFileNum", [&](DbConnection& db) {
+        if (!db.crls().getCrlByFileNum(number, der)) throw std::runtime_error("Brak listy CRL");
+    });
+}
+
+bool DbManager::delSrv(const std::string& name) {
+    return run("delSrv", [&](DbConnection& db) { db.srvs().delSrv(name); });
+}
+
+bool DbManager::getLastImportNr(const std::string& name, long& number) {
+    return run("getLastImportNr", [&](DbConnection& db) { number = db.srvs().getLastImportNr(name); });
+}
+
+bool DbManager::setLastImportNr(const std::string& name, long number) {
+    return run("setLastImportNr", [&](DbConnection& db) { db.srvs().setLastImportNr(name, number); });
+}
+
+}  // namespace crv

@@ -1,0 +1,111 @@
+// The one way to the stores of a profile's database.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "db_sql/db_connection.h"
+
+namespace crv {
+
+/// Answer of a step through the certificates.
+enum class DbStep {
+    found,
+    end,    ///< no certificate there; the current one stays
+    failed  ///< as for every other operation
+};
+
+/// One per library context; used by one thread at a time. Hides what kind the database is.
+///
+/// No operation throws. An exception of the store is written to the log ("Wyjatek w funkcji: DbManager::" name "()" and
+/// the exception's text), the connection is dropped, so that the next operation makes a new one, and the operation
+/// answers false (or failed). lastFailure() then has the text, outOfMemory() tells a lack of memory from a failing
+/// database.
+class DbManager {
+  public:
+    using ConfigSource = std::function<DbConfig()>;
+
+    /// Takes the settings of the database. Nothing is opened.
+    void init(DbConfig config);
+    /// Asks for the settings at every operation: a context's profile changes.
+    void init(ConfigSource source);
+    void deinit();
+
+    bool getConnection();
+    /// Makes a connection when there is none for the present settings.
+    bool openIfNeeded();
+    /// The status codes of DbState; 2 also for a failure.
+    int isDbCreated();
+    bool createDb();
+    bool copyDb(const std::string& destination);
+
+    // Searches append what they find; finding nothing is no failure.
+    bool findCertsBySerNumHash(CrtItemList& list, ByteView digest);
+    bool findCertsBySbjDnHash(CrtItemList& list, ByteView digest);
+    bool findCertsByKeyIdHash(CrtItemList& list, ByteView keyId);
+    bool findCertsByCrtHash(CrtItemList& list, ByteView hash);
+    bool findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value);
+    bool findCaCerts(CrtItemList& list);
+
+    /// Stores one certificate; result, when given, tells whether it was there already.
+    bool insertCert(const CrtRecord& record, InsertResult* result = nullptr);
+    /// Stores certificates from the first on as long as atEnd answers false, in one go. Appends the outcomes; handled
+    /// answers their number. See CrtStore::insertSlice.
+    bool insertCerts(std::span<const CrtRecord> records, const CrtStore::SliceEnd& atEnd,
+                     std::vector<InsertOutcome>& outcomes, size_t& handled);
+    /// Deletes the current certificate.
+    bool deleteCert();
+    /// Removes the certificates that `expired` says yes to and compacts the store: ids change.
+    bool removeCerts(const CrtStore::Expired& expired, CrtStore::Removed& result);
+
+    // Browsing in record order. The current certificate is known by its id.
+    DbStep top();
+    DbStep next();
+    DbStep prev();
+    bool getCrtId(int64_t& id);
+    bool setCrtId(int64_t id);
+    bool get(Bytes& der);
+    /// Pages: up to `count` certificates behind `after` (0: from the first), or before `before` (INT64_MAX: from the
+    /// last), the nearest one first.
+    bool readForward(int64_t after, size_t count, CrtItemList& list);
+    bool readBackward(int64_t before, size_t count, CrtItemList& list);
+    bool countCerts(size_t& count);
+
+    bool setNetCertTime(const std::string& name);
+    /// 0 for an unknown name.
+    bool getNetCertTime(const std::string& name, int64_t& time);
+
+    bool getAllCrls(std::vector<Bytes>& list);
+    bool insertCrl(ByteView der, CrlInsert& result);
+    bool getCrlIndex(CrlIndex& index);
+    bool getCrlByFileNum(long number, Bytes& der);
+
+    bool delSrv(const std::string& name);
+    bool getLastImportNr(const std::string& name, long& number);
+    bool setLastImportNr(const std::string& name, long number);
+
+    [[nodiscard]] const std::string& lastFailure() const { return lastFailure_; }
+    [[nodiscard]] bool outOfMemory() const { return outOfMemory_; }
+    /// Whether insertions wait until the disk has the data (the default); off only for measuring.
+    void setSync(bool on) { sync_ = on; }
+
+  private:
+    using Work = std::function<void(DbConnection&)>;
+    bool run(const char* name, const Work& work);
+    void fail(const char* name, const char* text);
+    void connect();
+    DbStep step(const char* name, const std::function<void(CrtStore&, const CrtStore::Visit&)>& walk);
+
+    ConfigSource source_;
+    DbConfig connected_;
+    std::unique_ptr<DbConnection> connection_;
+    int64_t crtId_ = 0;
+    std::string lastFailure_;
+    bool outOfMemory_ = false;
+    bool sync_ = true;
+};
+
+}  // namespace crv

@@ -1,0 +1,46 @@
+// Fields of a subject name as the database finds them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace crv {
+
+/// Type bytes of the fields.
+enum DnFldType : uint8_t {
+    dnCommonName = 'n',
+    dnOrganization = 'o',
+    dnOrganizationalUnit = 'u',
+    dnCountry = 'c',
+    dnSurname = 's',
+    dnGivenName = 'g',
+    dnLocality = 'l',
+    dnState = 'p',
+    dnTitle = 't',
+    dnSerialNumber = 'd',
+    dnDomainComponent = 'D',
+    dnOther = 'x',
+    dnEmail = 'e'  ///< 101: every e-mail address of the certificate, wherever it stands
+};
+
+/// Octets of a value that take part in a search; longer values are cut on insertion and search alike.
+constexpr size_t maxDnFldValue = 128;
+
+/// A field's type and its value in UTF-8.
+struct DnFld {
+    uint8_t type = 0;
+    std::string value;
+    bool operator==(const DnFld&) const = default;
+};
+
+using DnFldList = std::vector<DnFld>;
+
+/// Appends the field unless the list has the same type and value already. The value is cut to maxDnFldValue octets,
+/// and at a zero octet.
+void addToListNoRepeat(DnFldList& list, uint8_t type, std::string value);
+
+/// The part of a value that the database keeps.
+std::string dnFldValue(std::string value);
+
+}  // namespace crv

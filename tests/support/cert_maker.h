@@ -1,0 +1,73 @@
+// Certificates and CRLs made by libcrypto, for tests and benchmarks: another hand than the code under test.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "misc/bytes.h"
+
+struct evp_pkey_st;
+
+namespace crv::test {
+
+using TestKey = std::shared_ptr<evp_pkey_st>;
+/// A fresh P-256 key.
+TestKey makeKey();
+
+/// String types of name values (libcrypto's MBSTRING/V_ASN1 numbers).
+enum StringType { utf8String = 12, printableString = 19, t61String = 20, ia5String = 22, bmpString = 30 };
+
+struct NameField {
+    const char* type;   ///< "CN", "O", ... or "emailAddress"
+    std::string value;  ///< UTF-8
+    int stringType = utf8String;
+};
+using NameFields = std::vector<NameField>;
+
+constexpr int64_t day = 86400;
+
+struct CertSpec {
+    NameFields subject;
+    std::string serial = "1";  ///< hexadecimal
+    int64_t notBefore = -day;  ///< seconds from now
+    int64_t notAfter = 365 * day;
+    /// Extensions as libcrypto's configuration writes them: {"keyUsage", "critical,keyCertSign"}.
+    std::vector<std::pair<std::string, std::string>> extensions{};
+};
+
+struct MadeCert {
+    Bytes der;
+    NameFields subject;
+    TestKey key;
+};
+
+/// Issued by `issuer`, or self-signed when it is null; the key is made when none is given.
+MadeCert makeCert(const CertSpec& spec, const MadeCert* issuer = nullptr, TestKey key = nullptr);
+
+/// Extensions of an authority: basicConstraints (with a path length unless negative), keyUsage, key identifiers.
+std::vector<std::pair<std::string, std::string>> caExtensions(int pathLength = -1);
+
+struct CrlEntry {
+    std::string serial;  ///< hexadecimal
+    int reason = -1;     ///< RFC 5280 5.3.1; negative for none
+    int64_t when = -3600;
+};
+
+struct CrlSpec {
+    std::vector<CrlEntry> entries{};
+    long number = 1;
+    long base = -1;  ///< number of the complete CRL of a delta; negative: no delta
+    int64_t thisUpdate = -60;
+    int64_t nextUpdate = 30 * day;
+    std::vector<std::pair<std::string, std::string>> extensions{{"authorityKeyIdentifier", "keyid"}};
+};
+
+Bytes makeCrl(const CrlSpec& spec, const MadeCert& issuer);
+
+/// A PKCS#7 bundle of the certificates, DER.
+Bytes makeBundle(const std::vector<Bytes>& certificates);
+
+}  // namespace crv::test
