@@ -19,7 +19,6 @@ class ConfigurationManager;
 class ContextServices;
 class GenericFile;
 class KeyStoreMedia;
-struct LoadedSecurityFile;
 
 /// Where a trust point comes from. Only those of User can be deleted.
 enum class TrustPointFlag : int { KeyStore = 0, User = 1, Qualified = 2, Additional = 3 };
@@ -52,18 +51,21 @@ class KeyManager {
 
     // --- Opening and closing
 
-    /// Device start (Tarvo, token): finds the device and makes it ready for log-in. kKmDeviceError, kKmDeviceNotFound,
-    /// kKmDeviceLibrary, kKmDeviceFunction, kKmPkcs11NotInitialised. Media without a device answer kKmOk.
+    /// Device start (Tarvo, token), before the log-in: forgets the previous profile, finds the device and makes it
+    /// ready for log-in. kKmDeviceError, kKmDeviceNotFound, kKmDeviceLibrary, kKmDeviceFunction,
+    /// kKmPkcs11NotInitialised. Media without a device answer kKmOk.
     [[nodiscard]] KeyManagerResult deviceInit();
 
     /// Log-in: opens the key store of the context's current profile with the password from the PIN cache, restores the
     /// configuration record into the configuration manager, seeds the generators, stores a fresh seed and, when asked,
     /// reads the additional trust points. `mode` is 0.
+    /// Closes whatever was open first; the PIN cache is not touched.
     /// A failure forgets everything, with one exception: after kKmNoSeed the contents stay for rbgInit (from
     /// keystrokes) and saveConfiguration, after which initProfile is called again.
     [[nodiscard]] KeyManagerResult initProfile(int mode, bool readAdditional);
 
-    /// Log-out: forgets and wipes keys, certificates, seed, generators and the PINs of the profile. Never fails.
+    /// Log-out: forgets and wipes keys, certificates, configuration, seed and generators, and when a profile was logged
+    /// in also the PINs. Not to be called between kKmNoSeed and the save that mends it. Never fails.
     void deinitProfile() noexcept;
 
     /// Before a security file is created: forgets the previous profile and binds the current one, with nothing in it.
@@ -170,18 +172,19 @@ class KeyManager {
     void forget() noexcept;
     void selectMedia();
 
-    [[nodiscard]] KeyManagerResult openKeyStore();
+    [[nodiscard]] KeyManagerResult openKeyStore(bool readAdditional);
     [[nodiscard]] KeyManagerResult openDevice(const SecretText& pin);
     [[nodiscard]] KeyManagerResult verifyConfiguration();
     [[nodiscard]] KeyManagerResult askPin(SecretText& pin);
     [[nodiscard]] bool ignoresSecurityFile() const;
-    [[nodiscard]] bool allowsRecertification() const;
-    void adoptConfiguration(const KeyStoreContents& contents);
+    [[nodiscard]] bool recertificationAllowed() const;
+    void takeRecord(const std::shared_ptr<const CRVCfgFile>& record);
     void copyUserUnqualifiedTrustedCA();
 
     [[nodiscard]] KeyStoreContents currentContents() const;
     [[nodiscard]] KeyManagerResult mergeWithFile(const SecretText& password, KeyStoreContents& contents);
-    [[nodiscard]] KeyManagerResult writeContents(const KeyStoreContents& contents, const SecretText& password);
+    [[nodiscard]] KeyManagerResult writeContents(KeyStoreContents contents, const SecretText& password);
+    void noteSaved();
 
     ContextServices* context_ = nullptr;
     std::unique_ptr<KeyStoreMedia> media_;
@@ -191,8 +194,9 @@ class KeyManager {
     std::unique_ptr<KeyStoreContents> beforeInstall_;
     SecretBytes signedConfiguration_;  // a configuration still to be verified
 
-    KcRbgHashIso18031 hashRbg_;
-    KcRbgDss31 dssRbg_;
+    uint64_t generatorCycle_;
+    std::optional<KcRbgHashIso18031> hashRbg_;  // present exactly while seeded
+    std::optional<KcRbgDss31> dssRbg_;
     RandomBridge random_;
 
     bool loggedIn_ = false;
@@ -200,6 +204,7 @@ class KeyManager {
     bool creating_ = false;
     bool generatorReady_ = false;
     bool seedingSuppressed_ = false;
+    bool recordTaken_ = false;  // the configuration manager's record is this key store's
 };
 
 /// Whether the password opens the PFX in the file, without deciphering its contents: kKmOk, kKmWrongPassword,

@@ -49,12 +49,19 @@ using CertList = std::vector<CertPtr>;
 /// The seed from which the next log-in starts.
 using RbgSeed = SecretArray<20>;
 
-/// A certificate's encoding.
+/// The certificate of an encoding, which is copied; null when it is none. Every certificate of a store is made so.
+[[nodiscard]] CertPtr makeCert(ByteView encoding);
+/// The octets that a certificate was read from.
 [[nodiscard]] ByteView encodingOf(const SignedCertificate& certificate);
 /// Whether the list holds a certificate with this encoding.
 [[nodiscard]] bool contains(const CertList& list, const SignedCertificate& certificate);
 /// Removes it; false when it was not there.
 bool removeFrom(CertList& list, const SignedCertificate& certificate);
+
+/// Whether certificate `a` became valid later than `b`, or at once with it and ends later.
+[[nodiscard]] bool isNewer(const SignedCertificate& a, const SignedCertificate& b);
+/// The signing key first, then the encryption key, then the rest as they stand.
+void sortByRole(std::vector<StoredKey>& keys);
 
 /// Copies share keys, certificates and the record, which nobody changes once it stands here.
 struct KeyStoreContents {

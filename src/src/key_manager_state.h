@@ -1,0 +1,25 @@
+// What the sources of the key manager share among themselves.
+#pragma once
+
+#include "src/key_manager.h"
+#include "src/key_store_media.h"
+
+namespace crv {
+
+/// Where the key manager's assertions say that they failed.
+inline constexpr const char* kKeyManagerPlace = "src/src/keymgr";
+
+/// The security file as it was last read or written: the ancestor for a merge.
+struct KeyManager::FileState {
+    FileState(ByteView octets, KeyStoreContents held, SecretText text)
+        : digest(hashOf(KcHashAlgo::sha256, octets)), contents(std::move(held)), password(std::move(text)) {}
+
+    Bytes digest;
+    KeyStoreContents contents;
+    SecretText password;
+};
+
+/// The configuration record of an encoding, with its lists of certificates checked; null when it is none.
+[[nodiscard]] std::shared_ptr<const CRVCfgFile> decodeRecord(ByteView encoding);
+
+}  // namespace crv

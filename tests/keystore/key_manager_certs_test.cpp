@@ -1,0 +1,227 @@
+// The user's certificates, trust points, signed configurations, and profiles without a security file.
+#include <gtest/gtest.h>
+
+#include "corvane/crvprofile.h"
+#include "key_store_session.h"
+#include "misc/exceptions.h"
+#include "profiles/profile_kinds.h"
+#include "support/temp_dir.h"
+
+namespace crv::test {
+namespace {
+
+struct KeyManagerCertsTest : testing::Test {
+    TempDir dir;
+    Session session{dir.file("keys.p12")};
+
+    void createWith(std::initializer_list<std::pair<KeyType, const char*>> keys) {
+        ASSERT_EQ(session.create(), kKmOk);
+        for (const auto& [use, name] : keys) ASSERT_EQ(session.keys.addNewKey(use, testKey(name)), kKmOk);
+    }
+};
+
+TEST_F(KeyManagerCertsTest, InstallsACertificateByTheRules) {
+    createWith({{KeyType::Signing, "rsa1"}, {KeyType::Encryption, "rsa2"}});
+    struct Step {
+        const char* certificate;
+        KeyManagerResult result;
+    };
+    const Step steps[] = {
+        {"dsa", kKmNoKeyForCertificate}, {"both", kKmRoleTaken},
+        {"enc_by_rsa1", kKmRoleTaken},   {"sign", kKmOk},
+        {"sign", kKmCertificateExists},  {"sign_other", kKmKeyHasTwoNames},
+        {"sign_newer", kKmOk},           {"sign", kKmCertificateExists},
+        {"plain", kKmCertificateExists}, {"enc", kKmOk},
+    };
+    for (const Step& step : steps)
+        EXPECT_EQ(session.keys.installUserCrt(*testCert(step.certificate)), step.result) << step.certificate;
+    ASSERT_EQ(session.keys.saveConfiguration(), kKmOk);
+    ASSERT_EQ(session.login(), kKmOk);
+    EXPECT_TRUE(contains({session.keys.signingCertificate()}, *testCert("sign_newer")));
+    EXPECT_TRUE(contains({session.keys.encryptionCertificate()}, *testCert("enc")));
+    EXPECT_EQ(session.keys.userCerts().size(), 2u);
+
+    session.editRecord().setIntOpt(13, 1);
+    EXPECT_EQ(session.keys.installUserCrt(*testCert("sign_other")), kKmOk) << "option 13 allows a second name";
+    ASSERT_EQ(session.keys.saveConfiguration(), kKmOk);
+    EXPECT_EQ(session.login(), kKmOk);
+    session.editRecord().setIntOpt(13, 0);
+    ASSERT_EQ(session.keys.saveConfiguration(), kKmOk);
+    EXPECT_EQ(session.login(), kKmKeyHasTwoNames);
+}
+
+TEST_F(KeyManagerCertsTest, AnInstallationCanBeTakenBack) {
+    createWith({{KeyType::Signing, "rsa1"}});
+    ASSERT_EQ(session.keys.installUserCrt(*testCert("sign")), kKmOk);
+    ASSERT_EQ(session.keys.installUserCrt(*testCert("sign_newer")), kKmOk);
+    session.keys.undoInstallUserCrt();
+    ASSERT_EQ(session.keys.userCerts().size(), 1u);
+    EXPECT_TRUE(contains(session.keys.userCerts(), *testCert("sign")));
+    session.keys.undoInstallUserCrt();
+    EXPECT_EQ(session.keys.userCerts().size(), 1u) << "only the last one";
+}
+
+TEST_F(KeyManagerCertsTest, TrustPointsComeFromFourPlacesAndOnlyTheUsersCanBeDeleted) {
+    createWith({});
+    struct Step {
+        const char* certificate;
+        KeyManagerResult result;
+    };
+    const Step steps[] = {
+        {"sign", kKmNoCaCertificate},       {"no_ca", kKmNoCaCertificate},
+        {"ca_md5", kKmTrustPointRefused},   {"ca_ec", kKmOk},
+        {"ca_short", kKmTrustPointRefused}, {"ca_ec", kKmTrustPointExists},
+    };
+    for (const Step& step : steps)
+        EXPECT_EQ(session.keys.addTrustedCA(*testCert(step.certificate)), step.result) << step.certificate;
+    Bytes forged = toBytes(encodingOf(*testCert("ca")));
+    forged.back() ^= 1;
+    EXPECT_EQ(session.keys.addTrustedCA(*makeCert(forged)), kKmBadSignature);
+
+    session.editRecord().setQualifiedTrustedCAs({toBytes(encodingOf(*testCert("ca_short")))});
+    session.profile().setAttr(CRVPROFILE_ATTR_ROOTS_FILE, dataFile("roots.p12"));
+    session.context.pins.insert_or_assign(PinSlot::Roots, SecretText("korzenie"));
+    ASSERT_EQ(session.keys.saveConfiguration(), kKmOk);
+    ASSERT_EQ(session.login(true), kKmOk);
+    const auto flags = [&] {
+        std::string text;
+        for (const TrustPoint& point : session.keys.trustedPoints()) text += char('0' + int(point.flag));
+        return text;
+    };
+    EXPECT_EQ(flags(), "123");
+    EXPECT_EQ(session.keys.addTrustedCA(*testCert("ca")), kKmTrustPointExists);
+    EXPECT_EQ(session.keys.delTrustedCA(*testCert("ca"), 1), kKmNotOnThisMedium);
+    EXPECT_THROW((void)session.keys.delTrustedCA(*testCert("ca"), 3), VtestException);
+
+    // Out of the record, but still in a bag: then it is the key store's.
+    session.editRecord().setTrustedCAs({});
+    EXPECT_EQ(flags(), "023");
+    EXPECT_EQ(session.keys.delTrustedCA(*testCert("ca_ec"), 1), kKmNotOnThisMedium);
+    session.editRecord().setTrustedCAs({toBytes(encodingOf(*testCert("ca_ec")))});
+    EXPECT_EQ(session.keys.delTrustedCA(*testCert("ca_ec"), 1), kKmOk);
+    EXPECT_EQ(session.keys.delTrustedCA(*testCert("ca_ec"), 1), kKmOk) << "gone already";
+    ASSERT_EQ(session.keys.saveConfiguration(), kKmOk);
+    ASSERT_EQ(session.login(false), kKmOk);
+    EXPECT_EQ(flags(), "2") << "deleted from record and bags; the additional store was not asked for";
+}
+
+TEST_F(KeyManagerCertsTest, TheAdditionalStoreFailsWithItsCode) {
+    createWith({});
+    struct Case {
+        const char* file;
+        const char* password;  // null: cancelled
+        bool empty;
+        KeyManagerResult result;
+    };
+    const Case cases[] = {
+        {"roots.p12", "korzenie", false, kKmOk},
+        {"roots.p12", "pnie", false, kKmWrongRootsPassword},
+        {"roots.p12", nullptr, false, kKmNoRootsPassword},
+        {"roots_empty.p12", nullptr, true, kKmOk},
+        {"roots.p12", nullptr, true, kKmWrongRootsPassword},
+        {"missing.p12", nullptr, false, kKmOk},
+        {"crt_ca.der", "korzenie", false, kKmRootsFormat},
+        {"openssl_ec.p12", "Hasło1234", false, kKmRootsFormat},
+        {".", "korzenie", false, kKmRootsFormat},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(std::string(row.file) + " under " + (row.password ? row.password : "nothing"));
+        session.profile().setAttr(CRVPROFILE_ATTR_ROOTS_FILE, dataFile(row.file));
+        session.profile().setAttr(CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, row.empty);
+        session.context.pins.erase(PinSlot::Roots);
+        if (row.password) session.context.pins.emplace(PinSlot::Roots, SecretText(row.password));
+        EXPECT_EQ(session.login(true), row.result);
+        EXPECT_EQ(session.keys.isLoggedIn(), row.result == kKmOk);
+    }
+}
+
+struct OtherMediaTest : testing::Test {
+    TestContext context;
+    KeyManager keys;
+    SecretArray<16> octets;
+
+    OtherMediaTest() {
+        keys.init(context);
+        context.pins.emplace(PinSlot::SigningToken, SecretText("1234"));
+    }
+    template <class Kind>
+    CrvProfile& bind() {
+        context.configuration().setProfile(std::make_unique<Kind>());
+        return *context.configuration().profile();
+    }
+    bool filled() { return octets != SecretArray<16>(); }
+};
+
+TEST_F(OtherMediaTest, MemoryAndProviderNeedNeitherPinNorFile) {
+    context.pins.clear();
+    bind<MemoryProfile>();
+    ASSERT_EQ(keys.initProfile(0, true), kKmOk);
+    EXPECT_EQ(keys.rbgFill(octets), kKmOk);
+    EXPECT_TRUE(filled());
+    EXPECT_EQ(keys.saveNewSeed(), kKmOk);
+    EXPECT_EQ(keys.saveConfiguration(), kKmOk);
+    EXPECT_THROW((void)keys.saveKey(SecretText(kPassword), 0), VtestException);
+    EXPECT_THROW((void)keys.loadKey(SecretText(kPassword)), VtestException);
+
+    bind<CspProfile>();
+    octets = {};
+    ASSERT_EQ(keys.initProfile(0, false), kKmOk);
+    EXPECT_EQ(keys.rbgFill(octets), kKmOk);
+    EXPECT_FALSE(filled()) << "the provider is never asked";
+
+    bind<Pkcs11Profile>();
+    context.pins.emplace(PinSlot::SigningToken, SecretText("1234"));
+    EXPECT_EQ(keys.deviceInit(), kKmPkcs11NotInitialised);
+    EXPECT_EQ(keys.initProfile(0, false), kKmPkcs11NotInitialised);
+
+    context.configuration().setProfile(nullptr);
+    EXPECT_THROW((void)keys.initProfile(0, false), VtestException);
+}
+
+TEST_F(OtherMediaTest, TheTarvoLibraryIsFoundOrSaidToBeMissing) {
+    const std::string folder = CRV_BIN_DIR;
+    struct Case {
+        std::string library;
+        const char* card;
+        const char* pin;
+        KeyManagerResult start, login;
+    };
+    const Case cases[] = {
+        {folder + "/none.so", nullptr, "1234", kKmDeviceLibrary, kKmDeviceLibrary},
+        {folder + "/tarvo_test_broken.so", nullptr, "1234", kKmDeviceFunction, kKmDeviceFunction},
+        {folder + "/tarvo_test.so", "CARD-0000000000n", "1234", kKmDeviceNotFound, kKmDeviceNotFound},
+        {folder + "/tarvo_test.so", "CARD-0000000000e", "1234", kKmDeviceError, kKmDeviceError},
+        {folder + "/tarvo_test.so", nullptr, "4321", kKmOk, kKmWrongPassword},
+        {folder + "/tarvo_test.so", nullptr, "blocked", kKmOk, kKmCardBlocked},
+        {folder + "/tarvo_test.so", "CARD-0000000000o", "1234", kKmOk, kKmOk},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.library + " " + row.pin);
+        CrvProfile& profile = bind<Tarvo23Profile>();
+        keys.deinitProfile();
+        context.diagnostic.clear();
+        profile.setAttr(CRVPROFILE_ATTR_TRV_LIB_PATH, row.library);
+        if (row.card) profile.setAttr(CRVPROFILE_ATTR_T23_CARD_ID, row.card, 16);
+        context.pins.insert_or_assign(PinSlot::SigningToken, SecretText(row.pin));
+        EXPECT_EQ(keys.deviceInit(), row.start);
+        EXPECT_EQ(keys.initProfile(0, false), row.login);
+        EXPECT_EQ(context.diagnostic.empty(), row.start != kKmDeviceLibrary && row.start != kKmDeviceFunction);
+    }
+    EXPECT_EQ(context.deviceError, 0x1A2Bu);
+    EXPECT_EQ(keys.rbgFill(octets), kKmOk);
+    EXPECT_TRUE(filled());
+    // The configuration is kept in the device.
+    context.configuration().editRecord().setIntOpt(17, 5);
+    ASSERT_EQ(keys.saveConfiguration(), kKmOk);
+    context.configuration().resetRecord();
+    ASSERT_EQ(keys.initProfile(0, false), kKmOk);
+    EXPECT_EQ(context.configuration().record().getIntOpt(17), 5);
+
+    bind<Tarvo23Profile>().setAttr(CRVPROFILE_ATTR_TRV_LIB_PATH, folder + "/tarvo_test.so");
+    context.configuration().profile()->setAttr(CRVPROFILE_ATTR_T23_CARD_ID, "CARD-0000000000r", 16);
+    ASSERT_EQ(keys.initProfile(0, false), kKmOk);
+    EXPECT_EQ(keys.rbgFill(octets), kKmDeviceError);
+}
+
+}  // namespace
+}  // namespace crv::test

@@ -1,0 +1,301 @@
+// Opening, saving and closing a key store of a file profile.
+#include "src/key_manager.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "asn/x509/sign_algo.h"
+#include "corvane/crvprofile.h"
+#include "key_store_session.h"
+#include "misc/exceptions.h"
+#include "profiles/profile_kinds.h"
+#include "src/config_oids.h"
+#include "support/faulty_file_ops.h"
+#include "support/temp_dir.h"
+
+namespace crv::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr long kTimeoutOption = 17;
+
+/// Fails one call on one path.
+class RefusingFileOps : public FileOps {
+  public:
+    RefusingFileOps(std::string path, bool atOpening) : path_(std::move(path)), atOpening_(atOpening) {}
+    int open(const std::string& path, int flags, mode_t mode) override {
+        if (path == path_ && atOpening_) return errno = EACCES, -1;
+        const int fd = FileOps::open(path, flags, mode);
+        if (path == path_) refused_ = fd;
+        return fd;
+    }
+    ssize_t pread(int fd, void* buffer, size_t size, int64_t position) override {
+        return fd == refused_ ? (errno = EIO, -1) : FileOps::pread(fd, buffer, size, position);
+    }
+
+  private:
+    std::string path_;
+    bool atOpening_;
+    int refused_ = -1;
+};
+
+struct KeyManagerTest : testing::Test {
+    TempDir dir;
+    std::string path = dir.file("keys.p12");
+    Session session{path};
+};
+
+TEST_F(KeyManagerTest, CreatesAFileForItsOwnerAndOpensItAgain) {
+    session.editRecord().setIntOpt(kTimeoutOption, 77);
+    ASSERT_EQ(session.create(), kKmOk);
+    EXPECT_TRUE(session.keys.isLoggedIn());
+    ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, testKey("rsa1")), kKmOk);
+    EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+
+    std::string before = readFile(path);
+    Session other(path);
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_EQ(other.login(), kKmOk);
+        EXPECT_TRUE(other.keys.isLoggedIn() && other.keys.isSaved());
+        EXPECT_EQ(other.record().getIntOpt(kTimeoutOption), 77);
+        ASSERT_NE(other.keys.signingKey(), nullptr);
+        EXPECT_EQ(other.keys.signingKey()->keyId(), testKey("rsa1").keyId());
+        const std::string after = readFile(path);
+        EXPECT_NE(after, before) << "every log-in stores a fresh seed";
+        before = after;
+    }
+    other.keys.deinitProfile();
+    EXPECT_FALSE(other.keys.isLoggedIn() || other.keys.hasAnyKey());
+    EXPECT_EQ(other.record().getIntOpt(kTimeoutOption), 30);
+    EXPECT_EQ(other.login(), kKmCancelled) << "the PINs are gone";
+}
+
+TEST_F(KeyManagerTest, LogInFailsWithItsCodeAndForgetsEverything) {
+    ASSERT_EQ(session.create(), kKmOk);
+    const std::string good = readFile(path);
+    struct Case {
+        const char* what;
+        std::function<void(Session&)> prepare;
+        KeyManagerResult result;
+    };
+    const Case cases[] = {
+        {"wrong password", [](Session& s) { s.setPassword("Zażółć-1235"); }, kKmWrongPassword},
+        {"wrong PIN", [](Session& s) { s.context.pinAnswer = kPinWrong; }, kKmWrongPassword},
+        {"cancelled", [](Session& s) { s.context.pins.clear(); }, kKmCancelled},
+        {"no path", [](Session& s) { s.profile().setAttr(CRVPROFILE_ATTR_PKCS12_FILE, "", 0); }, kKmOpenFailed},
+        {"no file", [&](Session&) { fs::remove(path); }, kKmOpenFailed},
+        {"folder", [&](Session&) { fs::remove(path), fs::create_directory(path); }, kKmReadFailed},
+        {"pipe", [&](Session&) { fs::remove_all(path), ::mkfifo(path.c_str(), 0600); }, kKmReadFailed},
+        {"empty", [&](Session&) { fs::remove_all(path), writeFile(path, ""); }, kKmBadFormat},
+        {"truncated", [&](Session&) { writeFile(path, good.substr(0, good.size() / 2)); }, kKmBadFormat},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.what);
+        Session s(path);
+        row.prepare(s);
+        EXPECT_EQ(s.login(), row.result);
+        EXPECT_FALSE(s.keys.isLoggedIn() || s.keys.hasAnyKey());
+        EXPECT_THROW((void)s.keys.saveConfiguration(), VtestException);
+    }
+    writeFile(path, good);
+    for (const bool atOpening : {true, false}) {
+        RefusingFileOps ops(path, atOpening);
+        const ScopedFileOps scope(ops);
+        EXPECT_EQ(Session(path).login(), atOpening ? kKmOpenFailed : kKmReadFailed);
+    }
+}
+
+TEST_F(KeyManagerTest, AFileWithIgnoredSecretsHoldsNeitherRecordNorSeed) {
+    session.profile().setAttr(CRVPROFILE_ATTR_IGNORE_SFT_FILE, 1);
+    session.editRecord().setIntOpt(kTimeoutOption, 77);
+    ASSERT_EQ(session.create(), kKmOk);
+    const std::string before = readFile(path);
+    EXPECT_EQ(session.login(), kKmOk);
+    EXPECT_EQ(readFile(path), before) << "no seed, so nothing to store";
+    EXPECT_EQ(session.record().getIntOpt(kTimeoutOption), 77) << "what was set stays";
+    Session plain(path);
+    ASSERT_EQ(plain.login(), kKmOk);
+    EXPECT_EQ(plain.record().getIntOpt(kTimeoutOption), 30);
+}
+
+TEST_F(KeyManagerTest, AHeldFileIsKeptInTheProfile) {
+    ASSERT_EQ(session.create(), kKmOk);
+    const std::string octets = readFile(path);
+    Session held("");
+    EXPECT_EQ(held.create(), kKmOpenFailed) << "neither path nor octets";
+    held.profile().setAttr(CRVPROFILE_ATTR_SFT_FILE_BYTES, octets);
+    ASSERT_EQ(held.login(), kKmOk);
+    std::string after;
+    held.profile().getAttr(CRVPROFILE_ATTR_SFT_FILE_BYTES, after);
+    EXPECT_NE(after, octets);
+    held.profile().setAttr(CRVPROFILE_ATTR_SFT_FILE_BYTES, std::string("no PFX"));
+    EXPECT_EQ(held.login(), kKmBadFormat);
+}
+
+TEST_F(KeyManagerTest, AMissingSeedIsMendedWithoutLosingTheContents) {
+    session.profile().setAttr(CRVPROFILE_ATTR_IGNORE_SFT_FILE, 1);
+    ASSERT_EQ(session.create(), kKmOk);
+    ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
+    Session s(path);
+    {
+        RefusingFileOps ops("/dev/urandom", true);
+        const ScopedFileOps scope(ops);
+        ASSERT_EQ(s.login(), kKmNoSeed);
+    }
+    EXPECT_FALSE(s.keys.isLoggedIn());
+    SecretArray<8> octets;
+    EXPECT_EQ(s.keys.rbgFill(octets), kKmNoSeed);
+    EXPECT_EQ(s.keys.saveConfiguration(), kKmNoSeed);
+    ASSERT_EQ(s.keys.rbgInit(asBytes("keys typed by the user")), kKmOk);
+    ASSERT_EQ(s.keys.saveConfiguration(), kKmOk);
+    ASSERT_EQ(s.login(), kKmOk);
+    EXPECT_TRUE(s.keys.hasKey(KeyType::Signing));
+}
+
+TEST_F(KeyManagerTest, GeneratorsRunOnBeyondTheirCycle) {
+    Session s(path, kPassword, 3);
+    ASSERT_EQ(s.create(), kKmOk);
+    SecretArray<32> last;
+    for (int i = 0; i < 10; ++i) {
+        SecretArray<32> next;
+        ASSERT_EQ(s.keys.rbgFill(next), kKmOk);
+        EXPECT_NE(next, last);
+        last = next;
+    }
+    RefusingFileOps ops("/dev/urandom", true);
+    const ScopedFileOps scope(ops);
+    SecretArray<32> more;
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(s.keys.rbgFill(more), kKmOk) << "the stored seed is source enough";
+}
+
+TEST_F(KeyManagerTest, EqualSeedsGiveDifferentLogIns) {
+    ASSERT_EQ(session.create(), kKmOk);
+    const std::string octets = readFile(path);
+    SecretArray<32> first, second;
+    ASSERT_EQ(session.login(), kKmOk);
+    ASSERT_EQ(session.keys.rbgFill(first), kKmOk);
+    writeFile(path, octets);
+    ASSERT_EQ(session.login(), kKmOk);
+    ASSERT_EQ(session.keys.rbgFill(second), kKmOk);
+    EXPECT_NE(first, second);
+}
+
+TEST_F(KeyManagerTest, ChangesThePasswordOnlyWhenAsked) {
+    ASSERT_EQ(session.create(), kKmOk);
+    const std::string before = readFile(path);
+    EXPECT_EQ(session.keys.saveKey(SecretText("Inne-hasło1"), 0), kKmWrongPassword);
+    EXPECT_EQ(readFile(path), before);
+    ASSERT_EQ(session.keys.changePin(SecretText("whatever"), SecretText(kPassword)), kKmOk);
+    EXPECT_NE(readFile(path), before) << "the same password, but fresh salts";
+    ASSERT_EQ(session.keys.changePin(SecretText(), SecretText("Inne-hasło1")), kKmOk);
+    EXPECT_EQ(session.keys.saveConfiguration(), kKmWrongPassword) << "the cached PIN is the old one";
+    EXPECT_EQ(Session(path).login(), kKmWrongPassword);
+    EXPECT_EQ(Session(path, "Inne-hasło1").login(), kKmOk);
+    // A cleaned PIN is one of zero bytes: it must never become the password.
+    EXPECT_EQ(session.keys.saveKey(SecretText(std::string(11, '\0')), 0), kKmWrongPassword);
+}
+
+TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
+    ASSERT_EQ(session.create(), kKmOk);
+    ASSERT_EQ(session.keys.addTrustedCA(*testCert("ca_ec")), kKmOk);
+    session.editRecord().setIntOpt(kTimeoutOption, 1);
+    ASSERT_EQ(session.keys.saveConfiguration(), kKmOk);
+
+    Session a(path), b(path);
+    ASSERT_EQ(a.login(), kKmOk);
+    ASSERT_EQ(b.login(), kKmOk);
+    ASSERT_EQ(a.keys.addNewKey(KeyType::Signing, testKey("rsa1")), kKmOk);
+    ASSERT_EQ(a.keys.addTrustedCA(*testCert("ca")), kKmOk);
+    ASSERT_EQ(a.keys.delTrustedCA(*testCert("ca_ec"), 1), kKmOk);
+    a.editRecord().setIntOpt(kTimeoutOption, 2);
+    ASSERT_EQ(a.keys.saveConfiguration(), kKmOk);
+    ASSERT_EQ(b.keys.installUserCrt(*testCert("sign")), kKmNoKeyForCertificate) << "not seen yet";
+    b.editRecord().setIntOpt(40, 3);
+    ASSERT_EQ(b.keys.addNewKey(KeyType::Both, testKey("rsa2")), kKmOk);
+    ASSERT_EQ(b.keys.installUserCrt(*testCert("sign")), kKmRoleTaken) << "its own key came last, so it signs";
+
+    Session c(path);
+    ASSERT_EQ(c.login(), kKmOk);
+    ASSERT_EQ(c.keys.keys().size(), 2u);
+    EXPECT_EQ(c.keys.signingKey()->keyId(), testKey("rsa2").keyId());
+    EXPECT_EQ(c.keys.keys()[1].role, KeyRole::Further);
+    EXPECT_EQ(c.record().getIntOpt(kTimeoutOption), 2);
+    EXPECT_EQ(c.record().getIntOpt(40), 3);
+    const auto points = c.keys.trustedPoints();
+    ASSERT_EQ(points.size(), 1u);
+    EXPECT_EQ(points[0].certificate->subject(), testCert("ca")->subject());
+    EXPECT_EQ(points[0].flag, TrustPointFlag::User);
+}
+
+TEST_F(KeyManagerTest, ASaveMeetsAFileThatIsNotTheOneRead) {
+    ASSERT_EQ(session.create(), kKmOk);
+    Session other(path);
+    ASSERT_EQ(other.login(), kKmOk);
+    ASSERT_EQ(other.keys.changePin({}, SecretText("Inne-hasło1")), kKmOk);
+    const std::string theirs = readFile(path);
+    EXPECT_EQ(session.keys.saveConfiguration(), kKmWriteFailed) << "under another password";
+    EXPECT_EQ(readFile(path), theirs);
+    fs::remove(path);
+    EXPECT_EQ(session.keys.saveConfiguration(), kKmOk) << "vanished: written anew";
+    EXPECT_EQ(Session(path).login(), kKmOk);
+    // A new file meets one that somebody else made at the same time.
+    Session late(path);
+    ASSERT_EQ(late.create(), kKmOk);
+    EXPECT_EQ(Session(path, "Inne-hasło1").create(), kKmWriteFailed);
+}
+
+TEST_F(KeyManagerTest, EveryFailingWriteLeavesFileAndMemoryAlone) {
+    ASSERT_EQ(session.create(), kKmOk);
+    ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
+    const std::string before = readFile(path);
+    struct Fault {
+        const char* what;
+        std::function<bool(FaultyFileOps&, int)> set;  // false: no such step
+    };
+    const Fault faults[] = {
+        {"stop after n changes", [](FaultyFileOps& o, int n) { return o.changesLeft = n, n < 3; }},
+        {"torn write", [](FaultyFileOps& o, int n) { return o.changesLeft = n, o.tearLast = true, n < 3; }},
+        {"full disk", [](FaultyFileOps& o, int n) { return o.room = n * 500, n < 2; }},
+        {"failing sync", [](FaultyFileOps& o, int n) { return o.failSync = true, n < 1; }},
+    };
+    for (const Fault& fault : faults)
+        for (int n = 0;; ++n) {
+            SCOPED_TRACE(fault.what + std::string(", step ") + std::to_string(n));
+            FaultyFileOps ops;
+            if (!fault.set(ops, n)) break;
+            KeyManagerResult result = kKmOk;
+            {
+                const ScopedFileOps scope(ops);
+                result = session.keys.addNewKey(KeyType::Encryption, testKey("rsa2"));
+            }
+            EXPECT_TRUE(result == kKmWriteFailed || result == kKmOpenFailed) << result;
+            EXPECT_EQ(readFile(path), before);
+            EXPECT_FALSE(session.keys.hasKey(KeyType::Encryption)) << "a key that was not saved is dropped";
+        }
+    EXPECT_EQ(Session(path).login(), kKmOk);
+}
+
+TEST_F(KeyManagerTest, KeysKeepTheirUses) {
+    ASSERT_EQ(session.create(), kKmOk);
+    EXPECT_FALSE(session.keys.hasAnyKey());
+    EXPECT_EQ(session.keys.signingKeyType(), KeyScheme::none);
+    ASSERT_EQ(session.keys.addNewKey(KeyType::Encryption, testKey("rsa1")), kKmOk);
+    EXPECT_TRUE(session.keys.hasKey(KeyType::Encryption) && session.keys.hasKey(KeyType::Both));
+    EXPECT_FALSE(session.keys.hasKey(KeyType::Signing));
+    EXPECT_THROW((void)session.keys.addNewKey(KeyType::Both, testKey("rsa2")), VtestException);
+    ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, testKey("rsa2")), kKmOk);
+    EXPECT_EQ(session.keys.signingKeyType(), KeyScheme::rsa);
+    const auto pss = signAlgorithm(KeyScheme::rsaPss, KcHashAlgo::sha256);
+    session.editRecord().setField(OID_CRV_CONFIG_SIGNATURE_ALGO, &*pss);
+    ASSERT_EQ(session.keys.saveConfiguration(), kKmOk);
+    ASSERT_EQ(session.login(), kKmOk);
+    EXPECT_EQ(session.keys.signingKey()->keyId(), testKey("rsa2").keyId());
+    EXPECT_EQ(session.keys.encryptionKey()->keyId(), testKey("rsa1").keyId());
+    EXPECT_EQ(session.keys.signingKeyType(), KeyScheme::rsaPss);
+}
+
+}  // namespace
+}  // namespace crv::test

@@ -1,0 +1,68 @@
+// A session with a key store: a context, a profile of a file in a folder of its own, and the key manager under test.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "asn/x509/signed_certificate.h"
+#include "src/configuration_manager.h"
+#include "src/context_services.h"
+#include "src/key_manager.h"
+
+namespace crv::test {
+
+inline constexpr const char* kPassword = "Zażółć-1234";
+
+/// A context without a user: PINs are what the test puts there, a missing one counts as cancelled.
+class TestContext final : public ContextServices {
+  public:
+    ConfigurationManager& configuration() override { return configuration_; }
+    int getPIN(PinSlot slot, SecretText& pin, bool* fromCache, bool) override {
+        if (fromCache) *fromCache = true;
+        const auto found = pins.find(slot);
+        if (found == pins.end()) return kPinCancelled;
+        pin = found->second;
+        return pinAnswer;
+    }
+    void removePINs() override { pins.clear(); }
+    void report(std::string_view) override {}
+    void addWarning(int) override {}
+    void setDiagnosticText(std::string_view text) override { diagnostic = text; }
+    void setLastDeviceError(unsigned error) override { deviceError = error; }
+    void setLastPkcs11Rv(unsigned long) override {}
+
+    std::map<PinSlot, SecretText> pins;
+    int pinAnswer = kPinOk;
+    std::string diagnostic;
+    unsigned deviceError = 0;
+
+  private:
+    ConfigurationManager configuration_;
+};
+
+/// A file of tests/keystore/data.
+std::string dataFile(const std::string& name);
+PrivateKey testKey(const std::string& name);
+CertPtr testCert(const std::string& name);
+
+struct Session {
+    explicit Session(const std::string& securityFile, const char* password = kPassword,
+                     uint64_t generatorCycle = KcRbgHashIso18031::kCycle);
+
+    void setPassword(const char* password) {
+        context.pins.insert_or_assign(PinSlot::SigningToken, SecretText(password));
+    }
+    CrvProfile& profile() { return *context.configuration().profile(); }
+    CRVCfgFile& editRecord() { return context.configuration().editRecord(); }
+    const CRVCfgFile& record() { return context.configuration().record(); }
+    /// Creates the security file, as the console does.
+    KeyManagerResult create();
+    KeyManagerResult login(bool readAdditional = false) { return keys.initProfile(0, readAdditional); }
+    std::string path;
+
+    TestContext context;
+    KeyManager keys;
+};
+
+}  // namespace crv::test
