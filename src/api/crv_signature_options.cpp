@@ -59,8 +59,9 @@ struct SigningKey {
     unsigned bits = 0;
 };
 
-SigningKey signingKey(const CRVctx*) {
-    return {};
+SigningKey signingKey(const CRVctx* ctx) {
+    const PrivateKey* key = ctx->keyManager.signingKey();
+    return key ? SigningKey{key->scheme(), key->bits()} : SigningKey();
 }
 
 std::string nameOf(KeyScheme scheme, KcHashAlgo hash) {

@@ -38,6 +38,7 @@ ContextCount::~ContextCount() {
 
 CRVctx::CRVctx() {
     testPrimitives();
+    keyManager.init(state);
     networkManager.init(state);
 }
 
@@ -48,6 +49,7 @@ CRVctx::~CRVctx() {
 }
 
 void CRVctx::setProfile(std::unique_ptr<CrvProfile> profile) {
+    keyManager.deinitProfile();
     removePINs();
     networkManager.clearNetStore();
     configurationManager.setProfile(std::move(profile));

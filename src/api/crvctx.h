@@ -9,6 +9,7 @@
 #include "corvane/crvapi.h"
 #include "profiles/server_list.h"
 #include "src/configuration_manager.h"
+#include "src/key_manager.h"
 #include "src/network_manager.h"
 
 namespace crv {
@@ -48,6 +49,7 @@ struct CRVctx {
     ContextCount counted;
     ContextState state{this, configurationManager};
     ConfigurationManager configurationManager;
+    KeyManager keyManager;
     NetworkManager networkManager;
 
     std::array<char, kErrorTextSize> errorText{};

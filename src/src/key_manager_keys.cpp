@@ -2,7 +2,6 @@
 #include "asn/known_oids.h"
 #include "asn/x509/signed_certificate.h"
 #include "misc/exceptions.h"
-#include "src/config_oids.h"
 #include "src/configuration_manager.h"
 #include "src/key_manager_state.h"
 #include "src/key_pairing.h"
@@ -33,10 +32,8 @@ const PrivateKey* KeyManager::encryptionKey() const {
 KeyScheme KeyManager::signingKeyType() const {
     const PrivateKey* key = signingKey();
     if (!key || key->scheme() != KeyScheme::rsa) return key ? key->scheme() : KeyScheme::none;
-    const ASNany* field = configuration().record().findField(OID_CRV_CONFIG_SIGNATURE_ALGO);
-    AlgorithmIdentifier algorithm;
-    const bool pss = field && field->decode(algorithm) && algorithm.algorithm == OID_RSA_PSS;
-    return pss ? KeyScheme::rsaPss : KeyScheme::rsa;
+    const auto chosen = configuration().record().getSignatureAlgorithmIdentifier();
+    return chosen && chosen->algorithm == OID_RSA_PSS ? KeyScheme::rsaPss : KeyScheme::rsa;
 }
 
 KeyManagerResult KeyManager::addNewKey(KeyType use, const PrivateKey& key) {

@@ -8,8 +8,7 @@ namespace crv {
 KeyManagerResult KeyManager::verifySignedData(ByteView signedData, const PublicKey& signer, Bytes& content) {
     ContentInfo wrapped;
     SignedData data;
-    if (!wrapped.readExactly(signedData, ASN_FLAG_CONST) ||
-        !wrapped.get(OID_PKCS7_SIGNED_DATA, data, ASN_FLAG_CONST))
+    if (!wrapped.readExactly(signedData, ASN_FLAG_CONST) || !wrapped.get(OID_PKCS7_SIGNED_DATA, data, ASN_FLAG_CONST))
         return kKmBadFormat;
     const auto octets = data.content();
     if (!octets) return kKmBadFormat;

@@ -1,10 +1,13 @@
 // The user's certificates, trust points, signed configurations, and profiles without a security file.
 #include <gtest/gtest.h>
 
+#include "asn/pkcs/pfx.h"
+#include "asn/pkcs/signed_data.h"
 #include "corvane/crvprofile.h"
 #include "key_store_session.h"
 #include "misc/exceptions.h"
 #include "profiles/profile_kinds.h"
+#include "src/config_oids.h"
 #include "support/temp_dir.h"
 
 namespace crv::test {
@@ -133,6 +136,44 @@ TEST_F(KeyManagerCertsTest, TheAdditionalStoreFailsWithItsCode) {
         EXPECT_EQ(session.login(true), row.result);
         EXPECT_EQ(session.keys.isLoggedIn(), row.result == kKmOk);
     }
+}
+
+/// Replaces the file by one whose configuration is signed.
+void writeSigned(Session& session, const char* signer, ByteView record) {
+    const PrivateKey key = testKey(signer);
+    SignedData data;
+    data.sign(record, {key, *testCert("sign"), KeyScheme::rsa, KcHashAlgo::sha256, 1700000000}, session.keys.random());
+    ContentInfo wrapped;
+    wrapped.build(OID_PKCS7_SIGNED_DATA, data);
+    Pfx pfx;
+    PrivateKeyInfo info;
+    ASSERT_TRUE(info.readExactly(testKey("rsa1").toPkcs8()));
+    pfx.update(info, testKey("rsa1").keyId());
+    pfx.update(OID_CRV_SAFE_BAG_CONFIG, wrapped);
+    const uint8_t salt[20] = {};
+    ASSERT_EQ(pfx.final(PbeAlgo::sha1TripleDesCbc, false, asBytes(kPassword), salt, sizeof salt), PfxResult::ok);
+    writeFile(session.path, std::string(asText(pfx.encoded())));
+}
+
+TEST_F(KeyManagerCertsTest, ASignedConfigurationMustVerify) {
+    createWith({});
+    CRVCfgFile record;
+    record.setIntOpt(17, 99);
+    record.setTrustedCAs({toBytes(encodingOf(*testCert("ca")))});
+    writeSigned(session, "rsa2", record.encoded());
+    EXPECT_EQ(session.login(), kKmConfigurationSignature);
+    ASSERT_EQ(session.create(), kKmWriteFailed) << "a file that is not ours to replace";
+    ASSERT_EQ(session.keys.rbgInit(asBytes("octets")), kKmOk);
+    writeSigned(session, "rsa1", asBytes("no record"));
+    EXPECT_EQ(session.login(), kKmBadFormat);
+    session.keys.beginNewProfile();
+    ASSERT_EQ(session.keys.rbgInit(asBytes("octets")), kKmOk);
+    writeSigned(session, "rsa1", record.encoded());
+    ASSERT_EQ(session.login(), kKmOk);
+    EXPECT_EQ(session.record().getIntOpt(17), 99);
+    EXPECT_EQ(session.keys.trustedPoints().size(), 1u);
+    ASSERT_EQ(session.login(), kKmOk) << "stored as a plain record";
+    EXPECT_EQ(session.record().getIntOpt(17), 99);
 }
 
 struct OtherMediaTest : testing::Test {

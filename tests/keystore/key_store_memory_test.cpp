@@ -1,0 +1,136 @@
+// After a log-out and after a failed log-in nothing secret is left anywhere in the process's memory.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+
+#include "key_store_session.h"
+#include "src/security_file.h"
+#include "support/faulty_file_ops.h"
+#include "support/temp_dir.h"
+
+namespace crv::test {
+namespace {
+
+constexpr uint8_t kMask = 0x5A;
+
+/// A secret to look for, kept masked so that the search does not find itself.
+struct Needle {
+    std::string name;
+    Bytes masked;
+
+    Needle(std::string what, ByteView secret) : name(std::move(what)) {
+        for (const uint8_t octet : secret) masked.push_back(octet ^ kMask);
+    }
+    [[nodiscard]] bool isIn(ByteView memory) const {
+        return std::search(memory.begin(), memory.end(), masked.begin(), masked.end(),
+                           [](uint8_t a, uint8_t b) { return (a ^ kMask) == b; }) != memory.end();
+    }
+};
+
+/// The names of the needles that stand in writable memory of this process.
+std::string found(const std::vector<Needle>& needles) {
+    std::ifstream maps("/proc/self/maps");
+    std::ifstream memory("/proc/self/mem", std::ios::binary);
+    std::string names, line;
+    while (std::getline(maps, line)) {
+        unsigned long from = 0, to = 0;
+        char rights[5] = {};
+        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &from, &to, rights) != 3 || rights[1] != 'w') continue;
+        Bytes region(to - from);
+        memory.clear();
+        memory.seekg(static_cast<std::streamoff>(from));
+        memory.read(reinterpret_cast<char*>(region.data()), static_cast<std::streamsize>(region.size()));
+        for (const Needle& needle : needles)
+            if (needle.isIn(region)) names += needle.name + " in " + line.substr(line.find_last_of(' ') + 1) + "; ";
+        wipeMemory(region.data(), region.size());
+    }
+    return names;
+}
+
+/// A password that stands nowhere in the program.
+SecretText freshPassword() {
+    SecretArray<12> octets;
+    (void)systemRandom(octets);
+    SecretText text("Ab1-");
+    for (const uint8_t octet : octets) {
+        const char letter = static_cast<char>('a' + octet % 26);
+        text.append({&letter, 1});
+    }
+    return text;
+}
+
+struct KeyStoreMemoryTest : testing::Test {
+    TempDir dir;
+    std::string path = dir.file("keys.p12");
+    std::vector<Needle> needles;
+
+    /// Makes a file with keys that no other test knows and notes its secrets. They stay in the context's PIN cache
+    /// only.
+    void create(Session& session) {
+        SecretText password = freshPassword();
+        session.setPassword(password.c_str());
+        ASSERT_EQ(session.create(), kKmOk);
+        const auto rsa = PrivateKey::generateRsa(2048, 65537, session.keys.random());
+        ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, rsa), kKmOk);
+        const auto encryption = PrivateKey::generateRsa(2048, 65537, session.keys.random());
+        ASSERT_EQ(session.keys.addNewKey(KeyType::Encryption, encryption), kKmOk);
+        noteKey("signing", rsa);
+        noteKey("encryption", encryption);
+        LoadedSecurityFile file;
+        const std::string octets = readFile(path);
+        ASSERT_EQ(readSecurityFile(asBytes(octets), password, true, file), kKmOk);
+        needles.emplace_back("seed", *file.seed);
+        needles.emplace_back("password", password.bytes());
+        SecretBytes wide;
+        for (const char c : password.view()) wide.insert(wide.end(), {0, static_cast<uint8_t>(c)});
+        needles.emplace_back("UTF-16 password", wide);
+    }
+
+  private:
+    /// Parts of the numbers d and p, as they are encoded and as libcrypto keeps them.
+    void noteKey(const std::string& name, const PrivateKey& key) {
+        const SecretBytes der = key.toPkcs8();
+        for (const size_t at : {size_t{400}, size_t{700}}) {
+            SecretBytes part(der.begin() + long(at), der.begin() + long(at + 24));
+            needles.emplace_back(name + " key's octets at " + std::to_string(at), part);
+            std::ranges::reverse(part);
+            needles.emplace_back(name + " key's numbers at " + std::to_string(at), part);
+        }
+    }
+};
+
+TEST_F(KeyStoreMemoryTest, HoldsNothingAfterLogOut) {
+    Session session(path);
+    create(session);
+    const std::string before = found(needles);
+    for (const char* name : {"password", "seed", "signing key's numbers at 400", "encryption key's octets at 700"})
+        ASSERT_NE(before.find(name), std::string::npos) << "the search does not find the " << name;
+    ASSERT_EQ(session.login(), kKmOk);
+    session.keys.deinitProfile();
+    EXPECT_EQ(found(needles), "");
+}
+
+TEST_F(KeyStoreMemoryTest, HoldsNothingAfterAFailedLogIn) {
+    Session session(path);
+    create(session);
+    FaultyFileOps ops;
+    ops.failSync = true;
+    {
+        const ScopedFileOps scope(ops);
+        ASSERT_EQ(session.login(), kKmWriteFailed) << "everything was deciphered by then";
+    }
+    session.context.removePINs();
+    EXPECT_EQ(found(needles), "");
+
+    const SecretText wrong = freshPassword();
+    const Needle needle("wrong password", wrong.bytes());
+    session.setPassword(wrong.c_str());
+    ASSERT_EQ(session.login(), kKmWrongPassword);
+    session.context.removePINs();
+    const_cast<SecretText&>(wrong).clear();
+    EXPECT_EQ(found({needle}), "");
+}
+
+}  // namespace
+}  // namespace crv::test

@@ -1,0 +1,127 @@
+// Several processes and sudden ends: the security file is whole at every instant and nobody's keys are lost.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <random>
+
+#include "key_store_session.h"
+#include "misc/file_semaphore.h"
+#include "src/security_file.h"
+#include "support/temp_dir.h"
+
+namespace crv::test {
+namespace {
+
+constexpr const char* kPasswords[] = {"Zażółć-1234", "Inne-hasło1"};
+
+/// CRV_TEST_ROUNDS multiplies the rounds.
+int rounds(int ordinary) {
+    const char* factor = std::getenv("CRV_TEST_ROUNDS");
+    return ordinary * (factor ? std::atoi(factor) : 1);
+}
+
+/// Runs the action in a process of its own; its answer is the exit status.
+template <class Action>
+pid_t inChild(Action action) {
+    const pid_t child = ::fork();
+    if (child != 0) return child;
+    int status = 99;
+    try {
+        status = action();
+    } catch (...) {
+    }
+    ::_exit(status);
+}
+
+int statusOf(pid_t child) {
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/// Changes the password back and forth for ever.
+int changeForEver(const std::string& path, int now) {
+    Session session(path, kPasswords[now]);
+    if (session.login() != kKmOk) return 1;
+    for (;;) {
+        now = 1 - now;
+        FileSemaphore lock(path + ".lck");
+        if (!lock.p(exclusiveLock) || session.keys.changePin({}, SecretText(kPasswords[now])) != kKmOk) return 2;
+    }
+}
+
+TEST(SlowKeyStore, AKilledSaveLeavesAFileThatOpens) {
+    const TempDir dir;
+    const std::string path = dir.file("keys.p12");
+    Session session(path, kPasswords[0]);
+    ASSERT_EQ(session.create(), kKmOk);
+    ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
+    std::mt19937 random(std::random_device{}());
+    int now = 0, changed = 0;
+    for (int i = 0; i < rounds(250); ++i) {
+        const pid_t child = inChild([&] { return changeForEver(path, now); });
+        ::usleep(static_cast<useconds_t>(random() % 40000));
+        ::kill(child, SIGKILL);
+        ASSERT_EQ(statusOf(child), -1) << "ended by itself";
+        const std::string octets = readFile(path);
+        bool opened = false;
+        for (const int which : {now, 1 - now}) {
+            LoadedSecurityFile file;
+            if (readSecurityFile(asBytes(octets), SecretText(kPasswords[which]), true, file) != kKmOk) continue;
+            ASSERT_EQ(file.keys.size(), 1u);
+            ASSERT_TRUE(file.seed && file.configuration);
+            changed += which != now;
+            now = which;
+            opened = true;
+            break;
+        }
+        ASSERT_TRUE(opened) << "round " << i;
+    }
+    EXPECT_GT(changed, 0) << "the saves were never reached";
+}
+
+/// Logs in, changes an option and a trust point of its own, saves; between the two holds no lock, so that the other
+/// process comes in between.
+int changeMany(const std::string& path, long option, const char* trustPoint, int count) {
+    for (int i = 1; i <= count; ++i) {
+        Session session(path);
+        {
+            FileSemaphore lock(path + ".lck");
+            if (!lock.p(exclusiveLock) || session.login() != kKmOk) return 1;
+        }
+        if (session.record().getIntOpt(option) != i - 1) return 2;
+        session.editRecord().setIntOpt(option, i);
+        const CertPtr point = testCert(trustPoint);
+        const KeyManagerResult changed =
+            i % 2 == 1 ? session.keys.addTrustedCA(*point) : session.keys.delTrustedCA(*point, 1);
+        FileSemaphore lock(path + ".lck");
+        if (changed != kKmOk || !lock.p(exclusiveLock) || session.keys.saveConfiguration() != kKmOk) return 3;
+    }
+    return 0;
+}
+
+TEST(SlowKeyStore, TwoProcessesLoseNothingOfEachOther) {
+    const TempDir dir;
+    const std::string path = dir.file("keys.p12");
+    Session session(path);
+    ASSERT_EQ(session.create(), kKmOk);
+    session.editRecord().setIntOpt(17, 0);
+    session.editRecord().setIntOpt(40, 0);
+    ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
+    const int count = rounds(101);
+    const pid_t one = inChild([&] { return changeMany(path, 17, "ca", count); });
+    const pid_t two = inChild([&] { return changeMany(path, 40, "ca_ec", count); });
+    EXPECT_EQ(statusOf(one), 0);
+    EXPECT_EQ(statusOf(two), 0);
+    ASSERT_EQ(session.login(), kKmOk);
+    EXPECT_EQ(session.record().getIntOpt(17), count);
+    EXPECT_EQ(session.record().getIntOpt(40), count);
+    EXPECT_EQ(session.keys.trustedPoints().size(), count % 2 == 1 ? 2u : 0u);
+    EXPECT_TRUE(session.keys.hasKey(KeyType::Signing));
+}
+
+}  // namespace
+}  // namespace crv::test
