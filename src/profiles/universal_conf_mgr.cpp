@@ -143,15 +143,19 @@ void UniversalConfMgr::loadFromText(std::string_view text, const std::string& pa
 }
 
 void UniversalConfMgr::seveToFile(const std::string& path) {
-    for (const auto& [name, node] : nodes_) {
-        if (!canReadBack(name, node))
-            throw CrvApiException(ECRV_API_INV_PAR, "Niepoprawna wartosc parametru konfiguracyjnego: " + name);
-    }
+    if (const std::string* name = findUnwritable())
+        throw CrvApiException(ECRV_API_INV_PAR, "Niepoprawna wartosc parametru konfiguracyjnego: " + *name);
     const WriteMode mode = media_ == ProfileMedia::Common ? WriteMode::keepOrCommon : WriteMode::keepOrSecret;
     const WriteResult result = writeFileAtomically(expandHome(path), asBytes(toText()), {mode, true});
     if (result.failed == WriteStep::open) throw std::runtime_error("Blad otwarcia pliku: " + path);
     if (result.failed == WriteStep::write) throw std::runtime_error("Blad zapisu pliku: " + path);
     pendingChanges_ = false;
+}
+
+const std::string* UniversalConfMgr::findUnwritable() const {
+    const auto bad =
+        std::ranges::find_if(nodes_, [](const auto& entry) { return !canReadBack(entry.first, entry.second); });
+    return bad == nodes_.end() ? nullptr : &bad->first;
 }
 
 std::string UniversalConfMgr::toText() const {

@@ -50,6 +50,8 @@ class UniversalConfMgr {
     /// in place. Throws CrvApiException (ECRV_API_INV_PAR) for a value that a reader could not read back, before
     /// anything is touched, and std::runtime_error for a failed open or write, after which the old file is still there.
     void seveToFile(const std::string& path);
+    /// Path of the first node that a reader could not read back; null when all of them could.
+    [[nodiscard]] const std::string* findUnwritable() const;
     /// The lines of the list, one a node in the order of the paths.
     [[nodiscard]] std::string toText() const;
 
