@@ -58,6 +58,13 @@ CRV_API int crvDeinitExAPI(CRVctx* ctx);
 /* Binds a copy of a profile to the context in place of the current one, which is logged out; null binds none. */
 CRV_API int crvLoadProfileAPI(CRVctx* ctx, const CrvProfile* profile);
 
+/* Logs in to the keys of the context's profile with the PINs stored before: takes the exclusive lock on the security
+ * file (not for tokens, providers and memory), checks that the databases exist, opens the keys and, when readAdditional
+ * is not 0, the additional trust points. 1 to 3: logged in, the keys are on a device. ECRV_PROFILE_NOT_LOADED without a
+ * profile, ECRV_LOCK when the lock fails, ECRV_PASSWORD for a wrong password, after which every stored PIN is gone;
+ * ECRV_DB, ECRV_DB_VER, ECRV_DB_ACCESS for the databases; others as the keys' medium gives them. */
+CRV_API int crvAuthenticateExAPI(CRVctx* ctx, int readAdditional);
+
 /* Text of a code, refined by what the context knows about its last failure. Never fails: a code without a row gives
  * "Nieznany kod błędu %d !!!". Valid until the next call with the same context, or without a context until the next
  * such call of the thread. ctx may be null. crvErrorText is the same and logs the call. */

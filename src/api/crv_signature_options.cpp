@@ -4,6 +4,7 @@
 #include "api/api_frame.h"
 #include "api/crv_options.h"
 #include "asn/x509/sign_algo.h"
+#include "crypto/private_key.h"
 #include "crypto/sign_algo_map.h"
 
 namespace crv {
@@ -61,7 +62,7 @@ struct SigningKey {
 
 SigningKey signingKey(const CRVctx* ctx) {
     const PrivateKey* key = ctx->keyManager.signingKey();
-    return key ? SigningKey{key->scheme(), key->bits()} : SigningKey();
+    return key ? SigningKey{key->scheme(), key->bits()} : SigningKey{};
 }
 
 std::string nameOf(KeyScheme scheme, KcHashAlgo hash) {
@@ -75,7 +76,7 @@ SignatureAlgorithm currentAlgorithm(const CRVctx* ctx) {
     const auto chosen = record.getSignatureAlgorithmIdentifier();
     const auto known = chosen ? readSignAlgorithm(*chosen) : std::nullopt;
     SignatureAlgorithm algorithm;
-    algorithm.scheme = known ? known->scheme : signingKey(ctx).scheme;
+    algorithm.scheme = known ? known->scheme : ctx->keyManager.signingKeyType();
     algorithm.hash = record.getHashAlgo(algorithm.scheme);
     return algorithm;
 }

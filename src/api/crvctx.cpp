@@ -24,6 +24,13 @@ void testPrimitives() {
     }
 }
 
+DbConfig databaseOf(const CrvProfile* profile) {
+    if (profile) return profile->dbConfig();
+    DbConfig none;
+    none.setType(std::string(dbKindNone));
+    return none;
+}
+
 }  // namespace
 
 ContextCount::ContextCount() {
@@ -39,6 +46,7 @@ ContextCount::~ContextCount() {
 CRVctx::CRVctx() {
     testPrimitives();
     keyManager.init(state);
+    dbManager.init([this] { return databaseOf(configurationManager.profile()); });
     networkManager.init(state);
 }
 

@@ -7,6 +7,7 @@
 
 #include "api/context_state.h"
 #include "corvane/crvapi.h"
+#include "db_sql/db_manager.h"
 #include "profiles/server_list.h"
 #include "src/configuration_manager.h"
 #include "src/key_manager.h"
@@ -37,7 +38,8 @@ struct CRVctx {
     CRVctx(const CRVctx&) = delete;
     CRVctx& operator=(const CRVctx&) = delete;
 
-    /// Binds a profile, or with null none; the current one is logged out first and its PINs are wiped.
+    /// Binds a profile, or with null none; the current one is logged out first and its PINs are wiped. A context
+    /// without a profile works on a profile without a database.
     void setProfile(std::unique_ptr<CrvProfile> profile);
 
     int getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr, bool ask = true) {
@@ -50,6 +52,7 @@ struct CRVctx {
     ContextState state{this, configurationManager};
     ConfigurationManager configurationManager;
     KeyManager keyManager;
+    DbManager dbManager;
     NetworkManager networkManager;
 
     std::array<char, kErrorTextSize> errorText{};

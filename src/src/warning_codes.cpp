@@ -7,8 +7,7 @@ constexpr struct {
     int code;
     const char* text;
 } kWarnings[] = {
-    {WARN_USER_CRT_EXPIRED, "WARN_USER_CRT_EXPIRED: Certyfikat użytkownika stracił ważność"},
-    {WARN_USER_CRT_NOT_YET_VALID, "WARN_USER_CRT_NOT_YET_VALID: Certyfikat użytkownika nie jest jeszcze ważny"},
+    {WARN_USER_CRT_NOT_VALID, "WARN_USER_CRT_NOT_VALID: Certyfikat użytkownika jest poza okresem ważności"},
     {WARN_NET_STORE_NOT_MOVED,
      "WARN_NET_STORE_NOT_MOVED: Nie wszystkie pobrane certyfikaty i listy CRL zapisano w bazie danych"},
 };

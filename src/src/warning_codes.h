@@ -7,9 +7,8 @@ namespace crv {
 
 /// Numbers for ContextServices::addWarning.
 enum WarningCode : int {
-    WARN_USER_CRT_EXPIRED = 1,
-    WARN_USER_CRT_NOT_YET_VALID = 2,
-    WARN_NET_STORE_NOT_MOVED = 3,
+    WARN_USER_CRT_NOT_VALID = 1,
+    WARN_NET_STORE_NOT_MOVED = 2,
 };
 
 /// "NAME: text" of a warning; of an unknown number the number.

@@ -110,12 +110,13 @@ TEST(ApiFrame, BeginsEachCallWithAnEmptyReportAndNoWarnings) {
     const auto warn = [&](int code) {
         return apiFrame(&ctx, [&] {
             ctx.state.report("krok " + std::to_string(code));
-            ctx.state.addWarning(WARN_USER_CRT_EXPIRED);
+            ctx.state.addWarning(WARN_USER_CRT_NOT_VALID);
             return code;
         });
     };
     EXPECT_EQ(warn(0), 10);
-    EXPECT_EQ(taken(&ctx, crvGetWarnings), "WARN_USER_CRT_EXPIRED: Certyfikat użytkownika stracił ważność\n");
+    EXPECT_EQ(taken(&ctx, crvGetWarnings),
+              "WARN_USER_CRT_NOT_VALID: Certyfikat użytkownika jest poza okresem ważności\n");
     EXPECT_EQ(warn(1), 1);
     EXPECT_EQ(warn(46), 46);
     EXPECT_EQ(apiFrame(&ctx, [] { return 0; }), 0);

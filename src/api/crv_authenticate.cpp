@@ -1,0 +1,75 @@
+// Log-in.
+#include <ctime>
+
+#include "api/api_frame.h"
+#include "asn/x509/signed_certificate.h"
+#include "misc/exceptions.h"
+#include "misc/file_semaphore.h"
+#include "src/warning_codes.h"
+
+namespace crv {
+namespace {
+
+/// Codes of the states of a database; the state that a profile needs has none.
+constexpr struct {
+    int state;
+    int code;
+} kDbCodes[] = {{0, CRV_OK}, {2, ECRV_DB}, {46, ECRV_DB_VER}, {47, ECRV_DB}, {49, ECRV_DB_ACCESS}};
+
+/// Codes of a successful log-in, which tell where the keys are. No class of profile has medium 3.
+constexpr struct {
+    KeyMedium medium;
+    int code;
+} kSuccessCodes[] = {
+    {KeyMedium::Tarvo, CRV_OK_NEED_TARVO},
+    {static_cast<KeyMedium>(3), CRV_OK_NEED_CARD},
+    {KeyMedium::Token, CRV_OK_NEED_CRYPTO_CARD},
+};
+
+int codeOfDbState(int state) {
+    for (const auto& row : kDbCodes)
+        if (row.state == state) return row.code;
+    return ECRV_DB;
+}
+
+int codeOfSuccess(KeyMedium medium) {
+    for (const auto& row : kSuccessCodes)
+        if (row.medium == medium) return row.code;
+    return CRV_OK;
+}
+
+/// Media that keep no security file have nothing to lock.
+bool hasNoLock(const ConfigurationManager& configuration) {
+    return configuration.keyMedium() >= KeyMedium::Token || configuration.securityFileLockName().empty();
+}
+
+void loadUserCertificates(CRVctx* ctx) {
+    const int64_t now = std::time(nullptr);
+    for (const CertPtr& certificate : ctx->keyManager.userCerts()) {
+        if (!certificate->isValidAt(now)) ctx->state.addWarning(WARN_USER_CRT_NOT_VALID);
+    }
+}
+
+int crvAuthenticateExInt(CRVctx* ctx, int readAdditional) {
+    const ConfigurationManager& configuration = ctx->configurationManager;
+    if (!configuration.profile()) return ECRV_PROFILE_NOT_LOADED;
+    FileSemaphore lock(configuration.securityFileLockName(), hasNoLock(configuration));
+    if (!lock.p(exclusiveLock)) return ECRV_LOCK;
+    if (const int code = codeOfDbState(ctx->dbManager.isDbCreated())) return code;
+    const KeyManagerResult result = ctx->keyManager.initProfile(0, readAdditional != 0);
+    if (!lock.v()) return ECRV_LOCK;
+    ctx->state.report("Otwarcie profilu " + configuration.profileName() + ": " + std::to_string(result));
+    if (result == kKmWrongPassword) ctx->removePINs();
+    if (result != kKmOk) return libraryCode(result);
+    loadUserCertificates(ctx);
+    return codeOfSuccess(configuration.keyMedium());
+}
+
+}  // namespace
+}  // namespace crv
+
+using namespace crv;
+
+int crvAuthenticateExAPI(CRVctx* ctx, int readAdditional) {
+    return apiFrame(ctx, [&] { return crvAuthenticateExInt(ctx, readAdditional); });
+}
