@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "asn/structure_kind.h"
 #include "pkcs/data_file.h"
 #include "support/temp_dir.h"
 
@@ -57,16 +58,35 @@ TEST(TreePrinter, DeepNestingEndsWithAMark) {
     EXPECT_TRUE(printTree(strings).text.size() < 100'000);
 }
 
+TEST(TreePrinter, StructuresAreToldApart) {
+    constexpr std::pair<const char*, const char*> kRows[] = {
+        {"crt_ec.der", "SignedCertificate"},      {"crl_full.der", "SignedCertRevList"},
+        {"req_dsa.der", "CertificationRequest"},  {"pfx_nss.p12", "Pfx"},
+        {"key_ec.der", "PrivateKeyInfo"},         {"enc_aes256.der", "EncryptedPrivateKeyInfo"},
+        {"plain_rsa.der", "RSAPrivateKey"},       {"plain_dsa.der", "DSAPrivateKey"},
+        {"plain_ecexplicit.der", "ECPrivateKey"}, {"cms_stream.der", "ContentInfo"},
+        {"p7_bundle.der", "ContentInfo"},
+    };
+    for (const auto& [file, kind] : kRows) EXPECT_STREQ(structureKind(dataFile(file)), kind) << file;
+    Bytes two = dataFile("crt_ec.der");
+    const Bytes more = dataFile("crt_rsa.der");
+    two.insert(two.end(), more.begin(), more.end());
+    EXPECT_STREQ(structureKind(two), "SignedCertificate");
+    for (const Bytes& none : {Bytes{}, Bytes{0x30, 0}, Bytes{5, 0, 5, 0}, Bytes(30, 0x30)})
+        EXPECT_EQ(structureKind(none), nullptr);
+}
+
 TEST(TreePrinter, ToolReadsDerPemAndBase64) {
     const std::string data = CRV_TEST_DATA;
     const std::string tool = std::string(CRV_BIN_DIR) + "/crvasn ";
     int status = -1;
     const std::string der = shell(tool + data + "/crl_rsa.der", &status);
     EXPECT_EQ(status, 0);
+    EXPECT_TRUE(der.starts_with("# SignedCertRevList\n      0 ")) << der;
     EXPECT_NE(der.find("sha256WithRSAEncryption (1.2.840.113549.1.1.11)"), std::string::npos) << der;
     EXPECT_EQ(shell("base64 " + data + "/crl_rsa.der | " + tool), der);
     EXPECT_EQ(shell("(echo text; openssl crl -inform DER -in " + data + "/crl_rsa.der) | " + tool + "-"),
-              "# X509 CRL\n" + der);
+              "# PEM X509 CRL\n" + der);
     EXPECT_NE(shell("head -c 300 " + data + "/crl_rsa.der | " + tool, &status).find("malformed"), std::string::npos);
     EXPECT_NE(status, 0);
     static_cast<void>(shell(tool + "/nonexistent", &status));

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "asn/structure_kind.h"
 #include "asn/tree_printer.h"
 #include "misc/base64_file.h"
 #include "misc/disk_file.h"
@@ -16,7 +17,7 @@ namespace {
 
 constexpr char kUsage[] =
     "usage: crvasn [-s] [-w octets] [file...]\n"
-    "Prints DER, BER, PEM or Base64 as an indented tree: offset, length, type, value.\n"
+    "Prints DER, BER, PEM or Base64: what structure it is, and an indented tree of offset, length, type, value.\n"
     "  -s         do not look inside OCTET STRING and BIT STRING values\n"
     "  -w octets  show at most so many octets of a value (64)\n"
     "Without a file, or for \"-\", reads the standard input.\n";
@@ -61,9 +62,18 @@ bool readAll(GenericFile& in, MemoryFile& out) {
 }
 
 int print(const std::string& name, ByteView octets, const TreeOptions& options) {
+    const char* kind = structureKind(octets);
+    std::printf("# %s\n", kind != nullptr ? kind : "unknown structure");
     const Tree tree = printTree(octets, options);
     std::fwrite(tree.text.data(), 1, tree.text.size(), stdout);
     return tree.whole ? 0 : fail(name, "malformed or incomplete");
+}
+
+/// A label is text of the file: nothing in it reaches the terminal as a command.
+std::string printable(std::string text) {
+    for (char& c : text)
+        if (c < ' ' || c > '~') c = '?';
+    return text;
 }
 
 int printPem(const std::string& name, ByteView text, const TreeOptions& options) {
@@ -72,7 +82,7 @@ int printPem(const std::string& name, ByteView text, const TreeOptions& options)
     for (;;) {
         Base64Reader block(source, Base64Armour::pem);
         if (!block.findBlock()) return status;
-        std::printf("# %s\n", block.label().c_str());
+        std::printf("# PEM %s\n", printable(block.label()).c_str());
         MemoryFile octets;
         if (!readAll(block, octets)) return fail(name, "malformed PEM");
         status |= print(name, octets.written(), options);
