@@ -21,4 +21,10 @@ std::vector<std::string> dataFiles(const std::string& prefix, const std::string&
     return names;
 }
 
+std::string openssl(const std::string& arguments, const ASNobject& object) {
+    const TempDir dir;
+    writeFile(dir.file("in.der"), std::string(asText(object.encoded())));
+    return shell("openssl " + arguments + " -in " + dir.file("in.der"));
+}
+
 }  // namespace crv::test

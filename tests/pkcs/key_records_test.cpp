@@ -47,67 +47,60 @@ KMKeyFile keyRecord(bool withCertificate) {
 }
 
 TEST(KMKeyFile, OptionalFieldsComeBackAndTheDigestGuardsThem) {
-    for (const bool withOption : {false, true}) {
-        for (const bool withCertificate : {false, true}) {
-            KMKeyFile record = keyRecord(withCertificate);
-            if (withOption) record.option.emplace().setValue(300);
-            KMKeyFile read;
-            ASSERT_TRUE(read.readExactly(record.encoded()));
-            EXPECT_FALSE(read.digestIsRight());
-            record.fillDigest();
-            const Bytes octets = record.encoded();
-            ASSERT_TRUE(read.readExactly(octets));
-            EXPECT_EQ(read.option.has_value(), withOption);
-            EXPECT_EQ(read.certificate.has_value(), withCertificate);
-            EXPECT_TRUE(read.digestIsRight());
-            EXPECT_EQ(read.encoded(), octets);
-            read.number10.setValue(1);
-            EXPECT_FALSE(read.digestIsRight());
-            const Bytes covered(octets.begin(), octets.end() - 22);  // the digest takes 22 octets at the end
-            EXPECT_EQ(toBytes(record.digest->value()), hashOf(KcHashAlgo::sha1, covered));
-        }
+    for (const int optional : {0, 1, 2, 3}) {
+        KMKeyFile record = keyRecord((optional & 1) != 0);
+        if ((optional & 2) != 0) record.option.emplace().setValue(300);
+        KMKeyFile read;
+        ASSERT_TRUE(read.readExactly(record.encoded()));
+        EXPECT_FALSE(read.digestIsRight());
+        record.fillDigest();
+        const Bytes octets = record.encoded();
+        ASSERT_TRUE(read.readExactly(octets));
+        EXPECT_EQ(read.certificate.has_value(), (optional & 1) != 0);
+        EXPECT_EQ(read.option.has_value(), (optional & 2) != 0);
+        EXPECT_EQ(read.encoded(), octets);
+        EXPECT_TRUE(read.digestIsRight());
+        read.number10.setValue(1);
+        EXPECT_FALSE(read.digestIsRight());
+        const ByteView covered = ByteView(octets).first(octets.size() - 22);
+        EXPECT_EQ(toBytes(record.digest->value()), hashOf(KcHashAlgo::sha1, covered));
     }
 }
 
 TEST(KMKeyFile, LengthsMustAgreeWithTheFields) {
-    const Bytes good = keyRecord(false).encoded();
-    KMKeyFile record;
-    const auto refused = [&](const Bytes& tail) {
-        Bytes octets = good;
-        octets.insert(octets.end(), tail.begin(), tail.end());
-        octets[1] = uint8_t(octets.size() - 2);
-        return !record.readExactly(octets);
-    };
-    EXPECT_FALSE(refused({}));
-    EXPECT_TRUE(refused({5, 0})) << "more than the fields";
-    EXPECT_TRUE(refused({0x30, 3, 2, 1, 5})) << "23 octets and fewer hold no certificate";
     Bytes digest(22, 0);
     digest[0] = 4;
     digest[1] = 20;
-    EXPECT_FALSE(refused(digest));
-    digest[1] = 19;
-    digest.pop_back();
-    EXPECT_TRUE(refused(digest)) << "a digest of 19 octets";
+    const Bytes shortDigest = {4, 3, 1, 2, 3};
+    const Bytes shortCertificate = {0x30, 3, 2, 1, 5};
+    for (const auto& [tail, taken] : {std::pair{Bytes{}, true},
+                                      {digest, true},
+                                      {Bytes{5, 0}, false},
+                                      {shortDigest, false},
+                                      {shortCertificate, false}}) {
+        Bytes octets = keyRecord(false).encoded();
+        octets.insert(octets.end(), tail.begin(), tail.end());
+        octets[1] = uint8_t(octets.size() - 2);
+        EXPECT_EQ(KMKeyFile().readExactly(octets), taken) << tail.size();
+        ++octets[1];
+        EXPECT_FALSE(KMKeyFile().readExactly(octets)) << "longer than its fields";
+    }
 }
 
 TEST(KMSeedFile, IsTwentyOctetsAndTheirDigest) {
     KMSeedFile record;
-    Bytes fresh(46, 0);
-    fresh[0] = 0x30;
-    fresh[1] = 44;
-    fresh[2] = fresh[24] = 4;
-    fresh[3] = fresh[25] = 20;
-    EXPECT_EQ(record.encoded(), fresh);
-    EXPECT_FALSE(record.digestIsRight());
+    EXPECT_EQ(toBytes(record.seed.value()), Bytes(20));
+    EXPECT_EQ(toBytes(record.digest.value()), Bytes(20));
     record.seed.build(Bytes(20, 9));
+    EXPECT_FALSE(record.digestIsRight());
     record.fillDigest();
     const Bytes octets = record.encoded();
+    ASSERT_EQ(octets.size(), 46U);
     EXPECT_EQ(toBytes(record.digest.value()), hashOf(KcHashAlgo::sha1, ByteView(octets).first(24)));
     KMSeedFile read;
-    ASSERT_TRUE(read.readExactly(octets));
-    EXPECT_TRUE(read.digestIsRight());
+    EXPECT_TRUE(read.readExactly(octets) && read.digestIsRight());
     record.seed.build(Bytes(19, 9));
-    EXPECT_FALSE(read.readExactly(record.encoded()));
+    EXPECT_FALSE(KMSeedFile().readExactly(record.encoded()));
 }
 
 TEST(CrvDbKeys, DetachingGivesTheKeyAway) {
