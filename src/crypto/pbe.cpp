@@ -49,10 +49,36 @@ OSSL_PARAM octets(const char* key, ByteView value) {
     return OSSL_PARAM_construct_octet_string(key, const_cast<uint8_t*>(value.data()), value.size());
 }
 
-OSSL_PARAM hashName(KcHashAlgo hash) {
+const char* mustBeKnown(KcHashAlgo hash) {
     const char* name = libcryptoHashName(hash);
     if (name == nullptr) throw CryptoError(CryptoFailure::unsupported, "no key derivation with this hash");
-    return OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, const_cast<char*>(name), 0);
+    return name;
+}
+
+OSSL_PARAM hashName(KcHashAlgo hash) {
+    return OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, const_cast<char*>(mustBeKnown(hash)), 0);
+}
+
+size_t roundedUp(size_t length, size_t block) {
+    return (length + block - 1) / block * block;
+}
+
+// The octets over and over again, cut at a length.
+SecretBytes repeated(ByteView octets, size_t length) {
+    SecretBytes out(length);
+    for (size_t i = 0; i < length; ++i) out[i] = octets[i % octets.size()];
+    return out;
+}
+
+// Adds a big-endian number and 1 to every block of its length, dropping what overflows (RFC 7292 B.2 step 6C).
+void addToBlocks(SecretBytes& blocks, const SecretBytes& number) {
+    for (size_t start = 0; start < blocks.size(); start += number.size()) {
+        unsigned carry = 1;
+        for (size_t i = number.size(); i-- > 0; carry >>= 8) {
+            carry += blocks[start + i] + number[i];
+            blocks[start + i] = static_cast<uint8_t>(carry);
+        }
+    }
 }
 
 struct DerivedKey {
@@ -91,17 +117,34 @@ SecretBytes utf16BePassword(std::string_view utf8) {
     return out;
 }
 
+// Done here, because libcrypto gives the memory with the repeated password back without wiping it.
 SecretBytes pkcs12Derive(KcHashAlgo hash, Pkcs12KeyId id, ByteView utf16Password, ByteView salt, uint64_t iterations,
                          size_t length) {
     mustBeSensible(iterations, length);
-    int purpose = static_cast<int>(id);
-    const OSSL_PARAM params[] = {hashName(hash),
-                                 octets(OSSL_KDF_PARAM_PASSWORD, utf16Password),
-                                 octets(OSSL_KDF_PARAM_SALT, salt),
-                                 OSSL_PARAM_construct_uint64(OSSL_KDF_PARAM_ITER, &iterations),
-                                 OSSL_PARAM_construct_int(OSSL_KDF_PARAM_PKCS12_ID, &purpose),
-                                 OSSL_PARAM_construct_end()};
-    return runKdf("PKCS12KDF", params, length);
+    mustBeKnown(hash);
+    const size_t block = hashBlockLength(hash);
+    const SecretBytes purpose(block, static_cast<uint8_t>(id));
+    SecretBytes input = repeated(salt, roundedUp(salt.size(), block));
+    const SecretBytes password = repeated(utf16Password, roundedUp(utf16Password.size(), block));
+    input.insert(input.end(), password.begin(), password.end());
+    KcHash running(hash);
+    SecretBytes digest(running.length());
+    SecretBytes out;
+    out.reserve(length + digest.size());
+    for (;;) {
+        running.update(purpose);
+        running.update(input);
+        running.final(digest);
+        for (uint64_t i = 1; i < iterations; ++i) {
+            running.update(digest);
+            running.final(digest);
+        }
+        out.insert(out.end(), digest.begin(), digest.end());
+        if (out.size() >= length) break;
+        addToBlocks(input, repeated(digest, block));
+    }
+    out.resize(length);
+    return out;
 }
 
 Bytes pbeEncrypt(PbeAlgo algo, ByteView utf16Password, ByteView salt, uint64_t iterations, ByteView plain) {
