@@ -45,7 +45,7 @@ void dropDangling(CrtTableSet& tables, const std::string& directory) {
 
 /// Opens the tables; the ids of the certificates.
 std::vector<int64_t> openAll(CrtTableSet& tables) {
-    for (const Tb table : CrtTableSet::mainTables) tables.open(table);
+    for (const Tb table : CrtTableSet::mainTables) tables.open(table, true);
     std::vector<int64_t> ids;
     scanLive(tables[CrtTableSet::crt].dataFile(), [&](const DataScan& record) { ids.push_back(record.recNo()); });
     return ids;

@@ -14,26 +14,16 @@ std::string dnFldKey(uint8_t type, std::string value) {
     return static_cast<char>(type) + dnFldValue(std::move(value));
 }
 
-CrtTableSet::CrtTableSet(std::string directory) : directory_(std::move(directory)) {
-    // Pages are written once an operation; until then the lock's mark stands for them.
-    for (DataBase& table : tables_) table.indexFile().deferWrites(true);
-}
+CrtTableSet::CrtTableSet(std::string directory) : directory_(std::move(directory)) {}
 
 void CrtTableSet::bindLock(DbLock* lock) {
     for (DataBase& table : tables_) table.bindLock(lock);
 }
 
-void CrtTableSet::open(Tb table) {
+void CrtTableSet::open(Tb table, bool forChange) {
     changed_[table] = false;
     if (tables_[table].open(path(table)) != dbOk) throw std::runtime_error(std::string(layouts[table]->openError));
-}
-
-bool CrtTableSet::close(Tb table) {
-    DataBase& opened = tables_[table];
-    const bool written = !opened.isOpen() || !changed_[table] || opened.indexFile().flush() == dbOk;
-    if (!written) opened.indexFile().drop();
-    opened.close();
-    return written;
+    tables_[table].deferWrites(forChange);
 }
 
 bool CrtTableSet::returnCode(int answer) {
@@ -122,9 +112,7 @@ void CrtTableSet::removeSide(Tb table, const std::string& idKey) {
 void CrtTableSet::finishChange(bool sync) {
     for (size_t table = 0; table < count; ++table) {
         if (!changed_[table]) continue;
-        DataBase& changed = tables_[table];
-        const bool done =
-            changed.indexFile().flush() == dbOk && (!sync || (changed.dataFile().sync() && changed.indexFile().sync()));
+        const bool done = (sync ? tables_[table].sync() : tables_[table].endBatch()) == dbOk;
         if (!done) throw std::runtime_error("Blad bazy danych");
     }
 }

@@ -29,9 +29,10 @@ class CrtTableSet {
     DataBase& operator[](Tb table) { return tables_[table]; }
     [[nodiscard]] std::string path(Tb table) const { return directory_ + std::string(layouts[table]->file); }
     void bindLock(DbLock* lock);
-    void open(Tb table);
-    /// Closes a table; false when changes were left in memory that could not be written.
-    [[nodiscard]] bool close(Tb table);
+    /// Opens a table; for a change its insertions stay in memory until finishChange() or close().
+    void open(Tb table, bool forChange);
+    /// Writes what is in memory; a failure spoils the bound lock.
+    void close(Tb table) { tables_[table].close(); }
 
     /// The mapping of every answer: true for a success, false when there is no (further) record. 0 throws "Blad bazy
     /// danych", what is no answer fails an assertion.

@@ -14,13 +14,13 @@
 
 namespace crv {
 
-/// The scope of one operation: the lock and the tables that it works on. When pages left in memory by a failure cannot
-/// be written at the end, the mark stays and the next user of the database mends it.
+/// The scope of one operation: the lock and the tables that it works on. When what a failure left in memory cannot be
+/// written at the end, the mark stays and the next user of the database mends it.
 class DbCrtCrv::Use {
   public:
     Use(DbCrtCrv& store, int mode, std::span<const Tb> tables) : guard_(*store.lock_, mode), opened_{store, {}} {
         for (const Tb table : tables) {
-            store.tables_.open(table);
+            store.tables_.open(table, mode != sharedLock);
             opened_.tables.push_back(table);
         }
         if (std::ranges::find(tables, Tb::crt) != tables.end() && !store.tables_[Tb::crt].dataFile().reused()) {
@@ -35,9 +35,7 @@ class DbCrtCrv::Use {
         DbCrtCrv& store;
         std::vector<Tb> tables;
         ~Opened() {
-            for (const Tb table : tables) {
-                if (!store.tables_.close(table)) store.lock_->spoil();
-            }
+            for (const Tb table : tables) store.tables_.close(table);
         }
     };
 
