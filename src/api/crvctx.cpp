@@ -31,6 +31,12 @@ DbConfig databaseOf(const CrvProfile* profile) {
     return none;
 }
 
+CertList trustedCertificates(const KeyManager& keys) {
+    CertList list;
+    for (TrustPoint& point : keys.trustedPoints()) list.push_back(std::move(point.certificate));
+    return list;
+}
+
 }  // namespace
 
 ContextCount::ContextCount() {
@@ -47,6 +53,8 @@ CRVctx::CRVctx() {
     testPrimitives();
     keyManager.init(state);
     dbManager.init([this] { return databaseOf(configurationManager.profile()); });
+    certificateManager.init(dbManager, certificateCache, [this] { return trustedCertificates(keyManager); });
+    revocationManager.init(certificateManager);
     networkManager.init(state);
 }
 

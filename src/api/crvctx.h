@@ -12,6 +12,7 @@
 #include "src/configuration_manager.h"
 #include "src/key_manager.h"
 #include "src/network_manager.h"
+#include "src/revocation_manager.h"
 
 namespace crv {
 
@@ -53,6 +54,9 @@ struct CRVctx {
     ConfigurationManager configurationManager;
     KeyManager keyManager;
     DbManager dbManager;
+    CertificateCache certificateCache;
+    CertificateManager certificateManager;
+    RevocationManager revocationManager;
     NetworkManager networkManager;
 
     std::array<char, kErrorTextSize> errorText{};

@@ -7,12 +7,22 @@
 
 namespace crv {
 
+class CertificateCache;
+class CertificateManager;
 class ConfigurationManager;
+class DbManager;
+class KeyManager;
 class NetworkManager;
+class RevocationManager;
 struct CRVctx;
 
 inline CRVctx* crvCtx = nullptr;
 inline ConfigurationManager* cfgManager = nullptr;
+inline KeyManager* keyManager = nullptr;
+inline DbManager* dbManager = nullptr;
+inline CertificateManager* crtManager = nullptr;
+inline RevocationManager* revManager = nullptr;
+inline CertificateCache* crtCache = nullptr;
 inline NetworkManager* netManager = nullptr;
 
 /// Creates the context of the run with its managers and sets the handles; destroys it when the object ends. Throws what
