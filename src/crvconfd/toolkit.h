@@ -94,6 +94,8 @@ void initScr();
 void downScr();
 [[nodiscard]] bool wasInitScr();
 void clrScr();
+/// Shows what was drawn so far without waiting for a key: before work that takes a while.
+void refreshScr();
 /// Clears from (row, col) to the end of the line.
 void clrToEol(int row, int col);
 /// Leaves the screen to run something outside it (cleared, the terminal as it was before initScr), and takes it back.

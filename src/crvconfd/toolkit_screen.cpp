@@ -199,6 +199,10 @@ void clrScr() {
     toolkit::movePen(0, 0);
 }
 
+void refreshScr() {
+    toolkit::show();
+}
+
 void clrToEol(int row, int col) {
     if (!toolkit::movePen(row, col)) return;
     wclrtoeol(screen.pad);

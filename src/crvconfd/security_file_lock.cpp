@@ -1,0 +1,32 @@
+#include "crvconfd/security_file_lock.h"
+
+#include "crvconfd/context.h"
+#include "crvconfd/toolkit.h"
+#include "src/configuration_manager.h"
+
+namespace crv {
+
+namespace {
+
+bool hasNoFile() {
+    const KeyMedium medium = cfgManager->keyMedium();
+    return medium == KeyMedium::Token || medium == KeyMedium::Provider || medium == KeyMedium::Memory;
+}
+
+}  // namespace
+
+SecurityFileLock::SecurityFileLock() : semaphore_(cfgManager->securityFileLockName(), hasNoFile()) {}
+
+bool SecurityFileLock::take() {
+    if (semaphore_.pCond(exclusiveLock) == 1) return true;
+    clrToEol(kMessageRow, 0);
+    displText(kMessageRow, 0, "Plik bezpieczeństwa jest używany przez inny program, proszę czekać...");
+    refreshScr();
+    const bool taken = semaphore_.p(exclusiveLock) == 1;
+    clrToEol(kMessageRow, 0);
+    if (taken) return true;
+    errInfo(kMessageRow, "Błąd blokady pliku bezpieczeństwa !!!");
+    return false;
+}
+
+}  // namespace crv
