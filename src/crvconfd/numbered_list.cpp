@@ -21,15 +21,15 @@ size_t lastPage(size_t count) {
     return count == 0 ? 0 : (count - 1) / kPageSize * kPageSize;
 }
 
-void drawEntry(int row, size_t number, const NumberedEntry& entry) {
+}  // namespace
+
+void drawNumberedEntry(int row, size_t number, const NumberedEntry& entry) {
     displText(row, kNumberColumn, "%zu", number);
     displText(row, kOidColumn, "%s", entry.oid.c_str());
     // A long identifier keeps its right to be read whole: the name then follows it.
     const int afterOid = kOidColumn + static_cast<int>(entry.oid.size()) + 1;
     displText(row, std::max(kNameColumn, afterOid), "%s", entry.name.c_str());
 }
-
-}  // namespace
 
 void drawNumberedList(const NumberedListEditor& editor, const std::vector<NumberedEntry>& entries, size_t first) {
     clrScr();
@@ -39,7 +39,7 @@ void drawNumberedList(const NumberedListEditor& editor, const std::vector<Number
         return;
     }
     const size_t end = std::min(entries.size(), first + kPageSize);
-    for (size_t i = first; i < end; ++i) drawEntry(kFirstRow + static_cast<int>(i - first), i + 1, entries[i]);
+    for (size_t i = first; i < end; ++i) drawNumberedEntry(kFirstRow + static_cast<int>(i - first), i + 1, entries[i]);
     displCentColText(kFooterRow, "%s", kFooter);
     if (entries.size() > kPageSize) displText(kFooterRow, 0, "%zu-%zu/%zu PgUp/PgDn", first + 1, end, entries.size());
 }

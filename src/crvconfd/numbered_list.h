@@ -32,6 +32,9 @@ struct NumberedListEditor {
     std::function<void(size_t index)> remove;
 };
 
+/// Draws one entry on a row.
+void drawNumberedEntry(int row, size_t number, const NumberedEntry& entry);
+
 /// Draws the page of entries that begins at the index first.
 void drawNumberedList(const NumberedListEditor& editor, const std::vector<NumberedEntry>& entries, size_t first);
 
