@@ -4,6 +4,7 @@
 // Sets of 10,000 certificates by default; CRV_BENCH_CERTS=100000 for larger ones.
 #include <benchmark/benchmark.h>
 #include <openssl/evp.h>
+#include <openssl/rsa.h>
 #include <openssl/sha.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
