@@ -66,6 +66,7 @@ int DataBase::endBatch() {
 void DataBase::close() {
     (void)endBatch();
     index_.close();
+    if (lock_ != nullptr && lock_->held() && index_.halfWritten()) lock_->spoil();
     data_.close();
 }
 

@@ -62,11 +62,19 @@ int IndexFile::open(const std::string& path) {
 }
 
 void IndexFile::close() {
-    if (!dirty_.empty()) forgetChanges();
+    loseChanges();
     park();
 }
 
+/// Changes that were deferred and never written: the file is behind the data file.
+void IndexFile::loseChanges() {
+    if (dirty_.empty()) return;
+    forgetChanges();
+    halfWritten_ = true;
+}
+
 void IndexFile::drop() {
+    loseChanges();
     forgetChanges();
     head_ = {};
     knownLength_ = 0;

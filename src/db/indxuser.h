@@ -54,7 +54,8 @@ class IndexFile : public File {
     [[nodiscard]] Cursor cursor() const { return indexes_[current_].cursor; }
     void setCursor(Cursor cursor) { indexes_[current_].cursor = cursor; }
 
-    /// True after a write that failed when some pages were already changed: the file must be made anew.
+    /// True after a write that failed when some pages were already changed, and after deferred changes were lost: the
+    /// file must be made anew.
     [[nodiscard]] bool halfWritten() const { return halfWritten_; }
     /// While on, changed pages stay in memory and are written in large steps and by flush(). For files that count
     /// only when they are complete, and for changes under a mark. A failure while on loses all that was not written.
@@ -101,6 +102,7 @@ class IndexFile : public File {
     [[nodiscard]] bool writeChanges();
     void addToScratch(int64_t position);
     void forgetChanges();
+    void loseChanges();
     [[nodiscard]] int land(int64_t page, bool atEnd);
     int bad();
 
