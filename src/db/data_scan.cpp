@@ -52,6 +52,7 @@ ByteView DataScan::body() const {
 
 std::vector<std::string_view> DataScan::keys() const {
     std::vector<std::string_view> all;
+    all.reserve(static_cast<size_t>(file_->numIndexes()));
     for (int i = 0; i < file_->numIndexes(); ++i) all.push_back(key(i));
     return all;
 }

@@ -256,7 +256,7 @@ int IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo) {
     try {
         bool done = true;
         for (int i = 0; done && i < numIdx_; ++i) done = insertInto(indexes_[i], keyText(keys[i]), recNo);
-        ++insertions_;
+        insertions_ = static_cast<int64_t>(static_cast<uint64_t>(insertions_) + 1);
         const bool wait = deferred_ && dirty_.size() < cache_.capacity() / 4 * 3;
         if (done && (wait || writeChanges())) return dbOk;
     } catch (const std::bad_alloc&) {

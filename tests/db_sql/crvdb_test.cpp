@@ -133,6 +133,7 @@ TEST_F(Crvdb, CertificateWithoutItsIdentifiersIsNamed) {
     ASSERT_EQ(addIdx.open(file("addidx")), dbOk);
     ASSERT_EQ(addIdx.remove(), dbOk);
     EXPECT_EQ(run("check " + path), "1 addidx: no record of the certificate at 56\n");
+    EXPECT_EQ(run("repair " + path)[0], '1') << "what is no certificate has no identifiers to make anew";
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include "db/database.h"
 #include "db/table_mend.h"
 #include "db/table_rebuild.h"
+#include "db_sql/crt_maintenance.h"
 #include "db_sql/db_crl_files.h"
 #include "directory.h"
 #include "misc/file_ops.h"
@@ -32,6 +33,7 @@ class Repair {
         const int64_t removed = ok_ ? db_.removeDangling() : -1;
         if (removed > 0) say("references", std::to_string(removed) + " records without a certificate deleted");
         if (removed < 0) ok_ = false;
+        if (ok_) completeSideRecords();
         if (!ok_) db_.lock().spoil();
         return ok_;
     }
@@ -42,6 +44,14 @@ class Repair {
     void fail(std::string_view where, const std::string& what) {
         say(where, what);
         ok_ = false;
+    }
+
+    void completeSideRecords() {
+        try {
+            mendSideRecords(db_.directory());
+        } catch (const std::exception& e) {
+            fail("references", e.what());
+        }
     }
 
     void repairTables() {
