@@ -45,7 +45,8 @@ bool hasNoLock(const ConfigurationManager& configuration) {
 
 void loadUserCertificates(CRVctx* ctx) {
     const int64_t now = std::time(nullptr);
-    for (const CertPtr& certificate : ctx->keyManager.userCerts()) {
+    ctx->userCerts = ctx->keyManager.userCerts();
+    for (const CertPtr& certificate : ctx->userCerts) {
         if (!certificate->isValidAt(now)) ctx->state.addWarning(WARN_USER_CRT_NOT_VALID);
     }
 }
@@ -57,7 +58,10 @@ int crvAuthenticateExInt(CRVctx* ctx, int readAdditional) {
     if (!lock.p(exclusiveLock)) return ECRV_LOCK;
     if (const int code = codeOfDbState(ctx->dbManager.isDbCreated())) return code;
     const KeyManagerResult result = ctx->keyManager.initProfile(0, readAdditional != 0);
-    if (!lock.v()) return ECRV_LOCK;
+    const bool released = lock.v() != 0;
+    // What a missing seed leaves open can only be mended at the console.
+    if (result != kKmOk || !released) ctx->keyManager.deinitProfile();
+    if (!released) return ECRV_LOCK;
     ctx->state.report("Otwarcie profilu " + configuration.profileName() + ": " + std::to_string(result));
     if (result == kKmWrongPassword) ctx->removePINs();
     if (result != kKmOk) return libraryCode(result);

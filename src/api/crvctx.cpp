@@ -66,6 +66,7 @@ CRVctx::~CRVctx() {
 
 void CRVctx::setProfile(std::unique_ptr<CrvProfile> profile) {
     keyManager.deinitProfile();
+    userCerts.clear();
     removePINs();
     networkManager.clearNetStore();
     configurationManager.setProfile(std::move(profile));

@@ -59,6 +59,8 @@ struct CRVctx {
     RevocationManager revocationManager;
     NetworkManager networkManager;
 
+    CertList userCerts;  // of the keys that are logged in
+
     std::array<char, kErrorTextSize> errorText{};
     std::string textOption;  // handed out by crvGetTextOptionAPI
     SrvParams server;        // its texts are handed out

@@ -35,6 +35,8 @@ int passTest(const char* password) {
 
 int goodPassQuality(const char* password) {
     if (passTest(password) == kPasswordGood) return 1;
+    clrToEol(kRulesRow, 0);
+    clrToEol(kMessageRow, 0);
     displText(kRulesRow, 0, "Hasło musi mieć przynajmniej %d %s, mieć co najmniej jedną dużą literę,", kPasswordLength,
               declension(kPasswordLength, "znak", "znaki", "znaków"));
     displText(kMessageRow, 0, "jedną małą oraz jeden inny znak (cyfra lub inne) !!!");

@@ -9,6 +9,7 @@
 #include <map>
 
 #include "crvconfd/encoding.h"
+#include "crvconfd/password_quality.h"
 #include "crvconfd/toolkit.h"
 
 namespace {
@@ -144,6 +145,7 @@ const std::map<std::string, std::function<std::string()>> kScenes{
     {"list", list},
     {"random", randomText},
     {"digest", digest},
+    {"quality", [] { return std::to_string(goodPassQuality(text(0))); }},
     {"suspend", suspended},
     {"yesno", [] { return std::to_string(displCentQuestion(23, "Czy na pewno (t/n) ?")); }},
     {"question", [] { return std::to_string(displCentQuestion(23, "~Tak, Po~wrót", "Tw")); }},
