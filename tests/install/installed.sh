@@ -51,4 +51,5 @@ try "$work/cmake/build/client"
 grep -hoE '\bcrv[A-Z][A-Za-z0-9]*\(' "$work"/root/include/corvane/crvapi.h | tr -d '(' | sort -u >"$work/declared"
 nm -D --defined-only "$lib/libcorvane.so" | awk '$2 == "T" {sub("@.*", "", $3); print $3}' | sort -u >"$work/exported"
 diff "$work/declared" "$work/exported"
-objdump -p "$lib/libcorvane.so" | grep -q 'SONAME *libcorvane.so.3$'
+# Not grep -q, which may leave before objdump has said everything.
+objdump -p "$lib/libcorvane.so" | grep 'SONAME *libcorvane.so.3$' >/dev/null
