@@ -25,6 +25,7 @@ ASNany& ASNany::operator=(const ASNany& other) {
     return *this;
 }
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor)
 ASNany& ASNany::operator=(ASNany&& other) {
     if (this == &other) return *this;
     takeTag(other);

@@ -18,7 +18,7 @@ class ASNany : public ASNprimitive {
     ASNany(ASNany&&) noexcept = default;
     /// Takes the other's tag over, too.
     ASNany& operator=(const ASNany& other);
-    ASNany& operator=(ASNany&& other);
+    ASNany& operator=(ASNany&& other);  // NOLINT(performance-noexcept-move-constructor): the assertion may fail
     ~ASNany() override = default;
 
     /// As for every object, after the tag that it was constructed with was restored.

@@ -88,10 +88,11 @@ int read_length(GenericFile& in, long& length) {
     return 1 + octets;
 }
 
-bool takeEndOfContents(GenericFile& in) {
-    if (!in.lookAhead(2) || in.window()[0] != 0 || in.window()[1] != 0) return false;
+int takeEndOfContents(GenericFile& in) {
+    if (!in.lookAhead(2)) return -1;
+    if (in.window()[0] != 0 || in.window()[1] != 0) return 0;
     in.consume(2);
-    return true;
+    return 1;
 }
 
 BodyCursor BodyCursor::indefinite(GenericFile& in, long maxLen) {
@@ -118,13 +119,15 @@ long walkElement(GenericFile& in, long maxLen, GenericFile* out) {
     if (out != nullptr && !out->write({header, size_t(headerLength)})) return -1;
     if (length >= 0) return copyPiece(in, length, out) ? used + length : -1;
     long total = used;
-    while (!takeEndOfContents(in)) {
+    int end = takeEndOfContents(in);
+    for (; end == 0; end = takeEndOfContents(in)) {
         const long rest = maxLen > 0 ? maxLen - total : 0;
         if (maxLen > 0 && rest <= 0) return 0;
         const long part = walkElement(in, rest, out);
         if (part <= 0) return part;
         total += part;
     }
+    if (end < 0) return -1;
     if (exceeds(total, 2, maxLen)) return 0;
     constexpr uint8_t kEnd[2] = {0, 0};
     return out == nullptr || out->write(kEnd) ? total + 2 : -1;
@@ -157,6 +160,7 @@ ASNobject& ASNobject::operator=(const ASNobject& other) {
     return *this;
 }
 
+// NOLINTNEXTLINE(performance-noexcept-move-constructor)
 ASNobject& ASNobject::operator=(ASNobject&& other) {
     if (this == &other) return *this;
     takeContents(other);
@@ -278,7 +282,8 @@ long ASNobject::readTagged(GenericFile& in, long maxLen) {
     const long inner = readElement(in, length > 0 ? length : rest);
     if (inner <= 0) return inner;
     if (length > 0) return inner == length ? header + length : 0;
-    if (!takeEndOfContents(in)) return 0;
+    const int end = takeEndOfContents(in);
+    if (end <= 0) return end;
     return exceeds(header, inner + 2, maxLen) ? 0 : header + inner + 2;
 }
 
@@ -315,7 +320,8 @@ long ASNobject::readElement(GenericFile& in, long maxLen) {
     const long result = length >= 0 ? read_contents(&in, length) : read_ndfl_contents(&in, rest);
     if (result <= 0) return result;
     if (length < 0) {
-        if (!takeEndOfContents(in)) return 0;
+        const int end = takeEndOfContents(in);
+        if (end <= 0) return end;
         bodyLength_ = in.position() - start;
     }
     return exceeds(header, bodyLength_, maxLen) ? 0 : header + bodyLength_;

@@ -55,7 +55,7 @@ class ASNobject {
     ASNobject(ASNobject&& other) noexcept;
     /// Assignment takes the contents over and leaves this object's own tagging alone.
     ASNobject& operator=(const ASNobject& other);
-    ASNobject& operator=(ASNobject&& other);
+    ASNobject& operator=(ASNobject&& other);  // NOLINT(performance-noexcept-move-constructor): the assertion may fail
     virtual ~ASNobject();
 
     /// Reads one element, at most `maxLen` octets of input when that is positive. `f`: 0 or the ASN_FLAG_ read mode.
@@ -204,8 +204,9 @@ class ASNobject {
 /// Octets consumed, 0 when it is malformed or longer than `maxLen` (if positive), -1 when the stream ends or fails.
 [[nodiscard]] long walkElement(GenericFile& in, long maxLen, GenericFile* out);
 
-/// Takes the two end-of-contents octets; false when something else follows.
-[[nodiscard]] bool takeEndOfContents(GenericFile& in);
+/// Takes the two end-of-contents octets: 1; 0 when something else follows; -1 when the stream ends or fails before that
+/// is known.
+[[nodiscard]] int takeEndOfContents(GenericFile& in);
 
 /// Walks the elements of a constructed body of definite or indefinite length.
 class BodyCursor {
@@ -220,10 +221,11 @@ class BodyCursor {
     [[nodiscard]] int peek() { return atEnd() ? GenericFile::kEnd : in_.peek(); }
     /// Reads the next element; results as for ASNobject::read.
     [[nodiscard]] long read(ASNobject& element, unsigned char mode) {
+        if (broken()) return -1;
         return left() > 0 ? element.read(&in_, left(), mode) : 0;
     }
-    /// Whether the stream fails or ends inside the body.
-    [[nodiscard]] bool broken() { return !atEnd() && in_.peek() < 0; }
+    /// Whether the stream fails or ends inside the body, where every element and the end take two octets.
+    [[nodiscard]] bool broken() { return definite_ ? left() > 0 && in_.peek() < 0 : !in_.lookAhead(2); }
 
   private:
     BodyCursor(GenericFile& in, long end, bool definite) : in_(in), end_(end), definite_(definite) {}

@@ -15,15 +15,15 @@ long ASNsequenceF::read_ndfl_contents(GenericFile* in, long maxLen) {
 
 long ASNsequenceF::readMembers(BodyCursor body) {
     for (const Member& row : members()) {
-        const int identifier = body.peek();
-        if (identifier < 0 && body.broken()) return -1;
-        if (row.leaveOut != nullptr && !row.make(*this).acceptsTag(identifier)) {
+        if (body.broken()) return -1;
+        if (row.leaveOut != nullptr && !row.make(*this).acceptsTag(body.peek())) {
             static_cast<void>(leaveOut(row));
             continue;
         }
         const long used = readMember(body, row);
         if (used <= 0) return used;
     }
+    if (body.broken()) return -1;
     return body.atEnd() && validMembers() ? 1 : 0;
 }
 

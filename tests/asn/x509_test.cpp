@@ -12,7 +12,9 @@
 #include "asn/x509/signed_certificate.h"
 #include "crypto/sign_algo_map.h"
 #include "misc/base64_file.h"
+#include "misc/disk_file.h"
 #include "misc/hex.h"
+#include "misc/memory_file.h"
 #include "support/temp_dir.h"
 
 namespace crv {
@@ -155,6 +157,28 @@ TEST_F(MadeCertificates, RoundTripToTheSameOctetsInEveryMode) {
             EXPECT_EQ(copy.fingerprint(KcHashAlgo::sha1), hashOf(KcHashAlgo::sha1, octets));
         }
     }
+}
+
+TEST_F(MadeCertificates, ComeFromFilesPemAndInPieces) {
+    const Bytes octets = der("rsa-all");
+    run("openssl x509 -in rsa-all -inform DER -out pem -text");
+    DiskFile file(dir_->file("rsa-all"), DiskFile::Mode::read);
+    DiskFile text(dir_->file("pem"), DiskFile::Mode::read);
+    Base64Reader pem(text, Base64Armour::pem);
+    for (GenericFile* in : std::initializer_list<GenericFile*>{&file, &pem}) {
+        SignedCertificate cert;
+        ASSERT_EQ(cert.read(in, 0, ASN_FLAG_CONST), long(octets.size()));
+        EXPECT_EQ(cert.encoded(), octets);
+        EXPECT_EQ(in->get(), GenericFile::kEnd);
+    }
+    SignedCertificate pieces;
+    MemoryFile nothing;
+    for (size_t at = 0; at < octets.size(); at += 100) {
+        const auto size = std::min<size_t>(100, octets.size() - at);
+        ASSERT_GT(pieces.doReadData(reinterpret_cast<const char*>(&octets[at]), long(size), false, nothing), 0);
+    }
+    EXPECT_TRUE(pieces.streamDone());
+    EXPECT_EQ(pieces.encoded(), octets);
 }
 
 TEST_F(MadeCertificates, TruncationAtEveryOctetIsNoCertificate) {
@@ -377,6 +401,52 @@ TEST(SignAlgorithms, EveryRowGoesBothWays) {
     EXPECT_EQ(toHex(signAlgorithm(KeyScheme::ecdsa, KcHashAlgo::sha1)->encoded()), "300906072A8648CE3D0401");
     EXPECT_FALSE(readSignAlgorithm(AlgorithmIdentifier(OID_RSA_PSS))) << "PSS without parameters";
     EXPECT_FALSE(readSignAlgorithm(AlgorithmIdentifier(OID_RSA_ENC)));
+}
+
+TEST_F(MadeCertificates, AlgorithmsInsideAndOutsideMustAgree) {
+    SignedCertificate cert;
+    ASSERT_GT(cert.copyObject(certificate("bmp")), 0);
+    const PublicKey key = cert.keyInfo().publicKey();
+    EXPECT_EQ(SubjectPublicKeyInfo(key).encoded(), cert.keyInfo().encoded());
+    EXPECT_TRUE(cert.isSignedBy(key));
+    cert.signatureAlgorithm.parameters.reset();
+    EXPECT_TRUE(cert.isSignedBy(key)) << "absent parameters and NULL are the same";
+    cert.signatureAlgorithm = *signAlgorithm(KeyScheme::rsa, KcHashAlgo::sha512);
+    EXPECT_FALSE(cert.isSignedBy(key));
+
+    SignedCertificateWithDesc described;
+    described.certificate = certificate("bmp");
+    described.description.emplace("Urząd");
+    SignedCertificateWithDesc back;
+    ASSERT_TRUE(back.readExactly(described.encoded()));
+    EXPECT_EQ(back.description->utf8(), "Urząd");
+    EXPECT_EQ(back.certificate.encoded(), der("bmp"));
+}
+
+TEST(Extensions, BuiltOnesHaveTheirDerForm) {
+    Extensions extensions;
+    KeyUsage usage;
+    usage.setNamedBits(1U << KeyUsage::digitalSignature | 1U << KeyUsage::nonRepudiation);
+    extensions.set(OID_CE_KEY_USAGE, usage, true);
+    IssuingDistributionPoint point;
+    point.distributionPoint.emplace();
+    auto& names = dynamic_cast<GeneralNames&>(*point.distributionPoint->setChosenIndex(0));
+    names.add().setText(GeneralName::uri, "x:y");
+    point.onlyContainsCaCerts.setValue(true);
+    extensions.set(OID_CE_ISSUING_DISTRIBUTION_POINT, point);
+    EXPECT_EQ(toHex(extensions.encoded()),
+              "3027300E0603551D0F0101FF0404030206C030150603551D1C040E300CA007A0058603783A798201FF");
+    Extensions back;
+    ASSERT_TRUE(back.readExactly(extensions.encoded()));
+    const auto read = back.get<IssuingDistributionPoint>(OID_CE_ISSUING_DISTRIBUTION_POINT);
+    EXPECT_TRUE(read->onlyContainsCaCerts.value());
+    EXPECT_FALSE(read->indirectCrl.value());
+    EXPECT_EQ((*read->distributionPoint->fullName())[0].text(), "URI:x:y");
+    GeneralName directory;
+    directory.setName(*DistinguishedName::fromText("CN=a"));
+    EXPECT_EQ(toHex(directory.encoded()),
+              "A40E300C310A30080603550403"
+              "130161");
 }
 
 TEST(SmallStructures, PolicyNoteKeepsItsZeroOctet) {
