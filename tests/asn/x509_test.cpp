@@ -87,7 +87,7 @@ const std::map<std::string, Source> kSources = {
     {"pss",
      {"genpkey -algorithm RSA-PSS -pkeyopt rsa_keygen_bits:2048 -out k",
       "-sha384 -sigopt rsa_padding_mode:pss -sigopt rsa_pss_saltlen:17 -extensions small -subj '/CN=pss'", true}},
-    {"dsa", {"genpkey -paramfile dsa.par -out k", "-sha1 -extensions small -subj '/CN=dsa'", true}},
+    {"dsa", {"genpkey -paramfile dsa.par -out k", "-sha256 -extensions small -subj '/CN=dsa'", true}},
     {"ec-named",
      {"genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-384 -out k", "-sha384 -subj '/DC=pl/DC=x/UID=u/CN=ec'",
       true}},
