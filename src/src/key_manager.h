@@ -2,13 +2,17 @@
 // generators that everything in the key store draws from.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "crypto/ec_curves.h"
+#include "crypto/kc_hash.h"
 #include "crypto/kc_rbg.h"
+#include "crypto/key_scheme.h"
 #include "crypto/random_bridge.h"
 #include "src/key_manager_result.h"
 #include "src/key_store_contents.h"
@@ -17,6 +21,7 @@ namespace crv {
 
 class ConfigurationManager;
 class ContextServices;
+class DistinguishedName;
 class GenericFile;
 class KeyStoreMedia;
 
@@ -26,6 +31,27 @@ enum class TrustPointFlag : int { KeyStore = 0, User = 1, Qualified = 2, Additio
 struct TrustPoint {
     CertPtr certificate;
     TrustPointFlag flag;
+};
+
+/// What the caller of a generation does while it runs.
+struct KeyGenHooks {
+    /// Called again and again; false stops the generation.
+    std::function<bool()> progress = {};
+    /// Called when the key is there, before everything is saved: takes the lock on the security file. False drops the
+    /// key.
+    std::function<bool()> beforeSave = {};
+};
+
+enum class RequestFormat { pem, der };
+
+/// What a certification request is to be like.
+struct CrtRequestParams {
+    RequestFormat format = RequestFormat::pem;
+    const DistinguishedName* subject = nullptr;  ///< null: chosen by the key manager
+    KeyScheme scheme = KeyScheme::rsa;           ///< of the request's signature
+    KcHashAlgo hash = KcHashAlgo::sha256;        ///< of the request's signature
+    /// Hash of the parameters of id-RSASSA-PSS that are written into the key's algorithm; none: rsaEncryption.
+    KcHashAlgo forcedPss = KcHashAlgo::none;
 };
 
 /// Bits of KeyManager::saveKey's flags.
@@ -129,6 +155,25 @@ class KeyManager {
     /// result of the save is answered. A role that is taken is a failed assertion: ask hasKey first.
     [[nodiscard]] KeyManagerResult addNewKey(KeyType use, const PrivateKey& key);
 
+    // --- Generation of keys for the user. Each generates a key, takes it into its role and saves everything; a failure
+    // or a stop changes nothing. kKmCancelled when a hook ends it, kKmKeyTooShort, kKmAlgorithmNotSupported,
+    // kKmGenerationFailed, kKmRsaFailed, kKmNoSeed, and what saving answers.
+
+    /// An RSA key of 2048 bits or more; for a signing key the scheme (rsa or rsaPss) is remembered in the
+    /// configuration.
+    [[nodiscard]] KeyManagerResult generateRsaUserKey(KeyType use, uint64_t publicExponent, unsigned bits,
+                                                      KeyScheme scheme, const KeyGenHooks& hooks = {});
+    /// A DSA key for signing; 1024 bits.
+    [[nodiscard]] KeyManagerResult generateDsaUserKey(unsigned bits, const KeyGenHooks& hooks = {});
+    /// An EC key for signing, its domain by name or written out.
+    [[nodiscard]] KeyManagerResult generateECDsaUserKey(KeyType use, StdECId curve, bool explicitDomain,
+                                                        const KeyGenHooks& hooks = {});
+
+    /// A certification request (PKCS#10, RFC 2986) for the key of a use, signed with that key by scheme and hash, in
+    /// PEM (lines end in CR LF) or DER. Without a subject it is that of the user's certificate, else CN=<profile name>.
+    /// kKmKeyNotFound, kKmHashNotSupported, kKmRsaFailed.
+    [[nodiscard]] KeyManagerResult prepareCrtRequest(KeyType use, const CrtRequestParams& params, Bytes& out);
+
     // --- The user's certificates
 
     [[nodiscard]] const CertList& userCerts() const { return contents_.userCerts; }
@@ -180,6 +225,9 @@ class KeyManager {
     [[nodiscard]] bool recertificationAllowed() const;
     void takeRecord(const std::shared_ptr<const CRVCfgFile>& record);
     void copyUserUnqualifiedTrustedCA();
+    [[nodiscard]] KeyManagerResult keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
+                                                 const std::function<PrivateKey()>& generate);
+    [[nodiscard]] DistinguishedName requestSubject() const;
 
     [[nodiscard]] KeyStoreContents currentContents() const;
     [[nodiscard]] KeyManagerResult mergeWithFile(const SecretText& password, KeyStoreContents& contents);

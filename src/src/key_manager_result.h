@@ -17,6 +17,7 @@ enum KeyManagerResult : int {
     kKmNoCaCertificate = 15,      ///< not the self-issued certificate of an authority
     kKmNoKeyForCertificate = 16,  ///< the certificate belongs to no key of the user
     kKmBadSignature = 17,
+    kKmRsaFailed = 18,            ///< an RSA operation failed
     kKmUnknownKeyAlgorithm = 19,  ///< a private key that is not RSA, DSA or EC
     kKmDeviceError = 20,          ///< the Tarvo device failed; the context holds its error number
     kKmDeviceUnusable = 21,
@@ -47,6 +48,8 @@ enum KeyManagerResult : int {
     kKmWrongRootsPassword = 52,
     kKmWrongSigningKeyPin = 53,
     kKmTrustPointRefused = 54,  ///< MD5, or an RSA key below 2048 bits
+    kKmHashNotSupported = 55,   ///< the hash does not go with the key
+    kKmGenerationFailed = 56,   ///< the generation of a key failed
     kKmCertificateExists = 57,  ///< a certificate that is as new is installed for the key
     kKmKeyHasTwoNames = 58,     ///< one key certified under two names, which option 13 does not allow
     kKmKeyTooShort = 62,        ///< RSA below 2048 bits

@@ -1,0 +1,76 @@
+// The rules that tie scheme, length and signature algorithm together.
+#include "crvconfd/key_gen_params.h"
+
+#include <gtest/gtest.h>
+
+namespace crv {
+namespace {
+
+KeyGenParams allSchemes() {
+    KeyGenParams params;
+    params.offersDsa = params.offersEcdsa = params.offersRsaPss = true;
+    params.defaultHash = [](KeyScheme scheme) {
+        return scheme == KeyScheme::dsa ? KcHashAlgo::sha1 : KcHashAlgo::sha256;
+    };
+    return params;
+}
+
+TEST(KeyGenParams, ASchemeBringsItsHashAndKeepsOnlyALengthThatItHas) {
+    KeyGenParams params = allSchemes();
+    params.chooseLength(4096);
+    params.hash = KcHashAlgo::sha512;
+    params.chooseScheme(KeyScheme::rsaPss);
+    EXPECT_EQ(params.keyLength, 4096u);
+    EXPECT_EQ(params.hash, KcHashAlgo::sha256);
+    EXPECT_STREQ(params.signAlgoText(), "rsaPSS, SHA-256");
+    params.chooseScheme(KeyScheme::ecdsa);
+    EXPECT_EQ(params.keyLength, 4096u);
+    params.chooseScheme(KeyScheme::dsa);
+    EXPECT_EQ(params.keyLength, 1024u);
+    EXPECT_STREQ(params.signAlgoText(), "dsaWithSha1");
+    params.chooseScheme(KeyScheme::rsa);
+    EXPECT_EQ(params.keyLength, 1024u) << "RSA has no 1024: the trap that generation refuses";
+}
+
+TEST(KeyGenParams, SignatureAlgorithmsFollowTheKey) {
+    KeyGenParams params = allSchemes();
+    auto list = params.signAlgos();
+    EXPECT_EQ(list.size(), 10u) << "all of RSA but MD5";
+    EXPECT_EQ(list[params.currentSignAlgo(list)].hash, KcHashAlgo::sha256);
+    params.signScheme = KeyScheme::rsaPss;
+    EXPECT_EQ(list[params.currentSignAlgo(list)].hash, KcHashAlgo::sha256) << "the first with the same hash";
+    params.hash = KcHashAlgo::ripemd128;
+    EXPECT_EQ(params.currentSignAlgo(list), list.size());
+
+    params = allSchemes();
+    params.chooseScheme(KeyScheme::rsaPss);
+    params.hash = KcHashAlgo::sha512;
+    params.chooseLength(1040);
+    EXPECT_EQ(params.hash, KcHashAlgo::sha512);
+    params.chooseLength(1039);
+    EXPECT_EQ(params.hash, KcHashAlgo::sha256) << "no room for SHA-512: back to the default";
+}
+
+TEST(KeyGenParams, TokensOfferTheirLengthsAndRefuseWhatTheyCannot) {
+    using Lengths = std::vector<unsigned>;
+    EXPECT_EQ(tokenKeyLengths(0, 0), Lengths{});
+    EXPECT_EQ(tokenKeyLengths(0, 256), (Lengths{128, 256}));
+    EXPECT_EQ(tokenKeyLengths(1000, 1200), (Lengths{1000, 1024, 1152, 1200}));
+    EXPECT_EQ(tokenKeyLengths(2048, 2048), Lengths{2048});
+    const Lengths many = tokenKeyLengths(1, UINT32_MAX);
+    EXPECT_EQ(many.size(), 100u);
+    EXPECT_EQ(many.back(), UINT32_MAX) << "the maximum is always there";
+
+    KeyGenParams token = allSchemes();
+    token.token = true;
+    EXPECT_EQ(token.schemes(), std::vector<KeyScheme>{KeyScheme::rsa});
+
+    EXPECT_EQ(tokenRefusal({true, true, true}, true, true), nullptr);
+    EXPECT_EQ(tokenRefusal({true, false, true}, false, true), nullptr);
+    EXPECT_NE(std::string(tokenRefusal({true, false, true}, true, true)).find("podpisu"), std::string::npos);
+    EXPECT_NE(std::string(tokenRefusal({true, true, false}, true, true)).find("deszyfrowania"), std::string::npos);
+    EXPECT_NE(std::string(tokenRefusal({false, true, true}, true, false)).find("generowania"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace crv
