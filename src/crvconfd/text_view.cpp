@@ -16,17 +16,6 @@ constexpr size_t kRows = kFooterRow - kFirstRow - 1;
 constexpr size_t kLabelWidth = 26;
 constexpr size_t kTextWidth = kScreenColumns - 2;
 
-/// Bytes of the first count characters.
-size_t bytesOf(std::string_view text, size_t count) {
-    size_t at = 0;
-    while (at < text.size() && count > 0) {
-        ++at;
-        while (at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80) ++at;
-        --count;
-    }
-    return at;
-}
-
 void draw(const std::string& header, const std::vector<std::string>& lines, const char* footer, size_t top) {
     clrScr();
     displHeader(0, "%s", header.c_str());

@@ -20,4 +20,19 @@ size_t countCharacters(std::string_view text) {
     return text.size() - static_cast<size_t>(std::count_if(text.begin(), text.end(), isTail));
 }
 
+size_t bytesOf(std::string_view text, size_t count) {
+    size_t at = 0;
+    for (; at < text.size() && count > 0; --count) {
+        ++at;
+        while (at < text.size() && isTail(text[at])) ++at;
+    }
+    return at;
+}
+
+std::string fitText(std::string_view text, size_t width) {
+    std::string fitted(text.substr(0, bytesOf(text, width)));
+    fitted.append(width - countCharacters(fitted), ' ');
+    return fitted;
+}
+
 }  // namespace crv

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace crv {
@@ -11,5 +12,11 @@ namespace crv {
 
 /// Number of characters.
 [[nodiscard]] size_t countCharacters(std::string_view text);
+
+/// Number of bytes of the first count characters.
+[[nodiscard]] size_t bytesOf(std::string_view text, size_t count);
+
+/// The text in exactly width characters: cut, or filled up with spaces.
+[[nodiscard]] std::string fitText(std::string_view text, size_t width);
 
 }  // namespace crv
