@@ -96,7 +96,8 @@ FormField flagField(const char* label, bool& value) {
             }};
 }
 
-bool runForm(const std::string& title, const std::vector<FormField>& fields, const std::function<bool()>& save) {
+bool runForm(const std::string& title, const std::vector<FormField>& fields, const std::function<bool()>& save,
+             const FormEnd& end) {
     size_t width = 0;
     for (const auto& field : fields) width = std::max(width, countCharacters(field.label));
     bool changed = false;
@@ -115,14 +116,14 @@ bool runForm(const std::string& title, const std::vector<FormField>& fields, con
         leaving = saved;
     };
     const auto mayLeave = [&] {
-        if (!changed || displCentQuestion(kMessageRow, "Zapisać zmiany (t/n)?") == 0) return true;
+        if (!changed || !end.question || displCentQuestion(kMessageRow, end.question) == 0) return true;
         store(0);
         return leaving;
     };
     runListScreen({[&] { return title; },
                    items,
                    "",
-                   {{0, "Enter: zmień", true, edit}, {'s', "Zapi~sz", false, store}},
+                   {{0, "Enter: zmień", true, edit}, {end.key, end.label, false, store}},
                    mayLeave,
                    [&] { return leaving; }});
     return saved;

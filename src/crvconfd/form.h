@@ -34,8 +34,16 @@ FormField choiceField(const char* label, long& value, std::span<const FormChoice
 /// "tak" or "nie", switched by Enter.
 FormField flagField(const char* label, bool& value);
 
+/// The command that ends a form. A null question: going back asks nothing.
+struct FormEnd {
+    char key = 's';
+    const char* label = "Zapi~sz";
+    const char* question = "Zapisać zmiany (t/n)?";
+};
+
 /// Shows the fields until the user saves (save answers whether that worked; the form stays open when it did not) or
 /// goes back; changes that are not saved are asked about first, so that none is lost by a stray key. True when saved.
-bool runForm(const std::string& title, const std::vector<FormField>& fields, const std::function<bool()>& save);
+bool runForm(const std::string& title, const std::vector<FormField>& fields, const std::function<bool()>& save,
+             const FormEnd& end = {});
 
 }  // namespace crv

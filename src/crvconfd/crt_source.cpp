@@ -1,0 +1,40 @@
+#include "crvconfd/crt_source.h"
+
+#include <algorithm>
+
+#include "crvconfd/context.h"
+#include "db_sql/db_manager.h"
+
+namespace crv {
+
+bool CrtSource::forward(int64_t after, size_t count, CrtItemList& list) const {
+    if (!ids_) return dbManager->readForward(after, count, list);
+    const auto first = std::upper_bound(ids_->begin(), ids_->end(), after);
+    return read(first, first + std::min<ptrdiff_t>(ids_->end() - first, static_cast<ptrdiff_t>(count)), list);
+}
+
+bool CrtSource::backward(int64_t before, size_t count, CrtItemList& list) const {
+    if (!ids_) {
+        const bool read = dbManager->readBackward(before, count, list);
+        std::reverse(list.begin(), list.end());
+        return read;
+    }
+    const auto last = std::lower_bound(ids_->begin(), ids_->end(), before);
+    return read(last - std::min<ptrdiff_t>(last - ids_->begin(), static_cast<ptrdiff_t>(count)), last, list);
+}
+
+bool CrtSource::read(std::vector<int64_t>::const_iterator first, std::vector<int64_t>::const_iterator last,
+                     CrtItemList& list) const {
+    for (; first != last; ++first) {
+        Bytes der;
+        if (!dbManager->setCrtId(*first) || !dbManager->get(der)) return false;
+        insertCrtItem(list, *first, std::move(der));
+    }
+    return true;
+}
+
+void CrtSource::forget(int64_t id) {
+    if (ids_) std::erase(*ids_, id);
+}
+
+}  // namespace crv
