@@ -52,9 +52,9 @@ ContextCount::~ContextCount() {
 CRVctx::CRVctx() {
     testPrimitives();
     keyManager.init(state);
-    dbManager.init([this] { return databaseOf(configurationManager.profile()); });
     certificateManager.init(dbManager, certificateCache, [this] { return trustedCertificates(keyManager); });
     revocationManager.init(certificateManager);
+    dbManager.init([this] { return databaseOf(configurationManager.profile()); });
     networkManager.init(state);
 }
 
@@ -70,6 +70,14 @@ void CRVctx::setProfile(std::unique_ptr<CrvProfile> profile) {
     removePINs();
     networkManager.clearNetStore();
     configurationManager.setProfile(std::move(profile));
+}
+
+void CRVctx::moveFromNetStoreToDB() {
+    networkManager.moveFromNetStoreToDB([this](ByteView der) { return certificateManager.db().insert(der); },
+                                        [this](ByteView der) {
+                                            const CrlInsertResult result = revocationManager.insert(der);
+                                            return result == kCrlInserted || result == kCrlOlder;
+                                        });
 }
 
 int checkCRVctx(const CRVctx* ctx) noexcept {

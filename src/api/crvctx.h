@@ -47,6 +47,9 @@ struct CRVctx {
         return state.getPIN(slot, pin, fromCache, ask);
     }
     void removePINs() { state.removePINs(); }
+    /// Stores what was fetched from the network in the databases and empties the network store. What a database refuses
+    /// leaves a warning; a CRL that is there in a newer issue is not refused.
+    void moveFromNetStoreToDB();
 
     std::array<char, kMarker.size()> marker = kMarker;
     ContextCount counted;

@@ -4,6 +4,8 @@
 #include "api/crvctx.h"
 #include "crypto/private_key.h"
 #include "misc/file_semaphore.h"
+#include "src/warning_codes.h"
+#include "support/cert_maker.h"
 #include "support/temp_dir.h"
 
 namespace crv {
@@ -97,6 +99,27 @@ TEST_F(Authenticate, HoldsTheOptionsToTheSigningKey) {
                   "typu rsaEncryption)\n"));
     ctx.setProfile(nullptr);
     EXPECT_EQ(crvSetOptionAPI(&ctx, 21, 5), 0);
+}
+
+TEST_F(Authenticate, MovesWhatWasFetchedIntoTheDatabase) {
+    CRVctx ctx;
+    create(ctx);
+    const test::MadeCert ca = test::makeCert({.subject = {{"CN", "CA"}}, .extensions = test::caExtensions()});
+    EXPECT_TRUE(ctx.networkManager.addCertToNetStore(ca.der));
+    EXPECT_FALSE(ctx.networkManager.addCertToNetStore(ca.der));
+    EXPECT_TRUE(ctx.networkManager.addCRLToNetStore(test::makeCrl({}, ca)));
+    ctx.moveFromNetStoreToDB();
+    EXPECT_TRUE(ctx.state.warnings.empty());
+    size_t count = 0;
+    std::vector<Bytes> crls;
+    EXPECT_TRUE(ctx.dbManager.countCerts(count) && ctx.dbManager.getAllCrls(crls));
+    EXPECT_EQ(count, 1u);
+    EXPECT_EQ(crls.size(), 1u);
+    EXPECT_TRUE(ctx.networkManager.netStoreCerts().empty());
+    const Bytes broken = {0x30, 0x00};
+    ctx.networkManager.addCertToNetStore(broken);
+    ctx.moveFromNetStoreToDB();
+    EXPECT_THAT(ctx.state.warnings, testing::ElementsAre(WARN_NET_STORE_NOT_MOVED));
 }
 
 }  // namespace
