@@ -11,7 +11,6 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
@@ -67,9 +66,7 @@ const std::vector<Bytes>& certs() {
         std::mt19937_64 random(17);
         std::vector<Bytes> list(setSize(), base);
         for (size_t i = 0; i < list.size(); ++i) {
-            char digits[9];
-            std::snprintf(digits, sizeof digits, "%08zu", i);
-            replaceAll(list[i], "00000000", digits);
+            replaceAll(list[i], "00000000", std::to_string(100000000 + i).substr(1));
             std::string serial(8, '\0'), keyId(20, '\0');
             for (char& c : keyId) c = static_cast<char>(1 + random() % 255);
             for (char& c : serial) c = static_cast<char>(1 + random() % 127);

@@ -57,6 +57,10 @@ DbHash dnHash(const DistinguishedName& name) {
     return sha1(name.normalize().encoded());
 }
 
+DbHash crtHash(ByteView der) {
+    return sha1(der);
+}
+
 DbHash serNumHash(const ASNinteger& serialNumber) {
     return sha1(serialNumber.encoded());
 }
@@ -65,7 +69,7 @@ void makeCrtRecord(const SignedCertificate& certificate, ByteView der, CrtRecord
     record = {};
     record.serNumHash = serNumHash(certificate.serialNumber());
     record.sbjDnHash = dnHash(certificate.subject());
-    record.crtHash = sha1(der);
+    record.crtHash = crtHash(der);
     record.keyId = certificate.getKeyIdFromCert();
     record.der = der;
     record.isCa = certificate.isCaCrt();

@@ -23,6 +23,8 @@ void makeCrtRecord(const SignedCertificate& certificate, ByteView der, CrtRecord
 [[nodiscard]] DbHash dnHash(const DistinguishedName& name);
 /// SHA-1 of a serial number's DER encoding: what serNumHash holds.
 [[nodiscard]] DbHash serNumHash(const ASNinteger& serialNumber);
+/// SHA-1 of a certificate: what crtHash holds.
+[[nodiscard]] DbHash crtHash(ByteView der);
 /// The type byte under which attributes of that type are stored.
 [[nodiscard]] uint8_t dnFldType(const ASNobjectId& type);
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -38,7 +39,9 @@ class CrtStore {
     /// not yet there may be stored or not.
     virtual size_t insertSlice(std::span<const CrtRecord> records, const SliceEnd& atEnd,
                                std::vector<InsertOutcome>& outcomes) = 0;
-    virtual void deleteCert(int64_t id) = 0;
+    /// With `expected` given, only when the certificate has that SHA-1: another process may have compacted the store
+    /// since the id was seen.
+    virtual void deleteCert(int64_t id, const std::optional<DbHash>& expected) = 0;
 
     /// Certificates in record order: up to `count` behind `after` (0: from the first). False in the visitor stops.
     using Visit = std::function<bool(int64_t id, ByteView der)>;

@@ -6,7 +6,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "crypto/kc_hash.h"
 #include "db_sql/crt_keys.h"
 #include "db_sql/crt_maintenance.h"
 #include "misc/no_oop.h"
@@ -90,7 +89,7 @@ void DbCrtCrv::findCertsByKeyIdHash(CrtItemList& list, ByteView keyId) {
 
 void DbCrtCrv::findCertsByCrtHash(CrtItemList& list, ByteView hash) {
     join(list, Tb::addIdx, addByCrtHash, asText(hash),
-         [&](ByteView der) { return std::ranges::equal(hashOf(KcHashAlgo::sha1, der), hash); });
+         [&](ByteView der) { return std::ranges::equal(crtHash(der), hash); });
 }
 
 void DbCrtCrv::findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value) {
@@ -153,10 +152,12 @@ size_t DbCrtCrv::insertSlice(std::span<const CrtRecord> records, const SliceEnd&
     return slice.size();
 }
 
-void DbCrtCrv::deleteCert(int64_t id) {
+void DbCrtCrv::deleteCert(int64_t id, const std::optional<DbHash>& expected) {
     const Use use(*this, exclusiveLock, CrtTableSet::mainTables);
     DataBase& crt = tables_[Tb::crt];
-    if (crt.setRec(id) != dbOk) throw std::runtime_error("DbCrtCrv::deleteCert. Blad wywolania setRec");
+    Bytes der;
+    const bool there = crt.setRec(id) == dbOk && tables_.readCrt(id, der) && (!expected || *expected == crtHash(der));
+    if (!there) throw std::runtime_error("DbCrtCrv::deleteCert. Blad wywolania setRec");
     tables_.noteChange(Tb::crt);
     if (crt.remove() != dbOk) throw std::runtime_error("DbCrtCrv::deleteCert. Blad usuniecia crtTb");
     for (const Tb side : CrtTableSet::sides) tables_.removeSide(side, recNoEncode(id));

@@ -24,7 +24,7 @@ class DbCrtCrv final : public CrtStore {
     InsertResult insertCert(const CrtRecord& record) override;
     size_t insertSlice(std::span<const CrtRecord> records, const SliceEnd& atEnd,
                        std::vector<InsertOutcome>& outcomes) override;
-    void deleteCert(int64_t id) override;
+    void deleteCert(int64_t id, const std::optional<DbHash>& expected) override;
     void forward(int64_t after, size_t count, const Visit& visit) override;
     void backward(int64_t before, size_t count, const Visit& visit) override;
     void get(int64_t id, Bytes& der) override;

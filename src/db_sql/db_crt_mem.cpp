@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "db_sql/crt_keys.h"
 #include "misc/no_oop.h"
 
 namespace crv {
@@ -101,10 +102,11 @@ void DbCrtMem::erase(std::map<int64_t, Stored>::iterator crt) {
     crts_.erase(crt);
 }
 
-void DbCrtMem::deleteCert(int64_t id) {
+void DbCrtMem::deleteCert(int64_t id, const std::optional<DbHash>& expected) {
     const std::scoped_lock guard(mutex_);
     const auto crt = crts_.find(id);
-    if (crt == crts_.end()) throw std::runtime_error("DbCrtMem::deleteCert. Brak certyfikatu");
+    if (crt == crts_.end() || (expected && *expected != crtHash(crt->second.der)))
+        throw std::runtime_error("DbCrtMem::deleteCert. Brak certyfikatu");
     erase(crt);
 }
 

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "db_sql/crt_keys.h"
 #include "misc/logger.h"
 
 namespace crv {
@@ -28,7 +29,7 @@ void DbManager::connect() {
     DbConfig config = source_();
     if (!connection_ || config != connected_) {
         connection_.reset();
-        crtId_ = 0;
+        if (config != connected_) crtId_ = 0;
         connection_ = connFactory(config).connect(config);
         connected_ = std::move(config);
     }
@@ -124,7 +125,7 @@ bool DbManager::insertCerts(std::span<const CrtRecord> records, const CrtStore::
 }
 
 bool DbManager::deleteCert() {
-    return run("deleteCert", [&](DbConnection& db) { db.crts().deleteCert(crtId_); });
+    return run("deleteCert", [&](DbConnection& db) { db.crts().deleteCert(crtId_, seen_); });
 }
 
 bool DbManager::removeCerts(const CrtStore::Expired& expired, CrtStore::Removed& result) {
@@ -138,8 +139,9 @@ bool DbManager::removeCerts(const CrtStore::Expired& expired, CrtStore::Removed&
 DbStep DbManager::step(const char* name, const std::function<void(CrtStore&, const CrtStore::Visit&)>& walk) {
     bool found = false;
     const bool done = run(name, [&](DbConnection& db) {
-        walk(db.crts(), [&](int64_t id, ByteView) {
+        walk(db.crts(), [&](int64_t id, ByteView der) {
             crtId_ = id;
+            seen_ = crtHash(der);
             found = true;
             return false;
         });
@@ -165,11 +167,17 @@ bool DbManager::getCrtId(int64_t& id) {
 }
 
 bool DbManager::setCrtId(int64_t id) {
-    return run("setCrtId", [&](DbConnection&) { crtId_ = id; });
+    return run("setCrtId", [&](DbConnection&) {
+        crtId_ = id;
+        seen_.reset();
+    });
 }
 
 bool DbManager::get(Bytes& der) {
-    return run("get", [&](DbConnection& db) { db.crts().get(crtId_, der); });
+    return run("get", [&](DbConnection& db) {
+        db.crts().get(crtId_, der);
+        seen_ = crtHash(der);
+    });
 }
 
 bool DbManager::readForward(int64_t after, size_t count, CrtItemList& list) {

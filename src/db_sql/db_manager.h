@@ -56,7 +56,7 @@ class DbManager {
     /// answers their number. See CrtStore::insertSlice.
     bool insertCerts(std::span<const CrtRecord> records, const CrtStore::SliceEnd& atEnd,
                      std::vector<InsertOutcome>& outcomes, size_t& handled);
-    /// Deletes the current certificate.
+    /// Deletes the current certificate. Fails when another one has its id since top, next, prev or get showed it.
     bool deleteCert();
     /// Removes the certificates that `expired` says yes to and compacts the store: ids change.
     bool removeCerts(const CrtStore::Expired& expired, CrtStore::Removed& result);
@@ -103,6 +103,7 @@ class DbManager {
     DbConfig connected_;
     std::unique_ptr<DbConnection> connection_;
     int64_t crtId_ = 0;
+    std::optional<DbHash> seen_;  // the current certificate as it was shown
     std::string lastFailure_;
     bool outOfMemory_ = false;
     bool sync_ = true;
