@@ -32,7 +32,10 @@ class CrtTableSet {
     /// Opens a table; for a change its insertions stay in memory until finishChange() or close().
     void open(Tb table, bool forChange);
     /// Writes what is in memory; a failure spoils the bound lock.
-    void close(Tb table) { tables_[table].close(); }
+    void close(Tb table) {
+        changed_[table] = false;
+        tables_[table].close();
+    }
 
     /// The mapping of every answer: true for a success, false when there is no (further) record. 0 throws "Blad bazy
     /// danych", what is no answer fails an assertion.

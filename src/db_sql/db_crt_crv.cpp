@@ -121,6 +121,15 @@ int64_t DbCrtCrv::findSame(const CrtRecord& record) {
     return 0;
 }
 
+/// The tables that the insertion of these records needs.
+std::vector<CrtTableSet::Tb> DbCrtCrv::tablesFor(std::span<const CrtRecord> records) {
+    std::vector<Tb> tables{Tb::crt, Tb::dn, Tb::addIdx};
+    if (std::any_of(records.begin(), records.end(), [](const CrtRecord& one) { return one.isCa; })) {
+        tables.push_back(Tb::ca);
+    }
+    return tables;
+}
+
 InsertResult DbCrtCrv::insertOne(const CrtRecord& record) {
     const int64_t same = findSame(record);
     if (same == 0) return tables_.insertCrt(record), InsertResult::stored;
@@ -131,7 +140,7 @@ InsertResult DbCrtCrv::insertOne(const CrtRecord& record) {
 
 InsertResult DbCrtCrv::insertCert(const CrtRecord& record) {
     if (const std::string reason = refusalOf(record); !reason.empty()) throw std::runtime_error(reason);
-    const Use use(*this, exclusiveLock, CrtTableSet::mainTables);
+    const Use use(*this, exclusiveLock, tablesFor({&record, 1}));
     const InsertResult result = insertOne(record);
     tables_.finishChange(sync());
     return result;
@@ -139,7 +148,7 @@ InsertResult DbCrtCrv::insertCert(const CrtRecord& record) {
 
 size_t DbCrtCrv::insertSlice(std::span<const CrtRecord> records, const SliceEnd& atEnd,
                              std::vector<InsertOutcome>& outcomes) {
-    const Use use(*this, exclusiveLock, CrtTableSet::mainTables);
+    const Use use(*this, exclusiveLock, tablesFor(records));
     std::vector<InsertOutcome> slice;
     do {
         const CrtRecord& record = records[slice.size()];

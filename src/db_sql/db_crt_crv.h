@@ -42,6 +42,7 @@ class DbCrtCrv final : public CrtStore {
     void join(CrtItemList& list, Tb side, int index, std::string_view key,
               const std::function<bool(ByteView der)>& accept);
     [[nodiscard]] int64_t findSame(const CrtRecord& record);
+    [[nodiscard]] static std::vector<Tb> tablesFor(std::span<const CrtRecord> records);
     InsertResult insertOne(const CrtRecord& record);
     [[nodiscard]] bool know(int64_t position);
     [[nodiscard]] bool visitAt(size_t index, size_t& left, const Visit& visit);

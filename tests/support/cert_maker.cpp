@@ -113,7 +113,7 @@ MadeCert makeCert(const CertSpec& spec, const MadeCert* issuer, TestKey key) {
     need(X509_set1_notAfter(cert.get(), timeOf(spec.notAfter).get()));
     need(X509_set_pubkey(cert.get(), key.get()));
     const Owned<X509> issuerCert = issuer != nullptr ? parse(issuer->der) : Owned<X509>(nullptr, X509_free);
-    X509V3_CTX ctx;
+    X509V3_CTX ctx{};
     X509V3_set_ctx(&ctx, issuer != nullptr ? issuerCert.get() : cert.get(), cert.get(), nullptr, nullptr, 0);
     addExtensions(cert.get(), ctx, spec.extensions, X509_add_ext);
     need(X509_sign(cert.get(), (issuer != nullptr ? issuer->key : key).get(), EVP_sha256()));
@@ -137,7 +137,7 @@ Bytes makeCrl(const CrlSpec& spec, const MadeCert& issuer) {
     addInteger(crl.get(), NID_crl_number, spec.number, false);
     if (spec.base >= 0) addInteger(crl.get(), NID_delta_crl, spec.base, true);
     const Owned<X509> issuerCert = parse(issuer.der);
-    X509V3_CTX ctx;
+    X509V3_CTX ctx{};
     X509V3_set_ctx(&ctx, issuerCert.get(), nullptr, nullptr, crl.get(), 0);
     addExtensions(crl.get(), ctx, spec.extensions, X509_CRL_add_ext);
     need(X509_CRL_sign(crl.get(), issuer.key.get(), EVP_sha256()));
