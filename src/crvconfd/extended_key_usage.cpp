@@ -84,6 +84,10 @@ void addExtendedKeyUsage() {
     (void)saveCurrentProfile();
 }
 
+void showExtendedKeyUsage(size_t index, const std::string& name, const std::string& identifier) {
+    drawNumberedEntry(2 + static_cast<int>(index), index + 1, {identifier, name});
+}
+
 void showExtendedKeyUsages() {
     drawNumberedList(editor(), sortedUsages(), 0);
 }

@@ -12,6 +12,8 @@ void OnExtendedKeyUsage();
 
 /// Draws the list from its first entry, sorted by name.
 void showExtendedKeyUsages();
+/// Draws one entry on its row; the index counts from 0.
+void showExtendedKeyUsage(size_t index, const std::string& name, const std::string& identifier);
 /// Asks for an identifier and a name and adds them.
 void addExtendedKeyUsage();
 /// Asks for a number of the sorted list and deletes that entry.

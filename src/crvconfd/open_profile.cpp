@@ -89,8 +89,7 @@ long neededPins() {
     return mask;
 }
 
-bool askPins(const char* prompt) {
-    const long needed = neededPins();
+bool askPins(const char* prompt, long needed) {
     if ((needed & kUserPin) != 0) {
         if (!readPassword(prompt, userPassword) || !storePin(kUserPin, userPassword.data())) return false;
     }
@@ -180,12 +179,14 @@ bool OnProfileZaloguj() {
     const char* prompt =
         cfgManager->keyMedium() == KeyMedium::Token ? "Podaj PIN do karty:" : "Wprowadź hasło dostępu:";
     for (;;) {
-        if (!askPins(prompt)) return false;
+        const long needed = neededPins();
+        if (!askPins(prompt, needed)) return false;
         const auto result = initProfile();
         if (!result) return false;
         if (*result == kKmOk) return true;
         if (*result == kKmNoSeed) return seedAndReopen();
-        if (!isWrongPassword(*result)) return false;
+        // Where nothing was asked, trying again by itself would only block a card.
+        if (!isWrongPassword(*result) || needed == 0) return false;
         crvCtx->removePINs();
     }
 }

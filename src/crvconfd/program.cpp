@@ -105,12 +105,12 @@ void startScreen(TerminalMode mode) {
     setEmphasisAttr(attributes.emphasis);
 }
 
-void runScreens(const CommandLine& line, std::unique_ptr<CrvProfile> profile) {
+void runScreens(const CommandLine& line, NamedProfile named) {
     hideMemory();
     startScreen(line.terminalMode);
     {
         const CursorGuard hidden(false);
-        runSessions(line, std::move(profile));
+        runSessions(line, std::move(named));
     }
     downScr();
 }
@@ -129,15 +129,15 @@ int runWithContext(const CommandLine& line) {
         print(profileListText(line.kind, line.listFile ? line.listFile->c_str() : nullptr));
         return 0;
     }
-    std::unique_ptr<CrvProfile> profile;
+    NamedProfile named;
     if (line.profile) {
-        profile = loadCrvProfile(line.kind, *line.profile, line.listFile.value_or(""));
-        if (!profile) {
+        named.profile = loadCrvProfile(line.kind, *line.profile, line.listFile.value_or(""), &named.media);
+        if (!named.profile) {
             complain("Nie znaleziono profilu " + printable(*line.profile));
             return kStatusFailed;
         }
     }
-    runScreens(line, std::move(profile));
+    runScreens(line, std::move(named));
     if (line.verbose) complain(context.report());
     return 0;
 }

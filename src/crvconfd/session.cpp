@@ -2,40 +2,60 @@
 
 #include "api/crvctx.h"
 #include "crvconfd/context.h"
+#include "crvconfd/current_profile.h"
+#include "crvconfd/menus.h"
+#include "crvconfd/open_profile.h"
 #include "crvconfd/profile_details.h"
 #include "crvconfd/program_info.h"
+#include "crvconfd/prot_cfg.h"
 #include "crvconfd/select_profile.h"
 #include "crvconfd/toolkit.h"
+#include "misc/whole_file.h"
 
 namespace crv {
 
 namespace {
 
-/// One session of the current profile.
-void runSession() {
+/// Opens the keys of the current profile as its type demands.
+bool openKeys() {
+    switch (cfgManager->profileType()) {
+        case SessionProfileType::File:
+            return fileExists(cfgManager->securityFileName()) ? OnProfileZaloguj() : createPfx();
+        case SessionProfileType::Device:
+            displText(kMessageRow, 0, "Inicjowanie pracy z kartą...");
+            refreshScr();
+            return deviceInit() && OnProfileZaloguj();
+        default:
+            errInfo(kMessageRow, "Nieznany typ profilu");
+            return false;
+    }
+}
+
+/// One session; its passwords end with it.
+void runSession(std::unique_ptr<CrvProfile> profile, ProfileSource source) {
+    const PasswordWiper wiper;
+    currentProfileSource = std::move(source);
+    crvCtx->setProfile(std::move(profile));
     setTitle(sessionTitle().c_str());
     clrScr();
     displayProgramInfo(0);
+    if (createDB() && openKeys()) OnMainMenu();
 }
 
 }  // namespace
 
-void runSessions(const CommandLine& line, std::unique_ptr<CrvProfile> named) {
-    if (named) {
-        crvCtx->setProfile(std::move(named));
-        runSession();
-        return;
-    }
+void runSessions(const CommandLine& line, NamedProfile named) {
+    const std::string file = line.listFile.value_or("");
+    if (named.profile) return runSession(std::move(named.profile), {named.media, file});
     std::string lastName;
     std::optional<ProfileMedia> source;
     for (;;) {
         crvCtx->setProfile(nullptr);
-        auto profile = selectProfile(line.kind, lastName, line.listFile ? line.listFile->c_str() : nullptr, source,
+        auto profile = selectProfile(line.kind, lastName, file.c_str(), source,
                                      [](const CrvProfile& shown) { OnProfileDetails(&shown); });
         if (!profile) return;
         lastName = profile->name();
-        crvCtx->setProfile(std::move(profile));
-        runSession();
+        runSession(std::move(profile), {source.value(), file});
     }
 }
 

@@ -6,7 +6,13 @@
 
 namespace crv {
 
-/// Runs sessions until the user leaves the selection screen, or just one for a profile that the command line named.
-void runSessions(const CommandLine& line, std::unique_ptr<CrvProfile> named);
+/// The profile that the command line named, and which list it stands in; null when it named none.
+struct NamedProfile {
+    std::unique_ptr<CrvProfile> profile;
+    ProfileMedia media = ProfileMedia::User;
+};
+
+/// Runs sessions until the user leaves the selection screen, or just one for a named profile.
+void runSessions(const CommandLine& line, NamedProfile named);
 
 }  // namespace crv
