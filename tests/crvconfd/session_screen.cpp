@@ -1,0 +1,122 @@
+#include "session_screen.h"
+
+namespace crv::test {
+
+namespace {
+
+const std::string kProgram = CRV_BIN_DIR "/crvconfd";
+const std::string kKeys(30, 'k');
+
+std::string quoted(const std::string& text) {
+    return "'" + text + "'";
+}
+
+}  // namespace
+
+SessionScreen::SessionScreen() {
+    writeFile(file("lista.conf"),
+              "\\Praca\\Type [l] = 1\n\\Praca\\Pkcs12File [s] = \"~/praca.p12\"\n\\Praca\\dbtype [s] = \"corvane\"\n"
+              "\\Praca\\db [s] = \"" +
+                  file("db") + "\"\n");
+}
+
+void SessionScreen::start(const std::vector<std::string>& options,
+                          const std::map<std::string, std::string>& environment, bool utf8) {
+    ScreenProgram::Start start{.arguments = {kProgram, "-profiles", file("lista.conf")},
+                               .environment = {{"HOME", dir.path().string()}}};
+    start.arguments.insert(start.arguments.end(), options.begin(), options.end());
+    start.environment.insert(environment.begin(), environment.end());
+    start.utf8 = utf8;
+    screen.reset();
+    screen = std::make_unique<ScreenProgram>(start);
+}
+
+void SessionScreen::startUnder(const std::string& shellCommands) {
+    screen.reset();
+    screen = std::make_unique<ScreenProgram>(ScreenProgram::Start{
+        .arguments = {"/bin/sh", "-c", shellCommands + "; exec " + kProgram + " -profiles " + file("lista.conf")},
+        .environment = {{"HOME", dir.path().string()}}});
+}
+
+void SessionScreen::play(const Steps& steps) {
+    for (const Step& step : steps) {
+        // Rows end with their last character.
+        screen->waitFor(step.shown.substr(0, step.shown.find_last_not_of(' ') + 1));
+        screen->send(step.typed);
+    }
+}
+
+void SessionScreen::create(const std::string& password) {
+    play({{"Wybierz profil:", keys::kEnter},
+          {"Bazy danych pakietu nie istnieją. Czy chcesz je utworzyć (t/n) ?", "t"},
+          {"Plik bezpieczeństwa pakietu nie istnieje. Czy chcesz go utworzyć (t/n) ?", "t"},
+          {"Wprowadź nowe hasło dostępu:", password + keys::kEnter},
+          {"Powtórz hasło:", password + keys::kEnter},
+          {"aby zainicjowac generator pseudolosowy:", kKeys + keys::kEnter},
+          {kMainMenu, ""}});
+}
+
+void SessionScreen::logIn(const std::string& password) {
+    play({{"Wybierz profil:", keys::kEnter}, {kAskPassword, password + keys::kEnter}, {kMainMenu, ""}});
+}
+
+int SessionScreen::leave() {
+    play({{kMainMenu, "w"}, {"Wybierz profil:", "w"}});
+    return screen->waitExit();
+}
+
+void SessionScreen::prepare() {
+    static const TempDir kept;
+    if (!std::filesystem::exists(kept.file("praca.p12"))) {
+        start();
+        create();
+        ASSERT_EQ(leave(), 0);
+        std::filesystem::copy(dir.path(), kept.path(), std::filesystem::copy_options::recursive);
+    }
+    for (const char* name : {"praca.p12", "db"})
+        std::filesystem::copy(
+            kept.path() / name, dir.path() / name,
+            std::filesystem::copy_options::recursive | std::filesystem::copy_options::overwrite_existing);
+}
+
+void SessionScreen::prepareKey(bool withCertificate) {
+    static const TempDir kept;
+    if (!std::filesystem::exists(kept.file("user.crt"))) {
+        shell("cd " + kept.path().string() + " && " CRV_SOURCE_DIR "/examples/demo-ca/demo-ca init ca && " +
+              "openssl req -new -newkey rsa:2048 -nodes -utf8 -keyout user.key -out user.req -subj '/CN=Użytkownik' "
+              "-addext keyUsage=critical,digitalSignature,keyEncipherment && " CRV_SOURCE_DIR
+              "/examples/demo-ca/demo-ca sign ca user.req user.crt && openssl x509 -in ca/ca.pem -outform DER -out "
+              "ca.crt && cp ca/ca.crl . && openssl x509 -inform DER -in user.crt -out user.pem && "
+              "openssl pkcs12 -export -inkey user.key -in user.pem -out both.p12 -passout pass:" +
+              kPassword +
+              " && openssl pkcs12 -export -inkey user.key -nocerts -out key.p12 -passout pass:" + kPassword);
+    }
+    prepare();
+    std::filesystem::copy(kept.path(), dir.path(), std::filesystem::copy_options::recursive);
+    std::filesystem::rename(dir.path() / (withCertificate ? "both.p12" : "key.p12"), dir.path() / "praca.p12");
+}
+
+std::string SessionScreen::run(const std::string& command) const {
+    int status = 0;
+    const std::string output = shell("cd " + quoted(dir.path().string()) + " && " + command, &status);
+    EXPECT_EQ(status, 0) << command << '\n' << output;
+    return output;
+}
+
+std::string SessionScreen::demoCa(const std::string& arguments) {
+    return run(CRV_SOURCE_DIR "/examples/demo-ca/demo-ca " + arguments);
+}
+
+std::string SessionScreen::secrets(const std::string& password) const {
+    return run("python3 " CRV_TEST_DATA "/security_file.py praca.p12 " + quoted(password));
+}
+
+bool SessionScreen::opensWith(const std::string& password) const {
+    int status = 0;
+    const std::string output =
+        shell("python3 " CRV_TEST_DATA "/security_file.py " + file("praca.p12") + " " + quoted(password), &status);
+    EXPECT_TRUE(output.find("seed 20") != std::string::npos || output == "wrong password\n") << output;
+    return output != "wrong password\n";
+}
+
+}  // namespace crv::test
