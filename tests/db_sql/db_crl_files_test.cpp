@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "misc/whole_file.h"
+#include "support/message_of.h"
 #include "support/temp_dir.h"
 
 using namespace crv;
@@ -25,12 +26,7 @@ class CrlFiles : public testing::Test {
     }
     std::string file(const std::string& name) const { return dir.file(name); }
     std::string writing(long n) {
-        try {
-            guard.write(n, asBytes("index of 3"), asBytes("crl"));
-        } catch (const std::exception& e) {
-            return e.what();
-        }
-        return "";
+        return messageOf([&] { guard.write(n, asBytes("index of 3"), asBytes("crl")); });
     }
 
     const TempDir dir;

@@ -11,6 +11,8 @@
 #include <thread>
 
 #include "misc/file_ops.h"
+#include "support/faulty_file_ops.h"
+#include "support/message_of.h"
 #include "support/temp_dir.h"
 
 using namespace crv;
@@ -127,20 +129,11 @@ TEST(FileSemaphoreDeathTest, InterruptedWaitEndsWhenTheProcessDoes) {
         testing::ExitedWithCode(7), "");
 }
 
-/// Refuses to open for writing, also for the superuser.
-class ReadOnlyOps : public FileOps {
-  public:
-    int open(const std::string& path, int flags, mode_t mode) override {
-        if ((flags & O_ACCMODE) == O_RDONLY) return FileOps::open(path, flags, mode);
-        errno = EACCES;
-        return -1;
-    }
-};
-
 TEST(FileSemaphore, ReadOnlyLockFileServesReaders) {
     const test::TempDir dir;
     test::writeFile(dir.file("l"), "");
-    ReadOnlyOps ops;
+    test::FaultyFileOps ops;
+    ops.denyWriting = true;
     const ScopedFileOps use(ops);
     FileSemaphore semaphore(dir.file("l"));
     EXPECT_EQ(semaphore.p(exclusiveLock), 0);
@@ -176,17 +169,13 @@ TEST(SemGuard, DisabledAlwaysSucceedsAndFailuresHaveTheirTexts) {
         guard.release();
     });
     for (FileSemaphore* semaphore : {&broken, &tooLong}) {
-        try {
-            const SemGuard guard(*semaphore, exclusiveLock);
-            FAIL();
-        } catch (const std::runtime_error& e) {
-            EXPECT_STREQ(e.what(), "FileSemaphore::p: blad zajecia semafora");
-        }
+        EXPECT_EQ(test::messageOf([&] { const SemGuard guard(*semaphore, exclusiveLock); }),
+                  "FileSemaphore::p: blad zajecia semafora");
     }
     FileSemaphore semaphore(dir.file("l"));
     SemGuard guard(semaphore, sharedLock);
     EXPECT_EQ(semaphore.v(), 1);
-    EXPECT_THROW(guard.release(), std::runtime_error);
+    EXPECT_EQ(test::messageOf([&] { guard.release(); }), "FileSemaphore::v: blad zwolnienia semafora");
 }
 
 }  // namespace

@@ -31,7 +31,22 @@ size_t FaultyFileOps::writable(int fd, size_t size, int64_t position) {
     return size;
 }
 
+int FaultyFileOps::stat(const std::string& path, struct stat* result) {
+    if (path != deniedPath) return FileOps::stat(path, result);
+    errno = EACCES;
+    return -1;
+}
+
+int FaultyFileOps::access(const std::string& path, int mode) {
+    struct stat info {};
+    return stat(path, &info) != 0 ? -1 : FileOps::access(path, mode);
+}
+
 int FaultyFileOps::open(const std::string& path, int flags, mode_t mode) {
+    if ((denyWriting && (flags & O_ACCMODE) != O_RDONLY) || (denyNewFiles && (flags & O_EXCL) != 0)) {
+        errno = EACCES;
+        return -1;
+    }
     struct stat info {};
     const bool creates = (flags & O_CREAT) != 0 && ((flags & O_TRUNC) != 0 || FileOps::stat(path, &info) != 0);
     return creates && !mayChange() ? -1 : FileOps::open(path, flags, mode);

@@ -21,6 +21,10 @@ class FaultyFileOps : public FileOps {
     /// Octets by which files may still grow; then ENOSPC (after a part).
     int64_t room = never;
     bool failSync = false;
+    /// EACCES, also for the superuser: opening for writing, making new files in a folder, looking at one path.
+    bool denyWriting = false;
+    bool denyNewFiles = false;
+    std::string deniedPath;
 
     int changes = 0;
 
@@ -29,6 +33,8 @@ class FaultyFileOps : public FileOps {
     ssize_t pread(int fd, void* buffer, size_t size, int64_t position) override;
     ssize_t write(int fd, const void* data, size_t size) override;
     ssize_t pwrite(int fd, const void* data, size_t size, int64_t position) override;
+    int stat(const std::string& path, struct stat* result) override;
+    int access(const std::string& path, int mode) override;
     int ftruncate(int fd, int64_t length) override;
     int fsync(int fd) override;
     int rename(const std::string& from, const std::string& to) override;
