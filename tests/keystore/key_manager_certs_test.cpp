@@ -13,6 +13,8 @@
 namespace crv::test {
 namespace {
 
+using Step = std::pair<const char*, KeyManagerResult>;
+
 struct KeyManagerCertsTest : testing::Test {
     TempDir dir;
     Session session{dir.file("keys.p12")};
@@ -25,10 +27,6 @@ struct KeyManagerCertsTest : testing::Test {
 
 TEST_F(KeyManagerCertsTest, InstallsACertificateByTheRules) {
     createWith({{KeyType::Signing, "rsa1"}, {KeyType::Encryption, "rsa2"}});
-    struct Step {
-        const char* certificate;
-        KeyManagerResult result;
-    };
     const Step steps[] = {
         {"dsa", kKmNoKeyForCertificate}, {"both", kKmRoleTaken},
         {"enc_by_rsa1", kKmRoleTaken},   {"sign", kKmOk},
@@ -36,8 +34,7 @@ TEST_F(KeyManagerCertsTest, InstallsACertificateByTheRules) {
         {"sign_newer", kKmOk},           {"sign", kKmCertificateExists},
         {"plain", kKmCertificateExists}, {"enc", kKmOk},
     };
-    for (const Step& step : steps)
-        EXPECT_EQ(session.keys.installUserCrt(*testCert(step.certificate)), step.result) << step.certificate;
+    for (const auto& [name, result] : steps) EXPECT_EQ(session.keys.installUserCrt(*testCert(name)), result) << name;
     ASSERT_EQ(session.keys.saveConfiguration(), kKmOk);
     ASSERT_EQ(session.login(), kKmOk);
     EXPECT_TRUE(contains({session.keys.signingCertificate()}, *testCert("sign_newer")));
@@ -66,17 +63,12 @@ TEST_F(KeyManagerCertsTest, AnInstallationCanBeTakenBack) {
 
 TEST_F(KeyManagerCertsTest, TrustPointsComeFromFourPlacesAndOnlyTheUsersCanBeDeleted) {
     createWith({});
-    struct Step {
-        const char* certificate;
-        KeyManagerResult result;
-    };
     const Step steps[] = {
         {"sign", kKmNoCaCertificate},       {"no_ca", kKmNoCaCertificate},
         {"ca_md5", kKmTrustPointRefused},   {"ca_ec", kKmOk},
         {"ca_short", kKmTrustPointRefused}, {"ca_ec", kKmTrustPointExists},
     };
-    for (const Step& step : steps)
-        EXPECT_EQ(session.keys.addTrustedCA(*testCert(step.certificate)), step.result) << step.certificate;
+    for (const auto& [name, result] : steps) EXPECT_EQ(session.keys.addTrustedCA(*testCert(name)), result) << name;
     Bytes forged = toBytes(encodingOf(*testCert("ca")));
     forged.back() ^= 1;
     EXPECT_EQ(session.keys.addTrustedCA(*makeCert(forged)), kKmBadSignature);
@@ -110,13 +102,8 @@ TEST_F(KeyManagerCertsTest, TrustPointsComeFromFourPlacesAndOnlyTheUsersCanBeDel
 
 TEST_F(KeyManagerCertsTest, TheAdditionalStoreFailsWithItsCode) {
     createWith({});
-    struct Case {
-        const char* file;
-        const char* password;  // null: cancelled
-        bool empty;
-        KeyManagerResult result;
-    };
-    const Case cases[] = {
+    // file, its password or null for cancelled, whether the profile says that it is empty
+    const std::tuple<const char*, const char*, bool, KeyManagerResult> cases[] = {
         {"roots.p12", "korzenie", false, kKmOk},
         {"roots.p12", "pnie", false, kKmWrongRootsPassword},
         {"roots.p12", nullptr, false, kKmNoRootsPassword},
@@ -127,14 +114,13 @@ TEST_F(KeyManagerCertsTest, TheAdditionalStoreFailsWithItsCode) {
         {"openssl_ec.p12", "Hasło1234", false, kKmRootsFormat},
         {".", "korzenie", false, kKmRootsFormat},
     };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(std::string(row.file) + " under " + (row.password ? row.password : "nothing"));
-        session.profile().setAttr(CRVPROFILE_ATTR_ROOTS_FILE, dataFile(row.file));
-        session.profile().setAttr(CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, row.empty);
+    for (const auto& [file, password, empty, result] : cases) {
+        session.profile().setAttr(CRVPROFILE_ATTR_ROOTS_FILE, dataFile(file));
+        session.profile().setAttr(CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, empty);
         session.context.pins.erase(PinSlot::Roots);
-        if (row.password) session.context.pins.emplace(PinSlot::Roots, SecretText(row.password));
-        EXPECT_EQ(session.login(true), row.result);
-        EXPECT_EQ(session.keys.isLoggedIn(), row.result == kKmOk);
+        if (password) session.context.pins.emplace(PinSlot::Roots, SecretText(password));
+        EXPECT_EQ(session.login(true), result) << file << " under " << (password ? password : "nothing");
+        EXPECT_EQ(session.keys.isLoggedIn(), result == kKmOk);
     }
 }
 
@@ -190,6 +176,12 @@ struct OtherMediaTest : testing::Test {
         context.configuration().setProfile(std::make_unique<Kind>());
         return *context.configuration().profile();
     }
+    void bindCard(const std::string& library, const std::string& mood) {
+        CrvProfile& profile = bind<Tarvo23Profile>();
+        context.diagnostic.clear();
+        profile.setAttr(CRVPROFILE_ATTR_TRV_LIB_PATH, CRV_BIN_DIR + library);
+        profile.setAttr(CRVPROFILE_ATTR_T23_CARD_ID, ("CARD-0000000000" + mood).c_str(), 16);
+    }
     bool filled() { return octets != SecretArray<16>(); }
 };
 
@@ -220,33 +212,22 @@ TEST_F(OtherMediaTest, MemoryAndProviderNeedNeitherPinNorFile) {
 }
 
 TEST_F(OtherMediaTest, TheTarvoLibraryIsFoundOrSaidToBeMissing) {
-    const std::string folder = CRV_BIN_DIR;
-    struct Case {
-        std::string library;
-        const char* card;
-        const char* pin;
-        KeyManagerResult start, login;
+    const std::tuple<const char*, const char*, const char*, KeyManagerResult, KeyManagerResult> cases[] = {
+        {"/none.so", "o", "1234", kKmDeviceLibrary, kKmDeviceLibrary},
+        {"/tarvo_test_broken.so", "o", "1234", kKmDeviceFunction, kKmDeviceFunction},
+        {"/tarvo_test.so", "n", "1234", kKmDeviceNotFound, kKmDeviceNotFound},
+        {"/tarvo_test.so", "e", "1234", kKmDeviceError, kKmDeviceError},
+        {"/tarvo_test.so", "o", "4321", kKmOk, kKmWrongPassword},
+        {"/tarvo_test.so", "o", "blocked", kKmOk, kKmCardBlocked},
+        {"/tarvo_test.so", "o", "1234", kKmOk, kKmOk},
     };
-    const Case cases[] = {
-        {folder + "/none.so", nullptr, "1234", kKmDeviceLibrary, kKmDeviceLibrary},
-        {folder + "/tarvo_test_broken.so", nullptr, "1234", kKmDeviceFunction, kKmDeviceFunction},
-        {folder + "/tarvo_test.so", "CARD-0000000000n", "1234", kKmDeviceNotFound, kKmDeviceNotFound},
-        {folder + "/tarvo_test.so", "CARD-0000000000e", "1234", kKmDeviceError, kKmDeviceError},
-        {folder + "/tarvo_test.so", nullptr, "4321", kKmOk, kKmWrongPassword},
-        {folder + "/tarvo_test.so", nullptr, "blocked", kKmOk, kKmCardBlocked},
-        {folder + "/tarvo_test.so", "CARD-0000000000o", "1234", kKmOk, kKmOk},
-    };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.library + " " + row.pin);
-        CrvProfile& profile = bind<Tarvo23Profile>();
-        keys.deinitProfile();
-        context.diagnostic.clear();
-        profile.setAttr(CRVPROFILE_ATTR_TRV_LIB_PATH, row.library);
-        if (row.card) profile.setAttr(CRVPROFILE_ATTR_T23_CARD_ID, row.card, 16);
-        context.pins.insert_or_assign(PinSlot::SigningToken, SecretText(row.pin));
-        EXPECT_EQ(keys.deviceInit(), row.start);
-        EXPECT_EQ(keys.initProfile(0, false), row.login);
-        EXPECT_EQ(context.diagnostic.empty(), row.start != kKmDeviceLibrary && row.start != kKmDeviceFunction);
+    for (const auto& [library, card, pin, start, login] : cases) {
+        SCOPED_TRACE(std::string(library) + card + pin);
+        bindCard(library, card);
+        context.pins.insert_or_assign(PinSlot::SigningToken, SecretText(pin));
+        EXPECT_EQ(keys.deviceInit(), start);
+        EXPECT_EQ(keys.initProfile(0, false), login);
+        EXPECT_EQ(context.diagnostic.empty(), start != kKmDeviceLibrary && start != kKmDeviceFunction);
     }
     EXPECT_EQ(context.deviceError, 0x1A2Bu);
     EXPECT_EQ(keys.rbgFill(octets), kKmOk);
@@ -258,8 +239,7 @@ TEST_F(OtherMediaTest, TheTarvoLibraryIsFoundOrSaidToBeMissing) {
     ASSERT_EQ(keys.initProfile(0, false), kKmOk);
     EXPECT_EQ(context.configuration().record().getIntOpt(17), 5);
 
-    bind<Tarvo23Profile>().setAttr(CRVPROFILE_ATTR_TRV_LIB_PATH, folder + "/tarvo_test.so");
-    context.configuration().profile()->setAttr(CRVPROFILE_ATTR_T23_CARD_ID, "CARD-0000000000r", 16);
+    bindCard("/tarvo_test.so", "r");
     ASSERT_EQ(keys.initProfile(0, false), kKmOk);
     EXPECT_EQ(keys.rbgFill(octets), kKmDeviceError);
 }

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <set>
 
 #include "asn/x509/sign_algo.h"
 #include "corvane/crvprofile.h"
@@ -22,24 +23,20 @@ namespace fs = std::filesystem;
 
 constexpr long kTimeoutOption = 17;
 
-/// Fails one call on one path.
-class RefusingFileOps : public FileOps {
-  public:
-    RefusingFileOps(std::string path, bool atOpening) : path_(std::move(path)), atOpening_(atOpening) {}
-    int open(const std::string& path, int flags, mode_t mode) override {
-        if (path == path_ && atOpening_) return errno = EACCES, -1;
-        const int fd = FileOps::open(path, flags, mode);
-        if (path == path_) refused_ = fd;
-        return fd;
+/// Fails the opening or the reading of one path.
+struct RefusingFileOps : FileOps {
+    RefusingFileOps(std::string name, bool opening) : path(std::move(name)), atOpening(opening) {}
+    int open(const std::string& name, int flags, mode_t mode) override {
+        if (name == path && atOpening) return errno = EACCES, -1;
+        return FileOps::open(name, flags, mode);
     }
-    ssize_t pread(int fd, void* buffer, size_t size, int64_t position) override {
-        return fd == refused_ ? (errno = EIO, -1) : FileOps::pread(fd, buffer, size, position);
+    ssize_t pread(int fd, void* buffer, size_t size, int64_t at) override {
+        return atOpening ? FileOps::pread(fd, buffer, size, at) : (errno = EIO, -1);
     }
 
-  private:
-    std::string path_;
-    bool atOpening_;
-    int refused_ = -1;
+    std::string path;
+    bool atOpening;
+    ScopedFileOps scope{*this};
 };
 
 struct KeyManagerTest : testing::Test {
@@ -76,12 +73,7 @@ TEST_F(KeyManagerTest, CreatesAFileForItsOwnerAndOpensItAgain) {
 TEST_F(KeyManagerTest, LogInFailsWithItsCodeAndForgetsEverything) {
     ASSERT_EQ(session.create(), kKmOk);
     const std::string good = readFile(path);
-    struct Case {
-        const char* what;
-        std::function<void(Session&)> prepare;
-        KeyManagerResult result;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, std::function<void(Session&)>, KeyManagerResult> cases[] = {
         {"wrong password", [](Session& s) { s.setPassword("Zażółć-1235"); }, kKmWrongPassword},
         {"wrong PIN", [](Session& s) { s.context.pinAnswer = kPinWrong; }, kKmWrongPassword},
         {"cancelled", [](Session& s) { s.context.pins.clear(); }, kKmCancelled},
@@ -92,33 +84,19 @@ TEST_F(KeyManagerTest, LogInFailsWithItsCodeAndForgetsEverything) {
         {"empty", [&](Session&) { fs::remove_all(path), writeFile(path, ""); }, kKmBadFormat},
         {"truncated", [&](Session&) { writeFile(path, good.substr(0, good.size() / 2)); }, kKmBadFormat},
     };
-    for (const Case& row : cases) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, prepare, result] : cases) {
+        SCOPED_TRACE(what);
         Session s(path);
-        row.prepare(s);
-        EXPECT_EQ(s.login(), row.result);
+        prepare(s);
+        EXPECT_EQ(s.login(), result);
         EXPECT_FALSE(s.keys.isLoggedIn() || s.keys.hasAnyKey());
         EXPECT_THROW((void)s.keys.saveConfiguration(), VtestException);
     }
     writeFile(path, good);
     for (const bool atOpening : {true, false}) {
-        RefusingFileOps ops(path, atOpening);
-        const ScopedFileOps scope(ops);
+        const RefusingFileOps ops(path, atOpening);
         EXPECT_EQ(Session(path).login(), atOpening ? kKmOpenFailed : kKmReadFailed);
     }
-}
-
-TEST_F(KeyManagerTest, AFileWithIgnoredSecretsHoldsNeitherRecordNorSeed) {
-    session.profile().setAttr(CRVPROFILE_ATTR_IGNORE_SFT_FILE, 1);
-    session.editRecord().setIntOpt(kTimeoutOption, 77);
-    ASSERT_EQ(session.create(), kKmOk);
-    const std::string before = readFile(path);
-    EXPECT_EQ(session.login(), kKmOk);
-    EXPECT_EQ(readFile(path), before) << "no seed, so nothing to store";
-    EXPECT_EQ(session.record().getIntOpt(kTimeoutOption), 77) << "what was set stays";
-    Session plain(path);
-    ASSERT_EQ(plain.login(), kKmOk);
-    EXPECT_EQ(plain.record().getIntOpt(kTimeoutOption), 30);
 }
 
 TEST_F(KeyManagerTest, AHeldFileIsKeptInTheProfile) {
@@ -135,52 +113,48 @@ TEST_F(KeyManagerTest, AHeldFileIsKeptInTheProfile) {
     EXPECT_EQ(held.login(), kKmBadFormat);
 }
 
-TEST_F(KeyManagerTest, AMissingSeedIsMendedWithoutLosingTheContents) {
+TEST_F(KeyManagerTest, AFileWithoutSecretsNeedsAnotherSourceOfSeed) {
     session.profile().setAttr(CRVPROFILE_ATTR_IGNORE_SFT_FILE, 1);
+    session.editRecord().setIntOpt(kTimeoutOption, 77);
     ASSERT_EQ(session.create(), kKmOk);
     ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
+    const std::string before = readFile(path);
+    EXPECT_EQ(session.login(), kKmOk);
+    EXPECT_EQ(readFile(path), before) << "no seed, so nothing to store";
+    EXPECT_EQ(session.record().getIntOpt(kTimeoutOption), 77) << "what was set stays";
     Session s(path);
+    SecretArray<8> octets;
     {
-        RefusingFileOps ops("/dev/urandom", true);
-        const ScopedFileOps scope(ops);
+        const RefusingFileOps ops("/dev/urandom", true);
         ASSERT_EQ(s.login(), kKmNoSeed);
     }
     EXPECT_FALSE(s.keys.isLoggedIn());
-    SecretArray<8> octets;
     EXPECT_EQ(s.keys.rbgFill(octets), kKmNoSeed);
     EXPECT_EQ(s.keys.saveConfiguration(), kKmNoSeed);
     ASSERT_EQ(s.keys.rbgInit(asBytes("keys typed by the user")), kKmOk);
     ASSERT_EQ(s.keys.saveConfiguration(), kKmOk);
     ASSERT_EQ(s.login(), kKmOk);
-    EXPECT_TRUE(s.keys.hasKey(KeyType::Signing));
+    EXPECT_TRUE(s.keys.hasKey(KeyType::Signing)) << "mended without losing the contents";
+    EXPECT_EQ(s.record().getIntOpt(kTimeoutOption), 30);
 }
 
-TEST_F(KeyManagerTest, GeneratorsRunOnBeyondTheirCycle) {
+TEST_F(KeyManagerTest, GeneratorsRunOnBeyondTheirCycleAndNeverRepeatALogIn) {
     Session s(path, kPassword, 3);
     ASSERT_EQ(s.create(), kKmOk);
-    SecretArray<32> last;
-    for (int i = 0; i < 10; ++i) {
-        SecretArray<32> next;
-        ASSERT_EQ(s.keys.rbgFill(next), kKmOk);
-        EXPECT_NE(next, last);
-        last = next;
-    }
-    RefusingFileOps ops("/dev/urandom", true);
-    const ScopedFileOps scope(ops);
-    SecretArray<32> more;
-    for (int i = 0; i < 10; ++i) EXPECT_EQ(s.keys.rbgFill(more), kKmOk) << "the stored seed is source enough";
-}
-
-TEST_F(KeyManagerTest, EqualSeedsGiveDifferentLogIns) {
-    ASSERT_EQ(session.create(), kKmOk);
     const std::string octets = readFile(path);
-    SecretArray<32> first, second;
-    ASSERT_EQ(session.login(), kKmOk);
-    ASSERT_EQ(session.keys.rbgFill(first), kKmOk);
-    writeFile(path, octets);
-    ASSERT_EQ(session.login(), kKmOk);
-    ASSERT_EQ(session.keys.rbgFill(second), kKmOk);
-    EXPECT_NE(first, second);
+    std::set<Bytes> seen;
+    const auto draw = [&](int times) {
+        for (SecretArray<32> next; times-- > 0; seen.insert(toBytes(next))) ASSERT_EQ(s.keys.rbgFill(next), kKmOk);
+    };
+    draw(10);
+    for (int i = 0; i < 3; ++i) {
+        writeFile(path, octets);
+        ASSERT_EQ(s.login(), kKmOk);
+        draw(1);
+    }
+    const RefusingFileOps ops("/dev/urandom", true);
+    draw(10);  // the stored seed is source enough
+    EXPECT_EQ(seen.size(), 23u);
 }
 
 TEST_F(KeyManagerTest, ChangesThePasswordOnlyWhenAsked) {
@@ -251,27 +225,19 @@ TEST_F(KeyManagerTest, EveryFailingWriteLeavesFileAndMemoryAlone) {
     ASSERT_EQ(session.create(), kKmOk);
     ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
     const std::string before = readFile(path);
-    struct Fault {
-        const char* what;
-        std::function<bool(FaultyFileOps&, int)> set;  // false: no such step
-    };
-    const Fault faults[] = {
+    const std::pair<const char*, std::function<bool(FaultyFileOps&, int)>> faults[] = {
         {"stop after n changes", [](FaultyFileOps& o, int n) { return o.changesLeft = n, n < 3; }},
         {"torn write", [](FaultyFileOps& o, int n) { return o.changesLeft = n, o.tearLast = true, n < 3; }},
         {"full disk", [](FaultyFileOps& o, int n) { return o.room = n * 500, n < 2; }},
         {"failing sync", [](FaultyFileOps& o, int n) { return o.failSync = true, n < 1; }},
     };
-    for (const Fault& fault : faults)
+    for (const auto& [what, set] : faults)
         for (int n = 0;; ++n) {
-            SCOPED_TRACE(fault.what + std::string(", step ") + std::to_string(n));
             FaultyFileOps ops;
-            if (!fault.set(ops, n)) break;
-            KeyManagerResult result = kKmOk;
-            {
-                const ScopedFileOps scope(ops);
-                result = session.keys.addNewKey(KeyType::Encryption, testKey("rsa2"));
-            }
-            EXPECT_TRUE(result == kKmWriteFailed || result == kKmOpenFailed) << result;
+            if (!set(ops, n)) break;
+            const ScopedFileOps scope(ops);
+            const KeyManagerResult result = session.keys.addNewKey(KeyType::Encryption, testKey("rsa2"));
+            EXPECT_TRUE(result == kKmWriteFailed || result == kKmOpenFailed) << what << ' ' << n << ": " << result;
             EXPECT_EQ(readFile(path), before);
             EXPECT_FALSE(session.keys.hasKey(KeyType::Encryption)) << "a key that was not saved is dropped";
         }

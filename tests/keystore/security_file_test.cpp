@@ -89,26 +89,9 @@ TEST(SecurityFile, HoldsWhateverWasPutIntoIt) {
     }
 }
 
-TEST(SecurityFile, DoesNotRepeatItsSalts) {
-    KeyStoreContents contents;
-    contents.keys.push_back({testKey("ec"), KeyRole::Signing});
-    SecretArray<20> salt;
-    salt[0] = 1;
-    Bytes other;
-    ASSERT_EQ(buildSecurityFile(contents, SecretText(kPassword), salt, other), kKmOk);
-    EXPECT_NE(build(contents), other);
-}
-
-struct ForeignFile {
-    const char* name;
-    const char* password;
-    KeyManagerResult result;
-    const char* roles;  // of the keys in order
-    size_t userCerts, trustedCerts;
-};
-
 TEST(SecurityFile, OpensFilesOfOtherTools) {
-    static constexpr ForeignFile kFiles[] = {
+    // file, password, result, roles of the keys in order, user's and trusted certificates
+    const std::tuple<const char*, const char*, KeyManagerResult, const char*, size_t, size_t> files[] = {
         {"openssl_new.p12", "zażółć gęślą", kKmOk, "1", 1, 1},
         {"openssl_old.p12", "𝄞klucz😀", kKmOk, "2", 1, 0},
         {"openssl_ec.p12", "Hasło1234", kKmOk, "0", 1, 0},  // an authority's key, by its certificate
@@ -121,15 +104,15 @@ TEST(SecurityFile, OpensFilesOfOtherTools) {
         {"openssl_new.p12", "\xff\xfe", kKmWrongPassword, "", 0, 0},
         {"key_rsa1.der", "x", kKmBadFormat, "", 0, 0},
     };
-    for (const ForeignFile& row : kFiles) {
-        SCOPED_TRACE(std::string(row.name) + " under " + row.password);
+    for (const auto& [name, password, result, roles, userCerts, trustedCerts] : files) {
+        SCOPED_TRACE(std::string(name) + " under " + password);
         KeyStoreContents contents;
-        ASSERT_EQ(load(asBytes(readFile(dataFile(row.name))), contents, row.password), row.result);
-        std::string roles;
-        for (const StoredKey& key : contents.keys) roles += char('0' + int(key.role));
-        EXPECT_EQ(roles, row.roles);
-        EXPECT_EQ(contents.userCerts.size(), row.userCerts);
-        EXPECT_EQ(contents.trustedCerts.size(), row.trustedCerts);
+        ASSERT_EQ(load(asBytes(readFile(dataFile(name))), contents, password), result);
+        std::string found;
+        for (const StoredKey& key : contents.keys) found += char('0' + int(key.role));
+        EXPECT_EQ(found, roles);
+        EXPECT_EQ(contents.userCerts.size(), userCerts);
+        EXPECT_EQ(contents.trustedCerts.size(), trustedCerts);
     }
 }
 
