@@ -59,6 +59,7 @@ KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const Secr
     if (const KeyManagerResult written = media().writeFile(octets); written != kKmOk) return written;
     file_ = std::move(state);
     if (contents.configuration) takeRecord(contents.configuration);
+    configuration().setRecordChanged(false);
     contents_ = std::move(contents);
     beforeInstall_.reset();
     noteSaved();
