@@ -4,7 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
+#include <chrono>
 #include <random>
 
 #include "key_store_session.h"
@@ -42,10 +42,10 @@ int statusOf(pid_t child) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-/// Changes the password back and forth for ever.
-int changeForEver(const std::string& path, int now) {
+/// Changes the password back and forth for ever, once it has told that it is logged in.
+int changeForEver(const std::string& path, int now, int tell) {
     Session session(path, kPasswords[now]);
-    if (session.login() != kKmOk) return 1;
+    if (session.login() != kKmOk || ::write(tell, "!", 1) != 1) return 1;
     for (;;) {
         now = 1 - now;
         FileSemaphore lock(path + ".lck");
@@ -59,11 +59,19 @@ TEST(SlowKeyStore, AKilledSaveLeavesAFileThatOpens) {
     Session session(path, kPasswords[0]);
     ASSERT_EQ(session.create(), kKmOk);
     ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(session.keys.changePin({}, SecretText(kPasswords[0])), kKmOk);
+    const std::chrono::duration<double, std::micro> oneSave = std::chrono::steady_clock::now() - start;
+    std::uniform_real_distribution<> moment(0, 3 * oneSave.count());
     std::mt19937 random(std::random_device{}());
     int now = 0, changed = 0;
+    int pipe[2];
+    ASSERT_EQ(::pipe(pipe), 0);
     for (int i = 0; i < rounds(250); ++i) {
-        const pid_t child = inChild([&] { return changeForEver(path, now); });
-        ::usleep(static_cast<useconds_t>(random() % 40000));
+        const pid_t child = inChild([&] { return changeForEver(path, now, pipe[1]); });
+        char told = 0;
+        ASSERT_EQ(::read(pipe[0], &told, 1), 1);
+        ::usleep(static_cast<useconds_t>(moment(random)));
         ::kill(child, SIGKILL);
         ASSERT_EQ(statusOf(child), -1) << "ended by itself";
         const std::string octets = readFile(path);
