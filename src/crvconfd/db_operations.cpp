@@ -107,39 +107,48 @@ void importCrl(const TypedFile& file) {
     if (revManager->verify(der, std::time(nullptr)) == 0 || wantedThoughUnverified()) insertCrl(der);
 }
 
-}  // namespace
-
-void OnCrtImport() {
-    const auto file = askForFile("Podaj nazwę pliku z certyfikatami: ", true);
-    if (!file) return;
+void importCertificates(const TypedFile& file) {
     ImportProgress done;
     (void)showImport(done);
-    const TransferEnd end = crtManager->importCerts(file->path, showImport, done);
-    if (isFailure(end)) return showFailure(end, *file, kDatabase);
+    const TransferEnd end = crtManager->importCerts(file.path, showImport, done);
+    if (isFailure(end)) return showFailure(end, file, kDatabase);
     showSummary("Wczytano " + std::to_string(inDatabase(done)) + " certyfikatów.");
 }
 
-void OnCrlImport() {
-    const auto file = askForFile("Podaj nazwe pliku z lista CRL:");
+void exportCertificates(const TypedFile& file) {
+    size_t count = 0;
+    const bool refused = file.path.empty() || isProfileFile(file.path);
+    const TransferEnd end = refused ? TransferEnd::notOpened : crtManager->exportCerts(file.path, count);
+    if (isFailure(end)) return showFailure(end, file, "Błąd bazy danych");
+    showSummary("Zapisano certyfikaty w liczbie: " + std::to_string(count));
+}
+
+/// Works on a file that the user names; nothing after Escape.
+void withFile(const char* prompt, bool word, void (*work)(const TypedFile&)) {
+    const auto file = askForFile(prompt, word);
     if (!file) return;
     try {
-        importCrl(*file);
+        work(*file);
     } catch (const std::bad_alloc&) {
-        showCode(kCrlTexts, kCrlNoMemory);
+        errInfo(kMessageRow, "%s", kNoMemory);
     }
+}
+
+}  // namespace
+
+void OnCrtImport() {
+    withFile("Podaj nazwę pliku z certyfikatami: ", true, importCertificates);
+}
+
+void OnCrlImport() {
+    withFile("Podaj nazwe pliku z lista CRL:", false, importCrl);
 }
 
 void OnAllCrtsExport() {
     size_t count = 0;
     if (!dbManager->countCerts(count)) return errInfo(kMessageRow, "Błąd bazy danych");
     if (count == 0) return errInfo(kMessageRow, "Brak certyfikatów w bazie danych");
-    const auto file = askForFile("Podaj nazwą pliku do ktorego zapisać certyfikaty: ", true);
-    if (!file) return;
-    const TransferEnd end = file->path.empty() || isProfileFile(file->path)
-                                ? TransferEnd::notOpened
-                                : crtManager->exportCerts(file->path, count);
-    if (isFailure(end)) return showFailure(end, *file, "Błąd bazy danych");
-    showSummary("Zapisano certyfikaty w liczbie: " + std::to_string(count));
+    withFile("Podaj nazwą pliku do ktorego zapisać certyfikaty: ", true, exportCertificates);
 }
 
 void OnDbRebuild() {

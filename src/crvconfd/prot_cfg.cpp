@@ -17,6 +17,7 @@ constexpr CodeText kSaveTexts[] = {
     {kKmNoMemory, "Brak pamięci"},
     {kKmOpenFailed, "Błąd otwarcia pliku bezpieczeństwa"},
     {kKmWriteFailed, "Błąd zapisu pliku bezpieczeństwa"},
+    {kKmReadFailed, "Błąd odczytu pliku bezpieczeństwa"},  // it changed meanwhile and is to be merged
     {kKmDeviceError, "Błąd komunikacji z urządzeniem Tarvo"},
     {kKmCardNotFound, "Karta nieznaleziona"},
     {kKmCardError, "Błąd komunikacji z kartą"},

@@ -113,6 +113,41 @@ TEST_F(Policies, AFailingSaveIsSaidAndHarmsNothing) {
     screen->waitFor("ANY POLICY");
 }
 
+TEST_F(Policies, AFileThatChangedUnderTheSessionIsMergedOrLeftAlone) {
+    open(kTexts);
+    screen->waitFor("ANY POLICY");
+    // A second console adds its policy first; both stay.
+    const auto first = std::move(screen);
+    start();
+    logIn();
+    play({{kMainMenu, "2"}, {"8) Polityki użytkownika", "8"}});
+    add("1.2.3", "drugi");
+    waitRow(2, " 1    1.2.3                   drugi");
+    screen->send("ww");
+    EXPECT_EQ(leave(), 0);
+    const auto inFirst = [&](const std::string& oid, const Steps& rest) {
+        for (const Step& step :
+             Steps{{texts.title, "d"}, {"Podaj identyfikator", oid + "\r"}, {"Podaj nazwę", oid + "\r"}})
+            first->waitFor(step.shown), first->send(step.typed);
+        for (const Step& step : rest) first->waitFor(step.shown), first->send(step.typed);
+    };
+    inFirst("1.2.4", {{" 1.2.4 ", ""}});
+    EXPECT_NE(secrets().find("policy 1.2.4 "), std::string::npos) << secrets();
+    // What cannot be read or belongs to another password is not written over.
+    const std::string sound = readFile(file("praca.p12"));
+    for (const std::string& strange : {std::string(), std::string("no PFX"), sound.substr(0, 900)}) {
+        writeFile(file("praca.p12"), strange);
+        inFirst("1.2.5", {{"Błąd zapisu pliku bezpieczeństwa", " "}});
+        EXPECT_EQ(readFile(file("praca.p12")), strange);
+    }
+    std::filesystem::remove(file("praca.p12"));
+    std::filesystem::create_directory(file("praca.p12"));
+    inFirst("1.2.5", {{"Błąd odczytu pliku bezpieczeństwa", " "}});
+    std::filesystem::remove(file("praca.p12"));
+    inFirst("1.2.6", {{" 1.2.6 ", "ww"}});
+    EXPECT_NE(secrets().find("policy 1.2.6 "), std::string::npos) << "a file that vanished is made again";
+}
+
 class Usages : public ListEditor {
   protected:
     static constexpr Texts kTexts{"9",

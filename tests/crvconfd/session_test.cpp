@@ -167,6 +167,39 @@ TEST_F(SessionScreen, AFullDiskKeepsTheOldSecurityFile) {
     EXPECT_EQ(run("ls -A | grep -c praca"), "2\n") << "the file and its lock, nothing half written";
 }
 
+TEST_F(SessionScreen, AFullDiskFailsAnImportAndNothingElse) {
+    prepareKey(true);
+    std::filesystem::remove(file("praca.p12"));
+    prepare();
+    demoCa("correspondents ca 9 osoby.der");
+    startUnder("trap '' XFSZ; ulimit -f 1");
+    logIn();
+    const Steps import{{"6) Usuń", "3"}, {"Podaj nazwę pliku", "~/osoby.der\r"}};
+    play({{kMainMenu, "3"}});
+    play(import);
+    message("Błąd bazy danych !!!");
+    play({{"6) Usuń", "w"}});
+    EXPECT_EQ(leave(), 0);
+    start();
+    logIn();
+    play({{kMainMenu, "3"}});
+    play(import);
+    message("Wczytano 9 certyfikatów.");
+}
+
+#ifndef __SANITIZE_ADDRESS__  // which needs the memory for itself
+TEST_F(SessionScreen, AFileThatNoMemoryHoldsIsSaidSo) {
+    prepare();
+    run("truncate -s 900M wielki");
+    startUnder("ulimit -v 400000");
+    logIn();
+    play({{kMainMenu, "3"}, {"6) Usuń", "3"}, {"Podaj nazwę pliku", "~/wielki\r"}});
+    message("Brak pamięci !!!");
+    play({{"6) Usuń", "w"}});
+    EXPECT_EQ(leave(), 0);
+}
+#endif
+
 TEST_F(SessionScreen, ALockHeldByAnotherProgramIsWaitedFor) {
     prepare();
     start();
