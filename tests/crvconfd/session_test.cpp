@@ -283,13 +283,16 @@ TEST_F(SessionScreen, AKilledPasswordChangeLeavesAFileUnderOneOfTheTwoPasswords)
 }
 
 TEST_F(SessionScreen, KindsThatTheConsoleCannotOpenSayWhy) {
-    writeFile(file("lista.conf"),
-              "\\Pamiec\\Type [l] = 7\n\\Pamiec\\dbtype [s] = \"w pamieci\"\n"
-              "\\Tarvo\\Type [l] = 3\n\\Tarvo\\dbtype [s] = \"brak\"\n");
-    start();
-    play({{kSelection, keys::kEnter}, {"Nieznany typ profilu", " "}, {kSelection, keys::kDown + keys::kEnter}});
-    screen->waitUntil("a message about the device", [&] { return screen->row(23).size() > 20 && screen->bells() > 1; });
-    EXPECT_EQ(screen->row(23).find("Assertion"), std::string::npos);
+    for (const auto& [type, text] : {std::pair{"7", "Nieznany typ profilu"},
+                                     {"5", "Błąd podczas inicjowania biblioteki PKCS#11"},
+                                     {"3", "bibliotek"}}) {
+        writeFile(file("lista.conf"), "\\A\\Type [l] = " + std::string(type) + "\n\\A\\dbtype [s] = \"w pamieci\"\n");
+        start();
+        play({{kSelection, keys::kEnter}, {text, ""}});
+        EXPECT_EQ(screen->row(23).find("Assertion"), std::string::npos);
+        screen->send(" ");
+        EXPECT_EQ((play({{kSelection, "w"}}), screen->waitExit()), 0);
+    }
 }
 
 TEST_F(SessionScreen, LongNamesAreCutInTheHeaderOnly) {
