@@ -36,6 +36,7 @@ std::unique_ptr<CrvProfile> crvReadProfileInt(int media, const char* file, const
 }
 
 int crvInitExInt(CRVctx** ctx, int media, const char* file, const char* name) {
+    CRVctx::testPrimitives();
     auto fresh = std::make_unique<CRVctx>();
     if (name) {
         auto profile = crvReadProfileInt(media, file, name);

@@ -14,16 +14,6 @@ namespace {
 
 std::atomic<int> alive = 0;
 
-/// The self-tests, once in the life of the process; a failure is met by every context.
-void testPrimitives() {
-    static std::once_flag passed;
-    try {
-        std::call_once(passed, [] { runSelfTests(); });
-    } catch (const CryptoError& error) {
-        throw CrvApiException(ECRV_LIBCORVPP_TEST_FAILED, error.what());
-    }
-}
-
 DbConfig databaseOf(const CrvProfile* profile) {
     if (profile) return profile->dbConfig();
     DbConfig none;
@@ -49,8 +39,16 @@ ContextCount::~ContextCount() {
     --alive;
 }
 
+void CRVctx::testPrimitives() {
+    static std::once_flag passed;
+    try {
+        std::call_once(passed, [] { runSelfTests(); });
+    } catch (const CryptoError& error) {
+        throw CrvApiException(ECRV_LIBCORVPP_TEST_FAILED, error.what());
+    }
+}
+
 CRVctx::CRVctx() {
-    testPrimitives();
     keyManager.init(state);
     certificateManager.init(dbManager, certificateCache, [this] { return trustedCertificates(keyManager); });
     revocationManager.init(certificateManager);
@@ -65,6 +63,7 @@ CRVctx::~CRVctx() {
 }
 
 void CRVctx::setProfile(std::unique_ptr<CrvProfile> profile) {
+    if (profile) testPrimitives();
     keyManager.deinitProfile();
     userCerts.clear();
     removePINs();

@@ -31,8 +31,12 @@ struct CRVctx {
     static constexpr std::array<char, 24> kMarker{"Corvane library context"};
     static constexpr size_t kErrorTextSize = 512;
 
-    /// Runs the self-tests and initialises the managers in the order of their members. Throws CrvApiException
-    /// (ECRV_TOO_MANY_CONTEXTS, ECRV_LIBCORVPP_TEST_FAILED), or what a manager's initialisation throws.
+    /// The self-tests of the primitives, once in the life of the process: they take longer than printing a list, so a
+    /// context without a profile does without. Throws CrvApiException (ECRV_LIBCORVPP_TEST_FAILED), each time anew.
+    static void testPrimitives();
+
+    /// Initialises the managers in the order of their members. Throws CrvApiException (ECRV_TOO_MANY_CONTEXTS), or what
+    /// a manager's initialisation throws.
     CRVctx();
     /// Logs out and wipes PINs and keys. The marker goes too, so a late call is refused.
     ~CRVctx();
@@ -41,6 +45,7 @@ struct CRVctx {
 
     /// Binds a profile, or with null none; the current one is logged out first and its PINs are wiped. A context
     /// without a profile works on a profile without a database.
+    /// Throws as testPrimitives does, before anything changes.
     void setProfile(std::unique_ptr<CrvProfile> profile);
 
     int getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr, bool ask = true) {
