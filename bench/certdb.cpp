@@ -460,7 +460,7 @@ void removeTenthPeer(benchmark::State& state) {
         fillPeer(*peer);
         state.ResumeTiming();
         {
-            PeerDb db(peer->path);
+            PeerDb db(peer->path, state.range(0) != 0);
             db.exec(
                 "BEGIN; DELETE FROM crt WHERE id%10=1; DELETE FROM dn WHERE id%10=1; DELETE FROM ca WHERE id%10=1;"
                 "DELETE FROM add_idx WHERE id%10=1; COMMIT; VACUUM");
@@ -508,7 +508,7 @@ BENCHMARK(subjectPeer)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(fieldOurs)->Unit(benchmark::kMillisecond)->Iterations(3);
 BENCHMARK(fieldPeer)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(removeTenthOurs)->Unit(benchmark::kMillisecond)->Iterations(1);
-BENCHMARK(removeTenthPeer)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(removeTenthPeer)->ArgName("journal")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK(firstPageOurs)->Unit(benchmark::kMillisecond);
 BENCHMARK(lastPageOurs)->Unit(benchmark::kMillisecond);
 

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <random>
@@ -148,7 +149,9 @@ TEST_F(CrtCrash, EveryStopOfAShortHistoryIsMended) {
 }
 
 TEST_F(CrtCrash, LostSideRecordsAreMadeAgainAndForeignOnesDropped) {
-    for (const TableLayout* side : {&dnTb, &caTb, &addIdxTb}) {
+    for (int row = 0; row < 6; ++row) {
+        const TableLayout* side = std::array{&dnTb, &caTb, &addIdxTb}[static_cast<size_t>(row % 3)];
+        const bool byTool = row >= 3;
         const TempDir dir;
         const std::string path = dir.file("base/");
         Tale tale;
@@ -169,7 +172,13 @@ TEST_F(CrtCrash, LostSideRecordsAreMadeAgainAndForeignOnesDropped) {
         int64_t recNo = 0;
         ASSERT_EQ(table.insert({keys.data(), static_cast<size_t>(side->numIndexes)}, {}, recNo), dbOk);
         table.close();
-        test::writeFile(path + "db.lck", "CRVMARK2\n");
+        int status = 0;
+        if (byTool) {
+            shell(CRV_BIN_DIR "/crvdb repair " + path, &status);
+        } else {
+            test::writeFile(path + "db.lck", "CRVMARK2\n");
+        }
+        EXPECT_EQ(status, 0);
         Base next(path);
         next.expectTold(tale.told);
         CrtItemList cas;

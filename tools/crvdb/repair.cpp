@@ -33,6 +33,7 @@ class Repair {
         const int64_t removed = ok_ ? db_.removeDangling() : -1;
         if (removed > 0) say("references", std::to_string(removed) + " records without a certificate deleted");
         if (removed < 0) ok_ = false;
+        if (ok_) completeCertificates();
         if (ok_) completeSideRecords();
         if (!ok_) db_.lock().spoil();
         return ok_;
@@ -119,6 +120,15 @@ class Repair {
         }
         if (!fileExists(db_.pathOf(importsFileName))) replace(importsFileName, {});
         if (db_.stateOfFiles() != DbState::complete) replace(versionFileName, versionText);
+    }
+
+    /// Certificates whose side records are lost get them again.
+    void completeCertificates() {
+        try {
+            mendSideRecords(db_.directory());
+        } catch (const std::exception& e) {
+            fail("references", std::string("side records not made: ") + e.what());
+        }
     }
 
     void replace(std::string_view name, std::string_view content) {
