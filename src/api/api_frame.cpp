@@ -36,7 +36,7 @@ int codeOfException(CRVctx* ctx) noexcept {
     } catch (const VtestException& error) {
         return record(ctx, ECRV_INTERNAL_ERROR, error.what());
     } catch (const CrvApiException& error) {
-        return record(ctx, error.code(), error.what());
+        return record(ctx, error.code(), error.hasText() ? error.what() : "");
     } catch (const std::bad_alloc&) {
         return ECRV_MEM;
     } catch (const std::exception& error) {

@@ -76,7 +76,7 @@ int crvWriteProfileInt(CrvProfile* profile, int media, const char* file) {
 int crvRemoveProfileInt(int media, const char* file, const char* name) {
     demand(name);
     const ProfileMedia from = mediaOf(media, file);
-    checkReadable(from, file);
+    (void)onList(ECRV_PROFILE_LOAD_ERROR, [&] { return CrvProfile::getProfileIterator(from, orEmpty(file)); });
     onList(ECRV_WR_OUTFILE, [&] { CrvProfile::removeProfile(from, orEmpty(file), name); });
     return CRV_OK;
 }

@@ -70,12 +70,15 @@ void showCertificate(const SignedCertificate& certificate, const std::string& ti
     size_t page = 0;
     size_t top = 0;
     for (;;) {
-        switch (showText(title, pages[page], "~Dane  Pa~rametry  Zapi~sz  Po~wrót", "drsw", top)) {
+        const int key = showText(title, pages[page], "~Dane  Pa~rametry  Zapi~sz  Po~wrót", "drsw", top);
+        switch (key) {
             case 'd':
-            case 'r':
-                page = 1 - page;
-                top = 0;
+            case 'r': {
+                const size_t wanted = key == 'd' ? 0 : 1;
+                if (wanted != page) top = 0;
+                page = wanted;
                 break;
+            }
             case 's':
                 saveCertificateToFile(certificate);
                 break;

@@ -16,7 +16,7 @@ namespace crv {
 namespace {
 
 constexpr int64_t kDay = 86400;
-constexpr std::string_view kFurtherNames = "";
+constexpr std::string_view kFurtherNames;
 
 std::string localTime(const Time& time, const char* format) {
     const auto seconds = time.seconds();

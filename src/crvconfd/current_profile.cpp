@@ -3,6 +3,7 @@
 #include <exception>
 
 #include "crvconfd/context.h"
+#include "crvconfd/messages.h"
 #include "crvconfd/toolkit.h"
 #include "src/configuration_manager.h"
 
@@ -13,7 +14,7 @@ bool saveCurrentProfile() {
         cfgManager->profile()->saveProfileWithRollbackIfError(currentProfileSource.media, currentProfileSource.file);
         return true;
     } catch (const std::exception& e) {
-        errInfo(kMessageRow, "Błąd zapisu profilu: %s", e.what());
+        errInfo(kMessageRow, "Błąd zapisu profilu: %s", failureText(e).c_str());
         return false;
     }
 }

@@ -38,11 +38,9 @@ char markOf(const Validity& validity, int64_t now) {
 std::string rowText(ByteView der) {
     SignedCertificate certificate;
     if (!certificate.readExactly(der, ASN_FLAG_CONST)) return "? nieczytelny certyfikat";
-    const std::string text = std::string(1, markOf(certificate.tbs.validity, std::time(nullptr))) + " " +
-                             fitText(shortName(certificate.subject()), kNameWidth) + " " +
-                             fitText(shortName(certificate.issuer()), kIssuerWidth) + " " +
-                             dateLine(certificate.tbs.validity.notAfter);
-    return text;
+    return std::string(1, markOf(certificate.tbs.validity, std::time(nullptr))) + " " +
+           fitText(shortName(certificate.subject()), kNameWidth) + " " +
+           fitText(shortName(certificate.issuer()), kIssuerWidth) + " " + dateLine(certificate.tbs.validity.notAfter);
 }
 
 bool askForQuery(CertificateQuery& query) {

@@ -93,7 +93,7 @@ void insertCrl(ByteView der) {
     if (result == kCrlDevice)
         errInfo(kMessageRow, "Urządzenie tarvo zwróciło błąd aktualizacji listy CRL (%x)", revManager->deviceError());
     else if (result == kCrlInserted)
-        displCentInfo(kMessageRow, "Lista CRL poprawnie wczytana", kLong);
+        errInfo(kMessageRow, "Lista CRL poprawnie wczytana");
     else
         showCode(kCrlTexts, result);
 }
@@ -120,7 +120,7 @@ void exportCertificates(const TypedFile& file) {
     const bool refused = file.path.empty() || isProfileFile(file.path);
     const TransferEnd end = refused ? TransferEnd::notOpened : crtManager->exportCerts(file.path, count);
     if (isFailure(end)) return showFailure(end, file, "Błąd bazy danych");
-    showSummary("Zapisano certyfikaty w liczbie: " + std::to_string(count));
+    errInfo(kMessageRow, "Zapisano certyfikaty w liczbie: %zu", count);
 }
 
 /// Works on a file that the user names; nothing after Escape.

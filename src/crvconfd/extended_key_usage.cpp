@@ -7,6 +7,7 @@
 #include "asn/asn_object_id.h"
 #include "crvconfd/context.h"
 #include "crvconfd/current_profile.h"
+#include "crvconfd/messages.h"
 #include "crvconfd/oid_prompt.h"
 #include "crvconfd/toolkit.h"
 #include "src/configuration_manager.h"
@@ -78,7 +79,7 @@ void addExtendedKeyUsage() {
     try {
         profile().addAcceptedExtKeyUsage(oid.text(), name);
     } catch (const std::exception& e) {
-        errInfo(kMessageRow, "%s", e.what());
+        errInfo(kMessageRow, "%s", failureText(e).c_str());
         return;
     }
     (void)saveCurrentProfile();

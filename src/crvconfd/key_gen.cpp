@@ -24,7 +24,6 @@ constexpr int kOptionColumn = 74;
 constexpr int kFooterRow = 20;
 constexpr int kListRow = 5;
 constexpr int kListRows = 12;
-constexpr int kFileNameSize = 255;
 constexpr uint64_t kPublicExponent = 65537;
 
 constexpr CodeText kTexts[] = {
@@ -68,7 +67,11 @@ KeyGenParams paramsFor(KeyType usage) {
     const bool all = usage == KeyType::Signing;
     params.title = titleOf(usage);
     params.offersDsa = params.offersEcdsa = params.offersRsaPss = all;
-    params.defaultHash = [](KeyScheme scheme) { return cfgManager->record().getHashAlgo(scheme); };
+    // A hash chosen for another scheme gives way to the scheme's own default.
+    params.defaultHash = [](KeyScheme scheme) {
+        const KcHashAlgo chosen = cfgManager->record().getHashAlgo(scheme);
+        return isHashSupported(scheme, chosen) ? chosen : CRVCfgFile().getHashAlgo(scheme);
+    };
     params.hash = params.defaultHash(params.signScheme);
     return params;
 }
@@ -152,17 +155,18 @@ void drawWaiting(const KeyGenParams& params) {
 KeyManagerResult generate(KeyType usage, const KeyGenParams& params) {
     SecurityFileLock lock;
     const KeyGenHooks hooks{[] { return waitForKeyOrTimeout(0) != kKeyEscape; },
-                            [&lock] { return lock.take() && storePin(1, userPassword.data()); }};
+                            [&lock] { return storePin(1, userPassword.data()) && lock.take(); }};
     drawWaiting(params);
     dropTypedKeys();
-    switch (params.keyScheme) {
-        case KeyScheme::dsa:
-            return keyManager->generateDsaUserKey(params.keyLength, hooks);
-        case KeyScheme::ecdsa:
-            return keyManager->generateECDsaUserKey(usage, params.curve, params.explicitDomain, hooks);
-        default:
-            return keyManager->generateRsaUserKey(usage, kPublicExponent, params.keyLength, params.keyScheme, hooks);
-    }
+    KeyManagerResult result = kKmOk;
+    if (params.keyScheme == KeyScheme::dsa)
+        result = keyManager->generateDsaUserKey(params.keyLength, hooks);
+    else if (params.keyScheme == KeyScheme::ecdsa)
+        result = keyManager->generateECDsaUserKey(usage, params.curve, params.explicitDomain, hooks);
+    else
+        result = keyManager->generateRsaUserKey(usage, kPublicExponent, params.keyLength, params.keyScheme, hooks);
+    lock.release();
+    return result;
 }
 
 CrtRequestParams requestOf(const KeyGenParams& params) {
@@ -313,6 +317,9 @@ void OnKeyGen(KeyType usage) {
     if (!mayGenerate(usage)) return;
     KeyGenParams params = paramsFor(usage);
     if (!runScreen(params)) return;
+    // A key for whose request there is no signature would be generated in vain. RSA keys that are too short are refused
+    // by the generation.
+    if (!isHashSupported(params.signScheme, params.hash)) return showCode(kTexts, kKmHashNotSupported);
     const KeyManagerResult result = generate(usage, params);
     clrToEol(kMessageRow, 0);
     if (result == kKmCancelled) return;

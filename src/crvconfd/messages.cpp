@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "corvane/crvapi.h"
 #include "crvconfd/toolkit.h"
 #include "misc/exceptions.h"
 
@@ -16,6 +17,11 @@ void showCode(std::span<const CodeText> table, int code, const char* place) {
     const char* text = findText(table, code);
     if (!text) failAssertion("0", place, __LINE__);
     errInfo(kMessageRow, "%s", text);
+}
+
+std::string failureText(const std::exception& failure) {
+    const auto* library = dynamic_cast<const CrvApiException*>(&failure);
+    return library && !library->hasText() ? crvErrorTextAPI(nullptr, library->code()) : failure.what();
 }
 
 }  // namespace crv

@@ -1,7 +1,9 @@
 // Tables of the texts that a screen shows for result codes.
 #pragma once
 
+#include <exception>
 #include <span>
+#include <string>
 
 namespace crv {
 
@@ -16,5 +18,8 @@ struct CodeText {
 /// Shows the text of a code on the message row. A code that the table does not list is a failed assertion, "Assertion 0
 /// failed in" the place.
 void showCode(std::span<const CodeText> table, int code, const char* place = "src/crvconfd/main");
+
+/// What to tell the user of an exception: its own text, or for a bare library code the code's text.
+[[nodiscard]] std::string failureText(const std::exception& failure);
 
 }  // namespace crv

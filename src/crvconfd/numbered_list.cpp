@@ -27,8 +27,9 @@ void drawNumberedEntry(int row, size_t number, const NumberedEntry& entry) {
     displText(row, kNumberColumn, "%zu", number);
     displText(row, kOidColumn, "%s", entry.oid.c_str());
     // A long identifier keeps its right to be read whole: the name then follows it.
-    const int afterOid = kOidColumn + static_cast<int>(entry.oid.size()) + 1;
-    displText(row, std::max(kNameColumn, afterOid), "%s", entry.name.c_str());
+    const int afterOid = kOidColumn + static_cast<int>(entry.oid.size());
+    const int column = afterOid <= kNameColumn ? kNameColumn : afterOid + 1;
+    displText(row, column, "%s", entry.name.c_str());
 }
 
 void drawNumberedList(const NumberedListEditor& editor, const std::vector<NumberedEntry>& entries, size_t first) {

@@ -17,6 +17,7 @@
 #include "crvconfd/command_line.h"
 #include "crvconfd/context.h"
 #include "crvconfd/encoding.h"
+#include "crvconfd/messages.h"
 #include "crvconfd/profile_names.h"
 #include "crvconfd/program_info.h"
 #include "crvconfd/session.h"
@@ -195,10 +196,8 @@ int runProgram(int count, const char* const* arguments) {
         } catch (const NoScreen& missing) {
             complain(missing.what());
             return kStatusFailed;
-        } catch (const CrvApiException& failure) {
-            return failWith(crvErrorTextAPI(nullptr, failure.code()));
         } catch (const std::exception& failure) {
-            return failWith(failure.what());
+            return failWith(failureText(failure).c_str());
         }
     } catch (const ScreenClosed& closed) {
         return endBySignal(closed.signal());

@@ -50,7 +50,8 @@ bool storePin(long id, const char* pin) {
 
 bool writeProtCfg() {
     SecurityFileLock lock;
-    if (!lock.take() || !storePin(1, userPassword.data())) return false;
+    // The PIN first: its refusal is shown, and nobody else is to wait for that.
+    if (!storePin(1, userPassword.data()) || !lock.take()) return false;
     const KeyManagerResult result = keyManager->saveConfiguration();
     lock.release();
     if (result == kKmOk) return true;

@@ -10,7 +10,8 @@ namespace {
 
 bool hasNoFile() {
     const KeyMedium medium = cfgManager->keyMedium();
-    return medium == KeyMedium::Token || medium == KeyMedium::Provider || medium == KeyMedium::Memory;
+    return medium == KeyMedium::Token || medium == KeyMedium::Provider || medium == KeyMedium::Memory ||
+           cfgManager->securityFileLockName().empty();
 }
 
 }  // namespace
@@ -27,6 +28,10 @@ bool SecurityFileLock::take() {
     if (taken) return true;
     errInfo(kMessageRow, "Błąd blokady pliku bezpieczeństwa !!!");
     return false;
+}
+
+void SecurityFileLock::release() {
+    if (semaphore_.held() && semaphore_.v() == 0) errInfo(kMessageRow, "Błąd blokady pliku bezpieczeństwa !!!");
 }
 
 }  // namespace crv

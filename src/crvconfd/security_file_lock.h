@@ -12,8 +12,9 @@ class SecurityFileLock {
 
     /// Waits for the lock. A failure shows "Błąd blokady pliku bezpieczeństwa !!!" and answers false.
     [[nodiscard]] bool take();
-    /// Gives the lock back before the end of the scope, so that no message is shown under it.
-    void release() { semaphore_.v(); }
+    /// Gives the lock back before the end of the scope, so that no message is shown under it. A failure shows the same
+    /// text.
+    void release();
 
   private:
     FileSemaphore semaphore_;

@@ -9,6 +9,7 @@
 #include "crvconfd/current_profile.h"
 #include "crvconfd/form.h"
 #include "crvconfd/list_screen.h"
+#include "crvconfd/messages.h"
 #include "crvconfd/toolkit.h"
 #include "profiles/crv_profile.h"
 #include "src/configuration_manager.h"
@@ -35,7 +36,7 @@ bool changeProfile(const std::function<void(CrvProfile&)>& change) {
     try {
         change(profile());
     } catch (const std::exception& e) {
-        errInfo(kMessageRow, "%s", e.what());
+        errInfo(kMessageRow, "%s", failureText(e).c_str());
         return false;
     }
     return saveCurrentProfile();

@@ -22,6 +22,7 @@ bool openKeys() {
         case SessionProfileType::File:
             return fileExists(cfgManager->securityFileName()) ? OnProfileZaloguj() : createPfx();
         case SessionProfileType::Device:
+            clrToEol(kMessageRow, 0);
             displText(kMessageRow, 0, "Inicjowanie pracy z kartą...");
             refreshScr();
             return deviceInit() && OnProfileZaloguj();

@@ -85,16 +85,16 @@ void drawEcho(const toolkit::Pen& start, char echo, int length) {
 }
 
 /// The next key; the top bit of random becomes a trace of how long it took.
-int timedKey(uint8_t& random) {
+int timedKey(uint8_t& random, bool blocking) {
     for (;;) {
-        const int key = toolkit::readPlainKey(1);
+        const int key = toolkit::readPlainKey(blocking ? -1 : 1);
         if (key > 0 && key <= 255) return key;
         if (key == kNoKey) random ^= 0x80U;
     }
 }
 
 /// Hands a mixed byte a key to take, which answers the count to show, until Enter (that count) or Escape (-1).
-int gatherKeys(int row, int col, const char* prompt, const std::function<int(uint8_t)>& take) {
+int gatherKeys(int row, int col, const char* prompt, bool blocking, const std::function<int(uint8_t)>& take) {
     // Predictable on purpose: what counts is the keys and their times.
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     const CursorGuard cursor(false);
@@ -104,7 +104,7 @@ int gatherKeys(int row, int col, const char* prompt, const std::function<int(uin
     int count = 0;
     for (;;) {
         auto random = static_cast<uint8_t>(std::rand());
-        const int key = timedKey(random);
+        const int key = timedKey(random, blocking);
         if (isEnter(key) || key == kKeyEscape) {
             clrToEol(row, col);
             return key == kKeyEscape ? -1 : count;
@@ -219,7 +219,7 @@ int displCentQuestion(int row, const char* text, const char* keys) {
 
 int inputRandomText(int row, int col, const char* prompt, std::span<uint8_t> buffer) {
     size_t count = 0;
-    return gatherKeys(row, col, prompt, [&](uint8_t octet) {
+    return gatherKeys(row, col, prompt, false, [&](uint8_t octet) {
         if (count < buffer.size()) buffer[count++] = octet;
         return static_cast<int>(count);
     });
@@ -228,7 +228,7 @@ int inputRandomText(int row, int col, const char* prompt, std::span<uint8_t> buf
 int inputRandomText(int row, int col, const char* prompt, SecretArray<20>& digest) {
     KcHash hash(KcHashAlgo::sha1);
     int keys = 0;
-    const int result = gatherKeys(row, col, prompt, [&](uint8_t octet) {
+    const int result = gatherKeys(row, col, prompt, true, [&](uint8_t octet) {
         hash.update(&octet, 1);
         return ++keys;
     });

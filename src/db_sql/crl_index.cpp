@@ -1,6 +1,7 @@
 #include "db_sql/crl_index.h"
 
 #include <algorithm>
+#include <compare>
 
 namespace crv {
 
@@ -20,7 +21,8 @@ int compareNumbers(const ASNinteger& a, const ASNinteger& b) {
     const ByteView x = a.magnitude(), y = b.magnitude();
     if (x.size() != y.size()) return x.size() < y.size() ? -1 : 1;
     const auto order = std::lexicographical_compare_three_way(x.begin(), x.end(), y.begin(), y.end());
-    return order < 0 ? -1 : order > 0;
+    if (order == std::strong_ordering::equal) return 0;
+    return order == std::strong_ordering::less ? -1 : 1;
 }
 
 }  // namespace crv

@@ -26,7 +26,8 @@ void SrvStore::setLastImportNr(const std::string& name, long number) {
     change([&](Numbers& numbers) { numbers[name] = number; });
 }
 
-SrvCrv::SrvCrv(std::string directory, DbLock& lock) : path_(directory + std::string(importsFileName)), lock_(&lock) {}
+SrvCrv::SrvCrv(const std::string& directory, DbLock& lock)
+    : path_(directory + std::string(importsFileName)), lock_(&lock) {}
 
 SrvStore::Numbers SrvCrv::load() const {
     Numbers numbers;

@@ -35,7 +35,7 @@ class SrvStore {
 /// "imports.dat": a line for each server, the number in decimal, a space, the name. Other lines are passed over.
 class SrvCrv final : public SrvStore {
   public:
-    SrvCrv(std::string directory, DbLock& lock);
+    SrvCrv(const std::string& directory, DbLock& lock);
 
   protected:
     Numbers read() override;

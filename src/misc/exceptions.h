@@ -24,9 +24,12 @@ class CrvApiException : public std::runtime_error {
     explicit CrvApiException(int code, const std::string& text = {});
 
     [[nodiscard]] int code() const noexcept { return code_; }
+    /// Whether it brings a text of its own; without one what() only names the code, and the code's text is to be shown.
+    [[nodiscard]] bool hasText() const noexcept { return hasText_; }
 
   private:
     int code_;
+    bool hasText_;
 };
 
 [[noreturn]] void failAssertion(const char* condition, const char* place, int line);

@@ -66,7 +66,10 @@ int CrvProfile::getAttr(long id, char* buf, long* len) const {
     }
     std::string value;
     if (!db_.getAttr(id, value)) return common_.get(id, buf, len);
-    return value.empty() && len ? kAttrNoValue : copyAttr(value, buf, len);
+    if (!len || (buf && *len < 0)) return kAttrBadArgument;
+    if (!value.empty()) return copyAttr(value, buf, len);
+    *len = 0;
+    return kAttrNoValue;
 }
 
 int CrvProfile::getAttr(long id, std::string& value) const {
@@ -167,7 +170,10 @@ void CrvProfile::removeProfile(ProfileMedia media, const std::string& file, cons
     if (name.empty() || !fitsListName(name)) throw CrvApiException(ECRV_API_INV_PAR);
     const std::string path = getCfgFileName(media, file);
     UniversalConfMgr store(media);
-    store.loadFromFile(path);
+    if (media == ProfileMedia::File)
+        store.loadFromFile(path);
+    else if (!store.loadIfExists(path))
+        return;
     store.setPendingChanges(false);
     store.remove("\\" + name + "\\");
     if (store.isPendingChanges()) store.seveToFile(path);

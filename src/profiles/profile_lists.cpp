@@ -82,7 +82,7 @@ std::string CrvProfile::getCfgFileName(ProfileMedia media, const std::string& fi
 }
 
 std::unique_ptr<CrvProfile> CrvProfile::readProfile(const UniversalConfMgr& store, const std::string& name) {
-    if (name.empty()) return nullptr;
+    if (name.empty() || !fitsListName(name)) return nullptr;
     auto profile = create(declaredType(store, name));
     if (profile) profile->loadProfile(store, name);
     return profile;

@@ -24,7 +24,10 @@ bool allowsRecertification(const CRVCfgFile& record) {
 }  // namespace
 
 KeyManager::KeyManager(uint64_t generatorCycle)
-    : generatorCycle_(generatorCycle), random_([this](std::span<uint8_t> out) { return rbgFill(out) == kKmOk; }) {}
+    : generatorCycle_(generatorCycle), random_([this](std::span<uint8_t> out) {
+          // A medium that nobody asks for random octets leaves the buffer as it is: never use that.
+          return media_ && media_->randomSource() != RandomSource::Nobody && rbgFill(out) == kKmOk;
+      }) {}
 
 KeyManager::~KeyManager() = default;
 

@@ -78,12 +78,18 @@ KeyManagerResult KeyManager::keepGenerated(KeyType use, KeyScheme scheme, const 
     const auto algorithm = signAlgorithm(scheme, record->getHashAlgo(scheme));
     if (use != KeyType::Encryption && algorithm)
         configuration().editRecord().setSignaturaAlgorithmIdentifier(*algorithm);
-    const KeyManagerResult result = addNewKey(use, *key);
-    if (result != kKmOk) {
+    const auto undo = [&] {
         configuration().setRecord(record);
         configuration().setRecordChanged(changed);
+    };
+    try {
+        const KeyManagerResult result = addNewKey(use, *key);
+        if (result != kKmOk) undo();
+        return result;
+    } catch (...) {
+        undo();
+        throw;
     }
-    return result;
 }
 
 KeyManagerResult KeyManager::generateRsaUserKey(KeyType use, uint64_t publicExponent, unsigned bits, KeyScheme scheme,

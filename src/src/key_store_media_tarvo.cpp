@@ -1,4 +1,6 @@
 // Keys in a Tarvo device: its own random generator, and the configuration record kept inside it.
+#include <algorithm>
+
 #include "corvane/crvprofile.h"
 #include "misc/logger.h"
 #include "misc/path.h"
@@ -56,8 +58,12 @@ class TarvoMedia final : public KeyStoreMedia {
         const int answer = library_->DtReadConfig(nullptr, &length);
         if (answer == kDtNo) return kKmOk;
         if (answer == kDtOk && length > kMaxConfiguration) return kKmBadFormat;
-        record.resize(answer == kDtOk ? length : 0);
-        return result(answer == kDtOk ? library_->DtReadConfig(record.data(), &length) : answer, kKmDeviceError);
+        if (answer != kDtOk) return result(answer, kKmDeviceError);
+        record.resize(length);
+        const KeyManagerResult read = result(library_->DtReadConfig(record.data(), &length), kKmDeviceError);
+        // It may have become shorter between the two calls.
+        record.resize(std::min<size_t>(length, record.size()));
+        return read;
     }
 
     KeyManagerResult writeConfiguration(ByteView record) override {

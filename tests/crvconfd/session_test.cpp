@@ -326,8 +326,8 @@ TEST_F(SessionScreen, MenusShowTheirEntriesInEveryTerminalMode) {
             EXPECT_EQ(screen->cell(row, 23).reverse, !rich && !dumb);
         }
         screen->send("q8 3");  // keys that mean nothing, then the databases
-        screen->waitFor("Eksportuj wszystkie certyfikaty");
-        EXPECT_EQ(screen->row(12), std::string(23, ' ') + "W) Wyjście");
+        screen->waitUntil("the databases' menu is drawn to its last row",
+                          [&] { return screen->row(12) == std::string(23, ' ') + "W) Wyjście"; });
         screen->resize(30, 100);
         screen->waitFor("Eksportuj wszystkie certyfikaty");
         play({{"Przeglądaj bazę CRL", "w"}, {"1) Klucze", "2"}, {"9) Rozszerzone zastosowanie klucza", "W"}});

@@ -19,7 +19,7 @@ bool DigestedRecord::computeDigest(KcHashAlgo algo, unsigned char* out, long out
     if (length == 0 || outLen < static_cast<long>(length)) return false;
     KcHash hash(algo);
     uint8_t header[6] = {identifier()};
-    hash.update(header, static_cast<size_t>(1 + write_length(lenOfBody(), header + 1)));
+    hash.update(header, 1 + static_cast<size_t>(write_length(lenOfBody(), header + 1)));
     digestOfBody(&hash);
     hash.final({out, length});
     return true;
