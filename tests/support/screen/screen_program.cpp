@@ -20,6 +20,9 @@ namespace crv::test {
 
 namespace {
 
+/// Silence, in milliseconds, after which a screen counts as drawn.
+constexpr int kSettle = 20;
+
 using Clock = std::chrono::steady_clock;
 
 void appendUtf8(std::string& out, uint32_t code) {
@@ -176,6 +179,10 @@ void ScreenProgram::waitUntil(const std::string& what, const std::function<bool(
             throw ScreenFailure("the program ended before " + what + "\n" + picture());
         }
     }
+    // What was waited for need not be the last thing drawn: take in the rest as long as it keeps coming.
+    pollfd output{state_->master, POLLIN, 0};
+    for (int rest = 0; rest < 100 && poll(&output, 1, kSettle) == 1; ++rest)
+        if (!state_->take(std::chrono::milliseconds(0))) break;
 }
 
 void ScreenProgram::waitFor(std::string_view text, std::chrono::milliseconds deadline) {

@@ -9,9 +9,10 @@
 //     EXPECT_EQ(console.waitExit(), 0);
 //
 // Never sleep: everything that reads the screen shows what has arrived so far, so wait for the last thing that the
-// program draws before looking at the rest. A wait that fails throws ScreenFailure, which GoogleTest reports with the
-// picture and with what the program wrote to standard error (kept apart from the screen). The program is killed when
-// the object ends. Rows and columns count from 0. Texts are UTF-8; row() drops trailing spaces.
+// program draws before looking at the rest (a wait also takes in what follows within a moment). A wait that fails
+// throws ScreenFailure, which GoogleTest reports with the picture and with what the program wrote to standard error
+// (kept apart from the screen). The program is killed when the object ends. Rows and columns count from 0. Texts are
+// UTF-8; row() drops trailing spaces.
 #pragma once
 
 #include <chrono>
