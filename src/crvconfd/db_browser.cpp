@@ -63,7 +63,7 @@ bool askForQuery(CertificateQuery& query) {
 /// Shows how far a search is; false when the user stops it.
 bool showProgress(size_t found, size_t looked) {
     displText(kMessageRow, 0, "Znaleziono certyfikatów: %zu (sprawdzono %zu), Esc: przerwij", found, looked);
-    return waitForKeyOrTimeout(1) != kKeyEscape;
+    return waitForKeyOrTimeout(0) != kKeyEscape;
 }
 
 }  // namespace

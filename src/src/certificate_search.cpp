@@ -118,10 +118,10 @@ SearchEnd searchCertificates(DbManager& database, const CertificateQuery& query,
         atWork.down();
     });
     try {
-        while (!atWork.waitZero(progressStep)) {
+        do {
             if (progress && !progress(runner.found, runner.looked)) runner.stop = true;
             if (runner.stop) atWork.waitZero();
-        }
+        } while (!atWork.waitZero(progressStep));
     } catch (...) {
         runner.stop = true;
         worker.join();

@@ -30,8 +30,8 @@ struct CertificateQuery {
 
 enum class SearchEnd { done, stopped, failed };
 
-/// Called about ten times a second on the caller's thread while a worker searches: certificates found and looked at so
-/// far. False stops the search.
+/// Called at once and then about ten times a second on the caller's thread while a worker searches: certificates found
+/// and looked at so far. False stops the search.
 using SearchProgress = std::function<bool(size_t found, size_t looked)>;
 
 /// Searches on a worker thread and waits for it. The ids of what was found, in record order, are appended also when the
