@@ -152,9 +152,13 @@ bool DbBrowser::move(int key) {
             pageDown();
             return true;
         case kKeyHome:
+        case 'p':
+        case 'P':
             loadForward(0, 0);
             return true;
         case kKeyEnd:
+        case 'k':
+        case 'K':
             loadLast();
             return true;
         default:
@@ -184,7 +188,7 @@ void DbBrowser::draw() const {
                   fitText("Wystawca", kIssuerWidth).c_str(), "Ważny do");
         for (size_t i = 0; i < rows_.size(); ++i) drawRow(i);
     }
-    std::string footer = rows_.empty() ? "" : "~Dane   ~Usuń   Zapi~sz   ";
+    std::string footer = rows_.empty() ? "" : "~Dane   ~Usuń   Zapi~sz   ~Początek   ~Koniec   ";
     footer += "S~zukaj   ";
     if (source_.isSearch()) footer += "Cała ~baza   ";
     displCentColText(kFooterRow, "%s", (footer + "Po~wrót").c_str());

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <vector>
 
@@ -16,8 +17,6 @@
 namespace crv {
 
 namespace {
-
-constexpr size_t kLongestName = 1024;
 
 std::optional<FileId> idOf(const std::string& path) {
     struct stat info {};
@@ -50,9 +49,9 @@ std::vector<std::string> profileFiles() {
 
 }  // namespace
 
-std::optional<TypedFile> askForFile(const char* prompt, bool word) {
-    std::array<char, kLongestName> name{};
-    const int size = static_cast<int>(name.size());
+std::optional<TypedFile> askForFile(const char* prompt, bool word, size_t longest) {
+    std::array<char, kLongestFileName + 1> name{};
+    const int size = static_cast<int>(std::min(name.size(), longest + 1));
     const int length = word ? inputWord(kMessageRow, 0, prompt, name.data(), size)
                             : inputText(kMessageRow, 0, prompt, name.data(), size);
     if (length < 0) return std::nullopt;

@@ -24,6 +24,7 @@ constexpr int kOptionColumn = 74;
 constexpr int kFooterRow = 20;
 constexpr int kListRow = 5;
 constexpr int kListRows = 12;
+constexpr size_t kLongestRequestName = 254;
 constexpr uint64_t kPublicExponent = 65537;
 
 constexpr CodeText kTexts[] = {
@@ -198,7 +199,7 @@ void saveRequest(KeyType usage, const KeyGenParams& params) {
     const KeyManagerResult result = keyManager->prepareCrtRequest(usage, requestOf(params), request);
     if (result != kKmOk) return showCode(kTexts, result);
     for (;;) {
-        const auto file = askForFile("Podaj nazwę pliku zgłoszenia certyfikacyjnego: ");
+        const auto file = askForFile("Podaj nazwę pliku zgłoszenia certyfikacyjnego: ", false, kLongestRequestName);
         if (!file) return;
         if (!file->typed.empty() && writeRequest(*file, request)) break;
     }

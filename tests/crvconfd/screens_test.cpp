@@ -1,0 +1,268 @@
+// The screens behind the menus: keys, trust points, servers, settings, the browsers of the database.
+#include "session_screen.h"
+#include "support/cert_maker.h"
+
+namespace crv::test {
+namespace {
+
+const std::string kKeys = "3) Generuj klucz", kConfiguration = "9) Rozszerzone", kDataBases = "6) Usuń";
+const std::string kChoose = "Wybierz parametry";
+
+class MenuScreen : public SessionScreen {
+  protected:
+    /// From the selection to a menu below the main menu.
+    void open(const std::string& key) {
+        start();
+        logIn();
+        screen->send(key);
+    }
+    /// Types and waits until a row is the text.
+    void expectRow(const std::string& typed, int row, const std::string& text) {
+        SCOPED_TRACE(typed);
+        screen->send(typed);
+        screen->waitUntil("row " + std::to_string(row) + " \"" + text + '"', [&] { return screen->row(row) == text; });
+    }
+    void expectIn(const std::string& typed, int row, const std::string& part) {
+        screen->send(typed);
+        screen->waitUntil("row " + std::to_string(row) + " with \"" + part + '"',
+                          [&] { return screen->row(row).find(part) != std::string::npos; });
+    }
+    void save(const std::string& name, const Bytes& octets) { writeFile(file(name), {octets.begin(), octets.end()}); }
+};
+
+// Key generation.
+
+struct Command {
+    std::string typed;
+    int row;
+    std::string text;
+};
+
+const Command kCommands[] = {
+    {"", 20, std::string(31, ' ') + "Generuj   Wyjście"},
+    {"xbruF", 9, " Format pliku tworzonego zgłoszenia certyfikacyjnego:  binarny (DER)"},
+    {"", 10, ""},
+    {"f", 9, " Format pliku tworzonego zgłoszenia certyfikacyjnego:  tekstowy (PEM)"},
+    {"A", 20, "  Wybór: klawisze nawigacyjne, spacja, +, -; Esc,W: koniec, Enter: zatwierdź"},
+    {"w", 20, std::string(31, ' ') + "Generuj   Wyjście"},
+    {"p+\r", 6, " Algorytm podpisu:          sha384withRSAEncryption"},
+    {"d" + keys::kDown + "\r", 4, " Długość klucza w bitach:   3072"},
+    {"a" + keys::kDown + keys::kDown + "\r", 3, " Algorytm klucza:           ecdsa"},
+    {"", 4, " Dziedzina dla ECDSA:       prime256v1"},
+    {"b", 10, " Zapisz parametry domeny krzywej eliptycznej bezpośrednio:                TAK"},
+    {"B", 10, " Zapisz parametry domeny krzywej eliptycznej bezpośrednio:                NIE"},
+    {"a" + keys::kDown + "\r", 6, " Algorytm podpisu:          rsaPSS, SHA-256"},
+    {"", 4, " Długość klucza w bitach:   3072"},
+    {"r", 10, " Do podpisu zgłoszenia użyj algorytmu SHA-1 RSA-PKCS#1 (niezalecane):     TAK"},
+    {"U", 11, " Wymuś używanie podanego algorytmu do podpisu:                            TAK"},
+    {"a" + keys::kUp + keys::kUp + "\r", 3, " Algorytm klucza:           dsa"},
+    {"", 4, " Długość klucza w bitach:   1024"},
+    {"a" + keys::kUp + "\r", 3, " Algorytm klucza:           rsaEncryption"},
+    {"", 4, " Długość klucza w bitach:   1024"},
+};
+
+TEST_F(MenuScreen, KeyGenerationObeysItsCommandsAndStops) {
+    prepare();
+    open("1");
+    play({{kKeys, "1"}, {kChoose, ""}});
+    EXPECT_EQ(screen->row(0), std::string(24, ' ') + "Generowanie klucza do podpisów");
+    for (const Command& command : kCommands) expectRow(command.typed, command.row, command.text);
+    screen->send("g");
+    message("Klucze o długości mniejszej niż 2048 bitów nie są wspierane !!!");
+    play({{kKeys, "3"}, {kChoose, "a"}});
+    expectRow("d" + keys::kEnd + "\r", 4, " Długość klucza w bitach:   16384");
+    play({{"", "g"}, {"trwa generowanie klucza rsaEncryption (16384 bitów)...", ""}});
+    screen->send(keys::kEscape);
+    screen->waitFor(kKeys, std::chrono::seconds(60));
+    play({{kKeys, "1"}, {kChoose, "W"}, {kKeys, "w"}});
+    EXPECT_EQ(leave(), 0);
+    EXPECT_EQ(secrets(), "seed 20\n");
+}
+
+TEST_F(MenuScreen, RequestsAreWrittenInBothFormsButNotOverTheProfile) {
+    prepare();
+    const std::string ask = "Podaj nazwę pliku zgłoszenia certyfikacyjnego:";
+    const std::string saved = "Klucz został poprawnie wygenerowany i zapisany.";
+    open("1");
+    play({{kKeys, "1"}, {kChoose, "a" + keys::kDown + keys::kDown + "\r"}, {"prime256v1", "g"}});
+    play({{"Klucz ecdsa został poprawnie wygenerowany.", " "},
+          {ask, "~/praca.p12\r"},
+          {"Nie mogę otworzyć pliku: ~/praca.p12", " "},
+          {ask, "~/nie/ma\r"},
+          {"Nie mogę otworzyć pliku: ~/nie/ma", " "},
+          {ask, "~/zgloszenie.pem\r"},
+          {saved, " "}});
+    const std::string pem = readFile(file("zgloszenie.pem")), begin = "-----BEGIN NEW CERTIFICATE REQUEST-----\r\n";
+    EXPECT_EQ(pem.substr(0, begin.size()), begin);
+    EXPECT_NE(pem.find("\r\n-----END NEW CERTIFICATE REQUEST-----\r\n"), std::string::npos);
+    for (size_t at = pem.find('\n'); at != std::string::npos; at = pem.find('\n', at + 1)) ASSERT_EQ(pem[at - 1], '\r');
+    EXPECT_NE(run("openssl req -in zgloszenie.pem -noout -verify 2>&1").find("OK"), std::string::npos);
+    for (const char* entry : {"1", "3"}) {
+        play({{kKeys, entry}});
+        message("Klucz dla danego zastosowania już istnieje i nie może zostać nadpisany");
+    }
+    play({{kKeys, "2"}, {"Generowanie klucza do szyfrowania", "af"}, {"binarny (DER)", "g"}});
+    screen->waitFor("Klucz rsaEncryption został poprawnie", std::chrono::seconds(60));
+    play({{"", " "}, {ask, "~/zgloszenie.der\r"}, {saved, " "}, {kKeys, "w"}});
+    EXPECT_NE(run("openssl req -inform DER -in zgloszenie.der -noout -verify 2>&1").find("OK"), std::string::npos);
+    EXPECT_EQ(leave(), 0);
+    EXPECT_EQ(secrets().substr(0, 8), "key\nkey\n");
+}
+
+// Trust points.
+
+TEST_F(MenuScreen, TrustPointsAreAddedShownSavedAndDeleted) {
+    prepareKey(false);
+    save("dawny.crt",
+         makeCert({.subject = {{"CN", "Dawny"}}, .notBefore = -9 * day, .notAfter = -day, .extensions = caExtensions()})
+             .der);
+    open("2");
+    play({{kConfiguration, "1"}, {"Brak punktów zaufania", "nPcsUd"}});
+    message("Do zmiany konfiguracji wymagany jest certyfikat i klucz do podpisywania");
+    EXPECT_EQ(screen->row(22), std::string(32, ' ') + "Dodaj   Powrót");
+    std::filesystem::rename(file("both.p12"), file("praca.p12"));
+    open("2");
+    play({{kConfiguration, "1"}, {"Brak punktów zaufania", ""}});
+    for (const auto& [name, text] : {std::pair{"~/user.crt", "Wskazany certyfikat nie jest certyfikatem urzędu"},
+                                     {"~/ca.crt", "Punkt zaufania poprawnie dodany"},
+                                     {"~/ca/ca.pem", "certyfikacyjne punktu zaufania już istnieje."}})
+        play({{"Dodaj", "d"}, {"Podaj nazwę pliku z certyfikatem:", name + std::string("\r")}, {text, " "}});
+    expectRow("", 22, std::string(17, ' ') + "Dodaj   Usuń   Szczegóły   Zapisz   Powrót");
+    EXPECT_EQ(screen->cells(0, 76, 80), " 1/1");
+    EXPECT_EQ(screen->row(2), "Rodzaj: Zwykły");
+    EXPECT_TRUE(screen->cell(7, 1).bold || screen->cell(7, 1).underline || screen->cell(7, 1).reverse);
+    const std::string old = "Zaświadczenie certyfikacyjne jest przeterminowane, czy chcesz kontynuować (t/n)?";
+    play({{"Dodaj", "d"}, {"Podaj nazwę", "~/dawny.crt\r"}, {old, "n"}, {"1/1", "D"}, {"Podaj", "~/dawny.crt\r"}});
+    play({{old, "t"}, {"Punkt zaufania poprawnie dodany", " "}, {"1/2", "p"}});
+    EXPECT_EQ(screen->row(22).find("Poprzedni"), std::string::npos);
+    expectIn("N", 22, "Poprzedni");
+    EXPECT_EQ(screen->row(22).find("Następny"), std::string::npos);
+    play({{"2/2", "nP"}, {"1/2", "c"}, {"Szczegóły certyfikatu punktu zaufania 1/2", ""}});
+    expectIn("", 2, "Numer seryjny:");
+    expectIn("r", 2, "Wersja:");
+    expectIn("D", 2, "Numer seryjny:");
+    play({{"Dane", "w"}, {"1/2", "s"}, {"Podaj nazwę pliku certyfikatu:", "~/praca.p12\r"}});
+    message("Nie mogę otworzyć pliku: ~/praca.p12");
+    play({{"1/2", "s"}, {"Podaj nazwę pliku certyfikatu:", "~/zapis.crt\r"}, {"1/2", "u"}});
+    const std::string question = "Czy na pewno chcesz usunąć punkt zaufania (t/n)?";
+    play({{question, "n"}, {"1/2", "U"}, {question, "t"}, {"Punkt zaufania usunięty", " "}, {"CN=Dawny", ""}});
+    EXPECT_EQ(readFile(file("zapis.crt")), readFile(file("ca.crt")));
+    play({{"1/1", "W"}, {kConfiguration, "w"}});
+    EXPECT_EQ(leave(), 0);
+    const std::string left = secrets();
+    EXPECT_NE(left.find("trusted " + run("sha1sum dawny.crt | cut -c1-40")), std::string::npos) << left;
+    EXPECT_EQ(left.find("trusted " + run("sha1sum ca.crt | cut -c1-40")), std::string::npos) << left;
+}
+
+// Servers, proxy, settings.
+
+TEST_F(MenuScreen, ServersAreAddedOrderedEditedAndDeletedInTheListOfProfiles) {
+    prepare();
+    open("2");
+    screen->waitFor(kConfiguration);
+    screen->send("2");
+    for (const char* name : {"zegar", "budzik"}) {
+        play({{"Powrót", "d"}, {"nowy serwer", "\r" + std::string(name) + "\r"}});
+        expectIn("", 2, name);
+        expectIn(keys::kDown + keys::kDown + "\rtsp.example\r", 4, "tsp.example");
+        expectIn(keys::kDown + "\r70000\r", 23, "Dopuszczalne wartości: od 0 do 65535");
+        expectIn(" \r318\r", 5, "318");
+        expectIn(keys::kDown + keys::kDown + keys::kDown + "\rtajne\r", 8, "********");
+        EXPECT_FALSE(screen->shows("tajne"));
+        screen->send("s");
+        screen->waitFor(name + std::string("  HTTP  tsp.example:318"));
+    }
+    expectIn(keys::kEnd + "p", 2, "budzik");
+    play({{"budzik", keys::kHome + "e"}, {"Serwery datowania - budzik", keys::kDown + "\r2\r"}});
+    expectIn("w", 23, "Zapisać zmiany (t/n)?");
+    expectIn("n", 2, "budzik  HTTP  tsp.example:318");
+    play({{"Edytuj", "e"}, {"- budzik", "\rs"}});
+    expectIn("", 2, "budzik  FTP  tsp.example:318");
+    expectIn(keys::kHome + "k", 3, "budzik");
+    play({{"Edytuj", "w"}, {kConfiguration, "6"}, {"Ustawienia proxy", keys::kDown + "\rproxy.example\r"}});
+    expectIn(keys::kDown + "\r8080\rs", 13, "9) Rozszerzone");
+    play({{kConfiguration, "w"}});
+    EXPECT_EQ(leave(), 0);
+    open("4");
+    play({{"proxy.example:8080", "w"}, {kMainMenu, "2"}, {kConfiguration, "2"}, {"Serwery datowania", ""}});
+    // Names come out of a list in upper case.
+    expectIn("", 2, "ZEGAR  HTTP  tsp.example:318");
+    expectIn("", 3, "BUDZIK  FTP");
+    const std::string question = "Czy na pewno chcesz usunąć serwer (t/n)?";
+    play({{"Edytuj", "u"}, {question, "n"}, {"ZEGAR", "u"}, {question, "t"}});
+    screen->waitGone("ZEGAR");
+    EXPECT_EQ(readFile(file("lista.conf")).find("ZEGAR"), std::string::npos);
+    EXPECT_NE(readFile(file("lista.conf")).find("BUDZIK"), std::string::npos);
+}
+
+TEST_F(MenuScreen, CryptographicSettingsAreShownAgainAfterReopening) {
+    prepareKey(true);
+    const std::string rows[] = {">Algorytm podpisu:     rsaPSS", " Funkcja skrótu:       sha512",
+                                " Algorytm szyfrowania: AES-192 CBC"};
+    open("2");
+    play({{kConfiguration, "7"}, {"Ustawienia kryptograficzne", "\r" + keys::kDown + "\r\r" + keys::kDown + "\r"}});
+    expectRow(keys::kHome, 2, rows[0]);
+    play({{"AES-192", "s"}, {kConfiguration, "w"}});
+    EXPECT_EQ(leave(), 0);
+    open("2");
+    play({{kConfiguration, "7"}, {"Ustawienia kryptograficzne", ""}});
+    for (int i = 0; i < 3; ++i) expectRow("", 2 + i, rows[i]);
+}
+
+// Browsers.
+
+TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
+    prepare();
+    const MadeCert ca = makeCert({.subject = {{"CN", "Urząd"}}, .extensions = caExtensions()});
+    Bytes all;
+    for (int i = 1; i <= 300; ++i) {
+        const MadeCert made = makeCert({.subject = {{"CN", "Osoba " + std::to_string(i)}},
+                                        .serial = std::to_string(1000 + i),
+                                        .notBefore = -9 * day,
+                                        .notAfter = i == 1 ? -day : (i == 2 ? 9 : 90) * day},
+                                       &ca, ca.key);
+        all.insert(all.end(), made.der.begin(), made.der.end());
+    }
+    save("wiele.der", all);
+    save("ca.crl", makeCrl({.entries = {{"1001", 1}, {"1002"}}, .number = 77}, ca));
+    open("3");
+    play({{kDataBases, "1"}, {"Brak certyfikatów", "dusw"}, {kDataBases, "2"}, {"Brak list CRL", "w"}});
+    play({{kDataBases, "3"}, {"Podaj nazwę", "~/wiele.der\r"}, {"Wczytano 300 certyfikatów.", " "}});
+    play({{kDataBases, "4"}, {"Podaj nazwe", "~/ca.crl\r"}, {"(t/n)", "t"}, {"poprawnie wczytana", " "}});
+    play({{kDataBases, "1"}});
+    for (const Command& step : {Command{"", 2, ">! Osoba 1 "},
+                                {"", 3, " * Osoba 2 "},
+                                {"", 4, "   Osoba 3 "},
+                                {keys::kPageDown, 2, ">  Osoba 20 "},
+                                {keys::kPageDown, 20, "   Osoba 57 "},
+                                {keys::kUp, 2, ">  Osoba 38 "},
+                                {"k", 20, ">  Osoba 300 "},
+                                {keys::kDown, 20, ">  Osoba 300 "},
+                                {keys::kPageUp, 2, "   Osoba 263 "},
+                                {"P" + keys::kPageUp, 2, ">! Osoba 1 "}})
+        expectIn(step.typed, step.row, step.text);
+    const auto search = [&](const std::string& name, const std::string& found) {
+        play({{"Szukaj", "z"}, {"Szukanie certyfikatów", "\r" + name + "\r"}});
+        expectIn("", 2, name);
+        expectIn("s", 0, "Baza certyfikatów - znaleziono: " + found);
+    };
+    search("oSOBA 29", "11");
+    const std::string question = "Czy na pewno chcesz usunąć certyfikat (t/n)?";
+    play({{"Osoba 299", keys::kDown + "u"}, {question, "n"}, {"11", "u"}, {question, "t"}, {"znaleziono: 10", ""}});
+    expectIn("", 3, "Osoba 291 ");
+    play({{"Osoba 291", "d"}, {"CN=Osoba 291", "w"}, {"Cała baza", "s"}, {"Podaj nazwę", "~/jeden.crt\r"}});
+    search("Osoba 290", "0");
+    EXPECT_EQ(screen->row(22).find("Dane"), std::string::npos);
+    play({{"Brak certyfikatów", "b"}, {"Osoba 19 ", "w"}});
+    EXPECT_NE(run("openssl x509 -inform DER -in jeden.crt -noout -subject").find("Osoba 291"), std::string::npos);
+    play({{kDataBases, "2"}, {"Baza list CRL", ""}});
+    expectIn("", 2, ">  Urząd ");
+    EXPECT_EQ(screen->row(2).substr(screen->row(2).size() - 2), " 2");
+    play({{"77", "d"}, {"Lista CRL", ""}, {"10 01", ""}, {"10 02", "w"}, {"Zapisz", "s"}});
+    play({{"Podaj nazwę pliku listy CRL:", "~/zapis.crl\r"}, {"Zapisz", "w"}, {kDataBases, "w"}});
+    EXPECT_EQ(leave(), 0);
+    EXPECT_EQ(readFile(file("zapis.crl")), readFile(file("ca.crl")));
+}
+
+}  // namespace
+}  // namespace crv::test
