@@ -48,7 +48,7 @@ enum CrvProfileAttr {
     CRVPROFILE_ATTR_PKCS12_FILE_PATH = 30,         /* the same as 9 */
     CRVPROFILE_ATTR_READER_NAME = 31,              /* text: card reader */
     CRVPROFILE_ATTR_PKCS11_KEEP_SESSION_OPEN = 32, /* flag: keep the token session open between operations */
-    CRVPROFILE_ATTR_CSP_KEY_SPEC_TEXT = 33,        /* text: key specification of a provider in decimal */
+    CRVPROFILE_ATTR_CSP_KEY_SPEC_TEXT = 33,        /* text: which key of a provider, in decimal */
     CRVPROFILE_ATTR_SKEY_CERT = 34,                /* octets: certificate of the signing key; not kept in lists */
     CRVPROFILE_ATTR_CERT_FILTER = 35,              /* text: certificate filter */
     CRVPROFILE_ATTR_CERT_FILTER_FIELD_TYPE = 36,   /* long: field of the certificate that the filter looks at */
@@ -56,10 +56,10 @@ enum CrvProfileAttr {
     CRVPROFILE_ATTR_CSP_PROVIDER = 38,             /* text: cryptographic provider */
     CRVPROFILE_ATTR_CSP_CONTAINER = 39,            /* text: key container of the provider */
     CRVPROFILE_ATTR_CSP_PROV_TYPE = 40,            /* long: provider type */
-    CRVPROFILE_ATTR_CSP_KEY_SPEC = 41,             /* long: key specification of the provider */
+    CRVPROFILE_ATTR_CSP_KEY_SPEC = 41,             /* long: which key of the provider */
     CRVPROFILE_ATTR_CSP_PROV_TYPE_TEXT = 42,       /* text: provider type in decimal */
-    CRVPROFILE_ATTR_SKEY_USAGE_SPEC = 43,          /* long: usage specification of the signing key */
-    CRVPROFILE_ATTR_DKEY_USAGE_SPEC = 44,          /* long: usage specification of the decryption key */
+    CRVPROFILE_ATTR_SKEY_USAGE_SPEC = 43,          /* long: declared use of the signing key */
+    CRVPROFILE_ATTR_DKEY_USAGE_SPEC = 44,          /* long: declared use of the decryption key */
     CRVPROFILE_ATTR_PKCS11_LIBRARIES = 45,         /* the same as 3 */
     CRVPROFILE_ATTR_SFT_FILE_BYTES = 46            /* octets: security file of a PKCS#12 profile without a path */
 };

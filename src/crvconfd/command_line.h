@@ -22,7 +22,7 @@ struct CommandLine {
     bool verbose = false;
 };
 
-/// The part of a path after its last "/".
+/// What stands in a path after its last "/".
 [[nodiscard]] std::string baseName(const std::string& path);
 
 /// Whether a program's base name makes it the configuration of the signing program: "sign" in it, in any case.

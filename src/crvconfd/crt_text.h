@@ -13,7 +13,7 @@ namespace crv {
 
 /// A name of the certificate on one line, ready for the screen.
 [[nodiscard]] std::string nameLine(const DistinguishedName& name);
-/// The part of a name that people look for: its common name, else the whole name.
+/// What people look for in a name: its common name, else the whole name.
 [[nodiscard]] std::string shortName(const DistinguishedName& name);
 
 /// Octets as "AB CD EF".

@@ -47,7 +47,7 @@ class Reader {
     ByteView rest_;
 };
 
-/// An element whose contents are the parts one after the other.
+/// An element whose contents are the pieces one after the other.
 [[nodiscard]] SecretBytes element(uint8_t tag, std::initializer_list<ByteView> parts);
 /// A non-negative INTEGER from big-endian octets (leading zeros allowed).
 [[nodiscard]] SecretBytes number(ByteView octets);

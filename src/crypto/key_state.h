@@ -39,7 +39,7 @@ class KeyParts {
     void octets(const char* name, ByteView value);
     void text(const char* name, const char* value);
 
-    /// The key, with its private part or not; CryptoError (badKey) when libcrypto does not take the parts.
+    /// The key, with its private part or not; CryptoError (badKey) when libcrypto does not take the numbers.
     [[nodiscard]] Pkey build(const char* type, bool withPrivate);
 
   private:

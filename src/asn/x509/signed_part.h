@@ -1,4 +1,4 @@
-// What certificates, CRLs and requests share: a part, the algorithm and a signature over the part (RFC 5280 4.1.1).
+// What certificates, CRLs and requests share: a body, the algorithm and a signature over the body (RFC 5280 4.1.1).
 #pragma once
 
 #include "asn/x509/algorithm_identifier.h"
@@ -6,7 +6,7 @@
 
 namespace crv {
 
-/// Whether the signature over the part is right; over its octets as they came when it was read in keeping mode. False
+/// Whether the signature over the body is right; over its octets as they came when it was read in keeping mode. False
 /// for an algorithm that is unknown here or does not suit the key. Throws CryptoError when the primitive itself fails.
 [[nodiscard]] bool isPartSigned(const ASNobject& part, const AlgorithmIdentifier& algorithm, const ASNbitstr& signature,
                                 const PublicKey& key);
