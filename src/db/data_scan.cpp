@@ -50,11 +50,12 @@ ByteView DataScan::body() const {
     return {record_ + file_->recordSize(0), static_cast<size_t>(head_.length)};
 }
 
-std::vector<std::string_view> DataScan::keys() const {
-    std::vector<std::string_view> all;
-    all.reserve(static_cast<size_t>(file_->numIndexes()));
-    for (int i = 0; i < file_->numIndexes(); ++i) all.push_back(key(i));
-    return all;
+void DataScan::keys(std::vector<std::string_view>& all) const {
+    all.clear();
+    const char* from = reinterpret_cast<const char*>(record_) + recordHead;
+    for (int i = 0; i < file_->numIndexes(); from += file_->descs()[i++].keyLen) {
+        all.push_back(keyText({from, static_cast<size_t>(file_->descs()[i].keyLen)}));
+    }
 }
 
 }  // namespace crv

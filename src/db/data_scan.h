@@ -24,7 +24,8 @@ class DataScan {
     [[nodiscard]] const RecordHead& head() const { return head_; }
     [[nodiscard]] std::string_view key(int index) const;
     [[nodiscard]] ByteView body() const;
-    [[nodiscard]] std::vector<std::string_view> keys() const;
+    /// All keys of the record.
+    void keys(std::vector<std::string_view>& all) const;
 
   private:
     const uint8_t* need(int64_t position, int64_t size);

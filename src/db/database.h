@@ -74,11 +74,11 @@ class DataBase {
     [[nodiscard]] bool isOutOfMemory() const;
     [[nodiscard]] IndexFile& indexFile() { return index_; }
     [[nodiscard]] DataFile& dataFile() { return data_; }
-    /// The same for files that count only when they are complete, without a mark: until flush().
+    /// The same as a batch for who works under the mark of somebody else.
     void deferWrites(bool on);
-    [[nodiscard]] int flush();
 
   private:
+    [[nodiscard]] int flush();
     int fail(Error error);
     [[nodiscard]] int settle();
     [[nodiscard]] int current(int64_t& recNo);

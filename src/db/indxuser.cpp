@@ -244,12 +244,17 @@ void IndexFile::growRoot(Index& index, const Page& left, std::string_view key, P
     index.root = root.position;
 }
 
+bool IndexFile::keysFit(std::span<const std::string_view> keys) const {
+    if (keys.size() != static_cast<size_t>(numIdx_)) return false;
+    for (int i = 0; i < numIdx_; ++i) {
+        if (keyText(keys[i]).size() >= static_cast<size_t>(indexes_[i].desc.keyLen)) return false;
+    }
+    return true;
+}
+
 int IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo) {
     if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
-    if (keys.size() != static_cast<size_t>(numIdx_)) return dbError;
-    for (int i = 0; i < numIdx_; ++i) {
-        if (keyText(keys[i]).size() >= static_cast<size_t>(indexes_[i].desc.keyLen)) return dbError;
-    }
+    if (!keysFit(keys)) return dbError;
     if (halfWritten_) return bad();
     const auto before = indexes_;
     const int64_t count = insertions_;
@@ -271,7 +276,7 @@ int IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo) {
 
 int IndexFile::flush() {
     if (halfWritten_) return bad();
-    if (dirty_.empty()) return dbOk;
+    if (dirty_.empty() && encodeHead() == head_) return dbOk;
     return writeChanges() ? dbOk : dbError;
 }
 

@@ -44,6 +44,8 @@ class IndexFile : public File {
     [[nodiscard]] int bottom();
     /// One entry on (+1) or back (-1); at the end dbNoRecord, and the cursor stays.
     [[nodiscard]] int skip(int n);
+    /// Whether there is a key for each index, each shorter than its slot.
+    [[nodiscard]] bool keysFit(std::span<const std::string_view> keys) const;
     /// Key and record number at the cursor.
     [[nodiscard]] int data(std::string& key, int64_t& recNo);
 
@@ -72,12 +74,15 @@ class IndexFile : public File {
     };
     [[nodiscard]] int numIndexes() const { return numIdx_; }
     [[nodiscard]] int64_t insertions() const { return insertions_; }
-    void setInsertions(int64_t n) { insertions_ = n; }
     [[nodiscard]] const Root& root(int idx) const { return indexes_[idx]; }
     /// A page of an index; null with the status set when the file holds none there. Valid until the next call.
     [[nodiscard]] const Page* pageAt(int idx, int64_t position) { return page(indexes_[idx], position); }
     /// More entries than the file can hold: a walk that goes on longer runs in a circle.
     [[nodiscard]] int64_t stepLimit() const { return length() / static_cast<int64_t>(index_format::entrySize); }
+
+    // For the builder, which appends the pages of whole trees. flush() writes what is set here.
+    void setInsertions(int64_t n) { insertions_ = n; }
+    void setTree(int idx, const Root& tree) { static_cast<Root&>(indexes_[idx]) = tree; }
 
   private:
     struct Index : Root {

@@ -7,7 +7,8 @@
 #include <utility>
 
 #include "db/data_scan.h"
-#include "db/indxuser.h"
+#include "db/database.h"
+#include "db/index_builder.h"
 #include "db/table_rebuild.h"
 #include "misc/file_ops.h"
 #include "misc/logger.h"
@@ -45,13 +46,12 @@ class IndexMaker {
         if (data_.open(name_ + dataExtension) != dbOk) return false;
         if (index_.create(indexPath, data_.numIndexes(), data_.descs()) != dbOk) return false;
         if (index_.open(indexPath) != dbOk) return false;
-        index_.deferWrites(true);
+        IndexBuilder builder(index_);
         for (bool more = true; more;) {
             DataScan scan(data_);
-            if (!walk(scan, more)) return false;
+            if (!walk(scan, builder, more)) return false;
         }
-        keepCountGrowing();
-        return index_.flush() == dbOk && index_.sync() && (!copied_ || data_.sync());
+        return builder.finish() == dbOk && keepCountGrowing() && index_.sync() && (!copied_ || data_.sync());
     }
     [[nodiscard]] int lost() const { return lost_; }
     /// The failure was one of writing the new index.
@@ -59,7 +59,7 @@ class IndexMaker {
 
   private:
     /// more: the file was changed, and the walk begins again behind the records done.
-    bool walk(DataScan& scan, bool& more) {
+    bool walk(DataScan& scan, IndexBuilder& builder, bool& more) {
         for (;;) {
             const DataScan::Result result = scan.next();
             more = result == DataScan::Result::damaged;
@@ -67,7 +67,8 @@ class IndexMaker {
             if (more) return mendAt(scan.recNo());
             if (result != DataScan::Result::record) return false;
             if (scan.recNo() < done_ || scan.deleted()) continue;
-            if (index_.insert(scan.keys(), scan.recNo()) != dbOk) return false;
+            scan.keys(keys_);
+            if (builder.add(keys_, scan.recNo()) != dbOk) return false;
             done_ = scan.recNo() + 1;
         }
     }
@@ -98,17 +99,19 @@ class IndexMaker {
     }
 
     /// The insertion count never falls, as far as the old one can still be read.
-    void keepCountGrowing() {
+    bool keepCountGrowing() {
         IndexFile old;
         if (old.open(name_ + indexExtension) == dbOk) {
             index_.setInsertions(std::max(index_.insertions(), old.insertions()));
         }
+        return index_.flush() == dbOk;
     }
 
     std::string name_;
     MendExtent extent_;
     DataFile data_;
     IndexFile index_;
+    std::vector<std::string_view> keys_;
     int64_t done_ = 0;
     bool copied_ = false;
     int lost_ = 0;

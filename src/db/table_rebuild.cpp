@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "db/database.h"
 #include "db/table_mend.h"
 #include "misc/atomic_write.h"
 #include "misc/file_ops.h"
@@ -42,13 +43,16 @@ TableRebuild::~TableRebuild() {
 bool TableRebuild::begin() {
     if (old_.open(name_ + dataExtension) != dbOk) return false;
     const std::string fresh = rebuildName(name_);
-    if (fresh_.create(fresh, old_.numIndexes(), old_.descs()) != dbOk || fresh_.open(fresh) != dbOk) return false;
-    fresh_.deferWrites(true);
+    if (DataBase().create(fresh, old_.numIndexes(), old_.descs()) != dbOk) return false;
+    if (data_.open(fresh + dataExtension) != dbOk || index_.open(fresh + indexExtension) != dbOk) return false;
+    data_.deferWrites(true);
+    builder_.emplace(index_);
     return true;
 }
 
 bool TableRebuild::copy(const Visit& visit, const Copied& copied) {
     DataScan scan(old_);
+    std::vector<std::string_view> keys;
     for (;;) {
         const DataScan::Result result = scan.next();
         if (result == DataScan::Result::end) return true;
@@ -58,22 +62,20 @@ bool TableRebuild::copy(const Visit& visit, const Copied& copied) {
         }
         if (result != DataScan::Result::record) return false;
         if (scan.deleted()) continue;
-        std::vector<std::string_view> keys = scan.keys();
-        std::vector<std::string> changed(keys.begin(), keys.end());
-        if (visit && !visit(scan, changed)) continue;
-        keys.assign(changed.begin(), changed.end());
-        int64_t recNo = 0;
-        if (fresh_.insert(keys, scan.body(), recNo) != dbOk) return false;
+        scan.keys(keys);
+        if (visit && !visit(scan, keys)) continue;
+        const int64_t recNo = data_.insert(keys, scan.body());
+        if (recNo == 0 || builder_->add(keys, recNo) != dbOk) return false;
         if (copied) copied(scan.recNo(), recNo);
     }
 }
 
 bool TableRebuild::finish() {
     old_.close();
-    const bool written = fresh_.sync() == dbOk;
-    fresh_.close();
-    keep_ = written;
-    return written;
+    keep_ = data_.flush() == dbOk && builder_->finish() == dbOk && data_.sync() && index_.sync();
+    data_.close();
+    index_.close();
+    return keep_;
 }
 
 bool TableRebuild::swap() {

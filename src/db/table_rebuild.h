@@ -2,12 +2,13 @@
 #pragma once
 
 #include <functional>
-#include <memory>
+#include <optional>
+#include <span>
 #include <string>
-#include <vector>
+#include <string_view>
 
 #include "db/data_scan.h"
-#include "db/database.h"
+#include "db/index_builder.h"
 
 namespace crv {
 
@@ -22,11 +23,11 @@ void discardRebuilt(const std::string& name);
 [[nodiscard]] bool swapRebuilt(const std::string& name);
 
 /// Copies the live records of a table into a new one. begin(), copy(), finish(), then swap() under the mark "swapping";
-/// the new files are deleted when it ends without finish() or discarded is set before swap().
+/// the new files are deleted when it ends without finish().
 class TableRebuild {
   public:
-    /// Sees each live record and may change its keys; false leaves the record out.
-    using Visit = std::function<bool(const DataScan& record, std::vector<std::string>& keys)>;
+    /// Sees each live record and may put other keys in place, good until its next call; false leaves the record out.
+    using Visit = std::function<bool(const DataScan& record, std::span<std::string_view> keys)>;
     /// Learns the new number of each copied record.
     using Copied = std::function<void(int64_t oldRecNo, int64_t newRecNo)>;
 
@@ -40,16 +41,16 @@ class TableRebuild {
     /// Copies in file order. What is behind the last whole record, left by a crash, is passed over.
     [[nodiscard]] bool copy(const Visit& visit, const Copied& copied);
     [[nodiscard]] bool copyAll() { return copy(nullptr, nullptr); }
-    /// The new table, for records to be added.
-    [[nodiscard]] DataBase& table() { return fresh_; }
-    /// Writes everything down: from now on the new files are complete.
+    /// Makes the indexes and writes everything down: from now on the new files are complete.
     [[nodiscard]] bool finish();
     [[nodiscard]] bool swap();
 
   private:
     std::string name_;
     DataFile old_;
-    DataBase fresh_;
+    DataFile data_;
+    IndexFile index_;
+    std::optional<IndexBuilder> builder_;
     bool keep_ = false;
 };
 

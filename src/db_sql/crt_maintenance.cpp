@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
+#include <span>
 #include <stdexcept>
-#include <unordered_map>
-#include <unordered_set>
 
 #include "db/data_scan.h"
 #include "db/table_rebuild.h"
@@ -67,12 +67,16 @@ void completeCrt(CrtTableSet& tables, int64_t id) {
 void completeUnfinished(const std::string& directory, DbLock& lock) {
     CrtTableSet tables(directory);
     tables.bindLock(&lock);
-    std::unordered_set<int64_t> unfinished;
-    for (const int64_t id : openAll(tables)) unfinished.insert(id);
+    const std::vector<int64_t> ids = openAll(tables);
+    std::vector<bool> finished(ids.size());
     scanLive(tables[CrtTableSet::addIdx].dataFile(), [&](const DataScan& record) {
-        if (const std::optional<int64_t> id = recNoDecode(record.key(0))) unfinished.erase(*id);
+        const std::optional<int64_t> id = recNoDecode(record.key(0));
+        const auto at = id ? std::ranges::lower_bound(ids, *id) : ids.end();
+        if (at != ids.end() && *at == *id) finished[static_cast<size_t>(at - ids.begin())] = true;
     });
-    for (const int64_t id : unfinished) completeCrt(tables, id);
+    for (size_t i = 0; i < ids.size(); ++i) {
+        if (!finished[i]) completeCrt(tables, ids[i]);
+    }
     tables.finishChange(false);
 }
 
@@ -90,14 +94,19 @@ class Compaction {
         for (const auto& rebuild : rebuilds_) check(rebuild->begin());
         CrtStore::Removed result;
         check(rebuilds_[CrtTableSet::crt]->copy(
-            [&](const DataScan& record, std::vector<std::string>&) {
+            [&](const DataScan& record, std::span<std::string_view>) {
                 const bool keep = !expired(record.body());
                 ++(keep ? result.remaining : result.removed);
                 return keep;
             },
-            [&](int64_t from, int64_t to) { newIds_.emplace(from, to); }));
-        for (const Tb side : CrtTableSet::sides) copySide(side);
-        for (const auto& rebuild : rebuilds_) check(rebuild->finish());
+            [&](int64_t from, int64_t to) {
+                ids_.push_back({from, to});
+            }));
+        check(rebuilds_[CrtTableSet::crt]->finish());
+        for (const Tb side : CrtTableSet::sides) {
+            copySide(side);
+            check(rebuilds_[side]->finish());
+        }
         return result;
     }
 
@@ -109,21 +118,32 @@ class Compaction {
     }
 
   private:
+    /// The new record number of a certificate; none when it was left out.
+    [[nodiscard]] std::optional<int64_t> newId(int64_t id) const {
+        const auto at = std::ranges::lower_bound(ids_, id, {}, &Renumbered::from);
+        return at != ids_.end() && at->from == id ? std::optional(at->to) : std::nullopt;
+    }
+
     void copySide(Tb side) {
+        std::string idKey;
         check(rebuilds_[side]->copy(
-            [&](const DataScan&, std::vector<std::string>& keys) {
-                const std::optional<int64_t> id = recNoDecode(keys[0]);
-                const auto found = id ? newIds_.find(*id) : newIds_.end();
-                if (found == newIds_.end()) return false;
-                keys[0] = recNoEncode(found->second);
+            [&](const DataScan&, std::span<std::string_view> keys) {
+                const std::optional<int64_t> old = recNoDecode(keys[0]);
+                const std::optional<int64_t> id = old ? newId(*old) : std::nullopt;
+                if (!id) return false;
+                idKey = recNoEncode(*id);
+                keys[0] = idKey;
                 return true;
             },
             nullptr));
     }
 
+    struct Renumbered {
+        int64_t from, to;
+    };
     std::vector<std::string> names_;
     std::vector<std::unique_ptr<TableRebuild>> rebuilds_;
-    std::unordered_map<int64_t, int64_t> newIds_;
+    std::vector<Renumbered> ids_;  // in rising order, as the records lie
 };
 
 }  // namespace
