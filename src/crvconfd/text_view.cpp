@@ -13,7 +13,7 @@ namespace {
 constexpr int kFirstRow = 2;
 constexpr int kFooterRow = 22;
 constexpr size_t kRows = kFooterRow - kFirstRow - 1;
-constexpr size_t kLabelWidth = 26;
+constexpr size_t kLabelWidth = 30;
 constexpr size_t kTextWidth = kScreenColumns - 2;
 
 void draw(const std::string& header, const std::vector<std::string>& lines, const char* footer, size_t top) {
