@@ -1,13 +1,11 @@
+// Locks among objects, threads and processes, and what goes wrong below them.
 #include "misc/file_semaphore.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <filesystem>
+#include <future>
 #include <thread>
 
 #include "misc/file_ops.h"
@@ -15,76 +13,62 @@
 #include "support/message_of.h"
 #include "support/temp_dir.h"
 
-using namespace crv;
-using namespace std::chrono_literals;
-
+namespace crv::test {
 namespace {
 
-/// Answers of pCond in another process: 1 or 0.
-int otherProcess(const std::string& path, int mode) {
-    const pid_t child = fork();
-    if (child == 0) {
-        // A fresh program image: the registry inherited from the parent describes locks that the child does not hold.
+class Lock : public testing::Test {
+  protected:
+    /// Whether another program could take the lock now. (A forked child would inherit a registry of locks that it does
+    /// not hold.)
+    [[nodiscard]] bool freeForProcess(int mode) const {
         const std::string type = mode == sharedLock ? "LOCK_SH" : "LOCK_EX";
-        const std::string code = "import fcntl,sys\nf=open(sys.argv[1],'r+b')\ntry: fcntl.lockf(f,fcntl." + type +
-                                 "|fcntl.LOCK_NB)\nexcept OSError: sys.exit(0)\nsys.exit(1)";
-        execlp("python3", "python3", "-c", code.c_str(), path.c_str(), nullptr);
-        _exit(99);
+        int status = 0;
+        return shell("python3 -c 'import fcntl; fcntl.lockf(open(\"" + path + "\", \"r+b\"), fcntl." + type +
+                         " | fcntl.LOCK_NB)'",
+                     &status)
+                   .find("BlockingIOError") == std::string::npos;
     }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WEXITSTATUS(status);
-}
+    [[nodiscard]] bool freeForThread(int mode) const {
+        return std::async(std::launch::async, [&] { return FileSemaphore(path).pCond(mode) == 1; }).get();
+    }
 
-int otherThread(const std::string& path, int mode) {
-    int answer = -1;
-    std::thread([&] {
-        FileSemaphore semaphore(path);
-        answer = semaphore.pCond(mode);
-    }).join();
-    return answer;
-}
+    TempDir dir;
+    std::string path = dir.file("l");
+    FileSemaphore semaphore{path};
+};
 
-TEST(FileSemaphore, ModesExcludeAmongProcessesAndThreads) {
-    const test::TempDir dir;
-    const std::string path = dir.file("db.lck");
+TEST_F(Lock, ModesExcludeAmongProcessesAndThreads) {
     for (const int mode : {sharedLock, exclusiveLock}) {
-        FileSemaphore semaphore(path);
         ASSERT_EQ(semaphore.p(mode), 1);
         EXPECT_EQ(semaphore.p(mode), 0) << "one object, one lock";
         for (const int other : {sharedLock, exclusiveLock}) {
-            const int expected = mode == sharedLock && other == sharedLock ? 1 : 0;
-            EXPECT_EQ(otherProcess(path, other), expected) << mode << other;
-            EXPECT_EQ(otherThread(path, other), expected) << mode << other;
+            const bool together = mode == sharedLock && other == sharedLock;
+            EXPECT_EQ(freeForProcess(other), together) << mode << other;
+            EXPECT_EQ(freeForThread(other), together) << mode << other;
         }
         EXPECT_EQ(semaphore.v(), 1);
         EXPECT_EQ(semaphore.v(), 0);
-        EXPECT_EQ(otherProcess(path, exclusiveLock), 1);
+        EXPECT_TRUE(freeForProcess(exclusiveLock));
     }
 }
 
-TEST(FileSemaphore, OneOfTwoHoldersLeavesTheLockToTheOther) {
-    const test::TempDir dir;
-    const std::string path = dir.file("l");
-    FileSemaphore outer(path);
-    ASSERT_EQ(outer.p(sharedLock), 1);
+TEST_F(Lock, OneOfTwoHoldersLeavesItToTheOther) {
+    ASSERT_EQ(semaphore.p(sharedLock), 1);
     {
         FileSemaphore inner(dir.file("../" + dir.path().filename().string() + "/l"));
         ASSERT_EQ(inner.p(exclusiveLock), 1);
-        EXPECT_EQ(otherProcess(path, sharedLock), 0);
+        EXPECT_FALSE(freeForProcess(sharedLock));
     }
-    EXPECT_EQ(otherProcess(path, sharedLock), 1);
-    EXPECT_EQ(otherProcess(path, exclusiveLock), 0) << "closing the inner one must not drop the outer lock";
+    EXPECT_TRUE(freeForProcess(sharedLock));
+    EXPECT_FALSE(freeForProcess(exclusiveLock)) << "closing the inner one must not drop the outer lock";
 }
 
-TEST(FileSemaphore, WaitsForTheOtherThread) {
-    const test::TempDir dir;
-    const std::string path = dir.file("l");
+TEST_F(Lock, WaitsForTheOtherThread) {
     std::atomic<int> inside{0}, most{0}, done{0};
-    auto work = [&] {
+    const auto work = [&] {
         for (int i = 0; i < 200; ++i) {
-            FileSemaphore semaphore(path);
-            ASSERT_EQ(semaphore.p(exclusiveLock), 1);
+            FileSemaphore own(path);
+            ASSERT_EQ(own.p(exclusiveLock), 1);
             most = std::max<int>(most, ++inside);
             std::this_thread::yield();
             --inside;
@@ -97,85 +81,61 @@ TEST(FileSemaphore, WaitsForTheOtherThread) {
     EXPECT_EQ(most, 1);
 }
 
-/// A system that interrupts every wait for a lock, until the process is being ended.
-class InterruptedOps : public FileOps {
+/// Does something before each lock, and interrupts the call when that answers true.
+class DisturbedLocks : public FileOps {
   public:
-    int interruptions = 3;
+    std::function<bool()> interrupts;
     int lock(int fd, short type, bool wait) override {
-        if (interruptions-- <= 0) return FileOps::lock(fd, type, wait);
+        if (!interrupts()) return FileOps::lock(fd, type, wait);
         errno = EINTR;
         return -1;
     }
 };
 
-TEST(FileSemaphore, InterruptedWaitGoesOn) {
-    const test::TempDir dir;
-    InterruptedOps ops;
+TEST_F(Lock, AnInterruptedWaitGoesOnUntilTheProcessEnds) {
+    int interruptions = 3;
+    DisturbedLocks ops;
+    ops.interrupts = [&] { return interruptions-- > 0; };
     const ScopedFileOps use(ops);
-    FileSemaphore semaphore(dir.file("l"));
     EXPECT_EQ(semaphore.p(exclusiveLock), 1);
+    const auto waitWhileEnding = [&] {
+        interruptions = 3;
+        FileSemaphore other(dir.file("other"));
+        setProcessEnding();
+        return other.p(exclusiveLock);
+    };
+    EXPECT_EXIT(_exit(waitWhileEnding() == 0 ? 7 : 8), testing::ExitedWithCode(7), "");
 }
 
-TEST(FileSemaphoreDeathTest, InterruptedWaitEndsWhenTheProcessDoes) {
-    const test::TempDir dir;
-    EXPECT_EXIT(
-        {
-            InterruptedOps ops;
-            const ScopedFileOps use(ops);
-            FileSemaphore semaphore(dir.file("l"));
-            setProcessEnding();
-            _exit(semaphore.p(exclusiveLock) == 0 ? 7 : 8);
-        },
-        testing::ExitedWithCode(7), "");
+TEST_F(Lock, OfADeletedFileIsNoLock) {
+    DisturbedLocks ops;
+    // Between the opening and the lock, once.
+    ops.interrupts = [&, left = 1]() mutable { return left-- == 1 && unlink(path.c_str()) != 0; };
+    const ScopedFileOps use(ops);
+    ASSERT_EQ(semaphore.p(exclusiveLock), 1);
+    EXPECT_FALSE(freeForProcess(sharedLock));
 }
 
-TEST(FileSemaphore, ReadOnlyLockFileServesReaders) {
-    const test::TempDir dir;
-    test::writeFile(dir.file("l"), "");
-    test::FaultyFileOps ops;
+TEST_F(Lock, OfAFileThatCannotBeWrittenServesReaders) {
+    writeFile(path, "");
+    FaultyFileOps ops;
     ops.denyWriting = true;
     const ScopedFileOps use(ops);
-    FileSemaphore semaphore(dir.file("l"));
     EXPECT_EQ(semaphore.p(exclusiveLock), 0);
     EXPECT_EQ(semaphore.p(sharedLock), 1);
-    EXPECT_EQ(otherProcess(dir.file("l"), exclusiveLock), 0);
+    EXPECT_FALSE(freeForProcess(exclusiveLock));
 }
 
-/// Deletes the lock file between its opening and the lock, once.
-class DeletingOps : public FileOps {
-  public:
-    std::string path;
-    int lock(int fd, short type, bool wait) override {
-        if (!path.empty()) unlink(std::exchange(path, ""));
-        return FileOps::lock(fd, type, wait);
-    }
-};
-
-TEST(FileSemaphore, LockOfADeletedFileIsNoLock) {
-    const test::TempDir dir;
-    DeletingOps ops;
-    ops.path = dir.file("l");
-    const ScopedFileOps use(ops);
-    FileSemaphore semaphore(dir.file("l"));
-    ASSERT_EQ(semaphore.p(exclusiveLock), 1);
-    EXPECT_EQ(otherProcess(dir.file("l"), sharedLock), 0);
-}
-
-TEST(SemGuard, DisabledAlwaysSucceedsAndFailuresHaveTheirTexts) {
-    const test::TempDir dir;
+TEST_F(Lock, GuardsSayWhatFailed) {
     FileSemaphore disabled("/no/such/folder/l", true), broken("/no/such/folder/l"), tooLong(std::string(256, 'x'));
-    EXPECT_NO_THROW({
-        SemGuard guard(disabled, exclusiveLock);
-        guard.release();
-    });
-    for (FileSemaphore* semaphore : {&broken, &tooLong}) {
-        EXPECT_EQ(test::messageOf([&] { const SemGuard guard(*semaphore, exclusiveLock); }),
+    EXPECT_EQ(messageOf([&] { SemGuard(disabled, exclusiveLock).release(); }), "");
+    for (FileSemaphore* bad : {&broken, &tooLong})
+        EXPECT_EQ(messageOf([&] { const SemGuard guard(*bad, exclusiveLock); }),
                   "FileSemaphore::p: blad zajecia semafora");
-    }
-    FileSemaphore semaphore(dir.file("l"));
     SemGuard guard(semaphore, sharedLock);
     EXPECT_EQ(semaphore.v(), 1);
-    EXPECT_EQ(test::messageOf([&] { guard.release(); }), "FileSemaphore::v: blad zwolnienia semafora");
+    EXPECT_EQ(messageOf([&] { guard.release(); }), "FileSemaphore::v: blad zwolnienia semafora");
 }
 
 }  // namespace
+}  // namespace crv::test
