@@ -1,6 +1,5 @@
 // Records: attributes, servers, proxy, usages, saving.
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -8,26 +7,30 @@
 #include "asn/asn_object_id.h"
 #include "corvane/crverrors.h"
 #include "misc/exceptions.h"
-#include "misc/file_ops.h"
 #include "profiles/crv_profile_creation_guard.h"
 #include "profiles/profile_kinds.h"
+#include "support/faulty_file_ops.h"
+#include "support/message_of.h"
 #include "support/temp_dir.h"
 
-namespace crv {
+namespace crv::test {
 namespace {
 
-using test::TempDir;
-using testing::HasSubstr;
+using namespace std::string_literals;
+using Failure = std::pair<int, std::string>;
 
-/// Code of the failure that an action ends in, its text in what.
-int codeOf(auto&& action, std::string* what = nullptr) {
+/// Code and text of the failure that an action ends in.
+Failure failureOf(auto&& action) {
     try {
         action();
     } catch (const CrvApiException& error) {
-        if (what) *what = error.what();
-        return error.code();
+        return {error.code(), error.what()};
     }
-    return 0;
+    return {};
+}
+
+int codeOf(auto&& action) {
+    return failureOf(action).first;
 }
 
 std::unique_ptr<CrvProfile> named(long type, const std::string& name) {
@@ -43,72 +46,48 @@ std::unique_ptr<CrvProfile> reload(const CrvProfile& profile) {
     return CrvProfile::getProfileByName(ProfileMedia::File, dir.file("list"), profile.name());
 }
 
-const std::string kLabel = "token" + std::string(27, ' ');
-
-struct AttrCase {
-    long type, id;
-    std::string set;
-    int setResult;
-    int getResult;
-    std::string get;
-    bool kept = true;
-};
-
 std::string asLong(long value) {
     return {reinterpret_cast<const char*>(&value), sizeof value};
 }
 
-const AttrCase kAttrs[] = {
-    {1, 9, "~/a.p12", 0, 0, "~/a.p12"},
-    {1, 30, "x", 0, 0, "x"},
-    {1, 28, "1", 0, 0, asLong(1), false},
-    {1, 46, std::string("\0\x30", 2), 0, 0, std::string("\0\x30", 2), false},
-    {1, 9, "a\"b", 33, 38, ""},
-    {1, 9, "a\nb", 33, 38, ""},
-    {1, 14, "roots", 0, 0, "roots"},
-    {1, 37, "1", 0, 0, asLong(1)},
-    {1, 1, "5", 33, 0, asLong(1)},
-    {7, 23, "5", 33, 0, "7"},
-    {1, 2, "/db", 0, 0, "/db"},
-    {1, 18, "n", 0, 0, "n"},
-    {1, 19, "l", 0, 0, "l"},
-    {1, 20, "p", 0, 0, "p"},
-    {1, 3, "lib", 33, 33, ""},
-    {1, 47, "", 33, 33, ""},
-    {1, -1, "", 33, 33, ""},
-    {3, 10, std::string("0123456789ABCDEF"), 0, 0, "0123456789ABCDEF"},
-    {3, 10, "short", 33, 38, ""},
-    {3, 13, "7", 0, 0, asLong(7)},
-    {3, 26, "7", 0, 0, "7"},
-    {3, 13, asLong(-9), 0, 0, asLong(-9)},
-    {3, 16, "lib", 0, 0, "lib"},
-    {5, 3, "a;b", 0, 0, "a;b"},
-    {5, 45, "a;b", 0, 0, "a;b"},
-    {5, 5, "token", 0, 0, kLabel},
-    {5, 5, std::string(33, 'x'), 33, 38, ""},
-    {5, 7, std::string("\0\1", 2), 0, 0, std::string("\0\1", 2)},
-    {5, 7, "", 0, 38, ""},
-    {5, 27, "1", 0, 0, "\1"},
-    {5, 28, asLong(5), 0, 0, "\1"},
-    {5, 29, std::string(1, '\0'), 0, 0, std::string(1, '\0')},
-    {5, 32, "yes", 33, 0, std::string(1, '\0')},
-    {5, 36, "2", 0, 0, asLong(2)},
-    {5, 34, "der", 0, 0, "der", false},
-    {5, 43, "3", 0, 0, asLong(3)},
-};
+/// Sets an attribute of a fresh profile and gets it from a copy and, when the record keeps it, after a reload.
+void expectAttr(long type, long id, const std::string& set, int setResult, int getResult, const std::string& get,
+                bool kept = true) {
+    SCOPED_TRACE("type " + std::to_string(type) + " id " + std::to_string(id) + " " + set);
+    auto profile = named(type, "p");
+    EXPECT_EQ(profile->setAttr(id, set), setResult);
+    for (const auto& holder : {profile->clone(), kept ? reload(*profile) : profile->clone()}) {
+        std::string value;
+        EXPECT_EQ(holder->getAttr(id, value), getResult);
+        EXPECT_EQ(value, get);
+    }
+}
 
 TEST(ProfileAttrs, AreStoredAnsweredAndKeptAsTheirKindSays) {
-    for (const AttrCase& c : kAttrs) {
-        SCOPED_TRACE("type " + std::to_string(c.type) + " id " + std::to_string(c.id));
-        auto profile = named(c.type, "p");
-        EXPECT_EQ(profile->setAttr(c.id, c.set), c.setResult);
-        std::string value;
-        EXPECT_EQ(profile->getAttr(c.id, value), c.getResult);
-        EXPECT_EQ(value, c.get);
-        if (!c.kept) continue;
-        EXPECT_EQ(reload(*profile)->getAttr(c.id, value), c.getResult);
-        EXPECT_EQ(value, c.get);
-    }
+    const std::tuple<long, long, std::string> plain[] = {
+        {1, 9, "~/a.p12"}, {1, 30, "x"},    {1, 14, "roots"}, {1, 2, "/db"},  {1, 18, "n"},
+        {1, 19, "l"},      {1, 20, "p"},    {3, 26, "7"},     {3, 16, "lib"}, {5, 3, "a;b"},
+        {5, 45, "a;b"},    {5, 7, "\0\1"s}, {5, 29, "\0"s}};
+    for (const auto& [type, id, value] : plain) expectAttr(type, id, value, 0, 0, value);
+    for (const auto& [type, id, value] : {std::tuple{1, 37, 1}, {3, 13, 7}, {5, 36, 2}, {5, 43, 3}})
+        expectAttr(type, id, std::to_string(value), 0, 0, asLong(value));
+    const std::tuple<long, long, const char*, int, int> empty[] = {
+        {1, 9, "a\"b", 33, 38}, {1, 9, "a\nb", 33, 38},   {1, 3, "lib", 33, 33}, {1, 47, "", 33, 33},
+        {1, -1, "", 33, 33},    {3, 10, "short", 33, 38}, {5, 7, "", 0, 38}};
+    for (const auto& [type, id, value, setResult, getResult] : empty)
+        expectAttr(type, id, value, setResult, getResult, "");
+    expectAttr(5, 5, std::string(33, 'x'), 33, 38, "");
+    expectAttr(1, 1, "5", 33, 0, asLong(1));
+    expectAttr(7, 23, "5", 33, 0, "7");
+    expectAttr(5, 32, "yes", 33, 0, "\0"s);
+    expectAttr(3, 10, "0123456789ABCDEF", 0, 0, "0123456789ABCDEF");
+    expectAttr(3, 13, asLong(-9), 0, 0, asLong(-9));
+    expectAttr(5, 5, "token", 0, 0, "token" + std::string(27, ' '));
+    expectAttr(5, 27, "1", 0, 0, "\1");
+    expectAttr(5, 28, asLong(5), 0, 0, "\1");
+    expectAttr(1, 28, "1", 0, 0, asLong(1), false);
+    expectAttr(1, 46, "\0\x30"s, 0, 0, "\0\x30"s, false);
+    expectAttr(5, 34, "der", 0, 0, "der", false);
 }
 
 TEST(ProfileAttrs, FollowTheBufferRule) {
@@ -130,17 +109,14 @@ TEST(ProfileAttrs, FollowTheBufferRule) {
         EXPECT_EQ(len, c.after) << c.id << ' ' << c.len;
         EXPECT_TRUE(c.len != 16 || std::string(buf, 16) == std::string(16, 0));
     }
-    EXPECT_EQ(profile->getAttr(0, buf, nullptr), 33);
-    EXPECT_EQ(profile->getAttr(1, buf, nullptr), 33);
-    EXPECT_EQ(profile->getAttr(9, buf, nullptr), 33);
+    for (long id : {0, 1, 9}) EXPECT_EQ(profile->getAttr(id, buf, nullptr), 33) << id;
     EXPECT_EQ(profile->setAttr(9, "x", -1), 33);
     EXPECT_EQ(profile->setAttr(9, nullptr, 1), 33);
-    EXPECT_EQ(profile->setAttr(0, "a\\b"), 33);
-    EXPECT_EQ(profile->setAttr(0, "a[b"), 33);
+    for (const char* bad : {"a\\b", "a[b"}) EXPECT_EQ(profile->setAttr(0, bad), 33) << bad;
 }
 
 TEST(ProfileAttrs, TellDefaultFromNoValue) {
-    for (auto [type, id, size] : {std::tuple{5L, 5L, 32}, {5L, 6L, 32}, {5L, 7L, 4}, {5L, 8L, 4}, {3L, 10L, 16}}) {
+    for (auto [type, id, size] : {std::tuple{5L, 5L, 32u}, {5L, 6L, 32u}, {5L, 7L, 4u}, {5L, 8L, 4u}, {3L, 10L, 16u}}) {
         SCOPED_TRACE(id);
         auto profile = named(type, "p");
         std::string value;
@@ -148,7 +124,7 @@ TEST(ProfileAttrs, TellDefaultFromNoValue) {
         EXPECT_EQ(profile->setAttr(id, nullptr, 0), 0);
         EXPECT_EQ(profile->getAttr(id, value), kAttrDefault);
         EXPECT_EQ(reload(*profile)->getAttr(id, value), kAttrDefault);
-        EXPECT_EQ(profile->setAttr(id, std::string(static_cast<size_t>(size), 'k')), 0);
+        EXPECT_EQ(profile->setAttr(id, std::string(size, 'k')), 0);
         EXPECT_EQ(reload(*profile)->getAttr(id, value), 0);
         EXPECT_EQ(profile->setAttr(id, ""), 0);
         EXPECT_EQ(reload(*profile)->getAttr(id, value), kAttrNoValue);
@@ -157,69 +133,58 @@ TEST(ProfileAttrs, TellDefaultFromNoValue) {
 
 TEST(ProfileAttrs, KnowTheDatabasesAndTheSettingsOfAProvider) {
     auto profile = CrvProfile::create(1);
-    std::string what, value;
+    std::string value;
     EXPECT_EQ(profile->getAttr(17, value), kAttrNoValue);
-    EXPECT_EQ(codeOf([&] { profile->setAttr(17, "oracle"); }, &what), ECRV_API_INV_PAR);
-    EXPECT_THAT(what, HasSubstr("dbType. Dopuszczalne wartosci to: corvane"));
-    EXPECT_FALSE(CrvProfile::create(2));
-    EXPECT_FALSE(CrvProfile::create(0));
+    const auto [code, what] = failureOf([&] { profile->setAttr(17, "oracle"); });
+    EXPECT_EQ(code, ECRV_API_INV_PAR);
+    EXPECT_THAT(what, testing::HasSubstr("dbType. Dopuszczalne wartosci to: corvane"));
+    EXPECT_FALSE(CrvProfile::create(2) || CrvProfile::create(0));
     CspProfile csp;
-    for (auto [id, text] : {std::pair{38L, "provider"}, {39L, "container"}, {42L, "24"}, {33L, "1"}}) {
-        EXPECT_EQ(csp.setAttr(id, text), 0);
-        EXPECT_EQ(csp.getAttr(id, value), 0);
-        EXPECT_EQ(value, text);
-    }
+    EXPECT_EQ(csp.setAttr(42, "24"), 0);
     long number = 0;
     EXPECT_EQ(csp.clone()->getAttr(40, number), 0);
     EXPECT_EQ(number, 24);
     EXPECT_THAT(Pkcs11Profile::splitLibs(";a;;b c;"), testing::ElementsAre("a", "b c"));
 }
 
-SrvParams server(const std::string& name, long usage = CRVSRV_USAGE_CRL) {
+SrvParams server(const std::string& name) {
     SrvParams params;
     params.name = name;
-    params.usage = usage;
+    params.usage = CRVSRV_USAGE_CRL;
     params.addr = "host." + name;
     return params;
 }
 
-std::vector<std::string> namesOf(const CrvProfile& profile, long usage, ByteView ca = {}) {
-    std::vector<std::string> names;
+std::string namesOf(const CrvProfile& profile, long usage, ByteView ca = {}) {
+    std::string names;
     ServerIterator all = profile.getServerIterator(static_cast<ServerUsage>(usage), ca);
-    for (SrvParams next; CrvProfile::getNextServer(all, next);) names.push_back(next.name);
+    for (SrvParams next; CrvProfile::getNextServer(all, next);) names += next.name;
     return names;
 }
 
 TEST(ProfileServers, KeepTheirOrderTheirSecretsAndUnknownKeys) {
     auto profile = named(1, "p");
     for (const char* name : {"A", "B", "C"}) profile->addSrv(server(name));
-    SrvParams full = server("D", CRVSRV_USAGE_OCSP | CRVSRV_USAGE_CRL);
-    full.type = CRVSRV_TYPE_HTTP;
-    full.port = 8080;
-    full.path = "/ocsp?x=1#y";
-    full.user = "u";
+    SrvParams full = server("D"), found;
+    const auto fields = [](auto& s) {
+        return std::tie(s.usage, s.type, s.addr, s.port, s.path, s.user, s.caDn, s.caDnUtf8, s.periodSeconds,
+                        s.winAuth);
+    };
+    fields(full) = std::make_tuple(CRVSRV_USAGE_OCSP | CRVSRV_USAGE_CRL, CRVSRV_TYPE_HTTP, "host.D", 8080,
+                                   "/ocsp?x=1#y", "u", Bytes{0x30, 0x00}, "CN=Ł", 60, true);
     full.pass = SecretText("tajne\"\nhasło");
-    full.caDn = {0x30, 0x00};
-    full.caDnUtf8 = "CN=Ł";
-    full.periodSeconds = 60;
-    full.winAuth = true;
     full.others["NEW\\KEY"] = {5L};
     profile->addSrv(full);
     profile->moveSrvFirst("c");
     profile->moveSrvLast("a");
     auto back = reload(*profile);
-    EXPECT_THAT(namesOf(*back, CRVSRV_USAGE_CRL), testing::ElementsAre("C", "B", "D", "A"));
-    EXPECT_THAT(namesOf(*back, CRVSRV_USAGE_OCSP), testing::ElementsAre("D"));
-    const Bytes other = {0x30, 0x01, 0x05};
-    EXPECT_THAT(namesOf(*back, CRVSRV_USAGE_CRL, other), testing::ElementsAre("C", "B", "A"));
+    EXPECT_EQ(namesOf(*back, CRVSRV_USAGE_CRL), "CBDA");
+    EXPECT_EQ(namesOf(*back, CRVSRV_USAGE_OCSP), "D");
+    EXPECT_EQ(namesOf(*back, CRVSRV_USAGE_CRL, Bytes{0x30, 0x01, 0x05}), "CBA");
     EXPECT_EQ(back->getSrvListForCa(CRVSRV_USAGE_CRL, full.caDn).size(), 1u);
-    SrvParams found;
     ASSERT_TRUE(back->findSrv("d", &found));
-    EXPECT_EQ(std::tie(found.usage, found.type, found.addr, found.port, found.path, found.user, found.caDn,
-                       found.caDnUtf8, found.periodSeconds, found.winAuth, found.others),
-              std::tie(full.usage, full.type, full.addr, full.port, full.path, full.user, full.caDn, full.caDnUtf8,
-                       full.periodSeconds, full.winAuth, full.others));
-    EXPECT_TRUE(found.pass == full.pass);
+    EXPECT_EQ(fields(found), fields(full));
+    EXPECT_TRUE(found.pass == full.pass && found.others == full.others);
     EXPECT_TRUE(back->getServer(CRVSRV_USAGE_CRL, {}, 3, found));
     EXPECT_EQ(found.name, "A");
     EXPECT_FALSE(back->getServer(CRVSRV_USAGE_CRL, {}, 4, found));
@@ -228,10 +193,8 @@ TEST(ProfileServers, KeepTheirOrderTheirSecretsAndUnknownKeys) {
 TEST(ProfileServers, RefuseDoublesMissingOnesAndBadValues) {
     auto profile = named(1, "p");
     profile->addSrv(server("A"));
-    std::string what;
     EXPECT_EQ(codeOf([&] { profile->addSrv(server("a")); }), ECRV_SRV_EXIST);
-    EXPECT_EQ(codeOf([&] { profile->delSrv("B"); }, &what), ECRV_SRV_NOT_FND);
-    EXPECT_EQ(what, "Brak serwera o zadanej nazwie");
+    EXPECT_EQ(failureOf([&] { profile->delSrv("B"); }), Failure(ECRV_SRV_NOT_FND, "Brak serwera o zadanej nazwie"));
     EXPECT_EQ(codeOf([&] { profile->updateSrv(server("B")); }), ECRV_SRV_NOT_FND);
     EXPECT_EQ(codeOf([&] { profile->moveSrvFirst("B"); }), ECRV_SRV_NOT_FND);
     const std::function<void(SrvParams&)> faults[] = {
@@ -244,10 +207,14 @@ TEST(ProfileServers, RefuseDoublesMissingOnesAndBadValues) {
     for (const auto& spoil : faults) {
         SrvParams bad = server("X");
         spoil(bad);
-        EXPECT_EQ(codeOf([&] { profile->addSrv(bad); }), ECRV_API_INV_PAR);
+        EXPECT_EQ(codeOf([&] { profile->addSrv(bad); }), ECRV_API_INV_PAR) << &spoil - faults;
     }
     profile->delSrv("a");
     EXPECT_TRUE(profile->servers().empty());
+}
+
+std::string shown(const Proxy& proxy) {
+    return proxy.user + ":" + std::string(proxy.password.view()) + "@" + proxy.addr + ":" + std::to_string(proxy.port);
 }
 
 TEST(ProfileProxy, IsTheOwnOneOrTheSystems) {
@@ -257,10 +224,7 @@ TEST(ProfileProxy, IsTheOwnOneOrTheSystems) {
     profile->insertProxy("proxy.pl", 3128, "jan", SecretText("hasło"));
     auto back = reload(*profile);
     ASSERT_TRUE(back->getProxyForUrl("HTTP://u:p@crl.pl:80/x", proxy));
-    EXPECT_EQ(proxy.addr, "proxy.pl");
-    EXPECT_EQ(proxy.port, 3128);
-    EXPECT_EQ(proxy.user, "jan");
-    EXPECT_EQ(proxy.password.view(), "hasło");
+    EXPECT_EQ(shown(proxy), "jan:hasło@proxy.pl:3128");
     for (const char* direct :
          {"ldap://a.pl", "http://localhost/", "https://127.0.0.1:8443", "http://[::1]/x", "crl.pl"})
         EXPECT_FALSE(back->getProxyForUrl(direct, proxy)) << direct;
@@ -269,19 +233,16 @@ TEST(ProfileProxy, IsTheOwnOneOrTheSystems) {
     back->setUseProxyFromSystemSettings(true);
     auto system = reload(*back);
     ASSERT_TRUE(system->getProxy(proxy));
-    EXPECT_EQ(proxy.addr, "fe80::1");
-    EXPECT_EQ(proxy.port, 81);
-    EXPECT_EQ(proxy.password.view(), "secret");
-    EXPECT_FALSE(system->useProxyForSpecifiedUrl("http://crl.GOV.pl/a"));
-    EXPECT_FALSE(system->useProxyForSpecifiedUrl("http://host.pl"));
-    EXPECT_TRUE(system->useProxyForSpecifiedUrl("http://xhost.pl"));
+    EXPECT_EQ(shown(proxy), "me:secret@fe80::1:81");
+    for (const auto& [url, used] :
+         {std::pair{"http://crl.GOV.pl/a", false}, {"http://host.pl", false}, {"http://xhost.pl", true}})
+        EXPECT_EQ(system->useProxyForSpecifiedUrl(url), used) << url;
     system->setUseProxyFromSystemSettings(false);
     ASSERT_TRUE(system->getProxy(proxy));
     EXPECT_EQ(proxy.addr, "proxy.pl");
     for (const char* bad : {"http://h:x", "h:70000", "h:0", ""}) EXPECT_FALSE(parseProxyUrl(bad).defined()) << bad;
-    EXPECT_EQ(codeOf([&] { profile->insertProxy("", 1, "", {}); }), ECRV_API_INV_PAR);
-    EXPECT_EQ(codeOf([&] { profile->insertProxy("a", 0, "", {}); }), ECRV_API_INV_PAR);
-    EXPECT_EQ(codeOf([&] { profile->insertProxy("a", 1, "\"", {}); }), ECRV_API_INV_PAR);
+    for (const auto& [addr, port, user] : {std::tuple{"", 1, ""}, {"a", 0, ""}, {"a", 1, "\""}})
+        EXPECT_EQ(codeOf([&, a = addr, p = port, u = user] { profile->insertProxy(a, p, u, {}); }), ECRV_API_INV_PAR);
     profile->deleteProxy();
     EXPECT_FALSE(reload(*profile)->getProxy(proxy));
 }
@@ -291,16 +252,14 @@ TEST(ProfileUsages, RefuseWhatCannotBeOne) {
     profile->addAcceptedExtKeyUsage("1.3.6.1.5.5.7.3.4",
                                     AcceptedUsages::getExtKeyUsageDescription("1.3.6.1.5.5.7.3.4"));
     profile->addAcceptedExtKeyUsage("1.2.3", "moje");
-    const std::pair<std::pair<const char*, const char*>, const char*> cases[] = {
-        {{"1", "x"}, "Niepoprawny identyfikator rozszerzenia"},
-        {{"1.2.4", ""}, "Brak nazwy rozszerzenia"},
-        {{"1.2.4", "moje"}, "Rozszerzenie extKeyUsage o zadanej nazwie i różnej wartości już istnieje"},
-        {{"1.2.4", "a\"b"}, "Niedozwolony znak w nazwie rozszerzenia"}};
-    for (const auto& [usage, text] : cases) {
-        std::string what;
-        EXPECT_EQ(codeOf([&, u = usage] { profile->addAcceptedExtKeyUsage(u.first, u.second); }, &what), ECRV_INV_REG);
-        EXPECT_EQ(what, text);
-    }
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"1", "x", "Niepoprawny identyfikator rozszerzenia"},
+        {"1.2.4", "", "Brak nazwy rozszerzenia"},
+        {"1.2.4", "moje", "Rozszerzenie extKeyUsage o zadanej nazwie i różnej wartości już istnieje"},
+        {"1.2.4", "a\"b", "Niedozwolony znak w nazwie rozszerzenia"}};
+    for (const auto& c : cases)
+        EXPECT_EQ(failureOf([&] { profile->addAcceptedExtKeyUsage(std::get<0>(c), std::get<1>(c)); }),
+                  Failure(ECRV_INV_REG, std::get<2>(c)));
     profile->addAcceptedExtKeyUsage("1.2.3", "nowe");
     auto back = reload(*profile);
     ASSERT_EQ(back->getAcceptedExtKeyUsagesCount(), 2);
@@ -313,117 +272,87 @@ TEST(ProfileUsages, RefuseWhatCannotBeOne) {
     EXPECT_FALSE(back->delAcceptedExtKeyUsage("1.2.3"));
 }
 
-TEST(ProfileRecord, RefusesDamagedEntriesWithTheirText) {
+struct ProfileRecord : testing::Test {
     TempDir dir;
-    const std::pair<const char*, const char*> cases[] = {
-        {"\\P\\extKeyUsages\\1.x [s] = a", "Niepoprawna wartość rozszerzonego zastosowania klucza w rejestrze"},
-        {"\\P\\extKeyUsages\\1.2.3 [l] = 1", "Błąd odczytu akceptowanych rozszerzonych zastosowań klucza z rejestru"},
-        {"\\P\\PROXY\\HTTP\\PASS [s] = xyz", "Niepoprawnie zapisane hasło"},
-        {"\\P\\SRV\\A\\PASS [s] = QUJDREVGR0hJSktMTU5PUFFSU1RVVldYWVphYmNkZWY=", "Niepoprawnie zapisane hasło"}};
-    for (const auto& [line, text] : cases) {
-        test::writeFile(dir.file("l"), std::string("\\P\\Type[l]=1\n") + line + "\n");
-        std::string what;
-        EXPECT_EQ(codeOf([&] { CrvProfile::getProfileByName(ProfileMedia::File, dir.file("l"), "p"); }, &what), 24)
-            << line;
-        EXPECT_EQ(what, text);
-    }
-}
-
-TEST(ProfileRecord, ReplacesOnlyItsOwnSubtree) {
-    TempDir dir;
-    const std::string list = dir.file("l");
-    named(5, "PA")->saveProfile(ProfileMedia::File, list);
-    auto p = named(1, "p");
-    p->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, "old");
-    p->saveProfile(ProfileMedia::File, list);
-    p->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, "");
-    p->saveProfile(ProfileMedia::File, list);
-    UniversalConfMgr store;
-    store.loadFromFile(list);
-    EXPECT_TRUE(store.doesPathExist("\\PA\\Type"));
-    EXPECT_FALSE(store.doesPathExist("\\P\\Pkcs12File"));
-    std::string time;
-    ASSERT_TRUE(store.getData("\\P\\LastProfileUpdate", time));
-    EXPECT_THAT(time, testing::MatchesRegex("20[0-9]{12}"));
-    EXPECT_EQ(codeOf([&] { CrvProfile::create(1)->saveProfile(ProfileMedia::File, list); }), ECRV_NO_PROFILE_NAME);
-    auto noDb = CrvProfile::create(1);
-    noDb->setAttr(0, "x");
-    try {
-        noDb->saveProfile(ProfileMedia::File, list);
-        ADD_FAILURE();
-    } catch (const std::runtime_error& error) {
-        EXPECT_STREQ(error.what(), "Parametr: dbtype nie istnieje");
-    }
-    EXPECT_EQ(codeOf([&] { CrvProfile::removeProfile(ProfileMedia::File, list, "PA\\DB"); }), ECRV_API_INV_PAR);
-    CrvProfile::removeProfile(ProfileMedia::File, list, "pa");
-    CrvProfile::removeProfile(ProfileMedia::File, list, "none");
-    store.loadFromFile(list);
-    EXPECT_TRUE(store.doesPathExist("\\P"));
-    EXPECT_FALSE(store.doesPathExist("\\PA"));
-    std::string folder;
-    CrvProfile::getProfileByName(ProfileMedia::File, list, "p")->getDefaultDbInstDir(folder);
-    EXPECT_EQ(folder, dir.file("db/"));
-}
-
-/// Fails every rename, as a full or foreign folder does.
-class NoRename : public FileOps {
-  public:
-    int rename(const std::string&, const std::string&) override {
-        errno = EACCES;
-        return -1;
-    }
-    int open(const std::string& path, int flags, mode_t mode) override {
-        if (!(flags & (O_WRONLY | O_RDWR | O_CREAT))) return FileOps::open(path, flags, mode);
-        errno = ENOSPC;
-        return -1;
-    }
+    std::string list = dir.file("l");
 };
 
-TEST(ProfileRecord, GoesBackToTheListWhenASaveFails) {
-    TempDir dir;
-    const std::string list = dir.file("l");
+TEST_F(ProfileRecord, RefusesDamagedEntriesWithTheirText) {
+    const std::pair<const char*, const char*> cases[] = {
+        {R"(\P\extKeyUsages\1.x [s] = a)", "Niepoprawna wartość rozszerzonego zastosowania klucza w rejestrze"},
+        {R"(\P\extKeyUsages\1.2.3 [l] = 1)", "Błąd odczytu akceptowanych rozszerzonych zastosowań klucza z rejestru"},
+        {R"(\P\PROXY\HTTP\PASS [s] = xyz)", "Niepoprawnie zapisane hasło"},
+        {R"(\P\SRV\A\PASS [s] = QUJDREVGR0hJSktMTU5PUFFSU1RVVldYWVphYmNkZWY=)", "Niepoprawnie zapisane hasło"}};
+    for (const auto& [line, text] : cases) {
+        writeFile(list, std::string("\\P\\Type[l]=1\n") + line + "\n");
+        EXPECT_EQ(failureOf([&] { CrvProfile::getProfileByName(ProfileMedia::File, list, "p"); }), Failure(24, text))
+            << line;
+    }
+}
+
+TEST_F(ProfileRecord, ReplacesOnlyItsOwnSubtree) {
+    named(5, "PA")->saveProfile(ProfileMedia::File, list);
+    auto p = named(1, "p");
+    for (const char* value : {"old", ""}) {
+        p->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, value);
+        p->saveProfile(ProfileMedia::File, list);
+    }
+    UniversalConfMgr store;
+    store.loadFromFile(list);
+    EXPECT_TRUE(store.doesPathExist("\\PA\\Type") && !store.doesPathExist("\\P\\Pkcs12File"));
+    std::string text;
+    ASSERT_TRUE(store.getData("\\P\\LastProfileUpdate", text));
+    EXPECT_THAT(text, testing::MatchesRegex("20[0-9]{12}"));
+    auto without = CrvProfile::create(1);
+    EXPECT_EQ(codeOf([&] { without->saveProfile(ProfileMedia::File, list); }), ECRV_NO_PROFILE_NAME);
+    without->setAttr(0, "x");
+    EXPECT_EQ(messageOf([&] { without->saveProfile(ProfileMedia::File, list); }), "Parametr: dbtype nie istnieje");
+    EXPECT_EQ(codeOf([&] { CrvProfile::removeProfile(ProfileMedia::File, list, "PA\\DB"); }), ECRV_API_INV_PAR);
+    for (const char* name : {"pa", "none"}) CrvProfile::removeProfile(ProfileMedia::File, list, name);
+    store.loadFromFile(list);
+    EXPECT_TRUE(store.doesPathExist("\\P") && !store.doesPathExist("\\PA"));
+    CrvProfile::getProfileByName(ProfileMedia::File, list, "p")->getDefaultDbInstDir(text);
+    EXPECT_EQ(text, dir.file("db/"));
+}
+
+TEST_F(ProfileRecord, GoesBackToTheListWhenASaveFails) {
     auto profile = named(1, "Ala");
     profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, "old");
     profile->saveProfile(ProfileMedia::File, list);
-    const std::string before = test::readFile(list);
+    const std::string before = readFile(list);
     profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, "new");
     {
-        NoRename broken;
-        ScopedFileOps scope(broken);
+        FaultyFileOps full;
+        full.changesLeft = 0;
+        ScopedFileOps scope(full);
         EXPECT_THROW(profile->saveProfileWithRollbackIfError(ProfileMedia::File, list), std::runtime_error);
     }
     std::string value;
     EXPECT_EQ(profile->getAttr(CRVPROFILE_ATTR_PKCS12_FILE, value), 0);
     EXPECT_EQ(value, "old");
-    EXPECT_EQ(test::readFile(list), before);
     profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, std::string(1100, 'x'));
     EXPECT_EQ(codeOf([&] { profile->saveProfileWithRollbackIfError(ProfileMedia::File, list); }), ECRV_API_INV_PAR);
-    EXPECT_EQ(test::readFile(list), before);
+    EXPECT_EQ(readFile(list), before);
 }
 
 TEST(ProfileGuard, TakesAwayWhatAnUnfinishedCreationMade) {
-    TempDir dir;
-    const auto make = [&](CrvProfileCreationGuard& guard) {
-        std::filesystem::create_directory(dir.path() / "db");
-        for (const char* name : {"db/a", "k.p12", "roots"}) test::writeFile(dir.file(name), "x");
-        guard.setDBCreated(dir.file("db"));
-        guard.addDBFileCreated(dir.file("db/a"));
-        guard.setPkcs12FileCreated(dir.file("k.p12"));
-        guard.setRootsFileCreated(dir.file("roots"));
-        guard.setRootsRegCreated("HKCU");
-    };
-    {
-        CrvProfileCreationGuard guard;
-        make(guard);
-        guard.setCreationCompleted();
+    for (const bool completed : {true, false}) {
+        TempDir dir;
+        {
+            CrvProfileCreationGuard guard;
+            std::filesystem::create_directory(dir.path() / "db");
+            for (const char* name : {"db/a", "k.p12", "roots"}) writeFile(dir.file(name), "x");
+            guard.setDBCreated(dir.file("db"));
+            guard.addDBFileCreated(dir.file("db/a"));
+            guard.setPkcs12FileCreated(dir.file("k.p12"));
+            guard.setRootsFileCreated(dir.file("roots"));
+            guard.setRootsRegCreated("HKCU");
+            if (completed) guard.setCreationCompleted();
+        }
+        EXPECT_EQ(std::filesystem::exists(dir.path() / "db/a"), completed);
+        EXPECT_EQ(std::filesystem::is_empty(dir.path()), !completed);
     }
-    EXPECT_TRUE(std::filesystem::exists(dir.path() / "db/a"));
-    {
-        CrvProfileCreationGuard guard;
-        make(guard);
-    }
-    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
 }  // namespace
-}  // namespace crv
+}  // namespace crv::test
