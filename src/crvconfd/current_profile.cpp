@@ -9,12 +9,17 @@
 
 namespace crv {
 
-bool saveCurrentProfile() {
+bool changeCurrentProfile(const std::function<void(CrvProfile&)>& change) {
+    const char* step = "";
     try {
-        cfgManager->profile()->saveProfileWithRollbackIfError(currentProfileSource.media, currentProfileSource.file);
+        cfgManager->profile()->changeAndSave(currentProfileSource.media, currentProfileSource.file,
+                                             [&](CrvProfile& target) {
+                                                 change(target);
+                                                 step = "Błąd zapisu profilu: ";
+                                             });
         return true;
     } catch (const std::exception& e) {
-        errInfo(kMessageRow, "Błąd zapisu profilu: %s", failureText(e).c_str());
+        errInfo(kMessageRow, "%s%s", step, failureText(e).c_str());
         return false;
     }
 }

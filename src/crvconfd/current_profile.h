@@ -1,9 +1,10 @@
-// Where the current profile's record comes from, and saving it there.
+// Where the current profile's record comes from, and changing it there.
 #pragma once
 
+#include <functional>
 #include <string>
 
-#include "profiles/profile_media.h"
+#include "profiles/crv_profile.h"
 
 namespace crv {
 
@@ -15,8 +16,8 @@ struct ProfileSource {
 /// Set by the session with each profile.
 inline ProfileSource currentProfileSource;
 
-/// Saves the record of the current profile in its list. A failure is shown on the message row and the record takes the
-/// list's values again; false then.
-[[nodiscard]] bool saveCurrentProfile();
+/// Changes the record of the current profile and saves it in its list. What goes wrong is shown on the message row and
+/// leaves the record as it was; false then.
+bool changeCurrentProfile(const std::function<void(CrvProfile&)>& change);
 
 }  // namespace crv

@@ -2,12 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <exception>
 
 #include "asn/asn_object_id.h"
 #include "crvconfd/context.h"
 #include "crvconfd/current_profile.h"
-#include "crvconfd/messages.h"
 #include "crvconfd/oid_prompt.h"
 #include "crvconfd/toolkit.h"
 #include "src/configuration_manager.h"
@@ -41,8 +39,8 @@ std::vector<NumberedEntry> sortedUsages() {
 }
 
 void remove(size_t index) {
-    const auto usages = sortedUsages();
-    if (profile().delAcceptedExtKeyUsage(usages.at(index).oid)) (void)saveCurrentProfile();
+    changeCurrentProfile(
+        [oid = sortedUsages().at(index).oid](CrvProfile& target) { target.delAcceptedExtKeyUsage(oid); });
 }
 
 /// What forbids the new pair, or null.
@@ -76,13 +74,7 @@ void addExtendedKeyUsage() {
         errInfo(kMessageRow, "%s", text);
         return;
     }
-    try {
-        profile().addAcceptedExtKeyUsage(oid.text(), name);
-    } catch (const std::exception& e) {
-        errInfo(kMessageRow, "%s", failureText(e).c_str());
-        return;
-    }
-    (void)saveCurrentProfile();
+    changeCurrentProfile([&](CrvProfile& target) { target.addAcceptedExtKeyUsage(oid.text(), name); });
 }
 
 void showExtendedKeyUsage(size_t index, const std::string& name, const std::string& identifier) {

@@ -2,14 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <exception>
-#include <functional>
 
 #include "crvconfd/context.h"
 #include "crvconfd/current_profile.h"
 #include "crvconfd/form.h"
 #include "crvconfd/list_screen.h"
-#include "crvconfd/messages.h"
 #include "crvconfd/toolkit.h"
 #include "profiles/crv_profile.h"
 #include "src/configuration_manager.h"
@@ -29,17 +26,6 @@ constexpr std::array kProtocols{
 
 CrvProfile& profile() {
     return *cfgManager->profile();
-}
-
-/// Runs a change of the profile and saves it; what went wrong is shown and false returned.
-bool changeProfile(const std::function<void(CrvProfile&)>& change) {
-    try {
-        change(profile());
-    } catch (const std::exception& e) {
-        errInfo(kMessageRow, "%s", failureText(e).c_str());
-        return false;
-    }
-    return saveCurrentProfile();
 }
 
 const char* protocolText(long type) {
@@ -103,13 +89,14 @@ void SrvDatViewer::edit(SrvParams server, bool isNew) {
         fields.push_back(numberField("Okres pobierania w sekundach", server.periodSeconds, kMaxPeriod));
     if (usage_ != CRVSRV_USAGE_TIME_STAMP) fields.push_back(authorityField(server, authorities_));
     runForm(isNew ? title_ + " - nowy serwer" : title_ + " - " + server.name, fields, [&] {
-        return changeProfile([&](CrvProfile& target) { isNew ? target.addSrv(server) : target.updateSrv(server); });
+        return changeCurrentProfile(
+            [&](CrvProfile& target) { isNew ? target.addSrv(server) : target.updateSrv(server); });
     });
 }
 
 void SrvDatViewer::remove(const SrvParams& server) {
     if (displCentQuestion(kMessageRow, "Czy na pewno chcesz usunąć serwer (t/n)?") == 0) return;
-    (void)changeProfile([&](CrvProfile& target) {
+    changeCurrentProfile([&](CrvProfile& target) {
         // A server may have other uses: it goes only with the last of them.
         SrvParams rest = server;
         rest.usage &= ~static_cast<long>(usage_);
@@ -126,10 +113,10 @@ void SrvDatViewer::run() {
         edit(std::move(server), true);
     };
     const auto first = [&](size_t i) {
-        (void)changeProfile([&](CrvProfile& target) { target.moveSrvFirst(at(i).name); });
+        changeCurrentProfile([&](CrvProfile& target) { target.moveSrvFirst(at(i).name); });
     };
     const auto last = [&](size_t i) {
-        (void)changeProfile([&](CrvProfile& target) { target.moveSrvLast(at(i).name); });
+        changeCurrentProfile([&](CrvProfile& target) { target.moveSrvLast(at(i).name); });
     };
     runListScreen({[this] { return title_; },
                    [this] { return items(); },
@@ -168,7 +155,7 @@ void OnSrvProxy() {
         passwordField("Hasło", proxy.password),
     };
     runForm("Ustawienia proxy", fields, [&] {
-        return changeProfile([&](CrvProfile& target) {
+        return changeCurrentProfile([&](CrvProfile& target) {
             target.setUseProxyFromSystemSettings(system);
             if (proxy.defined())
                 target.insertProxy(proxy.addr, proxy.port, proxy.user, proxy.password);

@@ -166,6 +166,14 @@ void CrvProfile::saveProfileWithRollbackIfError(ProfileMedia media, const std::s
     }
 }
 
+void CrvProfile::changeAndSave(ProfileMedia media, const std::string& file,
+                               const std::function<void(CrvProfile&)>& change) {
+    const auto changed = clone();
+    change(*changed);
+    changed->saveProfile(media, file);
+    *this = *changed;
+}
+
 void CrvProfile::removeProfile(ProfileMedia media, const std::string& file, const std::string& name) {
     if (name.empty() || !fitsListName(name)) throw CrvApiException(ECRV_API_INV_PAR);
     const std::string path = getCfgFileName(media, file);

@@ -2,6 +2,7 @@
 // lists that keep such records.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -87,6 +88,8 @@ class CrvProfile : public CRVObject, public ServerList, public ProxySettings, pu
     void saveProfile(ProfileMedia media, const std::string& file) const;
     /// The same, but a failure gives the record the list's values again before it is thrown on.
     void saveProfileWithRollbackIfError(ProfileMedia media, const std::string& file);
+    /// Changes a copy, saves it as above and takes its values over; after any exception the record is as it was.
+    void changeAndSave(ProfileMedia media, const std::string& file, const std::function<void(CrvProfile&)>& change);
     /// Takes a record out of a list; a name that is not there changes nothing. Throws CrvApiException
     /// (ECRV_API_INV_PAR) for what cannot be a name, std::runtime_error as above.
     static void removeProfile(ProfileMedia media, const std::string& file, const std::string& name);

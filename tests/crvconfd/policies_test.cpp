@@ -192,6 +192,9 @@ TEST_F(Usages, AreKeptInTheProfileSortedByName) {
     screen->send(" ");
     waitRow(2, " 1    1.2.3                   b");
     EXPECT_EQ(list(), before);
+    add("1.2.6", "e");
+    waitRow(3, " 2    1.2.6                   e");
+    EXPECT_EQ(list().find("1.2.5"), std::string::npos) << "what was not saved comes with no later save";
 }
 
 TEST_F(Usages, EveryEntryOfALongListCanBeReached) {
