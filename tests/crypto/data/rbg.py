@@ -1,41 +1,34 @@
 """Independent Hash_DRBG (NIST SP 800-90A 10.1.1, SHA-256) and FIPS 186-2 appendix 3 generators; writes rbg.txt.
 
-Proved by published answers before it writes anything: the first SHA-256 case of NIST's CAVS file Hash_DRBG.rsp (no prediction
-resistance, no reseed), and the examples of FIPS 186-2 appendix 5 with its change notice 1.
+Proved by published answers before it writes anything of its own: the first SHA-256 case of NIST's CAVS file
+Hash_DRBG.rsp (no prediction resistance, no reseed), and the examples of FIPS 186-2 appendix 5 with its change notice 1.
 
 Lines of rbg.txt: generator, seed, octets skipped, output (hexadecimal)."""
-import hashlib, struct, sys
+import hashlib, struct
+
+DRBG, M = "HASH-DRBG-18031", 1 << 440
+T1 = (0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0)
+T = {"DSS31": T1, "DSS32": T1[1:] + T1[:1]}
+PUBLISHED = (
+    (DRBG, "a65ad0f345db4e0effe875c3a2e71f42c7129d620ff5c119a9ef55f05185e0fb8581f9317517276e06e9607ddbcbcc2e",
+     (128,), "d3e160c35b99f340b2628264d1751060e0045da383ff57a57d73a673d2b8d80daaf6a6c35a91bb4579d73fd0c8fed111"),
+    ("DSS31", "bd029bbe7f51960bcf9edb2b61f06f0feb5a38b6", (),
+     "2070b3223dba372fde1c0ffc7b2e3b498b2606143c6c18bacb0f6c55babb13788e20d737a3275116"))
 
 
-def df(data, bits=440):
-    out, c = b"", 1
-    while len(out) * 8 < bits:
-        out += hashlib.sha256(bytes([c]) + struct.pack(">I", bits) + data).digest()
-        c += 1
-    return out[:bits // 8]
+def df(data):
+    return b"".join(hashlib.sha256(bytes([c]) + struct.pack(">I", 440) + data).digest() for c in (1, 2))[:55]
 
 
-class HashDrbg:
-    M = 1 << 440
-
-    def __init__(self, seed):
-        self.v = df(seed)
-        self.c = df(b"\0" + self.v)
-        self.n = 1
-
-    def reseed(self, entropy):
-        self.__init__(b"\1" + self.v + entropy)
-
-    def generate(self, count):
-        data, out = int.from_bytes(self.v, "big"), b""
-        while len(out) < count:
-            out += hashlib.sha256((data % self.M).to_bytes(55, "big")).digest()
-            data += 1
-        h = hashlib.sha256(b"\3" + self.v).digest()
-        total = sum(int.from_bytes(x, "big") for x in (self.v, h, self.c)) + self.n
-        self.v = (total % self.M).to_bytes(55, "big")
-        self.n += 1
-        return out[:count]
+def drbg(seed, counts):
+    """What the last of the requests gives."""
+    v = df(seed)
+    c = int.from_bytes(df(b"\0" + v), "big")
+    for n, count in enumerate(counts, 1):
+        start = int.from_bytes(v, "big")
+        out = b"".join(hashlib.sha256(((start + i) % M).to_bytes(55, "big")).digest() for i in range(-(-count // 32)))
+        v = ((start + int.from_bytes(hashlib.sha256(b"\3" + v).digest(), "big") + c + n) % M).to_bytes(55, "big")
+    return out[:count]
 
 
 def rol(x, n):
@@ -54,51 +47,31 @@ def g(t, xval):
     return b"".join(struct.pack(">I", (x + y) & 0xFFFFFFFF) for x, y in zip(t, (a, b, c, d, e)))
 
 
-T1 = (0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0)
-T = {"DSS31": T1, "DSS32": T1[1:] + T1[:1]}
-
-
 def dss(name, key, count):
-    out, m = b"", 1 << 8 * len(key)
+    out = b""
     while len(out) < count:
         x = g(T[name], key)
-        key = ((1 + int.from_bytes(key, "big") + int.from_bytes(x, "big")) % m).to_bytes(len(key), "big")
+        total = 1 + int.from_bytes(key, "big") + int.from_bytes(x, "big")
+        key = (total % (1 << 8 * len(key))).to_bytes(len(key), "big")
         out += x
     return out[:count]
 
 
-def prove():
-    d = HashDrbg(bytes.fromhex("a65ad0f345db4e0effe875c3a2e71f42c7129d620ff5c119a9ef55f05185e0fb8581f9317517276e06e9607ddbcbcc2e"))
-    d.generate(128)
-    got = d.generate(128).hex()
-    assert got.startswith("d3e160c35b99f340b2628264d1751060e0045da383ff57a57d73a673d2b8d80daaf6a6c35a91bb4579d73fd0c8fed111"), got
-    x = dss("DSS31", bytes.fromhex("bd029bbe7f51960bcf9edb2b61f06f0feb5a38b6"), 40).hex()
-    assert x == "2070b3223dba372fde1c0ffc7b2e3b498b2606143c6c18bacb0f6c55babb13788e20d737a3275116", x
-    q = 0xc773218c737ec8ee993b4f2ded30f48edace915f
-    k = int.from_bytes(dss("DSS32", bytes.fromhex("687a66d90648f993867e121f4ddf9ddb01205584"), 20), "big") % q
-    assert k == 0x358dad571462710f50e254cf1a376b2bdeaadfbf, hex(k)
+def row(name, seed, skip, count):
+    out = drbg(seed, (*skip, count)) if name == DRBG else dss(name, seed, count)
+    print(name, seed.hex(), "+".join(map(str, skip)) or "-", out.hex())
+    return out.hex()
 
 
-def main():
-    prove()
-    rows = []  # the published answers first
-    seed = bytes.fromhex("a65ad0f345db4e0effe875c3a2e71f42c7129d620ff5c119a9ef55f05185e0fb8581f9317517276e06e9607ddbcbcc2e")
-    rows.append(("HASH-DRBG-18031", seed, (128,), bytes.fromhex("d3e160c35b99f340b2628264d1751060")))
-    rows.append(("DSS31", bytes.fromhex("bd029bbe7f51960bcf9edb2b61f06f0feb5a38b6"), (),
-                 bytes.fromhex("2070b3223dba372fde1c0ffc7b2e3b498b2606143c6c18bacb0f6c55babb13788e20d737a3275116")))
-    for seed in (b"\0" * 16, bytes(range(32)), b"\xff" * 55, bytes(i * 7 & 255 for i in range(200))):
-        for skip in ((), (1,), (32, 33, 0x10000)):
-            d = HashDrbg(seed)
-            for n in skip:
-                d.generate(n)
-            rows.append(("HASH-DRBG-18031", seed, skip, d.generate(100)))
-    for name in T:
-        for length in (20, 21, 32, 64):
-            for fill in (b"\xff" * length, bytes((i * 37 + length) & 255 for i in range(length))):
-                rows.append((name, fill, (), dss(name, fill, 130)))
-    for name, seed, skip, out in rows:
-        print(name, seed.hex(), "+".join(map(str, skip)) or "-", out.hex())
-
-
-if __name__ == "__main__":
-    main()
+# The nonce of FIPS 186-2's example, and then the answers that stand first in the file.
+k = int.from_bytes(dss("DSS32", bytes.fromhex("687a66d90648f993867e121f4ddf9ddb01205584"), 20), "big")
+assert k % 0xc773218c737ec8ee993b4f2ded30f48edace915f == 0x358dad571462710f50e254cf1a376b2bdeaadfbf, hex(k)
+for name, seed, skip, answer in PUBLISHED:
+    assert row(name, bytes.fromhex(seed), skip, len(answer) // 2) == answer, name
+for seed in (b"\0" * 16, bytes(range(32)), b"\xff" * 55, bytes(i * 7 & 255 for i in range(200))):
+    for skip in ((), (1,), (32, 33, 0x10000)):
+        row(DRBG, seed, skip, 100)
+for name in T:
+    for length in (20, 21, 32, 64):
+        for fill in (b"\xff" * length, bytes((i * 37 + length) & 255 for i in range(length))):
+            row(name, fill, (), 130)
