@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
 """Writes the two files of a table from a list of operations, independently of the library.
 
-usage: golden.py BASE KEYLEN:PAGESIZE[,KEYLEN:PAGESIZE...] < operations
+usage: golden.py BASE KEYLEN:PAGESIZE... < operations
 
-Operations, one a line: "i KEY[,KEY...] BODYHEX" inserts a record, "d RECNO" deletes one, "u RECNO BODYHEX" rewrites one.
+Operations, one a line: "i KEY[,KEY...] BODY" inserts a record, "d RECNO" deletes one, "u RECNO BODY" rewrites one.
 """
 import struct
 import sys
 
 MAGIC = 0x12344321
 base = sys.argv[1]
-descs = [tuple(map(int, d.split(":"))) for d in sys.argv[2].split(",")]
+descs = [tuple(map(int, d.split(":"))) for d in sys.argv[2:]]
 data = bytearray(struct.pack("<qh", MAGIC, len(descs)) + b"".join(struct.pack("<hh", k, p) for k, p in descs))
 data += bytes(56 - len(data))
 end = 2048
@@ -67,23 +67,20 @@ class Tree:
 
 
 trees = [Tree(*d) for d in descs]
-for line in sys.stdin:
-    op, *rest = line.rstrip("\n").split(" ")
-    if op == "i":
-        keys, body = rest[0].encode("latin-1").split(b","), bytes.fromhex(rest[1])
-        rec = len(data)
-        data += struct.pack("<qqqq", 0, MAGIC, len(body), len(body))
-        data += b"".join(k.ljust(d[0], b"\0") for k, d in zip(keys, descs)) + body
+for line in sys.stdin.buffer:
+    op, target, *body = line.rstrip(b"\n").split(b" ")
+    if op == b"i":
+        rec, keys = len(data), [k.ljust(t.key_len, b"\0") for k, t in zip(target.split(b","), trees)]
+        data += struct.pack("<qqqq", 0, MAGIC, len(body[0]), len(body[0])) + b"".join(keys) + body[0]
         for key, tree in zip(keys, trees):
             tree.insert(key, rec)
         insertions += 1
-    elif op == "d":
-        data[int(rest[0]):int(rest[0]) + 8] = struct.pack("<q", 1)
-    elif op == "u":
-        rec, body = int(rest[0]), bytes.fromhex(rest[1])
-        data[rec + 16:rec + 24] = struct.pack("<q", len(body))
-        at = rec + 32 + sum(d[0] for d in descs)
-        data[at:at + len(body)] = body
+    elif op == b"d":
+        data[int(target):int(target) + 8] = struct.pack("<q", 1)
+    else:
+        rec, at = int(target), int(target) + 32 + sum(t.key_len for t in trees)
+        data[rec + 16:rec + 24] = struct.pack("<q", len(body[0]))
+        data[at:at + len(body[0])] = body[0]
 
 index = bytearray(end)
 index[0:16] = struct.pack("<qq", len(trees), insertions)
@@ -91,8 +88,7 @@ for i, t in enumerate(trees):
     index[16 + 40 * i:56 + 40 * i] = struct.pack("<qqqqhhhh", MAGIC, t.root, t.first, t.last, t.page_size, t.key_len, t.max, 0)
     for position, page in t.pages.items():
         octets = struct.pack("<qqqq", len(page["e"]), page["next"], page["prev"], page["left"])
-        octets += b"".join(struct.pack("<qq", r, c) for _, r, c in page["e"])
-        octets += b"".join(k.ljust(t.key_len, b"\0") for k, _, _ in page["e"])
+        octets += b"".join(struct.pack("<qq", r, c) for _, r, c in page["e"]) + b"".join(k for k, _, _ in page["e"])
         index[position:position + len(octets)] = octets
 open(base + ".idx", "wb").write(index)
 open(base + ".dta", "wb").write(data)
