@@ -1,7 +1,6 @@
 // What is left of the certificate store when a writer dies, when the disk fills, and when several share it.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,15 +9,13 @@
 #include <atomic>
 #include <chrono>
 #include <random>
-#include <thread>
 
 #include "cert_pool.h"
-#include "db/database.h"
+#include "db/table_test_base.h"
 #include "db_sql/crt_db.h"
 #include "db_sql/crt_keys.h"
-#include "soundness.h"
 #include "support/faulty_file_ops.h"
-#include "support/temp_dir.h"
+#include "support/shared_memory.h"
 
 using namespace crv;
 using namespace crv::test;
@@ -30,17 +27,11 @@ using std::chrono::steady_clock;
 
 /// What a writer says about each certificate before and after each operation; in shared memory.
 enum Told : char { untouched, changing, stored, removed };
+using Tale = std::shared_ptr<std::atomic<char>[]>;
 
-struct Tale {
-    std::atomic<char>* told;
-    Tale() {
-        void* memory = mmap(nullptr, certPool().size(), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-        told = static_cast<std::atomic<char>*>(memory);
-    }
-    ~Tale() { munmap(told, certPool().size()); }
-    Tale(const Tale&) = delete;
-    Tale& operator=(const Tale&) = delete;
-};
+Tale newTale() {
+    return sharedMemory<std::atomic<char>>(certPool().size());
+}
 
 struct Base {
     DbManager manager;
@@ -52,43 +43,46 @@ struct Base {
         manager.setSync(false);
     }
 
+    bool compact() {
+        CrtStore::Removed counts;
+        return manager.removeCerts([](ByteView) { return false; }, counts);
+    }
+    bool insert(const Tale& told, size_t i) {
+        told[i] = changing;
+        if (!db.insert(ByteView(certPool()[i]))) return false;
+        told[i] = stored;
+        return true;
+    }
     /// Imports some, inserts one by one, deletes, compacts, until it fails or has been through the pool.
-    bool work(std::atomic<char>* told, size_t first = 0) {
+    bool work(const Tale& told, size_t first = 0) {
         const size_t half = first + (certPool().size() - first) / 2;
         for (size_t i = first; i < certPool().size(); ++i) {
-            told[i] = changing;
             if (i < half && i % 20 == 0) {
-                if (!importSome(told, i)) return false;
+                if (!importTen(told, i)) return false;
+                i += 9;
                 continue;
             }
-            if (!db.insert(ByteView(certPool()[i]))) return false;
-            told[i] = stored;
+            if (!insert(told, i)) return false;
             if (i % 5 == 0 && !remove(told, i - i % 10)) return false;
-            CrtStore::Removed counts;
-            if (i % 50 == 49 && !manager.removeCerts([](ByteView) { return false; }, counts)) return false;
+            if (i % 50 == 49 && !compact()) return false;
         }
         return true;
     }
-    bool importSome(std::atomic<char>* told, size_t& i) {
-        const size_t from = i;
+    bool importTen(const Tale& told, size_t from) {
+        std::fill_n(&told[from], 10, changing);
         size_t at = from;
-        for (; at < from + 10; ++at) told[at] = changing;
-        at = from;
+        const auto source = [&](ByteView& der) { return at < from + 10 && (der = certPool()[at++], true); };
         ImportProgress done;
-        if (!db.insertMany([&](ByteView& der) { return at < from + 10 && (der = certPool()[at++], true); }, nullptr,
-                           nullptr, done)) {
-            return false;
-        }
-        for (at = from; at < from + 10; ++at) told[at] = stored;
-        i = from + 9;
+        if (!db.insertMany(source, nullptr, nullptr, done)) return false;
+        std::fill_n(&told[from], 10, stored);
         return true;
     }
-    bool remove(std::atomic<char>* told, size_t i) {
+    bool remove(const Tale& told, size_t i) {
         CrtRecord record;
-        CrtItemList list;
         if (told[i] != stored || !makeCrtRecord(certPool()[i], record)) return true;
         told[i] = changing;
-        for (int attempt = 0; attempt < 20 && told[i] != removed; ++attempt, list.clear()) {
+        for (int attempt = 0; attempt < 20 && told[i] != removed; ++attempt) {
+            CrtItemList list;
             if (!manager.findCertsByCrtHash(list, record.crtHash) || list.size() != 1) return false;
             // A compaction of another process may come in between: then another certificate has the id, or none.
             Bytes der;
@@ -98,13 +92,13 @@ struct Base {
         return told[i] == removed;
     }
     /// Everything that was said to be there is found by every key, and nothing that is gone.
-    void expectTold(const std::atomic<char>* told) {
+    void expectTold(const Tale& told) {
         size_t n = 0;
         EXPECT_TRUE(manager.countCerts(n)) << manager.lastFailure();
         for (size_t i = 0; i < certPool().size(); ++i) {
             CrtRecord record;
             ASSERT_TRUE(makeCrtRecord(certPool()[i], record));
-            CrtItemList byHash, byField, bySerial;
+            CrtItemList byHash, byField;
             EXPECT_TRUE(manager.findCertsByCrtHash(byHash, record.crtHash)) << manager.lastFailure();
             EXPECT_TRUE(told[i] != stored || byHash.size() == 1) << "lost " << i;
             EXPECT_TRUE((told[i] != untouched && told[i] != removed) || byHash.empty()) << "came back " << i;
@@ -120,96 +114,84 @@ struct Base {
 struct CrtCrash : testing::Test {
     FaultyFileOps unsynced;
     ScopedFileOps fast{unsynced};
+    std::unique_ptr<TempDir> dir;
+    std::string path;
+    Tale told;
+
+    void beginAnew() {
+        dir = std::make_unique<TempDir>();
+        path = dir->file("base/");
+        told = newTale();
+        ASSERT_TRUE(Base(path).manager.createDb());
+    }
+    /// The next user finds everything mended.
+    void expectMended() {
+        Base(path).expectTold(told);
+        ASSERT_EQ(problemsOfDatabase(path), "");
+        ASSERT_FALSE(HasFailure());
+    }
 };
 using SlowCrtCrash = CrtCrash;
 
 TEST_F(CrtCrash, EveryStopOfAShortHistoryIsMended) {
-    int histories = 0;
-    for (int n = 0;; n += 11) {
-        const TempDir dir;
-        const std::string path = dir.file("base");
-        ASSERT_TRUE(Base(path).manager.createDb());
-        Tale tale;
+    bool finished = false;
+    for (int n = 0; !finished && !HasFailure(); n += 11) {
+        SCOPED_TRACE("stopped after " + std::to_string(n));
+        beginAnew();
         FaultyFileOps dying;
         dying.changesLeft = n;
         dying.tearLast = n % 2 == 0;
         {
             const ScopedFileOps use(dying);
-            Base writer(path);
-            writer.work(tale.told, certPool().size() - 45);
+            Base(path).work(told, certPool().size() - 45);
         }
-        Base next(path);
-        next.expectTold(tale.told);
-        EXPECT_EQ(problemsOf(path + "/"), std::vector<std::string>());
-        ASSERT_FALSE(testing::Test::HasFailure()) << "stopped after " << n;
-        ++histories;
-        if (dying.changesLeft != 0) break;
+        expectMended();
+        finished = dying.changesLeft != 0;
+        EXPECT_TRUE(!finished || n > 20 * 11);
     }
-    EXPECT_GT(histories, 20);
 }
 
 TEST_F(CrtCrash, LostSideRecordsAreMadeAgainAndForeignOnesDropped) {
     for (int row = 0; row < 6; ++row) {
         const TableLayout* side = std::array{&dnTb, &caTb, &addIdxTb}[static_cast<size_t>(row % 3)];
         const bool byTool = row >= 3;
-        const TempDir dir;
-        const std::string path = dir.file("base/");
-        Tale tale;
-        {
-            Base writer(path);
-            ASSERT_TRUE(writer.manager.createDb());
-            for (size_t i = 0; i < 40; ++i) {
-                ASSERT_TRUE(writer.db.insert(ByteView(certPool()[i])));
-                tale.told[i] = stored;
-            }
-        }
+        SCOPED_TRACE(std::string(side->file) + (byTool ? " by the tool" : " by the next user"));
+        beginAnew();
+        for (size_t i = 0; i < 40; ++i) ASSERT_TRUE(Base(path).insert(told, i));
         // The table is emptied but for a record of a certificate that is not there.
         DataBase table;
         const std::string name = path + std::string(side->file);
         ASSERT_EQ(table.create(name, side->numIndexes, side->descs.data()), dbOk);
         ASSERT_EQ(table.open(name), dbOk);
-        const std::vector<std::string_view> keys{"00000001", "nkey", "hash"};
-        int64_t recNo = 0;
-        ASSERT_EQ(table.insert({keys.data(), static_cast<size_t>(side->numIndexes)}, {}, recNo), dbOk);
+        const std::vector<std::string> keys{"00000001", "nkey", "hash"};
+        ASSERT_NE(add(table, {keys.begin(), keys.begin() + side->numIndexes}, ""), 0);
         table.close();
         int status = 0;
-        if (byTool) {
-            shell(CRV_BIN_DIR "/crvdb repair " + path, &status);
-        } else {
-            test::writeFile(path + "db.lck", "CRVMARK2\n");
-        }
+        byTool ? (void)shell(CRV_BIN_DIR "/crvdb repair " + path, &status)
+               : test::writeFile(path + "db.lck", "CRVMARK2\n");
         EXPECT_EQ(status, 0);
-        Base next(path);
-        next.expectTold(tale.told);
         CrtItemList cas;
-        EXPECT_TRUE(next.manager.findCaCerts(cas));
-        EXPECT_EQ(cas.size(), 5U) << side->file;
-        EXPECT_EQ(problemsOf(path), std::vector<std::string>()) << side->file;
+        EXPECT_TRUE(Base(path).manager.findCaCerts(cas));
+        EXPECT_EQ(cas.size(), 5U);
+        expectMended();
     }
 }
 
 TEST_F(CrtCrash, AFullDiskLosesNothingThatWasThere) {
-    const TempDir dir;
-    const std::string path = dir.file("base");
-    Tale tale;
+    beginAnew();
     Base base(path);
-    ASSERT_TRUE(base.manager.createDb());
-    for (size_t i = 0; i < 60; ++i) {
-        ASSERT_TRUE(base.db.insert(ByteView(certPool()[i])));
-        tale.told[i] = stored;
-    }
+    for (size_t i = 0; i < 60; ++i) ASSERT_TRUE(base.insert(told, i));
     for (int64_t room = 100; room < 20000; room += 1300) {
+        SCOPED_TRACE(room);
         {
             FaultyFileOps full;
             full.room = room;
             const ScopedFileOps use(full);
-            tale.told[60] = changing;
-            CrtStore::Removed counts;
-            base.db.insert(ByteView(certPool()[60]));
-            base.manager.removeCerts([](ByteView) { return false; }, counts);
+            base.insert(told, 60);
+            base.compact();
         }
-        base.expectTold(tale.told);
-        EXPECT_EQ(problemsOf(path + "/"), std::vector<std::string>()) << room;
+        base.expectTold(told);
+        EXPECT_EQ(problemsOfDatabase(path), "");
     }
 }
 
@@ -222,74 +204,54 @@ TEST_F(SlowCrtCrash, KilledWritersLoseNothingThatTheyReported) {
     std::mt19937 random(static_cast<unsigned>(time(nullptr)));
     const auto end = steady_clock::now() + milliseconds(static_cast<int>(seconds(12) * 1000));
     int kills = 0;
-    static_cast<void>(certPool());
-    while (steady_clock::now() < end) {
-        const TempDir dir;
-        const std::string path = dir.file("base");
-        ASSERT_TRUE(Base(path).manager.createDb());
-        Tale tale;
+    for (; steady_clock::now() < end && !HasFailure(); ++kills) {
+        beginAnew();
         const pid_t child = fork();
-        if (child == 0) {
-            Base writer(path);
-            _exit(writer.work(tale.told) ? 0 : 1);
-        }
+        if (child == 0) _exit(Base(path).work(told) ? 0 : 1);
         usleep(static_cast<useconds_t>(random() % 60000));
         kill(child, SIGKILL);
         int status = 0;
         waitpid(child, &status, 0);
         EXPECT_FALSE(WIFEXITED(status) && WEXITSTATUS(status) != 0) << "the writer failed";
-        Base next(path);
-        next.expectTold(tale.told);
-        EXPECT_EQ(problemsOf(path + "/"), std::vector<std::string>());
-        ASSERT_FALSE(HasFailure());
-        ++kills;
+        expectMended();
     }
-    RecordProperty("kills", kills);
     EXPECT_GT(kills, 5);
 }
 
-/// A process that inserts and removes its share; exits with 0 when all went well.
-pid_t startWriter(const std::string& path, size_t share) {
-    const pid_t child = fork();
-    if (child != 0) return child;
+/// Inserts and removes its share of the pool; 0 when all went well.
+int writeShare(const std::string& path, size_t share) {
     Base writer(path);
-    std::vector<std::atomic<char>> told(certPool().size());
+    const Tale told = newTale();
     for (size_t i = share; i + 10 < certPool().size(); i += 3) {
-        if (!writer.db.insert(ByteView(certPool()[i]))) _exit(2);
-        told[i] = stored;
-        CrtStore::Removed counts;
-        if (i % 60 < 3 && !writer.manager.removeCerts([](ByteView) { return false; }, counts)) _exit(3);
-        if (i % 4 == 0 && !writer.remove(told.data(), i)) _exit(4);
+        if (!writer.insert(told, i)) return 2;
+        if (i % 60 < 3 && !writer.compact()) return 3;
+        if (i % 4 == 0 && !writer.remove(told, i)) return 4;
     }
-    _exit(0);
+    return 0;
 }
 
 TEST_F(SlowCrtCrash, ProcessesShareADatabase) {
-    const TempDir dir;
-    const std::string path = dir.file("base");
+    beginAnew();
     Base reader(path);
-    ASSERT_TRUE(reader.manager.createDb());
-    static_cast<void>(certPool());
-    std::vector<pid_t> writers;
-    for (size_t share = 0; share < 3; ++share) writers.push_back(startWriter(path, share));
+    for (size_t share = 0; share < 3; ++share) {
+        if (fork() == 0) _exit(writeShare(path, share));
+    }
     milliseconds longest{0};
-    for (size_t running = writers.size(); running > 0;) {
+    for (int running = 3; running > 0;) {
         const auto start = steady_clock::now();
         CrtItemList list;
         EXPECT_TRUE(reader.manager.readForward(0, 50, list)) << reader.manager.lastFailure();
         for (const CrtItem& item : list) EXPECT_EQ(std::ranges::count(certPool(), item.der), 1);
         longest = std::max(longest, std::chrono::duration_cast<milliseconds>(steady_clock::now() - start));
         int status = 0;
-        if (waitpid(-1, &status, WNOHANG) > 0) {
-            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
-            --running;
-        }
+        if (waitpid(-1, &status, WNOHANG) <= 0) continue;
+        EXPECT_EQ(status, 0) << "exit code " << WEXITSTATUS(status);
+        --running;
     }
     EXPECT_LT(longest.count(), 1000) << "nobody starves";
-    EXPECT_EQ(problemsOf(path + "/"), std::vector<std::string>());
-    Tale tale;
-    for (size_t i = 0; i + 10 < certPool().size(); ++i) tale.told[i] = i % 4 == 0 ? removed : stored;
-    reader.expectTold(tale.told);
+    EXPECT_EQ(problemsOfDatabase(path), "");
+    for (size_t i = 0; i + 10 < certPool().size(); ++i) told[i] = i % 4 == 0 ? removed : stored;
+    reader.expectTold(told);
 }
 
 }  // namespace

@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <stdexcept>
 
-#include "misc/whole_file.h"
 #include "support/message_of.h"
 #include "support/temp_dir.h"
 
@@ -19,7 +17,9 @@ constexpr const char* indexText = "Naruszona integralność bazy CRL (plik indek
 
 class CrlFiles : public testing::Test {
   protected:
-    CrlFiles() {
+    CrlFiles() { begin(); }
+    void begin() {
+        for (const auto& entry : std::filesystem::directory_iterator(dir.path())) std::filesystem::remove(entry);
         guard.create();
         guard.write(1, asBytes("index of 1"), asBytes("first crl"));
         guard.write(2, asBytes("index of 1 and 2"), asBytes("second crl"));
@@ -41,18 +41,17 @@ TEST(IntegrityTag, LengthAndLastFourOctets) {
 
 TEST(IntegrityTag, AnswersOfTheCheck) {
     const TempDir dir;
-    const std::string file = dir.file("f"), tag = dir.file("t");
+    const std::string file = dir.file("f"), tag = dir.file("t"), right("\0\0\0\5bcde", 8);
     EXPECT_EQ(checkIntegrity(file, tag), 2) << "no tag";
-    test::writeFile(tag, std::string("\0\0\0\5bcde", 8));
+    test::writeFile(tag, right);
     EXPECT_EQ(checkIntegrity(file, tag), 1) << "no file";
     for (const auto& [content, answer] :
-         {std::pair{"abcde", 0}, {"abcdf", 1}, {"xbcde", 0}, {"aabcde", 1}, {"bcde", 1}, {"", 1}}) {
+         {std::pair{"abcdf", 1}, {"xbcde", 0}, {"aabcde", 1}, {"bcde", 1}, {"", 1}, {"abcde", 0}}) {
         test::writeFile(file, content);
         EXPECT_EQ(checkIntegrity(file, tag), answer) << content;
     }
-    test::writeFile(file, "abcde");
     for (const size_t size : {0, 7, 9, 100}) {
-        test::writeFile(tag, std::string("\0\0\0\5bcde", 8).append(100, 'x').substr(0, size));
+        test::writeFile(tag, (right + std::string(100, 'x')).substr(0, size));
         EXPECT_EQ(checkIntegrity(file, tag), 1) << size;
     }
     EXPECT_EQ(checkIntegrity(file, dir.path()), 2);
@@ -60,43 +59,39 @@ TEST(IntegrityTag, AnswersOfTheCheck) {
 
 TEST_F(CrlFiles, WritesEachWithItsTag) {
     EXPECT_EQ(test::readFile(file("2.crl")), "second crl");
-    EXPECT_EQ(guard.checkIndex(), 0);
     EXPECT_EQ(guard.checkCrl(2), 0);
-    EXPECT_EQ(guard.readIndex(), toBytes(asBytes("index of 1 and 2")));
     EXPECT_EQ(guard.readCrl(1), toBytes(asBytes("first crl")));
+    EXPECT_EQ(guard.checkIndex(), 0);
+    EXPECT_EQ(guard.readIndex(), toBytes(asBytes("index of 1 and 2")));
     EXPECT_EQ(test::readFile(file("crl_idx.asn.bak")), "index of 1");
     EXPECT_FALSE(std::filesystem::exists(file("crl_rollback_log.txt")));
 }
 
-TEST_F(CrlFiles, DamagedCrlLeadsBackToTheIndexBeforeIt) {
-    test::writeFile(file("2.crl"), "second cr");
-    EXPECT_EQ(writing(3), crlText);
-    EXPECT_EQ(test::readFile(file("crl_idx.asn")), "index of 1");
-    EXPECT_EQ(test::readFile(file("crl_rollback_log.txt")).substr(0, 20), "rollback crlNUm = 3 ");
-    EXPECT_FALSE(std::filesystem::exists(file("3.crl")));
-    EXPECT_EQ(writing(2), "") << "the number before is free again";
-    EXPECT_EQ(test::readFile(file("2.crl")), "crl");
-}
-
-TEST_F(CrlFiles, DamagedIndexIsRestored) {
-    test::writeFile(file("crl_idx.asn"), "index of foreign");
-    EXPECT_EQ(writing(3), indexText);
-    EXPECT_EQ(test::readFile(file("crl_idx.asn")), "index of 1");
-    EXPECT_EQ(guard.checkIndex(), 0);
-    EXPECT_EQ(writing(2), "");
-}
-
-TEST_F(CrlFiles, DamagedCopyIsNotRestored) {
-    test::writeFile(file("crl_idx.asn.bak"), "torn");
-    test::writeFile(file("crl_idx.asn"), "index of foreign");
-    EXPECT_EQ(writing(3), indexText);
-    EXPECT_EQ(test::readFile(file("crl_idx.asn")), "index of foreign");
-}
-
-TEST_F(CrlFiles, MissingTagIsAccepted) {
-    std::filesystem::remove(file("2.chk"));
-    test::writeFile(file("crl_idx.asn"), "not looked at then");
-    EXPECT_EQ(writing(3), "");
+TEST_F(CrlFiles, DamageIsToldAndLeadsBackToTheIndexBeforeIt) {
+    struct Row {
+        const char* what;
+        std::vector<std::string> damaged;
+        const char* said;
+        std::string index;  // afterwards
+    };
+    for (const Row& row :
+         {Row{"CRL", {"2.crl"}, crlText, "index of 1"},
+          {"index", {"crl_idx.asn"}, indexText, "index of 1"},
+          {"index and its copy", {"crl_idx.asn", "crl_idx.asn.bak"}, indexText, "damaged"},
+          {"CRL without a tag: the index is not looked at", {"crl_idx.asn", "2.chk"}, "", "index of 3"}}) {
+        SCOPED_TRACE(row.what);
+        begin();
+        for (const std::string& name : row.damaged) test::writeFile(file(name), "damaged");
+        if (row.damaged.back() == "2.chk") std::filesystem::remove(file("2.chk"));
+        EXPECT_EQ(writing(3), row.said);
+        EXPECT_EQ(test::readFile(file("crl_idx.asn")), row.index);
+        EXPECT_EQ(std::filesystem::exists(file("3.crl")), row.index == "index of 3");
+        if (row.index != "index of 1") continue;
+        EXPECT_EQ(guard.checkIndex(), 0);
+        EXPECT_EQ(test::readFile(file("crl_rollback_log.txt")).substr(0, 20), "rollback crlNUm = 3 ");
+        EXPECT_EQ(writing(2), "") << "the number before is free again";
+        EXPECT_EQ(test::readFile(file("2.crl")), "crl");
+    }
 }
 
 }  // namespace

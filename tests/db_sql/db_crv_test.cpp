@@ -6,14 +6,11 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "db/database.h"
-#include "db/table_check.h"
 #include "db/table_rebuild.h"
+#include "db/table_test_base.h"
 #include "misc/no_oop.h"
-#include "misc/whole_file.h"
 #include "support/faulty_file_ops.h"
 #include "support/message_of.h"
-#include "support/temp_dir.h"
 
 using namespace crv;
 using namespace crv::test;
@@ -28,13 +25,7 @@ class DbCrvTest : public testing::Test {
     void setMark(char mark, const std::string& names = "") {
         test::writeFile(file("db.lck"), "CRVMARK" + (mark + names) + "\n");
     }
-
-    static int64_t add(DataBase& table, const std::vector<std::string>& keys) {
-        int64_t recNo = 0;
-        const std::vector<std::string_view> views(keys.begin(), keys.end());
-        EXPECT_EQ(table.insert(views, asBytes("body"), recNo), dbOk);
-        return recNo;
-    }
+    bool isComplete() { return db.isDbCreated() == DbState::complete; }
 
     FaultyFileOps unsynced;
     const ScopedFileOps fast{unsynced};
@@ -46,7 +37,7 @@ class DbCrvTest : public testing::Test {
 TEST_F(DbCrvTest, StateIsReadFromTheFiles) {
     EXPECT_EQ(db.isDbCreated(), DbState::missing);
     db.create();
-    EXPECT_EQ(db.isDbCreated(), DbState::complete);
+    EXPECT_TRUE(isComplete());
     EXPECT_EQ(test::readFile(file("version.txt")), "7");
     EXPECT_EQ(test::readFile(file("crl_idx.asn")), std::string("0\0", 2));
     EXPECT_NO_THROW(db.create()) << "nothing to do";
@@ -55,13 +46,13 @@ TEST_F(DbCrvTest, StateIsReadFromTheFiles) {
         std::vector<const char*> removed;
         DbState state;
     };
-    for (const Row& row : std::vector<Row>{
-             {"7\n", {}, DbState::otherVersion},
-             {"", {}, DbState::otherVersion},
-             {"6", {}, DbState::otherVersion},
-             {"7", {"imports.dat"}, DbState::incomplete},
-             {"7", {"version.txt"}, DbState::incomplete},
-             {"7", {"version.txt", "addidx.dta", "addidx.idx", "imports.dat", "crl_idx.asn"}, DbState::otherVersion}}) {
+    for (const Row& row :
+         {Row{"7\n", {}, DbState::otherVersion},
+          {"", {}, DbState::otherVersion},
+          {"6", {}, DbState::otherVersion},
+          {"7", {"imports.dat"}, DbState::incomplete},
+          {"7", {"version.txt"}, DbState::incomplete},
+          {"7", {"version.txt", "addidx.dta", "addidx.idx", "imports.dat", "crl_idx.asn"}, DbState::otherVersion}}) {
         fs::remove_all(path);
         db.create();
         test::writeFile(file("version.txt"), row.version);
@@ -71,45 +62,31 @@ TEST_F(DbCrvTest, StateIsReadFromTheFiles) {
     }
     EXPECT_THROW(db.create(), std::runtime_error) << "never over files that are there";
     EXPECT_TRUE(fs::exists(file("certific.dta")));
-    for (const std::string_view name : DbCrv::m_dbFileNames) fs::remove(file(std::string(name)));
-    EXPECT_EQ(db.isDbCreated(), DbState::missing);
 }
 
 TEST_F(DbCrvTest, WhatCannotBeReachedIsNotMissing) {
     db.create();
-    unsynced.deniedPath = file("ca.idx");
-    EXPECT_EQ(db.getFilesCount(), -1);
-    EXPECT_EQ(db.isDbCreated(), DbState::noAccess);
-    unsynced.deniedPath = path + "/";
-    EXPECT_EQ(db.isDbCreated(), DbState::noAccess);
-}
-
-TEST_F(DbCrvTest, PathsOfDirectories) {
+    for (const std::string& denied : {file("ca.idx"), path + "/"}) {
+        unsynced.deniedPath = denied;
+        EXPECT_EQ(db.isDbCreated(), DbState::noAccess) << denied;
+    }
     std::string directory;
-    EXPECT_TRUE(buildDBDirectory("a/b", directory));
-    EXPECT_EQ(directory, "a/b/");
     EXPECT_TRUE(buildDBDirectory(std::string(254, 'x'), directory));
     EXPECT_FALSE(buildDBDirectory(std::string(255, 'x'), directory));
-    EXPECT_FALSE(buildDBDirectory("", directory));
     EXPECT_EQ(messageOf([] { DbCrv().connect(""); }), "DbCrv::connect. Blad wywolania funkcji: buildDBDirectory");
-    EXPECT_EQ(db.createSemaforeName(), file("db.lck"));
 }
 
-TEST_F(DbCrvTest, FailedCreationDeletesWhatItMade) {
-    bool created = false;
-    for (unsynced.room = 8; !created;) {
-        const int64_t room = unsynced.room;
+TEST_F(DbCrvTest, CreationThatFailsOrStopsCountsAsMissingAndCanBeRepeated) {
+    for (int64_t room = 8; !isComplete(); room += 1900) {
         ASSERT_LT(room, 100000);
-        fs::remove_all(dir.file("deep"));
-        created = messageOf([&] { db.create(); }).empty();
+        unsynced.room = room;
+        const bool created = messageOf([&] { db.create(); }).empty();
         EXPECT_EQ(db.isDbCreated(), created ? DbState::complete : DbState::missing) << room;
         EXPECT_EQ(fs::exists(path), created) << room;
-        unsynced.room = room + 1900;
     }
-}
-
-TEST_F(DbCrvTest, CreationStoppedAnywhereCountsAsMissingAndCanBeRepeated) {
-    for (int n = 0;; ++n) {
+    unsynced.room = FaultyFileOps::never;
+    bool finished = false;
+    for (int n = 0; !finished; ++n) {
         fs::remove_all(dir.file("deep"));
         FaultyFileOps dying;
         dying.changesLeft = n;
@@ -119,14 +96,11 @@ TEST_F(DbCrvTest, CreationStoppedAnywhereCountsAsMissingAndCanBeRepeated) {
             died.connect(path);
             (void)messageOf([&] { died.create(); });
         }
-        const DbState state = db.isDbCreated();
-        if (dying.changesLeft > 0) {
-            EXPECT_GT(n, 20);
-            break;
-        }
-        EXPECT_TRUE(state == DbState::missing || state == DbState::complete) << n;
+        EXPECT_TRUE(isComplete() || db.isDbCreated() == DbState::missing) << n;
         db.create();
-        EXPECT_EQ(db.isDbCreated(), DbState::complete) << n;
+        EXPECT_TRUE(isComplete()) << n;
+        finished = dying.changesLeft > 0;
+        EXPECT_TRUE(!finished || n > 20);
     }
 }
 
@@ -148,8 +122,8 @@ TEST_F(DbCrvTest, MarkOfADeadWriterIsMendedBeforeAnybodyGoesOn) {
     DataBase crt, ca;
     ASSERT_EQ(crt.open(file("certific")), dbOk);
     ASSERT_EQ(ca.open(file("ca")), dbOk);
-    const int64_t kept = add(crt, {"1", "", "2"}), gone = add(crt, {"3", "", "4"});
-    add(ca, {recNoEncode(kept)}), add(ca, {recNoEncode(gone)}), add(ca, {"no number"});
+    const int64_t kept = add(crt, {"1", "", "2"}, "body"), gone = add(crt, {"3", "", "4"}, "body");
+    for (const auto& key : {recNoEncode(kept), recNoEncode(gone), std::string("no number")}) add(ca, {key}, "");
     ASSERT_EQ(crt.setRec(gone), dbOk);
     ASSERT_EQ(crt.remove(), dbOk);
     crt.close(), ca.close();
@@ -161,39 +135,39 @@ TEST_F(DbCrvTest, MarkOfADeadWriterIsMendedBeforeAnybodyGoesOn) {
     db.setStoreMender([&] { return ++called == 2; });
     setMark('2');
     EXPECT_THROW((void)db.isDbCreated(), std::runtime_error) << "not mended: nobody goes on";
-    EXPECT_EQ(db.isDbCreated(), DbState::complete);
+    EXPECT_TRUE(isComplete());
     EXPECT_EQ(called, 2);
-    EXPECT_EQ(db.isDbCreated(), DbState::complete);
+    EXPECT_TRUE(isComplete());
     EXPECT_EQ(called, 2) << "mended once";
     EXPECT_FALSE(fs::exists(file("certifi#.idx")));
-    EXPECT_TRUE(checkTable(file("certific")).problems.empty());
+    EXPECT_EQ(problemsOf(file("certific")), "");
     EXPECT_EQ(checkTable(file("ca")).live, 1);
     EXPECT_EQ(test::readFile(file("crl_idx.asn")), std::string("0\0", 2));
 }
 
 TEST_F(DbCrvTest, SwapIsFinishedForTheNamedTablesOnly) {
     db.create();
-    for (const char* name : {"certific", "dnfld"}) {
+    for (const auto& [name, keys] :
+         {std::pair<const char*, std::vector<std::string>>{"certific", {"1", "", "2"}}, {"dnfld", {"1", "x"}}}) {
         DataBase table;
         ASSERT_EQ(table.open(file(name)), dbOk);
-        add(table,
-            std::string(name) == "dnfld" ? std::vector<std::string>{"1", "x"} : std::vector<std::string>{"1", "", "2"});
+        ASSERT_NE(add(table, keys, "body"), 0);
         table.close();
         TableRebuild fresh(file(name));
         ASSERT_TRUE(fresh.begin() && fresh.finish());
     }
     fs::rename(file("certifi#.idx"), file("certific.idx"));
     setMark('3', "certific/");
-    EXPECT_EQ(db.isDbCreated(), DbState::complete);
+    EXPECT_TRUE(isComplete());
     EXPECT_EQ(checkTable(file("certific")).live, 0);
-    EXPECT_TRUE(checkTable(file("certific")).problems.empty());
+    EXPECT_EQ(problemsOf(file("certific")), "");
     EXPECT_EQ(checkTable(file("dnfld")).live, 1) << "a left-over of another time";
 }
 
 TEST_F(DbCrvTest, ReaderWithoutRightsSaysThatMendingIsNeeded) {
     db.create();
     unsynced.denyWriting = true;
-    EXPECT_EQ(db.isDbCreated(), DbState::complete);
+    EXPECT_TRUE(isComplete());
     setMark('2');
     EXPECT_EQ(messageOf([&] { (void)db.isDbCreated(); }), "Baza danych wymaga naprawy: " + file("db.lck"));
 }
