@@ -14,8 +14,8 @@ inline constexpr const char* kPassword = "Zażółć1";
 
 /// A file's octets; fails the running test when it cannot be read.
 Bytes dataFile(const std::string& name);
-/// Sorted names of the files that begin with a prefix and end with a suffix.
-std::vector<std::string> dataFiles(const std::string& prefix, const std::string& suffix);
+/// Sorted names of the files that begin with a prefix, without the texts beside them.
+std::vector<std::string> dataFiles(const std::string& prefix);
 /// What openssl says about an encoding: `arguments` come before "-in <file>".
 std::string openssl(const std::string& arguments, const ASNobject& object);
 /// A file as a structure in keeping mode with octets of its own.
