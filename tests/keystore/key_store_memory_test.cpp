@@ -1,15 +1,12 @@
 // After a log-out and after a failed log-in nothing secret is left anywhere in the process's memory.
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
 
 #include "key_store_session.h"
-#include "misc/file_ops.h"
 #include "src/security_file.h"
 #include "support/faulty_file_ops.h"
-#include "support/temp_dir.h"
 
 namespace crv::test {
 namespace {
@@ -56,39 +53,31 @@ SecretText freshPassword() {
     return SecretText(asText(text));
 }
 
-struct KeyStoreMemoryTest : testing::Test {
-#ifdef __SANITIZE_ADDRESS__
-    void SetUp() override {
-        GTEST_SKIP() << "the sanitizer's shadow is too large to search";
-    }
-#endif
-    TempDir dir;
-    std::string path = dir.file("keys.p12");
+struct KeyStoreMemoryTest : KeyStoreTest {
     std::vector<Needle> needles;
 
     /// Makes a file with keys that no other test knows and notes its secrets. They stay in the context's PIN cache
     /// only.
-    void create(Session& session) {
-        SecretText password = freshPassword();
-        session.setPassword(password.c_str());
-        ASSERT_EQ(session.create(), kKmOk);
-        const auto rsa = PrivateKey::generateRsa(2048, 65537, session.keys.random());
-        ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, rsa), kKmOk);
-        const auto encryption = PrivateKey::generateRsa(2048, 65537, session.keys.random());
-        ASSERT_EQ(session.keys.addNewKey(KeyType::Encryption, encryption), kKmOk);
-        noteKey("signing", rsa);
-        noteKey("encryption", encryption);
+    void SetUp() override {
+#ifdef __SANITIZE_ADDRESS__
+        GTEST_SKIP() << "the sanitizer's shadow is too large to search";
+#endif
+        const SecretText password = freshPassword();
+        session.setPin(password.c_str());
+        create();
+        for (const KeyType use : {KeyType::Signing, KeyType::Encryption}) {
+            const auto key = PrivateKey::generateRsa(2048, 65537, keys.random());
+            ASSERT_EQ(keys.addNewKey(use, key), kKmOk);
+            noteKey(use == KeyType::Signing ? "signing" : "encryption", key);
+        }
         LoadedSecurityFile file;
-        const std::string octets = readFile(path);
-        ASSERT_EQ(readSecurityFile(asBytes(octets), password, true, file), kKmOk);
+        ASSERT_EQ(readSecurityFile(asBytes(readFile(path)), password, true, file), kKmOk);
         needles.emplace_back("seed", *file.seed);
         needles.emplace_back("password", password.bytes());
         SecretBytes wide;
         for (const char c : password.view()) wide.insert(wide.end(), {0, static_cast<uint8_t>(c)});
         needles.emplace_back("UTF-16 password", wide);
     }
-
-  private:
     /// Parts of the numbers d and p, as they are encoded and as libcrypto keeps them.
     void noteKey(const std::string& name, const PrivateKey& key) {
         const SecretBytes der = key.toPkcs8();
@@ -102,34 +91,30 @@ struct KeyStoreMemoryTest : testing::Test {
 };
 
 TEST_F(KeyStoreMemoryTest, HoldsNothingAfterLogOut) {
-    Session session(path);
-    create(session);
     const std::string before = found(needles);
     for (const char* name : {"password", "seed", "signing key's numbers at 400", "encryption key's octets at 700"})
         ASSERT_NE(before.find(name), std::string::npos) << "the search does not find the " << name;
     ASSERT_EQ(session.login(), kKmOk);
-    session.keys.deinitProfile();
+    keys.deinitProfile();
     EXPECT_EQ(found(needles), "");
 }
 
 TEST_F(KeyStoreMemoryTest, HoldsNothingAfterAFailedLogIn) {
-    Session session(path);
-    create(session);
-    FaultyFileOps ops;
-    ops.failSync = true;
     {
+        FaultyFileOps ops;
+        ops.failSync = true;
         const ScopedFileOps scope(ops);
         ASSERT_EQ(session.login(), kKmWriteFailed) << "everything was deciphered by then";
     }
     session.context.removePINs();
     EXPECT_EQ(found(needles), "");
 
-    const SecretText wrong = freshPassword();
+    SecretText wrong = freshPassword();
     const Needle needle("wrong password", wrong.bytes());
-    session.setPassword(wrong.c_str());
+    session.setPin(wrong.c_str());
     ASSERT_EQ(session.login(), kKmWrongPassword);
     session.context.removePINs();
-    const_cast<SecretText&>(wrong).clear();
+    wrong.clear();
     EXPECT_EQ(found({needle}), "");
 }
 

@@ -1,22 +1,19 @@
 // Several processes and sudden ends: the security file is whole at every instant and nobody's keys are lost.
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <random>
 
 #include "key_store_session.h"
 #include "misc/file_semaphore.h"
 #include "src/security_file.h"
-#include "support/temp_dir.h"
 
 namespace crv::test {
 namespace {
 
-constexpr const char* kPasswords[] = {"Zażółć-1234", "Inne-hasło1"};
+constexpr const char* kPasswords[] = {kPassword, kOtherPassword};
 
 /// CRV_TEST_ROUNDS multiplies the rounds.
 int rounds(int ordinary) {
@@ -54,14 +51,12 @@ int changeForEver(const std::string& path, int now, int tell) {
     }
 }
 
-TEST(SlowKeyStore, AKilledSaveLeavesAFileThatOpens) {
-    const TempDir dir;
-    const std::string path = dir.file("keys.p12");
-    Session session(path, kPasswords[0]);
-    ASSERT_EQ(session.create(), kKmOk);
-    ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
+using SlowKeyStoreTest = KeyStoreTest;
+
+TEST_F(SlowKeyStoreTest, AKilledSaveLeavesAFileThatOpens) {
+    create({{KeyType::Signing, "ec"}});
     const auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(session.keys.changePin({}, SecretText(kPasswords[0])), kKmOk);
+    ASSERT_EQ(keys.changePin({}, SecretText(kPassword)), kKmOk);
     const std::chrono::duration<double, std::micro> oneSave = std::chrono::steady_clock::now() - start;
     std::uniform_real_distribution<> moment(0, 3 * oneSave.count());
     std::mt19937 random(std::random_device{}());
@@ -77,18 +72,16 @@ TEST(SlowKeyStore, AKilledSaveLeavesAFileThatOpens) {
         ::kill(child, SIGKILL);
         ASSERT_EQ(statusOf(child), -1) << "ended by itself";
         const std::string octets = readFile(path);
-        bool opened = false;
-        for (const int which : {now, 1 - now}) {
-            LoadedSecurityFile file;
-            if (readSecurityFile(asBytes(octets), SecretText(kPasswords[which]), true, file) != kKmOk) continue;
-            ASSERT_EQ(file.keys.size(), 1u);
-            ASSERT_TRUE(file.seed && file.configuration);
-            changed += which != now;
-            now = which;
-            opened = true;
-            break;
+        LoadedSecurityFile file;
+        const auto opens = [&](int which) {
+            return readSecurityFile(asBytes(octets), SecretText(kPasswords[which]), true, file) == kKmOk;
+        };
+        if (!opens(now)) {
+            now = 1 - now;
+            ++changed;
+            ASSERT_TRUE(opens(now)) << "round " << i;
         }
-        ASSERT_TRUE(opened) << "round " << i;
+        ASSERT_TRUE(file.keys.size() == 1 && file.seed && file.configuration);
     }
     EXPECT_GT(changed, 0) << "the saves were never reached";
 }
@@ -113,14 +106,11 @@ int changeMany(const std::string& path, long option, const char* trustPoint, int
     return 0;
 }
 
-TEST(SlowKeyStore, TwoProcessesLoseNothingOfEachOther) {
-    const TempDir dir;
-    const std::string path = dir.file("keys.p12");
-    Session session(path);
+TEST_F(SlowKeyStoreTest, TwoProcessesLoseNothingOfEachOther) {
     ASSERT_EQ(session.create(), kKmOk);
     session.editRecord().setIntOpt(17, 0);
     session.editRecord().setIntOpt(40, 0);
-    ASSERT_EQ(session.keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
+    ASSERT_EQ(keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
     const int count = rounds(101);
     const pid_t one = inChild([&] { return changeMany(path, 17, "ca", count); });
     const pid_t two = inChild([&] { return changeMany(path, 40, "ca_ec", count); });
@@ -129,8 +119,8 @@ TEST(SlowKeyStore, TwoProcessesLoseNothingOfEachOther) {
     ASSERT_EQ(session.login(), kKmOk);
     EXPECT_EQ(session.record().getIntOpt(17), count);
     EXPECT_EQ(session.record().getIntOpt(40), count);
-    EXPECT_EQ(session.keys.trustedPoints().size(), count % 2 == 1 ? 2u : 0u);
-    EXPECT_TRUE(session.keys.hasKey(KeyType::Signing));
+    EXPECT_EQ(keys.trustedPoints().size(), count % 2 == 1 ? 2u : 0u);
+    EXPECT_TRUE(keys.hasKey(KeyType::Signing));
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include "corvane/crvprofile.h"
 #include "profiles/profile_kinds.h"
-#include "support/temp_dir.h"
 
 namespace crv::test {
 
@@ -18,19 +17,28 @@ CertPtr testCert(const std::string& name) {
     return makeCert(asBytes(readFile(dataFile("crt_" + name + ".der"))));
 }
 
-Session::Session(const std::string& securityFile, const char* password, uint64_t generatorCycle)
-    : path(securityFile), keys(generatorCycle) {
+Session::Session(std::string securityFile, const char* password, uint64_t generatorCycle)
+    : path(std::move(securityFile)), keys(generatorCycle) {
     auto record = std::make_unique<Pkcs12Profile>();
-    if (!securityFile.empty()) record->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, securityFile);
+    if (!path.empty()) record->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, path);
     context.configuration().setProfile(std::move(record));
-    setPassword(password);
+    setPin(password);
     keys.init(context);
+}
+
+void Session::setPin(const char* pin, PinSlot slot) {
+    context.pins.insert_or_assign(slot, SecretText(pin));
 }
 
 KeyManagerResult Session::create() {
     keys.beginNewProfile();
     const KeyManagerResult seeded = keys.rbgInit(asBytes("twenty octets of keys"));
     return seeded == kKmOk ? keys.saveConfiguration() : seeded;
+}
+
+void KeyStoreTest::create(std::initializer_list<std::pair<KeyType, const char*>> withKeys) {
+    ASSERT_EQ(session.create(), kKmOk);
+    for (const auto& [use, name] : withKeys) ASSERT_EQ(keys.addNewKey(use, testKey(name)), kKmOk);
 }
 
 }  // namespace crv::test

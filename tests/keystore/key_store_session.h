@@ -1,6 +1,8 @@
 // A session with a key store: a context, a profile of a file in a folder of its own, and the key manager under test.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <map>
 #include <memory>
 #include <string>
@@ -9,10 +11,12 @@
 #include "src/configuration_manager.h"
 #include "src/context_services.h"
 #include "src/key_manager.h"
+#include "support/temp_dir.h"
 
 namespace crv::test {
 
 inline constexpr const char* kPassword = "Zażółć-1234";
+inline constexpr const char* kOtherPassword = "Inne-hasło1";
 
 /// A context without a user: PINs are what the test puts there, a missing one counts as cancelled.
 class TestContext final : public ContextServices {
@@ -47,22 +51,30 @@ PrivateKey testKey(const std::string& name);
 CertPtr testCert(const std::string& name);
 
 struct Session {
-    explicit Session(const std::string& securityFile, const char* password = kPassword,
+    explicit Session(std::string securityFile, const char* password = kPassword,
                      uint64_t generatorCycle = KcRbgHashIso18031::kCycle);
 
-    void setPassword(const char* password) {
-        context.pins.insert_or_assign(PinSlot::SigningToken, SecretText(password));
-    }
+    void setPin(const char* pin, PinSlot slot = PinSlot::SigningToken);
     CrvProfile& profile() { return *context.configuration().profile(); }
     CRVCfgFile& editRecord() { return context.configuration().editRecord(); }
     const CRVCfgFile& record() { return context.configuration().record(); }
     /// Creates the security file, as the console does.
     KeyManagerResult create();
     KeyManagerResult login(bool readAdditional = false) { return keys.initProfile(0, readAdditional); }
-    std::string path;
 
+    std::string path;
     TestContext context;
     KeyManager keys;
+};
+
+/// A session whose file does not exist yet.
+struct KeyStoreTest : testing::Test {
+    void create(std::initializer_list<std::pair<KeyType, const char*>> withKeys = {});
+
+    TempDir dir;
+    std::string path = dir.file("keys.p12");
+    Session session{path};
+    KeyManager& keys = session.keys;
 };
 
 }  // namespace crv::test
