@@ -189,13 +189,14 @@ TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
     ASSERT_EQ(b.login(), kKmOk);
     ASSERT_EQ(a.keys.addNewKey(KeyType::Signing, testKey("rsa1")), kKmOk);
     ASSERT_EQ(a.keys.addTrustedCA(*testCert("ca")), kKmOk);
-    ASSERT_EQ(a.keys.delTrustedCA(*testCert("ca_ec"), 1), kKmOk);
-    a.editRecord().setIntOpt(kTimeoutOption, 2);
     ASSERT_EQ(a.keys.saveConfiguration(), kKmOk);
     ASSERT_EQ(b.keys.installUserCrt(*testCert("sign")), kKmNoKeyForCertificate) << "not seen yet";
+    ASSERT_EQ(b.keys.delTrustedCA(*testCert("ca_ec"), 1), kKmOk);
     b.editRecord().setIntOpt(40, 3);
     ASSERT_EQ(b.keys.addNewKey(KeyType::Both, testKey("rsa2")), kKmOk);
     ASSERT_EQ(b.keys.installUserCrt(*testCert("sign")), kKmRoleTaken) << "its own key came last, so it signs";
+    a.editRecord().setIntOpt(kTimeoutOption, 2);
+    ASSERT_EQ(a.keys.saveConfiguration(), kKmOk);
 
     ASSERT_EQ(c.login(), kKmOk);
     ASSERT_EQ(c.keys.keys().size(), 2u);
