@@ -23,51 +23,37 @@ class Encoding : public testing::Test {
 };
 
 TEST_F(Encoding, LanguageCodesAreReadAfterTheLastDotInAnyCase) {
-    for (const auto& [value, letter] : {std::pair{"pl_PL.ISO8859-2", 'L'},
-                                        {"ISO88592", 'L'},
-                                        {"pl.x.utf8", 'U'},
-                                        {"Utf-8", 'U'},
-                                        {"WINDOWS1250", 'W'},
-                                        {"pl_PL.CP1250", 'W'},
-                                        {"windows-1250", 'W'},
-                                        {"us-ascii", 'B'},
-                                        {"ASCII", 'B'},
-                                        {"posix", 'B'},
-                                        {"C", 'B'},
-                                        {"en_US.ISO8859-1", 'B'},
-                                        {"pl_PL", '\0'},
-                                        {"", '\0'},
-                                        {"pl_PL.", '\0'},
-                                        {"UTF-8.", '\0'},
-                                        {"C.UTF-16", '\0'}}) {
-        EXPECT_EQ(readLanguageCode(value), letter) << value;
-    }
+    const std::pair<char, std::vector<const char*>> cases[] = {
+        {'L', {"pl_PL.ISO8859-2", "ISO88592"}},
+        {'U', {"pl.x.utf8", "Utf-8"}},
+        {'W', {"WINDOWS1250", "pl_PL.CP1250", "windows-1250"}},
+        {'B', {"us-ascii", "ASCII", "posix", "C", "en_US.ISO8859-1"}},
+        {'\0', {"pl_PL", "", "pl_PL.", "UTF-8.", "C.UTF-16"}}};
+    for (const auto& [letter, values] : cases)
+        for (const char* value : values) EXPECT_EQ(readLanguageCode(value), letter) << value;
 }
 
 TEST_F(Encoding, FirstVariableThatIsSetDecides) {
     EXPECT_EQ(plStandard(), 'U');
-    setenv("LC_ALL", "pl_PL.ISO8859-2", 1);
-    EXPECT_EQ(plStandard(), 'L');
-    setenv("LC_MESSAGES", "C", 1);
-    EXPECT_EQ(plStandard(), 'B');
-    setenv("LANGUAGE", "pl.cp1250", 1);
-    EXPECT_EQ(plStandard(), 'W');
-    setenv("LANG", "pl_PL", 1);
-    EXPECT_EQ(plStandard(), 'U') << "a value that says nothing still decides";
-    setenv("LANG", "", 1);
-    EXPECT_EQ(plStandard(), 'U');
+    for (const auto& [name, value, letter] : {std::tuple{"LC_ALL", "pl_PL.ISO8859-2", 'L'},
+                                              {"LC_MESSAGES", "C", 'B'},
+                                              {"LANGUAGE", "pl.cp1250", 'W'},
+                                              {"LANG", "pl_PL", 'U'},  // says nothing and still decides
+                                              {"LANG", "", 'U'}}) {
+        setenv(name, value, 1);
+        EXPECT_EQ(plStandard(), letter) << name << value;
+    }
 }
 
 TEST_F(Encoding, ConversionFollowsItsTablesByteByByte) {
     const std::string polish = "\x8C\x8F\xAF\x9C\x9F\xBF\xA3\xA5\xB3\xB9\xC6\xCA\xD1\xD3\xE6\xEA\xF1\xF3";
-    for (const auto& [name, letter, shown] :
-         {std::tuple{"LATIN2", 'L',
-                     std::string("\xA6\xAC\xAF\xB6\xBC\xBF\xA3\xA1\xB3\xB1\xC6\xCA\xD1\xD3\xE6\xEA\xF1\xF3")},
-          {"WINDOWS", 'W', polish},
-          {"UTF8", 'U', polish},
-          {"UTF-8", 'U', polish},
-          {"852", 'B', "SZZszzLAlaCENOceno"},
-          {"utf8", 'B', "SZZszzLAlaCENOceno"}}) {
+    const std::string latin2 = "\xA6\xAC\xAF\xB6\xBC\xBF\xA3\xA1\xB3\xB1\xC6\xCA\xD1\xD3\xE6\xEA\xF1\xF3";
+    for (const auto& [name, letter, shown] : {std::tuple{"LATIN2", 'L', latin2},
+                                              {"WINDOWS", 'W', polish},
+                                              {"UTF8", 'U', polish},
+                                              {"UTF-8", 'U', polish},
+                                              {"852", 'B', "SZZszzLAlaCENOceno"},
+                                              {"utf8", 'B', "SZZszzLAlaCENOceno"}}) {
         EXPECT_EQ(plStandard(name), letter);
         EXPECT_EQ(pl(polish), shown) << name;
         EXPECT_EQ(pl("zwyk~y \x7f\x80\xff"), "zwyk~y \x7f\x80\xff") << name;
@@ -83,9 +69,8 @@ TEST_F(Encoding, TypedBytesBecomeUtf8) {
                                               {"ASCII", "\xB1", "\xB1"}}) {
         plStandard(name);
         std::array<char, 16> buffer{};
-        std::strcpy(buffer.data(), typed);
-        EXPECT_EQ(typedToUtf8(buffer.data(), static_cast<int>(std::strlen(typed)), buffer.size()),
-                  static_cast<int>(std::strlen(result)));
+        const int length = static_cast<int>(std::string(typed).copy(buffer.data(), buffer.size()));
+        EXPECT_EQ(typedToUtf8(buffer.data(), length, buffer.size()), static_cast<int>(std::strlen(result)));
         EXPECT_STREQ(buffer.data(), result) << name;
     }
     plStandard("LATIN2");

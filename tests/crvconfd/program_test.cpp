@@ -15,23 +15,22 @@ namespace {
 const std::string kProgram = CRV_BIN_DIR "/crvconfd";
 const std::string kVersion = "Konfiguracja pakietu CORVANE 3.9.18.18 (K.2023030101)\n";
 
+/// A folder, which is HOME, with the program under three names.
 class Program : public testing::Test {
   protected:
-    /// Standard output and error of the program under an environment of HOME and the given assignments, then "=status".
-    [[nodiscard]] std::string run(const std::string& arguments, const std::string& environment = "",
-                                  const std::string& program = kProgram) const {
-        return shell("cd " + dir.path().string() + "; env -i HOME=" + dir.path().string() + " " + environment + " " +
-                     program + " " + arguments + " </dev/null; echo =$?");
+    Program() {
+        for (const char* name : {"crvconfd", "MySigner", "corvane-Sign"})
+            std::filesystem::create_symlink(kProgram, dir.path() / name);
+    }
+    /// Standard output and error of "[NAME=value...] ./program arguments" in an environment of HOME, then "=status".
+    [[nodiscard]] std::string run(const std::string& line) const {
+        const std::string home = dir.path().string();
+        return shell("cd " + home + "; env -i HOME=" + home + " " + line + " </dev/null; echo =$?");
     }
     void list(const std::string& name, const std::vector<std::string>& profiles) const {
         std::string text;
         for (const std::string& profile : profiles) text += "\\" + profile + "\\Type [l] = 7\n";
         writeFile(dir.file(name), text);
-    }
-    /// A copy of the program under another name.
-    [[nodiscard]] std::string named(const std::string& name) const {
-        std::filesystem::create_symlink(kProgram, dir.path() / name);
-        return dir.file(name);
     }
     TempDir dir;
 };
@@ -60,70 +59,63 @@ TEST_F(Program, OptionsEndWithTheirTextsAndStatuses) {
              {"", "Program wymaga terminala na standardowym wejściu i wyjściu.\n=1\n"},
              {"-list >/dev/full", "Błąd zapisu na standardowe wyjście: No space left on device\n=255\n"},
              {"-list >&-", "Błąd zapisu na standardowe wyjście: Bad file descriptor\n=255\n"}}) {
-        EXPECT_EQ(run(arguments).substr(0, expected.size()), expected) << arguments;
+        EXPECT_EQ(run("./crvconfd " + arguments).substr(0, expected.size()), expected) << arguments;
     }
 }
 
 TEST_F(Program, HelpIsWholeAndMarksTheDefaultByTheName) {
-    const std::string help = run("-profile x --HELP -nonsense");
+    const std::string help = run("./crvconfd -profile x --HELP -nonsense");
+    const std::string signer = run("./MySigner -corvane -h");
     EXPECT_EQ(help.substr(0, help.find("  -profile")), "Sposób użycia:\ncrvconfd [parametry]\n\nParametry:\n");
     EXPECT_EQ(std::count(help.begin(), help.end(), '\n'), 33);
-    EXPECT_NE(help.find("dla programu Corvane-Signature\n"), std::string::npos);
-    EXPECT_NE(help.find("dla programu Corvane (domyślnie)\n"), std::string::npos);
-    EXPECT_NE(help.find("\n                      w postaci '\\xx'\n"), std::string::npos);
-    EXPECT_NE(help.find("programu\n\nJeśli program zostanie wywołany bez parametrów, zostanie wyświetlona lista\n"),
-              std::string::npos);
     EXPECT_EQ(help.substr(help.find("profili i będzie")), "profili i będzie można wybrać profil do edycji.\n=0\n");
-    const std::string signer = run("-corvane -h", "", named("MySigner"));
-    EXPECT_NE(signer.find("\nMySigner [parametry]\n"), std::string::npos);
-    EXPECT_NE(signer.find("dla programu Corvane-Signature (domyślnie)\n"), std::string::npos);
-    EXPECT_NE(signer.find("dla programu Corvane\n"), std::string::npos);
+    for (const auto& [text, part] : {std::pair{&help, "dla programu Corvane-Signature\n"},
+                                     {&help, "dla programu Corvane (domyślnie)\n"},
+                                     {&help, "\n                      w postaci '\\xx'\n"},
+                                     {&signer, "\nMySigner [parametry]\n"},
+                                     {&signer, "dla programu Corvane-Signature (domyślnie)\n"},
+                                     {&signer, "dla programu Corvane\n"}})
+        EXPECT_NE(text->find(part), std::string::npos) << part;
 }
 
 TEST_F(Program, TextsAreConvertedToTheDisplayEncoding) {
     const std::string utf8 = "Błędny parametr wywołania programu: -ó\n",
                       ascii = "Błędny parametr wywołania programu: -\xC3l\n";
-    for (const auto& [environment, arguments, expected] : {std::tuple{"", "", utf8},
-                                                           {"LANG=C", "", ascii},
-                                                           {"LANG=pl_PL LC_ALL=C", "", utf8},
-                                                           {"LC_ALL=C", "-utf8", utf8},
-                                                           {"", "-ascii", ascii},
-                                                           {"", "-CP852", ascii},
-                                                           {"LC_ALL=POSIX", "-cp1250", utf8},
-                                                           {"LC_ALL=C", "-latin2", utf8}}) {
-        EXPECT_EQ(run(std::string(arguments) + " -ó", environment), expected + "=1\n") << environment << arguments;
-    }
-    EXPECT_EQ(run("-latin2 '\xb9'"), "Błędny parametr wywołania programu: \xb1\n=1\n");
+    for (const std::string line : {"./crvconfd", "LANG=pl_PL LC_ALL=C ./crvconfd", "LC_ALL=C ./crvconfd -utf8",
+                                   "LC_ALL=POSIX ./crvconfd -cp1250", "LC_ALL=C ./crvconfd -latin2"})
+        EXPECT_EQ(run(line + " -ó"), utf8 + "=1\n") << line;
+    for (const std::string line : {"LANG=C ./crvconfd", "./crvconfd -ascii", "./crvconfd -CP852"})
+        EXPECT_EQ(run(line + " -ó"), ascii + "=1\n") << line;
+    EXPECT_EQ(run("./crvconfd -latin2 '\xb9'"), "Błędny parametr wywołania programu: \xb1\n=1\n");
 }
 
 TEST_F(Program, ListsNameTheirProfilesAndWhoseTheyAre) {
     list(".crvprofiles.conf", {"Drugi", "pierwszy", "dr\x1bugi"});
     list(".crvsignerprofiles.conf", {"podpis"});
     list("inne.conf", {"a", "b"});
-    const std::string user = "  1. DR?UGI", two = "  2. DRUGI", three = "  3. PIERWSZY";
-    const auto lines = [&](const std::string& mark) {
-        return user.substr(1) + mark + "\n" + two.substr(1) + mark + "\n" + three.substr(1) + mark + "\n";
-    };
-    EXPECT_EQ(run("-list"), "Lista profili:\n" + lines(" <użytkownika>") + "=0\n");
-    EXPECT_EQ(run("-list -user"), "Lista profili użytkownika:\n" + lines("") + "=0\n");
-    EXPECT_EQ(run("-list -signer"), "Lista profili:\n 1. PODPIS <użytkownika>\n=0\n");
-    EXPECT_EQ(run("-list", "", named("corvane-Sign")), "Lista profili:\n 1. PODPIS <użytkownika>\n=0\n");
-    EXPECT_EQ(run("-list -corvane", "", dir.file("corvane-Sign")), run("-list"));
+    const std::string marked = " 1. DR?UGI <użytkownika>\n 2. DRUGI <użytkownika>\n 3. PIERWSZY <użytkownika>\n=0\n";
+    const std::string users = "Lista profili użytkownika:\n 1. DR?UGI\n 2. DRUGI\n 3. PIERWSZY\n=0\n";
+    const std::string signers = "Lista profili:\n 1. PODPIS <użytkownika>\n=0\n";
     const std::string fromFile = "Lista profili:\n 1. A\n 2. B\n=0\n";
-    EXPECT_EQ(run("-list -profiles inne.conf"), fromFile);
-    EXPECT_EQ(run("-list -profiles '~/inne.conf'"), fromFile);
-    EXPECT_EQ(run("-list -common", "CRV_PROFILE_FILE=inne.conf"), fromFile) << "the environment wins";
-    EXPECT_EQ(run("-list -profiles nie.conf", "CRV_PROFILE_FILE=inne.conf"), fromFile);
-    EXPECT_EQ(run("-profiles inne.conf -profile a", "CRV_PROFILE=c"), "Nie znaleziono profilu c\n=1\n");
-    EXPECT_EQ(run("-list -profiles inne.conf -user"), "Lista profili użytkownika:\n" + lines("") + "=0\n");
+    const std::pair<const char*, std::string> cases[] = {
+        {"./crvconfd -list", "Lista profili:\n" + marked},
+        {"./crvconfd -list -user", users},
+        {"./crvconfd -list -signer", signers},
+        {"./corvane-Sign -list", signers},
+        {"./corvane-Sign -list -corvane", "Lista profili:\n" + marked},
+        {"./crvconfd -list -profiles inne.conf", fromFile},
+        {"./crvconfd -list -profiles '~/inne.conf'", fromFile},
+        {"CRV_PROFILE_FILE=inne.conf ./crvconfd -list -common", fromFile},  // the environment wins
+        {"CRV_PROFILE_FILE=inne.conf ./crvconfd -list -profiles nie.conf", fromFile},
+        {"CRV_PROFILE=c ./crvconfd -profiles inne.conf -profile a", "Nie znaleziono profilu c\n=1\n"},
+        {"./crvconfd -list -profiles inne.conf -user", users}};
+    for (const auto& [line, expected] : cases) EXPECT_EQ(run(line), expected) << line;
 }
 
 TEST_F(Program, BrokenListsAreReportedAndLeftAlone) {
-    for (const std::string& text : {std::string("\\A\\Type [l] = 1\nbroken\n"), std::string("\x7f"
-                                                                                            "ELF\0\1\2",
-                                                                                            7)}) {
+    for (const std::string& text : {std::string("\\A\\Type [l] = 1\nbroken\n"), std::string("\177ELF\0\1\2", 7)}) {
         writeFile(dir.file("bad.conf"), text);
-        const std::string output = run("-list -profiles bad.conf");
+        const std::string output = run("./crvconfd -list -profiles bad.conf");
         EXPECT_EQ(output.substr(output.rfind('=')), "=255\n");
         EXPECT_GT(output.size(), 10U) << "without a word";
         EXPECT_EQ(readFile(dir.file("bad.conf")), text);
@@ -146,7 +138,7 @@ TEST_F(Program, TenThousandProfilesAreListed) {
     std::vector<std::string> names;
     for (int i = 0; i < 10000; ++i) names.push_back("p" + std::to_string(10000 + i));
     list("many.conf", names);
-    const std::string output = run("-list -profiles many.conf");
+    const std::string output = run("./crvconfd -list -profiles many.conf");
     EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 10002);
     EXPECT_NE(output.find("\n10000. P19999\n"), std::string::npos);
 }
@@ -155,10 +147,10 @@ TEST_F(Program, TenThousandProfilesAreListed) {
 
 class Selection : public Program {
   protected:
-    [[nodiscard]] ScreenProgram::Start start(const std::vector<std::string>& arguments) const {
-        ScreenProgram::Start start{.arguments = {kProgram}, .environment = {{"HOME", dir.path().string()}}};
-        start.arguments.insert(start.arguments.end(), arguments.begin(), arguments.end());
-        return start;
+    [[nodiscard]] ScreenProgram open(const std::vector<std::string>& options = {}) const {
+        std::vector<std::string> arguments{kProgram};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        return ScreenProgram({.arguments = arguments, .environment = {{"HOME", dir.path().string()}}});
     }
 };
 
@@ -166,18 +158,18 @@ TEST_F(Selection, ShowsTheListAndLeavesCleanly) {
     const std::string longName(80, 'd');
     list(".crvprofiles.conf", {"alfa", "beta", longName});
     for (const std::string& leave : {std::string("W"), std::string("w"), keys::kEscape}) {
-        ScreenProgram console(start({}));
+        ScreenProgram console = open();
         console.waitFor("szczegóły profilu");
         console.waitFor("... (U)");
-        EXPECT_EQ(
-            console.cells(0, 0, 80),
-            std::string(13, ' ') + "Konfiguracja pakietu CORVANE 3.9.18.18 (K.2023030101)" + std::string(14, ' '));
+        const std::pair<int, std::string> rows[] = {
+            {0, std::string(13, ' ') + "Konfiguracja pakietu CORVANE 3.9.18.18 (K.2023030101)"},
+            {2, std::string(32, ' ') + "Wybierz profil:"},
+            {4, "|>ALFA" + std::string(69, ' ') + "(U) |"},
+            {6, "| " + std::string(69, 'D') + "... (U) |"},
+            {22, "Wybór: klawisze nawigacyjne, spacja, +, -; Enter: zatwierdź"},
+            {23, "Esc,W: koniec, I: szczegóły profilu"}};
+        for (const auto& [row, text] : rows) EXPECT_EQ(console.row(row), text);
         EXPECT_TRUE(console.cell(0, 0).reverse);
-        EXPECT_EQ(console.row(2), std::string(32, ' ') + "Wybierz profil:");
-        EXPECT_EQ(console.row(4), "|>ALFA" + std::string(69, ' ') + "(U) |");
-        EXPECT_EQ(console.row(6), "| " + std::string(69, 'D') + "... (U) |");
-        EXPECT_EQ(console.row(22), "Wybór: klawisze nawigacyjne, spacja, +, -; Enter: zatwierdź");
-        EXPECT_EQ(console.row(23), "Esc,W: koniec, I: szczegóły profilu");
         EXPECT_TRUE(console.cell(4, 10).reverse);
         console.send(leave);
         EXPECT_EQ(console.waitExit(), 0);
@@ -188,7 +180,7 @@ TEST_F(Selection, ShowsTheListAndLeavesCleanly) {
 
 TEST_F(Selection, DetailsComeAndGoAndAChoiceOpensTheProfile) {
     list(".crvprofiles.conf", {"alfa", "beta"});
-    ScreenProgram console(start({"-user", "-termdumb"}));
+    ScreenProgram console = open({"-user", "-termdumb"});
     console.waitFor("[ALFA]");
     EXPECT_EQ(console.row(4), std::string(36, ' ') + "|[ALFA]|");
     console.send(keys::kDown + "i");
@@ -203,7 +195,7 @@ TEST_F(Selection, DetailsComeAndGoAndAChoiceOpensTheProfile) {
 
 TEST_F(Selection, AListThatVanishesUnderTheScreenIsAnError) {
     list(".crvprofiles.conf", {"alfa"});
-    ScreenProgram console(start({}));
+    ScreenProgram console = open();
     console.waitFor("ALFA");
     std::filesystem::remove(dir.file(".crvprofiles.conf"));
     console.send("i" + keys::kEnter);
@@ -212,26 +204,23 @@ TEST_F(Selection, AListThatVanishesUnderTheScreenIsAnError) {
     EXPECT_EQ(console.waitExit(), 0);
 }
 
-TEST_F(Selection, NothingToChooseFromEndsTheProgram) {
-    ScreenProgram console(start({"-user", "-termdumb"}));
-    console.waitFor("Brak zdefiniowanych profili.");
-    EXPECT_FALSE(console.cell(0, 0).reverse);
-    console.send(" ");
-    EXPECT_EQ(console.waitExit(), 0);
-}
-
-TEST_F(Selection, ABrokenListIsShownOnTheScreenAndEndsWith255) {
+TEST_F(Selection, NothingToChooseFromAndABrokenListEndTheProgram) {
+    ScreenProgram none = open({"-user", "-termdumb"});
+    none.waitFor("Brak zdefiniowanych profili.");
+    EXPECT_FALSE(none.cell(0, 0).reverse);
+    none.send(" ");
+    EXPECT_EQ(none.waitExit(), 0);
     writeFile(dir.file(".crvprofiles.conf"), "broken\n");
-    ScreenProgram console(start({}));
-    console.waitUntil("the message row speaks", [&] { return !console.row(23).empty(); });
-    console.send(" ");
-    EXPECT_EQ(console.waitExit(), 255);
-    EXPECT_EQ(console.errors(), "");
+    ScreenProgram broken = open();
+    broken.waitUntil("the message row speaks", [&] { return !broken.row(23).empty(); });
+    broken.send(" ");
+    EXPECT_EQ(broken.waitExit(), 255);
+    EXPECT_EQ(broken.errors(), "");
 }
 
 TEST_F(Selection, SignalsEndTheProgramAsSuch) {
     list(".crvprofiles.conf", {"alfa"});
-    ScreenProgram console(start({}));
+    ScreenProgram console = open();
     console.waitFor("ALFA");
     console.signal(SIGTERM);
     EXPECT_EQ(console.waitExit(), 128 + SIGTERM);

@@ -5,7 +5,6 @@ namespace crv::test {
 namespace {
 
 const std::string kProgram = CRV_BIN_DIR "/crvconfd";
-const std::string kKeys(30, 'k');
 
 std::string quoted(const std::string& text) {
     return "'" + text + "'";
@@ -20,15 +19,12 @@ SessionScreen::SessionScreen() {
                   file("db") + "\"\n");
 }
 
-void SessionScreen::start(const std::vector<std::string>& options,
-                          const std::map<std::string, std::string>& environment, bool utf8) {
-    ScreenProgram::Start start{.arguments = {kProgram, "-profiles", file("lista.conf")},
-                               .environment = {{"HOME", dir.path().string()}}};
-    start.arguments.insert(start.arguments.end(), options.begin(), options.end());
-    start.environment.insert(environment.begin(), environment.end());
-    start.utf8 = utf8;
+void SessionScreen::start(const std::vector<std::string>& options, bool utf8) {
+    std::vector<std::string> arguments{kProgram, "-profiles", file("lista.conf")};
+    arguments.insert(arguments.end(), options.begin(), options.end());
     screen.reset();
-    screen = std::make_unique<ScreenProgram>(start);
+    screen = std::make_unique<ScreenProgram>(
+        ScreenProgram::Start{.arguments = arguments, .environment = {{"HOME", dir.path().string()}}, .utf8 = utf8});
 }
 
 void SessionScreen::startUnder(const std::string& shellCommands) {
@@ -46,22 +42,41 @@ void SessionScreen::play(const Steps& steps) {
     }
 }
 
-void SessionScreen::create(const std::string& password) {
-    play({{"Wybierz profil:", keys::kEnter},
-          {"Bazy danych pakietu nie istnieją. Czy chcesz je utworzyć (t/n) ?", "t"},
-          {"Plik bezpieczeństwa pakietu nie istnieje. Czy chcesz go utworzyć (t/n) ?", "t"},
-          {"Wprowadź nowe hasło dostępu:", password + keys::kEnter},
-          {"Powtórz hasło:", password + keys::kEnter},
-          {"aby zainicjowac generator pseudolosowy:", kKeys + keys::kEnter},
-          {kMainMenu, ""}});
+void SessionScreen::expectRow(const std::string& typed, int row, const std::string& text, bool whole) {
+    SCOPED_TRACE(typed);
+    screen->send(typed);
+    screen->waitUntil("row " + std::to_string(row) + " \"" + text + '"', [&] {
+        return whole ? screen->row(row) == text : screen->row(row).find(text) != std::string::npos;
+    });
+}
+
+Steps SessionScreen::fileCreation(const std::string& password) {
+    return {{kNoFile, "t"},
+            {kNewPassword, password + "\r"},
+            {kRepeat, password + "\r"},
+            {kSeeding, std::string(30, 'k') + "\r"}};
+}
+
+void SessionScreen::create() {
+    play({{kSelection, "\r"}, {kNoDatabase + ". Czy chcesz je utworzyć (t/n) ?", "t"}});
+    play(fileCreation(kPassword));
+    screen->waitFor(kMainMenu);
 }
 
 void SessionScreen::logIn(const std::string& password) {
-    play({{"Wybierz profil:", keys::kEnter}, {kAskPassword, password + keys::kEnter}, {kMainMenu, ""}});
+    play({{kSelection, "\r"}, {kAskPassword, password + "\r"}, {kMainMenu, ""}});
 }
 
-int SessionScreen::leave() {
-    play({{kMainMenu, "w"}, {"Wybierz profil:", "w"}});
+void SessionScreen::open(const std::string& typed) {
+    start();
+    logIn();
+    screen->send(typed);
+}
+
+int SessionScreen::leave(const std::string& from) {
+    if (from != kMainMenu && from != kSelection) play({{from, "w"}});
+    if (from != kSelection) play({{kMainMenu, "w"}});
+    play({{kSelection, "w"}});
     return screen->waitExit();
 }
 

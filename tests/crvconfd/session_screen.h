@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "misc/bytes.h"
 #include "support/screen/screen_program.h"
 #include "support/temp_dir.h"
 
@@ -23,24 +24,39 @@ class SessionScreen : public testing::Test {
   protected:
     static inline const std::string kPassword = "Abcdefg1";
     static inline const std::string kMainMenu = "W) Wyjście";
+    static inline const std::string kSelection = "Wybierz profil:";
     static inline const std::string kAskPassword = "Wprowadź hasło dostępu:";
+    static inline const std::string kWrongPassword =
+        "Błędne hasło/PIN lub naruszona integralność pliku bezpieczeństwa !!!";
+    static inline const std::string kNewPassword = "Wprowadź nowe hasło dostępu:";
+    static inline const std::string kRepeat = "Powtórz hasło:";
+    static inline const std::string kSeeding = "aby zainicjowac generator pseudolosowy:";
+    static inline const std::string kNoDatabase = "Bazy danych pakietu nie istnieją";
+    static inline const std::string kNoFile =
+        "Plik bezpieczeństwa pakietu nie istnieje. Czy chcesz go utworzyć (t/n) ?";
 
     /// A list with the file profile Praca: "praca.p12" and the folder "db".
     SessionScreen();
 
-    void start(const std::vector<std::string>& options = {}, const std::map<std::string, std::string>& environment = {},
-               bool utf8 = true);
+    void start(const std::vector<std::string>& options = {}, bool utf8 = true);
     /// Starts the console under a shell's limits: "ulimit -f 8", "trap '' XFSZ".
     void startUnder(const std::string& shellCommands);
     void play(const Steps& steps);
     /// Waits for the message on row 23 and puts it away.
     void message(const std::string& text) { play({{text, " "}}); }
+    /// Types and waits until the row is the text, or has it in itself.
+    void expectRow(const std::string& typed, int row, const std::string& text, bool whole = true);
+    void expectIn(const std::string& typed, int row, const std::string& part) { expectRow(typed, row, part, false); }
+    /// The steps from the question for a new security file to its end.
+    static Steps fileCreation(const std::string& password = kPassword);
     /// From nothing to the main menu: databases and security file.
-    void create(const std::string& password = kPassword);
+    void create();
     /// From the selection to the main menu.
     void logIn(const std::string& password = kPassword);
-    /// From the main menu out; the program's status.
-    int leave();
+    /// Starts the console and goes to a menu below the main menu.
+    void open(const std::string& typed);
+    /// Out of the console: from the selection, the main menu or a menu below it that shows the text. Its status.
+    int leave(const std::string& from = kMainMenu);
     /// Database and security file as create() makes them, without running the console again for each test.
     void prepare();
     /// prepare(), but with a key in the security file, its certificate by a demo authority too when asked. Beside them
@@ -50,6 +66,7 @@ class SessionScreen : public testing::Test {
     std::string demoCa(const std::string& arguments);
 
     [[nodiscard]] std::string file(const std::string& name) const { return dir.file(name); }
+    void save(const std::string& name, const Bytes& octets) { writeFile(file(name), {octets.begin(), octets.end()}); }
     /// Output of a command that runs in the folder and must succeed.
     std::string run(const std::string& command) const;
     /// What the independent reader finds in the security file.

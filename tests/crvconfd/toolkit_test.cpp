@@ -2,17 +2,18 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <sstream>
 
 #include "support/screen/screen_program.h"
 
 namespace crv::test {
 namespace {
 
-/// The demo with one scene, on a terminal of its own.
+/// The demo with one scene and its arguments, on a terminal of its own.
 class Demo : public ScreenProgram {
   public:
-    Demo(int mode, const std::vector<std::string>& scene, std::map<std::string, std::string> environment = {})
-        : ScreenProgram(start(mode, scene, std::move(environment))) {}
+    Demo(int mode, const std::string& scene, const std::map<std::string, std::string>& environment = {})
+        : ScreenProgram({.arguments = arguments(mode, scene), .environment = environment}) {}
 
     /// The scene's result, once it shows.
     std::string result() {
@@ -26,13 +27,11 @@ class Demo : public ScreenProgram {
         return result();
     }
 
-  private:
-    static Start start(int mode, const std::vector<std::string>& scene,
-                       std::map<std::string, std::string> environment) {
-        Start start{.arguments = {CRV_BIN_DIR "/toolkit_demo", std::to_string(mode)},
-                    .environment = std::move(environment)};
-        start.arguments.insert(start.arguments.end(), scene.begin(), scene.end());
-        return start;
+    static std::vector<std::string> arguments(int mode, const std::string& scene) {
+        std::vector<std::string> words{CRV_BIN_DIR "/toolkit_demo", std::to_string(mode)};
+        std::istringstream in(scene);
+        for (std::string word; in >> word;) words.push_back(word);
+        return words;
     }
 };
 
@@ -41,41 +40,39 @@ std::string spaces(size_t count) {
 }
 
 TEST(ToolkitOutput, TextsStandWhereTheyBelongAndStayInTheirRow) {
-    Demo demo(2, {"output", "Nagłówek"});
+    Demo demo(2, "output Nagłówek");
     EXPECT_EQ(demo.result(), "drawn");
     // 10 bytes are centred from column 35 although they take 8 columns; the bar reaches both edges.
-    EXPECT_EQ(demo.cells(0, 0, 80), spaces(35) + "Nagłówek" + spaces(37));
-    EXPECT_TRUE(demo.cell(0, 0).reverse && demo.cell(0, 79).reverse);
-    EXPECT_EQ(demo.row(1), spaces(70) + "za prawą k");
-    EXPECT_EQ(demo.row(2), "");
-    EXPECT_EQ(demo.row(3), spaces(33) + "wyśrodkowany");
-    EXPECT_EQ(demo.row(4), "  3) Bazy danych, klucze, Półka, koniec");
-    EXPECT_TRUE(demo.cell(4, 2).underline && demo.cell(4, 18).underline && demo.cell(4, 27).underline);
-    EXPECT_FALSE(demo.cell(4, 3).underline);
-    EXPECT_EQ(demo.row(6), spaces(39) + "ab");
-    EXPECT_EQ(demo.row(8), "znak ?[31m??? i ?") << "control bytes reach the terminal";
-    EXPECT_TRUE(demo.cell(9, 0).bold);
-    EXPECT_EQ(demo.row(10), "");
-    EXPECT_EQ(demo.row(11), std::string(80, '0'));
-    EXPECT_EQ(demo.row(12), "");
+    const std::pair<int, std::string> rows[] = {{0, spaces(35) + "Nagłówek"},
+                                                {1, spaces(70) + "za prawą k"},
+                                                {2, ""},
+                                                {3, spaces(33) + "wyśrodkowany"},
+                                                {4, "  3) Bazy danych, klucze, Półka, koniec"},
+                                                {6, spaces(39) + "ab"},
+                                                {8, "znak ?[31m??? i ?"},
+                                                {10, ""},
+                                                {11, std::string(80, '0')},
+                                                {12, ""}};
+    for (const auto& [row, text] : rows) EXPECT_EQ(demo.row(row), text);
+    EXPECT_TRUE(demo.cell(0, 0).reverse && demo.cell(0, 79).reverse && demo.cell(9, 0).bold);
+    for (const int column : {2, 3, 18, 27}) EXPECT_EQ(demo.cell(4, column).underline, column != 3);
     EXPECT_FALSE(demo.cursorVisible());
     demo.send("x");
     EXPECT_EQ(demo.waitExit(), 0);
 }
 
 TEST(ToolkitOutput, DumbModeShowsMnemonicsAsCapitals) {
-    Demo demo(0, {"output", "x"});
+    Demo demo(0, "output x");
     demo.result();
     EXPECT_EQ(demo.row(4), "  3) Bazy danych, Klucze, PÓłka, koniec");
     EXPECT_FALSE(demo.cell(4, 2).underline || demo.cell(0, 0).reverse || demo.cell(9, 0).bold);
 }
 
 TEST(ToolkitOutput, HeaderIsCutAt80Bytes) {
-    const std::string full(80, 'a');
-    for (const auto& [text, bar] : {std::pair{full, full},
-                                    {full + "b", std::string(77, 'a') + "..."},
-                                    {std::string(76, 'a') + "żxyz", std::string(76, 'a') + "..."}}) {
-        Demo demo(1, {"output", text});
+    const std::string full(80, 'a'), most(76, 'a');
+    for (const auto& [text, bar] :
+         {std::pair{full, full}, {full + "b", most + "a..."}, {most + "żxyz", most + "..."}}) {
+        Demo demo(1, "output " + text);
         demo.result();
         EXPECT_EQ(demo.row(0), bar);
         EXPECT_TRUE(demo.cell(0, 79).reverse);
@@ -83,80 +80,68 @@ TEST(ToolkitOutput, HeaderIsCutAt80Bytes) {
 }
 
 TEST(ToolkitKeys, SequencesAreDecodedAndUnknownOnesTakenInWhole) {
-    const std::vector<std::pair<std::string, std::string>> cases{{"a", "97"},
-                                                                 {"\x1b[A", "1072"},
-                                                                 {"\x1b[B", "1080"},
-                                                                 {"\x1b[5~", "1073"},
-                                                                 {"\x1b[6~", "1081"},
-                                                                 {"\x1b"
-                                                                  "D",
-                                                                  "1081"},
-                                                                 {"\x1bM", "1073"},
-                                                                 {"\x02", "1073"},
-                                                                 {"\x06", "1081"},
-                                                                 {"\x7f", "8"},
-                                                                 {"\r", "10"},
-                                                                 {"\x1b\x1b", "27"},
-                                                                 {"\x1b[1;5C", "0"},
-                                                                 {"\x1b[[A", "0"},
-                                                                 {"\x1bOP", "0"},
-                                                                 {"\x1b[200~", "0"},
-                                                                 {"\x1bx", "0"},
-                                                                 {"\xc5\x82", "197 130"}};
-    Demo demo(2, {"keys"});
+    const std::pair<const char*, const char*> cases[] = {
+        {"a", "97"},        {"\033[A", "1072"}, {"\033[B", "1080"}, {"\033[5~", "1073"}, {"\033[6~", "1081"},
+        {"\033D", "1081"},  {"\033M", "1073"},  {"\002", "1073"},   {"\006", "1081"},    {"\177", "8"},
+        {"\r", "10"},       {"\033\033", "27"}, {"\033[1;5C", "0"}, {"\033[[A", "0"},    {"\033OP", "0"},
+        {"\033[200~", "0"}, {"\033x", "0"},     {"ł", "197 130"}};
+    Demo demo(2, "keys");
     std::string expected;
     for (const auto& [bytes, codes] : cases) {
         demo.send(bytes);
-        expected += " " + codes;
-        demo.waitUntil(codes + " after" + expected,
+        expected += std::string(" ") + codes;
+        demo.waitUntil(codes + (" after" + expected),
                        [&] { return demo.row(2) + demo.row(3) == expected.substr(0, 80); });
     }
 }
 
 TEST(ToolkitKeys, LoneEscapeCountsAfterSilenceAndItsRepetitionDoesNot) {
-    Demo demo(2, {"keys"});
+    Demo demo(2, "keys");
     demo.send("a");
     demo.waitFor("97");
-    demo.send(keys::kEscape);
+    demo.send("\033");
     demo.waitFor("97 27");
-    demo.send(keys::kEscape);
-    demo.send("\x1b");  // together with the one before: a double press is Escape
+    demo.send("\033");
+    demo.send("\033");  // together with the one before: a double press is Escape
     demo.waitFor("97 27 27");
     demo.send("b");
     demo.waitFor("97 27 27 98");
 }
 
-TEST(ToolkitLine, EditsScrollsAndEnds) {
-    struct Case {
-        std::vector<std::string> scene;
-        std::string keys;
-        std::string result;
-    };
-    const std::vector<Case> cases{
-        {{"line", "0", "20", "0", ""}, "ab c\r", "4 [ab c]"},
-        {{"line", "0", "20", "0", "stary"}, "\x7f\x7fX\r", "4 [staX]"},
-        {{"line", "0", "4", "0", ""}, "abcdef\r", "3 [abc]"},
-        {{"line", "0", "20", "0", ""}, "ab\x1b\x1b", "-1 [ab]"},
-        {{"line", "0", "20", "0", ""},
-         "\x7f\x1b[A\xc5\x82"
-         "a\r",
-         "1 [a]"},
-        {{"word"}, "a b\r", "2 [ab]"},
-        {{"number"}, "12x3\r", "123"},
-        {{"number"}, "\r", "-2"},
-        {{"number"}, "5\x1b\x1b", "-1"},
-        {{"number"}, std::string(45, '9') + "\r", "2147483647"},
+struct Case {
+    std::string scene, prompt, keys, result;
+};
+
+TEST(ToolkitInput, EditsAndEnds) {
+    const std::string nines(45, '9');
+    const Case cases[] = {
+        {"line 0 20 0", "Plik:", "ab c\r", "4 [ab c]"},
+        {"line 0 20 0 stary", "Plik:", "\177\177X\r", "4 [staX]"},
+        {"line 0 4 0", "Plik:", "abcdef\r", "3 [abc]"},
+        {"line 0 20 0", "Plik:", "ab\033\033", "-1 [ab]"},
+        {"line 0 20 0", "Plik:", "\177\033[Ała\r", "1 [a]"},
+        {"word", "Słowo:", "a b\r", "2 [ab]"},
+        {"number", "Liczba:", "12x3\r", "123"},
+        {"number", "Liczba:", "\r", "-2"},
+        {"number", "Liczba:", "5\033\033", "-1"},
+        {"number", "Liczba:", nines + "\r", "2147483647"},
+        {"yesno", "(t/n) ?", "x\r\033[At", "1"},
+        {"yesno", "(t/n) ?", "qT", "1"},
+        {"yesno", "(t/n) ?", "\033\033N", "0"},
+        {"question", "Tak, Powrót", "tWw", "119"},
+        {"question", "Tak, Powrót", "T", "84"},
+        {"question", "Tak, Powrót", "x\033\033", "-1"},
     };
     for (const Case& c : cases) {
         Demo demo(2, c.scene);
-        EXPECT_EQ(demo.resultOf(":", c.keys), c.result) << c.scene[0] << " " << c.keys;
+        EXPECT_EQ(demo.resultOf(c.prompt, c.keys), c.result) << c.scene << " " << c.keys;
         EXPECT_EQ(demo.row(5), "") << "the prompt stays";
         EXPECT_FALSE(demo.cursorVisible());
     }
 }
 
-TEST(ToolkitLine, LongTextShowsItsTailBehindAMark) {
-    Demo demo(2, {"line", "10", "100", "12", ""});
+TEST(ToolkitInput, LongTextShowsItsTailBehindAMark) {
+    Demo demo(2, "line 10 100 12");
     demo.waitFor("Plik:");
     demo.send("abcdefghijk");
     demo.waitFor("Plik: abcdefghijk");
@@ -164,152 +149,103 @@ TEST(ToolkitLine, LongTextShowsItsTailBehindAMark) {
     EXPECT_TRUE(demo.cursorVisible());
     demo.send("l");
     demo.waitFor("Plik: <cdefghijkl");
-    EXPECT_TRUE(demo.cell(5, 16).reverse);
-    EXPECT_FALSE(demo.cell(5, 17).reverse);
-    demo.send("\x7f");
+    EXPECT_TRUE(demo.cell(5, 16).reverse && !demo.cell(5, 17).reverse);
+    demo.send("\177");
     demo.waitFor("Plik: abcdefghijk");
     EXPECT_FALSE(demo.cell(5, 16).reverse);
 }
 
 TEST(ToolkitPassword, TakesBytesAsTypedAndShowsEchoesOnly) {
-    struct Case {
-        std::vector<std::string> scene;
-        std::string keys;
-        std::string result;
-        std::string shown;
+    const std::string hundred(100, 'a');
+    const std::array<std::string, 4> cases[] = {
+        {"255 *", "ał \r", "4 [61C58220]", "****"}, {"255", "abc\r", "3 [616263]", ""},
+        {"4 *", "abcdef\r", "3 [616263]", "***"},   {"255 *", "ab\177\177\177c\r", "1 [63]", "*"},
+        {"255 * ab", "c\r", "3 [616263]", "***"},   {"255 *", "a\033[Ab\033[3~\r", "2 [6162]", "**"},
+        {"255 *", "ab\033", "-1 []", "**"},         {"255 *", hundred + "\r", "100 [", std::string(73, '*')},
     };
-    const std::vector<Case> cases{
-        {{"password", "255", "*"}, "a\xc5\x82 \r", "4 [61c58220]", "Hasło:****"},
-        {{"password", "255", ""}, "abc\r", "3 [616263]", "Hasło:"},
-        {{"password", "4", "*"}, "abcdef\r", "3 [616263]", "Hasło:***"},
-        {{"password", "255", "*"},
-         "ab\x7f\x7f\x7f"
-         "c\r",
-         "1 [63]",
-         "Hasło:*"},
-        {{"password", "255", "*", "ab"}, "c\r", "3 [616263]", "Hasło:***"},
-        {{"password", "255", "*"},
-         "a\x1b[A"
-         "b\x1b[3~\r",
-         "2 [6162]",
-         "Hasło:**"},
-        {{"password", "255", "*"}, "ab\x1b", "-1 []", "Hasło:**"},
-        {{"password", "255", "*"}, std::string(100, 'a') + "\r", "100 [", "Hasło:" + std::string(73, '*')},
-    };
-    for (const Case& c : cases) {
-        Demo demo(2, c.scene);
-        EXPECT_EQ(demo.resultOf("Hasło:", c.keys).substr(0, c.result.size()), c.result) << c.keys;
-        EXPECT_EQ(demo.row(5), c.shown);
+    for (const auto& [arguments, keys, result, shown] : cases) {
+        Demo demo(2, "password " + arguments);
+        EXPECT_EQ(demo.resultOf("Hasło:", keys).substr(0, result.size()), result) << keys;
+        EXPECT_EQ(demo.row(5), "Hasło:" + shown);
         EXPECT_EQ(demo.row(6), "");
     }
 }
 
-TEST(ToolkitQuestions, OnlyTheOfferedKeysAnswer) {
-    for (const auto& [scene, typed, answer] : {std::tuple{"yesno", "x\r\x1b[At", "1"},
-                                               {"yesno", "qT", "1"},
-                                               {"yesno", "\x1b\x1bN", "0"},
-                                               {"question", "tWw", "119"},
-                                               {"question", "T", "84"},
-                                               {"question", "x\x1b\x1b", "-1"}}) {
-        Demo demo(2, {scene});
-        EXPECT_EQ(demo.resultOf(scene == std::string("yesno") ? "(t/n) ?" : "Tak, Powrót", typed), answer)
-            << scene << typed;
-    }
-}
-
 TEST(ToolkitMessages, GoAwayByAKeyOrByTime) {
-    Demo keyed(2, {"error"});
+    Demo keyed(2, "error"), timed(2, "wait 1"), pressed(2, "wait 100");
     keyed.waitFor("Błąd: zły plik");
     EXPECT_EQ(keyed.row(23), spaces(31) + "Błąd: zły plik");
     EXPECT_EQ(keyed.bells(), 1);
-    keyed.send("\x1b[A");
+    keyed.send("\033[A");
     EXPECT_EQ(keyed.result(), "gone");
     EXPECT_EQ(keyed.row(23), "");
-    Demo timed(2, {"wait", "1"});
     EXPECT_EQ(timed.result(), "-1");
-    Demo pressed(2, {"wait", "100"});
     pressed.send("y");
     EXPECT_EQ(pressed.result(), "121");
 }
 
 TEST(ToolkitRandom, CountsKeysUpToTheBufferAndIgnoresTheRest) {
-    for (const auto& [scene, typed, counter, end, result] : {std::tuple{"random", "abc", " - 3", "\r", "3 filled"},
-                                                             {"random", "a\x1b[Abcdef", " - 4", "\n", "4 filled"},
-                                                             {"random", "ab", " - 2", "\x1b", "-1"},
-                                                             {"digest", "abcdef", " - 6", "\r", "6 filled"},
-                                                             {"digest", "", "", "\r", "0 filled"},
-                                                             {"digest", "a", " - 1", "\x1b", "-1"}}) {
-        Demo demo(2, {scene});
+    const std::array<const char*, 5> cases[] = {
+        {"random", "abc", " - 3", "\r", "3 filled"}, {"random", "a\033[Abcdef", " - 4", "\n", "4 filled"},
+        {"random", "ab", " - 2", "\033", "-1"},      {"digest", "abcdef", " - 6", "\r", "6 filled"},
+        {"digest", "", "", "\r", "0 filled"},        {"digest", "a", " - 1", "\033", "-1"}};
+    for (const auto& [scene, typed, counter, end, result] : cases) {
+        Demo demo(2, scene);
         demo.waitFor("Klawisze:");
         demo.send(typed);
-        demo.waitFor(std::string("Klawisze:") + counter);
-        demo.send(end);
-        EXPECT_EQ(demo.result(), result);
+        EXPECT_EQ(demo.resultOf(std::string("Klawisze:") + counter, end), result);
         EXPECT_EQ(demo.row(23), "");
     }
 }
 
 // Arguments of the list scene: count, selected, rows, framed, at a fixed column, extra length of item 1.
 TEST(ToolkitList, MovesWrapsAndChooses) {
-    struct Case {
-        std::vector<std::string> scene;
-        std::string keys;
-        std::string result;
+    using namespace keys;
+    const std::array<std::string, 3> cases[] = {
+        {"5 2 0 1", "\r", "2"},
+        {"5 4 0 1", kDown + "\r", "0"},
+        {"5 0 0 1", kUp + "\r", "4"},
+        {"5 9 0 1", "\r" + kUp + "\r", "4"},
+        {"5 9 0 1", "\r" + kDown + "\r", "0"},
+        {"5 0 0 0", " += _-\177+\n", "2"},
+        {"30 0 5 1", kPageDown + kPageDown + kPageUp + kDown + "\r", "6"},
+        {"30 28 5 1", kPageDown + "\r", "29"},
+        {"30 3 5 1", kPageUp + "\r", "0"},
+        {"30 3 5 1", kEnd + "\r", "29"},
+        {"30 3 5 1", kHome + "\r", "0"},
+        {"30 3 5 1", "\033[1;5C" + kDown + "\r", "4"},
+        {"5 2 0 1", "\033", "-1"},
+        {"5 2 0 1", "xc", "-1"},
+        {"5 2 0 1", "ks", "2"},
+        {"5 9 0 1", "sc", "-1"},
+        {"0 0 0 1", kUp + kDown + "\r" + kEnd + "\033", "-1"},
     };
-    const std::string up = keys::kUp, down = keys::kDown;
-    const std::vector<Case> cases{
-        {{"5", "2", "0", "1"}, "\r", "2"},
-        {{"5", "4", "0", "1"}, down + "\r", "0"},
-        {{"5", "0", "0", "1"}, up + "\r", "4"},
-        {{"5", "9", "0", "1"}, "\r" + up + "\r", "4"},
-        {{"5", "9", "0", "1"}, "\r" + down + "\r", "0"},
-        {{"5", "0", "0", "0"},
-         " += _-"
-         "\x7f"
-         "+\n",
-         "2"},
-        {{"30", "0", "5", "1"}, keys::kPageDown + keys::kPageDown + keys::kPageUp + down + "\r", "6"},
-        {{"30", "28", "5", "1"}, keys::kPageDown + "\r", "29"},
-        {{"30", "3", "5", "1"}, keys::kPageUp + "\r", "0"},
-        {{"30", "3", "5", "1"}, keys::kEnd + "\r", "29"},
-        {{"30", "3", "5", "1"}, keys::kHome + "\r", "0"},
-        {{"30", "3", "5", "1"}, "\x1b[1;5C" + down + "\r", "4"},
-        {{"5", "2", "0", "1"}, "\x1b", "-1"},
-        {{"5", "2", "0", "1"}, "xc", "-1"},
-        {{"5", "2", "0", "1"}, "ks", "2"},
-        {{"5", "9", "0", "1"}, "sc", "-1"},
-        {{"0", "0", "0", "1"}, up + down + "\r" + keys::kEnd + "\x1b", "-1"},
-    };
-    for (const Case& c : cases) {
-        std::vector<std::string> scene{"list"};
-        scene.insert(scene.end(), c.scene.begin(), c.scene.end());
-        Demo demo(2, scene);
-        EXPECT_EQ(demo.resultOf(c.scene[0] == "0" ? "+--+" : "pozycja", c.keys), c.result) << c.scene[1] << c.keys;
+    for (const auto& [scene, typed, result] : cases) {
+        Demo demo(2, "list " + scene);
+        EXPECT_EQ(demo.resultOf(scene[0] == '0' ? "+--+" : "pozycja", typed), result) << scene << typed;
     }
 }
 
 TEST(ToolkitList, FrameAndLinesHaveTheirPlaces) {
-    Demo demo(2, {"list", "30", "25", "0", "1", "1"});
-    demo.waitUntil("the frame is closed", [&] { return !demo.row(23).empty(); });
-    EXPECT_EQ(demo.row(2), spaces(10) + "+------------+");
-    EXPECT_EQ(demo.row(22), spaces(10) + "|>pozycja 25 |") << "twenty rows fit, the current one last";
-    EXPECT_EQ(demo.row(23), spaces(10) + "+------------+");
-    EXPECT_EQ(demo.row(3), spaces(10) + "| pozycja 6  |");
-    EXPECT_TRUE(demo.cell(22, 11).reverse && demo.cell(22, 22).reverse);
-    EXPECT_FALSE(demo.cell(22, 10).reverse || demo.cell(22, 23).reverse);
-    EXPECT_FALSE(demo.cursorVisible());
-    demo.send("r");
-    demo.waitFor("callback 114@25");
-    demo.waitUntil("the list is drawn again", [&] { return demo.row(23) == spaces(10) + "+------------+"; });
-    EXPECT_EQ(demo.row(2), spaces(10) + "+------------+");
-    EXPECT_EQ(demo.row(22), spaces(10) + "|>pozycja 25 |");
+    Demo demo(2, "list 30 25 0 1 1");
+    const std::string edge = spaces(10) + "+------------+";
+    for (const char* before : {"", "callback 114@25"}) {
+        demo.waitFor(before);
+        demo.waitUntil("the frame is closed", [&] { return demo.row(23) == edge; });
+        EXPECT_EQ(demo.row(2), edge);
+        EXPECT_EQ(demo.row(3), spaces(10) + "| pozycja 6  |");
+        EXPECT_EQ(demo.row(22), spaces(10) + "|>pozycja 25 |") << "twenty rows fit, the current one last";
+        for (const int column : {10, 11, 22, 23})
+            EXPECT_EQ(demo.cell(22, column).reverse, column == 11 || column == 22);
+        EXPECT_FALSE(demo.cursorVisible());
+        demo.send("r");  // which draws the list again
+    }
 }
 
 TEST(ToolkitList, DumbModeBracketsAndUnframedLinesFillTheRest) {
-    Demo framed(0, {"list", "3", "0", "0", "1", "1"});
+    Demo framed(0, "list 3 0 0 1 1"), plain(0, "list 30 0 0 0 1");
     framed.waitFor("pozycja 2");
     EXPECT_EQ(framed.row(3), spaces(10) + "|[pozycja 0]|");
-    Demo plain(0, {"list", "30", "0", "0", "0", "1"});
     plain.waitFor("pozycja 21");
     EXPECT_EQ(plain.row(2), spaces(10) + "[pozycja 0 ]");
     EXPECT_EQ(plain.row(23), spaces(10) + " pozycja 21");
@@ -321,80 +257,68 @@ TEST(ToolkitList, DumbModeBracketsAndUnframedLinesFillTheRest) {
 }
 
 TEST(ToolkitList, LongItemsAreCutWithDots) {
-    Demo framed(2, {"list", "3", "0", "0", "1", "0", "100"});
+    Demo framed(2, "list 3 0 0 1 0 100"), plain(2, "list 3 0 0 0 0 100");
     framed.waitFor("pozycja 2");
     EXPECT_EQ(framed.row(2), "+" + std::string(78, '-') + "+");
     EXPECT_EQ(framed.row(4), "| pozycja 1" + std::string(64, 'x') + "... |");
-    Demo plain(2, {"list", "3", "0", "0", "0", "0", "100"});
     plain.waitFor("pozycja 2");
     EXPECT_EQ(plain.row(3), " pozycja 1" + std::string(66, 'x') + "...");
 }
 
 TEST(ToolkitTerminal, ShrinkingAndGrowingLosesNothing) {
-    Demo demo(2, {"list", "15", "3", "0", "1", "1"});
+    Demo demo(2, "list 15 3 0 1 1");
     demo.waitFor("pozycja 14");
     demo.resize(10, 40);
     demo.send(keys::kDown);
-    demo.waitUntil("the small screen shows the next item",
-                   [&] { return demo.row(7) == spaces(10) + "|>pozycja 4  |"; });
+    const auto fourth = [&] { return demo.row(7) == spaces(10) + "|>pozycja 4  |"; };
+    demo.waitUntil("the small screen shows the next item", fourth);
     demo.resize(30, 100);
     demo.waitFor("pozycja 14");
-    demo.waitUntil("all is back", [&] {
-        return demo.row(7) == spaces(10) + "|>pozycja 4  |" && demo.row(18) == spaces(10) + "+------------+";
-    });
+    demo.waitUntil("all is back", [&] { return fourth() && demo.row(18) == spaces(10) + "+------------+"; });
     demo.send("\r");
     EXPECT_EQ(demo.result(), "4");
 }
 
 TEST(ToolkitTerminal, SuspendsAndResumes) {
-    Demo demo(2, {"suspend"});
-    demo.waitFor("na zewnatrz");
-    demo.send("\n");
-    EXPECT_EQ(demo.result(), "resumed");
+    Demo demo(2, "suspend");
+    EXPECT_EQ(demo.resultOf("na zewnatrz", "\n"), "resumed");
     EXPECT_EQ(demo.row(0), "");
 }
 
 TEST(ToolkitTerminal, SignalsAndHangUpEndTheProgram) {
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-        Demo demo(2, {"password", "20", "*"});
+        Demo demo(2, "password 20 *");
         demo.waitFor("Hasło:");
         demo.signal(number);
         EXPECT_EQ(demo.waitExit(), 128 + number);
         EXPECT_TRUE(demo.cursorVisible());
         EXPECT_EQ(demo.row(5), "") << "the screen is left as it was found";
     }
-    Demo gone(2, {"list", "5", "0", "0", "1"});
+    Demo gone(2, "list 5 0 0 1");
     gone.waitFor("pozycja 4");
     gone.hangUp();
     EXPECT_EQ(gone.waitExit(), 128 + SIGHUP);
 }
 
 TEST(ToolkitTerminal, WithoutAFitTerminalSaysSo) {
-    struct Case {
-        std::string term;
-        int rows;
-        int columns;
-        std::string error;
-    };
-    for (const Case& c : {Case{"no-such-terminal", 24, 80, "Nieznany rodzaj terminala (TERM=no-such-terminal).\n"},
-                          Case{"", 24, 80, "Nieznany rodzaj terminala (TERM=).\n"},
-                          Case{"xterm", 23, 80, "Terminal jest za mały: 80x23, potrzeba co najmniej 80x24.\n"},
-                          Case{"xterm", 24, 79, "Terminal jest za mały: 79x24, potrzeba co najmniej 80x24.\n"}}) {
+    const std::tuple<const char*, int, int, const char*> cases[] = {
+        {"no-such-terminal", 24, 80, "Nieznany rodzaj terminala (TERM=no-such-terminal).\n"},
+        {"", 24, 80, "Nieznany rodzaj terminala (TERM=).\n"},
+        {"xterm", 23, 80, "Terminal jest za mały: 80x23, potrzeba co najmniej 80x24.\n"},
+        {"xterm", 24, 79, "Terminal jest za mały: 79x24, potrzeba co najmniej 80x24.\n"}};
+    for (const auto& [term, rows, columns, error] : cases) {
         // Curses itself leaks when it knows no such terminal.
-        ScreenProgram demo({.arguments = {CRV_BIN_DIR "/toolkit_demo", "2", "keys"},
-                            .environment = {{"TERM", c.term}, {"ASAN_OPTIONS", "detect_leaks=0"}},
-                            .rows = c.rows,
-                            .columns = c.columns});
+        ScreenProgram demo({.arguments = Demo::arguments(2, "keys"),
+                            .environment = {{"TERM", term}, {"ASAN_OPTIONS", "detect_leaks=0"}},
+                            .rows = rows,
+                            .columns = columns});
         EXPECT_EQ(demo.waitExit(), 1);
-        EXPECT_EQ(demo.errors(), c.error);
+        EXPECT_EQ(demo.errors(), error);
     }
 }
 
-TEST(ToolkitEncodings, TheTerminalGetsWhatItsLocaleReads) {
-    for (const auto& [locale, row] : {std::pair{"C.UTF-8", "Błąd: zły plik"}, {"pl_PL", "Błąd: zły plik"}}) {
-        Demo demo(2, {"error"}, {{"LANG", locale}});
-        demo.waitFor(row);
-    }
+TEST(ToolkitTerminal, GetsWhatItsLocaleReads) {
+    for (const char* locale : {"C.UTF-8", "pl_PL"}) Demo(2, "error", {{"LANG", locale}}).waitFor("Błąd: zły plik");
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Runs one primitive of the toolkit for the screen tests: toolkit_demo <mode 0-2> <scene> [arguments]. The scene's
 // result is shown on row 20 as "= result", then a key ends the program. An end by signal leaves with 128 + its number.
+#include <algorithm>
 #include <array>
 #include <clocale>
 #include <cstdio>
@@ -9,8 +10,8 @@
 #include <map>
 
 #include "crvconfd/encoding.h"
-#include "crvconfd/password_quality.h"
 #include "crvconfd/toolkit.h"
+#include "misc/hex.h"
 
 namespace {
 
@@ -48,13 +49,8 @@ std::string password() {
     std::array<char, 256> buffer{};
     std::snprintf(buffer.data(), buffer.size(), "%s", text(2));
     const int result = inputPassword(5, 0, "Hasło:", buffer.data(), number(0), *text(1), arguments.size() > 2);
-    std::string bytes;
-    for (int i = 0; i < result; ++i) {
-        std::array<char, 4> code{};
-        std::snprintf(code.data(), code.size(), "%02x", static_cast<unsigned char>(buffer[static_cast<size_t>(i)]));
-        bytes += code.data();
-    }
-    return typed(result, bytes.c_str());
+    const std::string_view bytes(buffer.data(), static_cast<size_t>(std::max(result, 0)));
+    return typed(result, toHex(asBytes(bytes)).c_str());
 }
 
 std::string list() {
@@ -64,42 +60,27 @@ std::string list() {
                         (i == 1 ? std::string(static_cast<size_t>(number(5)), 'x') : ""));
     }
     std::string log;
-    const auto callback = [&log](int key, int index) {
+    using enum ShowMenuListCallbackRet;
+    const std::map<int, ShowMenuListCallbackRet> wishes{
+        {'k', NextKey}, {'r', Redraw}, {'c', LeaveCancel}, {'s', LeaveSelected}};
+    const auto callback = [&](int key, int index) {
         if (key == 'r') clrScr();
         log += " " + std::to_string(key) + "@" + std::to_string(index);
         displText(1, 0, "callback%s", log.c_str());
-        switch (key) {
-            case 'k':
-                return ShowMenuListCallbackRet::NextKey;
-            case 'r':
-                return ShowMenuListCallbackRet::Redraw;
-            case 'c':
-                return ShowMenuListCallbackRet::LeaveCancel;
-            case 's':
-                return ShowMenuListCallbackRet::LeaveSelected;
-            default:
-                return ShowMenuListCallbackRet::Continue;
-        }
+        const auto wish = wishes.find(key);
+        return wish == wishes.end() ? Continue : wish->second;
     };
     const bool framed = number(3) != 0;
     return std::to_string(number(4) != 0 ? showMenuList(2, 10, items, number(1), number(2), framed, callback)
                                          : showCentMenuList(2, items, number(1), number(2), framed, callback));
 }
 
-std::string randomText() {
-    std::array<uint8_t, 4> buffer{};
+template <class Buffer>
+std::string randomKeys() {
+    Buffer buffer{};
     const int count = inputRandomText(23, 0, "Klawisze:", buffer);
-    for (int i = 0; i < count; ++i) {
-        if (buffer[static_cast<size_t>(i)] != 0) return std::to_string(count) + " filled";
-    }
-    return std::to_string(count);
-}
-
-std::string digest() {
-    SecretArray<20> octets;
-    const int count = inputRandomText(23, 0, "Klawisze:", octets);
-    const bool filled = octets != std::array<uint8_t, 20>{};
-    return std::to_string(count) + (filled ? " filled" : "");
+    const bool filled = std::any_of(buffer.begin(), buffer.end(), [](uint8_t octet) { return octet != 0; });
+    return std::to_string(count) + (filled && count >= 0 ? " filled" : "");
 }
 
 std::string output() {
@@ -143,9 +124,8 @@ const std::map<std::string, std::function<std::string()>> kScenes{
     {"number", [] { return std::to_string(input_positive_number_yx(5, 3, "Liczba: ")); }},
     {"password", password},
     {"list", list},
-    {"random", randomText},
-    {"digest", digest},
-    {"quality", [] { return std::to_string(goodPassQuality(text(0))); }},
+    {"random", randomKeys<std::array<uint8_t, 4>>},
+    {"digest", randomKeys<SecretArray<20>>},
     {"suspend", suspended},
     {"yesno", [] { return std::to_string(displCentQuestion(23, "Czy na pewno (t/n) ?")); }},
     {"question", [] { return std::to_string(displCentQuestion(23, "~Tak, Po~wrót", "Tw")); }},

@@ -12,9 +12,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 namespace crv::test {
 
@@ -36,136 +34,110 @@ void appendUtf8(std::string& out, uint32_t code) {
     for (int i = tails - 1; i >= 0; --i) out += static_cast<char>(0x80 | ((code >> (6 * i)) & 0x3F));
 }
 
-std::vector<std::string> environmentOf(const ScreenProgram::Start& start) {
-    const char* path = std::getenv("PATH");
-    std::map<std::string, std::string> values{
-        {"PATH", path == nullptr ? "/usr/bin:/bin" : path}, {"TERM", "xterm-256color"}, {"LANG", "C.UTF-8"}};
-    for (const auto& [name, value] : start.environment) values[name] = value;
-    std::vector<std::string> lines;
-    for (const auto& [name, value] : values) {
-        if (!value.empty()) lines.push_back(name + "=" + value);
-    }
-    return lines;
+/// In the child: becomes the program.
+[[noreturn]] void become(const ScreenProgram::Start& start) {
+    std::vector<char*> arguments;
+    for (const std::string& text : start.arguments) arguments.push_back(const_cast<char*>(text.c_str()));
+    arguments.push_back(nullptr);
+    std::map<std::string, std::string> environment = start.environment;
+    environment.insert({{"PATH", "/usr/bin:/bin"}, {"TERM", "xterm-256color"}, {"LANG", "C.UTF-8"}});
+    clearenv();
+    for (const auto& [name, value] : environment)
+        if (!value.empty()) setenv(name.c_str(), value.c_str(), 1);
+    execv(arguments[0], arguments.data());
+    _exit(127);
 }
 
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-    std::vector<char*> result;
-    for (std::string& text : texts) result.push_back(text.data());
-    result.push_back(nullptr);
-    return result;
+winsize sizeOf(int rows, int columns) {
+    return {static_cast<unsigned short>(rows), static_cast<unsigned short>(columns), 0, 0};
 }
 
 }  // namespace
 
-struct ScreenProgram::State {
-    VTerm* terminal = nullptr;
-    VTermScreen* screen = nullptr;
-    int master = -1;
-    pid_t child = -1;
-    int status = -1;
-    bool ended = false;
-    std::FILE* errors = nullptr;
-    bool cursorVisible = true;
-    std::string title;
-    int bells = 0;
-
+/// What the terminal emulator calls back.
+struct ScreenProgram::Watcher {
     static int onProperty(VTermProp property, VTermValue* value, void* user) {
-        auto* self = static_cast<State*>(user);
-        if (property == VTERM_PROP_CURSORVISIBLE) self->cursorVisible = value->boolean != 0;
-        if (property == VTERM_PROP_TITLE) self->title = value->string;
+        auto* self = static_cast<ScreenProgram*>(user);
+        if (property == VTERM_PROP_CURSORVISIBLE) self->cursorVisible_ = value->boolean != 0;
+        if (property == VTERM_PROP_TITLE) self->title_ = value->string;
         return 1;
     }
-    static int onBell(void* user) {
-        ++static_cast<State*>(user)->bells;
-        return 1;
-    }
+    static int onBell(void* user) { return ++static_cast<ScreenProgram*>(user)->bells_; }
     static void onAnswer(const char* bytes, size_t length, void* user) {
-        [[maybe_unused]] const ssize_t ignored = write(static_cast<State*>(user)->master, bytes, length);
-    }
-
-    void openTerminal(const Start& start) {
-        static const VTermScreenCallbacks kCallbacks = [] {
-            VTermScreenCallbacks callbacks{};
-            callbacks.settermprop = onProperty;
-            callbacks.bell = onBell;
-            return callbacks;
-        }();
-        terminal = vterm_new(start.rows, start.columns);
-        vterm_set_utf8(terminal, start.utf8 ? 1 : 0);
-        vterm_output_set_callback(terminal, onAnswer, this);
-        screen = vterm_obtain_screen(terminal);
-        vterm_screen_enable_altscreen(screen, 1);
-        vterm_screen_set_callbacks(screen, &kCallbacks, this);
-        vterm_screen_reset(screen, 1);
-    }
-
-    void startChild(const Start& start) {
-        errors = std::tmpfile();
-        std::vector<std::string> arguments = start.arguments;
-        if (!start.argumentZero.empty()) arguments[0] = start.argumentZero;
-        std::vector<std::string> environment = environmentOf(start);
-        const std::vector<char*> argv = pointers(arguments);
-        const std::vector<char*> envp = pointers(environment);
-        winsize size{};
-        size.ws_row = static_cast<unsigned short>(start.rows);
-        size.ws_col = static_cast<unsigned short>(start.columns);
-        child = forkpty(&master, nullptr, nullptr, &size);
-        if (child == 0) {
-            dup2(fileno(errors), STDERR_FILENO);
-            execve(start.arguments[0].c_str(), argv.data(), envp.data());
-            _exit(127);
-        }
-        if (child < 0 || errors == nullptr) throw ScreenFailure("cannot start " + start.arguments[0]);
-        fcntl(master, F_SETFD, FD_CLOEXEC);
-        fcntl(master, F_SETFL, O_NONBLOCK);
-    }
-
-    /// Waits that long for output and takes it in; false when the terminal's other side is closed.
-    bool take(std::chrono::milliseconds wait) {
-        if (master < 0) return false;
-        pollfd output{master, POLLIN, 0};
-        if (poll(&output, 1, static_cast<int>(wait.count())) <= 0) return true;
-        std::array<char, 4096> bytes;
-        const ssize_t count = read(master, bytes.data(), bytes.size());
-        if (count > 0) vterm_input_write(terminal, bytes.data(), static_cast<size_t>(count));
-        return count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR));
-    }
-
-    void reap(bool block) {
-        if (ended || child < 0) return;
-        int result = 0;
-        if (waitpid(child, &result, block ? 0 : WNOHANG) != child) return;
-        ended = true;
-        status = WIFEXITED(result) ? WEXITSTATUS(result) : 128 + WTERMSIG(result);
+        [[maybe_unused]] const ssize_t ignored = write(static_cast<ScreenProgram*>(user)->master_, bytes, length);
     }
 };
 
-ScreenProgram::ScreenProgram(const Start& start) : state_(std::make_unique<State>()) {
-    state_->openTerminal(start);
-    state_->startChild(start);
+ScreenProgram::ScreenProgram(const Start& start)
+    : terminal_(vterm_new(start.rows, start.columns)),
+      screen_(vterm_obtain_screen(terminal_)),
+      rows_(start.rows),
+      columns_(start.columns) {
+    static const VTermScreenCallbacks kCallbacks = [] {
+        VTermScreenCallbacks callbacks{};
+        callbacks.settermprop = Watcher::onProperty;
+        callbacks.bell = Watcher::onBell;
+        return callbacks;
+    }();
+    vterm_set_utf8(terminal_, start.utf8 ? 1 : 0);
+    vterm_output_set_callback(terminal_, Watcher::onAnswer, this);
+    vterm_screen_enable_altscreen(screen_, 1);
+    vterm_screen_set_callbacks(screen_, &kCallbacks, this);
+    vterm_screen_reset(screen_, 1);
+    startChild(start);
+}
+
+void ScreenProgram::startChild(const Start& start) {
+    const int errors = open(folder_.file("errors").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    const winsize size = sizeOf(rows_, columns_);
+    child_ = forkpty(&master_, nullptr, nullptr, &size);
+    if (child_ == 0) {
+        dup2(errors, STDERR_FILENO);
+        become(start);
+    }
+    close(errors);
+    if (child_ < 0 || errors < 0) throw ScreenFailure("cannot start " + start.arguments[0]);
+    fcntl(master_, F_SETFD, FD_CLOEXEC);
+    fcntl(master_, F_SETFL, O_NONBLOCK);
 }
 
 ScreenProgram::~ScreenProgram() {
-    state_->reap(false);
-    if (!state_->ended && state_->child > 0) {
-        kill(state_->child, SIGKILL);
-        state_->reap(true);
+    reap(false);
+    if (!ended_) {
+        kill(child_, SIGKILL);
+        reap(true);
     }
-    if (state_->master >= 0) close(state_->master);
-    if (state_->errors != nullptr) std::fclose(state_->errors);
-    vterm_free(state_->terminal);
+    if (master_ >= 0) close(master_);
+    vterm_free(terminal_);
+}
+
+bool ScreenProgram::more(int wait) const {
+    pollfd output{master_, POLLIN, 0};
+    return poll(&output, 1, wait) == 1;
+}
+
+bool ScreenProgram::take(std::chrono::milliseconds wait) {
+    if (master_ < 0) return false;
+    if (!more(static_cast<int>(wait.count()))) return true;
+    std::array<char, 4096> bytes;
+    const ssize_t count = read(master_, bytes.data(), bytes.size());
+    if (count > 0) vterm_input_write(terminal_, bytes.data(), static_cast<size_t>(count));
+    return count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR));
+}
+
+void ScreenProgram::reap(bool block) {
+    int result = 0;
+    if (ended_ || waitpid(child_, &result, block ? 0 : WNOHANG) != child_) return;
+    ended_ = true;
+    status_ = WIFEXITED(result) ? WEXITSTATUS(result) : 128 + WTERMSIG(result);
 }
 
 void ScreenProgram::send(std::string_view bytes) {
     while (!bytes.empty()) {
-        const ssize_t count = write(state_->master, bytes.data(), bytes.size());
-        if (count > 0) {
-            bytes.remove_prefix(static_cast<size_t>(count));
-        } else if (errno == EAGAIN) {
-            state_->take(std::chrono::milliseconds(10));
-        } else {
-            throw ScreenFailure("the program takes no more keys\n" + picture());
-        }
+        const ssize_t count = write(master_, bytes.data(), bytes.size());
+        if (count < 0 && errno != EAGAIN) throw ScreenFailure("the program takes no more keys\n" + picture());
+        if (count < 0) take(std::chrono::milliseconds(10));
+        bytes.remove_prefix(static_cast<size_t>(std::max<ssize_t>(count, 0)));
     }
 }
 
@@ -175,14 +147,11 @@ void ScreenProgram::waitUntil(const std::string& what, const std::function<bool(
     while (!condition()) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
         if (left.count() <= 0) throw ScreenFailure("waited in vain until " + what + "\n" + picture());
-        if (!state_->take(left) && !condition()) {
-            throw ScreenFailure("the program ended before " + what + "\n" + picture());
-        }
+        if (!take(left) && !condition()) throw ScreenFailure("the program ended before " + what + "\n" + picture());
     }
     // What was waited for need not be the last thing drawn: take in the rest as long as it keeps coming.
-    pollfd output{state_->master, POLLIN, 0};
-    for (int rest = 0; rest < 100 && poll(&output, 1, kSettle) == 1; ++rest)
-        if (!state_->take(std::chrono::milliseconds(0))) break;
+    for (int rest = 0; rest < 100 && more(kSettle); ++rest)
+        if (!take(std::chrono::milliseconds(0))) break;
 }
 
 void ScreenProgram::waitFor(std::string_view text, std::chrono::milliseconds deadline) {
@@ -197,57 +166,38 @@ void ScreenProgram::waitGone(std::string_view text, std::chrono::milliseconds de
 
 int ScreenProgram::waitExit(std::chrono::milliseconds deadline) {
     const auto end = Clock::now() + deadline;
-    for (state_->reap(false); !state_->ended; state_->reap(false)) {
+    for (reap(false); !ended_; reap(false)) {
         if (Clock::now() >= end) throw ScreenFailure("the program does not end\n" + picture());
         // A closed terminal answers at once; the process itself is gone a moment later.
-        if (!state_->take(std::chrono::milliseconds(5))) poll(nullptr, 0, 1);
+        if (!take(std::chrono::milliseconds(5))) poll(nullptr, 0, 1);
     }
-    while (state_->take(std::chrono::milliseconds(0))) {
-        pollfd output{state_->master, POLLIN, 0};
-        if (poll(&output, 1, 0) <= 0) break;
+    while (take(std::chrono::milliseconds(0)) && more(0)) {
     }
-    return state_->status;
-}
-
-void ScreenProgram::pump() {
-    state_->take(std::chrono::milliseconds(0));
+    return status_;
 }
 
 bool ScreenProgram::shows(std::string_view text) const {
-    const std::vector<std::string> all = rows();
-    return std::any_of(all.begin(), all.end(),
-                       [&](const std::string& row) { return row.find(text) != std::string::npos; });
+    for (int i = 0; i < rows_; ++i)
+        if (row(i).find(text) != std::string::npos) return true;
+    return false;
 }
 
 std::string ScreenProgram::row(int row) const {
-    int columns = 0;
-    vterm_get_size(state_->terminal, nullptr, &columns);
-    std::string text = cells(row, 0, columns);
+    std::string text = cells(row, 0, columns_);
     text.erase(text.find_last_not_of(' ') + 1);
     return text;
 }
 
-std::vector<std::string> ScreenProgram::rows() const {
-    int count = 0;
-    vterm_get_size(state_->terminal, &count, nullptr);
-    std::vector<std::string> result;
-    for (int i = 0; i < count; ++i) result.push_back(row(i));
-    return result;
-}
-
 Cell ScreenProgram::cell(int row, int column) const {
     VTermScreenCell raw{};
-    vterm_screen_get_cell(state_->screen, {row, column}, &raw);
-    Cell result;
+    vterm_screen_get_cell(screen_, {row, column}, &raw);
+    Cell result{"", raw.attrs.bold != 0, raw.attrs.underline != 0, raw.attrs.reverse != 0};
     // The second half of a wide character holds no character of its own.
     for (const uint32_t code : raw.chars) {
         if (code == 0 || code == static_cast<uint32_t>(-1)) break;
         appendUtf8(result.text, code);
     }
-    if (result.text.empty() && raw.chars[0] == 0) result.text = " ";
-    result.bold = raw.attrs.bold != 0;
-    result.underline = raw.attrs.underline != 0;
-    result.reverse = raw.attrs.reverse != 0;
+    if (raw.chars[0] == 0) result.text = " ";
     return result;
 }
 
@@ -259,70 +209,35 @@ std::string ScreenProgram::cells(int row, int first, int last) const {
 
 std::pair<int, int> ScreenProgram::cursor() const {
     VTermPos position{};
-    vterm_state_get_cursorpos(vterm_obtain_state(state_->terminal), &position);
+    vterm_state_get_cursorpos(vterm_obtain_state(terminal_), &position);
     return {position.row, position.col};
 }
 
-bool ScreenProgram::cursorVisible() const {
-    return state_->cursorVisible;
-}
-
-const std::string& ScreenProgram::title() const {
-    return state_->title;
-}
-
-int ScreenProgram::bells() const {
-    return state_->bells;
-}
-
 std::string ScreenProgram::picture() const {
-    int columns = 0;
-    vterm_get_size(state_->terminal, nullptr, &columns);
-    const std::string edge = "   +" + std::string(static_cast<size_t>(columns), '-') + "+\n";
+    const std::string edge = "   +" + std::string(static_cast<size_t>(columns_), '-') + "+\n";
     std::string result = edge;
-    const std::vector<std::string> all = rows();
-    for (size_t i = 0; i < all.size(); ++i) {
-        result += (i < 10 ? " " : "") + std::to_string(i) + " |" + cells(static_cast<int>(i), 0, columns) + "|\n";
-    }
+    for (int i = 0; i < rows_; ++i)
+        result += (i < 10 ? " " : "") + std::to_string(i) + " |" + cells(i, 0, columns_) + "|\n";
     const auto [row, column] = cursor();
-    result += edge + "cursor at " + std::to_string(row) + "," + std::to_string(column) +
-              (state_->cursorVisible ? ", visible" : ", hidden") + "\n";
-    const std::string said = errors();
-    return said.empty() ? result : result + "standard error:\n" + said;
-}
-
-std::string ScreenProgram::errors() const {
-    std::string text;
-    std::array<char, 4096> bytes;
-    off_t offset = 0;
-    // The program shares the file's position, so it is read beside it.
-    while (const ssize_t count = pread(fileno(state_->errors), bytes.data(), bytes.size(), offset)) {
-        if (count < 0) break;
-        text.append(bytes.data(), static_cast<size_t>(count));
-        offset += count;
-    }
-    return text;
+    return result + edge + "cursor at " + std::to_string(row) + "," + std::to_string(column) +
+           (cursorVisible_ ? ", visible" : ", hidden") + "\nstandard error:\n" + errors();
 }
 
 void ScreenProgram::resize(int rows, int columns) {
-    winsize size{};
-    size.ws_row = static_cast<unsigned short>(rows);
-    size.ws_col = static_cast<unsigned short>(columns);
-    vterm_set_size(state_->terminal, rows, columns);
-    if (ioctl(state_->master, TIOCSWINSZ, &size) != 0) throw ScreenFailure("cannot resize the terminal");
+    rows_ = rows;
+    columns_ = columns;
+    vterm_set_size(terminal_, rows, columns);
+    const winsize size = sizeOf(rows, columns);
+    if (ioctl(master_, TIOCSWINSZ, &size) != 0) throw ScreenFailure("cannot resize the terminal");
 }
 
 void ScreenProgram::signal(int number) {
-    kill(state_->child, number);
+    kill(child_, number);
 }
 
 void ScreenProgram::hangUp() {
-    close(state_->master);
-    state_->master = -1;
-}
-
-int ScreenProgram::pid() const {
-    return state_->child;
+    close(master_);
+    master_ = -1;
 }
 
 }  // namespace crv::test

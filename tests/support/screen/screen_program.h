@@ -18,11 +18,15 @@
 #include <chrono>
 #include <functional>
 #include <map>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "support/temp_dir.h"
+
+struct VTerm;
+struct VTermScreen;
 
 namespace crv::test {
 
@@ -57,12 +61,11 @@ class ScreenProgram {
   public:
     struct Start {
         std::vector<std::string> arguments;  ///< the program's path first
-        /// Added to PATH, TERM=xterm-256color and LANG=C.UTF-8, which an entry replaces, or removes when it is empty.
+        /// Added to PATH=/usr/bin:/bin, TERM=xterm-256color and LANG=C.UTF-8; an empty entry is removed.
         std::map<std::string, std::string> environment;
         int rows = 24;
         int columns = 80;
-        bool utf8 = true;            ///< what the emulated terminal takes bytes for
-        std::string argumentZero{};  ///< the name by which the program is called, when it is not its path
+        bool utf8 = true;  ///< what the emulated terminal takes bytes for
     };
 
     static constexpr std::chrono::milliseconds kDeadline{10000};
@@ -84,31 +87,45 @@ class ScreenProgram {
     /// Waits for the program's end: its exit status, or 128 + the number of the signal that ended it.
     int waitExit(std::chrono::milliseconds deadline = kDeadline);
 
-    /// Takes in what has been written so far without waiting.
-    void pump();
     [[nodiscard]] bool shows(std::string_view text) const;
     [[nodiscard]] std::string row(int row) const;
-    [[nodiscard]] std::vector<std::string> rows() const;
     [[nodiscard]] Cell cell(int row, int column) const;
     /// The text of a row's cells from the first column up to, not including, the last, spaces kept.
     [[nodiscard]] std::string cells(int row, int first, int last) const;
     [[nodiscard]] std::pair<int, int> cursor() const;  ///< row and column
-    [[nodiscard]] bool cursorVisible() const;
-    [[nodiscard]] const std::string& title() const;
-    [[nodiscard]] int bells() const;
+    [[nodiscard]] bool cursorVisible() const { return cursorVisible_; }
+    [[nodiscard]] const std::string& title() const { return title_; }
+    [[nodiscard]] int bells() const { return bells_; }
     /// The screen in a box, attributes left out, and what stands on standard error.
     [[nodiscard]] std::string picture() const;
-    [[nodiscard]] std::string errors() const;
+    [[nodiscard]] std::string errors() const { return readFile(folder_.file("errors")); }
 
     void resize(int rows, int columns);
     void signal(int number);
     /// Closes the terminal under the running program.
     void hangUp();
-    [[nodiscard]] int pid() const;
 
   private:
-    struct State;
-    std::unique_ptr<State> state_;
+    struct Watcher;
+
+    void startChild(const Start& start);
+    /// Waits that long for output and takes it in; false when the terminal's other side is closed.
+    bool take(std::chrono::milliseconds wait);
+    /// Whether something waits to be taken in, now or within so many milliseconds.
+    [[nodiscard]] bool more(int wait) const;
+    void reap(bool block);
+
+    TempDir folder_;
+    VTerm* terminal_ = nullptr;
+    VTermScreen* screen_ = nullptr;
+    int rows_, columns_;
+    int master_ = -1;
+    int child_ = -1;
+    int status_ = -1;
+    bool ended_ = false;
+    bool cursorVisible_ = true;
+    std::string title_;
+    int bells_ = 0;
 };
 
 }  // namespace crv::test
