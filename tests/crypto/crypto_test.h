@@ -11,7 +11,9 @@
 #include <string>
 
 #include "crypto/crypto_error.h"
+#include "crypto/kc_hash.h"
 #include "crypto/kc_rbg.h"
+#include "crypto/private_key.h"
 #include "crypto/random_bridge.h"
 
 namespace crv {
@@ -29,6 +31,11 @@ inline std::string hex(ByteView octets) {
     char pair[3];
     for (const uint8_t octet : octets) text.append(pair, std::snprintf(pair, sizeof pair, "%02x", octet));
     return text;
+}
+
+/// The hash that a data file names by its number.
+inline KcHashAlgo algoOf(const std::string& number) {
+    return static_cast<KcHashAlgo>(std::stoi(number));
 }
 
 /// The failure that the action ends with, if there is one.
@@ -66,5 +73,12 @@ struct SeededRandom {
         return true;
     }};
 };
+
+/// A key of the scheme; with the same seed always the same one.
+inline PrivateKey makeKey(KeyScheme scheme, RandomBridge& random) {
+    if (scheme == KeyScheme::dsa) return PrivateKey::generateDsa(1024, random);
+    if (scheme == KeyScheme::ecdsa) return PrivateKey::generateEc(kDefaultCurve, false, random);
+    return PrivateKey::generateRsa(1536, 65537, random);
+}
 
 }  // namespace crv

@@ -6,7 +6,6 @@
 
 #include "crypto/crypto_test.h"
 #include "crypto/kc_hash.h"
-#include "crypto/private_key.h"
 #include "support/heap_watch.h"
 
 namespace crv {
@@ -29,37 +28,28 @@ void* watchedRealloc(void* block, size_t size, const char*, int) {
 }
 const int installed = CRYPTO_set_mem_functions(plainAlloc, watchedRealloc, watchedFree);
 
-struct WipeCase {
-    KeyScheme scheme;
-    PrivateKey (*make)(RandomBridge&);
-    size_t fromEnd;  // where 16 octets of a private number stand in the PKCS#8 encoding, counted from its end
-};
-
-const WipeCase kCases[] = {
-    {KeyScheme::rsa, [](RandomBridge& r) { return PrivateKey::generateRsa(1024, 65537, r); }, 300},  // inside p
-    {KeyScheme::dsa, [](RandomBridge& r) { return PrivateKey::generateDsa(1024, r); }, 17},
-    {KeyScheme::ecdsa, [](RandomBridge& r) { return PrivateKey::generateEc(kDefaultCurve, false, r); }, 90},
-};
-
 TEST(KeyWipe, NothingOfAPrivateKeyIsLeft) {
     ASSERT_EQ(installed, 1);
     const Bytes digest = hashOf(KcHashAlgo::sha1, {});
-    for (const WipeCase& c : kCases) {
+    // Where 16 octets of a private number stand in the PKCS#8 encoding, counted from its end; RSA's is inside p.
+    for (const auto& [scheme, fromEnd] :
+         {std::pair(KeyScheme::rsa, 440), {KeyScheme::dsa, 17}, {KeyScheme::ecdsa, 90}}) {
+        SCOPED_TRACE(static_cast<int>(scheme));
         SeededRandom random;
         std::string secret;
         {
-            const SecretBytes pkcs8 = c.make(random.bridge).toPkcs8();
-            secret = asText(ByteView(pkcs8).last(c.fromEnd).first(16));
+            const SecretBytes pkcs8 = makeKey(scheme, random.bridge).toPkcs8();
+            secret = asText(ByteView(pkcs8).last(fromEnd).first(16));
         }
         const std::string reversed(secret.rbegin(), secret.rend());  // libcrypto's numbers on a little-endian machine
-        const auto cycle = [&](bool throwing) {
+        const auto cycle = [&, s = scheme](bool throwing) {
             SeededRandom again;
             try {
-                const PrivateKey key = c.make(again.bridge);
+                const PrivateKey key = makeKey(s, again.bridge);
                 SecretBytes pkcs8 = key.toPkcs8();
                 const auto found = std::ranges::search(pkcs8, asBytes(secret)).begin();
                 if (found == pkcs8.end()) throw std::logic_error("not the same key");
-                (void)PrivateKey::fromPkcs8(pkcs8).sign(c.scheme, KcHashAlgo::sha1, digest, again.bridge);
+                (void)PrivateKey::fromPkcs8(pkcs8).sign(s, KcHashAlgo::sha1, digest, again.bridge);
                 if (throwing) throw std::runtime_error("on the way");
                 found[-1] ^= 1;  // the key no longer hangs together
                 (void)PrivateKey::fromPkcs8(pkcs8);
@@ -69,7 +59,7 @@ TEST(KeyWipe, NothingOfAPrivateKeyIsLeft) {
         for (const bool throwing : {false, true}) {
             const int leaks = heap_watch::leaksOf(
                 secret, [&] { cycle(throwing); }, reversed);
-            EXPECT_EQ(leaks, 0) << static_cast<int>(c.scheme) << throwing;
+            EXPECT_EQ(leaks, 0) << throwing;
         }
         // The watch itself sees plain copies on both heaps.
         EXPECT_GT(heap_watch::leaksOf(secret, [&] { (void)Bytes(secret.begin(), secret.end()); }), 0);

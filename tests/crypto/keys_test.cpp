@@ -5,7 +5,6 @@
 
 #include "crypto/crypto_test.h"
 #include "crypto/libcrypto.h"
-#include "crypto/private_key.h"
 #include "crypto/sign_algo_map.h"
 
 namespace crv {
@@ -16,12 +15,6 @@ using enum KcHashAlgo;
 constexpr KeyScheme kSchemes[] = {KeyScheme::rsa, KeyScheme::dsa, KeyScheme::ecdsa};
 constexpr const char* kSeed = "seed number one .";
 constexpr const char* kOtherSeed = "seed number two .";
-
-PrivateKey makeKey(KeyScheme scheme, RandomBridge& random) {
-    if (scheme == KeyScheme::dsa) return PrivateKey::generateDsa(1024, random);
-    if (scheme == KeyScheme::ecdsa) return PrivateKey::generateEc(kDefaultCurve, false, random);
-    return PrivateKey::generateRsa(1536, 65537, random);
-}
 
 const PrivateKey& sharedKey(KeyScheme scheme) {
     static std::map<KeyScheme, PrivateKey> keys;

@@ -10,52 +10,30 @@ namespace {
 
 constexpr char kPlain[] = "The quick brown fox";
 
-const std::map<std::string, KcHashAlgo> kHashes = {{"sha1", KcHashAlgo::sha1},        {"sha224", KcHashAlgo::sha224},
-                                                   {"sha256", KcHashAlgo::sha256},    {"sha384", KcHashAlgo::sha384},
-                                                   {"sha512", KcHashAlgo::sha512},    {"md5", KcHashAlgo::md5},
-                                                   {"sha3_256", KcHashAlgo::sha3_256}};
-const std::map<std::string, CipherAlgo> kCiphers = {{"aes-128", CipherAlgo::aes128Cbc},
-                                                    {"aes-192", CipherAlgo::aes192Cbc},
-                                                    {"aes-256", CipherAlgo::aes256Cbc},
-                                                    {"3des", CipherAlgo::tripleDesCbc}};
-
-using Fields = std::vector<std::string>;
-
-SecretBytes derived(const Fields& f) {
-    const Bytes password = unhex(f.at(3)), salt = unhex(f.at(4));
-    const uint64_t iterations = std::stoull(f.at(5));
-    const size_t length = f.at(6).size() / 2;
-    if (f[0] == "pbkdf2") return pbkdf2(kHashes.at(f[1]), password, salt, iterations, length);
-    return pkcs12Derive(kHashes.at(f[1]), Pkcs12KeyId(std::stoi(f[2])), utf16BePassword(asText(password)), salt,
-                        iterations, length);
-}
-
-SecretBytes decrypted(const Fields& f) {
-    const std::string& scheme = f[0];
-    const Bytes password = unhex(f.at(1)), salt = unhex(f.at(2)), ciphertext = unhex(f.at(5));
-    const uint64_t iterations = std::stoull(f.at(3));
-    if (scheme.starts_with("pbes2-")) {
-        const size_t prf = scheme.rfind('-');
-        return pbes2Decrypt(
-            {kHashes.at(scheme.substr(prf + 1)), salt, iterations, kCiphers.at(scheme.substr(6, prf - 6)), unhex(f[4])},
-            password, ciphertext);
-    }
-    const PbeAlgo algo = scheme == "sha1-3des" ? PbeAlgo::sha1TripleDesCbc : PbeAlgo::sha1Rc2Cbc40;
-    const SecretBytes utf16 = utf16BePassword(asText(password));
-    EXPECT_EQ(pbeEncrypt(algo, utf16, salt, iterations, asBytes(kPlain)), ciphertext);
-    return pbeDecrypt(algo, utf16, salt, iterations, ciphertext);
-}
-
-// pbe.txt comes from pbe.py: derivations written again in Python, ciphertexts of the openssl program.
+// pbe.txt comes from pbe.py: the derivations and ciphertexts of other programs.
 TEST(Pbe, DerivesAndDecryptsAsOthersDo) {
-    std::map<bool, int> cases;
-    for (const Fields& f : vectorsOf("pbe.txt")) {
-        const bool derivation = f[0] == "pkcs12" || f[0] == "pbkdf2";
-        const SecretBytes expected = toSecret(derivation ? unhex(f.at(6)) : toBytes(asBytes(kPlain)));
-        EXPECT_EQ(derivation ? derived(f) : decrypted(f), expected) << f[0] << f[1] << f[2];
-        ++cases[derivation];
+    std::map<std::string, int> cases;
+    for (const auto& f : vectorsOf("pbe.txt")) {
+        const std::string& kind = f.at(0);
+        const KcHashAlgo hash = algoOf(f.at(1));
+        const int detail = std::stoi(f.at(2));
+        const Bytes password = unhex(f.at(3)), salt = unhex(f.at(4)), iv = unhex(f.at(6)), output = unhex(f.at(7));
+        const SecretBytes utf16 = utf16BePassword(asText(password));
+        const uint64_t iterations = std::stoull(f.at(5));
+        SCOPED_TRACE(kind + " " + f[1] + " " + f[2]);
+        if (kind == "pkcs12") {
+            EXPECT_EQ(hex(pkcs12Derive(hash, Pkcs12KeyId(detail), utf16, salt, iterations, output.size())), f[7]);
+        } else if (kind == "pbkdf2") {
+            EXPECT_EQ(hex(pbkdf2(hash, password, salt, iterations, output.size())), f[7]);
+        } else if (kind == "pbe") {
+            EXPECT_EQ(asText(pbeDecrypt(PbeAlgo(detail), utf16, salt, iterations, output)), kPlain);
+            EXPECT_EQ(pbeEncrypt(PbeAlgo(detail), utf16, salt, iterations, asBytes(kPlain)), output);
+        } else {
+            EXPECT_EQ(asText(pbes2Decrypt({hash, salt, iterations, CipherAlgo(detail), iv}, password, output)), kPlain);
+        }
+        ++cases[kind];
     }
-    EXPECT_EQ(cases, (std::map<bool, int>{{true, 7 * 9 + 5}, {false, 6}}));
+    EXPECT_EQ(cases, (std::map<std::string, int>{{"pkcs12", 7 * 9}, {"pbkdf2", 5}, {"pbe", 2}, {"pbes2", 4}}));
 }
 
 TEST(Pbe, PasswordsInUtf16) {

@@ -12,10 +12,6 @@ namespace {
 
 using enum KcHashAlgo;
 
-KcHashAlgo algoOf(const std::string& number) {
-    return static_cast<KcHashAlgo>(std::stoi(number));
-}
-
 TEST(KcHash, KnownAnswersHowEverTheMessageIsCut) {
     for (const auto& line : vectorsOf("hash.txt")) {
         const Bytes message = unhex(line.at(1));
