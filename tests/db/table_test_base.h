@@ -21,13 +21,11 @@ inline IndexDesc tinyDesc(int16_t keyLen) {
     return {keyLen, static_cast<int16_t>(32 + 4 * (keyLen + 16))};
 }
 
-inline std::vector<std::string_view> views(const std::vector<std::string>& keys) {
-    return {keys.begin(), keys.end()};
-}
-
+/// The number of the new record; 0 when it is refused.
 inline int64_t add(DataBase& table, const std::vector<std::string>& keys, const std::string& body) {
     int64_t recNo = 0;
-    return table.insert(views(keys), asBytes(body), recNo) == dbOk ? recNo : 0;
+    const std::vector<std::string_view> views(keys.begin(), keys.end());
+    return table.insert(views, asBytes(body), recNo) == dbOk ? recNo : 0;
 }
 
 inline std::string bodyAt(DataBase& table) {
