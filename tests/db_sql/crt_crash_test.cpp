@@ -177,6 +177,19 @@ TEST_F(CrtCrash, LostSideRecordsAreMadeAgainAndForeignOnesDropped) {
     }
 }
 
+TEST_F(CrtCrash, InsertingAgainCompletesSideRecords) {
+    beginAnew();
+    Base base(path);
+    ASSERT_TRUE(base.insert(told, 0));
+    for (const TableLayout* side : {&dnTb, &addIdxTb}) {
+        DataBase table;
+        ASSERT_EQ(table.open(path + std::string(side->file)), dbOk);
+        ASSERT_EQ(table.remove(), dbOk);
+    }
+    ASSERT_TRUE(base.insert(told, 0));
+    expectMended();
+}
+
 TEST_F(CrtCrash, AFullDiskLosesNothingThatWasThere) {
     beginAnew();
     Base base(path);

@@ -77,11 +77,11 @@ TEST_F(CrlFiles, DamageIsToldAndLeadsBackToTheIndexBeforeIt) {
     for (const Row& row :
          {Row{"CRL", {"2.crl"}, crlText, "index of 1"},
           {"index", {"crl_idx.asn"}, indexText, "index of 1"},
-          {"index and its copy", {"crl_idx.asn", "crl_idx.asn.bak"}, indexText, "damaged"},
+          {"index and its copy", {"crl_idx.asn", "crl_idx.asn.bak"}, indexText, "damaged crl_idx.asn"},
           {"CRL without a tag: the index is not looked at", {"crl_idx.asn", "2.chk"}, "", "index of 3"}}) {
         SCOPED_TRACE(row.what);
         begin();
-        for (const std::string& name : row.damaged) test::writeFile(file(name), "damaged");
+        for (const std::string& name : row.damaged) test::writeFile(file(name), "damaged " + name);
         if (row.damaged.back() == "2.chk") std::filesystem::remove(file("2.chk"));
         EXPECT_EQ(writing(3), row.said);
         EXPECT_EQ(test::readFile(file("crl_idx.asn")), row.index);
