@@ -2,7 +2,6 @@
 
 #include <map>
 
-#include "asn/asn_strings.h"
 #include "asn/x509/algorithm_params.h"
 #include "asn/x509/ext_distribution.h"
 #include "asn/x509/ext_names.h"
@@ -10,10 +9,7 @@
 #include "asn/x509/policy_id_and_note.h"
 #include "asn/x509/signed_certificate.h"
 #include "crypto/sign_algo_map.h"
-#include "misc/base64_file.h"
-#include "misc/disk_file.h"
 #include "misc/hex.h"
-#include "misc/memory_file.h"
 #include "support/temp_dir.h"
 
 namespace crv {
@@ -154,28 +150,6 @@ TEST_F(MadeCertificates, RoundTripToTheSameOctetsInEveryMode) {
     }
 }
 
-TEST_F(MadeCertificates, ComeFromFilesPemAndInPieces) {
-    const Bytes octets = der("rsa-all");
-    run("openssl x509 -in rsa-all -inform DER -out pem -text");
-    DiskFile file(dir_->file("rsa-all"), DiskFile::Mode::read);
-    DiskFile text(dir_->file("pem"), DiskFile::Mode::read);
-    Base64Reader pem(text, Base64Armour::pem);
-    for (GenericFile* in : std::initializer_list<GenericFile*>{&file, &pem}) {
-        SignedCertificate cert;
-        ASSERT_EQ(cert.read(in, 0, ASN_FLAG_CONST), long(octets.size()));
-        EXPECT_EQ(cert.encoded(), octets);
-        EXPECT_EQ(in->get(), GenericFile::kEnd);
-    }
-    SignedCertificate pieces;
-    MemoryFile nothing;
-    for (size_t at = 0; at < octets.size(); at += 100) {
-        const auto size = std::min<size_t>(100, octets.size() - at);
-        ASSERT_GT(pieces.doReadData(reinterpret_cast<const char*>(&octets[at]), long(size), false, nothing), 0);
-    }
-    EXPECT_TRUE(pieces.streamDone());
-    EXPECT_EQ(pieces.encoded(), octets);
-}
-
 TEST_F(MadeCertificates, TruncationAtEveryOctetIsNoCertificate) {
     // Each piece is a block of its own, for the sanitizer.
     for (Bytes part = der("rsa-all"); !part.empty();) {
@@ -228,19 +202,15 @@ TEST_F(MadeCertificates, KeysAreMadeAndCheckTheSignature) {
 }
 
 TEST_F(MadeCertificates, ParametersOfTheKeysAreUnderstood) {
-    const auto read = [](const std::string& name, ASNobject& params) {
-        return params << *certificate(name).keyInfo().algorithm.parameters;
-    };
-    EcParams named;
-    ASSERT_TRUE(read("ec-named", named));
+    EcParams named, written;
+    DsaParams dsa;
+    for (const auto& [name, params] :
+         {std::pair<const char*, ASNobject*>{"ec-named", &named}, {"ec-explicit", &written}, {"dsa", &dsa}})
+        ASSERT_TRUE(*params << *certificate(name).keyInfo().algorithm.parameters) << name;
     EXPECT_TRUE(*named.namedCurve() == OID_CURVE_P384);
-    EcParams written;
-    ASSERT_TRUE(read("ec-explicit", written));
     EXPECT_EQ(written.namedCurve(), nullptr);
     EXPECT_TRUE(written.chosenAs<EcDomainParams>()->fieldId.fieldType == OID_PRIME_FIELD);
     EXPECT_EQ(written.chosenAs<EcDomainParams>()->order.magnitude().size(), 32U);
-    DsaParams dsa;
-    ASSERT_TRUE(read("dsa", dsa));
     EXPECT_EQ(dsa.p.magnitude().size(), 128U);
     EXPECT_EQ(dsa.q.magnitude().size(), 20U);
 }
@@ -444,11 +414,11 @@ TEST(SmallStructures, PolicyNoteKeepsItsZeroOctet) {
 }
 
 TEST(SmallStructures, TimeTakesTheTypeThatItsYearAsksFor) {
-    const std::pair<int64_t, const char*> kRows[] = {{2524607999, "491231235959Z"},
-                                                     {2524608000, "20500101000000Z"},
-                                                     {-631152001, "19491231235959Z"},
-                                                     {INT64_MAX / 2, "99991231235959Z"}};
-    for (const auto& [seconds, text] : kRows) EXPECT_EQ(Time(seconds).chosenAs<ASNtimeString>()->text(), text);
+    const auto text = [](int64_t seconds) { return std::string(Time(seconds).chosenAs<ASNtimeString>()->text()); };
+    EXPECT_EQ(text(2524607999), "491231235959Z");
+    EXPECT_EQ(text(2524608000), "20500101000000Z");
+    EXPECT_EQ(text(-631152001), "19491231235959Z");
+    EXPECT_EQ(text(INT64_MAX / 2), "99991231235959Z");
     EXPECT_EQ(Time().seconds(), std::nullopt);
 }
 

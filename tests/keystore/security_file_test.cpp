@@ -24,17 +24,13 @@ KeyManagerResult load(ByteView octets, KeyStoreContents& out, const char* passwo
     return result == kKmOk ? analyzeKeysAndCerts(file, true, out) : result;
 }
 
-/// Everything in the contents, whatever its order.
-std::multiset<std::string> describe(const KeyStoreContents& contents) {
-    std::multiset<std::string> lines;
-    for (const StoredKey& key : contents.keys)
-        lines.insert("key " + std::to_string(int(key.role)) + std::string(asText(key.key.toPkcs8())));
+/// Roles of the keys, numbers of certificates, what else there is.
+std::string outline(const KeyStoreContents& contents) {
+    std::string text;
+    for (const StoredKey& key : contents.keys) text += std::to_string(int(key.role));
     for (const CertList* list : {&contents.userCerts, &contents.trustedCerts})
-        for (const CertPtr& cert : *list)
-            lines.insert((list == &contents.userCerts ? "user " : "trusted ") + std::string(asText(encodingOf(*cert))));
-    if (contents.configuration) lines.insert("record " + std::string(asText(contents.configuration->encoded())));
-    if (contents.seed) lines.insert("seed " + std::string(asText(*contents.seed)));
-    return lines;
+        text += " " + std::to_string(list->size());
+    return text + (contents.configuration ? " record" : "") + (contents.seed ? " seed" : "");
 }
 
 /// Some keys in some roles, some certificates where a reader would sort them to, a record and a seed.
@@ -49,6 +45,7 @@ KeyStoreContents randomContents(std::mt19937& random) {
         left = without(left, key.role);
         contents.keys.push_back(key);
     }
+    sortByRole(contents.keys);
     for (const char* name : {"ca", "ca_ec", "ca_md5", "sign", "sign_newer", "sign_other", "enc", "plain", "dsa"}) {
         if (dice(2) == 0) continue;
         const CertPtr cert = testCert(name);
@@ -73,25 +70,26 @@ TEST(SecurityFile, HoldsWhateverWasPutIntoIt) {
         const KeyStoreContents contents = randomContents(random);
         KeyStoreContents again;
         ASSERT_EQ(load(build(contents), again), kKmOk);
-        ASSERT_EQ(describe(again), describe(contents));
+        ASSERT_EQ(outline(again), outline(contents));
+        ASSERT_EQ(build(again), build(contents)) << "the salts are the same, too";
     }
 }
 
 TEST(SecurityFile, OpensFilesOfOtherTools) {
-    // file, password, result, roles of the keys in order, user's and trusted certificates
-    const std::tuple<const char*, const char*, KeyManagerResult, const char*, size_t, size_t> files[] = {
-        {"openssl_new.p12", "zażółć gęślą", kKmOk, "1", 1, 1},
-        {"openssl_old.p12", "𝄞klucz😀", kKmOk, "2", 1, 0},
-        {"openssl_ec.p12", "Hasło1234", kKmOk, "0", 1, 0},  // an authority's key, by its certificate
-        {"certtool_three.p12", "Zażółć_1", kKmOk, "120", 2, 0},
-        {"roots.p12", "korzenie", kKmOk, "", 0, 1},
-        {"roots_empty.p12", "", kKmOk, "", 0, 1},
-        {"openssl_ed25519.p12", "Hasło1234", kKmUnknownKeyAlgorithm, "", 0, 0},
-        {"openssl_new.p12", "zazolc gesla", kKmWrongPassword, "", 0, 0},
-        {"openssl_new.p12", "\xff\xfe", kKmWrongPassword, "", 0, 0},
-        {"key_rsa1.der", "x", kKmBadFormat, "", 0, 0},
+    // file, password, result, outline
+    const std::tuple<const char*, const char*, KeyManagerResult, const char*> files[] = {
+        {"openssl_new.p12", "zażółć gęślą", kKmOk, "1 1 1"},
+        {"openssl_old.p12", "𝄞klucz😀", kKmOk, "2 1 0"},
+        {"openssl_ec.p12", "Hasło1234", kKmOk, "0 1 0"},  // an authority's key, by its certificate
+        {"certtool_three.p12", "Zażółć_1", kKmOk, "120 2 0"},
+        {"roots.p12", "korzenie", kKmOk, " 0 1"},
+        {"roots_empty.p12", "", kKmOk, " 0 1"},
+        {"openssl_ed25519.p12", "Hasło1234", kKmUnknownKeyAlgorithm, " 0 0"},
+        {"openssl_new.p12", "zazolc gesla", kKmWrongPassword, " 0 0"},
+        {"openssl_new.p12", "\xff\xfe", kKmWrongPassword, " 0 0"},
+        {"key_rsa1.der", "x", kKmBadFormat, " 0 0"},
     };
-    for (const auto& [name, password, result, roles, userCerts, trustedCerts] : files) {
+    for (const auto& [name, password, result, holds] : files) {
         SCOPED_TRACE(std::string(name) + " under " + password);
         const std::string octets = readFile(dataFile(name));
         MemoryFile file(asBytes(octets));
@@ -99,11 +97,7 @@ TEST(SecurityFile, OpensFilesOfOtherTools) {
         EXPECT_EQ(checkPasswdGF(file, SecretText(password)), unknownKey ? kKmOk : result) << "without a look inside";
         KeyStoreContents contents;
         ASSERT_EQ(load(asBytes(octets), contents, password), result);
-        std::string found;
-        for (const StoredKey& key : contents.keys) found += char('0' + int(key.role));
-        EXPECT_EQ(found, roles);
-        EXPECT_EQ(contents.userCerts.size(), userCerts);
-        EXPECT_EQ(contents.trustedCerts.size(), trustedCerts);
+        EXPECT_EQ(outline(contents), holds);
     }
 }
 
