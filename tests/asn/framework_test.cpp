@@ -481,6 +481,7 @@ TEST(AsnBits, NamedBitsAndUnusedBits) {
 TEST(AsnStreams, OctetStringPassesThroughInPieces) {
     const std::pair<const char*, bool> kRows[] = {
         {"0405 6162636465", true},
+        {"0481 05 6162636465", true},
         {"24 80 0402 6162 2480 0401 63 0000 2404 0402 6465 0000", true},
         {"24 09 0402 6162 0403 636465", true},
         {"24 08 0402 6162 0403 636465", false},  // the last segment leaves its string
