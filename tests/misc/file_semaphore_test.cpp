@@ -98,13 +98,12 @@ TEST_F(Lock, AnInterruptedWaitGoesOnUntilTheProcessEnds) {
     ops.interrupts = [&] { return interruptions-- > 0; };
     const ScopedFileOps use(ops);
     EXPECT_EQ(semaphore.p(exclusiveLock), 1);
-    const auto waitWhileEnding = [&] {
-        interruptions = 3;
+    const auto endDuringAWait = [&] {
         FileSemaphore other(dir.file("other"));
-        setProcessEnding();
+        ops.interrupts = [&, left = 3]() mutable { return setProcessEnding(), left-- > 0; };
         return other.p(exclusiveLock);
     };
-    EXPECT_EXIT(_exit(waitWhileEnding() == 0 ? 7 : 8), testing::ExitedWithCode(7), "");
+    EXPECT_EXIT(_exit(endDuringAWait() == 0 ? 7 : 8), testing::ExitedWithCode(7), "");
 }
 
 TEST_F(Lock, OfADeletedFileIsNoLock) {
