@@ -8,7 +8,7 @@
 #include "support/cert_maker.h"
 #include "support/temp_dir.h"
 
-namespace crv {
+namespace crv::test {
 namespace {
 
 using testing::HasSubstr;
@@ -39,7 +39,7 @@ class Authenticate : public testing::Test {
         ASSERT_EQ(ctx.keyManager.saveConfiguration(), kKmOk);
     }
 
-    test::TempDir dir_;
+    TempDir dir_;
     std::unique_ptr<CrvProfile> profile_ = CrvProfile::create(CRVPROFILE_TYPE_PKCS12);
 };
 
@@ -76,7 +76,7 @@ TEST_F(Authenticate, TellsWhatIsMissing) {
     std::filesystem::rename(dir_.file("keys.p12"), dir_.file("kept"));
     bind(ctx);
     EXPECT_EQ(crvAuthenticateExAPI(&ctx, 0), ECRV_SFT_OPEN);
-    test::writeFile(dir_.file("keys.p12"), "no key store");
+    writeFile(dir_.file("keys.p12"), "no key store");
     EXPECT_EQ(crvAuthenticateExAPI(&ctx, 0), ECRV_SFT_FMT);
     std::filesystem::remove(dir_.file("keys.p12.lck"));
     std::filesystem::create_directory(dir_.file("keys.p12.lck"));
@@ -104,10 +104,10 @@ TEST_F(Authenticate, HoldsTheOptionsToTheSigningKey) {
 TEST_F(Authenticate, MovesWhatWasFetchedIntoTheDatabase) {
     CRVctx ctx;
     create(ctx);
-    const test::MadeCert ca = test::makeCert({.subject = {{"CN", "CA"}}, .extensions = test::caExtensions()});
+    const MadeCert ca = makeCert({.subject = {{"CN", "CA"}}, .extensions = caExtensions()});
     EXPECT_TRUE(ctx.networkManager.addCertToNetStore(ca.der));
     EXPECT_FALSE(ctx.networkManager.addCertToNetStore(ca.der));
-    EXPECT_TRUE(ctx.networkManager.addCRLToNetStore(test::makeCrl({}, ca)));
+    EXPECT_TRUE(ctx.networkManager.addCRLToNetStore(makeCrl({}, ca)));
     ctx.moveFromNetStoreToDB();
     EXPECT_TRUE(ctx.state.warnings.empty());
     size_t count = 0;
@@ -123,4 +123,4 @@ TEST_F(Authenticate, MovesWhatWasFetchedIntoTheDatabase) {
 }
 
 }  // namespace
-}  // namespace crv
+}  // namespace crv::test

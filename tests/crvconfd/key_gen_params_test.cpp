@@ -15,23 +15,6 @@ KeyGenParams allSchemes() {
     return params;
 }
 
-TEST(KeyGenParams, ASchemeBringsItsHashAndKeepsOnlyALengthThatItHas) {
-    KeyGenParams params = allSchemes();
-    params.chooseLength(4096);
-    params.hash = KcHashAlgo::sha512;
-    params.chooseScheme(KeyScheme::rsaPss);
-    EXPECT_EQ(params.keyLength, 4096u);
-    EXPECT_EQ(params.hash, KcHashAlgo::sha256);
-    EXPECT_STREQ(params.signAlgoText(), "rsaPSS, SHA-256");
-    params.chooseScheme(KeyScheme::ecdsa);
-    EXPECT_EQ(params.keyLength, 4096u);
-    params.chooseScheme(KeyScheme::dsa);
-    EXPECT_EQ(params.keyLength, 1024u);
-    EXPECT_STREQ(params.signAlgoText(), "dsaWithSha1");
-    params.chooseScheme(KeyScheme::rsa);
-    EXPECT_EQ(params.keyLength, 1024u) << "RSA has no 1024: the trap that generation refuses";
-}
-
 TEST(KeyGenParams, SignatureAlgorithmsFollowTheKey) {
     KeyGenParams params = allSchemes();
     auto list = params.signAlgos();

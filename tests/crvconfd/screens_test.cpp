@@ -31,7 +31,10 @@ const Command kCommands[] = {
     {"", 4, " Długość klucza w bitach:   3072"},
     {"r", 10, " Do podpisu zgłoszenia użyj algorytmu SHA-1 RSA-PKCS#1 (niezalecane):     TAK"},
     {"U", 11, " Wymuś używanie podanego algorytmu do podpisu:                            TAK"},
-    {"a" + keys::kUp + keys::kUp + "\r", 3, " Algorytm klucza:           dsa"},
+    {"p" + keys::kDown + "\r", 6, " Algorytm podpisu:          rsaPSS, SHA-384"},
+    {"a" + keys::kDown + "\r", 6, " Algorytm podpisu:          sha256withRSAEncryption"},
+    {"a" + keys::kDown + "\r", 3, " Algorytm klucza:           dsa"},
+    {"", 6, " Algorytm podpisu:          dsaWithSha1"},
     {"", 4, " Długość klucza w bitach:   1024"},
     {"a" + keys::kUp + "\r", 3, " Algorytm klucza:           rsaEncryption"},
     {"", 4, " Długość klucza w bitach:   1024"},
@@ -44,8 +47,7 @@ TEST_F(MenuScreen, KeyGenerationObeysItsCommandsAndStops) {
     EXPECT_EQ(screen->row(0), std::string(24, ' ') + "Generowanie klucza do podpisów");
     for (const auto& [typed, row, text] : kCommands) expectRow(typed, row, text);
     screen->send("g");
-    message("Klucze o długości mniejszej niż 2048 bitów nie są wspierane !!!");
-    play({{kKeys, "3"}, {kChoose, "a"}});
+    play({{"Klucze o długości mniejszej niż 2048 bitów nie są wspierane !!!", " "}, {kKeys, "3"}, {kChoose, "a"}});
     expectRow("d" + keys::kEnd + "\r", 4, " Długość klucza w bitach:   16384");
     play({{"", "g"}, {"trwa generowanie klucza rsaEncryption (16384 bitów)...", ""}});
     screen->send(keys::kEscape);
@@ -71,8 +73,7 @@ TEST_F(MenuScreen, RequestsAreWrittenInBothFormsButNotOverTheProfile) {
     for (size_t at = pem.find('\n'); at != std::string::npos; at = pem.find('\n', at + 1)) ASSERT_EQ(pem[at - 1], '\r');
     EXPECT_NE(run("openssl req -in zgloszenie.pem -noout -verify 2>&1").find("OK"), std::string::npos);
     for (const char* entry : {"1", "3"}) {
-        play({{kKeys, entry}});
-        message("Klucz dla danego zastosowania już istnieje i nie może zostać nadpisany");
+        play({{kKeys, entry}, {"Klucz dla danego zastosowania już istnieje i nie może zostać nadpisany", " "}});
     }
     play({{kKeys, "2"}, {"Generowanie klucza do szyfrowania", "af"}, {"binarny (DER)", "g"}});
     screen->waitFor("Klucz rsaEncryption został poprawnie", std::chrono::seconds(60));
@@ -132,8 +133,7 @@ TEST_F(MenuScreen, TrustPointsAreAddedShownSavedAndDeleted) {
 TEST_F(MenuScreen, ServersAreAddedOrderedEditedAndDeletedInTheListOfProfiles) {
     prepare();
     open("2");
-    screen->waitFor(kConfiguration);
-    screen->send("2");
+    play({{kConfiguration, "2"}});
     for (const char* name : {"zegar", "budzik"}) {
         play({{"Powrót", "d"}, {"nowy serwer", "\r" + std::string(name) + "\r"}});
         expectIn("", 2, name);
