@@ -4,6 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "asn/x509/ext_distribution.h"
+#include "asn/x509/ext_policies.h"
 #include "asn/x509/signed_certificate.h"
 #include "corvane/crverrors.h"
 #include "crypto/crypto_error.h"
@@ -14,8 +16,10 @@ namespace crv {
 
 namespace {
 
-/// Verdicts tried at most, so that a web of cross-certificates cannot keep us for ever.
+/// Verdicts tried and signatures looked at at most, so that a web of cross-certificates cannot keep us for ever,
+/// whether or not it leads to a trust point.
 constexpr int maxVerdicts = 200;
+constexpr int maxSignatures = 2000;
 
 struct Verdict {
     int code = 0;
@@ -23,14 +27,28 @@ struct Verdict {
     explicit operator bool() const { return code != 0; }
 };
 
+template <class T>
+bool decodes(const Extension& extension) {
+    T value;
+    return extension.decode(value, ASN_FLAG_CONST);
+}
+
 /// Extensions that this check looks at, or that may be passed over without harm to it. Policies are not constrained
 /// here, so the policy extensions must not be critical except certificatePolicies itself.
 bool isUnderstood(const Extension& extension) {
-    static constexpr std::array understood{&OID_CE_BASIC_CONSTRAINTS,      &OID_CE_KEY_USAGE,
-                                           &OID_CE_EXT_KEY_USAGE,          &OID_CE_SUBJECT_ALT_NAME,
-                                           &OID_CE_NAME_CONSTRAINTS,       &OID_CE_CERTIFICATE_POLICIES,
-                                           &OID_CE_CRL_DISTRIBUTION_POINTS};
-    return std::ranges::any_of(understood, [&](const KnownOid* oid) { return extension.extnId == *oid; });
+    struct Row {
+        const KnownOid* type;
+        bool (*decodes)(const Extension&);
+    };
+    static constexpr std::array<Row, 7> understood{{{&OID_CE_BASIC_CONSTRAINTS, decodes<BasicConstraints>},
+                                                    {&OID_CE_KEY_USAGE, decodes<KeyUsage>},
+                                                    {&OID_CE_EXT_KEY_USAGE, decodes<ExtKeyUsage>},
+                                                    {&OID_CE_SUBJECT_ALT_NAME, decodes<GeneralNames>},
+                                                    {&OID_CE_NAME_CONSTRAINTS, decodes<NameConstraints>},
+                                                    {&OID_CE_CERTIFICATE_POLICIES, decodes<CertificatePolicies>},
+                                                    {&OID_CE_CRL_DISTRIBUTION_POINTS, decodes<CrlDistributionPoints>}}};
+    return std::ranges::any_of(understood,
+                               [&](const Row& row) { return extension.extnId == *row.type && row.decodes(extension); });
 }
 
 Verdict checkValidity(const SignedCertificate& certificate, int64_t time) {
@@ -45,7 +63,7 @@ Verdict checkValidity(const SignedCertificate& certificate, int64_t time) {
 Verdict checkExtensions(const SignedCertificate& certificate) {
     for (const Extension& extension : certificate.extensions()) {
         if (extension.critical.value() && !isUnderstood(extension)) {
-            return {ECRV_PATH_VER_ERR, "unknown critical extension"};
+            return {ECRV_PATH_VER_ERR, "unknown or malformed critical extension"};
         }
     }
     return {};
@@ -78,8 +96,9 @@ struct PathBuilder::Search {
     CertList certs;
     CertPath best;
     int verdicts = 0;
+    int signatures = 0;
 
-    [[nodiscard]] bool over() const { return best.good() || verdicts >= maxVerdicts; }
+    [[nodiscard]] bool over() const { return best.good() || verdicts >= maxVerdicts || signatures >= maxSignatures; }
 };
 
 PathBuilder::PathBuilder(CertificateCache& cache, CertList trustPoints, IssuerSource issuers, StatusSource status)
@@ -172,6 +191,7 @@ void PathBuilder::extend(Search& search) {
     bool anySigned = false;
     for (const CertPtr& issuer : candidates(search)) {
         const int code = checkSignature(*search.certs.back(), *issuer);
+        ++search.signatures;
         search.certs.push_back(issuer);
         if (code == 0) {
             anySigned = true;
