@@ -45,6 +45,12 @@ std::string_view hostOf(std::string_view uri) {
     return uri.substr(0, uri.find(':'));
 }
 
+/// Whether the host of a URI is a name: one without a host, or with an address in its place, cannot be judged (RFC 5280
+/// 4.2.1.10).
+bool isHostName(std::string_view host) {
+    return host.find_first_not_of("0123456789.") != std::string_view::npos && host.front() != '[';
+}
+
 bool nameFits(const DistinguishedName& name, const DistinguishedName& base) {
     const DistinguishedName whole = name.normalize(), front = base.normalize();
     if (front.size() > whole.size()) return false;
@@ -63,8 +69,10 @@ Match match(const GeneralName& name, const GeneralName& base) {
             return matchOf(mailFits(name.value(), base.value()));
         case GeneralName::dnsName:
             return matchOf(inDomain(name.value(), base.value(), true));
-        case GeneralName::uri:
-            return matchOf(hostFits(hostOf(name.value()), base.value()));
+        case GeneralName::uri: {
+            const std::string uri = name.value();
+            return isHostName(hostOf(uri)) ? matchOf(hostFits(hostOf(uri), base.value())) : Match::unknownForm;
+        }
         default:
             return Match::unknownForm;
     }
@@ -106,6 +114,7 @@ bool NameConstraintsState::allows(const SignedCertificate& certificate) const {
         if (!allows(name)) return false;
     }
     const auto alternatives = certificate.extensions().get<GeneralNames>(OID_CE_SUBJECT_ALT_NAME);
+    if (!alternatives && certificate.extensions().find(OID_CE_SUBJECT_ALT_NAME) != nullptr) return false;
     if (alternatives) return std::ranges::all_of(*alternatives, [&](const GeneralName& one) { return allows(one); });
     // Without alternative names the addresses in the subject count.
     return std::ranges::all_of(certificate.emails(), [&](const std::string& email) {
