@@ -14,13 +14,15 @@
 
 namespace crv {
 
-/// A stored CRL of the issuer in question.
+/// A stored CRL of the issuer in question. What it is, it says itself: after a change that was cut off the index row
+/// may be that of another one.
 struct RevocationManager::Loaded {
-    CrlIndexEntry entry;
     Bytes der;
     std::unique_ptr<SignedCertRevList> crl;
     std::optional<IssuingDistributionPoint> point;
     int code = 0;  // of the check
+
+    [[nodiscard]] bool isDelta() const { return crl->baseCrlNumber().has_value(); }
 };
 
 namespace {
@@ -55,10 +57,16 @@ bool covers(const IssuingDistributionPoint& point, const SignedCertificate& cert
     return !point.distributionPoint || namesMeet(*point.distributionPoint, certificate);
 }
 
-/// Whether the delta completes that CRL (RFC 5280 5.2.4).
-bool completes(const CrlIndexEntry& delta, const CrlIndexEntry& base) {
-    return base.crlNumber && delta.crlNumber && compareNumbers(*base.crlNumber, *delta.baseCrlNumber) >= 0 &&
-           compareNumbers(*delta.crlNumber, *base.crlNumber) > 0;
+ByteView scopeOf(const SignedCertRevList& crl) {
+    const Extension* point = crl.extensions().find(OID_CE_ISSUING_DISTRIBUTION_POINT);
+    return point == nullptr ? ByteView() : point->extnValue.value();
+}
+
+/// Whether the delta completes that CRL (RFC 5280 5.2.4): the same key and scope, and numbers that fit.
+bool completes(const SignedCertRevList& delta, const SignedCertRevList& base) {
+    const auto from = delta.baseCrlNumber(), to = delta.crlNumber(), number = base.crlNumber();
+    return from && to && number && compareNumbers(*number, *from) >= 0 && compareNumbers(*to, *number) > 0 &&
+           delta.authorityKeyId() == base.authorityKeyId() && std::ranges::equal(scopeOf(delta), scopeOf(base));
 }
 
 /// Takes over what an entry says; true when there is one.
@@ -98,7 +106,8 @@ bool RevocationManager::readCrl(const std::string& path, Bytes& der) {
 /// Checks the CRL under one certificate of its issuer.
 int RevocationManager::checkIssuer(const SignedCertRevList& crl, const CertPtr& issuer, int64_t time) {
     const std::optional<KeyUsage> usage = issuer->keyUsage();
-    if (usage && !usage->bit(KeyUsage::cRLSign)) return ECRV_CRTNOTFOUND;
+    const bool restricted = issuer->extensions().find(OID_CE_KEY_USAGE) != nullptr;
+    if (restricted && (!usage || !usage->bit(KeyUsage::cRLSign))) return ECRV_CRTNOTFOUND;
     try {
         if (!certificates_->cache().isSignedBy(crl, *issuer)) return ECRV_CRTSIGN;
     } catch (const CryptoError&) {
@@ -108,7 +117,8 @@ int RevocationManager::checkIssuer(const SignedCertRevList& crl, const CertPtr& 
     return certificates_->buildPath(issuer, {time, 0, RevocationCheck::none}).code;
 }
 
-/// 0 as soon as one of the issuer's certificates is good for it. With `known` given, CRLs of its key only.
+/// 0 as soon as one of the issuer's certificates is good for it. With `known` given, CRLs of its key only: another
+/// authority may bear the same name under another trust point (RFC 5280 6.3.3 (f)).
 int RevocationManager::check(const SignedCertRevList& crl, int64_t time, const SignedCertificate* known) {
     if (crl.hasUnknownCriticalExtension()) return ECRV_INV_CRL_FMT;
     if (!isCurrent(crl, time)) return ECRV_CRL_EXPIRED;
@@ -120,6 +130,7 @@ int RevocationManager::check(const SignedCertRevList& crl, int64_t time, const S
     }
     for (const CertPtr& issuer : issuers) {
         if (!keyId.empty() && issuer->getKeyIdFromCert() != keyId) continue;
+        if (known != nullptr && issuer->keyInfo().encoded() != known->keyInfo().encoded()) continue;
         const int found = checkIssuer(crl, issuer, time);
         if (found == 0) return 0;
         if (code == ECRV_CRTNOTFOUND) code = found;
@@ -152,7 +163,7 @@ bool RevocationManager::load(const SignedCertificate& certificate, std::vector<L
     const Bytes keyId = certificate.authorityKeyId();
     for (const CrlIndexEntry& entry : index) {
         if (!(entry.issuer == certificate.issuer()) || !sameKeyId(entry.authorityKeyId, keyId)) continue;
-        Loaded one{entry, {}, std::make_unique<SignedCertRevList>(), {}, 0};
+        Loaded one{{}, std::make_unique<SignedCertRevList>(), {}, 0};
         if (!database.getCrlByFileNum(entry.fileNumber(), one.der)) continue;
         if (!one.crl->readExactly(one.der, ASN_FLAG_CONST)) continue;
         one.point = one.crl->issuingDistributionPoint();
@@ -168,13 +179,12 @@ CrtStatus RevocationManager::status(const SignedCertificate& certificate, const 
     status.code = load(certificate, crls) ? ECRV_CRL_NOT_FOUND : ECRV_DB;
     for (Loaded& one : crls) one.code = check(*one.crl, time, &issuer);
     for (const Loaded& base : crls) {
-        if (base.entry.isDelta()) continue;
-        const auto delta = std::ranges::find_if(crls, [&](const Loaded& one) {
-            return one.entry.isDelta() && one.code == 0 && completes(one.entry, base.entry);
-        });
+        if (base.isDelta()) continue;
+        const auto delta = std::ranges::find_if(
+            crls, [&](const Loaded& one) { return one.code == 0 && completes(*one.crl, *base.crl); });
         // A delta that is current keeps a complete CRL going that is not.
         const bool usable = base.code == 0 || (base.code == ECRV_CRL_EXPIRED && delta != crls.end() &&
-                                               check(*base.crl, base.entry.issued(), &issuer) == 0);
+                                               check(*base.crl, base.crl->thisUpdate().value_or(0), &issuer) == 0);
         if (!usable) {
             if (status.state == CrtStatus::State::unknown) status.code = base.code;
             continue;

@@ -80,10 +80,22 @@ std::optional<IssuingDistributionPoint> SignedCertRevList::issuingDistributionPo
 }
 
 bool SignedCertRevList::hasUnknownCriticalExtension() const {
-    if (!allUnderstood(extensions(), kListExtensions)) return true;
+    const auto malformed = [](const Extensions& all, const KnownOid& oid, const auto& value) {
+        return !value && all.find(oid) != nullptr;
+    };
+    if (!allUnderstood(extensions(), kListExtensions) ||
+        malformed(extensions(), OID_CE_ISSUING_DISTRIBUTION_POINT, issuingDistributionPoint()) ||
+        malformed(extensions(), OID_CE_DELTA_CRL_INDICATOR, baseCrlNumber())) {
+        return true;
+    }
     auto cursor = entries();
-    while (const RevokedCertificate* entry = cursor.next())
-        if (entry->crlEntryExtensions && !allUnderstood(entry->extensions(), kEntryExtensions)) return true;
+    while (const RevokedCertificate* entry = cursor.next()) {
+        if (!entry->crlEntryExtensions) continue;
+        const Extensions all = entry->extensions();
+        const auto issuers = all.get<GeneralNames>(OID_CE_CERTIFICATE_ISSUER);
+        if (all.empty() || !allUnderstood(all, kEntryExtensions) || malformed(all, OID_CE_CERTIFICATE_ISSUER, issuers))
+            return true;
+    }
     return false;
 }
 

@@ -46,8 +46,8 @@ class SignedCertRevList : public ASNsequenceF {
     /// Key identifier of the issuer, from authorityKeyIdentifier; empty when it says none.
     [[nodiscard]] Bytes authorityKeyId() const;
     [[nodiscard]] std::optional<IssuingDistributionPoint> issuingDistributionPoint() const;
-    /// Whether an extension of the list or of an entry is critical and unknown here, so that the list must not be
-    /// relied on (RFC 5280 5.2, 5.3).
+    /// Whether an extension of the list or of an entry is critical and unknown here, or one that changes what the list
+    /// means is malformed, so that the list must not be relied on (RFC 5280 5.2, 5.3).
     [[nodiscard]] bool hasUnknownCriticalExtension() const;
 
     /// The entries; none for a list without.
