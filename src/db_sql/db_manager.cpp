@@ -202,6 +202,10 @@ bool DbManager::countCerts(size_t& count) {
     return run("top", [&](DbConnection& db) { count = db.crts().count(); });
 }
 
+bool DbManager::visitCerts(const CrtStore::Visit& visit) {
+    return run("next", [&](DbConnection& db) { db.crts().forward(0, SIZE_MAX, visit); });
+}
+
 bool DbManager::setNetCertTime(const std::string& name) {
     return run("setNetCertTime", [&](DbConnection& db) { db.crts().setNetCertTime(name); });
 }

@@ -73,6 +73,8 @@ class DbManager {
     bool readForward(int64_t after, size_t count, CrtItemList& list);
     bool readBackward(int64_t before, size_t count, CrtItemList& list);
     bool countCerts(size_t& count);
+    /// Shows every certificate, as they are at one moment: nobody changes them meanwhile. False in the visitor stops.
+    bool visitCerts(const CrtStore::Visit& visit);
 
     bool setNetCertTime(const std::string& name);
     /// 0 for an unknown name.

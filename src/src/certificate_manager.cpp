@@ -13,7 +13,8 @@ namespace crv {
 
 namespace {
 
-constexpr size_t exportPage = 256;
+/// Certificates from one report of progress to the next.
+constexpr size_t exportStep = 256;
 
 TransferEnd databaseFailure(const DbManager& database) {
     return database.outOfMemory() ? TransferEnd::noMemory : TransferEnd::database;
@@ -60,16 +61,16 @@ TransferEnd CertificateManager::importCerts(const std::string& path, const CrtDb
 TransferEnd CertificateManager::exportCerts(const std::string& path, size_t& count,
                                             const std::function<bool(size_t written)>& progress) {
     Bytes content;
+    bool stopped = false;
     count = 0;
-    for (int64_t last = 0;;) {
-        CrtItemList page;
-        if (!database_->readForward(last, exportPage, page)) return databaseFailure(*database_);
-        if (page.empty()) break;
-        for (const CrtItem& item : page) content.insert(content.end(), item.der.begin(), item.der.end());
-        last = page.back().id;
-        count += page.size();
-        if (progress && !progress(count)) return TransferEnd::stopped;
-    }
+    const auto take = [&](int64_t, ByteView der) {
+        content.insert(content.end(), der.begin(), der.end());
+        stopped = ++count % exportStep == 0 && progress && !progress(count);
+        return !stopped;
+    };
+    // In one go: a compaction by another process in between would move certificates past us.
+    if (!database_->visitCerts(take)) return databaseFailure(*database_);
+    if (stopped) return TransferEnd::stopped;
     const WriteResult written = writeFileAtomically(path, content, {WriteMode::keepOrCommon, /*inPlaceFallback=*/true});
     if (written) return TransferEnd::done;
     return written.failed == WriteStep::open ? TransferEnd::notOpened : TransferEnd::notWritten;
