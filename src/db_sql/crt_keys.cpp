@@ -38,9 +38,11 @@ DbHash sha1(ByteView octets) {
     return hash;
 }
 
+/// Stops behind the first field too many.
 void addSubjectFields(DnFldList& list, const DistinguishedName& subject) {
     for (const RelativeDistinguishedName& set : subject) {
         for (const AttributeTypeAndValue& attribute : set) {
+            if (list.size() > maxCrtFields) return;
             addToListNoRepeat(list, dnFldType(attribute.type), attribute.valueUtf8());
         }
     }
@@ -75,7 +77,10 @@ void makeCrtRecord(const SignedCertificate& certificate, ByteView der, CrtRecord
     record.isCa = certificate.isCaCrt();
     addSubjectFields(record.dnFlds, certificate.subject());
     std::vector<std::string> emails = certificate.emails();
-    for (std::string& email : emails) addToListNoRepeat(record.dnFlds, dnEmail, email);
+    for (const std::string& email : emails) {
+        if (record.dnFlds.size() > maxCrtFields) break;
+        addToListNoRepeat(record.dnFlds, dnEmail, email);
+    }
     if (!emails.empty()) record.email = std::move(emails.front());
 }
 

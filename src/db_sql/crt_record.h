@@ -18,6 +18,9 @@ constexpr size_t maxCrtEmail = 128;
 /// Longest key identifier of a certificate that is stored.
 constexpr size_t maxCrtKeyId = 40;
 
+/// Most subject-name fields of a certificate that is stored: each is a record of its own.
+constexpr size_t maxCrtFields = 1000;
+
 /// What insertCert stores. `der` refers to memory of the caller.
 struct CrtRecord {
     DbHash serNumHash{};  ///< of the DER serial number

@@ -1,6 +1,7 @@
 #include "asn/x509/signed_certificate.h"
 
 #include <algorithm>
+#include <set>
 
 #include "asn/x509/signed_part.h"
 #include "misc/exceptions.h"
@@ -57,10 +58,9 @@ std::vector<std::string> SignedCertificate::emails() const {
     for (const RelativeDistinguishedName& set : tbs.subject)
         for (const AttributeTypeAndValue& attribute : set)
             if (attribute.type == OID_PKCS9_EMAIL) out.push_back(attribute.valueUtf8());
-    std::vector<std::string> once;
-    for (std::string& address : out)
-        if (std::ranges::find(once, address) == once.end()) once.push_back(std::move(address));
-    return once;
+    std::set<std::string> seen;
+    std::erase_if(out, [&](const std::string& address) { return !seen.insert(address).second; });
+    return out;
 }
 
 std::string SignedCertificate::email() const {
