@@ -25,13 +25,21 @@ std::string refusalOf(const CrtRecord& record) {
     if (record.keyId.empty() || record.keyId.size() > maxCrtKeyId) {
         return "DbCrtCrv::insertCert. Bledny identyfikator klucza w certyfikacie";
     }
+    if (record.dnFlds.size() > maxCrtFields) return "DbCrtCrv::insertCert. Za duzo pol nazwy w certyfikacie";
     return {};
+}
+
+template <class Look>
+bool DbCrtMem::anyOf(Key kind, const std::string& key, Look look) const {
+    for (auto at = keys_[kind].lower_bound({key, INT64_MIN}); at != keys_[kind].end() && at->first == key; ++at) {
+        if (look(-at->second)) return true;
+    }
+    return false;
 }
 
 void DbCrtMem::find(CrtItemList& list, Key kind, const std::string& key) {
     const std::scoped_lock guard(mutex_);
-    const auto [first, last] = keys_[kind].equal_range(key);
-    for (auto at = first; at != last; ++at) insertCrtItem(list, at->second, crts_.at(at->second).der);
+    anyOf(kind, key, [&](int64_t id) { return insertCrtItem(list, id, crts_.at(id).der), false; });
 }
 
 void DbCrtMem::findCertsBySerNumHash(CrtItemList& list, ByteView digest) {
@@ -60,8 +68,7 @@ void DbCrtMem::findCaCerts(CrtItemList& list) {
 }
 
 bool DbCrtMem::holds(const std::string& serNumKey, ByteView der) const {
-    const auto [first, last] = keys_[bySerNum].equal_range(serNumKey);
-    return std::any_of(first, last, [&](const auto& at) { return std::ranges::equal(crts_.at(at.second).der, der); });
+    return anyOf(bySerNum, serNumKey, [&](int64_t id) { return std::ranges::equal(crts_.at(id).der, der); });
 }
 
 InsertResult DbCrtMem::insertCert(const CrtRecord& record) {
@@ -76,7 +83,7 @@ InsertResult DbCrtMem::insertCert(const CrtRecord& record) {
                 {byCrtHash, rawKey(record.crtHash)}}};
     for (const DnFld& field : record.dnFlds) crt.keys.emplace_back(byField, fieldKey(field.type, field.value));
     const int64_t id = ++lastId_;
-    for (const auto& [kind, key] : crt.keys) keys_[kind].emplace(key, id);
+    for (const auto& [kind, key] : crt.keys) keys_[kind].emplace(key, -id);
     if (record.isCa) cas_.insert(id);
     crts_.emplace(id, std::move(crt));
     return InsertResult::stored;
@@ -94,10 +101,7 @@ size_t DbCrtMem::insertSlice(std::span<const CrtRecord> records, const SliceEnd&
 }
 
 void DbCrtMem::erase(std::map<int64_t, Stored>::iterator crt) {
-    for (const auto& [kind, key] : crt->second.keys) {
-        const auto [first, last] = keys_[kind].equal_range(key);
-        keys_[kind].erase(std::find_if(first, last, [&](const auto& at) { return at.second == crt->first; }));
-    }
+    for (const auto& [kind, key] : crt->second.keys) keys_[kind].erase({key, -crt->first});
     cas_.erase(crt->first);
     crts_.erase(crt);
 }

@@ -33,19 +33,23 @@ class DbCrtMem : public CrtStore {
 
   private:
     enum Key : size_t { bySerNum, bySbjDn, byKeyId, byCrtHash, byField, keyKinds };
-    using KeyMap = std::multimap<std::string, int64_t, std::less<>>;
+    /// By key, and among equal keys the newest first, as the tables have them.
+    using KeySet = std::set<std::pair<std::string, int64_t>>;
     struct Stored {
         Bytes der;
         std::vector<std::pair<Key, std::string>> keys;
     };
 
+    /// Shows the ids under a key until `look` says true; whether it did.
+    template <class Look>
+    bool anyOf(Key kind, const std::string& key, Look look) const;
     void find(CrtItemList& list, Key kind, const std::string& key);
     void erase(std::map<int64_t, Stored>::iterator crt);
     [[nodiscard]] bool holds(const std::string& serNumKey, ByteView der) const;
 
     std::mutex mutex_;
     std::map<int64_t, Stored> crts_;
-    std::array<KeyMap, keyKinds> keys_;
+    std::array<KeySet, keyKinds> keys_;  // with the ids negated
     std::set<int64_t> cas_;
     int64_t lastId_ = 0;
 };
