@@ -108,13 +108,31 @@ void DbCrtCrv::findCaCerts(CrtItemList& list) {
     }
 }
 
-/// Number of the record that holds exactly these octets, 0 when there is none.
+/// The same by the certificate's hash.
+int64_t DbCrtCrv::findByHash(const CrtRecord& record) {
+    const std::string_view key = asText(record.crtHash);
+    DataBase& table = tables_[Tb::addIdx];
+    table.selectIndex(addByCrtHash);
+    TableRecord side;
+    Bytes der;
+    for (bool found = tables_.returnCode(table.seek(key)); found; found = tables_.returnCode(table.skip(1))) {
+        if (!tables_.returnCode(table.data(side)) || side.keys[addByCrtHash] != keyText(key)) break;
+        const int64_t id = recNoDecode(side.keys[addByRecId]).value_or(0);
+        if (id != 0 && tables_.readCrt(id, der) && std::ranges::equal(der, record.der)) return id;
+    }
+    return 0;
+}
+
+/// Number of the record that holds exactly these octets, 0 when there is none. Where very many share the serial number
+/// the walk past them ends, and the hash decides.
 int64_t DbCrtCrv::findSame(const CrtRecord& record) {
     const std::string key = codeDigest(record.serNumHash);
     DataBase& crt = tables_[Tb::crt];
     crt.selectIndex(crtBySerNum);
     TableRecord stored;
+    int left = 64;
     for (bool found = tables_.returnCode(crt.seek(key)); found; found = tables_.returnCode(crt.skip(1))) {
+        if (left-- == 0) return findByHash(record);
         if (!tables_.returnCode(crt.data(stored)) || stored.keys[crtBySerNum] != key) break;
         if (std::ranges::equal(stored.body, record.der)) return crt.recNo();
     }
@@ -236,12 +254,12 @@ CrtStore::Removed DbCrtCrv::removeCerts(const Expired& expired) {
 
 // --- network fetch times ---
 
-/// Looks the time up when the table is there; false when it must be made first.
+/// Looks the time up when the table can be opened; false when it must be made first.
 bool DbCrtCrv::readNetCertTime(const std::string& name, int64_t& time) {
     const DbGuard guard(*lock_, sharedLock);
-    if (!fileExists(tables_.path(Tb::netCertTime) + indexExtension)) return false;
-    const Use use(*this, sharedLock, {Tb::netCertTime});
     DataBase& table = tables_[Tb::netCertTime];
+    if (table.open(tables_.path(Tb::netCertTime)) != dbOk) return false;
+    const Use use(*this, sharedLock, {Tb::netCertTime});
     TableRecord record;
     if (tables_.returnCode(table.seek(name)) && tables_.returnCode(table.data(record)) &&
         record.body.size() == sizeof time) {

@@ -41,6 +41,7 @@ class DbCrtCrv final : public CrtStore {
     void findInCrtTb(CrtItemList& list, CrtIndex index, ByteView digest);
     void join(CrtItemList& list, Tb side, int index, std::string_view key,
               const std::function<bool(ByteView der)>& accept);
+    [[nodiscard]] int64_t findByHash(const CrtRecord& record);
     [[nodiscard]] int64_t findSame(const CrtRecord& record);
     [[nodiscard]] static std::vector<Tb> tablesFor(std::span<const CrtRecord> records);
     InsertResult insertOne(const CrtRecord& record);
