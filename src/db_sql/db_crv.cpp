@@ -170,6 +170,10 @@ bool DbCrv::mend(DbMark mark, const std::vector<std::string>& names) {
 bool DbCrv::mendChange() {
     for (const TableLayout* layout : allTables) {
         const std::string table = pathOf(layout->file);
+        // This table is made on the way, without a mark; one without a head holds nothing yet and is made again.
+        if (layout == &netCertTimeTb && DataFile().open(table + dataExtension) != dbOk) {
+            for (const char* extension : {indexExtension, dataExtension}) fileOps().unlink(table + extension);
+        }
         if (fileExists(table + dataExtension) && !mendTable(table)) return false;
     }
     if (removeDangling() < 0) return false;
