@@ -150,24 +150,34 @@ Bytes DbCrlCrv::loadCrl(long number) {
 }
 
 /// A damaged file makes the write fail after the index was taken back; the damaged files then go, so that the next
-/// write finds a sound store.
+/// write finds a sound store. A CRL that is what the index said is not damaged: only its tag had not been written.
 void DbCrlCrv::save(long number, ByteView index, ByteView der) {
     try {
         files_.write(number, index, der);
     } catch (const std::runtime_error&) {
-        dropDamaged(number);
+        dropDamaged(number, index);
         throw;
     }
 }
 
-void DbCrlCrv::dropDamaged(long last) {
-    CrlIndex index = readIndex();
+void DbCrlCrv::dropDamaged(long last, ByteView written) {
+    CrlIndex index = readIndex(), known;
+    static_cast<void>(known.readExactly(written));
     for (long number = 1; number < last; ++number) {
         if (files_.checkCrl(number) != 1) continue;
-        logLine(LogLevel::error, "damaged CRL removed: " + files_.crlPath(number));
         for (size_t row = index.size(); row-- > 0;) {
             if (index[row].fileNumber() == number) static_cast<void>(index.remove(row));
         }
+        const Bytes der = loadCrl(number), hash = hashOf(KcHashAlgo::sha256, der);
+        const auto intact = std::ranges::find_if(known, [&](const CrlIndexEntry& row) {
+            return row.fileNumber() == number && std::ranges::equal(row.sha256.value(), hash);
+        });
+        if (intact != known.end()) {
+            index.add() = *intact;
+            files_.writeTag(number, der);
+            continue;
+        }
+        logLine(LogLevel::error, "damaged CRL removed: " + files_.crlPath(number));
         fileOps().unlink(files_.crlPath(number));
         fileOps().unlink(files_.tagPath(number));
     }

@@ -67,7 +67,7 @@ class DbCrlCrv final : public CrlStore {
     [[nodiscard]] bool isTagged(long number) override { return files_.checkCrl(number) == 0; }
 
   private:
-    void dropDamaged(long last);
+    void dropDamaged(long last, ByteView written);
 
     CrlFileGuard files_;
     DbLock* lock_;

@@ -124,6 +124,10 @@ void CrlFileGuard::write(long n, ByteView index, ByteView crl) {
     keepBackup();
     storeIndex(index);
     writeFile(crlPath(n), crl);
+    writeTag(n, crl);
+}
+
+void CrlFileGuard::writeTag(long n, ByteView crl) {
     writeFile(tagPath(n), makeDataForIntChk(crl));
 }
 

@@ -33,6 +33,9 @@ class CrlFileGuard {
     /// Replaces the index alone, after the same check of the index.
     void writeIndex(ByteView index);
 
+    /// Makes the tag of a CRL anew.
+    void writeTag(long n, ByteView crl);
+
     [[nodiscard]] Bytes readIndex() const;
     [[nodiscard]] Bytes readCrl(long n) const;
     /// Answers of checkIntegrity for the index and for the CRL of that number.
