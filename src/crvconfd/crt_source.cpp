@@ -26,9 +26,10 @@ bool CrtSource::backward(int64_t before, size_t count, CrtItemList& list) const 
 bool CrtSource::read(std::vector<int64_t>::const_iterator first, std::vector<int64_t>::const_iterator last,
                      CrtItemList& list) const {
     for (; first != last; ++first) {
-        Bytes der;
-        if (!dbManager->setCrtId(*first) || !dbManager->get(der)) return false;
-        insertCrtItem(list, *first, std::move(der));
+        // Somebody else may have deleted it since the search.
+        CrtItemList one;
+        if (!dbManager->readForward(*first - 1, 1, one)) return false;
+        if (!one.empty() && one[0].id == *first) list.push_back(std::move(one[0]));
     }
     return true;
 }

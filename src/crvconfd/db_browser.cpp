@@ -216,8 +216,13 @@ void DbBrowser::remove() {
     if (rows_.empty()) return;
     if (displCentQuestion(kMessageRow, "Czy na pewno chcesz usunąć certyfikat (t/n)?") == 0) return;
     const int64_t id = rows_[selected_].id;
-    if (!dbManager->setCrtId(id) || !dbManager->deleteCert()) return errInfo(kMessageRow, "Błąd bazy danych");
-    source_.forget(id);
+    // After a compaction by another process the id may mean another certificate.
+    Bytes der;
+    const bool same = dbManager->setCrtId(id) && dbManager->get(der) && der == rows_[selected_].der;
+    if (same && dbManager->deleteCert())
+        source_.forget(id);
+    else
+        errInfo(kMessageRow, "Błąd bazy danych");
     reload();
 }
 
