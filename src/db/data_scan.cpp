@@ -12,7 +12,7 @@ constexpr int64_t pieceSize = 128 * 1024;
 
 }  // namespace
 
-DataScan::DataScan(DataFile& file) : file_(&file), following_(headSize) {}
+DataScan::DataScan(DataFile& file, int64_t from) : file_(&file), following_(from) {}
 
 /// Octets of the file in memory; null when they cannot be read.
 const uint8_t* DataScan::need(int64_t position, int64_t size) {

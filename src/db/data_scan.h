@@ -13,7 +13,8 @@ class DataScan {
   public:
     enum class Result { record, end, damaged, unreadable };
 
-    explicit DataScan(DataFile& file);
+    /// Begins with the record at that position.
+    explicit DataScan(DataFile& file, int64_t from = data_format::headSize);
 
     /// Goes on to the next record. damaged: at recNo() there is no record, or it does not end within the file;
     /// unreadable: the file cannot be read.

@@ -255,9 +255,9 @@ int DataBase::rebuild(const std::string& name) {
     TableRebuild copy(name);
     if (!copy.begin() || !copy.copyAll() || !copy.finish()) return fail(Error::data);
     if (lock_ != nullptr && !lock_->setMark(DbMark::swapping, {name.substr(name.rfind('/') + 1)})) {
-        discardRebuilt(name);
         return fail(Error::data);
     }
+    copy.keep();
     if (copy.swap()) return dbOk;
     if (lock_ != nullptr) lock_->spoil();
     return fail(Error::data);

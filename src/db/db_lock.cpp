@@ -112,6 +112,11 @@ bool DbLock::beginChange() {
 bool DbLock::setMark(DbMark mark, const std::vector<std::string>& names) {
     VTEST(depth_ > 0 && mode_ != sharedLock, "src/db/db_lock");
     if (!writeMark({mark, names})) return false;
+    // The disk must know of a swap before it sees the first new name.
+    if (mark == DbMark::swapping && fileOps().fsync(semaphore_.descriptor()) != 0) {
+        static_cast<void>(writeMark({mark_, {}}));
+        return false;
+    }
     mark_ = mark;
     return true;
 }

@@ -46,9 +46,10 @@ class IndexMaker {
         if (data_.open(name_ + dataExtension) != dbOk) return false;
         if (index_.create(indexPath, data_.numIndexes(), data_.descs()) != dbOk) return false;
         if (index_.open(indexPath) != dbOk) return false;
+        keepRights(name_, indexExtension);
         IndexBuilder builder(index_);
         for (bool more = true; more;) {
-            DataScan scan(data_);
+            DataScan scan(data_, from_);
             if (!walk(scan, builder, more)) return false;
         }
         return builder.finish() == dbOk && keepCountGrowing() && index_.sync() && (!copied_ || data_.sync());
@@ -58,7 +59,7 @@ class IndexMaker {
     [[nodiscard]] bool noRoom() const { return index_.status() == FileStatus::ioFailure; }
 
   private:
-    /// more: the file was changed, and the walk begins again behind the records done.
+    /// more: the file was changed, and the walk goes on from there.
     bool walk(DataScan& scan, IndexBuilder& builder, bool& more) {
         for (;;) {
             const DataScan::Result result = scan.next();
@@ -66,14 +67,23 @@ class IndexMaker {
             if (result == DataScan::Result::end) return true;
             if (more) return mendAt(scan.recNo());
             if (result != DataScan::Result::record) return false;
-            if (scan.recNo() < done_ || scan.deleted()) continue;
+            if (scan.deleted()) continue;
             scan.keys(keys_);
+            more = extent_ == MendExtent::salvage && !index_.keysFit(keys_);
+            if (more) return dropAt(scan.recNo());
             if (builder.add(keys_, scan.recNo()) != dbOk) return false;
-            done_ = scan.recNo() + 1;
         }
     }
 
+    /// A record with a key that does not end in its slot cannot be found.
+    bool dropAt(int64_t recNo) {
+        from_ = recNo;
+        ++lost_;
+        return useCopy() && data_.remove(recNo) == dbOk;
+    }
+
     bool mendAt(int64_t damaged) {
+        from_ = damaged;
         const int64_t next = nextRecord(data_, damaged);
         const bool tail = next == nowhere;
         if (!tail && extent_ == MendExtent::afterCrash) {
@@ -112,7 +122,7 @@ class IndexMaker {
     DataFile data_;
     IndexFile index_;
     std::vector<std::string_view> keys_;
-    int64_t done_ = 0;
+    int64_t from_ = headSize;
     bool copied_ = false;
     int lost_ = 0;
 };

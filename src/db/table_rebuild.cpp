@@ -34,6 +34,13 @@ bool swapRebuilt(const std::string& name) {
     return syncFolder(folderOf(name));
 }
 
+void keepRights(const std::string& name, const char* extension) {
+    const std::string fresh = rebuildName(name) + extension;
+    if (!copyRights(name + extension, fresh) && !copyRights(name + dataExtension, fresh)) {
+        logLine(LogLevel::warning, "mode and owner not kept: " + name + extension);
+    }
+}
+
 TableRebuild::TableRebuild(std::string name) : name_(std::move(name)) {}
 
 TableRebuild::~TableRebuild() {
@@ -44,6 +51,7 @@ bool TableRebuild::begin() {
     if (old_.open(name_ + dataExtension) != dbOk) return false;
     const std::string fresh = rebuildName(name_);
     if (DataBase().create(fresh, old_.numIndexes(), old_.descs()) != dbOk) return false;
+    for (const char* extension : extensions) keepRights(name_, extension);
     if (data_.open(fresh + dataExtension) != dbOk || index_.open(fresh + indexExtension) != dbOk) return false;
     data_.deferWrites(true);
     builder_.emplace(index_);
@@ -72,10 +80,10 @@ bool TableRebuild::copy(const Visit& visit, const Copied& copied) {
 
 bool TableRebuild::finish() {
     old_.close();
-    keep_ = data_.flush() == dbOk && builder_->finish() == dbOk && data_.sync() && index_.sync();
+    const bool complete = data_.flush() == dbOk && builder_->finish() == dbOk && data_.sync() && index_.sync();
     data_.close();
     index_.close();
-    return keep_;
+    return complete;
 }
 
 bool TableRebuild::swap() {

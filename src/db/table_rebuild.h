@@ -22,8 +22,11 @@ void discardRebuilt(const std::string& name);
 /// before. False when a rename fails.
 [[nodiscard]] bool swapRebuilt(const std::string& name);
 
-/// Copies the live records of a table into a new one. begin(), copy(), finish(), then swap() under the mark "swapping";
-/// the new files are deleted when it ends without finish().
+/// Gives a file of the new table the mode and owner of the one that it is to replace, or else those of the data file.
+void keepRights(const std::string& name, const char* extension);
+
+/// Copies the live records of a table into a new one. begin(), copy(), finish(), then keep() and swap() under the mark
+/// "swapping"; the new files are deleted when it ends without keep().
 class TableRebuild {
   public:
     /// Sees each live record and may put other keys in place, good until its next call; false leaves the record out.
@@ -43,6 +46,8 @@ class TableRebuild {
     [[nodiscard]] bool copyAll() { return copy(nullptr, nullptr); }
     /// Makes the indexes and writes everything down: from now on the new files are complete.
     [[nodiscard]] bool finish();
+    /// The mark tells of the new files: from now on they stay until they are swapped in.
+    void keep() { keep_ = true; }
     [[nodiscard]] bool swap();
 
   private:

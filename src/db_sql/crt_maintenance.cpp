@@ -112,6 +112,7 @@ class Compaction {
 
     void swap(DbLock& lock) {
         check(lock.setMark(DbMark::swapping, names_));
+        for (const auto& rebuild : rebuilds_) rebuild->keep();
         const bool swapped = std::ranges::all_of(rebuilds_, [](const auto& rebuild) { return rebuild->swap(); });
         if (!swapped) lock.spoil();
         check(swapped);

@@ -133,6 +133,12 @@ bool syncFolder(const std::string& folder) {
     return fd.valid() && (fileOps().fsync(fd.get()) == 0 || errno == EINVAL);
 }
 
+bool copyRights(const std::string& from, const std::string& to) {
+    struct stat info {};
+    const FileDescriptor fd(fileOps().open(to, O_RDONLY));
+    return fd.valid() && fileOps().stat(from, &info) == 0 && setRights(fd.get(), &info, WriteMode::keepOrCommon);
+}
+
 WriteResult writeFileAtomically(const std::string& path, ByteView content, const WriteOptions& options) noexcept {
     try {
         return write(path, content, options);

@@ -40,4 +40,7 @@ std::string folderOf(const std::string& path);
 /// Makes names created, renamed or deleted in the folder last. False when the system cannot.
 bool syncFolder(const std::string& folder);
 
+/// Gives a file the mode of another one, and its owner as far as that is permitted. False when it cannot.
+bool copyRights(const std::string& from, const std::string& to);
+
 }  // namespace crv

@@ -155,6 +155,7 @@ TEST_F(DbCrvTest, SwapIsFinishedForTheNamedTablesOnly) {
         table.close();
         TableRebuild fresh(file(name));
         ASSERT_TRUE(fresh.begin() && fresh.finish());
+        fresh.keep();
     }
     fs::rename(file("certifi#.idx"), file("certific.idx"));
     setMark('3', "certific/");
