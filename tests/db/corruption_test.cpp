@@ -189,6 +189,12 @@ TEST_F(DamagedTable, DamageInTheMiddleIsBridgedOnlyWhenAskedFor) {
     EXPECT_EQ(table.rebuild(bad), dbError);
     EXPECT_EQ(readFile(bad + ".dta"), damaged);
     int lost = 0;
+    std::string endless = dta;
+    endless.replace(third + 32, 22, std::string(22, 'x'));
+    write(idx, endless);
+    EXPECT_TRUE(remakeIndexes(bad, MendExtent::salvage, lost));
+    EXPECT_EQ(lost, 1) << "keys without an end";
+    write(idx, damaged);
     ASSERT_TRUE(remakeIndexes(bad, MendExtent::salvage, lost));
     EXPECT_EQ(lost, 1);
     EXPECT_EQ(readFile(bad + ".dta"), damaged) << "the old file stays until the swap";

@@ -91,6 +91,11 @@ TEST_F(ManagersTest, PathsEndWithTheAnswerThatTheirFaultDeserves) {
         {"excluded name", ECRV_PATH_VER_ERR, constrained("critical,excluded;DNS:firma.pl"), named("DNS:a.firma.pl")},
         {"constraint on a form not understood", ECRV_PATH_VER_ERR,
          constrained("critical,permitted;IP:10.0.0.0/255.0.0.0"), named("IP:10.1.1.1")},
+        {"host kept", 0, constrained("excluded;URI:.firma.pl"), named("URI:http://inna.pl:80/a")},
+        {"no host to judge", ECRV_PATH_VER_ERR, constrained("excluded;URI:.firma.pl"), named("URI:urn:a:b")},
+        {"address for a host", ECRV_PATH_VER_ERR, constrained("excluded;URI:.firma.pl"), named("URI:http://10.0.0.1")},
+        {"malformed names", ECRV_PATH_VER_ERR, constrained("excluded;DNS:firma.pl"), {{"2.5.29.17", "DER:0500"}}},
+        {"malformed critical extension", ECRV_PATH_VER_ERR, caExtensions(), {{"2.5.29.15", "critical,DER:0500"}}},
     };
     for (const Case& one : cases) {
         // A name of its own for each authority keeps the cases apart.
@@ -149,6 +154,10 @@ TEST_F(ManagersTest, CrossCertificatesAreTriedUntilOneIsGood) {
     const MadeCert back = test::makeCert(authority("Krzyżowy"), &circle, key);
     for (const MadeCert* one : {&expired, &back, &circle, &good}) store(*one);
     EXPECT_EQ(path(leafOf(circle)).code, 0);
+    // A web that leads nowhere has more paths than anybody can walk.
+    MadeCert web = test::makeCert(authority("Sieć"), nullptr, key);
+    for (int i = 0; i < 14; ++i) store(web = test::makeCert(authority("Sieć"), &web, key));
+    EXPECT_EQ(path(leafOf(web)).code, ECRV_CRTNOTFOUND);
 }
 
 TEST_F(ManagersTest, StatusComesFromCurrentVerifiedCrlsAndTheirDeltas) {
@@ -207,15 +216,28 @@ TEST_F(ManagersTest, CrlsThatMustNotBeBelievedLeaveTheStatusUnknown) {
         {"for authorities only",
          {.number = 5, .thisUpdate = -10, .extensions = with("issuingDistributionPoint", "critical,onlyCA:TRUE")},
          0},
+        {"malformed scope", {.number = 6, .extensions = with("2.5.29.28", "critical,DER:0500")}, ECRV_INV_CRL_FMT},
+        {"malformed base", {.number = 7, .extensions = with("2.5.29.27", "critical,DER:0500")}, ECRV_INV_CRL_FMT},
+        {"delta of another scope that would keep the stale one going",
+         {.number = 8,
+          .base = 1,
+          .extensions = with("issuingDistributionPoint", "critical,onlysomereasons:keyCompromise")},
+         0},
     };
     for (Row row : rows) {
-        row.spec.entries = {{"11"}};
+        if (row.spec.number != 1 && row.spec.number != 8) row.spec.entries = {{"11"}};
         const bool forged = row.code == ECRV_CRTSIGN;
         const Bytes crl = makeCrl(row.spec, forged ? forger : middle);
         EXPECT_EQ(revocation.verify(crl, now), row.code) << row.what;
         EXPECT_EQ(revocation.insert(crl), kCrlInserted) << row.what << ": the user may want it all the same";
         EXPECT_EQ(status(leaf).state, CrtStatus::State::unknown) << row.what;
     }
+    const MadeCert otherRoot = test::makeCert(authority("Inny korzeń"));
+    trust.push_back(makeCert(ByteView(otherRoot.der)));
+    const MadeCert twin = issue(authority("Urząd pośredni"), otherRoot);
+    store(twin);
+    EXPECT_EQ(insertCrl({.number = 9, .extensions = {}}, twin), kCrlInserted);
+    EXPECT_EQ(status(leaf).state, CrtStatus::State::unknown) << "an authority of that name under another trust point";
 }
 
 TEST_F(ManagersTest, CrlInsertionAnswersWithItsCodes) {
@@ -288,6 +310,20 @@ TEST_F(ManagersTest, ImportAndExportGoThroughFiles) {
               TransferEnd::stopped);
     EXPECT_EQ(done.present, 20U);
     EXPECT_EQ(certificates.importCerts(dir.file("nie ma"), nullptr, done), TransferEnd::notOpened);
+    // A compaction in the middle moves no certificate past the export.
+    DbConfig files;
+    files.db = dir.file("base");
+    DbManager other;
+    other.init(files);
+    database.init(files);
+    ASSERT_TRUE(database.createDb());
+    database.setSync(false);
+    for (int i = 0; i < 300; ++i) store(issue({.subject = {{"CN", "Jan"}}, .notAfter = i < 100 ? -60 : day}, root));
+    CrtStore::Removed removed;
+    const auto compact = [&](size_t) { return CrtDb(other).removeCertsOverTime(now, removed); };
+    EXPECT_EQ(certificates.exportCerts(out, count, compact), TransferEnd::done);
+    EXPECT_EQ(removed.removed, 100U);
+    EXPECT_EQ(count, 300U);
     EXPECT_EQ(certificates.exportCerts(dir.file("nie/ma"), count), TransferEnd::notOpened);
 }
 
