@@ -53,7 +53,9 @@ bool DataFile::parseHeader(const uint8_t* octets) {
 
 int DataFile::open(const std::string& path) {
     std::array<uint8_t, data_format::headSize> head;
-    if (!File::open(path) || !readAt(0, head.data(), head.size())) {
+    const bool opened = File::open(path);
+    if (opened && reused()) return dbOk;  // the header of a file never changes
+    if (!opened || !readAt(0, head.data(), head.size())) {
         File::close();
         return setStatus(FileStatus::ioFailure), dbError;
     }
