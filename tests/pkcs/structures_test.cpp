@@ -65,8 +65,10 @@ void expectSameKeyInPkcs8(const std::string& kind) {
     SCOPED_TRACE(kind);
     const auto info = fromFile<PrivateKeyInfo>("key_" + kind + ".der");
     Key key, other;
-    ASSERT_TRUE(key.readExactly(dataFile("plain_" + kind + ".der")));
-    EXPECT_EQ(key.toPrivateKeyInfo().encoded(), info.encoded());
+    for (const int mode : {0, ASN_FLAG_CONST | ASN_FLAG_COPY}) {
+        ASSERT_TRUE(key.readExactly(dataFile("plain_" + kind + ".der"), static_cast<unsigned char>(mode)));
+        EXPECT_EQ(key.toPrivateKeyInfo().encoded(), info.encoded());
+    }
     ASSERT_TRUE(other.fromPrivateKeyInfo(info));
     EXPECT_EQ(other.toPrivateKeyInfo().encoded(), info.encoded());
     EXPECT_EQ(PrivateKeyInfo(info.key()).key().keyId(), info.key().keyId());

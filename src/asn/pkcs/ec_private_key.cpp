@@ -19,7 +19,8 @@ PrivateKeyInfo ECPrivateKey::toPrivateKeyInfo() const {
     VTEST(parameters.has_value(), kPlace);
     PrivateKeyInfo info;
     info.privateKeyAlgorithm = AlgorithmIdentifier(OID_EC_PUBLIC_KEY, parameters->value);
-    ECPrivateKey inner = *this;
+    ECPrivateKey inner;
+    VTEST(inner.copyObject(*this) > 0, kPlace);  // a copy without the octets kept from reading
     inner.parameters.reset();
     VTEST(inner.writeToOctStr(info.privateKey), kPlace);
     return info;

@@ -147,7 +147,6 @@ SignatureCheck SignedData::verifySigner(const SignerInfo& signer, const PublicKe
     if (signer.signedAttrs) {
         if (!attributesFit(signer, hash, octets)) return SignatureCheck::bad;
         Attributes attributes;
-        if (signer.signedAttrs->empty()) return SignatureCheck::bad;
         for (const Attribute& attribute : *signer.signedAttrs)
             static_cast<void>(attributes.add().copyObject(attribute));
         digest = hashOf(algorithm->hash, attributes.encoded());
