@@ -69,10 +69,11 @@ Verdict checkExtensions(const SignedCertificate& certificate) {
     return {};
 }
 
-/// What an issuer must be; `below` counts the certificates under it on the path that are not self-issued, without the
-/// last one.
-Verdict checkIssuer(const SignedCertificate& issuer, size_t below) {
-    if (!issuer.isCaCrt()) return {ECRV_PATH_VER_ERR, "issuer is no authority"};
+/// What an issuer must be: only a trust point may be one without saying so. `below` counts the certificates under it on
+/// the path that are not self-issued, without the last one.
+Verdict checkIssuer(const SignedCertificate& issuer, size_t below, bool trusted) {
+    const bool says = issuer.extensions().find(OID_CE_BASIC_CONSTRAINTS) != nullptr;
+    if (!issuer.isCaCrt() || (!says && !trusted)) return {ECRV_PATH_VER_ERR, "issuer is no authority"};
     const auto basic = issuer.extensions().get<BasicConstraints>(OID_CE_BASIC_CONSTRAINTS);
     if (basic && basic->pathLenConstraint) {
         const long limit = basic->pathLenConstraint->valueOr(0);
@@ -170,7 +171,7 @@ CertPath PathBuilder::verdict(const CertList& certs, const PathOptions& options)
         const auto below =
             static_cast<size_t>(std::count_if(certs.begin() + 1, certs.begin() + static_cast<std::ptrdiff_t>(i),
                                               [](const CertPtr& one) { return !one->isSelfIssued(); }));
-        if (const Verdict v = checkIssuer(certificate, below)) return bad(v);
+        if (const Verdict v = checkIssuer(certificate, below, i + 1 == certs.size())) return bad(v);
         if (!names.add(certificate)) return bad({ECRV_PATH_VER_ERR, "malformed name constraints"});
     }
     if (const Verdict v = checkUse(*certs.front(), options.keyUsage)) return bad(v);

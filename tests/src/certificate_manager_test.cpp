@@ -124,6 +124,9 @@ TEST_F(ManagersTest, PathLengthNameAndIssuerAreChecked) {
     EXPECT_EQ(path(leafOf(shallow)).code, 0);
     store(selfIssued);
     EXPECT_EQ(path(leafOf(selfIssued)).code, 0) << "a new key does not count";
+    const MadeCert old = test::makeCert({.subject = shallow.subject, .version1 = true}, &shallow);
+    store(old);
+    EXPECT_EQ(path(leafOf(old)).code, ECRV_PATH_VER_ERR) << "only a trust point may be an authority without saying so";
     MadeCert renamed = middle;
     renamed.subject = {{"CN", "Ktoś inny"}};
     EXPECT_EQ(path(leafOf(renamed)).code, ECRV_CRTNOTFOUND);

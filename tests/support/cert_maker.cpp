@@ -105,7 +105,7 @@ TestKey makeKey() {
 MadeCert makeCert(const CertSpec& spec, const MadeCert* issuer, TestKey key) {
     if (!key) key = makeKey();
     const Owned<X509> cert(need(X509_new()), X509_free);
-    need(X509_set_version(cert.get(), X509_VERSION_3));
+    need(X509_set_version(cert.get(), spec.version1 ? X509_VERSION_1 : X509_VERSION_3));
     need(X509_set_serialNumber(cert.get(), integerOf(spec.serial).get()));
     need(X509_set_subject_name(cert.get(), nameOf(spec.subject).get()));
     need(X509_set_issuer_name(cert.get(), nameOf(issuer != nullptr ? issuer->subject : spec.subject).get()));

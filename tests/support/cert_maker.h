@@ -36,6 +36,7 @@ struct CertSpec {
     int64_t notAfter = 365 * day;
     /// Extensions as libcrypto's configuration writes them: {"keyUsage", "critical,keyCertSign"}.
     std::vector<std::pair<std::string, std::string>> extensions{};
+    bool version1 = false;
 };
 
 struct MadeCert {
