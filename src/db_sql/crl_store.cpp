@@ -90,10 +90,11 @@ CrlInsert CrlStore::insertLocked(CrlIndexEntry& fresh, ByteView scope, ByteView 
     CrlIndex index = readIndex();
     CrlIndexEntry* place = nullptr;
     for (CrlIndexEntry& row : index) {
+        if (!sameAuthority(row, fresh)) continue;
         Bytes stored, storedScope;
         CrlIndexEntry entry;
         if (!readSound(row, stored, entry, storedScope)) {
-            if (place == nullptr && sameAuthority(row, fresh)) place = &row;
+            if (place == nullptr) place = &row;
             continue;
         }
         if (!sameAuthority(entry, fresh) || !std::ranges::equal(storedScope, scope)) continue;
