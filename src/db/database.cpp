@@ -1,5 +1,7 @@
 #include "db/database.h"
 
+#include <cstdlib>
+
 #include "db/table_rebuild.h"
 #include "misc/exceptions.h"
 
@@ -35,6 +37,7 @@ int DataBase::open(const std::string& name) {
         return fail(Error::data);
     }
     places_.fill(Place::atTop);
+    steps_ = 0;
     return dbOk;
 }
 
@@ -90,6 +93,7 @@ int DataBase::insert(std::span<const std::string_view> keys, ByteView body, int6
         return fail(Error::index);
     }
     places_.fill(Place::set);
+    steps_ = 0;
     recNo = inserted;
     return dbOk;
 }
@@ -136,6 +140,7 @@ int DataBase::fromEnd(int answer, int direction) {
     int64_t passed = 0;
     if (answer == dbOk) answer = toLive(direction, passed);
     places_[index_.selected()] = answer == dbOk ? Place::set : Place::none;
+    steps_ = 0;
     if (answer == dbError && error_ == Error::none) error_ = Error::index;
     return answer;
 }
@@ -158,6 +163,8 @@ int DataBase::skip(int n) {
     for (int left = n; left != 0 && answer == dbOk; left -= direction) {
         answer = index_.skip(direction);
         int64_t passed = 0;
+        // Farther from where it began than the index has entries: the pages of a damaged file go round in a circle.
+        if (answer == dbOk && std::abs(steps_ += direction) > index_.stepLimit()) answer = dbError;
         if (answer == dbOk) {
             answer = toLive(direction, passed);
         } else if (answer == dbError) {
@@ -165,12 +172,14 @@ int DataBase::skip(int n) {
         }
     }
     if (answer != dbOk) index_.setCursor(start);
+    if (answer != dbOk) steps_ = 0;
     return answer;
 }
 
 int DataBase::seek(std::string_view key) {
     error_ = Error::none;
     if (!isOpen()) return settle();
+    steps_ = 0;
     int answer = index_.seek(key);
     if (answer == dbError) return fail(Error::index);
     if (answer != dbNoRecord) {
@@ -228,6 +237,7 @@ int DataBase::setRec(int64_t recNo) {
     TableRecord record;
     if (data_.data(recNo, record, false) != dbOk) return fail(Error::data);
     const std::string& wanted = record.keys[index_.selected()];
+    steps_ = 0;
     int answer = index_.seek(wanted);
     for (int64_t steps = 0; answer == dbOk && steps <= index_.stepLimit(); ++steps) {
         std::string key;

@@ -41,7 +41,10 @@ class DataBase {
     /// Writes a batch down and ends it.
     [[nodiscard]] int endBatch();
     [[nodiscard]] bool isOpen() const { return index_.isOpen() && data_.isOpen(); }
-    void selectIndex(int idx) { index_.selectIndex(idx); }
+    void selectIndex(int idx) {
+        index_.selectIndex(idx);
+        steps_ = 0;
+    }
 
     /// Stores a record under its keys, one for each index; each shorter than its slot. Cursors rest on it.
     [[nodiscard]] int insert(std::span<const std::string_view> keys, ByteView body, int64_t& recNo);
@@ -93,6 +96,7 @@ class DataBase {
     DbLock* lock_ = nullptr;
     Error error_ = Error::none;
     bool deferred_ = false;
+    int64_t steps_ = 0;                            // from where skip() began
     enum class Place : char { atTop, set, none };  // atTop: not looked up yet
     std::array<Place, MAX_INDEX> places_{};
 };

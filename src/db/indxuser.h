@@ -1,6 +1,7 @@
 // The index file of a table: up to ten B+ trees of fixed-length string keys in one file.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <span>
 #include <string>
@@ -78,7 +79,9 @@ class IndexFile : public File {
     /// A page of an index; null with the status set when the file holds none there. Valid until the next call.
     [[nodiscard]] const Page* pageAt(int idx, int64_t position) { return page(indexes_[idx], position); }
     /// More entries than the file can hold: a walk that goes on longer runs in a circle.
-    [[nodiscard]] int64_t stepLimit() const { return length() / static_cast<int64_t>(index_format::entrySize); }
+    [[nodiscard]] int64_t stepLimit() const {
+        return std::max(length(), end_) / static_cast<int64_t>(index_format::entrySize);
+    }
 
     // For the builder, which appends the pages of whole trees. flush() writes what is set here.
     void setInsertions(int64_t n) { insertions_ = n; }
