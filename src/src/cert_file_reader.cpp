@@ -120,7 +120,10 @@ bool CertFileReader::next(ByteView& der) {
 }
 
 std::optional<Bytes> crlFromFile(Bytes content) {
-    if (!content.empty() && content[0] == sequenceTag) return content;
+    if (!content.empty() && content[0] == sequenceTag) {
+        while (content.size() > sequenceSize(content) && isSpace(content.back())) content.pop_back();
+        return content;
+    }
     const std::string_view text = asText(content);
     if (text.find("-----BEGIN ") == std::string_view::npos) return fromBase64(text);
     std::string label;

@@ -291,7 +291,7 @@ TEST_F(ManagersTest, CertificatesAreReadFromFilesInAnyUsualForm) {
         EXPECT_EQ(reader.stoppedEarly(), stopped) << what;
     }
     const Bytes crl = makeCrl({}, root);
-    for (const Bytes& form : {crl, text(toPem("X509 CRL", crl)), text(toBase64(crl))})
+    for (const Bytes& form : {crl, plus(crl, "\r\n"), text(toPem("X509 CRL", crl)), text(toBase64(crl))})
         EXPECT_EQ(crlFromFile(form), crl);
     EXPECT_FALSE(crlFromFile(text(blocks)));
 }
