@@ -81,11 +81,12 @@ CertList CertificateManager::findBySubject(const DistinguishedName& subject) {
     for (const CertPtr& one : trustPoints()) {
         if (one->subject() == subject) list.push_back(one);
     }
+    const CertList trusted = list;
     CrtItemList items;
     static_cast<void>(db().findBySubject(items, subject));  // without the database the trust points remain
     for (const CrtItem& item : items) {
         CertPtr one = cache_->certificate(item.der);
-        if (one && !contains(list, *one)) list.push_back(std::move(one));
+        if (one && !contains(trusted, *one)) list.push_back(std::move(one));
     }
     return list;
 }

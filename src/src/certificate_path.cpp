@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 #include <utility>
 
 #include "asn/x509/ext_distribution.h"
@@ -114,10 +115,10 @@ bool PathBuilder::isTrustPoint(const SignedCertificate& certificate) const {
 CertList PathBuilder::candidates(const Search& search) const {
     const SignedCertificate& last = *search.certs.back();
     CertList list;
+    std::set<Bytes> seen;
+    for (const CertPtr& one : search.certs) seen.insert(one->encoded());
     const auto add = [&](const CertPtr& one) {
-        if (one && one->subject() == last.issuer() && !contains(search.certs, *one) && !contains(list, *one)) {
-            list.push_back(one);
-        }
+        if (one && one->subject() == last.issuer() && seen.insert(one->encoded()).second) list.push_back(one);
     };
     std::ranges::for_each(trustPoints_, add);
     std::ranges::for_each(issuers_(last), add);
