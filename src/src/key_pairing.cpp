@@ -84,13 +84,16 @@ std::optional<KeyRole> roleOfCertificate(const SignedCertificate& certificate) {
 
 KeyManagerResult analyzeKeysAndCerts(const LoadedSecurityFile& file, bool recertification, KeyStoreContents& out) {
     KeyStoreContents contents;
-    for (const LoadedSecurityFile::Key& key : file.keys) contents.keys.push_back({key.key, KeyRole::Further});
+    for (const LoadedSecurityFile::Key& key : file.keys)
+        contents.keys.push_back({key.key, KeyRole::Further, key.attributes, key.bagAttributes});
     sortCertificates(file.certificates, contents);
     if (!recertification && hasTwoNames(contents)) return kKmKeyHasTwoNames;
     giveRoles(file, contents);
     sortByRole(contents.keys);
     contents.configuration = file.configuration;
     contents.seed = file.seed;
+    contents.certAttributes = file.certAttributes;
+    contents.others = file.others;
     out = std::move(contents);
     return kKmOk;
 }

@@ -136,6 +136,9 @@ KeyStoreContents mergeContents(const KeyStoreContents& base, const KeyStoreConte
     merged.trustedCerts = mergeLists(base.trustedCerts, mine.trustedCerts, theirs.trustedCerts, kSameCert);
     merged.configuration = mergeRecords(base.configuration, mine.configuration, theirs.configuration);
     merged.seed = mine.seed;
+    merged.certAttributes = theirs.certAttributes;
+    merged.certAttributes.insert(mine.certAttributes.begin(), mine.certAttributes.end());
+    merged.others = mergeLists(base.others, mine.others, theirs.others, std::equal_to<>());
     sortByRole(merged.keys);
     return merged;
 }

@@ -1,6 +1,7 @@
 // What a key store holds: keys with their roles, certificates, the configuration record and the generator's seed.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <span>
@@ -40,6 +41,8 @@ enum class KeyRole : uint8_t { Further = 0, Signing = 1, Encryption = 2, Both = 
 struct StoredKey {
     PrivateKey key;
     KeyRole role = KeyRole::Further;
+    Bytes attributes = {};     ///< of its PKCS#8 structure but keyUsage, as the file gave them
+    Bytes bagAttributes = {};  ///< of its bag but localKeyId
 };
 
 /// Certificates are immutable and shared between lists.
@@ -70,6 +73,8 @@ struct KeyStoreContents {
     CertList trustedCerts;  ///< trusted certificates kept with the keys
     std::shared_ptr<const CRVCfgFile> configuration;  ///< null: the store keeps none
     std::optional<RbgSeed> seed;
+    std::map<Bytes, Bytes> certAttributes;  ///< by a certificate's encoding: attributes of its bag but localKeyId
+    std::vector<SecretBytes> others;        ///< encodings of bags that nobody here understands, kept as they are
 
     /// The key that has the role (or both), null when none has.
     [[nodiscard]] const StoredKey* keyInRole(KeyRole role) const;

@@ -72,7 +72,8 @@ KeyManagerResult takeKey(PfxContents::Key& bag, LoadedSecurityFile& out) {
     try {
         const PrivateKey key = PrivateKey::fromPkcs8(encodedSecret(bag.key));
         const auto same = [&](const LoadedSecurityFile::Key& other) { return other.key.keyId() == key.keyId(); };
-        if (std::ranges::none_of(out.keys, same)) out.keys.push_back({key, bag.key.keyUsage()});
+        if (std::ranges::none_of(out.keys, same))
+            out.keys.push_back({key, bag.key.keyUsage(), bag.key.otherAttributes(), bag.attributes});
         return kKmOk;
     } catch (const CryptoError& error) {
         return error.failure() == CryptoFailure::unsupported ? kKmUnknownKeyAlgorithm : kKmBadFormat;
@@ -101,14 +102,30 @@ bool takeSecrets(const PfxContents& contents, LoadedSecurityFile& out) {
     return true;
 }
 
+/// Secrets of other programs get the layout that those know.
+void keepOthers(PfxContents& contents, LoadedSecurityFile& out) {
+    out.others = std::move(contents.others);
+    for (const PfxContents::Secret& secret : contents.secrets) {
+        if (secret.type == OID_CRV_SAFE_BAG_CONFIG || secret.type == OID_CRV_SAFE_BAG_SEED) continue;
+        SecretBag value;
+        value.secretTypeId = secret.type;
+        value.secretValue.value = secret.value;
+        SafeBag bag(OID_PKCS12_SECRET_BAG, value);
+        bag.addAttributes(secret.attributes);
+        out.others.push_back(encodedSecret(bag));
+    }
+}
+
 KeyManagerResult sortContents(PfxContents& contents, bool withSecrets, LoadedSecurityFile& out) {
     for (PfxContents::Key& key : contents.keys)
         if (const KeyManagerResult result = takeKey(key, out); result != kKmOk) return result;
     for (const PfxContents::Certificate& bag : contents.certificates) {
         CertPtr certificate = makeCert(bag.certificate);
         if (!certificate) return kKmBadFormat;
+        if (!bag.attributes.empty()) out.certAttributes.emplace(bag.certificate, bag.attributes);
         if (!contains(out.certificates, *certificate)) out.certificates.push_back(std::move(certificate));
     }
+    keepOthers(contents, out);
     return !withSecrets || takeSecrets(contents, out) ? kKmOk : kKmBadFormat;
 }
 
@@ -122,8 +139,27 @@ void addKeys(const KeyStoreContents& contents, Pfx& pfx) {
     for (const StoredKey& stored : contents.keys) {
         PrivateKeyInfo info;
         if (!info.readExactly(stored.key.toPkcs8())) throw CryptoError(CryptoFailure::internal, "PKCS#8");
+        info.addAttributes(stored.attributes);
         info.setKeyUsage(useOf(stored.role));
-        pfx.update(info, stored.key.keyId());
+        pfx.update(info, stored.key.keyId(), stored.bagAttributes);
+    }
+}
+
+void addCertificates(const KeyStoreContents& contents, Pfx& pfx) {
+    for (const CertList* list : {&contents.userCerts, &contents.trustedCerts})
+        for (const CertPtr& certificate : *list) {
+            const auto kept = contents.certAttributes.find(toBytes(encodingOf(*certificate)));
+            const bool has = kept != contents.certAttributes.end();
+            pfx.update(*certificate, certificate->computeKeyIdentifierSha1Hash(),
+                       has ? ByteView(kept->second) : ByteView());
+        }
+}
+
+void addOthers(const KeyStoreContents& contents, Pfx& pfx) {
+    for (const SecretBytes& encoding : contents.others) {
+        SafeBag bag;
+        if (!bag.readExactly(encoding)) throw CryptoError(CryptoFailure::internal, "SafeBag");
+        pfx.update(std::move(bag));
     }
 }
 
@@ -152,9 +188,8 @@ KeyManagerResult buildSecurityFile(const KeyStoreContents& contents, const Secre
     try {
         Pfx pfx;
         addKeys(contents, pfx);
-        for (const CertList* list : {&contents.userCerts, &contents.trustedCerts})
-            for (const CertPtr& certificate : *list)
-                pfx.update(*certificate, certificate->computeKeyIdentifierSha1Hash());
+        addCertificates(contents, pfx);
+        addOthers(contents, pfx);
         if (contents.configuration) pfx.update(OID_CRV_SAFE_BAG_CONFIG, *contents.configuration);
         if (contents.configuration && contents.seed) pfx.update(OID_CRV_SAFE_BAG_SEED, ASNoctstr(*contents.seed));
         const SecretBytes unicode = Pfx::convertToUTF16BE(password.view());

@@ -16,17 +16,20 @@ struct LoadedSecurityFile {
     struct Key {
         PrivateKey key;
         std::optional<uint32_t> use;  ///< keyUsage bits that the file gives the key; 0 marks a further key
+        Bytes attributes;             ///< as in StoredKey
+        Bytes bagAttributes;
     };
     std::vector<Key> keys;
     CertList certificates;
     std::shared_ptr<const CRVCfgFile> configuration;
     SecretBytes signedConfiguration;  ///< a CMS SignedData in the place of the plain record
     std::optional<RbgSeed> seed;
+    std::map<Bytes, Bytes> certAttributes;  ///< as in KeyStoreContents
+    std::vector<SecretBytes> others;
 };
 
-/// Reads a PFX, ours or another tool's. `withSecrets` false passes the configuration and the seed over. Bags of kinds
-/// that are unknown here are passed over, too. kKmBadFormat, kKmWrongPassword, kKmUnknownKeyAlgorithm, kKmNoMemory; a
-/// failure leaves `out` as it was.
+/// Reads a PFX, ours or another tool's. `withSecrets` false passes the configuration and the seed over. kKmBadFormat,
+/// kKmWrongPassword, kKmUnknownKeyAlgorithm, kKmNoMemory; a failure leaves `out` as it was.
 [[nodiscard]] KeyManagerResult readSecurityFile(ByteView octets, const SecretText& password, bool withSecrets,
                                                 LoadedSecurityFile& out);
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <random>
 
+#include "asn/pkcs/pfx.h"
 #include "key_store_session.h"
 #include "misc/memory_file.h"
 #include "src/key_pairing.h"
@@ -137,6 +138,57 @@ TEST(SecurityFile, OpensInOtherTools) {
         run("mkdir n && certutil -N -d sql:n --empty-password && pk12util -i f.p12 -d sql:n -W " + password);
         EXPECT_EQ(count(run("certutil -K -d sql:n"), "> rsa"), 2u);
     }
+}
+
+/// A file of another tool: named bags, an attribute of a key, a CRL, a secret and a bag that nobody knows.
+Bytes foreignFile() {
+    static constexpr KnownOid kCrlBag{"1.2.840.113549.1.12.10.1.4", "crlBag"};
+    static constexpr KnownOid kUnknown{"1.3.6.1.4.1.32473.99.1", "unknown"};
+    SafeBag named(kCrlBag, ASNoctstr(asBytes("a CRL")));
+    named.setFriendlyName("Lista główna");
+    named.setLocalKeyId(asBytes("id"));
+    const Bytes name = named.otherAttributes();
+    PrivateKeyInfo info(testKey("rsa1"));
+    info.addAttributes(name);
+    Pfx pfx;
+    pfx.update(info, testKey("rsa1").keyId(), name);
+    pfx.update(*testCert("sign"), testKey("rsa1").keyId(), name);
+    pfx.update(*testCert("ca"), {}, name);
+    pfx.update(kUnknown, ASNoctstr(asBytes("another program's secret")));
+    pfx.update(std::move(named));
+    pfx.update(SafeBag(kUnknown, ASNnull()));
+    const uint8_t salt[20] = {};
+    EXPECT_EQ(pfx.final(PbeAlgo::sha1TripleDesCbc, false, asBytes(kPassword), salt, sizeof salt), PfxResult::ok);
+    return pfx.encoded();
+}
+
+TEST(SecurityFile, WhatOnlyOthersUnderstandSurvivesSavesAndMerges) {
+    const auto look = [](ByteView octets) {
+        Pfx pfx;
+        PfxContents held;
+        EXPECT_TRUE(pfx.readExactly(octets));
+        EXPECT_EQ(pfx.getContents(PbePassword(kPassword), held), PfxResult::ok);
+        std::string text = std::to_string(held.keys.at(0).key.otherAttributes().size());
+        text += " " + held.keys[0].friendlyName;
+        for (const auto& certificate : held.certificates) text += ", " + certificate.friendlyName;
+        text += " " + std::to_string(held.secrets.size());
+        std::vector<SecretBytes> others = held.others;
+        std::ranges::sort(others);
+        for (const SecretBytes& other : others) text += "|" + std::string(asText(other));
+        return text;
+    };
+    const Bytes foreign = foreignFile();
+    const TempDir dir;
+    const std::string path = dir.file("keys.p12");
+    writeFile(path, std::string(asText(foreign)));
+    Session first(path), second(path);
+    for (Session* session : {&first, &second}) ASSERT_EQ(session->login(), kKmOk);
+    ASSERT_EQ(first.keys.addNewKey(KeyType::Encryption, testKey("rsa2")), kKmOk) << "merges";
+    ASSERT_EQ(first.login(), kKmOk);
+    std::string expected = look(foreign);
+    ASSERT_NE(expected.find("Lista główna, Lista główna, Lista główna 1|"), std::string::npos) << expected;
+    expected.replace(expected.find(" 1|"), 3, " 3|");  // and our two
+    EXPECT_EQ(look(asBytes(readFile(path))), expected);
 }
 
 TEST(SecurityFile, RefusesEveryDamage) {

@@ -1,5 +1,7 @@
 #include "asn/pkcs/attribute.h"
 
+#include "misc/exceptions.h"
+
 namespace crv {
 
 MemberTable Attribute::members() const {
@@ -24,6 +26,20 @@ void Attributes::set(const KnownOid& type, const ASNobject& value) {
     Attribute& attribute = add();
     attribute.type = type;
     attribute.values.add().build(value);
+}
+
+Bytes Attributes::encodedWithout(const KnownOid& type) const {
+    Attributes others;
+    for (const Attribute& attribute : *this)
+        if (!(attribute.type == type)) others.add(attribute);
+    return others.empty() ? Bytes() : others.encoded();
+}
+
+void Attributes::addEncoded(ByteView encoding) {
+    if (encoding.empty()) return;
+    Attributes more;
+    VTEST(more.readExactly(encoding), "src/asn/pkcs/attribute");
+    for (const Attribute& attribute : more) add(attribute);
 }
 
 }  // namespace crv

@@ -30,6 +30,11 @@ class Attributes : public ASNsetList<Attribute> {
     [[nodiscard]] bool get(const KnownOid& type, ASNobject& value) const;
     /// Gives the attribute this one value; others of the type go.
     void set(const KnownOid& type, const ASNobject& value);
+
+    /// The encoding of all attributes but those of the type; empty when there are no others.
+    [[nodiscard]] Bytes encodedWithout(const KnownOid& type) const;
+    /// Adds the attributes of such an encoding; an empty one adds none.
+    void addEncoded(ByteView encoding);
 };
 
 }  // namespace crv

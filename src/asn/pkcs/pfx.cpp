@@ -66,15 +66,17 @@ SecretBytes Pfx::convertToUTF16BE(std::string_view utf8) {
     return utf16BePassword(utf8);
 }
 
-void Pfx::update(const SignedCertificate& certificate, ByteView localKeyId) {
+void Pfx::update(const SignedCertificate& certificate, ByteView localKeyId, ByteView attributes) {
     CertBag bag;
     bag.certId = OID_PKCS9_X509_CERTIFICATE;
     bag.certValue.value.build(ASNoctstr(certificate.encoded()));
-    certificates_.add(SafeBag(OID_PKCS12_CERT_BAG, bag)).setLocalKeyId(localKeyId);
+    SafeBag& added = certificates_.add(SafeBag(OID_PKCS12_CERT_BAG, bag));
+    added.addAttributes(attributes);
+    added.setLocalKeyId(localKeyId);
 }
 
-void Pfx::update(const PrivateKeyInfo& key, ByteView localKeyId) {
-    keys_.push_back({key, toBytes(localKeyId)});
+void Pfx::update(const PrivateKeyInfo& key, ByteView localKeyId, ByteView attributes) {
+    keys_.push_back({key, toBytes(localKeyId), toBytes(attributes)});
 }
 
 void Pfx::update(const RSAPrivateKey& key, ByteView localKeyId) {
@@ -117,7 +119,9 @@ void Pfx::seal(PbeAlgo cipher, ByteView unicodePassword, ByteView salt) {
         EncryptedPrivateKeyInfo shrouded;
         shrouded.encrypt(pbe, pending.key);
         SafeContents bags;
-        bags.add(SafeBag(OID_PKCS12_SHROUDED_KEY_BAG, shrouded)).setLocalKeyId(pending.localKeyId);
+        SafeBag& bag = bags.add(SafeBag(OID_PKCS12_SHROUDED_KEY_BAG, shrouded));
+        bag.addAttributes(pending.attributes);
+        bag.setLocalKeyId(pending.localKeyId);
         addData(safe, bags);
         chain.advance();
     }

@@ -41,19 +41,23 @@ struct PfxContents {
         PrivateKeyInfo key;
         Bytes localKeyId;
         std::string friendlyName;
+        Bytes attributes;  ///< SafeBag::otherAttributes
     };
     struct Certificate {
         Bytes certificate;  ///< the encoding
         Bytes localKeyId;
         std::string friendlyName;
+        Bytes attributes;
     };
     struct Secret {
         ASNobjectId type;
         ASNany value;
+        Bytes attributes;
     };
     std::vector<Key> keys;
     std::vector<Certificate> certificates;
     std::vector<Secret> secrets;
+    std::vector<SecretBytes> others;  ///< bags of all other kinds: their encodings
 
     /// The value of the first secret of the type, null when there is none.
     [[nodiscard]] const ASNany* secret(const KnownOid& type) const;
@@ -62,8 +66,8 @@ struct PfxContents {
 /// PFX, protected by a password.
 ///
 /// To write one: `update` with everything that is to go in, then `final`, then `write`. Contents stand in this order:
-/// one EncryptedData of all certificates (when there are any), one content for each key, one content of all secrets
-/// (when there are any); within these in the order of the updates.
+/// one EncryptedData of all certificates and other bags (when there are any), one content for each key, one content of
+/// all secrets (when there are any); within these in the order of the updates.
 ///
 /// To read one: `read`, then `getContents`. The integrity is checked before anything is deciphered.
 class Pfx : public ASNsequenceF {
@@ -77,15 +81,18 @@ class Pfx : public ASNsequenceF {
     ContentInfo authSafe;
     std::optional<MacData> macData;
 
-    /// A certificate, paired with the key of the same id (left out when empty).
-    void update(const SignedCertificate& certificate, ByteView localKeyId);
+    /// A certificate, paired with the key of the same id (left out when empty). `attributes`: more attributes of the
+    /// bag, as SafeBag::otherAttributes gives them.
+    void update(const SignedCertificate& certificate, ByteView localKeyId, ByteView attributes = {});
     /// A private key, which will be enciphered in a bag of its own.
-    void update(const PrivateKeyInfo& key, ByteView localKeyId);
+    void update(const PrivateKeyInfo& key, ByteView localKeyId, ByteView attributes = {});
     void update(const RSAPrivateKey& key, ByteView localKeyId);
     void update(const DSAPrivateKey& key, ByteView localKeyId);
     void update(const ECPrivateKey& key, ByteView localKeyId);
     /// A secret of a type; it is enciphered with its type.
     void update(const KnownOid& type, const ASNobject& secret);
+    /// A bag of any other kind.
+    void update(SafeBag bag) { certificates_.add(std::move(bag)); }
 
     /// Enciphers what was collected and adds the authentication code. `unicode`: the password is in the form of
     /// convertToUTF16BE already, else in UTF-8. `salt`: random octets (20), from whose SHA-1 digest a chain of salts is
@@ -116,6 +123,7 @@ class Pfx : public ASNsequenceF {
     struct PendingKey {
         PrivateKeyInfo key;
         Bytes localKeyId;
+        Bytes attributes;
     };
 
     class SaltChain;

@@ -4,6 +4,7 @@
 
 #include "asn/known_oids.h"
 #include "asn/pkcs/encrypted_data.h"
+#include "asn/pkcs/secret_encoding.h"
 
 namespace crv {
 
@@ -35,12 +36,17 @@ bool PfxReader::readBags(ByteView safeContents) {
     return std::ranges::all_of(bags, [&](const SafeBag& bag) {
         for (const BagKind& kind : kKinds)
             if (bag.bagId == kind.oid) return (this->*kind.reader)(bag);
-        return true;
+        return keep(bag);
     });
 }
 
+bool PfxReader::keep(const SafeBag& bag) {
+    out_.others.push_back(encodedSecret(bag));
+    return true;
+}
+
 bool PfxReader::addKey(PrivateKeyInfo key, const SafeBag& bag) {
-    out_.keys.push_back({std::move(key), bag.localKeyId(), bag.friendlyName()});
+    out_.keys.push_back({std::move(key), bag.localKeyId(), bag.friendlyName(), bag.otherAttributes()});
     return true;
 }
 
@@ -57,10 +63,10 @@ bool PfxReader::readShroudedKey(const SafeBag& bag) {
 bool PfxReader::readCertificate(const SafeBag& bag) {
     CertBag cert;
     if (!bag.bagValue.value.decode(cert, ASN_FLAG_CONST)) return false;
-    if (!(cert.certId == OID_PKCS9_X509_CERTIFICATE)) return true;
+    if (!(cert.certId == OID_PKCS9_X509_CERTIFICATE)) return keep(bag);
     ASNoctstr octets;
     if (!cert.certValue.value.decode(octets, ASN_FLAG_CONST)) return false;
-    out_.certificates.push_back({toBytes(octets.value()), bag.localKeyId(), bag.friendlyName()});
+    out_.certificates.push_back({toBytes(octets.value()), bag.localKeyId(), bag.friendlyName(), bag.otherAttributes()});
     return true;
 }
 
@@ -72,7 +78,8 @@ bool PfxReader::readSecret(const SafeBag& bag) {
     } else if (!bag.bagValue.value.decode(secret)) {
         return false;
     }
-    out_.secrets.push_back({std::move(secret.secretTypeId), std::move(secret.secretValue.value)});
+    out_.secrets.push_back(
+        {std::move(secret.secretTypeId), std::move(secret.secretValue.value), bag.otherAttributes()});
     return true;
 }
 

@@ -6,7 +6,7 @@
 namespace crv {
 
 /// Walks all contents and collects what is known: keys, plain and enciphered, X.509 certificates, secrets in both
-/// layouts. Bags of other kinds are passed over. The operations answer false for what is malformed and throw
+/// layouts; bags of other kinds as they are. The operations answer false for what is malformed and throw
 /// CryptoError for what cannot be deciphered.
 class PfxReader {
   public:
@@ -31,6 +31,7 @@ class PfxReader {
     [[nodiscard]] bool readCertificate(const SafeBag& bag);
     [[nodiscard]] bool readSecret(const SafeBag& bag);
     [[nodiscard]] bool readNested(const SafeBag& bag);
+    bool keep(const SafeBag& bag);
     bool addKey(PrivateKeyInfo key, const SafeBag& bag);
 
     const PbePassword& password_;

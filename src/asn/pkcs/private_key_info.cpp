@@ -36,6 +36,16 @@ void PrivateKeyInfo::setKeyUsage(uint32_t bits) {
     attributes->set(OID_CE_KEY_USAGE, usage);
 }
 
+Bytes PrivateKeyInfo::otherAttributes() const {
+    return attributes ? attributes->encodedWithout(OID_CE_KEY_USAGE) : Bytes();
+}
+
+void PrivateKeyInfo::addAttributes(ByteView encoding) {
+    if (encoding.empty()) return;
+    if (!attributes) attributes.emplace();
+    attributes->addEncoded(encoding);
+}
+
 MemberTable EncryptedPrivateKeyInfo::members() const {
     static constexpr Member kMembers[] = {member<&EncryptedPrivateKeyInfo::encryptionAlgorithm>,
                                           member<&EncryptedPrivateKeyInfo::encryptedData>};

@@ -35,6 +35,9 @@ class PrivateKeyInfo : public ASNsequenceF {
     /// What the key may do: the bits of its keyUsage attribute (2.5.29.15), nothing when it has none.
     [[nodiscard]] std::optional<uint32_t> keyUsage() const;
     void setKeyUsage(uint32_t bits);
+    /// The encoding of all attributes but keyUsage; empty when there are none.
+    [[nodiscard]] Bytes otherAttributes() const;
+    void addAttributes(ByteView encoding);
 
   protected:
     [[nodiscard]] MemberTable members() const override;

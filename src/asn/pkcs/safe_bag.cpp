@@ -33,6 +33,16 @@ void SafeBag::setFriendlyName(std::string_view utf8) {
     setAttribute(OID_PKCS9_FRIENDLY_NAME, ASNbmpString(utf8));
 }
 
+Bytes SafeBag::otherAttributes() const {
+    return bagAttributes ? bagAttributes->encodedWithout(OID_PKCS9_LOCAL_KEY_ID) : Bytes();
+}
+
+void SafeBag::addAttributes(ByteView encoding) {
+    if (encoding.empty()) return;
+    if (!bagAttributes) bagAttributes.emplace();
+    bagAttributes->addEncoded(encoding);
+}
+
 void SafeBag::setAttribute(const KnownOid& type, const ASNobject& value) {
     if (!bagAttributes) bagAttributes.emplace();
     bagAttributes->set(type, value);

@@ -25,6 +25,9 @@ class SafeBag : public ASNsequenceF {
     /// The name for people in UTF-8; empty when there is none.
     [[nodiscard]] std::string friendlyName() const;
     void setFriendlyName(std::string_view utf8);
+    /// The encoding of all attributes but localKeyId; empty when there are none.
+    [[nodiscard]] Bytes otherAttributes() const;
+    void addAttributes(ByteView encoding);
 
   protected:
     [[nodiscard]] MemberTable members() const override;
