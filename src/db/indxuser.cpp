@@ -156,7 +156,7 @@ Page& IndexFile::newPage(const Index& index) {
 }
 
 void IndexFile::touch(Page& page) {
-    if (!page.dirty) dirty_.push_back(page.position);
+    if (!page.dirty) dirty_.push_back(&page);
     page.dirty = true;
 }
 
@@ -282,18 +282,17 @@ int IndexFile::flush() {
 
 /// New pages go first, in one piece that is taken back when the disk is full: until then nothing has changed.
 bool IndexFile::writeChanges() {
-    std::sort(dirty_.begin(), dirty_.end());
-    const auto isOld = [&](int64_t position) { return !cache_.find(position)->isNew; };
-    const auto fresh = std::partition_point(dirty_.begin(), dirty_.end(), isOld);
+    std::ranges::sort(dirty_, {}, &Page::position);
+    const auto fresh = std::ranges::find_if(dirty_, &Page::isNew);  // behind all old ones
     scratch_.clear();
-    for (auto it = fresh; it != dirty_.end(); ++it) addToScratch(*it);
+    for (auto it = fresh; it != dirty_.end(); ++it) addToScratch(**it);
     if (!scratch_.empty() && append(scratch_) < 0) return false;
     halfWritten_ = true;
     for (auto it = dirty_.begin(); it != fresh;) {
         // Pages that lie side by side are written together.
-        const int64_t start = *it;
+        const int64_t start = (*it)->position;
         scratch_.clear();
-        while (it != fresh && *it == start + static_cast<int64_t>(scratch_.size())) addToScratch(*it++);
+        while (it != fresh && (*it)->position == start + static_cast<int64_t>(scratch_.size())) addToScratch(**it++);
         if (!writeAt(start, scratch_)) return false;
     }
     const Head head = encodeHead();
@@ -301,16 +300,12 @@ bool IndexFile::writeChanges() {
     halfWritten_ = false;
     head_ = head;
     knownLength_ = end_ = length();
-    for (const int64_t position : dirty_) {
-        Page& page = *cache_.find(position);
-        page.dirty = page.isNew = false;
-    }
+    for (Page* page : dirty_) page->dirty = page->isNew = false;
     dirty_.clear();
     return true;
 }
 
-void IndexFile::addToScratch(int64_t position) {
-    const Page& page = *cache_.find(position);
+void IndexFile::addToScratch(const Page& page) {
     scratch_.resize(scratch_.size() + static_cast<size_t>(page.desc.pageSize));
     page.encode(scratch_.data() + scratch_.size() - page.desc.pageSize);
 }

@@ -108,7 +108,7 @@ class IndexFile : public File {
     [[nodiscard]] bool splitUpwards(Index& index, std::vector<Step>& path);
     void growRoot(Index& index, const Page& left, std::string_view key, Page::Entry separator);
     [[nodiscard]] bool writeChanges();
-    void addToScratch(int64_t position);
+    void addToScratch(const Page& page);
     void forgetChanges();
     void loseChanges();
     [[nodiscard]] int land(int64_t page, bool atEnd);
@@ -119,10 +119,10 @@ class IndexFile : public File {
     std::array<Index, MAX_INDEX> indexes_{};
     int current_ = 0;
     PageCache cache_;
-    Head head_{};              // as read or written last
-    int64_t knownLength_ = 0;  // when head_ was
-    int64_t end_ = 0;          // where the next page goes
-    std::vector<int64_t> dirty_;
+    Head head_{};               // as read or written last
+    int64_t knownLength_ = 0;   // when head_ was
+    int64_t end_ = 0;           // where the next page goes
+    std::vector<Page*> dirty_;  // the cache keeps them while they are
     Bytes scratch_;
     bool deferred_ = false;
     bool halfWritten_ = false;

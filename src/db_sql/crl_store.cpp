@@ -40,6 +40,9 @@ bool parseCrl(ByteView der, ParsedCrl& parsed) {
     return true;
 }
 
+/// No store comes near it: an authority has one row for each scope of its CRLs.
+constexpr long mostFiles = 1'000'000;
+
 bool sameAuthority(const CrlIndexEntry& a, const CrlIndexEntry& b) {
     return a.isDelta() == b.isDelta() && a.authorityKeyId.has_value() == b.authorityKeyId.has_value() &&
            (!a.authorityKeyId || *a.authorityKeyId == *b.authorityKeyId) && a.issuer == b.issuer;
@@ -74,7 +77,10 @@ bool CrlStore::readSound(const CrlIndexEntry& row, Bytes& der, CrlIndexEntry& en
 
 CrlIndex CrlStore::readIndex() {
     CrlIndex index;
-    if (!index.readExactly(loadIndex())) throw std::runtime_error("Niepoprawny format indeksu list CRL");
+    const bool sound = index.readExactly(loadIndex()) && std::ranges::all_of(index, [](const CrlIndexEntry& row) {
+                           return row.fileNumber() > 0 && row.fileNumber() <= mostFiles;
+                       });
+    if (!sound) throw std::runtime_error("Niepoprawny format indeksu list CRL");
     return index;
 }
 
