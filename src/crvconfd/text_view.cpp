@@ -15,6 +15,8 @@ constexpr int kFooterRow = 22;
 constexpr size_t kRows = kFooterRow - kFirstRow - 1;
 constexpr size_t kLabelWidth = 30;
 constexpr size_t kTextWidth = kScreenColumns - 2;
+/// Room that a value needs beside its label.
+constexpr size_t kLeastValue = 32;
 
 void draw(const std::string& header, const std::vector<std::string>& lines, const char* footer, size_t top) {
     clrScr();
@@ -64,10 +66,15 @@ std::vector<std::string> wrapText(std::string_view text, size_t width, size_t in
 }
 
 void addField(std::vector<std::string>& lines, std::string_view label, std::string_view value) {
-    std::string head(label);
     const size_t characters = countCharacters(label);
-    head.append(characters < kLabelWidth ? kLabelWidth - characters : 1, ' ');
-    const auto wrapped = wrapText(value, kTextWidth - std::max(kLabelWidth, characters + 1), 0);
+    const size_t left = std::max(kLabelWidth, characters + 1);
+    if (left + kLeastValue > kTextWidth) {
+        // Files choose some labels (numbers of extensions and certificates): a long one stands above its value.
+        for (std::string& line : wrapText(label, kTextWidth, 0)) lines.push_back(std::move(line));
+        return addField(lines, {}, value);
+    }
+    const std::string head = std::string(label).append(left - characters, ' ');
+    const auto wrapped = wrapText(value, kTextWidth - left, 0);
     lines.push_back(head + wrapped.front());
     for (size_t i = 1; i < wrapped.size(); ++i) lines.push_back(std::string(kLabelWidth, ' ') + wrapped[i]);
 }

@@ -87,8 +87,12 @@ TEST_F(MenuScreen, RequestsAreWrittenInBothFormsButNotOverTheProfile) {
 
 TEST_F(MenuScreen, TrustPointsAreAddedShownSavedAndDeleted) {
     prepareKey(false);
+    // With its colon the identifier leaves no column for the value.
+    const std::string longId = "1.3.6.1.4.1.32473.123456789.123456789.123456789.123456789.123456789.12345678";
+    auto extensions = caExtensions();
+    extensions.emplace_back(longId, "ASN1:UTF8String:abc");
     save("dawny.crt",
-         makeCert({.subject = {{"CN", "Dawny"}}, .notBefore = -9 * day, .notAfter = -day, .extensions = caExtensions()})
+         makeCert({.subject = {{"CN", "Dawny"}}, .notBefore = -9 * day, .notAfter = -day, .extensions = extensions})
              .der);
     open("2");
     play({{kConfiguration, "1"}, {"Brak punktów zaufania", "nPcsUd"}});
@@ -111,6 +115,7 @@ TEST_F(MenuScreen, TrustPointsAreAddedShownSavedAndDeleted) {
     EXPECT_EQ(screen->row(22).find("Poprzedni"), std::string::npos);
     expectIn("N", 22, "Poprzedni");
     EXPECT_EQ(screen->row(22).find("Następny"), std::string::npos);
+    play({{"2/2", "c"}, {"punktu zaufania 2/2", "r"}, {longId + ":", ""}, {"0C 03 61 62 63", "w"}});
     play({{"2/2", "nP"}, {"1/2", "c"}, {"Szczegóły certyfikatu punktu zaufania 1/2", ""}});
     expectIn("", 2, "Numer seryjny:");
     expectIn("r", 2, "Wersja:");
