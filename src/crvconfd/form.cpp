@@ -2,18 +2,21 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <charconv>
 
 #include "crvconfd/encoding.h"
 #include "crvconfd/list_screen.h"
 #include "crvconfd/toolkit.h"
 #include "crvconfd/utf8.h"
+#include "profiles/universal_conf_mgr.h"
 
 namespace crv {
 
 namespace {
 
-constexpr size_t kTextSize = 256;
+/// No value of a profile list is longer, so that editing cuts none.
+constexpr size_t kTextSize = UniversalConfMgr::kMaxLine + 1;
+constexpr size_t kPasswordSize = 256;
 constexpr size_t kStars = 8;
 
 std::string prompt(const char* label) {
@@ -33,11 +36,19 @@ bool editText(const char* label, std::string& value) {
     return true;
 }
 
+/// The number as it is shown and edited: nothing for 0.
+std::string digits(long value) {
+    return value == 0 ? std::string() : std::to_string(value);
+}
+
 bool editNumber(const char* label, long& value, long maximum) {
-    int number = input_positive_number_yx(kMessageRow, 0, prompt(label).c_str());
-    if (number == -1) return false;
-    if (number == -2) number = 0;
-    if (number > maximum) {
+    std::string typed = digits(value);
+    if (!editText(label, typed)) return false;
+    if (typed.empty()) typed = "0";
+    long number = 0;
+    const char* end = typed.data() + typed.size();
+    const auto [rest, failed] = std::from_chars(typed.data(), end, number);
+    if (failed != std::errc() || rest != end || number < 0 || number > maximum) {
         errInfo(kMessageRow, "Dopuszczalne wartości: od 0 do %ld", maximum);
         return false;
     }
@@ -47,7 +58,7 @@ bool editNumber(const char* label, long& value, long maximum) {
 }
 
 bool editPassword(const char* label, SecretText& value) {
-    std::array<char, kTextSize> buffer{};
+    std::array<char, kPasswordSize> buffer{};
     const WipeGuard guard(buffer.data(), buffer.size());
     const int typed = inputPassword(prompt(label).c_str(), buffer.data(), static_cast<int>(buffer.size()), '*');
     const int length = typed < 0 ? typed : typedToUtf8(buffer.data(), typed, static_cast<int>(buffer.size()));
@@ -66,7 +77,7 @@ FormField textField(const char* label, std::string& value) {
 }
 
 FormField numberField(const char* label, long& value, long maximum) {
-    return {label, [&value] { return value == 0 ? std::string() : std::to_string(value); },
+    return {label, [&value] { return digits(value); },
             [label, &value, maximum] { return editNumber(label, value, maximum); }};
 }
 

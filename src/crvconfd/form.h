@@ -25,7 +25,7 @@ struct FormChoice {
 
 /// The fields point at values of the caller, which must outlive the form.
 FormField textField(const char* label, std::string& value);
-/// An empty entry sets 0, shown as an empty value; at most the maximum is accepted.
+/// 0 is shown, and may be typed, as an empty value; at most the maximum is accepted.
 FormField numberField(const char* label, long& value, long maximum);
 /// Shown as stars, typed masked. An empty entry clears the password, Escape keeps it.
 FormField passwordField(const char* label, SecretText& value);

@@ -154,7 +154,8 @@ TEST_F(MenuScreen, ServersAreAddedOrderedEditedAndDeletedInTheListOfProfiles) {
     play({{"budzik", keys::kHome + "e"}, {"Serwery datowania - budzik", keys::kDown + "\r2\r"}});
     expectIn("w", 23, "Zapisać zmiany (t/n)?");
     expectIn("n", 2, "budzik  HTTP  tsp.example:318");
-    play({{"Edytuj", "e"}, {"- budzik", "\rs"}});
+    // Enter alone keeps the port.
+    play({{"Edytuj", "e"}, {"- budzik", "\r" + keys::kDown + keys::kDown + "\r"}, {"Port: 318", "\rs"}});
     expectIn("", 2, "budzik  FTP  tsp.example:318");
     expectIn(keys::kHome + "k", 3, "budzik");
     play({{"Edytuj", "w"}, {kConfiguration, "6"}, {"Ustawienia proxy", keys::kDown + "\rproxy.example\r"}});
