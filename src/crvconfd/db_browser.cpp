@@ -243,7 +243,7 @@ void DbBrowser::run() {
     loadForward(0, 0);
     for (;;) {
         draw();
-        const int key = getKey();
+        const int key = getScrollKey();
         if (move(key)) continue;
         switch (key < 128 ? std::tolower(key) : key) {
             case 'd':

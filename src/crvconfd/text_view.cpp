@@ -85,7 +85,7 @@ int showText(const std::string& header, const std::vector<std::string>& lines, c
     for (;;) {
         top = std::min(top, last);
         draw(header, lines, footer, top);
-        const int key = getKey();
+        const int key = getScrollKey();
         const int letter = key > 0 && key < 128 ? std::tolower(key) : 0;
         if (key == kKeyEscape) return key;
         if (letter != 0 && keys.find(static_cast<char>(letter)) != std::string_view::npos) return letter;

@@ -171,6 +171,8 @@ void printTextWithShortcuts(const char* text, int length);
 /// One key as an internal code. A lone ESC counts as Escape after 500 ms of silence (a second one within a second after
 /// that is swallowed); ESC ESC is Escape at once; any other sequence that is not known is taken in whole and answers 0.
 [[nodiscard]] int getKey();
+/// The same, with Home and End too: for screens that scroll.
+[[nodiscard]] int getScrollKey();
 
 /// Edits a line in the caller's buffer of size bytes, the terminating zero included. The first start bytes of the
 /// buffer are kept and edited further; codes from lowest to 127 are accepted; width limits the field (0: up to the

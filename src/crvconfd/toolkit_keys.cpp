@@ -46,6 +46,18 @@ constexpr std::array<std::pair<std::string_view, int>, 7> kRawSequences{{
     {"[B", kKeyDown},
 }};
 
+// What getScrollKey knows besides.
+constexpr std::array<std::pair<std::string_view, int>, 8> kScrollSequences{{
+    {"[H", kKeyHome},
+    {"OH", kKeyHome},
+    {"[1~", kKeyHome},
+    {"[7~", kKeyHome},
+    {"[F", kKeyEnd},
+    {"OF", kKeyEnd},
+    {"[4~", kKeyEnd},
+    {"[8~", kKeyEnd},
+}};
+
 // What curses passes on untranslated because the terminal description has the other form of the key.
 constexpr std::array<std::pair<std::string_view, int>, 17> kListSequences{{
     {"\x1b", kKeyEscape},
@@ -140,21 +152,23 @@ bool waitForInput(int milliseconds, Clock::time_point deadline, const sigset_t* 
     return true;
 }
 
-int decodeRaw(int key) {
+int decodeRaw(int key, KeyTable further) {
     if (key != kKeyEscape) return lookUp(kRawControls, key, key);
     const std::string sequence = toolkit::readEscape(kLoneEscape);
-    return sequence.empty() ? kNoKey : lookUp(kRawSequences, std::string_view(sequence), 0);
+    if (sequence.empty()) return kNoKey;
+    const std::string_view text = sequence;
+    return lookUp(kRawSequences, text, lookUp(further, text, 0));
 }
 
 /// A key as getKey answers it on a terminal whose sequences are decoded here.
-int readDecoded(int milliseconds) {
+int readDecoded(int milliseconds, KeyTable further = {}) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
         const int key = toolkit::readKey(milliseconds < 0 ? -1 : std::max(static_cast<int>(left), 0));
         if (key == kNoKey) return kNoKey;
         const auto pressed = Clock::now();
-        const int code = decodeRaw(key);
+        const int code = decodeRaw(key, further);
         if (code != kNoKey) return code;
         const bool second = pressed < swallowUntil;
         swallowUntil = second ? Clock::time_point{} : Clock::now() + kSwallowAfterLone;
@@ -165,6 +179,12 @@ int readDecoded(int milliseconds) {
 int readTranslated() {
     const int key = toolkit::readKey();
     return key == kKeyEscape ? toolkit::readKey() : lookUp(kTranslatedKeys, key, key);
+}
+
+int readAnyKey(KeyTable further) {
+    const bool refused = setKeypadMode(true);
+    toolkit::translateKeys(refused);
+    return refused ? readTranslated() : readDecoded(-1, further);
 }
 
 /// What an ESC means where one is enough: Escape, or the code of the sequence that it begins.
@@ -237,9 +257,11 @@ int readListKey() {
 }  // namespace toolkit
 
 int getKey() {
-    const bool refused = setKeypadMode(true);
-    toolkit::translateKeys(refused);
-    return refused ? readTranslated() : readDecoded(-1);
+    return readAnyKey({});
+}
+
+int getScrollKey() {
+    return readAnyKey(kScrollSequences);
 }
 
 int waitForKeyOrTimeout(int tenths) {

@@ -217,7 +217,9 @@ TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
                                            {"k", 20, ">  Osoba 300 "},
                                            {keys::kDown, 20, ">  Osoba 300 "},
                                            {keys::kPageUp, 2, "   Osoba 263 "},
-                                           {"P" + keys::kPageUp, 2, ">! Osoba 1 "}})
+                                           {keys::kHome + keys::kPageUp, 2, ">! Osoba 1 "},
+                                           {keys::kEnd, 20, ">  Osoba 300 "},
+                                           {"P", 2, ">! Osoba 1 "}})
         expectIn(typed, row, text);
     const auto search = [&](const std::string& name, const std::string& found) {
         play({{"Szukaj", "z"}, {"Szukanie certyfikatów", "\r" + name + "\r"}});
