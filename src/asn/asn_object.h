@@ -174,6 +174,7 @@ class ASNobject {
     void takeModeOf(const ASNobject& whole) { flags_ |= whole.modeOfParts(); }
     /// Called before the whole object is replaced: its parts may be assigned to.
     virtual void releaseParts() { flags_ &= static_cast<unsigned short>(~kInner); }
+    static void releasePart(ASNobject& part) { part.releaseParts(); }
     [[nodiscard]] bool hasFlag(Flag flag) const { return (flags_ & flag) != 0; }
     void setFlag(Flag flag) { flags_ = static_cast<unsigned short>(flags_ | flag); }
     [[nodiscard]] unsigned char identifier() const;

@@ -54,7 +54,7 @@ long ASNsequenceF::lenOfBody() const {
 void ASNsequenceF::releaseParts() {
     ASNobject::releaseParts();
     for (const Member& row : members())
-        if (row.find(*this) != nullptr) row.make(*this).releaseParts();
+        if (row.find(*this) != nullptr) releasePart(row.make(*this));
 }
 
 long ASNsetF::readMembers(BodyCursor body) {

@@ -57,6 +57,10 @@ class ASNexpl : public ASNobject {
     }
     [[nodiscard]] bool write_contents(GenericFile* out) const override { return value.write(out); }
     [[nodiscard]] long lenOfBody() const override { return value.getLength(); }
+    void releaseParts() override {
+        ASNobject::releaseParts();
+        releasePart(value);
+    }
 
   private:
     [[nodiscard]] long readOne(BodyCursor body) {

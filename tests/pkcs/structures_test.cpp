@@ -111,6 +111,13 @@ TEST(PrivateKeys, EncipheredKeysOfOthersAreReadOrRefused) {
     EXPECT_EQ(failureOf(absurd, "x"), CryptoFailure::badParameter) << "no parameters";
 }
 
+TEST(Structures, KeptOnesMayBeReplacedAsAWhole) {
+    ContentInfo kept = fromFile<ContentInfo>("cms_rsa.der");
+    const ContentInfo other = fromFile<ContentInfo>("cms_data.der");
+    kept = other;
+    EXPECT_EQ(kept.encoded(), other.encoded());
+}
+
 TEST(PrivateKeys, KeyUsageSurvivesEncipherment) {
     PrivateKeyInfo key;
     ASSERT_TRUE(key.readExactly(dataFile("key_rsa.der")));
