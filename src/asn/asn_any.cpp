@@ -82,6 +82,7 @@ bool ASNany::build(const char* encoding, long len) {
 }
 
 void ASNany::build(const ASNobject& value) {
+    assertChangeable();
     static_cast<void>(copyObject(value));
 }
 

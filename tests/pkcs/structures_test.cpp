@@ -1,6 +1,8 @@
 // Files of other programs as structures, private keys plain and under a password, and the key manager's records.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "asn/known_oids.h"
 #include "asn/pkcs/certification_request.h"
 #include "asn/pkcs/dsa_private_key.h"
@@ -10,6 +12,7 @@
 #include "asn/pkcs/pfx.h"
 #include "asn/pkcs/rsa_private_key.h"
 #include "asn/pkcs/secret_encoding.h"
+#include "asn/pkcs/signed_data.h"
 #include "asn/structure_kind.h"
 #include "asn/x509/signed_cert_rev_list.h"
 #include "asn/x509/signed_certificate.h"
@@ -17,6 +20,7 @@
 #include "crypto/kc_hash.h"
 #include "crypto/private_key.h"
 #include "pkcs/data_file.h"
+#include "support/message_of.h"
 
 namespace crv::test {
 namespace {
@@ -109,6 +113,32 @@ TEST(PrivateKeys, EncipheredKeysOfOthersAreReadOrRefused) {
     }
     absurd.encryptionAlgorithm.parameters.reset();
     EXPECT_EQ(failureOf(absurd, "x"), CryptoFailure::badParameter) << "no parameters";
+}
+
+/// An object read in keeping mode from the encoding of another.
+template <class T>
+T keptFrom(const T& object) {
+    T kept;
+    EXPECT_TRUE(kept.readExactly(object.encoded(), ASN_FLAG_CONST | ASN_FLAG_COPY));
+    return kept;
+}
+
+/// Without the assertion the octets that were read would be written, and the change would be lost in silence.
+TEST(Structures, KeptOnesRefuseWhatWouldNotBeWritten) {
+    auto key = fromFile<PrivateKeyInfo>("key_rsa.der");
+    auto request = fromFile<CertificationRequest>("req_certtool.der");
+    SafeBag bag = keptFrom(SafeBag(OID_PKCS12_CERT_BAG, ASNnull()));
+    SignedData bundle = keptFrom(SignedData());
+    KMKeyFile record = keptFrom(KMKeyFile());
+    const std::function<void()> changes[] = {[&] { key.setKeyUsage(kKeyEncipherment); },
+                                             [&] { request.setRequestedExtensions({}); },
+                                             [&] { bag.setFriendlyName("name"); },
+                                             [&] { bag.bagValue.value.build(ASNbool(true)); },
+                                             [&] { bundle.addCertificate({}); },
+                                             [&] { bundle.addCrl(ASNnull()); },
+                                             [&] { record.fillDigest(); }};
+    for (size_t i = 0; i < std::size(changes); ++i)
+        EXPECT_EQ(messageOf(changes[i]), "Assertion !( flags & ASN_FLAG_CONST ) failed in src/asn/asn_object") << i;
 }
 
 TEST(Structures, KeptOnesMayBeReplacedAsAWhole) {

@@ -29,6 +29,7 @@ Extensions CertificationRequest::requestedExtensions() const {
 }
 
 void CertificationRequest::setRequestedExtensions(const Extensions& extensions) {
+    assertChangeable();
     if (!info.attributes) info.attributes.emplace();
     info.attributes->set(OID_PKCS9_EXTENSION_REQUEST, extensions);
 }

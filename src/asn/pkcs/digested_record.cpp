@@ -26,6 +26,7 @@ bool DigestedRecord::computeDigest(KcHashAlgo algo, unsigned char* out, long out
 }
 
 void DigestedRecord::fillDigest() {
+    assertChangeable();
     ASNoctstr& field = digestField();
     std::array<uint8_t, kDigestLength> digest{};
     field.build(digest);  // its length counts in the header

@@ -30,6 +30,7 @@ std::optional<uint32_t> PrivateKeyInfo::keyUsage() const {
 }
 
 void PrivateKeyInfo::setKeyUsage(uint32_t bits) {
+    assertChangeable();
     ASNbitstr usage;
     usage.setNamedBits(bits);
     if (!attributes) attributes.emplace();

@@ -44,6 +44,7 @@ void SafeBag::addAttributes(ByteView encoding) {
 }
 
 void SafeBag::setAttribute(const KnownOid& type, const ASNobject& value) {
+    assertChangeable();
     if (!bagAttributes) bagAttributes.emplace();
     bagAttributes->set(type, value);
 }

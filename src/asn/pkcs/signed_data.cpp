@@ -85,11 +85,13 @@ SignedData::SignedData() {
 }
 
 void SignedData::addCertificate(const SignedCertificate& certificate) {
+    assertChangeable();
     if (!certificates) certificates.emplace();
     certificates->add().build(certificate);
 }
 
 void SignedData::addCrl(const ASNobject& crl) {
+    assertChangeable();
     if (!crls) crls.emplace();
     crls->add().build(crl);
 }
