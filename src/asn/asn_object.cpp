@@ -144,7 +144,7 @@ ASNobject::ASNobject(const ASNobject& other)
       outerTag_(other.outerTag_),
       flags_(static_cast<unsigned short>(other.flags_ & ~kInner)),
       bodyLength_(other.bodyLength_),
-      encoding_(other.encoding_) {}
+      encoding_(other.isConst() ? other.encoding_ : HeldBytes()) {}
 
 ASNobject::ASNobject(ASNobject&& other) noexcept
     : tag_(other.tag_),
@@ -164,7 +164,9 @@ ASNobject& ASNobject::operator=(const ASNobject& other) {
 ASNobject& ASNobject::operator=(ASNobject&& other) {
     if (this == &other) return *this;
     takeContents(other);
-    if (isConst()) encoding_ = std::move(other.encoding_);
+    if (!isConst() && !other.hasFlag(kOwnCopy)) return *this;
+    flags_ |= other.flags_ & kOwnCopy;
+    encoding_ = std::move(other.encoding_);  // what moves along refers to it, even where it is kept no longer
     return *this;
 }
 
@@ -337,7 +339,7 @@ long ASNobject::readAny(const ASNany* any) {
 }
 
 long ASNobject::getLength() const {
-    if (!encoding_.empty()) return long(encoding_.size());
+    if (const ByteView kept = keptEncoding(); !kept.empty()) return long(kept.size());
     measured_ = elementLength();
     return isExplicit() ? 1 + lenOfLen(measured_) + measured_ : measured_;
 }
@@ -355,7 +357,7 @@ bool ASNobject::writeHeader(GenericFile& out, long bodyLength) const {
 /// The outermost call measures the whole tree once; every element remembers the length of its body, so the inner calls
 /// need not measure again and deep structures cost no more than flat ones.
 bool ASNobject::write(GenericFile* out) const {
-    if (!encoding_.empty()) return out->write(encoding_.view());
+    if (const ByteView kept = keptEncoding(); !kept.empty()) return out->write(kept);
     const GenericFile::Nesting level(*out);
     if (out->nesting() == 1 || measured_ < 0) static_cast<void>(getLength());
     if (isExplicit()) {

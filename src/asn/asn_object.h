@@ -116,7 +116,7 @@ class ASNobject {
     [[nodiscard]] virtual bool acceptsTag(int identifier) const;
 
     /// The octets that were read in keeping mode; empty otherwise.
-    [[nodiscard]] ByteView keptEncoding() const { return encoding_.view(); }
+    [[nodiscard]] ByteView keptEncoding() const { return isConst() ? encoding_.view() : ByteView(); }
     /// Whether the object was read in keeping mode and must not be changed.
     [[nodiscard]] bool isConst() const { return (flags_ & ASN_FLAG_CONST) != 0; }
     /// Whether the last read met the indefinite-length form.
@@ -197,7 +197,7 @@ class ASNobject {
     unsigned short flags_ = 0;
     mutable long bodyLength_ = -1;
     mutable long measured_ = -1;  // the element without its outer tag, by the last getLength
-    HeldBytes encoding_;
+    HeldBytes encoding_;          // kept in keeping mode; else at most memory that the contents refer to
     std::unique_ptr<ASNStreamCtx> streamCtx_;
 };
 

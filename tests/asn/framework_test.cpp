@@ -263,6 +263,15 @@ TEST(AsnFramework, KeptObjectGivesBackItsOctetsAndRefusesChanges) {
     EXPECT_EQ(kept.encoded(), kFullSample);
     kept.id = OID_MD5;
 
+    Implicit<0, ASNsetList<ASNinteger>> moved, again;
+    {
+        ASNsetList<ASNinteger> owner;
+        ASSERT_TRUE(owner.readExactly(hex("3108 02020102 02020304"), ASN_FLAG_CONST | ASN_FLAG_COPY));
+        moved = std::move(owner);
+    }
+    again = std::move(moved);
+    EXPECT_EQ(again.encoded(), hex("A008 02020102 02020304")) << "under another tag, and the first owner is gone";
+
     MemoryFile in(ber);
     EXPECT_EQ(messageOf([&] { static_cast<void>(ASNoctstr().read(&in, 0, ASN_FLAG_CONST | ASN_FLAG_COPY)); }),
               "Assertion !(maxLen <= 0 && (f & ASN_FLAG_COPY)) failed in src/asn/asn_object");
