@@ -29,6 +29,7 @@ constexpr CodeText kSaveTexts[] = {
     {kKmNoSeed, "Brak ziarna !!!"},
     {kKmNoSigningKeyPin, "Brak PINu klucza do podpisywania"},
     {kKmWrongSigningKeyPin, "Błędny PIN klucza do podpisywania"},
+    {kKmKeyHasTwoNames, "Wykryty klucz recertyfikowany dla różnych identyfikatorów wyróżniających !!!"},
 };
 
 }  // namespace

@@ -17,11 +17,11 @@ namespace {
 
 constexpr long kRecertificationOption = 13;
 
+}  // namespace
+
 bool allowsRecertification(const CRVCfgFile& record) {
     return record.getIntOpt(kRecertificationOption) != 0;
 }
-
-}  // namespace
 
 KeyManager::KeyManager(uint64_t generatorCycle)
     : generatorCycle_(generatorCycle), random_([this](std::span<uint8_t> out) {

@@ -113,8 +113,9 @@ class KeyManager {
     /// Writes the security file, whole and atomically; a new file gets mode 0600. Only for file profiles (assertion).
     /// Where the file changed since it was read or written here, it is read again and what this session changed is
     /// merged into it. Without kSaveNewPassword another password than the file's is kKmWrongPassword, so that no stale
-    /// PIN changes it. kKmWriteFailed also when the changed file cannot be deciphered; kKmNoSeed without a seeded
-    /// generator. A failure changes neither the file nor the memory.
+    /// PIN changes it. kKmKeyHasTwoNames for what the next log-in would refuse for that. kKmWriteFailed also when the
+    /// changed file cannot be deciphered; kKmNoSeed without a seeded generator. A failure changes neither the file nor
+    /// the memory.
     [[nodiscard]] KeyManagerResult saveKey(const SecretText& password, int flags);
 
     /// Draws a new seed and saves it; for media without a security file, and before the generators are ready, does

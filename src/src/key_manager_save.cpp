@@ -24,6 +24,9 @@ KeyManagerResult KeyManager::saveKey(const SecretText& password, int flags) {
     try {
         KeyStoreContents contents = currentContents();
         if (const KeyManagerResult merged = mergeWithFile(password, contents); merged != kKmOk) return merged;
+        // Such a file would let nobody log in again.
+        const CRVCfgFile& record = contents.configuration ? *contents.configuration : configuration().record();
+        if (!allowsRecertification(record) && hasTwoNames(contents)) return kKmKeyHasTwoNames;
         return writeContents(std::move(contents), password);
     } catch (const std::bad_alloc&) {
         return kKmNoMemory;

@@ -22,4 +22,7 @@ struct KeyManager::FileState {
 /// The configuration record of an encoding, with its lists of certificates checked; null when it is none.
 [[nodiscard]] std::shared_ptr<const CRVCfgFile> decodeRecord(ByteView encoding);
 
+/// Option 13: whether a key may be certified under two names.
+[[nodiscard]] bool allowsRecertification(const CRVCfgFile& record);
+
 }  // namespace crv

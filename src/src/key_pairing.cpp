@@ -61,6 +61,8 @@ void giveRoles(const LoadedSecurityFile& file, KeyStoreContents& out) {
     }
 }
 
+}  // namespace
+
 bool hasTwoNames(const KeyStoreContents& contents) {
     const auto clash = [](const CertPtr& a, const CertPtr& b) {
         return a->computeKeyIdentifierSha1Hash() == b->computeKeyIdentifierSha1Hash() &&
@@ -74,8 +76,6 @@ bool hasTwoNames(const KeyStoreContents& contents) {
     }
     return false;
 }
-
-}  // namespace
 
 std::optional<KeyRole> roleOfCertificate(const SignedCertificate& certificate) {
     const auto usage = certificate.keyUsage();

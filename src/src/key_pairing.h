@@ -19,6 +19,9 @@ struct LoadedSecurityFile;
 [[nodiscard]] KeyManagerResult analyzeKeysAndCerts(const LoadedSecurityFile& file, bool recertification,
                                                    KeyStoreContents& out);
 
+/// Whether a key is certified under two names.
+[[nodiscard]] bool hasTwoNames(const KeyStoreContents& contents);
+
 /// Installs a certificate for the key that it belongs to; results as KeyManager::installUserCrt, a failure changes
 /// nothing.
 [[nodiscard]] KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& certificate,

@@ -39,11 +39,28 @@ TEST_F(KeyManagerCertsTest, InstallsACertificateByTheRules) {
 
     session.editRecord().setIntOpt(13, 1);
     install({{"sign_other", kKmOk}});  // the option allows a second name
-    for (const auto& [allowed, result] : {std::pair{1, kKmOk}, {0, kKmKeyHasTwoNames}}) {
-        session.editRecord().setIntOpt(13, allowed);
-        ASSERT_EQ(keys.saveConfiguration(), kKmOk);
-        EXPECT_EQ(session.login(), result);
+    ASSERT_EQ(keys.saveConfiguration(), kKmOk);
+    ASSERT_EQ(session.login(), kKmOk);
+    session.editRecord().setIntOpt(13, 0);
+    EXPECT_EQ(keys.saveConfiguration(), kKmKeyHasTwoNames) << "nobody could log in any more";
+    ASSERT_EQ(session.login(), kKmOk);
+    Session ignoring(path);
+    ignoring.profile().setAttr(CRVPROFILE_ATTR_IGNORE_SFT_FILE, 1);
+    EXPECT_EQ(ignoring.login(), kKmKeyHasTwoNames) << "the option stands in the file";
+}
+
+TEST_F(KeyManagerCertsTest, TwoSessionsDoNotGiveAKeyTwoNames) {
+    create({{KeyType::Signing, "rsa1"}});
+    Session other(path);
+    ASSERT_EQ(other.login(), kKmOk);
+    for (const auto& [who, name, result] :
+         {std::tuple{&session, "sign", kKmOk}, {&other, "sign_other", kKmKeyHasTwoNames}}) {
+        ASSERT_EQ(who->keys.installUserCrt(*testCert(name)), kKmOk);
+        EXPECT_EQ(who->keys.saveConfiguration(), result);
     }
+    other.keys.undoInstallUserCrt();
+    EXPECT_EQ(other.keys.saveConfiguration(), kKmOk);
+    EXPECT_EQ(other.login(), kKmOk);
 }
 
 TEST_F(KeyManagerCertsTest, TrustPointsComeFromFourPlacesAndOnlyTheUsersCanBeDeleted) {
