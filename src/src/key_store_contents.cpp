@@ -53,9 +53,48 @@ bool sameField(const CfgField* a, const CfgField* b) {
     return a && b ? a->value == b->value : a == b;
 }
 
-const CfgField* findField(const CRVCfgFile& record, const ASNobjectId& id) {
-    const auto found = std::ranges::find_if(record, [&](const CfgField& field) { return field.id == id; });
-    return found == record.end() ? nullptr : &*found;
+using Pairs = ASNsequenceList<CfgField>;
+
+const CfgField* findPair(const Pairs& pairs, const ASNobjectId& id) {
+    const auto found = std::ranges::find_if(pairs, [&](const CfgField& field) { return field.id == id; });
+    return found == pairs.end() ? nullptr : &*found;
+}
+
+/// Pair by pair: what we changed since `base` wins.
+void mergePairs(const Pairs& base, const Pairs& mine, const Pairs& theirs, Pairs& merged) {
+    for (const CfgField& field : theirs) {
+        const CfgField* ours = findPair(mine, field.id);
+        const bool changed = !sameField(ours, findPair(base, field.id));
+        if (changed && ours) merged.add(*ours);
+        if (!changed) merged.add(field);
+    }
+    for (const CfgField& field : mine)
+        if (!findPair(theirs, field.id) && !sameField(&field, findPair(base, field.id))) merged.add(field);
+}
+
+/// The three records of a merge.
+struct Records {
+    const CRVCfgFile& base;
+    const CRVCfgFile& mine;
+    const CRVCfgFile& theirs;
+};
+
+using Certificates = CRVCfgFile::Certificates;
+
+Certificates mergeCertificates(const Records& from, Certificates (CRVCfgFile::*get)() const) {
+    return mergeLists((from.base.*get)(), (from.mine.*get)(), (from.theirs.*get)(), std::equal_to<>());
+}
+
+/// Identifiers with notes. Where one of the lists is none, the field stays as a whole.
+void mergeNoted(const KnownOid& oid, const Records& from, CRVCfgFile& merged) {
+    const auto read = [&](const CRVCfgFile& record, Pairs& pairs) {
+        const ASNany* field = record.findField(oid);
+        return !field || field->decode(pairs);
+    };
+    Pairs base, mine, theirs, both;
+    if (!read(from.base, base) || !read(from.mine, mine) || !read(from.theirs, theirs)) return;
+    mergePairs(base, mine, theirs, both);
+    if (!both.empty() || merged.findField(oid)) merged.setField(oid, &both);
 }
 
 using RecordPtr = std::shared_ptr<const CRVCfgFile>;
@@ -63,18 +102,13 @@ using RecordPtr = std::shared_ptr<const CRVCfgFile>;
 RecordPtr mergeRecords(const RecordPtr& base, const RecordPtr& mine, const RecordPtr& theirs) {
     if (!mine || !theirs) return mine ? mine : theirs;
     const CRVCfgFile none;
-    const CRVCfgFile& old = base ? *base : none;
+    const Records from{base ? *base : none, *mine, *theirs};
     auto merged = std::make_shared<CRVCfgFile>();
-    for (const CfgField& field : *theirs) {
-        const CfgField* ours = findField(*mine, field.id);
-        const bool changed = !sameField(ours, findField(old, field.id));
-        if (changed && ours) merged->add(*ours);
-        if (!changed) merged->add(field);
-    }
-    for (const CfgField& field : *mine)
-        if (!findField(*theirs, field.id) && !sameField(&field, findField(old, field.id))) merged->add(field);
-    merged->setTrustedCAs(
-        mergeLists(old.getTrustedCAs(), mine->getTrustedCAs(), theirs->getTrustedCAs(), std::equal_to<>()));
+    mergePairs(from.base, from.mine, from.theirs, *merged);
+    merged->setTrustedCAs(mergeCertificates(from, &CRVCfgFile::getTrustedCAs));
+    merged->setQualifiedTrustedCAs(mergeCertificates(from, &CRVCfgFile::getQualifiedTrustedCAs));
+    for (const KnownOid* oid : {&OID_CRV_CONFIG_POLICIES, &OID_CRV_CONFIG_ACCEPTED_KEY_USAGE})
+        mergeNoted(*oid, from, *merged);
     return merged;
 }
 

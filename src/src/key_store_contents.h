@@ -85,9 +85,9 @@ struct KeyStoreContents {
 };
 
 /// Brings two descendants of one ancestor together: what `mine` added, changed or deleted since `base` wins, everything
-/// else is as in `theirs`. Keys, certificates and the record's fields are compared one by one, in the record's list of
-/// trusted certificates each certificate. No key is lost: of two keys that claim one role ours gets it, the other
-/// becomes a further key. The seed is ours.
+/// else is as in `theirs`. Keys, certificates and the record's fields are compared one by one, in the record's lists of
+/// certificates, policies and accepted key usages each entry. No key is lost: of two keys that claim one role ours gets
+/// it, the other becomes a further key. The seed is ours.
 [[nodiscard]] KeyStoreContents mergeContents(const KeyStoreContents& base, const KeyStoreContents& mine,
                                              const KeyStoreContents& theirs);
 

@@ -179,7 +179,13 @@ TEST_F(KeyManagerTest, ThePasswordChangesOnlyWhenAskedAndAnotherOneIsNotOverwrit
 }
 
 TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
+    const auto setPolicies = [](Session& s, std::initializer_list<std::pair<const char*, const char*>> list) {
+        CRVCfgFile::Policies policies;
+        for (const auto& [id, note] : list) policies.add({*ASNobjectId::fromText(id), note});
+        s.editRecord().setPolicies(policies);
+    };
     create();
+    setPolicies(session, {{"1.1", "both leave"}, {"1.2", "a changes"}, {"1.3", "b deletes"}});
     ASSERT_EQ(keys.addTrustedCA(*testCert("ca_ec")), kKmOk);
     session.editRecord().setIntOpt(kTimeoutOption, 1);
     ASSERT_EQ(keys.saveConfiguration(), kKmOk);
@@ -189,10 +195,12 @@ TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
     ASSERT_EQ(b.login(), kKmOk);
     ASSERT_EQ(a.keys.addNewKey(KeyType::Signing, testKey("rsa1")), kKmOk);
     ASSERT_EQ(a.keys.addTrustedCA(*testCert("ca")), kKmOk);
+    setPolicies(a, {{"1.1", "both leave"}, {"1.2", "changed"}, {"1.3", "b deletes"}, {"1.4", "of a"}});
     ASSERT_EQ(a.keys.saveConfiguration(), kKmOk);
     ASSERT_EQ(b.keys.installUserCrt(*testCert("sign")), kKmNoKeyForCertificate) << "not seen yet";
     ASSERT_EQ(b.keys.delTrustedCA(*testCert("ca_ec"), 1), kKmOk);
     b.editRecord().setIntOpt(40, 3);
+    setPolicies(b, {{"1.1", "both leave"}, {"1.2", "a changes"}, {"1.5", "of b"}});
     ASSERT_EQ(b.keys.addNewKey(KeyType::Both, testKey("rsa2")), kKmOk);
     ASSERT_EQ(b.keys.installUserCrt(*testCert("sign")), kKmRoleTaken) << "its own key came last, so it signs";
     a.editRecord().setIntOpt(kTimeoutOption, 2);
@@ -204,6 +212,10 @@ TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
     EXPECT_EQ(c.keys.keys()[1].role, KeyRole::Further);
     EXPECT_EQ(c.record().getIntOpt(kTimeoutOption), 2);
     EXPECT_EQ(c.record().getIntOpt(40), 3);
+    std::string policies;
+    for (const PolicyIdAndNote& policy : c.record().getPolicies())
+        policies.append(policy.policyId.text()).append(" ").append(policy.noteText()).append(", ");
+    EXPECT_EQ(policies, "1.1 both leave, 1.2 changed, 1.4 of a, 1.5 of b, ");
     const auto points = c.keys.trustedPoints();
     ASSERT_EQ(points.size(), 1u);
     EXPECT_TRUE(contains({points[0].certificate}, *testCert("ca")));
