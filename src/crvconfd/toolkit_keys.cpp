@@ -109,7 +109,7 @@ class SignalMask {
     SignalMask() {
         sigset_t held;
         sigemptyset(&held);
-        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGWINCH}) sigaddset(&held, signal);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGWINCH}) sigaddset(&held, signal);
         pthread_sigmask(SIG_BLOCK, &held, &before_);
     }
     ~SignalMask() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }

@@ -24,7 +24,7 @@ namespace crv {
 
 namespace {
 
-constexpr std::array kEndSignals{SIGINT, SIGTERM, SIGHUP};
+constexpr std::array kEndSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
 struct Screen {
     SCREEN* handle = nullptr;

@@ -286,7 +286,7 @@ TEST(ToolkitTerminal, SuspendsAndResumes) {
 }
 
 TEST(ToolkitTerminal, SignalsAndHangUpEndTheProgram) {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         Demo demo(2, "password 20 *");
         demo.waitFor("Hasło:");
         demo.signal(number);
