@@ -41,10 +41,13 @@ void drawKey(int row, const StoredKey& key) {
     const CertPtr certificate = keyManager->certificateOf(key);
     const PublicKey publicKey = key.key.publicKey();
     displText(row, 1, "%s", roleText(key.role));
-    displText(row, 18, "%s %u", signAlgoName(publicKey.scheme(), KcHashAlgo::none), publicKey.bits());
-    if (!certificate) return displText(row, 37, "brak certyfikatu");
-    displText(row, 37, "ważny do %s", dateLine(certificate->tbs.validity.notAfter).c_str());
-    displText(row, 57, "%s", shortName(certificate->subject()).c_str());
+    std::string text = signAlgoName(publicKey.scheme(), KcHashAlgo::none);
+    text = fitText(text + " " + std::to_string(publicKey.bits()), 19) + " ";
+    if (certificate)
+        text += "ważny do " + dateLine(certificate->tbs.validity.notAfter) + " " + shortName(certificate->subject());
+    else
+        text += "brak certyfikatu";
+    displText(row, 17, "%s", text.c_str());
 }
 
 }  // namespace

@@ -10,7 +10,6 @@
 #include "crvconfd/save_to_file.h"
 #include "crvconfd/text_view.h"
 #include "crvconfd/toolkit.h"
-#include "crvconfd/utf8.h"
 #include "db_sql/db_manager.h"
 
 namespace crv {

@@ -9,7 +9,6 @@
 #include "crvconfd/crt_text.h"
 #include "crvconfd/form.h"
 #include "crvconfd/toolkit.h"
-#include "crvconfd/utf8.h"
 #include "db_sql/db_manager.h"
 #include "src/certificate_search.h"
 

@@ -7,7 +7,6 @@
 #include "crvconfd/encoding.h"
 #include "crvconfd/list_screen.h"
 #include "crvconfd/toolkit.h"
-#include "crvconfd/utf8.h"
 #include "profiles/universal_conf_mgr.h"
 
 namespace crv {
@@ -110,15 +109,13 @@ FormField flagField(const char* label, bool& value) {
 bool runForm(const std::string& title, const std::vector<FormField>& fields, const std::function<bool()>& save,
              const FormEnd& end) {
     size_t width = 0;
-    for (const auto& field : fields) width = std::max(width, countCharacters(field.label));
+    for (const auto& field : fields) width = std::max(width, columnsOf(field.label));
     bool changed = false;
     bool saved = false;
     bool leaving = false;
     const auto items = [&] {
         std::vector<std::string> rows;
-        for (const auto& field : fields)
-            rows.push_back(field.label + ":" + std::string(width - countCharacters(field.label) + 1, ' ') +
-                           field.value());
+        for (const auto& field : fields) rows.push_back(fitText(field.label + ":", width + 2) + field.value());
         return rows;
     };
     const auto edit = [&](size_t index) { changed = fields[index].edit() || changed; };

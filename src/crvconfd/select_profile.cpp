@@ -60,8 +60,8 @@ struct Selection {
         for (size_t i = 0; i < names.size(); ++i) {
             std::string item = names[i];
             if (item.size() > kLongestShown) item = std::string(cutText(item, kLongestShown - 3)) + "...";
-            // Filled up by characters as far as the list's limit in bytes leaves room for the mark.
-            const size_t wanted = width - std::min(width, countCharacters(item));
+            // Filled up by columns as far as the list's limit in bytes leaves room for the mark.
+            const size_t wanted = width - std::min(width, columnsOf(item));
             item.append(std::min(wanted, kLongestShown - item.size()), ' ');
             result.push_back(item + (static_cast<int>(i) < userCount ? " (U)" : " (W)"));
         }

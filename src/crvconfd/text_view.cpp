@@ -4,7 +4,6 @@
 #include <cctype>
 
 #include "crvconfd/toolkit.h"
-#include "crvconfd/utf8.h"
 
 namespace crv {
 
@@ -49,16 +48,15 @@ size_t scrolled(int key, size_t top, size_t last) {
 
 }  // namespace
 
-std::vector<std::string> wrapText(std::string_view text, size_t width, size_t indent) {
+std::vector<std::string> wrapText(std::string_view text, size_t width) {
     std::vector<std::string> lines;
     while (lines.empty() || !text.empty()) {
-        const size_t room = lines.empty() ? width : width - indent;
-        size_t take = bytesOf(text, room);
+        size_t take = bytesWithin(text, width);
         if (take < text.size()) {
             const size_t space = text.rfind(' ', take);
             if (space != std::string_view::npos && space > 0) take = space;
         }
-        lines.push_back(std::string(lines.empty() ? 0 : indent, ' ').append(text.substr(0, take)));
+        lines.emplace_back(text.substr(0, take));
         text.remove_prefix(take);
         text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
     }
@@ -66,15 +64,14 @@ std::vector<std::string> wrapText(std::string_view text, size_t width, size_t in
 }
 
 void addField(std::vector<std::string>& lines, std::string_view label, std::string_view value) {
-    const size_t characters = countCharacters(label);
-    const size_t left = std::max(kLabelWidth, characters + 1);
+    const size_t left = std::max(kLabelWidth, columnsOf(label) + 1);
     if (left + kLeastValue > kTextWidth) {
         // Files choose some labels (numbers of extensions and certificates): a long one stands above its value.
-        for (std::string& line : wrapText(label, kTextWidth, 0)) lines.push_back(std::move(line));
+        for (std::string& line : wrapText(label, kTextWidth)) lines.push_back(std::move(line));
         return addField(lines, {}, value);
     }
-    const std::string head = std::string(label).append(left - characters, ' ');
-    const auto wrapped = wrapText(value, kTextWidth - left, 0);
+    const std::string head = fitText(label, left);
+    const auto wrapped = wrapText(value, kTextWidth - left);
     lines.push_back(head + wrapped.front());
     for (size_t i = 1; i < wrapped.size(); ++i) lines.push_back(std::string(kLabelWidth, ' ') + wrapped[i]);
 }

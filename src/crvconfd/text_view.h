@@ -7,8 +7,8 @@
 
 namespace crv {
 
-/// The text cut into lines of at most width characters, at spaces where there are any; further lines are indented.
-[[nodiscard]] std::vector<std::string> wrapText(std::string_view text, size_t width, size_t indent);
+/// The text cut into lines of at most width (over 1) columns, at spaces where there are any.
+[[nodiscard]] std::vector<std::string> wrapText(std::string_view text, size_t width);
 
 /// Appends "label value" to the lines: the values of one view stand in one column, long ones go on below.
 void addField(std::vector<std::string>& lines, std::string_view label, std::string_view value);

@@ -8,8 +8,8 @@
 // never the format, "%s" is. At most 256 bytes remain after formatting. Moves outside the screen are ignored.
 //
 // The terminal may be resized and the process suspended at any time: the contents survive and are drawn again. When the
-// process is asked to end (SIGINT, SIGTERM, SIGHUP) or the terminal hangs up, whichever function waits for a key throws
-// ScreenClosed.
+// process is asked to end (SIGINT, SIGTERM, SIGHUP, SIGQUIT) or the terminal hangs up, whichever function waits for a
+// key throws ScreenClosed.
 #pragma once
 
 #include <array>
@@ -88,7 +88,7 @@ class ScreenClosed {
 
 // Screen control
 
-/// Starts the screen: no echo, a key at a time; takes over SIGINT, SIGTERM and SIGHUP. Throws NoScreen.
+/// Starts the screen: no echo, a key at a time; takes over SIGINT, SIGTERM, SIGHUP and SIGQUIT. Throws NoScreen.
 void initScr();
 /// Clears and ends a started screen and gives the signals back; does nothing otherwise.
 void downScr();
@@ -146,6 +146,13 @@ class AttrGuard {
 };
 
 // Text output
+
+/// Columns that a text takes once it is converted and drawn.
+[[nodiscard]] size_t columnsOf(std::string_view text);
+/// Bytes at the front of a text that fit so many columns.
+[[nodiscard]] size_t bytesWithin(std::string_view text, size_t columns);
+/// The text in exactly so many columns: cut, or filled up with spaces.
+[[nodiscard]] std::string fitText(std::string_view text, size_t columns);
 
 [[gnu::format(printf, 3, 4)]] void displText(int row, int col, const char* format, ...);
 /// As displText, for text that is in the display encoding already.

@@ -137,6 +137,36 @@ int centred(size_t bytes) {
 
 }  // namespace toolkit
 
+size_t columnsOf(std::string_view text) {
+    const std::string converted = pl(text);
+    size_t columns = 0;
+    for (std::string_view rest = converted; !rest.empty();) {
+        const Glyph glyph = firstGlyph(rest);
+        columns += static_cast<size_t>(glyph.columns);
+        rest.remove_prefix(glyph.bytes);
+    }
+    return columns;
+}
+
+size_t bytesWithin(std::string_view text, size_t columns) {
+    // Far enough for so many characters; the conversion keeps the number of bytes.
+    const std::string converted = pl(text.substr(0, columns * MB_CUR_MAX));
+    std::string_view rest = converted;
+    while (!rest.empty()) {
+        const Glyph glyph = firstGlyph(rest);
+        if (static_cast<size_t>(glyph.columns) > columns) break;
+        columns -= static_cast<size_t>(glyph.columns);
+        rest.remove_prefix(glyph.bytes);
+    }
+    return converted.size() - rest.size();
+}
+
+std::string fitText(std::string_view text, size_t columns) {
+    std::string fitted(text.substr(0, bytesWithin(text, columns)));
+    fitted.append(columns - columnsOf(fitted), ' ');
+    return fitted;
+}
+
 void displText(int row, int col, const char* format, ...) {
     CRV_FORMATTED(text, format);
     drawAt(row, col, pl(text));

@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <clocale>
 #include <cstdlib>
 #include <cstring>
+
+#include "crvconfd/toolkit.h"
 
 namespace crv {
 namespace {
@@ -59,6 +62,18 @@ TEST_F(Encoding, ConversionFollowsItsTablesByteByByte) {
         EXPECT_EQ(pl("zwyk~y \x7f\x80\xff"), "zwyk~y \x7f\x80\xff") << name;
     }
     EXPECT_EQ(pl("ó"), "\xC3l") << "the table is applied to the bytes of UTF-8 too";
+}
+
+TEST_F(Encoding, TextsAreFittedToTheColumnsThatTheirGlyphsTake) {
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    for (const auto& [text, fitted] : {std::pair{"żółw", "żół"}, {"日本", "日 "}, {"a日", "a日"}, {"", "   "}})
+        EXPECT_EQ(fitText(text, 3), fitted);
+    // A letter of an 8-bit encoding may look like the tail of a character in UTF-8.
+    std::setlocale(LC_CTYPE, "C");
+    for (const char* name : {"LATIN2", "ASCII"}) {
+        plStandard(name);
+        EXPECT_EQ(fitText("rz\xB9", 4), "rz\xB9 ") << name;
+    }
 }
 
 TEST_F(Encoding, TypedBytesBecomeUtf8) {
