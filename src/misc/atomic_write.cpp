@@ -73,8 +73,8 @@ class TemporaryFile {
 
 bool setRights(int fd, const struct stat* old, WriteMode mode) {
     mode_t rights = mode == WriteMode::keepOrCommon ? commonMode : secretMode;
-    if (old != nullptr && mode != WriteMode::secret) {
-        rights = old->st_mode & permissionBits;
+    if (old != nullptr) {
+        if (mode != WriteMode::secret) rights = old->st_mode & permissionBits;
         // Without the right to give the file away it stays ours; a group that we cannot set must not gain rights.
         if (fileOps().fchown(fd, old->st_uid, old->st_gid) != 0 &&
             fileOps().fchown(fd, static_cast<uid_t>(-1), old->st_gid) != 0) {

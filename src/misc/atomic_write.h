@@ -9,7 +9,7 @@ namespace crv {
 
 /// Access rights of the written file.
 enum class WriteMode {
-    secret,        ///< always 0600 (keys)
+    secret,        ///< always 0600 (keys), with the owner of the old file
     keepOrSecret,  ///< mode and owner of the old file; 0600 when there was none
     keepOrCommon   ///< mode and owner of the old file; 0644 when there was none
 };

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -68,9 +69,15 @@ TEST_F(AtomicWrite, ModesFollowTheRule) {
                                                            {keepOrCommon, 0, 0644}, {keepOrCommon, 0640, 0640}};
     for (const auto& [mode, old, expected] : cases) {
         fs::remove(path);
-        if (old != 0) writeFile(path, ""), fs::permissions(path, fs::perms(old));
+        constexpr uid_t kOwner = 12345;
+        const bool given =
+            old != 0 && (writeFile(path, ""), ::chown(path.c_str(), kOwner, kOwner)) == 0;  // only by root
+        if (old != 0) fs::permissions(path, fs::perms(old));
         EXPECT_TRUE(writeFileAtomically(path, asBytes("x"), {mode, false}));
         EXPECT_EQ(fs::status(path).permissions(), fs::perms(expected)) << int(mode) << ' ' << old;
+        struct stat info {};
+        ASSERT_EQ(::stat(path.c_str(), &info), 0);
+        EXPECT_EQ(info.st_uid, given ? kOwner : ::geteuid()) << int(mode) << ' ' << old;
     }
 }
 
