@@ -64,6 +64,21 @@ bool listed(std::string_view list, std::string_view host) {
     return false;
 }
 
+/// Undoes the percent-encoding of a login in a URL (RFC 3986 2.1); what is none stays.
+SecretText decoded(std::string_view text) {
+    SecretText plain;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char* const digits = text.data() + i + 1;
+        unsigned char octet = 0;
+        const bool encoded =
+            text[i] == '%' && i + 2 < text.size() && std::from_chars(digits, digits + 2, octet, 16).ptr == digits + 2;
+        const char character = encoded ? static_cast<char>(octet) : text[i];
+        plain.append({&character, 1});
+        if (encoded) i += 2;
+    }
+    return plain;
+}
+
 std::string_view environment(const char* name) {
     const char* value = std::getenv(name);
     return value ? value : "";
@@ -78,8 +93,8 @@ Proxy parseProxyUrl(std::string_view url) {
     if (at != std::string_view::npos) {
         const std::string_view login = place.substr(0, at);
         const size_t colon = std::min(login.find(':'), login.size());
-        proxy.user = login.substr(0, colon);
-        proxy.password = SecretText(login.substr(std::min(colon + 1, login.size())));
+        proxy.user = decoded(login.substr(0, colon)).view();
+        proxy.password = decoded(login.substr(std::min(colon + 1, login.size())));
         place.remove_prefix(at + 1);
     }
     const std::string_view host = hostOf(place, port);

@@ -228,12 +228,12 @@ TEST(ProfileProxy, IsTheOwnOneOrTheSystems) {
     for (const char* direct :
          {"ldap://a.pl", "http://localhost/", "https://127.0.0.1:8443", "http://[::1]/x", "crl.pl"})
         EXPECT_FALSE(back->getProxyForUrl(direct, proxy)) << direct;
-    setenv("http_proxy", "http://me:secret@[fe80::1]:81/", 1);
+    setenv("http_proxy", "http://m%65:s%40%zzcret%4@[fe80::1]:81/", 1);
     setenv("no_proxy", " .gov.pl, host.pl", 1);
     back->setUseProxyFromSystemSettings(true);
     auto system = reload(*back);
     ASSERT_TRUE(system->getProxy(proxy));
-    EXPECT_EQ(shown(proxy), "me:secret@fe80::1:81");
+    EXPECT_EQ(shown(proxy), "me:s@%zzcret%4@fe80::1:81");
     for (const auto& [url, used] :
          {std::pair{"http://crl.GOV.pl/a", false}, {"http://host.pl", false}, {"http://xhost.pl", true}})
         EXPECT_EQ(system->useProxyForSpecifiedUrl(url), used) << url;
