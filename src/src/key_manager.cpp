@@ -56,6 +56,7 @@ void KeyManager::forget() noexcept {
     contents_ = {};
     additionalCerts_.clear();
     file_.reset();
+    deviceRecord_.reset();
     beforeInstall_.reset();
     wipe(signedConfiguration_);
     hashRbg_.reset();
@@ -169,6 +170,7 @@ KeyManagerResult KeyManager::openDevice(const SecretText& pin) {
     if (encoding.empty()) return kKmOk;
     const auto record = decodeRecord(encoding);
     if (!record) return kKmBadFormat;
+    deviceRecord_ = record;
     takeRecord(record);
     copyUserUnqualifiedTrustedCA();
     return kKmOk;

@@ -122,7 +122,9 @@ class KeyManager {
     /// nothing.
     [[nodiscard]] KeyManagerResult saveNewSeed();
 
-    /// Saves the keys and the configuration record on whatever the medium is, with the password from the PIN cache.
+    /// Saves the keys and the configuration record on whatever the medium is, with the password from the PIN cache;
+    /// what another session changed meanwhile is merged, as in saveKey. A device's record that is none is
+    /// kKmDeviceError.
     [[nodiscard]] KeyManagerResult saveConfiguration();
 
     /// Enciphers the file under a new password. The old one is not looked at: the user is logged in.
@@ -232,6 +234,7 @@ class KeyManager {
 
     [[nodiscard]] KeyStoreContents currentContents() const;
     [[nodiscard]] KeyManagerResult mergeWithFile(const SecretText& password, KeyStoreContents& contents);
+    [[nodiscard]] KeyManagerResult mergeWithDevice(KeyStoreContents& contents);
     [[nodiscard]] KeyManagerResult writeContents(KeyStoreContents contents, const SecretText& password);
     void noteSaved();
 
@@ -239,7 +242,8 @@ class KeyManager {
     std::unique_ptr<KeyStoreMedia> media_;
     KeyStoreContents contents_;
     CertList additionalCerts_;
-    std::unique_ptr<FileState> file_;  // the security file as last read or written; null: not at all
+    std::unique_ptr<FileState> file_;                 // the security file as last read or written; null: not at all
+    std::shared_ptr<const CRVCfgFile> deviceRecord_;  // a device's record as last read or written; null: it had none
     std::unique_ptr<KeyStoreContents> beforeInstall_;
     SecretBytes signedConfiguration_;  // a configuration still to be verified
 

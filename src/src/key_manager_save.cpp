@@ -94,10 +94,32 @@ KeyManagerResult KeyManager::saveConfiguration() {
         const KeyManagerResult asked = askPin(pin);
         return asked == kKmOk ? saveKey(pin, 0) : asked;
     }
-    const KeyManagerResult written = media().writeConfiguration(configuration().record().encoded());
+    const auto record = configuration().sharedRecord();
+    KeyStoreContents contents;
+    contents.configuration = record;
+    if (const KeyManagerResult merged = mergeWithDevice(contents); merged != kKmOk) return merged;
+    const KeyManagerResult written = media().writeConfiguration(contents.configuration->encoded());
     if (written != kKmOk) return written;
+    deviceRecord_ = contents.configuration;
+    if (deviceRecord_ != record) {
+        takeRecord(deviceRecord_);
+        contents_.trustedCerts.clear();
+        copyUserUnqualifiedTrustedCA();
+    }
     configuration().setRecordChanged(false);
     noteSaved();
+    return kKmOk;
+}
+
+KeyManagerResult KeyManager::mergeWithDevice(KeyStoreContents& contents) {
+    Bytes encoding;
+    if (const KeyManagerResult read = media().readConfiguration(encoding); read != kKmOk) return read;
+    if (encoding.empty()) return kKmOk;
+    KeyStoreContents base, theirs;
+    base.configuration = deviceRecord_;
+    theirs.configuration = decodeRecord(encoding);
+    if (!theirs.configuration) return kKmDeviceError;
+    contents = mergeContents(base, contents, theirs);
     return kKmOk;
 }
 

@@ -237,6 +237,15 @@ TEST_F(OtherMediaTest, TheTarvoLibraryIsFoundOrSaidToBeMissing) {
     context.configuration().resetRecord();
     ASSERT_EQ(session.login(), kKmOk);
     EXPECT_EQ(session.record().getIntOpt(17), 5);
+    Session other("");
+    other.context.configuration().setProfile(session.profile().clone());
+    other.setPin("1234");
+    ASSERT_EQ(other.login(), kKmOk);
+    for (const auto& [who, option] : {std::pair{&session, 17}, {&other, 40}}) {
+        who->editRecord().setIntOpt(option, 6);
+        ASSERT_EQ(who->keys.saveConfiguration(), kKmOk);
+    }
+    EXPECT_EQ(other.record().getIntOpt(17), 6) << "two sessions keep each other's changes";
     ASSERT_EQ(openCard("/tarvo_test.so", 'r', "1234").second, kKmOk);
     EXPECT_EQ(keys.rbgFill(octets), kKmDeviceError);
 }
