@@ -57,6 +57,7 @@ int crvAuthenticateExInt(CRVctx* ctx, int readAdditional) {
     FileSemaphore lock(configuration.securityFileLockName(), hasNoLock(configuration));
     if (!lock.p(exclusiveLock)) return ECRV_LOCK;
     if (const int code = codeOfDbState(ctx->dbManager.isDbCreated())) return code;
+    ctx->userCerts.clear();
     const KeyManagerResult result = ctx->keyManager.initProfile(0, readAdditional != 0);
     const bool released = lock.v() != 0;
     // What a missing seed leaves open can only be mended at the console.
