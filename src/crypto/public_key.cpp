@@ -211,6 +211,9 @@ Bytes PublicKey::rsaExponent() const {
 
 bool PublicKey::operator==(const PublicKey& other) const {
     if (state_ == other.state_) return true;
+    // Of keys of two types libcrypto complains in the error queue, which belongs to the whole program.
+    const auto typeOf = [](const State& state) { return isRsa(state.scheme) ? KeyScheme::rsa : state.scheme; };
+    if (typeOf(*state_) != typeOf(*other.state_)) return false;
     // libcrypto leaves DSA's q out of the comparison.
     if (state_->scheme == KeyScheme::dsa && state_->algorithm != other.state_->algorithm) return false;
     return EVP_PKEY_eq(state_->pkey.get(), other.state_->pkey.get()) == 1;

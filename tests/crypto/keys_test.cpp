@@ -1,3 +1,4 @@
+#include <openssl/err.h>
 #include <openssl/x509.h>
 
 #include <algorithm>
@@ -91,6 +92,13 @@ TEST(Keys, FailingSourceOrStopEndsTheOperation) {
     const KeyGenProgress throwing = []() -> bool { throw std::domain_error("hang-up"); };
     EXPECT_THROW((void)PrivateKey::generateDsa(1024, random.bridge, throwing), std::domain_error);
     EXPECT_NO_THROW((void)makeKey(KeyScheme::ecdsa, random.bridge));  // nothing of the failures is left
+}
+
+TEST(Keys, OfTwoTypesDifferAndLeaveTheErrorQueueOfTheProgramAlone) {
+    ERR_clear_error();
+    for (const KeyScheme a : kSchemes)
+        for (const KeyScheme b : kSchemes) EXPECT_EQ(sharedKey(a).publicKey() == sharedKey(b).publicKey(), a == b);
+    EXPECT_EQ(ERR_peek_error(), 0u);
 }
 
 TEST(Keys, EveryCurveWorksNamedAndExplicit) {
