@@ -226,6 +226,7 @@ class KeyManager {
     [[nodiscard]] KeyManagerResult askPin(SecretText& pin);
     [[nodiscard]] bool ignoresSecurityFile() const;
     [[nodiscard]] bool recertificationAllowed() const;
+    [[nodiscard]] bool mixForThisProcess();
     void takeRecord(const std::shared_ptr<const CRVCfgFile>& record);
     void copyUserUnqualifiedTrustedCA();
     [[nodiscard]] KeyManagerResult keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
@@ -249,6 +250,7 @@ class KeyManager {
 
     uint64_t generatorCycle_;
     std::optional<KcRbgHashIso18031> hashRbg_;  // present exactly while seeded
+    pid_t seededIn_ = 0;                        // the process whose randomness went into it
     std::optional<KcRbgDss31> dssRbg_;
     RandomBridge random_;
 

@@ -1,4 +1,6 @@
 // Seeding and use of the random generators.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstring>
 #include <ctime>
@@ -85,6 +87,7 @@ KeyManagerResult KeyManager::rbgInit(ByteView seed) {
     const Digest d1 = sha256(block);
     if (!hashRbg_) hashRbg_.emplace(generatorCycle_);
     hashRbg_->seed(d1);
+    seededIn_ = ::getpid();
     const Digest d2 = sha256(d1);
     if (!dssRbg_) dssRbg_.emplace();
     dssRbg_->seed(d2);
@@ -94,11 +97,21 @@ KeyManagerResult KeyManager::rbgInit(ByteView seed) {
     return kKmOk;
 }
 
+/// After a fork both processes hold the same state and would draw the same octets: the child mixes its own in.
+bool KeyManager::mixForThisProcess() {
+    Digest entropy;
+    if (!systemRandom(entropy)) return false;
+    hashRbg_->reseed(entropy);
+    seededIn_ = ::getpid();
+    return true;
+}
+
 KeyManagerResult KeyManager::rbgFill(std::span<uint8_t> out) {
     if (!generatorReady_) return kKmNoSeed;
     const RandomSource source = media().randomSource();
     if (source == RandomSource::Device) return media().deviceRandom(out);
     if (source == RandomSource::Nobody) return kKmOk;
+    if (seededIn_ != ::getpid() && !mixForThisProcess()) return kKmNoSeed;
     for (bool reseeded = false;; reseeded = true) {
         try {
             hashRbg_->fill(out);

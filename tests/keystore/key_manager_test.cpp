@@ -2,6 +2,8 @@
 #include "src/key_manager.h"
 
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <set>
 
@@ -10,6 +12,7 @@
 #include "key_store_session.h"
 #include "misc/exceptions.h"
 #include "support/faulty_file_ops.h"
+#include "support/shared_memory.h"
 
 namespace crv::test {
 namespace {
@@ -151,6 +154,19 @@ TEST_F(KeyManagerTest, GeneratorsRunOnBeyondTheirCycleAndNeverRepeatALogIn) {
     const RefusingFileOps ops("/dev/urandom");
     draw(10);  // the stored seed is source enough
     EXPECT_EQ(seen.size(), 23u);
+}
+
+TEST_F(KeyManagerTest, AForkedProcessDrawsOctetsOfItsOwn) {
+    create();
+    const auto drawn = sharedMemory<uint8_t>(32);
+    const pid_t child = fork();
+    if (child == 0) _exit(keys.rbgFill({drawn.get(), 32}));
+    int status = -1;
+    waitpid(child, &status, 0);
+    ASSERT_EQ(status, kKmOk);
+    Bytes ours(32);
+    ASSERT_EQ(keys.rbgFill(ours), kKmOk);
+    EXPECT_NE(ours, Bytes(drawn.get(), drawn.get() + 32));
 }
 
 TEST_F(KeyManagerTest, ThePasswordChangesOnlyWhenAskedAndAnotherOneIsNotOverwritten) {
