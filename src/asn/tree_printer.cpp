@@ -33,7 +33,8 @@ std::string quoted(std::string_view utf8, size_t shown) {
         const char32_t character = takeUtf8(rest);
         const std::string_view octets = before.substr(0, before.size() - rest.size());
         const bool plain = character >= 0x20 && character != '"' && character != '\\' && character != 0x7F &&
-                           !(character >= 0x80 && character < 0xA0) && !(character >= 0x2000 && character < 0x2070);
+                           !(character >= 0x80 && character < 0xA0) && character != 0x61C &&
+                           !(character >= 0x2000 && character < 0x2070);
         if (plain)
             text += octets;
         else

@@ -331,7 +331,7 @@ TEST(DistinguishedNames, LinesForAScreen) {
     EXPECT_EQ(odd.lines({true, false}).at(0), "CN=Łoś\\1B[2J");
     EXPECT_EQ(odd.lines({false, false}), (std::vector<std::string>{"CN=\xA3o\x9C\\1B[2J", "O=?"}));
     for (const bool utf8 : {false, true}) EXPECT_EQ(odd.lines({utf8, true}).at(0), "CN=\\C5\\81o\\C5\\9B\\1B[2J");
-    EXPECT_EQ(displayText("a\u202Eb\u0085", {}), "a\\E2\\80\\AEb\\C2\\85");
+    EXPECT_EQ(displayText("a\u202Eb\u0085\u061C", {}), "a\\E2\\80\\AEb\\C2\\85\\D8\\9C");
 }
 
 TEST(SignAlgorithms, EveryRowGoesBothWays) {
