@@ -4,6 +4,7 @@
 #include <bit>
 
 #include "asn/asn_stream_ctx.h"
+#include "misc/hex.h"
 #include "misc/memory_file.h"
 
 namespace crv {
@@ -100,6 +101,7 @@ ByteView ASNinteger::magnitude() const {
 }
 
 std::string ASNinteger::decimal() const {
+    if (contents().size() > kLongestDecimal) return "0x" + toHex(contents());
     Bytes number = toBytes(contents());
     const bool negative = isNegative();
     if (negative) {

@@ -67,6 +67,7 @@ class ASNoctstr : public ASNprimitive {
 class ASNinteger : public ASNoctstr {
   public:
     static constexpr unsigned char kTag = 2;
+    static constexpr size_t kLongestDecimal = 1024;
     ASNinteger() : ASNinteger(0L) {}
     explicit ASNinteger(long value) : ASNinteger(kTag, value) {}
 
@@ -79,7 +80,8 @@ class ASNinteger : public ASNoctstr {
     [[nodiscard]] bool isNegative() const { return !contents_.empty() && (contents().front() & 0x80) != 0; }
     /// Big-endian octets of a non-negative number without leading zeros (empty for 0).
     [[nodiscard]] ByteView magnitude() const;
-    /// Decimal digits, with "-" for a negative number.
+    /// Decimal digits, with "-" for a negative number. Their time grows with the square of the length, so contents of
+    /// more than kLongestDecimal octets, which no honest number has, come as "0x" and hexadecimal digits.
     [[nodiscard]] std::string decimal() const;
     [[nodiscard]] unsigned char getDefaultTag() const override { return kTag; }
 

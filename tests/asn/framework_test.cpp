@@ -433,6 +433,8 @@ TEST(AsnInteger, EveryBorderOfTheSignOctet) {
     EXPECT_EQ(big.value(), std::nullopt);
     EXPECT_EQ(big.encoded(), hex("0211 00 FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF"));
     EXPECT_FALSE(big.readExactly(hex("2203 020105"))) << "no segments";
+    big.setUnsigned(Bytes(1 << 20, 0x7F));
+    EXPECT_TRUE(big.decimal().starts_with("0x7F7F")) << "in digits it would take hours";
 }
 
 TEST(AsnStrings, EveryTypeGivesUtf8) {
