@@ -52,12 +52,19 @@ std::optional<int64_t> takeZone(Digits& digits) {
     return sign * (hours * 3600 + minutes * 60);
 }
 
-bool takeFraction(Digits& digits) {
-    if (!digits.takeChar(".,")) return true;
-    int digit = 0;
-    if (!digits.take(1, digit)) return false;
-    while (digits.startsWithDigit()) static_cast<void>(digits.take(1, digit));
-    return true;
+/// A fraction of the last field given, which takes `unit` seconds (X.680 46.2): whole seconds, 0 when there is none.
+std::optional<int64_t> takeFraction(Digits& digits, int64_t unit) {
+    constexpr int64_t kFinest = 1'000'000'000;
+    if (!digits.takeChar(".,")) return 0;
+    if (!digits.startsWithDigit()) return std::nullopt;
+    int64_t parts = 0;
+    int64_t whole = 1;
+    for (int digit = 0; digits.take(1, digit);) {
+        if (whole == kFinest) continue;
+        parts = parts * 10 + digit;
+        whole *= 10;
+    }
+    return parts * unit / whole;
 }
 
 }  // namespace
@@ -94,13 +101,17 @@ std::optional<int64_t> ASNtimeString::seconds() const {
         !digits.take(2, t.hour))
         return std::nullopt;
     t.year = yearDigits_ == 4 ? year : year + (year < 50 ? 2000 : 1900);
-    if (digits.startsWithDigit() && !digits.take(2, t.minute)) return std::nullopt;
-    if (digits.startsWithDigit() && !digits.take(2, t.second)) return std::nullopt;
-    if (!takeFraction(digits)) return std::nullopt;
+    int64_t unit = 3600;
+    for (int* field : {&t.minute, &t.second}) {
+        if (!digits.startsWithDigit()) break;
+        if (!digits.take(2, *field)) return std::nullopt;
+        unit /= 60;
+    }
+    const auto fraction = takeFraction(digits, unit);
     const auto zone = takeZone(digits);
     const auto local = fromCivil(t);
-    if (!zone || !local) return std::nullopt;
-    return *local - *zone;
+    if (!fraction || !zone || !local) return std::nullopt;
+    return *local + *fraction - *zone;
 }
 
 bool ASNutcTime::setSeconds(int64_t seconds) {

@@ -468,6 +468,8 @@ TEST(AsnTime, BothTypesInEveryForm) {
     for (const char* epoch : {"7001010000Z", "700101013000+0130", "691231220000-0200"})
         EXPECT_EQ(secondsOf(utc, epoch), 0) << epoch;
     for (const char* epoch : {"1970010100", "19700101000000.123Z"}) EXPECT_EQ(secondsOf(general, epoch), 0) << epoch;
+    EXPECT_EQ(secondsOf(general, "1970010100.5"), 1800);
+    EXPECT_EQ(secondsOf(general, "197001010000,2500000000000Z"), 15);
     for (const char* bad : {"70010100000Z", ""}) EXPECT_EQ(secondsOf(utc, bad), std::nullopt) << bad;
     for (const char* bad : {"20230229000000Z", "19700101240000Z", "19701301000000Z", "19700101000000.Z",
                             "19700101000000Zx", "1970-1-1000000Z"})
