@@ -50,6 +50,11 @@ void HeldBytes::refer(ByteView octets) {
     view_ = octets;
 }
 
+void HeldBytes::shorten(size_t count) {
+    if (own_ != nullptr) wipeMemory(own_.get() + count, view_.size() - count);
+    view_ = view_.first(count);
+}
+
 void HeldBytes::clear() {
     if (own_ != nullptr) wipeMemory(own_.get(), view_.size());
     own_.reset();
@@ -72,8 +77,9 @@ long HeldBytes::load(GenericFile& in, long count) {
         clear();
         own_ = std::move(larger);
         const long got = in.read(own_.get() + held, long(capacity - held));
-        view_ = {own_.get(), held + size_t(std::max(got, 0L))};
-        if (got < 0) return -1;
+        // After a failure nobody knows how much came: all of it is to be wiped.
+        view_ = {own_.get(), got < 0 ? capacity : held + size_t(got)};
+        if (got < 0) return clear(), -1;
         if (view_.size() < capacity || capacity == wanted) return long(view_.size());
     }
 }

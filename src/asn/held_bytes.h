@@ -26,8 +26,8 @@ class HeldBytes {
     void assign(ByteView octets);
     /// Refers to the caller's memory.
     void refer(ByteView octets);
-    /// Drops all but the first `count` octets.
-    void shorten(size_t count) { view_ = view_.first(count); }
+    /// Drops all but the first `count` octets, at once.
+    void shorten(size_t count);
     void clear();
 
     /// Reads up to `count` octets into own memory, which grows as they arrive, so that an absurd count costs nothing.

@@ -272,6 +272,13 @@ TEST(AsnFramework, KeptObjectGivesBackItsOctetsAndRefusesChanges) {
     again = std::move(moved);
     EXPECT_EQ(again.encoded(), hex("A008 02020102 02020304")) << "under another tag, and the first owner is gone";
 
+    const Bytes two = hex("0402 6162 0402 7365");
+    MemoryFile row(two);
+    ASNoctstr first;
+    ASSERT_EQ(first.read(&row, 8, ASN_FLAG_CONST | ASN_FLAG_COPY), 4);
+    const ByteView block(first.keptEncoding().data(), 8);
+    EXPECT_EQ(toBytes(block.last(4)), Bytes(4)) << "what came behind the element is wiped at once";
+
     MemoryFile in(ber);
     EXPECT_EQ(messageOf([&] { static_cast<void>(ASNoctstr().read(&in, 0, ASN_FLAG_CONST | ASN_FLAG_COPY)); }),
               "Assertion !(maxLen <= 0 && (f & ASN_FLAG_COPY)) failed in src/asn/asn_object");
