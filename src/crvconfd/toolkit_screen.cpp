@@ -74,6 +74,22 @@ void releaseEndSignals() {
     for (size_t i = 0; i < kEndSignals.size(); ++i) sigaction(kEndSignals[i], &screen.before[i], nullptr);
 }
 
+std::string terminalName() {
+    const char* name = std::getenv("TERM");
+    return name == nullptr ? "" : name;
+}
+
+std::string tooSmall(int columns, int rows) {
+    return "Terminal jest za mały: " + std::to_string(columns) + "x" + std::to_string(rows) +
+           ", potrzeba co najmniej 80x24.";
+}
+
+/// Why curses cannot draw the screens on the terminal; empty when it can.
+std::string unfitness() {
+    if (tigetstr("cup") == nullptr) return "Terminal nie umie ustawić kursora (TERM=" + terminalName() + ").";
+    return LINES < kScreenRows || COLS < kScreenColumns ? tooSmall(COLS, LINES) : "";
+}
+
 void requireTerminal() {
     if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
         throw NoScreen("Program wymaga terminala na standardowym wejściu i wyjściu.");
@@ -81,8 +97,7 @@ void requireTerminal() {
     winsize size{};
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 && size.ws_col > 0 &&
         (size.ws_row < kScreenRows || size.ws_col < kScreenColumns)) {
-        throw NoScreen("Terminal jest za mały: " + std::to_string(size.ws_col) + "x" + std::to_string(size.ws_row) +
-                       ", potrzeba co najmniej 80x24.");
+        throw NoScreen(tooSmall(size.ws_col, size.ws_row));
     }
 }
 
@@ -157,16 +172,12 @@ void initScr() {
     tcgetattr(STDIN_FILENO, &startModes);
     // newterm and not initscr, which would end the process when the terminal is unknown.
     screen.handle = newterm(nullptr, stdout, stdin);
-    if (screen.handle == nullptr) {
-        const char* name = std::getenv("TERM");
-        throw NoScreen(std::string("Nieznany rodzaj terminala (TERM=") + (name == nullptr ? "" : name) + ").");
-    }
-    if (LINES < kScreenRows || COLS < kScreenColumns) {
-        const std::string size = std::to_string(COLS) + "x" + std::to_string(LINES);
+    if (screen.handle == nullptr) throw NoScreen("Nieznany rodzaj terminala (TERM=" + terminalName() + ").");
+    if (const std::string why = unfitness(); !why.empty()) {
         endwin();
         delscreen(screen.handle);
         screen.handle = nullptr;
-        throw NoScreen("Terminal jest za mały: " + size + ", potrzeba co najmniej 80x24.");
+        throw NoScreen(why);
     }
     screen.pad = newpad(kScreenRows, kScreenColumns);
     screen.cursorVisible = true;

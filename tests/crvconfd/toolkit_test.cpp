@@ -304,6 +304,7 @@ TEST(ToolkitTerminal, WithoutAFitTerminalSaysSo) {
     const std::tuple<const char*, int, int, const char*> cases[] = {
         {"no-such-terminal", 24, 80, "Nieznany rodzaj terminala (TERM=no-such-terminal).\n"},
         {"", 24, 80, "Nieznany rodzaj terminala (TERM=).\n"},
+        {"dumb", 24, 80, "Terminal nie umie ustawić kursora (TERM=dumb).\n"},
         {"xterm", 23, 80, "Terminal jest za mały: 80x23, potrzeba co najmniej 80x24.\n"},
         {"xterm", 24, 79, "Terminal jest za mały: 79x24, potrzeba co najmniej 80x24.\n"}};
     for (const auto& [term, rows, columns, error] : cases) {
