@@ -56,6 +56,12 @@ int copyNumber(long value, char* buf, long* len) {
     return copyAttr({reinterpret_cast<const char*>(&value), sizeof value}, buf, len);
 }
 
+int copyOpenNumber(long value, char* buf, long* len) {
+    constexpr long kSize = sizeof value;
+    if (len && (*len < 0 || *len > kSize)) *len = kSize;
+    return copyNumber(value, buf, len);
+}
+
 bool fitsList(std::string_view text) {
     return text.find_first_of(std::string_view("\"\r\n\0", 4)) == std::string_view::npos;
 }
@@ -81,7 +87,7 @@ int AttrSet::get(long id, char* buf, long* len) const {
     const AttrRow& row = rows_[at];
     const Value& value = values_[at];
     if (id == row.textId) return copyAttr(std::to_string(value.number), buf, len);
-    if (row.form == AttrForm::OpenNumber && *len < 0) *len = sizeof value.number;
+    if (row.form == AttrForm::OpenNumber) return copyOpenNumber(value.number, buf, len);
     if (row.form == AttrForm::Flag)
         return copyAttr(value.number ? std::string_view("\1", 1) : std::string_view("\0", 1), buf, len);
     if (isNumeric(row.form)) return copyNumber(value.number, buf, len);

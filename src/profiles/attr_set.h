@@ -45,6 +45,9 @@ struct AttrRow {
 int copyAttr(std::string_view value, char* buf, long* len);
 /// Copies a number as 8 bytes; the rest of a longer buffer is zeroed.
 int copyNumber(long value, char* buf, long* len);
+/// The same for attributes for which every length outside 0 to 7 counts as 8: such a length says nothing about the
+/// buffer, so only the 8 bytes are written.
+int copyOpenNumber(long value, char* buf, long* len);
 /// Whether a list can hold the text as a value: no double quote, CR, LF or zero byte.
 bool fitsList(std::string_view text);
 /// Whether it can be a component of a path, too: no "[" and no backslash.

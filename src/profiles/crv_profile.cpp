@@ -57,8 +57,7 @@ int CrvProfile::getAttr(long id, char* buf, long* len) const {
         case CRVPROFILE_ATTR_NAME:
             return copyAttr(name_, buf, len);
         case CRVPROFILE_ATTR_TYPE:
-            if (len && *len < 0) *len = sizeof(long);
-            return copyNumber(type(), buf, len);
+            return copyOpenNumber(type(), buf, len);
         case CRVPROFILE_ATTR_TYPE_TEXT:
             return copyAttr(std::to_string(type()), buf, len);
         default:

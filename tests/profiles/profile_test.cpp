@@ -100,14 +100,16 @@ TEST(ProfileAttrs, FollowTheBufferRule) {
         long id, len;
         int result;
         long after;
-    } cases[] = {{0, 2, 34, 3}, {0, 3, 0, 3},   {0, -1, 33, -1}, {1, 7, 34, 8},    {1, 0, 34, 8},  {1, 8, 0, 8},
-                 {1, -5, 0, 8}, {37, -5, 0, 8}, {37, 7, 34, 8},  {28, -1, 33, -1}, {28, 7, 34, 8}, {28, 16, 0, 8}};
+    } cases[] = {{0, 2, 34, 3},  {0, 3, 0, 3},     {0, -1, 33, -1}, {1, 7, 34, 8}, {1, 0, 34, 8},
+                 {1, 8, 0, 8},   {1, 999, 0, 8},   {37, 999, 0, 8}, {1, -5, 0, 8}, {37, -5, 0, 8},
+                 {37, 7, 34, 8}, {28, -1, 33, -1}, {28, 7, 34, 8},  {28, 16, 0, 8}};
     for (const auto& c : cases) {
         std::memset(buf, 'x', sizeof buf);
         len = c.len;
         EXPECT_EQ(profile->getAttr(c.id, buf, &len), c.result) << c.id << ' ' << c.len;
         EXPECT_EQ(len, c.after) << c.id << ' ' << c.len;
         EXPECT_TRUE(c.len != 16 || std::string(buf, 16) == std::string(16, 0));
+        EXPECT_TRUE(c.len != 999 || std::string(buf + 8, 8) == std::string(8, 'x')) << "an open length is no size";
     }
     for (long id : {0, 1, 9}) EXPECT_EQ(profile->getAttr(id, buf, nullptr), 33) << id;
     EXPECT_EQ(profile->setAttr(9, "x", -1), 33);
