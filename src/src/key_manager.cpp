@@ -153,7 +153,9 @@ KeyManagerResult KeyManager::loadKey(const SecretText& password) {
         return read;
     const CRVCfgFile& record = loaded.configuration ? *loaded.configuration : configuration().record();
     KeyStoreContents contents;
-    const KeyManagerResult paired = analyzeKeysAndCerts(loaded, allowsRecertification(record), contents);
+    // What a signed record allows is known when it is verified.
+    const bool recertification = !loaded.signedConfiguration.empty() || allowsRecertification(record);
+    const KeyManagerResult paired = analyzeKeysAndCerts(loaded, recertification, contents);
     if (paired != kKmOk) return paired;
     file_ = std::make_unique<FileState>(octets, contents, password);
     contents_ = std::move(contents);
@@ -191,6 +193,7 @@ KeyManagerResult KeyManager::verifyConfiguration() {
     if (verified != kKmOk) return verified == kKmBadSignature ? kKmConfigurationSignature : verified;
     const auto record = decodeRecord(content);
     if (!record) return kKmBadFormat;
+    if (!allowsRecertification(*record) && hasTwoNames(contents_)) return kKmKeyHasTwoNames;
     takeRecord(record);
     copyUserUnqualifiedTrustedCA();
     wipe(signedConfiguration_);

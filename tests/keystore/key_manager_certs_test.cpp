@@ -127,7 +127,8 @@ TEST_F(KeyManagerCertsTest, TheAdditionalStoreFailsWithItsCode) {
 }
 
 /// Replaces the file by one whose configuration is signed.
-void writeSigned(Session& session, const char* signer, ByteView record) {
+void writeSigned(Session& session, const char* signer, ByteView record,
+                 std::initializer_list<const char*> certificates = {}) {
     SignedData data;
     data.sign(record, {testKey(signer), *testCert("sign"), KeyScheme::rsa, KcHashAlgo::sha256, 1700000000},
               session.keys.random());
@@ -137,6 +138,7 @@ void writeSigned(Session& session, const char* signer, ByteView record) {
     PrivateKeyInfo info;
     ASSERT_TRUE(info.readExactly(testKey("rsa1").toPkcs8()));
     pfx.update(info, testKey("rsa1").keyId());
+    for (const char* name : certificates) pfx.update(*testCert(name), testKey("rsa1").keyId());
     pfx.update(OID_CRV_SAFE_BAG_CONFIG, wrapped);
     const uint8_t salt[20] = {};
     ASSERT_EQ(pfx.final(PbeAlgo::sha1TripleDesCbc, false, asBytes(kPassword), salt, sizeof salt), PfxResult::ok);
@@ -163,6 +165,12 @@ TEST_F(KeyManagerCertsTest, ASignedConfigurationMustVerify) {
     EXPECT_EQ(keys.trustedPoints().size(), 1u);
     ASSERT_EQ(session.login(), kKmOk) << "stored as a plain record";
     EXPECT_EQ(session.record().getIntOpt(17), 99);
+
+    for (const auto& [allowed, result] : {std::pair{1, kKmOk}, {0, kKmKeyHasTwoNames}}) {
+        record.setIntOpt(13, allowed);
+        writeSigned(session, "rsa1", record.encoded(), {"sign", "sign_other"});
+        EXPECT_EQ(session.login(), result) << "the signed option counts";
+    }
 }
 
 struct OtherMediaTest : KeyStoreTest {
