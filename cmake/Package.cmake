@@ -12,7 +12,8 @@ add_library(corvane SHARED ${CMAKE_BINARY_DIR}/corvane_version.c)
 set_target_properties(corvane PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${corvane_soversion} LINKER_LANGUAGE CXX
   LINK_DEPENDS ${corvane_map} C_VISIBILITY_PRESET hidden)
 target_link_libraries(corvane PRIVATE "$<LINK_LIBRARY:WHOLE_ARCHIVE,crv_api>")
-target_link_options(corvane PRIVATE -Wl,--version-script=${corvane_map} -Wl,--as-needed)
+# Never unloaded: libcrypto calls our random generator's functions when a thread that used it ends.
+target_link_options(corvane PRIVATE -Wl,--version-script=${corvane_map} -Wl,--as-needed -Wl,-z,nodelete)
 if(NOT CRV_SANITIZE AND NOT CRV_FUZZ)
   target_link_options(corvane PRIVATE -Wl,-z,defs)
 endif()

@@ -51,5 +51,7 @@ try "$work/cmake/build/client"
 grep -hoE '\bcrv[A-Z][A-Za-z0-9]*\(' "$work"/root/include/corvane/crvapi.h | tr -d '(' | sort -u >"$work/declared"
 nm -D --defined-only "$lib/libcorvane.so" | awk '$2 == "T" {sub("@.*", "", $3); print $3}' | sort -u >"$work/exported"
 diff "$work/declared" "$work/exported"
+# Unloading it would crash the threads that used it when they end.
+readelf -d "$lib/libcorvane.so" | grep 'NODELETE' >/dev/null
 # Not grep -q, which may leave before objdump has said everything.
 objdump -p "$lib/libcorvane.so" | grep 'SONAME *libcorvane.so.3$' >/dev/null
