@@ -126,6 +126,17 @@ TEST(Crl, UnknownCriticalExtensionsAreSeenInListAndEntries) {
     }
 }
 
+TEST(Crl, ReasonsBeyondTheTableAreNoOtherReason) {
+    for (const auto& [number, name] :
+         {std::pair{8L, "removeFromCRL"}, {7L, "unknown"}, {(1L << 32) + 8, "unspecified"}}) {
+        RevokedCertificate entry = entryOf(1);
+        Extensions extensions;
+        extensions.set(OID_CE_CRL_REASON, ASNenum(number));
+        entry.crlEntryExtensions.emplace().build(extensions);
+        EXPECT_STREQ(crlReasonName(entry.reason()), name) << number;
+    }
+}
+
 TEST(Crl, MalformedEntriesSpoilTheList) {
     RevokedCertificates entries, read;
     entries.add(entryOf(1));

@@ -1,5 +1,7 @@
 #include "asn/x509/revoked_certificate.h"
 
+#include <utility>
+
 #include "asn/known_oids.h"
 #include "asn/x509/time.h"
 
@@ -59,7 +61,8 @@ Extensions RevokedCertificate::extensions() const {
 CrlReason RevokedCertificate::reason() const {
     if (!crlEntryExtensions) return CrlReason::unspecified;
     const auto value = extensions().get<ASNenum>(OID_CE_CRL_REASON);
-    return value ? static_cast<CrlReason>(value->valueOr(0)) : CrlReason::unspecified;
+    const long number = value ? value->valueOr(0) : 0;
+    return std::in_range<int>(number) ? static_cast<CrlReason>(number) : CrlReason::unspecified;
 }
 
 std::optional<int64_t> RevokedCertificate::invalidityDate() const {
