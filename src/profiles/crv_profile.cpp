@@ -167,10 +167,29 @@ void CrvProfile::saveProfileWithRollbackIfError(ProfileMedia media, const std::s
 
 void CrvProfile::changeAndSave(ProfileMedia media, const std::string& file,
                                const std::function<void(CrvProfile&)>& change) {
-    const auto changed = clone();
+    // Another program may have changed the list since: its changes are kept.
+    auto changed = savedRecord(media, file);
+    if (!changed) changed = clone();
     change(*changed);
     changed->saveProfile(media, file);
+    // Names come out of a list in upper case; they are to stay as they are from the first save on.
+    if (auto saved = savedRecord(media, file)) changed = std::move(saved);
+    // The places where this record's files are stay those that are in use.
+    changed->db_ = db_;
+    changed->common_ = common_;
+    changed->own_ = own_;
+    changed->listFile_ = listFile_;
+    changed->dbInstDir_ = dbInstDir_;
     *this = *changed;
+}
+
+std::unique_ptr<CrvProfile> CrvProfile::savedRecord(ProfileMedia media, const std::string& file) const {
+    try {
+        auto saved = getProfileByName(media, file, name_);
+        return saved && saved->kind_ == kind_ ? std::move(saved) : nullptr;
+    } catch (const std::runtime_error&) {
+        return nullptr;
+    }
 }
 
 void CrvProfile::removeProfile(ProfileMedia media, const std::string& file, const std::string& name) {

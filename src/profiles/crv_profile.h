@@ -88,7 +88,8 @@ class CrvProfile : public CRVObject, public ServerList, public ProxySettings, pu
     void saveProfile(ProfileMedia media, const std::string& file) const;
     /// The same, but a failure gives the record the list's values again before it is thrown on.
     void saveProfileWithRollbackIfError(ProfileMedia media, const std::string& file);
-    /// Changes a copy, saves it as above and takes its values over; after any exception the record is as it was.
+    /// Changes the record as the list now has it (a copy of this one where it has none), saves it and takes over its
+    /// servers, proxy and usages; after any exception this record is as it was.
     void changeAndSave(ProfileMedia media, const std::string& file, const std::function<void(CrvProfile&)>& change);
     /// Takes a record out of a list; a name that is not there changes nothing. Throws CrvApiException
     /// (ECRV_API_INV_PAR) for what cannot be a name, std::runtime_error as above.
@@ -108,6 +109,8 @@ class CrvProfile : public CRVObject, public ServerList, public ProxySettings, pu
   private:
     void loadProfile(const UniversalConfMgr& store, const std::string& name);
     void writeRecord(UniversalConfMgr& store) const;
+    /// The record of this name and kind in the list; null when it cannot be read.
+    [[nodiscard]] std::unique_ptr<CrvProfile> savedRecord(ProfileMedia media, const std::string& file) const;
     /// The keys of the kind.
     void loadCfgDependingOnDevType(const UniversalConfMgr& store, const std::string& prefix) {
         own_.load(store, prefix);

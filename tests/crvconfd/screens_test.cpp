@@ -139,9 +139,10 @@ TEST_F(MenuScreen, ServersAreAddedOrderedEditedAndDeletedInTheListOfProfiles) {
     prepare();
     open("2");
     play({{kConfiguration, "2"}});
-    for (const char* name : {"zegar", "budzik"}) {
-        play({{"Powrót", "d"}, {"nowy serwer", "\r" + std::string(name) + "\r"}});
-        expectIn("", 2, name);
+    // Names come out of a list in upper case.
+    for (const auto& [typed, name] : {std::pair{"zegar", "ZEGAR"}, {"budzik", "BUDZIK"}}) {
+        play({{"Powrót", "d"}, {"nowy serwer", "\r" + std::string(typed) + "\r"}});
+        expectIn("", 2, typed);
         expectIn(keys::kDown + keys::kDown + "\rtsp.example\r", 4, "tsp.example");
         expectIn(keys::kDown + "\r70000\r", 23, "Dopuszczalne wartości: od 0 do 65535");
         expectIn(" \r318\r", 5, "318");
@@ -150,20 +151,19 @@ TEST_F(MenuScreen, ServersAreAddedOrderedEditedAndDeletedInTheListOfProfiles) {
         screen->send("s");
         screen->waitFor(name + std::string("  HTTP  tsp.example:318"));
     }
-    expectIn(keys::kEnd + "p", 2, "budzik");
-    play({{"budzik", keys::kHome + "e"}, {"Serwery datowania - budzik", keys::kDown + "\r2\r"}});
+    expectIn(keys::kEnd + "p", 2, "BUDZIK");
+    play({{"BUDZIK", keys::kHome + "e"}, {"Serwery datowania - BUDZIK", keys::kDown + "\r2\r"}});
     expectIn("w", 23, "Zapisać zmiany (t/n)?");
-    expectIn("n", 2, "budzik  HTTP  tsp.example:318");
+    expectIn("n", 2, "BUDZIK  HTTP  tsp.example:318");
     // Enter alone keeps the port.
-    play({{"Edytuj", "e"}, {"- budzik", "\r" + keys::kDown + keys::kDown + "\r"}, {"Port: 318", "\rs"}});
-    expectIn("", 2, "budzik  FTP  tsp.example:318");
-    expectIn(keys::kHome + "k", 3, "budzik");
+    play({{"Edytuj", "e"}, {"- BUDZIK", "\r" + keys::kDown + keys::kDown + "\r"}, {"Port: 318", "\rs"}});
+    expectIn("", 2, "BUDZIK  FTP  tsp.example:318");
+    expectIn(keys::kHome + "k", 3, "BUDZIK");
     play({{"Edytuj", "w"}, {kConfiguration, "6"}, {"Ustawienia proxy", keys::kDown + "\rproxy.example\r"}});
     expectIn(keys::kDown + "\r8080\rs", 13, "9) Rozszerzone");
     EXPECT_EQ(leave(kConfiguration), 0);
     open("4");
     play({{"proxy.example:8080", "w"}, {kMainMenu, "2"}, {kConfiguration, "2"}, {"Serwery datowania", ""}});
-    // Names come out of a list in upper case.
     expectIn("", 2, "ZEGAR  HTTP  tsp.example:318");
     expectIn("", 3, "BUDZIK  FTP");
     const std::string question = "Czy na pewno chcesz usunąć serwer (t/n)?";

@@ -337,6 +337,25 @@ TEST_F(ProfileRecord, GoesBackToTheListWhenASaveFails) {
     EXPECT_EQ(readFile(list), before);
 }
 
+TEST_F(ProfileRecord, ChangesKeepWhatAnotherProgramSavedMeanwhile) {
+    auto profile = named(1, "Ala");
+    profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, "used");
+    profile->saveProfile(ProfileMedia::File, list);
+    const auto other = CrvProfile::getProfileByName(ProfileMedia::File, list, "Ala");
+    other->addAcceptedExtKeyUsage("1.2.3", "cudze");
+    other->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, "moved");
+    other->saveProfile(ProfileMedia::File, list);
+    const auto add = [](CrvProfile& target) { target.addAcceptedExtKeyUsage("1.2.4", "moje"); };
+    profile->changeAndSave(ProfileMedia::File, list, add);
+    std::string value;
+    profile->getAttr(CRVPROFILE_ATTR_PKCS12_FILE, value);
+    EXPECT_EQ(value, "used") << "an open profile does not change its files";
+    const auto saved = CrvProfile::getProfileByName(ProfileMedia::File, list, "Ala");
+    saved->getAttr(CRVPROFILE_ATTR_PKCS12_FILE, value);
+    EXPECT_EQ(value, "moved");
+    for (const CrvProfile* record : {profile.get(), saved.get()}) EXPECT_EQ(record->getAcceptedExtKeyUsagesCount(), 2);
+}
+
 TEST(ProfileGuard, TakesAwayWhatAnUnfinishedCreationMade) {
     for (const bool completed : {true, false}) {
         TempDir dir;
