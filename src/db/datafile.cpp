@@ -110,7 +110,7 @@ bool DataFile::readHead(int64_t recNo, RecordHead& head) {
 bool DataFile::keysFit(std::span<const std::string_view> keys) const {
     if (keys.size() != static_cast<size_t>(numIdx_)) return false;
     for (int i = 0; i < numIdx_; ++i) {
-        if (keyText(keys[i]).size() >= static_cast<size_t>(descs_[i].keyLen)) return false;
+        if (!keyFits(keys[i], descs_[i])) return false;
     }
     return true;
 }

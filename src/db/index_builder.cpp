@@ -21,10 +21,10 @@ uint64_t octetsAt(std::string_view key, size_t depth) {
     return part;
 }
 
-/// Deals `total` things out to the fewest pages that hold `most` each, as evenly as may be.
-class Dealer {
+/// Splits `total` entries among the fewest pages that hold `most` each.
+class EvenSplit {
   public:
-    Dealer(size_t total, size_t most) : total_(total), pages_((total + most - 1) / most) {}
+    EvenSplit(size_t total, size_t most) : total_(total), pages_((total + most - 1) / most) {}
     [[nodiscard]] size_t pages() const { return pages_; }
     /// Where the share of a page begins.
     [[nodiscard]] size_t start(size_t page) const { return page * (total_ / pages_) + std::min(page, total_ % pages_); }
@@ -108,16 +108,16 @@ bool IndexBuilder::writeTree(int idx) {
 
 bool IndexBuilder::writeLeaves(const IndexFile::Root& tree, std::span<const Entry> entries,
                                std::vector<Branch>& leaves) {
-    const Dealer dealer(entries.size(), static_cast<size_t>(tree.maxKeys));
-    leaves.reserve(dealer.pages());
-    for (size_t i = 0; i < dealer.pages(); ++i) {
+    const EvenSplit split(entries.size(), static_cast<size_t>(tree.maxKeys));
+    leaves.reserve(split.pages());
+    for (size_t i = 0; i < split.pages(); ++i) {
         Page leaf(nextPage(), tree.desc, tree.maxKeys);
         if (i > 0) leaf.prev = leaf.position - tree.desc.pageSize;
-        if (i + 1 < dealer.pages()) leaf.next = leaf.position + tree.desc.pageSize;
-        for (size_t at = dealer.start(i); at < dealer.start(i + 1); ++at) {
+        if (i + 1 < split.pages()) leaf.next = leaf.position + tree.desc.pageSize;
+        for (size_t at = split.start(i); at < split.start(i + 1); ++at) {
             leaf.insertAt(leaf.count + 1, entries[at].key, {entries[at].recNo, nowhere});
         }
-        const Entry& last = entries[dealer.start(i + 1) - 1];
+        const Entry& last = entries[split.start(i + 1) - 1];
         leaves.push_back({last.key, last.recNo, leaf.position});
         if (!write(leaf)) return false;
     }
@@ -126,12 +126,12 @@ bool IndexBuilder::writeLeaves(const IndexFile::Root& tree, std::span<const Entr
 
 /// A page has a child more than keys, so two children at least.
 bool IndexBuilder::writeInner(const IndexFile::Root& tree, std::span<const Branch> below, std::vector<Branch>& pages) {
-    const Dealer dealer(below.size(), static_cast<size_t>(tree.maxKeys) + 1);
-    pages.reserve(dealer.pages());
-    for (size_t i = 0; i < dealer.pages(); ++i) {
+    const EvenSplit split(below.size(), static_cast<size_t>(tree.maxKeys) + 1);
+    pages.reserve(split.pages());
+    for (size_t i = 0; i < split.pages(); ++i) {
         Page inner(nextPage(), tree.desc, tree.maxKeys);
-        const size_t end = dealer.start(i + 1);
-        size_t at = dealer.start(i);
+        const size_t end = split.start(i + 1);
+        size_t at = split.start(i);
         inner.setLeftmost(below[at].page);
         for (; at + 1 < end; ++at) {
             inner.insertAt(inner.count + 1, below[at].key, {below[at].recNo, below[at + 1].page});
@@ -143,9 +143,7 @@ bool IndexBuilder::writeInner(const IndexFile::Root& tree, std::span<const Branc
 }
 
 bool IndexBuilder::write(const Page& page) {
-    const auto size = static_cast<size_t>(page.desc.pageSize);
-    buffer_.resize(buffer_.size() + size);
-    page.encode(buffer_.data() + buffer_.size() - size);
+    page.appendTo(buffer_);
     return buffer_.size() < pieceSize || writeBuffer();
 }
 

@@ -247,7 +247,7 @@ void IndexFile::growRoot(Index& index, const Page& left, std::string_view key, P
 bool IndexFile::keysFit(std::span<const std::string_view> keys) const {
     if (keys.size() != static_cast<size_t>(numIdx_)) return false;
     for (int i = 0; i < numIdx_; ++i) {
-        if (keyText(keys[i]).size() >= static_cast<size_t>(indexes_[i].desc.keyLen)) return false;
+        if (!keyFits(keys[i], indexes_[i].desc)) return false;
     }
     return true;
 }
@@ -285,14 +285,15 @@ bool IndexFile::writeChanges() {
     std::ranges::sort(dirty_, {}, &Page::position);
     const auto fresh = std::ranges::find_if(dirty_, &Page::isNew);  // behind all old ones
     scratch_.clear();
-    for (auto it = fresh; it != dirty_.end(); ++it) addToScratch(**it);
+    for (auto it = fresh; it != dirty_.end(); ++it) (*it)->appendTo(scratch_);
     if (!scratch_.empty() && append(scratch_) < 0) return false;
     halfWritten_ = true;
     for (auto it = dirty_.begin(); it != fresh;) {
         // Pages that lie side by side are written together.
         const int64_t start = (*it)->position;
         scratch_.clear();
-        while (it != fresh && (*it)->position == start + static_cast<int64_t>(scratch_.size())) addToScratch(**it++);
+        while (it != fresh && (*it)->position == start + static_cast<int64_t>(scratch_.size()))
+            (*it++)->appendTo(scratch_);
         if (!writeAt(start, scratch_)) return false;
     }
     const Head head = encodeHead();
@@ -303,11 +304,6 @@ bool IndexFile::writeChanges() {
     for (Page* page : dirty_) page->dirty = page->isNew = false;
     dirty_.clear();
     return true;
-}
-
-void IndexFile::addToScratch(const Page& page) {
-    scratch_.resize(scratch_.size() + static_cast<size_t>(page.desc.pageSize));
-    page.encode(scratch_.data() + scratch_.size() - page.desc.pageSize);
 }
 
 void IndexFile::forgetChanges() {

@@ -108,7 +108,6 @@ class IndexFile : public File {
     [[nodiscard]] bool splitUpwards(Index& index, std::vector<Step>& path);
     void growRoot(Index& index, const Page& left, std::string_view key, Page::Entry separator);
     [[nodiscard]] bool writeChanges();
-    void addToScratch(const Page& page);
     void forgetChanges();
     void loseChanges();
     [[nodiscard]] int land(int64_t page, bool atEnd);

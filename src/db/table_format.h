@@ -84,9 +84,14 @@ struct TableRecord {
     bool operator==(const TableRecord&) const = default;
 };
 
-/// The part of a key that the tables see: what stands before its first zero octet.
+/// What the tables see of a key: the octets before its first zero octet.
 inline std::string_view keyText(std::string_view key) {
     return key.substr(0, key.find('\0'));
+}
+
+/// Whether the key and its terminator fit into a slot of the index.
+inline bool keyFits(std::string_view key, IndexDesc desc) {
+    return keyText(key).size() < static_cast<size_t>(desc.keyLen);
 }
 
 }  // namespace crv

@@ -40,7 +40,7 @@ using DnFldList = std::vector<DnFld>;
 /// and at a zero octet.
 void addToListNoRepeat(DnFldList& list, uint8_t type, std::string value);
 
-/// The part of a value that the database keeps.
+/// As much of a value as the database keeps.
 std::string dnFldValue(std::string value);
 
 }  // namespace crv

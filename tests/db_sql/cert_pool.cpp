@@ -21,17 +21,17 @@ NameFields subjectOf(size_t i) {
     return fields;
 }
 
-CertSpec specOf(size_t i) {
-    CertSpec spec{.subject = subjectOf(i), .serial = std::to_string(1000 + i % (poolSize - 10)), .extensions = {}};
-    if (i % 9 == 0) spec.extensions = caExtensions();
+CertPlan specOf(size_t i) {
+    CertPlan plan{.subject = subjectOf(i), .serial = std::to_string(1000 + i % (poolSize - 10)), .extensions = {}};
+    if (i % 9 == 0) plan.extensions = caExtensions();
     if (i % 3 == 0) {
         std::string names = "email:san" + std::to_string(i) + "@firma.pl";
         if (i % 6 == 0) names += ",email:drugi" + std::to_string(i % 4) + "@firma.pl";
-        spec.extensions.emplace_back("subjectAltName", names);
+        plan.extensions.emplace_back("subjectAltName", names);
     }
-    if (i % 4 == 1) spec.extensions.emplace_back("subjectKeyIdentifier", i % 8 == 1 ? "010203" : "01020300FF");
-    if (i % 7 == 0) spec.notAfter = -3600;
-    return spec;
+    if (i % 4 == 1) plan.extensions.emplace_back("subjectKeyIdentifier", i % 8 == 1 ? "010203" : "01020300FF");
+    if (i % 7 == 0) plan.notAfter = -3600;
+    return plan;
 }
 
 }  // namespace

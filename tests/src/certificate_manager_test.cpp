@@ -23,7 +23,7 @@ using Extensions = std::vector<std::pair<std::string, std::string>>;
 
 const int64_t now = time(nullptr);
 
-CertSpec authority(const char* name, int pathLength = -1) {
+CertPlan authority(const char* name, int pathLength = -1) {
     return {.subject = {{"C", "PL", printableString}, {"CN", name}}, .extensions = caExtensions(pathLength)};
 }
 
@@ -39,7 +39,7 @@ class ManagersTest : public testing::Test {
         revocation.init(certificates);
         trust.push_back(makeCert(ByteView(root.der)));
     }
-    MadeCert issue(const CertSpec& spec, const MadeCert& issuer) { return test::makeCert(spec, &issuer); }
+    MadeCert issue(const CertPlan& plan, const MadeCert& issuer) { return test::makeCert(plan, &issuer); }
     MadeCert leafOf(const MadeCert& issuer, const char* serial = "1") {
         return issue({.subject = {{"CN", "A"}}, .serial = serial}, issuer);
     }
@@ -48,7 +48,7 @@ class ManagersTest : public testing::Test {
         return certificates.buildPath(crv::makeCert(made.der), {now, usage, check});
     }
     CrtStatus status(const MadeCert& made) { return revocation.status(crv::makeCert(made.der), now); }
-    int insertCrl(const CrlSpec& spec, const MadeCert& issuer) { return revocation.insert(makeCrl(spec, issuer)); }
+    int insertCrl(const CrlPlan& plan, const MadeCert& issuer) { return revocation.insert(makeCrl(plan, issuer)); }
 
     const TempDir dir;
     DbManager database;
@@ -148,7 +148,7 @@ TEST_F(ManagersTest, PathLengthNameAndIssuerAreChecked) {
 
 TEST_F(ManagersTest, CrossCertificatesAreTriedUntilOneIsGood) {
     // The same authority under an expired and a good certificate, and a circle of two others.
-    CertSpec old = authority("Krzyżowy");
+    CertPlan old = authority("Krzyżowy");
     old.notAfter = -60;
     const TestKey key = test::makeKey();
     const MadeCert expired = test::makeCert(old, &root, key);
@@ -171,7 +171,7 @@ TEST_F(ManagersTest, StatusComesFromCurrentVerifiedCrlsAndTheirDeltas) {
     EXPECT_EQ(status(good).code, ECRV_CRL_NOT_FOUND);
     EXPECT_EQ(path(good, RevocationCheck::required).code, ECRV_CRL_NOT_FOUND);
     EXPECT_EQ(path(good).code, 0);
-    const CrlSpec first{.entries = {{"11", 1, -7200}, {"12", 6}}};
+    const CrlPlan first{.entries = {{"11", 1, -7200}, {"12", 6}}};
     EXPECT_EQ(insertCrl(first, middle), kCrlInserted);
     EXPECT_EQ(status(good).state, CrtStatus::State::good);
     EXPECT_EQ(path(good, RevocationCheck::required).code, ECRV_CRL_NOT_FOUND) << "nothing is known of the authority";
@@ -206,7 +206,7 @@ TEST_F(ManagersTest, CrlsThatMustNotBeBelievedLeaveTheStatusUnknown) {
     };
     struct Row {
         const char* what;
-        CrlSpec spec;
+        CrlPlan plan;
         int code;
     };
     const Row rows[] = {
@@ -228,9 +228,9 @@ TEST_F(ManagersTest, CrlsThatMustNotBeBelievedLeaveTheStatusUnknown) {
          0},
     };
     for (Row row : rows) {
-        if (row.spec.number != 1 && row.spec.number != 8) row.spec.entries = {{"11"}};
+        if (row.plan.number != 1 && row.plan.number != 8) row.plan.entries = {{"11"}};
         const bool forged = row.code == ECRV_CRTSIGN;
-        const Bytes crl = makeCrl(row.spec, forged ? forger : middle);
+        const Bytes crl = makeCrl(row.plan, forged ? forger : middle);
         EXPECT_EQ(revocation.verify(crl, now), row.code) << row.what;
         EXPECT_EQ(revocation.insert(crl), kCrlInserted) << row.what << ": the user may want it all the same";
         EXPECT_EQ(status(leaf).state, CrtStatus::State::unknown) << row.what;

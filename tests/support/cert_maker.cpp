@@ -102,22 +102,22 @@ TestKey makeKey() {
     return {need(EVP_EC_gen("P-256")), EVP_PKEY_free};
 }
 
-MadeCert makeCert(const CertSpec& spec, const MadeCert* issuer, TestKey key) {
+MadeCert makeCert(const CertPlan& plan, const MadeCert* issuer, TestKey key) {
     if (!key) key = makeKey();
     const Owned<X509> cert(need(X509_new()), X509_free);
-    need(X509_set_version(cert.get(), spec.version1 ? X509_VERSION_1 : X509_VERSION_3));
-    need(X509_set_serialNumber(cert.get(), integerOf(spec.serial).get()));
-    need(X509_set_subject_name(cert.get(), nameOf(spec.subject).get()));
-    need(X509_set_issuer_name(cert.get(), nameOf(issuer != nullptr ? issuer->subject : spec.subject).get()));
-    need(X509_set1_notBefore(cert.get(), timeOf(spec.notBefore).get()));
-    need(X509_set1_notAfter(cert.get(), timeOf(spec.notAfter).get()));
+    need(X509_set_version(cert.get(), plan.version1 ? X509_VERSION_1 : X509_VERSION_3));
+    need(X509_set_serialNumber(cert.get(), integerOf(plan.serial).get()));
+    need(X509_set_subject_name(cert.get(), nameOf(plan.subject).get()));
+    need(X509_set_issuer_name(cert.get(), nameOf(issuer != nullptr ? issuer->subject : plan.subject).get()));
+    need(X509_set1_notBefore(cert.get(), timeOf(plan.notBefore).get()));
+    need(X509_set1_notAfter(cert.get(), timeOf(plan.notAfter).get()));
     need(X509_set_pubkey(cert.get(), key.get()));
     const Owned<X509> issuerCert = issuer != nullptr ? parse(issuer->der) : Owned<X509>(nullptr, X509_free);
     X509V3_CTX ctx{};
     X509V3_set_ctx(&ctx, issuer != nullptr ? issuerCert.get() : cert.get(), cert.get(), nullptr, nullptr, 0);
-    addExtensions(cert.get(), ctx, spec.extensions, X509_add_ext);
+    addExtensions(cert.get(), ctx, plan.extensions, X509_add_ext);
     need(X509_sign(cert.get(), (issuer != nullptr ? issuer->key : key).get(), EVP_sha256()));
-    return {encode(cert.get(), i2d_X509), spec.subject, std::move(key)};
+    return {encode(cert.get(), i2d_X509), plan.subject, std::move(key)};
 }
 
 std::vector<std::pair<std::string, std::string>> caExtensions(int pathLength) {
@@ -127,19 +127,19 @@ std::vector<std::pair<std::string, std::string>> caExtensions(int pathLength) {
             {"subjectKeyIdentifier", "hash"}};
 }
 
-Bytes makeCrl(const CrlSpec& spec, const MadeCert& issuer) {
+Bytes makeCrl(const CrlPlan& plan, const MadeCert& issuer) {
     const Owned<X509_CRL> crl(need(X509_CRL_new()), X509_CRL_free);
     need(X509_CRL_set_version(crl.get(), X509_CRL_VERSION_2));
     need(X509_CRL_set_issuer_name(crl.get(), nameOf(issuer.subject).get()));
-    need(X509_CRL_set1_lastUpdate(crl.get(), timeOf(spec.thisUpdate).get()));
-    need(X509_CRL_set1_nextUpdate(crl.get(), timeOf(spec.nextUpdate).get()));
-    for (const CrlEntry& entry : spec.entries) addEntry(crl.get(), entry);
-    addInteger(crl.get(), NID_crl_number, spec.number, false);
-    if (spec.base >= 0) addInteger(crl.get(), NID_delta_crl, spec.base, true);
+    need(X509_CRL_set1_lastUpdate(crl.get(), timeOf(plan.thisUpdate).get()));
+    need(X509_CRL_set1_nextUpdate(crl.get(), timeOf(plan.nextUpdate).get()));
+    for (const CrlEntry& entry : plan.entries) addEntry(crl.get(), entry);
+    addInteger(crl.get(), NID_crl_number, plan.number, false);
+    if (plan.base >= 0) addInteger(crl.get(), NID_delta_crl, plan.base, true);
     const Owned<X509> issuerCert = parse(issuer.der);
     X509V3_CTX ctx{};
     X509V3_set_ctx(&ctx, issuerCert.get(), nullptr, nullptr, crl.get(), 0);
-    addExtensions(crl.get(), ctx, spec.extensions, X509_CRL_add_ext);
+    addExtensions(crl.get(), ctx, plan.extensions, X509_CRL_add_ext);
     need(X509_CRL_sign(crl.get(), issuer.key.get(), EVP_sha256()));
     return encode(crl.get(), i2d_X509_CRL);
 }

@@ -29,7 +29,7 @@ using NameFields = std::vector<NameField>;
 
 constexpr int64_t day = 86400;
 
-struct CertSpec {
+struct CertPlan {
     NameFields subject;
     std::string serial = "1";  ///< hexadecimal
     int64_t notBefore = -day;  ///< seconds from now
@@ -46,7 +46,7 @@ struct MadeCert {
 };
 
 /// Issued by `issuer`, or self-signed when it is null; the key is made when none is given.
-MadeCert makeCert(const CertSpec& spec, const MadeCert* issuer = nullptr, TestKey key = nullptr);
+MadeCert makeCert(const CertPlan& plan, const MadeCert* issuer = nullptr, TestKey key = nullptr);
 
 /// Extensions of an authority: basicConstraints (with a path length unless negative), keyUsage, key identifiers.
 std::vector<std::pair<std::string, std::string>> caExtensions(int pathLength = -1);
@@ -57,7 +57,7 @@ struct CrlEntry {
     int64_t when = -3600;
 };
 
-struct CrlSpec {
+struct CrlPlan {
     std::vector<CrlEntry> entries{};
     long number = 1;
     long base = -1;  ///< number of the complete CRL of a delta; negative: no delta
@@ -66,7 +66,7 @@ struct CrlSpec {
     std::vector<std::pair<std::string, std::string>> extensions{{"authorityKeyIdentifier", "keyid"}};
 };
 
-Bytes makeCrl(const CrlSpec& spec, const MadeCert& issuer);
+Bytes makeCrl(const CrlPlan& plan, const MadeCert& issuer);
 
 /// A PKCS#7 bundle of the certificates, DER.
 Bytes makeBundle(const std::vector<Bytes>& certificates);
