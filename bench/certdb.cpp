@@ -19,7 +19,7 @@
 
 #include "db_sql/crt_db.h"
 #include "db_sql/crt_keys.h"
-#include "misc/no_oop.h"
+#include "db_sql/no_oop.h"
 #include "support/cert_maker.h"
 
 using namespace crv;

@@ -7,14 +7,14 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "config/configuration_manager.h"
+#include "config/context_services.h"
 #include "corvane/crvprofile.h"
+#include "keystore/key_manager.h"
+#include "keystore/key_pairing.h"
+#include "keystore/security_file.h"
 #include "misc/atomic_write.h"
 #include "profiles/profile_kinds.h"
-#include "src/configuration_manager.h"
-#include "src/context_services.h"
-#include "src/key_manager.h"
-#include "src/key_pairing.h"
-#include "src/security_file.h"
 
 namespace crv {
 namespace {

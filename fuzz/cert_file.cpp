@@ -1,7 +1,7 @@
 // Certificates and CRLs out of files of any form.
 #include "asn/x509/signed_certificate.h"
 #include "db_sql/crt_keys.h"
-#include "src/cert_file_reader.h"
+#include "pki/cert_file_reader.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     using namespace crv;

@@ -5,8 +5,8 @@
 #include "asn/known_oids.h"
 #include "asn/pkcs/pfx.h"
 #include "crypto/crypto_error.h"
-#include "src/key_pairing.h"
-#include "src/security_file.h"
+#include "keystore/key_pairing.h"
+#include "keystore/security_file.h"
 
 using namespace crv;
 

@@ -1,6 +1,6 @@
 // Any octets through the tree printer: lines of printable text, and an end that is told.
-#include "asn/structure_kind.h"
-#include "asn/tree_printer.h"
+#include "crvasn/structure_kind.h"
+#include "crvasn/tree_printer.h"
 #include "round_trip.h"
 
 using namespace crv;

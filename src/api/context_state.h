@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "api/pin_cache.h"
-#include "src/context_services.h"
+#include "config/context_services.h"
 
 namespace crv {
 

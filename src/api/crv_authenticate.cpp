@@ -3,9 +3,9 @@
 
 #include "api/api_frame.h"
 #include "asn/x509/signed_certificate.h"
+#include "config/warning_codes.h"
 #include "misc/exceptions.h"
 #include "misc/file_semaphore.h"
-#include "src/warning_codes.h"
 
 namespace crv {
 namespace {

@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "api/api_frame.h"
+#include "config/trusted_list_manager.h"
 #include "misc/exceptions.h"
 #include "misc/logger.h"
-#include "src/trusted_list_manager.h"
 
 namespace crv {
 namespace {

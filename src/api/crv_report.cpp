@@ -1,6 +1,6 @@
 // Calls that show what the others did; they leave report and warnings of the last operation alone.
 #include "api/api_frame.h"
-#include "src/warning_codes.h"
+#include "config/warning_codes.h"
 
 namespace crv {
 namespace {

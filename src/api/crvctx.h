@@ -6,13 +6,13 @@
 #include <string>
 
 #include "api/context_state.h"
+#include "config/configuration_manager.h"
 #include "corvane/crvapi.h"
 #include "db_sql/db_manager.h"
+#include "keystore/key_manager.h"
+#include "pki/network_manager.h"
+#include "pki/revocation_manager.h"
 #include "profiles/server_list.h"
-#include "src/configuration_manager.h"
-#include "src/key_manager.h"
-#include "src/network_manager.h"
-#include "src/revocation_manager.h"
 
 namespace crv {
 

@@ -4,8 +4,8 @@
 #include <array>
 #include <ctime>
 
+#include "config/context_services.h"
 #include "misc/secret.h"
-#include "src/context_services.h"
 
 namespace crv {
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "asn/asn_object.h"
-#include "misc/typed_pointer_list.h"
+#include "asn/typed_pointer_list.h"
 
 namespace crv {
 

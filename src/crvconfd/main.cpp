@@ -1,4 +1,4 @@
-#include "crvconfd/program.h"
+#include "crvconfd/session/program.h"
 
 int main(int argc, char** argv) {
     return crv::runProgram(argc, argv);

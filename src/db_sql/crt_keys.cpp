@@ -6,7 +6,7 @@
 
 #include "asn/x509/signed_certificate.h"
 #include "crypto/kc_hash.h"
-#include "misc/no_oop.h"
+#include "db_sql/no_oop.h"
 
 namespace crv {
 

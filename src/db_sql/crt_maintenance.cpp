@@ -11,8 +11,8 @@
 #include "db_sql/crt_keys.h"
 #include "db_sql/crt_table_set.h"
 #include "db_sql/dangling_records.h"
+#include "db_sql/no_oop.h"
 #include "misc/logger.h"
-#include "misc/no_oop.h"
 
 namespace crv {
 

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "db_sql/dn_fld.h"
+#include "db_sql/no_oop.h"
 #include "misc/exceptions.h"
-#include "misc/no_oop.h"
 
 namespace crv {
 

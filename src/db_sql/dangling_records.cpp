@@ -5,7 +5,7 @@
 
 #include "db/data_scan.h"
 #include "db/database.h"
-#include "misc/no_oop.h"
+#include "db_sql/no_oop.h"
 #include "misc/whole_file.h"
 
 namespace crv {

@@ -8,7 +8,7 @@
 
 #include "db_sql/crt_keys.h"
 #include "db_sql/crt_maintenance.h"
-#include "misc/no_oop.h"
+#include "db_sql/no_oop.h"
 #include "misc/whole_file.h"
 
 namespace crv {

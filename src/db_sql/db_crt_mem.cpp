@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "db_sql/crt_keys.h"
-#include "misc/no_oop.h"
+#include "db_sql/no_oop.h"
 
 namespace crv {
 

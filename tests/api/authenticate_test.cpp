@@ -2,9 +2,9 @@
 #include <gmock/gmock.h>
 
 #include "api/crvctx.h"
+#include "config/warning_codes.h"
 #include "crypto/private_key.h"
 #include "misc/file_semaphore.h"
-#include "src/warning_codes.h"
 #include "support/cert_maker.h"
 #include "support/temp_dir.h"
 

@@ -8,9 +8,9 @@
 #include "api/crv_options.h"
 #include "api/error_table.h"
 #include "api/vtest_text_buffer.h"
+#include "config/warning_codes.h"
 #include "misc/exceptions.h"
 #include "profiles/profile_kinds.h"
-#include "src/warning_codes.h"
 
 namespace crv {
 namespace {

@@ -13,6 +13,7 @@
 #include "asn/asn_tagged.h"
 #include "asn/asn_time.h"
 #include "asn/known_oids.h"
+#include "asn/typed_pointer_list.h"
 #include "crypto/kc_hash.h"
 #include "misc/exceptions.h"
 #include "misc/memory_file.h"
@@ -550,6 +551,21 @@ TEST(AsnStreams, StructureIsCollectedAndContentsAreWrittenInPieces) {
     EXPECT_EQ(write(-1), hex("A080 2480 0403 616263 0402 6465 0000 0000"));
     ASNoctstr string;
     EXPECT_EQ(string.doGetLen(300), 304);
+}
+
+TEST(TypedPointerLists, OwnTheirElementsAndCopyThem) {
+    TypedPointerList<std::string> list;
+    std::string& first = list.emplace("a");
+    for (int i = 0; i < 100; ++i) list.emplace("b");
+    EXPECT_EQ(&first, &list[0]) << "elements keep their address";
+    TypedPointerList<std::string> copy = list;
+    copy[0] = "c";
+    EXPECT_EQ(list[0], "a");
+    copy.insert(1, std::make_unique<std::string>("d"));
+    EXPECT_EQ(*copy.remove(0), "c");
+    EXPECT_EQ(*copy.begin(), "d");
+    copy = copy;  // NOLINT: self-assignment is what is tested
+    EXPECT_EQ(std::count(copy.begin(), copy.end(), "b"), 100);
 }
 
 }  // namespace

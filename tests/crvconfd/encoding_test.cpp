@@ -1,4 +1,4 @@
-#include "crvconfd/encoding.h"
+#include "crvconfd/toolkit/encoding.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "crvconfd/toolkit.h"
+#include "crvconfd/toolkit/toolkit.h"
 
 namespace crv {
 namespace {

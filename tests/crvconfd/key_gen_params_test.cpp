@@ -1,5 +1,5 @@
 // The rules that tie scheme, length and signature algorithm together.
-#include "crvconfd/key_gen_params.h"
+#include "crvconfd/screens/key_gen_params.h"
 
 #include <gtest/gtest.h>
 

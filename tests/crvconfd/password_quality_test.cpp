@@ -1,5 +1,5 @@
 // The rules for passwords.
-#include "crvconfd/password_quality.h"
+#include "crvconfd/screens/password_quality.h"
 
 #include <gtest/gtest.h>
 

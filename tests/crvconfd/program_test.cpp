@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <csignal>
 
-#include "crvconfd/profile_names.h"
+#include "crvconfd/session/profile_names.h"
 #include "misc/exceptions.h"
 #include "support/screen/screen_program.h"
 #include "support/temp_dir.h"

@@ -6,7 +6,7 @@
 #include "db/table_test_base.h"
 #include "db_sql/db_crl_files.h"
 #include "db_sql/db_crv.h"
-#include "misc/no_oop.h"
+#include "db_sql/no_oop.h"
 #include "support/faulty_file_ops.h"
 
 using namespace crv;

@@ -8,7 +8,7 @@
 
 #include "db/table_rebuild.h"
 #include "db/table_test_base.h"
-#include "misc/no_oop.h"
+#include "db_sql/no_oop.h"
 #include "support/faulty_file_ops.h"
 #include "support/message_of.h"
 
@@ -193,6 +193,19 @@ TEST(DbLock, OnlyNestedLocksShareAndForeignContentIsNoMark) {
     EXPECT_EQ(lock.acquire(sharedLock), DbLock::Result::ok);
     lock.release();
     EXPECT_EQ(test::readFile(dir.file("l")).substr(0, 8), "CRVMARK0");
+}
+
+TEST(DbKeys, OfDigestsAreNotHexadecimalButRecordNumbersAre) {
+    const Bytes digest{0x0A, 0xFF, 0x30};
+    EXPECT_EQ(codeDigest(digest), "0:??30");
+    char small[5];
+    EXPECT_EQ(messageOf([&] { codeDigest(digest.data(), 3, small, 5); }),
+              "Assertion dstLen >= 2*digestLen failed in src/misc/no_oop");
+    EXPECT_EQ(recNoEncode(56) + recNoEncode(0x123456789ABCL), "00000038123456789ABC");
+    EXPECT_EQ(recNoDecode("00000038"), 56);
+    EXPECT_EQ(recNoDecode("7fffffffffffffff"), INT64_MAX);
+    for (const char* bad : {"8000000000000000", "fffffffffffffffff", "", "xyz", "-1"})
+        EXPECT_FALSE(recNoDecode(bad)) << bad;
 }
 
 }  // namespace

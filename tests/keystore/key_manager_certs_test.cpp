@@ -1,11 +1,11 @@
 // The user's certificates, trust points, signed configurations, and profiles without a security file.
 #include "asn/pkcs/pfx.h"
 #include "asn/pkcs/signed_data.h"
+#include "config/config_oids.h"
 #include "corvane/crvprofile.h"
 #include "key_store_session.h"
 #include "misc/exceptions.h"
 #include "profiles/profile_kinds.h"
-#include "src/config_oids.h"
 
 namespace crv::test {
 namespace {

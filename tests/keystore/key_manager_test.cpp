@@ -1,5 +1,5 @@
 // Opening, saving and closing a key store of a file profile.
-#include "src/key_manager.h"
+#include "keystore/key_manager.h"
 
 #include <sys/stat.h>
 #include <sys/wait.h>

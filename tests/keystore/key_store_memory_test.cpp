@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "key_store_session.h"
-#include "src/security_file.h"
+#include "keystore/security_file.h"
 #include "support/faulty_file_ops.h"
 
 namespace crv::test {

@@ -7,8 +7,8 @@
 #include <random>
 
 #include "key_store_session.h"
+#include "keystore/security_file.h"
 #include "misc/file_semaphore.h"
-#include "src/security_file.h"
 
 namespace crv::test {
 namespace {

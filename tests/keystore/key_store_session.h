@@ -8,9 +8,9 @@
 #include <string>
 
 #include "asn/x509/signed_certificate.h"
-#include "src/configuration_manager.h"
-#include "src/context_services.h"
-#include "src/key_manager.h"
+#include "config/configuration_manager.h"
+#include "config/context_services.h"
+#include "keystore/key_manager.h"
 #include "support/temp_dir.h"
 
 namespace crv::test {

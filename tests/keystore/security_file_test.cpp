@@ -1,13 +1,13 @@
 // The security file as octets: round trips, other tools' files, ours in other tools, damage.
-#include "src/security_file.h"
+#include "keystore/security_file.h"
 
 #include <algorithm>
 #include <random>
 
 #include "asn/pkcs/pfx.h"
 #include "key_store_session.h"
+#include "keystore/key_pairing.h"
 #include "misc/memory_file.h"
-#include "src/key_pairing.h"
 
 namespace crv::test {
 namespace {

@@ -8,7 +8,6 @@
 
 #include "misc/atomic_write.h"
 #include "misc/file.h"
-#include "misc/no_oop.h"
 #include "misc/whole_file.h"
 #include "support/faulty_file_ops.h"
 #include "support/message_of.h"
@@ -146,19 +145,6 @@ TEST_F(Files, ParkedDescriptorIsTakenBackOnlyForTheSameFile) {
         EXPECT_EQ(file.reused(), !replaced);
         EXPECT_EQ(file.length(), replaced ? 5 : 10);
     }
-}
-
-TEST(Keys, OfDigestsAreNotHexadecimalButRecordNumbersAre) {
-    const Bytes digest{0x0A, 0xFF, 0x30};
-    EXPECT_EQ(codeDigest(digest), "0:??30");
-    char small[5];
-    EXPECT_EQ(messageOf([&] { codeDigest(digest.data(), 3, small, 5); }),
-              "Assertion dstLen >= 2*digestLen failed in src/misc/no_oop");
-    EXPECT_EQ(recNoEncode(56) + recNoEncode(0x123456789ABCL), "00000038123456789ABC");
-    EXPECT_EQ(recNoDecode("00000038"), 56);
-    EXPECT_EQ(recNoDecode("7fffffffffffffff"), INT64_MAX);
-    for (const char* bad : {"8000000000000000", "fffffffffffffffff", "", "xyz", "-1"})
-        EXPECT_FALSE(recNoDecode(bad)) << bad;
 }
 
 }  // namespace

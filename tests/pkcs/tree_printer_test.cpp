@@ -1,5 +1,5 @@
 // The tree printer, and the tool around it.
-#include "asn/tree_printer.h"
+#include "crvasn/tree_printer.h"
 
 #include <gtest/gtest.h>
 

@@ -6,10 +6,10 @@
 #include <string>
 #include <string_view>
 
-#include "asn/structure_kind.h"
-#include "asn/tree_printer.h"
+#include "crvasn/disk_file.h"
+#include "crvasn/structure_kind.h"
+#include "crvasn/tree_printer.h"
 #include "misc/base64_file.h"
-#include "misc/disk_file.h"
 #include "misc/memory_file.h"
 
 namespace crv {

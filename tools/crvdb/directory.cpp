@@ -11,8 +11,8 @@
 #include "db/table_check.h"
 #include "db_sql/dangling_records.h"
 #include "db_sql/db_crl_files.h"
+#include "db_sql/no_oop.h"
 #include "misc/file_ops.h"
-#include "misc/no_oop.h"
 #include "misc/whole_file.h"
 
 using namespace crv;

@@ -9,8 +9,8 @@
 #include <functional>
 #include <map>
 
-#include "crvconfd/encoding.h"
-#include "crvconfd/toolkit.h"
+#include "crvconfd/toolkit/encoding.h"
+#include "crvconfd/toolkit/toolkit.h"
 #include "misc/hex.h"
 
 namespace {

@@ -1,0 +1,115 @@
+#include "crvconfd/screens/cert_view.h"
+
+#include <algorithm>
+#include <array>
+
+#include "asn/x509/signed_certificate.h"
+#include "crvconfd/engines/text_view.h"
+#include "crvconfd/screens/crt_text.h"
+#include "crvconfd/screens/save_to_file.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "crypto/sign_algo_map.h"
+#include "keystore/key_manager.h"
+
+namespace crv {
+
+namespace {
+
+constexpr int kTableRow = 2;
+/// Where the main menu is still to fit below the table.
+constexpr int kTableEnd = 18;
+constexpr int kNameSize = 256;
+
+struct RoleText {
+    KeyRole role;
+    const char* text;
+};
+
+constexpr RoleText kRoles[] = {
+    {KeyRole::Signing, "podpis"},
+    {KeyRole::Encryption, "szyfrowanie"},
+    {KeyRole::Both, "podpis i szyfr."},
+    {KeyRole::Further, "dodatkowy"},
+};
+
+const char* roleText(KeyRole role) {
+    return std::find_if(std::begin(kRoles), std::end(kRoles), [&](const auto& row) { return row.role == role; })->text;
+}
+
+void drawKey(int row, const StoredKey& key) {
+    const CertPtr certificate = keyManager->certificateOf(key);
+    const PublicKey publicKey = key.key.publicKey();
+    displText(row, 1, "%s", roleText(key.role));
+    std::string text = signAlgoName(publicKey.scheme(), KcHashAlgo::none);
+    text = fitText(text + " " + std::to_string(publicKey.bits()), 19) + " ";
+    if (certificate)
+        text += "ważny do " + dateLine(certificate->tbs.validity.notAfter) + " " + shortName(certificate->subject());
+    else
+        text += "brak certyfikatu";
+    displText(row, 17, "%s", text.c_str());
+}
+
+}  // namespace
+
+int displayDN(int row, const DistinguishedName& name) {
+    const AttrGuard emphasis(kAttrEmphasis);
+    for (const std::string& line : name.lines(dnDisplay())) {
+        if (row >= kMessageRow - 1) break;
+        displText(row++, 1, "%s", line.c_str());
+    }
+    return row;
+}
+
+void saveCertificateToFile(const SignedCertificate& certificate) {
+    std::array<char, kNameSize> name{};
+    if (inputText(kMessageRow, 0, "Podaj nazwę pliku certyfikatu:", name.data(), static_cast<int>(name.size())) <= 0)
+        return;
+    saveToFile(name.data(), certificate);
+}
+
+void showCertificate(const SignedCertificate& certificate, const std::string& title) {
+    const std::array pages{dataLines(certificate), parameterLines(certificate)};
+    size_t page = 0;
+    size_t top = 0;
+    for (;;) {
+        const int key = showText(title, pages[page], "~Dane  Pa~rametry  Zapi~sz  Po~wrót", "drsw", top);
+        switch (key) {
+            case 'd':
+            case 'r': {
+                const size_t wanted = key == 'd' ? 0 : 1;
+                if (wanted != page) top = 0;
+                page = wanted;
+                break;
+            }
+            case 's':
+                saveCertificateToFile(certificate);
+                break;
+            default:
+                return;
+        }
+    }
+}
+
+void showCert(KeyType key) {
+    const bool signing = key == KeyType::Signing;
+    const CertPtr certificate = signing ? keyManager->signingCertificate() : keyManager->encryptionCertificate();
+    if (!certificate)
+        return errInfo(kMessageRow, "%s",
+                       signing ? "Brak certyfikatu klucza podpisującego" : "Brak certyfikatu klucza szyfrującego");
+    showCertificate(*certificate, signing ? "Certyfikat klucza podpisującego" : "Certyfikat klucza szyfrującego");
+}
+
+int showKeyInfo() {
+    int row = kTableRow;
+    displText(row++, 1, "Klucze użytkownika:");
+    const auto keys = keyManager->keys();
+    if (keys.empty()) displText(row, 1, "Brak kluczy");
+    const size_t room = kTableEnd - kTableRow;
+    const size_t shown = keys.size() <= room ? keys.size() : room - 1;
+    for (size_t i = 0; i < shown; ++i) drawKey(row++, keys[i]);
+    if (shown < keys.size()) displText(row++, 1, "i jeszcze %zu", keys.size() - shown);
+    return keys.empty() ? row : row - 1;
+}
+
+}  // namespace crv

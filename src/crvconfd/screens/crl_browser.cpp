@@ -1,0 +1,100 @@
+#include "crvconfd/screens/crl_browser.h"
+
+#include <array>
+#include <ctime>
+
+#include "asn/x509/signed_cert_rev_list.h"
+#include "crvconfd/engines/list_screen.h"
+#include "crvconfd/engines/text_view.h"
+#include "crvconfd/screens/crt_text.h"
+#include "crvconfd/screens/save_to_file.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "db_sql/db_manager.h"
+
+namespace crv {
+
+namespace {
+
+constexpr size_t kIssuerWidth = 26;
+constexpr size_t kNumberWidth = 12;
+constexpr int kNameSize = 256;
+
+/// A stored list and the octets that it refers to.
+struct StoredCrl {
+    Bytes der;
+    SignedCertRevList list;
+
+    [[nodiscard]] bool load(long number) {
+        return dbManager->getCrlByFileNum(number, der) && list.readExactly(der, ASN_FLAG_CONST);
+    }
+};
+
+std::string numberText(const CrlIndexEntry& entry) {
+    return std::string(entry.isDelta() ? "+" : "") + (entry.crlNumber ? entry.crlNumber->decimal() : "-");
+}
+
+bool isExpired(const CrlIndexEntry& entry) {
+    return entry.expires().value_or(INT64_MAX) < std::time(nullptr);
+}
+
+std::string rowText(const CrlIndexEntry& entry) {
+    StoredCrl crl;
+    const std::string count = crl.load(entry.fileNumber()) ? std::to_string(crl.list.entryCount()) : "?";
+    return std::string(isExpired(entry) ? "! " : "  ") + fitText(shortName(entry.issuer), kIssuerWidth) + " " +
+           fitText(numberText(entry), kNumberWidth) + " " + dateLine(entry.thisUpdate) + " " +
+           (entry.nextUpdate ? dateLine(*entry.nextUpdate) : std::string(10, ' ')) + " " + count;
+}
+
+void addEntries(std::vector<std::string>& lines, const SignedCertRevList& list) {
+    auto entries = list.entries();
+    while (const RevokedCertificate* entry = entries.next()) {
+        const auto revoked = entry->revokedAt();
+        addField(lines, hexText(entry->userCertificate.contents()),
+                 (revoked ? dateLine(Time(*revoked)) : std::string("?")) + ", " + crlReasonName(entry->reason()));
+    }
+}
+
+}  // namespace
+
+std::vector<std::string> CrlBrowser::items() {
+    index_.clear();
+    if (!dbManager->getCrlIndex(index_)) errInfo(kMessageRow, "Błąd bazy danych");
+    std::vector<std::string> rows;
+    for (const CrlIndexEntry& entry : index_) rows.push_back(rowText(entry));
+    return rows;
+}
+
+void CrlBrowser::details(size_t index) const {
+    const CrlIndexEntry& entry = index_[index];
+    StoredCrl crl;
+    if (!crl.load(entry.fileNumber())) return errInfo(kMessageRow, "Błąd bazy danych");
+    std::vector<std::string> lines;
+    addField(lines, "Wystawca:", nameLine(entry.issuer));
+    addField(lines, "Wystawiona:", timeLine(crl.list.tbs.thisUpdate));
+    addField(lines, "Następna:", crl.list.tbs.nextUpdate ? timeLine(*crl.list.tbs.nextUpdate) : "nie podano");
+    addField(lines, "Algorytm podpisu:", signAlgorithmName(crl.list.signatureAlgorithm));
+    addExtensions(lines, crl.list.extensions());
+    addField(lines, "Unieważnione certyfikaty:", std::to_string(crl.list.entryCount()));
+    addEntries(lines, crl.list);
+    size_t top = 0;
+    (void)showText("Lista CRL", lines, "Po~wrót", "w", top);
+}
+
+void CrlBrowser::save(size_t index) const {
+    StoredCrl crl;
+    if (!crl.load(index_[index].fileNumber())) return errInfo(kMessageRow, "Błąd bazy danych");
+    std::array<char, kNameSize> name{};
+    if (inputText(kMessageRow, 0, "Podaj nazwę pliku listy CRL:", name.data(), static_cast<int>(name.size())) > 0)
+        saveToFile(name.data(), crl.list);
+}
+
+void CrlBrowser::run() {
+    runListScreen({[] { return std::string("Baza list CRL"); },
+                   [this] { return items(); },
+                   "Brak list CRL",
+                   {{'d', "~Dane", true, [this](size_t index) { details(index); }},
+                    {'s', "Zapi~sz", true, [this](size_t index) { save(index); }}}});
+}
+
+}  // namespace crv

@@ -1,0 +1,275 @@
+#include "crvconfd/screens/db_browser.h"
+
+#include <cctype>
+#include <ctime>
+
+#include "asn/x509/signed_certificate.h"
+#include "crvconfd/engines/form.h"
+#include "crvconfd/screens/cert_view.h"
+#include "crvconfd/screens/crt_text.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "db_sql/db_manager.h"
+#include "pki/certificate_search.h"
+
+namespace crv {
+
+namespace {
+
+constexpr int kHeadingRow = 1;
+constexpr int kFirstRow = 2;
+constexpr int kFooterRow = 22;
+constexpr size_t kPage = kFooterRow - kFirstRow - 1;
+constexpr size_t kNameWidth = 32;
+constexpr size_t kIssuerWidth = 30;
+constexpr size_t kRowWidth = 77;
+constexpr int64_t kSoon = 30 * 86400;
+constexpr long kMostDays = 36500;
+
+/// "!" for an expired certificate, "*" for one that expires within 30 days.
+char markOf(const Validity& validity, int64_t now) {
+    const auto end = validity.notAfter.seconds();
+    if (!end) return '?';
+    if (*end < now) return '!';
+    return *end - now <= kSoon ? '*' : ' ';
+}
+
+std::string rowText(ByteView der) {
+    SignedCertificate certificate;
+    if (!certificate.readExactly(der, ASN_FLAG_CONST)) return "? nieczytelny certyfikat";
+    return std::string(1, markOf(certificate.tbs.validity, std::time(nullptr))) + " " +
+           fitText(shortName(certificate.subject()), kNameWidth) + " " +
+           fitText(shortName(certificate.issuer()), kIssuerWidth) + " " + dateLine(certificate.tbs.validity.notAfter);
+}
+
+bool askForQuery(CertificateQuery& query) {
+    long days = 0;
+    const std::vector<FormField> fields{
+        textField("Nazwa", query.subject),
+        textField("E-mail", query.email),
+        textField("Numer seryjny", query.serial),
+        textField("Wystawca", query.issuer),
+        numberField("Wygasające w ciągu dni", days, kMostDays),
+    };
+    const auto ready = [&] {
+        if (days > 0) query.expiresWithinDays = static_cast<int>(days);
+        query.time = std::time(nullptr);
+        return true;
+    };
+    return runForm("Szukanie certyfikatów", fields, ready, {'s', "~Szukaj", nullptr});
+}
+
+/// Shows how far a search is; false when the user stops it.
+bool showProgress(size_t found, size_t looked) {
+    displText(kMessageRow, 0, "Znaleziono certyfikatów: %zu (sprawdzono %zu), Esc: przerwij", found, looked);
+    return waitForKeyOrTimeout(0) != kKeyEscape;
+}
+
+}  // namespace
+
+bool DbBrowser::show(const CrtItemList& items, size_t selected) {
+    if (items.empty()) return false;
+    rows_.clear();
+    for (const CrtItem& item : items) rows_.push_back({item.id, item.der, rowText(item.der)});
+    selected_ = std::min(selected, rows_.size() - 1);
+    return true;
+}
+
+bool DbBrowser::loadForward(int64_t after, size_t selected) {
+    CrtItemList items;
+    if (!source_.forward(after, kPage, items)) errInfo(kMessageRow, "Błąd bazy danych");
+    return show(items, selected);
+}
+
+void DbBrowser::loadLast() {
+    CrtItemList items;
+    if (!source_.backward(CrtSource::kBehindAll, kPage, items)) errInfo(kMessageRow, "Błąd bazy danych");
+    show(items, kPage);
+}
+
+void DbBrowser::reload() {
+    const int64_t before = rows_.empty() ? 0 : rows_.front().id - 1;
+    const size_t selected = selected_;
+    rows_.clear();
+    if (!loadForward(before, selected)) loadLast();
+}
+
+void DbBrowser::up() {
+    if (rows_.empty()) return;
+    if (selected_ > 0) {
+        --selected_;
+        return;
+    }
+    CrtItemList items;
+    if (!source_.backward(rows_.front().id, 1, items) || items.empty()) return;
+    rows_.insert(rows_.begin(), {items[0].id, items[0].der, rowText(items[0].der)});
+    if (rows_.size() > kPage) rows_.pop_back();
+}
+
+void DbBrowser::down() {
+    if (rows_.empty()) return;
+    if (selected_ + 1 < rows_.size()) {
+        ++selected_;
+        return;
+    }
+    CrtItemList items;
+    if (!source_.forward(rows_.back().id, 1, items) || items.empty()) return;
+    rows_.push_back({items[0].id, items[0].der, rowText(items[0].der)});
+    if (rows_.size() > kPage)
+        rows_.erase(rows_.begin());
+    else
+        ++selected_;
+}
+
+void DbBrowser::pageDown() {
+    if (rows_.empty() || !loadForward(rows_.back().id, selected_)) selected_ = rows_.empty() ? 0 : rows_.size() - 1;
+}
+
+void DbBrowser::pageUp() {
+    if (rows_.empty()) return;
+    CrtItemList items;
+    if (!source_.backward(rows_.front().id, kPage, items) || items.empty()) {
+        selected_ = 0;
+        return;
+    }
+    // The page is filled up from below, so that it has no hole at the beginning of the list.
+    loadForward(items.front().id - 1, selected_);
+}
+
+bool DbBrowser::move(int key) {
+    switch (key) {
+        case kKeyUp:
+            up();
+            return true;
+        case kKeyDown:
+            down();
+            return true;
+        case kKeyPageUp:
+            pageUp();
+            return true;
+        case kKeyPageDown:
+            pageDown();
+            return true;
+        case kKeyHome:
+        case 'p':
+        case 'P':
+            loadForward(0, 0);
+            return true;
+        case kKeyEnd:
+        case 'k':
+        case 'K':
+            loadLast();
+            return true;
+        default:
+            return false;
+    }
+}
+
+void DbBrowser::drawRow(size_t index) const {
+    const int row = kFirstRow + static_cast<int>(index);
+    const std::string text = fitText(rows_[index].text, kRowWidth);
+    if (index != selected_) return displText(row, 1, "%s", text.c_str());
+    if (getSelectedAttr() == 0) return displText(row, 0, "[%s]", text.c_str());
+    const AttrGuard selected(kAttrSelected);
+    displText(row, 0, ">%s", text.c_str());
+}
+
+void DbBrowser::draw() const {
+    clrScr();
+    if (source_.isSearch())
+        displHeader(0, "Baza certyfikatów - znaleziono: %zu", source_.found());
+    else
+        displHeader(0, "Baza certyfikatów");
+    if (rows_.empty()) {
+        displText(kFirstRow, 1, "Brak certyfikatów");
+    } else {
+        displText(kHeadingRow, 3, "%s %s %s", fitText("Nazwa", kNameWidth).c_str(),
+                  fitText("Wystawca", kIssuerWidth).c_str(), "Ważny do");
+        for (size_t i = 0; i < rows_.size(); ++i) drawRow(i);
+    }
+    std::string footer = rows_.empty() ? "" : "~Dane   ~Usuń   Zapi~sz   ~Początek   ~Koniec   ";
+    footer += "S~zukaj   ";
+    if (source_.isSearch()) footer += "Cała ~baza   ";
+    displCentColText(kFooterRow, "%s", (footer + "Po~wrót").c_str());
+    if (!rows_.empty()) displText(kMessageRow, 0, "! przeterminowany   * wygasa w ciągu 30 dni");
+}
+
+bool DbBrowser::current(SignedCertificate& certificate) const {
+    if (rows_.empty()) return false;
+    if (certificate.readExactly(rows_[selected_].der, ASN_FLAG_CONST)) return true;
+    errInfo(kMessageRow, "Błędny format certyfikatu");
+    return false;
+}
+
+void DbBrowser::details() {
+    SignedCertificate certificate;
+    if (current(certificate)) showCertificate(certificate, "Certyfikat");
+}
+
+void DbBrowser::save() {
+    SignedCertificate certificate;
+    if (current(certificate)) saveCertificateToFile(certificate);
+}
+
+void DbBrowser::remove() {
+    if (rows_.empty()) return;
+    if (displCentQuestion(kMessageRow, "Czy na pewno chcesz usunąć certyfikat (t/n)?") == 0) return;
+    const int64_t id = rows_[selected_].id;
+    // After a compaction by another process the id may mean another certificate.
+    Bytes der;
+    const bool same = dbManager->setCrtId(id) && dbManager->get(der) && der == rows_[selected_].der;
+    if (same && dbManager->deleteCert())
+        source_.forget(id);
+    else
+        errInfo(kMessageRow, "Błąd bazy danych");
+    reload();
+}
+
+void DbBrowser::search() {
+    CertificateQuery query;
+    if (!askForQuery(query)) return;
+    clrScr();
+    displHeader(0, "Szukanie certyfikatów");
+    std::vector<int64_t> ids;
+    if (searchCertificates(*dbManager, query, showProgress, ids) == SearchEnd::failed)
+        return errInfo(kMessageRow, "Błąd bazy danych");
+    source_ = CrtSource(std::move(ids));
+    rows_.clear();
+    loadForward(0, 0);
+}
+
+void DbBrowser::run() {
+    loadForward(0, 0);
+    for (;;) {
+        draw();
+        const int key = getScrollKey();
+        if (move(key)) continue;
+        switch (key < 128 ? std::tolower(key) : key) {
+            case 'd':
+            case kKeyEnter:
+                details();
+                break;
+            case 'u':
+                remove();
+                break;
+            case 's':
+                save();
+                break;
+            case 'z':
+                search();
+                break;
+            case 'b':
+                source_ = CrtSource();
+                rows_.clear();
+                loadForward(0, 0);
+                break;
+            case 'w':
+            case kKeyEscape:
+                return;
+            default:
+                break;
+        }
+    }
+}
+
+}  // namespace crv

@@ -1,0 +1,333 @@
+#include "crvconfd/screens/key_gen.h"
+
+#include <array>
+#include <cctype>
+#include <cstdio>
+
+#include "config/configuration_manager.h"
+#include "crvconfd/screens/file_prompt.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/session/messages.h"
+#include "crvconfd/session/prot_cfg.h"
+#include "crvconfd/session/security_file_lock.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "keystore/key_manager.h"
+#include "misc/atomic_write.h"
+#include "misc/path.h"
+
+namespace crv {
+
+namespace {
+
+constexpr int kValueColumn = 28;
+constexpr int kOptionColumn = 74;
+constexpr int kFooterRow = 20;
+constexpr int kListRow = 5;
+constexpr int kListRows = 12;
+constexpr size_t kLongestRequestName = 254;
+constexpr uint64_t kPublicExponent = 65537;
+
+constexpr CodeText kTexts[] = {
+    {kKmNoMemory, "Brak pamięci"},
+    {kKmOpenFailed, "Błąd otwarcia pliku bezpieczeństwa"},
+    {kKmWriteFailed, "Błąd zapisu pliku bezpieczeństwa"},
+    {kKmReadFailed, "Błąd odczytu pliku bezpieczeństwa"},
+    {kKmBadFormat, "Błędny format pliku bezpieczeństwa !!!"},
+    {kKmWrongPassword, "Błędne hasło/PIN lub naruszona integralność pliku bezpieczeństwa"},
+    {kKmRsaFailed, "Błąd RSA"},
+    {kKmEkdNotFound, "Karta EKD nie została znaleziona"},
+    {kKmCardNotFound, "Karta nieznaleziona"},
+    {kKmCardError, "Błąd przy komunikacji z kartą"},
+    {kKmCardBlocked, "Karta zablokowana"},
+    {kKmNoSeed, "Brak ziarna !!!"},
+    {kKmNoSigningKeyPin, "Brak PINu klucza do podpisywania"},
+    {kKmWrongSigningKeyPin, "Błędny PIN klucza do podpisywania"},
+    {kKmHashNotSupported,
+     "Skonfigurowana funkcja skrótu nie jest wspierana z aktualnym algorytmem klucza asymetrycznego do podpisywania."},
+    {kKmPkcs11NotInitialised, "Błąd podczas inicjowania biblioteki PKCS#11"},
+    {kKmPkcs11Init, "Błąd podczas inicjowania biblioteki PKCS#11"},
+    {kKmGenerationFailed, "Błąd procesu generowania kluczy"},
+    {kKmKeyTooShort, "Klucze o długości mniejszej niż 2048 bitów nie są wspierane !!!"},
+    {kKmAlgorithmNotSupported, "Nieobsługiwany algorytm w certyfikowanej wersji biblioteki!!!"},
+};
+
+const char* titleOf(KeyType usage) {
+    switch (usage) {
+        case KeyType::Signing:
+            return "Generowanie klucza do podpisów";
+        case KeyType::Encryption:
+            return "Generowanie klucza do szyfrowania";
+        case KeyType::Both:
+            return "Generowanie klucza do podpisów i szyfrowania";
+    }
+    return nullptr;
+}
+
+KeyGenParams paramsFor(KeyType usage) {
+    KeyGenParams params;
+    const bool all = usage == KeyType::Signing;
+    params.title = titleOf(usage);
+    params.offersDsa = params.offersEcdsa = params.offersRsaPss = all;
+    // A hash chosen for another scheme gives way to the scheme's own default.
+    params.defaultHash = [](KeyScheme scheme) {
+        const KcHashAlgo chosen = cfgManager->record().getHashAlgo(scheme);
+        return isHashSupported(scheme, chosen) ? chosen : CRVCfgFile().getHashAlgo(scheme);
+    };
+    params.hash = params.defaultHash(params.signScheme);
+    return params;
+}
+
+/// A label with its shortcut marked, or, while a list is open, without the mark.
+void drawLabel(int row, const char* label, bool marked) {
+    if (marked) return displColText(row, 1, "%s", label);
+    std::string plain(label);
+    std::erase(plain, '~');
+    displText(row, 1, "%s", plain.c_str());
+}
+
+const char* yesNo(bool yes) {
+    return yes ? "TAK" : "NIE";
+}
+
+void drawOptions(const KeyGenParams& params, bool marked) {
+    drawLabel(9, "~Format pliku tworzonego zgłoszenia certyfikacyjnego:", marked);
+    displText(9, 55, "%s", params.pem ? "tekstowy (PEM)" : "binarny (DER)");
+    if (params.keyScheme == KeyScheme::ecdsa) {
+        const bool choice = params.curveHasOid();
+        drawLabel(10, "Zapisz parametry domeny krzywej eliptycznej ~bezpośrednio:", marked && choice);
+        displText(10, kOptionColumn, "%s", yesNo(params.explicitDomain || !choice));
+    }
+    if (params.keyScheme == KeyScheme::rsaPss) {
+        drawLabel(10, "Do podpisu zgłoszenia użyj algorytmu SHA-1 ~RSA-PKCS#1 (niezalecane):", marked);
+        displText(10, kOptionColumn, "%s", yesNo(params.sha1RsaRequest));
+        drawLabel(11, "Wymuś ~używanie podanego algorytmu do podpisu:", marked);
+        displText(11, kOptionColumn, "%s", yesNo(params.forceAlgorithm));
+    }
+}
+
+/// Shows a list over the options; W leaves it like Escape. The index chosen, or -1.
+int chooseFrom(const KeyGenParams& params, const std::vector<std::string>& items, size_t selected) {
+    ShowKeyGenMenu(params, true);
+    const auto onKey = [](int key, int) {
+        return key == 'W' || key == 'w' ? ShowMenuListCallbackRet::LeaveCancel : ShowMenuListCallbackRet::Continue;
+    };
+    return showCentMenuList(kListRow, items, static_cast<int>(selected), kListRows, true, onKey);
+}
+
+void selectCurve(KeyGenParams& params) {
+    std::vector<std::string> items;
+    size_t selected = 0;
+    for (const EcCurve& curve : ecCurves()) {
+        if (curve.id == params.curve) selected = items.size();
+        items.emplace_back(curve.name);
+    }
+    const int index = chooseFrom(params, items, selected);
+    if (index < 0) return;
+    params.curve = ecCurves()[static_cast<size_t>(index)].id;
+    params.explicitDomain = false;
+}
+
+/// Runs the screen; false when the user leaves it.
+bool runScreen(KeyGenParams& params) {
+    for (;;) {
+        ShowKeyGenMenu(params, false);
+        const KeyGenCommand command = ProcessKeyGenCommand(getKey(), params);
+        if (command != KeyGenCommand::Stay) return command == KeyGenCommand::Generate;
+    }
+}
+
+/// Keys typed before the generation began do not stop it.
+void dropTypedKeys() {
+    while (waitForKeyOrTimeout(0) != kNoKey) {
+    }
+}
+
+void drawWaiting(const KeyGenParams& params) {
+    clrToEol(kMessageRow, 0);
+    if (params.keyScheme == KeyScheme::ecdsa)
+        displText(kMessageRow, 0, "Proszę czekać, trwa generowanie klucza %s...", params.schemeName());
+    else
+        displText(kMessageRow, 0, "Proszę czekać, trwa generowanie klucza %s (%u %s)...", params.schemeName(),
+                  params.keyLength, "bitów");
+    refreshScr();
+}
+
+/// Generates the key and saves it under the lock of the security file. Escape stops the generation.
+KeyManagerResult generate(KeyType usage, const KeyGenParams& params) {
+    SecurityFileLock lock;
+    const KeyGenHooks hooks{[] { return waitForKeyOrTimeout(0) != kKeyEscape; },
+                            [&lock] { return storePin(1, userPassword.data()) && lock.take(); }};
+    drawWaiting(params);
+    dropTypedKeys();
+    KeyManagerResult result = kKmOk;
+    if (params.keyScheme == KeyScheme::dsa)
+        result = keyManager->generateDsaUserKey(params.keyLength, hooks);
+    else if (params.keyScheme == KeyScheme::ecdsa)
+        result = keyManager->generateECDsaUserKey(usage, params.curve, params.explicitDomain, hooks);
+    else
+        result = keyManager->generateRsaUserKey(usage, kPublicExponent, params.keyLength, params.keyScheme, hooks);
+    lock.release();
+    return result;
+}
+
+CrtRequestParams requestOf(const KeyGenParams& params) {
+    CrtRequestParams request;
+    request.format = params.pem ? RequestFormat::pem : RequestFormat::der;
+    const bool pss = params.keyScheme == KeyScheme::rsaPss;
+    const bool plain = pss && params.sha1RsaRequest;
+    request.scheme = plain ? KeyScheme::rsa : params.signScheme;
+    request.hash = plain ? KcHashAlgo::sha1 : params.hash;
+    if (pss && params.forceAlgorithm) request.forcedPss = params.hash;
+    return request;
+}
+
+/// Writes the request; a failure is shown and false.
+bool writeRequest(const TypedFile& file, const Bytes& request) {
+    WriteStep failed = WriteStep::open;
+    if (!isProfileFile(file.path))
+        failed = writeFileAtomically(file.path, request, {WriteMode::keepOrCommon, true}).failed;
+    if (failed == WriteStep::none) return true;
+    errInfo(kMessageRow, failed == WriteStep::open ? "Nie mogę otworzyć pliku: %s" : "Błąd zapisu pliku: %s",
+            file.typed.c_str());
+    return false;
+}
+
+/// Asks for a file until the request is written or the user gives up: the key is saved, so the request can be made
+/// again.
+void saveRequest(KeyType usage, const KeyGenParams& params) {
+    Bytes request;
+    const KeyManagerResult result = keyManager->prepareCrtRequest(usage, requestOf(params), request);
+    if (result != kKmOk) return showCode(kTexts, result);
+    for (;;) {
+        const auto file = askForFile("Podaj nazwę pliku zgłoszenia certyfikacyjnego: ", false, kLongestRequestName);
+        if (!file) return;
+        if (!file->typed.empty() && writeRequest(*file, request)) break;
+    }
+    displCentInfo(kMessageRow, "Klucz został poprawnie wygenerowany i zapisany.", 2);
+}
+
+bool mayGenerate(KeyType usage) {
+    if (cfgManager->keyMedium() != KeyMedium::File) {
+        errInfo(kMessageRow, "Funckja niedostępna dla aktualnego nośnika");
+        return false;
+    }
+    if (!keyManager->hasKey(usage)) return true;
+    errInfo(kMessageRow, "Klucz dla danego zastosowania już istnieje i nie może zostać nadpisany");
+    return false;
+}
+
+}  // namespace
+
+void ShowKeyGenMenu(const KeyGenParams& params, bool listOpen) {
+    const bool marked = !listOpen;
+    clrScr();
+    displHeader(0, "%s", params.titleText());
+    displText(2, 1, "Wybierz parametry generowanego klucza i wciśnij 'G':");
+    drawLabel(3, "~Algorytm klucza:", marked && params.schemes().size() > 1);
+    displText(3, kValueColumn, "%s", params.schemeName());
+    const bool ecdsa = params.keyScheme == KeyScheme::ecdsa;
+    drawLabel(4, ecdsa ? "~Dziedzina dla ECDSA:" : "~Długość klucza w bitach:", marked);
+    displText(4, kValueColumn, "%s", ecdsa ? params.curveName() : std::to_string(params.keyLength).c_str());
+    drawLabel(6, "Algorytm ~podpisu:", marked);
+    displText(6, kValueColumn, "%s", params.signAlgoText());
+    displText(8, 1, "Opcje:");
+    drawOptions(params, marked);
+    if (listOpen)
+        displCentText(kFooterRow, " Wybór: klawisze nawigacyjne, spacja, +, -; Esc,W: koniec, Enter: zatwierdź");
+    else
+        displCentColText(kFooterRow, "~Generuj   ~Wyjście");
+}
+
+void OnSelectKeyAlgo(KeyGenParams& params) {
+    const auto schemes = params.schemes();
+    if (schemes.size() < 2) return;
+    std::vector<std::string> items;
+    size_t selected = 0;
+    for (const KeyScheme scheme : schemes) {
+        if (scheme == params.keyScheme) selected = items.size();
+        items.emplace_back(signAlgoName(scheme, KcHashAlgo::none));
+    }
+    const int index = chooseFrom(params, items, selected);
+    if (index >= 0) params.chooseScheme(schemes[static_cast<size_t>(index)]);
+}
+
+void OnSelectKeyLength(KeyGenParams& params) {
+    if (params.keyScheme == KeyScheme::ecdsa) return selectCurve(params);
+    auto lengths = params.lengths();
+    if (params.token && lengths.size() > kShownTokenLengths) lengths.resize(kShownTokenLengths);
+    if (lengths.empty()) return;
+    std::vector<std::string> items;
+    size_t selected = lengths.size();
+    for (const unsigned length : lengths) {
+        if (length == params.keyLength) selected = items.size();
+        std::array<char, 12> text{};
+        std::snprintf(text.data(), text.size(), "%5u", length);
+        items.emplace_back(text.data());
+    }
+    const int index = chooseFrom(params, items, selected);
+    if (index >= 0) params.chooseLength(lengths[static_cast<size_t>(index)]);
+}
+
+void selectSignScheme(KeyGenParams& params) {
+    const auto algorithms = params.signAlgos();
+    if (algorithms.empty()) return;
+    std::vector<std::string> items;
+    for (const SignAlgo& algorithm : algorithms) items.emplace_back(algorithm.name);
+    const int index = chooseFrom(params, items, params.currentSignAlgo(algorithms));
+    if (index < 0) return;
+    params.signScheme = algorithms[static_cast<size_t>(index)].scheme;
+    params.hash = algorithms[static_cast<size_t>(index)].hash;
+}
+
+KeyGenCommand ProcessKeyGenCommand(int key, KeyGenParams& params) {
+    const bool pss = params.keyScheme == KeyScheme::rsaPss;
+    switch (key > 0 && key < 128 ? std::toupper(key) : key) {
+        case 'A':
+            OnSelectKeyAlgo(params);
+            break;
+        case 'D':
+            OnSelectKeyLength(params);
+            break;
+        case 'P':
+            selectSignScheme(params);
+            break;
+        case 'F':
+            params.pem = !params.pem;
+            break;
+        case 'B':
+            if (params.keyScheme == KeyScheme::ecdsa && params.curveHasOid())
+                params.explicitDomain = !params.explicitDomain;
+            break;
+        case 'R':
+            if (pss) params.sha1RsaRequest = !params.sha1RsaRequest;
+            break;
+        case 'U':
+            if (pss) params.forceAlgorithm = !params.forceAlgorithm;
+            break;
+        case 'G':
+            return KeyGenCommand::Generate;
+        case 'W':
+            return KeyGenCommand::Leave;
+        default:
+            break;
+    }
+    return KeyGenCommand::Stay;
+}
+
+void OnKeyGen(KeyType usage) {
+    if (!mayGenerate(usage)) return;
+    KeyGenParams params = paramsFor(usage);
+    if (!runScreen(params)) return;
+    // A key for whose request there is no signature would be generated in vain. RSA keys that are too short are refused
+    // by the generation.
+    if (!isHashSupported(params.signScheme, params.hash)) return showCode(kTexts, kKmHashNotSupported);
+    const KeyManagerResult result = generate(usage, params);
+    clrToEol(kMessageRow, 0);
+    if (result == kKmCancelled) return;
+    if (result != kKmOk) return showCode(kTexts, result);
+    const std::string done = std::string("Klucz ") + params.schemeName() + " został poprawnie wygenerowany.";
+    displCentInfo(kMessageRow, done.c_str(), 1);
+    saveRequest(usage, params);
+}
+
+}  // namespace crv

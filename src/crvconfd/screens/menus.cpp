@@ -1,0 +1,154 @@
+#include "crvconfd/screens/menus.h"
+
+#include <algorithm>
+#include <span>
+
+#include "config/configuration_manager.h"
+#include "corvane/crvprofile.h"
+#include "crvconfd/screens/cert_view.h"
+#include "crvconfd/screens/change_password.h"
+#include "crvconfd/screens/crl_browser.h"
+#include "crvconfd/screens/db_browser.h"
+#include "crvconfd/screens/db_operations.h"
+#include "crvconfd/screens/extended_key_usage.h"
+#include "crvconfd/screens/key_gen.h"
+#include "crvconfd/screens/profile_details.h"
+#include "crvconfd/screens/server_screens.h"
+#include "crvconfd/screens/trusted_points.h"
+#include "crvconfd/screens/user_policies.h"
+#include "crvconfd/screens/user_settings.h"
+#include "crvconfd/screens/usr_crt_install.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/session/program_info.h"
+#include "crvconfd/toolkit/toolkit.h"
+
+namespace crv {
+
+namespace {
+
+constexpr int kMenuColumn = 23;
+constexpr const char* kLeaveLabel = "~W) Wyjście";
+
+bool always() {
+    return true;
+}
+bool hasPassword() {
+    return cfgManager->profileType() != SessionProfileType::Device;
+}
+
+struct MenuEntry {
+    char key;
+    const char* label;
+    void (*action)();
+    bool (*offered)() = always;
+};
+
+struct Menu {
+    const char* header;  ///< null: the program header
+    int firstRow;
+    std::span<const MenuEntry> entries;
+};
+
+constexpr MenuEntry kMainEntries[] = {
+    {'1', "~1) Klucze", OnMenuKeys},
+    {'2', "~2) Konfiguracja", OnMenuConfiguration},
+    {'3', "~3) Bazy danych", OnMenuDataBase},
+    {'4', "~4) Szczegóły profilu", [] { OnProfileDetails(); }},
+};
+
+constexpr MenuEntry kKeyEntries[] = {
+    {'1', "~1) Generuj klucz do podpisywania", [] { OnKeyGen(KeyType::Signing); }},
+    {'2', "~2) Generuj klucz do szyfrowania", [] { OnKeyGen(KeyType::Encryption); }},
+    {'3', "~3) Generuj klucz do podpisywania i szyfrowania", [] { OnKeyGen(KeyType::Both); }},
+    {'4', "~4) Wyświetl certyfikat klucza podpisującego", [] { showCert(KeyType::Signing); }},
+    {'5', "~5) Wyświetl certyfikat klucza szyfrującego", [] { showCert(KeyType::Encryption); }},
+    {'6', "~6) Instaluj certyfikat użytkownika", OnUsrCrtInstall},
+    {'7', "~7) Zmiana hasła", OnChangePassword, hasPassword},
+};
+
+constexpr MenuEntry kConfigurationEntries[] = {
+    {'1', "~1) Punkty zaufania", OnTrustedPoints},
+    {'2', "~2) Serwery datowania", [] { SrvDatViewer().run(); }},
+    {'3', "~3) Serwery list CRL", [] { Cck4srv(CRVSRV_USAGE_CRL, trustPointChoices()).run(); }},
+    {'4', "~4) Serwery certyfikatów", [] { Cck4srv(CRVSRV_USAGE_CERTIFICATES, trustPointChoices()).run(); }},
+    {'5', "~5) Serwery OCSP", [] { Cck4srv(CRVSRV_USAGE_OCSP, trustPointChoices()).run(); }},
+    {'6', "~6) Ustawienia proxy", OnSrvProxy},
+    {'7', "~7) Ustawienia kryptograficzne", OnUserSettings},
+    {'8', "~8) Polityki użytkownika", OnUserPolicies},
+    {'9', "~9) Rozszerzone zastosowanie klucza", OnExtendedKeyUsage},
+};
+
+constexpr MenuEntry kDataBaseEntries[] = {
+    {'1', "~1) Przeglądaj bazę certyfikatów", [] { DbBrowser().run(); }},
+    {'2', "~2) Przeglądaj bazę CRL", [] { CrlBrowser().run(); }},
+    {'3', "~3) Instaluj certyfikaty korespondentów", OnCrtImport},
+    {'4', "~4) Instaluj listę CRL", OnCrlImport},
+    {'5', "~5) Eksportuj wszystkie certyfikaty", OnAllCrtsExport},
+    {'6', "~6) Usuń przeterminowane certyfikaty", OnDbRebuild},
+};
+
+constexpr Menu kKeysMenu{"Operacje na kluczach użytkownika", 5, kKeyEntries};
+constexpr Menu kConfigurationMenu{"Konfiguracja", 5, kConfigurationEntries};
+constexpr Menu kDataBaseMenu{"Bazy danych", 5, kDataBaseEntries};
+
+void drawEntries(const Menu& menu) {
+    int row = menu.firstRow;
+    for (const MenuEntry& entry : menu.entries)
+        if (entry.offered()) displColText(row++, kMenuColumn, "%s", entry.label);
+    displColText(std::min(row + 1, kMessageRow), kMenuColumn, "%s", kLeaveLabel);
+}
+
+void drawMenu(const Menu& menu) {
+    clrScr();
+    displHeader(0, "%s", menu.header);
+    drawEntries(menu);
+}
+
+/// Obeys the menu's keys until W.
+void runMenu(std::span<const MenuEntry> entries, void (*draw)()) {
+    for (;;) {
+        draw();
+        const int key = getKey();
+        if (key == 'W' || key == 'w') return;
+        for (const MenuEntry& entry : entries)
+            if (entry.key == key && entry.offered()) entry.action();
+    }
+}
+
+/// First row of the main menu below a key table that ends on a row.
+int mainMenuRow(int tableEnd) {
+    return tableEnd <= 9 ? 10 : std::min(tableEnd + 1, 19);
+}
+
+}  // namespace
+
+void displMainMenu() {
+    clrScr();
+    displayProgramInfo(0);
+    drawEntries({nullptr, mainMenuRow(showKeyInfo()), kMainEntries});
+}
+
+void displMenuKeys() {
+    drawMenu(kKeysMenu);
+}
+void displMenuConfiguration() {
+    drawMenu(kConfigurationMenu);
+}
+void displMenuDataBase() {
+    drawMenu(kDataBaseMenu);
+}
+
+void OnMainMenu() {
+    runMenu(kMainEntries, displMainMenu);
+}
+void OnMenuKeys() {
+    runMenu(kKeyEntries, displMenuKeys);
+}
+void OnMenuConfiguration() {
+    runMenu(kConfigurationEntries, displMenuConfiguration);
+}
+void OnMenuDataBase() {
+    runMenu(kDataBaseEntries, displMenuDataBase);
+}
+
+}  // namespace crv

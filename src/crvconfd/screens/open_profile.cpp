@@ -1,0 +1,194 @@
+#include "crvconfd/screens/open_profile.h"
+
+#include "api/crvctx.h"
+#include "config/configuration_manager.h"
+#include "corvane/crvapi.h"
+#include "crvconfd/screens/keystroke_seed.h"
+#include "crvconfd/screens/password_entry.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/session/messages.h"
+#include "crvconfd/session/prot_cfg.h"
+#include "crvconfd/session/security_file_lock.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "db_sql/db_manager.h"
+#include "keystore/key_manager.h"
+
+namespace crv {
+
+namespace {
+
+constexpr long kUserPin = 1;
+constexpr long kRootsPin = 8;
+constexpr int kNoDatabases = 47;
+
+constexpr CodeText kDatabaseTexts[] = {
+    {2, "Błąd przy sprawdzaniu obecnosci bazy danych !!!"},
+    {46, "Niepoprawna wersja bazy danych !!!"},
+    {49, "Brak dostępu do bazy danych !!!"},
+};
+
+constexpr const char* kTrustStoreText = "Błędne hasło lub naruszona integralność nośnika punktów zaufania !!!";
+constexpr const char* kFormatText = "Błędny format pliku bezpieczeństwa !!!";
+constexpr const char* kManyCardsText = "Wykryto wiele kart EKD spełniających warunki profilu !!!";
+constexpr const char* kNoKeyText = "Klucz pasujący do profilu nie został znaleziony !!!";
+
+/// Codes that are not listed show the library's text.
+constexpr CodeText kOpenTexts[] = {
+    {kKmNoMemory, "Błąd otwarcia pliku bezpieczeństwa !!!"},
+    {kKmOpenFailed, "Błąd otwarcia pliku bezpieczeństwa !!!"},
+    {kKmWriteFailed, "Błąd zapisu pliku bezpieczeństwa !!!"},
+    {kKmReadFailed, "Błąd odczytu pliku bezpieczeństwa !!!"},
+    {kKmBadFormat, kFormatText},
+    {kKmUnknownKeyAlgorithm, kFormatText},
+    {kKmRootsFormat, kFormatText},
+    {kKmConfigurationSignature, kFormatText},
+    {kKmWrongPassword, "Błędne hasło/PIN lub naruszona integralność pliku bezpieczeństwa !!!"},
+    {kKmEkdNotFound, "Karta EKD nie została znaleziona !!!"},
+    {kKmCardNotFound, "Karta zablokowana !!!"},
+    {kKmCardError, "Karta zablokowana !!!"},
+    {kKmCardBlocked, "Karta zablokowana !!!"},
+    {kKmPkcs11NotInitialised, "Błąd inicjowania biblioteki PKCS#11"},
+    {kKmPkcs11Init, "Błąd inicjowania biblioteki PKCS#11"},
+    {kKmTokenKeyNotFound, kNoKeyText},
+    {kKmKeyNotFound, kNoKeyText},
+    {kKmManyCards, kManyCardsText},
+    {kKmRoleTaken, kManyCardsText},
+    {kKmManySigningCards, kManyCardsText},
+    {kKmManyDecryptionCards, kManyCardsText},
+    {kKmNoSeed, "Brak ziarna !!!"},
+    {kKmCancelled, kTrustStoreText},
+    {kKmNoDecryptionPin, kTrustStoreText},
+    {kKmNoRootsPassword, kTrustStoreText},
+    {kKmWrongRootsPassword, kTrustStoreText},
+    {kKmKeyHasTwoNames, "Wykryty klucz recertyfikowany dla różnych identyfikatorów wyróżniających !!!"},
+    {kKmKeyTooShort, "Klucze o długości mniejszej niż 2048 bitów nie są wspierane !!!"},
+    {kKmCurveTooSmall, "Klucze o rzędzie ciała krzywej mniejszym niż 160 bitów nie są wspierane!!!"},
+    {kKmAlgorithmNotSupported, "Nieobsługiwany algorytm w certyfikowanej wersji biblioteki!!!"},
+    {kKmDsaNotSupported, "Klucze DSA nie są wspierane w certyfikowanej wersji biblioteki!!!"},
+};
+
+/// Codes 28 to 30 of the device start; 29 and 30 show the library's text.
+constexpr CodeText kDeviceTexts[] = {
+    {kKmDeviceError, "Błąd komunikacji z urządzeniem Tarvo"},
+    {kKmDeviceNotFound, "Nie znaleziono zainicjowanego urządzenia Tarvo w systemie"},
+    {kKmPkcs11NotInitialised, "Błąd podczas inicjowania biblioteki PKCS#11"},
+    {kKmPkcs11Init, "Błąd podczas inicjowania biblioteki PKCS#11"},
+};
+
+void showLibraryText(KeyManagerResult result) {
+    errInfo(kMessageRow, "%s", crvErrorTextAPI(crvCtx, libraryCode(result)));
+}
+
+/// The PINs that the profile needs, as a mask; a failed query counts as the user's.
+long neededPins() {
+    long mask = 0;
+    for (const long kind : {2L, kRootsPin}) {
+        long needed = 0;
+        mask |= crvGetPINInfo(crvCtx, kind, &needed) == CRV_OK ? needed : kUserPin;
+    }
+    return mask;
+}
+
+bool askPins(const char* prompt, long needed) {
+    if ((needed & kUserPin) != 0) {
+        if (!readPassword(prompt, userPassword) || !storePin(kUserPin, userPassword.data())) return false;
+    }
+    if ((needed & kRootsPin) != 0) {
+        if (!readPassword("Wprowadź hasło do dodatkowych punktów zaufania:", rootsPassword)) return false;
+        if (!storePin(kRootsPin, rootsPassword.data())) return false;
+    }
+    return true;
+}
+
+bool isWrongPassword(KeyManagerResult result) {
+    return result == kKmWrongPassword || result == kKmWrongRootsPassword || result == kKmWrongSigningKeyPin;
+}
+
+void showOpenFailure(KeyManagerResult result) {
+    if (const char* text = findText(kOpenTexts, result))
+        errInfo(kMessageRow, "%s", text);
+    else
+        showLibraryText(result);
+}
+
+/// Seeds the generators of a store that has no seed from keystrokes, saves the seed and opens the store again.
+bool seedAndReopen() {
+    if (keyManager->seedingSuppressed() || !seedFromKeystrokes("Brak pamięci")) return false;
+    return writeProtCfg() && initProfile() == kKmOk;
+}
+
+}  // namespace
+
+bool createDB() {
+    switch (const int state = dbManager->isDbCreated()) {
+        case 0:
+            return true;
+        case kNoDatabases:
+            break;
+        default:
+            showCode(kDatabaseTexts, state);
+            return false;
+    }
+    if (displCentQuestion(kMessageRow, "Bazy danych pakietu nie istnieją. Czy chcesz je utworzyć (t/n) ?") == 0)
+        return false;
+    if (dbManager->createDb()) return true;
+    errInfo(kMessageRow, "Błąd przy tworzeniu bazy danych !!!");
+    return false;
+}
+
+bool createPfx() {
+    if (displCentQuestion(kMessageRow, "Plik bezpieczeństwa pakietu nie istnieje. Czy chcesz go utworzyć (t/n) ?") == 0)
+        return false;
+    PasswordBuffer password{};
+    const WipeGuard guard(password.data(), password.size());
+    if (!chooseFirstPassword(password)) return false;
+    keyManager->beginNewProfile();
+    // The sign in the text stands where the other copies have "ę".
+    if (!seedFromKeystrokes("Brak pami©ci")) return false;
+    cfgManager->resetRecord();
+    userPassword = password;
+    return writeProtCfg();
+}
+
+bool deviceInit() {
+    const KeyManagerResult result = keyManager->deviceInit();
+    if (result == kKmOk) return true;
+    if (result == kKmDeviceLibrary || result == kKmDeviceFunction)
+        showLibraryText(result);
+    else
+        showCode(kDeviceTexts, result);
+    return false;
+}
+
+std::optional<KeyManagerResult> initProfile() {
+    SecurityFileLock lock;
+    if (!lock.take()) return std::nullopt;
+    clrToEol(kMessageRow, 0);
+    displText(kMessageRow, 0, "%s",
+              cfgManager->keyMedium() == KeyMedium::Token ? "Trwa odczyt informacji z karty..."
+                                                          : "Trwa odczyt kluczy i certyfikatów...");
+    refreshScr();
+    const KeyManagerResult result = keyManager->initProfile(0, true);
+    lock.release();
+    clrToEol(kMessageRow, 0);
+    if (result != kKmOk) showOpenFailure(result);
+    return result;
+}
+
+bool OnProfileZaloguj() {
+    const char* prompt =
+        cfgManager->keyMedium() == KeyMedium::Token ? "Podaj PIN do karty:" : "Wprowadź hasło dostępu:";
+    for (;;) {
+        const long needed = neededPins();
+        if (!askPins(prompt, needed)) return false;
+        const auto result = initProfile();
+        if (!result) return false;
+        if (*result == kKmOk) return true;
+        if (*result == kKmNoSeed) return seedAndReopen();
+        // Where nothing was asked, trying again by itself would only block a card.
+        if (!isWrongPassword(*result) || needed == 0) return false;
+        crvCtx->removePINs();
+    }
+}
+
+}  // namespace crv

@@ -1,0 +1,168 @@
+#include "crvconfd/screens/server_screens.h"
+
+#include <algorithm>
+#include <array>
+
+#include "config/configuration_manager.h"
+#include "crvconfd/engines/form.h"
+#include "crvconfd/engines/list_screen.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/session/current_profile.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "profiles/crv_profile.h"
+
+namespace crv {
+
+namespace {
+
+constexpr long kMaxPort = 65535;
+constexpr long kMaxPeriod = 31'536'000;  // a year
+
+constexpr std::array kProtocols{
+    FormChoice{CRVSRV_TYPE_LDAP, "LDAP"},
+    FormChoice{CRVSRV_TYPE_HTTP, "HTTP"},
+    FormChoice{CRVSRV_TYPE_FTP, "FTP"},
+};
+
+CrvProfile& profile() {
+    return *cfgManager->profile();
+}
+
+const char* protocolText(long type) {
+    const auto found =
+        std::find_if(kProtocols.begin(), kProtocols.end(), [&](const auto& choice) { return choice.value == type; });
+    return found == kProtocols.end() ? "?" : found->text;
+}
+
+/// The field that chooses the CA: none, then each of the authorities.
+FormField authorityField(SrvParams& server, const std::vector<CaChoice>& authorities) {
+    return {"Urząd", [&server] { return server.caDn.empty() ? std::string("dowolny") : server.caDnUtf8; },
+            [&server, &authorities] {
+                std::vector<std::string> items{"dowolny"};
+                int selected = 0;
+                for (const auto& authority : authorities) {
+                    items.push_back(authority.name);
+                    if (authority.dn == server.caDn) selected = static_cast<int>(items.size()) - 1;
+                }
+                clrScr();
+                displHeader(0, "Wybór urzędu");
+                const int index = showCentMenuList(2, items, selected, 18, true);
+                if (index < 0 || index == selected) return false;
+                server.caDn = index == 0 ? Bytes() : authorities[static_cast<size_t>(index) - 1].dn;
+                server.caDnUtf8 = index == 0 ? std::string() : items[static_cast<size_t>(index)];
+                return true;
+            }};
+}
+
+}  // namespace
+
+SrvDatViewer::SrvDatViewer(std::string title, ServerUsage usage, std::vector<CaChoice> authorities)
+    : title_(std::move(title)), usage_(usage), authorities_(std::move(authorities)) {}
+
+std::vector<SrvParams> SrvDatViewer::servers() const {
+    return profile().getServerIterator(usage_).servers;
+}
+
+std::vector<std::string> SrvDatViewer::items() const {
+    std::vector<std::string> rows;
+    for (const SrvParams& server : servers()) {
+        std::string row = server.name + "  " + protocolText(server.type) + "  " + server.addr;
+        if (server.port != 0) row += ":" + std::to_string(server.port);
+        row += server.path;
+        if (!server.caDn.empty()) row += "  [" + server.caDnUtf8 + "]";
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+void SrvDatViewer::edit(SrvParams server, bool isNew) {
+    std::vector<FormField> fields;
+    if (isNew) fields.push_back(textField("Nazwa", server.name));
+    fields.push_back(choiceField("Protokół", server.type, kProtocols));
+    fields.push_back(textField("Adres", server.addr));
+    fields.push_back(numberField("Port", server.port, kMaxPort));
+    fields.push_back(textField("Ścieżka", server.path));
+    fields.push_back(textField("Użytkownik", server.user));
+    fields.push_back(passwordField("Hasło", server.pass));
+    fields.push_back(flagField("Logowanie systemowe", server.winAuth));
+    if (usage_ == CRVSRV_USAGE_CRL)
+        fields.push_back(numberField("Okres pobierania w sekundach", server.periodSeconds, kMaxPeriod));
+    if (usage_ != CRVSRV_USAGE_TIME_STAMP) fields.push_back(authorityField(server, authorities_));
+    runForm(isNew ? title_ + " - nowy serwer" : title_ + " - " + server.name, fields, [&] {
+        return changeCurrentProfile(
+            [&](CrvProfile& target) { isNew ? target.addSrv(server) : target.updateSrv(server); });
+    });
+}
+
+void SrvDatViewer::remove(const SrvParams& server) {
+    if (displCentQuestion(kMessageRow, "Czy na pewno chcesz usunąć serwer (t/n)?") == 0) return;
+    changeCurrentProfile([&](CrvProfile& target) {
+        // A server may have other uses: it goes only with the last of them.
+        SrvParams rest = server;
+        rest.usage &= ~static_cast<long>(usage_);
+        rest.usage == 0 ? (void)target.delSrv(server.name) : target.updateSrv(rest);
+    });
+}
+
+void SrvDatViewer::run() {
+    const auto at = [this](size_t index) { return servers().at(index); };
+    const auto add = [this](size_t) {
+        SrvParams server;
+        server.usage = usage_;
+        server.type = usage_ == CRVSRV_USAGE_CERTIFICATES ? CRVSRV_TYPE_LDAP : CRVSRV_TYPE_HTTP;
+        edit(std::move(server), true);
+    };
+    const auto first = [&](size_t i) {
+        changeCurrentProfile([&](CrvProfile& target) { target.moveSrvFirst(at(i).name); });
+    };
+    const auto last = [&](size_t i) {
+        changeCurrentProfile([&](CrvProfile& target) { target.moveSrvLast(at(i).name); });
+    };
+    runListScreen({[this] { return title_; },
+                   [this] { return items(); },
+                   "Brak serwerów",
+                   {{'d', "~Dodaj", false, add},
+                    {'e', "~Edytuj", true, [&](size_t i) { edit(at(i), false); }},
+                    {'u', "~Usuń", true, [&](size_t i) { remove(at(i)); }},
+                    {'p', "Na ~początek", true, first},
+                    {'k', "Na ~koniec", true, last}}});
+}
+
+namespace {
+
+std::string titleOf(ServerUsage kind) {
+    switch (kind) {
+        case CRVSRV_USAGE_CERTIFICATES:
+            return "Serwery certyfikatów";
+        case CRVSRV_USAGE_OCSP:
+            return "Serwery OCSP";
+        default:
+            return "Serwery list CRL";
+    }
+}
+
+}  // namespace
+
+Cck4srv::Cck4srv(ServerUsage kind, std::vector<CaChoice> authorities)
+    : SrvDatViewer(titleOf(kind), kind, std::move(authorities)) {}
+
+void OnSrvProxy() {
+    Proxy proxy = profile().ownProxy();
+    bool system = profile().usesSystemProxy();
+    const std::vector<FormField> fields{
+        flagField("Ustawienia systemowe", system), textField("Adres", proxy.addr),
+        numberField("Port", proxy.port, kMaxPort), textField("Użytkownik", proxy.user),
+        passwordField("Hasło", proxy.password),
+    };
+    runForm("Ustawienia proxy", fields, [&] {
+        return changeCurrentProfile([&](CrvProfile& target) {
+            target.setUseProxyFromSystemSettings(system);
+            if (proxy.defined())
+                target.insertProxy(proxy.addr, proxy.port, proxy.user, proxy.password);
+            else
+                target.deleteProxy();
+        });
+    });
+}
+
+}  // namespace crv

@@ -1,0 +1,199 @@
+#include "crvconfd/screens/trusted_points.h"
+
+#include <ctime>
+
+#include "config/configuration_manager.h"
+#include "crvconfd/screens/cert_view.h"
+#include "crvconfd/screens/certificate_prompt.h"
+#include "crvconfd/screens/crt_text.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/session/messages.h"
+#include "crvconfd/session/prot_cfg.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "pki/revocation_manager.h"
+
+namespace crv {
+
+namespace {
+
+constexpr const char* kPlace = "src/crvconfd/trstpnts";
+constexpr int kFooterRow = 22;
+
+constexpr CodeText kAddTexts[] = {
+    {kKmNoMemory, "Brak pamięci"},
+    {kKmNoCaCertificate, "Wskazany certyfikat nie jest certyfikatem urzędu ds. certyfikatów."},
+    {kKmBadSignature, "Niepoprawny podpis pod certyfikatem"},
+    {kKmCardError, "Błąd zapisu autocertyfikatu urzędu na karcie kryptograficznej"},
+    {kKmPkcs11NotInitialised, "Nie zainicjowany interfejs PKCS#11"},
+    {kKmTrustPointExists, "Wskazane zaświadczenie certyfikacyjne punktu zaufania już istnieje."},
+    {kKmTrustPointRefused, "Niedopuszczalny punkt zaufania"},
+};
+
+constexpr CodeText kDeleteTexts[] = {
+    {kKmNotOnThisMedium, "Funkcja nie zaimplementowana na danym nośniku kluczy"},
+    {kKmNoMemory, "Brak pamięci"},
+    {kKmCardError, "Błąd usuwania autocertyfikatu urzędu z karty kryptograficznej"},
+    {kKmPkcs11NotInitialised, "Nie zainicjowany interfejs PKCS#11"},
+};
+
+/// Saves the change with the waiting text; then shows that it is done.
+void saveChange(const char* done) {
+    clrToEol(kMessageRow, 0);
+    displText(kMessageRow, 0, "%s",
+              cfgManager->keyMedium() == KeyMedium::Token ? "Czekaj, trwa zapis ustawień na karcie..."
+                                                          : "Czekaj, trwa zapis ustawień...");
+    if (!writeProtCfg()) return;
+    clrToEol(kMessageRow, 0);
+    displCentInfo(kMessageRow, done, 2);
+}
+
+std::string crlText(const CrlIndexEntry& crl) {
+    const std::string number = crl.crlNumber ? crl.crlNumber->decimal() : "bez numeru";
+    std::string text = number + " z " + dateLine(crl.thisUpdate);
+    if (crl.nextUpdate) text += ", do " + dateLine(*crl.nextUpdate);
+    return text;
+}
+
+}  // namespace
+
+TrustPointList readTrustedPoints() {
+    return keyManager->trustedPoints();
+}
+
+void displayCRLInfo(int row, int col, const SignedCertificate& authority) {
+    AuthorityCrls crls;
+    if (!revManager->lastCrls(authority, crls)) return displText(row, col, "Błąd bazy danych");
+    if (!crls.complete && !crls.delta) return displText(row, col, "brak");
+    if (crls.complete) displText(row++, col, "%s", crlText(*crls.complete).c_str());
+    if (crls.delta) displText(row, col, "przyrost %s", crlText(*crls.delta).c_str());
+}
+
+void displayTP(const TrustPointList& list, size_t index) {
+    clrScr();
+    displHeader(0, "Punkty zaufania");
+    if (list.empty()) return displText(2, 1, "Brak punktów zaufania");
+    const std::string position = std::to_string(index + 1) + "/" + std::to_string(list.size());
+    {
+        const AttrGuard header(kAttrHeader);
+        displText(0, kScreenColumns - static_cast<int>(position.size()), "%s", position.c_str());
+    }
+    const SignedCertificate& certificate = *list[index].certificate;
+    displText(2, 0, "Rodzaj:");
+    displText(2, 8, "Zwykły");
+    displText(3, 0, "Skrót z klucza:");
+    displText(3, 16, "%s ", hexText(certificate.computeKeyIdentifierSha1Hash()).c_str());
+    displText(4, 0, "Ostatnie listy uniewaznień:");
+    displayCRLInfo(4, 28, certificate);
+    displText(6, 0, "Identyfikator wyróżniający punktu zaufania:");
+    displayDN(7, certificate.subject());
+}
+
+void displayMenu(size_t index, size_t count) {
+    std::string footer = "~Dodaj   ";
+    if (count > 0) footer += "~Usuń   ";
+    if (index + 1 < count) footer += "~Następny   ";
+    if (index > 0) footer += "~Poprzedni   ";
+    if (count > 0) footer += "Sz~czegóły   Zapi~sz   ";
+    displCentColText(kFooterRow, "%s", (footer + "Po~wrót").c_str());
+}
+
+bool OnTrustedPointAdd() {
+    if (!keyManager->signingKey() || !keyManager->signingCertificate()) {
+        errInfo(kMessageRow, "Do zmiany konfiguracji wymagany jest certyfikat i klucz do podpisywania");
+        return false;
+    }
+    const CertPtr certificate = askForCertificate();
+    if (!certificate) return false;
+    const auto end = certificate->tbs.validity.notAfter.seconds();
+    if (end && *end < std::time(nullptr) &&
+        displCentQuestion(kMessageRow,
+                          "Zaświadczenie certyfikacyjne jest przeterminowane, czy chcesz kontynuować (t/n)?") == 0)
+        return false;
+    const KeyManagerResult result = keyManager->addTrustedCA(*certificate);
+    if (result == kKmOk)
+        saveChange("Punkt zaufania poprawnie dodany");
+    else
+        showCode(kAddTexts, result, kPlace);
+    return result == kKmOk;
+}
+
+bool OnTrustedPointDel(const TrustPointList& list, size_t index) {
+    if (displCentQuestion(kMessageRow, "Czy na pewno chcesz usunąć punkt zaufania (t/n)?") == 0) return false;
+    const TrustPoint& point = list.at(index);
+    if (point.flag != TrustPointFlag::User) {
+        errInfo(kMessageRow, "Wskazany punkt zaufania nie może zostać usunięty.");
+        return false;
+    }
+    const KeyManagerResult result =
+        keyManager->delTrustedCA(*point.certificate, static_cast<int>(TrustPointFlag::User));
+    if (result == kKmOk)
+        saveChange("Punkt zaufania usunięty");
+    else
+        showCode(kDeleteTexts, result, kPlace);
+    return result == kKmOk;
+}
+
+void OnTrustedPointSave(const TrustPointList& list, size_t index) {
+    saveCertificateToFile(*list.at(index).certificate);
+}
+
+void OnTrustedPointShow(const TrustPointList& list, size_t index) {
+    showCertificate(*list.at(index).certificate, "Szczegóły certyfikatu punktu zaufania " + std::to_string(index + 1) +
+                                                     "/" + std::to_string(list.size()));
+}
+
+void OnTrustedPoints() {
+    TrustPointList list = readTrustedPoints();
+    size_t index = 0;
+    for (;;) {
+        displayTP(list, index);
+        displayMenu(index, list.size());
+        bool changed = false;
+        const bool any = !list.empty();
+        switch (getKey()) {
+            case 'D':
+            case 'd':
+                changed = OnTrustedPointAdd();
+                break;
+            case 'U':
+            case 'u':
+                if (any) changed = OnTrustedPointDel(list, index);
+                break;
+            case 'N':
+            case 'n':
+                if (index + 1 < list.size()) ++index;
+                break;
+            case 'P':
+            case 'p':
+                if (index > 0) --index;
+                break;
+            case 'C':
+            case 'c':
+                if (any) OnTrustedPointShow(list, index);
+                break;
+            case 'S':
+            case 's':
+                if (any) OnTrustedPointSave(list, index);
+                break;
+            case 'W':
+            case 'w':
+                return;
+            default:
+                break;
+        }
+        if (!changed) continue;
+        list = readTrustedPoints();
+        index = 0;
+    }
+}
+
+std::vector<CaChoice> trustPointChoices() {
+    std::vector<CaChoice> choices;
+    for (const TrustPoint& point : readTrustedPoints()) {
+        CaChoice choice{point.certificate->subject().text(), {}};
+        if (point.certificate->subject().writeToVector(choice.dn)) choices.push_back(std::move(choice));
+    }
+    return choices;
+}
+
+}  // namespace crv

@@ -1,0 +1,33 @@
+#include "crvconfd/session/context.h"
+
+#include "api/crvctx.h"
+
+namespace crv {
+
+ContextOwner::ContextOwner() : context_(std::make_unique<CRVctx>()) {
+    crvCtx = context_.get();
+    cfgManager = &context_->configurationManager;
+    keyManager = &context_->keyManager;
+    dbManager = &context_->dbManager;
+    crtManager = &context_->certificateManager;
+    revManager = &context_->revocationManager;
+    crtCache = &context_->certificateCache;
+    netManager = &context_->networkManager;
+}
+
+ContextOwner::~ContextOwner() {
+    crvCtx = nullptr;
+    cfgManager = nullptr;
+    keyManager = nullptr;
+    dbManager = nullptr;
+    crtManager = nullptr;
+    revManager = nullptr;
+    crtCache = nullptr;
+    netManager = nullptr;
+}
+
+std::string ContextOwner::report() const {
+    return context_->state.wholeReport();
+}
+
+}  // namespace crv

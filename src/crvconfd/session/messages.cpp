@@ -1,0 +1,27 @@
+#include "crvconfd/session/messages.h"
+
+#include <algorithm>
+
+#include "corvane/crvapi.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "misc/exceptions.h"
+
+namespace crv {
+
+const char* findText(std::span<const CodeText> table, int code) {
+    const auto found = std::find_if(table.begin(), table.end(), [code](const auto& row) { return row.code == code; });
+    return found == table.end() ? nullptr : found->text;
+}
+
+void showCode(std::span<const CodeText> table, int code, const char* place) {
+    const char* text = findText(table, code);
+    if (!text) failAssertion("0", place, __LINE__);
+    errInfo(kMessageRow, "%s", text);
+}
+
+std::string failureText(const std::exception& failure) {
+    const auto* library = dynamic_cast<const CrvApiException*>(&failure);
+    return library && !library->hasText() ? crvErrorTextAPI(nullptr, library->code()) : failure.what();
+}
+
+}  // namespace crv

@@ -1,0 +1,70 @@
+#include "crvconfd/session/profile_names.h"
+
+#include <array>
+
+#include "crvconfd/toolkit/encoding.h"
+#include "misc/exceptions.h"
+#include "profiles/crv_profile.h"
+
+namespace crv {
+
+namespace {
+
+constexpr size_t kLongestName = 256;
+
+struct KindTexts {
+    const char* heading;
+    const char* none;
+};
+
+// In the order of AvailableProfiles.
+constexpr std::array<KindTexts, 4> kKindTexts{{
+    {"Lista profili:", "Brak profili"},
+    {"Lista profili użytkownika:", "Brak profili użytkownika"},
+    {"Lista profili wspólnych:", "Brak profili wspólnych"},
+    {"Lista profili:", "Brak profili"},
+}};
+
+void readNames(std::vector<std::string>& list, ProfileMedia media, const std::string& file) {
+    const auto iterator = CrvProfile::getProfileIterator(media, file);
+    for (std::string name; CrvProfile::getNextProfileName(*iterator, name);) {
+        if (name.size() <= kLongestName) list.push_back(name);
+    }
+}
+
+}  // namespace
+
+void readProfileList(std::vector<std::string>& list, AvailableProfiles kind, int& userCount, const char* file) {
+    list.clear();
+    userCount = 0;
+    if (kind == AvailableProfiles::File) {
+        const char* profilesFile = file;
+        VTEST_AT(profilesFile, "src/crvconfd/main", 453);
+        readNames(list, ProfileMedia::File, profilesFile);
+        return;
+    }
+    if (kind != AvailableProfiles::Common) {
+        readNames(list, ProfileMedia::User, {});
+        userCount = static_cast<int>(list.size());
+    }
+    if (kind != AvailableProfiles::User) readNames(list, ProfileMedia::Common, {});
+}
+
+std::string profileListText(AvailableProfiles kind, const char* file) {
+    std::vector<std::string> names;
+    int userCount = 0;
+    readProfileList(names, kind, userCount, file);
+    const KindTexts& texts = kKindTexts[static_cast<size_t>(kind)];
+    if (names.empty()) return pl(texts.none) + "\n";
+    std::string text = std::string(texts.heading) + "\n";
+    for (size_t i = 0; i < names.size(); ++i) {
+        const std::string number = std::to_string(i + 1);
+        text += (number.size() < 2 ? " " : "") + number + ". " + printable(names[i]);
+        if (kind == AvailableProfiles::All)
+            text += i < static_cast<size_t>(userCount) ? " <użytkownika>" : " <wspólny>";
+        text += "\n";
+    }
+    return pl(text);
+}
+
+}  // namespace crv

@@ -1,0 +1,207 @@
+#include "crvconfd/session/program.h"
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <system_error>
+
+#include "corvane/crvapi.h"
+#include "crvconfd/session/command_line.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/session/messages.h"
+#include "crvconfd/session/profile_names.h"
+#include "crvconfd/session/program_info.h"
+#include "crvconfd/session/session.h"
+#include "crvconfd/toolkit/encoding.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "misc/exceptions.h"
+#include "misc/path.h"
+
+namespace crv {
+
+namespace {
+
+constexpr int kStatusFailed = 1;
+constexpr int kStatusException = 255;
+
+struct ModeAttributes {
+    int shortcut;
+    int selected;
+    int header;
+    int emphasis;
+};
+// In the order of TerminalMode.
+constexpr std::array<ModeAttributes, 3> kModeAttributes{{
+    {0, 0, 0, 0},
+    {kAttrStandout, kAttrStandout, kAttrStandout, kAttrStandout},
+    {kAttrUnderline, kAttrReverse, kAttrReverse, kAttrBold},
+}};
+
+/// Takes up closed standard descriptors, so that no file of the program is opened in their place: what is written to
+/// them then fails.
+void occupyStandardFiles() {
+    for (int fd = open("/dev/null", O_RDONLY); fd >= 0; fd = open("/dev/null", O_RDONLY)) {
+        if (fd > STDERR_FILENO) {
+            close(fd);
+            break;
+        }
+    }
+}
+
+/// Neither a core file nor another process of the user is to see passwords.
+void hideMemory() {
+    const rlimit none{};
+    setrlimit(RLIMIT_CORE, &none);
+#ifndef __SANITIZE_ADDRESS__  // whose leak check needs to trace the process
+    prctl(PR_SET_DUMPABLE, 0);
+#endif
+}
+
+void complain(const std::string& text) {
+    const std::string line = pl(text) + "\n";
+    // There is nobody left to tell when this fails.
+    [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, line.data(), line.size());
+}
+
+/// Writes text that is converted already to standard output.
+void print(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t count = write(STDOUT_FILENO, text.data(), text.size());
+        if (count < 0 && errno != EINTR)
+            throw std::system_error(errno, std::generic_category(), "Błąd zapisu na standardowe wyjście");
+        if (count > 0) text.remove_prefix(static_cast<size_t>(count));
+    }
+}
+
+void printVersion() {
+    std::string info;
+    getProgramInfo(info);
+    print(pl(info + "\nCopyright (C) 2023 Twórcy pakietu Corvane. Licencja Apache 2.0.\n"));
+}
+
+bool canOpenList(const CommandLine& line) {
+    if (!line.listFile) return false;
+    const int fd = open(expandHome(*line.listFile).c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    struct stat status {};
+    const bool isFile = fstat(fd, &status) == 0 && !S_ISDIR(status.st_mode);
+    close(fd);
+    return isFile;
+}
+
+void startScreen(TerminalMode mode) {
+    initScr();
+    const ModeAttributes& attributes = kModeAttributes[static_cast<size_t>(mode)];
+    setShortcutAttr(attributes.shortcut);
+    setSelectedAttr(attributes.selected);
+    setHeaderAttr(attributes.header);
+    setEmphasisAttr(attributes.emphasis);
+}
+
+void runScreens(const CommandLine& line, NamedProfile named) {
+    hideMemory();
+    startScreen(line.terminalMode);
+    {
+        const CursorGuard hidden(false);
+        runSessions(line, std::move(named));
+    }
+    downScr();
+}
+
+void chooseLists() {
+    if (!bSignerProfiles) return;
+    for (const ProfileMedia media : {ProfileMedia::User, ProfileMedia::Common}) {
+        CrvProfile::setDefaultCfgFileName(media, CrvProfile::getSignerCfgFileName(media));
+    }
+}
+
+/// From the resolved command line to the exit status; the context lives in here.
+int runWithContext(const CommandLine& line) {
+    const ContextOwner context;
+    if (line.request == Request::List) {
+        print(profileListText(line.kind, line.listFile ? line.listFile->c_str() : nullptr));
+        return 0;
+    }
+    NamedProfile named;
+    if (line.profile) {
+        named.profile = loadCrvProfile(line.kind, *line.profile, line.listFile.value_or(""), &named.media);
+        if (!named.profile) {
+            complain("Nie znaleziono profilu " + printable(*line.profile));
+            return kStatusFailed;
+        }
+    }
+    runScreens(line, std::move(named));
+    if (line.verbose) complain(context.report());
+    return 0;
+}
+
+int runRequest(const CommandLine& line, const std::string& program) {
+    switch (line.request) {
+        case Request::Help:
+            print(helpText(baseName(program)));
+            return 0;
+        case Request::Version:
+            printVersion();
+            return 0;
+        case Request::UnknownArgument:
+            complain("Błędny parametr wywołania programu: " + printable(line.unknownArgument));
+            return kStatusFailed;
+        case Request::List:
+        case Request::Session:
+            break;
+    }
+    chooseLists();
+    if (line.kind == AvailableProfiles::File && !canOpenList(line)) {
+        complain("Nie można otworzyć pliku z listą profili: " + printable(line.listFile.value_or("")));
+        return kStatusFailed;
+    }
+    return runWithContext(line);
+}
+
+/// Tells of an exception where the user looks; the screen is ended.
+int failWith(const char* text) {
+    if (!wasInitScr()) {
+        complain(printable(text));
+    } else {
+        errInfo(kMessageRow, "%s", text);
+        downScr();
+    }
+    return kStatusException;
+}
+
+/// Ends the process as the signal would have, now that everything is put away.
+int endBySignal(int signal) {
+    downScr();
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+    return kStatusException;
+}
+
+}  // namespace
+
+int runProgram(int count, const char* const* arguments) {
+    occupyStandardFiles();
+    std::signal(SIGPIPE, SIG_IGN);
+    try {
+        try {
+            return runRequest(readCommandLine(count, arguments), count > 0 ? arguments[0] : "");
+        } catch (const NoScreen& missing) {
+            complain(missing.what());
+            return kStatusFailed;
+        } catch (const std::exception& failure) {
+            return failWith(failureText(failure).c_str());
+        }
+    } catch (const ScreenClosed& closed) {
+        return endBySignal(closed.signal());
+    }
+}
+
+}  // namespace crv

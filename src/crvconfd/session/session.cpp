@@ -1,0 +1,63 @@
+#include "crvconfd/session/session.h"
+
+#include "api/crvctx.h"
+#include "crvconfd/screens/menus.h"
+#include "crvconfd/screens/open_profile.h"
+#include "crvconfd/screens/profile_details.h"
+#include "crvconfd/screens/select_profile.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/session/current_profile.h"
+#include "crvconfd/session/program_info.h"
+#include "crvconfd/session/prot_cfg.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "misc/whole_file.h"
+
+namespace crv {
+
+namespace {
+
+/// Opens the keys of the current profile as its type demands.
+bool openKeys() {
+    switch (cfgManager->profileType()) {
+        case SessionProfileType::File:
+            return fileExists(cfgManager->securityFileName()) ? OnProfileZaloguj() : createPfx();
+        case SessionProfileType::Device:
+            clrToEol(kMessageRow, 0);
+            displText(kMessageRow, 0, "Inicjowanie pracy z kartą...");
+            refreshScr();
+            return deviceInit() && OnProfileZaloguj();
+        default:
+            errInfo(kMessageRow, "Nieznany typ profilu");
+            return false;
+    }
+}
+
+/// One session; its passwords end with it.
+void runSession(std::unique_ptr<CrvProfile> profile, ProfileSource source) {
+    const PasswordWiper wiper;
+    currentProfileSource = std::move(source);
+    crvCtx->setProfile(std::move(profile));
+    setTitle(sessionTitle().c_str());
+    clrScr();
+    displayProgramInfo(0);
+    if (createDB() && openKeys()) OnMainMenu();
+}
+
+}  // namespace
+
+void runSessions(const CommandLine& line, NamedProfile named) {
+    const std::string file = line.listFile.value_or("");
+    if (named.profile) return runSession(std::move(named.profile), {named.media, file});
+    std::string lastName;
+    std::optional<ProfileMedia> source;
+    for (;;) {
+        crvCtx->setProfile(nullptr);
+        auto profile = selectProfile(line.kind, lastName, file.c_str(), source,
+                                     [](const CrvProfile& shown) { OnProfileDetails(&shown); });
+        if (!profile) return;
+        lastName = profile->name();
+        runSession(std::move(profile), {source.value(), file});
+    }
+}
+
+}  // namespace crv

@@ -1,0 +1,291 @@
+// The screen's life: start and end, signals, the pad, the cursor and the attributes.
+#include <curses.h>
+#include <langinfo.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <clocale>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "crvconfd/toolkit/encoding.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "crvconfd/toolkit/toolkit_internal.h"
+#include "misc/file_semaphore.h"
+
+namespace crv {
+
+namespace {
+
+constexpr std::array kEndSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+
+struct Screen {
+    SCREEN* handle = nullptr;
+    WINDOW* pad = nullptr;
+    bool cursorVisible = true;
+    std::array<struct sigaction, kEndSignals.size()> before{};
+};
+Screen screen;
+
+/// The terminal as it was before the screen started, for a handler that cannot wait for the program.
+termios startModes;
+
+struct LogicalAttributes {
+    int emphasis = 0;
+    int selected = 0;
+    int header = 0;
+    int shortcut = 0;
+};
+LogicalAttributes attributes;
+
+/// The signal that asked for the end; 0 while none did.
+std::atomic<int> endSignal{0};
+static_assert(std::atomic<int>::is_always_lock_free, "a signal handler writes it");
+
+void onEndSignal(int signal) {
+    if (endSignal.exchange(signal) == 0) {
+        setProcessEnding();
+        return;
+    }
+    // Asked twice: the program hangs somewhere, so the terminal is put right from here.
+    tcsetattr(STDIN_FILENO, TCSANOW, &startModes);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
+void catchEndSignals() {
+    struct sigaction action {};
+    action.sa_handler = onEndSignal;
+    // No SA_RESTART: waits are to end. What was ignored at the start (nohup) stays ignored.
+    for (size_t i = 0; i < kEndSignals.size(); ++i) {
+        sigaction(kEndSignals[i], nullptr, &screen.before[i]);
+        if (screen.before[i].sa_handler != SIG_IGN) sigaction(kEndSignals[i], &action, nullptr);
+    }
+}
+
+void releaseEndSignals() {
+    for (size_t i = 0; i < kEndSignals.size(); ++i) sigaction(kEndSignals[i], &screen.before[i], nullptr);
+}
+
+std::string terminalName() {
+    const char* name = std::getenv("TERM");
+    return name == nullptr ? "" : name;
+}
+
+std::string tooSmall(int columns, int rows) {
+    return "Terminal jest za mały: " + std::to_string(columns) + "x" + std::to_string(rows) +
+           ", potrzeba co najmniej 80x24.";
+}
+
+/// Why curses cannot draw the screens on the terminal; empty when it can.
+std::string unfitness() {
+    if (tigetstr("cup") == nullptr) return "Terminal nie umie ustawić kursora (TERM=" + terminalName() + ").";
+    return LINES < kScreenRows || COLS < kScreenColumns ? tooSmall(COLS, LINES) : "";
+}
+
+void requireTerminal() {
+    if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
+        throw NoScreen("Program wymaga terminala na standardowym wejściu i wyjściu.");
+    }
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 && size.ws_col > 0 &&
+        (size.ws_row < kScreenRows || size.ws_col < kScreenColumns)) {
+        throw NoScreen(tooSmall(size.ws_col, size.ws_row));
+    }
+}
+
+/// Curses reads texts by LC_CTYPE, so texts in UTF-8 need a locale of UTF-8.
+void matchLocale() {
+    if (displayEncoding() == DisplayEncoding::Utf8 && std::strcmp(nl_langinfo(CODESET), "UTF-8") != 0) {
+        std::setlocale(LC_CTYPE, "C.UTF-8");
+    }
+}
+
+void setKeyModes() {
+    noecho();
+    cbreak();
+}
+
+int resolve(int code) {
+    switch (code) {
+        case kAttrEmphasis:
+            return attributes.emphasis;
+        case kAttrSelected:
+            return attributes.selected;
+        case kAttrHeader:
+            return attributes.header;
+        case kAttrShortcut:
+            return attributes.shortcut;
+        default:
+            return code;
+    }
+}
+
+attr_t cursesAttributes(int code) {
+    constexpr std::array<std::pair<int, attr_t>, 4> kBits{
+        {{kAttrStandout, A_STANDOUT}, {kAttrReverse, A_REVERSE}, {kAttrBold, A_BOLD}, {kAttrUnderline, A_UNDERLINE}}};
+    attr_t result = 0;
+    for (const auto& [bit, attribute] : kBits) {
+        if ((resolve(code) & bit) != 0) result |= attribute;
+    }
+    return result;
+}
+
+}  // namespace
+
+namespace toolkit {
+
+WINDOW* pad() {
+    return screen.pad;
+}
+
+void show() {
+    pnoutrefresh(screen.pad, 0, 0, 0, 0, std::min(kScreenRows, LINES) - 1, std::min(kScreenColumns, COLS) - 1);
+    doupdate();
+}
+
+void noteHangUp() {
+    onEndSignal(SIGHUP);
+}
+
+void throwIfClosed() {
+    if (const int signal = endSignal; signal != 0) throw ScreenClosed(signal);
+}
+
+bool translateKeys(bool on) {
+    return keypad(screen.pad, on) == ERR;
+}
+
+}  // namespace toolkit
+
+void initScr() {
+    if (wasInitScr()) return;
+    requireTerminal();
+    matchLocale();
+    tcgetattr(STDIN_FILENO, &startModes);
+    // newterm and not initscr, which would end the process when the terminal is unknown.
+    screen.handle = newterm(nullptr, stdout, stdin);
+    if (screen.handle == nullptr) throw NoScreen("Nieznany rodzaj terminala (TERM=" + terminalName() + ").");
+    if (const std::string why = unfitness(); !why.empty()) {
+        endwin();
+        delscreen(screen.handle);
+        screen.handle = nullptr;
+        throw NoScreen(why);
+    }
+    screen.pad = newpad(kScreenRows, kScreenColumns);
+    screen.cursorVisible = true;
+    use_legacy_coding(2);
+    set_escdelay(100);
+    setKeyModes();
+    catchEndSignals();
+}
+
+void downScr() {
+    if (!wasInitScr()) return;
+    showCursor(true);
+    echo();
+    clrScr();
+    toolkit::show();
+    endwin();
+    delwin(screen.pad);
+    delscreen(screen.handle);
+    screen.pad = nullptr;
+    screen.handle = nullptr;
+    releaseEndSignals();
+}
+
+bool wasInitScr() {
+    return screen.handle != nullptr;
+}
+
+void clrScr() {
+    werase(screen.pad);
+    toolkit::movePen(0, 0);
+}
+
+void refreshScr() {
+    toolkit::show();
+}
+
+void clrToEol(int row, int col) {
+    if (!toolkit::movePen(row, col)) return;
+    wclrtoeol(screen.pad);
+    toolkit::show();
+}
+
+void suspendScr() {
+    clrScr();
+    toolkit::show();
+    def_prog_mode();
+    endwin();
+}
+
+void resumeScr() {
+    reset_prog_mode();
+    setKeyModes();
+    clearok(curscr, TRUE);
+    toolkit::show();
+}
+
+void beepSignal() {
+    beep();
+    toolkit::show();
+}
+
+bool showCursor(bool visible) {
+    const bool before = screen.cursorVisible;
+    curs_set(visible ? 1 : 0);
+    screen.cursorVisible = visible;
+    return before;
+}
+
+int moveCursor(int row, int col) {
+    if (toolkit::movePen(row, col)) toolkit::show();
+    return 1;
+}
+
+bool setKeypadMode(bool /*on*/) {
+    return toolkit::translateKeys(true);
+}
+
+int getEmphasisAttr() {
+    return attributes.emphasis;
+}
+int getSelectedAttr() {
+    return attributes.selected;
+}
+int getHeaderAttr() {
+    return attributes.header;
+}
+int getShortcutAttr() {
+    return attributes.shortcut;
+}
+void setEmphasisAttr(int bits) {
+    attributes.emphasis = bits;
+}
+void setSelectedAttr(int bits) {
+    attributes.selected = bits;
+}
+void setHeaderAttr(int bits) {
+    attributes.header = bits;
+}
+void setShortcutAttr(int bits) {
+    attributes.shortcut = bits;
+}
+
+void attrOn(int code) {
+    wattr_on(screen.pad, cursesAttributes(code), nullptr);
+}
+
+void attrOff(int code) {
+    wattr_off(screen.pad, cursesAttributes(code), nullptr);
+}
+
+}  // namespace crv

@@ -1,0 +1,209 @@
+// Opening and closing of the key store.
+#include "keystore/key_manager.h"
+
+#include <new>
+
+#include "config/configuration_manager.h"
+#include "config/context_services.h"
+#include "corvane/crvprofile.h"
+#include "keystore/key_manager_state.h"
+#include "keystore/key_pairing.h"
+#include "keystore/security_file.h"
+#include "misc/exceptions.h"
+#include "misc/logger.h"
+
+namespace crv {
+namespace {
+
+constexpr long kRecertificationOption = 13;
+
+}  // namespace
+
+bool allowsRecertification(const CRVCfgFile& record) {
+    return record.getIntOpt(kRecertificationOption) != 0;
+}
+
+KeyManager::KeyManager(uint64_t generatorCycle)
+    : generatorCycle_(generatorCycle), random_([this](std::span<uint8_t> out) {
+          // A medium that nobody asks for random octets leaves the buffer as it is: never use that.
+          return media_ && media_->randomSource() != RandomSource::Nobody && rbgFill(out) == kKmOk;
+      }) {}
+
+KeyManager::~KeyManager() = default;
+
+void KeyManager::init(ContextServices& context) {
+    context_ = &context;
+}
+
+ConfigurationManager& KeyManager::configuration() const {
+    VTEST(context_, kKeyManagerPlace);
+    return context_->configuration();
+}
+
+KeyStoreMedia& KeyManager::media() const {
+    VTEST(media_, kKeyManagerPlace);
+    return *media_;
+}
+
+void KeyManager::selectMedia() {
+    VTEST(context_, kKeyManagerPlace);
+    if (!media_) media_ = KeyStoreMedia::create(*context_);
+}
+
+void KeyManager::forget() noexcept {
+    if (media_) media_->logout();
+    media_.reset();
+    contents_ = {};
+    additionalCerts_.clear();
+    file_.reset();
+    deviceRecord_.reset();
+    beforeInstall_.reset();
+    wipe(signedConfiguration_);
+    hashRbg_.reset();
+    dssRbg_.reset();
+    loggedIn_ = saved_ = creating_ = generatorReady_ = false;
+    if (recordTaken_) context_->configuration().setRecord(nullptr);
+    recordTaken_ = false;
+}
+
+void KeyManager::deinitProfile() noexcept {
+    if (loggedIn_) context_->removePINs();
+    forget();
+}
+
+void KeyManager::beginNewProfile() {
+    forget();
+    selectMedia();
+    creating_ = true;
+}
+
+KeyManagerResult KeyManager::deviceInit() {
+    forget();
+    selectMedia();
+    return media().start();
+}
+
+KeyManagerResult KeyManager::initProfile(int mode, bool readAdditional) {
+    VTEST(mode == 0, kKeyManagerPlace);
+    forget();
+    selectMedia();
+    KeyManagerResult result = kKmNoMemory;
+    try {
+        result = openKeyStore(readAdditional);
+    } catch (const std::bad_alloc&) {
+    } catch (...) {
+        forget();
+        throw;
+    }
+    loggedIn_ = result == kKmOk;
+    if (result != kKmOk && result != kKmNoSeed) forget();
+    logLine(LogLevel::info, "KeyManager::initProfile. END " + std::to_string(result));
+    return result;
+}
+
+KeyManagerResult KeyManager::openKeyStore(bool readAdditional) {
+    SecretText pin;
+    KeyManagerResult result = media().needsPin() ? askPin(pin) : kKmOk;
+    if (result == kKmOk) result = media().hasSecurityFile() ? loadKey(pin) : openDevice(pin);
+    if (result == kKmOk && media().needsPin()) result = verifyConfiguration();
+    if (result != kKmOk) return result;
+    result = initRBGFromTheSeed();
+    if (result != kKmOk) {
+        logLine(LogLevel::error, "KeyManager::initProfile. initRBGFromTheSeed return: " + std::to_string(result));
+        return result;
+    }
+    result = saveNewSeed();
+    return result == kKmOk && readAdditional ? readAdditionalTrustedCA() : result;
+}
+
+KeyManagerResult KeyManager::askPin(SecretText& pin) {
+    const int answer = context_->getPIN(PinSlot::SigningToken, pin);
+    if (answer == kPinWrong) return kKmWrongPassword;
+    if (answer == kPinCancelled) return kKmCancelled;
+    VTEST(answer == kPinOk, kKeyManagerPlace);
+    return kKmOk;
+}
+
+bool KeyManager::ignoresSecurityFile() const {
+    long ignore = 0;
+    const bool read = configuration().profile()->getAttr(CRVPROFILE_ATTR_IGNORE_SFT_FILE, ignore) == kAttrOk;
+    VTEST(read, kKeyManagerPlace);
+    return ignore != 0;
+}
+
+bool KeyManager::recertificationAllowed() const {
+    return allowsRecertification(configuration().record());
+}
+
+KeyManagerResult KeyManager::loadKey(const SecretText& password) {
+    selectMedia();
+    VTEST(media().hasSecurityFile(), kKeyManagerPlace);
+    Bytes octets;
+    bool missing = false;
+    if (const KeyManagerResult read = media().readFile(octets, missing); read != kKmOk) {
+        const std::string path = configuration().securityFileName();
+        if (read == kKmOpenFailed)
+            logLine(LogLevel::error, path.empty() ? "KeyManager::loadKey. parameter ATTR_PKCS12_FILE not defined"
+                                                  : "KeyManager::loadKey. Could not open file " + path);
+        return read;
+    }
+    const bool withSecrets = !ignoresSecurityFile();
+    LoadedSecurityFile loaded;
+    if (const KeyManagerResult read = readSecurityFile(octets, password, withSecrets, loaded); read != kKmOk)
+        return read;
+    const CRVCfgFile& record = loaded.configuration ? *loaded.configuration : configuration().record();
+    KeyStoreContents contents;
+    // What a signed record allows is known when it is verified.
+    const bool recertification = !loaded.signedConfiguration.empty() || allowsRecertification(record);
+    const KeyManagerResult paired = analyzeKeysAndCerts(loaded, recertification, contents);
+    if (paired != kKmOk) return paired;
+    file_ = std::make_unique<FileState>(octets, contents, password);
+    contents_ = std::move(contents);
+    signedConfiguration_ = std::move(loaded.signedConfiguration);
+    if (withSecrets) takeRecord(contents_.configuration);
+    copyUserUnqualifiedTrustedCA();
+    return kKmOk;
+}
+
+KeyManagerResult KeyManager::openDevice(const SecretText& pin) {
+    if (const KeyManagerResult result = media().login(pin); result != kKmOk) return result;
+    Bytes encoding;
+    if (const KeyManagerResult result = media().readConfiguration(encoding); result != kKmOk) return result;
+    if (encoding.empty()) return kKmOk;
+    const auto record = decodeRecord(encoding);
+    if (!record) return kKmBadFormat;
+    deviceRecord_ = record;
+    takeRecord(record);
+    copyUserUnqualifiedTrustedCA();
+    return kKmOk;
+}
+
+KeyManagerResult KeyManager::verifyConfiguration() {
+    SecretText pin;
+    const int answer = context_->getPIN(PinSlot::SigningToken, pin);
+    if (answer == kPinWrong) return kKmWrongPassword;
+    if (answer != kPinOk) return kKmOk;
+    if (pin.empty()) logLine(LogLevel::info, "KeyManager::initProfile. crvCtx->getPIN sgnPIN is empty ");
+    if (signedConfiguration_.empty()) return kKmOk;
+
+    const PrivateKey* key = signingKey();
+    Bytes content;
+    const KeyManagerResult verified =
+        key ? verifySignedData(signedConfiguration_, key->publicKey(), content) : kKmBadSignature;
+    if (verified != kKmOk) return verified == kKmBadSignature ? kKmConfigurationSignature : verified;
+    const auto record = decodeRecord(content);
+    if (!record) return kKmBadFormat;
+    if (!allowsRecertification(*record) && hasTwoNames(contents_)) return kKmKeyHasTwoNames;
+    takeRecord(record);
+    copyUserUnqualifiedTrustedCA();
+    wipe(signedConfiguration_);
+    saved_ = true;
+    return kKmOk;
+}
+
+void KeyManager::takeRecord(const std::shared_ptr<const CRVCfgFile>& record) {
+    configuration().setRecord(record);
+    recordTaken_ = true;
+}
+
+}  // namespace crv

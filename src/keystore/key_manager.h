@@ -1,0 +1,269 @@
+// The keys of the current profile: opening and saving its key store, its certificates and trust points, and the random
+// generators that everything in the key store draws from.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "crypto/ec_curves.h"
+#include "crypto/kc_hash.h"
+#include "crypto/kc_rbg.h"
+#include "crypto/key_scheme.h"
+#include "crypto/random_bridge.h"
+#include "keystore/key_manager_result.h"
+#include "keystore/key_store_contents.h"
+
+namespace crv {
+
+class ConfigurationManager;
+class ContextServices;
+class DistinguishedName;
+class GenericFile;
+class KeyStoreMedia;
+
+/// Where a trust point comes from. Only those of User can be deleted.
+enum class TrustPointFlag : int { KeyStore = 0, User = 1, Qualified = 2, Additional = 3 };
+
+struct TrustPoint {
+    CertPtr certificate;
+    TrustPointFlag flag;
+};
+
+/// What the caller of a generation does while it runs.
+struct KeyGenHooks {
+    /// Called again and again; false stops the generation.
+    std::function<bool()> progress = {};
+    /// Called when the key is there, before everything is saved: takes the lock on the security file. False drops the
+    /// key.
+    std::function<bool()> beforeSave = {};
+};
+
+enum class RequestFormat { pem, der };
+
+/// What a certification request is to be like.
+struct CrtRequestParams {
+    RequestFormat format = RequestFormat::pem;
+    const DistinguishedName* subject = nullptr;  ///< null: chosen by the key manager
+    KeyScheme scheme = KeyScheme::rsa;           ///< of the request's signature
+    KcHashAlgo hash = KcHashAlgo::sha256;        ///< of the request's signature
+    /// Hash of the parameters of id-RSASSA-PSS that are written into the key's algorithm; none: rsaEncryption.
+    KcHashAlgo forcedPss = KcHashAlgo::none;
+};
+
+/// Bits of KeyManager::saveKey's flags.
+enum SaveKeyFlag : int {
+    kSaveNewPassword = 1,  ///< the password replaces that of the file
+};
+
+/// Holder of the user's keys, owned by the context; used by one caller at a time.
+///
+/// Nothing here takes the lock on the security file: the console holds it around opening and saving, the library's
+/// authentication call for everybody else. Operations answer a KeyManagerResult; allocation failure is kKmNoMemory; a
+/// call that the state does not allow is a failed assertion.
+class KeyManager {
+  public:
+    /// `generatorCycle`: steps of the generator before it is seeded anew (tests shorten it).
+    explicit KeyManager(uint64_t generatorCycle = KcRbgHashIso18031::kCycle);
+    ~KeyManager();
+    KeyManager(const KeyManager&) = delete;
+    KeyManager& operator=(const KeyManager&) = delete;
+
+    /// Binds the manager to its context; once, before everything else.
+    void init(ContextServices& context);
+
+    // --- Opening and closing
+
+    /// Device start (Tarvo, token), before the log-in: forgets the previous profile, finds the device and makes it
+    /// ready for log-in. kKmDeviceError, kKmDeviceNotFound, kKmDeviceLibrary, kKmDeviceFunction,
+    /// kKmPkcs11NotInitialised. Media without a device answer kKmOk.
+    [[nodiscard]] KeyManagerResult deviceInit();
+
+    /// Log-in: opens the key store of the context's current profile with the password from the PIN cache, restores the
+    /// configuration record into the configuration manager, seeds the generators, stores a fresh seed and, when asked,
+    /// reads the additional trust points. `mode` is 0.
+    /// Closes whatever was open first; the PIN cache is not touched.
+    /// A failure forgets everything, with one exception: after kKmNoSeed the contents stay for rbgInit (from
+    /// keystrokes) and saveConfiguration, after which initProfile is called again.
+    [[nodiscard]] KeyManagerResult initProfile(int mode, bool readAdditional);
+
+    /// Log-out: forgets and wipes keys, certificates, configuration, seed and generators, and when a profile was logged
+    /// in also the PINs. Not to be called between kKmNoSeed and the save that mends it. Never fails.
+    void deinitProfile() noexcept;
+
+    /// Before a security file is created: forgets the previous profile and binds the current one, with nothing in it.
+    /// Then follow rbgInit, the defaults of the configuration, and saveConfiguration, whose success ends logged in.
+    void beginNewProfile();
+
+    [[nodiscard]] bool isLoggedIn() const { return loggedIn_; }
+    /// Whether the last change was saved.
+    [[nodiscard]] bool isSaved() const { return saved_; }
+    /// Whether a missing seed simply fails the log-in instead of asking the user for keystrokes. Off at first.
+    [[nodiscard]] bool seedingSuppressed() const { return seedingSuppressed_; }
+    void suppressSeeding(bool suppress) { seedingSuppressed_ = suppress; }
+
+    // --- The security file
+
+    /// Reads and deciphers the security file of a file profile and pairs its keys with its certificates.
+    [[nodiscard]] KeyManagerResult loadKey(const SecretText& password);
+
+    /// Writes the security file, whole and atomically; a new file gets mode 0600. Only for file profiles (assertion).
+    /// Where the file changed since it was read or written here, it is read again and what this session changed is
+    /// merged into it. Without kSaveNewPassword another password than the file's is kKmWrongPassword, so that no stale
+    /// PIN changes it. kKmKeyHasTwoNames for what the next log-in would refuse for that. kKmWriteFailed also when the
+    /// changed file cannot be deciphered; kKmNoSeed without a seeded generator. A failure changes neither the file nor
+    /// the memory.
+    [[nodiscard]] KeyManagerResult saveKey(const SecretText& password, int flags);
+
+    /// Draws a new seed and saves it; for media without a security file, and before the generators are ready, does
+    /// nothing.
+    [[nodiscard]] KeyManagerResult saveNewSeed();
+
+    /// Saves the keys and the configuration record on whatever the medium is, with the password from the PIN cache;
+    /// what another session changed meanwhile is merged, as in saveKey. A device's record that is none is
+    /// kKmDeviceError.
+    [[nodiscard]] KeyManagerResult saveConfiguration();
+
+    /// Enciphers the file under a new password. The old one is not looked at: the user is logged in.
+    [[nodiscard]] KeyManagerResult changePin(const SecretText& oldPassword, const SecretText& newPassword);
+
+    // --- Random generators
+
+    [[nodiscard]] KeyManagerResult initRBGFromTheSeed();
+    /// Seeds the generators from material of any length and derives a new stored seed. CryptoError passes through.
+    [[nodiscard]] KeyManagerResult rbgInit(ByteView material);
+    /// Fills the buffer; kKmNoSeed before the generators are ready. Provider profiles answer kKmOk and leave the buffer
+    /// as it is: never use it then.
+    [[nodiscard]] KeyManagerResult rbgFill(std::span<uint8_t> out);
+    /// The generators as the source of libcrypto's key generation and signatures.
+    [[nodiscard]] RandomBridge& random() { return random_; }
+
+    // --- Keys
+
+    /// All keys: the signing key, the encryption key, then the further ones.
+    [[nodiscard]] std::span<const StoredKey> keys() const { return contents_.keys; }
+    [[nodiscard]] bool hasAnyKey() const { return !contents_.keys.empty(); }
+    /// Whether a key has the use already, or for Both one of the two.
+    [[nodiscard]] bool hasKey(KeyType use) const;
+    /// The key that signs or decrypts; null when there is none. Valid until the next change.
+    [[nodiscard]] const PrivateKey* signingKey() const;
+    [[nodiscard]] const PrivateKey* encryptionKey() const;
+    /// How the signing key signs: an RSA key by PSS when the configured signature algorithm says so. `none` without a
+    /// key.
+    [[nodiscard]] KeyScheme signingKeyType() const;
+    /// Takes a newly generated key into its role and saves everything. When that fails the key is dropped again and the
+    /// result of the save is answered. A role that is taken is a failed assertion: ask hasKey first.
+    [[nodiscard]] KeyManagerResult addNewKey(KeyType use, const PrivateKey& key);
+
+    // --- Generation of keys for the user. Each generates a key, takes it into its role and saves everything; a failure
+    // or a stop changes nothing. kKmCancelled when a hook ends it, kKmKeyTooShort, kKmAlgorithmNotSupported,
+    // kKmGenerationFailed, kKmRsaFailed, kKmNoSeed, and what saving answers.
+
+    /// An RSA key of 2048 bits or more; for a signing key the scheme (rsa or rsaPss) is remembered in the
+    /// configuration.
+    [[nodiscard]] KeyManagerResult generateRsaUserKey(KeyType use, uint64_t publicExponent, unsigned bits,
+                                                      KeyScheme scheme, const KeyGenHooks& hooks = {});
+    /// A DSA key for signing; 1024 bits.
+    [[nodiscard]] KeyManagerResult generateDsaUserKey(unsigned bits, const KeyGenHooks& hooks = {});
+    /// An EC key for signing, its domain by name or written out.
+    [[nodiscard]] KeyManagerResult generateECDsaUserKey(KeyType use, StdECId curve, bool explicitDomain,
+                                                        const KeyGenHooks& hooks = {});
+
+    /// A certification request (PKCS#10, RFC 2986) for the key of a use, signed with that key by scheme and hash, in
+    /// PEM (lines end in CR LF) or DER. Without a subject it is that of the user's certificate, else CN=<profile name>.
+    /// kKmKeyNotFound, kKmHashNotSupported, kKmRsaFailed.
+    [[nodiscard]] KeyManagerResult prepareCrtRequest(KeyType use, const CrtRequestParams& params, Bytes& out);
+
+    // --- The user's certificates
+
+    [[nodiscard]] const CertList& userCerts() const { return contents_.userCerts; }
+    /// The newest certificate of a key, or null.
+    [[nodiscard]] CertPtr certificateOf(const StoredKey& key) const;
+    /// The certificate of the key that signs or decrypts, or null.
+    [[nodiscard]] CertPtr signingCertificate() const;
+    [[nodiscard]] CertPtr encryptionCertificate() const;
+    /// Pairs a certificate with the key that it belongs to; the caller saves. kKmNoKeyForCertificate; kKmRoleTaken when
+    /// its use belongs to another key; for a key that has a certificate: one of the same name is replaced by a newer
+    /// one, else kKmCertificateExists; under another name kKmKeyHasTwoNames unless option 13 allows it.
+    [[nodiscard]] KeyManagerResult installUserCrt(const SignedCertificate& certificate);
+    /// Takes the last installation back, unless something was saved or installed since.
+    void undoInstallUserCrt();
+
+    // --- Trust points
+
+    /// Each trust point once: those of the user, of the key store, the qualified ones of the configuration, the
+    /// additional ones. The order is stable.
+    [[nodiscard]] std::vector<TrustPoint> trustedPoints() const;
+    /// Adds a trust point of the user; the caller saves. kKmNoCaCertificate, kKmBadSignature, kKmTrustPointExists,
+    /// kKmTrustPointRefused.
+    [[nodiscard]] KeyManagerResult addTrustedCA(const SignedCertificate& certificate);
+    /// Deletes a trust point of the user (`flag` 1, TrustPointFlag::User) from the configuration and from the key
+    /// store; the caller saves. kKmNotOnThisMedium for one that cannot be deleted; one that is gone already is kKmOk.
+    [[nodiscard]] KeyManagerResult delTrustedCA(const SignedCertificate& certificate, int flag);
+    /// Reads the additional trust-point store that the profile names: none is kKmOk; kKmNoRootsPassword,
+    /// kKmWrongRootsPassword, kKmRootsFormat.
+    [[nodiscard]] KeyManagerResult readAdditionalTrustedCA();
+
+    /// Checks a CMS SignedData (RFC 5652 5) in DER with a public key and gives its content. kKmBadFormat,
+    /// kKmBadSignature.
+    [[nodiscard]] static KeyManagerResult verifySignedData(ByteView signedData, const PublicKey& signer,
+                                                           Bytes& content);
+
+  private:
+    struct FileState;
+
+    [[nodiscard]] ConfigurationManager& configuration() const;
+    [[nodiscard]] KeyStoreMedia& media() const;
+    void forget() noexcept;
+    void selectMedia();
+
+    [[nodiscard]] KeyManagerResult openKeyStore(bool readAdditional);
+    [[nodiscard]] KeyManagerResult openDevice(const SecretText& pin);
+    [[nodiscard]] KeyManagerResult verifyConfiguration();
+    [[nodiscard]] KeyManagerResult askPin(SecretText& pin);
+    [[nodiscard]] bool ignoresSecurityFile() const;
+    [[nodiscard]] bool recertificationAllowed() const;
+    [[nodiscard]] bool mixForThisProcess();
+    void takeRecord(const std::shared_ptr<const CRVCfgFile>& record);
+    void copyUserUnqualifiedTrustedCA();
+    [[nodiscard]] KeyManagerResult keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
+                                                 const std::function<PrivateKey()>& generate);
+    [[nodiscard]] DistinguishedName requestSubject() const;
+
+    [[nodiscard]] KeyStoreContents currentContents() const;
+    [[nodiscard]] KeyManagerResult mergeWithFile(const SecretText& password, KeyStoreContents& contents);
+    [[nodiscard]] KeyManagerResult mergeWithDevice(KeyStoreContents& contents);
+    [[nodiscard]] KeyManagerResult writeContents(KeyStoreContents contents, const SecretText& password);
+    void noteSaved();
+
+    ContextServices* context_ = nullptr;
+    std::unique_ptr<KeyStoreMedia> media_;
+    KeyStoreContents contents_;
+    CertList additionalCerts_;
+    std::unique_ptr<FileState> file_;                 // the security file as last read or written; null: not at all
+    std::shared_ptr<const CRVCfgFile> deviceRecord_;  // a device's record as last read or written; null: it had none
+    std::unique_ptr<KeyStoreContents> beforeInstall_;
+    SecretBytes signedConfiguration_;  // a configuration still to be verified
+
+    uint64_t generatorCycle_;
+    std::optional<KcRbgHashIso18031> hashRbg_;  // present exactly while seeded
+    pid_t seededIn_ = 0;                        // the process whose randomness went into it
+    std::optional<KcRbgDss31> dssRbg_;
+    RandomBridge random_;
+
+    bool loggedIn_ = false;
+    bool saved_ = false;
+    bool creating_ = false;
+    bool generatorReady_ = false;
+    bool seedingSuppressed_ = false;
+    bool recordTaken_ = false;  // the configuration manager's record is this key store's
+};
+
+/// Whether the password opens the PFX in the file, without deciphering its contents: kKmOk, kKmWrongPassword,
+/// kKmBadFormat, kKmReadFailed, kKmNoMemory.
+[[nodiscard]] KeyManagerResult checkPasswdGF(GenericFile& file, const SecretText& password);
+
+}  // namespace crv

@@ -1,0 +1,148 @@
+// Generation of the user's keys and requests for their certificates.
+#include "asn/pkcs/certification_request.h"
+#include "asn/x509/ext_key.h"
+#include "asn/x509/sign_algo.h"
+#include "asn/x509/signed_certificate.h"
+#include "config/configuration_manager.h"
+#include "crypto/crypto_error.h"
+#include "crypto/sign_algo_map.h"
+#include "keystore/key_manager_state.h"
+#include "misc/base64_file.h"
+#include "misc/exceptions.h"
+
+namespace crv {
+
+namespace {
+
+constexpr unsigned kFewestRsaBits = 2048;
+
+/// The key's algorithm with the parameters that tie it to RSA-PSS with a hash (RFC 4055 1.2).
+AlgorithmIdentifier pssKeyAlgorithm(KcHashAlgo hash) {
+    return *signAlgorithm(KeyScheme::rsaPss, hash);
+}
+
+uint32_t bitOf(KeyUsage::Bit bit) {
+    return 1U << bit;
+}
+
+/// keyUsage of a certificate for a key's use.
+KeyUsage usageOf(KeyType use) {
+    const uint32_t signing = bitOf(KeyUsage::digitalSignature) | bitOf(KeyUsage::nonRepudiation);
+    const uint32_t encryption = bitOf(KeyUsage::keyEncipherment) | bitOf(KeyUsage::dataEncipherment);
+    const KeyRole role = roleOf(use);
+    KeyUsage usage;
+    usage.setNamedBits((shares(role, KeyRole::Signing) ? signing : 0) |
+                       (shares(role, KeyRole::Encryption) ? encryption : 0));
+    return usage;
+}
+
+KeyManagerResult resultOf(CryptoFailure failure, bool rsa) {
+    switch (failure) {
+        case CryptoFailure::cancelled:
+            return kKmCancelled;
+        case CryptoFailure::noRandom:
+        case CryptoFailure::notSeeded:
+            return kKmNoSeed;
+        case CryptoFailure::unsupported:
+        case CryptoFailure::badParameter:
+            return kKmAlgorithmNotSupported;
+        default:
+            return rsa ? kKmRsaFailed : kKmGenerationFailed;
+    }
+}
+
+/// Lines of a request end in CR LF.
+Bytes requestPem(ByteView der) {
+    Bytes text;
+    for (const char character : toPem("NEW CERTIFICATE REQUEST", der)) {
+        if (character == '\n') text.push_back('\r');
+        text.push_back(static_cast<uint8_t>(character));
+    }
+    return text;
+}
+
+}  // namespace
+
+KeyManagerResult KeyManager::keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
+                                           const std::function<PrivateKey()>& generate) {
+    VTEST(!hasKey(use), kKeyManagerPlace);
+    std::optional<PrivateKey> key;
+    try {
+        key = generate();
+    } catch (const CryptoError& error) {
+        return resultOf(error.failure(), isRsa(scheme));
+    }
+    if (hooks.beforeSave && !hooks.beforeSave()) return kKmCancelled;
+    const auto record = configuration().sharedRecord();
+    const bool changed = configuration().isRecordChanged();
+    const auto algorithm = signAlgorithm(scheme, record->getHashAlgo(scheme));
+    if (use != KeyType::Encryption && algorithm)
+        configuration().editRecord().setSignaturaAlgorithmIdentifier(*algorithm);
+    const auto undo = [&] {
+        configuration().setRecord(record);
+        configuration().setRecordChanged(changed);
+    };
+    try {
+        const KeyManagerResult result = addNewKey(use, *key);
+        if (result != kKmOk) undo();
+        return result;
+    } catch (...) {
+        undo();
+        throw;
+    }
+}
+
+KeyManagerResult KeyManager::generateRsaUserKey(KeyType use, uint64_t publicExponent, unsigned bits, KeyScheme scheme,
+                                                const KeyGenHooks& hooks) {
+    VTEST(isRsa(scheme), kKeyManagerPlace);
+    if (bits < kFewestRsaBits) return kKmKeyTooShort;
+    return keepGenerated(use, scheme, hooks,
+                         [&] { return PrivateKey::generateRsa(bits, publicExponent, random_, hooks.progress); });
+}
+
+KeyManagerResult KeyManager::generateDsaUserKey(unsigned bits, const KeyGenHooks& hooks) {
+    return keepGenerated(KeyType::Signing, KeyScheme::dsa, hooks,
+                         [&] { return PrivateKey::generateDsa(bits, random_, hooks.progress); });
+}
+
+KeyManagerResult KeyManager::generateECDsaUserKey(KeyType use, StdECId curve, bool explicitDomain,
+                                                  const KeyGenHooks& hooks) {
+    return keepGenerated(use, KeyScheme::ecdsa, hooks,
+                         [&] { return PrivateKey::generateEc(curve, explicitDomain, random_); });
+}
+
+DistinguishedName KeyManager::requestSubject() const {
+    for (const CertPtr& certificate : {signingCertificate(), encryptionCertificate()})
+        if (certificate) return certificate->subject();
+    DistinguishedName name;
+    name.add(OID_AT_COMMON_NAME, configuration().profileName());
+    return name;
+}
+
+KeyManagerResult KeyManager::prepareCrtRequest(KeyType use, const CrtRequestParams& params, Bytes& out) {
+    const PrivateKey* key = use == KeyType::Encryption ? encryptionKey() : signingKey();
+    if (!key) return kKmKeyNotFound;
+    if (!isHashSupported(params.scheme, params.hash) ||
+        !isSignAlgoValidForKeyLength(params.scheme, params.hash, key->publicKey().bits()))
+        return kKmHashNotSupported;
+    CertificationRequest request;
+    request.info.subject = params.subject ? *params.subject : requestSubject();
+    request.info.subjectPublicKeyInfo = SubjectPublicKeyInfo(key->publicKey());
+    if (params.forcedPss != KcHashAlgo::none)
+        request.info.subjectPublicKeyInfo.algorithm = pssKeyAlgorithm(params.forcedPss);
+    Extensions extensions;
+    extensions.set(OID_CE_KEY_USAGE, usageOf(use), true);
+    request.setRequestedExtensions(extensions);
+    try {
+        request.sign(*key, params.scheme, params.hash, random_);
+    } catch (const CryptoError& error) {
+        const KeyManagerResult result = resultOf(error.failure(), isRsa(params.scheme));
+        return result == kKmAlgorithmNotSupported ? kKmHashNotSupported : result;
+    }
+    Bytes der;
+    if (!request.writeToVector(der)) return kKmNoMemory;
+    out = params.format == RequestFormat::pem ? requestPem(der) : der;
+    return kKmOk;
+}
+
+}  // namespace crv

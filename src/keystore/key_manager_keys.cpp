@@ -1,0 +1,86 @@
+// The user's keys and certificates.
+#include "asn/known_oids.h"
+#include "asn/x509/signed_certificate.h"
+#include "config/configuration_manager.h"
+#include "keystore/key_manager_state.h"
+#include "keystore/key_pairing.h"
+#include "misc/exceptions.h"
+
+namespace crv {
+namespace {
+
+const PrivateKey* keyOf(const StoredKey* stored) {
+    return stored ? &stored->key : nullptr;
+}
+
+}  // namespace
+
+bool KeyManager::hasKey(KeyType use) const {
+    for (const StoredKey& key : contents_.keys)
+        if (shares(key.role, roleOf(use))) return true;
+    return false;
+}
+
+const PrivateKey* KeyManager::signingKey() const {
+    return keyOf(contents_.keyInRole(KeyRole::Signing));
+}
+
+const PrivateKey* KeyManager::encryptionKey() const {
+    return keyOf(contents_.keyInRole(KeyRole::Encryption));
+}
+
+KeyScheme KeyManager::signingKeyType() const {
+    const PrivateKey* key = signingKey();
+    if (!key || key->scheme() != KeyScheme::rsa) return key ? key->scheme() : KeyScheme::none;
+    const auto chosen = configuration().record().getSignatureAlgorithmIdentifier();
+    return chosen && chosen->algorithm == OID_RSA_PSS ? KeyScheme::rsaPss : KeyScheme::rsa;
+}
+
+KeyManagerResult KeyManager::addNewKey(KeyType use, const PrivateKey& key) {
+    VTEST(!hasKey(use), kKeyManagerPlace);
+    if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
+    const std::vector<StoredKey> before = contents_.keys;
+    contents_.keys.push_back({key, roleOf(use)});
+    sortByRole(contents_.keys);
+    KeyManagerResult result = kKmNoMemory;
+    try {
+        result = saveConfiguration();
+    } catch (...) {
+        contents_.keys = before;
+        throw;
+    }
+    if (result != kKmOk) contents_.keys = before;
+    return result;
+}
+
+CertPtr KeyManager::certificateOf(const StoredKey& key) const {
+    return contents_.certificateOf(key.key.keyId());
+}
+
+CertPtr KeyManager::signingCertificate() const {
+    const StoredKey* key = contents_.keyInRole(KeyRole::Signing);
+    return key ? certificateOf(*key) : nullptr;
+}
+
+CertPtr KeyManager::encryptionCertificate() const {
+    const StoredKey* key = contents_.keyInRole(KeyRole::Encryption);
+    return key ? certificateOf(*key) : nullptr;
+}
+
+KeyManagerResult KeyManager::installUserCrt(const SignedCertificate& certificate) {
+    const CertPtr own = makeCert(certificate.encoded());
+    if (!own) return kKmUnknownKeyAlgorithm;
+    auto before = std::make_unique<KeyStoreContents>(contents_);
+    const KeyManagerResult result = pairCertificate(contents_, own, recertificationAllowed());
+    if (result == kKmOk) beforeInstall_ = std::move(before);
+    return result;
+}
+
+void KeyManager::undoInstallUserCrt() {
+    if (!beforeInstall_) return;
+    contents_.keys = std::move(beforeInstall_->keys);
+    contents_.userCerts = std::move(beforeInstall_->userCerts);
+    beforeInstall_.reset();
+}
+
+}  // namespace crv

@@ -1,0 +1,130 @@
+// Saving, and merging with what another session saved.
+#include <new>
+
+#include "config/configuration_manager.h"
+#include "keystore/key_manager_state.h"
+#include "keystore/key_pairing.h"
+#include "keystore/security_file.h"
+#include "misc/exceptions.h"
+
+namespace crv {
+
+KeyStoreContents KeyManager::currentContents() const {
+    KeyStoreContents contents = contents_;
+    contents.configuration = ignoresSecurityFile() ? nullptr : configuration().sharedRecord();
+    return contents;
+}
+
+KeyManagerResult KeyManager::saveKey(const SecretText& password, int flags) {
+    VTEST(media().hasSecurityFile(), kKeyManagerPlace);
+    // A record that was not verified yet would be lost.
+    if (!signedConfiguration_.empty()) return kKmConfigurationSignature;
+    const bool newPassword = (flags & kSaveNewPassword) != 0;
+    if (file_ && !newPassword && !(password == file_->password)) return kKmWrongPassword;
+    try {
+        KeyStoreContents contents = currentContents();
+        if (const KeyManagerResult merged = mergeWithFile(password, contents); merged != kKmOk) return merged;
+        // Such a file would let nobody log in again.
+        const CRVCfgFile& record = contents.configuration ? *contents.configuration : configuration().record();
+        if (!allowsRecertification(record) && hasTwoNames(contents)) return kKmKeyHasTwoNames;
+        return writeContents(std::move(contents), password);
+    } catch (const std::bad_alloc&) {
+        return kKmNoMemory;
+    }
+}
+
+KeyManagerResult KeyManager::mergeWithFile(const SecretText& password, KeyStoreContents& contents) {
+    Bytes octets;
+    bool missing = false;
+    const KeyManagerResult read = media().readFile(octets, missing);
+    if (missing) return kKmOk;
+    if (read != kKmOk) return read;
+    if (file_ && hashOf(KcHashAlgo::sha256, octets) == file_->digest) return kKmOk;
+
+    LoadedSecurityFile loaded;
+    KeyStoreContents theirs;
+    const bool opened =
+        readSecurityFile(octets, file_ ? file_->password : password, !ignoresSecurityFile(), loaded) == kKmOk &&
+        loaded.signedConfiguration.empty() && analyzeKeysAndCerts(loaded, true, theirs) == kKmOk;
+    if (!opened) return kKmWriteFailed;
+    contents = mergeContents(file_ ? file_->contents : KeyStoreContents(), contents, theirs);
+    return kKmOk;
+}
+
+KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const SecretText& password) {
+    SecretArray<20> salt;
+    if (const KeyManagerResult filled = rbgFill(salt); filled != kKmOk) return filled;
+    Bytes octets;
+    if (const KeyManagerResult built = buildSecurityFile(contents, password, salt, octets); built != kKmOk)
+        return built;
+    // Everything that may fail comes before the write, so that memory and file never disagree.
+    auto state = std::make_unique<FileState>(octets, contents, password);
+    if (const KeyManagerResult written = media().writeFile(octets); written != kKmOk) return written;
+    file_ = std::move(state);
+    if (contents.configuration) takeRecord(contents.configuration);
+    configuration().setRecordChanged(false);
+    contents_ = std::move(contents);
+    beforeInstall_.reset();
+    noteSaved();
+    return kKmOk;
+}
+
+void KeyManager::noteSaved() {
+    saved_ = true;
+    if (creating_) loggedIn_ = true;
+    creating_ = false;
+}
+
+KeyManagerResult KeyManager::saveNewSeed() {
+    if (!media().hasSecurityFile() || ignoresSecurityFile() || !generatorReady_) return kKmOk;
+    RbgSeed seed;
+    if (const KeyManagerResult filled = rbgFill(seed); filled != kKmOk) return filled;
+    const auto before = contents_.seed;
+    contents_.seed = seed;
+    SecretText pin;
+    KeyManagerResult result = askPin(pin);
+    if (result == kKmOk) result = saveKey(pin, 0);
+    if (result != kKmOk) contents_.seed = before;
+    return result;
+}
+
+KeyManagerResult KeyManager::saveConfiguration() {
+    if (media().hasSecurityFile()) {
+        SecretText pin;
+        const KeyManagerResult asked = askPin(pin);
+        return asked == kKmOk ? saveKey(pin, 0) : asked;
+    }
+    const auto record = configuration().sharedRecord();
+    KeyStoreContents contents;
+    contents.configuration = record;
+    if (const KeyManagerResult merged = mergeWithDevice(contents); merged != kKmOk) return merged;
+    const KeyManagerResult written = media().writeConfiguration(contents.configuration->encoded());
+    if (written != kKmOk) return written;
+    deviceRecord_ = contents.configuration;
+    if (deviceRecord_ != record) {
+        takeRecord(deviceRecord_);
+        contents_.trustedCerts.clear();
+        copyUserUnqualifiedTrustedCA();
+    }
+    configuration().setRecordChanged(false);
+    noteSaved();
+    return kKmOk;
+}
+
+KeyManagerResult KeyManager::mergeWithDevice(KeyStoreContents& contents) {
+    Bytes encoding;
+    if (const KeyManagerResult read = media().readConfiguration(encoding); read != kKmOk) return read;
+    if (encoding.empty()) return kKmOk;
+    KeyStoreContents base, theirs;
+    base.configuration = deviceRecord_;
+    theirs.configuration = decodeRecord(encoding);
+    if (!theirs.configuration) return kKmDeviceError;
+    contents = mergeContents(base, contents, theirs);
+    return kKmOk;
+}
+
+KeyManagerResult KeyManager::changePin(const SecretText&, const SecretText& newPassword) {
+    return saveKey(newPassword, kSaveNewPassword);
+}
+
+}  // namespace crv

@@ -1,0 +1,158 @@
+#include "keystore/key_store_contents.h"
+
+#include <algorithm>
+
+#include "asn/x509/signed_certificate.h"
+#include "config/config_oids.h"
+#include "config/crv_cfg_file.h"
+
+namespace crv {
+namespace {
+
+constexpr auto kSameCert = [](const CertPtr& a, const CertPtr& b) {
+    return std::ranges::equal(encodingOf(*a), encodingOf(*b));
+};
+constexpr auto kSameKey = [](const StoredKey& a, const StoredKey& b) { return a.key.keyId() == b.key.keyId(); };
+
+template <class List, class Same>
+auto findIn(List& list, const typename List::value_type& item, Same same) {
+    return std::ranges::find_if(list, [&](const auto& other) { return same(item, other); });
+}
+
+/// What `theirs` holds, without what we deleted since `base`, with what we added.
+template <class List, class Same>
+List mergeLists(const List& base, const List& mine, const List& theirs, Same same) {
+    const auto in = [&](const List& list, const auto& item) { return findIn(list, item, same) != list.end(); };
+    List merged;
+    for (const auto& item : theirs)
+        if (in(mine, item) || !in(base, item)) merged.push_back(item);
+    for (const auto& item : mine)
+        if (!in(base, item) && !in(theirs, item)) merged.push_back(item);
+    return merged;
+}
+
+/// Keys whose role we changed come first and keep it; of the others each gets what is left of its role.
+void settleRoles(std::vector<StoredKey>& keys, const std::vector<StoredKey>& base, const std::vector<StoredKey>& mine) {
+    const auto ours = [&](StoredKey& key) {
+        const auto now = findIn(mine, key, kSameKey);
+        const auto before = findIn(base, key, kSameKey);
+        const bool changed = now != mine.end() && (before == base.end() || before->role != now->role);
+        if (changed) key.role = now->role;
+        return changed;
+    };
+    const auto others = std::stable_partition(keys.begin(), keys.end(), ours);
+    KeyRole taken = KeyRole::Further;
+    for (auto key = keys.begin(); key != others; ++key) taken = taken | key->role;
+    for (auto key = others; key != keys.end(); ++key) {
+        key->role = without(key->role, taken);
+        taken = taken | key->role;
+    }
+}
+
+bool sameField(const CfgField* a, const CfgField* b) {
+    return a && b ? a->value == b->value : a == b;
+}
+
+using Pairs = ASNsequenceList<CfgField>;
+
+const CfgField* findPair(const Pairs& pairs, const ASNobjectId& id) {
+    const auto found = std::ranges::find_if(pairs, [&](const CfgField& field) { return field.id == id; });
+    return found == pairs.end() ? nullptr : &*found;
+}
+
+/// Pair by pair: what we changed since `base` wins.
+void mergePairs(const Pairs& base, const Pairs& mine, const Pairs& theirs, Pairs& merged) {
+    for (const CfgField& field : theirs) {
+        const CfgField* ours = findPair(mine, field.id);
+        const bool changed = !sameField(ours, findPair(base, field.id));
+        if (changed && ours) merged.add(*ours);
+        if (!changed) merged.add(field);
+    }
+    for (const CfgField& field : mine)
+        if (!findPair(theirs, field.id) && !sameField(&field, findPair(base, field.id))) merged.add(field);
+}
+
+/// The three records of a merge.
+struct Records {
+    const CRVCfgFile& base;
+    const CRVCfgFile& mine;
+    const CRVCfgFile& theirs;
+};
+
+using Certificates = CRVCfgFile::Certificates;
+
+Certificates mergeCertificates(const Records& from, Certificates (CRVCfgFile::*get)() const) {
+    return mergeLists((from.base.*get)(), (from.mine.*get)(), (from.theirs.*get)(), std::equal_to<>());
+}
+
+/// Identifiers with notes. Where one of the lists is none, the field stays as a whole.
+void mergeNoted(const KnownOid& oid, const Records& from, CRVCfgFile& merged) {
+    const auto read = [&](const CRVCfgFile& record, Pairs& pairs) {
+        const ASNany* field = record.findField(oid);
+        return !field || field->decode(pairs);
+    };
+    Pairs base, mine, theirs, both;
+    if (!read(from.base, base) || !read(from.mine, mine) || !read(from.theirs, theirs)) return;
+    mergePairs(base, mine, theirs, both);
+    if (!both.empty() || merged.findField(oid)) merged.setField(oid, &both);
+}
+
+using RecordPtr = std::shared_ptr<const CRVCfgFile>;
+
+RecordPtr mergeRecords(const RecordPtr& base, const RecordPtr& mine, const RecordPtr& theirs) {
+    if (!mine || !theirs) return mine ? mine : theirs;
+    const CRVCfgFile none;
+    const Records from{base ? *base : none, *mine, *theirs};
+    auto merged = std::make_shared<CRVCfgFile>();
+    mergePairs(from.base, from.mine, from.theirs, *merged);
+    merged->setTrustedCAs(mergeCertificates(from, &CRVCfgFile::getTrustedCAs));
+    merged->setQualifiedTrustedCAs(mergeCertificates(from, &CRVCfgFile::getQualifiedTrustedCAs));
+    for (const KnownOid* oid : {&OID_CRV_CONFIG_POLICIES, &OID_CRV_CONFIG_ACCEPTED_KEY_USAGE})
+        mergeNoted(*oid, from, *merged);
+    return merged;
+}
+
+}  // namespace
+
+const StoredKey* KeyStoreContents::keyInRole(KeyRole role) const {
+    const auto found = std::ranges::find_if(keys, [&](const StoredKey& key) { return (key.role & role) == role; });
+    return found == keys.end() ? nullptr : &*found;
+}
+
+const StoredKey* KeyStoreContents::findKey(const KeyId& id) const {
+    const auto found = std::ranges::find_if(keys, [&](const StoredKey& key) { return key.key.keyId() == id; });
+    return found == keys.end() ? nullptr : &*found;
+}
+
+CertPtr KeyStoreContents::certificateOf(const KeyId& id) const {
+    CertPtr newest;
+    for (const CertPtr& certificate : userCerts)
+        if (certificate->computeKeyIdentifierSha1Hash() == id && (!newest || isNewer(*certificate, *newest)))
+            newest = certificate;
+    return newest;
+}
+
+KeyStoreContents mergeContents(const KeyStoreContents& base, const KeyStoreContents& mine,
+                               const KeyStoreContents& theirs) {
+    KeyStoreContents merged;
+    merged.keys = mergeLists(base.keys, mine.keys, theirs.keys, kSameKey);
+    settleRoles(merged.keys, base.keys, mine.keys);
+    merged.userCerts = mergeLists(base.userCerts, mine.userCerts, theirs.userCerts, kSameCert);
+    merged.trustedCerts = mergeLists(base.trustedCerts, mine.trustedCerts, theirs.trustedCerts, kSameCert);
+    merged.configuration = mergeRecords(base.configuration, mine.configuration, theirs.configuration);
+    merged.seed = mine.seed;
+    merged.certAttributes = theirs.certAttributes;
+    merged.certAttributes.insert(mine.certAttributes.begin(), mine.certAttributes.end());
+    merged.others = mergeLists(base.others, mine.others, theirs.others, std::equal_to<>());
+    sortByRole(merged.keys);
+    return merged;
+}
+
+void sortByRole(std::vector<StoredKey>& keys) {
+    const auto rank = [](const StoredKey& key) {
+        return shares(key.role, KeyRole::Signing) ? 0 : key.role == KeyRole::Encryption ? 1 : 2;
+    };
+    std::ranges::stable_sort(keys, {}, rank);
+}
+
+}  // namespace crv

@@ -1,0 +1,80 @@
+// What a key store holds: keys with their roles, certificates, the configuration record and the generator's seed.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "asn/x509/cert_ptr.h"
+#include "crypto/private_key.h"
+#include "misc/secret.h"
+
+namespace crv {
+
+class CRVCfgFile;
+class SignedCertificate;
+
+/// The use that a new key is generated for, as the menu numbers it.
+enum class KeyType : int { Signing = 0, Encryption = 1, Both = 2 };
+
+/// What a stored key does; a set of bits. At most one key of a store signs and at most one decrypts.
+enum class KeyRole : uint8_t { Further = 0, Signing = 1, Encryption = 2, Both = 3 };
+
+[[nodiscard]] constexpr KeyRole operator&(KeyRole a, KeyRole b) {
+    return KeyRole(uint8_t(a) & uint8_t(b));
+}
+[[nodiscard]] constexpr KeyRole operator|(KeyRole a, KeyRole b) {
+    return KeyRole(uint8_t(a) | uint8_t(b));
+}
+[[nodiscard]] constexpr KeyRole without(KeyRole a, KeyRole b) {
+    return KeyRole(uint8_t(a) & ~uint8_t(b));
+}
+[[nodiscard]] constexpr bool shares(KeyRole a, KeyRole b) {
+    return (a & b) != KeyRole::Further;
+}
+/// The roles that a key of the type takes.
+[[nodiscard]] constexpr KeyRole roleOf(KeyType type) {
+    return KeyRole(int(type) + 1);
+}
+
+struct StoredKey {
+    PrivateKey key;
+    KeyRole role = KeyRole::Further;
+    Bytes attributes = {};     ///< of its PKCS#8 structure but keyUsage, as the file gave them
+    Bytes bagAttributes = {};  ///< of its bag but localKeyId
+};
+
+/// The seed from which the next log-in starts.
+using RbgSeed = SecretArray<20>;
+
+/// The signing key first, then the encryption key, then the rest as they stand.
+void sortByRole(std::vector<StoredKey>& keys);
+
+/// Copies share keys, certificates and the record, which nobody changes once it stands here.
+struct KeyStoreContents {
+    std::vector<StoredKey> keys;
+    CertList userCerts;     ///< of the user's keys, and those that are neither theirs nor trusted
+    CertList trustedCerts;  ///< trusted certificates kept with the keys
+    std::shared_ptr<const CRVCfgFile> configuration;  ///< null: the store keeps none
+    std::optional<RbgSeed> seed;
+    std::map<Bytes, Bytes> certAttributes;  ///< by a certificate's encoding: attributes of its bag but localKeyId
+    std::vector<SecretBytes> others;        ///< encodings of bags that nobody here understands, kept as they are
+
+    /// The key that has the role (or both), null when none has.
+    [[nodiscard]] const StoredKey* keyInRole(KeyRole role) const;
+    /// The key with the identifier, or null.
+    [[nodiscard]] const StoredKey* findKey(const KeyId& id) const;
+    /// The newest of the user's certificates for the key; null when it has none.
+    [[nodiscard]] CertPtr certificateOf(const KeyId& id) const;
+};
+
+/// Brings two descendants of one ancestor together: what `mine` added, changed or deleted since `base` wins, everything
+/// else is as in `theirs`. Keys, certificates and the record's fields are compared one by one, in the record's lists of
+/// certificates, policies and accepted key usages each entry. No key is lost: of two keys that claim one role ours gets
+/// it, the other becomes a further key. The seed is ours.
+[[nodiscard]] KeyStoreContents mergeContents(const KeyStoreContents& base, const KeyStoreContents& mine,
+                                             const KeyStoreContents& theirs);
+
+}  // namespace crv

@@ -1,0 +1,43 @@
+// The security file: a PKCS#12 PFX (RFC 7292) of keys, certificates, the configuration record and the generator's seed
+// under one password. docs/formats.md shows the layout.
+#pragma once
+
+#include <string_view>
+
+#include "keystore/key_manager_result.h"
+#include "keystore/key_store_contents.h"
+#include "misc/bytes.h"
+#include "misc/secret.h"
+
+namespace crv {
+
+/// What a file holds, before its keys are paired with its certificates.
+struct LoadedSecurityFile {
+    struct Key {
+        PrivateKey key;
+        std::optional<uint32_t> use;  ///< keyUsage bits that the file gives the key; 0 marks a further key
+        Bytes attributes;             ///< as in StoredKey
+        Bytes bagAttributes;
+    };
+    std::vector<Key> keys;
+    CertList certificates;
+    std::shared_ptr<const CRVCfgFile> configuration;
+    SecretBytes signedConfiguration;  ///< a CMS SignedData in the place of the plain record
+    std::optional<RbgSeed> seed;
+    std::map<Bytes, Bytes> certAttributes;  ///< as in KeyStoreContents
+    std::vector<SecretBytes> others;
+};
+
+/// Reads a PFX, ours or another tool's. `withSecrets` false passes the configuration and the seed over. kKmBadFormat,
+/// kKmWrongPassword, kKmUnknownKeyAlgorithm, kKmNoMemory; a failure leaves `out` as it was.
+[[nodiscard]] KeyManagerResult readSecurityFile(ByteView octets, const SecretText& password, bool withSecrets,
+                                                LoadedSecurityFile& out);
+
+/// Octets from which the salts of one file are drawn.
+using SaltOrigin = std::span<const uint8_t, 20>;
+
+/// Builds the file. kKmNoMemory when that fails.
+[[nodiscard]] KeyManagerResult buildSecurityFile(const KeyStoreContents& contents, const SecretText& password,
+                                                 SaltOrigin salt, Bytes& octets);
+
+}  // namespace crv

@@ -1,0 +1,134 @@
+#include "pki/cert_file_reader.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "asn/known_oids.h"
+#include "asn/pkcs/signed_data.h"
+#include "misc/base64_file.h"
+#include "misc/memory_file.h"
+#include "misc/whole_file.h"
+
+namespace crv {
+
+namespace {
+
+constexpr uint8_t sequenceTag = 0x30;
+
+constexpr std::array certificateLabels{"CERTIFICATE", "X509 CERTIFICATE", "TRUSTED CERTIFICATE"};
+constexpr std::array bundleLabels{"PKCS7", "PKCS #7 SIGNED DATA", "CMS"};
+constexpr std::array crlLabels{"X509 CRL", "CRL"};
+
+template <class Labels>
+bool isOneOf(const std::string& label, const Labels& labels) {
+    return std::ranges::find(labels, label) != labels.end();
+}
+
+bool isSpace(uint8_t octet) {
+    return octet == ' ' || octet == '\t' || octet == '\r' || octet == '\n' || octet == 0;
+}
+
+/// Octets of the SEQUENCE at the front; 0 when there is none that ends within the octets.
+size_t sequenceSize(ByteView octets) {
+    MemoryFile in(octets);
+    if (octets.empty() || octets[0] != sequenceTag) return 0;
+    in.consume(1);
+    long length = 0;
+    const int head = read_length(in, length);
+    if (head <= 0 || length < 0 || length > static_cast<long>(octets.size()) - 1 - head) return 0;
+    return static_cast<size_t>(1 + head + length);
+}
+
+}  // namespace
+
+CertFileReader CertFileReader::open(const std::string& path) {
+    return CertFileReader(readFile(path));
+}
+
+CertFileReader::CertFileReader(Bytes content) : content_(std::move(content)) {
+    const auto first = std::ranges::find_if_not(content_, isSpace);
+    const ByteView octets(first, content_.end());
+    if (octets.empty()) return;
+    if (octets[0] == sequenceTag && sequenceSize(octets) != 0) {
+        if (!addBundle(octets)) addElements(octets);
+    } else if (asText(octets).find("-----BEGIN ") != std::string_view::npos) {
+        addBlocks(asText(octets));
+    } else if (std::optional<Bytes> decoded = fromBase64(asText(octets))) {
+        const ByteView kept = decoded_.emplace_back(std::move(*decoded));
+        if (!addBundle(kept)) addElements(kept);
+    } else if (octets[0] == sequenceTag && addBundle(octets)) {  // of indefinite length
+    } else {
+        cut_ = true;
+    }
+}
+
+void CertFileReader::addElements(ByteView octets) {
+    for (size_t size; (size = sequenceSize(octets)) != 0; octets = octets.subspan(size)) {
+        elements_.push_back(octets.first(size));
+    }
+    cut_ = !std::ranges::all_of(octets, isSpace);
+}
+
+bool CertFileReader::addBundle(ByteView octets) {
+    ContentInfo content;
+    SignedData bundle;
+    if (content.readFromBuff(octets, ASN_FLAG_CONST) <= 0 || !content.get(OID_PKCS7_SIGNED_DATA, bundle)) return false;
+    for (const SignedCertificate& certificate : bundle.certificateList()) {
+        elements_.emplace_back(decoded_.emplace_back(certificate.encoded()));
+    }
+    return true;
+}
+
+void CertFileReader::addBlock(const std::string& label, Bytes octets) {
+    const ByteView kept = decoded_.emplace_back(std::move(octets));
+    if (isOneOf(label, bundleLabels)) {
+        cut_ = !addBundle(kept);
+    } else if (isOneOf(label, certificateLabels)) {
+        // A trusted certificate carries more behind itself.
+        const size_t size = sequenceSize(kept);
+        cut_ = size == 0;
+        if (!cut_) elements_.push_back(kept.first(size));
+    }
+}
+
+void CertFileReader::addBlocks(std::string_view text) {
+    MemoryFile file(asBytes(text));
+    for (;;) {
+        Base64Reader block(file, Base64Armour::pem);
+        if (!block.findBlock()) return;
+        Bytes octets;
+        std::array<uint8_t, 4096> piece;
+        long n = 0;
+        while ((n = block.read(piece.data(), piece.size())) > 0) {
+            octets.insert(octets.end(), piece.begin(), piece.begin() + n);
+            if (n < static_cast<long>(piece.size())) break;
+        }
+        cut_ = n < 0;
+        if (!cut_) addBlock(block.label(), std::move(octets));
+        if (cut_) return;
+    }
+}
+
+bool CertFileReader::next(ByteView& der) {
+    if (at_ == elements_.size()) {
+        stoppedEarly_ = cut_;
+        return false;
+    }
+    der = elements_[at_++];
+    return true;
+}
+
+std::optional<Bytes> crlFromFile(Bytes content) {
+    if (!content.empty() && content[0] == sequenceTag) {
+        while (content.size() > sequenceSize(content) && isSpace(content.back())) content.pop_back();
+        return content;
+    }
+    const std::string_view text = asText(content);
+    if (text.find("-----BEGIN ") == std::string_view::npos) return fromBase64(text);
+    std::string label;
+    std::optional<Bytes> der = fromPem(text, &label);
+    return der && isOneOf(label, crlLabels) ? der : std::nullopt;
+}
+
+}  // namespace crv

@@ -1,0 +1,66 @@
+// The certificates of the current profile's database: reading, importing, exporting, searching, checking.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "db_sql/crt_db.h"
+#include "pki/certificate_cache.h"
+#include "pki/certificate_path.h"
+
+namespace crv {
+
+/// What an import or export ended with.
+enum class TransferEnd {
+    done,
+    badInput,  ///< at octets that are no certificate; what came before is stored
+    stopped,   ///< the caller stopped it
+    notOpened,
+    notWritten,
+    database,  ///< the database failed
+    noMemory
+};
+
+/// One per library context, used by one thread at a time.
+class CertificateManager {
+  public:
+    /// The trust points at the time of the call.
+    using TrustSource = std::function<CertList()>;
+
+    /// Binds the manager; all three live as long as it is used.
+    void init(DbManager& database, CertificateCache& cache, TrustSource trustPoints);
+    /// Who knows about revocation; without it paths are checked without.
+    void setStatusSource(StatusSource status) { status_ = std::move(status); }
+
+    [[nodiscard]] DbManager& database() const { return *database_; }
+    [[nodiscard]] CrtDb db() const { return CrtDb(*database_); }
+    [[nodiscard]] CertificateCache& cache() const { return *cache_; }
+    [[nodiscard]] CertList trustPoints() const { return trustPoints_ ? trustPoints_() : CertList(); }
+
+    /// The certificates of a file in any usual form (see CertFileReader), up to what is none. Throws
+    /// std::runtime_error when the file cannot be read.
+    [[nodiscard]] CertList readCerts(const std::string& path);
+    /// Stores every certificate of a file; progress may stop it and is told after each slice. done counts.
+    TransferEnd importCerts(const std::string& path, const CrtDb::Progress& progress, ImportProgress& done,
+                            const CrtDb::Refused& refused = nullptr);
+    /// Writes every certificate of the database in its order, DER behind DER. The file appears when it is complete.
+    TransferEnd exportCerts(const std::string& path, size_t& count,
+                            const std::function<bool(size_t written)>& progress = nullptr);
+
+    /// Removes the certificates that expired before the time and compacts the database. False when it fails.
+    bool removeCertsOverTime(int64_t time, CrtStore::Removed& result) { return db().removeCertsOverTime(time, result); }
+
+    /// Builds a path from the certificate to a trust point through `extra` and the database, and checks it.
+    [[nodiscard]] CertPath buildPath(const CertPtr& certificate, const PathOptions& options,
+                                     const CertList& extra = {});
+    /// Certificates in the database and among the trust points that have the name as subject.
+    [[nodiscard]] CertList findBySubject(const DistinguishedName& subject);
+
+  private:
+    DbManager* database_ = nullptr;
+    CertificateCache* cache_ = nullptr;
+    TrustSource trustPoints_;
+    StatusSource status_;
+};
+
+}  // namespace crv

@@ -1,0 +1,75 @@
+// CRLs of the current profile's database: accepting them, and what they say about certificates.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "db_sql/crl_index.h"
+#include "pki/certificate_manager.h"
+
+namespace crv {
+
+class ContextServices;
+class SignedCertRevList;
+
+/// Results of RevocationManager::insert.
+enum CrlInsertResult : int {
+    kCrlInserted = 0,
+    kCrlNoMemory = 1,
+    kCrlDatabase = 2,
+    kCrlFormat = 4,
+    kCrlOlder = 6,  ///< the stored one of the same authority and scope is not older
+    kCrlDevice = 9  ///< the Tarvo device refused it; see deviceError
+};
+
+/// The last CRLs of an authority.
+struct AuthorityCrls {
+    std::optional<CrlIndexEntry> complete;
+    std::optional<CrlIndexEntry> delta;
+};
+
+/// One per library context, used by one thread at a time.
+class RevocationManager {
+  public:
+    /// Gives a stored CRL to the device that keeps its own; the device's error number, 0 for success.
+    using DeviceUpdate = std::function<unsigned(ByteView crl)>;
+
+    /// Binds the manager and makes it the certificate manager's source of status.
+    void init(CertificateManager& certificates);
+    void setDeviceUpdate(DeviceUpdate update) { deviceUpdate_ = std::move(update); }
+
+    /// The octets of the CRL in a file (DER, PEM, Base64); false when the file cannot be opened. Empty octets: there is
+    /// no CRL in it.
+    [[nodiscard]] static bool readCrl(const std::string& path, Bytes& der);
+
+    /// Checks a CRL: 0, or the library's code: 88 malformed or with an unknown critical extension, 67 its issuer's
+    /// certificate or path is not there, 70 signature, 66 algorithm, 101 not current, 155 and the like for the issuer's
+    /// path.
+    [[nodiscard]] int verify(ByteView der, int64_t time);
+    /// Stores a CRL, verified or not: status() believes only those that verify.
+    [[nodiscard]] CrlInsertResult insert(ByteView der);
+    /// Number of the last device error.
+    [[nodiscard]] unsigned deviceError() const { return deviceError_; }
+
+    /// What the stored CRLs say about a certificate at a time, deltas applied.
+    [[nodiscard]] CrtStatus status(const SignedCertificate& certificate, const SignedCertificate& issuer, int64_t time);
+    /// The same; the issuer is looked for.
+    [[nodiscard]] CrtStatus status(const CertPtr& certificate, int64_t time);
+
+    /// The stored CRLs of an authority, the newest of each kind. False when the database fails.
+    bool lastCrls(const SignedCertificate& authority, AuthorityCrls& crls);
+
+  private:
+    struct Loaded;
+    [[nodiscard]] int check(const SignedCertRevList& crl, int64_t time, const SignedCertificate* issuer);
+    [[nodiscard]] int checkIssuer(const SignedCertRevList& crl, const CertPtr& issuer, int64_t time);
+    [[nodiscard]] bool load(const SignedCertificate& certificate, std::vector<Loaded>& crls);
+
+    CertificateManager* certificates_ = nullptr;
+    DeviceUpdate deviceUpdate_;
+    unsigned deviceError_ = 0;
+};
+
+}  // namespace crv
