@@ -46,10 +46,10 @@ const std::vector<Bytes>& certs() {
     static const std::vector<Bytes> made = [] {
         const TestKey key(EVP_RSA_gen(2048), EVP_PKEY_free);
         const MadeCert root = test::makeCert(
-            {.subject = {{"C", "PL", printableString}, {"O", "Urząd"}, {"CN", "CA"}}, .extensions = caExtensions()},
+            {.subject = {{"C", "PL", kPrintableString}, {"O", "Urząd"}, {"CN", "CA"}}, .extensions = caExtensions()},
             nullptr, key);
         const Bytes base =
-            test::makeCert({.subject = {{"C", "PL", printableString},
+            test::makeCert({.subject = {{"C", "PL", kPrintableString},
                                         {"O", "Firma Handlowa"},
                                         {"OU", "Dział 00000000"},
                                         {"CN", "Użytkownik 00000000"},
@@ -223,7 +223,7 @@ CrtRecord parseByPeer(const Bytes& der) {
         record.dnFlds.push_back({static_cast<uint8_t>('a' + i), std::string(text, text + length)});
         OPENSSL_free(text);
     }
-    record.dnFlds.push_back({dnEmail, record.email});
+    record.dnFlds.push_back({kDnEmail, record.email});
     record.isCa = X509_check_ca(cert) > 0;
     record.der = der;
     X509_free(cert);
@@ -368,7 +368,7 @@ Peer& filledPeer() {
     return *peer;
 }
 
-constexpr size_t lookUps = 10000;
+constexpr size_t kLookUps = 10000;
 
 const CrtRecord& nth(size_t i) {
     return records()[i * 7919 % records().size()];
@@ -378,14 +378,14 @@ void subjectOurs(benchmark::State& state) {
     Ours& ours = filledOurs();
     static_cast<void>(records());
     for (auto _ : state) {
-        for (size_t i = 0; i < lookUps; ++i) {
+        for (size_t i = 0; i < kLookUps; ++i) {
             CrtItemList list;
             if (!ours.manager.findCertsBySbjDnHash(list, nth(i).sbjDnHash) || list.size() != 1) {
                 throw std::runtime_error("look-up");
             }
         }
     }
-    count(state, lookUps);
+    count(state, kLookUps);
 }
 
 void subjectPeer(benchmark::State& state) {
@@ -393,7 +393,7 @@ void subjectPeer(benchmark::State& state) {
     std::vector<std::string> keys;
     for (const Bytes& der : certs()) keys.push_back(codeDigest(parseByPeer(der).sbjDnHash));
     for (auto _ : state) {
-        for (size_t i = 0; i < lookUps; ++i) {
+        for (size_t i = 0; i < kLookUps; ++i) {
             PeerDb db(peer.path);
             Statement find(db.db, "SELECT id, der FROM crt WHERE sbj=?");
             if (!find.text(1, keys[i * 7919 % keys.size()]).step()) throw std::runtime_error("look-up");
@@ -401,37 +401,37 @@ void subjectPeer(benchmark::State& state) {
                                               static_cast<size_t>(sqlite3_column_bytes(find.handle, 1))}));
         }
     }
-    count(state, lookUps);
+    count(state, kLookUps);
 }
 
 void fieldOurs(benchmark::State& state) {
     Ours& ours = filledOurs();
     static_cast<void>(records());
     for (auto _ : state) {
-        for (size_t i = 0; i < lookUps; ++i) {
+        for (size_t i = 0; i < kLookUps; ++i) {
             CrtItemList list;
-            if (!ours.manager.findCertsBySbjDnFld(list, dnEmail, nth(i).email) || list.size() != 1) {
+            if (!ours.manager.findCertsBySbjDnFld(list, kDnEmail, nth(i).email) || list.size() != 1) {
                 throw std::runtime_error("look-up");
             }
         }
     }
-    count(state, lookUps);
+    count(state, kLookUps);
 }
 
 void fieldPeer(benchmark::State& state) {
     Peer& peer = filledPeer();
     static_cast<void>(records());
     for (auto _ : state) {
-        for (size_t i = 0; i < lookUps; ++i) {
+        for (size_t i = 0; i < kLookUps; ++i) {
             PeerDb db(peer.path);
             Statement find(db.db, "SELECT crt.id, der FROM dn JOIN crt ON crt.id=dn.id WHERE fld=?");
-            const std::string key = static_cast<char>(dnEmail) + nth(i).email;
+            const std::string key = static_cast<char>(kDnEmail) + nth(i).email;
             if (!find.text(1, key).step()) throw std::runtime_error("look-up");
             benchmark::DoNotOptimize(toBytes({static_cast<const uint8_t*>(sqlite3_column_blob(find.handle, 1)),
                                               static_cast<size_t>(sqlite3_column_bytes(find.handle, 1))}));
         }
     }
-    count(state, lookUps);
+    count(state, kLookUps);
 }
 
 void removeTenthOurs(benchmark::State& state) {

@@ -32,7 +32,7 @@ void hashBare(benchmark::State& state) {
 }
 
 void hashSizes(benchmark::internal::Benchmark* b) {
-    b->ArgsProduct({{1024, 1 << 20}, {static_cast<int>(KcHashAlgo::sha1), static_cast<int>(KcHashAlgo::sha256)}});
+    b->ArgsProduct({{1024, 1 << 20}, {static_cast<int>(KcHashAlgo::Sha1), static_cast<int>(KcHashAlgo::Sha256)}});
 }
 BENCHMARK(hashOurs)->Apply(hashSizes);
 BENCHMARK(hashBare)->Apply(hashSizes);
@@ -86,7 +86,7 @@ void signOurs(benchmark::State& state) {
     Numbered random(8);
     const Bytes digest(32, 1);
     for (auto _ : state) {
-        benchmark::DoNotOptimize(key.sign(key.scheme(), KcHashAlgo::sha256, digest, random.bridge));
+        benchmark::DoNotOptimize(key.sign(key.scheme(), KcHashAlgo::Sha256, digest, random.bridge));
     }
 }
 
@@ -100,7 +100,7 @@ void signBare(benchmark::State& state) {
     for (auto _ : state) {
         const ossl::PkeyCtx ctx(EVP_PKEY_CTX_new_from_pkey(ossl::context(), key.get(), nullptr));
         EVP_PKEY_sign_init(ctx.get());
-        EVP_PKEY_CTX_set_signature_md(ctx.get(), libcryptoHash(KcHashAlgo::sha256));
+        EVP_PKEY_CTX_set_signature_md(ctx.get(), libcryptoHash(KcHashAlgo::Sha256));
         size_t length = signature.size();
         if (EVP_PKEY_sign(ctx.get(), signature.data(), &length, digest.data(), digest.size()) != 1) {
             state.SkipWithError("libcrypto does not sign");
@@ -118,11 +118,11 @@ void pkcs12Ours(benchmark::State& state) {
     const SecretBytes password = utf16BePassword("correct horse battery staple");
     std::vector<Bytes> items;
     for (const size_t size : kItems) {
-        items.push_back(pbeEncrypt(PbeAlgo::sha1TripleDesCbc, password, kSalt, 2048, Bytes(size, 1)));
+        items.push_back(pbeEncrypt(PbeAlgo::Sha1TripleDesCbc, password, kSalt, 2048, Bytes(size, 1)));
     }
     for (auto _ : state) {
         for (const Bytes& item : items) {
-            benchmark::DoNotOptimize(pbeDecrypt(PbeAlgo::sha1TripleDesCbc, password, kSalt, 2048, item));
+            benchmark::DoNotOptimize(pbeDecrypt(PbeAlgo::Sha1TripleDesCbc, password, kSalt, 2048, item));
         }
     }
 }

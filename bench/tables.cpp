@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr size_t bodySize = 1200;
+constexpr size_t kBodySize = 1200;
 
 void require(bool condition, const char* what) {
     if (!condition) throw std::runtime_error(what);
@@ -56,7 +56,7 @@ class Store {
 };
 
 const std::string& body() {
-    static const std::string octets(bodySize, 'c');
+    static const std::string octets(kBodySize, 'c');
     return octets;
 }
 
@@ -66,36 +66,36 @@ class Corvane : public Store {
         crv::DbLock lock(folder + "/db.lck");
         crv::DataBase table;
         const std::string name = folder + "/certific";
-        require(table.create(name, crv::crtTb.numIndexes, crv::crtTb.descs.data()) == crv::dbOk, "create");
-        const crv::DbGuard guard(lock, crv::exclusiveLock);
+        require(table.create(name, crv::crtTb.numIndexes, crv::crtTb.descs.data()) == crv::kDbOk, "create");
+        const crv::DbGuard guard(lock, crv::kExclusiveLock);
         table.bindLock(&lock);
-        require(table.open(name) == crv::dbOk, "open");
+        require(table.open(name) == crv::kDbOk, "open");
         table.beginBatch();
         for (int64_t i = 0; i < count; ++i) {
             const Sample sample = sampleOf(i);
             const std::string_view keys[] = {sample.serial, sample.email, sample.subject};
             int64_t recNo = 0;
-            require(table.insert(keys, crv::asBytes(body()), recNo) == crv::dbOk, "insert");
+            require(table.insert(keys, crv::asBytes(body()), recNo) == crv::kDbOk, "insert");
         }
-        require(table.endBatch() == crv::dbOk, "write");
+        require(table.endBatch() == crv::kDbOk, "write");
         table.close();
     }
 
     size_t lookUp(const std::string& folder, const std::string& serial) override {
         if (!lock_) lock_ = std::make_unique<crv::DbLock>(folder + "/db.lck");
-        const crv::DbGuard guard(*lock_, crv::sharedLock);
-        require(table_.open(folder + "/certific") == crv::dbOk, "open");
-        require(table_.seek(serial) == crv::dbOk && table_.data(record_) == crv::dbOk, "seek");
+        const crv::DbGuard guard(*lock_, crv::kSharedLock);
+        require(table_.open(folder + "/certific") == crv::kDbOk, "open");
+        require(table_.seek(serial) == crv::kDbOk && table_.data(record_) == crv::kDbOk, "seek");
         table_.close();
         return record_.body.size();
     }
 
     size_t scan(const std::string& folder) override {
         crv::DataFile data;
-        require(data.open(folder + "/certific.dta") == crv::dbOk, "open");
+        require(data.open(folder + "/certific.dta") == crv::kDbOk, "open");
         crv::DataScan scan(data);
         size_t octets = 0;
-        while (scan.next() == crv::DataScan::Result::record) octets += scan.body().size() + scan.body()[0] - 'c';
+        while (scan.next() == crv::DataScan::Result::Record) octets += scan.body().size() + scan.body()[0] - 'c';
         return octets;
     }
 
@@ -138,7 +138,7 @@ class Sqlite : public Store {
             const Sample sample = sampleOf(i);
             bind(insert.get(), 1, sample.serial), bind(insert.get(), 2, sample.email),
                 bind(insert.get(), 3, sample.subject);
-            sqlite3_bind_blob(insert.get(), 4, body().data(), static_cast<int>(bodySize), SQLITE_STATIC);
+            sqlite3_bind_blob(insert.get(), 4, body().data(), static_cast<int>(kBodySize), SQLITE_STATIC);
             require(sqlite3_step(insert.get()) == SQLITE_DONE && sqlite3_reset(insert.get()) == SQLITE_OK,
                     "sqlite insert");
         }
@@ -183,9 +183,9 @@ class Lmdb : public Store {
             require(mdb_txn_begin(env, nullptr, write ? 0 : MDB_RDONLY, &txn) == 0, "lmdb begin");
             const unsigned make = write ? MDB_CREATE : 0;
             require(mdb_dbi_open(txn, "body", MDB_INTEGERKEY | make, &body) == 0, "lmdb body");
-            constexpr const char* names[] = {"serial", "email", "subject"};
+            constexpr const char* kNames[] = {"serial", "email", "subject"};
             for (int i = 0; i < 3; ++i)
-                require(mdb_dbi_open(txn, names[i], MDB_DUPSORT | make, &index[i]) == 0, "lmdb index");
+                require(mdb_dbi_open(txn, kNames[i], MDB_DUPSORT | make, &index[i]) == 0, "lmdb index");
         }
         ~Env() {
             if (commit) {
@@ -292,7 +292,7 @@ void lookUp(benchmark::State& state, const Maker& make, const std::string& engin
     const std::string folder = built().folder(engine, *store, state.range(0));
     int64_t i = 0;
     for (auto _ : state) {
-        require(store->lookUp(folder, sampleOf(i).serial) == bodySize, "wrong record");
+        require(store->lookUp(folder, sampleOf(i).serial) == kBodySize, "wrong record");
         i = (i + 7919) % state.range(0);
     }
     state.SetItemsProcessed(state.iterations());
@@ -302,7 +302,7 @@ void scan(benchmark::State& state, const Maker& make, const std::string& engine)
     const auto store = make();
     const std::string folder = built().folder(engine, *store, state.range(0));
     for (auto _ : state)
-        require(store->scan(folder) == bodySize * static_cast<size_t>(state.range(0)), "records missing");
+        require(store->scan(folder) == kBodySize * static_cast<size_t>(state.range(0)), "records missing");
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 

@@ -55,7 +55,7 @@ int crvAuthenticateExInt(CRVctx* ctx, int readAdditional) {
     const ConfigurationManager& configuration = ctx->configurationManager;
     if (!configuration.profile()) return ECRV_PROFILE_NOT_LOADED;
     FileSemaphore lock(configuration.securityFileLockName(), hasNoLock(configuration));
-    if (!lock.p(exclusiveLock)) return ECRV_LOCK;
+    if (!lock.p(kExclusiveLock)) return ECRV_LOCK;
     if (const int code = codeOfDbState(ctx->dbManager.isDbCreated())) return code;
     ctx->userCerts.clear();
     const KeyManagerResult result = ctx->keyManager.initProfile(0, readAdditional != 0);

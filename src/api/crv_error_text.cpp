@@ -72,11 +72,11 @@ const char* crvErrorTextAPI(CRVctx* ctx, int code) {
 const char* crvErrorText(CRVctx* ctx, int code) {
     char begin[64];
     std::snprintf(begin, sizeof begin, "crvErrorText: BEGIN. kod: %d", code);
-    logLine(LogLevel::info, begin);
+    logLine(LogLevel::Info, begin);
     const char* text = crvErrorTextAPI(ctx, code);
     if (text)
-        logLine(LogLevel::info, "crvErrorText: END. Wynik: != NULL");
+        logLine(LogLevel::Info, "crvErrorText: END. Wynik: != NULL");
     else
-        logLine(LogLevel::error, "crvErrorText: END. Wynik: NULL");
+        logLine(LogLevel::Error, "crvErrorText: END. Wynik: NULL");
     return text;
 }

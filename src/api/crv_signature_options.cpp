@@ -14,19 +14,19 @@ constexpr struct {
     long option;
     KcHashAlgo hash;
 } kDigests[] = {
-    {1, KcHashAlgo::sha1},      {3, KcHashAlgo::sha224},    {4, KcHashAlgo::sha256},   {5, KcHashAlgo::sha384},
-    {6, KcHashAlgo::sha512},    {8, KcHashAlgo::ripemd160}, {9, KcHashAlgo::sha3_224}, {10, KcHashAlgo::sha3_256},
-    {11, KcHashAlgo::sha3_384}, {12, KcHashAlgo::sha3_512},
+    {1, KcHashAlgo::Sha1},     {3, KcHashAlgo::Sha224},    {4, KcHashAlgo::Sha256},  {5, KcHashAlgo::Sha384},
+    {6, KcHashAlgo::Sha512},   {8, KcHashAlgo::Ripemd160}, {9, KcHashAlgo::Sha3224}, {10, KcHashAlgo::Sha3256},
+    {11, KcHashAlgo::Sha3384}, {12, KcHashAlgo::Sha3512},
 };
 
 constexpr struct {
     long option;
     KeyScheme scheme;
 } kSchemes[] = {
-    {2, KeyScheme::rsa},
-    {4, KeyScheme::dsa},
-    {5, KeyScheme::ecdsa},
-    {6, KeyScheme::rsaPss},
+    {2, KeyScheme::Rsa},
+    {4, KeyScheme::Dsa},
+    {5, KeyScheme::Ecdsa},
+    {6, KeyScheme::RsaPss},
 };
 
 constexpr long kSchemeUnit = 256;
@@ -56,7 +56,7 @@ long optionOf(KeyScheme scheme) {
 
 /// The current signing key, as far as there is one.
 struct SigningKey {
-    KeyScheme scheme = KeyScheme::none;
+    KeyScheme scheme = KeyScheme::None;
     unsigned bits = 0;
 };
 
@@ -89,15 +89,15 @@ int unsupported(CRVctx* ctx, const std::string& reason) {
 /// Whether the key, when there is one, can make such signatures; reports why not.
 int checkScheme(CRVctx* ctx, KeyScheme scheme) {
     const SigningKey key = signingKey(ctx);
-    if (key.scheme == KeyScheme::none || key.scheme == scheme || (isRsa(key.scheme) && isRsa(scheme))) return CRV_OK;
-    return unsupported(ctx, "Podany schemat podpisu " + nameOf(scheme, KcHashAlgo::none) +
+    if (key.scheme == KeyScheme::None || key.scheme == scheme || (isRsa(key.scheme) && isRsa(scheme))) return CRV_OK;
+    return unsupported(ctx, "Podany schemat podpisu " + nameOf(scheme, KcHashAlgo::None) +
                                 " nie może być użyty z aktualnym kluczem do podpisywania (który jest typu " +
-                                nameOf(key.scheme, KcHashAlgo::none) + ")");
+                                nameOf(key.scheme, KcHashAlgo::None) + ")");
 }
 
 int checkDigest(CRVctx* ctx, KeyScheme scheme, KcHashAlgo hash) {
-    if (scheme == KeyScheme::none) return CRV_OK;
-    const std::string digest = nameOf(KeyScheme::none, hash);
+    if (scheme == KeyScheme::None) return CRV_OK;
+    const std::string digest = nameOf(KeyScheme::None, hash);
     if (!isHashSupported(scheme, hash)) {
         return unsupported(
             ctx, "Funkcja skrótu " + digest + " nie jest wspierana z aktualnym schematem klucza do podpisywania");

@@ -17,7 +17,7 @@ std::atomic<int> alive = 0;
 DbConfig databaseOf(const CrvProfile* profile) {
     if (profile) return profile->dbConfig();
     DbConfig none;
-    none.setType(std::string(dbKindNone));
+    none.setType(std::string(kDbKindNone));
     return none;
 }
 

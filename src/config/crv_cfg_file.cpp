@@ -173,9 +173,9 @@ void CRVCfgFile::setSymAlgo(const ASNobjectId& algorithm) {
 }
 
 KcHashAlgo CRVCfgFile::getHashAlgo(KeyScheme key) const {
-    if (!findField(OID_CRV_CONFIG_HASH_ALGO)) return key == KeyScheme::dsa ? KcHashAlgo::sha1 : KcHashAlgo::sha256;
+    if (!findField(OID_CRV_CONFIG_HASH_ALGO)) return key == KeyScheme::Dsa ? KcHashAlgo::Sha1 : KcHashAlgo::Sha256;
     const KcHashAlgo hash = hashAlgoOf(decoded<AlgorithmIdentifier>(OID_CRV_CONFIG_HASH_ALGO));
-    VTEST(hash != KcHashAlgo::none, kPlace);
+    VTEST(hash != KcHashAlgo::None, kPlace);
     return hash;
 }
 

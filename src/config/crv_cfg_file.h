@@ -68,7 +68,7 @@ class CRVCfgFile : public ASNsequenceList<CfgField> {
     [[nodiscard]] ASNobjectId getSymAlgo() const;
     void setSymAlgo(const ASNobjectId& algorithm);
     /// Digest of signatures; when absent SHA-256, for a DSA key SHA-1.
-    [[nodiscard]] KcHashAlgo getHashAlgo(KeyScheme key = KeyScheme::none) const;
+    [[nodiscard]] KcHashAlgo getHashAlgo(KeyScheme key = KeyScheme::None) const;
     void setHashAlgo(KcHashAlgo hash);
     /// Algorithm of signatures; nothing when absent: the key's own scheme with the digest above.
     [[nodiscard]] std::optional<AlgorithmIdentifier> getSignatureAlgorithmIdentifier() const;

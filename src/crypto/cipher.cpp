@@ -16,31 +16,31 @@ struct CipherRow {
 };
 
 constexpr CipherRow kRows[] = {
-    {CipherAlgo::tripleDesCbc, 24, 8, "DES-EDE3-CBC"}, {CipherAlgo::rc2Cbc40, 5, 8, "RC2-40-CBC"},
-    {CipherAlgo::rc2Cbc64, 8, 8, "RC2-64-CBC"},        {CipherAlgo::rc2Cbc128, 16, 8, "RC2-CBC"},
-    {CipherAlgo::aes128Cbc, 16, 16, "AES-128-CBC"},    {CipherAlgo::aes192Cbc, 24, 16, "AES-192-CBC"},
-    {CipherAlgo::aes256Cbc, 32, 16, "AES-256-CBC"},
+    {CipherAlgo::TripleDesCbc, 24, 8, "DES-EDE3-CBC"}, {CipherAlgo::Rc2Cbc40, 5, 8, "RC2-40-CBC"},
+    {CipherAlgo::Rc2Cbc64, 8, 8, "RC2-64-CBC"},        {CipherAlgo::Rc2Cbc128, 16, 8, "RC2-CBC"},
+    {CipherAlgo::Aes128Cbc, 16, 16, "AES-128-CBC"},    {CipherAlgo::Aes192Cbc, 24, 16, "AES-192-CBC"},
+    {CipherAlgo::Aes256Cbc, 32, 16, "AES-256-CBC"},
 };
 
 const CipherRow& rowOf(CipherAlgo algo) {
     for (const CipherRow& row : kRows) {
         if (row.algo == algo) return row;
     }
-    throw CryptoError(CryptoFailure::badParameter, "no such cipher");
+    throw CryptoError(CryptoFailure::BadParameter, "no such cipher");
 }
 
-enum class Direction { decrypt = 0, encrypt = 1 };
+enum class Direction { Decrypt = 0, Encrypt = 1 };
 
 ossl::CipherCtx startCipher(CipherAlgo algo, Direction direction, ByteView key, ByteView iv) {
     const CipherRow& row = rowOf(algo);
     if (key.size() != row.key || iv.size() != row.block) {
-        throw CryptoError(CryptoFailure::badParameter, "cipher key or initial vector of the wrong length");
+        throw CryptoError(CryptoFailure::BadParameter, "cipher key or initial vector of the wrong length");
     }
     const ossl::Cipher cipher(EVP_CIPHER_fetch(ossl::context(), row.name, nullptr));
-    if (!cipher) ossl::fail(CryptoFailure::unsupported, std::string("libcrypto lacks ") + row.name);
-    ossl::CipherCtx ctx(ossl::made(EVP_CIPHER_CTX_new(), CryptoFailure::internal, "no memory for a cipher"));
+    if (!cipher) ossl::fail(CryptoFailure::Unsupported, std::string("libcrypto lacks ") + row.name);
+    ossl::CipherCtx ctx(ossl::made(EVP_CIPHER_CTX_new(), CryptoFailure::Internal, "no memory for a cipher"));
     ossl::must(EVP_CipherInit_ex2(ctx.get(), cipher.get(), key.data(), iv.data(), static_cast<int>(direction), nullptr),
-               CryptoFailure::internal, "cipher does not start");
+               CryptoFailure::Internal, "cipher does not start");
     return ctx;
 }
 
@@ -48,13 +48,13 @@ ossl::CipherCtx startCipher(CipherAlgo algo, Direction direction, ByteView key, 
 template <class Out>
 void runCipher(EVP_CIPHER_CTX* ctx, ByteView in, Out& out, const char* failure) {
     if (in.size() > static_cast<size_t>(std::numeric_limits<int>::max()) - 64) {
-        throw CryptoError(CryptoFailure::badParameter, "too much data for one cipher call");
+        throw CryptoError(CryptoFailure::BadParameter, "too much data for one cipher call");
     }
     int body = 0;
     int tail = 0;
-    ossl::must(EVP_CipherUpdate(ctx, out.data(), &body, in.data(), static_cast<int>(in.size())), CryptoFailure::badData,
+    ossl::must(EVP_CipherUpdate(ctx, out.data(), &body, in.data(), static_cast<int>(in.size())), CryptoFailure::BadData,
                failure);
-    ossl::must(EVP_CipherFinal_ex(ctx, out.data() + body, &tail), CryptoFailure::badData, failure);
+    ossl::must(EVP_CipherFinal_ex(ctx, out.data() + body, &tail), CryptoFailure::BadData, failure);
     out.resize(static_cast<size_t>(body) + static_cast<size_t>(tail));
 }
 
@@ -69,14 +69,14 @@ size_t cipherBlockLength(CipherAlgo algo) {
 }
 
 Bytes encryptCbc(CipherAlgo algo, ByteView key, ByteView iv, ByteView plain) {
-    const ossl::CipherCtx ctx = startCipher(algo, Direction::encrypt, key, iv);
+    const ossl::CipherCtx ctx = startCipher(algo, Direction::Encrypt, key, iv);
     Bytes out(plain.size() + iv.size());
     runCipher(ctx.get(), plain, out, "encryption failed");
     return out;
 }
 
 SecretBytes decryptCbc(CipherAlgo algo, ByteView key, ByteView iv, ByteView ciphertext) {
-    const ossl::CipherCtx ctx = startCipher(algo, Direction::decrypt, key, iv);
+    const ossl::CipherCtx ctx = startCipher(algo, Direction::Decrypt, key, iv);
     SecretBytes out(ciphertext.size() + iv.size());
     runCipher(ctx.get(), ciphertext, out, "the ciphertext does not decrypt");
     return out;

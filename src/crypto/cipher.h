@@ -5,7 +5,7 @@
 
 namespace crv {
 
-enum class CipherAlgo : uint8_t { tripleDesCbc, rc2Cbc40, rc2Cbc64, rc2Cbc128, aes128Cbc, aes192Cbc, aes256Cbc };
+enum class CipherAlgo : uint8_t { TripleDesCbc, Rc2Cbc40, Rc2Cbc64, Rc2Cbc128, Aes128Cbc, Aes192Cbc, Aes256Cbc };
 
 [[nodiscard]] size_t cipherKeyLength(CipherAlgo algo);
 /// Length of a block and of the initial vector.

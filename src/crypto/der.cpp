@@ -7,7 +7,7 @@ namespace crv::der {
 namespace {
 
 [[noreturn]] void fail(const char* text) {
-    throw CryptoError(CryptoFailure::badKey, text);
+    throw CryptoError(CryptoFailure::BadKey, text);
 }
 
 }  // namespace

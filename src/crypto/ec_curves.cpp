@@ -52,12 +52,12 @@ const EcCurve* findCurve(StdECId id) {
 
 Bytes encodeEcDomain(StdECId id, bool explicitDomain) {
     const EcCurve* curve = findCurve(id);
-    if (curve == nullptr) throw CryptoError(CryptoFailure::unsupported, "unknown elliptic curve");
+    if (curve == nullptr) throw CryptoError(CryptoFailure::Unsupported, "unknown elliptic curve");
     const ossl::Group group = groupOf(id);
     EC_GROUP_set_asn1_flag(group.get(),
                            explicitDomain || !curve->hasOid ? OPENSSL_EC_EXPLICIT_CURVE : OPENSSL_EC_NAMED_CURVE);
     const int length = i2d_ECPKParameters(group.get(), nullptr);
-    if (length <= 0) ossl::fail(CryptoFailure::internal, "the curve does not encode");
+    if (length <= 0) ossl::fail(CryptoFailure::Internal, "the curve does not encode");
     Bytes der(static_cast<size_t>(length));
     uint8_t* out = der.data();
     i2d_ECPKParameters(group.get(), &out);
@@ -66,15 +66,15 @@ Bytes encodeEcDomain(StdECId id, bool explicitDomain) {
 
 EcDomain decodeEcDomain(ByteView parameters) {
     if (parameters.empty() || parameters.size() > kMaxEncoding) {
-        throw CryptoError(CryptoFailure::badKey, "elliptic curve parameters of impossible length");
+        throw CryptoError(CryptoFailure::BadKey, "elliptic curve parameters of impossible length");
     }
     const uint8_t* in = parameters.data();
     const ossl::Group group(d2i_ECPKParameters(nullptr, &in, static_cast<long>(parameters.size())));
     if (!group || in != parameters.data() + parameters.size()) {
-        ossl::fail(CryptoFailure::badKey, "malformed elliptic curve parameters");
+        ossl::fail(CryptoFailure::BadKey, "malformed elliptic curve parameters");
     }
     const auto id = static_cast<StdECId>(EC_GROUP_get_curve_name(group.get()));
-    if (findCurve(id) == nullptr) throw CryptoError(CryptoFailure::unsupported, "unknown elliptic curve");
+    if (findCurve(id) == nullptr) throw CryptoError(CryptoFailure::Unsupported, "unknown elliptic curve");
     return {id, parameters.front() != 0x06};  // an OBJECT IDENTIFIER names the curve
 }
 

@@ -8,10 +8,10 @@
 namespace crv {
 
 /// A curve: libcrypto's number for it (stable over its versions). `none` is no curve.
-enum class StdECId : int { none = 0, p256 = 415 };
+enum class StdECId : int { None = 0, P256 = 415 };
 
 /// The curve preselected where one is asked for.
-inline constexpr StdECId kDefaultCurve = StdECId::p256;
+inline constexpr StdECId kDefaultCurve = StdECId::P256;
 
 struct EcCurve {
     StdECId id;

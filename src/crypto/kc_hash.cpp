@@ -17,12 +17,12 @@ struct HashRow {
 };
 
 constexpr HashRow kRows[] = {
-    {KcHashAlgo::sha1, 20, 64, "SHA1"},           {KcHashAlgo::sha224, 28, 64, "SHA224"},
-    {KcHashAlgo::sha256, 32, 64, "SHA256"},       {KcHashAlgo::sha384, 48, 128, "SHA384"},
-    {KcHashAlgo::sha512, 64, 128, "SHA512"},      {KcHashAlgo::ripemd128, 16, 64, nullptr},
-    {KcHashAlgo::ripemd160, 20, 64, "RIPEMD160"}, {KcHashAlgo::md5, 16, 64, "MD5"},
-    {KcHashAlgo::sha3_224, 28, 144, "SHA3-224"},  {KcHashAlgo::sha3_256, 32, 136, "SHA3-256"},
-    {KcHashAlgo::sha3_384, 48, 104, "SHA3-384"},  {KcHashAlgo::sha3_512, 64, 72, "SHA3-512"},
+    {KcHashAlgo::Sha1, 20, 64, "SHA1"},           {KcHashAlgo::Sha224, 28, 64, "SHA224"},
+    {KcHashAlgo::Sha256, 32, 64, "SHA256"},       {KcHashAlgo::Sha384, 48, 128, "SHA384"},
+    {KcHashAlgo::Sha512, 64, 128, "SHA512"},      {KcHashAlgo::Ripemd128, 16, 64, nullptr},
+    {KcHashAlgo::Ripemd160, 20, 64, "RIPEMD160"}, {KcHashAlgo::Md5, 16, 64, "MD5"},
+    {KcHashAlgo::Sha3224, 28, 144, "SHA3-224"},   {KcHashAlgo::Sha3256, 32, 136, "SHA3-256"},
+    {KcHashAlgo::Sha3384, 48, 104, "SHA3-384"},   {KcHashAlgo::Sha3512, 64, 72, "SHA3-512"},
 };
 
 const HashRow* rowOf(KcHashAlgo algo) noexcept {
@@ -33,7 +33,7 @@ const HashRow* rowOf(KcHashAlgo algo) noexcept {
 
 const HashRow& mustRow(KcHashAlgo algo) {
     const HashRow* row = rowOf(algo);
-    if (row == nullptr) throw CryptoError(CryptoFailure::badParameter, "no such hash function");
+    if (row == nullptr) throw CryptoError(CryptoFailure::BadParameter, "no such hash function");
     return *row;
 }
 
@@ -50,7 +50,7 @@ struct Methods {
 
 void mustFit(const HashRow& row, std::span<uint8_t> digest) {
     if (digest.size() != row.length)
-        throw CryptoError(CryptoFailure::badParameter, "digest buffer of the wrong length");
+        throw CryptoError(CryptoFailure::BadParameter, "digest buffer of the wrong length");
 }
 
 }  // namespace
@@ -75,7 +75,7 @@ const evp_md_st* libcryptoHash(KcHashAlgo algo) {
     const HashRow& row = mustRow(algo);
     const EVP_MD* method = methods.all[static_cast<size_t>(&row - kRows)].get();
     if (method == nullptr && row.name != nullptr) {
-        ossl::fail(CryptoFailure::unsupported, std::string("libcrypto lacks ") + row.name);
+        ossl::fail(CryptoFailure::Unsupported, std::string("libcrypto lacks ") + row.name);
     }
     return method;
 }
@@ -97,15 +97,15 @@ void KcHash::start() {
         own_ = std::make_unique<Ripemd128>();
         return;
     }
-    if (!ctx_) ctx_.reset(ossl::made(EVP_MD_CTX_new(), CryptoFailure::internal, "no memory for a hash"));
-    ossl::must(EVP_DigestInit_ex2(ctx_.get(), method, nullptr), CryptoFailure::internal, "hash does not start");
+    if (!ctx_) ctx_.reset(ossl::made(EVP_MD_CTX_new(), CryptoFailure::Internal, "no memory for a hash"));
+    ossl::must(EVP_DigestInit_ex2(ctx_.get(), method, nullptr), CryptoFailure::Internal, "hash does not start");
 }
 
 void KcHash::update(ByteView data) {
     if (own_) {
         own_->update(data);
     } else {
-        ossl::must(EVP_DigestUpdate(ctx_.get(), data.data(), data.size()), CryptoFailure::internal, "hash failed");
+        ossl::must(EVP_DigestUpdate(ctx_.get(), data.data(), data.size()), CryptoFailure::Internal, "hash failed");
     }
 }
 
@@ -114,7 +114,7 @@ void KcHash::final(std::span<uint8_t> digest) {
     if (own_) {
         own_->final(digest.first<Ripemd128::kLength>());
     } else {
-        ossl::must(EVP_DigestFinal_ex(ctx_.get(), digest.data(), nullptr), CryptoFailure::internal, "hash failed");
+        ossl::must(EVP_DigestFinal_ex(ctx_.get(), digest.data(), nullptr), CryptoFailure::Internal, "hash failed");
     }
     start();
 }
@@ -134,7 +134,7 @@ void hashInto(KcHashAlgo algo, ByteView data, std::span<uint8_t> digest) {
         hash.final(digest.first<Ripemd128::kLength>());
         return;
     }
-    ossl::must(EVP_Digest(data.data(), data.size(), digest.data(), nullptr, method, nullptr), CryptoFailure::internal,
+    ossl::must(EVP_Digest(data.data(), data.size(), digest.data(), nullptr, method, nullptr), CryptoFailure::Internal,
                "hash failed");
 }
 

@@ -17,19 +17,19 @@ class Ripemd128;
 
 /// Hash selectors. The numbers are kept in configuration records; 9 was never given out.
 enum class KcHashAlgo : uint8_t {
-    none = 0,
-    sha1 = 1,
-    sha224 = 2,
-    sha256 = 3,
-    sha384 = 4,
-    sha512 = 5,
-    ripemd128 = 6,
-    ripemd160 = 7,
-    md5 = 8,
-    sha3_224 = 10,
-    sha3_256 = 11,
-    sha3_384 = 12,
-    sha3_512 = 13,
+    None = 0,
+    Sha1 = 1,
+    Sha224 = 2,
+    Sha256 = 3,
+    Sha384 = 4,
+    Sha512 = 5,
+    Ripemd128 = 6,
+    Ripemd160 = 7,
+    Md5 = 8,
+    Sha3224 = 10,
+    Sha3256 = 11,
+    Sha3384 = 12,
+    Sha3512 = 13,
 };
 
 /// Length of the longest digest.
@@ -37,9 +37,9 @@ inline constexpr size_t kMaxHashLength = 64;
 
 /// Every selector that names a hash, in numeric order.
 inline constexpr std::array kHashAlgos = {
-    KcHashAlgo::sha1,     KcHashAlgo::sha224,    KcHashAlgo::sha256,    KcHashAlgo::sha384,
-    KcHashAlgo::sha512,   KcHashAlgo::ripemd128, KcHashAlgo::ripemd160, KcHashAlgo::md5,
-    KcHashAlgo::sha3_224, KcHashAlgo::sha3_256,  KcHashAlgo::sha3_384,  KcHashAlgo::sha3_512,
+    KcHashAlgo::Sha1,    KcHashAlgo::Sha224,    KcHashAlgo::Sha256,    KcHashAlgo::Sha384,
+    KcHashAlgo::Sha512,  KcHashAlgo::Ripemd128, KcHashAlgo::Ripemd160, KcHashAlgo::Md5,
+    KcHashAlgo::Sha3224, KcHashAlgo::Sha3256,   KcHashAlgo::Sha3384,   KcHashAlgo::Sha3512,
 };
 
 /// Digest length in octets; 0 for `none` and for a number that names no hash.

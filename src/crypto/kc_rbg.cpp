@@ -49,7 +49,7 @@ void sha1Compress(std::array<uint32_t, 5>& state, const uint8_t* block) noexcept
 
 void KcRbg::seed(ByteView material) {
     if (!seedLengths().allows(material.size())) {
-        throw CryptoError(CryptoFailure::badParameter, std::string(name()) + ": seed of a length that is not allowed");
+        throw CryptoError(CryptoFailure::BadParameter, std::string(name()) + ": seed of a length that is not allowed");
     }
     seeded_ = false;
     start(material);
@@ -58,10 +58,10 @@ void KcRbg::seed(ByteView material) {
 }
 
 void KcRbg::fill(std::span<uint8_t> out) {
-    if (!seeded_) throw CryptoError(CryptoFailure::notSeeded, std::string(name()) + ": not seeded");
+    if (!seeded_) throw CryptoError(CryptoFailure::NotSeeded, std::string(name()) + ": not seeded");
     const uint64_t steps = (out.size() + stepLength_ - 1) / stepLength_;
     if (steps > cycle_ - used_) {
-        throw CryptoError(CryptoFailure::reseedRequired, std::string(name()) + ": end of the cycle");
+        throw CryptoError(CryptoFailure::ReseedRequired, std::string(name()) + ": end of the cycle");
     }
     while (!out.empty()) {
         const auto part = out.first(std::min(out.size(), stepLength_));
@@ -75,7 +75,7 @@ void KcRbg::fill(std::span<uint8_t> out) {
 // the second.
 void KcRbgHashIso18031::derive(std::initializer_list<ByteView> parts) {
     const auto hashDf = [](std::initializer_list<ByteView> input, std::span<uint8_t> out) {
-        KcHash hash(KcHashAlgo::sha256);
+        KcHash hash(KcHashAlgo::Sha256);
         SecretArray<32> digest;
         for (uint8_t counter = 1; !out.empty(); ++counter) {
             const uint8_t head[] = {counter, 0, 0, kState * 8 >> 8, kState * 8 & 0xFF};
@@ -102,7 +102,7 @@ void KcRbgHashIso18031::start(ByteView material) {
 void KcRbgHashIso18031::reseed(ByteView entropy) {
     if (!seeded()) return seed(entropy);
     if (!seedLengths().allows(entropy.size())) {
-        throw CryptoError(CryptoFailure::badParameter, "HASH-DRBG-18031: seed of a length that is not allowed");
+        throw CryptoError(CryptoFailure::BadParameter, "HASH-DRBG-18031: seed of a length that is not allowed");
     }
     constexpr uint8_t kOne[] = {1};
     derive({kOne, v_, entropy});
@@ -111,7 +111,7 @@ void KcRbgHashIso18031::reseed(ByteView entropy) {
 
 // SP 800-90A 10.1.1.4 without additional input.
 void KcRbgHashIso18031::step(std::span<uint8_t> out) {
-    KcHash hash(KcHashAlgo::sha256);
+    KcHash hash(KcHashAlgo::Sha256);
     SecretArray<32> digest;
     SecretArray<kState> data = v_;
     while (!out.empty()) {

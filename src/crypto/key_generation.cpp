@@ -27,7 +27,7 @@ int onProgress(EVP_PKEY_CTX* ctx) {
 }
 
 ossl::PkeyCtx generatorFor(const char* type) {
-    return ossl::PkeyCtx(ossl::made(EVP_PKEY_CTX_new_from_name(ossl::context(), type, nullptr), CryptoFailure::internal,
+    return ossl::PkeyCtx(ossl::made(EVP_PKEY_CTX_new_from_name(ossl::context(), type, nullptr), CryptoFailure::Internal,
                                     "no memory for a key generation"));
 }
 
@@ -41,14 +41,14 @@ ossl::Pkey generate(EVP_PKEY_CTX* ctx, RandomBridge& random, const KeyGenProgres
     const int answer = EVP_PKEY_generate(ctx, &key);
     ossl::Pkey owned(key);
     if (state.thrown) std::rethrow_exception(state.thrown);
-    if (state.stopped) ossl::fail(CryptoFailure::cancelled, "key generation was stopped");
-    ossl::finish(scope, answer, CryptoFailure::internal, "key generation failed");
+    if (state.stopped) ossl::fail(CryptoFailure::Cancelled, "key generation was stopped");
+    ossl::finish(scope, answer, CryptoFailure::Internal, "key generation failed");
     return owned;
 }
 
 ossl::Num numberOf(const EVP_PKEY* key, const char* name) {
     BIGNUM* number = nullptr;
-    ossl::must(EVP_PKEY_get_bn_param(key, name, &number), CryptoFailure::internal, "the key lacks a number");
+    ossl::must(EVP_PKEY_get_bn_param(key, name, &number), CryptoFailure::Internal, "the key lacks a number");
     return ossl::Num(number);
 }
 
@@ -62,15 +62,15 @@ PrivateKey PrivateKey::generateRsa(unsigned bits, uint64_t publicExponent, Rando
                                    const KeyGenProgress& progress) {
     if (bits < PublicKey::kMinRsaBits || bits > PublicKey::kMaxRsaBits || publicExponent < 3 ||
         publicExponent % 2 == 0) {
-        throw CryptoError(CryptoFailure::badParameter, "RSA keys of this length or exponent cannot be generated");
+        throw CryptoError(CryptoFailure::BadParameter, "RSA keys of this length or exponent cannot be generated");
     }
     const ossl::PkeyCtx ctx = generatorFor("RSA");
     const ossl::Num exponent = ossl::newNum();
     BN_set_word(exponent.get(), publicExponent);
-    ossl::must(EVP_PKEY_keygen_init(ctx.get()), CryptoFailure::internal, "RSA generation does not start");
-    ossl::must(EVP_PKEY_CTX_set_rsa_keygen_bits(ctx.get(), static_cast<int>(bits)), CryptoFailure::badParameter,
+    ossl::must(EVP_PKEY_keygen_init(ctx.get()), CryptoFailure::Internal, "RSA generation does not start");
+    ossl::must(EVP_PKEY_CTX_set_rsa_keygen_bits(ctx.get(), static_cast<int>(bits)), CryptoFailure::BadParameter,
                "bits");
-    ossl::must(EVP_PKEY_CTX_set1_rsa_keygen_pubexp(ctx.get(), exponent.get()), CryptoFailure::badParameter, "exponent");
+    ossl::must(EVP_PKEY_CTX_set1_rsa_keygen_pubexp(ctx.get(), exponent.get()), CryptoFailure::BadParameter, "exponent");
     const ossl::Pkey key = generate(ctx.get(), random, progress);
     SecretBytes numbers = der::number({});
     for (const char* name : kRsaNumberNames) {
@@ -78,30 +78,30 @@ PrivateKey PrivateKey::generateRsa(unsigned bits, uint64_t publicExponent, Rando
         numbers.insert(numbers.end(), element.begin(), element.end());
     }
     const SecretBytes null = der::element(der::kNull, {});
-    return fromParts(keyAlgorithm(KeyScheme::rsa, null), der::element(der::kSequence, {numbers}));
+    return fromParts(keyAlgorithm(KeyScheme::Rsa, null), der::element(der::kSequence, {numbers}));
 }
 
 PrivateKey PrivateKey::generateDsa(unsigned bits, RandomBridge& random, const KeyGenProgress& progress) {
-    if (bits != kDsaBits) throw CryptoError(CryptoFailure::badParameter, "DSA keys have 1024 bits");
+    if (bits != kDsaBits) throw CryptoError(CryptoFailure::BadParameter, "DSA keys have 1024 bits");
     const ossl::PkeyCtx domainCtx = generatorFor("DSA");
-    ossl::must(EVP_PKEY_paramgen_init(domainCtx.get()), CryptoFailure::internal, "DSA generation does not start");
-    ossl::must(EVP_PKEY_CTX_set_dsa_paramgen_bits(domainCtx.get(), kDsaBits), CryptoFailure::internal, "DSA bits");
-    ossl::must(EVP_PKEY_CTX_set_dsa_paramgen_q_bits(domainCtx.get(), 160), CryptoFailure::internal, "DSA q bits");
+    ossl::must(EVP_PKEY_paramgen_init(domainCtx.get()), CryptoFailure::Internal, "DSA generation does not start");
+    ossl::must(EVP_PKEY_CTX_set_dsa_paramgen_bits(domainCtx.get(), kDsaBits), CryptoFailure::Internal, "DSA bits");
+    ossl::must(EVP_PKEY_CTX_set_dsa_paramgen_q_bits(domainCtx.get(), 160), CryptoFailure::Internal, "DSA q bits");
     const ossl::Pkey domain = generate(domainCtx.get(), random, progress);
     const ossl::PkeyCtx ctx = ossl::keyContext(domain.get());
-    ossl::must(EVP_PKEY_keygen_init(ctx.get()), CryptoFailure::internal, "DSA generation does not start");
+    ossl::must(EVP_PKEY_keygen_init(ctx.get()), CryptoFailure::Internal, "DSA generation does not start");
     const ossl::Pkey key = generate(ctx.get(), random, progress);
     const SecretBytes parameters = der::element(
         der::kSequence, {elementOf(key.get(), OSSL_PKEY_PARAM_FFC_P), elementOf(key.get(), OSSL_PKEY_PARAM_FFC_Q),
                          elementOf(key.get(), OSSL_PKEY_PARAM_FFC_G)});
-    return fromParts(keyAlgorithm(KeyScheme::dsa, parameters), elementOf(key.get(), OSSL_PKEY_PARAM_PRIV_KEY));
+    return fromParts(keyAlgorithm(KeyScheme::Dsa, parameters), elementOf(key.get(), OSSL_PKEY_PARAM_PRIV_KEY));
 }
 
 PrivateKey PrivateKey::generateEc(StdECId curve, bool explicitDomain, RandomBridge& random) {
     const Bytes domain = encodeEcDomain(curve, explicitDomain);
     const ossl::PkeyCtx ctx = generatorFor("EC");
-    ossl::must(EVP_PKEY_keygen_init(ctx.get()), CryptoFailure::internal, "EC generation does not start");
-    ossl::must(EVP_PKEY_CTX_set_group_name(ctx.get(), findCurve(curve)->name), CryptoFailure::unsupported,
+    ossl::must(EVP_PKEY_keygen_init(ctx.get()), CryptoFailure::Internal, "EC generation does not start");
+    ossl::must(EVP_PKEY_CTX_set_group_name(ctx.get(), findCurve(curve)->name), CryptoFailure::Unsupported,
                "unknown elliptic curve");
     const ossl::Pkey key = generate(ctx.get(), random, {});
     const ossl::Group group(EC_GROUP_new_by_curve_name_ex(ossl::context(), nullptr, static_cast<int>(curve)));
@@ -111,7 +111,7 @@ PrivateKey PrivateKey::generateEc(StdECId curve, bool explicitDomain, RandomBrid
     const SecretBytes inner =
         der::element(der::kSequence, {der::number(kOne), der::element(der::kOctetString, {secret}),
                                       der::element(der::kContext1, {der::bits(ecPublicPoint(curve, secret))})});
-    return fromParts(keyAlgorithm(KeyScheme::ecdsa, domain), inner);
+    return fromParts(keyAlgorithm(KeyScheme::Ecdsa, domain), inner);
 }
 
 }  // namespace crv

@@ -11,7 +11,7 @@ SecretBytes ecPublicPoint(StdECId curve, ByteView secret) {
     const ossl::Group group(EC_GROUP_new_by_curve_name_ex(ossl::context(), nullptr, static_cast<int>(curve)));
     const ossl::Num x = ossl::toNum(secret);
     if (BN_is_zero(x.get()) || BN_cmp(x.get(), EC_GROUP_get0_order(group.get())) >= 0)
-        ossl::fail(CryptoFailure::badKey, "EC number out of range");
+        ossl::fail(CryptoFailure::BadKey, "EC number out of range");
     const ossl::Owned<EC_POINT, EC_POINT_free> point(EC_POINT_new(group.get()));
     const ossl::NumCtx ctx = ossl::numContext();
     ossl::mustCompute(EC_POINT_mul(group.get(), point.get(), x.get(), nullptr, nullptr, ctx.get()));
@@ -43,19 +43,19 @@ void KeyParts::text(const char* name, const char* value) {
 
 Pkey KeyParts::build(const char* type, bool withPrivate) {
     const PkeyCtx ctx(
-        made(EVP_PKEY_CTX_new_from_name(context(), type, nullptr), CryptoFailure::internal, "no memory for a key"));
+        made(EVP_PKEY_CTX_new_from_name(context(), type, nullptr), CryptoFailure::Internal, "no memory for a key"));
     params_.push_back(OSSL_PARAM_construct_end());
     EVP_PKEY* key = nullptr;
-    must(EVP_PKEY_fromdata_init(ctx.get()), CryptoFailure::internal, "keys of this type cannot be made");
+    must(EVP_PKEY_fromdata_init(ctx.get()), CryptoFailure::Internal, "keys of this type cannot be made");
     const int answer =
         EVP_PKEY_fromdata(ctx.get(), &key, withPrivate ? EVP_PKEY_KEYPAIR : EVP_PKEY_PUBLIC_KEY, params_.data());
     Pkey owned(key);
-    must(answer, CryptoFailure::badKey, "the numbers are no key");
+    must(answer, CryptoFailure::BadKey, "the numbers are no key");
     return owned;
 }
 
 Num toNum(ByteView bigEndian) {
-    return Num(made(BN_bin2bn(bigEndian.data(), static_cast<int>(bigEndian.size()), nullptr), CryptoFailure::internal,
+    return Num(made(BN_bin2bn(bigEndian.data(), static_cast<int>(bigEndian.size()), nullptr), CryptoFailure::Internal,
                     "no memory for a number"));
 }
 
@@ -66,20 +66,20 @@ SecretBytes fromNum(const BIGNUM* number, size_t length) {
 }
 
 Num newNum() {
-    return Num(made(BN_new(), CryptoFailure::internal, "no memory for a number"));
+    return Num(made(BN_new(), CryptoFailure::Internal, "no memory for a number"));
 }
 
 NumCtx numContext() {
-    return NumCtx(made(BN_CTX_secure_new_ex(context()), CryptoFailure::internal, "no memory for numbers"));
+    return NumCtx(made(BN_CTX_secure_new_ex(context()), CryptoFailure::Internal, "no memory for numbers"));
 }
 
 void mustCompute(int answer) {
-    must(answer, CryptoFailure::internal, "arithmetic failed");
+    must(answer, CryptoFailure::Internal, "arithmetic failed");
 }
 
 PkeyCtx keyContext(EVP_PKEY* key) {
     return PkeyCtx(
-        made(EVP_PKEY_CTX_new_from_pkey(context(), key, nullptr), CryptoFailure::internal, "no memory for a key"));
+        made(EVP_PKEY_CTX_new_from_pkey(context(), key, nullptr), CryptoFailure::Internal, "no memory for a key"));
 }
 
 void finish(RandomBridge::Scope& scope, int answer, CryptoFailure failure, const char* text) {

@@ -11,9 +11,9 @@ namespace crv {
 /// What parsing a public key gives.
 struct ParsedKey {
     ossl::Pkey pkey;
-    KeyScheme scheme = KeyScheme::none;
+    KeyScheme scheme = KeyScheme::None;
     unsigned bits = 0;
-    EcDomain domain = {StdECId::none, false};
+    EcDomain domain = {StdECId::None, false};
 };
 
 struct PublicKey::State : ParsedKey {

@@ -12,9 +12,9 @@ namespace {
 OSSL_LIB_CTX* makeContext() {
     LibCtx made(OSSL_LIB_CTX_new());
     if (!made || OSSL_PROVIDER_load(made.get(), "default") == nullptr) {
-        fail(CryptoFailure::internal, "libcrypto has no default provider");
+        fail(CryptoFailure::Internal, "libcrypto has no default provider");
     }
-    if (!installRandProvider(made.get())) fail(CryptoFailure::internal, "libcrypto refuses our generator");
+    if (!installRandProvider(made.get())) fail(CryptoFailure::Internal, "libcrypto refuses our generator");
     OSSL_PROVIDER_load(made.get(), "legacy");  // only RC2 needs it: absent, that cipher is reported as unsupported
     ERR_clear_error();
     return made.release();

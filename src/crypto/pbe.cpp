@@ -8,13 +8,13 @@ namespace {
 
 void mustBeSensible(uint64_t iterations, size_t length) {
     if (iterations == 0 || iterations > kMaxPbeIterations) {
-        throw CryptoError(CryptoFailure::badParameter, "iteration count out of range");
+        throw CryptoError(CryptoFailure::BadParameter, "iteration count out of range");
     }
-    if (length == 0 || length > 1024) throw CryptoError(CryptoFailure::badParameter, "derived length out of range");
+    if (length == 0 || length > 1024) throw CryptoError(CryptoFailure::BadParameter, "derived length out of range");
 }
 
 [[noreturn]] void failUtf8() {
-    throw CryptoError(CryptoFailure::badParameter, "the password is not UTF-8");
+    throw CryptoError(CryptoFailure::BadParameter, "the password is not UTF-8");
 }
 
 // Takes one character off the front (RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF).
@@ -36,11 +36,11 @@ uint32_t takeCharacter(std::string_view& text) {
 
 SecretBytes runKdf(const char* name, const OSSL_PARAM* params, size_t length) {
     const ossl::Kdf kdf(EVP_KDF_fetch(ossl::context(), name, nullptr));
-    if (!kdf) ossl::fail(CryptoFailure::unsupported, std::string("libcrypto lacks ") + name);
+    if (!kdf) ossl::fail(CryptoFailure::Unsupported, std::string("libcrypto lacks ") + name);
     const ossl::KdfCtx ctx(
-        ossl::made(EVP_KDF_CTX_new(kdf.get()), CryptoFailure::internal, "no memory for a derivation"));
+        ossl::made(EVP_KDF_CTX_new(kdf.get()), CryptoFailure::Internal, "no memory for a derivation"));
     SecretBytes out(length);
-    ossl::must(EVP_KDF_derive(ctx.get(), out.data(), out.size(), params), CryptoFailure::internal, "derivation failed");
+    ossl::must(EVP_KDF_derive(ctx.get(), out.data(), out.size(), params), CryptoFailure::Internal, "derivation failed");
     return out;
 }
 
@@ -51,7 +51,7 @@ OSSL_PARAM octets(const char* key, ByteView value) {
 
 const char* mustBeKnown(KcHashAlgo hash) {
     const char* name = libcryptoHashName(hash);
-    if (name == nullptr) throw CryptoError(CryptoFailure::unsupported, "no key derivation with this hash");
+    if (name == nullptr) throw CryptoError(CryptoFailure::Unsupported, "no key derivation with this hash");
     return name;
 }
 
@@ -88,15 +88,15 @@ struct DerivedKey {
 };
 
 DerivedKey derivePbe(PbeAlgo algo, ByteView password, ByteView salt, uint64_t iterations) {
-    if (algo != PbeAlgo::sha1Rc2Cbc40 && algo != PbeAlgo::sha1TripleDesCbc) {
-        throw CryptoError(CryptoFailure::badParameter, "no such password-based encryption");
+    if (algo != PbeAlgo::Sha1Rc2Cbc40 && algo != PbeAlgo::Sha1TripleDesCbc) {
+        throw CryptoError(CryptoFailure::BadParameter, "no such password-based encryption");
     }
-    const CipherAlgo cipher = algo == PbeAlgo::sha1Rc2Cbc40 ? CipherAlgo::rc2Cbc40 : CipherAlgo::tripleDesCbc;
+    const CipherAlgo cipher = algo == PbeAlgo::Sha1Rc2Cbc40 ? CipherAlgo::Rc2Cbc40 : CipherAlgo::TripleDesCbc;
     const auto derive = [&](Pkcs12KeyId id, size_t length) {
-        return pkcs12Derive(KcHashAlgo::sha1, id, password, salt, iterations, length);
+        return pkcs12Derive(KcHashAlgo::Sha1, id, password, salt, iterations, length);
     };
-    return {cipher, derive(Pkcs12KeyId::encryptionKey, cipherKeyLength(cipher)),
-            derive(Pkcs12KeyId::initialVector, cipherBlockLength(cipher))};
+    return {cipher, derive(Pkcs12KeyId::EncryptionKey, cipherKeyLength(cipher)),
+            derive(Pkcs12KeyId::InitialVector, cipherBlockLength(cipher))};
 }
 
 }  // namespace

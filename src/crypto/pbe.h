@@ -18,14 +18,14 @@ inline constexpr uint64_t kMaxPbeIterations = 10'000'000;
 [[nodiscard]] SecretBytes utf16BePassword(std::string_view utf8);
 
 /// What a derivation is for: the ID octet of RFC 7292 B.3.
-enum class Pkcs12KeyId : int { encryptionKey = 1, initialVector = 2, macKey = 3 };
+enum class Pkcs12KeyId : int { EncryptionKey = 1, InitialVector = 2, MacKey = 3 };
 
 /// The PKCS#12 derivation (RFC 7292 B.2). The password is taken as it is, so it comes from `utf16BePassword`.
 [[nodiscard]] SecretBytes pkcs12Derive(KcHashAlgo hash, Pkcs12KeyId id, ByteView utf16Password, ByteView salt,
                                        uint64_t iterations, size_t length);
 
 /// Encryption schemes of RFC 7292 appendix C. The numbers are the cipher selectors of the security file's writer.
-enum class PbeAlgo : int { sha1Rc2Cbc40 = 1, sha1TripleDesCbc = 4 };
+enum class PbeAlgo : int { Sha1Rc2Cbc40 = 1, Sha1TripleDesCbc = 4 };
 
 /// pbeWithSHAAnd3-KeyTripleDES-CBC or pbeWithSHAAnd40BitRC2-CBC: key and vector are derived with SHA-1.
 [[nodiscard]] Bytes pbeEncrypt(PbeAlgo algo, ByteView utf16Password, ByteView salt, uint64_t iterations,
@@ -39,10 +39,10 @@ enum class PbeAlgo : int { sha1Rc2Cbc40 = 1, sha1TripleDesCbc = 4 };
 
 /// Parameters of PBES2 with PBKDF2 (RFC 8018 6.2, A.2).
 struct Pbes2Params {
-    KcHashAlgo prfHash = KcHashAlgo::sha1;  ///< HMAC-SHA1 is what an absent prf means
+    KcHashAlgo prfHash = KcHashAlgo::Sha1;  ///< HMAC-SHA1 is what an absent prf means
     Bytes salt;
     uint64_t iterations = 0;
-    CipherAlgo cipher = CipherAlgo::aes256Cbc;
+    CipherAlgo cipher = CipherAlgo::Aes256Cbc;
     Bytes iv;
 };
 

@@ -18,7 +18,7 @@ struct Halves {
 };
 
 [[noreturn]] void failKey(const char* text) {
-    ossl::fail(CryptoFailure::badKey, text);
+    ossl::fail(CryptoFailure::BadKey, text);
 }
 
 bool isInverse(const BIGNUM* a, const BIGNUM* b, const BIGNUM* modulus, BN_CTX* ctx) {
@@ -36,8 +36,8 @@ void checkRsaNumbers(const RsaNumbers& k) {
     if (tooSmall(k[kP]) || tooSmall(k[kQ]) || BN_cmp(k[kP].get(), k[kQ].get()) == 0) failKey("impossible RSA primes");
     const ossl::Num product = ossl::newNum();
     ossl::mustCompute(BN_mul(product.get(), k[kP].get(), k[kQ].get(), ctx.get()));
-    const ossl::Num pLess(ossl::made(BN_dup(k[kP].get()), CryptoFailure::internal, "no memory"));
-    const ossl::Num qLess(ossl::made(BN_dup(k[kQ].get()), CryptoFailure::internal, "no memory"));
+    const ossl::Num pLess(ossl::made(BN_dup(k[kP].get()), CryptoFailure::Internal, "no memory"));
+    const ossl::Num qLess(ossl::made(BN_dup(k[kQ].get()), CryptoFailure::Internal, "no memory"));
     ossl::mustCompute(BN_sub_word(pLess.get(), 1));
     ossl::mustCompute(BN_sub_word(qLess.get(), 1));
     const auto inverse = [&](int a, int b, const ossl::Num& modulus) {
@@ -54,7 +54,7 @@ void checkRsaNumbers(const RsaNumbers& k) {
 void takeVersion(der::Reader& reader, uint8_t wanted) {
     const ByteView version = reader.take(der::kInteger);
     if (version.size() != 1 || version[0] != wanted) {
-        throw CryptoError(CryptoFailure::unsupported, "private key of another version");
+        throw CryptoError(CryptoFailure::Unsupported, "private key of another version");
     }
 }
 
@@ -142,7 +142,7 @@ PrivateKey PrivateKey::fromParts(ByteView algorithm, ByteView inner) {
     der::Reader reader(outer.take(der::kSequence));
     outer.end();
     const KeyScheme scheme = schemeOfKeyAlgorithm(reader.take(der::kOid));
-    const auto read = isRsa(scheme) ? readRsa : scheme == KeyScheme::dsa ? readDsa : readEc;
+    const auto read = isRsa(scheme) ? readRsa : scheme == KeyScheme::Dsa ? readDsa : readEc;
     Halves halves = read(reader, inner);
     PublicKey publicKey(PublicKey::State::make(algorithm, halves.keyBits));
     if (EVP_PKEY_eq(halves.pkey.get(), publicKey.state_->pkey.get()) != 1) failKey("the public half is another key's");
@@ -155,7 +155,7 @@ PrivateKey PrivateKey::fromPkcs8(ByteView der) {
     der::Reader reader(outer.take(der::kSequence));
     outer.end();
     const ByteView version = reader.take(der::kInteger);
-    if (version.size() != 1 || version[0] > 1) throw CryptoError(CryptoFailure::unsupported, "key of another version");
+    if (version.size() != 1 || version[0] > 1) throw CryptoError(CryptoFailure::Unsupported, "key of another version");
     const ByteView algorithm = reader.takeElement();
     const ByteView inner = reader.take(der::kOctetString);
     while (!reader.empty()) (void)reader.takeElement();  // attributes and, in version 1, the public key

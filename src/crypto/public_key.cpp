@@ -23,18 +23,18 @@ struct AlgorithmRow {
 };
 
 // The first row of a scheme is how its keys are written.
-constexpr AlgorithmRow kAlgorithms[] = {{kRsaEncryption, KeyScheme::rsa},
-                                        {kRsaX509, KeyScheme::rsa},
-                                        {kRsaPss, KeyScheme::rsaPss},
-                                        {kDsa, KeyScheme::dsa},
-                                        {kEc, KeyScheme::ecdsa}};
+constexpr AlgorithmRow kAlgorithms[] = {{kRsaEncryption, KeyScheme::Rsa},
+                                        {kRsaX509, KeyScheme::Rsa},
+                                        {kRsaPss, KeyScheme::RsaPss},
+                                        {kDsa, KeyScheme::Dsa},
+                                        {kEc, KeyScheme::Ecdsa}};
 
 constexpr int kMinDsaBits = 512;
 constexpr int kMaxDsaBits = 4096;
 constexpr int kBitsWithAnyExponent = 3072;  // beyond, a long exponent would make verification slow
 
 [[noreturn]] void failKey(const char* text) {
-    ossl::fail(CryptoFailure::badKey, text);
+    ossl::fail(CryptoFailure::BadKey, text);
 }
 
 void checkRsa(const BIGNUM* n, const BIGNUM* e) {
@@ -63,7 +63,7 @@ void checkDsa(const BIGNUM* p, const BIGNUM* q, const BIGNUM* g, const BIGNUM* y
 }
 
 void readRsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
-    if (state.scheme == KeyScheme::rsa && !parameters.empty() && !parameters.take(der::kNull).empty()) {
+    if (state.scheme == KeyScheme::Rsa && !parameters.empty() && !parameters.take(der::kNull).empty()) {
         failKey("RSA keys have no parameters");
     }
     der::Reader outer(keyBits);
@@ -107,7 +107,7 @@ void readEc(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     parts.text(OSSL_PKEY_PARAM_GROUP_NAME, OBJ_nid2sn(static_cast<int>(state.domain.id)));
     parts.octets(OSSL_PKEY_PARAM_PUB_KEY, keyBits);
     state.pkey = parts.build("EC", false);
-    ossl::must(EVP_PKEY_public_check_quick(ossl::keyContext(state.pkey.get()).get()), CryptoFailure::badKey,
+    ossl::must(EVP_PKEY_public_check_quick(ossl::keyContext(state.pkey.get()).get()), CryptoFailure::BadKey,
                "the point is not on its curve");
     state.bits = findCurve(state.domain.id)->bits;
 }
@@ -119,7 +119,7 @@ Bytes plainBytes(const SecretBytes& octets) {
 Bytes rsaNumber(EVP_PKEY* key, const char* name) {
     BIGNUM* number = nullptr;
     if (EVP_PKEY_get_bn_param(key, name, &number) != 1)
-        ossl::fail(CryptoFailure::internal, "no such number in the key");
+        ossl::fail(CryptoFailure::Internal, "no such number in the key");
     return plainBytes(ossl::fromNum(ossl::Num(number).get()));
 }
 
@@ -128,7 +128,7 @@ Bytes rsaNumber(EVP_PKEY* key, const char* name) {
 KeyScheme schemeOfKeyAlgorithm(ByteView oid) {
     const auto* row = std::find_if(std::begin(kAlgorithms), std::end(kAlgorithms),
                                    [&](const AlgorithmRow& r) { return std::ranges::equal(r.oid, oid); });
-    if (row == std::end(kAlgorithms)) throw CryptoError(CryptoFailure::unsupported, "unknown key algorithm");
+    if (row == std::end(kAlgorithms)) throw CryptoError(CryptoFailure::Unsupported, "unknown key algorithm");
     return row->scheme;
 }
 
@@ -146,7 +146,7 @@ std::shared_ptr<const PublicKey::State> PublicKey::State::make(ByteView algorith
     state->scheme = schemeOfKeyAlgorithm(inner.take(der::kOid));
     state->algorithm = toBytes(algorithm);
     state->keyBits = toBytes(keyBits);
-    const auto read = isRsa(state->scheme) ? readRsa : state->scheme == KeyScheme::dsa ? readDsa : readEc;
+    const auto read = isRsa(state->scheme) ? readRsa : state->scheme == KeyScheme::Dsa ? readDsa : readEc;
     read(*state, inner, keyBits);
     return state;
 }
@@ -163,7 +163,7 @@ PublicKey PublicKey::fromSpki(ByteView der) {
 
 PublicKey PublicKey::fromRsa(ByteView modulus, ByteView exponent) {
     const SecretBytes null = der::element(der::kNull, {});
-    return PublicKey(State::make(keyAlgorithm(KeyScheme::rsa, null),
+    return PublicKey(State::make(keyAlgorithm(KeyScheme::Rsa, null),
                                  der::element(der::kSequence, {der::number(modulus), der::number(exponent)})));
 }
 
@@ -197,7 +197,7 @@ const Bytes& PublicKey::keyBits() const noexcept {
 
 KeyId PublicKey::keyId() const {
     KeyId id;
-    hashInto(KcHashAlgo::sha1, state_->keyBits, id);
+    hashInto(KcHashAlgo::Sha1, state_->keyBits, id);
     return id;
 }
 
@@ -212,10 +212,10 @@ Bytes PublicKey::rsaExponent() const {
 bool PublicKey::operator==(const PublicKey& other) const {
     if (state_ == other.state_) return true;
     // Of keys of two types libcrypto complains in the error queue, which belongs to the whole program.
-    const auto typeOf = [](const State& state) { return isRsa(state.scheme) ? KeyScheme::rsa : state.scheme; };
+    const auto typeOf = [](const State& state) { return isRsa(state.scheme) ? KeyScheme::Rsa : state.scheme; };
     if (typeOf(*state_) != typeOf(*other.state_)) return false;
     // libcrypto leaves DSA's q out of the comparison.
-    if (state_->scheme == KeyScheme::dsa && state_->algorithm != other.state_->algorithm) return false;
+    if (state_->scheme == KeyScheme::Dsa && state_->algorithm != other.state_->algorithm) return false;
     return EVP_PKEY_eq(state_->pkey.get(), other.state_->pkey.get()) == 1;
 }
 

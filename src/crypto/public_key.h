@@ -18,16 +18,16 @@ using KeyId = std::array<uint8_t, 20>;
 
 /// PSS parameters that differ from our own signatures' (RFC 8017 A.2.3).
 struct PssParams {
-    KcHashAlgo mgfHash = KcHashAlgo::none;  ///< none: the signature's hash
+    KcHashAlgo mgfHash = KcHashAlgo::None;  ///< none: the signature's hash
     int saltLength = -1;                    ///< octets; -1: as long as the hash
 };
 
-enum class RsaPadding : uint8_t { pkcs1, oaep };
+enum class RsaPadding : uint8_t { Pkcs1, Oaep };
 
 /// OAEP parameters (RFC 8017 7.1); MGF1 uses `mgfHash`, none meaning `hash`.
 struct OaepParams {
-    KcHashAlgo hash = KcHashAlgo::sha1;
-    KcHashAlgo mgfHash = KcHashAlgo::none;
+    KcHashAlgo hash = KcHashAlgo::Sha1;
+    KcHashAlgo mgfHash = KcHashAlgo::None;
     Bytes label;
 };
 

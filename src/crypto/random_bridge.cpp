@@ -46,7 +46,7 @@ RandomBridge::Scope::~Scope() {
 
 void RandomBridge::Scope::rethrow() {
     if (bridge_.thrown_) std::rethrow_exception(std::exchange(bridge_.thrown_, nullptr));
-    if (bridge_.failed_) throw CryptoError(CryptoFailure::noRandom, "the source of random octets failed");
+    if (bridge_.failed_) throw CryptoError(CryptoFailure::NoRandom, "the source of random octets failed");
 }
 
 bool fillFromCurrentSource(std::span<uint8_t> out) noexcept {

@@ -89,8 +89,8 @@ void Ripemd128::update(ByteView data) noexcept {
 
 void Ripemd128::final(std::span<uint8_t, kLength> digest) noexcept {
     const uint64_t bits = length_ * 8;
-    constexpr std::array<uint8_t, kBlock> padding = {0x80};
-    update(ByteView(padding).first(1 + (kBlock + 55 - length_ % kBlock) % kBlock));
+    constexpr std::array<uint8_t, kBlock> kPadding = {0x80};
+    update(ByteView(kPadding).first(1 + (kBlock + 55 - length_ % kBlock) % kBlock));
     std::array<uint8_t, 8> lengthField;
     putLittleEndian(bits, lengthField.data(), 8);
     update(lengthField);

@@ -52,10 +52,10 @@ const ByteView kAbc = asBytes("abc");
 // The front of each digest of "abc" (FIPS 180-4, FIPS 202, RFC 1321, the RIPEMD paper).
 bool hashesPass() {
     constexpr std::pair<KcHashAlgo, const char*> kAnswers[] = {
-        {KcHashAlgo::sha1, "a9993e36"},      {KcHashAlgo::sha224, "23097d22"},   {KcHashAlgo::sha256, "ba7816bf"},
-        {KcHashAlgo::sha384, "cb00753f"},    {KcHashAlgo::sha512, "ddaf35a1"},   {KcHashAlgo::ripemd128, "c14a1219"},
-        {KcHashAlgo::ripemd160, "8eb208f7"}, {KcHashAlgo::md5, "90015098"},      {KcHashAlgo::sha3_224, "e642824c"},
-        {KcHashAlgo::sha3_256, "3a985da7"},  {KcHashAlgo::sha3_384, "ec014982"}, {KcHashAlgo::sha3_512, "b751850b"},
+        {KcHashAlgo::Sha1, "a9993e36"},      {KcHashAlgo::Sha224, "23097d22"},  {KcHashAlgo::Sha256, "ba7816bf"},
+        {KcHashAlgo::Sha384, "cb00753f"},    {KcHashAlgo::Sha512, "ddaf35a1"},  {KcHashAlgo::Ripemd128, "c14a1219"},
+        {KcHashAlgo::Ripemd160, "8eb208f7"}, {KcHashAlgo::Md5, "90015098"},     {KcHashAlgo::Sha3224, "e642824c"},
+        {KcHashAlgo::Sha3256, "3a985da7"},   {KcHashAlgo::Sha3384, "ec014982"}, {KcHashAlgo::Sha3512, "b751850b"},
     };
     return std::ranges::all_of(kAnswers, [](const auto& answer) {
         return same(ByteView(hashOf(answer.first, kAbc)).first(4), answer.second);
@@ -63,7 +63,7 @@ bool hashesPass() {
 }
 
 bool hmacPasses() {  // RFC 2202 3, case 1
-    return same(hmac(KcHashAlgo::sha1, Bytes(20, 0x0B), asBytes("Hi There")),
+    return same(hmac(KcHashAlgo::Sha1, Bytes(20, 0x0B), asBytes("Hi There")),
                 "b617318655057264e28bc0b6fb378c8ef146be00");
 }
 
@@ -75,20 +75,20 @@ bool cipherPasses(CipherAlgo algo, std::string_view key, std::string_view iv, st
 }
 
 bool tripleDesPasses() {  // SP 800-67 B.1
-    return cipherPasses(CipherAlgo::tripleDesCbc, "0123456789abcdef23456789abcdef01456789abcdef0123",
+    return cipherPasses(CipherAlgo::TripleDesCbc, "0123456789abcdef23456789abcdef01456789abcdef0123",
                         "0000000000000000", "5468652071756663", "a826fd8ce53b855f");
 }
 
 bool aesPasses() {  // SP 800-38A F.2.1
-    return cipherPasses(CipherAlgo::aes128Cbc, "2b7e151628aed2a6abf7158809cf4f3c", "000102030405060708090a0b0c0d0e0f",
+    return cipherPasses(CipherAlgo::Aes128Cbc, "2b7e151628aed2a6abf7158809cf4f3c", "000102030405060708090a0b0c0d0e0f",
                         "6bc1bee22e409f96e93d7e117393172a", "7649abac8119b246cee98e9b12e9197d");
 }
 
 bool derivationsPass() {
-    const SecretBytes pkcs12 = pkcs12Derive(KcHashAlgo::sha1, Pkcs12KeyId::encryptionKey, utf16BePassword("smeg"),
+    const SecretBytes pkcs12 = pkcs12Derive(KcHashAlgo::Sha1, Pkcs12KeyId::EncryptionKey, utf16BePassword("smeg"),
                                             unhex("0a58cf64530d823f"), 1, 24);
     return same(pkcs12, "8aaae6297b6cb04642ab5b077851284eb7128f1a2a7fbca3") &&
-           same(pbkdf2(KcHashAlgo::sha1, asBytes("password"), asBytes("salt"), 2, 20),  // RFC 6070
+           same(pbkdf2(KcHashAlgo::Sha1, asBytes("password"), asBytes("salt"), 2, 20),  // RFC 6070
                 "ea6c014dc72d6f8ccd1ed92ace1d41f0d8de8957");
 }
 
@@ -129,15 +129,15 @@ Bytes signWithFixedRandom(const PrivateKey& key, KeyScheme scheme, KcHashAlgo ha
 
 bool rsaPasses() {
     const PrivateKey key = PrivateKey::fromPkcs8(unhex(kRsaKey));
-    return signaturePasses(key, KeyScheme::rsa, KcHashAlgo::sha1, kRsaSignature) &&
-           same(signWithFixedRandom(key, KeyScheme::rsa, KcHashAlgo::sha1), kRsaSignature);
+    return signaturePasses(key, KeyScheme::Rsa, KcHashAlgo::Sha1, kRsaSignature) &&
+           same(signWithFixedRandom(key, KeyScheme::Rsa, KcHashAlgo::Sha1), kRsaSignature);
 }
 
 bool ecdsaPasses() {
     const PrivateKey key = PrivateKey::fromPkcs8(unhex(kEcKey));
-    const Bytes fresh = signWithFixedRandom(key, KeyScheme::ecdsa, KcHashAlgo::sha256);
-    return signaturePasses(key, KeyScheme::ecdsa, KcHashAlgo::sha256, kEcSignature) &&
-           key.publicKey().verify(KeyScheme::ecdsa, KcHashAlgo::sha256, hashOf(KcHashAlgo::sha256, kAbc), fresh);
+    const Bytes fresh = signWithFixedRandom(key, KeyScheme::Ecdsa, KcHashAlgo::Sha256);
+    return signaturePasses(key, KeyScheme::Ecdsa, KcHashAlgo::Sha256, kEcSignature) &&
+           key.publicKey().verify(KeyScheme::Ecdsa, KcHashAlgo::Sha256, hashOf(KcHashAlgo::Sha256, kAbc), fresh);
 }
 
 constexpr SelfTest kTests[] = {
@@ -166,7 +166,7 @@ void runSelfTests(std::span<const SelfTest> tests) {
         } catch (const std::exception& e) {
             why = e.what();
         }
-        throw CryptoError(CryptoFailure::selfTest, std::string("self-test of ") + test.name + ": " + why);
+        throw CryptoError(CryptoFailure::SelfTest, std::string("self-test of ") + test.name + ": " + why);
     }
 }
 

@@ -9,45 +9,45 @@ namespace crv {
 
 namespace {
 
-enum class Use { sign, verify };
+enum class Use { Sign, Verify };
 
 // Others sign with DSA and ECDSA over hashes that our own table does not pair with them.
 bool pairExists(Use use, KeyScheme scheme, KcHashAlgo hash) {
-    return isHashSupported(scheme, hash) || (use == Use::verify && !isRsa(scheme) && isHash(hash));
+    return isHashSupported(scheme, hash) || (use == Use::Verify && !isRsa(scheme) && isHash(hash));
 }
 
 void checkFit(Use use, const PublicKey& key, KeyScheme scheme, KcHashAlgo hash, ByteView digest) {
-    const bool keyFits = key.scheme() == scheme || (key.scheme() == KeyScheme::rsa && scheme == KeyScheme::rsaPss);
+    const bool keyFits = key.scheme() == scheme || (key.scheme() == KeyScheme::Rsa && scheme == KeyScheme::RsaPss);
     if (!keyFits || !pairExists(use, scheme, hash) || digest.size() != hashLength(hash) ||
         !isSignAlgoValidForKeyLength(scheme, hash, key.bits())) {
-        throw CryptoError(CryptoFailure::badParameter, "key, signature algorithm and digest do not go together");
+        throw CryptoError(CryptoFailure::BadParameter, "key, signature algorithm and digest do not go together");
     }
 }
 
 void must(int answer) {
-    ossl::must(answer, CryptoFailure::badParameter, "signature or encryption parameters are not supported");
+    ossl::must(answer, CryptoFailure::BadParameter, "signature or encryption parameters are not supported");
 }
 
-const EVP_MD* method(KcHashAlgo hash, KcHashAlgo otherwise = KcHashAlgo::none) {
-    const EVP_MD* found = libcryptoHash(hash != KcHashAlgo::none ? hash : otherwise);
-    if (found == nullptr) throw CryptoError(CryptoFailure::unsupported, "libcrypto lacks this hash");
+const EVP_MD* method(KcHashAlgo hash, KcHashAlgo otherwise = KcHashAlgo::None) {
+    const EVP_MD* found = libcryptoHash(hash != KcHashAlgo::None ? hash : otherwise);
+    if (found == nullptr) throw CryptoError(CryptoFailure::Unsupported, "libcrypto lacks this hash");
     return found;
 }
 
 // DSA and ECDSA take the digest as it is, so that every hash goes.
 void setScheme(EVP_PKEY_CTX* ctx, KeyScheme scheme, KcHashAlgo hash, const PssParams& pss) {
     if (!isRsa(scheme)) return;
-    must(EVP_PKEY_CTX_set_rsa_padding(ctx, scheme == KeyScheme::rsa ? RSA_PKCS1_PADDING : RSA_PKCS1_PSS_PADDING));
+    must(EVP_PKEY_CTX_set_rsa_padding(ctx, scheme == KeyScheme::Rsa ? RSA_PKCS1_PADDING : RSA_PKCS1_PSS_PADDING));
     must(EVP_PKEY_CTX_set_signature_md(ctx, method(hash)));
-    if (scheme == KeyScheme::rsa) return;
+    if (scheme == KeyScheme::Rsa) return;
     if (pss.saltLength < -1) must(0);
     must(EVP_PKEY_CTX_set_rsa_pss_saltlen(ctx, pss.saltLength < 0 ? RSA_PSS_SALTLEN_DIGEST : pss.saltLength));
     must(EVP_PKEY_CTX_set_rsa_mgf1_md(ctx, method(pss.mgfHash, hash)));
 }
 
 void setPadding(EVP_PKEY_CTX* ctx, RsaPadding padding, const OaepParams& oaep) {
-    must(EVP_PKEY_CTX_set_rsa_padding(ctx, padding == RsaPadding::pkcs1 ? RSA_PKCS1_PADDING : RSA_PKCS1_OAEP_PADDING));
-    if (padding == RsaPadding::pkcs1) return;
+    must(EVP_PKEY_CTX_set_rsa_padding(ctx, padding == RsaPadding::Pkcs1 ? RSA_PKCS1_PADDING : RSA_PKCS1_OAEP_PADDING));
+    if (padding == RsaPadding::Pkcs1) return;
     must(EVP_PKEY_CTX_set_rsa_oaep_md(ctx, method(oaep.hash)));
     must(EVP_PKEY_CTX_set_rsa_mgf1_md(ctx, method(oaep.mgfHash, oaep.hash)));
     if (oaep.label.empty()) return;
@@ -59,14 +59,14 @@ void setPadding(EVP_PKEY_CTX* ctx, RsaPadding padding, const OaepParams& oaep) {
 }
 
 void mustBeRsa(const PublicKey& key) {
-    if (key.scheme() != KeyScheme::rsa) throw CryptoError(CryptoFailure::badParameter, "the key does not encrypt");
+    if (key.scheme() != KeyScheme::Rsa) throw CryptoError(CryptoFailure::BadParameter, "the key does not encrypt");
 }
 
 }  // namespace
 
 bool PublicKey::verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteView signature,
                        const PssParams& pss) const {
-    checkFit(Use::verify, *this, scheme, hash, digest);
+    checkFit(Use::Verify, *this, scheme, hash, digest);
     const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
     must(EVP_PKEY_verify_init(ctx.get()));
     setScheme(ctx.get(), scheme, hash, pss);
@@ -78,7 +78,7 @@ bool PublicKey::verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteV
 
 Bytes PrivateKey::sign(KeyScheme scheme, KcHashAlgo hash, ByteView digest, RandomBridge& random,
                        const PssParams& pss) const {
-    checkFit(Use::sign, publicKey(), scheme, hash, digest);
+    checkFit(Use::Sign, publicKey(), scheme, hash, digest);
     const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
     must(EVP_PKEY_sign_init(ctx.get()));
     setScheme(ctx.get(), scheme, hash, pss);
@@ -87,7 +87,7 @@ Bytes PrivateKey::sign(KeyScheme scheme, KcHashAlgo hash, ByteView digest, Rando
     Bytes signature(length);
     RandomBridge::Scope scope(random);
     const int answer = EVP_PKEY_sign(ctx.get(), signature.data(), &length, digest.data(), digest.size());
-    ossl::finish(scope, answer, CryptoFailure::badParameter, "the signature failed");
+    ossl::finish(scope, answer, CryptoFailure::BadParameter, "the signature failed");
     signature.resize(length);
     return signature;
 }
@@ -111,7 +111,7 @@ SecretBytes PrivateKey::decrypt(RsaPadding padding, ByteView ciphertext, const O
     size_t length = (bits() + 7) / 8;
     SecretBytes plain(length);
     ossl::must(EVP_PKEY_decrypt(ctx.get(), plain.data(), &length, ciphertext.data(), ciphertext.size()),
-               CryptoFailure::badData, "the ciphertext does not decrypt");
+               CryptoFailure::BadData, "the ciphertext does not decrypt");
     plain.resize(length);
     return plain;
 }

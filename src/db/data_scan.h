@@ -11,10 +11,10 @@ namespace crv {
 /// open and unchanged meanwhile.
 class DataScan {
   public:
-    enum class Result { record, end, damaged, unreadable };
+    enum class Result { Record, End, Damaged, Unreadable };
 
     /// Begins with the record at that position.
-    explicit DataScan(DataFile& file, int64_t from = data_format::headSize);
+    explicit DataScan(DataFile& file, int64_t from = data_format::kHeadSize);
 
     /// Goes on to the next record. damaged: at recNo() there is no record, or it does not end within the file;
     /// unreadable: the file cannot be read.

@@ -9,36 +9,36 @@ namespace crv {
 
 int DataBase::fail(Error error) {
     error_ = error;
-    return dbError;
+    return kDbError;
 }
 
 bool DataBase::isOutOfMemory() const {
-    return index_.status() == FileStatus::noMemory || data_.status() == FileStatus::noMemory;
+    return index_.status() == FileStatus::NoMemory || data_.status() == FileStatus::NoMemory;
 }
 
 int DataBase::create(const std::string& name, int idxNumb, const IndexDesc* descs) {
-    error_ = Error::none;
-    if (name.size() > maxName) return fail(Error::index);
-    if (index_.create(name + indexExtension, idxNumb, descs) != dbOk) return fail(Error::index);
-    return data_.create(name + dataExtension, idxNumb, descs) == dbOk ? dbOk : fail(Error::data);
+    error_ = Error::None;
+    if (name.size() > kMaxName) return fail(Error::Index);
+    if (index_.create(name + kIndexExtension, idxNumb, descs) != kDbOk) return fail(Error::Index);
+    return data_.create(name + kDataExtension, idxNumb, descs) == kDbOk ? kDbOk : fail(Error::Data);
 }
 
 int DataBase::open(const std::string& name) {
-    error_ = Error::none;
-    if (isOpen()) return dbOk;
-    if (name.size() > maxName || index_.open(name + indexExtension) != dbOk) return fail(Error::index);
-    if (data_.open(name + dataExtension) != dbOk) {
+    error_ = Error::None;
+    if (isOpen()) return kDbOk;
+    if (name.size() > kMaxName || index_.open(name + kIndexExtension) != kDbOk) return fail(Error::Index);
+    if (data_.open(name + kDataExtension) != kDbOk) {
         index_.drop();
-        return fail(Error::data);
+        return fail(Error::Data);
     }
     if (data_.numIndexes() != index_.numIndexes()) {
         close();
-        data_.setStatus(FileStatus::badMagic);
-        return fail(Error::data);
+        data_.setStatus(FileStatus::BadMagic);
+        return fail(Error::Data);
     }
-    places_.fill(Place::atTop);
+    places_.fill(Place::AtTop);
     steps_ = 0;
-    return dbOk;
+    return kDbOk;
 }
 
 void DataBase::beginBatch() {
@@ -53,16 +53,16 @@ void DataBase::deferWrites(bool on) {
 }
 
 int DataBase::flush() {
-    error_ = Error::none;
-    if (data_.flush() != dbOk) return fail(Error::data);
-    return index_.flush() == dbOk ? dbOk : fail(Error::index);
+    error_ = Error::None;
+    if (data_.flush() != kDbOk) return fail(Error::Data);
+    return index_.flush() == kDbOk ? kDbOk : fail(Error::Index);
 }
 
 int DataBase::endBatch() {
-    if (!deferred_) return dbOk;
+    if (!deferred_) return kDbOk;
     deferWrites(false);
     const int answer = flush();
-    if (answer != dbOk && lock_ != nullptr) lock_->spoil();
+    if (answer != kDbOk && lock_ != nullptr) lock_->spoil();
     return answer;
 }
 
@@ -75,202 +75,203 @@ void DataBase::close() {
 
 bool DataBase::beginChange() {
     if (lock_ == nullptr || lock_->beginChange()) return true;
-    data_.setStatus(FileStatus::ioFailure);
+    data_.setStatus(FileStatus::IoFailure);
     return false;
 }
 
 int DataBase::insert(std::span<const std::string_view> keys, ByteView body, int64_t& recNo) {
-    error_ = Error::none;
-    if (!beginChange()) return fail(Error::data);
+    error_ = Error::None;
+    if (!beginChange()) return fail(Error::Data);
     const int64_t inserted = data_.insert(keys, body);
     if (inserted == 0) {
         if (lock_ != nullptr && (data_.tornTail() || deferred_)) lock_->spoil();
-        return fail(Error::data);
+        return fail(Error::Data);
     }
-    if (index_.insert(keys, inserted) != dbOk) {
-        const bool undone = data_.remove(inserted) == dbOk && !index_.halfWritten() && !index_.tornTail() && !deferred_;
+    if (index_.insert(keys, inserted) != kDbOk) {
+        const bool undone =
+            data_.remove(inserted) == kDbOk && !index_.halfWritten() && !index_.tornTail() && !deferred_;
         if (lock_ != nullptr && !undone) lock_->spoil();
-        return fail(Error::index);
+        return fail(Error::Index);
     }
-    places_.fill(Place::set);
+    places_.fill(Place::Set);
     steps_ = 0;
     recNo = inserted;
-    return dbOk;
+    return kDbOk;
 }
 
 /// A table just opened stands at the top of each index; the place is looked up when it is first needed.
 int DataBase::settle() {
-    error_ = Error::none;
-    if (!isOpen()) return fail(index_.isOpen() ? Error::data : Error::index);
-    if (places_[index_.selected()] == Place::atTop && top() == dbError) return dbError;
-    return places_[index_.selected()] == Place::none ? dbNoRecord : dbOk;
+    error_ = Error::None;
+    if (!isOpen()) return fail(index_.isOpen() ? Error::Data : Error::Index);
+    if (places_[index_.selected()] == Place::AtTop && top() == kDbError) return kDbError;
+    return places_[index_.selected()] == Place::None ? kDbNoRecord : kDbOk;
 }
 
 int DataBase::current(int64_t& recNo) {
     std::string key;
     const int answer = index_.data(key, recNo);
-    return answer == dbError ? fail(Error::index) : answer;
+    return answer == kDbError ? fail(Error::Index) : answer;
 }
 
 int DataBase::currentLive(int64_t& recNo) {
     int answer = settle();
-    if (answer == dbOk) answer = current(recNo);
-    if (answer != dbOk) return answer;
+    if (answer == kDbOk) answer = current(recNo);
+    if (answer != kDbOk) return answer;
     answer = data_.state(recNo);
-    if (answer == dbError) return fail(Error::data);
-    return answer == dbDeleted ? dbNoRecord : dbOk;
+    if (answer == kDbError) return fail(Error::Data);
+    return answer == kDbDeleted ? kDbNoRecord : kDbOk;
 }
 
 int DataBase::toLive(int direction, int64_t& passed) {
     for (passed = 0;; ++passed) {
         int64_t recNo = 0;
         int answer = current(recNo);
-        if (answer != dbOk) return answer;
+        if (answer != kDbOk) return answer;
         answer = data_.state(recNo);
-        if (answer == dbError) return fail(Error::data);
-        if (answer == dbOk) return dbOk;
-        answer = passed > index_.stepLimit() ? dbError : index_.skip(direction);
-        if (answer == dbError) return fail(Error::index);
-        if (answer != dbOk) return answer;
+        if (answer == kDbError) return fail(Error::Data);
+        if (answer == kDbOk) return kDbOk;
+        answer = passed > index_.stepLimit() ? kDbError : index_.skip(direction);
+        if (answer == kDbError) return fail(Error::Index);
+        if (answer != kDbOk) return answer;
     }
 }
 
 /// Goes on from the end of the index where an operation has put the cursor to the first live record.
 int DataBase::fromEnd(int answer, int direction) {
     int64_t passed = 0;
-    if (answer == dbOk) answer = toLive(direction, passed);
-    places_[index_.selected()] = answer == dbOk ? Place::set : Place::none;
+    if (answer == kDbOk) answer = toLive(direction, passed);
+    places_[index_.selected()] = answer == kDbOk ? Place::Set : Place::None;
     steps_ = 0;
-    if (answer == dbError && error_ == Error::none) error_ = Error::index;
+    if (answer == kDbError && error_ == Error::None) error_ = Error::Index;
     return answer;
 }
 
 int DataBase::top() {
-    error_ = Error::none;
+    error_ = Error::None;
     return fromEnd(index_.top(), 1);
 }
 
 int DataBase::bottom() {
-    error_ = Error::none;
+    error_ = Error::None;
     return fromEnd(index_.bottom(), -1);
 }
 
 int DataBase::skip(int n) {
     int answer = settle();
-    if (answer != dbOk) return answer;
+    if (answer != kDbOk) return answer;
     const IndexFile::Cursor start = index_.cursor();
     const int direction = n < 0 ? -1 : 1;
-    for (int left = n; left != 0 && answer == dbOk; left -= direction) {
+    for (int left = n; left != 0 && answer == kDbOk; left -= direction) {
         answer = index_.skip(direction);
         int64_t passed = 0;
         // Farther from where it began than the index has entries: the pages of a damaged file go round in a circle.
-        if (answer == dbOk && std::abs(steps_ += direction) > index_.stepLimit()) answer = dbError;
-        if (answer == dbOk) {
+        if (answer == kDbOk && std::abs(steps_ += direction) > index_.stepLimit()) answer = kDbError;
+        if (answer == kDbOk) {
             answer = toLive(direction, passed);
-        } else if (answer == dbError) {
-            fail(Error::index);
+        } else if (answer == kDbError) {
+            fail(Error::Index);
         }
     }
-    if (answer != dbOk) index_.setCursor(start);
-    if (answer != dbOk) steps_ = 0;
+    if (answer != kDbOk) index_.setCursor(start);
+    if (answer != kDbOk) steps_ = 0;
     return answer;
 }
 
 int DataBase::seek(std::string_view key) {
-    error_ = Error::none;
+    error_ = Error::None;
     if (!isOpen()) return settle();
     steps_ = 0;
     int answer = index_.seek(key);
-    if (answer == dbError) return fail(Error::index);
-    if (answer != dbNoRecord) {
+    if (answer == kDbError) return fail(Error::Index);
+    if (answer != kDbNoRecord) {
         int64_t passed = 0;
         answer = toLive(1, passed);
     }
-    if (answer == dbError) return dbError;
-    if (answer == dbNoRecord) return bottom() == dbError ? dbError : dbNoRecord;
-    places_[index_.selected()] = Place::set;
+    if (answer == kDbError) return kDbError;
+    if (answer == kDbNoRecord) return bottom() == kDbError ? kDbError : kDbNoRecord;
+    places_[index_.selected()] = Place::Set;
     std::string found;
     int64_t recNo = 0;
-    if (index_.data(found, recNo) != dbOk) return fail(Error::index);
-    return found == keyText(key) ? dbOk : dbGreater;
+    if (index_.data(found, recNo) != kDbOk) return fail(Error::Index);
+    return found == keyText(key) ? kDbOk : kDbGreater;
 }
 
 int DataBase::data(TableRecord& record) {
     int64_t recNo = 0;
     int answer = settle();
-    if (answer == dbOk) answer = current(recNo);
-    if (answer != dbOk) return answer;
+    if (answer == kDbOk) answer = current(recNo);
+    if (answer != kDbOk) return answer;
     answer = data_.data(recNo, record, false);
-    if (answer == dbError) return fail(Error::data);
-    return answer == dbDeleted ? dbNoRecord : dbOk;
+    if (answer == kDbError) return fail(Error::Data);
+    return answer == kDbDeleted ? kDbNoRecord : kDbOk;
 }
 
 int64_t DataBase::recNo() {
     int64_t recNo = 0;
     int answer = settle();
-    if (answer == dbOk) answer = current(recNo);
-    return answer == dbOk ? recNo : answer;
+    if (answer == kDbOk) answer = current(recNo);
+    return answer == kDbOk ? recNo : answer;
 }
 
 int DataBase::update(ByteView body) {
     int64_t recNo = 0;
     const int answer = currentLive(recNo);
-    if (answer == dbError || answer == dbNoRecord) return answer;
-    if (answer != dbOk) failAssertion("0", "src/db/database", __LINE__);
-    if (!beginChange()) return fail(Error::data);
+    if (answer == kDbError || answer == kDbNoRecord) return answer;
+    if (answer != kDbOk) failAssertion("0", "src/db/database", __LINE__);
+    if (!beginChange()) return fail(Error::Data);
     const int updated = data_.update(recNo, body);
-    return updated == dbError ? fail(Error::data) : updated;
+    return updated == kDbError ? fail(Error::Data) : updated;
 }
 
 int DataBase::remove() {
     int64_t recNo = 0;
     const int answer = currentLive(recNo);
-    if (answer == dbError || answer == dbNoRecord) return answer;
-    if (answer != dbOk) failAssertion("0", "src/db/database", __LINE__);
-    if (!beginChange() || data_.remove(recNo) != dbOk) return fail(Error::data);
-    return dbOk;
+    if (answer == kDbError || answer == kDbNoRecord) return answer;
+    if (answer != kDbOk) failAssertion("0", "src/db/database", __LINE__);
+    if (!beginChange() || data_.remove(recNo) != kDbOk) return fail(Error::Data);
+    return kDbOk;
 }
 
 int DataBase::setRec(int64_t recNo) {
-    error_ = Error::none;
+    error_ = Error::None;
     if (!isOpen()) return settle();
     TableRecord record;
-    if (data_.data(recNo, record, false) != dbOk) return fail(Error::data);
+    if (data_.data(recNo, record, false) != kDbOk) return fail(Error::Data);
     const std::string& wanted = record.keys[index_.selected()];
     steps_ = 0;
     int answer = index_.seek(wanted);
-    for (int64_t steps = 0; answer == dbOk && steps <= index_.stepLimit(); ++steps) {
+    for (int64_t steps = 0; answer == kDbOk && steps <= index_.stepLimit(); ++steps) {
         std::string key;
         int64_t at = 0;
-        if (index_.data(key, at) != dbOk || key != wanted) break;
+        if (index_.data(key, at) != kDbOk || key != wanted) break;
         if (at == recNo) {
-            places_[index_.selected()] = Place::set;
-            return dbOk;
+            places_[index_.selected()] = Place::Set;
+            return kDbOk;
         }
         answer = index_.skip(1);
     }
-    return fail(Error::index);
+    return fail(Error::Index);
 }
 
 int DataBase::sync() {
-    if (endBatch() != dbOk) return dbError;
-    if (!index_.sync()) return fail(Error::index);
-    return data_.sync() ? dbOk : fail(Error::data);
+    if (endBatch() != kDbOk) return kDbError;
+    if (!index_.sync()) return fail(Error::Index);
+    return data_.sync() ? kDbOk : fail(Error::Data);
 }
 
 int DataBase::rebuild(const std::string& name) {
-    error_ = Error::none;
+    error_ = Error::None;
     close();
-    if (name.empty() || name.size() > maxName || !beginChange()) return fail(Error::data);
+    if (name.empty() || name.size() > kMaxName || !beginChange()) return fail(Error::Data);
     TableRebuild copy(name);
-    if (!copy.begin() || !copy.copyAll() || !copy.finish()) return fail(Error::data);
-    if (lock_ != nullptr && !lock_->setMark(DbMark::swapping, {name.substr(name.rfind('/') + 1)})) {
-        return fail(Error::data);
+    if (!copy.begin() || !copy.copyAll() || !copy.finish()) return fail(Error::Data);
+    if (lock_ != nullptr && !lock_->setMark(DbMark::Swapping, {name.substr(name.rfind('/') + 1)})) {
+        return fail(Error::Data);
     }
     copy.keep();
-    if (copy.swap()) return dbOk;
+    if (copy.swap()) return kDbOk;
     if (lock_ != nullptr) lock_->spoil();
-    return fail(Error::data);
+    return fail(Error::Data);
 }
 
 }  // namespace crv

@@ -12,16 +12,16 @@
 
 namespace crv {
 
-inline constexpr const char* indexExtension = ".idx";
-inline constexpr const char* dataExtension = ".dta";
+inline constexpr const char* kIndexExtension = ".idx";
+inline constexpr const char* kDataExtension = ".dta";
 
 /// Every cursor operation lands on live records and passes over deleted ones. Each index has a cursor of its own; the
 /// operations work on the selected index. Answers as DbAnswer says; after dbError lastError() names the file, whose
 /// status says why. The caller holds the lock of the table, shared or exclusive, from open() to close().
 class DataBase {
   public:
-    enum class Error : int { none = 0, index = 1, data = 2 };
-    static constexpr size_t maxName = 255;
+    enum class Error : int { None = 0, Index = 1, Data = 2 };
+    static constexpr size_t kMaxName = 255;
 
     /// Binds the lock under which the table is used: its mark is set before the first write, and it is spoilt when
     /// a write fails half-way. It must live as long as the table is used. Without one no mark is kept.
@@ -94,10 +94,10 @@ class DataBase {
     IndexFile index_;
     DataFile data_;
     DbLock* lock_ = nullptr;
-    Error error_ = Error::none;
+    Error error_ = Error::None;
     bool deferred_ = false;
     int64_t steps_ = 0;                            // from where skip() began
-    enum class Place : char { atTop, set, none };  // atTop: not looked up yet
+    enum class Place : char { AtTop, Set, None };  // atTop: not looked up yet
     std::array<Place, MAX_INDEX> places_{};
 };
 

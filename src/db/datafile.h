@@ -52,11 +52,11 @@ class DataFile : public File {
     [[nodiscard]] int64_t keyOctets() const { return keyOctets_; }
     /// Octets of a record with that body capacity.
     [[nodiscard]] int64_t recordSize(int64_t capacity) const {
-        return static_cast<int64_t>(data_format::recordHead) + keyOctets_ + capacity;
+        return static_cast<int64_t>(data_format::kRecordHead) + keyOctets_ + capacity;
     }
     /// Reads a record's head from octets; false when it is none or does not end within the file.
     [[nodiscard]] bool decodeHead(const uint8_t* octets, int64_t recNo, RecordHead& head) const;
-    [[nodiscard]] static std::array<uint8_t, data_format::recordHead> encodeHead(const RecordHead& head);
+    [[nodiscard]] static std::array<uint8_t, data_format::kRecordHead> encodeHead(const RecordHead& head);
 
   private:
     [[nodiscard]] bool readHead(int64_t recNo, RecordHead& head);

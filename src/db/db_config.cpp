@@ -8,9 +8,9 @@ namespace crv {
 
 namespace {
 
-constexpr std::array kinds{dbKindFile, dbKindMemory, dbKindNone};
-constexpr std::string_view typeKey = "dbtype";
-constexpr long typeAttr = 17;
+constexpr std::array kInds{kDbKindFile, kDbKindMemory, kDbKindNone};
+constexpr std::string_view kTypeKey = "dbtype";
+constexpr long kTypeAttr = 17;
 
 struct Setting {
     long attr;
@@ -18,26 +18,26 @@ struct Setting {
     std::string DbConfig::*value;
 };
 
-constexpr std::array<Setting, 4> settings{{{2, "db", &DbConfig::db},
-                                           {18, "dbname", &DbConfig::dbName},
-                                           {19, "dblogin", &DbConfig::dbLogin},
-                                           {20, "dbpass", &DbConfig::dbPass}}};
+constexpr std::array<Setting, 4> kSettings{{{2, "db", &DbConfig::db},
+                                            {18, "dbname", &DbConfig::dbName},
+                                            {19, "dblogin", &DbConfig::dbLogin},
+                                            {20, "dbpass", &DbConfig::dbPass}}};
 
 const Setting* settingOf(long attr) {
-    const auto* it = std::find_if(settings.begin(), settings.end(), [&](const Setting& s) { return s.attr == attr; });
-    return it == settings.end() ? nullptr : it;
+    const auto* it = std::find_if(kSettings.begin(), kSettings.end(), [&](const Setting& s) { return s.attr == attr; });
+    return it == kSettings.end() ? nullptr : it;
 }
 
 }  // namespace
 
 std::span<const std::string_view> dbKinds() {
-    return kinds;
+    return kInds;
 }
 
 void DbConfig::setType(const std::string& type) {
-    if (std::find(kinds.begin(), kinds.end(), type) == kinds.end()) {
+    if (std::find(kInds.begin(), kInds.end(), type) == kInds.end()) {
         std::string text = "Niepoprawna wartosc parametru konfiguracyjnego: dbType. Dopuszczalne wartosci to: ";
-        for (const std::string_view kind : kinds) text.append(kind).append(kind == kinds.back() ? "" : ", ");
+        for (const std::string_view kind : kInds) text.append(kind).append(kind == kInds.back() ? "" : ", ");
         throw std::runtime_error(text);
     }
     type_ = type;
@@ -46,29 +46,29 @@ void DbConfig::setType(const std::string& type) {
 void DbConfig::load(RwCfgStrValue& source) {
     DbConfig read;
     std::string type;
-    if (source.read(std::string(typeKey), type)) read.setType(type);
-    for (const Setting& s : settings) (void)source.read(std::string(s.key), read.*s.value);
+    if (source.read(std::string(kTypeKey), type)) read.setType(type);
+    for (const Setting& s : kSettings) (void)source.read(std::string(s.key), read.*s.value);
     *this = std::move(read);
 }
 
 void DbConfig::save(RwCfgStrValue& target) const {
-    if (type_.empty()) throw std::runtime_error("Parametr: " + std::string(typeKey) + " nie istnieje");
-    target.write(std::string(typeKey), type_);
-    for (const Setting& s : settings) {
+    if (type_.empty()) throw std::runtime_error("Parametr: " + std::string(kTypeKey) + " nie istnieje");
+    target.write(std::string(kTypeKey), type_);
+    for (const Setting& s : kSettings) {
         if (!(this->*s.value).empty()) target.write(std::string(s.key), this->*s.value);
     }
 }
 
 bool DbConfig::getAttr(long id, std::string& value) const {
     const Setting* setting = settingOf(id);
-    if (setting == nullptr && id != typeAttr) return false;
+    if (setting == nullptr && id != kTypeAttr) return false;
     value = setting == nullptr ? type_ : this->*setting->value;
     return true;
 }
 
 bool DbConfig::setAttr(long id, const std::string& value) {
     const Setting* setting = settingOf(id);
-    if (setting == nullptr && id != typeAttr) return false;
+    if (setting == nullptr && id != kTypeAttr) return false;
     if (setting == nullptr) {
         setType(value);
     } else {

@@ -21,9 +21,9 @@ class RwCfgStrValue {
 };
 
 /// The kinds of databases, as "dbtype" names them.
-inline constexpr std::string_view dbKindFile = "corvane";      ///< files in a directory
-inline constexpr std::string_view dbKindMemory = "w pamieci";  ///< held in memory, shared by name
-inline constexpr std::string_view dbKindNone = "brak";         ///< no database
+inline constexpr std::string_view kDbKindFile = "corvane";      ///< files in a directory
+inline constexpr std::string_view kDbKindMemory = "w pamieci";  ///< held in memory, shared by name
+inline constexpr std::string_view kDbKindNone = "brak";         ///< no database
 
 /// All of them, in the order in which they are offered.
 std::span<const std::string_view> dbKinds();

@@ -14,22 +14,22 @@ namespace crv {
 namespace {
 
 /// The first octets of the lock file: these letters, the mark, and after it the names, each with this end.
-constexpr std::string_view markLetters = "CRVMARK";
-constexpr size_t markSize = markLetters.size() + 1;
-constexpr char nameEnd = '/';
-constexpr char namesEnd = '\n';
+constexpr std::string_view kMarkLetters = "CRVMARK";
+constexpr size_t kMarkSize = kMarkLetters.size() + 1;
+constexpr char kNameEnd = '/';
+constexpr char kNamesEnd = '\n';
 
 }  // namespace
 
 const char* nameOf(DbMark mark) {
     switch (mark) {
-        case DbMark::none:
+        case DbMark::None:
             return "none";
-        case DbMark::creating:
+        case DbMark::Creating:
             return "creating";
-        case DbMark::changing:
+        case DbMark::Changing:
             return "changing";
-        case DbMark::swapping:
+        case DbMark::Swapping:
             return "swapping";
     }
     return "unknown";
@@ -43,77 +43,77 @@ DbLock::~DbLock() {
 }
 
 DbLock::State DbLock::readMark() const {
-    std::string octets(markSize + maxNames, '\0');
+    std::string octets(kMarkSize + kMaxNames, '\0');
     const ssize_t n = readUpTo(semaphore_.descriptor(), octets.data(), octets.size(), 0);
-    if (n < static_cast<ssize_t>(markSize) || !octets.starts_with(markLetters)) return {};
-    State state{static_cast<DbMark>(octets[markSize - 1]), {}};
-    if (state.mark < DbMark::none || state.mark > DbMark::swapping) state.mark = DbMark::changing;
-    if (state.mark == DbMark::none) return state;
-    const std::string names = octets.substr(markSize, octets.find(namesEnd) - markSize);
-    for (size_t at = 0, end = 0; (end = names.find(nameEnd, at)) != std::string::npos; at = end + 1) {
+    if (n < static_cast<ssize_t>(kMarkSize) || !octets.starts_with(kMarkLetters)) return {};
+    State state{static_cast<DbMark>(octets[kMarkSize - 1]), {}};
+    if (state.mark < DbMark::None || state.mark > DbMark::Swapping) state.mark = DbMark::Changing;
+    if (state.mark == DbMark::None) return state;
+    const std::string names = octets.substr(kMarkSize, octets.find(kNamesEnd) - kMarkSize);
+    for (size_t at = 0, end = 0; (end = names.find(kNameEnd, at)) != std::string::npos; at = end + 1) {
         state.names.push_back(names.substr(at, end - at));
     }
     return state;
 }
 
 bool DbLock::writeMark(const State& state) const {
-    std::string octets = std::string(markLetters) + static_cast<char>(state.mark);
-    for (const std::string& name : state.names) octets.append(name).append(1, nameEnd);
-    octets += namesEnd;
-    return octets.size() <= markSize + maxNames && writeAll(semaphore_.descriptor(), octets.data(), octets.size(), 0);
+    std::string octets = std::string(kMarkLetters) + static_cast<char>(state.mark);
+    for (const std::string& name : state.names) octets.append(name).append(1, kNameEnd);
+    octets += kNamesEnd;
+    return octets.size() <= kMarkSize + kMaxNames && writeAll(semaphore_.descriptor(), octets.data(), octets.size(), 0);
 }
 
 bool DbLock::mend(const State& state) {
-    logLine(LogLevel::warning, std::string("database left while ") + nameOf(state.mark) + ", mending: " + path());
+    logLine(LogLevel::Warning, std::string("database left while ") + nameOf(state.mark) + ", mending: " + path());
     const bool mended = mender_ && mender_(state.mark, state.names) && writeMark({});
-    logLine(mended ? LogLevel::warning : LogLevel::error, (mended ? "mended: " : "not mended: ") + path());
+    logLine(mended ? LogLevel::Warning : LogLevel::Error, (mended ? "mended: " : "not mended: ") + path());
     return mended;
 }
 
 DbLock::Result DbLock::acquire(int mode) {
     if (depth_ > 0) {
-        if (mode_ == sharedLock && mode != sharedLock) return Result::notHad;
+        if (mode_ == kSharedLock && mode != kSharedLock) return Result::NotHad;
         ++depth_;
-        return Result::ok;
+        return Result::Ok;
     }
     for (int asked = mode;;) {
-        if (semaphore_.p(asked) == 0) return asked == mode ? Result::notHad : Result::needsMending;
+        if (semaphore_.p(asked) == 0) return asked == mode ? Result::NotHad : Result::NeedsMending;
         const State state = readMark();
-        const bool marked = state.mark != DbMark::none;
+        const bool marked = state.mark != DbMark::None;
         if (!marked && asked == mode) break;
-        if (marked && asked != sharedLock && !mend(state)) {
+        if (marked && asked != kSharedLock && !mend(state)) {
             semaphore_.v();
-            return Result::needsMending;
+            return Result::NeedsMending;
         }
         // Mended by us or by somebody else: look again under the lock that was wanted.
-        asked = marked && asked == sharedLock ? static_cast<int>(exclusiveLock) : mode;
+        asked = marked && asked == kSharedLock ? static_cast<int>(kExclusiveLock) : mode;
         semaphore_.v();
     }
     mode_ = mode;
     depth_ = 1;
-    mark_ = DbMark::none;
+    mark_ = DbMark::None;
     spoilt_ = false;
-    return Result::ok;
+    return Result::Ok;
 }
 
 void DbLock::release() {
     if (depth_ == 0 || --depth_ > 0) return;
-    if (mark_ != DbMark::none && !spoilt_ && !writeMark({})) {
-        logLine(LogLevel::error, "mark not cleared: " + path());
+    if (mark_ != DbMark::None && !spoilt_ && !writeMark({})) {
+        logLine(LogLevel::Error, "mark not cleared: " + path());
     }
-    mark_ = DbMark::none;
+    mark_ = DbMark::None;
     semaphore_.v();
 }
 
 bool DbLock::beginChange() {
-    return mark_ != DbMark::none || setMark(DbMark::changing);
+    return mark_ != DbMark::None || setMark(DbMark::Changing);
 }
 
 bool DbLock::setMark(DbMark mark, const std::vector<std::string>& names) {
-    VTEST(depth_ > 0 && mode_ != sharedLock, "src/db/db_lock");
+    VTEST(depth_ > 0 && mode_ != kSharedLock, "src/db/db_lock");
     if (!writeMark({mark, names})) return false;
     // The disk must know of a swap before it sees the first new name.
-    if (mark == DbMark::swapping && fileOps().fsync(semaphore_.descriptor()) != 0) {
+    if (mark == DbMark::Swapping && fileOps().fsync(semaphore_.descriptor()) != 0) {
         static_cast<void>(writeMark({mark_, {}}));
         return false;
     }
@@ -123,11 +123,11 @@ bool DbLock::setMark(DbMark mark, const std::vector<std::string>& names) {
 
 DbGuard::DbGuard(DbLock& lock, int mode) : lock_(&lock) {
     switch (lock.acquire(mode)) {
-        case DbLock::Result::ok:
+        case DbLock::Result::Ok:
             return;
-        case DbLock::Result::notHad:
+        case DbLock::Result::NotHad:
             throw std::runtime_error("FileSemaphore::p: blad zajecia semafora");
-        case DbLock::Result::needsMending:
+        case DbLock::Result::NeedsMending:
             throw std::runtime_error("Baza danych wymaga naprawy: " + lock.path());
     }
 }

@@ -12,10 +12,10 @@ namespace crv {
 
 /// What was going on under the exclusive lock; kept in the first octets of the lock file.
 enum class DbMark : char {
-    none = '0',
-    creating = '1',  ///< the files of the database are being made
-    changing = '2',  ///< records or pages are being written
-    swapping = '3'   ///< complete new files are being renamed over the old ones
+    None = '0',
+    Creating = '1',  ///< the files of the database are being made
+    Changing = '2',  ///< records or pages are being written
+    Swapping = '3'   ///< complete new files are being renamed over the old ones
 };
 
 const char* nameOf(DbMark mark);
@@ -28,9 +28,9 @@ const char* nameOf(DbMark mark);
 class DbLock {
   public:
     enum class Result {
-        ok,
-        notHad,       ///< the lock cannot be taken
-        needsMending  ///< the mark is set and mending failed or is not permitted to this user
+        Ok,
+        NotHad,       ///< the lock cannot be taken
+        NeedsMending  ///< the mark is set and mending failed or is not permitted to this user
     };
     /// Mends a database found with the mark; true when it is sound again. Runs under the exclusive lock. The names are
     /// those given with the mark.
@@ -56,7 +56,7 @@ class DbLock {
     /// Sets a mark, replacing the present one, with the base names of the tables that it is about (file names; all
     /// together at most maxNames octets).
     [[nodiscard]] bool setMark(DbMark mark, const std::vector<std::string>& names = {});
-    static constexpr size_t maxNames = 1000;
+    static constexpr size_t kMaxNames = 1000;
     /// A change failed half-way: the mark stays when the lock is released, so the next one who takes it mends.
     void spoil() { spoilt_ = true; }
     [[nodiscard]] bool spoilt() const { return spoilt_; }
@@ -65,7 +65,7 @@ class DbLock {
 
   private:
     struct State {
-        DbMark mark = DbMark::none;
+        DbMark mark = DbMark::None;
         std::vector<std::string> names;
     };
     [[nodiscard]] State readMark() const;
@@ -74,9 +74,9 @@ class DbLock {
 
     FileSemaphore semaphore_;
     Mender mender_;
-    int mode_ = sharedLock;
+    int mode_ = kSharedLock;
     int depth_ = 0;
-    DbMark mark_ = DbMark::none;
+    DbMark mark_ = DbMark::None;
     bool spoilt_ = false;
 };
 

@@ -9,8 +9,8 @@ namespace crv {
 
 namespace {
 
-constexpr size_t blockSize = size_t{1} << 20;
-constexpr size_t pieceSize = size_t{256} << 10;
+constexpr size_t kBlockSize = size_t{1} << 20;
+constexpr size_t kPieceSize = size_t{256} << 10;
 
 /// Eight octets of a key as a number that sorts like them; what is behind the end counts as zero.
 uint64_t octetsAt(std::string_view key, size_t depth) {
@@ -38,24 +38,24 @@ class EvenSplit {
 
 std::string_view IndexBuilder::keep(std::string_view key) {
     if (key.size() > left_) {
-        blocks_.push_back(std::make_unique_for_overwrite<char[]>(blockSize));
-        left_ = blockSize;
+        blocks_.push_back(std::make_unique_for_overwrite<char[]>(kBlockSize));
+        left_ = kBlockSize;
     }
-    char* to = blocks_.empty() ? nullptr : blocks_.back().get() + (blockSize - left_);
+    char* to = blocks_.empty() ? nullptr : blocks_.back().get() + (kBlockSize - left_);
     std::copy(key.begin(), key.end(), to);
     left_ -= key.size();
     return {to, key.size()};
 }
 
 int IndexBuilder::add(std::span<const std::string_view> keys, int64_t recNo) {
-    if (!index_->keysFit(keys)) return dbError;
+    if (!index_->keysFit(keys)) return kDbError;
     try {
         for (size_t i = 0; i < keys.size(); ++i) entries_[i].push_back({keep(keyText(keys[i])), recNo, 0});
     } catch (const std::bad_alloc&) {
-        return index_->setStatus(FileStatus::noMemory), dbError;
+        return index_->setStatus(FileStatus::NoMemory), kDbError;
     }
     ++count_;
-    return dbOk;
+    return kDbOk;
 }
 
 /// By key, equal keys by falling record number; everything before `depth` is equal. Looking at eight octets at a time
@@ -77,13 +77,13 @@ int IndexBuilder::finish() {
     try {
         for (int i = 0; done && i < index_->numIndexes(); ++i) done = writeTree(i);
     } catch (const std::bad_alloc&) {
-        index_->setStatus(FileStatus::noMemory);
+        index_->setStatus(FileStatus::NoMemory);
         done = false;
     }
     blocks_.clear();
     left_ = 0;
     index_->setInsertions(std::exchange(count_, 0));
-    return done && writeBuffer() ? index_->flush() : dbError;
+    return done && writeBuffer() ? index_->flush() : kDbError;
 }
 
 /// The leaves, then level by level the pages above, until one page is the root.
@@ -115,7 +115,7 @@ bool IndexBuilder::writeLeaves(const IndexFile::Root& tree, std::span<const Entr
         if (i > 0) leaf.prev = leaf.position - tree.desc.pageSize;
         if (i + 1 < split.pages()) leaf.next = leaf.position + tree.desc.pageSize;
         for (size_t at = split.start(i); at < split.start(i + 1); ++at) {
-            leaf.insertAt(leaf.count + 1, entries[at].key, {entries[at].recNo, nowhere});
+            leaf.insertAt(leaf.count + 1, entries[at].key, {entries[at].recNo, kNowhere});
         }
         const Entry& last = entries[split.start(i + 1) - 1];
         leaves.push_back({last.key, last.recNo, leaf.position});
@@ -144,7 +144,7 @@ bool IndexBuilder::writeInner(const IndexFile::Root& tree, std::span<const Branc
 
 bool IndexBuilder::write(const Page& page) {
     page.appendTo(buffer_);
-    return buffer_.size() < pieceSize || writeBuffer();
+    return buffer_.size() < kPieceSize || writeBuffer();
 }
 
 bool IndexBuilder::writeBuffer() {

@@ -57,14 +57,14 @@ void Page::moveTail(int p, Page& to) {
 }
 
 bool Page::decode(const uint8_t* octets) {
-    const auto n = loadLe<int64_t>(octets + pageCount);
+    const auto n = loadLe<int64_t>(octets + kPageCount);
     if (n < 1 || n > maxKeys) return false;
     count = static_cast<int>(n);
-    next = loadLe<int64_t>(octets + pageNext);
-    prev = loadLe<int64_t>(octets + pagePrev);
-    entries_[0].child = loadLe<int64_t>(octets + pageLeftmost);
-    const uint8_t* from = octets + pageHead;
-    for (int i = 1; i <= count; ++i, from += entrySize) {
+    next = loadLe<int64_t>(octets + kPageNext);
+    prev = loadLe<int64_t>(octets + kPagePrev);
+    entries_[0].child = loadLe<int64_t>(octets + kPageLeftmost);
+    const uint8_t* from = octets + kPageHead;
+    for (int i = 1; i <= count; ++i, from += kEntrySize) {
         entries_[i] = {loadLe<int64_t>(from), loadLe<int64_t>(from + 8)};
     }
     std::memcpy(slot(1), from, static_cast<size_t>(count) * static_cast<size_t>(desc.keyLen));
@@ -72,12 +72,12 @@ bool Page::decode(const uint8_t* octets) {
 }
 
 void Page::encode(uint8_t* octets) const {
-    storeLe<int64_t>(octets + pageCount, count);
-    storeLe(octets + pageNext, next);
-    storeLe(octets + pagePrev, prev);
-    storeLe(octets + pageLeftmost, entries_[0].child);
-    uint8_t* to = octets + pageHead;
-    for (int i = 1; i <= count; ++i, to += entrySize) {
+    storeLe<int64_t>(octets + kPageCount, count);
+    storeLe(octets + kPageNext, next);
+    storeLe(octets + kPagePrev, prev);
+    storeLe(octets + kPageLeftmost, entries_[0].child);
+    uint8_t* to = octets + kPageHead;
+    for (int i = 1; i <= count; ++i, to += kEntrySize) {
         storeLe(to, entries_[i].recNo);
         storeLe(to + 8, entries_[i].child);
     }

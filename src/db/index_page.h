@@ -17,22 +17,22 @@ namespace crv {
 class Page {
   public:
     struct Entry {
-        int64_t recNo = nowhere;
-        int64_t child = nowhere;
+        int64_t recNo = kNowhere;
+        int64_t child = kNowhere;
     };
 
     Page(int64_t at, IndexDesc desc, int maxKeyCount);
 
     int64_t position;
-    int64_t next = nowhere;
-    int64_t prev = nowhere;
+    int64_t next = kNowhere;
+    int64_t prev = kNowhere;
     int count = 0;
     int maxKeys;
     IndexDesc desc;
     bool dirty = false;
     bool isNew = false;  ///< not yet in the file
 
-    [[nodiscard]] bool leaf() const { return entries_[0].child == nowhere; }
+    [[nodiscard]] bool leaf() const { return entries_[0].child == kNowhere; }
     [[nodiscard]] int64_t child(int i) const { return entries_[i].child; }
     [[nodiscard]] int64_t recNo(int i) const { return entries_[i].recNo; }
     /// The key of entry i up to its zero octet (or the whole slot when a damaged one has none).
@@ -64,10 +64,10 @@ class Page {
 /// and a page stays valid while fewer than minCapacity others are used.
 class PageCache {
   public:
-    static constexpr size_t minCapacity = 256;
-    static constexpr size_t memory = size_t{4} << 20;  ///< octets of pages kept, roughly
+    static constexpr size_t kMinCapacity = 256;
+    static constexpr size_t kMemory = size_t{4} << 20;  ///< octets of pages kept, roughly
 
-    void setPageSize(size_t largest) { capacity_ = std::max(minCapacity, memory / std::max<size_t>(largest, 1)); }
+    void setPageSize(size_t largest) { capacity_ = std::max(kMinCapacity, kMemory / std::max<size_t>(largest, 1)); }
     [[nodiscard]] size_t capacity() const { return capacity_; }
     /// Null when not kept.
     Page* find(int64_t position);
@@ -78,7 +78,7 @@ class PageCache {
   private:
     std::list<Page> pages_;  // most recently used first
     std::unordered_map<int64_t, std::list<Page>::iterator> byPosition_;
-    size_t capacity_ = minCapacity;
+    size_t capacity_ = kMinCapacity;
 };
 
 }  // namespace crv

@@ -12,18 +12,18 @@ using namespace index_format;
 
 namespace {
 
-constexpr const char* place = "src/db/indxuser";
-constexpr size_t maxDepth = 64;
+constexpr const char* kPlace = "src/db/indxuser";
+constexpr size_t kMaxDepth = 64;
 
 }  // namespace
 
 int IndexFile::bad() {
-    setStatus(FileStatus::badMagic);
-    return dbError;
+    setStatus(FileStatus::BadMagic);
+    return kDbError;
 }
 
 int IndexFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
-    VTEST(idxNumb <= MAX_INDEX, place);
+    VTEST(idxNumb <= MAX_INDEX, kPlace);
     drop();
     numIdx_ = idxNumb;
     insertions_ = 0;
@@ -37,17 +37,17 @@ int IndexFile::create(const std::string& path, int idxNumb, const IndexDesc* des
     }
     if (numIdx_ < 1) return bad();
     cache_.setPageSize(largest);
-    const bool made = File::create(path) && allocate(headArea) == 0 && writeAt(0, encodeHead());
+    const bool made = File::create(path) && allocate(kHeadArea) == 0 && writeAt(0, encodeHead());
     const FileStatus why = status();
     drop();
     if (!made) setStatus(why);
-    return made ? dbOk : dbError;
+    return made ? kDbOk : kDbError;
 }
 
 int IndexFile::open(const std::string& path) {
-    if (!File::open(path)) return drop(), setStatus(FileStatus::ioFailure), dbError;
+    if (!File::open(path)) return drop(), setStatus(FileStatus::IoFailure), kDbError;
     Head head;
-    if (!readAt(0, head.data(), head.size())) return drop(), setStatus(FileStatus::ioFailure), dbError;
+    if (!readAt(0, head.data(), head.size())) return drop(), setStatus(FileStatus::IoFailure), kDbError;
     if (!reused() || head != head_ || length() != knownLength_ || halfWritten_) {
         cache_.clear();
         halfWritten_ = false;
@@ -58,7 +58,7 @@ int IndexFile::open(const std::string& path) {
     end_ = length();
     current_ = 0;
     for (Index& index : indexes_) index.cursor = {};
-    return dbOk;
+    return kDbOk;
 }
 
 void IndexFile::close() {
@@ -82,20 +82,20 @@ void IndexFile::drop() {
 }
 
 bool IndexFile::readHead(const Head& head) {
-    const auto count = loadLe<int64_t>(head.data() + headNumIndexes);
+    const auto count = loadLe<int64_t>(head.data() + kHeadNumIndexes);
     if (count < 1 || count > MAX_INDEX) return false;
     numIdx_ = static_cast<int>(count);
-    insertions_ = loadLe<int64_t>(head.data() + headInsertions);
+    insertions_ = loadLe<int64_t>(head.data() + kHeadInsertions);
     size_t largest = 0;
     for (int i = 0; i < numIdx_; ++i) {
-        const uint8_t* from = head.data() + descriptors + descriptorSize * static_cast<size_t>(i);
+        const uint8_t* from = head.data() + kDescriptors + kDescriptorSize * static_cast<size_t>(i);
         Index& index = indexes_[i];
-        index.desc = {loadLe<int16_t>(from + descKeyLen), loadLe<int16_t>(from + descPageSize)};
-        index.maxKeys = loadLe<int16_t>(from + descMaxKeys);
-        index.root = loadLe<int64_t>(from + descRoot);
-        index.first = loadLe<int64_t>(from + descFirst);
-        index.last = loadLe<int64_t>(from + descLast);
-        if (loadLe<int64_t>(from + descMagic) != tableMagic) return false;
+        index.desc = {loadLe<int16_t>(from + kDescKeyLen), loadLe<int16_t>(from + kDescPageSize)};
+        index.maxKeys = loadLe<int16_t>(from + kDescMaxKeys);
+        index.root = loadLe<int64_t>(from + kDescRoot);
+        index.first = loadLe<int64_t>(from + kDescFirst);
+        index.last = loadLe<int64_t>(from + kDescLast);
+        if (loadLe<int64_t>(from + kDescMagic) != kTableMagic) return false;
         if (index.maxKeys < 2 || index.maxKeys % 2 != 0 || index.maxKeys > maxKeysOf(index.desc)) return false;
         largest = std::max<size_t>(largest, static_cast<size_t>(index.desc.pageSize));
     }
@@ -105,26 +105,26 @@ bool IndexFile::readHead(const Head& head) {
 
 IndexFile::Head IndexFile::encodeHead() const {
     Head head{};
-    storeLe<int64_t>(head.data() + headNumIndexes, numIdx_);
-    storeLe(head.data() + headInsertions, insertions_);
+    storeLe<int64_t>(head.data() + kHeadNumIndexes, numIdx_);
+    storeLe(head.data() + kHeadInsertions, insertions_);
     for (int i = 0; i < numIdx_; ++i) {
-        uint8_t* to = head.data() + descriptors + descriptorSize * static_cast<size_t>(i);
+        uint8_t* to = head.data() + kDescriptors + kDescriptorSize * static_cast<size_t>(i);
         const Index& index = indexes_[i];
-        storeLe(to + descMagic, tableMagic);
-        storeLe(to + descRoot, index.root);
-        storeLe(to + descFirst, index.first);
-        storeLe(to + descLast, index.last);
-        storeLe(to + descPageSize, index.desc.pageSize);
-        storeLe(to + descKeyLen, index.desc.keyLen);
-        storeLe(to + descMaxKeys, static_cast<int16_t>(index.maxKeys));
+        storeLe(to + kDescMagic, kTableMagic);
+        storeLe(to + kDescRoot, index.root);
+        storeLe(to + kDescFirst, index.first);
+        storeLe(to + kDescLast, index.last);
+        storeLe(to + kDescPageSize, index.desc.pageSize);
+        storeLe(to + kDescKeyLen, index.desc.keyLen);
+        storeLe(to + kDescMaxKeys, static_cast<int16_t>(index.maxKeys));
     }
     return head;
 }
 
 void IndexFile::selectIndex(int idx) {
     const int numIdx = numIdx_;
-    VTEST(idx < numIdx, place);
-    VTEST(idx >= 0, place);
+    VTEST(idx < numIdx, kPlace);
+    VTEST(idx >= 0, kPlace);
     current_ = idx;
 }
 
@@ -132,7 +132,7 @@ Page* IndexFile::page(const Index& index, int64_t position) {
     Page* kept = cache_.find(position);
     if (kept != nullptr && kept->desc == index.desc && kept->maxKeys == index.maxKeys) return kept;
     const auto size = static_cast<size_t>(index.desc.pageSize);
-    if (kept != nullptr || position < static_cast<int64_t>(headArea) ||
+    if (kept != nullptr || position < static_cast<int64_t>(kHeadArea) ||
         position > length() - static_cast<int64_t>(size)) {
         return bad(), nullptr;
     }
@@ -143,7 +143,7 @@ Page* IndexFile::page(const Index& index, int64_t position) {
         if (!read.decode(scratch_.data())) return bad(), nullptr;
         return &cache_.add(std::move(read));
     } catch (const std::bad_alloc&) {
-        return setStatus(FileStatus::noMemory), nullptr;
+        return setStatus(FileStatus::NoMemory), nullptr;
     }
 }
 
@@ -169,25 +169,25 @@ Page* IndexFile::descend(const Index& index, std::string_view key, std::vector<S
         const int p = at->lowerBound(key);
         path.push_back({at, p});
         if (at->leaf()) return at;
-        if (path.size() == maxDepth) return bad(), nullptr;
+        if (path.size() == kMaxDepth) return bad(), nullptr;
         position = at->child(p - 1);
     }
 }
 
 bool IndexFile::insertInto(Index& index, std::string_view key, int64_t recNo) {
-    if (index.root == nowhere) {
+    if (index.root == kNowhere) {
         Page& only = newPage(index);
-        only.insertAt(1, key, {recNo, nowhere});
+        only.insertAt(1, key, {recNo, kNowhere});
         index.root = index.first = index.last = only.position;
         index.cursor = {only.position, 1};
         return true;
     }
     std::vector<Step> path;
-    path.reserve(maxDepth);
+    path.reserve(kMaxDepth);
     Page* leaf = descend(index, key, path);
     if (leaf == nullptr) return false;
     const int p = path.back().p;
-    leaf->insertAt(p, key, {recNo, nowhere});
+    leaf->insertAt(p, key, {recNo, kNowhere});
     touch(*leaf);
     index.cursor = {leaf->position, p};
     return leaf->count <= leaf->maxKeys || splitUpwards(index, path);
@@ -223,7 +223,7 @@ bool IndexFile::threadLeaf(Index& index, Page& left, Page& right) {
     right.next = left.next;
     right.prev = left.position;
     left.next = right.position;
-    if (right.next != nowhere) {
+    if (right.next != kNowhere) {
         Page* after = page(index, right.next);
         if (after == nullptr) return false;
         after->prev = right.position;
@@ -253,8 +253,8 @@ bool IndexFile::keysFit(std::span<const std::string_view> keys) const {
 }
 
 int IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo) {
-    if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
-    if (!keysFit(keys)) return dbError;
+    if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
+    if (!keysFit(keys)) return kDbError;
     if (halfWritten_) return bad();
     const auto before = indexes_;
     const int64_t count = insertions_;
@@ -263,21 +263,21 @@ int IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo) {
         for (int i = 0; done && i < numIdx_; ++i) done = insertInto(indexes_[i], keyText(keys[i]), recNo);
         insertions_ = static_cast<int64_t>(static_cast<uint64_t>(insertions_) + 1);
         const bool wait = deferred_ && dirty_.size() < cache_.capacity() / 4 * 3;
-        if (done && (wait || writeChanges())) return dbOk;
+        if (done && (wait || writeChanges())) return kDbOk;
     } catch (const std::bad_alloc&) {
-        setStatus(FileStatus::noMemory);
+        setStatus(FileStatus::NoMemory);
     }
     if (deferred_) halfWritten_ = true;  // earlier changes are lost with this one
     forgetChanges();
     indexes_ = before;
     insertions_ = count;
-    return dbError;
+    return kDbError;
 }
 
 int IndexFile::flush() {
     if (halfWritten_) return bad();
-    if (dirty_.empty() && encodeHead() == head_) return dbOk;
-    return writeChanges() ? dbOk : dbError;
+    if (dirty_.empty() && encodeHead() == head_) return kDbOk;
+    return writeChanges() ? kDbOk : kDbError;
 }
 
 /// New pages go first, in one piece that is taken back when the disk is full: until then nothing has changed.
@@ -314,14 +314,14 @@ void IndexFile::forgetChanges() {
 
 /// Puts the cursor on the first or last entry of a leaf.
 int IndexFile::land(int64_t position, bool atEnd) {
-    if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
+    if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     Index& index = indexes_[current_];
-    if (position == nowhere) return dbNoRecord;
+    if (position == kNowhere) return kDbNoRecord;
     const Page* leaf = page(index, position);
-    if (leaf == nullptr) return dbError;
+    if (leaf == nullptr) return kDbError;
     if (!leaf->leaf()) return bad();
     index.cursor = {position, atEnd ? leaf->count : 1};
-    return dbOk;
+    return kDbOk;
 }
 
 int IndexFile::top() {
@@ -333,40 +333,40 @@ int IndexFile::bottom() {
 }
 
 int IndexFile::seek(std::string_view key) {
-    if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
+    if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     Index& index = indexes_[current_];
-    if (index.root == nowhere) return dbNoRecord;
+    if (index.root == kNowhere) return kDbNoRecord;
     std::vector<Step> path;
     const Page* leaf = descend(index, keyText(key), path);
-    if (leaf == nullptr) return dbError;
+    if (leaf == nullptr) return kDbError;
     const int p = path.back().p;
     index.cursor = {leaf->position, std::min(p, leaf->count)};
-    if (p > leaf->count) return dbNoRecord;
-    return leaf->key(p) == keyText(key) ? dbOk : dbGreater;
+    if (p > leaf->count) return kDbNoRecord;
+    return leaf->key(p) == keyText(key) ? kDbOk : kDbGreater;
 }
 
 int IndexFile::skip(int n) {
-    if (n != 1 && n != -1) return dbError;
-    if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
+    if (n != 1 && n != -1) return kDbError;
+    if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     Index& index = indexes_[current_];
-    if (index.cursor.page == nowhere) return dbNoRecord;
+    if (index.cursor.page == kNowhere) return kDbNoRecord;
     const Page* leaf = page(index, index.cursor.page);
-    if (leaf == nullptr) return dbError;
+    if (leaf == nullptr) return kDbError;
     const int to = index.cursor.entry + n;
-    if (to >= 1 && to <= leaf->count) return index.cursor.entry = to, dbOk;
+    if (to >= 1 && to <= leaf->count) return index.cursor.entry = to, kDbOk;
     return land(n > 0 ? leaf->next : leaf->prev, n < 0);
 }
 
 int IndexFile::data(std::string& key, int64_t& recNo) {
-    if (!isOpen()) return setStatus(FileStatus::notOpen), dbError;
+    if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     const Index& index = indexes_[current_];
-    if (index.cursor.page == nowhere) return dbNoRecord;
+    if (index.cursor.page == kNowhere) return kDbNoRecord;
     const Page* leaf = page(index, index.cursor.page);
-    if (leaf == nullptr) return dbError;
+    if (leaf == nullptr) return kDbError;
     if (index.cursor.entry > leaf->count) return bad();
     key = leaf->key(index.cursor.entry);
     recNo = leaf->recNo(index.cursor.entry);
-    return dbOk;
+    return kDbOk;
 }
 
 }  // namespace crv

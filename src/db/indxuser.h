@@ -51,7 +51,7 @@ class IndexFile : public File {
     [[nodiscard]] int data(std::string& key, int64_t& recNo);
 
     struct Cursor {
-        int64_t page = nowhere;
+        int64_t page = kNowhere;
         int entry = 0;
     };
     [[nodiscard]] Cursor cursor() const { return indexes_[current_].cursor; }
@@ -69,9 +69,9 @@ class IndexFile : public File {
     struct Root {
         IndexDesc desc;
         int maxKeys = 0;
-        int64_t root = nowhere;
-        int64_t first = nowhere;
-        int64_t last = nowhere;
+        int64_t root = kNowhere;
+        int64_t first = kNowhere;
+        int64_t last = kNowhere;
     };
     [[nodiscard]] int numIndexes() const { return numIdx_; }
     [[nodiscard]] int64_t insertions() const { return insertions_; }
@@ -80,7 +80,7 @@ class IndexFile : public File {
     [[nodiscard]] const Page* pageAt(int idx, int64_t position) { return page(indexes_[idx], position); }
     /// More entries than the file can hold: a walk that goes on longer runs in a circle.
     [[nodiscard]] int64_t stepLimit() const {
-        return std::max(length(), end_) / static_cast<int64_t>(index_format::entrySize);
+        return std::max(length(), end_) / static_cast<int64_t>(index_format::kEntrySize);
     }
 
     // For the builder, which appends the pages of whole trees. flush() writes what is set here.
@@ -95,7 +95,7 @@ class IndexFile : public File {
         Page* page;
         int p;
     };
-    using Head = std::array<uint8_t, index_format::headSize>;
+    using Head = std::array<uint8_t, index_format::kHeadSize>;
 
     bool readHead(const Head& head);
     [[nodiscard]] Head encodeHead() const;

@@ -19,10 +19,10 @@ class Report {
   public:
     explicit Report(TableReport& report) : report_(&report) {}
     void add(const std::string& problem) {
-        if (report_->problems.size() < maxProblems) report_->problems.push_back(problem);
-        if (report_->problems.size() == maxProblems) report_->problems.emplace_back("... and more");
+        if (report_->problems.size() < kMaxProblems) report_->problems.push_back(problem);
+        if (report_->problems.size() == kMaxProblems) report_->problems.emplace_back("... and more");
     }
-    [[nodiscard]] bool full() const { return report_->problems.size() >= maxProblems; }
+    [[nodiscard]] bool full() const { return report_->problems.size() >= kMaxProblems; }
 
   private:
     TableReport* report_;
@@ -40,14 +40,14 @@ void readRecords(DataFile& data, std::vector<Record>& records, TableReport& resu
     DataScan scan(data);
     for (;;) {
         switch (scan.next()) {
-            case DataScan::Result::end:
+            case DataScan::Result::End:
                 return;
-            case DataScan::Result::unreadable:
+            case DataScan::Result::Unreadable:
                 result.unusable = true;
                 return report.add("data file cannot be read");
-            case DataScan::Result::damaged:
+            case DataScan::Result::Damaged:
                 return report.add("data: no sound record" + at(scan.recNo()));
-            case DataScan::Result::record:
+            case DataScan::Result::Record:
                 break;
         }
         records.push_back({scan.recNo(), scan.deleted(), 0});
@@ -69,8 +69,8 @@ class TreeCheck {
     void run() {
         const IndexFile::Root& root = index_.root(idx_);
         for (Record& record : records_) record.reached = 0;
-        if (root.root == nowhere) {
-            if (root.first != nowhere || root.last != nowhere) problem("has leaves but no root");
+        if (root.root == kNowhere) {
+            if (root.first != kNowhere || root.last != kNowhere) problem("has leaves but no root");
         } else {
             checkPage(root.root, 1, std::nullopt, std::nullopt);
             checkChain(root);
@@ -82,14 +82,14 @@ class TreeCheck {
     [[nodiscard]] const std::vector<std::pair<int64_t, int64_t>>& extents() const { return extents_; }
 
   private:
-    static constexpr int maxDepth = 64;
+    static constexpr int kMaxDepth = 64;
     using Bound = std::optional<std::string>;
 
     void problem(const std::string& what) { report_.add("index " + std::to_string(idx_) + ": " + what); }
 
     void checkPage(int64_t position, int level, const Bound& low, const Bound& high) {
         if (report_.full()) return;
-        if (level > maxDepth || static_cast<int64_t>(extents_.size()) > index_.stepLimit()) {
+        if (level > kMaxDepth || static_cast<int64_t>(extents_.size()) > index_.stepLimit()) {
             return problem("pages run in a circle" + at(position));
         }
         const Page* found = index_.pageAt(idx_, position);
@@ -98,7 +98,7 @@ class TreeCheck {
         extents_.emplace_back(position, position + page.desc.pageSize);
         checkKeys(page, low, high);
         if (page.leaf()) return checkLeaf(page, level);
-        if (page.next != nowhere || page.prev != nowhere) problem("inner page with leaf links" + at(position));
+        if (page.next != kNowhere || page.prev != kNowhere) problem("inner page with leaf links" + at(position));
         for (int i = 0; i <= page.count; ++i) {
             checkPage(page.child(i), level + 1, i == 0 ? low : Bound(page.key(i)),
                       i == page.count ? high : Bound(page.key(i + 1)));
@@ -121,7 +121,7 @@ class TreeCheck {
         if (level != depth_) problem("leaf on another level" + at(leaf.position));
         leaves_.push_back({leaf.position, leaf.prev, leaf.next});
         for (int i = 1; i <= leaf.count; ++i) {
-            if (leaf.child(i) != nowhere) problem("leaf with a child" + at(leaf.position));
+            if (leaf.child(i) != kNowhere) problem("leaf with a child" + at(leaf.position));
             checkEntry(leaf.recNo(i), leaf.key(i));
         }
     }
@@ -132,14 +132,14 @@ class TreeCheck {
         if (it == records_.end() || it->recNo != recNo) return problem("entry without a record" + at(recNo));
         ++it->reached;
         TableRecord record;
-        if (data_.data(recNo, record, true) == dbError) return problem("record cannot be read" + at(recNo));
+        if (data_.data(recNo, record, true) == kDbError) return problem("record cannot be read" + at(recNo));
         if (record.keys[idx_] != key) problem("entry with another key than its record" + at(recNo));
     }
 
     void checkChain(const IndexFile::Root& root) {
         for (size_t i = 0; i < leaves_.size(); ++i) {
-            const int64_t before = i == 0 ? nowhere : leaves_[i - 1].position;
-            const int64_t after = i + 1 == leaves_.size() ? nowhere : leaves_[i + 1].position;
+            const int64_t before = i == 0 ? kNowhere : leaves_[i - 1].position;
+            const int64_t after = i + 1 == leaves_.size() ? kNowhere : leaves_[i + 1].position;
             if (leaves_[i].next != after) problem("wrong next leaf" + at(leaves_[i].position));
             if (leaves_[i].prev != before) problem("wrong previous leaf" + at(leaves_[i].position));
         }
@@ -192,12 +192,12 @@ TableReport checkTable(const std::string& name) {
     TableReport result;
     Report report(result);
     DataBase table;
-    if (table.open(name) != dbOk) {
+    if (table.open(name) != kDbOk) {
         result.unusable = true;
-        const bool index = table.lastError() == DataBase::Error::index;
+        const bool index = table.lastError() == DataBase::Error::Index;
         const FileStatus why = index ? table.indexFile().status() : table.dataFile().status();
         report.add(std::string(index ? "index" : "data") +
-                   (why == FileStatus::badMagic ? " file has a damaged header" : " file cannot be read"));
+                   (why == FileStatus::BadMagic ? " file has a damaged header" : " file cannot be read"));
         return result;
     }
     result.insertions = table.indexFile().insertions();

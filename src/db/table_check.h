@@ -26,6 +26,6 @@ struct TableReport {
 /// after maxProblems. The caller holds the lock.
 TableReport checkTable(const std::string& name);
 
-constexpr size_t maxProblems = 20;
+constexpr size_t kMaxProblems = 20;
 
 }  // namespace crv

@@ -13,16 +13,16 @@
 namespace crv {
 
 constexpr int MAX_INDEX = 10;
-constexpr int64_t tableMagic = 0x12344321;
+constexpr int64_t kTableMagic = 0x12344321;
 
 /// Answers of the table operations.
 enum DbAnswer : int {
-    dbError = 0,     ///< failure; the status says why
-    dbOk = 1,        ///< done; for a seek: an equal key found
-    dbDeleted = 2,   ///< the record is deleted
-    dbGreater = 3,   ///< seek: no equal key, a greater one found
-    dbTooLong = 4,   ///< update: the body does not fit
-    dbNoRecord = -1  ///< end of the table, or not found
+    kDbError = 0,     ///< failure; the status says why
+    kDbOk = 1,        ///< done; for a seek: an equal key found
+    kDbDeleted = 2,   ///< the record is deleted
+    kDbGreater = 3,   ///< seek: no equal key, a greater one found
+    kDbTooLong = 4,   ///< update: the body does not fit
+    kDbNoRecord = -1  ///< end of the table, or not found
 };
 
 /// One index of a table. keyLen counts the longest key with its terminating zero octet; both are octets.
@@ -33,47 +33,47 @@ struct IndexDesc {
 };
 
 /// Position of a page or record that is not there.
-constexpr int64_t nowhere = -1;
+constexpr int64_t kNowhere = -1;
 
 namespace index_format {
-constexpr size_t headArea = 2048;  ///< zero-filled area in front of the pages
-constexpr size_t headSize = 416;
-constexpr size_t headNumIndexes = 0;  // 8
-constexpr size_t headInsertions = 8;  // 8
-constexpr size_t descriptors = 16;
-constexpr size_t descriptorSize = 40;
-constexpr size_t descMagic = 0;      // 8
-constexpr size_t descRoot = 8;       // 8
-constexpr size_t descFirst = 16;     // 8
-constexpr size_t descLast = 24;      // 8
-constexpr size_t descPageSize = 32;  // 2
-constexpr size_t descKeyLen = 34;    // 2
-constexpr size_t descMaxKeys = 36;   // 2
-constexpr size_t pageHead = 32;
-constexpr size_t pageCount = 0;      // 8
-constexpr size_t pageNext = 8;       // 8
-constexpr size_t pagePrev = 16;      // 8
-constexpr size_t pageLeftmost = 24;  // 8
-constexpr size_t entrySize = 16;     // 8 record position, 8 child
+constexpr size_t kHeadArea = 2048;  ///< zero-filled area in front of the pages
+constexpr size_t kHeadSize = 416;
+constexpr size_t kHeadNumIndexes = 0;  // 8
+constexpr size_t kHeadInsertions = 8;  // 8
+constexpr size_t kDescriptors = 16;
+constexpr size_t kDescriptorSize = 40;
+constexpr size_t kDescMagic = 0;      // 8
+constexpr size_t kDescRoot = 8;       // 8
+constexpr size_t kDescFirst = 16;     // 8
+constexpr size_t kDescLast = 24;      // 8
+constexpr size_t kDescPageSize = 32;  // 2
+constexpr size_t kDescKeyLen = 34;    // 2
+constexpr size_t kDescMaxKeys = 36;   // 2
+constexpr size_t kPageHead = 32;
+constexpr size_t kPageCount = 0;      // 8
+constexpr size_t kPageNext = 8;       // 8
+constexpr size_t kPagePrev = 16;      // 8
+constexpr size_t kPageLeftmost = 24;  // 8
+constexpr size_t kEntrySize = 16;     // 8 record position, 8 child
 }  // namespace index_format
 
 namespace data_format {
-constexpr size_t headSize = 56;
-constexpr size_t headMagic = 0;       // 8
-constexpr size_t headNumIndexes = 8;  // 2
-constexpr size_t descriptors = 10;    // 4 each: key length 2, page size 2
-constexpr size_t recordHead = 32;
-constexpr size_t recordDeleted = 0;    // 8
-constexpr size_t recordMagic = 8;      // 8
-constexpr size_t recordLength = 16;    // 8
-constexpr size_t recordCapacity = 24;  // 8
+constexpr size_t kHeadSize = 56;
+constexpr size_t kHeadMagic = 0;       // 8
+constexpr size_t kHeadNumIndexes = 8;  // 2
+constexpr size_t kDescriptors = 10;    // 4 each: key length 2, page size 2
+constexpr size_t kRecordHead = 32;
+constexpr size_t kRecordDeleted = 0;    // 8
+constexpr size_t kRecordMagic = 8;      // 8
+constexpr size_t kRecordLength = 16;    // 8
+constexpr size_t kRecordCapacity = 24;  // 8
 }  // namespace data_format
 
 /// Keys that a page of the index holds at most: even; 0 for a description that admits no index.
 constexpr int maxKeysOf(IndexDesc desc) {
-    if (desc.keyLen < 1 || desc.pageSize < static_cast<int>(index_format::pageHead)) return 0;
-    const int fit = (desc.pageSize - static_cast<int>(index_format::pageHead)) /
-                    (desc.keyLen + static_cast<int>(index_format::entrySize));
+    if (desc.keyLen < 1 || desc.pageSize < static_cast<int>(index_format::kPageHead)) return 0;
+    const int fit = (desc.pageSize - static_cast<int>(index_format::kPageHead)) /
+                    (desc.keyLen + static_cast<int>(index_format::kEntrySize));
     return fit - fit % 2;
 }
 

@@ -20,12 +20,12 @@ using namespace data_format;
 
 namespace {
 
-constexpr size_t searchPiece = 64 * 1024;
-constexpr std::string_view magicOctets{"\x21\x43\x34\x12\0\0\0\0", 8};
+constexpr size_t kSearchPiece = 64 * 1024;
+constexpr std::string_view kMagicOctets{"\x21\x43\x34\x12\0\0\0\0", 8};
 
 bool headAt(DataFile& file, int64_t position, RecordHead& head) {
-    std::array<uint8_t, recordHead> octets;
-    return file.length() - position >= static_cast<int64_t>(recordHead) &&
+    std::array<uint8_t, kRecordHead> octets;
+    return file.length() - position >= static_cast<int64_t>(kRecordHead) &&
            file.readAt(position, octets.data(), octets.size()) && file.decodeHead(octets.data(), position, head);
 }
 
@@ -42,36 +42,36 @@ class IndexMaker {
     IndexMaker(std::string name, MendExtent extent) : name_(std::move(name)), extent_(extent) {}
 
     [[nodiscard]] bool run() {
-        const std::string indexPath = rebuildName(name_) + indexExtension;
-        if (data_.open(name_ + dataExtension) != dbOk) return false;
-        if (index_.create(indexPath, data_.numIndexes(), data_.descs()) != dbOk) return false;
-        if (index_.open(indexPath) != dbOk) return false;
-        keepRights(name_, indexExtension);
+        const std::string indexPath = rebuildName(name_) + kIndexExtension;
+        if (data_.open(name_ + kDataExtension) != kDbOk) return false;
+        if (index_.create(indexPath, data_.numIndexes(), data_.descs()) != kDbOk) return false;
+        if (index_.open(indexPath) != kDbOk) return false;
+        keepRights(name_, kIndexExtension);
         IndexBuilder builder(index_);
         for (bool more = true; more;) {
             DataScan scan(data_, from_);
             if (!walk(scan, builder, more)) return false;
         }
-        return builder.finish() == dbOk && keepCountGrowing() && index_.sync() && (!copied_ || data_.sync());
+        return builder.finish() == kDbOk && keepCountGrowing() && index_.sync() && (!copied_ || data_.sync());
     }
     [[nodiscard]] int lost() const { return lost_; }
     /// The failure was one of writing the new index.
-    [[nodiscard]] bool noRoom() const { return index_.status() == FileStatus::ioFailure; }
+    [[nodiscard]] bool noRoom() const { return index_.status() == FileStatus::IoFailure; }
 
   private:
     /// more: the file was changed, and the walk goes on from there.
     bool walk(DataScan& scan, IndexBuilder& builder, bool& more) {
         for (;;) {
             const DataScan::Result result = scan.next();
-            more = result == DataScan::Result::damaged;
-            if (result == DataScan::Result::end) return true;
+            more = result == DataScan::Result::Damaged;
+            if (result == DataScan::Result::End) return true;
             if (more) return mendAt(scan.recNo());
-            if (result != DataScan::Result::record) return false;
+            if (result != DataScan::Result::Record) return false;
             if (scan.deleted()) continue;
             scan.keys(keys_);
-            more = extent_ == MendExtent::salvage && !index_.keysFit(keys_);
+            more = extent_ == MendExtent::Salvage && !index_.keysFit(keys_);
             if (more) return dropAt(scan.recNo());
-            if (builder.add(keys_, scan.recNo()) != dbOk) return false;
+            if (builder.add(keys_, scan.recNo()) != kDbOk) return false;
         }
     }
 
@@ -79,21 +79,21 @@ class IndexMaker {
     bool dropAt(int64_t recNo) {
         from_ = recNo;
         ++lost_;
-        return useCopy() && data_.remove(recNo) == dbOk;
+        return useCopy() && data_.remove(recNo) == kDbOk;
     }
 
     bool mendAt(int64_t damaged) {
         from_ = damaged;
         const int64_t next = nextRecord(data_, damaged);
-        const bool tail = next == nowhere;
-        if (!tail && extent_ == MendExtent::afterCrash) {
-            logLine(LogLevel::error, "damaged record at " + std::to_string(damaged) + " in " + data_.path());
+        const bool tail = next == kNowhere;
+        if (!tail && extent_ == MendExtent::AfterCrash) {
+            logLine(LogLevel::Error, "damaged record at " + std::to_string(damaged) + " in " + data_.path());
             return false;
         }
-        if (extent_ == MendExtent::salvage && !useCopy()) return false;
+        if (extent_ == MendExtent::Salvage && !useCopy()) return false;
         ++lost_;
         if (tail) {
-            logLine(LogLevel::warning, "part of a record cut off at the end of " + data_.path());
+            logLine(LogLevel::Warning, "part of a record cut off at the end of " + data_.path());
             return data_.truncate(damaged);
         }
         const RecordHead bridge{true, 0, next - damaged - data_.recordSize(0)};
@@ -102,19 +102,19 @@ class IndexMaker {
 
     bool useCopy() {
         if (copied_) return true;
-        const std::string copy = rebuildName(name_) + dataExtension;
+        const std::string copy = rebuildName(name_) + kDataExtension;
         if (!copyFile(data_.path(), copy)) return false;
-        copied_ = data_.open(copy) == dbOk;
+        copied_ = data_.open(copy) == kDbOk;
         return copied_;
     }
 
     /// The insertion count never falls, as far as the old one can still be read.
     bool keepCountGrowing() {
         IndexFile old;
-        if (old.open(name_ + indexExtension) == dbOk) {
+        if (old.open(name_ + kIndexExtension) == kDbOk) {
             index_.setInsertions(std::max(index_.insertions(), old.insertions()));
         }
-        return index_.flush() == dbOk;
+        return index_.flush() == kDbOk;
     }
 
     std::string name_;
@@ -122,7 +122,7 @@ class IndexMaker {
     DataFile data_;
     IndexFile index_;
     std::vector<std::string_view> keys_;
-    int64_t from_ = headSize;
+    int64_t from_ = kHeadSize;
     bool copied_ = false;
     int lost_ = 0;
 };
@@ -131,19 +131,19 @@ class IndexMaker {
 
 int64_t nextRecord(DataFile& file, int64_t damaged) {
     // A record that bridges the gap needs room for its own head and keys.
-    int64_t from = damaged + file.recordSize(0) + static_cast<int64_t>(recordMagic);
-    Bytes piece(searchPiece + magicOctets.size() - 1);
+    int64_t from = damaged + file.recordSize(0) + static_cast<int64_t>(kRecordMagic);
+    Bytes piece(kSearchPiece + kMagicOctets.size() - 1);
     while (from < file.length()) {
         const ssize_t n = file.readSome(from, piece.data(), piece.size());
-        if (n < static_cast<ssize_t>(magicOctets.size())) return nowhere;
+        if (n < static_cast<ssize_t>(kMagicOctets.size())) return kNowhere;
         const std::string_view text = asText({piece.data(), static_cast<size_t>(n)});
-        for (size_t at = text.find(magicOctets); at != std::string_view::npos; at = text.find(magicOctets, at + 1)) {
-            const int64_t position = from + static_cast<int64_t>(at) - static_cast<int64_t>(recordMagic);
+        for (size_t at = text.find(kMagicOctets); at != std::string_view::npos; at = text.find(kMagicOctets, at + 1)) {
+            const int64_t position = from + static_cast<int64_t>(at) - static_cast<int64_t>(kRecordMagic);
             if (recordAt(file, position)) return position;
         }
-        from += static_cast<int64_t>(searchPiece);
+        from += static_cast<int64_t>(kSearchPiece);
     }
-    return nowhere;
+    return kNowhere;
 }
 
 bool remakeIndexes(const std::string& name, MendExtent extent, int& lost) {
@@ -157,12 +157,12 @@ bool remakeIndexes(const std::string& name, MendExtent extent, int& lost) {
 
 bool mendTable(const std::string& name) {
     discardRebuilt(name);
-    IndexMaker maker(name, MendExtent::afterCrash);
+    IndexMaker maker(name, MendExtent::AfterCrash);
     bool made = maker.run();
     if (!made && maker.noRoom()) {
         discardRebuilt(name);
-        fileOps().unlink(name + indexExtension);
-        made = IndexMaker(name, MendExtent::afterCrash).run();
+        fileOps().unlink(name + kIndexExtension);
+        made = IndexMaker(name, MendExtent::AfterCrash).run();
     }
     if (!made) discardRebuilt(name);
     return made && swapRebuilt(name);

@@ -13,8 +13,8 @@ namespace crv {
 int64_t nextRecord(DataFile& file, int64_t damaged);
 
 enum class MendExtent {
-    afterCrash,  ///< only what a cut-off change leaves: a part of a record at the end is cut off
-    salvage      ///< records lost in the middle too: a copy of the data file bridges them by a deleted record
+    AfterCrash,  ///< only what a cut-off change leaves: a part of a record at the end is cut off
+    Salvage      ///< records lost in the middle too: a copy of the data file bridges them by a deleted record
 };
 
 /// Makes "#" files with new indexes of all live records; the old files stay until swapRebuilt(). With salvage there

@@ -14,7 +14,7 @@ namespace crv {
 
 namespace {
 
-constexpr std::array extensions{indexExtension, dataExtension};
+constexpr std::array kExtensions{kIndexExtension, kDataExtension};
 
 }  // namespace
 
@@ -23,11 +23,11 @@ std::string rebuildName(const std::string& name) {
 }
 
 void discardRebuilt(const std::string& name) {
-    for (const char* extension : extensions) fileOps().unlink(rebuildName(name) + extension);
+    for (const char* extension : kExtensions) fileOps().unlink(rebuildName(name) + extension);
 }
 
 bool swapRebuilt(const std::string& name) {
-    for (const char* extension : extensions) {
+    for (const char* extension : kExtensions) {
         const std::string fresh = rebuildName(name) + extension;
         if (fileExists(fresh) && fileOps().rename(fresh, name + extension) != 0) return false;
     }
@@ -36,8 +36,8 @@ bool swapRebuilt(const std::string& name) {
 
 void keepRights(const std::string& name, const char* extension) {
     const std::string fresh = rebuildName(name) + extension;
-    if (!copyRights(name + extension, fresh) && !copyRights(name + dataExtension, fresh)) {
-        logLine(LogLevel::warning, "mode and owner not kept: " + name + extension);
+    if (!copyRights(name + extension, fresh) && !copyRights(name + kDataExtension, fresh)) {
+        logLine(LogLevel::Warning, "mode and owner not kept: " + name + extension);
     }
 }
 
@@ -48,11 +48,11 @@ TableRebuild::~TableRebuild() {
 }
 
 bool TableRebuild::begin() {
-    if (old_.open(name_ + dataExtension) != dbOk) return false;
+    if (old_.open(name_ + kDataExtension) != kDbOk) return false;
     const std::string fresh = rebuildName(name_);
-    if (DataBase().create(fresh, old_.numIndexes(), old_.descs()) != dbOk) return false;
-    for (const char* extension : extensions) keepRights(name_, extension);
-    if (data_.open(fresh + dataExtension) != dbOk || index_.open(fresh + indexExtension) != dbOk) return false;
+    if (DataBase().create(fresh, old_.numIndexes(), old_.descs()) != kDbOk) return false;
+    for (const char* extension : kExtensions) keepRights(name_, extension);
+    if (data_.open(fresh + kDataExtension) != kDbOk || index_.open(fresh + kIndexExtension) != kDbOk) return false;
     data_.deferWrites(true);
     builder_.emplace(index_);
     return true;
@@ -63,24 +63,24 @@ bool TableRebuild::copy(const Visit& visit, const Copied& copied) {
     std::vector<std::string_view> keys;
     for (;;) {
         const DataScan::Result result = scan.next();
-        if (result == DataScan::Result::end) return true;
-        if (result == DataScan::Result::damaged && nextRecord(old_, scan.recNo()) == nowhere) {
-            logLine(LogLevel::warning, "part of a record left out at the end of " + old_.path());
+        if (result == DataScan::Result::End) return true;
+        if (result == DataScan::Result::Damaged && nextRecord(old_, scan.recNo()) == kNowhere) {
+            logLine(LogLevel::Warning, "part of a record left out at the end of " + old_.path());
             return true;
         }
-        if (result != DataScan::Result::record) return false;
+        if (result != DataScan::Result::Record) return false;
         if (scan.deleted()) continue;
         scan.keys(keys);
         if (visit && !visit(scan, keys)) continue;
         const int64_t recNo = data_.insert(keys, scan.body());
-        if (recNo == 0 || builder_->add(keys, recNo) != dbOk) return false;
+        if (recNo == 0 || builder_->add(keys, recNo) != kDbOk) return false;
         if (copied) copied(scan.recNo(), recNo);
     }
 }
 
 bool TableRebuild::finish() {
     old_.close();
-    const bool complete = data_.flush() == dbOk && builder_->finish() == dbOk && data_.sync() && index_.sync();
+    const bool complete = data_.flush() == kDbOk && builder_->finish() == kDbOk && data_.sync() && index_.sync();
     data_.close();
     index_.close();
     return complete;

@@ -33,7 +33,7 @@ bool parseCrl(ByteView der, ParsedCrl& parsed) {
     if (const auto number = crl.crlNumber()) entry.crlNumber.emplace().setUnsigned(number->magnitude());
     if (const auto base = crl.baseCrlNumber()) entry.baseCrlNumber.emplace().setUnsigned(base->magnitude());
     if (const Bytes keyId = crl.authorityKeyId(); !keyId.empty()) entry.authorityKeyId.emplace().build(keyId);
-    entry.sha256.build(hashOf(KcHashAlgo::sha256, der));
+    entry.sha256.build(hashOf(KcHashAlgo::Sha256, der));
     if (const Extension* point = crl.extensions().find(OID_CE_ISSUING_DISTRIBUTION_POINT)) {
         parsed.scope = toBytes(point->extnValue.value());
     }
@@ -41,7 +41,7 @@ bool parseCrl(ByteView der, ParsedCrl& parsed) {
 }
 
 /// No store comes near it: an authority has one row for each scope of its CRLs.
-constexpr long mostFiles = 1'000'000;
+constexpr long kMostFiles = 1'000'000;
 
 bool sameAuthority(const CrlIndexEntry& a, const CrlIndexEntry& b) {
     return a.isDelta() == b.isDelta() && a.authorityKeyId.has_value() == b.authorityKeyId.has_value() &&
@@ -78,7 +78,7 @@ bool CrlStore::readSound(const CrlIndexEntry& row, Bytes& der, CrlIndexEntry& en
 CrlIndex CrlStore::readIndex() {
     CrlIndex index;
     const bool sound = index.readExactly(loadIndex()) && std::ranges::all_of(index, [](const CrlIndexEntry& row) {
-                           return row.fileNumber() > 0 && row.fileNumber() <= mostFiles;
+                           return row.fileNumber() > 0 && row.fileNumber() <= kMostFiles;
                        });
     if (!sound) throw std::runtime_error("Niepoprawny format indeksu list CRL");
     return index;
@@ -87,8 +87,8 @@ CrlIndex CrlStore::readIndex() {
 CrlInsert CrlStore::insertCrl(ByteView der) {
     ParsedCrl parsed;
     if (!parseCrl(der, parsed)) throw CrvApiException(ECRV_INV_CRL_FMT);
-    CrlInsert result = CrlInsert::stored;
-    locked(exclusiveLock, [&] { result = insertLocked(parsed.entry, parsed.scope, der); });
+    CrlInsert result = CrlInsert::Stored;
+    locked(kExclusiveLock, [&] { result = insertLocked(parsed.entry, parsed.scope, der); });
     return result;
 }
 
@@ -104,18 +104,18 @@ CrlInsert CrlStore::insertLocked(CrlIndexEntry& fresh, ByteView scope, ByteView 
             continue;
         }
         if (!sameAuthority(entry, fresh) || !std::ranges::equal(storedScope, scope)) continue;
-        if (std::ranges::equal(stored, der)) return CrlInsert::present;
-        if (!isNewer(fresh, entry)) return CrlInsert::older;
+        if (std::ranges::equal(stored, der)) return CrlInsert::Present;
+        if (!isNewer(fresh, entry)) return CrlInsert::Older;
         place = &row;
     }
     fresh.number.setValue(place != nullptr ? place->fileNumber() : freeNumber(index));
     (place != nullptr ? *place : index.add()) = fresh;
     save(fresh.fileNumber(), index.encoded(), der);
-    return CrlInsert::stored;
+    return CrlInsert::Stored;
 }
 
 void CrlStore::forEach(const std::function<bool(const CrlIndexEntry&, Bytes&)>& visit) {
-    locked(sharedLock, [&] {
+    locked(kSharedLock, [&] {
         for (const CrlIndexEntry& row : readIndex()) {
             Bytes der, scope;
             CrlIndexEntry entry;
@@ -132,12 +132,12 @@ void CrlStore::getAllCrls(std::vector<Bytes>& list) {
 }
 
 void CrlStore::getCrlIndex(CrlIndex& index) {
-    locked(sharedLock, [&] { index = readIndex(); });
+    locked(kSharedLock, [&] { index = readIndex(); });
 }
 
 bool CrlStore::getCrlByFileNum(long number, Bytes& der) {
     bool found = false;
-    locked(sharedLock, [&] {
+    locked(kSharedLock, [&] {
         for (const CrlIndexEntry& row : readIndex()) {
             CrlIndexEntry entry;
             Bytes scope;
@@ -175,7 +175,7 @@ void DbCrlCrv::dropDamaged(long last, ByteView written) {
         for (size_t row = index.size(); row-- > 0;) {
             if (index[row].fileNumber() == number) static_cast<void>(index.remove(row));
         }
-        const Bytes der = loadCrl(number), hash = hashOf(KcHashAlgo::sha256, der);
+        const Bytes der = loadCrl(number), hash = hashOf(KcHashAlgo::Sha256, der);
         const auto intact = std::ranges::find_if(known, [&](const CrlIndexEntry& row) {
             return row.fileNumber() == number && std::ranges::equal(row.sha256.value(), hash);
         });
@@ -184,7 +184,7 @@ void DbCrlCrv::dropDamaged(long last, ByteView written) {
             files_.writeTag(number, der);
             continue;
         }
-        logLine(LogLevel::error, "damaged CRL removed: " + files_.crlPath(number));
+        logLine(LogLevel::Error, "damaged CRL removed: " + files_.crlPath(number));
         fileOps().unlink(files_.crlPath(number));
         fileOps().unlink(files_.tagPath(number));
     }

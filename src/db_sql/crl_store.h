@@ -15,9 +15,9 @@ namespace crv {
 class SignedCertRevList;
 
 enum class CrlInsert {
-    stored,   ///< now in the store, in the place of an older one of the same issuer, key and scope
-    present,  ///< the same CRL is there already
-    older     ///< the one that is there is not older
+    Stored,   ///< now in the store, in the place of an older one of the same issuer, key and scope
+    Present,  ///< the same CRL is there already
+    Older     ///< the one that is there is not older
 };
 
 /// Failures are exceptions. A CRL whose file is not what was written is passed over, though the index may name it.

@@ -10,7 +10,7 @@ namespace crv {
 namespace {
 
 /// Certificates parsed before the lock is taken.
-constexpr size_t batchSize = 2048;
+constexpr size_t kBatchSize = 2048;
 
 using Filter = std::function<bool(const SignedCertificate&)>;
 
@@ -25,13 +25,13 @@ void keepIf(CrtItemList& list, size_t first, const Filter& wanted) {
 
 void count(ImportProgress& done, InsertResult result) {
     switch (result) {
-        case InsertResult::stored:
+        case InsertResult::Stored:
             ++done.stored;
             break;
-        case InsertResult::present:
+        case InsertResult::Present:
             ++done.present;
             break;
-        case InsertResult::refused:
+        case InsertResult::Refused:
             ++done.refused;
             break;
     }
@@ -54,7 +54,7 @@ bool CrtDb::insert(const SignedCertificate& certificate, InsertResult* result) {
 bool CrtDb::insertBatch(std::vector<CrtRecord>& batch, size_t first, const Progress& progress, const Refused& refused,
                         ImportProgress& done, bool& stopped) {
     for (size_t at = 0; at < batch.size() && !stopped;) {
-        const auto end = std::chrono::steady_clock::now() + sliceTime;
+        const auto end = std::chrono::steady_clock::now() + kSliceTime;
         std::vector<InsertOutcome> outcomes;
         size_t handled = 0;
         const std::span<const CrtRecord> rest(batch.begin() + static_cast<std::ptrdiff_t>(at), batch.end());
@@ -64,7 +64,7 @@ bool CrtDb::insertBatch(std::vector<CrtRecord>& batch, size_t first, const Progr
         }
         for (size_t i = 0; i < handled; ++i) {
             count(done, outcomes[i].result);
-            if (outcomes[i].result == InsertResult::refused && refused) refused(first + at + i, outcomes[i].reason);
+            if (outcomes[i].result == InsertResult::Refused && refused) refused(first + at + i, outcomes[i].reason);
         }
         at += handled;
         stopped = progress && !progress(done);
@@ -79,7 +79,7 @@ bool CrtDb::insertMany(const Source& next, const Progress& progress, const Refus
     while (more && !stopped) {
         const size_t first = done.handled();
         batch.clear();
-        for (ByteView der; batch.size() < batchSize && (more = next(der));) {
+        for (ByteView der; batch.size() < kBatchSize && (more = next(der));) {
             if (makeCrtRecord(der, batch.emplace_back())) continue;
             batch.pop_back();
             unreadable = true;
@@ -101,7 +101,7 @@ bool CrtDb::findBySubject(CrtItemList& list, const DistinguishedName& subject) {
 }
 
 bool CrtDb::findByEmail(CrtItemList& list, const std::string& email) {
-    return manager_->findCertsBySbjDnFld(list, dnEmail, email);
+    return manager_->findCertsBySbjDnFld(list, kDnEmail, email);
 }
 
 bool CrtDb::findByIssuerAndSerNum(CrtItemList& list, const DistinguishedName& issuer, const ASNinteger& serialNumber) {

@@ -45,7 +45,7 @@ class CrtDb {
     /// what a progress call reports as stored is on the disk. False when the database fails; progress then tells what
     /// was reached.
     bool insertMany(const Source& next, const Progress& progress, const Refused& refused, ImportProgress& done);
-    static constexpr std::chrono::milliseconds sliceTime{200};
+    static constexpr std::chrono::milliseconds kSliceTime{200};
 
     bool findBySerNum(CrtItemList& list, const ASNinteger& serialNumber);
     bool findBySubject(CrtItemList& list, const DistinguishedName& subject);

@@ -17,24 +17,24 @@ struct FieldType {
     uint8_t type;
 };
 
-constexpr std::array<FieldType, 12> fieldTypes{{
-    {OID_AT_COMMON_NAME, dnCommonName},
-    {OID_AT_ORGANIZATION, dnOrganization},
-    {OID_AT_ORGANIZATIONAL_UNIT, dnOrganizationalUnit},
-    {OID_AT_COUNTRY, dnCountry},
-    {OID_AT_SURNAME, dnSurname},
-    {OID_AT_GIVEN_NAME, dnGivenName},
-    {OID_AT_LOCALITY, dnLocality},
-    {OID_AT_STATE, dnState},
-    {OID_AT_TITLE, dnTitle},
-    {OID_AT_SERIAL_NUMBER, dnSerialNumber},
-    {OID_AT_DOMAIN_COMPONENT, dnDomainComponent},
-    {OID_PKCS9_EMAIL, dnEmail},
+constexpr std::array<FieldType, 12> kFieldTypes{{
+    {OID_AT_COMMON_NAME, kDnCommonName},
+    {OID_AT_ORGANIZATION, kDnOrganization},
+    {OID_AT_ORGANIZATIONAL_UNIT, kDnOrganizationalUnit},
+    {OID_AT_COUNTRY, kDnCountry},
+    {OID_AT_SURNAME, kDnSurname},
+    {OID_AT_GIVEN_NAME, kDnGivenName},
+    {OID_AT_LOCALITY, kDnLocality},
+    {OID_AT_STATE, kDnState},
+    {OID_AT_TITLE, kDnTitle},
+    {OID_AT_SERIAL_NUMBER, kDnSerialNumber},
+    {OID_AT_DOMAIN_COMPONENT, kDnDomainComponent},
+    {OID_PKCS9_EMAIL, kDnEmail},
 }};
 
 DbHash sha1(ByteView octets) {
     DbHash hash;
-    hashInto(KcHashAlgo::sha1, octets, hash);
+    hashInto(KcHashAlgo::Sha1, octets, hash);
     return hash;
 }
 
@@ -42,7 +42,7 @@ DbHash sha1(ByteView octets) {
 void addSubjectFields(DnFldList& list, const DistinguishedName& subject) {
     for (const RelativeDistinguishedName& set : subject) {
         for (const AttributeTypeAndValue& attribute : set) {
-            if (list.size() > maxCrtFields) return;
+            if (list.size() > kMaxCrtFields) return;
             addToListNoRepeat(list, dnFldType(attribute.type), attribute.valueUtf8());
         }
     }
@@ -51,8 +51,8 @@ void addSubjectFields(DnFldList& list, const DistinguishedName& subject) {
 }  // namespace
 
 uint8_t dnFldType(const ASNobjectId& type) {
-    const auto row = std::ranges::find_if(fieldTypes, [&](const FieldType& known) { return type == known.oid; });
-    return row == fieldTypes.end() ? static_cast<uint8_t>(dnOther) : row->type;
+    const auto row = std::ranges::find_if(kFieldTypes, [&](const FieldType& known) { return type == known.oid; });
+    return row == kFieldTypes.end() ? static_cast<uint8_t>(kDnOther) : row->type;
 }
 
 DbHash dnHash(const DistinguishedName& name) {
@@ -78,8 +78,8 @@ void makeCrtRecord(const SignedCertificate& certificate, ByteView der, CrtRecord
     addSubjectFields(record.dnFlds, certificate.subject());
     std::vector<std::string> emails = certificate.emails();
     for (const std::string& email : emails) {
-        if (record.dnFlds.size() > maxCrtFields) break;
-        addToListNoRepeat(record.dnFlds, dnEmail, email);
+        if (record.dnFlds.size() > kMaxCrtFields) break;
+        addToListNoRepeat(record.dnFlds, kDnEmail, email);
     }
     if (!emails.empty()) record.email = std::move(emails.front());
 }

@@ -27,27 +27,27 @@ void check(bool done) {
 /// Shows every live record of a data file.
 void scanLive(DataFile& file, const std::function<void(const DataScan&)>& visit) {
     DataScan scan(file);
-    for (auto at = scan.next(); at != DataScan::Result::end; at = scan.next()) {
-        check(at == DataScan::Result::record);
+    for (auto at = scan.next(); at != DataScan::Result::End; at = scan.next()) {
+        check(at == DataScan::Result::Record);
         if (!scan.deleted()) visit(scan);
     }
 }
 
 void dropDangling(CrtTableSet& tables, const std::string& directory) {
     DanglingRecords dangling(directory);
-    for (const Tb side : CrtTableSet::sides) {
+    for (const Tb side : CrtTableSet::kSides) {
         std::vector<int64_t> records;
-        check(dangling.find(*CrtTableSet::layouts[side], records));
-        for (const int64_t recNo : records) check(tables[side].dataFile().remove(recNo) == dbOk);
+        check(dangling.find(*CrtTableSet::kLayouts[side], records));
+        for (const int64_t recNo : records) check(tables[side].dataFile().remove(recNo) == kDbOk);
         if (!records.empty()) tables.noteChange(side);
     }
 }
 
 /// Opens the tables; the ids of the certificates.
 std::vector<int64_t> openAll(CrtTableSet& tables) {
-    for (const Tb table : CrtTableSet::mainTables) tables.open(table, true);
+    for (const Tb table : CrtTableSet::kMainTables) tables.open(table, true);
     std::vector<int64_t> ids;
-    scanLive(tables[CrtTableSet::crt].dataFile(), [&](const DataScan& record) { ids.push_back(record.recNo()); });
+    scanLive(tables[CrtTableSet::kCrt].dataFile(), [&](const DataScan& record) { ids.push_back(record.recNo()); });
     return ids;
 }
 
@@ -59,7 +59,7 @@ void completeCrt(CrtTableSet& tables, int64_t id) {
     if (makeCrtRecord(der, record)) {
         tables.completeSide(id, record);
     } else {
-        logLine(LogLevel::warning, "certificate that cannot be read, record " + std::to_string(id));
+        logLine(LogLevel::Warning, "certificate that cannot be read, record " + std::to_string(id));
     }
 }
 
@@ -69,7 +69,7 @@ void completeUnfinished(const std::string& directory, DbLock& lock) {
     tables.bindLock(&lock);
     const std::vector<int64_t> ids = openAll(tables);
     std::vector<bool> finished(ids.size());
-    scanLive(tables[CrtTableSet::addIdx].dataFile(), [&](const DataScan& record) {
+    scanLive(tables[CrtTableSet::kAddIdx].dataFile(), [&](const DataScan& record) {
         const std::optional<int64_t> id = recNoDecode(record.key(0));
         const auto at = id ? std::ranges::lower_bound(ids, *id) : ids.end();
         if (at != ids.end() && *at == *id) finished[static_cast<size_t>(at - ids.begin())] = true;
@@ -84,7 +84,7 @@ void completeUnfinished(const std::string& directory, DbLock& lock) {
 class Compaction {
   public:
     explicit Compaction(const std::string& directory) {
-        for (const TableLayout* layout : certificateTables) {
+        for (const TableLayout* layout : kCertificateTables) {
             names_.emplace_back(layout->file);
             rebuilds_.push_back(std::make_unique<TableRebuild>(directory + names_.back()));
         }
@@ -93,7 +93,7 @@ class Compaction {
     CrtStore::Removed copy(const CrtStore::Expired& expired) {
         for (const auto& rebuild : rebuilds_) check(rebuild->begin());
         CrtStore::Removed result;
-        check(rebuilds_[CrtTableSet::crt]->copy(
+        check(rebuilds_[CrtTableSet::kCrt]->copy(
             [&](const DataScan& record, std::span<std::string_view>) {
                 const bool keep = !expired(record.body());
                 ++(keep ? result.remaining : result.removed);
@@ -102,8 +102,8 @@ class Compaction {
             [&](int64_t from, int64_t to) {
                 ids_.push_back({from, to});
             }));
-        check(rebuilds_[CrtTableSet::crt]->finish());
-        for (const Tb side : CrtTableSet::sides) {
+        check(rebuilds_[CrtTableSet::kCrt]->finish());
+        for (const Tb side : CrtTableSet::kSides) {
             copySide(side);
             check(rebuilds_[side]->finish());
         }
@@ -111,7 +111,7 @@ class Compaction {
     }
 
     void swap(DbLock& lock) {
-        check(lock.setMark(DbMark::swapping, names_));
+        check(lock.setMark(DbMark::Swapping, names_));
         for (const auto& rebuild : rebuilds_) rebuild->keep();
         const bool swapped = std::ranges::all_of(rebuilds_, [](const auto& rebuild) { return rebuild->swap(); });
         if (!swapped) lock.spoil();

@@ -10,16 +10,16 @@
 
 namespace crv {
 
-constexpr size_t dbHashSize = 20;
-using DbHash = std::array<uint8_t, dbHashSize>;  ///< SHA-1
+constexpr size_t kDbHashSize = 20;
+using DbHash = std::array<uint8_t, kDbHashSize>;  ///< SHA-1
 
 /// Longest e-mail address of a certificate that is stored.
-constexpr size_t maxCrtEmail = 128;
+constexpr size_t kMaxCrtEmail = 128;
 /// Longest key identifier of a certificate that is stored.
-constexpr size_t maxCrtKeyId = 40;
+constexpr size_t kMaxCrtKeyId = 40;
 
 /// Most subject-name fields of a certificate that is stored: each is a record of its own.
-constexpr size_t maxCrtFields = 1000;
+constexpr size_t kMaxCrtFields = 1000;
 
 /// What insertCert stores. `der` refers to memory of the caller.
 struct CrtRecord {
@@ -34,13 +34,13 @@ struct CrtRecord {
 };
 
 enum class InsertResult {
-    stored,   ///< now in the database
-    present,  ///< the same certificate was there already
-    refused   ///< not stored; the reason says why
+    Stored,   ///< now in the database
+    Present,  ///< the same certificate was there already
+    Refused   ///< not stored; the reason says why
 };
 
 struct InsertOutcome {
-    InsertResult result = InsertResult::stored;
+    InsertResult result = InsertResult::Stored;
     std::string reason;
 };
 
@@ -48,8 +48,8 @@ struct InsertOutcome {
 std::string refusalOf(const CrtRecord& record);
 
 /// Longest name of a network fetch time.
-constexpr size_t maxNetCertName = 128;
+constexpr size_t kMaxNetCertName = 128;
 
-inline constexpr const char* textEmailTooLong = "DbCrtCrv::insertCert. Za dlugie pole email w certyfikacie";
+inline constexpr const char* kTextEmailTooLong = "DbCrtCrv::insertCert. Za dlugie pole email w certyfikacie";
 
 }  // namespace crv

@@ -22,19 +22,19 @@ void CrtTableSet::bindLock(DbLock* lock) {
 
 void CrtTableSet::open(Tb table, bool forChange) {
     changed_[table] = false;
-    if (tables_[table].open(path(table)) != dbOk) throw std::runtime_error(std::string(layouts[table]->openError));
+    if (tables_[table].open(path(table)) != kDbOk) throw std::runtime_error(std::string(kLayouts[table]->openError));
     tables_[table].deferWrites(forChange);
 }
 
 bool CrtTableSet::returnCode(int answer) {
     switch (answer) {
-        case dbOk:
+        case kDbOk:
             return true;
-        case dbNoRecord:
-        case dbDeleted:
-        case dbGreater:
+        case kDbNoRecord:
+        case kDbDeleted:
+        case kDbGreater:
             return false;
-        case dbError:
+        case kDbError:
             throw std::runtime_error("Blad bazy danych");
         default:
             failAssertion("0", "src/db_sql/db_crt_crv", __LINE__);
@@ -43,7 +43,7 @@ bool CrtTableSet::returnCode(int answer) {
 
 bool CrtTableSet::readCrt(int64_t id, Bytes& der) {
     TableRecord record;
-    if (!returnCode(tables_[crt].dataFile().data(id, record, false))) return false;
+    if (!returnCode(tables_[kCrt].dataFile().data(id, record, false))) return false;
     der = std::move(record.body);
     return true;
 }
@@ -52,26 +52,26 @@ void CrtTableSet::insertInto(Tb table, std::initializer_list<std::string_view> k
                              const char* failure) {
     int64_t recNo = 0;
     noteChange(table);
-    if (tables_[table].insert({keys.begin(), keys.size()}, body, recNo) != dbOk) throw std::runtime_error(failure);
+    if (tables_[table].insert({keys.begin(), keys.size()}, body, recNo) != kDbOk) throw std::runtime_error(failure);
 }
 
 void CrtTableSet::insertSide(const std::string& idKey, const CrtRecord& record) {
     for (const DnFld& field : record.dnFlds) {
-        insertInto(dn, {idKey, dnFldKey(field.type, field.value)}, {},
+        insertInto(kDn, {idKey, dnFldKey(field.type, field.value)}, {},
                    "DbCrtCrv::insertIntoDnTb. Blad wstawienie do dnTb");
     }
-    if (record.isCa) insertInto(ca, {idKey}, {}, "DbCrtCrv::insertIntoCaTb. Blad wstawienie do caTb");
+    if (record.isCa) insertInto(kCa, {idKey}, {}, "DbCrtCrv::insertIntoCaTb. Blad wstawienie do caTb");
 }
 
 void CrtTableSet::insertAddIdx(const std::string& idKey, const CrtRecord& record) {
-    insertInto(addIdx, {idKey, asText(record.keyId), asText(record.crtHash)}, {},
+    insertInto(kAddIdx, {idKey, asText(record.keyId), asText(record.crtHash)}, {},
                "DbCrtCrv::insertIntoCaTb. Blad wstawienie do addIdxTb");
 }
 
 int64_t CrtTableSet::insertCrt(const CrtRecord& record) {
-    insertInto(crt, {codeDigest(record.serNumHash), record.email, codeDigest(record.sbjDnHash)}, record.der,
+    insertInto(kCrt, {codeDigest(record.serNumHash), record.email, codeDigest(record.sbjDnHash)}, record.der,
                "DbCrtCrv::insertCert. Blad zapisu do crtTb");
-    const int64_t id = tables_[crt].recNo();
+    const int64_t id = tables_[kCrt].recNo();
     const std::string idKey = recNoEncode(id);
     insertSide(idKey, record);
     insertAddIdx(idKey, record);
@@ -80,7 +80,7 @@ int64_t CrtTableSet::insertCrt(const CrtRecord& record) {
 
 bool CrtTableSet::sideHas(Tb table, const std::string& idKey, std::string_view second) {
     DataBase& side = tables_[table];
-    side.selectIndex(dnByRecId);
+    side.selectIndex(kDnByRecId);
     TableRecord record;
     for (bool found = returnCode(side.seek(idKey)); found; found = returnCode(side.skip(1))) {
         if (!returnCode(side.data(record)) || record.keys[0] != idKey) return false;
@@ -93,15 +93,15 @@ void CrtTableSet::completeSide(int64_t id, const CrtRecord& record) {
     const std::string idKey = recNoEncode(id);
     CrtRecord missing;
     std::ranges::copy_if(record.dnFlds, std::back_inserter(missing.dnFlds),
-                         [&](const DnFld& field) { return !sideHas(dn, idKey, dnFldKey(field.type, field.value)); });
-    missing.isCa = record.isCa && !sideHas(ca, idKey);
+                         [&](const DnFld& field) { return !sideHas(kDn, idKey, dnFldKey(field.type, field.value)); });
+    missing.isCa = record.isCa && !sideHas(kCa, idKey);
     insertSide(idKey, missing);
-    if (!sideHas(addIdx, idKey)) insertAddIdx(idKey, record);
+    if (!sideHas(kAddIdx, idKey)) insertAddIdx(idKey, record);
 }
 
 void CrtTableSet::removeSide(Tb table, const std::string& idKey) {
     DataBase& side = tables_[table];
-    side.selectIndex(dnByRecId);
+    side.selectIndex(kDnByRecId);
     TableRecord record;
     while (returnCode(side.seek(idKey)) && returnCode(side.data(record)) && record.keys[0] == idKey) {
         noteChange(table);
@@ -110,9 +110,9 @@ void CrtTableSet::removeSide(Tb table, const std::string& idKey) {
 }
 
 void CrtTableSet::finishChange(bool sync) {
-    for (size_t table = 0; table < count; ++table) {
+    for (size_t table = 0; table < kCount; ++table) {
         if (!changed_[table]) continue;
-        const bool done = (sync ? tables_[table].sync() : tables_[table].endBatch()) == dbOk;
+        const bool done = (sync ? tables_[table].sync() : tables_[table].endBatch()) == kDbOk;
         if (!done) throw std::runtime_error("Blad bazy danych");
     }
 }

@@ -16,10 +16,10 @@ namespace crv {
 /// the text of the step that failed. The caller holds the lock.
 class CrtTableSet {
   public:
-    enum Tb : size_t { crt, dn, ca, addIdx, netCertTime, count };
-    static constexpr std::array<const TableLayout*, count> layouts{&crtTb, &dnTb, &caTb, &addIdxTb, &netCertTimeTb};
-    static constexpr std::array sides{dn, ca, addIdx};
-    static constexpr std::array mainTables{crt, dn, ca, addIdx};
+    enum Tb : size_t { kCrt, kDn, kCa, kAddIdx, kNetCertTime, kCount };
+    static constexpr std::array<const TableLayout*, kCount> kLayouts{&crtTb, &dnTb, &caTb, &addIdxTb, &netCertTimeTb};
+    static constexpr std::array kSides{kDn, kCa, kAddIdx};
+    static constexpr std::array kMainTables{kCrt, kDn, kCa, kAddIdx};
 
     /// The directory ends with a slash.
     explicit CrtTableSet(std::string directory);
@@ -27,7 +27,7 @@ class CrtTableSet {
     CrtTableSet& operator=(const CrtTableSet&) = delete;
 
     DataBase& operator[](Tb table) { return tables_[table]; }
-    [[nodiscard]] std::string path(Tb table) const { return directory_ + std::string(layouts[table]->file); }
+    [[nodiscard]] std::string path(Tb table) const { return directory_ + std::string(kLayouts[table]->file); }
     void bindLock(DbLock* lock);
     /// Opens a table; for a change its insertions stay in memory until finishChange() or close().
     void open(Tb table, bool forChange);
@@ -61,8 +61,8 @@ class CrtTableSet {
     void insertAddIdx(const std::string& idKey, const CrtRecord& record);
 
     std::string directory_;
-    std::array<DataBase, count> tables_;
-    std::array<bool, count> changed_{};
+    std::array<DataBase, kCount> tables_;
+    std::array<bool, kCount> changed_{};
 };
 
 /// The key of a subject-name field: the type byte and the value.

@@ -58,7 +58,7 @@ bool mendStores(const std::string& directory) {
         mendSideRecords(directory);
         return true;
     } catch (const std::exception& e) {
-        logLine(LogLevel::error, std::string("certificate store not mended: ") + e.what());
+        logLine(LogLevel::Error, std::string("certificate store not mended: ") + e.what());
         return false;
     }
 }
@@ -112,8 +112,8 @@ const ConnFactory& connFactory(const DbConfig& config) {
     static const CrvConnFactory files;
     static const MemConnFactory memory;
     static const NoneConnFactory none;
-    if (config.type() == dbKindFile) return files;
-    if (config.type() == dbKindMemory) return memory;
+    if (config.type() == kDbKindFile) return files;
+    if (config.type() == kDbKindMemory) return memory;
     return config.type().empty() && !config.db.empty() ? static_cast<const ConnFactory&>(files) : none;
 }
 

@@ -23,7 +23,7 @@ class DbConnection {
     [[nodiscard]] virtual CrtStore& crts() = 0;
     [[nodiscard]] virtual CrlStore& crls() = 0;
     [[nodiscard]] virtual SrvStore& srvs() = 0;
-    [[nodiscard]] virtual DbState isDbCreated() { return DbState::complete; }
+    [[nodiscard]] virtual DbState isDbCreated() { return DbState::Complete; }
     virtual void create() {}
     /// Kinds without files have nothing to copy.
     virtual void copyDb(const std::string&) {}

@@ -17,20 +17,20 @@ namespace crv {
 
 namespace {
 
-constexpr const char* place = "src/db_sql/db_crl_crv";
-constexpr size_t tailOctets = 4;
-constexpr size_t tagOctets = 4 + tailOctets;
-constexpr std::array<uint8_t, 2> emptyIndex{0x30, 0x00};
+constexpr const char* kPlace = "src/db_sql/db_crl_crv";
+constexpr size_t kTailOctets = 4;
+constexpr size_t kTagOctets = 4 + kTailOctets;
+constexpr std::array<uint8_t, 2> kEmptyIndex{0x30, 0x00};
 
 Bytes tagOf(uint64_t length, ByteView tail) {
-    Bytes tag(tagOctets);
+    Bytes tag(kTagOctets);
     storeBe(tag.data(), static_cast<uint32_t>(length));
     std::copy(tail.begin(), tail.end(), tag.begin() + 4);
     return tag;
 }
 
 std::string backupOf(const std::string& path) {
-    return path + std::string(backupExtension);
+    return path + std::string(kBackupExtension);
 }
 
 std::string now() {
@@ -45,24 +45,24 @@ std::string now() {
 }  // namespace
 
 Bytes makeDataForIntChk(ByteView content) {
-    return tagOf(content.size(), content.last(std::min(content.size(), tailOctets)));
+    return tagOf(content.size(), content.last(std::min(content.size(), kTailOctets)));
 }
 
 int checkIntegrity(const std::string& file, const std::string& tag) {
     Bytes expected;
     try {
-        expected = readFile(tag, tagOctets + 1);
+        expected = readFile(tag, kTagOctets + 1);
     } catch (const std::runtime_error&) {
         // A tag that is there but longer than the limit is a wrong tag, not a missing one.
         struct stat info {};
-        return fileOps().stat(tag, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > static_cast<off_t>(tagOctets)
+        return fileOps().stat(tag, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > static_cast<off_t>(kTagOctets)
                    ? 1
                    : 2;
     }
     File guarded;
     if (!guarded.open(file)) return 1;
-    std::array<uint8_t, tailOctets> tail{};
-    const int64_t have = std::min<int64_t>(guarded.length(), tailOctets);
+    std::array<uint8_t, kTailOctets> tail{};
+    const int64_t have = std::min<int64_t>(guarded.length(), kTailOctets);
     if (!guarded.readAt(guarded.length() - have, tail.data(), static_cast<size_t>(have))) return 1;
     return tagOf(static_cast<uint64_t>(guarded.length()), ByteView(tail).first(static_cast<size_t>(have))) == expected
                ? 0
@@ -70,24 +70,24 @@ int checkIntegrity(const std::string& file, const std::string& tag) {
 }
 
 std::string CrlFileGuard::crlPath(long n) const {
-    return pathOf(std::to_string(n)) + std::string(crlExtension);
+    return pathOf(std::to_string(n)) + std::string(kCrlExtension);
 }
 
 std::string CrlFileGuard::tagPath(long n) const {
-    return pathOf(std::to_string(n)) + std::string(tagExtension);
+    return pathOf(std::to_string(n)) + std::string(kTagExtension);
 }
 
 void CrlFileGuard::create() {
-    storeIndex(emptyIndex);
+    storeIndex(kEmptyIndex);
 }
 
 void CrlFileGuard::storeIndex(ByteView index) {
-    writeFile(pathOf(crlIndexFileName), index);
-    writeFile(pathOf(crlIndexTagName), makeDataForIntChk(index));
+    writeFile(pathOf(kCrlIndexFileName), index);
+    writeFile(pathOf(kCrlIndexTagName), makeDataForIntChk(index));
 }
 
 Bytes CrlFileGuard::readIndex() const {
-    return readFile(pathOf(crlIndexFileName));
+    return readFile(pathOf(kCrlIndexFileName));
 }
 
 Bytes CrlFileGuard::readCrl(long n) const {
@@ -95,7 +95,7 @@ Bytes CrlFileGuard::readCrl(long n) const {
 }
 
 int CrlFileGuard::checkIndex() const {
-    return checkIntegrity(pathOf(crlIndexFileName), pathOf(crlIndexTagName));
+    return checkIntegrity(pathOf(kCrlIndexFileName), pathOf(kCrlIndexTagName));
 }
 
 int CrlFileGuard::checkCrl(long n) const {
@@ -119,7 +119,7 @@ void CrlFileGuard::write(long n, ByteView index, ByteView crl) {
         case 2:
             break;
         default:
-            failAssertion("0", place, __LINE__);
+            failAssertion("0", kPlace, __LINE__);
     }
     keepBackup();
     storeIndex(index);
@@ -138,7 +138,7 @@ void CrlFileGuard::writeIndex(ByteView index) {
 }
 
 void CrlFileGuard::keepBackup() {
-    for (const std::string_view name : {crlIndexFileName, crlIndexTagName}) {
+    for (const std::string_view name : {kCrlIndexFileName, kCrlIndexTagName}) {
         const std::string path = pathOf(name);
         if (fileExists(path)) writeFile(backupOf(path), readFile(path));
     }
@@ -146,8 +146,8 @@ void CrlFileGuard::keepBackup() {
 
 /// A copy that does not agree with its own tag is no help.
 bool CrlFileGuard::restoreBackup() {
-    const std::string index = backupOf(pathOf(crlIndexFileName));
-    if (!fileExists(index) || checkIntegrity(index, backupOf(pathOf(crlIndexTagName))) == 1) return false;
+    const std::string index = backupOf(pathOf(kCrlIndexFileName));
+    if (!fileExists(index) || checkIntegrity(index, backupOf(pathOf(kCrlIndexTagName))) == 1) return false;
     storeIndex(readFile(index));
     return true;
 }
@@ -156,10 +156,10 @@ void CrlFileGuard::rollback(long n) {
     const bool restored = restoreBackup();
     const std::string line = "rollback crlNUm = " + std::to_string(n) + " " + now() +
                              (restored ? " index restored\n" : " no copy of the index to restore\n");
-    logLine(LogLevel::warning, line.substr(0, line.size() - 1));
-    const FileDescriptor log(fileOps().open(pathOf(rollbackLogName), O_WRONLY | O_CREAT | O_APPEND, 0666));
+    logLine(LogLevel::Warning, line.substr(0, line.size() - 1));
+    const FileDescriptor log(fileOps().open(pathOf(kRollbackLogName), O_WRONLY | O_CREAT | O_APPEND, 0666));
     if (!log.valid() || !writeAll(log.get(), line.data(), line.size(), -1)) {
-        logLine(LogLevel::error, "rollback log not written in " + directory_);
+        logLine(LogLevel::Error, "rollback log not written in " + directory_);
     }
 }
 

@@ -19,10 +19,10 @@ class DbCrtCrv::Use {
   public:
     Use(DbCrtCrv& store, int mode, std::span<const Tb> tables) : guard_(*store.lock_, mode), opened_{store, {}} {
         for (const Tb table : tables) {
-            store.tables_.open(table, mode != sharedLock);
+            store.tables_.open(table, mode != kSharedLock);
             opened_.tables.push_back(table);
         }
-        if (std::ranges::find(tables, Tb::crt) != tables.end() && !store.tables_[Tb::crt].dataFile().reused()) {
+        if (std::ranges::find(tables, Tb::kCrt) != tables.end() && !store.tables_[Tb::kCrt].dataFile().reused()) {
             store.positions_.clear();
         }
     }
@@ -48,9 +48,9 @@ DbCrtCrv::DbCrtCrv(std::string directory, DbLock& lock)
 }
 
 void DbCrtCrv::findInCrtTb(CrtItemList& list, CrtIndex index, ByteView digest) {
-    const Use use(*this, sharedLock, {Tb::crt});
+    const Use use(*this, kSharedLock, {Tb::kCrt});
     const std::string key = codeDigest(digest);
-    DataBase& crt = tables_[Tb::crt];
+    DataBase& crt = tables_[Tb::kCrt];
     crt.selectIndex(index);
     TableRecord record;
     for (bool found = tables_.returnCode(crt.seek(key)); found; found = tables_.returnCode(crt.skip(1))) {
@@ -60,18 +60,18 @@ void DbCrtCrv::findInCrtTb(CrtItemList& list, CrtIndex index, ByteView digest) {
 }
 
 void DbCrtCrv::findCertsBySerNumHash(CrtItemList& list, ByteView digest) {
-    findInCrtTb(list, crtBySerNum, digest);
+    findInCrtTb(list, kCrtBySerNum, digest);
 }
 
 void DbCrtCrv::findCertsBySbjDnHash(CrtItemList& list, ByteView digest) {
-    findInCrtTb(list, crtBySbjDn, digest);
+    findInCrtTb(list, kCrtBySbjDn, digest);
 }
 
 /// Collects the certificates of the side records with that key. The tables see keys only up to a zero octet, so
 /// `accept` tells apart what they cannot.
 void DbCrtCrv::join(CrtItemList& list, Tb side, int index, std::string_view key,
                     const std::function<bool(ByteView der)>& accept) {
-    const Use use(*this, sharedLock, {side, Tb::crt});
+    const Use use(*this, kSharedLock, {side, Tb::kCrt});
     DataBase& table = tables_[side];
     table.selectIndex(index);
     TableRecord record;
@@ -84,25 +84,25 @@ void DbCrtCrv::join(CrtItemList& list, Tb side, int index, std::string_view key,
 }
 
 void DbCrtCrv::findCertsByKeyIdHash(CrtItemList& list, ByteView keyId) {
-    join(list, Tb::addIdx, addByKeyId, asText(keyId), [&](ByteView der) { return !hasOtherKeyId(der, keyId); });
+    join(list, Tb::kAddIdx, kAddByKeyId, asText(keyId), [&](ByteView der) { return !hasOtherKeyId(der, keyId); });
 }
 
 void DbCrtCrv::findCertsByCrtHash(CrtItemList& list, ByteView hash) {
-    join(list, Tb::addIdx, addByCrtHash, asText(hash),
+    join(list, Tb::kAddIdx, kAddByCrtHash, asText(hash),
          [&](ByteView der) { return std::ranges::equal(crtHash(der), hash); });
 }
 
 void DbCrtCrv::findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value) {
-    join(list, Tb::dn, dnByField, dnFldKey(type, value), [](ByteView) { return true; });
+    join(list, Tb::kDn, kDnByField, dnFldKey(type, value), [](ByteView) { return true; });
 }
 
 void DbCrtCrv::findCaCerts(CrtItemList& list) {
-    const Use use(*this, sharedLock, {Tb::ca, Tb::crt});
-    DataBase& ca = tables_[Tb::ca];
+    const Use use(*this, kSharedLock, {Tb::kCa, Tb::kCrt});
+    DataBase& ca = tables_[Tb::kCa];
     TableRecord record;
     for (bool found = tables_.returnCode(ca.top()); found; found = tables_.returnCode(ca.skip(1))) {
         if (!tables_.returnCode(ca.data(record))) break;
-        const std::optional<int64_t> id = recNoDecode(record.keys[caByRecId]);
+        const std::optional<int64_t> id = recNoDecode(record.keys[kCaByRecId]);
         Bytes der;
         if (id && tables_.readCrt(*id, der)) insertCrtItem(list, *id, std::move(der));
     }
@@ -111,13 +111,13 @@ void DbCrtCrv::findCaCerts(CrtItemList& list) {
 /// The same by the certificate's hash.
 int64_t DbCrtCrv::findByHash(const CrtRecord& record) {
     const std::string_view key = asText(record.crtHash);
-    DataBase& table = tables_[Tb::addIdx];
-    table.selectIndex(addByCrtHash);
+    DataBase& table = tables_[Tb::kAddIdx];
+    table.selectIndex(kAddByCrtHash);
     TableRecord side;
     Bytes der;
     for (bool found = tables_.returnCode(table.seek(key)); found; found = tables_.returnCode(table.skip(1))) {
-        if (!tables_.returnCode(table.data(side)) || side.keys[addByCrtHash] != keyText(key)) break;
-        const int64_t id = recNoDecode(side.keys[addByRecId]).value_or(0);
+        if (!tables_.returnCode(table.data(side)) || side.keys[kAddByCrtHash] != keyText(key)) break;
+        const int64_t id = recNoDecode(side.keys[kAddByRecId]).value_or(0);
         if (id != 0 && tables_.readCrt(id, der) && std::ranges::equal(der, record.der)) return id;
     }
     return 0;
@@ -127,13 +127,13 @@ int64_t DbCrtCrv::findByHash(const CrtRecord& record) {
 /// the walk past them ends, and the hash decides.
 int64_t DbCrtCrv::findSame(const CrtRecord& record) {
     const std::string key = codeDigest(record.serNumHash);
-    DataBase& crt = tables_[Tb::crt];
-    crt.selectIndex(crtBySerNum);
+    DataBase& crt = tables_[Tb::kCrt];
+    crt.selectIndex(kCrtBySerNum);
     TableRecord stored;
     int left = 64;
     for (bool found = tables_.returnCode(crt.seek(key)); found; found = tables_.returnCode(crt.skip(1))) {
         if (left-- == 0) return findByHash(record);
-        if (!tables_.returnCode(crt.data(stored)) || stored.keys[crtBySerNum] != key) break;
+        if (!tables_.returnCode(crt.data(stored)) || stored.keys[kCrtBySerNum] != key) break;
         if (std::ranges::equal(stored.body, record.der)) return crt.recNo();
     }
     return 0;
@@ -141,24 +141,24 @@ int64_t DbCrtCrv::findSame(const CrtRecord& record) {
 
 /// The tables that the insertion of these records needs.
 std::vector<CrtTableSet::Tb> DbCrtCrv::tablesFor(std::span<const CrtRecord> records) {
-    std::vector<Tb> tables{Tb::crt, Tb::dn, Tb::addIdx};
+    std::vector<Tb> tables{Tb::kCrt, Tb::kDn, Tb::kAddIdx};
     if (std::any_of(records.begin(), records.end(), [](const CrtRecord& one) { return one.isCa; })) {
-        tables.push_back(Tb::ca);
+        tables.push_back(Tb::kCa);
     }
     return tables;
 }
 
 InsertResult DbCrtCrv::insertOne(const CrtRecord& record) {
     const int64_t same = findSame(record);
-    if (same == 0) return tables_.insertCrt(record), InsertResult::stored;
+    if (same == 0) return tables_.insertCrt(record), InsertResult::Stored;
     // An insertion that failed half-way leaves a certificate without its side records; addIdx's is the last.
-    if (!tables_.sideHas(Tb::addIdx, recNoEncode(same))) tables_.completeSide(same, record);
-    return InsertResult::present;
+    if (!tables_.sideHas(Tb::kAddIdx, recNoEncode(same))) tables_.completeSide(same, record);
+    return InsertResult::Present;
 }
 
 InsertResult DbCrtCrv::insertCert(const CrtRecord& record) {
     if (const std::string reason = refusalOf(record); !reason.empty()) throw std::runtime_error(reason);
-    const Use use(*this, exclusiveLock, tablesFor({&record, 1}));
+    const Use use(*this, kExclusiveLock, tablesFor({&record, 1}));
     const InsertResult result = insertOne(record);
     tables_.finishChange(sync());
     return result;
@@ -166,13 +166,13 @@ InsertResult DbCrtCrv::insertCert(const CrtRecord& record) {
 
 size_t DbCrtCrv::insertSlice(std::span<const CrtRecord> records, const SliceEnd& atEnd,
                              std::vector<InsertOutcome>& outcomes) {
-    const Use use(*this, exclusiveLock, tablesFor(records));
+    const Use use(*this, kExclusiveLock, tablesFor(records));
     std::vector<InsertOutcome> slice;
     do {
         const CrtRecord& record = records[slice.size()];
         std::string reason = refusalOf(record);
         slice.push_back(reason.empty() ? InsertOutcome{insertOne(record), {}}
-                                       : InsertOutcome{InsertResult::refused, std::move(reason)});
+                                       : InsertOutcome{InsertResult::Refused, std::move(reason)});
     } while (slice.size() < records.size() && !atEnd());
     tables_.finishChange(sync());
     outcomes.insert(outcomes.end(), std::make_move_iterator(slice.begin()), std::make_move_iterator(slice.end()));
@@ -180,14 +180,14 @@ size_t DbCrtCrv::insertSlice(std::span<const CrtRecord> records, const SliceEnd&
 }
 
 void DbCrtCrv::deleteCert(int64_t id, const std::optional<DbHash>& expected) {
-    const Use use(*this, exclusiveLock, CrtTableSet::mainTables);
-    DataBase& crt = tables_[Tb::crt];
+    const Use use(*this, kExclusiveLock, CrtTableSet::kMainTables);
+    DataBase& crt = tables_[Tb::kCrt];
     Bytes der;
-    const bool there = crt.setRec(id) == dbOk && tables_.readCrt(id, der) && (!expected || *expected == crtHash(der));
+    const bool there = crt.setRec(id) == kDbOk && tables_.readCrt(id, der) && (!expected || *expected == crtHash(der));
     if (!there) throw std::runtime_error("DbCrtCrv::deleteCert. Blad wywolania setRec");
-    tables_.noteChange(Tb::crt);
-    if (crt.remove() != dbOk) throw std::runtime_error("DbCrtCrv::deleteCert. Blad usuniecia crtTb");
-    for (const Tb side : CrtTableSet::sides) tables_.removeSide(side, recNoEncode(id));
+    tables_.noteChange(Tb::kCrt);
+    if (crt.remove() != kDbOk) throw std::runtime_error("DbCrtCrv::deleteCert. Blad usuniecia crtTb");
+    for (const Tb side : CrtTableSet::kSides) tables_.removeSide(side, recNoEncode(id));
     tables_.finishChange(sync());
 }
 
@@ -195,7 +195,7 @@ void DbCrtCrv::deleteCert(int64_t id, const std::optional<DbHash>& expected) {
 
 /// Walks on until a record at or behind the position is known; false when there is none.
 bool DbCrtCrv::know(int64_t position) {
-    DataFile& data = tables_[Tb::crt].dataFile();
+    DataFile& data = tables_[Tb::kCrt].dataFile();
     while (positions_.empty() || positions_.back() < position) {
         int64_t following = 0;
         const int answer = positions_.empty() ? data.top(following) : data.next(positions_.back(), following);
@@ -213,7 +213,7 @@ bool DbCrtCrv::visitAt(size_t index, size_t& left, const Visit& visit) {
 }
 
 void DbCrtCrv::forward(int64_t after, size_t count, const Visit& visit) {
-    const Use use(*this, sharedLock, {Tb::crt});
+    const Use use(*this, kSharedLock, {Tb::kCrt});
     if (count == 0 || !know(after + 1)) return;
     const auto first = std::ranges::upper_bound(positions_, after);
     for (auto at = static_cast<size_t>(first - positions_.begin()); visitAt(at, count, visit); ++at) {
@@ -222,7 +222,7 @@ void DbCrtCrv::forward(int64_t after, size_t count, const Visit& visit) {
 }
 
 void DbCrtCrv::backward(int64_t before, size_t count, const Visit& visit) {
-    const Use use(*this, sharedLock, {Tb::crt});
+    const Use use(*this, kSharedLock, {Tb::kCrt});
     if (count == 0) return;
     static_cast<void>(know(before));
     const auto last = std::ranges::lower_bound(positions_, before);
@@ -232,23 +232,23 @@ void DbCrtCrv::backward(int64_t before, size_t count, const Visit& visit) {
 }
 
 void DbCrtCrv::get(int64_t id, Bytes& der) {
-    const Use use(*this, sharedLock, {Tb::crt});
+    const Use use(*this, kSharedLock, {Tb::kCrt});
     TableRecord record;
-    if (tables_[Tb::crt].setRec(id) != dbOk) throw std::runtime_error("DbCrtCrv::get: blad funkcji crtTb.setRec");
-    if (tables_[Tb::crt].data(record) != dbOk) throw std::runtime_error("DbCrtCrv::get: blad funkcji crtTb.data");
+    if (tables_[Tb::kCrt].setRec(id) != kDbOk) throw std::runtime_error("DbCrtCrv::get: blad funkcji crtTb.setRec");
+    if (tables_[Tb::kCrt].data(record) != kDbOk) throw std::runtime_error("DbCrtCrv::get: blad funkcji crtTb.data");
     der = std::move(record.body);
 }
 
 size_t DbCrtCrv::count() {
-    const Use use(*this, sharedLock, {Tb::crt});
+    const Use use(*this, kSharedLock, {Tb::kCrt});
     static_cast<void>(know(INT64_MAX));
-    DataFile& data = tables_[Tb::crt].dataFile();
+    DataFile& data = tables_[Tb::kCrt].dataFile();
     return static_cast<size_t>(
         std::ranges::count_if(positions_, [&](int64_t at) { return tables_.returnCode(data.state(at)); }));
 }
 
 CrtStore::Removed DbCrtCrv::removeCerts(const Expired& expired) {
-    const DbGuard guard(*lock_, exclusiveLock);
+    const DbGuard guard(*lock_, kExclusiveLock);
     return compactCerts(directory_, *lock_, expired);
 }
 
@@ -256,10 +256,10 @@ CrtStore::Removed DbCrtCrv::removeCerts(const Expired& expired) {
 
 /// Looks the time up when the table can be opened; false when it must be made first.
 bool DbCrtCrv::readNetCertTime(const std::string& name, int64_t& time) {
-    const DbGuard guard(*lock_, sharedLock);
-    DataBase& table = tables_[Tb::netCertTime];
-    if (table.open(tables_.path(Tb::netCertTime)) != dbOk) return false;
-    const Use use(*this, sharedLock, {Tb::netCertTime});
+    const DbGuard guard(*lock_, kSharedLock);
+    DataBase& table = tables_[Tb::kNetCertTime];
+    if (table.open(tables_.path(Tb::kNetCertTime)) != kDbOk) return false;
+    const Use use(*this, kSharedLock, {Tb::kNetCertTime});
     TableRecord record;
     if (tables_.returnCode(table.seek(name)) && tables_.returnCode(table.data(record)) &&
         record.body.size() == sizeof time) {
@@ -270,8 +270,8 @@ bool DbCrtCrv::readNetCertTime(const std::string& name, int64_t& time) {
 
 int64_t DbCrtCrv::getNetCertTime(const std::string& name) {
     int64_t time = 0;
-    if (name.size() <= maxNetCertName && !readNetCertTime(name, time)) {
-        const DbGuard guard(*lock_, exclusiveLock);
+    if (name.size() <= kMaxNetCertName && !readNetCertTime(name, time)) {
+        const DbGuard guard(*lock_, kExclusiveLock);
         makeNetCertTime();
     }
     return time;
@@ -279,26 +279,26 @@ int64_t DbCrtCrv::getNetCertTime(const std::string& name) {
 
 /// Makes the table when it cannot be opened. Under the exclusive lock.
 void DbCrtCrv::makeNetCertTime() {
-    DataBase& table = tables_[Tb::netCertTime];
-    if (table.open(tables_.path(Tb::netCertTime)) == dbOk) return table.close();
+    DataBase& table = tables_[Tb::kNetCertTime];
+    if (table.open(tables_.path(Tb::kNetCertTime)) == kDbOk) return table.close();
     const TableLayout& layout = netCertTimeTb;
-    if (table.create(tables_.path(Tb::netCertTime), layout.numIndexes, layout.descs.data()) != dbOk) {
+    if (table.create(tables_.path(Tb::kNetCertTime), layout.numIndexes, layout.descs.data()) != kDbOk) {
         throw std::runtime_error(std::string(layout.createError));
     }
 }
 
 void DbCrtCrv::setNetCertTime(const std::string& name) {
-    if (name.size() > maxNetCertName) throw std::runtime_error("DbCrtCrv::setNetCertTime. Za dluga nazwa");
-    const DbGuard guard(*lock_, exclusiveLock);
+    if (name.size() > kMaxNetCertName) throw std::runtime_error("DbCrtCrv::setNetCertTime. Za dluga nazwa");
+    const DbGuard guard(*lock_, kExclusiveLock);
     makeNetCertTime();
-    const Use use(*this, exclusiveLock, {Tb::netCertTime});
+    const Use use(*this, kExclusiveLock, {Tb::kNetCertTime});
     const int64_t now = std::time(nullptr);
     const ByteView body{reinterpret_cast<const uint8_t*>(&now), sizeof now};
-    DataBase& table = tables_[Tb::netCertTime];
-    tables_.noteChange(Tb::netCertTime);
+    DataBase& table = tables_[Tb::kNetCertTime];
+    tables_.noteChange(Tb::kNetCertTime);
     if (!tables_.returnCode(table.seek(name))) {
-        tables_.insertInto(Tb::netCertTime, {name}, body, "DbCrtCrv::setNetCertTime. Blad zapisu do netCertTimeTb");
-    } else if (table.update(body) != dbOk) {
+        tables_.insertInto(Tb::kNetCertTime, {name}, body, "DbCrtCrv::setNetCertTime. Blad zapisu do netCertTimeTb");
+    } else if (table.update(body) != kDbOk) {
         throw std::runtime_error("DbCrtCrv::setNetCertTime. Blad zapisu do netCertTimeTb");
     }
     tables_.finishChange(sync());

@@ -21,11 +21,11 @@ std::string rawKey(ByteView octets) {
 }  // namespace
 
 std::string refusalOf(const CrtRecord& record) {
-    if (record.email.size() > maxCrtEmail) return textEmailTooLong;
-    if (record.keyId.empty() || record.keyId.size() > maxCrtKeyId) {
+    if (record.email.size() > kMaxCrtEmail) return kTextEmailTooLong;
+    if (record.keyId.empty() || record.keyId.size() > kMaxCrtKeyId) {
         return "DbCrtCrv::insertCert. Bledny identyfikator klucza w certyfikacie";
     }
-    if (record.dnFlds.size() > maxCrtFields) return "DbCrtCrv::insertCert. Za duzo pol nazwy w certyfikacie";
+    if (record.dnFlds.size() > kMaxCrtFields) return "DbCrtCrv::insertCert. Za duzo pol nazwy w certyfikacie";
     return {};
 }
 
@@ -43,23 +43,23 @@ void DbCrtMem::find(CrtItemList& list, Key kind, const std::string& key) {
 }
 
 void DbCrtMem::findCertsBySerNumHash(CrtItemList& list, ByteView digest) {
-    find(list, bySerNum, codeDigest(digest));
+    find(list, kBySerNum, codeDigest(digest));
 }
 
 void DbCrtMem::findCertsBySbjDnHash(CrtItemList& list, ByteView digest) {
-    find(list, bySbjDn, codeDigest(digest));
+    find(list, kBySbjDn, codeDigest(digest));
 }
 
 void DbCrtMem::findCertsByKeyIdHash(CrtItemList& list, ByteView keyId) {
-    find(list, byKeyId, rawKey(keyId));
+    find(list, kByKeyId, rawKey(keyId));
 }
 
 void DbCrtMem::findCertsByCrtHash(CrtItemList& list, ByteView hash) {
-    find(list, byCrtHash, rawKey(hash));
+    find(list, kByCrtHash, rawKey(hash));
 }
 
 void DbCrtMem::findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value) {
-    find(list, byField, fieldKey(type, dnFldValue(value)));
+    find(list, kByField, fieldKey(type, dnFldValue(value)));
 }
 
 void DbCrtMem::findCaCerts(CrtItemList& list) {
@@ -68,25 +68,25 @@ void DbCrtMem::findCaCerts(CrtItemList& list) {
 }
 
 bool DbCrtMem::holds(const std::string& serNumKey, ByteView der) const {
-    return anyOf(bySerNum, serNumKey, [&](int64_t id) { return std::ranges::equal(crts_.at(id).der, der); });
+    return anyOf(kBySerNum, serNumKey, [&](int64_t id) { return std::ranges::equal(crts_.at(id).der, der); });
 }
 
 InsertResult DbCrtMem::insertCert(const CrtRecord& record) {
     if (const std::string reason = refusalOf(record); !reason.empty()) throw std::runtime_error(reason);
     const std::string serNumKey = codeDigest(record.serNumHash);
     const std::scoped_lock guard(mutex_);
-    if (holds(serNumKey, record.der)) return InsertResult::present;
+    if (holds(serNumKey, record.der)) return InsertResult::Present;
     Stored crt{toBytes(record.der),
-               {{bySerNum, serNumKey},
-                {bySbjDn, codeDigest(record.sbjDnHash)},
-                {byKeyId, rawKey(record.keyId)},
-                {byCrtHash, rawKey(record.crtHash)}}};
-    for (const DnFld& field : record.dnFlds) crt.keys.emplace_back(byField, fieldKey(field.type, field.value));
+               {{kBySerNum, serNumKey},
+                {kBySbjDn, codeDigest(record.sbjDnHash)},
+                {kByKeyId, rawKey(record.keyId)},
+                {kByCrtHash, rawKey(record.crtHash)}}};
+    for (const DnFld& field : record.dnFlds) crt.keys.emplace_back(kByField, fieldKey(field.type, field.value));
     const int64_t id = ++lastId_;
     for (const auto& [kind, key] : crt.keys) keys_[kind].emplace(key, -id);
     if (record.isCa) cas_.insert(id);
     crts_.emplace(id, std::move(crt));
-    return InsertResult::stored;
+    return InsertResult::Stored;
 }
 
 size_t DbCrtMem::insertSlice(std::span<const CrtRecord> records, const SliceEnd& atEnd,
@@ -95,7 +95,7 @@ size_t DbCrtMem::insertSlice(std::span<const CrtRecord> records, const SliceEnd&
     do {
         const std::string reason = refusalOf(records[done]);
         outcomes.push_back(reason.empty() ? InsertOutcome{insertCert(records[done]), {}}
-                                          : InsertOutcome{InsertResult::refused, reason});
+                                          : InsertOutcome{InsertResult::Refused, reason});
     } while (++done < records.size() && !atEnd());
     return done;
 }

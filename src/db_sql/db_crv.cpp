@@ -19,10 +19,10 @@ namespace crv {
 
 namespace {
 
-constexpr size_t maxDirectory = 255;
+constexpr size_t kMaxDirectory = 255;
 /// Files of the format before the additional identifiers, the imports and the CRL index.
-constexpr int oldFormatFiles = 6;
-constexpr size_t versionOctets = 4;
+constexpr int kOldFormatFiles = 6;
+constexpr size_t kVersionOctets = 4;
 
 bool accessible(const std::string& path, int mode) {
     return fileOps().access(path, mode) == 0;
@@ -42,7 +42,7 @@ bool buildDBDirectory(const std::string& path, std::string& directory) {
     std::string full = expandHome(path);
     if (full.empty()) return false;
     if (full.back() != '/') full += '/';
-    if (full.size() > maxDirectory) return false;
+    if (full.size() > kMaxDirectory) return false;
     directory = std::move(full);
     return true;
 }
@@ -76,45 +76,45 @@ int DbCrv::getFilesCount() const {
 DbState DbCrv::isDbCreated() {
     struct stat info {};
     if (fileOps().stat(directory_, &info) != 0) {
-        return errno == ENOENT || errno == ENOTDIR ? DbState::missing : DbState::noAccess;
+        return errno == ENOENT || errno == ENOTDIR ? DbState::Missing : DbState::NoAccess;
     }
-    if (!accessible(directory_, R_OK | X_OK)) return DbState::noAccess;
+    if (!accessible(directory_, R_OK | X_OK)) return DbState::NoAccess;
     if (!fileExists(createSemaforeName())) return stateOfFiles();
-    const DbGuard guard(*lock_, sharedLock);
+    const DbGuard guard(*lock_, kSharedLock);
     return stateOfFiles();
 }
 
 DbState DbCrv::stateOfFiles() const {
     const int count = getFilesCount();
     const bool all = count == static_cast<int>(m_dbFileNames.size());
-    if (count < 0) return DbState::noAccess;
-    if (count == 0) return DbState::missing;
-    const FileDescriptor version(fileOps().open(pathOf(versionFileName), O_RDONLY));
+    if (count < 0) return DbState::NoAccess;
+    if (count == 0) return DbState::Missing;
+    const FileDescriptor version(fileOps().open(pathOf(kVersionFileName), O_RDONLY));
     if (!version.valid()) {
-        if (all) return DbState::noAccess;
-        return count == oldFormatFiles ? DbState::otherVersion : DbState::incomplete;
+        if (all) return DbState::NoAccess;
+        return count == kOldFormatFiles ? DbState::OtherVersion : DbState::Incomplete;
     }
-    std::array<char, versionOctets> text{};
+    std::array<char, kVersionOctets> text{};
     const ssize_t n = readUpTo(version.get(), text.data(), text.size(), 0);
-    if (n <= 0 || std::string_view(text.data(), static_cast<size_t>(n)) != versionText) return DbState::otherVersion;
-    return all ? DbState::complete : DbState::incomplete;
+    if (n <= 0 || std::string_view(text.data(), static_cast<size_t>(n)) != kVersionText) return DbState::OtherVersion;
+    return all ? DbState::Complete : DbState::Incomplete;
 }
 
 void DbCrv::makeFiles() {
-    for (const TableLayout* layout : certificateTables) {
+    for (const TableLayout* layout : kCertificateTables) {
         DataBase table;
-        if (table.create(pathOf(layout->file), layout->numIndexes, layout->descs.data()) != dbOk) {
+        if (table.create(pathOf(layout->file), layout->numIndexes, layout->descs.data()) != kDbOk) {
             throw std::runtime_error(std::string(layout->createError));
         }
     }
-    writeFile(pathOf(importsFileName), {});
+    writeFile(pathOf(kImportsFileName), {});
     CrlFileGuard(directory_).create();
-    writeFile(pathOf(versionFileName), asBytes(versionText));
+    writeFile(pathOf(kVersionFileName), asBytes(kVersionText));
 }
 
 void DbCrv::removeFiles() {
     for (const std::string_view name : m_dbFileNames) fileOps().unlink(pathOf(name));
-    fileOps().unlink(pathOf(crlIndexTagName));
+    fileOps().unlink(pathOf(kCrlIndexTagName));
 }
 
 void DbCrv::create() {
@@ -122,10 +122,10 @@ void DbCrv::create() {
     if (!createDirectoryPath(directory_)) refuseCreation();
     const bool hadLock = fileExists(createSemaforeName());
     try {
-        const DbGuard guard(*lock_, exclusiveLock);
+        const DbGuard guard(*lock_, kExclusiveLock);
         const DbState state = stateOfFiles();
-        if (state == DbState::complete) return;
-        if (state != DbState::missing || !lock_->setMark(DbMark::creating)) refuseCreation();
+        if (state == DbState::Complete) return;
+        if (state != DbState::Missing || !lock_->setMark(DbMark::Creating)) refuseCreation();
         try {
             makeFiles();
         } catch (...) {
@@ -151,16 +151,16 @@ void DbCrv::copyDb(const std::string& destination) {
         FileId::of(from) == FileId::of(to)) {
         return;  // a copy onto itself would empty the files
     }
-    const DbGuard guard(*lock_, sharedLock);
+    const DbGuard guard(*lock_, kSharedLock);
     for (const std::string_view name : m_dbFileNames) copyDbFile(pathOf(name), target + std::string(name));
 }
 
 bool DbCrv::mend(DbMark mark, const std::vector<std::string>& names) {
-    if (mark == DbMark::creating) {
+    if (mark == DbMark::Creating) {
         removeFiles();
         return getFilesCount() == 0;
     }
-    if (mark == DbMark::swapping) {
+    if (mark == DbMark::Swapping) {
         return std::all_of(names.begin(), names.end(),
                            [&](const std::string& name) { return swapRebuilt(pathOf(name)); });
     }
@@ -168,13 +168,13 @@ bool DbCrv::mend(DbMark mark, const std::vector<std::string>& names) {
 }
 
 bool DbCrv::mendChange() {
-    for (const TableLayout* layout : allTables) {
+    for (const TableLayout* layout : kAllTables) {
         const std::string table = pathOf(layout->file);
         // This table is made on the way, without a mark; one without a head holds nothing yet and is made again.
-        if (layout == &netCertTimeTb && DataFile().open(table + dataExtension) != dbOk) {
-            for (const char* extension : {indexExtension, dataExtension}) fileOps().unlink(table + extension);
+        if (layout == &netCertTimeTb && DataFile().open(table + kDataExtension) != kDbOk) {
+            for (const char* extension : {kIndexExtension, kDataExtension}) fileOps().unlink(table + extension);
         }
-        if (fileExists(table + dataExtension) && !mendTable(table)) return false;
+        if (fileExists(table + kDataExtension) && !mendTable(table)) return false;
     }
     if (removeDangling() < 0) return false;
     CrlFileGuard crls(directory_);
@@ -185,13 +185,13 @@ bool DbCrv::mendChange() {
 int64_t DbCrv::removeDangling() {
     DanglingRecords dangling(directory_);
     int64_t count = 0;
-    for (const TableLayout* layout : sideTables) {
+    for (const TableLayout* layout : kSideTables) {
         std::vector<int64_t> records;
         if (!dangling.find(*layout, records)) return -1;
         DataFile data;
-        if (!records.empty() && data.open(pathOf(layout->file) + dataExtension) != dbOk) return -1;
+        if (!records.empty() && data.open(pathOf(layout->file) + kDataExtension) != kDbOk) return -1;
         for (const int64_t recNo : records) {
-            if (data.remove(recNo) != dbOk) return -1;
+            if (data.remove(recNo) != kDbOk) return -1;
         }
         count += static_cast<int64_t>(records.size());
     }

@@ -14,11 +14,11 @@ namespace crv {
 
 /// What isDbCreated() found; the values are the library's status codes.
 enum class DbState : int {
-    complete = 0,
-    incomplete = 2,
-    otherVersion = 46,  ///< of an older format, or a version marker that is none
-    missing = 47,
-    noAccess = 49
+    Complete = 0,
+    Incomplete = 2,
+    OtherVersion = 46,  ///< of an older format, or a version marker that is none
+    Missing = 47,
+    NoAccess = 49
 };
 
 /// Expands "~/" and ends the path with a slash. False for an empty path and for more than 255 characters.
@@ -39,7 +39,7 @@ class DbCrv {
     [[nodiscard]] const std::string& directory() const { return directory_; }
     [[nodiscard]] std::string pathOf(std::string_view name) const { return directory_ + std::string(name); }
     /// The path of the lock file.
-    [[nodiscard]] std::string createSemaforeName() const { return pathOf(lockFileName); }
+    [[nodiscard]] std::string createSemaforeName() const { return pathOf(kLockFileName); }
     /// The lock that every store of this connection uses.
     [[nodiscard]] DbLock& lock() { return *lock_; }
 

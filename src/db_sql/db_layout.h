@@ -9,17 +9,17 @@
 
 namespace crv {
 
-constexpr int16_t dbPageSize = 4096;
-constexpr int16_t recIdKeyLen = 17;     ///< record id: recNoEncode
-constexpr int16_t hashKeyLen = 41;      ///< codeDigest of 20 octets, or up to 40 raw octets
-constexpr int16_t emailKeyLen = 129;    ///< an e-mail address or a name of 128 octets
-constexpr int16_t dnFieldKeyLen = 130;  ///< field type octet and 128 octets of value
+constexpr int16_t kDbPageSize = 4096;
+constexpr int16_t kRecIdKeyLen = 17;     ///< record id: recNoEncode
+constexpr int16_t kHashKeyLen = 41;      ///< codeDigest of 20 octets, or up to 40 raw octets
+constexpr int16_t kEmailKeyLen = 129;    ///< an e-mail address or a name of 128 octets
+constexpr int16_t kDnFieldKeyLen = 130;  ///< field type octet and 128 octets of value
 
 /// Indexes by table, in their order.
-enum CrtIndex : int { crtBySerNum = 0, crtByEmail = 1, crtBySbjDn = 2 };
-enum DnIndex : int { dnByRecId = 0, dnByField = 1 };
-enum CaIndex : int { caByRecId = 0 };
-enum AddIndex : int { addByRecId = 0, addByKeyId = 1, addByCrtHash = 2 };
+enum CrtIndex : int { kCrtBySerNum = 0, kCrtByEmail = 1, kCrtBySbjDn = 2 };
+enum DnIndex : int { kDnByRecId = 0, kDnByField = 1 };
+enum CaIndex : int { kCaByRecId = 0 };
+enum AddIndex : int { kAddByRecId = 0, kAddByKeyId = 1, kAddByCrtHash = 2 };
 
 /// One table: the base name of its files, its indexes, and the texts of failures to open and to make it.
 struct TableLayout {
@@ -30,48 +30,50 @@ struct TableLayout {
     std::string_view createError;
 };
 
-inline constexpr TableLayout crtTb{"certific",
-                                   3,
-                                   {{{hashKeyLen, dbPageSize}, {emailKeyLen, dbPageSize}, {hashKeyLen, dbPageSize}}},
-                                   "DbCrtCrv::connect. Blad otwrcia tabeli crtTb",
-                                   "DbCrtCrv::create. Blad tworzenia tabeli crtTb"};
+inline constexpr TableLayout crtTb{
+    "certific",
+    3,
+    {{{kHashKeyLen, kDbPageSize}, {kEmailKeyLen, kDbPageSize}, {kHashKeyLen, kDbPageSize}}},
+    "DbCrtCrv::connect. Blad otwrcia tabeli crtTb",
+    "DbCrtCrv::create. Blad tworzenia tabeli crtTb"};
 inline constexpr TableLayout dnTb{"dnfld",
                                   2,
-                                  {{{recIdKeyLen, dbPageSize}, {dnFieldKeyLen, dbPageSize}}},
+                                  {{{kRecIdKeyLen, kDbPageSize}, {kDnFieldKeyLen, kDbPageSize}}},
                                   "DbCrtCrv::connect. Blad otwrcia tabeli dnTb",
                                   "DbCrtCrv::create. Blad tworzenia tabeli dnTb"};
 inline constexpr TableLayout caTb{"ca",
                                   1,
-                                  {{{recIdKeyLen, dbPageSize}}},
+                                  {{{kRecIdKeyLen, kDbPageSize}}},
                                   "DbCrtCrv::connect. Blad otwrcia tabeli caTb",
                                   "DbCrtCrv::create. Blad tworzenia tabeli caTb"};
-inline constexpr TableLayout addIdxTb{"addidx",
-                                      3,
-                                      {{{recIdKeyLen, dbPageSize}, {hashKeyLen, dbPageSize}, {hashKeyLen, dbPageSize}}},
-                                      "DbCrtCrv::connect. Blad otwrcia tabeli addIdxTb",
-                                      "DbCrtCrv::create. Blad tworzenia tabeli addIdxTb"};
+inline constexpr TableLayout addIdxTb{
+    "addidx",
+    3,
+    {{{kRecIdKeyLen, kDbPageSize}, {kHashKeyLen, kDbPageSize}, {kHashKeyLen, kDbPageSize}}},
+    "DbCrtCrv::connect. Blad otwrcia tabeli addIdxTb",
+    "DbCrtCrv::create. Blad tworzenia tabeli addIdxTb"};
 /// Made by whoever misses it. Body: seconds since 1970, 8 octets in host order.
 inline constexpr TableLayout netCertTimeTb{"netCertTime",
                                            1,
-                                           {{{emailKeyLen, dbPageSize}}},
+                                           {{{kEmailKeyLen, kDbPageSize}}},
                                            "DbCrtCrv::connect. Blad otwrcia tabeli netCertTimeTb",
                                            "DbCrtCrv::create. Blad tworzenia tabeli netCertTimeTb"};
 
 /// The tables that every database has.
-inline constexpr std::array certificateTables{&crtTb, &dnTb, &caTb, &addIdxTb};
+inline constexpr std::array kCertificateTables{&crtTb, &dnTb, &caTb, &addIdxTb};
 /// Those whose index 0 is the id of a certificate.
-inline constexpr std::array sideTables{&dnTb, &caTb, &addIdxTb};
-inline constexpr std::array allTables{&crtTb, &dnTb, &caTb, &addIdxTb, &netCertTimeTb};
+inline constexpr std::array kSideTables{&dnTb, &caTb, &addIdxTb};
+inline constexpr std::array kAllTables{&crtTb, &dnTb, &caTb, &addIdxTb, &netCertTimeTb};
 
-inline constexpr std::string_view lockFileName = "db.lck";
-inline constexpr std::string_view versionFileName = "version.txt";
-inline constexpr std::string_view versionText = "7";
-inline constexpr std::string_view importsFileName = "imports.dat";
-inline constexpr std::string_view crlIndexFileName = "crl_idx.asn";
-inline constexpr std::string_view crlIndexTagName = "crl_idx.chk";
-inline constexpr std::string_view crlExtension = ".crl";
-inline constexpr std::string_view tagExtension = ".chk";
-inline constexpr std::string_view backupExtension = ".bak";
-inline constexpr std::string_view rollbackLogName = "crl_rollback_log.txt";
+inline constexpr std::string_view kLockFileName = "db.lck";
+inline constexpr std::string_view kVersionFileName = "version.txt";
+inline constexpr std::string_view kVersionText = "7";
+inline constexpr std::string_view kImportsFileName = "imports.dat";
+inline constexpr std::string_view kCrlIndexFileName = "crl_idx.asn";
+inline constexpr std::string_view kCrlIndexTagName = "crl_idx.chk";
+inline constexpr std::string_view kCrlExtension = ".crl";
+inline constexpr std::string_view kTagExtension = ".chk";
+inline constexpr std::string_view kBackupExtension = ".bak";
+inline constexpr std::string_view kRollbackLogName = "crl_rollback_log.txt";
 
 }  // namespace crv

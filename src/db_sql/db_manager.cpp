@@ -38,8 +38,8 @@ void DbManager::connect() {
 
 void DbManager::fail(const char* name, const char* text) {
     lastFailure_ = std::string("Wyjatek w funkcji: DbManager::") + name + "()";
-    logLine(LogLevel::error, lastFailure_);
-    logLine(LogLevel::error, text);
+    logLine(LogLevel::Error, lastFailure_);
+    logLine(LogLevel::Error, text);
     lastFailure_.append("\n").append(text);
     connection_.reset();
 }
@@ -72,10 +72,10 @@ bool DbManager::openIfNeeded() {
 }
 
 int DbManager::isDbCreated() {
-    DbState state = DbState::incomplete;
+    DbState state = DbState::Incomplete;
     // This operation has no text of its own.
     return run("createDb", [&](DbConnection& db) { state = db.isDbCreated(); }) ? static_cast<int>(state)
-                                                                                : static_cast<int>(DbState::incomplete);
+                                                                                : static_cast<int>(DbState::Incomplete);
 }
 
 bool DbManager::createDb() {
@@ -146,8 +146,8 @@ DbStep DbManager::step(const char* name, const std::function<void(CrtStore&, con
             return false;
         });
     });
-    if (!done) return DbStep::failed;
-    return found ? DbStep::found : DbStep::end;
+    if (!done) return DbStep::Failed;
+    return found ? DbStep::Found : DbStep::End;
 }
 
 DbStep DbManager::top() {

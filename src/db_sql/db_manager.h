@@ -13,9 +13,9 @@ namespace crv {
 
 /// Answer of a step through the certificates.
 enum class DbStep {
-    found,
-    end,    ///< no certificate there; the current one stays
-    failed  ///< as for every other operation
+    Found,
+    End,    ///< no certificate there; the current one stays
+    Failed  ///< as for every other operation
 };
 
 /// One per library context; used by one thread at a time. Hides what kind the database is.

@@ -6,7 +6,7 @@
 namespace crv {
 
 std::string dnFldValue(std::string value) {
-    value.resize(std::min({value.size(), maxDnFldValue, value.find('\0')}));
+    value.resize(std::min({value.size(), kMaxDnFldValue, value.find('\0')}));
     return value;
 }
 

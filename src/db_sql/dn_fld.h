@@ -9,23 +9,23 @@ namespace crv {
 
 /// Type bytes of the fields.
 enum DnFldType : uint8_t {
-    dnCommonName = 'n',
-    dnOrganization = 'o',
-    dnOrganizationalUnit = 'u',
-    dnCountry = 'c',
-    dnSurname = 's',
-    dnGivenName = 'g',
-    dnLocality = 'l',
-    dnState = 'p',
-    dnTitle = 't',
-    dnSerialNumber = 'd',
-    dnDomainComponent = 'D',
-    dnOther = 'x',
-    dnEmail = 'e'  ///< 101: every e-mail address of the certificate, wherever it stands
+    kDnCommonName = 'n',
+    kDnOrganization = 'o',
+    kDnOrganizationalUnit = 'u',
+    kDnCountry = 'c',
+    kDnSurname = 's',
+    kDnGivenName = 'g',
+    kDnLocality = 'l',
+    kDnState = 'p',
+    kDnTitle = 't',
+    kDnSerialNumber = 'd',
+    kDnDomainComponent = 'D',
+    kDnOther = 'x',
+    kDnEmail = 'e'  ///< 101: every e-mail address of the certificate, wherever it stands
 };
 
 /// Octets of a value that take part in a search; longer values are cut on insertion and search alike.
-constexpr size_t maxDnFldValue = 128;
+constexpr size_t kMaxDnFldValue = 128;
 
 /// A field's type and its value in UTF-8.
 struct DnFld {

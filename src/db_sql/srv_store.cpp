@@ -27,7 +27,7 @@ void SrvStore::setLastImportNr(const std::string& name, long number) {
 }
 
 SrvCrv::SrvCrv(const std::string& directory, DbLock& lock)
-    : path_(directory + std::string(importsFileName)), lock_(&lock) {}
+    : path_(directory + std::string(kImportsFileName)), lock_(&lock) {}
 
 SrvStore::Numbers SrvCrv::load() const {
     Numbers numbers;
@@ -43,12 +43,12 @@ SrvStore::Numbers SrvCrv::load() const {
 }
 
 SrvStore::Numbers SrvCrv::read() {
-    const DbGuard guard(*lock_, sharedLock);
+    const DbGuard guard(*lock_, kSharedLock);
     return load();
 }
 
 void SrvCrv::change(const std::function<void(Numbers&)>& edit) {
-    const DbGuard guard(*lock_, exclusiveLock);
+    const DbGuard guard(*lock_, kExclusiveLock);
     Numbers numbers = load();
     edit(numbers);
     std::string content;

@@ -97,7 +97,7 @@ KeyManagerResult KeyManager::initProfile(int mode, bool readAdditional) {
     }
     loggedIn_ = result == kKmOk;
     if (result != kKmOk && result != kKmNoSeed) forget();
-    logLine(LogLevel::info, "KeyManager::initProfile. END " + std::to_string(result));
+    logLine(LogLevel::Info, "KeyManager::initProfile. END " + std::to_string(result));
     return result;
 }
 
@@ -109,7 +109,7 @@ KeyManagerResult KeyManager::openKeyStore(bool readAdditional) {
     if (result != kKmOk) return result;
     result = initRBGFromTheSeed();
     if (result != kKmOk) {
-        logLine(LogLevel::error, "KeyManager::initProfile. initRBGFromTheSeed return: " + std::to_string(result));
+        logLine(LogLevel::Error, "KeyManager::initProfile. initRBGFromTheSeed return: " + std::to_string(result));
         return result;
     }
     result = saveNewSeed();
@@ -143,7 +143,7 @@ KeyManagerResult KeyManager::loadKey(const SecretText& password) {
     if (const KeyManagerResult read = media().readFile(octets, missing); read != kKmOk) {
         const std::string path = configuration().securityFileName();
         if (read == kKmOpenFailed)
-            logLine(LogLevel::error, path.empty() ? "KeyManager::loadKey. parameter ATTR_PKCS12_FILE not defined"
+            logLine(LogLevel::Error, path.empty() ? "KeyManager::loadKey. parameter ATTR_PKCS12_FILE not defined"
                                                   : "KeyManager::loadKey. Could not open file " + path);
         return read;
     }
@@ -183,7 +183,7 @@ KeyManagerResult KeyManager::verifyConfiguration() {
     const int answer = context_->getPIN(PinSlot::SigningToken, pin);
     if (answer == kPinWrong) return kKmWrongPassword;
     if (answer != kPinOk) return kKmOk;
-    if (pin.empty()) logLine(LogLevel::info, "KeyManager::initProfile. crvCtx->getPIN sgnPIN is empty ");
+    if (pin.empty()) logLine(LogLevel::Info, "KeyManager::initProfile. crvCtx->getPIN sgnPIN is empty ");
     if (signedConfiguration_.empty()) return kKmOk;
 
     const PrivateKey* key = signingKey();

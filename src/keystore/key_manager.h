@@ -42,16 +42,16 @@ struct KeyGenHooks {
     std::function<bool()> beforeSave = {};
 };
 
-enum class RequestFormat { pem, der };
+enum class RequestFormat { Pem, Der };
 
 /// What a certification request is to be like.
 struct CrtRequestParams {
-    RequestFormat format = RequestFormat::pem;
+    RequestFormat format = RequestFormat::Pem;
     const DistinguishedName* subject = nullptr;  ///< null: chosen by the key manager
-    KeyScheme scheme = KeyScheme::rsa;           ///< of the request's signature
-    KcHashAlgo hash = KcHashAlgo::sha256;        ///< of the request's signature
+    KeyScheme scheme = KeyScheme::Rsa;           ///< of the request's signature
+    KcHashAlgo hash = KcHashAlgo::Sha256;        ///< of the request's signature
     /// Hash of the parameters of id-RSASSA-PSS that are written into the key's algorithm; none: rsaEncryption.
-    KcHashAlgo forcedPss = KcHashAlgo::none;
+    KcHashAlgo forcedPss = KcHashAlgo::None;
 };
 
 /// Bits of KeyManager::saveKey's flags.

@@ -18,7 +18,7 @@ constexpr unsigned kFewestRsaBits = 2048;
 
 /// The key's algorithm with the parameters that tie it to RSA-PSS with a hash (RFC 4055 1.2).
 AlgorithmIdentifier pssKeyAlgorithm(KcHashAlgo hash) {
-    return *signAlgorithm(KeyScheme::rsaPss, hash);
+    return *signAlgorithm(KeyScheme::RsaPss, hash);
 }
 
 uint32_t bitOf(KeyUsage::Bit bit) {
@@ -27,8 +27,8 @@ uint32_t bitOf(KeyUsage::Bit bit) {
 
 /// keyUsage of a certificate for a key's use.
 KeyUsage usageOf(KeyType use) {
-    const uint32_t signing = bitOf(KeyUsage::digitalSignature) | bitOf(KeyUsage::nonRepudiation);
-    const uint32_t encryption = bitOf(KeyUsage::keyEncipherment) | bitOf(KeyUsage::dataEncipherment);
+    const uint32_t signing = bitOf(KeyUsage::kDigitalSignature) | bitOf(KeyUsage::kNonRepudiation);
+    const uint32_t encryption = bitOf(KeyUsage::kEyEncipherment) | bitOf(KeyUsage::kDataEncipherment);
     const KeyRole role = roleOf(use);
     KeyUsage usage;
     usage.setNamedBits((shares(role, KeyRole::Signing) ? signing : 0) |
@@ -38,13 +38,13 @@ KeyUsage usageOf(KeyType use) {
 
 KeyManagerResult resultOf(CryptoFailure failure, bool rsa) {
     switch (failure) {
-        case CryptoFailure::cancelled:
+        case CryptoFailure::Cancelled:
             return kKmCancelled;
-        case CryptoFailure::noRandom:
-        case CryptoFailure::notSeeded:
+        case CryptoFailure::NoRandom:
+        case CryptoFailure::NotSeeded:
             return kKmNoSeed;
-        case CryptoFailure::unsupported:
-        case CryptoFailure::badParameter:
+        case CryptoFailure::Unsupported:
+        case CryptoFailure::BadParameter:
             return kKmAlgorithmNotSupported;
         default:
             return rsa ? kKmRsaFailed : kKmGenerationFailed;
@@ -101,13 +101,13 @@ KeyManagerResult KeyManager::generateRsaUserKey(KeyType use, uint64_t publicExpo
 }
 
 KeyManagerResult KeyManager::generateDsaUserKey(unsigned bits, const KeyGenHooks& hooks) {
-    return keepGenerated(KeyType::Signing, KeyScheme::dsa, hooks,
+    return keepGenerated(KeyType::Signing, KeyScheme::Dsa, hooks,
                          [&] { return PrivateKey::generateDsa(bits, random_, hooks.progress); });
 }
 
 KeyManagerResult KeyManager::generateECDsaUserKey(KeyType use, StdECId curve, bool explicitDomain,
                                                   const KeyGenHooks& hooks) {
-    return keepGenerated(use, KeyScheme::ecdsa, hooks,
+    return keepGenerated(use, KeyScheme::Ecdsa, hooks,
                          [&] { return PrivateKey::generateEc(curve, explicitDomain, random_); });
 }
 
@@ -128,7 +128,7 @@ KeyManagerResult KeyManager::prepareCrtRequest(KeyType use, const CrtRequestPara
     CertificationRequest request;
     request.info.subject = params.subject ? *params.subject : requestSubject();
     request.info.subjectPublicKeyInfo = SubjectPublicKeyInfo(key->publicKey());
-    if (params.forcedPss != KcHashAlgo::none)
+    if (params.forcedPss != KcHashAlgo::None)
         request.info.subjectPublicKeyInfo.algorithm = pssKeyAlgorithm(params.forcedPss);
     Extensions extensions;
     extensions.set(OID_CE_KEY_USAGE, usageOf(use), true);
@@ -141,7 +141,7 @@ KeyManagerResult KeyManager::prepareCrtRequest(KeyType use, const CrtRequestPara
     }
     Bytes der;
     if (!request.writeToVector(der)) return kKmNoMemory;
-    out = params.format == RequestFormat::pem ? requestPem(der) : der;
+    out = params.format == RequestFormat::Pem ? requestPem(der) : der;
     return kKmOk;
 }
 

@@ -31,9 +31,9 @@ const PrivateKey* KeyManager::encryptionKey() const {
 
 KeyScheme KeyManager::signingKeyType() const {
     const PrivateKey* key = signingKey();
-    if (!key || key->scheme() != KeyScheme::rsa) return key ? key->scheme() : KeyScheme::none;
+    if (!key || key->scheme() != KeyScheme::Rsa) return key ? key->scheme() : KeyScheme::None;
     const auto chosen = configuration().record().getSignatureAlgorithmIdentifier();
-    return chosen && chosen->algorithm == OID_RSA_PSS ? KeyScheme::rsaPss : KeyScheme::rsa;
+    return chosen && chosen->algorithm == OID_RSA_PSS ? KeyScheme::RsaPss : KeyScheme::Rsa;
 }
 
 KeyManagerResult KeyManager::addNewKey(KeyType use, const PrivateKey& key) {

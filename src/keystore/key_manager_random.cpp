@@ -46,7 +46,7 @@ using Digest = SecretArray<32>;
 
 Digest sha256(ByteView data) {
     Digest digest;
-    hashInto(KcHashAlgo::sha256, data, digest);
+    hashInto(KcHashAlgo::Sha256, data, digest);
     return digest;
 }
 
@@ -117,7 +117,7 @@ KeyManagerResult KeyManager::rbgFill(std::span<uint8_t> out) {
             hashRbg_->fill(out);
             return kKmOk;
         } catch (const CryptoError& error) {
-            if (reseeded || error.failure() != CryptoFailure::reseedRequired) throw;
+            if (reseeded || error.failure() != CryptoFailure::ReseedRequired) throw;
         }
         if (const KeyManagerResult result = initRBGFromTheSeed(); result != kKmOk) return result;
     }

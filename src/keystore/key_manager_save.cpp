@@ -39,7 +39,7 @@ KeyManagerResult KeyManager::mergeWithFile(const SecretText& password, KeyStoreC
     const KeyManagerResult read = media().readFile(octets, missing);
     if (missing) return kKmOk;
     if (read != kKmOk) return read;
-    if (file_ && hashOf(KcHashAlgo::sha256, octets) == file_->digest) return kKmOk;
+    if (file_ && hashOf(KcHashAlgo::Sha256, octets) == file_->digest) return kKmOk;
 
     LoadedSecurityFile loaded;
     KeyStoreContents theirs;

@@ -12,7 +12,7 @@ KeyManagerResult KeyManager::verifySignedData(ByteView signedData, const PublicK
         return kKmBadFormat;
     const auto octets = data.content();
     if (!octets) return kKmBadFormat;
-    if (data.verify(signer) != SignatureCheck::good) return kKmBadSignature;
+    if (data.verify(signer) != SignatureCheck::Good) return kKmBadSignature;
     content = *octets;
     return kKmOk;
 }

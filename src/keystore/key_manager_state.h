@@ -12,7 +12,7 @@ inline constexpr const char* kKeyManagerPlace = "src/src/keymgr";
 /// The security file as it was last read or written: the ancestor for a merge.
 struct KeyManager::FileState {
     FileState(ByteView octets, KeyStoreContents held, SecretText text)
-        : digest(hashOf(KcHashAlgo::sha256, octets)), contents(std::move(held)), password(std::move(text)) {}
+        : digest(hashOf(KcHashAlgo::Sha256, octets)), contents(std::move(held)), password(std::move(text)) {}
 
     Bytes digest;
     KeyStoreContents contents;

@@ -36,7 +36,7 @@ bool isSelfSigned(const SignedCertificate& certificate) {
 bool isWeak(const SignedCertificate& certificate) {
     const auto algorithm = readSignAlgorithm(certificate.signatureAlgorithm);
     const PublicKey key = certificate.keyInfo().publicKey();
-    return (algorithm && algorithm->hash == KcHashAlgo::md5) || (isRsa(key.scheme()) && key.bits() < kLeastRsaBits);
+    return (algorithm && algorithm->hash == KcHashAlgo::Md5) || (isRsa(key.scheme()) && key.bits() < kLeastRsaBits);
 }
 
 }  // namespace

@@ -29,10 +29,10 @@ class DiskFileMedia final : public FileMedia {
 
     KeyManagerResult readFile(Bytes& octets, bool& missing) override { return readKeyFile(path_, octets, missing); }
     KeyManagerResult writeFile(ByteView octets) override {
-        switch (writeFileAtomically(path_, octets, {.mode = WriteMode::secret}).failed) {
-            case WriteStep::none:
+        switch (writeFileAtomically(path_, octets, {.mode = WriteMode::Secret}).failed) {
+            case WriteStep::None:
                 return kKmOk;
-            case WriteStep::open:
+            case WriteStep::Open:
                 return kKmOpenFailed;
             default:
                 return kKmWriteFailed;

@@ -75,7 +75,7 @@ class TarvoMedia final : public KeyStoreMedia {
     KeyManagerResult deviceRandom(std::span<uint8_t> out) override {
         if (library_.loaded() && library_->DtGetRBGSamples(out.data(), static_cast<unsigned>(out.size())) == kDtOk)
             return kKmOk;
-        logLine(LogLevel::error, "KeyManager::rbgFill: DtGetRBGSamples nie powiodlo sie");
+        logLine(LogLevel::Error, "KeyManager::rbgFill: DtGetRBGSamples nie powiodlo sie");
         noteLastError();
         return kKmDeviceError;
     }

@@ -23,10 +23,10 @@ struct ResultRow {
 
 KeyManagerResult resultOf(PfxResult result) {
     static constexpr ResultRow kRows[] = {
-        {PfxResult::ok, kKmOk},
-        {PfxResult::macMismatch, kKmWrongPassword},
-        {PfxResult::malformed, kKmBadFormat},
-        {PfxResult::noMemory, kKmNoMemory},
+        {PfxResult::Ok, kKmOk},
+        {PfxResult::MacMismatch, kKmWrongPassword},
+        {PfxResult::Malformed, kKmBadFormat},
+        {PfxResult::NoMemory, kKmNoMemory},
     };
     for (const ResultRow& row : kRows)
         if (row.from == result) return row.to;
@@ -76,7 +76,7 @@ KeyManagerResult takeKey(PfxContents::Key& bag, LoadedSecurityFile& out) {
             out.keys.push_back({key, bag.key.keyUsage(), bag.key.otherAttributes(), bag.attributes});
         return kKmOk;
     } catch (const CryptoError& error) {
-        return error.failure() == CryptoFailure::unsupported ? kKmUnknownKeyAlgorithm : kKmBadFormat;
+        return error.failure() == CryptoFailure::Unsupported ? kKmUnknownKeyAlgorithm : kKmBadFormat;
     }
 }
 
@@ -138,7 +138,7 @@ uint32_t useOf(KeyRole role) {
 void addKeys(const KeyStoreContents& contents, Pfx& pfx) {
     for (const StoredKey& stored : contents.keys) {
         PrivateKeyInfo info;
-        if (!info.readExactly(stored.key.toPkcs8())) throw CryptoError(CryptoFailure::internal, "PKCS#8");
+        if (!info.readExactly(stored.key.toPkcs8())) throw CryptoError(CryptoFailure::Internal, "PKCS#8");
         info.addAttributes(stored.attributes);
         info.setKeyUsage(useOf(stored.role));
         pfx.update(info, stored.key.keyId(), stored.bagAttributes);
@@ -158,7 +158,7 @@ void addCertificates(const KeyStoreContents& contents, Pfx& pfx) {
 void addOthers(const KeyStoreContents& contents, Pfx& pfx) {
     for (const SecretBytes& encoding : contents.others) {
         SafeBag bag;
-        if (!bag.readExactly(encoding)) throw CryptoError(CryptoFailure::internal, "SafeBag");
+        if (!bag.readExactly(encoding)) throw CryptoError(CryptoFailure::Internal, "SafeBag");
         pfx.update(std::move(bag));
     }
 }
@@ -173,7 +173,7 @@ KeyManagerResult readSecurityFile(ByteView octets, const SecretText& password, b
         const auto pbe = pbePassword(password);
         if (!pbe) return kKmWrongPassword;
         PfxContents contents;
-        if (const PfxResult result = pfx.getContents(*pbe, contents); result != PfxResult::ok) return resultOf(result);
+        if (const PfxResult result = pfx.getContents(*pbe, contents); result != PfxResult::Ok) return resultOf(result);
         LoadedSecurityFile loaded;
         const KeyManagerResult result = sortContents(contents, withSecrets, loaded);
         if (result == kKmOk) out = std::move(loaded);
@@ -193,8 +193,8 @@ KeyManagerResult buildSecurityFile(const KeyStoreContents& contents, const Secre
         if (contents.configuration) pfx.update(OID_CRV_SAFE_BAG_CONFIG, *contents.configuration);
         if (contents.configuration && contents.seed) pfx.update(OID_CRV_SAFE_BAG_SEED, ASNoctstr(*contents.seed));
         const SecretBytes unicode = Pfx::convertToUTF16BE(password.view());
-        const PfxResult sealed = pfx.final(PbeAlgo::sha1TripleDesCbc, true, unicode, salt.data(), salt.size());
-        return sealed == PfxResult::ok && pfx.writeToVector(octets) ? kKmOk : kKmNoMemory;
+        const PfxResult sealed = pfx.final(PbeAlgo::Sha1TripleDesCbc, true, unicode, salt.data(), salt.size());
+        return sealed == PfxResult::Ok && pfx.writeToVector(octets) ? kKmOk : kKmNoMemory;
     } catch (const CryptoError&) {
         return kKmNoMemory;
     } catch (const std::bad_alloc&) {

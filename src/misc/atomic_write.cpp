@@ -13,11 +13,11 @@ namespace crv {
 
 namespace {
 
-constexpr int maxLinks = 40;
-constexpr int maxTries = 1000;
-constexpr mode_t secretMode = 0600;
-constexpr mode_t commonMode = 0644;
-constexpr mode_t permissionBits = 0777;
+constexpr int kMaxLinks = 40;
+constexpr int kMaxTries = 1000;
+constexpr mode_t kSecretMode = 0600;
+constexpr mode_t kCommonMode = 0644;
+constexpr mode_t kPermissionBits = 0777;
 
 WriteResult failed(WriteStep step) {
     return {step, errno};
@@ -25,7 +25,7 @@ WriteResult failed(WriteStep step) {
 
 /// Follows symbolic links by hand, so that a link whose target does not exist yet leads to the target's name.
 bool resolve(std::string& path) {
-    for (int i = 0; i < maxLinks; ++i) {
+    for (int i = 0; i < kMaxLinks; ++i) {
         struct stat info {};
         if (fileOps().lstat(path, &info) != 0) return errno == ENOENT;
         if (!S_ISLNK(info.st_mode)) return true;
@@ -42,9 +42,9 @@ class TemporaryFile {
   public:
     explicit TemporaryFile(const std::string& folder) {
         static std::atomic<unsigned> counter{0};
-        for (int i = 0; i < maxTries && !fd_.valid(); ++i) {
+        for (int i = 0; i < kMaxTries && !fd_.valid(); ++i) {
             path_ = folder + ".crv-" + std::to_string(::getpid()) + "-" + std::to_string(counter++) + ".tmp";
-            fd_.reset(fileOps().open(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, secretMode));
+            fd_.reset(fileOps().open(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, kSecretMode));
             if (!fd_.valid() && errno != EEXIST) break;
         }
         exists_ = fd_.valid();
@@ -72,9 +72,9 @@ class TemporaryFile {
 };
 
 bool setRights(int fd, const struct stat* old, WriteMode mode) {
-    mode_t rights = mode == WriteMode::keepOrCommon ? commonMode : secretMode;
+    mode_t rights = mode == WriteMode::KeepOrCommon ? kCommonMode : kSecretMode;
     if (old != nullptr) {
-        if (mode != WriteMode::secret) rights = old->st_mode & permissionBits;
+        if (mode != WriteMode::Secret) rights = old->st_mode & kPermissionBits;
         // Without the right to give the file away it stays ours; a group that we cannot set must not gain rights.
         if (fileOps().fchown(fd, old->st_uid, old->st_gid) != 0 &&
             fileOps().fchown(fd, static_cast<uid_t>(-1), old->st_gid) != 0) {
@@ -87,11 +87,11 @@ bool setRights(int fd, const struct stat* old, WriteMode mode) {
 /// Pipes and devices take the octets as they come; a regular file is cut to its new length and synced.
 WriteResult writeInto(const std::string& path, ByteView content, mode_t mode, bool regular) {
     const FileDescriptor fd(fileOps().open(path, regular ? O_WRONLY | O_CREAT : O_WRONLY, mode));
-    if (!fd.valid()) return failed(WriteStep::open);
-    if (!writeAll(fd.get(), content.data(), content.size(), regular ? 0 : -1)) return failed(WriteStep::write);
+    if (!fd.valid()) return failed(WriteStep::Open);
+    if (!writeAll(fd.get(), content.data(), content.size(), regular ? 0 : -1)) return failed(WriteStep::Write);
     if (!regular) return {};
     if (fileOps().ftruncate(fd.get(), static_cast<int64_t>(content.size())) != 0 || fileOps().fsync(fd.get()) != 0) {
-        return failed(WriteStep::write);
+        return failed(WriteStep::Write);
     }
     return {};
 }
@@ -101,23 +101,23 @@ bool folderRefuses(int error) {
 }
 
 WriteResult write(std::string path, ByteView content, const WriteOptions& options) {
-    if (!resolve(path)) return failed(WriteStep::open);
+    if (!resolve(path)) return failed(WriteStep::Open);
     struct stat info {};
     const bool exists = fileOps().stat(path, &info) == 0;
-    const mode_t newMode = options.mode == WriteMode::keepOrCommon ? commonMode : secretMode;
+    const mode_t newMode = options.mode == WriteMode::KeepOrCommon ? kCommonMode : kSecretMode;
     if (exists && !S_ISREG(info.st_mode)) return writeInto(path, content, newMode, false);
 
     TemporaryFile temporary(folderOf(path));
     if (!temporary.exists()) {
         if (options.inPlaceFallback && folderRefuses(errno)) return writeInto(path, content, newMode, true);
-        return failed(WriteStep::open);
+        return failed(WriteStep::Open);
     }
     if (!setRights(temporary.fd(), exists ? &info : nullptr, options.mode) ||
         !writeAll(temporary.fd(), content.data(), content.size(), 0) || fileOps().fsync(temporary.fd()) != 0 ||
         !temporary.renameTo(path)) {
-        return failed(WriteStep::write);
+        return failed(WriteStep::Write);
     }
-    if (!syncFolder(folderOf(path))) logLine(LogLevel::warning, "folder not synced after writing " + path);
+    if (!syncFolder(folderOf(path))) logLine(LogLevel::Warning, "folder not synced after writing " + path);
     return {};
 }
 
@@ -136,14 +136,14 @@ bool syncFolder(const std::string& folder) {
 bool copyRights(const std::string& from, const std::string& to) {
     struct stat info {};
     const FileDescriptor fd(fileOps().open(to, O_RDONLY));
-    return fd.valid() && fileOps().stat(from, &info) == 0 && setRights(fd.get(), &info, WriteMode::keepOrCommon);
+    return fd.valid() && fileOps().stat(from, &info) == 0 && setRights(fd.get(), &info, WriteMode::KeepOrCommon);
 }
 
 WriteResult writeFileAtomically(const std::string& path, ByteView content, const WriteOptions& options) noexcept {
     try {
         return write(path, content, options);
     } catch (const std::exception&) {  // no memory for a path
-        return {WriteStep::write, ENOMEM};
+        return {WriteStep::Write, ENOMEM};
     }
 }
 

@@ -9,22 +9,22 @@ namespace crv {
 
 /// Access rights of the written file.
 enum class WriteMode {
-    secret,        ///< always 0600 (keys), with the owner of the old file
-    keepOrSecret,  ///< mode and owner of the old file; 0600 when there was none
-    keepOrCommon   ///< mode and owner of the old file; 0644 when there was none
+    Secret,        ///< always 0600 (keys), with the owner of the old file
+    KeepOrSecret,  ///< mode and owner of the old file; 0600 when there was none
+    KeepOrCommon   ///< mode and owner of the old file; 0644 when there was none
 };
 
-enum class WriteStep { none, open, write };
+enum class WriteStep { None, Open, Write };
 
 /// The step that failed and the errno it left; WriteStep::none is success.
 struct [[nodiscard]] WriteResult {
-    WriteStep failed = WriteStep::none;
+    WriteStep failed = WriteStep::None;
     int error = 0;
-    explicit operator bool() const { return failed == WriteStep::none; }
+    explicit operator bool() const { return failed == WriteStep::None; }
 };
 
 struct WriteOptions {
-    WriteMode mode = WriteMode::keepOrCommon;
+    WriteMode mode = WriteMode::KeepOrCommon;
     /// Where the folder admits no new file: rewrite the file itself. A failure then may leave a part.
     bool inPlaceFallback = false;
 };

@@ -90,14 +90,14 @@ Base64Reader::Letter Base64Reader::nextLetter(uint8_t& value) {
         source_.consume(1);
         octet = source_.peek();
     }
-    if (octet == kEnd) return armour_ == Base64Armour::none ? Letter::end : Letter::wrong;
-    if (octet < 0) return Letter::wrong;
-    if (octet == '-' && armour_ == Base64Armour::pem) return takeEndLine() ? Letter::end : Letter::wrong;
+    if (octet == kEnd) return armour_ == Base64Armour::None ? Letter::End : Letter::Wrong;
+    if (octet < 0) return Letter::Wrong;
+    if (octet == '-' && armour_ == Base64Armour::Pem) return takeEndLine() ? Letter::End : Letter::Wrong;
     source_.consume(1);
-    if (octet == '=') return Letter::padding;
+    if (octet == '=') return Letter::Padding;
     const int letter = kValues[size_t(octet)];
     value = uint8_t(letter);
-    return letter < 0 ? Letter::wrong : Letter::value;
+    return letter < 0 ? Letter::Wrong : Letter::Value;
 }
 
 /// Decodes four letters. Returns the number of octets, 0 at the end, -1 when the text is malformed.
@@ -107,23 +107,23 @@ int Base64Reader::decodeGroup(std::array<uint8_t, 3>& out) {
     for (int i = 0; i < 4; ++i) {
         uint8_t value = 0;
         const Letter letter = nextLetter(value);
-        if (letter == Letter::end) return i == 0 ? 0 : -1;
+        if (letter == Letter::End) return i == 0 ? 0 : -1;
         const bool afterPadding = letters < i;
-        if (letter == Letter::wrong || (letter == Letter::padding ? i < 2 : afterPadding)) return -1;
-        if (letter == Letter::value) ++letters;
+        if (letter == Letter::Wrong || (letter == Letter::Padding ? i < 2 : afterPadding)) return -1;
+        if (letter == Letter::Value) ++letters;
         group = group << 6 | value;
     }
     out = {uint8_t(group >> 16), uint8_t(group >> 8), uint8_t(group)};
     if (letters < 4) {
         uint8_t value = 0;
         ended_ = true;
-        if (nextLetter(value) != Letter::end) return -1;
+        if (nextLetter(value) != Letter::End) return -1;
     }
     return letters - 1;
 }
 
 long Base64Reader::readSome(uint8_t* out, size_t count) {
-    if (!begun_ && armour_ == Base64Armour::pem && !findBlock()) return -1;
+    if (!begun_ && armour_ == Base64Armour::Pem && !findBlock()) return -1;
     long done = 0;
     while (!ended_ && size_t(done) + 3 <= count) {
         std::array<uint8_t, 3> group{};
@@ -177,7 +177,7 @@ std::string toPem(std::string_view label, ByteView octets) {
 
 std::optional<Bytes> fromPem(std::string_view text, std::string* label) {
     MemoryFile source(asBytes(text));
-    Base64Reader reader(source, Base64Armour::pem);
+    Base64Reader reader(source, Base64Armour::Pem);
     if (!reader.findBlock()) return std::nullopt;
     if (label != nullptr) *label = reader.label();
     return readAll(reader);

@@ -11,14 +11,14 @@
 namespace crv {
 
 /// Whether the text is plain Base64 or stands between "-----BEGIN x-----" and "-----END x-----" lines.
-enum class Base64Armour { none, pem };
+enum class Base64Armour { None, Pem };
 
 /// Reads the octets that another stream holds in Base64. White space between the letters is skipped; any other
 /// character, wrong padding or an END line with another label is a failure of the stream. Of a PEM text it takes the
 /// source up to and with the END line, so the next block can be read from the same source by another object.
 class Base64Reader final : public BufferedFile {
   public:
-    explicit Base64Reader(GenericFile& source, Base64Armour armour = Base64Armour::none)
+    explicit Base64Reader(GenericFile& source, Base64Armour armour = Base64Armour::None)
         : source_(source), armour_(armour) {}
 
     /// Skips text up to the next BEGIN line and takes that. False when there is none. Called by the first reading when
@@ -28,7 +28,7 @@ class Base64Reader final : public BufferedFile {
     [[nodiscard]] const std::string& label() const { return label_; }
 
   private:
-    enum class Letter { value, padding, end, wrong };
+    enum class Letter { Value, Padding, End, Wrong };
 
     [[nodiscard]] long readSome(uint8_t* out, size_t count) override;
     [[nodiscard]] Letter nextLetter(uint8_t& value);

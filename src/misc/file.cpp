@@ -13,13 +13,13 @@ bool File::create(const std::string& path, mode_t mode) {
     close();
     fd_.reset(fileOps().open(path, O_RDWR | O_CREAT | O_TRUNC, mode));
     struct stat info {};
-    if (!fd_.valid() || fileOps().fstat(fd_.get(), &info) != 0) return close(), fail(FileStatus::ioFailure);
+    if (!fd_.valid() || fileOps().fstat(fd_.get(), &info) != 0) return close(), fail(FileStatus::IoFailure);
     path_ = path;
     id_ = FileId::of(info);
     length_ = info.st_size;
     inUse_ = writable_ = true;
     reused_ = tornTail_ = false;
-    status_ = FileStatus::ok;
+    status_ = FileStatus::Ok;
     return true;
 }
 
@@ -29,7 +29,7 @@ bool File::takeParked(const std::string& path) {
     if (fileOps().stat(path, &info) != 0 || !(FileId::of(info) == id_)) return false;
     length_ = info.st_size;
     inUse_ = reused_ = true;
-    status_ = FileStatus::ok;
+    status_ = FileStatus::Ok;
     return true;
 }
 
@@ -42,20 +42,20 @@ bool File::open(const std::string& path) {
     struct stat info {};
     if (!fd_.valid() || fileOps().fstat(fd_.get(), &info) != 0 || !S_ISREG(info.st_mode)) {
         close();
-        return fail(FileStatus::ioFailure);
+        return fail(FileStatus::IoFailure);
     }
     path_ = path;
     id_ = FileId::of(info);
     length_ = info.st_size;
     inUse_ = true;
     tornTail_ = false;
-    status_ = FileStatus::ok;
+    status_ = FileStatus::Ok;
     return true;
 }
 
 void File::park() {
     inUse_ = false;
-    status_ = FileStatus::notOpen;
+    status_ = FileStatus::NotOpen;
 }
 
 void File::close() {
@@ -65,20 +65,20 @@ void File::close() {
 }
 
 ssize_t File::readSome(int64_t position, void* buffer, size_t size) {
-    if (!inUse_) return fail(FileStatus::notOpen), -1;
+    if (!inUse_) return fail(FileStatus::NotOpen), -1;
     const ssize_t n = position < 0 ? -1 : readUpTo(fd_.get(), buffer, size, position);
-    if (n < 0) fail(FileStatus::ioFailure);
+    if (n < 0) fail(FileStatus::IoFailure);
     return n;
 }
 
 bool File::readAt(int64_t position, void* buffer, size_t size) {
     const ssize_t n = readSome(position, buffer, size);
-    return n == static_cast<ssize_t>(size) || (n >= 0 && fail(FileStatus::ioFailure));
+    return n == static_cast<ssize_t>(size) || (n >= 0 && fail(FileStatus::IoFailure));
 }
 
 bool File::writeAt(int64_t position, ByteView data) {
-    if (!inUse_) return fail(FileStatus::notOpen);
-    if (position < 0 || !writeAll(fd_.get(), data.data(), data.size(), position)) return fail(FileStatus::ioFailure);
+    if (!inUse_) return fail(FileStatus::NotOpen);
+    if (position < 0 || !writeAll(fd_.get(), data.data(), data.size(), position)) return fail(FileStatus::IoFailure);
     length_ = std::max(length_, position + static_cast<int64_t>(data.size()));
     return true;
 }
@@ -97,15 +97,15 @@ int64_t File::allocate(size_t n) {
 }
 
 bool File::truncate(int64_t length) {
-    if (!inUse_) return fail(FileStatus::notOpen);
-    if (fileOps().ftruncate(fd_.get(), length) != 0) return fail(FileStatus::ioFailure);
+    if (!inUse_) return fail(FileStatus::NotOpen);
+    if (fileOps().ftruncate(fd_.get(), length) != 0) return fail(FileStatus::IoFailure);
     length_ = length;
     return true;
 }
 
 bool File::sync() {
-    if (!inUse_) return fail(FileStatus::notOpen);
-    return fileOps().fsync(fd_.get()) == 0 || fail(FileStatus::ioFailure);
+    if (!inUse_) return fail(FileStatus::NotOpen);
+    return fileOps().fsync(fd_.get()) == 0 || fail(FileStatus::IoFailure);
 }
 
 }  // namespace crv

@@ -9,7 +9,7 @@
 namespace crv {
 
 /// What went wrong last with a file of a table.
-enum class FileStatus : int { ok = 0, ioFailure = 1, noMemory = 2, notOpen = 3, badMagic = 4 };
+enum class FileStatus : int { Ok = 0, IoFailure = 1, NoMemory = 2, NotOpen = 3, BadMagic = 4 };
 
 /// An open file with positioned access. Not thread-safe. Every failing operation sets the status.
 ///
@@ -65,7 +65,7 @@ class File {
     bool reused_ = false;
     bool writable_ = false;
     bool tornTail_ = false;
-    FileStatus status_ = FileStatus::notOpen;
+    FileStatus status_ = FileStatus::NotOpen;
 };
 
 }  // namespace crv

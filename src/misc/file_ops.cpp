@@ -119,11 +119,11 @@ int FileOps::lock(int fd, short type, bool wait) {
 
 int FileOps::gate(int fd, bool take) {
     // Network file systems make a record lock of it; user-space ones may.
-    constexpr std::array<unsigned long, 5> elsewhere{NFS_SUPER_MAGIC, SMB_SUPER_MAGIC, CIFS_SUPER_MAGIC,
-                                                     SMB2_SUPER_MAGIC, FUSE_SUPER_MAGIC};
+    constexpr std::array<unsigned long, 5> kElsewhere{NFS_SUPER_MAGIC, SMB_SUPER_MAGIC, CIFS_SUPER_MAGIC,
+                                                      SMB2_SUPER_MAGIC, FUSE_SUPER_MAGIC};
     struct statfs info {};
     if (::fstatfs(fd, &info) != 0) return -1;
-    if (std::find(elsewhere.begin(), elsewhere.end(), static_cast<unsigned long>(info.f_type)) != elsewhere.end())
+    if (std::find(kElsewhere.begin(), kElsewhere.end(), static_cast<unsigned long>(info.f_type)) != kElsewhere.end())
         return 0;
     return ::flock(fd, take ? LOCK_EX : LOCK_UN);
 }

@@ -25,7 +25,7 @@ struct Holder {
     short type;
 };
 
-constexpr std::chrono::milliseconds endingCheckPeriod{100};
+constexpr std::chrono::milliseconds kEndingCheckPeriod{100};
 
 std::atomic<bool> ending{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "set in signal handlers");
@@ -141,7 +141,7 @@ bool processEnding() noexcept {
 FileSemaphore::FileSemaphore(std::string path, bool disabled) : path_(std::move(path)), disabled_(disabled) {}
 
 FileSemaphore::~FileSemaphore() {
-    if (held() && v() == 0) logLine(LogLevel::error, "lock not released: " + path_);
+    if (held() && v() == 0) logLine(LogLevel::Error, "lock not released: " + path_);
 }
 
 int FileSemaphore::p(int mode) {
@@ -154,8 +154,8 @@ int FileSemaphore::pCond(int mode) {
 
 int FileSemaphore::acquire(int mode, bool wait) {
     if (disabled_) return 1;
-    if (held() || path_.size() > maxPath) return 0;
-    const short type = mode == sharedLock ? F_RDLCK : F_WRLCK;
+    if (held() || path_.size() > kMaxPath) return 0;
+    const short type = mode == kSharedLock ? F_RDLCK : F_WRLCK;
     Registry& registry = Registry::instance();
     std::unique_lock guard(registry.mutex);
     for (;;) {
@@ -163,7 +163,7 @@ int FileSemaphore::acquire(int mode, bool wait) {
         if (file == nullptr) return 0;
         if (file->asking || conflicts(*file, type)) {
             if (!wait || processEnding()) return registry.closeIfUnused(file), 0;
-            registry.changed.wait_for(guard, endingCheckPeriod);
+            registry.changed.wait_for(guard, kEndingCheckPeriod);
             continue;
         }
         if (!strongEnough(*file, type)) {
@@ -217,7 +217,7 @@ SemGuard::SemGuard(FileSemaphore& semaphore, int mode) : semaphore_(&semaphore) 
 
 SemGuard::~SemGuard() {
     if (semaphore_ != nullptr && semaphore_->v() == 0)
-        logLine(LogLevel::error, "lock not released: " + semaphore_->path());
+        logLine(LogLevel::Error, "lock not released: " + semaphore_->path());
 }
 
 void SemGuard::release() {

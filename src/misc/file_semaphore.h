@@ -6,7 +6,7 @@
 
 namespace crv {
 
-enum LockMode : int { sharedLock = 0, exclusiveLock = 1 };
+enum LockMode : int { kSharedLock = 0, kExclusiveLock = 1 };
 
 /// Tells waiting locks that the process is being ended: an interrupted wait then fails instead of going on. May be
 /// called in a signal handler.
@@ -25,7 +25,7 @@ struct LockedFile;
 /// by one thread at a time.
 class FileSemaphore {
   public:
-    static constexpr size_t maxPath = 255;
+    static constexpr size_t kMaxPath = 255;
 
     /// A disabled semaphore does nothing and always succeeds.
     explicit FileSemaphore(std::string path, bool disabled = false);

@@ -14,7 +14,7 @@ namespace crv {
 namespace {
 
 spdlog::level::level_enum toSpdlog(LogLevel level) {
-    static_assert(static_cast<int>(LogLevel::error) == static_cast<int>(spdlog::level::err));
+    static_assert(static_cast<int>(LogLevel::Error) == static_cast<int>(spdlog::level::err));
     return static_cast<spdlog::level::level_enum>(level);
 }
 
@@ -41,14 +41,14 @@ spdlog::logger* logger() noexcept {
 }
 
 std::string printable(std::string_view text) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string out;
     for (const char c : text) {
         const auto octet = static_cast<unsigned char>(c);
         if (octet >= 0x20 && octet != 0x7F) {
             out += c;
         } else {
-            out.append("\\x").append(1, digits[octet >> 4]).append(1, digits[octet & 15]);
+            out.append("\\x").append(1, kDigits[octet >> 4]).append(1, kDigits[octet & 15]);
         }
     }
     return out;

@@ -6,7 +6,7 @@
 
 namespace crv {
 
-enum class LogLevel { trace, debug, info, warning, error };
+enum class LogLevel { Trace, Debug, Info, Warning, Error };
 
 /// Adds a line with time, process and level. Control characters are written as "\xHH". Never throws.
 void logLine(LogLevel level, std::string_view text) noexcept;

@@ -27,7 +27,7 @@ Bytes readFile(const std::string& path, size_t limit) {
 
 void writeFile(const std::string& path, ByteView content) {
     const WriteResult result = writeFileAtomically(path, content);
-    if (result.failed == WriteStep::open) throw std::runtime_error("writeFile: blad otwarcia pliku: " + path);
+    if (result.failed == WriteStep::Open) throw std::runtime_error("writeFile: blad otwarcia pliku: " + path);
     if (!result) throw std::runtime_error("writeFile: blad zapisy pliku");
 }
 

@@ -14,11 +14,11 @@ namespace crv {
 
 namespace {
 
-constexpr uint8_t sequenceTag = 0x30;
+constexpr uint8_t kSequenceTag = 0x30;
 
-constexpr std::array certificateLabels{"CERTIFICATE", "X509 CERTIFICATE", "TRUSTED CERTIFICATE"};
-constexpr std::array bundleLabels{"PKCS7", "PKCS #7 SIGNED DATA", "CMS"};
-constexpr std::array crlLabels{"X509 CRL", "CRL"};
+constexpr std::array kCertificateLabels{"CERTIFICATE", "X509 CERTIFICATE", "TRUSTED CERTIFICATE"};
+constexpr std::array kBundleLabels{"PKCS7", "PKCS #7 SIGNED DATA", "CMS"};
+constexpr std::array kCrlLabels{"X509 CRL", "CRL"};
 
 template <class Labels>
 bool isOneOf(const std::string& label, const Labels& labels) {
@@ -32,7 +32,7 @@ bool isSpace(uint8_t octet) {
 /// Octets of the SEQUENCE at the front; 0 when there is none that ends within the octets.
 size_t sequenceSize(ByteView octets) {
     MemoryFile in(octets);
-    if (octets.empty() || octets[0] != sequenceTag) return 0;
+    if (octets.empty() || octets[0] != kSequenceTag) return 0;
     in.consume(1);
     long length = 0;
     const int head = read_length(in, length);
@@ -50,14 +50,14 @@ CertFileReader::CertFileReader(Bytes content) : content_(std::move(content)) {
     const auto first = std::ranges::find_if_not(content_, isSpace);
     const ByteView octets(first, content_.end());
     if (octets.empty()) return;
-    if (octets[0] == sequenceTag && sequenceSize(octets) != 0) {
+    if (octets[0] == kSequenceTag && sequenceSize(octets) != 0) {
         if (!addBundle(octets)) addElements(octets);
     } else if (asText(octets).find("-----BEGIN ") != std::string_view::npos) {
         addBlocks(asText(octets));
     } else if (std::optional<Bytes> decoded = fromBase64(asText(octets))) {
         const ByteView kept = decoded_.emplace_back(std::move(*decoded));
         if (!addBundle(kept)) addElements(kept);
-    } else if (octets[0] == sequenceTag && addBundle(octets)) {  // of indefinite length
+    } else if (octets[0] == kSequenceTag && addBundle(octets)) {  // of indefinite length
     } else {
         cut_ = true;
     }
@@ -82,9 +82,9 @@ bool CertFileReader::addBundle(ByteView octets) {
 
 void CertFileReader::addBlock(const std::string& label, Bytes octets) {
     const ByteView kept = decoded_.emplace_back(std::move(octets));
-    if (isOneOf(label, bundleLabels)) {
+    if (isOneOf(label, kBundleLabels)) {
         cut_ = !addBundle(kept);
-    } else if (isOneOf(label, certificateLabels)) {
+    } else if (isOneOf(label, kCertificateLabels)) {
         // A trusted certificate carries more behind itself.
         const size_t size = sequenceSize(kept);
         cut_ = size == 0;
@@ -95,7 +95,7 @@ void CertFileReader::addBlock(const std::string& label, Bytes octets) {
 void CertFileReader::addBlocks(std::string_view text) {
     MemoryFile file(asBytes(text));
     for (;;) {
-        Base64Reader block(file, Base64Armour::pem);
+        Base64Reader block(file, Base64Armour::Pem);
         if (!block.findBlock()) return;
         Bytes octets;
         std::array<uint8_t, 4096> piece;
@@ -120,7 +120,7 @@ bool CertFileReader::next(ByteView& der) {
 }
 
 std::optional<Bytes> crlFromFile(Bytes content) {
-    if (!content.empty() && content[0] == sequenceTag) {
+    if (!content.empty() && content[0] == kSequenceTag) {
         while (content.size() > sequenceSize(content) && isSpace(content.back())) content.pop_back();
         return content;
     }
@@ -128,7 +128,7 @@ std::optional<Bytes> crlFromFile(Bytes content) {
     if (text.find("-----BEGIN ") == std::string_view::npos) return fromBase64(text);
     std::string label;
     std::optional<Bytes> der = fromPem(text, &label);
-    return der && isOneOf(label, crlLabels) ? der : std::nullopt;
+    return der && isOneOf(label, kCrlLabels) ? der : std::nullopt;
 }
 
 }  // namespace crv

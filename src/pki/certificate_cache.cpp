@@ -8,10 +8,10 @@ namespace crv {
 
 CertPtr CertificateCache::certificate(ByteView der) {
     Digest digest;
-    hashInto(KcHashAlgo::sha256, der, digest);
+    hashInto(KcHashAlgo::Sha256, der, digest);
     const auto known = certificates_.find(digest);
     if (known != certificates_.end()) return known->second;
-    if (certificates_.size() >= maxEntries) certificates_.clear();
+    if (certificates_.size() >= kMaxEntries) certificates_.clear();
     CertPtr made = makeCert(der);
     if (made) certificates_.emplace(digest, made);
     return made;
@@ -20,13 +20,13 @@ CertPtr CertificateCache::certificate(ByteView der) {
 template <class Signed>
 bool CertificateCache::check(const Signed& object, const SignedCertificate& issuer) {
     std::pair<Digest, Digest> pair;
-    if (!object.computeDigest(KcHashAlgo::sha256, pair.first.data(), pair.first.size()) ||
-        !issuer.computeDigest(KcHashAlgo::sha256, pair.second.data(), pair.second.size())) {
+    if (!object.computeDigest(KcHashAlgo::Sha256, pair.first.data(), pair.first.size()) ||
+        !issuer.computeDigest(KcHashAlgo::Sha256, pair.second.data(), pair.second.size())) {
         return false;
     }
     if (goodSignatures_.contains(pair)) return true;
     if (!object.isSignedBy(issuer.keyInfo().publicKey())) return false;
-    if (goodSignatures_.size() >= maxEntries) goodSignatures_.clear();
+    if (goodSignatures_.size() >= kMaxEntries) goodSignatures_.clear();
     goodSignatures_.insert(pair);
     return true;
 }

@@ -15,7 +15,7 @@ class SignedCertRevList;
 /// Bounded; holds nothing that cannot be made again. Used by one thread at a time.
 class CertificateCache {
   public:
-    static constexpr size_t maxEntries = 4096;
+    static constexpr size_t kMaxEntries = 4096;
 
     /// The certificate of an encoding; null when it is none.
     [[nodiscard]] CertPtr certificate(ByteView der);

@@ -14,10 +14,10 @@ namespace crv {
 namespace {
 
 /// Certificates from one report of progress to the next.
-constexpr size_t exportStep = 256;
+constexpr size_t kExportStep = 256;
 
 TransferEnd databaseFailure(const DbManager& database) {
-    return database.outOfMemory() ? TransferEnd::noMemory : TransferEnd::database;
+    return database.outOfMemory() ? TransferEnd::NoMemory : TransferEnd::Database;
 }
 
 }  // namespace
@@ -45,7 +45,7 @@ TransferEnd CertificateManager::importCerts(const std::string& path, const CrtDb
     try {
         reader = CertFileReader::open(path);
     } catch (const std::runtime_error&) {
-        return TransferEnd::notOpened;
+        return TransferEnd::NotOpened;
     }
     bool stopped = false;
     const auto step = [&](const ImportProgress& now) {
@@ -54,8 +54,8 @@ TransferEnd CertificateManager::importCerts(const std::string& path, const CrtDb
     };
     const auto next = [&](ByteView& der) { return reader->next(der); };
     if (!db().insertMany(next, step, refused, done)) return databaseFailure(*database_);
-    if (stopped) return TransferEnd::stopped;
-    return done.unreadable || reader->stoppedEarly() ? TransferEnd::badInput : TransferEnd::done;
+    if (stopped) return TransferEnd::Stopped;
+    return done.unreadable || reader->stoppedEarly() ? TransferEnd::BadInput : TransferEnd::Done;
 }
 
 TransferEnd CertificateManager::exportCerts(const std::string& path, size_t& count,
@@ -65,15 +65,15 @@ TransferEnd CertificateManager::exportCerts(const std::string& path, size_t& cou
     count = 0;
     const auto take = [&](int64_t, ByteView der) {
         content.insert(content.end(), der.begin(), der.end());
-        stopped = ++count % exportStep == 0 && progress && !progress(count);
+        stopped = ++count % kExportStep == 0 && progress && !progress(count);
         return !stopped;
     };
     // In one go: a compaction by another process in between would move certificates past us.
     if (!database_->visitCerts(take)) return databaseFailure(*database_);
-    if (stopped) return TransferEnd::stopped;
-    const WriteResult written = writeFileAtomically(path, content, {WriteMode::keepOrCommon, /*inPlaceFallback=*/true});
-    if (written) return TransferEnd::done;
-    return written.failed == WriteStep::open ? TransferEnd::notOpened : TransferEnd::notWritten;
+    if (stopped) return TransferEnd::Stopped;
+    const WriteResult written = writeFileAtomically(path, content, {WriteMode::KeepOrCommon, /*inPlaceFallback=*/true});
+    if (written) return TransferEnd::Done;
+    return written.failed == WriteStep::Open ? TransferEnd::NotOpened : TransferEnd::NotWritten;
 }
 
 CertList CertificateManager::findBySubject(const DistinguishedName& subject) {

@@ -12,13 +12,13 @@ namespace crv {
 
 /// What an import or export ended with.
 enum class TransferEnd {
-    done,
-    badInput,  ///< at octets that are no certificate; what came before is stored
-    stopped,   ///< the caller stopped it
-    notOpened,
-    notWritten,
-    database,  ///< the database failed
-    noMemory
+    Done,
+    BadInput,  ///< at octets that are no certificate; what came before is stored
+    Stopped,   ///< the caller stopped it
+    NotOpened,
+    NotWritten,
+    Database,  ///< the database failed
+    NoMemory
 };
 
 /// One per library context, used by one thread at a time.

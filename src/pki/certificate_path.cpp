@@ -19,8 +19,8 @@ namespace {
 
 /// Verdicts tried and signatures looked at at most, so that a web of cross-certificates cannot keep us for ever,
 /// whether or not it leads to a trust point.
-constexpr int maxVerdicts = 200;
-constexpr int maxSignatures = 2000;
+constexpr int kMaxVerdicts = 200;
+constexpr int kMaxSignatures = 2000;
 
 struct Verdict {
     int code = 0;
@@ -41,14 +41,15 @@ bool isUnderstood(const Extension& extension) {
         const KnownOid* type;
         bool (*decodes)(const Extension&);
     };
-    static constexpr std::array<Row, 7> understood{{{&OID_CE_BASIC_CONSTRAINTS, decodes<BasicConstraints>},
-                                                    {&OID_CE_KEY_USAGE, decodes<KeyUsage>},
-                                                    {&OID_CE_EXT_KEY_USAGE, decodes<ExtKeyUsage>},
-                                                    {&OID_CE_SUBJECT_ALT_NAME, decodes<GeneralNames>},
-                                                    {&OID_CE_NAME_CONSTRAINTS, decodes<NameConstraints>},
-                                                    {&OID_CE_CERTIFICATE_POLICIES, decodes<CertificatePolicies>},
-                                                    {&OID_CE_CRL_DISTRIBUTION_POINTS, decodes<CrlDistributionPoints>}}};
-    return std::ranges::any_of(understood,
+    static constexpr std::array<Row, 7> kUnderstood{
+        {{&OID_CE_BASIC_CONSTRAINTS, decodes<BasicConstraints>},
+         {&OID_CE_KEY_USAGE, decodes<KeyUsage>},
+         {&OID_CE_EXT_KEY_USAGE, decodes<ExtKeyUsage>},
+         {&OID_CE_SUBJECT_ALT_NAME, decodes<GeneralNames>},
+         {&OID_CE_NAME_CONSTRAINTS, decodes<NameConstraints>},
+         {&OID_CE_CERTIFICATE_POLICIES, decodes<CertificatePolicies>},
+         {&OID_CE_CRL_DISTRIBUTION_POINTS, decodes<CrlDistributionPoints>}}};
+    return std::ranges::any_of(kUnderstood,
                                [&](const Row& row) { return extension.extnId == *row.type && row.decodes(extension); });
 }
 
@@ -100,7 +101,7 @@ struct PathBuilder::Search {
     int verdicts = 0;
     int signatures = 0;
 
-    [[nodiscard]] bool over() const { return best.good() || verdicts >= maxVerdicts || signatures >= maxSignatures; }
+    [[nodiscard]] bool over() const { return best.good() || verdicts >= kMaxVerdicts || signatures >= kMaxSignatures; }
 };
 
 PathBuilder::PathBuilder(CertificateCache& cache, CertList trustPoints, IssuerSource issuers, StatusSource status)
@@ -141,17 +142,17 @@ int PathBuilder::checkSignature(const SignedCertificate& certificate, const Sign
 
 int PathBuilder::checkStatus(const SignedCertificate& certificate, const SignedCertificate& issuer,
                              const PathOptions& options) {
-    if (options.revocation == RevocationCheck::none || !status_) return 0;
+    if (options.revocation == RevocationCheck::None || !status_) return 0;
     const CrtStatus status = status_(certificate, issuer, options.time);
     switch (status.state) {
-        case CrtStatus::State::good:
+        case CrtStatus::State::Good:
             return 0;
-        case CrtStatus::State::revoked:
-            return status.reason == CrlReason::certificateHold ? ECRV_CRTHANG : ECRV_CRTREV;
-        case CrtStatus::State::unknown:
+        case CrtStatus::State::Revoked:
+            return status.reason == CrlReason::CertificateHold ? ECRV_CRTHANG : ECRV_CRTREV;
+        case CrtStatus::State::Unknown:
             break;
     }
-    return options.revocation == RevocationCheck::required ? status.code : 0;
+    return options.revocation == RevocationCheck::Required ? status.code : 0;
 }
 
 /// Judges a complete path, whose signatures are right, from the trust point down.
@@ -188,7 +189,7 @@ void PathBuilder::judge(Search& search) {
 
 void PathBuilder::extend(Search& search) {
     if (isTrustPoint(*search.certs.back())) return judge(search);
-    if (search.certs.size() == maxLength) return;
+    if (search.certs.size() == kMaxLength) return;
     CertPath misfit;
     bool anySigned = false;
     for (const CertPtr& issuer : candidates(search)) {

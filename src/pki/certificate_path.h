@@ -17,12 +17,12 @@ class SignedCertificate;
 /// Whether a certificate is revoked, as far as the stored CRLs tell.
 struct CrtStatus {
     enum class State {
-        good,
-        revoked,  ///< a hold counts as revoked with reason certificateHold
-        unknown   ///< no current, verified CRL covers it
+        Good,
+        Revoked,  ///< a hold counts as revoked with reason certificateHold
+        Unknown   ///< no current, verified CRL covers it
     };
-    State state = State::unknown;
-    CrlReason reason = CrlReason::unspecified;
+    State state = State::Unknown;
+    CrlReason reason = CrlReason::Unspecified;
     int64_t revokedAt = 0;  ///< seconds since 1970 UTC
     int code = 0;           ///< unknown: the library's code for why (102 no CRL, 101 none that is current, ...)
 };
@@ -32,15 +32,15 @@ using StatusSource =
     std::function<CrtStatus(const SignedCertificate& certificate, const SignedCertificate& issuer, int64_t time)>;
 
 enum class RevocationCheck {
-    none,
-    ifKnown,  ///< a revoked certificate fails, an unknown status does not
-    required  ///< an unknown status fails, too
+    None,
+    IfKnown,  ///< a revoked certificate fails, an unknown status does not
+    Required  ///< an unknown status fails, too
 };
 
 struct PathOptions {
     int64_t time = 0;       ///< seconds since 1970 UTC
     uint32_t keyUsage = 0;  ///< uses that the certificate must be good for, bit n is KeyUsage::Bit n
-    RevocationCheck revocation = RevocationCheck::ifKnown;
+    RevocationCheck revocation = RevocationCheck::IfKnown;
 };
 
 /// A path and the verdict on it.
@@ -56,7 +56,7 @@ struct CertPath {
 /// revocation.
 class PathBuilder {
   public:
-    static constexpr size_t maxLength = 16;
+    static constexpr size_t kMaxLength = 16;
 
     /// Certificates that may have issued the given one: those with its issuer's name.
     using IssuerSource = std::function<CertList(const SignedCertificate& certificate)>;

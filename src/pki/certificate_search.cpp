@@ -15,9 +15,9 @@ namespace crv {
 
 namespace {
 
-constexpr size_t pageSize = 200;
-constexpr std::chrono::milliseconds progressStep{100};
-constexpr int64_t secondsOfDay = 86400;
+constexpr size_t kPageSize = 200;
+constexpr std::chrono::milliseconds kProgressStep{100};
+constexpr int64_t kSecondsOfDay = 86400;
 
 /// Lower case of ASCII, Latin-1 and Latin Extended-A, which alternates capital and small letters.
 char32_t foldLatin(char32_t c) {
@@ -75,7 +75,7 @@ struct Runner {
     void run() {
         int64_t last = 0;
         for (CrtItemList page; !stop; page.clear()) {
-            if (!database.readForward(last, pageSize, page)) {
+            if (!database.readForward(last, kPageSize, page)) {
                 failed = true;
                 return;
             }
@@ -96,7 +96,7 @@ bool CertificateQuery::matches(const SignedCertificate& certificate) const {
     if (!serial.empty() && !serialIs(certificate.serialNumber(), serial)) return false;
     if (expiresWithinDays) {
         const std::optional<int64_t> end = certificate.tbs.validity.notAfter.seconds();
-        if (!end || *end < time || *end >= time + *expiresWithinDays * secondsOfDay) return false;
+        if (!end || *end < time || *end >= time + *expiresWithinDays * kSecondsOfDay) return false;
     }
     if (!subject.empty() && !nameHas(certificate.subject(), folded(subject))) return false;
     if (!issuer.empty() && !nameHas(certificate.issuer(), folded(issuer))) return false;
@@ -121,7 +121,7 @@ SearchEnd searchCertificates(DbManager& database, const CertificateQuery& query,
         do {
             if (progress && !progress(runner.found, runner.looked)) runner.stop = true;
             if (runner.stop) atWork.waitZero();
-        } while (!atWork.waitZero(progressStep));
+        } while (!atWork.waitZero(kProgressStep));
     } catch (...) {
         runner.stop = true;
         worker.join();
@@ -129,8 +129,8 @@ SearchEnd searchCertificates(DbManager& database, const CertificateQuery& query,
     }
     worker.join();
     if (runner.thrown) std::rethrow_exception(runner.thrown);
-    if (runner.failed) return SearchEnd::failed;
-    return runner.stop ? SearchEnd::stopped : SearchEnd::done;
+    if (runner.failed) return SearchEnd::Failed;
+    return runner.stop ? SearchEnd::Stopped : SearchEnd::Done;
 }
 
 }  // namespace crv

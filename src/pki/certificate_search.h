@@ -28,7 +28,7 @@ struct CertificateQuery {
 /// Whether the text is found in the other one, without regard to the case of Latin letters with or without marks.
 [[nodiscard]] bool containsFolded(std::string_view text, std::string_view part);
 
-enum class SearchEnd { done, stopped, failed };
+enum class SearchEnd { Done, Stopped, Failed };
 
 /// Called at once and then about ten times a second on the caller's thread while a worker searches: certificates found
 /// and looked at so far. False stops the search.

@@ -12,10 +12,10 @@ namespace crv {
 
 namespace {
 
-enum class Match { inside, outside, otherForm, unknownForm };
+enum class Match { Inside, Outside, OtherForm, UnknownForm };
 
 Match matchOf(bool inside) {
-    return inside ? Match::inside : Match::outside;
+    return inside ? Match::Inside : Match::Outside;
 }
 
 /// Whether the host is the domain or, when `below` says so, one below it.
@@ -61,20 +61,20 @@ bool nameFits(const DistinguishedName& name, const DistinguishedName& base) {
 }
 
 Match match(const GeneralName& name, const GeneralName& base) {
-    if (name.getChosenIndex() != base.getChosenIndex()) return Match::otherForm;
+    if (name.getChosenIndex() != base.getChosenIndex()) return Match::OtherForm;
     switch (name.getChosenIndex()) {
-        case GeneralName::directoryName:
+        case GeneralName::kDirectoryName:
             return matchOf(nameFits(*name.name(), *base.name()));
-        case GeneralName::rfc822Name:
+        case GeneralName::kRfc822Name:
             return matchOf(mailFits(name.value(), base.value()));
-        case GeneralName::dnsName:
+        case GeneralName::kDnsName:
             return matchOf(inDomain(name.value(), base.value(), true));
-        case GeneralName::uri: {
+        case GeneralName::kUri: {
             const std::string uri = name.value();
-            return isHostName(hostOf(uri)) ? matchOf(hostFits(hostOf(uri), base.value())) : Match::unknownForm;
+            return isHostName(hostOf(uri)) ? matchOf(hostFits(hostOf(uri), base.value())) : Match::UnknownForm;
         }
         default:
-            return Match::unknownForm;
+            return Match::UnknownForm;
     }
 }
 
@@ -84,11 +84,11 @@ bool anyMatch(const GeneralSubtrees& trees, const GeneralName& name, Match wante
 
 bool allowedBy(const NameConstraints& constraints, const GeneralName& name) {
     if (const auto& excluded = constraints.excludedSubtrees) {
-        if (anyMatch(*excluded, name, Match::inside) || anyMatch(*excluded, name, Match::unknownForm)) return false;
+        if (anyMatch(*excluded, name, Match::Inside) || anyMatch(*excluded, name, Match::UnknownForm)) return false;
     }
     const auto& permitted = constraints.permittedSubtrees;
-    if (!permitted || anyMatch(*permitted, name, Match::inside)) return true;
-    return !anyMatch(*permitted, name, Match::outside) && !anyMatch(*permitted, name, Match::unknownForm);
+    if (!permitted || anyMatch(*permitted, name, Match::Inside)) return true;
+    return !anyMatch(*permitted, name, Match::Outside) && !anyMatch(*permitted, name, Match::UnknownForm);
 }
 
 }  // namespace
@@ -118,7 +118,7 @@ bool NameConstraintsState::allows(const SignedCertificate& certificate) const {
     if (alternatives) return std::ranges::all_of(*alternatives, [&](const GeneralName& one) { return allows(one); });
     // Without alternative names the addresses in the subject count.
     return std::ranges::all_of(certificate.emails(), [&](const std::string& email) {
-        name.setText(GeneralName::rfc822Name, email);
+        name.setText(GeneralName::kRfc822Name, email);
         return allows(name);
     });
 }

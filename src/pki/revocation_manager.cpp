@@ -74,10 +74,10 @@ bool apply(const SignedCertRevList& crl, const SignedCertificate& certificate, C
     const std::optional<RevokedCertificate> entry = crl.find(certificate.serialNumber(), certificate.issuer());
     if (!entry) return false;
     const CrlReason reason = entry->reason();
-    if (reason == CrlReason::removeFromCRL) {
-        status = {CrtStatus::State::good, CrlReason::unspecified, 0, 0};
+    if (reason == CrlReason::RemoveFromCrl) {
+        status = {CrtStatus::State::Good, CrlReason::Unspecified, 0, 0};
     } else {
-        status = {CrtStatus::State::revoked, reason, entry->revokedAt().value_or(0), 0};
+        status = {CrtStatus::State::Revoked, reason, entry->revokedAt().value_or(0), 0};
     }
     return true;
 }
@@ -107,14 +107,14 @@ bool RevocationManager::readCrl(const std::string& path, Bytes& der) {
 int RevocationManager::checkIssuer(const SignedCertRevList& crl, const CertPtr& issuer, int64_t time) {
     const std::optional<KeyUsage> usage = issuer->keyUsage();
     const bool restricted = issuer->extensions().find(OID_CE_KEY_USAGE) != nullptr;
-    if (restricted && (!usage || !usage->bit(KeyUsage::cRLSign))) return ECRV_CRTNOTFOUND;
+    if (restricted && (!usage || !usage->bit(KeyUsage::kCRlSign))) return ECRV_CRTNOTFOUND;
     try {
         if (!certificates_->cache().isSignedBy(crl, *issuer)) return ECRV_CRTSIGN;
     } catch (const CryptoError&) {
         return ECRV_CRTALG;
     }
     // Without a look at revocation, which would go round in a circle.
-    return certificates_->buildPath(issuer, {time, 0, RevocationCheck::none}).code;
+    return certificates_->buildPath(issuer, {time, 0, RevocationCheck::None}).code;
 }
 
 /// 0 as soon as one of the issuer's certificates is good for it. With `known` given, CRLs of its key only: another
@@ -150,7 +150,7 @@ CrlInsertResult RevocationManager::insert(ByteView der) {
     CrlInsert result{};
     DbManager& database = certificates_->database();
     if (!database.insertCrl(der, result)) return database.outOfMemory() ? kCrlNoMemory : kCrlDatabase;
-    if (result == CrlInsert::older) return kCrlOlder;
+    if (result == CrlInsert::Older) return kCrlOlder;
     deviceError_ = deviceUpdate_ ? deviceUpdate_(der) : 0;
     return deviceError_ == 0 ? kCrlInserted : kCrlDevice;
 }
@@ -186,12 +186,12 @@ CrtStatus RevocationManager::status(const SignedCertificate& certificate, const 
         const bool usable = base.code == 0 || (base.code == ECRV_CRL_EXPIRED && delta != crls.end() &&
                                                check(*base.crl, base.crl->thisUpdate().value_or(0), &issuer) == 0);
         if (!usable) {
-            if (status.state == CrtStatus::State::unknown) status.code = base.code;
+            if (status.state == CrtStatus::State::Unknown) status.code = base.code;
             continue;
         }
-        CrtStatus found{CrtStatus::State::good, CrlReason::unspecified, 0, 0};
+        CrtStatus found{CrtStatus::State::Good, CrlReason::Unspecified, 0, 0};
         if (delta == crls.end() || !apply(*delta->crl, certificate, found)) apply(*base.crl, certificate, found);
-        if (found.state == CrtStatus::State::revoked) return found;
+        if (found.state == CrtStatus::State::Revoked) return found;
         // A CRL for some reasons only cannot say that all is well.
         if (!base.point || !base.point->onlySomeReasons) status = found;
     }

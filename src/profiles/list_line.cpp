@@ -80,13 +80,13 @@ bool parseValue(char type, std::string_view text, NodeDesc& node) {
 }
 
 std::string toHex(const std::vector<char>& bytes) {
-    static constexpr char digits[] = "0123456789ABCDEF";
+    static constexpr char kDigits[] = "0123456789ABCDEF";
     std::string hex;
     hex.reserve(bytes.size() * 2);
     for (char c : bytes) {
         auto octet = static_cast<unsigned char>(c);
-        hex += digits[octet >> 4];
-        hex += digits[octet & 15];
+        hex += kDigits[octet >> 4];
+        hex += kDigits[octet & 15];
     }
     return hex;
 }

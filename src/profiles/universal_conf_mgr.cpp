@@ -48,8 +48,8 @@ bool canReadBack(const std::string& path, const NodeDesc& node) {
 }  // namespace
 
 UCMNodeType NodeDesc::type() const {
-    static constexpr std::array types = {UCMNodeType::Long, UCMNodeType::String, UCMNodeType::Binary};
-    return types[value.index()];
+    static constexpr std::array kTypes = {UCMNodeType::Long, UCMNodeType::String, UCMNodeType::Binary};
+    return kTypes[value.index()];
 }
 
 bool pathMatches(std::string_view prefix, std::string_view path) {
@@ -145,10 +145,10 @@ void UniversalConfMgr::loadFromText(std::string_view text, const std::string& pa
 void UniversalConfMgr::seveToFile(const std::string& path) {
     if (const std::string* name = findUnwritable())
         throw CrvApiException(ECRV_API_INV_PAR, "Niepoprawna wartosc parametru konfiguracyjnego: " + *name);
-    const WriteMode mode = media_ == ProfileMedia::Common ? WriteMode::keepOrCommon : WriteMode::keepOrSecret;
+    const WriteMode mode = media_ == ProfileMedia::Common ? WriteMode::KeepOrCommon : WriteMode::KeepOrSecret;
     const WriteResult result = writeFileAtomically(expandHome(path), asBytes(toText()), {mode, true});
-    if (result.failed == WriteStep::open) throw std::runtime_error("Blad otwarcia pliku: " + path);
-    if (result.failed == WriteStep::write) throw std::runtime_error("Blad zapisu pliku: " + path);
+    if (result.failed == WriteStep::Open) throw std::runtime_error("Blad otwarcia pliku: " + path);
+    if (result.failed == WriteStep::Write) throw std::runtime_error("Blad zapisu pliku: " + path);
     pendingChanges_ = false;
 }
 

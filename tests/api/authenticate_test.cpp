@@ -63,7 +63,7 @@ TEST_F(Authenticate, OpensTheKeyStoreUnderItsLock) {
     EXPECT_EQ(value, 77);
     EXPECT_THAT(ctx.state.wholeReport(), HasSubstr("Otwarcie profilu Ala: 0\n"));
     FileSemaphore lock(dir_.file("keys.p12.lck"));
-    EXPECT_TRUE(lock.pCond(exclusiveLock)) << "the lock was not released";
+    EXPECT_TRUE(lock.pCond(kExclusiveLock)) << "the lock was not released";
 }
 
 TEST_F(Authenticate, TellsWhatIsMissing) {

@@ -145,7 +145,7 @@ TEST_F(Context, OptionsTakeTheCodesOfEachNumber) {
         EXPECT_EQ(crvGetOptionAPI(&ctx, c.id, &got), c.get) << c.id << ' ' << c.value;
         EXPECT_EQ(got, c.got) << c.id << ' ' << c.value;
     }
-    EXPECT_EQ(ctx.configurationManager.record().getHashAlgo(), KcHashAlgo::sha224);
+    EXPECT_EQ(ctx.configurationManager.record().getHashAlgo(), KcHashAlgo::Sha224);
     EXPECT_THAT(
         taken(&ctx, crvGetReportAPI),
         HasSubstr("Funkcja skrótu ripemd160 nie jest wspierana z aktualnym schematem klucza do podpisywania\n"));

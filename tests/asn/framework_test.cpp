@@ -96,10 +96,10 @@ TEST(AsnFramework, MembersAreWrittenAndReadAsTheModuleSays) {
     EXPECT_EQ(fullSample().encoded(), kFullSample);
     EXPECT_EQ(fullSample().getLength(), 57);
     Bytes digest(32);
-    EXPECT_TRUE(fullSample().computeDigest(KcHashAlgo::sha256, digest.data(), 32));
-    EXPECT_EQ(digest, hashOf(KcHashAlgo::sha256, kFullSample));
-    EXPECT_FALSE(fullSample().computeDigest(KcHashAlgo::sha256, digest.data(), 31));
-    EXPECT_FALSE(ASNany().computeDigest(KcHashAlgo::sha256, digest.data(), 32)) << "nothing to encode";
+    EXPECT_TRUE(fullSample().computeDigest(KcHashAlgo::Sha256, digest.data(), 32));
+    EXPECT_EQ(digest, hashOf(KcHashAlgo::Sha256, kFullSample));
+    EXPECT_FALSE(fullSample().computeDigest(KcHashAlgo::Sha256, digest.data(), 31));
+    EXPECT_FALSE(ASNany().computeDigest(KcHashAlgo::Sha256, digest.data(), 32)) << "nothing to encode";
     Sample least;
     least.id = OID_SHA1;
     EXPECT_EQ(least.encoded(), kLeastSample);

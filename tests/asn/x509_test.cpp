@@ -145,7 +145,7 @@ TEST_F(MadeCertificates, RoundTripToTheSameOctetsInEveryMode) {
             EXPECT_EQ(cert.encoded(), octets) << name << " mode " << int(mode);
             const SignedCertificate copy = cert;
             EXPECT_EQ(copy.encoded(), octets) << name;
-            EXPECT_EQ(copy.fingerprint(KcHashAlgo::sha1), hashOf(KcHashAlgo::sha1, octets));
+            EXPECT_EQ(copy.fingerprint(KcHashAlgo::Sha1), hashOf(KcHashAlgo::Sha1, octets));
         }
     }
 }
@@ -196,8 +196,8 @@ TEST_F(MadeCertificates, KeysAreMadeAndCheckTheSignature) {
     }
     const auto pss = readSignAlgorithm(certificate("pss").signatureAlgorithm);
     ASSERT_TRUE(pss);
-    EXPECT_EQ(pss->scheme, KeyScheme::rsaPss);
-    EXPECT_EQ(pss->hash, KcHashAlgo::sha384);
+    EXPECT_EQ(pss->scheme, KeyScheme::RsaPss);
+    EXPECT_EQ(pss->hash, KcHashAlgo::Sha384);
     EXPECT_EQ(pss->pss.saltLength, 17);
 }
 
@@ -338,7 +338,7 @@ TEST(SignAlgorithms, EveryRowGoesBothWays) {
     size_t rows = 0;
     for (const SignAlgo& row : signAlgoMap()) {
         const auto identifier = signAlgorithm(row.scheme, row.hash);
-        EXPECT_EQ(identifier.has_value(), row.scheme != KeyScheme::none && isHash(row.hash)) << row.name;
+        EXPECT_EQ(identifier.has_value(), row.scheme != KeyScheme::None && isHash(row.hash)) << row.name;
         EXPECT_NE(ASNobjectId::fromText(row.oid)->name(), row.oid) << "has a name";
         if (!identifier) continue;
         ++rows;
@@ -351,10 +351,10 @@ TEST(SignAlgorithms, EveryRowGoesBothWays) {
         EXPECT_EQ(signAlgorithmName(back), row.name);
     }
     EXPECT_EQ(rows, 31U);
-    for (const auto& [scheme, encoding] : {std::pair{KeyScheme::rsaPss, "300D06092A864886F70D01010A3000"},
-                                           {KeyScheme::rsa, "300D06092A864886F70D0101050500"},
-                                           {KeyScheme::ecdsa, "300906072A8648CE3D0401"}})
-        EXPECT_EQ(toHex(signAlgorithm(scheme, KcHashAlgo::sha1)->encoded()), encoding);
+    for (const auto& [scheme, encoding] : {std::pair{KeyScheme::RsaPss, "300D06092A864886F70D01010A3000"},
+                                           {KeyScheme::Rsa, "300D06092A864886F70D0101050500"},
+                                           {KeyScheme::Ecdsa, "300906072A8648CE3D0401"}})
+        EXPECT_EQ(toHex(signAlgorithm(scheme, KcHashAlgo::Sha1)->encoded()), encoding);
     EXPECT_FALSE(readSignAlgorithm(AlgorithmIdentifier(OID_RSA_PSS))) << "PSS without parameters";
     EXPECT_FALSE(readSignAlgorithm(AlgorithmIdentifier(OID_RSA_ENC)));
 }
@@ -367,7 +367,7 @@ TEST_F(MadeCertificates, AlgorithmsInsideAndOutsideMustAgree) {
     EXPECT_TRUE(cert.isSignedBy(key));
     cert.signatureAlgorithm.parameters.reset();
     EXPECT_TRUE(cert.isSignedBy(key)) << "absent parameters and NULL are the same";
-    cert.signatureAlgorithm = *signAlgorithm(KeyScheme::rsa, KcHashAlgo::sha512);
+    cert.signatureAlgorithm = *signAlgorithm(KeyScheme::Rsa, KcHashAlgo::Sha512);
     EXPECT_FALSE(cert.isSignedBy(key));
 
     SignedCertificateWithDesc described;
@@ -382,12 +382,12 @@ TEST_F(MadeCertificates, AlgorithmsInsideAndOutsideMustAgree) {
 TEST(Extensions, BuiltOnesHaveTheirDerForm) {
     Extensions extensions;
     KeyUsage usage;
-    usage.setNamedBits(1U << KeyUsage::digitalSignature | 1U << KeyUsage::nonRepudiation);
+    usage.setNamedBits(1U << KeyUsage::kDigitalSignature | 1U << KeyUsage::kNonRepudiation);
     extensions.set(OID_CE_KEY_USAGE, usage, true);
     IssuingDistributionPoint point;
     point.distributionPoint.emplace();
     auto& names = dynamic_cast<GeneralNames&>(*point.distributionPoint->setChosenIndex(0));
-    names.add().setText(GeneralName::uri, "x:y");
+    names.add().setText(GeneralName::kUri, "x:y");
     point.onlyContainsCaCerts.setValue(true);
     extensions.set(OID_CE_ISSUING_DISTRIBUTION_POINT, point);
     EXPECT_EQ(toHex(extensions.encoded()),

@@ -73,10 +73,10 @@ TEST(CfgFile, KeepsItsTypedFields) {
     record.setQualifiedTrustedCAs({second});
     record.setSymAlgo(ASNobjectId(OID_AES128_CBC));
     record.setProtMsgFmt(3);
-    EXPECT_EQ(record.getHashAlgo(), KcHashAlgo::sha256);
-    EXPECT_EQ(record.getHashAlgo(KeyScheme::dsa), KcHashAlgo::sha1);
-    record.setHashAlgo(KcHashAlgo::sha3_384);
-    record.setSignaturaAlgorithmIdentifier(*signAlgorithm(KeyScheme::rsaPss, KcHashAlgo::sha512));
+    EXPECT_EQ(record.getHashAlgo(), KcHashAlgo::Sha256);
+    EXPECT_EQ(record.getHashAlgo(KeyScheme::Dsa), KcHashAlgo::Sha1);
+    record.setHashAlgo(KcHashAlgo::Sha3384);
+    record.setSignaturaAlgorithmIdentifier(*signAlgorithm(KeyScheme::RsaPss, KcHashAlgo::Sha512));
     record.setTextOpt(42, "tekst ż");
     CRVCfgFile back;
     ASSERT_TRUE(back.readExactly(record.encoded()));
@@ -88,8 +88,8 @@ TEST(CfgFile, KeepsItsTypedFields) {
     EXPECT_EQ(back.getQualifiedTrustedCAs(), CRVCfgFile::Certificates{second});
     EXPECT_EQ(back.getSymAlgo(), OID_AES128_CBC);
     EXPECT_EQ(back.getProtMsgFmt(), 3);
-    EXPECT_EQ(back.getHashAlgo(KeyScheme::dsa), KcHashAlgo::sha3_384);
-    EXPECT_EQ(readSignAlgorithm(*back.getSignatureAlgorithmIdentifier())->hash, KcHashAlgo::sha512);
+    EXPECT_EQ(back.getHashAlgo(KeyScheme::Dsa), KcHashAlgo::Sha3384);
+    EXPECT_EQ(readSignAlgorithm(*back.getSignatureAlgorithmIdentifier())->hash, KcHashAlgo::Sha512);
     EXPECT_EQ(back.getTextOpt(42), "tekst ż");
     back.setTextOpt(42, std::nullopt);
     EXPECT_FALSE(back.getTextOpt(42));

@@ -10,7 +10,7 @@ KeyGenParams allSchemes() {
     KeyGenParams params;
     params.offersDsa = params.offersEcdsa = params.offersRsaPss = true;
     params.defaultHash = [](KeyScheme scheme) {
-        return scheme == KeyScheme::dsa ? KcHashAlgo::sha1 : KcHashAlgo::sha256;
+        return scheme == KeyScheme::Dsa ? KcHashAlgo::Sha1 : KcHashAlgo::Sha256;
     };
     return params;
 }
@@ -19,19 +19,19 @@ TEST(KeyGenParams, SignatureAlgorithmsFollowTheKey) {
     KeyGenParams params = allSchemes();
     auto list = params.signAlgos();
     EXPECT_EQ(list.size(), 10u) << "all of RSA but MD5";
-    EXPECT_EQ(list[params.currentSignAlgo(list)].hash, KcHashAlgo::sha256);
-    params.signScheme = KeyScheme::rsaPss;
-    EXPECT_EQ(list[params.currentSignAlgo(list)].hash, KcHashAlgo::sha256) << "the first with the same hash";
-    params.hash = KcHashAlgo::ripemd128;
+    EXPECT_EQ(list[params.currentSignAlgo(list)].hash, KcHashAlgo::Sha256);
+    params.signScheme = KeyScheme::RsaPss;
+    EXPECT_EQ(list[params.currentSignAlgo(list)].hash, KcHashAlgo::Sha256) << "the first with the same hash";
+    params.hash = KcHashAlgo::Ripemd128;
     EXPECT_EQ(params.currentSignAlgo(list), list.size());
 
     params = allSchemes();
-    params.chooseScheme(KeyScheme::rsaPss);
-    params.hash = KcHashAlgo::sha512;
+    params.chooseScheme(KeyScheme::RsaPss);
+    params.hash = KcHashAlgo::Sha512;
     params.chooseLength(1040);
-    EXPECT_EQ(params.hash, KcHashAlgo::sha512);
+    EXPECT_EQ(params.hash, KcHashAlgo::Sha512);
     params.chooseLength(1039);
-    EXPECT_EQ(params.hash, KcHashAlgo::sha256) << "no room for SHA-512: back to the default";
+    EXPECT_EQ(params.hash, KcHashAlgo::Sha256) << "no room for SHA-512: back to the default";
 }
 
 TEST(KeyGenParams, TokensOfferTheirLengthsAndRefuseWhatTheyCannot) {
@@ -45,7 +45,7 @@ TEST(KeyGenParams, TokensOfferTheirLengthsAndRefuseWhatTheyCannot) {
 
     KeyGenParams token = allSchemes();
     token.token = true;
-    EXPECT_EQ(token.schemes(), std::vector<KeyScheme>{KeyScheme::rsa});
+    EXPECT_EQ(token.schemes(), std::vector<KeyScheme>{KeyScheme::Rsa});
 
     EXPECT_EQ(tokenRefusal({true, false, true}, false, true), nullptr);
     EXPECT_NE(std::string(tokenRefusal({true, false, true}, true, true)).find("podpisu"), std::string::npos);

@@ -92,7 +92,7 @@ TEST_F(MenuScreen, TrustPointsAreAddedShownSavedAndDeleted) {
     auto extensions = caExtensions();
     extensions.emplace_back(longId, "ASN1:UTF8String:abc");
     save("dawny.crt",
-         makeCert({.subject = {{"CN", "Dawny"}}, .notBefore = -9 * day, .notAfter = -day, .extensions = extensions})
+         makeCert({.subject = {{"CN", "Dawny"}}, .notBefore = -9 * kDay, .notAfter = -kDay, .extensions = extensions})
              .der);
     open("2");
     play({{kConfiguration, "1"}, {"Brak punktów zaufania", "nPcsUd"}});
@@ -196,8 +196,8 @@ TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
     for (int i = 1; i <= 300; ++i) {
         const MadeCert made = makeCert({.subject = {{"CN", "Osoba " + std::to_string(i)}},
                                         .serial = std::to_string(1000 + i),
-                                        .notBefore = -9 * day,
-                                        .notAfter = i == 1 ? -day : (i == 2 ? 9 : 90) * day},
+                                        .notBefore = -9 * kDay,
+                                        .notAfter = i == 1 ? -kDay : (i == 2 ? 9 : 90) * kDay},
                                        &ca, ca.key);
         all.insert(all.end(), made.der.begin(), made.der.end());
     }

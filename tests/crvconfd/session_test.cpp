@@ -153,13 +153,13 @@ TEST_F(SessionScreen, ALockHeldByAnotherProgramIsWaitedFor) {
     prepare();
     start();
     FileSemaphore other(file("praca.p12.lck"));
-    ASSERT_EQ(other.p(exclusiveLock), 1);
+    ASSERT_EQ(other.p(kExclusiveLock), 1);
     const std::string waiting = "Plik bezpieczeństwa jest używany przez inny program, proszę czekać...";
     play({{kSelection, "\r"}, {kAskPassword, kPassword + "\r"}, {waiting, ""}});
     other.v();
     screen->waitFor(kMainMenu);
     // Ctrl-C while a save waits: the file stays, the terminal is given back.
-    ASSERT_EQ(other.p(exclusiveLock), 1);
+    ASSERT_EQ(other.p(kExclusiveLock), 1);
     const std::string before = readFile(file("praca.p12"));
     play({{kMainMenu, "17"}, {kNewPassword, "Hijklmn2\r"}, {kRepeat, "Hijklmn2\r"}, {waiting, "\x03"}});
     EXPECT_EQ(screen->waitExit(), 128 + SIGINT);
@@ -344,7 +344,7 @@ TEST_F(DataBaseScreen, CrlsAreVerifiedAndKept) {
 
 TEST_F(DataBaseScreen, ExpiredCertificatesAreRemovedAfterTheTimeIsConfirmed) {
     demoCa("correspondents ca 2 dwa.der");
-    save("dawny.crt", makeCert({.subject = {{"CN", "Dawny"}}, .notBefore = -9 * day, .notAfter = -day}).der);
+    save("dawny.crt", makeCert({.subject = {{"CN", "Dawny"}}, .notBefore = -9 * kDay, .notAfter = -kDay}).der);
     answer("3", "~/dwa.der", "Wczytano 2");
     answer("3", "~/dawny.crt", "Wczytano 1");
     play({{"6) Usuń", "6"}, {"jest poprawny (t/n) ?", ""}});

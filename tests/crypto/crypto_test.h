@@ -76,8 +76,8 @@ struct SeededRandom {
 
 /// A key of the scheme; with the same seed always the same one.
 inline PrivateKey makeKey(KeyScheme scheme, RandomBridge& random) {
-    if (scheme == KeyScheme::dsa) return PrivateKey::generateDsa(1024, random);
-    if (scheme == KeyScheme::ecdsa) return PrivateKey::generateEc(kDefaultCurve, false, random);
+    if (scheme == KeyScheme::Dsa) return PrivateKey::generateDsa(1024, random);
+    if (scheme == KeyScheme::Ecdsa) return PrivateKey::generateEc(kDefaultCurve, false, random);
     return PrivateKey::generateRsa(1536, 65537, random);
 }
 

@@ -26,14 +26,14 @@ void* watchedRealloc(void* block, size_t size, const char*, int) {
     }
     return moved;
 }
-const int installed = CRYPTO_set_mem_functions(plainAlloc, watchedRealloc, watchedFree);
+const int kInstalled = CRYPTO_set_mem_functions(plainAlloc, watchedRealloc, watchedFree);
 
 TEST(KeyWipe, NothingOfAPrivateKeyIsLeft) {
-    ASSERT_EQ(installed, 1);
-    const Bytes digest = hashOf(KcHashAlgo::sha1, {});
+    ASSERT_EQ(kInstalled, 1);
+    const Bytes digest = hashOf(KcHashAlgo::Sha1, {});
     // Where 16 octets of a private number stand in the PKCS#8 encoding, counted from its end; RSA's is inside p.
     for (const auto& [scheme, fromEnd] :
-         {std::pair(KeyScheme::rsa, 440), {KeyScheme::dsa, 17}, {KeyScheme::ecdsa, 90}}) {
+         {std::pair(KeyScheme::Rsa, 440), {KeyScheme::Dsa, 17}, {KeyScheme::Ecdsa, 90}}) {
         SCOPED_TRACE(static_cast<int>(scheme));
         SeededRandom random;
         std::string secret;
@@ -49,7 +49,7 @@ TEST(KeyWipe, NothingOfAPrivateKeyIsLeft) {
                 SecretBytes pkcs8 = key.toPkcs8();
                 const auto found = std::ranges::search(pkcs8, asBytes(secret)).begin();
                 if (found == pkcs8.end()) throw std::logic_error("not the same key");
-                (void)PrivateKey::fromPkcs8(pkcs8).sign(s, KcHashAlgo::sha1, digest, again.bridge);
+                (void)PrivateKey::fromPkcs8(pkcs8).sign(s, KcHashAlgo::Sha1, digest, again.bridge);
                 if (throwing) throw std::runtime_error("on the way");
                 found[-1] ^= 1;  // the key no longer hangs together
                 (void)PrivateKey::fromPkcs8(pkcs8);
@@ -70,7 +70,7 @@ TEST(KeyWipe, NothingOfAPrivateKeyIsLeft) {
 TEST(KeyWipe, NothingOfAGeneratorsStateIsLeft) {
     const Bytes seed(40, 0x5C);
     // V of the hash generator begins with the digest of the derivation's header and the seed (SP 800-90A 10.3.1).
-    KcHash header(KcHashAlgo::sha256);
+    KcHash header(KcHashAlgo::Sha256);
     header.update(unhex("01000001b8"));
     header.update(seed);
     const Bytes v = header.final();
@@ -83,7 +83,7 @@ TEST(KeyWipe, NothingOfAGeneratorsStateIsLeft) {
     generator.seed(seed);
     Bytes first(32);
     generator.fill(first);
-    ASSERT_EQ(first, hashOf(KcHashAlgo::sha256, whole));  // so v is what the watch must look for
+    ASSERT_EQ(first, hashOf(KcHashAlgo::Sha256, whole));  // so v is what the watch must look for
     EXPECT_EQ(heap_watch::leaksOf(asText(v), [&] { std::make_unique<KcRbgHashIso18031>()->seed(seed); }), 0);
     EXPECT_EQ(heap_watch::leaksOf(asText(seed), [&] { std::make_unique<KcRbgDss32>()->seed(seed); }), 0);
 }

@@ -13,13 +13,13 @@ namespace {
 
 using enum KcHashAlgo;
 
-constexpr KeyScheme kSchemes[] = {KeyScheme::rsa, KeyScheme::dsa, KeyScheme::ecdsa};
+constexpr KeyScheme kSchemes[] = {KeyScheme::Rsa, KeyScheme::Dsa, KeyScheme::Ecdsa};
 constexpr const char* kSeed = "seed number one .";
 constexpr const char* kOtherSeed = "seed number two .";
 
 const PrivateKey& sharedKey(KeyScheme scheme) {
     static std::map<KeyScheme, PrivateKey> keys;
-    const KeyScheme kind = scheme == KeyScheme::rsaPss ? KeyScheme::rsa : scheme;
+    const KeyScheme kind = scheme == KeyScheme::RsaPss ? KeyScheme::Rsa : scheme;
     SeededRandom random;
     if (!keys.contains(kind)) keys.emplace(kind, makeKey(kind, random.bridge));
     return keys.at(kind);
@@ -37,7 +37,7 @@ TEST(Keys, EveryRowOfTheTableSignsAndVerifies) {
         };
         Bytes signature = signedWith(kSeed);
         EXPECT_EQ(signedWith(kSeed), signature);
-        EXPECT_EQ(signedWith(kOtherSeed) == signature, row.scheme == KeyScheme::rsa) << "nonces and salts are drawn";
+        EXPECT_EQ(signedWith(kOtherSeed) == signature, row.scheme == KeyScheme::Rsa) << "nonces and salts are drawn";
         const auto verifies = [&](ByteView signedDigest) {
             return key.publicKey().verify(row.scheme, row.hash, signedDigest, signature);
         };
@@ -59,9 +59,9 @@ TEST(Keys, SameSeedSameKeyAndNothingElseDrawsFromIt) {
         // Everything between the two generations must leave the source alone: import, checks, verification, encryption.
         const PrivateKey copy = PrivateKey::fromPkcs8(key.toPkcs8());
         const PublicKey& other = copy.publicKey();
-        const Bytes digest = hashOf(sha1, {});
-        EXPECT_TRUE(other.verify(scheme, sha1, digest, key.sign(scheme, sha1, digest, third.bridge)));
-        if (scheme == KeyScheme::rsa) (void)copy.decrypt(RsaPadding::oaep, other.encrypt(RsaPadding::oaep, digest));
+        const Bytes digest = hashOf(Sha1, {});
+        EXPECT_TRUE(other.verify(scheme, Sha1, digest, key.sign(scheme, Sha1, digest, third.bridge)));
+        if (scheme == KeyScheme::Rsa) (void)copy.decrypt(RsaPadding::Oaep, other.encrypt(RsaPadding::Oaep, digest));
         EXPECT_EQ(first.drawn, drawn);
         EXPECT_EQ(makeKey(scheme, second.bridge).toPkcs8(), key.toPkcs8());
         EXPECT_EQ(second.drawn, drawn);
@@ -73,12 +73,12 @@ TEST(Keys, FailingSourceOrStopEndsTheOperation) {
     RandomBridge dry([](std::span<uint8_t>) { return false; });
     RandomBridge angry([](std::span<uint8_t>) -> bool { throw std::domain_error("card pulled out"); });
     for (const KeyScheme scheme : kSchemes) {
-        const KeyScheme drawing = scheme == KeyScheme::rsa ? KeyScheme::rsaPss : scheme;
+        const KeyScheme drawing = scheme == KeyScheme::Rsa ? KeyScheme::RsaPss : scheme;
         const std::function<void(RandomBridge&)> uses[] = {
             [&](RandomBridge& random) { (void)makeKey(scheme, random); },
-            [&](RandomBridge& random) { (void)sharedKey(scheme).sign(drawing, sha1, hashOf(sha1, {}), random); }};
+            [&](RandomBridge& random) { (void)sharedKey(scheme).sign(drawing, Sha1, hashOf(Sha1, {}), random); }};
         for (const auto& use : uses) {
-            EXPECT_EQ(failureOf([&] { use(dry); }), CryptoFailure::noRandom);
+            EXPECT_EQ(failureOf([&] { use(dry); }), CryptoFailure::NoRandom);
             EXPECT_THROW(use(angry), std::domain_error);
         }
     }
@@ -87,11 +87,11 @@ TEST(Keys, FailingSourceOrStopEndsTheOperation) {
     const auto stopped = [&] {
         (void)PrivateKey::generateRsa(2048, 65537, random.bridge, [&] { return ++calls < 3; });
     };
-    EXPECT_EQ(failureOf(stopped), CryptoFailure::cancelled);
+    EXPECT_EQ(failureOf(stopped), CryptoFailure::Cancelled);
     EXPECT_EQ(calls, 3);
     const KeyGenProgress throwing = []() -> bool { throw std::domain_error("hang-up"); };
     EXPECT_THROW((void)PrivateKey::generateDsa(1024, random.bridge, throwing), std::domain_error);
-    EXPECT_NO_THROW((void)makeKey(KeyScheme::ecdsa, random.bridge));  // nothing of the failures is left
+    EXPECT_NO_THROW((void)makeKey(KeyScheme::Ecdsa, random.bridge));  // nothing of the failures is left
 }
 
 TEST(Keys, OfTwoTypesDifferAndLeaveTheErrorQueueOfTheProgramAlone) {
@@ -108,7 +108,7 @@ TEST(Keys, EveryCurveWorksNamedAndExplicit) {
     EXPECT_TRUE(std::ranges::is_sorted(curves, {}, order));
     EXPECT_GE(curves.front().bits, 160u);
     EXPECT_STREQ(findCurve(kDefaultCurve)->name, "prime256v1");
-    const Bytes digest = hashOf(sha512, {});
+    const Bytes digest = hashOf(Sha512, {});
     for (const EcCurve& curve : curves) {
         for (const bool explicitDomain : {false, true}) {
             SCOPED_TRACE(std::string(curve.name) + (explicitDomain ? " explicit" : " named"));
@@ -118,8 +118,8 @@ TEST(Keys, EveryCurveWorksNamedAndExplicit) {
             EXPECT_TRUE(again.curve() == curve.id || std::string_view(curve.name).starts_with("wap-"));
             EXPECT_EQ(again.bits(), curve.bits);
             EXPECT_EQ(again.explicitDomain(), explicitDomain || !curve.hasOid);
-            const Bytes signature = key.sign(KeyScheme::ecdsa, sha512, digest, random.bridge);
-            EXPECT_TRUE(again.verify(KeyScheme::ecdsa, sha512, digest, signature));
+            const Bytes signature = key.sign(KeyScheme::Ecdsa, Sha512, digest, random.bridge);
+            EXPECT_TRUE(again.verify(KeyScheme::Ecdsa, Sha512, digest, signature));
         }
     }
 }
@@ -145,7 +145,7 @@ TEST(Keys, EncodingsAreThoseOfLibcrypto) {
     for (const PrivateKey& key : keys) {
         const PublicKey& ours = key.publicKey();
         EXPECT_EQ(std::ranges::count(keys, ours, &PrivateKey::publicKey), 1);
-        EXPECT_EQ(toBytes(ByteView(key.keyId())), hashOf(sha1, ours.keyBits()));
+        EXPECT_EQ(toBytes(ByteView(key.keyId())), hashOf(Sha1, ours.keyBits()));
         const SecretBytes pkcs8 = key.toPkcs8();
         const uint8_t* in = pkcs8.data();
         const ossl::Pkey theirs(d2i_AutoPrivateKey(nullptr, &in, static_cast<long>(pkcs8.size())));
@@ -166,7 +166,7 @@ PublicKey readKey(bool isPublic, ByteView der) {
 // refused.
 TEST(Keys, HostileKeysAreRefused) {
     const std::map<std::string, std::optional<CryptoFailure>> failures = {
-        {"none", std::nullopt}, {"badKey", CryptoFailure::badKey}, {"unsupported", CryptoFailure::unsupported}};
+        {"none", std::nullopt}, {"badKey", CryptoFailure::BadKey}, {"unsupported", CryptoFailure::Unsupported}};
     for (const auto& line : vectorsOf("hostile_keys.txt")) {
         const auto read = [&] { (void)readKey(line.at(0) == "public", unhex(line.at(3))); };
         EXPECT_EQ(failureOf(read), failures.at(line.at(1))) << line[0] << " " << line[2];
@@ -174,8 +174,8 @@ TEST(Keys, HostileKeysAreRefused) {
     Bytes domain = encodeEcDomain(kDefaultCurve, true);
     EXPECT_EQ(decodeEcDomain(domain).id, kDefaultCurve);
     domain.push_back(0);
-    EXPECT_EQ(failureOf([&] { (void)decodeEcDomain(domain); }), CryptoFailure::badKey);
-    const PublicKey& rsa = sharedKey(KeyScheme::rsa).publicKey();
+    EXPECT_EQ(failureOf([&] { (void)decodeEcDomain(domain); }), CryptoFailure::BadKey);
+    const PublicKey& rsa = sharedKey(KeyScheme::Rsa).publicKey();
     EXPECT_EQ(PublicKey::fromRsa(rsa.rsaModulus(), rsa.rsaExponent()), rsa);
 }
 
@@ -202,74 +202,74 @@ TEST(Keys, DamagedEncodingsNeverHarm) {
 
 TEST(Keys, MisusedKeysAnswerClearly) {
     SeededRandom random;
-    const PrivateKey& rsa = sharedKey(KeyScheme::rsa);
-    const PrivateKey& ec = sharedKey(KeyScheme::ecdsa);
+    const PrivateKey& rsa = sharedKey(KeyScheme::Rsa);
+    const PrivateKey& ec = sharedKey(KeyScheme::Ecdsa);
     const auto sign = [&](const PrivateKey& key, KeyScheme scheme, KcHashAlgo hash, size_t octets, int salt = -1) {
-        (void)key.sign(scheme, hash, Bytes(octets), random.bridge, {sha1, salt});
+        (void)key.sign(scheme, hash, Bytes(octets), random.bridge, {Sha1, salt});
     };
     const auto generateRsa = [&](unsigned bits, uint64_t exponent) {
         (void)PrivateKey::generateRsa(bits, exponent, random.bridge);
     };
     const std::function<void()> misuses[] = {
-        [&] { sign(rsa, KeyScheme::ecdsa, sha256, 32); },
-        [&] { sign(ec, KeyScheme::rsa, sha256, 32); },
-        [&] { sign(rsa, KeyScheme::rsa, sha1, 32); },
-        [&] { sign(rsa, KeyScheme::rsa, ripemd128, 16); },
-        [&] { sign(rsa, KeyScheme::rsaPss, sha256, 32, 4000); },
-        [&] { (void)rsa.publicKey().verify(KeyScheme::dsa, sha1, Bytes(20), {}); },
+        [&] { sign(rsa, KeyScheme::Ecdsa, Sha256, 32); },
+        [&] { sign(ec, KeyScheme::Rsa, Sha256, 32); },
+        [&] { sign(rsa, KeyScheme::Rsa, Sha1, 32); },
+        [&] { sign(rsa, KeyScheme::Rsa, Ripemd128, 16); },
+        [&] { sign(rsa, KeyScheme::RsaPss, Sha256, 32, 4000); },
+        [&] { (void)rsa.publicKey().verify(KeyScheme::Dsa, Sha1, Bytes(20), {}); },
         [&] {
-            (void)rsa.publicKey().verify(KeyScheme::rsaPss, sha256, Bytes(32), {}, {none, -2});
+            (void)rsa.publicKey().verify(KeyScheme::RsaPss, Sha256, Bytes(32), {}, {None, -2});
         },
-        [&] { (void)ec.decrypt(RsaPadding::pkcs1, Bytes(100)); },
-        [&] { (void)rsa.publicKey().encrypt(RsaPadding::pkcs1, Bytes(192)); },
+        [&] { (void)ec.decrypt(RsaPadding::Pkcs1, Bytes(100)); },
+        [&] { (void)rsa.publicKey().encrypt(RsaPadding::Pkcs1, Bytes(192)); },
         [&] { generateRsa(511, 65537); },
         [&] { generateRsa(16385, 65537); },
         [&] { generateRsa(2048, 4); },
         [&] { (void)PrivateKey::generateDsa(2048, random.bridge); },
     };
-    for (size_t i = 0; i < std::size(misuses); ++i) EXPECT_EQ(failureOf(misuses[i]), CryptoFailure::badParameter) << i;
-    const auto noCurve = [&] { (void)PrivateKey::generateEc(StdECId::none, false, random.bridge); };
-    EXPECT_EQ(failureOf(noCurve), CryptoFailure::unsupported);
+    for (size_t i = 0; i < std::size(misuses); ++i) EXPECT_EQ(failureOf(misuses[i]), CryptoFailure::BadParameter) << i;
+    const auto noCurve = [&] { (void)PrivateKey::generateEc(StdECId::None, false, random.bridge); };
+    EXPECT_EQ(failureOf(noCurve), CryptoFailure::Unsupported);
     EXPECT_EQ(random.drawn, 0u);
 }
 
 TEST(Keys, PssParametersAndPssKeys) {
     SeededRandom random;
-    const PrivateKey& key = sharedKey(KeyScheme::rsa);
-    const Bytes digest = hashOf(sha256, {});
-    const PssParams params = {sha1, 11};
-    const Bytes signature = key.sign(KeyScheme::rsaPss, sha256, digest, random.bridge, params);
-    const auto accepts = [&](const PublicKey& k, const PssParams& p, KeyScheme scheme = KeyScheme::rsaPss) {
-        return k.verify(scheme, sha256, digest, signature, p);
+    const PrivateKey& key = sharedKey(KeyScheme::Rsa);
+    const Bytes digest = hashOf(Sha256, {});
+    const PssParams params = {Sha1, 11};
+    const Bytes signature = key.sign(KeyScheme::RsaPss, Sha256, digest, random.bridge, params);
+    const auto accepts = [&](const PublicKey& k, const PssParams& p, KeyScheme scheme = KeyScheme::RsaPss) {
+        return k.verify(scheme, Sha256, digest, signature, p);
     };
     EXPECT_TRUE(accepts(key.publicKey(), params));
-    EXPECT_FALSE(accepts(key.publicKey(), {sha1, 12}));
-    EXPECT_FALSE(accepts(key.publicKey(), {sha256, 11}));
+    EXPECT_FALSE(accepts(key.publicKey(), {Sha1, 12}));
+    EXPECT_FALSE(accepts(key.publicKey(), {Sha256, 11}));
     Bytes spki = key.publicKey().toSpki();
     std::ranges::search(spki, unhex("2a864886f70d010101")).begin()[8] = 0x0A;  // rsaEncryption becomes RSASSA-PSS
     const PublicKey pssOnly = PublicKey::fromSpki(spki);
     EXPECT_EQ(pssOnly.toSpki(), spki);
-    EXPECT_EQ(pssOnly.scheme(), KeyScheme::rsaPss);
+    EXPECT_EQ(pssOnly.scheme(), KeyScheme::RsaPss);
     EXPECT_TRUE(accepts(pssOnly, params));
-    EXPECT_EQ(failureOf([&] { (void)accepts(pssOnly, {}, KeyScheme::rsa); }), CryptoFailure::badParameter);
-    EXPECT_EQ(failureOf([&] { (void)pssOnly.encrypt(RsaPadding::pkcs1, digest); }), CryptoFailure::badParameter);
+    EXPECT_EQ(failureOf([&] { (void)accepts(pssOnly, {}, KeyScheme::Rsa); }), CryptoFailure::BadParameter);
+    EXPECT_EQ(failureOf([&] { (void)pssOnly.encrypt(RsaPadding::Pkcs1, digest); }), CryptoFailure::BadParameter);
 }
 
 TEST(Keys, RsaDecryptionOfGoodAndBadCiphertexts) {
-    const PrivateKey& key = sharedKey(KeyScheme::rsa);
+    const PrivateKey& key = sharedKey(KeyScheme::Rsa);
     const Bytes secret(32, 0x42);
     const std::pair<RsaPadding, OaepParams> cases[] = {
-        {RsaPadding::pkcs1, {}}, {RsaPadding::oaep, {}}, {RsaPadding::oaep, {sha256, sha1, {1, 2, 3}}}};
+        {RsaPadding::Pkcs1, {}}, {RsaPadding::Oaep, {}}, {RsaPadding::Oaep, {Sha256, Sha1, {1, 2, 3}}}};
     for (const auto& [padding, oaep] : cases) {
         const Bytes sealed = key.publicKey().encrypt(padding, secret, oaep);
         EXPECT_EQ(toBytes(key.decrypt(padding, sealed, oaep)), secret);
         const auto fails = [&, p = padding](ByteView ciphertext, const OaepParams& o) {
-            return failureOf([&] { (void)key.decrypt(p, ciphertext, o); }) == CryptoFailure::badData;
+            return failureOf([&] { (void)key.decrypt(p, ciphertext, o); }) == CryptoFailure::BadData;
         };
         EXPECT_TRUE(fails(ByteView(sealed).first(sealed.size() - 1), oaep));
         EXPECT_TRUE(fails({}, oaep));
         EXPECT_TRUE(fails(Bytes(sealed.size(), 0xFF), oaep));  // above the modulus
-        EXPECT_TRUE(padding == RsaPadding::pkcs1 || fails(sealed, {oaep.hash, oaep.mgfHash, {9}}));
+        EXPECT_TRUE(padding == RsaPadding::Pkcs1 || fails(sealed, {oaep.hash, oaep.mgfHash, {9}}));
     }
 }
 

@@ -54,33 +54,33 @@ TEST(Pbe, PasswordsInUtf16) {
 TEST(Pbe, AbsurdCountsAreRefusedAtOnce) {
     const auto start = std::chrono::steady_clock::now();
     for (const uint64_t count : {uint64_t{0}, kMaxPbeIterations + 1, UINT64_MAX}) {
-        const Pbes2Params pbes2{KcHashAlgo::sha1, {}, count, CipherAlgo::aes128Cbc, Bytes(16)};
-        EXPECT_THROW((void)pbkdf2(KcHashAlgo::sha256, {}, {}, count, 32), CryptoError);
-        EXPECT_THROW((void)pkcs12Derive(KcHashAlgo::sha1, Pkcs12KeyId::macKey, {}, {}, count, 20), CryptoError);
-        EXPECT_THROW((void)pbeDecrypt(PbeAlgo::sha1TripleDesCbc, {}, {}, count, Bytes(8)), CryptoError);
+        const Pbes2Params pbes2{KcHashAlgo::Sha1, {}, count, CipherAlgo::Aes128Cbc, Bytes(16)};
+        EXPECT_THROW((void)pbkdf2(KcHashAlgo::Sha256, {}, {}, count, 32), CryptoError);
+        EXPECT_THROW((void)pkcs12Derive(KcHashAlgo::Sha1, Pkcs12KeyId::MacKey, {}, {}, count, 20), CryptoError);
+        EXPECT_THROW((void)pbeDecrypt(PbeAlgo::Sha1TripleDesCbc, {}, {}, count, Bytes(8)), CryptoError);
         EXPECT_THROW((void)pbes2Decrypt(pbes2, {}, Bytes(16)), CryptoError);
     }
-    EXPECT_THROW((void)pbkdf2(KcHashAlgo::sha256, {}, {}, 1, size_t{1} << 40), CryptoError);
-    EXPECT_THROW((void)pkcs12Derive(KcHashAlgo::ripemd128, Pkcs12KeyId::macKey, {}, {}, 1, 16), CryptoError);
+    EXPECT_THROW((void)pbkdf2(KcHashAlgo::Sha256, {}, {}, 1, size_t{1} << 40), CryptoError);
+    EXPECT_THROW((void)pkcs12Derive(KcHashAlgo::Ripemd128, Pkcs12KeyId::MacKey, {}, {}, 1, 16), CryptoError);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
 }
 
 TEST(Cipher, RefusesBrokenBlocksPaddingsAndLengths) {
     const Bytes key(32, 1);
     const Bytes iv(16, 2);
-    const Bytes sealed = encryptCbc(CipherAlgo::aes256Cbc, key, iv, asBytes(kPlain));
+    const Bytes sealed = encryptCbc(CipherAlgo::Aes256Cbc, key, iv, asBytes(kPlain));
     EXPECT_EQ(sealed.size(), 32u);
-    EXPECT_EQ(asText(decryptCbc(CipherAlgo::aes256Cbc, key, iv, sealed)), kPlain);
-    EXPECT_EQ(encryptCbc(CipherAlgo::aes256Cbc, key, iv, {}).size(), 16u);
+    EXPECT_EQ(asText(decryptCbc(CipherAlgo::Aes256Cbc, key, iv, sealed)), kPlain);
+    EXPECT_EQ(encryptCbc(CipherAlgo::Aes256Cbc, key, iv, {}).size(), 16u);
     const auto failure = [&](ByteView k, ByteView v, ByteView c) {
-        return failureOf([&] { (void)decryptCbc(CipherAlgo::aes256Cbc, k, v, c); });
+        return failureOf([&] { (void)decryptCbc(CipherAlgo::Aes256Cbc, k, v, c); });
     };
     for (const size_t length : {0, 1, 15, 17, 31}) {
-        EXPECT_EQ(failure(key, iv, ByteView(sealed).first(length)), CryptoFailure::badData) << length;
+        EXPECT_EQ(failure(key, iv, ByteView(sealed).first(length)), CryptoFailure::BadData) << length;
     }
-    EXPECT_EQ(failure(key, iv, ByteView(sealed).first(16)), CryptoFailure::badData);  // no padding block
-    EXPECT_EQ(failure(ByteView(key).first(16), iv, sealed), CryptoFailure::badParameter);
-    EXPECT_EQ(failure(key, ByteView(iv).first(8), sealed), CryptoFailure::badParameter);
+    EXPECT_EQ(failure(key, iv, ByteView(sealed).first(16)), CryptoFailure::BadData);  // no padding block
+    EXPECT_EQ(failure(ByteView(key).first(16), iv, sealed), CryptoFailure::BadParameter);
+    EXPECT_EQ(failure(key, ByteView(iv).first(8), sealed), CryptoFailure::BadParameter);
 }
 
 }  // namespace

@@ -26,10 +26,10 @@ TEST(KcHash, KnownAnswersHowEverTheMessageIsCut) {
 }
 
 TEST(KcHash, Ripemd128PadsAtEveryDistanceFromTheBlockEnd) {
-    KcHash chain(sha1);  // over the digests of 0 to 200 octets "a"; made by the generator in tests/crypto/data
-    for (size_t length = 0; length <= 200; ++length) chain.update(hashOf(ripemd128, Bytes(length, 'a')));
+    KcHash chain(Sha1);  // over the digests of 0 to 200 octets "a"; made by the generator in tests/crypto/data
+    for (size_t length = 0; length <= 200; ++length) chain.update(hashOf(Ripemd128, Bytes(length, 'a')));
     EXPECT_EQ(hex(chain.final()), "b1da8b5e92c1af825cba5ba6a9546479a7fb8ebb");
-    EXPECT_EQ(hex(hashOf(ripemd128, Bytes(1000000, 'a'))), "4a7f5723f954eba1216c9d8f6320431f");
+    EXPECT_EQ(hex(hashOf(Ripemd128, Bytes(1000000, 'a'))), "4a7f5723f954eba1216c9d8f6320431f");
 }
 
 TEST(KcHash, RefusesWhatNamesNoHashAndBuffersOfAnotherLength) {
@@ -38,8 +38,8 @@ TEST(KcHash, RefusesWhatNamesNoHashAndBuffersOfAnotherLength) {
         EXPECT_THROW((void)hashOf(algoOf(number), {}), CryptoError) << number;
     }
     Bytes digest(21);
-    EXPECT_THROW(KcHash(sha1).final(digest), CryptoError);
-    EXPECT_THROW(hashInto(ripemd128, {}, digest), CryptoError);
+    EXPECT_THROW(KcHash(Sha1).final(digest), CryptoError);
+    EXPECT_THROW(hashInto(Ripemd128, {}, digest), CryptoError);
 }
 
 TEST(Hmac, PublishedVectors) {
@@ -79,9 +79,9 @@ TEST(KcRbg, SeedLengthRules) {
             SCOPED_TRACE(name + (" " + std::to_string(length)));
             const bool allowed = shortest <= length && length <= longest;
             const auto generator = makeGenerator(name);
-            EXPECT_EQ(failureOf([&] { draw(*generator, 1); }), CryptoFailure::notSeeded);
+            EXPECT_EQ(failureOf([&] { draw(*generator, 1); }), CryptoFailure::NotSeeded);
             const auto seed = [&] { generator->seed(Bytes(length, 7)); };
-            EXPECT_EQ(failureOf(seed), allowed ? std::nullopt : std::optional(CryptoFailure::badParameter));
+            EXPECT_EQ(failureOf(seed), allowed ? std::nullopt : std::optional(CryptoFailure::BadParameter));
             EXPECT_EQ(generator->seeded(), allowed);
         }
     }
@@ -94,10 +94,10 @@ TEST(KcRbg, EndOfTheCycleAsksForASeedAndGivesNothingOut) {
         const Bytes first = draw(*generator, 20);
         (void)draw(*generator, 20);
         Bytes untouched(200000, 0x5A);
-        EXPECT_EQ(failureOf([&] { generator->fill(untouched); }), CryptoFailure::reseedRequired);
+        EXPECT_EQ(failureOf([&] { generator->fill(untouched); }), CryptoFailure::ReseedRequired);
         EXPECT_EQ(untouched, Bytes(200000, 0x5A));
         (void)draw(*generator, 20);
-        EXPECT_EQ(failureOf([&] { draw(*generator, 1); }), CryptoFailure::reseedRequired);
+        EXPECT_EQ(failureOf([&] { draw(*generator, 1); }), CryptoFailure::ReseedRequired);
         EXPECT_NO_THROW(draw(*generator, 0));
         generator->seed(Bytes(32, 1));
         EXPECT_EQ(draw(*generator, 20), first);
@@ -112,7 +112,7 @@ TEST(KcRbg, ReseedingMixesWithTheStateAndStartsTheCycleAnew) {
         drawn.insert(draw(generator, 20));
         generator.reseed(Bytes(32, 1));
         drawn.insert(draw(generator, 20));
-        EXPECT_EQ(failureOf([&] { generator.reseed(Bytes(3)); }), CryptoFailure::badParameter);
+        EXPECT_EQ(failureOf([&] { generator.reseed(Bytes(3)); }), CryptoFailure::BadParameter);
     }
     EXPECT_EQ(drawn.size(), 4u);
 }
@@ -126,7 +126,7 @@ TEST(SelfTest, PassesAndNamesTheFirstFailure) {
         try {
             runSelfTests(some);
         } catch (const CryptoError& e) {
-            return e.failure() == CryptoFailure::selfTest ? e.what() : "another failure";
+            return e.failure() == CryptoFailure::SelfTest ? e.what() : "another failure";
         }
         return "passed";
     };

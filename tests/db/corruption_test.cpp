@@ -11,21 +11,21 @@ using namespace crv::test;
 
 namespace {
 
-constexpr int64_t absurd[] = {0,         -1,       1, 11, 57, 2049, 0x7FFF, 0x12344322, INT32_MAX, int64_t{1} << 40,
-                              INT64_MAX, INT64_MIN};
+constexpr int64_t kAbsurd[] = {0,         -1,       1, 11, 57, 2049, 0x7FFF, 0x12344322, INT32_MAX, int64_t{1} << 40,
+                               INT64_MAX, INT64_MIN};
 
 /// Uses a table in every way; comes to an end whatever the files hold. Answers how many calls failed.
 int exercise(const std::string& name) {
     int errors = 0;
-    const auto note = [&](int answer) { return errors += answer == dbError, answer; };
+    const auto note = [&](int answer) { return errors += answer == kDbError, answer; };
     DataBase table;
-    if (note(table.open(name)) != dbOk) return errors;
+    if (note(table.open(name)) != kDbOk) return errors;
     TableRecord record;
     for (int i = 0; i < table.indexFile().numIndexes(); ++i) {
         table.selectIndex(i);
         for (const int direction : {1, -1}) {
             int answer = note(direction > 0 ? table.top() : table.bottom());
-            while (answer == dbOk) {
+            while (answer == kDbOk) {
                 note(table.data(record));
                 answer = note(table.skip(direction));
             }
@@ -47,10 +47,10 @@ class DamagedTable : public testing::Test {
     DamagedTable() {
         const IndexDesc descs[] = {tinyDesc(17), tinyDesc(5)};
         DataBase table;
-        EXPECT_EQ(table.create(good, 2, descs), dbOk);
-        EXPECT_EQ(table.open(good), dbOk);
+        EXPECT_EQ(table.create(good, 2, descs), kDbOk);
+        EXPECT_EQ(table.open(good), kDbOk);
         for (int i = 0; i < 60; ++i) add(table, {std::to_string(i * 37 % 60), std::to_string(i % 4)}, "body");
-        EXPECT_EQ(table.remove(), dbOk);
+        EXPECT_EQ(table.remove(), kDbOk);
         table.close();
         idx = readFile(good + ".idx");
         dta = readFile(good + ".dta");
@@ -104,12 +104,12 @@ TEST_F(DamagedTable, AbsurdNumbersAreFoundAndDoNoHarm) {
     for (const int64_t page : {numberAt(idx, 24), numberAt(idx, 32), numberAt(idx, 40)}) {
         for (size_t at = 0; at < 32; at += 8) fields.push_back({"page head", true, page + at, 8});
         // The record of an inner page's entry is a copy that nobody looks at.
-        const bool leaf = numberAt(idx, page + 24) == nowhere;
+        const bool leaf = numberAt(idx, page + 24) == kNowhere;
         fields.push_back({"record of an entry", true, static_cast<size_t>(page) + 32, 8, leaf});
         fields.push_back({"child of an entry", true, static_cast<size_t>(page) + 40, 8});
     }
     for (const Field& field : fields) {
-        for (const int64_t value : absurd) {
+        for (const int64_t value : kAbsurd) {
             const std::string& original = field.index ? idx : dta;
             const std::string changed = with(original, field.at, value, field.size);
             write(field.index ? changed : idx, field.index ? dta : changed);
@@ -121,8 +121,8 @@ TEST_F(DamagedTable, AbsurdNumbersAreFoundAndDoNoHarm) {
     }
     write(with(idx, 16, 0x12344320, 8), dta);
     DataBase table;
-    EXPECT_EQ(table.open(bad), dbError);
-    EXPECT_EQ(table.indexFile().status(), FileStatus::badMagic);
+    EXPECT_EQ(table.open(bad), kDbError);
+    EXPECT_EQ(table.indexFile().status(), FileStatus::BadMagic);
 }
 
 TEST_F(DamagedTable, TruncationAnywhereIsAnError) {
@@ -146,10 +146,10 @@ TEST_F(DamagedTable, RingOfLeavesEnds) {
     EXPECT_GT(exercise(bad), 0) << "nor would one past the live ones";
     write(ring, empty);
     DataBase table;
-    ASSERT_EQ(table.open(bad), dbOk);
-    EXPECT_EQ(table.top(), dbError);
-    EXPECT_EQ(table.bottom(), dbError);
-    EXPECT_EQ(table.seek("3"), dbError);
+    ASSERT_EQ(table.open(bad), kDbOk);
+    EXPECT_EQ(table.top(), kDbError);
+    EXPECT_EQ(table.bottom(), kDbError);
+    EXPECT_EQ(table.seek("3"), kDbError);
     EXPECT_FALSE(sound());
 }
 
@@ -177,7 +177,7 @@ TEST_F(DamagedTable, LostIndexIsMadeAnewAndATornRecordCutOff) {
     }
     write(idx, torn);
     DataBase table;
-    EXPECT_EQ(table.rebuild(bad), dbOk);
+    EXPECT_EQ(table.rebuild(bad), kDbOk);
     EXPECT_EQ(problemsOf(bad), "");
 }
 
@@ -188,23 +188,23 @@ TEST_F(DamagedTable, DamageInTheMiddleIsBridgedOnlyWhenAskedFor) {
     write(idx, damaged);
     DataBase table;
     EXPECT_FALSE(mendTable(bad));
-    EXPECT_EQ(table.rebuild(bad), dbError);
+    EXPECT_EQ(table.rebuild(bad), kDbError);
     EXPECT_EQ(readFile(bad + ".dta"), damaged);
     int lost = 0;
     std::string endless = dta;
     endless.replace(third + 32, 22, std::string(22, 'x'));
     write(idx, endless);
-    EXPECT_TRUE(remakeIndexes(bad, MendExtent::salvage, lost));
+    EXPECT_TRUE(remakeIndexes(bad, MendExtent::Salvage, lost));
     EXPECT_EQ(lost, 1) << "keys without an end";
     write(idx, damaged);
-    ASSERT_TRUE(remakeIndexes(bad, MendExtent::salvage, lost));
+    ASSERT_TRUE(remakeIndexes(bad, MendExtent::Salvage, lost));
     EXPECT_EQ(lost, 1);
     EXPECT_EQ(readFile(bad + ".dta"), damaged) << "the old file stays until the swap";
     ASSERT_TRUE(swapRebuilt(bad));
     EXPECT_EQ(problemsOf(bad), "");
     EXPECT_EQ(checkTable(bad).live, 59 - 2);
-    ASSERT_EQ(table.open(bad), dbOk);
-    EXPECT_EQ(table.setRec(static_cast<int64_t>(56 + 4 * record)), dbOk) << "numbers behind the damage stay";
+    ASSERT_EQ(table.open(bad), kDbOk);
+    EXPECT_EQ(table.setRec(static_cast<int64_t>(56 + 4 * record)), kDbOk) << "numbers behind the damage stay";
 }
 
 }  // namespace

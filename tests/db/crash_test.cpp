@@ -20,8 +20,8 @@ using namespace crv::test;
 namespace {
 
 /// What a writer says about one key before and after each operation on it; lives in shared memory.
-enum Told : char { untouched, inserting, inserted, removing, removed };
-constexpr int maxKeys = 1600;
+enum Told : char { kUntouched, kInserting, kInserted, kRemoving, kRemoved };
+constexpr int kMaxKeys = 1600;
 
 std::string keyOf(int i) {
     return std::to_string(i * 7919 % 10007);
@@ -34,25 +34,25 @@ class LockedTable {
         table.bindLock(&lock);
         lock.setMender([this](DbMark mark, const std::vector<std::string>&) {
             ++mended;
-            return mark == DbMark::swapping ? swapRebuilt(name) : mendTable(name);
+            return mark == DbMark::Swapping ? swapRebuilt(name) : mendTable(name);
         });
     }
     void create(const std::vector<IndexDesc>& descs) {
-        ASSERT_EQ(table.create(name, static_cast<int>(descs.size()), descs.data()), dbOk);
+        ASSERT_EQ(table.create(name, static_cast<int>(descs.size()), descs.data()), kDbOk);
     }
 
     /// Steps i to the end of a writer's life: inserts, every third step deletes, now and then rebuilds. Stops at the
     /// first failure.
     void write(int from, int to, std::atomic<char>* told) {
         for (int i = from; i < to; ++i) {
-            const DbGuard guard(lock, exclusiveLock);
-            if (table.open(name) != dbOk || !insertSome(i, i % 10 == 5 ? std::min(4, to - i) : 1, told)) return;
-            if (const int victim = i / 2; i % 3 == 0 && told[victim] == inserted) {
-                told[victim] = removing;
-                if (table.seek(keyOf(victim)) != dbOk || table.remove() != dbOk) return;
-                told[victim] = removed;
+            const DbGuard guard(lock, kExclusiveLock);
+            if (table.open(name) != kDbOk || !insertSome(i, i % 10 == 5 ? std::min(4, to - i) : 1, told)) return;
+            if (const int victim = i / 2; i % 3 == 0 && told[victim] == kInserted) {
+                told[victim] = kRemoving;
+                if (table.seek(keyOf(victim)) != kDbOk || table.remove() != kDbOk) return;
+                told[victim] = kRemoved;
             }
-            if (i % 20 == 19 && table.rebuild(name) != dbOk) return;
+            if (i % 20 == 19 && table.rebuild(name) != kDbOk) return;
             table.close();
         }
     }
@@ -62,11 +62,11 @@ class LockedTable {
         const int from = i, end = i + count;
         if (count > 1) table.beginBatch();
         for (int k = from; k < end; ++k) {
-            told[k] = inserting;
+            told[k] = kInserting;
             if (add(table, {keyOf(k), std::to_string(k % 5)}, std::string(k % 300, 'b')) == 0) return false;
         }
-        if (table.endBatch() != dbOk) return false;
-        std::fill(told + from, told + end, inserted);
+        if (table.endBatch() != kDbOk) return false;
+        std::fill(told + from, told + end, kInserted);
         i = end - 1;
         return true;
     }
@@ -76,14 +76,14 @@ class LockedTable {
         const std::string before = problemsOf(name);
         const bool wasSound = before.empty() && !std::filesystem::exists(rebuildName(name) + ".idx");
         const int mendedBefore = mended;
-        const DbGuard guard(lock, sharedLock);
+        const DbGuard guard(lock, kSharedLock);
         EXPECT_TRUE(wasSound || mended > mendedBefore) << "damage without a mark: " << before;
         EXPECT_EQ(problemsOf(name), "");
-        ASSERT_EQ(table.open(name), dbOk);
+        ASSERT_EQ(table.open(name), kDbOk);
         for (int i = 0; i < count; ++i) {
             const int found = table.seek(keyOf(i));
-            EXPECT_TRUE(found == dbOk || told[i] != inserted) << "lost " << i;
-            EXPECT_TRUE(found != dbOk || (told[i] != untouched && told[i] != removed)) << "came back " << i;
+            EXPECT_TRUE(found == kDbOk || told[i] != kInserted) << "lost " << i;
+            EXPECT_TRUE(found != kDbOk || (told[i] != kUntouched && told[i] != kRemoved)) << "came back " << i;
         }
         table.close();
     }
@@ -139,13 +139,13 @@ TEST(CrashedTable, FullDiskLeavesAMarkOnlyWhereABatchWasLost) {
             full.room = room;
             bool inserted = false;
             {
-                const DbGuard guard(writer.lock, exclusiveLock);
-                ASSERT_EQ(writer.table.open(writer.name), dbOk);
+                const DbGuard guard(writer.lock, kExclusiveLock);
+                ASSERT_EQ(writer.table.open(writer.name), kDbOk);
                 int at = 100;
                 inserted = writer.insertSome(at, count, told.data());
                 writer.table.close();
             }
-            full.room = FaultyFileOps::never;
+            full.room = FaultyFileOps::kNever;
             writer.expectMended(told.data(), 120);
             EXPECT_EQ(writer.mended, count > 1 && !inserted ? 1 : 0) << room;
             if (inserted) break;
@@ -158,33 +158,33 @@ TEST(SlowCrashedTable, KilledWriterIsMendedByTheNext) {
     const ScopedFileOps fast(unsynced);
     const int kills = rounds(300);
     std::mt19937_64 random(seedOf());
-    const auto told = sharedMemory<std::atomic<char>>(maxKeys);
-    int mended = 0, done = maxKeys;
+    const auto told = sharedMemory<std::atomic<char>>(kMaxKeys);
+    int mended = 0, done = kMaxKeys;
     std::unique_ptr<TempDir> dir;
     for (int kill = 0; kill < kills && !HasFailure(); ++kill) {
-        if (done > maxKeys / 2) {
+        if (done > kMaxKeys / 2) {
             dir = std::make_unique<TempDir>();
             LockedTable(*dir).create({tinyDesc(17), {41, 4096}});
-            std::fill_n(told.get(), maxKeys, untouched);
+            std::fill_n(told.get(), kMaxKeys, kUntouched);
             done = 0;
         }
         const pid_t child = fork();
         if (child == 0) {
-            LockedTable(*dir).write(done, maxKeys, told.get());
+            LockedTable(*dir).write(done, kMaxKeys, told.get());
             _exit(0);
         }
         std::this_thread::sleep_for(std::chrono::microseconds(500 + random() % 8000));
         ::kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
         LockedTable next(*dir);
-        while (done < maxKeys && told[done] != untouched) ++done;
-        next.expectMended(told.get(), std::min(done + 1, maxKeys));
+        while (done < kMaxKeys && told[done] != kUntouched) ++done;
+        next.expectMended(told.get(), std::min(done + 1, kMaxKeys));
         mended += next.mended;
         // What was cut off is decided now; later rounds expect it to stay so.
-        ASSERT_EQ(next.table.open(next.name), dbOk);
+        ASSERT_EQ(next.table.open(next.name), kDbOk);
         for (int i = 0; i < done; ++i) {
-            if (told[i] != inserting && told[i] != removing) continue;
-            told[i] = next.table.seek(keyOf(i)) == dbOk ? inserted : removed;
+            if (told[i] != kInserting && told[i] != kRemoving) continue;
+            told[i] = next.table.seek(keyOf(i)) == kDbOk ? kInserted : kRemoved;
         }
         next.table.close();
     }
@@ -193,31 +193,31 @@ TEST(SlowCrashedTable, KilledWriterIsMendedByTheNext) {
 
 TEST(SlowSharedTable, ProcessesShareADirectoryAndNobodyStarves) {
     using Clock = std::chrono::steady_clock;
-    constexpr int processes = 5, writers = 2;
+    constexpr int kProcesses = 5, kWriters = 2;
     struct Life {
         int64_t count;
         Clock::duration longestWait;
     };
-    const auto lives = sharedMemory<Life>(processes);
+    const auto lives = sharedMemory<Life>(kProcesses);
     const TempDir dir;
     LockedTable(dir).create({tinyDesc(17), {41, 4096}});
     FaultyFileOps unsynced;
     const ScopedFileOps fast(unsynced);
     const auto end = Clock::now() + std::chrono::seconds(rounds(4));
     std::vector<pid_t> children;
-    for (int p = 0; p < processes; ++p) {
+    for (int p = 0; p < kProcesses; ++p) {
         children.push_back(fork());
         if (children.back() != 0) continue;
         LockedTable shared(dir);
         for (Life& life = lives[p]; Clock::now() < end; ++life.count) {
             const auto asked = Clock::now();
-            const DbGuard guard(shared.lock, p < writers ? exclusiveLock : sharedLock);
+            const DbGuard guard(shared.lock, p < kWriters ? kExclusiveLock : kSharedLock);
             life.longestWait = std::max(life.longestWait, Clock::now() - asked);
-            if (shared.table.open(shared.name) != dbOk) _exit(1);
-            if (p < writers) {
+            if (shared.table.open(shared.name) != kDbOk) _exit(1);
+            if (p < kWriters) {
                 const std::string key = std::to_string(p) + "-" + std::to_string(life.count);
                 if (add(shared.table, {key, key}, "body of " + key) == 0) _exit(2);
-                if (life.count % 500 == 499 && shared.table.rebuild(shared.name) != dbOk) _exit(3);
+                if (life.count % 500 == 499 && shared.table.rebuild(shared.name) != kDbOk) _exit(3);
             } else if (const std::string body = bodyAt(shared.table);
                        !body.starts_with("body of ") && body != "answer -1") {
                 _exit(4);
@@ -231,7 +231,7 @@ TEST(SlowSharedTable, ProcessesShareADirectoryAndNobodyStarves) {
         waitpid(child, &status, 0);
         EXPECT_EQ(status, 0) << "exit code " << WEXITSTATUS(status);
     }
-    for (int p = 0; p < processes; ++p) {
+    for (int p = 0; p < kProcesses; ++p) {
         EXPECT_GT(lives[p].count, 100) << p;
         EXPECT_LT(lives[p].longestWait, std::chrono::seconds(1)) << "process " << p << " starved";
     }

@@ -19,8 +19,8 @@ constexpr IndexDesc page4k(int16_t keyLen) {
 class Table : public testing::Test {
   protected:
     void make(const std::vector<IndexDesc>& descs) {
-        ASSERT_EQ(table.create(name, static_cast<int>(descs.size()), descs.data()), dbOk);
-        ASSERT_EQ(table.open(name), dbOk);
+        ASSERT_EQ(table.create(name, static_cast<int>(descs.size()), descs.data()), kDbOk);
+        ASSERT_EQ(table.open(name), kDbOk);
     }
     void expectSound() { EXPECT_EQ(problemsOf(name), ""); }
 
@@ -36,7 +36,7 @@ TEST_F(Table, ElevenIndexesAndImpossiblePagesAreRefused) {
     const auto message = [&](auto&& file) { return messageOf([&] { (void)file.create(name, 11, eleven.data()); }); };
     EXPECT_EQ(message(IndexFile()), "Assertion idxNumb <= MAX_INDEX failed in src/db/indxuser");
     EXPECT_EQ(message(DataFile()), "Assertion idxNumb <= MAX_INDEX failed in src/db/datafile");
-    for (const IndexDesc& desc : {IndexDesc{0, 4096}, {41, -1}}) EXPECT_EQ(table.create(name, 1, &desc), dbError);
+    for (const IndexDesc& desc : {IndexDesc{0, 4096}, {41, -1}}) EXPECT_EQ(table.create(name, 1, &desc), kDbError);
     make({page4k(17)});
     EXPECT_EQ(messageOf([&] { table.selectIndex(1); }), "Assertion idx < numIdx failed in src/db/indxuser");
 }
@@ -44,41 +44,41 @@ TEST_F(Table, ElevenIndexesAndImpossiblePagesAreRefused) {
 TEST_F(Table, RemovedOnlyRecordIsNowhere) {
     make({page4k(17)});
     add(table, {"x"}, "body");
-    EXPECT_EQ(table.remove(), dbOk);
-    EXPECT_EQ(table.top(), dbNoRecord);
-    EXPECT_EQ(table.bottom(), dbNoRecord);
-    EXPECT_EQ(table.seek("x"), dbNoRecord);
-    EXPECT_EQ(table.recNo(), dbNoRecord);
-    EXPECT_EQ(table.remove(), dbNoRecord);
-    EXPECT_EQ(table.update({}), dbNoRecord);
-    EXPECT_EQ(table.setRec(56), dbError);
-    EXPECT_EQ(table.lastError(), DataBase::Error::data);
+    EXPECT_EQ(table.remove(), kDbOk);
+    EXPECT_EQ(table.top(), kDbNoRecord);
+    EXPECT_EQ(table.bottom(), kDbNoRecord);
+    EXPECT_EQ(table.seek("x"), kDbNoRecord);
+    EXPECT_EQ(table.recNo(), kDbNoRecord);
+    EXPECT_EQ(table.remove(), kDbNoRecord);
+    EXPECT_EQ(table.update({}), kDbNoRecord);
+    EXPECT_EQ(table.setRec(56), kDbError);
+    EXPECT_EQ(table.lastError(), DataBase::Error::Data);
 }
 
 TEST_F(Table, UpdateFitsTheFirstLengthAndAfterARebuildTheLengthInUse) {
     make({tinyDesc(17)});
     for (const char* key : {"c", "b", "a"}) add(table, {key}, "12345");
     for (const auto& [body, answer, kept] :
-         {std::tuple("123456", dbTooLong, "12345"), {"xy", dbOk, "xy"}, {"vwxyz", dbOk, "vwxyz"}}) {
+         {std::tuple("123456", kDbTooLong, "12345"), {"xy", kDbOk, "xy"}, {"vwxyz", kDbOk, "vwxyz"}}) {
         EXPECT_EQ(table.update(asBytes(body)), answer) << body;
         EXPECT_EQ(bodyAt(table), kept);
     }
     DataFile& data = table.dataFile();
     const int64_t recNo = table.recNo();
-    EXPECT_EQ(table.remove(), dbOk);
-    EXPECT_EQ(data.update(recNo, {}), dbDeleted);
+    EXPECT_EQ(table.remove(), kDbOk);
+    EXPECT_EQ(data.update(recNo, {}), kDbDeleted);
     TableRecord record;
-    EXPECT_EQ(data.data(recNo, record, false), dbDeleted);
-    EXPECT_EQ(data.data(recNo, record, true), dbDeleted);
+    EXPECT_EQ(data.data(recNo, record, false), kDbDeleted);
+    EXPECT_EQ(data.data(recNo, record, true), kDbDeleted);
     EXPECT_EQ(asText(record.body), "vwxyz");
-    ASSERT_EQ(table.skip(1), dbOk);
-    ASSERT_EQ(table.update(asBytes("u")), dbOk);
-    ASSERT_EQ(table.rebuild(name), dbOk);
+    ASSERT_EQ(table.skip(1), kDbOk);
+    ASSERT_EQ(table.update(asBytes("u")), kDbOk);
+    ASSERT_EQ(table.rebuild(name), kDbOk);
     EXPECT_FALSE(std::filesystem::exists(dir.file("a#.idx")) || std::filesystem::exists(dir.file("a#.dta")));
-    ASSERT_EQ(table.open(name), dbOk);
-    EXPECT_EQ(table.skip(1), dbOk) << "an opened table stands at the top";
-    EXPECT_EQ(table.skip(-1), dbOk);
-    EXPECT_EQ(table.update(asBytes("uu")), dbTooLong);
+    ASSERT_EQ(table.open(name), kDbOk);
+    EXPECT_EQ(table.skip(1), kDbOk) << "an opened table stands at the top";
+    EXPECT_EQ(table.skip(-1), kDbOk);
+    EXPECT_EQ(table.update(asBytes("uu")), kDbTooLong);
     EXPECT_EQ(checkTable(name).deleted, 0);
 }
 
@@ -92,24 +92,24 @@ TEST_F(Table, KeysThatDoNotFitChangeNothing) {
     EXPECT_EQ(readFile(name + ".dta"), dta);
     const std::string zero("1\0other", 7);
     EXPECT_NE(add(table, {zero, zero}, "z"), 0) << "a key ends at its zero octet";
-    EXPECT_EQ(table.seek("1"), dbOk);
-    EXPECT_EQ(table.seek(std::string("1\0another", 9)), dbOk);
+    EXPECT_EQ(table.seek("1"), kDbOk);
+    EXPECT_EQ(table.seek(std::string("1\0another", 9)), kDbOk);
 }
 
 TEST_F(Table, OneObjectSeesWhatAnotherWroteBetweenItsOpenings) {
     make({tinyDesc(17)});
     DataBase other;
     DataBase *writer = &table, *reader = &other;
-    ASSERT_EQ(other.open(name), dbOk);
+    ASSERT_EQ(other.open(name), kDbOk);
     for (int i = 0; i < 200; ++i, std::swap(writer, reader)) {
         reader->close();
         ASSERT_NE(add(*writer, {std::to_string(i)}, std::to_string(i)), 0);
         writer->close();
         if (i == 100) {
-            ASSERT_EQ(writer->rebuild(name), dbOk);
+            ASSERT_EQ(writer->rebuild(name), kDbOk);
         }
-        ASSERT_EQ(reader->open(name), dbOk);
-        ASSERT_EQ(reader->seek(std::to_string(i)), dbOk);
+        ASSERT_EQ(reader->open(name), kDbOk);
+        ASSERT_EQ(reader->seek(std::to_string(i)), kDbOk);
         EXPECT_EQ(bodyAt(*reader), std::to_string(i));
     }
 }
@@ -119,10 +119,10 @@ class Model {
   public:
     Model(std::string name, std::vector<IndexDesc> descs, uint64_t seed)
         : name_(std::move(name)), lock_(name_ + ".lck"), descs_(std::move(descs)), maps_(descs_.size()), random_(seed) {
-        EXPECT_EQ(lock_.acquire(exclusiveLock), DbLock::Result::ok);
+        EXPECT_EQ(lock_.acquire(kExclusiveLock), DbLock::Result::Ok);
         table_.bindLock(&lock_);
-        EXPECT_EQ(table_.create(name_, static_cast<int>(descs_.size()), descs_.data()), dbOk);
-        EXPECT_EQ(table_.open(name_), dbOk);
+        EXPECT_EQ(table_.create(name_, static_cast<int>(descs_.size()), descs_.data()), kDbOk);
+        EXPECT_EQ(table_.open(name_), kDbOk);
     }
 
     void step() {
@@ -191,39 +191,39 @@ class Model {
         if (records_.empty()) return;
         const auto any = records_.lower_bound(static_cast<int64_t>(random_() % (records_.rbegin()->first + 1)));
         const int64_t recNo = any->first;
-        ASSERT_EQ(table_.setRec(recNo), dbOk);
+        ASSERT_EQ(table_.setRec(recNo), kDbOk);
         if (random_() % 2 == 0) {
             Bytes& body = any->second.body;
             body.assign(body.size() / 2, 'u');
-            ASSERT_EQ(table_.update(body), dbOk);
+            ASSERT_EQ(table_.update(body), kDbOk);
             operations_ += "u " + std::to_string(recNo) + " " + std::string(asText(body)) + "\n";
             return expectAt(recNo);
         }
-        ASSERT_EQ(table_.remove(), dbOk);
+        ASSERT_EQ(table_.remove(), kDbOk);
         operations_ += "d " + std::to_string(recNo) + "\n";
         for (Order& order : maps_) std::erase_if(order, [&](const auto& e) { return e.second == recNo; });
         records_.erase(any);
-        ASSERT_EQ(table_.setRec(recNo), dbError);
+        ASSERT_EQ(table_.setRec(recNo), kDbError);
     }
 
     void seek() {
         const std::string key = randomKey(index_);
         const Order& order = maps_[index_];
         const auto it = order.lower_bound(key);
-        ASSERT_EQ(table_.seek(key), it == order.end() ? dbNoRecord : it->first == key ? dbOk : dbGreater);
+        ASSERT_EQ(table_.seek(key), it == order.end() ? kDbNoRecord : it->first == key ? kDbOk : kDbGreater);
         if (!order.empty()) expectAt(it == order.end() ? order.rbegin()->second : it->second);
     }
 
     void walk() {
         const Order& order = maps_[index_];
         const bool fromTop = random_() % 2 == 0;
-        ASSERT_EQ(fromTop ? table_.top() : table_.bottom(), order.empty() ? dbNoRecord : dbOk);
+        ASSERT_EQ(fromTop ? table_.top() : table_.bottom(), order.empty() ? kDbNoRecord : kDbOk);
         if (order.empty()) return;
         auto it = fromTop ? order.begin() : std::prev(order.end());
         for (int i = 0; i < 6; ++i) {
             const int n = static_cast<int>(random_() % 41) - 20;
             const auto room = n < 0 ? std::distance(order.begin(), it) : std::distance(it, order.end()) - 1;
-            ASSERT_EQ(table_.skip(n), std::abs(n) <= room ? dbOk : dbNoRecord) << n;
+            ASSERT_EQ(table_.skip(n), std::abs(n) <= room ? kDbOk : kDbNoRecord) << n;
             if (std::abs(n) <= room) std::advance(it, n);
             expectAt(it->second);
         }
@@ -231,14 +231,14 @@ class Model {
 
     void reopen() {
         table_.close();
-        ASSERT_EQ(table_.open(name_), dbOk);
+        ASSERT_EQ(table_.open(name_), kDbOk);
         if (random_() % 2 == 0) table_.beginBatch();
     }
 
     void rebuild() {
         if (!std::exchange(rebuilt_, true)) expectGolden();
-        ASSERT_EQ(table_.rebuild(name_), dbOk);
-        ASSERT_EQ(table_.open(name_), dbOk);
+        ASSERT_EQ(table_.rebuild(name_), kDbOk);
+        ASSERT_EQ(table_.open(name_), kDbOk);
         // Records keep their file order, and equal keys are again in the order of the copy: newest first.
         for (Order& order : maps_) order.clear();
         int64_t recNo = 56;
@@ -251,7 +251,7 @@ class Model {
     void expectAt(int64_t recNo) {
         TableRecord record;
         ASSERT_EQ(table_.recNo(), recNo);
-        ASSERT_EQ(table_.data(record), dbOk);
+        ASSERT_EQ(table_.data(record), kDbOk);
         ASSERT_EQ(record, records_[recNo]);
     }
 

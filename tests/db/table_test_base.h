@@ -25,13 +25,13 @@ inline IndexDesc tinyDesc(int16_t keyLen) {
 inline int64_t add(DataBase& table, const std::vector<std::string>& keys, const std::string& body) {
     int64_t recNo = 0;
     const std::vector<std::string_view> views(keys.begin(), keys.end());
-    return table.insert(views, asBytes(body), recNo) == dbOk ? recNo : 0;
+    return table.insert(views, asBytes(body), recNo) == kDbOk ? recNo : 0;
 }
 
 inline std::string bodyAt(DataBase& table) {
     TableRecord record;
     const int answer = table.data(record);
-    return answer == dbOk ? std::string(asText(record.body)) : "answer " + std::to_string(answer);
+    return answer == kDbOk ? std::string(asText(record.body)) : "answer " + std::to_string(answer);
 }
 
 inline std::string problemsOf(const std::string& name) {

@@ -27,7 +27,7 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 /// What a writer says about each certificate before and after each operation; in shared memory.
-enum Told : char { untouched, changing, stored, removed };
+enum Told : char { kUntouched, kChanging, kStored, kRemoved };
 using Tale = std::shared_ptr<std::atomic<char>[]>;
 
 Tale newTale() {
@@ -49,9 +49,9 @@ struct Base {
         return manager.removeCerts([](ByteView) { return false; }, counts);
     }
     bool insert(const Tale& told, size_t i) {
-        told[i] = changing;
+        told[i] = kChanging;
         if (!db.insert(ByteView(certPool()[i]))) return false;
-        told[i] = stored;
+        told[i] = kStored;
         return true;
     }
     /// Imports some, inserts one by one, deletes, compacts, until it fails or has been through the pool.
@@ -70,27 +70,27 @@ struct Base {
         return true;
     }
     bool importTen(const Tale& told, size_t from) {
-        std::fill_n(&told[from], 10, changing);
+        std::fill_n(&told[from], 10, kChanging);
         size_t at = from;
         const auto source = [&](ByteView& der) { return at < from + 10 && (der = certPool()[at++], true); };
         ImportProgress done;
         if (!db.insertMany(source, nullptr, nullptr, done)) return false;
-        std::fill_n(&told[from], 10, stored);
+        std::fill_n(&told[from], 10, kStored);
         return true;
     }
     bool remove(const Tale& told, size_t i) {
         CrtRecord record;
-        if (told[i] != stored || !makeCrtRecord(certPool()[i], record)) return true;
-        told[i] = changing;
-        for (int attempt = 0; attempt < 20 && told[i] != removed; ++attempt) {
+        if (told[i] != kStored || !makeCrtRecord(certPool()[i], record)) return true;
+        told[i] = kChanging;
+        for (int attempt = 0; attempt < 20 && told[i] != kRemoved; ++attempt) {
             CrtItemList list;
             if (!manager.findCertsByCrtHash(list, record.crtHash) || list.size() != 1) return false;
             // A compaction of another process may come in between: then another certificate has the id, or none.
             Bytes der;
             const bool same = manager.setCrtId(list[0].id) && manager.get(der) && der == certPool()[i];
-            if (same && manager.deleteCert()) told[i] = removed;
+            if (same && manager.deleteCert()) told[i] = kRemoved;
         }
-        return told[i] == removed;
+        return told[i] == kRemoved;
     }
     /// Everything that was said to be there is found by every key, and nothing that is gone.
     void expectTold(const Tale& told) {
@@ -101,8 +101,8 @@ struct Base {
             ASSERT_TRUE(makeCrtRecord(certPool()[i], record));
             CrtItemList byHash, byField;
             EXPECT_TRUE(manager.findCertsByCrtHash(byHash, record.crtHash)) << manager.lastFailure();
-            EXPECT_TRUE(told[i] != stored || byHash.size() == 1) << "lost " << i;
-            EXPECT_TRUE((told[i] != untouched && told[i] != removed) || byHash.empty()) << "came back " << i;
+            EXPECT_TRUE(told[i] != kStored || byHash.size() == 1) << "lost " << i;
+            EXPECT_TRUE((told[i] != kUntouched && told[i] != kRemoved) || byHash.empty()) << "came back " << i;
             if (byHash.empty()) continue;
             const DnFld& last = record.dnFlds.back();
             EXPECT_TRUE(manager.findCertsBySbjDnFld(byField, last.type, last.value));
@@ -162,8 +162,8 @@ TEST_F(CrtCrash, LostSideRecordsAreMadeAgainAndForeignOnesDropped) {
         // The table is emptied but for a record of a certificate that is not there.
         DataBase table;
         const std::string name = path + std::string(side->file);
-        ASSERT_EQ(table.create(name, side->numIndexes, side->descs.data()), dbOk);
-        ASSERT_EQ(table.open(name), dbOk);
+        ASSERT_EQ(table.create(name, side->numIndexes, side->descs.data()), kDbOk);
+        ASSERT_EQ(table.open(name), kDbOk);
         const std::vector<std::string> keys{"00000001", "nkey", "hash"};
         ASSERT_NE(add(table, {keys.begin(), keys.begin() + side->numIndexes}, ""), 0);
         table.close();
@@ -185,8 +185,8 @@ TEST_F(CrtCrash, InsertingAgainCompletesSideRecords) {
     ASSERT_TRUE(base.insert(told, 0));
     for (const TableLayout* side : {&dnTb, &addIdxTb}) {
         DataBase table;
-        ASSERT_EQ(table.open(path + std::string(side->file)), dbOk);
-        ASSERT_EQ(table.remove(), dbOk);
+        ASSERT_EQ(table.open(path + std::string(side->file)), kDbOk);
+        ASSERT_EQ(table.remove(), kDbOk);
     }
     ASSERT_TRUE(base.insert(told, 0));
     expectMended();
@@ -266,7 +266,7 @@ TEST_F(SlowCrtCrash, ProcessesShareADatabase) {
     }
     EXPECT_LT(longest.count(), 1000) << "nobody starves";
     EXPECT_EQ(problemsOfDatabase(path), "");
-    for (size_t i = 0; i + 10 < certPool().size(); ++i) told[i] = i % 4 == 0 ? removed : stored;
+    for (size_t i = 0; i + 10 < certPool().size(); ++i) told[i] = i % 4 == 0 ? kRemoved : kStored;
     reader.expectTold(told);
 }
 

@@ -42,7 +42,7 @@ class CrtStoreTest : public testing::TestWithParam<const char*> {
     }
     ~CrtStoreTest() override { expectSound("at the end"); }
 
-    [[nodiscard]] bool inFiles() const { return GetParam() == dbKindFile; }
+    [[nodiscard]] bool inFiles() const { return GetParam() == kDbKindFile; }
     void expectSound(const char* when) const { EXPECT_EQ(inFiles() ? problemsOfDatabase(config.db) : "", "") << when; }
     void fill() {
         for (const Bytes& der : certPool()) {
@@ -108,7 +108,7 @@ class CrtStoreTest : public testing::TestWithParam<const char*> {
     }
     static bool hasField(const SignedCertificate& c, const DnFld& field) {
         const auto emails = c.emails();
-        if (field.type == dnEmail) return std::ranges::find(emails, field.value) != emails.end();
+        if (field.type == kDnEmail) return std::ranges::find(emails, field.value) != emails.end();
         return std::ranges::any_of(c.subject(), [&](const auto& set) {
             return dnFldType(set[0].type) == field.type && set[0].valueUtf8() == field.value;
         });
@@ -127,15 +127,15 @@ TEST_P(CrtStoreTest, EverySearchAgreesWithAScan) {
     expectSearchesAgree();
     const SignedCertificate& authority = parsed(certPool()[18]);
     CrtItemList none;
-    EXPECT_TRUE(manager.findCertsBySbjDnFld(none, dnCommonName, "Nikt")) << "no match is no failure";
+    EXPECT_TRUE(manager.findCertsBySbjDnFld(none, kDnCommonName, "Nikt")) << "no match is no failure";
     EXPECT_TRUE(db.findByIssuerAndSerNum(none, authority.subject(), authority.serialNumber()));
     EXPECT_TRUE(none.empty());
-    EXPECT_TRUE(db.findByKeyUsage(none, authority.subject(), 1U << KeyUsage::digitalSignature, time(nullptr)));
+    EXPECT_TRUE(db.findByKeyUsage(none, authority.subject(), 1U << KeyUsage::kDigitalSignature, time(nullptr)));
     EXPECT_EQ(dersOf(none).count(certPool()[18]), 0U) << "an authority's key signs certificates only";
     for (const Bytes& der : certPool()) {
         InsertResult result{};
         EXPECT_TRUE(db.insert(ByteView(der), &result));
-        EXPECT_EQ(result, InsertResult::present) << "stored once";
+        EXPECT_EQ(result, InsertResult::Present) << "stored once";
     }
     EXPECT_EQ(count(), live.size());
 }
@@ -146,7 +146,7 @@ TEST_P(CrtStoreTest, ManyCertificatesWithOneSerialNumber) {
         Bytes der = certPool()[1];
         der.back() ^= static_cast<uint8_t>(i % 100);
         EXPECT_TRUE(db.insert(ByteView(der), &result));
-        EXPECT_EQ(result, i < 100 ? InsertResult::stored : InsertResult::present) << i;
+        EXPECT_EQ(result, i < 100 ? InsertResult::Stored : InsertResult::Present) << i;
     }
     CrtItemList found;
     EXPECT_TRUE(db.findBySerNum(found, parsed(certPool()[1]).serialNumber()));
@@ -159,7 +159,7 @@ TEST_P(CrtStoreTest, ACrlWithoutItsTagIsNotLost) {
     std::vector<Bytes> crls;
     for (const char* name : {"A", "B"}) {
         const MadeCert issuer = makeCert({.subject = {{"CN", name}}, .extensions = caExtensions()});
-        for (long number : {1, 2}) crls.push_back(makeCrl({.number = number, .nextUpdate = number * day}, issuer));
+        for (long number : {1, 2}) crls.push_back(makeCrl({.number = number, .nextUpdate = number * kDay}, issuer));
     }
     EXPECT_TRUE(manager.insertCrl(crls[0], result));
     const std::string tag = config.db + "/1.chk", old = inFiles() ? test::readFile(tag) + "x" : "";
@@ -176,7 +176,7 @@ TEST_P(CrtStoreTest, EmailsUpTo128CharactersAreStored) {
     // Addresses that long get by the maker's checks only as an attribute of the subject.
     const auto insert = [&](size_t length) {
         const std::string email = std::string(length - 9, 'a') + "@firma.pl";
-        return db.insert(ByteView(makeCert({.subject = {{"CN", "Długi"}, {"emailAddress", email, ia5String}}}).der));
+        return db.insert(ByteView(makeCert({.subject = {{"CN", "Długi"}, {"emailAddress", email, kIa5String}}}).der));
     };
     EXPECT_TRUE(insert(128));
     EXPECT_FALSE(insert(129));
@@ -226,13 +226,13 @@ TEST_P(CrtStoreTest, ACertificateThatMovedIsNotTakenForAnother) {
 }
 
 TEST_P(CrtStoreTest, BrowsingGoesBothWaysAndSurvivesDeletion) {
-    EXPECT_EQ(manager.top(), DbStep::end);
-    EXPECT_EQ(manager.prev(), DbStep::end);
+    EXPECT_EQ(manager.top(), DbStep::End);
+    EXPECT_EQ(manager.prev(), DbStep::End);
     fill();
     const CrtItemList list = all();
     ASSERT_EQ(list.size(), live.size());
     size_t n = 0;
-    for (DbStep step = manager.top(); step == DbStep::found; step = manager.next(), ++n) {
+    for (DbStep step = manager.top(); step == DbStep::Found; step = manager.next(), ++n) {
         ASSERT_EQ(currentId(), list[n].id);
     }
     EXPECT_EQ(n, list.size());
@@ -244,12 +244,12 @@ TEST_P(CrtStoreTest, BrowsingGoesBothWaysAndSurvivesDeletion) {
     EXPECT_EQ(page, (CrtItemList{list[10], list[11], list[12], list[8], list[7]}));
     ASSERT_TRUE(manager.setCrtId(list[10].id));
     ASSERT_TRUE(manager.deleteCert());
-    EXPECT_EQ(manager.prev(), DbStep::found);
+    EXPECT_EQ(manager.prev(), DbStep::Found);
     EXPECT_EQ(currentId(), list[9].id);
-    EXPECT_EQ(manager.next(), DbStep::found);
+    EXPECT_EQ(manager.next(), DbStep::Found);
     EXPECT_EQ(currentId(), list[11].id);
     ASSERT_TRUE(manager.setCrtId(list.back().id));
-    EXPECT_EQ(manager.next(), DbStep::end);
+    EXPECT_EQ(manager.next(), DbStep::End);
     Bytes der;
     EXPECT_TRUE(manager.get(der));
     EXPECT_EQ(der, list.back().der) << "the current one stays at the end";
@@ -284,9 +284,9 @@ TEST_P(CrtStoreTest, ExpiredCertificatesGoAndTheRestIsRenumberedConsistently) {
 TEST_P(CrtStoreTest, AnImportTellsEachCertificatesFate) {
     ASSERT_TRUE(db.insert(ByteView(certPool()[1])));
     std::vector<Bytes> file(certPool().begin(), certPool().begin() + 5);
-    file.push_back(makeCert({.subject = {{"emailAddress", std::string(129, 'a'), ia5String}}}).der);
+    file.push_back(makeCert({.subject = {{"emailAddress", std::string(129, 'a'), kIa5String}}}).der);
     NameFields many;
-    for (size_t i = 0; i <= maxCrtFields; ++i) many.push_back({"CN", std::to_string(i)});
+    for (size_t i = 0; i <= kMaxCrtFields; ++i) many.push_back({"CN", std::to_string(i)});
     file.push_back(makeCert({.subject = many}).der);
     file.push_back(file[0]);
     file.push_back({0x30, 0x01, 0x00});
@@ -354,7 +354,7 @@ TEST(DbManagerTest, AProfileWithoutDatabaseFindsNothingAndRefusesInsertions) {
     manager.init(configOf("brak"));
     EXPECT_EQ(manager.isDbCreated(), 0);
     EXPECT_TRUE(manager.createDb());
-    EXPECT_EQ(manager.top(), DbStep::end);
+    EXPECT_EQ(manager.top(), DbStep::End);
     EXPECT_FALSE(CrtDb(manager).insert(ByteView(certPool()[0])));
     EXPECT_FALSE(manager.setLastImportNr("a", 1));
 }
@@ -370,10 +370,10 @@ TEST(DbManagerTest, FailuresNameTheOperationAndDropTheConnection) {
     EXPECT_EQ(failure("createDb")[0], 'B');
     manager.init(configOf("", dir.file("base")));
     EXPECT_EQ(manager.isDbCreated(), 47) << "settings without a kind but with a directory mean files";
-    EXPECT_EQ(manager.top(), DbStep::failed);
+    EXPECT_EQ(manager.top(), DbStep::Failed);
     EXPECT_EQ(failure("top"), "FileSemaphore::p: blad zajecia semafora");
     ASSERT_TRUE(manager.createDb());
-    EXPECT_EQ(manager.top(), DbStep::end) << "the next operation starts afresh";
+    EXPECT_EQ(manager.top(), DbStep::End) << "the next operation starts afresh";
     std::filesystem::remove(dir.file("base/addidx.idx"));
     EXPECT_FALSE(CrtDb(manager).insert(ByteView(certPool()[0])));
     EXPECT_EQ(failure("insertCert"), "DbCrtCrv::connect. Blad otwrcia tabeli addIdxTb");

@@ -77,7 +77,7 @@ TEST_F(Crvdb, WrongCallsAndPlacesAreNotUsable) {
 }
 
 TEST_F(Crvdb, DamageIsNamedAndRepaired) {
-    constexpr int whole = -1;
+    constexpr int kWhole = -1;
     struct Row {
         const char* name;
         int at;              // where the octets are written over the old ones, or the whole file when negative
@@ -87,26 +87,26 @@ TEST_F(Crvdb, DamageIsNamedAndRepaired) {
     };
     const Row rows[] = {
         {"db.lck", 0, "CRVMARK2\n", "a change was cut off"},
-        {"certific.idx", whole, "", "certific.idx: missing"},
+        {"certific.idx", kWhole, "", "certific.idx: missing"},
         {"dnfld.idx", 16, "xx", "dnfld: index file has a damaged header"},
         {"addidx.dta", 0, "xx", "addidx: data file has a damaged header"},
         {"certific.dta", 56 + 343 + 8, "xx", "certific: data: no sound record at 399"},
         {"ca.idx", 2048, "\3", "ca: index 0: live record not reached"},
         {"certific.dta", 56, "\1", "dnfld: record without its certificate at 56"},
-        {"ca.dta", whole, "", "ca.dta: missing"},
-        {"crl_idx.asn", whole, "torn", "crl_idx.asn: does not match its tag"},
-        {"1.crl", whole, "torn", "1.crl: does not match its tag", false},
-        {"version.txt", whole, "6", "version.txt: not the version \"7\""},
-        {"imports.dat", whole, "", "imports.dat: missing"},
+        {"ca.dta", kWhole, "", "ca.dta: missing"},
+        {"crl_idx.asn", kWhole, "torn", "crl_idx.asn: does not match its tag"},
+        {"1.crl", kWhole, "torn", "1.crl: does not match its tag", false},
+        {"version.txt", kWhole, "6", "version.txt: not the version \"7\""},
+        {"imports.dat", kWhole, "", "imports.dat: missing"},
     };
     fs::copy(path, dir.file("good"));
     for (const Row& row : rows) {
         SCOPED_TRACE(row.said);
         fs::remove_all(path);
         fs::copy(dir.file("good"), path);
-        if (row.at == whole) fs::remove(file(row.name));
-        if (row.at == whole && !row.octets.empty()) test::writeFile(file(row.name), row.octets);
-        if (row.at != whole) overwrite(row.name, row.at, row.octets);
+        if (row.at == kWhole) fs::remove(file(row.name));
+        if (row.at == kWhole && !row.octets.empty()) test::writeFile(file(row.name), row.octets);
+        if (row.at != kWhole) overwrite(row.name, row.at, row.octets);
         const std::string before = run("check " + path);
         EXPECT_THAT(before, AllOf(StartsWith("1 "), HasSubstr(row.said)));
         EXPECT_EQ(run("check " + path), before) << "a check changes nothing";
@@ -116,8 +116,8 @@ TEST_F(Crvdb, DamageIsNamedAndRepaired) {
 
 TEST_F(Crvdb, CertificateWithoutItsIdentifiersIsNamed) {
     DataBase addIdx;
-    ASSERT_EQ(addIdx.open(file("addidx")), dbOk);
-    ASSERT_EQ(addIdx.remove(), dbOk);
+    ASSERT_EQ(addIdx.open(file("addidx")), kDbOk);
+    ASSERT_EQ(addIdx.remove(), kDbOk);
     EXPECT_EQ(run("check " + path), "1 addidx: no record of the certificate at 56\n");
     EXPECT_EQ(run("repair " + path)[0], '1') << "what is no certificate has no identifiers to make anew";
 }

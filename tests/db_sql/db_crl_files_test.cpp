@@ -12,8 +12,8 @@ using namespace crv::test;
 
 namespace {
 
-constexpr const char* crlText = "Naruszona integralność bazy CRL (plik CRL). Wykonano operację restore";
-constexpr const char* indexText = "Naruszona integralność bazy CRL (plik indeksu CRL-i). Wykonano operację restore";
+constexpr const char* kCrlText = "Naruszona integralność bazy CRL (plik CRL). Wykonano operację restore";
+constexpr const char* kIndexText = "Naruszona integralność bazy CRL (plik indeksu CRL-i). Wykonano operację restore";
 
 class CrlFiles : public testing::Test {
   protected:
@@ -75,9 +75,9 @@ TEST_F(CrlFiles, DamageIsToldAndLeadsBackToTheIndexBeforeIt) {
         std::string index;  // afterwards
     };
     for (const Row& row :
-         {Row{"CRL", {"2.crl"}, crlText, "index of 1"},
-          {"index", {"crl_idx.asn"}, indexText, "index of 1"},
-          {"index and its copy", {"crl_idx.asn", "crl_idx.asn.bak"}, indexText, "damaged crl_idx.asn"},
+         {Row{"CRL", {"2.crl"}, kCrlText, "index of 1"},
+          {"index", {"crl_idx.asn"}, kIndexText, "index of 1"},
+          {"index and its copy", {"crl_idx.asn", "crl_idx.asn.bak"}, kIndexText, "damaged crl_idx.asn"},
           {"CRL without a tag: the index is not looked at", {"crl_idx.asn", "2.chk"}, "", "index of 3"}}) {
         SCOPED_TRACE(row.what);
         begin();

@@ -25,7 +25,7 @@ class DbCrvTest : public testing::Test {
     void setMark(char mark, const std::string& names = "") {
         test::writeFile(file("db.lck"), "CRVMARK" + (mark + names) + "\n");
     }
-    bool isComplete() { return db.isDbCreated() == DbState::complete; }
+    bool isComplete() { return db.isDbCreated() == DbState::Complete; }
 
     FaultyFileOps unsynced;
     const ScopedFileOps fast{unsynced};
@@ -35,7 +35,7 @@ class DbCrvTest : public testing::Test {
 };
 
 TEST_F(DbCrvTest, StateIsReadFromTheFiles) {
-    EXPECT_EQ(db.isDbCreated(), DbState::missing);
+    EXPECT_EQ(db.isDbCreated(), DbState::Missing);
     db.create();
     EXPECT_TRUE(isComplete());
     EXPECT_EQ(test::readFile(file("version.txt")), "7");
@@ -47,12 +47,12 @@ TEST_F(DbCrvTest, StateIsReadFromTheFiles) {
         DbState state;
     };
     for (const Row& row :
-         {Row{"7\n", {}, DbState::otherVersion},
-          {"", {}, DbState::otherVersion},
-          {"6", {}, DbState::otherVersion},
-          {"7", {"imports.dat"}, DbState::incomplete},
-          {"7", {"version.txt"}, DbState::incomplete},
-          {"7", {"version.txt", "addidx.dta", "addidx.idx", "imports.dat", "crl_idx.asn"}, DbState::otherVersion}}) {
+         {Row{"7\n", {}, DbState::OtherVersion},
+          {"", {}, DbState::OtherVersion},
+          {"6", {}, DbState::OtherVersion},
+          {"7", {"imports.dat"}, DbState::Incomplete},
+          {"7", {"version.txt"}, DbState::Incomplete},
+          {"7", {"version.txt", "addidx.dta", "addidx.idx", "imports.dat", "crl_idx.asn"}, DbState::OtherVersion}}) {
         fs::remove_all(path);
         db.create();
         test::writeFile(file("version.txt"), row.version);
@@ -68,7 +68,7 @@ TEST_F(DbCrvTest, WhatCannotBeReachedIsNotMissing) {
     db.create();
     for (const std::string& denied : {file("ca.idx"), path + "/"}) {
         unsynced.deniedPath = denied;
-        EXPECT_EQ(db.isDbCreated(), DbState::noAccess) << denied;
+        EXPECT_EQ(db.isDbCreated(), DbState::NoAccess) << denied;
     }
     std::string directory;
     EXPECT_TRUE(buildDBDirectory(std::string(254, 'x'), directory));
@@ -81,10 +81,10 @@ TEST_F(DbCrvTest, CreationThatFailsOrStopsCountsAsMissingAndCanBeRepeated) {
         ASSERT_LT(room, 100000);
         unsynced.room = room;
         const bool created = messageOf([&] { db.create(); }).empty();
-        EXPECT_EQ(db.isDbCreated(), created ? DbState::complete : DbState::missing) << room;
+        EXPECT_EQ(db.isDbCreated(), created ? DbState::Complete : DbState::Missing) << room;
         EXPECT_EQ(fs::exists(path), created) << room;
     }
-    unsynced.room = FaultyFileOps::never;
+    unsynced.room = FaultyFileOps::kNever;
     bool finished = false;
     for (int n = 0; !finished; ++n) {
         fs::remove_all(dir.file("deep"));
@@ -96,7 +96,7 @@ TEST_F(DbCrvTest, CreationThatFailsOrStopsCountsAsMissingAndCanBeRepeated) {
             died.connect(path);
             (void)messageOf([&] { died.create(); });
         }
-        EXPECT_TRUE(isComplete() || db.isDbCreated() == DbState::missing) << n;
+        EXPECT_TRUE(isComplete() || db.isDbCreated() == DbState::Missing) << n;
         db.create();
         EXPECT_TRUE(isComplete()) << n;
         finished = dying.changesLeft > 0;
@@ -120,12 +120,12 @@ TEST_F(DbCrvTest, CopyHoldsEveryFileOfTheList) {
 TEST_F(DbCrvTest, MarkOfADeadWriterIsMendedBeforeAnybodyGoesOn) {
     db.create();
     DataBase crt, ca;
-    ASSERT_EQ(crt.open(file("certific")), dbOk);
-    ASSERT_EQ(ca.open(file("ca")), dbOk);
+    ASSERT_EQ(crt.open(file("certific")), kDbOk);
+    ASSERT_EQ(ca.open(file("ca")), kDbOk);
     const int64_t kept = add(crt, {"1", "", "2"}, "body"), gone = add(crt, {"3", "", "4"}, "body");
     for (const auto& key : {recNoEncode(kept), recNoEncode(gone), std::string("no number")}) add(ca, {key}, "");
-    ASSERT_EQ(crt.setRec(gone), dbOk);
-    ASSERT_EQ(crt.remove(), dbOk);
+    ASSERT_EQ(crt.setRec(gone), kDbOk);
+    ASSERT_EQ(crt.remove(), kDbOk);
     crt.close(), ca.close();
     fs::resize_file(file("certific.idx"), 3000);
     test::writeFile(file("certifi#.idx"), "half made");
@@ -150,7 +150,7 @@ TEST_F(DbCrvTest, SwapIsFinishedForTheNamedTablesOnly) {
     for (const auto& [name, keys] :
          {std::pair<const char*, std::vector<std::string>>{"certific", {"1", "", "2"}}, {"dnfld", {"1", "x"}}}) {
         DataBase table;
-        ASSERT_EQ(table.open(file(name)), dbOk);
+        ASSERT_EQ(table.open(file(name)), kDbOk);
         ASSERT_NE(add(table, keys, "body"), 0);
         table.close();
         TableRebuild fresh(file(name));
@@ -178,19 +178,19 @@ TEST(DbLock, OnlyNestedLocksShareAndForeignContentIsNoMark) {
     test::writeFile(dir.file("l"), "something else that an old program wrote");
     DbLock lock(dir.file("l"));
     {
-        const DbGuard outer(lock, sharedLock);
-        EXPECT_EQ(lock.acquire(exclusiveLock), DbLock::Result::notHad);
+        const DbGuard outer(lock, kSharedLock);
+        EXPECT_EQ(lock.acquire(kExclusiveLock), DbLock::Result::NotHad);
     }
     {
-        const DbGuard outer(lock, exclusiveLock);
+        const DbGuard outer(lock, kExclusiveLock);
         ASSERT_TRUE(lock.beginChange());
-        { const DbGuard inner(lock, sharedLock); }
+        { const DbGuard inner(lock, kSharedLock); }
         EXPECT_EQ(test::readFile(dir.file("l")).substr(0, 8), "CRVMARK2");
         lock.spoil();
     }
-    EXPECT_EQ(lock.acquire(sharedLock), DbLock::Result::needsMending) << "spoilt, and there is no mender";
-    lock.setMender([](DbMark mark, const auto&) { return mark == DbMark::changing; });
-    EXPECT_EQ(lock.acquire(sharedLock), DbLock::Result::ok);
+    EXPECT_EQ(lock.acquire(kSharedLock), DbLock::Result::NeedsMending) << "spoilt, and there is no mender";
+    lock.setMender([](DbMark mark, const auto&) { return mark == DbMark::Changing; });
+    EXPECT_EQ(lock.acquire(kSharedLock), DbLock::Result::Ok);
     lock.release();
     EXPECT_EQ(test::readFile(dir.file("l")).substr(0, 8), "CRVMARK0");
 }

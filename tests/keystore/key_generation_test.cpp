@@ -8,13 +8,13 @@ namespace {
 StdECId curveNamed(const std::string& name) {
     for (const EcCurve& curve : ecCurves())
         if (curve.name == name) return curve.id;
-    return StdECId::none;
+    return StdECId::None;
 }
 
 using enum KeyScheme;
 using Hash = KcHashAlgo;
-constexpr auto kPem = RequestFormat::pem;
-constexpr auto kDer = RequestFormat::der;
+constexpr auto kPem = RequestFormat::Pem;
+constexpr auto kDer = RequestFormat::Der;
 
 struct GenerationCase {
     const char* name;
@@ -28,20 +28,20 @@ struct GenerationCase {
 };
 
 const GenerationCase kCases[] = {
-    {"rsa encryption", rsa, 3072, "", false, {kDer, nullptr, rsa, Hash::sha3_512}, "RSA-SHA3-512", KeyType::Encryption},
-    {"rsa both", rsa, 2048, "", false, {kDer, nullptr, rsa, Hash::sha1}, "sha1WithRSA", KeyType::Both},
-    {"pss forced", rsaPss, 2048, "", false, {kPem, nullptr, rsaPss, Hash::sha256, Hash::sha256}, "rsassaPss"},
-    {"pss by PKCS#1", rsaPss, 2048, "", false, {kPem, nullptr, rsa, Hash::sha1}, "sha1WithRSA"},
-    {"dsa", dsa, 1024, "", false, {kDer, nullptr, dsa, Hash::sha1}, "dsaWithSHA1"},
-    {"p256", ecdsa, 0, "prime256v1", false, {kPem, nullptr, ecdsa, Hash::sha256}, "ecdsa-with-SHA256"},
-    {"p521 explicit", ecdsa, 0, "secp521r1", true, {kDer, nullptr, ecdsa, Hash::sha512}, "ecdsa-with-SHA512"},
-    {"binary field", ecdsa, 0, "sect283r1", false, {kPem, nullptr, ecdsa, Hash::sha256}, "ecdsa-with-SHA256"},
-    {"brainpool", ecdsa, 0, "brainpoolP256r1", true, {kPem, nullptr, ecdsa, Hash::sha384}, "ecdsa-with-SHA384"},
+    {"rsa encryption", Rsa, 3072, "", false, {kDer, nullptr, Rsa, Hash::Sha3512}, "RSA-SHA3-512", KeyType::Encryption},
+    {"rsa both", Rsa, 2048, "", false, {kDer, nullptr, Rsa, Hash::Sha1}, "sha1WithRSA", KeyType::Both},
+    {"pss forced", RsaPss, 2048, "", false, {kPem, nullptr, RsaPss, Hash::Sha256, Hash::Sha256}, "rsassaPss"},
+    {"pss by PKCS#1", RsaPss, 2048, "", false, {kPem, nullptr, Rsa, Hash::Sha1}, "sha1WithRSA"},
+    {"dsa", Dsa, 1024, "", false, {kDer, nullptr, Dsa, Hash::Sha1}, "dsaWithSHA1"},
+    {"p256", Ecdsa, 0, "prime256v1", false, {kPem, nullptr, Ecdsa, Hash::Sha256}, "ecdsa-with-SHA256"},
+    {"p521 explicit", Ecdsa, 0, "secp521r1", true, {kDer, nullptr, Ecdsa, Hash::Sha512}, "ecdsa-with-SHA512"},
+    {"binary field", Ecdsa, 0, "sect283r1", false, {kPem, nullptr, Ecdsa, Hash::Sha256}, "ecdsa-with-SHA256"},
+    {"brainpool", Ecdsa, 0, "brainpoolP256r1", true, {kPem, nullptr, Ecdsa, Hash::Sha384}, "ecdsa-with-SHA384"},
 };
 
 KeyManagerResult generate(KeyManager& keys, const GenerationCase& one) {
-    if (one.scheme == dsa) return keys.generateDsaUserKey(one.bits);
-    if (one.scheme == ecdsa) return keys.generateECDsaUserKey(one.use, curveNamed(one.curve), one.explicitDomain);
+    if (one.scheme == Dsa) return keys.generateDsaUserKey(one.bits);
+    if (one.scheme == Ecdsa) return keys.generateECDsaUserKey(one.use, curveNamed(one.curve), one.explicitDomain);
     return keys.generateRsaUserKey(one.use, 65537, one.bits, one.scheme);
 }
 
@@ -64,7 +64,7 @@ TEST_F(KeyGenerationTest, OpensslAcceptsEveryRequestAndTheKeyIsInTheReopenedFile
         const std::string text = openssl("req -verify -noout -text " + from);
         for (const char* said : {"self-signature verify OK", one.signature, "Key Usage: critical"})
             EXPECT_NE(text.find(said), std::string::npos) << text;
-        const bool pssKey = one.request.forcedPss != KcHashAlgo::none;
+        const bool pssKey = one.request.forcedPss != KcHashAlgo::None;
         EXPECT_EQ(text.find("Public Key Algorithm: rsassaPss") != std::string::npos, pssKey);
 
         Session reopened(path);
@@ -74,7 +74,7 @@ TEST_F(KeyGenerationTest, OpensslAcceptsEveryRequestAndTheKeyIsInTheReopenedFile
         const PrivateKey& key = encrypts ? *reopened.keys.encryptionKey() : *reopened.keys.signingKey();
         writeFile(dir.file("spki"), std::string(asText(key.publicKey().toSpki())));
         EXPECT_TRUE(pssKey || openssl("req -noout -pubkey " + from) == openssl("pkey -pubin -in spki -pubout"));
-        EXPECT_EQ(reopened.keys.signingKeyType(), encrypts ? KeyScheme::none : one.scheme);
+        EXPECT_EQ(reopened.keys.signingKeyType(), encrypts ? KeyScheme::None : one.scheme);
     }
 }
 
@@ -84,11 +84,11 @@ TEST_F(KeyGenerationTest, AStopOrAFailedSaveLeavesNothingBehind) {
     int polls = 0;
     const KeyGenHooks stop{[&] { return ++polls < 3; }, {}};
     const KeyGenHooks noLock{{}, [] { return false; }};
-    EXPECT_EQ(keys.generateRsaUserKey(KeyType::Both, 65537, 4096, rsa, stop), kKmCancelled);
-    EXPECT_EQ(keys.generateRsaUserKey(KeyType::Both, 65537, 1024, rsa), kKmKeyTooShort);
+    EXPECT_EQ(keys.generateRsaUserKey(KeyType::Both, 65537, 4096, Rsa, stop), kKmCancelled);
+    EXPECT_EQ(keys.generateRsaUserKey(KeyType::Both, 65537, 1024, Rsa), kKmKeyTooShort);
     EXPECT_EQ(keys.generateECDsaUserKey(KeyType::Signing, kDefaultCurve, false, noLock), kKmCancelled);
     session.setPin(kOtherPassword);
-    EXPECT_EQ(keys.generateRsaUserKey(KeyType::Signing, 65537, 2048, rsaPss), kKmWrongPassword);
+    EXPECT_EQ(keys.generateRsaUserKey(KeyType::Signing, 65537, 2048, RsaPss), kKmWrongPassword);
     EXPECT_FALSE(keys.hasAnyKey());
     EXPECT_FALSE(session.record().getSignatureAlgorithmIdentifier());
     EXPECT_EQ(readFile(path), before);

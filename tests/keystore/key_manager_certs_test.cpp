@@ -130,7 +130,7 @@ TEST_F(KeyManagerCertsTest, TheAdditionalStoreFailsWithItsCode) {
 void writeSigned(Session& session, const char* signer, ByteView record,
                  std::initializer_list<const char*> certificates = {}) {
     SignedData data;
-    data.sign(record, {testKey(signer), *testCert("sign"), KeyScheme::rsa, KcHashAlgo::sha256, 1700000000},
+    data.sign(record, {testKey(signer), *testCert("sign"), KeyScheme::Rsa, KcHashAlgo::Sha256, 1700000000},
               session.keys.random());
     ContentInfo wrapped;
     wrapped.build(OID_PKCS7_SIGNED_DATA, data);
@@ -141,7 +141,7 @@ void writeSigned(Session& session, const char* signer, ByteView record,
     for (const char* name : certificates) pfx.update(*testCert(name), testKey("rsa1").keyId());
     pfx.update(OID_CRV_SAFE_BAG_CONFIG, wrapped);
     const uint8_t salt[20] = {};
-    ASSERT_EQ(pfx.final(PbeAlgo::sha1TripleDesCbc, false, asBytes(kPassword), salt, sizeof salt), PfxResult::ok);
+    ASSERT_EQ(pfx.final(PbeAlgo::Sha1TripleDesCbc, false, asBytes(kPassword), salt, sizeof salt), PfxResult::Ok);
     writeFile(session.path, std::string(asText(pfx.encoded())));
 }
 

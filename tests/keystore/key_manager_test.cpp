@@ -41,15 +41,15 @@ TEST_F(KeyManagerTest, CreatesAFileForItsOwnerAndOpensItAgain) {
     create();
     EXPECT_TRUE(keys.isLoggedIn());
     EXPECT_FALSE(keys.hasAnyKey());
-    EXPECT_EQ(keys.signingKeyType(), KeyScheme::none);
+    EXPECT_EQ(keys.signingKeyType(), KeyScheme::None);
     ASSERT_EQ(keys.addNewKey(KeyType::Encryption, testKey("rsa1")), kKmOk);
     EXPECT_TRUE(keys.hasKey(KeyType::Encryption) && keys.hasKey(KeyType::Both));
     EXPECT_FALSE(keys.hasKey(KeyType::Signing));
     EXPECT_THROW((void)keys.addNewKey(KeyType::Both, testKey("rsa2")), VtestException);
     session.editRecord().setIntOpt(kTimeoutOption, 77);
     ASSERT_EQ(keys.addNewKey(KeyType::Signing, testKey("rsa2")), kKmOk);
-    EXPECT_EQ(keys.signingKeyType(), KeyScheme::rsa);
-    session.editRecord().setSignaturaAlgorithmIdentifier(*signAlgorithm(KeyScheme::rsaPss, KcHashAlgo::sha256));
+    EXPECT_EQ(keys.signingKeyType(), KeyScheme::Rsa);
+    session.editRecord().setSignaturaAlgorithmIdentifier(*signAlgorithm(KeyScheme::RsaPss, KcHashAlgo::Sha256));
     ASSERT_EQ(keys.saveConfiguration(), kKmOk);
     EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 
@@ -62,7 +62,7 @@ TEST_F(KeyManagerTest, CreatesAFileForItsOwnerAndOpensItAgain) {
         EXPECT_EQ(other.record().getIntOpt(kTimeoutOption), 77);
         EXPECT_EQ(other.keys.signingKey()->keyId(), testKey("rsa2").keyId());
         EXPECT_EQ(other.keys.encryptionKey()->keyId(), testKey("rsa1").keyId());
-        EXPECT_EQ(other.keys.signingKeyType(), KeyScheme::rsaPss);
+        EXPECT_EQ(other.keys.signingKeyType(), KeyScheme::RsaPss);
     }
     other.keys.deinitProfile();
     EXPECT_FALSE(other.keys.isLoggedIn() || other.keys.hasAnyKey());

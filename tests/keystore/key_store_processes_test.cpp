@@ -43,7 +43,7 @@ int changeForEver(const std::string& path, int now, int tell) {
     for (;;) {
         now = 1 - now;
         FileSemaphore lock(path + ".lck");
-        if (!lock.p(exclusiveLock) || session.keys.changePin({}, SecretText(kPasswords[now])) != kKmOk) return 2;
+        if (!lock.p(kExclusiveLock) || session.keys.changePin({}, SecretText(kPasswords[now])) != kKmOk) return 2;
     }
 }
 
@@ -89,7 +89,7 @@ int changeMany(const std::string& path, long option, const char* trustPoint, int
         Session session(path);
         {
             FileSemaphore lock(path + ".lck");
-            if (!lock.p(exclusiveLock) || session.login() != kKmOk) return 1;
+            if (!lock.p(kExclusiveLock) || session.login() != kKmOk) return 1;
         }
         if (session.record().getIntOpt(option) != i - 1) return 2;
         session.editRecord().setIntOpt(option, i);
@@ -97,7 +97,7 @@ int changeMany(const std::string& path, long option, const char* trustPoint, int
         const KeyManagerResult changed =
             i % 2 == 1 ? session.keys.addTrustedCA(*point) : session.keys.delTrustedCA(*point, 1);
         FileSemaphore lock(path + ".lck");
-        if (changed != kKmOk || !lock.p(exclusiveLock) || session.keys.saveConfiguration() != kKmOk) return 3;
+        if (changed != kKmOk || !lock.p(kExclusiveLock) || session.keys.saveConfiguration() != kKmOk) return 3;
     }
     return 0;
 }

@@ -158,7 +158,7 @@ Bytes foreignFile() {
     pfx.update(std::move(named));
     pfx.update(SafeBag(kUnknown, ASNnull()));
     const uint8_t salt[20] = {};
-    EXPECT_EQ(pfx.final(PbeAlgo::sha1TripleDesCbc, false, asBytes(kPassword), salt, sizeof salt), PfxResult::ok);
+    EXPECT_EQ(pfx.final(PbeAlgo::Sha1TripleDesCbc, false, asBytes(kPassword), salt, sizeof salt), PfxResult::Ok);
     return pfx.encoded();
 }
 
@@ -167,7 +167,7 @@ TEST(SecurityFile, WhatOnlyOthersUnderstandSurvivesSavesAndMerges) {
         Pfx pfx;
         PfxContents held;
         EXPECT_TRUE(pfx.readExactly(octets));
-        EXPECT_EQ(pfx.getContents(PbePassword(kPassword), held), PfxResult::ok);
+        EXPECT_EQ(pfx.getContents(PbePassword(kPassword), held), PfxResult::Ok);
         std::string text = std::to_string(held.keys.at(0).key.otherAttributes().size());
         text += " " + held.keys[0].friendlyName;
         for (const auto& certificate : held.certificates) text += ", " + certificate.friendlyName;

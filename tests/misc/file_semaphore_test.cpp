@@ -21,7 +21,7 @@ class Lock : public testing::Test {
     /// Whether another program could take the lock now. (A forked child would inherit a registry of locks that it does
     /// not hold.)
     [[nodiscard]] bool freeForProcess(int mode) const {
-        const std::string type = mode == sharedLock ? "LOCK_SH" : "LOCK_EX";
+        const std::string type = mode == kSharedLock ? "LOCK_SH" : "LOCK_EX";
         int status = 0;
         return shell("python3 -c 'import fcntl; fcntl.lockf(open(\"" + path + "\", \"r+b\"), fcntl." + type +
                          " | fcntl.LOCK_NB)'",
@@ -38,29 +38,29 @@ class Lock : public testing::Test {
 };
 
 TEST_F(Lock, ModesExcludeAmongProcessesAndThreads) {
-    for (const int mode : {sharedLock, exclusiveLock}) {
+    for (const int mode : {kSharedLock, kExclusiveLock}) {
         ASSERT_EQ(semaphore.p(mode), 1);
         EXPECT_EQ(semaphore.p(mode), 0) << "one object, one lock";
-        for (const int other : {sharedLock, exclusiveLock}) {
-            const bool together = mode == sharedLock && other == sharedLock;
+        for (const int other : {kSharedLock, kExclusiveLock}) {
+            const bool together = mode == kSharedLock && other == kSharedLock;
             EXPECT_EQ(freeForProcess(other), together) << mode << other;
             EXPECT_EQ(freeForThread(other), together) << mode << other;
         }
         EXPECT_EQ(semaphore.v(), 1);
         EXPECT_EQ(semaphore.v(), 0);
-        EXPECT_TRUE(freeForProcess(exclusiveLock));
+        EXPECT_TRUE(freeForProcess(kExclusiveLock));
     }
 }
 
 TEST_F(Lock, OneOfTwoHoldersLeavesItToTheOther) {
-    ASSERT_EQ(semaphore.p(sharedLock), 1);
+    ASSERT_EQ(semaphore.p(kSharedLock), 1);
     {
         FileSemaphore inner(dir.file("../" + dir.path().filename().string() + "/l"));
-        ASSERT_EQ(inner.p(exclusiveLock), 1);
-        EXPECT_FALSE(freeForProcess(sharedLock));
+        ASSERT_EQ(inner.p(kExclusiveLock), 1);
+        EXPECT_FALSE(freeForProcess(kSharedLock));
     }
-    EXPECT_TRUE(freeForProcess(sharedLock));
-    EXPECT_FALSE(freeForProcess(exclusiveLock)) << "closing the inner one must not drop the outer lock";
+    EXPECT_TRUE(freeForProcess(kSharedLock));
+    EXPECT_FALSE(freeForProcess(kExclusiveLock)) << "closing the inner one must not drop the outer lock";
 }
 
 TEST_F(Lock, WaitsForTheOtherThread) {
@@ -68,7 +68,7 @@ TEST_F(Lock, WaitsForTheOtherThread) {
     const auto work = [&] {
         for (int i = 0; i < 200; ++i) {
             FileSemaphore own(path);
-            ASSERT_EQ(own.p(exclusiveLock), 1);
+            ASSERT_EQ(own.p(kExclusiveLock), 1);
             most = std::max<int>(most, ++inside);
             std::this_thread::yield();
             --inside;
@@ -97,11 +97,11 @@ TEST_F(Lock, AnInterruptedWaitGoesOnUntilTheProcessEnds) {
     DisturbedLocks ops;
     ops.interrupts = [&] { return interruptions-- > 0; };
     const ScopedFileOps use(ops);
-    EXPECT_EQ(semaphore.p(exclusiveLock), 1);
+    EXPECT_EQ(semaphore.p(kExclusiveLock), 1);
     const auto endDuringAWait = [&] {
         FileSemaphore other(dir.file("other"));
         ops.interrupts = [&, left = 3]() mutable { return setProcessEnding(), left-- > 0; };
-        return other.p(exclusiveLock);
+        return other.p(kExclusiveLock);
     };
     EXPECT_EXIT(_exit(endDuringAWait() == 0 ? 7 : 8), testing::ExitedWithCode(7), "");
 }
@@ -111,8 +111,8 @@ TEST_F(Lock, OfADeletedFileIsNoLock) {
     // Between the opening and the lock, once.
     ops.interrupts = [&, left = 1]() mutable { return left-- == 1 && unlink(path.c_str()) != 0; };
     const ScopedFileOps use(ops);
-    ASSERT_EQ(semaphore.p(exclusiveLock), 1);
-    EXPECT_FALSE(freeForProcess(sharedLock));
+    ASSERT_EQ(semaphore.p(kExclusiveLock), 1);
+    EXPECT_FALSE(freeForProcess(kSharedLock));
 }
 
 TEST_F(Lock, OfAFileThatCannotBeWrittenServesReaders) {
@@ -120,18 +120,18 @@ TEST_F(Lock, OfAFileThatCannotBeWrittenServesReaders) {
     FaultyFileOps ops;
     ops.denyWriting = true;
     const ScopedFileOps use(ops);
-    EXPECT_EQ(semaphore.p(exclusiveLock), 0);
-    EXPECT_EQ(semaphore.p(sharedLock), 1);
-    EXPECT_FALSE(freeForProcess(exclusiveLock));
+    EXPECT_EQ(semaphore.p(kExclusiveLock), 0);
+    EXPECT_EQ(semaphore.p(kSharedLock), 1);
+    EXPECT_FALSE(freeForProcess(kExclusiveLock));
 }
 
 TEST_F(Lock, GuardsSayWhatFailed) {
     FileSemaphore disabled("/no/such/folder/l", true), broken("/no/such/folder/l"), tooLong(std::string(256, 'x'));
-    EXPECT_EQ(messageOf([&] { SemGuard(disabled, exclusiveLock).release(); }), "");
+    EXPECT_EQ(messageOf([&] { SemGuard(disabled, kExclusiveLock).release(); }), "");
     for (FileSemaphore* bad : {&broken, &tooLong})
-        EXPECT_EQ(messageOf([&] { const SemGuard guard(*bad, exclusiveLock); }),
+        EXPECT_EQ(messageOf([&] { const SemGuard guard(*bad, kExclusiveLock); }),
                   "FileSemaphore::p: blad zajecia semafora");
-    SemGuard guard(semaphore, sharedLock);
+    SemGuard guard(semaphore, kSharedLock);
     EXPECT_EQ(semaphore.v(), 1);
     EXPECT_EQ(messageOf([&] { guard.release(); }), "FileSemaphore::v: blad zwolnienia semafora");
 }

@@ -28,7 +28,7 @@ struct Files : testing::Test {
 using AtomicWrite = Files;
 
 TEST_F(AtomicWrite, EveryStopLeavesTheOldOrTheNewContentAndNoTemporary) {
-    WriteResult result{WriteStep::open};
+    WriteResult result{WriteStep::Open};
     for (int n = 0; !result; ++n) {
         const TempDir fresh;
         writeFile(fresh.file("f"), "old content");
@@ -41,7 +41,7 @@ TEST_F(AtomicWrite, EveryStopLeavesTheOldOrTheNewContentAndNoTemporary) {
         if (result)
             EXPECT_TRUE(n >= 3 && names(fresh) == 1) << n;
         else
-            EXPECT_EQ(result.failed, n == 0 ? WriteStep::open : WriteStep::write);
+            EXPECT_EQ(result.failed, n == 0 ? WriteStep::Open : WriteStep::Write);
     }
 }
 
@@ -50,7 +50,7 @@ TEST_F(AtomicWrite, FailuresKeepTheOldFileAndRemoveTheTemporary) {
     FaultyFileOps failing, foreign, slow;
     failing.failSync = foreign.denyNewFiles = true;
     slow.shortTransfer = 1;
-    const WriteOptions inPlace{WriteMode::keepOrCommon, true};
+    const WriteOptions inPlace{WriteMode::KeepOrCommon, true};
     const std::tuple<FaultyFileOps&, WriteOptions, int> cases[] = {
         {failing, {}, EIO}, {foreign, {}, EACCES}, {foreign, inPlace, 0}, {slow, {}, 0}};
     for (const auto& [ops, options, error] : cases) {
@@ -63,9 +63,9 @@ TEST_F(AtomicWrite, FailuresKeepTheOldFileAndRemoveTheTemporary) {
 
 TEST_F(AtomicWrite, ModesFollowTheRule) {
     using enum WriteMode;
-    const std::tuple<WriteMode, mode_t, mode_t> cases[] = {{secret, 0, 0600},       {secret, 0644, 0600},
-                                                           {keepOrSecret, 0, 0600}, {keepOrSecret, 0664, 0664},
-                                                           {keepOrCommon, 0, 0644}, {keepOrCommon, 0640, 0640}};
+    const std::tuple<WriteMode, mode_t, mode_t> cases[] = {{Secret, 0, 0600},       {Secret, 0644, 0600},
+                                                           {KeepOrSecret, 0, 0600}, {KeepOrSecret, 0664, 0664},
+                                                           {KeepOrCommon, 0, 0644}, {KeepOrCommon, 0640, 0640}};
     for (const auto& [mode, old, expected] : cases) {
         fs::remove(path);
         constexpr uid_t kOwner = 12345;
@@ -98,7 +98,7 @@ TEST_F(AtomicWrite, FollowsLinksAndWritesPipesDirectly) {
     reader.join();
     EXPECT_EQ(got, "through");
     EXPECT_TRUE(fs::is_fifo(path));
-    EXPECT_EQ(writeFileAtomically(dir.file("sub"), {}).failed, WriteStep::open);
+    EXPECT_EQ(writeFileAtomically(dir.file("sub"), {}).failed, WriteStep::Open);
 }
 
 TEST_F(Files, FailuresHaveTheirTexts) {
@@ -124,14 +124,14 @@ TEST_F(Files, StatusTellsWhatFailed) {
     File file;
     char octet = 0;
     EXPECT_FALSE(file.readAt(0, &octet, 1));
-    EXPECT_EQ(file.status(), FileStatus::notOpen);
+    EXPECT_EQ(file.status(), FileStatus::NotOpen);
     EXPECT_FALSE(file.open(dir.file("missing")) || file.open(dir.path()));
     ASSERT_TRUE(file.create(path));
     EXPECT_EQ(file.allocate(10), 0);
     EXPECT_EQ(file.append(asBytes("abc")), 10);
     EXPECT_TRUE(file.readAt(12, &octet, 1) && octet == 'c');
     EXPECT_FALSE(file.readAt(13, &octet, 1));
-    EXPECT_EQ(file.status(), FileStatus::ioFailure);
+    EXPECT_EQ(file.status(), FileStatus::IoFailure);
 }
 
 TEST_F(Files, ParkedDescriptorIsTakenBackOnlyForTheSameFile) {

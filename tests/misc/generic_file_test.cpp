@@ -33,7 +33,7 @@ TEST(Base64, PemBlocksOneAfterAnother) {
     MemoryFile source(asBytes(both));
     std::string found, label;
     for (bool more = true; more;) {
-        Base64Reader block(source, Base64Armour::pem);
+        Base64Reader block(source, Base64Armour::Pem);
         more = block.findBlock();
         if (more) found += block.label() + ":" + readAll(block) + "\n";
     }

@@ -36,10 +36,10 @@ TEST(GenericFiles, DiskFileSurvivesShortCallsAndTellsFailures) {
     SlowOps ops;
     const ScopedFileOps scope(ops);
     {
-        DiskFile out(dir.file("a"), DiskFile::Mode::write);
+        DiskFile out(dir.file("a"), DiskFile::Mode::Write);
         ASSERT_TRUE(out.write(asBytes("abc")) && out.write(asBytes("def")) && out.close());
     }
-    DiskFile in(dir.file("a"), DiskFile::Mode::read);
+    DiskFile in(dir.file("a"), DiskFile::Mode::Read);
     EXPECT_TRUE(in.lookAhead(4));
     EXPECT_EQ(asText(in.window()).substr(0, 4), "abcd");
     EXPECT_EQ(in.skip(2), 2);
@@ -52,12 +52,12 @@ TEST(GenericFiles, DiskFileSurvivesShortCallsAndTellsFailures) {
     EXPECT_FALSE(in.write(asBytes("x")) && in.close()) << "opened for reading";
 
     ops.room = 2;
-    DiskFile full(dir.file("b"), DiskFile::Mode::write), none(dir.file("none"), DiskFile::Mode::read);
+    DiskFile full(dir.file("b"), DiskFile::Mode::Write), none(dir.file("none"), DiskFile::Mode::Read);
     EXPECT_FALSE(full.write(asBytes("abc")) && full.close());
     EXPECT_EQ(full.error(), ENOSPC);
     EXPECT_FALSE(none.isOpen());
     EXPECT_EQ(none.error(), ENOENT);
-    DiskFile folder(dir.path().string(), DiskFile::Mode::read);
+    DiskFile folder(dir.path().string(), DiskFile::Mode::Read);
     EXPECT_EQ(readAll(folder), "<failed>");
 }
 
@@ -66,7 +66,7 @@ TEST(GenericFiles, LookAheadCrossesTheEndOfABuffer) {
     std::string octets;
     while (octets.size() < 100000) octets += std::to_string(octets.size());
     writeFile(dir.file("big"), octets);
-    DiskFile in(dir.file("big"), DiskFile::Mode::read);
+    DiskFile in(dir.file("big"), DiskFile::Mode::Read);
     for (size_t at = 0; at + 7 <= octets.size(); at += 7) {
         ASSERT_TRUE(in.lookAhead(7) && in.position() == long(at));
         ASSERT_EQ(asText(in.window().first(7)), octets.substr(at, 7));
@@ -77,7 +77,7 @@ TEST(GenericFiles, LookAheadCrossesTheEndOfABuffer) {
 TEST(GenericFiles, SubRangeEndsWhereItShould) {
     TempDir dir;
     writeFile(dir.file("a"), "0123456789");
-    DiskFile disk(dir.file("a"), DiskFile::Mode::read);
+    DiskFile disk(dir.file("a"), DiskFile::Mode::Read);
     MemoryFile memory(asBytes("0123456789"));
     for (GenericFile* whole : std::initializer_list<GenericFile*>{&disk, &memory}) {
         ASSERT_EQ(whole->skip(2), 2);

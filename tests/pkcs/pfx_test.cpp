@@ -21,7 +21,7 @@ KeyId keyIdOf(const PrivateKeyInfo& key) {
 }
 
 PfxResult seal(Pfx& pfx, const char* password) {
-    return pfx.final(PbeAlgo::sha1TripleDesCbc, false, asBytes(password), kRandom.data(), kRandom.size());
+    return pfx.final(PbeAlgo::Sha1TripleDesCbc, false, asBytes(password), kRandom.data(), kRandom.size());
 }
 
 /// A file with everything, as the key manager writes one, read again.
@@ -36,7 +36,7 @@ Pfx fullPfx() {
     }
     pfx.update(kConfigBag, ASNsequenceList<ASNinteger>());
     pfx.update(kSeedBag, ASNoctstr(Bytes(20, 7)));
-    EXPECT_EQ(seal(pfx, kPassword), PfxResult::ok);
+    EXPECT_EQ(seal(pfx, kPassword), PfxResult::Ok);
     EXPECT_TRUE(again.readExactly(pfx.encoded()));
     return again;
 }
@@ -51,20 +51,20 @@ TEST(Pfx, ForeignFilesGiveUpTheirContentsToTheRightPassword) {
         const char* name = "";
     };
     constexpr Row kRows[] = {
-        {"openssl3", kPassword, ok, 1, 1, "Jan Kowalski ćwiczy"},
-        {"legacy", kPassword, ok, 1, 1},
-        {"3des", kPassword, ok, 1, 2},
-        {"nomaciter", kPassword, ok, 1, 1},
-        {"keybag", kPassword, ok, 1, 1},
-        {"certs", kPassword, ok, 0, 2},
-        {"empty", "", ok, 1, 1},
-        {"certtool", kPassword, ok, 1, 1, "PrÃ³ba"},  // its writer took UTF-8 for Latin 1
-        {"nss", kPassword, ok, 1, 1, "Jan Kowalski - Próba"},
-        {"nss_old", kPassword, ok, 1, 1, "Jan Kowalski - Próba"},
-        {"3des", "", macMismatch},
-        {"keybag", "zażółć1", macMismatch},
-        {"empty", "x", macMismatch},
-        {"nomac", kPassword, malformed},
+        {"openssl3", kPassword, Ok, 1, 1, "Jan Kowalski ćwiczy"},
+        {"legacy", kPassword, Ok, 1, 1},
+        {"3des", kPassword, Ok, 1, 2},
+        {"nomaciter", kPassword, Ok, 1, 1},
+        {"keybag", kPassword, Ok, 1, 1},
+        {"certs", kPassword, Ok, 0, 2},
+        {"empty", "", Ok, 1, 1},
+        {"certtool", kPassword, Ok, 1, 1, "PrÃ³ba"},  // its writer took UTF-8 for Latin 1
+        {"nss", kPassword, Ok, 1, 1, "Jan Kowalski - Próba"},
+        {"nss_old", kPassword, Ok, 1, 1, "Jan Kowalski - Próba"},
+        {"3des", "", MacMismatch},
+        {"keybag", "zażółć1", MacMismatch},
+        {"empty", "x", MacMismatch},
+        {"nomac", kPassword, Malformed},
     };
     for (const Row& row : kRows) {
         SCOPED_TRACE(row.file);
@@ -112,7 +112,7 @@ std::vector<Bytes> saltsOf(const Bytes& octets) {
 TEST(Pfx, WrittenFilesHaveTheirOrderSaltsAndMac) {
     const Pfx pfx = fullPfx();
     PfxContents contents;
-    ASSERT_EQ(pfx.getContents(PbePassword(kPassword), contents), PfxResult::ok);
+    ASSERT_EQ(pfx.getContents(PbePassword(kPassword), contents), PfxResult::Ok);
     EXPECT_EQ(contents.keys.at(0).key.keyUsage(), kDigitalSignature | kNonRepudiation);
     EXPECT_EQ(contents.keys.at(1).key.encoded(), dataFile("key_ec.der"));
     EXPECT_EQ(contents.certificates.at(1).certificate, dataFile("crt_ec.der"));
@@ -127,7 +127,7 @@ TEST(Pfx, WrittenFilesHaveTheirOrderSaltsAndMac) {
     ASSERT_EQ(salts.size(), 6U);
     Bytes chain = kRandom;
     for (const Bytes& salt : salts) {
-        chain = hashOf(KcHashAlgo::sha1, chain);
+        chain = hashOf(KcHashAlgo::Sha1, chain);
         EXPECT_EQ(salt, Bytes(chain.begin(), chain.begin() + 8));
     }
     const Bytes mac = pfx.macData->encoded();
@@ -141,14 +141,14 @@ TEST(Pfx, WhatIsNotThereIsLeftOutAndAnEmptyPasswordHasTwoForms) {
     Pfx keyOnly, nothing;
     PfxContents contents;
     keyOnly.update(fromFile<PrivateKeyInfo>("key_ec.der"), Bytes(20, 1));
-    ASSERT_EQ(seal(keyOnly, "x"), PfxResult::ok);
+    ASSERT_EQ(seal(keyOnly, "x"), PfxResult::Ok);
     EXPECT_EQ(layoutOf(keyOnly), "pkcs8ShroudedKeyBag1 ");
-    ASSERT_EQ(seal(nothing, "x"), PfxResult::ok);
-    EXPECT_EQ(nothing.verifyPassword(PbePassword("x")), PfxResult::ok);
-    EXPECT_EQ(seal(nothing, "\xff"), PfxResult::noMemory) << "no UTF-8";
+    ASSERT_EQ(seal(nothing, "x"), PfxResult::Ok);
+    EXPECT_EQ(nothing.verifyPassword(PbePassword("x")), PfxResult::Ok);
+    EXPECT_EQ(seal(nothing, "\xff"), PfxResult::NoMemory) << "no UTF-8";
     for (const Bytes& form : {Bytes{}, Bytes{0, 0}}) {
-        ASSERT_EQ(keyOnly.final(PbeAlgo::sha1Rc2Cbc40, true, form, kRandom.data(), 20), PfxResult::ok);
-        EXPECT_EQ(keyOnly.getContents(PbePassword(""), contents), PfxResult::ok);
+        ASSERT_EQ(keyOnly.final(PbeAlgo::Sha1Rc2Cbc40, true, form, kRandom.data(), 20), PfxResult::Ok);
+        EXPECT_EQ(keyOnly.getContents(PbePassword(""), contents), PfxResult::Ok);
     }
 }
 
@@ -173,10 +173,10 @@ TEST(Pfx, NestedUnknownAndPlainSecretBagsAreRead) {
         safe.add().buildData(nested.encoded());
         pfx.authSafe.buildData(safe.encoded());
         pfx.macData.emplace().macSalt.build(kRandom);
-        pfx.macData->mac = DigestInfo(KcHashAlgo::sha1, pfx.computeHMAC_SHA1(Pfx::convertToUTF16BE("x")));
+        pfx.macData->mac = DigestInfo(KcHashAlgo::Sha1, pfx.computeHMAC_SHA1(Pfx::convertToUTF16BE("x")));
         PfxContents contents;
         const bool deep = levels > 10;
-        EXPECT_EQ(pfx.getContents(PbePassword("x"), contents), deep ? PfxResult::malformed : PfxResult::ok);
+        EXPECT_EQ(pfx.getContents(PbePassword("x"), contents), deep ? PfxResult::Malformed : PfxResult::Ok);
         EXPECT_EQ(contents.keys.size(), deep ? 0U : 1U);
         EXPECT_EQ(contents.secret(kSeedBag) != nullptr, !deep);
     }

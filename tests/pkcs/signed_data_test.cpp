@@ -38,9 +38,9 @@ TEST(SignedData, SignaturesOfOthersAreChecked) {
         SCOPED_TRACE(name);
         const SignedData data = signedDataOf(dataFile(std::string(name) + ".der"));
         EXPECT_EQ(data.content().value_or(content), content);
-        EXPECT_EQ(data.verify(), data.content() ? SignatureCheck::good : SignatureCheck::noContent);
-        EXPECT_EQ(data.verify(content), SignatureCheck::good);
-        EXPECT_EQ(data.verify(ec, content) == SignatureCheck::good, std::string(name) == "cms_ec");
+        EXPECT_EQ(data.verify(), data.content() ? SignatureCheck::Good : SignatureCheck::NoContent);
+        EXPECT_EQ(data.verify(content), SignatureCheck::Good);
+        EXPECT_EQ(data.verify(ec, content) == SignatureCheck::Good, std::string(name) == "cms_ec");
     }
 }
 
@@ -48,15 +48,15 @@ TEST(SignedData, AlteredPartsAreFound) {
     using Change = void (*)(SignedData&);
     using enum SignatureCheck;
     const std::tuple<const char*, Change, SignatureCheck> rows[] = {
-        {"content", [](SignedData& d) { d.encapContentInfo.buildData(asBytes("other")); }, bad},
-        {"type", [](SignedData& d) { d.encapContentInfo.contentType = OID_PKCS7_ENVELOPED_DATA; }, bad},
-        {"time", [](SignedData& d) { d.signerInfos[0].signedAttrs->set(OID_PKCS9_SIGNING_TIME, Time(0)); }, bad},
-        {"empty attributes", [](SignedData& d) { d.signerInfos[0].signedAttrs->clear(); }, bad},
-        {"no attributes", [](SignedData& d) { d.signerInfos[0].signedAttrs.reset(); }, bad},
-        {"digest", [](SignedData& d) { d.signerInfos[0].digestAlgorithm.algorithm = OID_SHA1; }, bad},
-        {"no digest", [](SignedData& d) { d.signerInfos[0].digestAlgorithm.algorithm = OID_MGF1; }, unsupported},
-        {"certificate", [](SignedData& d) { d.certificates.reset(); }, noCertificate},
-        {"signer", [](SignedData& d) { d.signerInfos.clear(); }, noSignature},
+        {"content", [](SignedData& d) { d.encapContentInfo.buildData(asBytes("other")); }, Bad},
+        {"type", [](SignedData& d) { d.encapContentInfo.contentType = OID_PKCS7_ENVELOPED_DATA; }, Bad},
+        {"time", [](SignedData& d) { d.signerInfos[0].signedAttrs->set(OID_PKCS9_SIGNING_TIME, Time(0)); }, Bad},
+        {"empty attributes", [](SignedData& d) { d.signerInfos[0].signedAttrs->clear(); }, Bad},
+        {"no attributes", [](SignedData& d) { d.signerInfos[0].signedAttrs.reset(); }, Bad},
+        {"digest", [](SignedData& d) { d.signerInfos[0].digestAlgorithm.algorithm = OID_SHA1; }, Bad},
+        {"no digest", [](SignedData& d) { d.signerInfos[0].digestAlgorithm.algorithm = OID_MGF1; }, Unsupported},
+        {"certificate", [](SignedData& d) { d.certificates.reset(); }, NoCertificate},
+        {"signer", [](SignedData& d) { d.signerInfos.clear(); }, NoSignature},
     };
     EXPECT_EQ(signedDataOf(dataFile("p7_bundle.der")).certificateList().size(), 3U);
     for (const auto& [part, change, check] : rows) {
@@ -68,9 +68,9 @@ TEST(SignedData, AlteredPartsAreFound) {
 
 TEST(SignedData, OthersVerifyWhatWeSign) {
     const std::tuple<const char*, KeyScheme, KcHashAlgo, bool> rows[] = {
-        {"rsa", KeyScheme::rsa, KcHashAlgo::sha256, false},
-        {"rsa", KeyScheme::rsaPss, KcHashAlgo::sha512, true},
-        {"ec", KeyScheme::ecdsa, KcHashAlgo::sha256, false},
+        {"rsa", KeyScheme::Rsa, KcHashAlgo::Sha256, false},
+        {"rsa", KeyScheme::RsaPss, KcHashAlgo::Sha512, true},
+        {"ec", KeyScheme::Ecdsa, KcHashAlgo::Sha256, false},
     };
     const Bytes content = dataFile("content.txt");
     for (const auto& [kind, scheme, hash, detached] : rows) {
@@ -82,7 +82,7 @@ TEST(SignedData, OthersVerifyWhatWeSign) {
         ContentInfo info;
         info.build(OID_PKCS7_SIGNED_DATA, data);
         const SignedData again = signedDataOf(info.encoded());
-        EXPECT_EQ(again.verify(detached ? std::optional<ByteView>(content) : std::nullopt), SignatureCheck::good);
+        EXPECT_EQ(again.verify(detached ? std::optional<ByteView>(content) : std::nullopt), SignatureCheck::Good);
         EXPECT_EQ(again.signerInfos[0].signingTime(), 1'800'000'000);
         const std::string beside = detached ? " -content " CRV_TEST_DATA "/content.txt" : "";
         const std::string said = openssl("cms -verify -binary -noverify -inform DER" + beside, info);

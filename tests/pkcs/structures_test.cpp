@@ -103,16 +103,16 @@ TEST(PrivateKeys, EncipheredKeysOfOthersAreReadOrRefused) {
         EXPECT_TRUE(failureOf(enciphered, "wrong")) << name;
     }
     for (const char* name : {"enc_scrypt.der", "enc_pbemd5des.der"})
-        EXPECT_EQ(failureOf(fromFile<EncryptedPrivateKeyInfo>(name), kPassword), CryptoFailure::unsupported) << name;
+        EXPECT_EQ(failureOf(fromFile<EncryptedPrivateKeyInfo>(name), kPassword), CryptoFailure::Unsupported) << name;
     const Bytes salt(8, 1);
     EncryptedPrivateKeyInfo absurd;
     absurd.encryptedData.build(Bytes(8, 0));
     for (const long count : {0L, -1L, 10'000'001L}) {
-        absurd.encryptionAlgorithm = PbeSettings{PbeAlgo::sha1TripleDesCbc, {}, salt, count}.algorithm();
-        EXPECT_EQ(failureOf(absurd, "x"), CryptoFailure::badParameter) << count;
+        absurd.encryptionAlgorithm = PbeSettings{PbeAlgo::Sha1TripleDesCbc, {}, salt, count}.algorithm();
+        EXPECT_EQ(failureOf(absurd, "x"), CryptoFailure::BadParameter) << count;
     }
     absurd.encryptionAlgorithm.parameters.reset();
-    EXPECT_EQ(failureOf(absurd, "x"), CryptoFailure::badParameter) << "no parameters";
+    EXPECT_EQ(failureOf(absurd, "x"), CryptoFailure::BadParameter) << "no parameters";
 }
 
 /// An object read in keeping mode from the encoding of another.
@@ -158,13 +158,13 @@ TEST(PrivateKeys, KeyUsageSurvivesEncipherment) {
     const SecretBytes password = utf16BePassword(kPassword);
     const Bytes salt(8, 3);
     EncryptedPrivateKeyInfo enciphered;
-    enciphered.encrypt({PbeAlgo::sha1TripleDesCbc, password, salt, 5}, key);
+    enciphered.encrypt({PbeAlgo::Sha1TripleDesCbc, password, salt, 5}, key);
     EXPECT_EQ(enciphered.decrypt(PbePassword(kPassword)).keyUsage(), kKeyEncipherment);
 }
 
 KMKeyFile keyRecord(bool withCertificate) {
     KMKeyFile record;
-    record.presence.setNamedBits(1u << KMKeyFile::signingKey);
+    record.presence.setNamedBits(1u << KMKeyFile::kSigningKey);
     record.number8.setValue(8);
     record.name1 = *DistinguishedName::fromText("CN=A");
     EXPECT_TRUE(!withCertificate || record.certificate.emplace().readExactly(dataFile("crt_ec.der")));
@@ -187,7 +187,7 @@ TEST(KMKeyFile, OptionalFieldsComeBackAndTheDigestGuardsThem) {
         read.number10.setValue(1);
         EXPECT_FALSE(read.digestIsRight());
         const ByteView covered = ByteView(octets).first(octets.size() - 22);
-        EXPECT_EQ(toBytes(record.digest->value()), hashOf(KcHashAlgo::sha1, covered));
+        EXPECT_EQ(toBytes(record.digest->value()), hashOf(KcHashAlgo::Sha1, covered));
     }
 }
 
@@ -214,7 +214,7 @@ TEST(KMSeedFile, IsTwentyOctetsAndTheirDigest) {
     record.fillDigest();
     const Bytes octets = record.encoded();
     ASSERT_EQ(octets.size(), 46U);
-    EXPECT_EQ(toBytes(record.digest.value()), hashOf(KcHashAlgo::sha1, ByteView(octets).first(24)));
+    EXPECT_EQ(toBytes(record.digest.value()), hashOf(KcHashAlgo::Sha1, ByteView(octets).first(24)));
     EXPECT_TRUE(read.readExactly(octets) && read.digestIsRight());
     record.seed.build(Bytes(19, 9));
     EXPECT_FALSE(KMSeedFile().readExactly(record.encoded()));

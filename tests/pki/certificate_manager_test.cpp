@@ -21,10 +21,10 @@ namespace {
 
 using Extensions = std::vector<std::pair<std::string, std::string>>;
 
-const int64_t now = time(nullptr);
+const int64_t kNow = time(nullptr);
 
 CertPlan authority(const char* name, int pathLength = -1) {
-    return {.subject = {{"C", "PL", printableString}, {"CN", name}}, .extensions = caExtensions(pathLength)};
+    return {.subject = {{"C", "PL", kPrintableString}, {"CN", name}}, .extensions = caExtensions(pathLength)};
 }
 
 /// Managers over a memory database of their own, with one trust point.
@@ -44,10 +44,10 @@ class ManagersTest : public testing::Test {
         return issue({.subject = {{"CN", "A"}}, .serial = serial}, issuer);
     }
     void store(const MadeCert& made) { ASSERT_TRUE(certificates.db().insert(ByteView(made.der))); }
-    CertPath path(const MadeCert& made, RevocationCheck check = RevocationCheck::ifKnown, uint32_t usage = 0) {
-        return certificates.buildPath(crv::makeCert(made.der), {now, usage, check});
+    CertPath path(const MadeCert& made, RevocationCheck check = RevocationCheck::IfKnown, uint32_t usage = 0) {
+        return certificates.buildPath(crv::makeCert(made.der), {kNow, usage, check});
     }
-    CrtStatus status(const MadeCert& made) { return revocation.status(crv::makeCert(made.der), now); }
+    CrtStatus status(const MadeCert& made) { return revocation.status(crv::makeCert(made.der), kNow); }
     int insertCrl(const CrlPlan& plan, const MadeCert& issuer) { return revocation.insert(makeCrl(plan, issuer)); }
 
     const TempDir dir;
@@ -66,7 +66,7 @@ TEST_F(ManagersTest, PathsEndWithTheAnswerThatTheirFaultDeserves) {
         int code;
         Extensions ca = caExtensions();
         Extensions leaf{};
-        int64_t caUntil = day, from = -day, until = day;
+        int64_t caUntil = kDay, from = -kDay, until = kDay;
     };
     const auto constrained = [](const char* names) {
         Extensions extensions = caExtensions();
@@ -140,8 +140,8 @@ TEST_F(ManagersTest, PathLengthNameAndIssuerAreChecked) {
     EXPECT_EQ(path(root).code, 0) << "a trust point is its own path";
     const MadeCert signing =
         issue({.subject = {{"CN", "A"}}, .extensions = {{"keyUsage", "digitalSignature"}}}, middle);
-    EXPECT_EQ(path(signing, RevocationCheck::none, 1U << KeyUsage::digitalSignature).code, 0);
-    EXPECT_EQ(path(signing, RevocationCheck::none, 1U << KeyUsage::keyEncipherment).code, ECRV_PATH_VER_ERR);
+    EXPECT_EQ(path(signing, RevocationCheck::None, 1U << KeyUsage::kDigitalSignature).code, 0);
+    EXPECT_EQ(path(signing, RevocationCheck::None, 1U << KeyUsage::kEyEncipherment).code, ECRV_PATH_VER_ERR);
     trust.clear();
     EXPECT_EQ(path(signing).code, ECRV_CRTNOTFOUND);
 }
@@ -167,33 +167,33 @@ TEST_F(ManagersTest, StatusComesFromCurrentVerifiedCrlsAndTheirDeltas) {
     store(middle);
     const MadeCert good = leafOf(middle, "10"), revoked = leafOf(middle, "11"), held = leafOf(middle, "12"),
                    later = leafOf(middle, "13");
-    EXPECT_EQ(status(good).state, CrtStatus::State::unknown);
+    EXPECT_EQ(status(good).state, CrtStatus::State::Unknown);
     EXPECT_EQ(status(good).code, ECRV_CRL_NOT_FOUND);
-    EXPECT_EQ(path(good, RevocationCheck::required).code, ECRV_CRL_NOT_FOUND);
+    EXPECT_EQ(path(good, RevocationCheck::Required).code, ECRV_CRL_NOT_FOUND);
     EXPECT_EQ(path(good).code, 0);
     const CrlPlan first{.entries = {{"11", 1, -7200}, {"12", 6}}};
     EXPECT_EQ(insertCrl(first, middle), kCrlInserted);
-    EXPECT_EQ(status(good).state, CrtStatus::State::good);
-    EXPECT_EQ(path(good, RevocationCheck::required).code, ECRV_CRL_NOT_FOUND) << "nothing is known of the authority";
+    EXPECT_EQ(status(good).state, CrtStatus::State::Good);
+    EXPECT_EQ(path(good, RevocationCheck::Required).code, ECRV_CRL_NOT_FOUND) << "nothing is known of the authority";
     EXPECT_EQ(insertCrl({}, root), kCrlInserted);
-    EXPECT_EQ(path(good, RevocationCheck::required).code, 0);
+    EXPECT_EQ(path(good, RevocationCheck::Required).code, 0);
     const CrtStatus found = status(revoked);
-    EXPECT_EQ(found.state, CrtStatus::State::revoked);
-    EXPECT_EQ(found.reason, CrlReason::keyCompromise);
-    EXPECT_NEAR(static_cast<double>(found.revokedAt), static_cast<double>(now - 7200), 60);
+    EXPECT_EQ(found.state, CrtStatus::State::Revoked);
+    EXPECT_EQ(found.reason, CrlReason::KeyCompromise);
+    EXPECT_NEAR(static_cast<double>(found.revokedAt), static_cast<double>(kNow - 7200), 60);
     EXPECT_EQ(path(revoked).code, ECRV_CRTREV);
     EXPECT_EQ(path(held).code, ECRV_CRTHANG);
     // The delta lifts the hold and revokes another one.
     EXPECT_EQ(insertCrl({.entries = {{"12", 8}, {"13", 4}}, .number = 2, .base = 1}, middle), kCrlInserted);
-    EXPECT_EQ(status(held).state, CrtStatus::State::good);
-    EXPECT_EQ(status(later).reason, CrlReason::superseded);
+    EXPECT_EQ(status(held).state, CrtStatus::State::Good);
+    EXPECT_EQ(status(later).reason, CrlReason::Superseded);
     AuthorityCrls last;
     ASSERT_TRUE(revocation.lastCrls(*crv::makeCert(middle.der), last));
     ASSERT_TRUE(last.complete && last.delta);
     EXPECT_EQ(last.delta->crlNumber->decimal(), "2");
     // A newer complete CRL makes the delta meaningless.
     EXPECT_EQ(insertCrl({.number = 3}, middle), kCrlInserted);
-    EXPECT_EQ(status(later).state, CrtStatus::State::good);
+    EXPECT_EQ(status(later).state, CrtStatus::State::Good);
 }
 
 TEST_F(ManagersTest, CrlsThatMustNotBeBelievedLeaveTheStatusUnknown) {
@@ -231,16 +231,16 @@ TEST_F(ManagersTest, CrlsThatMustNotBeBelievedLeaveTheStatusUnknown) {
         if (row.plan.number != 1 && row.plan.number != 8) row.plan.entries = {{"11"}};
         const bool forged = row.code == ECRV_CRTSIGN;
         const Bytes crl = makeCrl(row.plan, forged ? forger : middle);
-        EXPECT_EQ(revocation.verify(crl, now), row.code) << row.what;
+        EXPECT_EQ(revocation.verify(crl, kNow), row.code) << row.what;
         EXPECT_EQ(revocation.insert(crl), kCrlInserted) << row.what << ": the user may want it all the same";
-        EXPECT_EQ(status(leaf).state, CrtStatus::State::unknown) << row.what;
+        EXPECT_EQ(status(leaf).state, CrtStatus::State::Unknown) << row.what;
     }
     const MadeCert otherRoot = test::makeCert(authority("Inny korzeń"));
     trust.push_back(makeCert(ByteView(otherRoot.der)));
     const MadeCert twin = issue(authority("Urząd pośredni"), otherRoot);
     store(twin);
     EXPECT_EQ(insertCrl({.number = 9, .extensions = {}}, twin), kCrlInserted);
-    EXPECT_EQ(status(leaf).state, CrtStatus::State::unknown) << "an authority of that name under another trust point";
+    EXPECT_EQ(status(leaf).state, CrtStatus::State::Unknown) << "an authority of that name under another trust point";
 }
 
 TEST_F(ManagersTest, CrlInsertionAnswersWithItsCodes) {
@@ -302,17 +302,17 @@ TEST_F(ManagersTest, ImportAndExportGoThroughFiles) {
     for (int i = 10; i < 30; ++i) content += asText(leafOf(root, std::to_string(i).c_str()).der);
     test::writeFile(in, content + "ogon");
     ImportProgress done;
-    EXPECT_EQ(certificates.importCerts(in, nullptr, done), TransferEnd::badInput);
+    EXPECT_EQ(certificates.importCerts(in, nullptr, done), TransferEnd::BadInput);
     EXPECT_EQ(done.stored, 20U);
     size_t count = 0;
-    EXPECT_EQ(certificates.exportCerts(out, count), TransferEnd::done);
+    EXPECT_EQ(certificates.exportCerts(out, count), TransferEnd::Done);
     EXPECT_EQ(count, 20U);
     EXPECT_EQ(test::readFile(out), content);
     EXPECT_EQ(certificates.importCerts(
                   out, [](const ImportProgress&) { return false; }, done),
-              TransferEnd::stopped);
+              TransferEnd::Stopped);
     EXPECT_EQ(done.present, 20U);
-    EXPECT_EQ(certificates.importCerts(dir.file("nie ma"), nullptr, done), TransferEnd::notOpened);
+    EXPECT_EQ(certificates.importCerts(dir.file("nie ma"), nullptr, done), TransferEnd::NotOpened);
     // A compaction in the middle moves no certificate past the export.
     DbConfig files;
     files.db = dir.file("base");
@@ -321,19 +321,19 @@ TEST_F(ManagersTest, ImportAndExportGoThroughFiles) {
     database.init(files);
     ASSERT_TRUE(database.createDb());
     database.setSync(false);
-    for (int i = 0; i < 300; ++i) store(issue({.subject = {{"CN", "Jan"}}, .notAfter = i < 100 ? -60 : day}, root));
+    for (int i = 0; i < 300; ++i) store(issue({.subject = {{"CN", "Jan"}}, .notAfter = i < 100 ? -60 : kDay}, root));
     CrtStore::Removed removed;
-    const auto compact = [&](size_t) { return CrtDb(other).removeCertsOverTime(now, removed); };
-    EXPECT_EQ(certificates.exportCerts(out, count, compact), TransferEnd::done);
+    const auto compact = [&](size_t) { return CrtDb(other).removeCertsOverTime(kNow, removed); };
+    EXPECT_EQ(certificates.exportCerts(out, count, compact), TransferEnd::Done);
     EXPECT_EQ(removed.removed, 100U);
     EXPECT_EQ(count, 300U);
-    EXPECT_EQ(certificates.exportCerts(dir.file("nie/ma"), count), TransferEnd::notOpened);
+    EXPECT_EQ(certificates.exportCerts(dir.file("nie/ma"), count), TransferEnd::NotOpened);
 }
 
 TEST_F(ManagersTest, TheWorkerFindsWhatTheUserKnows) {
     const MadeCert anna = issue({.subject = {{"CN", "Anna ŹDŹBŁO"}, {"O", "Firma"}},
                                  .serial = "0A1B",
-                                 .notAfter = 5 * day,
+                                 .notAfter = 5 * kDay,
                                  .extensions = {{"subjectAltName", "email:Anna@Firma.pl"}}},
                                 middle);
     store(anna);
@@ -343,10 +343,10 @@ TEST_F(ManagersTest, TheWorkerFindsWhatTheUserKnows) {
          {Row{{}, 301}, Row{{.subject = "źdźbło"}, 1}, Row{{.subject = "firma", .issuer = "POŚREDNI"}, 1},
           Row{{.issuer = "korze"}, 300}, Row{{.email = "anna@"}, 1}, Row{{.serial = "a1b"}, 1},
           Row{{.serial = "2587"}, 1}, Row{{.serial = "0a:1b"}, 1}, Row{{.serial = "a1"}, 0},
-          Row{{.expiresWithinDays = 6, .time = now}, 1}, Row{{.expiresWithinDays = 4, .time = now}, 0},
-          Row{{.expiresWithinDays = 6, .time = now + 6 * day}, 0}}) {
+          Row{{.expiresWithinDays = 6, .time = kNow}, 1}, Row{{.expiresWithinDays = 4, .time = kNow}, 0},
+          Row{{.expiresWithinDays = 6, .time = kNow + 6 * kDay}, 0}}) {
         std::vector<int64_t> ids;
-        EXPECT_EQ(searchCertificates(database, query, nullptr, ids), SearchEnd::done);
+        EXPECT_EQ(searchCertificates(database, query, nullptr, ids), SearchEnd::Done);
         EXPECT_EQ(ids.size(), found) << query.subject << query.issuer << query.email << query.serial;
     }
 }
@@ -373,14 +373,14 @@ TEST_F(ManagersTest, TheSearchCanBeStoppedAndCountsAsItGoes) {
         told = found;
         return false;
     };
-    EXPECT_EQ(searchCertificates(database, {}, stopAtOnce, ids), SearchEnd::stopped);
+    EXPECT_EQ(searchCertificates(database, {}, stopAtOnce, ids), SearchEnd::Stopped);
     EXPECT_GE(ids.size(), told);
     EXPECT_LT(ids.size(), kCopies);
     EXPECT_THROW(static_cast<void>(searchCertificates(
                      database, {}, [](size_t, size_t) -> bool { throw std::runtime_error("ekran"); }, ids)),
                  std::runtime_error);
     database.deinit();
-    EXPECT_EQ(searchCertificates(database, {}, nullptr, ids), SearchEnd::failed);
+    EXPECT_EQ(searchCertificates(database, {}, nullptr, ids), SearchEnd::Failed);
 }
 
 }  // namespace

@@ -58,8 +58,8 @@ Owned<ASN1_INTEGER> integerOf(const std::string& hex) {
 }
 
 Owned<ASN1_TIME> timeOf(int64_t fromNow) {
-    return {need(ASN1_TIME_adj(nullptr, std::time(nullptr), static_cast<int>(fromNow / day),
-                               static_cast<long>(fromNow % day))),
+    return {need(ASN1_TIME_adj(nullptr, std::time(nullptr), static_cast<int>(fromNow / kDay),
+                               static_cast<long>(fromNow % kDay))),
             ASN1_TIME_free};
 }
 

@@ -18,22 +18,22 @@ using TestKey = std::shared_ptr<evp_pkey_st>;
 TestKey makeKey();
 
 /// String types of name values (libcrypto's MBSTRING/V_ASN1 numbers).
-enum StringType { utf8String = 12, printableString = 19, t61String = 20, ia5String = 22, bmpString = 30 };
+enum StringType { kUtf8String = 12, kPrintableString = 19, kT61String = 20, kIa5String = 22, kBmpString = 30 };
 
 struct NameField {
     const char* type;   ///< "CN", "O", ... or "emailAddress"
     std::string value;  ///< UTF-8
-    int stringType = utf8String;
+    int stringType = kUtf8String;
 };
 using NameFields = std::vector<NameField>;
 
-constexpr int64_t day = 86400;
+constexpr int64_t kDay = 86400;
 
 struct CertPlan {
     NameFields subject;
-    std::string serial = "1";  ///< hexadecimal
-    int64_t notBefore = -day;  ///< seconds from now
-    int64_t notAfter = 365 * day;
+    std::string serial = "1";   ///< hexadecimal
+    int64_t notBefore = -kDay;  ///< seconds from now
+    int64_t notAfter = 365 * kDay;
     /// Extensions as libcrypto's configuration writes them: {"keyUsage", "critical,keyCertSign"}.
     std::vector<std::pair<std::string, std::string>> extensions{};
     bool version1 = false;
@@ -62,7 +62,7 @@ struct CrlPlan {
     long number = 1;
     long base = -1;  ///< number of the complete CRL of a delta; negative: no delta
     int64_t thisUpdate = -60;
-    int64_t nextUpdate = 30 * day;
+    int64_t nextUpdate = 30 * kDay;
     std::vector<std::pair<std::string, std::string>> extensions{{"authorityKeyIdentifier", "keyid"}};
 };
 

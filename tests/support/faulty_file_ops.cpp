@@ -21,7 +21,7 @@ size_t FaultyFileOps::writable(int fd, size_t size, int64_t position) {
     if (!mayChange()) return 0;
     if (tearLast && changesLeft == 0) size = std::max<size_t>(size / 2, 1);
     if (shortTransfer != 0) size = std::min(size, shortTransfer);
-    if (room == never) return size;
+    if (room == kNever) return size;
     struct stat info {};
     if (FileOps::fstat(fd, &info) != 0) return 0;
     const int64_t inside = std::max<int64_t>(info.st_size - position, 0);

@@ -9,17 +9,17 @@ namespace crv::test {
 /// mkdir, creating open) are counted. Nothing is ever synced, so without any fault it only makes tests faster.
 class FaultyFileOps : public FileOps {
   public:
-    static constexpr int never = -1;
+    static constexpr int kNever = -1;
 
     /// Changes that still happen; all later ones fail with stopError and change nothing, as if the process had died.
-    int changesLeft = never;
+    int changesLeft = kNever;
     /// The last change that happens is only written up to its half.
     bool tearLast = false;
     int stopError = 5;  // EIO
     /// Longest transfer of one read or write; 0 for no limit.
     size_t shortTransfer = 0;
     /// Octets by which files may still grow; then ENOSPC (after a part).
-    int64_t room = never;
+    int64_t room = kNever;
     bool failSync = false;
     /// EACCES, also for the superuser: opening for writing, making new files in a folder, looking at one path.
     bool denyWriting = false;

@@ -21,7 +21,7 @@ auto retryInterrupted(Call call) {
 }  // namespace
 
 DiskFile::DiskFile(const std::string& path, Mode mode) {
-    const int flags = mode == Mode::read ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
+    const int flags = mode == Mode::Read ? O_RDONLY : O_WRONLY | O_CREAT | O_TRUNC;
     descriptor_ = retryInterrupted([&] { return fileOps().open(path, flags | O_CLOEXEC, 0666); });
     if (descriptor_ < 0) error_ = errno;
 }

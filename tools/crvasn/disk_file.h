@@ -11,7 +11,7 @@ namespace crv {
 /// files and pipes; what must not be lost on a failure is encoded in memory and written atomically instead.
 class DiskFile final : public BufferedFile {
   public:
-    enum class Mode { read, write };
+    enum class Mode { Read, Write };
 
     /// Opens the file; `isOpen` and `error` (errno) tell how it went. Writing creates it with mode 0666 less the umask.
     DiskFile(const std::string& path, Mode mode);

@@ -80,7 +80,7 @@ int printPem(const std::string& name, ByteView text, const TreeOptions& options)
     MemoryFile source(text);
     int status = 0;
     for (;;) {
-        Base64Reader block(source, Base64Armour::pem);
+        Base64Reader block(source, Base64Armour::Pem);
         if (!block.findBlock()) return status;
         std::printf("# PEM %s\n", printable(block.label()).c_str());
         MemoryFile octets;
@@ -90,7 +90,7 @@ int printPem(const std::string& name, ByteView text, const TreeOptions& options)
 }
 
 int printFile(const std::string& name, const TreeOptions& options) {
-    DiskFile file(name == "-" ? "/dev/stdin" : name, DiskFile::Mode::read);
+    DiskFile file(name == "-" ? "/dev/stdin" : name, DiskFile::Mode::Read);
     MemoryFile all;
     if (!file.isOpen() || !readAll(file, all)) return fail(name, std::strerror(file.error()));
     const std::string_view text = asText(all.written());

@@ -34,9 +34,9 @@ std::string printable(std::string_view text) {
 }
 
 std::string hex(ByteView octets) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string out;
-    for (const uint8_t octet : octets) out.append(1, digits[octet >> 4]).append(1, digits[octet & 15]);
+    for (const uint8_t octet : octets) out.append(1, kDigits[octet >> 4]).append(1, kDigits[octet & 15]);
     return out;
 }
 
@@ -44,10 +44,10 @@ std::string hex(ByteView octets) {
 std::set<int64_t> namedCertificates(const std::string& path) {
     std::set<int64_t> ids;
     DataFile data;
-    if (data.open(path) != dbOk) return ids;
+    if (data.open(path) != kDbOk) return ids;
     DataScan scan(data);
-    while (scan.next() == DataScan::Result::record) {
-        if (!scan.deleted()) ids.insert(recNoDecode(scan.key(addByRecId)).value_or(0));
+    while (scan.next() == DataScan::Result::Record) {
+        if (!scan.deleted()) ids.insert(recNoDecode(scan.key(kAddByRecId)).value_or(0));
     }
     return ids;
 }
@@ -65,13 +65,13 @@ Directory::Directory(const std::string& path) {
     if (db_.getFilesCount() == 0) throw std::runtime_error("no database: " + path);
     if (!fileExists(db_.createSemaforeName())) return;
     DbLock probe(db_.createSemaforeName());
-    cutOff_ = probe.acquire(sharedLock) == DbLock::Result::needsMending;
+    cutOff_ = probe.acquire(kSharedLock) == DbLock::Result::NeedsMending;
     lock_ = std::make_unique<FileSemaphore>(db_.createSemaforeName());
-    if (lock_->p(sharedLock) == 0) throw std::runtime_error("cannot be locked: " + path);
+    if (lock_->p(kSharedLock) == 0) throw std::runtime_error("cannot be locked: " + path);
 }
 
 void Directory::check(Findings& findings) {
-    if (cutOff_) findings.add(std::string(lockFileName), "a change was cut off; the next opening mends it");
+    if (cutOff_) findings.add(std::string(kLockFileName), "a change was cut off; the next opening mends it");
     checkFiles(findings);
     checkTables(findings);
     checkReferences(findings);
@@ -82,19 +82,19 @@ void Directory::checkFiles(Findings& findings) const {
     for (const std::string_view name : DbCrv::m_dbFileNames) {
         if (!fileExists(db_.pathOf(name))) findings.add(std::string(name), "missing");
     }
-    if (db_.stateOfFiles() == DbState::otherVersion) {
-        findings.add(std::string(versionFileName), "not the version \"" + std::string(versionText) + "\"");
+    if (db_.stateOfFiles() == DbState::OtherVersion) {
+        findings.add(std::string(kVersionFileName), "not the version \"" + std::string(kVersionText) + "\"");
     }
 }
 
 void Directory::checkTables(Findings& findings) const {
-    for (const TableLayout* layout : allTables) {
+    for (const TableLayout* layout : kAllTables) {
         const std::string name = db_.pathOf(layout->file);
-        if (layout == &netCertTimeTb && !fileExists(name + dataExtension)) continue;
+        if (layout == &netCertTimeTb && !fileExists(name + kDataExtension)) continue;
         const TableReport report = checkTable(name);
         for (const std::string& problem : report.problems) findings.add(std::string(layout->file), problem);
         DataFile data;
-        if (data.open(name + dataExtension) != dbOk) continue;
+        if (data.open(name + kDataExtension) != kDbOk) continue;
         if (!std::equal(data.descs(), data.descs() + data.numIndexes(), layout->descs.begin(),
                         layout->descs.begin() + layout->numIndexes)) {
             findings.add(std::string(layout->file), "other indexes than this table has");
@@ -104,18 +104,18 @@ void Directory::checkTables(Findings& findings) const {
 
 void Directory::checkReferences(Findings& findings) const {
     DanglingRecords dangling(db_.directory());
-    for (const TableLayout* layout : sideTables) {
+    for (const TableLayout* layout : kSideTables) {
         std::vector<int64_t> records;
         if (!dangling.find(*layout, records)) continue;  // the damage is in the list already
         for (const int64_t recNo : records) {
             findings.add(std::string(layout->file), "record without its certificate at " + std::to_string(recNo));
         }
     }
-    const std::set<int64_t> named = namedCertificates(db_.pathOf(addIdxTb.file) + dataExtension);
+    const std::set<int64_t> named = namedCertificates(db_.pathOf(addIdxTb.file) + kDataExtension);
     DataFile data;
-    if (data.open(db_.pathOf(crtTb.file) + dataExtension) != dbOk) return;
+    if (data.open(db_.pathOf(crtTb.file) + kDataExtension) != kDbOk) return;
     DataScan scan(data);
-    while (scan.next() == DataScan::Result::record) {
+    while (scan.next() == DataScan::Result::Record) {
         if (scan.deleted() || named.count(scan.recNo()) != 0) continue;
         findings.add(std::string(addIdxTb.file), "no record of the certificate at " + std::to_string(scan.recNo()));
     }
@@ -123,24 +123,24 @@ void Directory::checkReferences(Findings& findings) const {
 
 void Directory::checkCrls(Findings& findings) const {
     const CrlFileGuard crls(db_.directory());
-    if (fileExists(db_.pathOf(crlIndexFileName)) && crls.checkIndex() == 1) {
-        findings.add(std::string(crlIndexFileName), "does not match its tag");
+    if (fileExists(db_.pathOf(kCrlIndexFileName)) && crls.checkIndex() == 1) {
+        findings.add(std::string(kCrlIndexFileName), "does not match its tag");
     }
     std::vector<std::string> names;
     (void)fileOps().list(db_.directory(), names);
     std::sort(names.begin(), names.end());
     for (const std::string& name : names) {
-        if (!name.ends_with(crlExtension)) continue;
-        const std::string tag = name.substr(0, name.size() - crlExtension.size()) + std::string(tagExtension);
+        if (!name.ends_with(kCrlExtension)) continue;
+        const std::string tag = name.substr(0, name.size() - kCrlExtension.size()) + std::string(kTagExtension);
         const int answer = checkIntegrity(db_.pathOf(name), db_.pathOf(tag));
         if (answer != 0) findings.add(name, answer == 1 ? "does not match its tag" : "has no tag");
     }
 }
 
 void Directory::stat(std::ostream& out) {
-    for (const TableLayout* layout : allTables) {
+    for (const TableLayout* layout : kAllTables) {
         const std::string name = db_.pathOf(layout->file);
-        if (!fileExists(name + dataExtension)) continue;
+        if (!fileExists(name + kDataExtension)) continue;
         const TableReport report = checkTable(name);
         out << layout->file << ": " << report.live << " live, " << report.deleted << " deleted, " << report.insertions
             << " insertions, data " << report.dataOctets << " octets, index " << report.indexOctets << " octets\n";
@@ -153,18 +153,19 @@ void Directory::stat(std::ostream& out) {
 
 void Directory::dump(const std::string& table, std::ostream& out) {
     const bool known =
-        std::any_of(allTables.begin(), allTables.end(), [&](const TableLayout* l) { return l->file == table; });
+        std::any_of(kAllTables.begin(), kAllTables.end(), [&](const TableLayout* l) { return l->file == table; });
     DataFile data;
-    if (!known || data.open(db_.pathOf(table) + dataExtension) != dbOk) throw std::runtime_error("no table: " + table);
+    if (!known || data.open(db_.pathOf(table) + kDataExtension) != kDbOk)
+        throw std::runtime_error("no table: " + table);
     DataScan scan(data);
     DataScan::Result result{};
-    while ((result = scan.next()) == DataScan::Result::record) {
+    while ((result = scan.next()) == DataScan::Result::Record) {
         out << recNoEncode(scan.recNo()) << (scan.deleted() ? " deleted" : " live") << " length " << scan.head().length
             << " of " << scan.head().capacity << "\n";
         for (int i = 0; i < data.numIndexes(); ++i) out << "  key " << i << ": " << printable(scan.key(i)) << "\n";
         if (scan.head().length != 0) out << "  body: " << hex(scan.body()) << "\n";
     }
-    if (result != DataScan::Result::end) throw std::runtime_error("damaged at " + std::to_string(scan.recNo()));
+    if (result != DataScan::Result::End) throw std::runtime_error("damaged at " + std::to_string(scan.recNo()));
 }
 
 }  // namespace crvdb

@@ -11,18 +11,18 @@
 namespace crvdb {
 
 /// Exit statuses.
-enum Status : int { sound = 0, damaged = 1, unusable = 2 };
+enum Status : int { kSound = 0, kDamaged = 1, kUnusable = 2 };
 
 /// What is wrong, said while it is found. The status is the worst of all.
 class Findings {
   public:
     explicit Findings(std::ostream& out) : out_(&out) {}
-    void add(const std::string& where, const std::string& what, Status status = damaged);
+    void add(const std::string& where, const std::string& what, Status status = kDamaged);
     [[nodiscard]] Status status() const { return status_; }
 
   private:
     std::ostream* out_;
-    Status status_ = sound;
+    Status status_ = kSound;
 };
 
 class Directory {

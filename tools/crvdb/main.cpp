@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr const char* usage =
+constexpr const char* kUsage =
     "usage: crvdb check DIR         verify every table, reference and CRL tag; says what is wrong\n"
     "       crvdb repair DIR        make the tables anew from their data files, then check\n"
     "       crvdb stat DIR          records, sizes and depths of the tables\n"
@@ -17,7 +17,7 @@ constexpr const char* usage =
 int check(const std::string& path) {
     crvdb::Findings findings(std::cout);
     crvdb::Directory(path).check(findings);
-    if (findings.status() == crvdb::sound) std::cout << "sound\n";
+    if (findings.status() == crvdb::kSound) std::cout << "sound\n";
     return findings.status();
 }
 
@@ -27,13 +27,13 @@ int run(const std::vector<std::string>& args) {
     if (command == "repair" && args.size() == 2) {
         const bool repaired = crvdb::repair(args[1], std::cout);
         const int after = check(args[1]);
-        return repaired ? after : crvdb::damaged;
+        return repaired ? after : crvdb::kDamaged;
     }
-    if (command == "stat" && args.size() == 2) return crvdb::Directory(args[1]).stat(std::cout), crvdb::sound;
-    if (command == "dump" && args.size() == 3) return crvdb::Directory(args[1]).dump(args[2], std::cout), crvdb::sound;
+    if (command == "stat" && args.size() == 2) return crvdb::Directory(args[1]).stat(std::cout), crvdb::kSound;
+    if (command == "dump" && args.size() == 3) return crvdb::Directory(args[1]).dump(args[2], std::cout), crvdb::kSound;
     const bool help = command == "--help" || command == "-h";
-    (help ? std::cout : std::cerr) << usage;
-    return help ? crvdb::sound : crvdb::unusable;
+    (help ? std::cout : std::cerr) << kUsage;
+    return help ? crvdb::kSound : crvdb::kUnusable;
 }
 
 }  // namespace
@@ -43,6 +43,6 @@ int main(int argc, char** argv) {
         return run({argv + 1, argv + argc});
     } catch (const std::exception& e) {
         std::cerr << "crvdb: " << e.what() << "\n";
-        return crvdb::unusable;
+        return crvdb::kUnusable;
     }
 }

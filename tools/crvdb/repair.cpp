@@ -24,9 +24,9 @@ class Repair {
         if (db_.getFilesCount() <= 0) throw std::runtime_error("no database: " + db_.directory());
         // A swap cut off is finished first; everything else is what the repair does anyway.
         db_.lock().setMender([this](DbMark mark, const std::vector<std::string>& names) {
-            return mark != DbMark::swapping || db_.mend(mark, names);
+            return mark != DbMark::Swapping || db_.mend(mark, names);
         });
-        const DbGuard guard(db_.lock(), exclusiveLock);
+        const DbGuard guard(db_.lock(), kExclusiveLock);
         if (!db_.lock().beginChange()) return say("db.lck", "cannot be written"), false;
         repairTables();
         repairFiles();
@@ -57,32 +57,32 @@ class Repair {
 
     void repairTables() {
         std::vector<std::string> remade;
-        for (const TableLayout* layout : allTables) {
-            if (layout == &netCertTimeTb && !fileExists(db_.pathOf(layout->file) + dataExtension)) continue;
+        for (const TableLayout* layout : kAllTables) {
+            if (layout == &netCertTimeTb && !fileExists(db_.pathOf(layout->file) + kDataExtension)) continue;
             if (remake(*layout)) remade.emplace_back(layout->file);
         }
-        if (!db_.lock().setMark(DbMark::swapping, remade)) return fail(lockFileName, "cannot be written");
+        if (!db_.lock().setMark(DbMark::Swapping, remade)) return fail(kLockFileName, "cannot be written");
         for (const std::string& name : remade) {
             if (!swapRebuilt(db_.pathOf(name))) return fail(name, "new files cannot be put in place");
         }
-        if (!db_.lock().setMark(DbMark::changing)) fail(lockFileName, "cannot be written");
+        if (!db_.lock().setMark(DbMark::Changing)) fail(kLockFileName, "cannot be written");
     }
 
     /// Makes new files beside the old ones; false when there is nothing to swap.
     bool remake(const TableLayout& layout) {
         const std::string name = db_.pathOf(layout.file);
-        if (!fileExists(name + dataExtension)) {
+        if (!fileExists(name + kDataExtension)) {
             DataBase empty;
-            if (empty.create(name, layout.numIndexes, layout.descs.data()) != dbOk) {
+            if (empty.create(name, layout.numIndexes, layout.descs.data()) != kDbOk) {
                 fail(layout.file, "cannot be made");
             } else {
                 say(layout.file, "records lost, empty table made");
             }
             return false;
         }
-        restoreHeader(layout, name + dataExtension);
+        restoreHeader(layout, name + kDataExtension);
         int lost = 0;
-        if (!remakeIndexes(name, MendExtent::salvage, lost)) {
+        if (!remakeIndexes(name, MendExtent::Salvage, lost)) {
             fail(layout.file, "cannot be repaired");
             return false;
         }
@@ -97,7 +97,7 @@ class Repair {
         DataFile header;
         File file;
         Bytes right;
-        if (header.create(sample, layout.numIndexes, layout.descs.data()) == dbOk) right = readFile(sample);
+        if (header.create(sample, layout.numIndexes, layout.descs.data()) == kDbOk) right = readFile(sample);
         fileOps().unlink(sample);
         Bytes present(right.size());
         if (right.empty() || !file.open(path)) return fail(layout.file, "cannot be read");
@@ -111,15 +111,15 @@ class Repair {
 
     void repairFiles() {
         CrlFileGuard crls(db_.directory());
-        const bool lost = !fileExists(db_.pathOf(crlIndexFileName));
+        const bool lost = !fileExists(db_.pathOf(kCrlIndexFileName));
         if (lost || crls.checkIndex() == 1) {
             crls.rollback(0);
-            const bool restored = crls.checkIndex() != 1 && fileExists(db_.pathOf(crlIndexFileName));
+            const bool restored = crls.checkIndex() != 1 && fileExists(db_.pathOf(kCrlIndexFileName));
             if (!restored) crls.create();
-            say(crlIndexFileName, restored ? "restored from its copy" : "lost, empty one made");
+            say(kCrlIndexFileName, restored ? "restored from its copy" : "lost, empty one made");
         }
-        if (!fileExists(db_.pathOf(importsFileName))) replace(importsFileName, {});
-        if (db_.stateOfFiles() != DbState::complete) replace(versionFileName, versionText);
+        if (!fileExists(db_.pathOf(kImportsFileName))) replace(kImportsFileName, {});
+        if (db_.stateOfFiles() != DbState::Complete) replace(kVersionFileName, kVersionText);
     }
 
     /// Certificates whose side records are lost get them again.

@@ -36,7 +36,7 @@ void CertificationRequest::setRequestedExtensions(const Extensions& extensions) 
 
 void CertificationRequest::sign(const PrivateKey& key, KeyScheme scheme, KcHashAlgo hash, RandomBridge& random) {
     const auto algorithm = signAlgorithm(scheme, hash);
-    if (!algorithm) throw CryptoError(CryptoFailure::badParameter, "no such signature algorithm");
+    if (!algorithm) throw CryptoError(CryptoFailure::BadParameter, "no such signature algorithm");
     if (!info.attributes) info.attributes.emplace();
     signatureAlgorithm = *algorithm;
     signature.build(key.sign(scheme, hash, hashOf(hash, info.encoded()), random));

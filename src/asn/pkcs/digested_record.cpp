@@ -30,13 +30,13 @@ void DigestedRecord::fillDigest() {
     ASNoctstr& field = digestField();
     std::array<uint8_t, kDigestLength> digest{};
     field.build(digest);  // its length counts in the header
-    static_cast<void>(computeDigest(KcHashAlgo::sha1, digest.data(), kDigestLength));
+    static_cast<void>(computeDigest(KcHashAlgo::Sha1, digest.data(), kDigestLength));
     field.build(digest);
 }
 
 bool DigestedRecord::digestIsRight() const {
     std::array<uint8_t, kDigestLength> digest{};
-    return computeDigest(KcHashAlgo::sha1, digest.data(), kDigestLength) && std::ranges::equal(digest, digestOctets());
+    return computeDigest(KcHashAlgo::Sha1, digest.data(), kDigestLength) && std::ranges::equal(digest, digestOctets());
 }
 
 }  // namespace crv

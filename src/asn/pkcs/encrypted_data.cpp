@@ -27,7 +27,7 @@ void EncryptedData::encrypt(const PbeSettings& pbe, const ASNobject& plain) {
 
 SecretBytes EncryptedData::decrypt(const PbePassword& password) const {
     const auto& content = encryptedContentInfo.encryptedContent;
-    if (!content) throw CryptoError(CryptoFailure::badParameter, "the enciphered content stands elsewhere");
+    if (!content) throw CryptoError(CryptoFailure::BadParameter, "the enciphered content stands elsewhere");
     return decryptPbe(encryptedContentInfo.contentEncryptionAlgorithm, password, content->value());
 }
 

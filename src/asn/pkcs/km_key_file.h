@@ -13,9 +13,9 @@ class KMKeyFile : public DigestedRecord {
   public:
     /// Bits of the presence string.
     enum Presence {
-        signingKey = 0,
-        encryptionKey = 1,
-        combinedKey = 2,  ///< signs, and is kept as the signing key
+        kSigningKey = 0,
+        kEncryptionKey = 1,
+        kCombinedKey = 2,  ///< signs, and is kept as the signing key
     };
 
     ASNbitstr presence;

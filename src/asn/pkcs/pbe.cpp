@@ -15,18 +15,18 @@ struct OidRow {
     Value value;
 };
 constexpr OidRow<PbeAlgo> kSchemes[] = {
-    {OID_PBE_SHA1_3DES, PbeAlgo::sha1TripleDesCbc},
-    {OID_PBE_SHA1_RC2_40, PbeAlgo::sha1Rc2Cbc40},
+    {OID_PBE_SHA1_3DES, PbeAlgo::Sha1TripleDesCbc},
+    {OID_PBE_SHA1_RC2_40, PbeAlgo::Sha1Rc2Cbc40},
 };
 constexpr OidRow<KcHashAlgo> kPrfs[] = {
-    {OID_HMAC_SHA1, KcHashAlgo::sha1},     {OID_HMAC_SHA224, KcHashAlgo::sha224}, {OID_HMAC_SHA256, KcHashAlgo::sha256},
-    {OID_HMAC_SHA384, KcHashAlgo::sha384}, {OID_HMAC_SHA512, KcHashAlgo::sha512},
+    {OID_HMAC_SHA1, KcHashAlgo::Sha1},     {OID_HMAC_SHA224, KcHashAlgo::Sha224}, {OID_HMAC_SHA256, KcHashAlgo::Sha256},
+    {OID_HMAC_SHA384, KcHashAlgo::Sha384}, {OID_HMAC_SHA512, KcHashAlgo::Sha512},
 };
 constexpr OidRow<CipherAlgo> kCiphers[] = {
-    {OID_AES128_CBC, CipherAlgo::aes128Cbc},
-    {OID_AES192_CBC, CipherAlgo::aes192Cbc},
-    {OID_AES256_CBC, CipherAlgo::aes256Cbc},
-    {OID_DES_EDE3_CBC, CipherAlgo::tripleDesCbc},
+    {OID_AES128_CBC, CipherAlgo::Aes128Cbc},
+    {OID_AES192_CBC, CipherAlgo::Aes192Cbc},
+    {OID_AES256_CBC, CipherAlgo::Aes256Cbc},
+    {OID_DES_EDE3_CBC, CipherAlgo::TripleDesCbc},
 };
 
 /// The version numbers that stand for the effective key lengths of RC2 (RFC 8018 B.2.3).
@@ -35,17 +35,17 @@ struct Rc2Row {
     CipherAlgo cipher;
 };
 constexpr Rc2Row kRc2Versions[] = {
-    {160, CipherAlgo::rc2Cbc40},
-    {120, CipherAlgo::rc2Cbc64},
-    {58, CipherAlgo::rc2Cbc128},
+    {160, CipherAlgo::Rc2Cbc40},
+    {120, CipherAlgo::Rc2Cbc64},
+    {58, CipherAlgo::Rc2Cbc128},
 };
 
 [[noreturn]] void malformed(const char* what) {
-    throw CryptoError(CryptoFailure::badParameter, std::string("malformed parameters of ") + what);
+    throw CryptoError(CryptoFailure::BadParameter, std::string("malformed parameters of ") + what);
 }
 
 [[noreturn]] void unknown(const ASNobjectId& oid) {
-    throw CryptoError(CryptoFailure::unsupported, "unknown algorithm " + oid.text());
+    throw CryptoError(CryptoFailure::Unsupported, "unknown algorithm " + oid.text());
 }
 
 template <class Value, size_t N>
@@ -130,7 +130,7 @@ AlgorithmIdentifier PbeSettings::algorithm() const {
     parameters.iterations.setValue(iterations);
     for (const auto& row : kSchemes)
         if (row.value == algo) return AlgorithmIdentifier(row.oid, parameters);
-    throw CryptoError(CryptoFailure::badParameter, "no such password-based encryption");
+    throw CryptoError(CryptoFailure::BadParameter, "no such password-based encryption");
 }
 
 Bytes PbeSettings::encrypt(const ASNobject& plain) const {

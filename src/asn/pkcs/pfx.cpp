@@ -26,7 +26,7 @@ PfxResult guarded(PfxResult onCryptoError, Operation operation) {
     } catch (const CryptoError&) {
         return onCryptoError;
     } catch (const std::bad_alloc&) {
-        return PfxResult::noMemory;
+        return PfxResult::NoMemory;
     }
 }
 
@@ -39,12 +39,12 @@ void addData(AuthenticatedSafe& safe, const SafeContents& bags) {
 /// The salts of one file, each the digest of the one before.
 class Pfx::SaltChain {
   public:
-    explicit SaltChain(ByteView random) { hashInto(KcHashAlgo::sha1, random, value_); }
+    explicit SaltChain(ByteView random) { hashInto(KcHashAlgo::Sha1, random, value_); }
 
     [[nodiscard]] ByteView salt() const { return ByteView(value_).first(kSaltLength); }
     void advance() {
         const auto before = value_;
-        hashInto(KcHashAlgo::sha1, before, value_);
+        hashInto(KcHashAlgo::Sha1, before, value_);
     }
 
   private:
@@ -98,10 +98,10 @@ void Pfx::update(const KnownOid& type, const ASNobject& secret) {
 }
 
 PfxResult Pfx::final(PbeAlgo cipher, bool unicode, ByteView password, const uint8_t* salt, size_t saltLength) {
-    return guarded(PfxResult::noMemory, [&] {
+    return guarded(PfxResult::NoMemory, [&] {
         const SecretBytes converted = unicode ? toSecret(password) : convertToUTF16BE(asText(password));
         seal(cipher, converted, {salt, saltLength});
-        return PfxResult::ok;
+        return PfxResult::Ok;
     });
 }
 
@@ -137,15 +137,15 @@ void Pfx::seal(PbeAlgo cipher, ByteView unicodePassword, ByteView salt) {
     authSafe.buildData(safe.encoded());
     macData.emplace().macSalt.build(chain.salt());
     macData->iterations.setValue(kMacIterations);
-    macData->mac = DigestInfo(KcHashAlgo::sha1, computeHMAC_SHA1(unicodePassword));
+    macData->mac = DigestInfo(KcHashAlgo::Sha1, computeHMAC_SHA1(unicodePassword));
 }
 
 SecretBytes Pfx::computeMac(KcHashAlgo hash, ByteView unicodePassword) const {
     ASNoctstr contents;
     if (!macData || !authSafe.getData(contents, ASN_FLAG_CONST))
-        throw CryptoError(CryptoFailure::badParameter, "no contents that a password protects");
+        throw CryptoError(CryptoFailure::BadParameter, "no contents that a password protects");
     const long iterations = std::max(macData->iterations.valueOr(0), 0L);
-    const SecretBytes key = pkcs12Derive(hash, Pkcs12KeyId::macKey, unicodePassword, macData->macSalt.value(),
+    const SecretBytes key = pkcs12Derive(hash, Pkcs12KeyId::MacKey, unicodePassword, macData->macSalt.value(),
                                          static_cast<uint64_t>(iterations), hashLength(hash));
     return hmac(hash, key, contents.value());
 }
@@ -155,36 +155,36 @@ bool Pfx::verifyMac(KcHashAlgo hash, ByteView unicodePassword) const {
 }
 
 SecretBytes Pfx::computeHMAC_SHA1(ByteView unicodePassword) const {
-    return computeMac(KcHashAlgo::sha1, unicodePassword);
+    return computeMac(KcHashAlgo::Sha1, unicodePassword);
 }
 
 bool Pfx::verifyHMAC_SHA1(ByteView unicodePassword) const {
-    return macData && macData->mac.hash() == KcHashAlgo::sha1 && verifyMac(KcHashAlgo::sha1, unicodePassword);
+    return macData && macData->mac.hash() == KcHashAlgo::Sha1 && verifyMac(KcHashAlgo::Sha1, unicodePassword);
 }
 
 /// The form of the password under which the file was authenticated, nothing when it is another password. Throws
 /// CryptoError for a file that cannot be checked.
 std::optional<PbePassword> Pfx::matching(const PbePassword& password) const {
-    const KcHashAlgo hash = macData ? macData->mac.hash() : KcHashAlgo::none;
-    if (hash == KcHashAlgo::none) throw CryptoError(CryptoFailure::unsupported, "no authentication code that is known");
+    const KcHashAlgo hash = macData ? macData->mac.hash() : KcHashAlgo::None;
+    if (hash == KcHashAlgo::None) throw CryptoError(CryptoFailure::Unsupported, "no authentication code that is known");
     if (verifyMac(hash, password.unicode())) return password;
     if (password.utf8().empty() && verifyMac(hash, {})) return PbePassword::none();
     return std::nullopt;
 }
 
 PfxResult Pfx::verifyPassword(const PbePassword& password) const {
-    return guarded(PfxResult::malformed, [&] { return matching(password) ? PfxResult::ok : PfxResult::macMismatch; });
+    return guarded(PfxResult::Malformed, [&] { return matching(password) ? PfxResult::Ok : PfxResult::MacMismatch; });
 }
 
 PfxResult Pfx::getContents(const PbePassword& password, PfxContents& out) const {
     out = {};
     PfxContents contents;
-    const PfxResult result = guarded(PfxResult::malformed, [&] {
+    const PfxResult result = guarded(PfxResult::Malformed, [&] {
         const auto right = matching(password);
-        if (!right) return PfxResult::macMismatch;
-        return PfxReader(*right, contents).readSafe(authSafe) ? PfxResult::ok : PfxResult::malformed;
+        if (!right) return PfxResult::MacMismatch;
+        return PfxReader(*right, contents).readSafe(authSafe) ? PfxResult::Ok : PfxResult::Malformed;
     });
-    if (result == PfxResult::ok) out = std::move(contents);
+    if (result == PfxResult::Ok) out = std::move(contents);
     return result;
 }
 

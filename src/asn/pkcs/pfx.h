@@ -29,10 +29,10 @@ class MacData : public ASNsequenceF {
 };
 
 enum class PfxResult {
-    ok,
-    macMismatch,  ///< wrong password, or the file was altered
-    malformed,    ///< no PKCS#12 contents, no authentication code, or an algorithm that is unknown here
-    noMemory,     ///< out of memory, or the file could not be built
+    Ok,
+    MacMismatch,  ///< wrong password, or the file was altered
+    Malformed,    ///< no PKCS#12 contents, no authentication code, or an algorithm that is unknown here
+    NoMemory,     ///< out of memory, or the file could not be built
 };
 
 /// What a file holds, in the file's order.

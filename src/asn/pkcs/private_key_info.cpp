@@ -61,7 +61,7 @@ void EncryptedPrivateKeyInfo::encrypt(const PbeSettings& pbe, const PrivateKeyIn
 PrivateKeyInfo EncryptedPrivateKeyInfo::decrypt(const PbePassword& password) const {
     const SecretBytes plain = decryptPbe(encryptionAlgorithm, password, encryptedData.value());
     PrivateKeyInfo key;
-    if (!key.readExactly(plain)) throw CryptoError(CryptoFailure::badData, "no private key under this password");
+    if (!key.readExactly(plain)) throw CryptoError(CryptoFailure::BadData, "no private key under this password");
     return key;
 }
 

@@ -12,10 +12,10 @@ class PrivateKey;
 
 /// Bits of a keyUsage as ASNbitstr::namedBits gives them.
 enum KeyUsageBit : uint32_t {
-    kDigitalSignature = 1u << KeyUsage::digitalSignature,
-    kNonRepudiation = 1u << KeyUsage::nonRepudiation,
-    kKeyEncipherment = 1u << KeyUsage::keyEncipherment,
-    kDataEncipherment = 1u << KeyUsage::dataEncipherment,
+    kDigitalSignature = 1u << KeyUsage::kDigitalSignature,
+    kNonRepudiation = 1u << KeyUsage::kNonRepudiation,
+    kKeyEncipherment = 1u << KeyUsage::kEyEncipherment,
+    kDataEncipherment = 1u << KeyUsage::kDataEncipherment,
 };
 
 /// PrivateKeyInfo, also OneAsymmetricKey: version 0, or 1 with a public key. Owns its octets in wiped memory.

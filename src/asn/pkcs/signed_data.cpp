@@ -16,7 +16,7 @@ namespace {
 std::optional<SignatureAlgorithm> algorithmOf(const SignerInfo& signer, KcHashAlgo digestHash) {
     if (auto algorithm = readSignAlgorithm(signer.signatureAlgorithm)) return algorithm;
     const SignAlgo* row = findSignAlgo(signer.signatureAlgorithm.algorithm.text());
-    if (row == nullptr || row->scheme == KeyScheme::none || row->hash != KcHashAlgo::none) return std::nullopt;
+    if (row == nullptr || row->scheme == KeyScheme::None || row->hash != KcHashAlgo::None) return std::nullopt;
     return SignatureAlgorithm{row->scheme, digestHash, {}};
 }
 
@@ -25,7 +25,7 @@ bool isRight(const PublicKey& key, const SignatureAlgorithm& algorithm, ByteView
     try {
         return key.verify(algorithm.scheme, algorithm.hash, digest, signature, algorithm.pss);
     } catch (const CryptoError& error) {
-        if (error.failure() == CryptoFailure::badParameter) return false;
+        if (error.failure() == CryptoFailure::BadParameter) return false;
         throw;
     }
 }
@@ -106,7 +106,7 @@ std::vector<SignedCertificate> SignedData::certificateList() const {
 
 void SignedData::sign(ByteView content, const SignOrder& order, RandomBridge& random) {
     const auto algorithm = signAlgorithm(order.scheme, order.hash);
-    if (!algorithm) throw CryptoError(CryptoFailure::badParameter, "no such signature algorithm");
+    if (!algorithm) throw CryptoError(CryptoFailure::BadParameter, "no such signature algorithm");
     if (!order.detached) encapContentInfo.buildData(content);
     digestAlgorithms.add(hashAlgorithm(order.hash));
     addCertificate(order.certificate);
@@ -144,30 +144,30 @@ bool SignedData::attributesFit(const SignerInfo& signer, KcHashAlgo hash, ByteVi
 SignatureCheck SignedData::verifySigner(const SignerInfo& signer, const PublicKey& key, ByteView octets) const {
     const KcHashAlgo hash = hashAlgoOf(signer.digestAlgorithm);
     const auto algorithm = algorithmOf(signer, hash);
-    if (hash == KcHashAlgo::none || !algorithm) return SignatureCheck::unsupported;
+    if (hash == KcHashAlgo::None || !algorithm) return SignatureCheck::Unsupported;
     Bytes digest = hashOf(algorithm->hash, octets);
     if (signer.signedAttrs) {
-        if (!attributesFit(signer, hash, octets)) return SignatureCheck::bad;
+        if (!attributesFit(signer, hash, octets)) return SignatureCheck::Bad;
         Attributes attributes;
         for (const Attribute& attribute : *signer.signedAttrs)
             static_cast<void>(attributes.add().copyObject(attribute));
         digest = hashOf(algorithm->hash, attributes.encoded());
     }
-    return isRight(key, *algorithm, digest, signer.signature.value()) ? SignatureCheck::good : SignatureCheck::bad;
+    return isRight(key, *algorithm, digest, signer.signature.value()) ? SignatureCheck::Good : SignatureCheck::Bad;
 }
 
 template <class KeyOf>
 SignatureCheck SignedData::verifyAll(std::optional<ByteView> detached, KeyOf keyOf) const {
     const std::optional<Bytes> inside = content();
-    if (signerInfos.empty()) return SignatureCheck::noSignature;
-    if (!inside && !detached) return SignatureCheck::noContent;
+    if (signerInfos.empty()) return SignatureCheck::NoSignature;
+    if (!inside && !detached) return SignatureCheck::NoContent;
     for (const SignerInfo& signer : signerInfos) {
         const std::optional<PublicKey> key = keyOf(signer);
-        if (!key) return SignatureCheck::noCertificate;
+        if (!key) return SignatureCheck::NoCertificate;
         const SignatureCheck check = verifySigner(signer, *key, inside ? ByteView(*inside) : *detached);
-        if (check != SignatureCheck::good) return check;
+        if (check != SignatureCheck::Good) return check;
     }
-    return SignatureCheck::good;
+    return SignatureCheck::Good;
 }
 
 SignatureCheck SignedData::verify(std::optional<ByteView> detached) const {

@@ -46,12 +46,12 @@ class SignerInfo : public ASNsequenceF {
 };
 
 enum class SignatureCheck {
-    good,
-    bad,            ///< the signature or the digest is wrong, or the signed attributes are not those of the content
-    unsupported,    ///< an algorithm that is unknown here
-    noSignature,    ///< nobody signed
-    noCertificate,  ///< the signer's certificate is not among the certificates
-    noContent,      ///< the content is neither inside nor given
+    Good,
+    Bad,            ///< the signature or the digest is wrong, or the signed attributes are not those of the content
+    Unsupported,    ///< an algorithm that is unknown here
+    NoSignature,    ///< nobody signed
+    NoCertificate,  ///< the signer's certificate is not among the certificates
+    NoContent,      ///< the content is neither inside nor given
 };
 
 /// How and by whom a content is to be signed.

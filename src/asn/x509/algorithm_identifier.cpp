@@ -29,7 +29,7 @@ KcHashAlgo hashAlgoOf(const AlgorithmIdentifier& algorithm) {
     const std::string oid = algorithm.algorithm.text();
     for (const KcHashAlgo hash : kHashAlgos)
         if (oid == hashOid(hash)) return hash;
-    return KcHashAlgo::none;
+    return KcHashAlgo::None;
 }
 
 }  // namespace crv

@@ -10,21 +10,21 @@ RsaPssParams::RsaPssParams() {
 }
 
 RsaPssParams::RsaPssParams(KcHashAlgo hash, KcHashAlgo mgfHash, long salt) : RsaPssParams() {
-    if (hash != KcHashAlgo::sha1) hashAlgorithm = crv::hashAlgorithm(hash);
-    if (mgfHash != KcHashAlgo::sha1) maskGenAlgorithm = AlgorithmIdentifier(OID_MGF1, crv::hashAlgorithm(mgfHash));
+    if (hash != KcHashAlgo::Sha1) hashAlgorithm = crv::hashAlgorithm(hash);
+    if (mgfHash != KcHashAlgo::Sha1) maskGenAlgorithm = AlgorithmIdentifier(OID_MGF1, crv::hashAlgorithm(mgfHash));
     saltLength.setValue(salt);
 }
 
 KcHashAlgo RsaPssParams::hash() const {
-    return hashAlgorithm ? hashAlgoOf(*hashAlgorithm) : KcHashAlgo::sha1;
+    return hashAlgorithm ? hashAlgoOf(*hashAlgorithm) : KcHashAlgo::Sha1;
 }
 
 KcHashAlgo RsaPssParams::mgfHash() const {
-    if (!maskGenAlgorithm) return KcHashAlgo::sha1;
+    if (!maskGenAlgorithm) return KcHashAlgo::Sha1;
     AlgorithmIdentifier hash;
     if (!(maskGenAlgorithm->algorithm == OID_MGF1) || !maskGenAlgorithm->parameters ||
         !(hash << *maskGenAlgorithm->parameters))
-        return KcHashAlgo::none;
+        return KcHashAlgo::None;
     return hashAlgoOf(hash);
 }
 

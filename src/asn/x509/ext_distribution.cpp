@@ -18,7 +18,7 @@ std::vector<std::string> CrlDistributionPoints::uris() const {
     for (const DistributionPoint& point : *this) {
         const GeneralNames* names = point.distributionPoint ? point.distributionPoint->fullName() : nullptr;
         if (names == nullptr) continue;
-        for (std::string& uri : names->values(GeneralName::uri)) out.push_back(std::move(uri));
+        for (std::string& uri : names->values(GeneralName::kUri)) out.push_back(std::move(uri));
     }
     return out;
 }
@@ -26,7 +26,7 @@ std::vector<std::string> CrlDistributionPoints::uris() const {
 std::vector<std::string> InfoAccess::uris(const KnownOid& method) const {
     std::vector<std::string> out;
     for (const AccessDescription& access : *this)
-        if (access.accessMethod == method && access.accessLocation.is(GeneralName::uri))
+        if (access.accessMethod == method && access.accessLocation.is(GeneralName::kUri))
             out.push_back(access.accessLocation.value());
     return out;
 }

@@ -10,15 +10,15 @@ namespace crv {
 class KeyUsage : public ASNbitstr {
   public:
     enum Bit {
-        digitalSignature,
-        nonRepudiation,
-        keyEncipherment,
-        dataEncipherment,
-        keyAgreement,
-        keyCertSign,
-        cRLSign,
-        encipherOnly,
-        decipherOnly,
+        kDigitalSignature,
+        kNonRepudiation,
+        kEyEncipherment,
+        kDataEncipherment,
+        kEyAgreement,
+        kEyCertSign,
+        kCRlSign,
+        kEncipherOnly,
+        kDecipherOnly,
     };
     /// Names of the bits that are set, in order.
     [[nodiscard]] std::vector<std::string> names() const;

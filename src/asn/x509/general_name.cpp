@@ -43,7 +43,7 @@ void GeneralName::setText(Form form, std::string_view text) {
 }
 
 void GeneralName::setName(const DistinguishedName& name) {
-    dynamic_cast<DistinguishedName&>(*setChosenIndex(directoryName)) = name;
+    dynamic_cast<DistinguishedName&>(*setChosenIndex(kDirectoryName)) = name;
 }
 
 std::string GeneralName::value() const {
@@ -51,7 +51,7 @@ std::string GeneralName::value() const {
     if (const auto* name = chosenAs<DistinguishedName>()) return name->text();
     if (const auto* oid = chosenAs<ASNobjectId>()) return oid->text();
     if (const auto* other = chosenAs<OtherName>()) return otherNameText(*other);
-    if (is(ipAddress)) return ipText(chosenAs<ASNoctstr>()->value());
+    if (is(kIpAddress)) return ipText(chosenAs<ASNoctstr>()->value());
     return getChosen() != nullptr ? toHex(getChosen()->encoded()) : "";
 }
 

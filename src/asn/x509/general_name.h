@@ -28,15 +28,15 @@ class GeneralName
                          Implicit<6, ASNia5String>, Implicit<7, ASNoctstr>, Implicit<8, ASNobjectId>> {
   public:
     enum Form {
-        otherName,
-        rfc822Name,
-        dnsName,
-        x400Address,
-        directoryName,
-        ediPartyName,
-        uri,
-        ipAddress,
-        registeredId
+        kOtherName,
+        kRfc822Name,
+        kDnsName,
+        kX400Address,
+        kDirectoryName,
+        kEdiPartyName,
+        kUri,
+        kIpAddress,
+        kRegisteredId
     };
 
     /// An e-mail address, DNS name or URI.

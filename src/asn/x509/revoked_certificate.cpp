@@ -14,16 +14,16 @@ struct ReasonRow {
     const char* name;
 };
 constexpr ReasonRow kReasons[] = {
-    {CrlReason::unspecified, "unspecified"},
-    {CrlReason::keyCompromise, "keyCompromise"},
-    {CrlReason::cACompromise, "cACompromise"},
-    {CrlReason::affiliationChanged, "affiliationChanged"},
-    {CrlReason::superseded, "superseded"},
-    {CrlReason::cessationOfOperation, "cessationOfOperation"},
-    {CrlReason::certificateHold, "certificateHold"},
-    {CrlReason::removeFromCRL, "removeFromCRL"},
-    {CrlReason::privilegeWithdrawn, "privilegeWithdrawn"},
-    {CrlReason::aACompromise, "aACompromise"},
+    {CrlReason::Unspecified, "unspecified"},
+    {CrlReason::KeyCompromise, "keyCompromise"},
+    {CrlReason::CACompromise, "cACompromise"},
+    {CrlReason::AffiliationChanged, "affiliationChanged"},
+    {CrlReason::Superseded, "superseded"},
+    {CrlReason::CessationOfOperation, "cessationOfOperation"},
+    {CrlReason::CertificateHold, "certificateHold"},
+    {CrlReason::RemoveFromCrl, "removeFromCRL"},
+    {CrlReason::PrivilegeWithdrawn, "privilegeWithdrawn"},
+    {CrlReason::AACompromise, "aACompromise"},
 };
 
 }  // namespace
@@ -59,10 +59,10 @@ Extensions RevokedCertificate::extensions() const {
 }
 
 CrlReason RevokedCertificate::reason() const {
-    if (!crlEntryExtensions) return CrlReason::unspecified;
+    if (!crlEntryExtensions) return CrlReason::Unspecified;
     const auto value = extensions().get<ASNenum>(OID_CE_CRL_REASON);
     const long number = value ? value->valueOr(0) : 0;
-    return std::in_range<int>(number) ? static_cast<CrlReason>(number) : CrlReason::unspecified;
+    return std::in_range<int>(number) ? static_cast<CrlReason>(number) : CrlReason::Unspecified;
 }
 
 std::optional<int64_t> RevokedCertificate::invalidityDate() const {

@@ -10,16 +10,16 @@ namespace crv {
 
 /// Reasons of a revocation (RFC 5280 5.3.1).
 enum class CrlReason : int {
-    unspecified = 0,
-    keyCompromise = 1,
-    cACompromise = 2,
-    affiliationChanged = 3,
-    superseded = 4,
-    cessationOfOperation = 5,
-    certificateHold = 6,
-    removeFromCRL = 8,
-    privilegeWithdrawn = 9,
-    aACompromise = 10,
+    Unspecified = 0,
+    KeyCompromise = 1,
+    CACompromise = 2,
+    AffiliationChanged = 3,
+    Superseded = 4,
+    CessationOfOperation = 5,
+    CertificateHold = 6,
+    RemoveFromCrl = 8,
+    PrivilegeWithdrawn = 9,
+    AACompromise = 10,
 };
 
 /// Name of the reason as in the module; "unknown" for another number.

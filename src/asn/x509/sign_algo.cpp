@@ -17,17 +17,17 @@ struct Alias {
 };
 
 constexpr Alias kAliases[] = {
-    {OID_SHA1_WITH_RSA_OIW, KeyScheme::rsa, KcHashAlgo::sha1},
-    {OID_RIPEMD128_WITH_RSA, KeyScheme::rsa, KcHashAlgo::ripemd128},
-    {OID_SHA224_WITH_DSA, KeyScheme::dsa, KcHashAlgo::sha224},
-    {OID_SHA256_WITH_DSA, KeyScheme::dsa, KcHashAlgo::sha256},
-    {OID_SHA384_WITH_DSA, KeyScheme::dsa, KcHashAlgo::sha384},
-    {OID_SHA512_WITH_DSA, KeyScheme::dsa, KcHashAlgo::sha512},
-    {OID_SHA3_224_WITH_DSA, KeyScheme::dsa, KcHashAlgo::sha3_224},
-    {OID_SHA3_256_WITH_DSA, KeyScheme::dsa, KcHashAlgo::sha3_256},
-    {OID_SHA3_384_WITH_DSA, KeyScheme::dsa, KcHashAlgo::sha3_384},
-    {OID_SHA3_512_WITH_DSA, KeyScheme::dsa, KcHashAlgo::sha3_512},
-    {OID_RIPEMD160_WITH_ECDSA, KeyScheme::ecdsa, KcHashAlgo::ripemd160},
+    {OID_SHA1_WITH_RSA_OIW, KeyScheme::Rsa, KcHashAlgo::Sha1},
+    {OID_RIPEMD128_WITH_RSA, KeyScheme::Rsa, KcHashAlgo::Ripemd128},
+    {OID_SHA224_WITH_DSA, KeyScheme::Dsa, KcHashAlgo::Sha224},
+    {OID_SHA256_WITH_DSA, KeyScheme::Dsa, KcHashAlgo::Sha256},
+    {OID_SHA384_WITH_DSA, KeyScheme::Dsa, KcHashAlgo::Sha384},
+    {OID_SHA512_WITH_DSA, KeyScheme::Dsa, KcHashAlgo::Sha512},
+    {OID_SHA3_224_WITH_DSA, KeyScheme::Dsa, KcHashAlgo::Sha3224},
+    {OID_SHA3_256_WITH_DSA, KeyScheme::Dsa, KcHashAlgo::Sha3256},
+    {OID_SHA3_384_WITH_DSA, KeyScheme::Dsa, KcHashAlgo::Sha3384},
+    {OID_SHA3_512_WITH_DSA, KeyScheme::Dsa, KcHashAlgo::Sha3512},
+    {OID_RIPEMD160_WITH_ECDSA, KeyScheme::Ecdsa, KcHashAlgo::Ripemd160},
 };
 
 std::optional<SignatureAlgorithm> readPss(const AlgorithmIdentifier& algorithm) {
@@ -38,7 +38,7 @@ std::optional<SignatureAlgorithm> readPss(const AlgorithmIdentifier& algorithm) 
     const KcHashAlgo mgf = params.mgfHash();
     if (!isHash(hash) || !isHash(mgf) || !salt || *salt < 0 || *salt > 0xFFFF || params.trailerField.value() != 1)
         return std::nullopt;
-    return SignatureAlgorithm{KeyScheme::rsaPss, hash, {mgf, int(*salt)}};
+    return SignatureAlgorithm{KeyScheme::RsaPss, hash, {mgf, int(*salt)}};
 }
 
 }  // namespace
@@ -46,11 +46,11 @@ std::optional<SignatureAlgorithm> readPss(const AlgorithmIdentifier& algorithm) 
 std::optional<AlgorithmIdentifier> signAlgorithm(KeyScheme scheme, KcHashAlgo hash) {
     const SignAlgo* row = findSignAlgo(scheme, hash);
     AlgorithmIdentifier identifier;
-    if (row == nullptr || !isHash(hash) || scheme == KeyScheme::none || !identifier.algorithm.setText(row->oid))
+    if (row == nullptr || !isHash(hash) || scheme == KeyScheme::None || !identifier.algorithm.setText(row->oid))
         return std::nullopt;
-    if (scheme == KeyScheme::rsaPss)
+    if (scheme == KeyScheme::RsaPss)
         identifier.parameters.emplace(RsaPssParams(hash, hash, long(hashLength(hash))));
-    else if (scheme == KeyScheme::rsa)
+    else if (scheme == KeyScheme::Rsa)
         identifier.parameters.emplace(ASNnull());
     return identifier;
 }
@@ -60,7 +60,7 @@ std::optional<SignatureAlgorithm> readSignAlgorithm(const AlgorithmIdentifier& a
     for (const Alias& alias : kAliases)
         if (algorithm.algorithm == alias.oid) return SignatureAlgorithm{alias.scheme, alias.hash, {}};
     const SignAlgo* row = findSignAlgo(algorithm.algorithm.text());
-    if (row == nullptr || row->scheme == KeyScheme::none || !isHash(row->hash)) return std::nullopt;
+    if (row == nullptr || row->scheme == KeyScheme::None || !isHash(row->hash)) return std::nullopt;
     return SignatureAlgorithm{row->scheme, row->hash, {}};
 }
 
@@ -70,7 +70,7 @@ bool verifySignature(const PublicKey& key, const AlgorithmIdentifier& algorithm,
     try {
         return key.verify(how->scheme, how->hash, hashOf(how->hash, data), signature, how->pss);
     } catch (const CryptoError& error) {
-        if (error.failure() == CryptoFailure::badParameter) return false;
+        if (error.failure() == CryptoFailure::BadParameter) return false;
         throw;
     }
 }

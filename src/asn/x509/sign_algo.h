@@ -11,8 +11,8 @@ namespace crv {
 
 /// What an AlgorithmIdentifier of a signature says.
 struct SignatureAlgorithm {
-    KeyScheme scheme = KeyScheme::none;
-    KcHashAlgo hash = KcHashAlgo::none;
+    KeyScheme scheme = KeyScheme::None;
+    KcHashAlgo hash = KcHashAlgo::None;
     PssParams pss;  ///< for KeyScheme::rsaPss
 };
 

@@ -48,13 +48,13 @@ bool SignedCertificate::isCaCrt() const {
     if (!constraints || !constraints->cA.value()) return false;
     if (extensions().find(OID_CE_KEY_USAGE) == nullptr) return true;
     const auto usage = keyUsage();
-    return usage && usage->bit(KeyUsage::keyCertSign);
+    return usage && usage->bit(KeyUsage::kEyCertSign);
 }
 
 std::vector<std::string> SignedCertificate::emails() const {
     std::vector<std::string> out;
     if (const auto names = extensions().get<GeneralNames>(OID_CE_SUBJECT_ALT_NAME))
-        out = names->values(GeneralName::rfc822Name);
+        out = names->values(GeneralName::kRfc822Name);
     for (const RelativeDistinguishedName& set : tbs.subject)
         for (const AttributeTypeAndValue& attribute : set)
             if (attribute.type == OID_PKCS9_EMAIL) out.push_back(attribute.valueUtf8());

@@ -10,7 +10,7 @@ SubjectPublicKeyInfo::SubjectPublicKeyInfo(const PublicKey& key) {
 
 KeyId SubjectPublicKeyInfo::computeKeyIdentifierSha1Hash() const {
     KeyId id;
-    hashInto(KcHashAlgo::sha1, subjectPublicKey.octets(), id);
+    hashInto(KcHashAlgo::Sha1, subjectPublicKey.octets(), id);
     return id;
 }
 

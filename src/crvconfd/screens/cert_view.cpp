@@ -41,7 +41,7 @@ void drawKey(int row, const StoredKey& key) {
     const CertPtr certificate = keyManager->certificateOf(key);
     const PublicKey publicKey = key.key.publicKey();
     displText(row, 1, "%s", roleText(key.role));
-    std::string text = signAlgoName(publicKey.scheme(), KcHashAlgo::none);
+    std::string text = signAlgoName(publicKey.scheme(), KcHashAlgo::None);
     text = fitText(text + " " + std::to_string(publicKey.bits()), 19) + " ";
     if (certificate)
         text += "ważny do " + dateLine(certificate->tbs.validity.notAfter) + " " + shortName(certificate->subject());

@@ -40,9 +40,9 @@ void addName(std::vector<std::string>& lines, std::string_view label, const Dist
 std::string keyText(const SubjectPublicKeyInfo& info) {
     try {
         const PublicKey key = info.publicKey();
-        std::string text = signAlgoName(key.scheme(), KcHashAlgo::none);
+        std::string text = signAlgoName(key.scheme(), KcHashAlgo::None);
         text += ", " + std::to_string(key.bits()) + " bitów";
-        if (key.scheme() == KeyScheme::ecdsa && key.curve() != StdECId::none)
+        if (key.scheme() == KeyScheme::Ecdsa && key.curve() != StdECId::None)
             text += std::string(", ") + findCurve(key.curve())->name;
         return text;
     } catch (const CryptoError&) {
@@ -108,8 +108,8 @@ std::vector<std::string> dataLines(const SignedCertificate& certificate) {
     addField(lines, "Ważny od:", timeLine(validity.notBefore));
     addField(lines, "Ważny do:", timeLine(validity.notAfter));
     addField(lines, "Stan:", validityNote(validity, std::time(nullptr)));
-    addField(lines, "Skrót SHA-1:", hexText(certificate.fingerprint(KcHashAlgo::sha1)));
-    addField(lines, "Skrót SHA-256:", hexText(certificate.fingerprint(KcHashAlgo::sha256)));
+    addField(lines, "Skrót SHA-1:", hexText(certificate.fingerprint(KcHashAlgo::Sha1)));
+    addField(lines, "Skrót SHA-256:", hexText(certificate.fingerprint(KcHashAlgo::Sha256)));
     return lines;
 }
 

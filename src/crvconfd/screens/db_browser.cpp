@@ -231,7 +231,7 @@ void DbBrowser::search() {
     clrScr();
     displHeader(0, "Szukanie certyfikatów");
     std::vector<int64_t> ids;
-    if (searchCertificates(*dbManager, query, showProgress, ids) == SearchEnd::failed)
+    if (searchCertificates(*dbManager, query, showProgress, ids) == SearchEnd::Failed)
         return errInfo(kMessageRow, "Błąd bazy danych");
     source_ = CrtSource(std::move(ids));
     rows_.clear();

@@ -51,11 +51,11 @@ void showSummary(const std::string& text) {
 /// The text of an end that is a failure; the name of the file is in it where it has a place.
 void showFailure(TransferEnd end, const TypedFile& file, const char* databaseText) {
     switch (end) {
-        case TransferEnd::notOpened:
+        case TransferEnd::NotOpened:
             return errInfo(kMessageRow, kNotOpened, file.typed.c_str());
-        case TransferEnd::notWritten:
+        case TransferEnd::NotWritten:
             return errInfo(kMessageRow, "Błąd zapisu pliku %s !!!", file.typed.c_str());
-        case TransferEnd::noMemory:
+        case TransferEnd::NoMemory:
             return errInfo(kMessageRow, "%s", kNoMemory);
         default:
             return errInfo(kMessageRow, "%s", databaseText);
@@ -63,7 +63,7 @@ void showFailure(TransferEnd end, const TypedFile& file, const char* databaseTex
 }
 
 bool isFailure(TransferEnd end) {
-    return end != TransferEnd::done && end != TransferEnd::badInput && end != TransferEnd::stopped;
+    return end != TransferEnd::Done && end != TransferEnd::BadInput && end != TransferEnd::Stopped;
 }
 
 /// The local time as the question shows it.
@@ -118,7 +118,7 @@ void importCertificates(const TypedFile& file) {
 void exportCertificates(const TypedFile& file) {
     size_t count = 0;
     const bool refused = file.path.empty() || isProfileFile(file.path);
-    const TransferEnd end = refused ? TransferEnd::notOpened : crtManager->exportCerts(file.path, count);
+    const TransferEnd end = refused ? TransferEnd::NotOpened : crtManager->exportCerts(file.path, count);
     if (isFailure(end)) return showFailure(end, file, "Błąd bazy danych");
     errInfo(kMessageRow, "Zapisano certyfikaty w liczbie: %zu", count);
 }

@@ -92,12 +92,12 @@ const char* yesNo(bool yes) {
 void drawOptions(const KeyGenParams& params, bool marked) {
     drawLabel(9, "~Format pliku tworzonego zgłoszenia certyfikacyjnego:", marked);
     displText(9, 55, "%s", params.pem ? "tekstowy (PEM)" : "binarny (DER)");
-    if (params.keyScheme == KeyScheme::ecdsa) {
+    if (params.keyScheme == KeyScheme::Ecdsa) {
         const bool choice = params.curveHasOid();
         drawLabel(10, "Zapisz parametry domeny krzywej eliptycznej ~bezpośrednio:", marked && choice);
         displText(10, kOptionColumn, "%s", yesNo(params.explicitDomain || !choice));
     }
-    if (params.keyScheme == KeyScheme::rsaPss) {
+    if (params.keyScheme == KeyScheme::RsaPss) {
         drawLabel(10, "Do podpisu zgłoszenia użyj algorytmu SHA-1 ~RSA-PKCS#1 (niezalecane):", marked);
         displText(10, kOptionColumn, "%s", yesNo(params.sha1RsaRequest));
         drawLabel(11, "Wymuś ~używanie podanego algorytmu do podpisu:", marked);
@@ -144,7 +144,7 @@ void dropTypedKeys() {
 
 void drawWaiting(const KeyGenParams& params) {
     clrToEol(kMessageRow, 0);
-    if (params.keyScheme == KeyScheme::ecdsa)
+    if (params.keyScheme == KeyScheme::Ecdsa)
         displText(kMessageRow, 0, "Proszę czekać, trwa generowanie klucza %s...", params.schemeName());
     else
         displText(kMessageRow, 0, "Proszę czekać, trwa generowanie klucza %s (%u %s)...", params.schemeName(),
@@ -160,9 +160,9 @@ KeyManagerResult generate(KeyType usage, const KeyGenParams& params) {
     drawWaiting(params);
     dropTypedKeys();
     KeyManagerResult result = kKmOk;
-    if (params.keyScheme == KeyScheme::dsa)
+    if (params.keyScheme == KeyScheme::Dsa)
         result = keyManager->generateDsaUserKey(params.keyLength, hooks);
-    else if (params.keyScheme == KeyScheme::ecdsa)
+    else if (params.keyScheme == KeyScheme::Ecdsa)
         result = keyManager->generateECDsaUserKey(usage, params.curve, params.explicitDomain, hooks);
     else
         result = keyManager->generateRsaUserKey(usage, kPublicExponent, params.keyLength, params.keyScheme, hooks);
@@ -172,22 +172,22 @@ KeyManagerResult generate(KeyType usage, const KeyGenParams& params) {
 
 CrtRequestParams requestOf(const KeyGenParams& params) {
     CrtRequestParams request;
-    request.format = params.pem ? RequestFormat::pem : RequestFormat::der;
-    const bool pss = params.keyScheme == KeyScheme::rsaPss;
+    request.format = params.pem ? RequestFormat::Pem : RequestFormat::Der;
+    const bool pss = params.keyScheme == KeyScheme::RsaPss;
     const bool plain = pss && params.sha1RsaRequest;
-    request.scheme = plain ? KeyScheme::rsa : params.signScheme;
-    request.hash = plain ? KcHashAlgo::sha1 : params.hash;
+    request.scheme = plain ? KeyScheme::Rsa : params.signScheme;
+    request.hash = plain ? KcHashAlgo::Sha1 : params.hash;
     if (pss && params.forceAlgorithm) request.forcedPss = params.hash;
     return request;
 }
 
 /// Writes the request; a failure is shown and false.
 bool writeRequest(const TypedFile& file, const Bytes& request) {
-    WriteStep failed = WriteStep::open;
+    WriteStep failed = WriteStep::Open;
     if (!isProfileFile(file.path))
-        failed = writeFileAtomically(file.path, request, {WriteMode::keepOrCommon, true}).failed;
-    if (failed == WriteStep::none) return true;
-    errInfo(kMessageRow, failed == WriteStep::open ? "Nie mogę otworzyć pliku: %s" : "Błąd zapisu pliku: %s",
+        failed = writeFileAtomically(file.path, request, {WriteMode::KeepOrCommon, true}).failed;
+    if (failed == WriteStep::None) return true;
+    errInfo(kMessageRow, failed == WriteStep::Open ? "Nie mogę otworzyć pliku: %s" : "Błąd zapisu pliku: %s",
             file.typed.c_str());
     return false;
 }
@@ -225,7 +225,7 @@ void ShowKeyGenMenu(const KeyGenParams& params, bool listOpen) {
     displText(2, 1, "Wybierz parametry generowanego klucza i wciśnij 'G':");
     drawLabel(3, "~Algorytm klucza:", marked && params.schemes().size() > 1);
     displText(3, kValueColumn, "%s", params.schemeName());
-    const bool ecdsa = params.keyScheme == KeyScheme::ecdsa;
+    const bool ecdsa = params.keyScheme == KeyScheme::Ecdsa;
     drawLabel(4, ecdsa ? "~Dziedzina dla ECDSA:" : "~Długość klucza w bitach:", marked);
     displText(4, kValueColumn, "%s", ecdsa ? params.curveName() : std::to_string(params.keyLength).c_str());
     drawLabel(6, "Algorytm ~podpisu:", marked);
@@ -245,14 +245,14 @@ void OnSelectKeyAlgo(KeyGenParams& params) {
     size_t selected = 0;
     for (const KeyScheme scheme : schemes) {
         if (scheme == params.keyScheme) selected = items.size();
-        items.emplace_back(signAlgoName(scheme, KcHashAlgo::none));
+        items.emplace_back(signAlgoName(scheme, KcHashAlgo::None));
     }
     const int index = chooseFrom(params, items, selected);
     if (index >= 0) params.chooseScheme(schemes[static_cast<size_t>(index)]);
 }
 
 void OnSelectKeyLength(KeyGenParams& params) {
-    if (params.keyScheme == KeyScheme::ecdsa) return selectCurve(params);
+    if (params.keyScheme == KeyScheme::Ecdsa) return selectCurve(params);
     auto lengths = params.lengths();
     if (params.token && lengths.size() > kShownTokenLengths) lengths.resize(kShownTokenLengths);
     if (lengths.empty()) return;
@@ -280,7 +280,7 @@ void selectSignScheme(KeyGenParams& params) {
 }
 
 KeyGenCommand ProcessKeyGenCommand(int key, KeyGenParams& params) {
-    const bool pss = params.keyScheme == KeyScheme::rsaPss;
+    const bool pss = params.keyScheme == KeyScheme::RsaPss;
     switch (key > 0 && key < 128 ? std::toupper(key) : key) {
         case 'A':
             OnSelectKeyAlgo(params);
@@ -295,7 +295,7 @@ KeyGenCommand ProcessKeyGenCommand(int key, KeyGenParams& params) {
             params.pem = !params.pem;
             break;
         case 'B':
-            if (params.keyScheme == KeyScheme::ecdsa && params.curveHasOid())
+            if (params.keyScheme == KeyScheme::Ecdsa && params.curveHasOid())
                 params.explicitDomain = !params.explicitDomain;
             break;
         case 'R':

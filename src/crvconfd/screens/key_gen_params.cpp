@@ -37,11 +37,11 @@ const char* tokenRefusal(const TokenAbilities& token, bool forSigning, bool forE
 }
 
 std::vector<KeyScheme> KeyGenParams::schemes() const {
-    if (token) return {KeyScheme::rsa};
-    const std::pair<bool, KeyScheme> offers[] = {{offersRsa, KeyScheme::rsa},
-                                                 {offersDsa, KeyScheme::dsa},
-                                                 {offersEcdsa, KeyScheme::ecdsa},
-                                                 {offersRsaPss, KeyScheme::rsaPss}};
+    if (token) return {KeyScheme::Rsa};
+    const std::pair<bool, KeyScheme> offers[] = {{offersRsa, KeyScheme::Rsa},
+                                                 {offersDsa, KeyScheme::Dsa},
+                                                 {offersEcdsa, KeyScheme::Ecdsa},
+                                                 {offersRsaPss, KeyScheme::RsaPss}};
     std::vector<KeyScheme> list;
     for (const auto& [offered, scheme] : offers)
         if (offered) list.push_back(scheme);
@@ -51,7 +51,7 @@ std::vector<KeyScheme> KeyGenParams::schemes() const {
 std::vector<unsigned> KeyGenParams::lengths() const {
     if (token) return tokenKeyLengths(tokenMinimum, tokenMaximum);
     if (isRsa(keyScheme)) return {std::begin(kRsaLengths), std::end(kRsaLengths)};
-    if (keyScheme == KeyScheme::dsa) return {std::begin(kDsaLengths), std::end(kDsaLengths)};
+    if (keyScheme == KeyScheme::Dsa) return {std::begin(kDsaLengths), std::end(kDsaLengths)};
     return {};
 }
 
@@ -61,7 +61,7 @@ void KeyGenParams::chooseScheme(KeyScheme scheme) {
     signScheme = scheme;
     hash = defaultHash(scheme);
     const auto valid = lengths();
-    if (scheme != KeyScheme::ecdsa && std::find(valid.begin(), valid.end(), keyLength) == valid.end())
+    if (scheme != KeyScheme::Ecdsa && std::find(valid.begin(), valid.end(), keyLength) == valid.end())
         keyLength = kFallbackLength;
 }
 
@@ -73,7 +73,7 @@ void KeyGenParams::chooseLength(unsigned bits) {
 std::vector<SignAlgo> KeyGenParams::signAlgos() const {
     std::vector<SignAlgo> list;
     for (const SignAlgo& row : signAlgoMap()) {
-        if (row.scheme != keyScheme || row.hash == KcHashAlgo::none || row.hash == KcHashAlgo::md5) continue;
+        if (row.scheme != keyScheme || row.hash == KcHashAlgo::None || row.hash == KcHashAlgo::Md5) continue;
         if (isSignAlgoValidForKeyLength(row.scheme, row.hash, keyBits()) && list.size() < kMostSignAlgos)
             list.push_back(row);
     }
@@ -98,7 +98,7 @@ bool KeyGenParams::curveHasOid() const {
 }
 
 unsigned KeyGenParams::keyBits() const {
-    if (keyScheme != KeyScheme::ecdsa) return keyLength;
+    if (keyScheme != KeyScheme::Ecdsa) return keyLength;
     const EcCurve* found = findCurve(curve);
     return found ? found->bits : 0;
 }

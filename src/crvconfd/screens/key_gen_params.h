@@ -49,11 +49,11 @@ struct KeyGenParams {
     unsigned tokenMaximum = 0;
     DefaultHash defaultHash;
 
-    KeyScheme keyScheme = KeyScheme::rsa;
+    KeyScheme keyScheme = KeyScheme::Rsa;
     unsigned keyLength = 2048;  ///< bits; unused for ECDSA
     StdECId curve = kDefaultCurve;
-    KeyScheme signScheme = KeyScheme::rsa;
-    KcHashAlgo hash = KcHashAlgo::sha256;
+    KeyScheme signScheme = KeyScheme::Rsa;
+    KcHashAlgo hash = KcHashAlgo::Sha256;
 
     bool pem = true;
     bool sha1RsaRequest = false;  ///< RSA-PSS: sign the request with SHA-1 and PKCS#1 v1.5
@@ -78,7 +78,7 @@ struct KeyGenParams {
     [[nodiscard]] size_t currentSignAlgo(const std::vector<SignAlgo>& list) const;
 
     [[nodiscard]] const char* titleText() const { return title ? title : "Generowanie klucza"; }
-    [[nodiscard]] const char* schemeName() const { return signAlgoName(keyScheme, KcHashAlgo::none); }
+    [[nodiscard]] const char* schemeName() const { return signAlgoName(keyScheme, KcHashAlgo::None); }
     [[nodiscard]] const char* signAlgoText() const { return signAlgoName(signScheme, hash); }
     [[nodiscard]] const char* curveName() const;
     /// Whether the domain of the curve may be written by its identifier.

@@ -39,9 +39,9 @@ bool gatherKeys(KeyBuffer& keys) {
 SeedBuffer seedOf(const KeyBuffer& keys) {
     const int64_t now = std::time(nullptr);
     SeedBuffer seed;
-    hashInto(KcHashAlgo::sha1, {reinterpret_cast<const uint8_t*>(&now), sizeof now}, seed);
+    hashInto(KcHashAlgo::Sha1, {reinterpret_cast<const uint8_t*>(&now), sizeof now}, seed);
     SeedBuffer other;
-    hashInto(KcHashAlgo::sha1, keys, other);
+    hashInto(KcHashAlgo::Sha1, keys, other);
     std::transform(seed.begin(), seed.end(), other.begin(), seed.begin(), std::bit_xor<uint8_t>());
     return seed;
 }

@@ -11,13 +11,13 @@ namespace crv {
 bool saveToFile(const std::string& name, const ASNobject& object) {
     const std::string path = expandHome(name);
     Bytes encoding;
-    WriteStep failed = WriteStep::write;
+    WriteStep failed = WriteStep::Write;
     if (isProfileFile(path))
-        failed = WriteStep::open;
+        failed = WriteStep::Open;
     else if (object.writeToVector(encoding))
-        failed = writeFileAtomically(path, encoding, {WriteMode::keepOrCommon, true}).failed;
-    if (failed == WriteStep::none) return true;
-    errInfo(kMessageRow, failed == WriteStep::open ? "Nie mogę otworzyć pliku: %s" : "Błąd zapisu pliku: %s",
+        failed = writeFileAtomically(path, encoding, {WriteMode::KeepOrCommon, true}).failed;
+    if (failed == WriteStep::None) return true;
+    errInfo(kMessageRow, failed == WriteStep::Open ? "Nie mogę otworzyć pliku: %s" : "Błąd zapisu pliku: %s",
             name.c_str());
     return false;
 }

@@ -32,9 +32,9 @@ const SymAlgo kSymAlgos[] = {
 std::vector<FormChoice> hashChoices(KeyScheme scheme, unsigned bits) {
     std::vector<FormChoice> choices;
     for (const SignAlgo& row : signAlgoMap())
-        if (row.scheme == scheme && row.hash != KcHashAlgo::none && row.hash != KcHashAlgo::md5 &&
+        if (row.scheme == scheme && row.hash != KcHashAlgo::None && row.hash != KcHashAlgo::Md5 &&
             isSignAlgoValidForKeyLength(scheme, row.hash, bits))
-            choices.push_back({static_cast<long>(row.hash), signAlgoName(KeyScheme::none, row.hash)});
+            choices.push_back({static_cast<long>(row.hash), signAlgoName(KeyScheme::None, row.hash)});
     return choices;
 }
 
@@ -42,11 +42,11 @@ std::vector<FormChoice> hashChoices(KeyScheme scheme, unsigned bits) {
 std::vector<FormChoice> schemeChoices(KeyScheme scheme) {
     std::vector<FormChoice> choices;
     const auto add = [&](KeyScheme one) {
-        choices.push_back({static_cast<long>(one), signAlgoName(one, KcHashAlgo::none)});
+        choices.push_back({static_cast<long>(one), signAlgoName(one, KcHashAlgo::None)});
     };
     if (isRsa(scheme)) {
-        add(KeyScheme::rsa);
-        add(KeyScheme::rsaPss);
+        add(KeyScheme::Rsa);
+        add(KeyScheme::RsaPss);
     } else {
         add(scheme);
     }
@@ -92,12 +92,12 @@ bool take(const Settings& settings, unsigned bits) {
 
 void OnUserSettings() {
     const PrivateKey* key = keyManager->signingKey();
-    const KeyScheme scheme = key ? keyManager->signingKeyType() : KeyScheme::rsa;
+    const KeyScheme scheme = key ? keyManager->signingKeyType() : KeyScheme::Rsa;
     const unsigned bits = key ? key->publicKey().bits() : 0;
     const CRVCfgFile& record = cfgManager->record();
     Settings settings{static_cast<long>(scheme), static_cast<long>(record.getHashAlgo(scheme)), currentSymAlgo(record)};
     const auto schemes = schemeChoices(scheme);
-    const auto hashes = hashChoices(isRsa(scheme) ? KeyScheme::rsa : scheme, bits);
+    const auto hashes = hashChoices(isRsa(scheme) ? KeyScheme::Rsa : scheme, bits);
     const auto symmetric = symChoices();
     const std::vector<FormField> fields{
         choiceField("Algorytm podpisu", settings.scheme, schemes),

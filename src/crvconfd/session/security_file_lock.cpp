@@ -19,11 +19,11 @@ bool hasNoFile() {
 SecurityFileLock::SecurityFileLock() : semaphore_(cfgManager->securityFileLockName(), hasNoFile()) {}
 
 bool SecurityFileLock::take() {
-    if (semaphore_.pCond(exclusiveLock) == 1) return true;
+    if (semaphore_.pCond(kExclusiveLock) == 1) return true;
     clrToEol(kMessageRow, 0);
     displText(kMessageRow, 0, "Plik bezpieczeństwa jest używany przez inny program, proszę czekać...");
     refreshScr();
-    const bool taken = semaphore_.p(exclusiveLock) == 1;
+    const bool taken = semaphore_.p(kExclusiveLock) == 1;
     clrToEol(kMessageRow, 0);
     if (taken) return true;
     errInfo(kMessageRow, "Błąd blokady pliku bezpieczeństwa !!!");

@@ -226,7 +226,7 @@ int inputRandomText(int row, int col, const char* prompt, std::span<uint8_t> buf
 }
 
 int inputRandomText(int row, int col, const char* prompt, SecretArray<20>& digest) {
-    KcHash hash(KcHashAlgo::sha1);
+    KcHash hash(KcHashAlgo::Sha1);
     int keys = 0;
     const int result = gatherKeys(row, col, prompt, true, [&](uint8_t octet) {
         hash.update(&octet, 1);
