@@ -29,7 +29,7 @@ namespace {
 
 size_t setSize() {
     const char* text = std::getenv("CRV_BENCH_CERTS");
-    return text == nullptr ? 10000 : static_cast<size_t>(std::atol(text));
+    return text ? static_cast<size_t>(std::atol(text)) : 10000;
 }
 
 void replaceAll(Bytes& octets, std::string_view from, std::string_view to) {
@@ -94,7 +94,7 @@ class TempDir {
   public:
     TempDir() {
         std::string name = (std::filesystem::temp_directory_path() / "crvbenchXXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("mkdtemp");
+        if (!mkdtemp(name.data())) throw std::runtime_error("mkdtemp");
         path_ = name;
     }
     ~TempDir() { std::filesystem::remove_all(path_); }

@@ -57,8 +57,8 @@ BENCHMARK(readOurs)->Unit(benchmark::kMillisecond);
 void readLibcrypto(benchmark::State& state) {
     for (auto _ : state) {
         const uint8_t* at = longList().data();
-        X509_CRL* crl = d2i_X509_CRL(nullptr, &at, long(longList().size()));
-        if (crl == nullptr) std::abort();
+        X509_CRL* crl = d2i_X509_CRL(nullptr, &at, static_cast<long>(longList().size()));
+        if (!crl) std::abort();
         X509_CRL_free(crl);
     }
     state.SetItemsProcessed(state.iterations() * kEntries);

@@ -76,57 +76,61 @@ const std::vector<Bytes>& certificates() {
         const auto at = std::ranges::search(model, serial).begin() - model.begin();
         std::vector<Bytes> all(kCertificates, model);
         for (size_t i = 0; i < all.size(); ++i)
-            for (size_t k = 0; k < 4; ++k) all[i][size_t(at) + 4 + k] = uint8_t(i >> (8 * k));
+            for (size_t k = 0; k < 4; ++k) all[i][static_cast<size_t>(at) + 4 + k] = static_cast<uint8_t>(i >> (8 * k));
         return all;
     }();
     return kAll;
 }
 
 void finish(benchmark::State& state) {
-    const auto rounds = int64_t(state.iterations()) * int64_t(kCertificates);
+    const auto rounds = static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(kCertificates);
     state.SetItemsProcessed(rounds);
-    state.SetBytesProcessed(rounds * int64_t(certificates()[0].size()));
+    state.SetBytesProcessed(rounds * static_cast<int64_t>(certificates()[0].size()));
 }
 
 void readOurs(benchmark::State& state) {
-    for (auto _ : state)
+    for (auto _ : state) {
         for (const Bytes& der : certificates()) {
             crv::SignedCertificate cert;
             if (!cert.readExactly(der, crv::ASN_FLAG_CONST)) state.SkipWithError("unreadable");
             benchmark::DoNotOptimize(cert);
         }
+    }
     finish(state);
 }
 
 void readOursCopying(benchmark::State& state) {
-    for (auto _ : state)
+    for (auto _ : state) {
         for (const Bytes& der : certificates()) {
             crv::SignedCertificate cert;
             if (!cert.readExactly(der, crv::ASN_FLAG_CONST | crv::ASN_FLAG_COPY)) state.SkipWithError("unreadable");
             benchmark::DoNotOptimize(cert);
         }
+    }
     finish(state);
 }
 
 void readLibcrypto(benchmark::State& state) {
-    for (auto _ : state)
+    for (auto _ : state) {
         for (const Bytes& der : certificates()) {
             const uint8_t* at = der.data();
-            const std::unique_ptr<X509, Free> cert(d2i_X509(nullptr, &at, long(der.size())));
+            const std::unique_ptr<X509, Free> cert(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
             if (!cert) state.SkipWithError("unreadable");
         }
+    }
     finish(state);
 }
 
 void readGnutls(benchmark::State& state) {
-    for (auto _ : state)
+    for (auto _ : state) {
         for (const Bytes& der : certificates()) {
             gnutls_x509_crt_t cert = nullptr;
             gnutls_x509_crt_init(&cert);
-            const gnutls_datum_t datum = {const_cast<uint8_t*>(der.data()), unsigned(der.size())};
+            const gnutls_datum_t datum = {const_cast<uint8_t*>(der.data()), static_cast<unsigned>(der.size())};
             if (gnutls_x509_crt_import(cert, &datum, GNUTLS_X509_FMT_DER) < 0) state.SkipWithError("unreadable");
             gnutls_x509_crt_deinit(cert);
         }
+    }
     finish(state);
 }
 
@@ -135,21 +139,22 @@ void writeOurs(benchmark::State& state, bool changeable) {
     crv::SignedCertificate cert;
     if (!cert.readExactly(certificates()[0], changeable ? 0 : crv::ASN_FLAG_CONST)) state.SkipWithError("unreadable");
     Bytes out;
-    for (auto _ : state)
+    for (auto _ : state) {
         for (size_t i = 0; i < kCertificates; ++i) {
             out.clear();
             if (!cert.writeToVector(out)) state.SkipWithError("unwritable");
             benchmark::DoNotOptimize(out.data());
         }
+    }
     finish(state);
 }
 
 /// `changeable`: the signed part alone, which libcrypto would otherwise copy from the encoding that it keeps.
 void writeLibcrypto(benchmark::State& state, bool changeable) {
     const uint8_t* at = certificates()[0].data();
-    const std::unique_ptr<X509, Free> cert(d2i_X509(nullptr, &at, long(certificates()[0].size())));
+    const std::unique_ptr<X509, Free> cert(d2i_X509(nullptr, &at, static_cast<long>(certificates()[0].size())));
     Bytes out;
-    for (auto _ : state)
+    for (auto _ : state) {
         for (size_t i = 0; i < kCertificates; ++i) {
             if (changeable) {
                 uint8_t* encoding = nullptr;
@@ -157,11 +162,12 @@ void writeLibcrypto(benchmark::State& state, bool changeable) {
                 OPENSSL_free(encoding);
                 continue;
             }
-            out.resize(size_t(i2d_X509(cert.get(), nullptr)));
+            out.resize(static_cast<size_t>(i2d_X509(cert.get(), nullptr)));
             uint8_t* to = out.data();
             i2d_X509(cert.get(), &to);
             benchmark::DoNotOptimize(out.data());
         }
+    }
     finish(state);
 }
 

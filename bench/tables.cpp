@@ -252,7 +252,7 @@ class Built {
     std::string fresh() {
         if (root_.empty()) {
             std::string pattern = (fs::temp_directory_path() / "crvbench.XXXXXX").string();
-            require(mkdtemp(pattern.data()) != nullptr, "mkdtemp");
+            require(mkdtemp(pattern.data()), "mkdtemp");
             root_ = pattern;
         }
         const std::string path = root_ + "/" + std::to_string(next_++);
@@ -314,7 +314,7 @@ int main(int argc, char** argv) {
                                                              {"lmdb", [] { return std::make_unique<Lmdb>(); }}};
     const char* large = std::getenv("CRV_BENCH_LARGE");  // also a million records
     std::vector<int64_t> sizes{10000, 100000};
-    if (large != nullptr) sizes.push_back(1000000);
+    if (large) sizes.push_back(1000000);
     for (const auto& [name, make] : engines) {
         for (const int64_t size : sizes) {
             const auto add = [&, n = name](const std::string& what, auto&& run) {

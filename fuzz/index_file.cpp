@@ -6,7 +6,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* octets, size_t size) {
     static crv::fuzz::TableFiles files;
     files.restoreData();
-    files.put(crv::indexExtension, {octets, size});
+    files.put(crv::kIndexExtension, {octets, size});
     crv::fuzz::exercise(files.name());
     return 0;
 }

@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         const PublicKey key = PublicKey::fromSpki(input);
         if (key.toSpki() != toBytes(input)) std::abort();
-        (void)key.verify(key.scheme(), KcHashAlgo::sha1, Bytes(20, 1), Bytes(64, 2));
+        (void)key.verify(key.scheme(), KcHashAlgo::Sha1, Bytes(20, 1), Bytes(64, 2));
     } catch (const CryptoError&) {
     }
     try {

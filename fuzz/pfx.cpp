@@ -17,9 +17,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Pfx authentic;
     authentic.authSafe.buildData(octets);
     authentic.macData.emplace();
-    authentic.macData->mac = DigestInfo(KcHashAlgo::sha1, authentic.computeHMAC_SHA1(password.unicode()));
+    authentic.macData->mac = DigestInfo(KcHashAlgo::Sha1, authentic.computeHMAC_SHA1(password.unicode()));
     const PfxResult result = authentic.getContents(password, contents);
-    fuzz::check(result == PfxResult::ok || result == PfxResult::malformed);
+    fuzz::check(result == PfxResult::Ok || result == PfxResult::Malformed);
     for (const PfxContents::Key& key : contents.keys) static_cast<void>(key.key.keyUsage());
     return 0;
 }

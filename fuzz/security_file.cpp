@@ -16,7 +16,7 @@ Bytes underMac(ByteView safe) {
     Pfx pfx;
     pfx.authSafe.buildData(safe);
     pfx.macData.emplace().macSalt.build(asBytes("saltsalt"));
-    pfx.macData->mac = DigestInfo(KcHashAlgo::sha1, pfx.computeHMAC_SHA1(Pfx::convertToUTF16BE("pass")));
+    pfx.macData->mac = DigestInfo(KcHashAlgo::Sha1, pfx.computeHMAC_SHA1(Pfx::convertToUTF16BE("pass")));
     return pfx.encoded();
 }
 

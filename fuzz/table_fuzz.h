@@ -25,19 +25,19 @@ class TableFiles {
         std::string pattern =
             ((std::filesystem::exists(memory) ? memory : std::filesystem::temp_directory_path()) / "crvfuzz.XXXXXX")
                 .string();
-        if (mkdtemp(pattern.data()) == nullptr) std::abort();
+        if (!mkdtemp(pattern.data())) std::abort();
         folder_ = pattern;
         DataBase table;
         const IndexDesc descs[] = {{17, 32 + 4 * 33}, {5, 32 + 4 * 21}};
-        if (table.create(name(), 2, descs) != dbOk || table.open(name()) != dbOk) std::abort();
+        if (table.create(name(), 2, descs) != kDbOk || table.open(name()) != kDbOk) std::abort();
         for (int i = 0; i < 30; ++i) {
             const std::string first = std::to_string(i * 7 % 30), second = std::to_string(i % 3);
             const std::string_view keys[] = {first, second};
             int64_t recNo = 0;
-            if (table.insert(keys, asBytes("body"), recNo) != dbOk) std::abort();
+            if (table.insert(keys, asBytes("body"), recNo) != kDbOk) std::abort();
         }
         table.close();
-        std::filesystem::copy_file(name() + dataExtension, folder_ + "/good");
+        std::filesystem::copy_file(name() + kDataExtension, folder_ + "/good");
     }
     ~TableFiles() { std::filesystem::remove_all(folder_); }
     TableFiles(const TableFiles&) = delete;
@@ -45,7 +45,7 @@ class TableFiles {
 
     [[nodiscard]] std::string name() const { return folder_ + "/t"; }
     void restoreData() const {
-        std::filesystem::copy_file(folder_ + "/good", name() + dataExtension,
+        std::filesystem::copy_file(folder_ + "/good", name() + kDataExtension,
                                    std::filesystem::copy_options::overwrite_existing);
     }
     void put(const char* extension, ByteView octets) const {
@@ -62,13 +62,13 @@ class TableFiles {
 inline void exercise(const std::string& name) {
     (void)checkTable(name);
     DataBase table;
-    if (table.open(name) != dbOk) return;
+    if (table.open(name) != kDbOk) return;
     TableRecord record;
     for (int i = 0; i < table.indexFile().numIndexes(); ++i) {
         table.selectIndex(i);
         for (const int direction : {1, -1}) {
             int answer = direction > 0 ? table.top() : table.bottom();
-            for (int steps = 0; answer == dbOk && steps < 100; ++steps) {
+            for (int steps = 0; answer == kDbOk && steps < 100; ++steps) {
                 (void)table.data(record);
                 answer = table.skip(direction);
             }

@@ -15,10 +15,11 @@ int ContextState::getPIN(PinSlot slot, SecretText& pin, bool* fromCache, bool as
     }
     if (!ask || !prompt) return kPinCancelled;
     const int result = prompt(slot, pin);
-    if (result == kPinOk)
+    if (result == kPinOk) {
         pins.store(id, pin);
-    else
+    } else {
         pin.clear();
+    }
     return result;
 }
 

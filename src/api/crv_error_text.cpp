@@ -74,9 +74,10 @@ const char* crvErrorText(CRVctx* ctx, int code) {
     std::snprintf(begin, sizeof begin, "crvErrorText: BEGIN. kod: %d", code);
     logLine(LogLevel::Info, begin);
     const char* text = crvErrorTextAPI(ctx, code);
-    if (text)
+    if (text) {
         logLine(LogLevel::Info, "crvErrorText: END. Wynik: != NULL");
-    else
+    } else {
         logLine(LogLevel::Error, "crvErrorText: END. Wynik: NULL");
+    }
     return text;
 }

@@ -61,10 +61,11 @@ int crvGetPINInfoInt(CRVctx* ctx, long id, long* needed) {
     const auto slot = static_cast<PinSlot>(id);
     const auto first = static_cast<long>(PinSlot::SigningToken);
     const long external = slot == PinSlot::DecryptionToken ? CRVPROFILE_ATTR_EXTERN_DPIN : CRVPROFILE_ATTR_EXTERN_SPIN;
-    if (slot == PinSlot::Roots)
+    if (slot == PinSlot::Roots) {
         *needed = rootsNeedPassword(*profile) ? id : 0;
-    else
+    } else {
         *needed = flagOf(*profile, external) ? 0 : first;
+    }
     return CRV_OK;
 }
 

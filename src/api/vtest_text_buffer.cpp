@@ -20,10 +20,11 @@ Buffer& buffer() {
 
 void VtestTextBuffer::setVtestTxt(const void* ctx, std::string_view text) {
     std::scoped_lock lock(buffer().mutex);
-    if (text.empty())
+    if (text.empty()) {
         buffer().texts.erase(ctx);
-    else
+    } else {
         buffer().texts.insert_or_assign(ctx, std::string(text));
+    }
 }
 
 std::string VtestTextBuffer::getVtestTxt(const void* ctx) {

@@ -54,10 +54,11 @@ long ASNany::read_ndfl_contents(GenericFile* in, long maxLen) {
             walkElement(*in, maxLen > 0 ? maxLen - (in->position() - first) : 0, isConst() ? nullptr : &copy);
         if (used <= 0) return used;
     }
-    if (isConst())
-        contents_.refer({start, size_t(in->position() - first)});
-    else
+    if (isConst()) {
+        contents_.refer({start, static_cast<size_t>(in->position() - first)});
+    } else {
         contents_.assign(copy.written());
+    }
     return 1;
 }
 
@@ -69,7 +70,7 @@ void ASNany::build(unsigned char tag, ByteView body) {
 }
 
 void ASNany::build(unsigned char tag, const char* data, long len) {
-    build(tag, asBytes({data, size_t(len)}));
+    build(tag, asBytes({data, static_cast<size_t>(len)}));
 }
 
 bool ASNany::build(ByteView encoding) {
@@ -78,7 +79,7 @@ bool ASNany::build(ByteView encoding) {
 }
 
 bool ASNany::build(const char* encoding, long len) {
-    return build(asBytes({encoding, size_t(len)}));
+    return build(asBytes({encoding, static_cast<size_t>(len)}));
 }
 
 void ASNany::build(const ASNobject& value) {
@@ -91,7 +92,7 @@ ByteView ASNany::getMemory() const {
     if (!kept.empty() && isExplicit()) {
         MemoryFile outer(kept.subspan(1));
         long length = 0;
-        kept = kept.subspan(1 + size_t(read_length(outer, length)));
+        kept = kept.subspan(1 + static_cast<size_t>(read_length(outer, length)));
         if (length < 0) kept = kept.first(kept.size() - 2);
     }
     if (!kept.empty()) return kept;

@@ -10,21 +10,22 @@ constexpr const char* kPlace = "src/asn/asn_choice";
 
 /// The table is reached through the other object: this one is still under construction.
 ASNchoice::ASNchoice(const ASNchoice& other) : ASNobject(other), index_(other.index_) {
-    if (other.chosen_ != nullptr) chosen_ = other.alternatives()[size_t(index_)].copy(*other.chosen_);
+    if (other.chosen_) chosen_ = other.alternatives()[static_cast<size_t>(index_)].copy(*other.chosen_);
 }
 
 ASNchoice& ASNchoice::operator=(const ASNchoice& other) {
     if (this == &other) return *this;
     ASNobject::operator=(other);
     index_ = other.index_;
-    chosen_ = other.chosen_ ? alternatives()[size_t(index_)].copy(*other.chosen_) : nullptr;
+    chosen_ = other.chosen_ ? alternatives()[static_cast<size_t>(index_)].copy(*other.chosen_) : nullptr;
     return *this;
 }
 
 int ASNchoice::find(int identifier) const {
     const AlternativeTable table = alternatives();
     for (size_t i = 0; i < table.size(); ++i)
-        if (table[i].tag == ASN_TAG_ANY || ((table[i].tag ^ identifier) & ~ASN_CONSTRUCTED_BIT) == 0) return int(i);
+        if (table[i].tag == ASN_TAG_ANY || ((table[i].tag ^ identifier) & ~ASN_CONSTRUCTED_BIT) == 0)
+            return static_cast<int>(i);
     return -1;
 }
 
@@ -47,9 +48,9 @@ ASNobject* ASNchoice::setChosen(unsigned char tag) {
 
 ASNobject* ASNchoice::setChosenIndex(int index) {
     assertChangeable();
-    if (index < 0 || size_t(index) >= alternatives().size()) return nullptr;
+    if (index < 0 || static_cast<size_t>(index) >= alternatives().size()) return nullptr;
     index_ = index;
-    chosen_ = alternatives()[size_t(index)].make();
+    chosen_ = alternatives()[static_cast<size_t>(index)].make();
     return chosen_.get();
 }
 
@@ -62,12 +63,12 @@ long ASNchoice::readElement(GenericFile& in, long maxLen) {
     const int index = find(identifier);
     if (index < 0 || !level.allowed()) return 0;
     index_ = index;
-    chosen_ = alternatives()[size_t(index)].make();
+    chosen_ = alternatives()[static_cast<size_t>(index)].make();
     return chosen_->read(&in, maxLen, modeOfParts());
 }
 
 bool ASNchoice::writeElement(GenericFile& out) const {
-    return chosen_ != nullptr && chosen_->write(&out);
+    return chosen_ && chosen_->write(&out);
 }
 
 long ASNchoice::elementLength() const {

@@ -37,17 +37,17 @@ bool exceeds(long used, long bodyLength, long maxLen) {
 
 /// A length beyond what memory holds is a truncated input, seen before anything below is read.
 bool endsInside(const GenericFile& in, long bodyLength) {
-    return in.inMemory() && bodyLength > long(in.window().size());
+    return in.inMemory() && bodyLength > static_cast<long>(in.window().size());
 }
 
 bool copyPiece(GenericFile& in, long count, GenericFile* out) {
-    if (out == nullptr) return in.skip(count) == count;
+    if (!out) return in.skip(count) == count;
     while (count > 0) {
         if (in.peek() < 0) return false;
-        const ByteView piece = in.window().first(std::min(size_t(count), in.window().size()));
+        const ByteView piece = in.window().first(std::min(static_cast<size_t>(count), in.window().size()));
         if (!out->write(piece)) return false;
         in.consume(piece.size());
-        count -= long(piece.size());
+        count -= static_cast<long>(piece.size());
     }
     return true;
 }
@@ -64,11 +64,11 @@ int lenOfLen(long length) {
 int write_length(long length, uint8_t* out) {
     const int octets = lenOfLen(length);
     if (octets == 1) {
-        out[0] = length < 0 ? kIndefiniteLength : uint8_t(length);
+        out[0] = length < 0 ? kIndefiniteLength : static_cast<uint8_t>(length);
         return 1;
     }
-    out[0] = uint8_t(0x80 | (octets - 1));
-    for (int i = 1; i < octets; ++i) out[i] = uint8_t(length >> (8 * (octets - 1 - i)));
+    out[0] = static_cast<uint8_t>(0x80 | (octets - 1));
+    for (int i = 1; i < octets; ++i) out[i] = static_cast<uint8_t>(length >> (8 * (octets - 1 - i)));
     return octets;
 }
 
@@ -112,11 +112,11 @@ long walkElement(GenericFile& in, long maxLen, GenericFile* out) {
     long length = 0;
     const int octets = read_length(in, length);
     if (octets <= 0) return octets;
-    uint8_t header[6] = {uint8_t(identifier)};
+    uint8_t header[6] = {static_cast<uint8_t>(identifier)};
     const int headerLength = 1 + write_length(length, header + 1);
     const long used = 1 + octets;
     if (exceeds(used, length, maxLen) || (length < 0 && (identifier & ASN_CONSTRUCTED_BIT) == 0)) return 0;
-    if (out != nullptr && !out->write({header, size_t(headerLength)})) return -1;
+    if (out && !out->write({header, static_cast<size_t>(headerLength)})) return -1;
     if (length >= 0) return copyPiece(in, length, out) ? used + length : -1;
     long total = used;
     int end = takeEndOfContents(in);
@@ -130,7 +130,7 @@ long walkElement(GenericFile& in, long maxLen, GenericFile* out) {
     if (end < 0) return -1;
     if (exceeds(total, 2, maxLen)) return 0;
     constexpr uint8_t kEnd[2] = {0, 0};
-    return out == nullptr || out->write(kEnd) ? total + 2 : -1;
+    return !out || out->write(kEnd) ? total + 2 : -1;
 }
 
 ASNobject::ASNobject(unsigned char tag) : tag_(tag) {
@@ -245,7 +245,7 @@ long ASNobject::read(GenericFile* in, long maxLen, unsigned char f) {
     if ((f & ASN_FLAG_COPY) != 0 || !in->inMemory()) return readKept(*in, maxLen, (f & ASN_FLAG_COPY) != 0);
     const uint8_t* start = in->window().data();
     const long length = readTagged(*in, maxLen);
-    if (length > 0) encoding_.refer({start, size_t(length)});
+    if (length > 0) encoding_.refer({start, static_cast<size_t>(length)});
     return length;
 }
 
@@ -264,8 +264,8 @@ long ASNobject::readKept(GenericFile& in, long maxLen, bool copy) {
     MemoryFile kept(encoding_.view(), in.nesting());
     const long length = readTagged(kept, copy ? maxLen : 0);
     if (length <= 0) return length;
-    if (copy && long(encoding_.size()) > length) static_cast<void>(in.seek(start + length));
-    encoding_.shorten(size_t(length));
+    if (copy && static_cast<long>(encoding_.size()) > length) static_cast<void>(in.seek(start + length));
+    encoding_.shorten(static_cast<size_t>(length));
     return length;
 }
 
@@ -335,11 +335,11 @@ long ASNobject::read_ndfl_contents(GenericFile*, long) {
 
 long ASNobject::readAny(const ASNany* any) {
     const ByteView value = any->getMemory();
-    return readExactly(value) ? long(value.size()) : 0;
+    return readExactly(value) ? static_cast<long>(value.size()) : 0;
 }
 
 long ASNobject::getLength() const {
-    if (const ByteView kept = keptEncoding(); !kept.empty()) return long(kept.size());
+    if (const ByteView kept = keptEncoding(); !kept.empty()) return static_cast<long>(kept.size());
     measured_ = elementLength();
     return isExplicit() ? 1 + lenOfLen(measured_) + measured_ : measured_;
 }
@@ -351,7 +351,7 @@ long ASNobject::elementLength() const {
 
 bool ASNobject::writeHeader(GenericFile& out, long bodyLength) const {
     uint8_t header[6] = {identifier()};
-    return out.write({header, size_t(1 + write_length(bodyLength, header + 1))});
+    return out.write({header, static_cast<size_t>(1 + write_length(bodyLength, header + 1))});
 }
 
 /// The outermost call measures the whole tree once; every element remembers the length of its body, so the inner calls
@@ -362,7 +362,7 @@ bool ASNobject::write(GenericFile* out) const {
     if (out->nesting() == 1 || measured_ < 0) static_cast<void>(getLength());
     if (isExplicit()) {
         uint8_t header[6] = {outerTag_};
-        if (!out->write({header, size_t(1 + write_length(measured_, header + 1))})) return false;
+        if (!out->write({header, static_cast<size_t>(1 + write_length(measured_, header + 1))})) return false;
     }
     return writeElement(*out);
 }
@@ -373,7 +373,7 @@ bool ASNobject::writeElement(GenericFile& out) const {
 
 bool ASNobject::computeDigest(KcHashAlgo algo, unsigned char* out, long outLen) const {
     const size_t length = hashLength(algo);
-    if (length == 0 || outLen < long(length)) return false;
+    if (length == 0 || outLen < static_cast<long>(length)) return false;
     KcHash hash(algo);
     HashFile file(hash);
     if (!write(&file)) return false;
@@ -396,20 +396,20 @@ void ASNobject::digestOfNDefEndBytes(KcHash* hash) const {
 long ASNobject::readFromBuff(ByteView octets, unsigned char f) {
     if (octets.empty()) return -1;
     MemoryFile file(octets);
-    return read(&file, long(octets.size()), f);
+    return read(&file, static_cast<long>(octets.size()), f);
 }
 
 bool ASNobject::readExactly(ByteView octets, unsigned char f) {
     const long used = readFromBuff(octets, f);
-    return used > 0 && size_t(used) == octets.size();
+    return used > 0 && static_cast<size_t>(used) == octets.size();
 }
 
 long ASNobject::readFromVector(const Bytes& octets, unsigned char f) {
-    return readExactly(octets, f) ? long(octets.size()) : 0;
+    return readExactly(octets, f) ? static_cast<long>(octets.size()) : 0;
 }
 
 long ASNobject::readFromOctStr(const ASNoctstr& octets, unsigned char f) {
-    return readExactly(octets.value(), f) ? long(octets.value().size()) : 0;
+    return readExactly(octets.value(), f) ? static_cast<long>(octets.value().size()) : 0;
 }
 
 bool ASNobject::writeToSpan(std::span<uint8_t> out) const {
@@ -418,7 +418,7 @@ bool ASNobject::writeToSpan(std::span<uint8_t> out) const {
 }
 
 bool ASNobject::writeToVector(Bytes& out) const {
-    out.resize(size_t(getLength()));
+    out.resize(static_cast<size_t>(getLength()));
     return writeToSpan(out);
 }
 
@@ -440,7 +440,7 @@ long ASNobject::copyObject(const ASNobject& source, unsigned char f) {
     if (!source.write(&file)) return 0;
     const ByteView octets = file.written();
     const auto mode = static_cast<unsigned char>((f & ASN_FLAG_CONST) != 0 ? f | ASN_FLAG_COPY : f);
-    return readExactly(octets, mode) ? long(octets.size()) : 0;
+    return readExactly(octets, mode) ? static_cast<long>(octets.size()) : 0;
 }
 
 }  // namespace crv

@@ -26,8 +26,8 @@ bool takeArc(std::string_view& text, Wide& arc) {
     arc = 0;
     for (const char c : digits) {
         if (c < '0' || c > '9') return false;
-        const auto digit = Wide(c - '0');
-        if (arc > (~Wide(0) - digit) / 10) return false;
+        const auto digit = static_cast<Wide>(c - '0');
+        if (arc > (~static_cast<Wide>(0) - digit) / 10) return false;
         arc = arc * 10 + digit;
     }
     text.remove_prefix(length);
@@ -42,11 +42,11 @@ void putArc(Bytes& out, const Arc& arc) {
     Wide rest = arc.low;
     bool carry = arc.carry;
     do {
-        septets[count++] = uint8_t(rest & 0x7F);
-        rest = rest >> 7 | Wide(carry) << 121;
+        septets[count++] = static_cast<uint8_t>(rest & 0x7F);
+        rest = rest >> 7 | static_cast<Wide>(carry) << 121;
         carry = false;
     } while (rest != 0);
-    while (count > 1) out.push_back(uint8_t(0x80 | septets[--count]));
+    while (count > 1) out.push_back(static_cast<uint8_t>(0x80 | septets[--count]));
     out.push_back(septets[0]);
 }
 
@@ -66,7 +66,7 @@ Arc takeArc(ByteView& octets) {
 void appendDecimal(std::string& out, Wide number) {
     char digits[40];
     char* first = std::end(digits);
-    do *--first = char('0' + int(number % 10));
+    do *--first = static_cast<char>('0' + static_cast<int>(number % 10));
     while ((number /= 10) != 0);
     out.append(first, std::end(digits));
 }
@@ -74,9 +74,9 @@ void appendDecimal(std::string& out, Wide number) {
 /// Splits the number of the first two arcs (X.690 8.19.4).
 void appendFirstArcs(std::string& out, const Arc& both) {
     const int first = both.carry || both.low >= 80 ? 2 : both.low >= 40 ? 1 : 0;
-    out += char('0' + first);
+    out += static_cast<char>('0' + first);
     out += '.';
-    appendDecimal(out, both.low - Wide(40 * first));  // the carry cancels in unsigned arithmetic
+    appendDecimal(out, both.low - static_cast<Wide>(40 * first));  // the carry cancels in unsigned arithmetic
 }
 
 constexpr const KnownOid* kKnownOids[] = {

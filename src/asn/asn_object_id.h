@@ -33,7 +33,7 @@ class KnownOid {
         if (text.empty()) throw "an arc is missing";
         while (!text.empty() && text.front() != '.') {
             if (text.front() < '0' || text.front() > '9') throw "no digit";
-            arc = arc * 10 + uint64_t(text.front() - '0');
+            arc = arc * 10 + static_cast<uint64_t>(text.front() - '0');
             text.remove_prefix(1);
         }
         if (!text.empty()) text.remove_prefix(1);
@@ -42,8 +42,8 @@ class KnownOid {
     consteval void put(uint64_t arc) {
         size_t more = 0;
         while (more < 9 && arc >> (7 * (more + 1)) != 0) ++more;
-        for (; more > 0; --more) octets_[size_++] = uint8_t(0x80 | (arc >> (7 * more) & 0x7F));
-        octets_[size_++] = uint8_t(arc & 0x7F);
+        for (; more > 0; --more) octets_[size_++] = static_cast<uint8_t>(0x80 | (arc >> (7 * more) & 0x7F));
+        octets_[size_++] = static_cast<uint8_t>(arc & 0x7F);
     }
 
     const char* dotted_;

@@ -11,8 +11,8 @@ namespace crv {
 
 long ASNprimitive::read_contents(GenericFile* in, long len) {
     if (isConst()) {
-        contents_.refer(in->window().first(size_t(len)));
-        in->consume(size_t(len));
+        contents_.refer(in->window().first(static_cast<size_t>(len)));
+        in->consume(static_cast<size_t>(len));
     } else if (contents_.load(*in, len) != len) {
         return -1;
     }
@@ -68,7 +68,7 @@ ASNinteger::ASNinteger(unsigned char tag, long value) : ASNoctstr(tag) {
 
 void ASNinteger::setValue(long value) {
     uint8_t octets[sizeof value];
-    for (size_t i = 0; i < sizeof value; ++i) octets[i] = uint8_t(value >> (8 * (sizeof value - 1 - i)));
+    for (size_t i = 0; i < sizeof value; ++i) octets[i] = static_cast<uint8_t>(value >> (8 * (sizeof value - 1 - i)));
     size_t first = 0;
     const uint8_t sign = value < 0 ? 0xFF : 0;
     while (first + 1 < sizeof value && octets[first] == sign && ((octets[first + 1] ^ sign) & 0x80) == 0) ++first;
@@ -91,7 +91,7 @@ std::optional<long> ASNinteger::value() const {
     if (octets.size() > sizeof(long)) return std::nullopt;
     auto value = static_cast<unsigned long>(isNegative() ? -1L : 0L);
     for (const uint8_t octet : octets) value = value << 8 | octet;
-    return long(value);
+    return static_cast<long>(value);
 }
 
 ByteView ASNinteger::magnitude() const {
@@ -105,7 +105,7 @@ std::string ASNinteger::decimal() const {
     Bytes number = toBytes(contents());
     const bool negative = isNegative();
     if (negative) {
-        for (uint8_t& octet : number) octet = uint8_t(~octet);
+        for (uint8_t& octet : number) octet = static_cast<uint8_t>(~octet);
         for (size_t i = number.size(); i-- > 0 && ++number[i] == 0;) continue;
     }
     // Digits from the least significant up, nine at a time, kept in base 10^9.
@@ -113,11 +113,11 @@ std::string ASNinteger::decimal() const {
     for (const uint8_t octet : number) {
         uint64_t carry = octet;
         for (uint32_t& group : groups) {
-            carry += uint64_t(group) << 8;
-            group = uint32_t(carry % 1'000'000'000);
+            carry += static_cast<uint64_t>(group) << 8;
+            group = static_cast<uint32_t>(carry % 1'000'000'000);
             carry /= 1'000'000'000;
         }
-        if (carry != 0) groups.push_back(uint32_t(carry));
+        if (carry != 0) groups.push_back(static_cast<uint32_t>(carry));
     }
     if (groups.empty()) return "0";
     std::string text = (negative ? "-" : "") + std::to_string(groups.back());
@@ -142,20 +142,20 @@ ASNbitstr::ASNbitstr() : ASNprimitive(kTag) {
 }
 
 void ASNbitstr::build(ByteView octets, int unusedBits) {
-    const uint8_t unused = octets.empty() ? 0 : uint8_t(unusedBits);
+    const uint8_t unused = octets.empty() ? 0 : static_cast<uint8_t>(unusedBits);
     if (octets.empty()) return setContents({&unused, 1});
     Bytes all(1, unused);
     all.insert(all.end(), octets.begin(), octets.end());
-    all.back() &= uint8_t(0xFF << unused);
+    all.back() &= static_cast<uint8_t>(0xFF << unused);
     setContents(all);
 }
 
 void ASNbitstr::setNamedBits(uint32_t bits) {
     uint8_t octets[4] = {};
     for (unsigned i = 0; i < 32; ++i)
-        if ((bits >> i & 1) != 0) octets[i / 8] |= uint8_t(0x80 >> i % 8);
-    const auto used = unsigned(std::bit_width(bits));
-    build(ByteView(octets).first((used + 7) / 8), int((8 - used % 8) % 8));
+        if ((bits >> i & 1) != 0) octets[i / 8] |= static_cast<uint8_t>(0x80 >> i % 8);
+    const auto used = static_cast<unsigned>(std::bit_width(bits));
+    build(ByteView(octets).first((used + 7) / 8), static_cast<int>((8 - used % 8) % 8));
 }
 
 bool ASNbitstr::bit(size_t index) const {
@@ -164,7 +164,7 @@ bool ASNbitstr::bit(size_t index) const {
 
 uint32_t ASNbitstr::namedBits() const {
     uint32_t bits = 0;
-    for (unsigned i = 0; i < 32; ++i) bits |= uint32_t(bit(i)) << i;
+    for (unsigned i = 0; i < 32; ++i) bits |= static_cast<uint32_t>(bit(i)) << i;
     return bits;
 }
 

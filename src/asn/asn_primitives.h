@@ -20,7 +20,7 @@ class ASNprimitive : public ASNobject {
 
     [[nodiscard]] long read_contents(GenericFile* in, long len) override;
     [[nodiscard]] bool write_contents(GenericFile* out) const override;
-    [[nodiscard]] long lenOfBody() const override { return long(contents_.size()); }
+    [[nodiscard]] long lenOfBody() const override { return static_cast<long>(contents_.size()); }
     /// Whether content octets that were read are of the type; asked after each reading.
     [[nodiscard]] virtual bool validContents() const { return true; }
     void setContents(ByteView octets);
@@ -136,7 +136,7 @@ class ASNbitstr : public ASNprimitive {
     /// The octets behind the count of unused bits.
     [[nodiscard]] ByteView octets() const { return contents().subspan(1); }
     [[nodiscard]] int unusedBits() const { return contents()[0]; }
-    [[nodiscard]] size_t bitCount() const { return octets().size() * 8 - size_t(unusedBits()); }
+    [[nodiscard]] size_t bitCount() const { return octets().size() * 8 - static_cast<size_t>(unusedBits()); }
     /// Whether bit `index` is there and set.
     [[nodiscard]] bool bit(size_t index) const;
     /// The first 32 bits as for `setNamedBits`.

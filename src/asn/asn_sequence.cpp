@@ -16,7 +16,7 @@ long ASNsequenceF::read_ndfl_contents(GenericFile* in, long maxLen) {
 long ASNsequenceF::readMembers(BodyCursor body) {
     for (const Member& row : members()) {
         if (body.broken()) return -1;
-        if (row.leaveOut != nullptr && !row.make(*this).acceptsTag(body.peek())) {
+        if (row.leaveOut && !row.make(*this).acceptsTag(body.peek())) {
             static_cast<void>(leaveOut(row));
             continue;
         }
@@ -32,7 +32,7 @@ long ASNsequenceF::readMember(BodyCursor& body, const Member& row) {
 }
 
 bool ASNsequenceF::leaveOut(const Member& row) {
-    if (row.leaveOut == nullptr) return false;
+    if (!row.leaveOut) return false;
     if (ASNobject* part = row.leaveOut(*this)) part->takeModeOf(*this);
     return true;
 }
@@ -40,7 +40,7 @@ bool ASNsequenceF::leaveOut(const Member& row) {
 bool ASNsequenceF::write_contents(GenericFile* out) const {
     return std::ranges::all_of(members(), [&](const Member& row) {
         const ASNobject* part = row.written(*this);
-        return part == nullptr || part->write(out);
+        return !part || part->write(out);
     });
 }
 
@@ -54,7 +54,7 @@ long ASNsequenceF::lenOfBody() const {
 void ASNsequenceF::releaseParts() {
     ASNobject::releaseParts();
     for (const Member& row : members())
-        if (row.find(*this) != nullptr) releasePart(row.make(*this));
+        if (row.find(*this)) releasePart(row.make(*this));
 }
 
 long ASNsetF::readMembers(BodyCursor body) {

@@ -25,7 +25,7 @@ struct Member {
 
     /// The member when it is to be written, else null.
     [[nodiscard]] const ASNobject* written(const ASNsequenceF& whole) const {
-        return isDefault != nullptr && isDefault(whole) ? nullptr : find(whole);
+        return isDefault && isDefault(whole) ? nullptr : find(whole);
     }
 };
 

@@ -18,10 +18,10 @@ size_t headerSize(ByteView header) {
 /// Moves up to `count` octets that are at hand; the number moved, -1 on failure.
 long moveAvailable(GenericFile& in, long count, GenericFile& out) {
     if (in.peek() < 0) return in.peek() == GenericFile::kEnd ? 0 : -1;
-    const ByteView piece = in.window().first(std::min(size_t(count), in.window().size()));
+    const ByteView piece = in.window().first(std::min(static_cast<size_t>(count), in.window().size()));
     if (!out.write(piece)) return -1;
     in.consume(piece.size());
-    return long(piece.size());
+    return static_cast<long>(piece.size());
 }
 
 }  // namespace
@@ -30,14 +30,14 @@ long moveAvailable(GenericFile& in, long count, GenericFile& out) {
 /// -1 when it never will be.
 long ASNStreamCtx::missing() const {
     const ByteView held = collected_.written();
-    if (held.size() < 2) return long(2 - held.size());
+    if (held.size() < 2) return static_cast<long>(2 - held.size());
     const size_t header = headerSize(held);
     if (header == 0) return -1;
-    if (held.size() < header) return long(header - held.size());
+    if (held.size() < header) return static_cast<long>(header - held.size());
     MemoryFile whole(held.subspan(1));
     long length = 0;
     if (read_length(whole, length) <= 0) return -1;
-    if (length >= 0) return long(header) + length - long(held.size());
+    if (length >= 0) return static_cast<long>(header) + length - static_cast<long>(held.size());
     if (held[held.size() - 1] != 0 || held[held.size() - 2] != 0) return 1;
     MemoryFile element(held);
     const long walked = walkElement(element, 0, nullptr);
@@ -79,16 +79,17 @@ bool ASNOctStrStreamCtx::open(int identifier, long length) {
         return false;
     if (!levels_.empty() && levels_.back() >= 0 && taken_ + std::max(length, 0L) > levels_.back()) return false;
     if (levels_.size() >= (isExplicit() ? 1U : 0U)) ownSeen_ = true;
-    if (constructed)
+    if (constructed) {
         levels_.push_back(length < 0 ? -1 : taken_ + length);
-    else
+    } else {
         leafLeft_ = length;
+    }
     return true;
 }
 
 /// One octet of a header; opens what a complete header announces.
 long ASNOctStrStreamCtx::takeHeaderOctet(GenericFile& in) {
-    header_.push_back(uint8_t(in.get()));
+    header_.push_back(static_cast<uint8_t>(in.get()));
     ++taken_;
     if (header_.size() < 2) return 1;
     const size_t size = headerSize(header_);
@@ -156,7 +157,7 @@ bool ASNobject::streamDone() const {
 }
 
 long ASNobject::doReadData(GenericFile& in, bool last, GenericFile& out) {
-    if (streamCtx_ == nullptr) {
+    if (!streamCtx_) {
         allocateStreamCtx();
         streamDone_ = false;
     }
@@ -169,7 +170,7 @@ long ASNobject::doReadData(GenericFile& in, bool last, GenericFile& out) {
 }
 
 long ASNobject::doReadData(const char* data, long len, bool last, GenericFile& out) {
-    MemoryFile piece(asBytes({data, size_t(len)}));
+    MemoryFile piece(asBytes({data, static_cast<size_t>(len)}));
     return doReadData(piece, last, out);
 }
 
@@ -199,15 +200,15 @@ bool ASNobject::beginStream(long contents, GenericFile& out) {
     const long body = doGetLenOfBody(contents);
     const auto constructed = static_cast<unsigned char>(body < 0 ? ASN_CONSTRUCTED_BIT : 0);
     const auto put = [&](int tag, long length) {
-        uint8_t header[6] = {uint8_t(tag)};
-        return out.write({header, size_t(1 + write_length(length, header + 1))});
+        uint8_t header[6] = {static_cast<uint8_t>(tag)};
+        return out.write({header, static_cast<size_t>(1 + write_length(length, header + 1))});
     };
     if (isExplicit() && !put(outerTag_, body < 0 ? -1 : 1 + lenOfLen(body) + body)) return false;
     return put(identifier() | constructed, body);
 }
 
 long ASNobject::doWriteData(GenericFile& in, long len, bool last, GenericFile& out) {
-    if (streamCtx_ == nullptr || !streamCtx_->writing) return -1;
+    if (!streamCtx_ || !streamCtx_->writing) return -1;
     long& left = streamCtx_->leftToWrite;
     if (left >= 0 && (len > left || (last && len != left))) return -1;
     const bool known = left >= 0;
@@ -237,7 +238,8 @@ long ASNoctstr::doWriteContents(GenericFile* in, long len, bool last, GenericFil
     const int size = 1 + write_length(len, header + 1);
     long written = 0;
     if (len > 0) {
-        if (!out->write({header, size_t(size)}) || ASNobject::doWriteContents(in, len, last, out) < 0) return -1;
+        if (!out->write({header, static_cast<size_t>(size)}) || ASNobject::doWriteContents(in, len, last, out) < 0)
+            return -1;
         written = size + len;
     }
     constexpr uint8_t kEnd[2] = {0, 0};

@@ -74,15 +74,15 @@ char32_t takeUtf8(std::string_view& text) {
         char32_t least;
     };
     static constexpr Form kForms[] = {{0x80, 0, 0}, {0xE0, 0xC0, 0x80}, {0xF0, 0xE0, 0x800}, {0xF8, 0xF0, 0x10000}};
-    const auto first = uint8_t(text.front());
+    const auto first = static_cast<uint8_t>(text.front());
     text.remove_prefix(1);
     for (size_t more = 0; more < std::size(kForms); ++more) {
         const Form& form = kForms[more];
         if ((first & form.mask) != form.lead) continue;
         if (text.size() < more) return kReplacement;
-        char32_t c = first & uint8_t(~form.mask);
+        char32_t c = first & static_cast<uint8_t>(~form.mask);
         for (size_t i = 0; i < more; ++i) {
-            const auto next = uint8_t(text[i]);
+            const auto next = static_cast<uint8_t>(text[i]);
             if ((next & 0xC0) != 0x80) return kReplacement;
             c = c << 6 | (next & 0x3F);
         }
@@ -96,19 +96,19 @@ char32_t takeUtf8(std::string_view& text) {
 void appendUtf8(std::string& out, char32_t c) {
     if (!isCharacter(c)) c = kReplacement;
     if (c < 0x80) {
-        out += char(c);
+        out += static_cast<char>(c);
         return;
     }
     const int more = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
     static constexpr uint8_t kLead[] = {0, 0xC0, 0xE0, 0xF0};
-    out += char(kLead[more] | c >> (6 * more));
-    for (int i = more - 1; i >= 0; --i) out += char(0x80 | (c >> (6 * i) & 0x3F));
+    out += static_cast<char>(kLead[more] | c >> (6 * more));
+    for (int i = more - 1; i >= 0; --i) out += static_cast<char>(0x80 | (c >> (6 * i) & 0x3F));
 }
 
 std::string stringToUtf8(unsigned char tag, ByteView octets) {
     const StringKind* kind = kindOf(tag);
-    if (kind == nullptr || kind->width == 0) return cleanUtf8(asText(octets));
-    if (kind->width > 1) return wideToUtf8(octets, size_t(kind->width));
+    if (!kind || kind->width == 0) return cleanUtf8(asText(octets));
+    if (kind->width > 1) return wideToUtf8(octets, static_cast<size_t>(kind->width));
     std::string out;
     out.reserve(octets.size());
     for (const uint8_t octet : octets) appendUtf8(out, octet <= kind->last ? octet : kReplacement);
@@ -117,12 +117,12 @@ std::string stringToUtf8(unsigned char tag, ByteView octets) {
 
 Bytes utf8ToString(unsigned char tag, std::string_view text) {
     const StringKind* kind = kindOf(tag);
-    if (kind == nullptr || kind->width == 0) return toBytes(asBytes(text));
+    if (!kind || kind->width == 0) return toBytes(asBytes(text));
     Bytes out;
     while (!text.empty()) {
         char32_t c = takeUtf8(text);
         if (c > kind->last) c = '?';
-        for (int i = kind->width - 1; i >= 0; --i) out.push_back(uint8_t(c >> (8 * i)));
+        for (int i = kind->width - 1; i >= 0; --i) out.push_back(static_cast<uint8_t>(c >> (8 * i)));
     }
     return out;
 }

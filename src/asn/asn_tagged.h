@@ -65,7 +65,7 @@ class ASNexpl : public ASNobject {
   private:
     [[nodiscard]] long readOne(BodyCursor body) {
         const long used = body.read(value, modeOfParts());
-        return used <= 0 ? used : long(body.atEnd());
+        return used <= 0 ? used : static_cast<long>(body.atEnd());
     }
 };
 

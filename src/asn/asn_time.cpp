@@ -17,13 +17,13 @@ class Digits {
     /// `count` digits into `value`; false when they are not there.
     bool take(int count, int& value) {
         value = 0;
-        if (rest_.size() < size_t(count)) return false;
+        if (rest_.size() < static_cast<size_t>(count)) return false;
         for (int i = 0; i < count; ++i) {
-            const char c = rest_[size_t(i)];
+            const char c = rest_[static_cast<size_t>(i)];
             if (c < '0' || c > '9') return false;
             value = value * 10 + (c - '0');
         }
-        rest_.remove_prefix(size_t(count));
+        rest_.remove_prefix(static_cast<size_t>(count));
         return true;
     }
     bool takeChar(std::string_view any) {
@@ -71,15 +71,20 @@ std::optional<int64_t> takeFraction(Digits& digits, int64_t unit) {
 
 CivilTime toCivil(int64_t seconds) {
     const int64_t days = seconds / kDay - (seconds % kDay < 0 ? 1 : 0);
-    const auto inDay = int(seconds - days * kDay);
+    const auto inDay = static_cast<int>(seconds - days * kDay);
     const std::chrono::year_month_day date{std::chrono::sys_days(std::chrono::days(days))};
-    return {int(date.year()), int(unsigned(date.month())), int(unsigned(date.day())), inDay / 3600, inDay / 60 % 60,
+    return {int(date.year()),
+            static_cast<int>(unsigned(date.month())),
+            static_cast<int>(unsigned(date.day())),
+            inDay / 3600,
+            inDay / 60 % 60,
             inDay % 60};
 }
 
 std::optional<int64_t> fromCivil(const CivilTime& time) {
-    const std::chrono::year_month_day date{std::chrono::year(int(time.year)), std::chrono::month(unsigned(time.month)),
-                                           std::chrono::day(unsigned(time.day))};
+    const std::chrono::year_month_day date{std::chrono::year(static_cast<int>(time.year)),
+                                           std::chrono::month(static_cast<unsigned>(time.month)),
+                                           std::chrono::day(static_cast<unsigned>(time.day))};
     if (!date.ok() || time.hour > 23 || time.minute > 59 || time.second > 60) return std::nullopt;
     const int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
     return days * kDay + time.hour * 3600 + time.minute * 60 + time.second;
@@ -88,8 +93,8 @@ std::optional<int64_t> fromCivil(const CivilTime& time) {
 std::string timeText(int64_t seconds) {
     const CivilTime t = toCivil(seconds);
     char text[64];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", int(t.year), t.month, t.day, t.hour, t.minute,
-                  t.second);
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d %02d:%02d:%02d", static_cast<int>(t.year), t.month, t.day, t.hour,
+                  t.minute, t.second);
     return text;
 }
 
@@ -118,8 +123,8 @@ bool ASNutcTime::setSeconds(int64_t seconds) {
     const CivilTime t = toCivil(seconds);
     if (t.year < 1950 || t.year > 2049) return false;
     char text[64];
-    std::snprintf(text, sizeof text, "%02d%02d%02d%02d%02d%02dZ", int(t.year % 100), t.month, t.day, t.hour, t.minute,
-                  t.second);
+    std::snprintf(text, sizeof text, "%02d%02d%02d%02d%02d%02dZ", static_cast<int>(t.year % 100), t.month, t.day,
+                  t.hour, t.minute, t.second);
     build(std::string_view(text));
     return true;
 }
@@ -128,8 +133,8 @@ bool ASNgenTime::setSeconds(int64_t seconds) {
     const CivilTime t = toCivil(seconds);
     if (t.year < 0 || t.year > 9999) return false;
     char text[64];
-    std::snprintf(text, sizeof text, "%04d%02d%02d%02d%02d%02dZ", int(t.year), t.month, t.day, t.hour, t.minute,
-                  t.second);
+    std::snprintf(text, sizeof text, "%04d%02d%02d%02d%02d%02dZ", static_cast<int>(t.year), t.month, t.day, t.hour,
+                  t.minute, t.second);
     build(std::string_view(text));
     return true;
 }

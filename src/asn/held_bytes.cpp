@@ -27,7 +27,7 @@ namespace {
 /// Single octets are not worth an allocation: small numbers, booleans and empty bit strings refer to this table.
 constexpr auto kSingleOctets = [] {
     std::array<uint8_t, 256> octets{};
-    for (size_t i = 0; i < octets.size(); ++i) octets[i] = uint8_t(i);
+    for (size_t i = 0; i < octets.size(); ++i) octets[i] = static_cast<uint8_t>(i);
     return octets;
 }();
 
@@ -51,23 +51,23 @@ void HeldBytes::refer(ByteView octets) {
 }
 
 void HeldBytes::shorten(size_t count) {
-    if (own_ != nullptr) wipeMemory(own_.get() + count, view_.size() - count);
+    if (own_) wipeMemory(own_.get() + count, view_.size() - count);
     view_ = view_.first(count);
 }
 
 void HeldBytes::clear() {
-    if (own_ != nullptr) wipeMemory(own_.get(), view_.size());
+    if (own_) wipeMemory(own_.get(), view_.size());
     own_.reset();
     view_ = {};
 }
 
 long HeldBytes::load(GenericFile& in, long count) {
     constexpr size_t kFirstPiece = 64 * 1024;
-    const auto wanted = size_t(std::max(count, 0L));
+    const auto wanted = static_cast<size_t>(std::max(count, 0L));
     if (in.window().size() >= wanted) {
         assign(in.window().first(wanted));
         in.consume(wanted);
-        return long(wanted);
+        return static_cast<long>(wanted);
     }
     clear();
     for (size_t capacity = std::min(wanted, kFirstPiece);; capacity = std::min(wanted, 2 * capacity)) {
@@ -76,11 +76,11 @@ long HeldBytes::load(GenericFile& in, long count) {
         if (held > 0) std::memcpy(larger.get(), view_.data(), held);
         clear();
         own_ = std::move(larger);
-        const long got = in.read(own_.get() + held, long(capacity - held));
+        const long got = in.read(own_.get() + held, static_cast<long>(capacity - held));
         // After a failure nobody knows how much came: all of it is to be wiped.
-        view_ = {own_.get(), got < 0 ? capacity : held + size_t(got)};
+        view_ = {own_.get(), got < 0 ? capacity : held + static_cast<size_t>(got)};
         if (got < 0) return clear(), -1;
-        if (view_.size() < capacity || capacity == wanted) return long(view_.size());
+        if (view_.size() < capacity || capacity == wanted) return static_cast<long>(view_.size());
     }
 }
 

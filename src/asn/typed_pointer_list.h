@@ -71,12 +71,12 @@ class TypedPointerList {
         return add(std::make_unique<T>(std::forward<Args>(args)...));
     }
     void insert(size_t index, std::unique_ptr<T> element) {
-        pointers_.insert(pointers_.begin() + std::ptrdiff_t(index), std::move(element));
+        pointers_.insert(pointers_.begin() + static_cast<std::ptrdiff_t>(index), std::move(element));
     }
     /// Takes the element out of the list and gives it to the caller.
     std::unique_ptr<T> remove(size_t index) {
         std::unique_ptr<T> element = std::move(pointers_[index]);
-        pointers_.erase(pointers_.begin() + std::ptrdiff_t(index));
+        pointers_.erase(pointers_.begin() + static_cast<std::ptrdiff_t>(index));
         return element;
     }
     void clear() { pointers_.clear(); }

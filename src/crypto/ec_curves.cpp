@@ -24,7 +24,7 @@ std::vector<EcCurve> makeTable() {
     std::vector<EcCurve> table;
     for (const EC_builtin_curve& known : builtin) {
         // SM2 has a signature scheme of its own; the Oakley curves are for key agreement, as libcrypto's own note says.
-        if (known.nid == NID_sm2 || std::strstr(known.comment, "Not suitable for ECDSA") != nullptr) continue;
+        if (known.nid == NID_sm2 || std::strstr(known.comment, "Not suitable for ECDSA")) continue;
         const auto id = static_cast<StdECId>(known.nid);
         const ossl::Group group = groupOf(id);
         const unsigned bits = group ? static_cast<unsigned>(EC_GROUP_get_degree(group.get())) : 0;
@@ -52,7 +52,7 @@ const EcCurve* findCurve(StdECId id) {
 
 Bytes encodeEcDomain(StdECId id, bool explicitDomain) {
     const EcCurve* curve = findCurve(id);
-    if (curve == nullptr) throw CryptoError(CryptoFailure::Unsupported, "unknown elliptic curve");
+    if (!curve) throw CryptoError(CryptoFailure::Unsupported, "unknown elliptic curve");
     const ossl::Group group = groupOf(id);
     EC_GROUP_set_asn1_flag(group.get(),
                            explicitDomain || !curve->hasOid ? OPENSSL_EC_EXPLICIT_CURVE : OPENSSL_EC_NAMED_CURVE);
@@ -74,7 +74,7 @@ EcDomain decodeEcDomain(ByteView parameters) {
         ossl::fail(CryptoFailure::BadKey, "malformed elliptic curve parameters");
     }
     const auto id = static_cast<StdECId>(EC_GROUP_get_curve_name(group.get()));
-    if (findCurve(id) == nullptr) throw CryptoError(CryptoFailure::Unsupported, "unknown elliptic curve");
+    if (!findCurve(id)) throw CryptoError(CryptoFailure::Unsupported, "unknown elliptic curve");
     return {id, parameters.front() != 0x06};  // an OBJECT IDENTIFIER names the curve
 }
 

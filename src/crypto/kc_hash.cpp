@@ -33,7 +33,7 @@ const HashRow* rowOf(KcHashAlgo algo) noexcept {
 
 const HashRow& mustRow(KcHashAlgo algo) {
     const HashRow* row = rowOf(algo);
-    if (row == nullptr) throw CryptoError(CryptoFailure::BadParameter, "no such hash function");
+    if (!row) throw CryptoError(CryptoFailure::BadParameter, "no such hash function");
     return *row;
 }
 
@@ -43,7 +43,7 @@ struct Methods {
 
     Methods() {
         for (size_t i = 0; i < all.size(); ++i) {
-            if (kRows[i].name != nullptr) all[i].reset(EVP_MD_fetch(ossl::context(), kRows[i].name, nullptr));
+            if (kRows[i].name) all[i].reset(EVP_MD_fetch(ossl::context(), kRows[i].name, nullptr));
         }
     }
 };
@@ -57,24 +57,24 @@ void mustFit(const HashRow& row, std::span<uint8_t> digest) {
 
 size_t hashLength(KcHashAlgo algo) noexcept {
     const HashRow* row = rowOf(algo);
-    return row != nullptr ? row->length : 0;
+    return row ? row->length : 0;
 }
 
 size_t hashBlockLength(KcHashAlgo algo) noexcept {
     const HashRow* row = rowOf(algo);
-    return row != nullptr ? row->block : 0;
+    return row ? row->block : 0;
 }
 
 const char* libcryptoHashName(KcHashAlgo algo) noexcept {
     const HashRow* row = rowOf(algo);
-    return row != nullptr ? row->name : nullptr;
+    return row ? row->name : nullptr;
 }
 
 const evp_md_st* libcryptoHash(KcHashAlgo algo) {
     static const Methods methods;
     const HashRow& row = mustRow(algo);
     const EVP_MD* method = methods.all[static_cast<size_t>(&row - kRows)].get();
-    if (method == nullptr && row.name != nullptr) {
+    if (!method && row.name) {
         ossl::fail(CryptoFailure::Unsupported, std::string("libcrypto lacks ") + row.name);
     }
     return method;
@@ -93,7 +93,7 @@ KcHash::~KcHash() = default;
 
 void KcHash::start() {
     const EVP_MD* method = libcryptoHash(algo_);
-    if (method == nullptr) {
+    if (!method) {
         own_ = std::make_unique<Ripemd128>();
         return;
     }
@@ -128,7 +128,7 @@ Bytes KcHash::final() {
 void hashInto(KcHashAlgo algo, ByteView data, std::span<uint8_t> digest) {
     mustFit(mustRow(algo), digest);
     const EVP_MD* method = libcryptoHash(algo);
-    if (method == nullptr) {
+    if (!method) {
         Ripemd128 hash;
         hash.update(data);
         hash.final(digest.first<Ripemd128::kLength>());

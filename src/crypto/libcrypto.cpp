@@ -11,7 +11,7 @@ namespace {
 
 OSSL_LIB_CTX* makeContext() {
     LibCtx made(OSSL_LIB_CTX_new());
-    if (!made || OSSL_PROVIDER_load(made.get(), "default") == nullptr) {
+    if (!made || !OSSL_PROVIDER_load(made.get(), "default")) {
         fail(CryptoFailure::Internal, "libcrypto has no default provider");
     }
     if (!installRandProvider(made.get())) fail(CryptoFailure::Internal, "libcrypto refuses our generator");

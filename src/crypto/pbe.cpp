@@ -51,7 +51,7 @@ OSSL_PARAM octets(const char* key, ByteView value) {
 
 const char* mustBeKnown(KcHashAlgo hash) {
     const char* name = libcryptoHashName(hash);
-    if (name == nullptr) throw CryptoError(CryptoFailure::Unsupported, "no key derivation with this hash");
+    if (!name) throw CryptoError(CryptoFailure::Unsupported, "no key derivation with this hash");
     return name;
 }
 

@@ -73,11 +73,11 @@ const OSSL_PARAM* gettableParams(void*, void*) {
 
 int getParams(void* ctx, OSSL_PARAM params[]) {
     OSSL_PARAM* p = OSSL_PARAM_locate(params, OSSL_RAND_PARAM_STATE);
-    if (p != nullptr && OSSL_PARAM_set_int(p, generatorOf(ctx).state) == 0) return 0;
+    if (p && OSSL_PARAM_set_int(p, generatorOf(ctx).state) == 0) return 0;
     p = OSSL_PARAM_locate(params, OSSL_RAND_PARAM_STRENGTH);
-    if (p != nullptr && OSSL_PARAM_set_uint(p, 256) == 0) return 0;
+    if (p && OSSL_PARAM_set_uint(p, 256) == 0) return 0;
     p = OSSL_PARAM_locate(params, OSSL_RAND_PARAM_MAX_REQUEST);
-    return p == nullptr || OSSL_PARAM_set_size_t(p, 65536) != 0 ? 1 : 0;
+    return !p || OSSL_PARAM_set_size_t(p, 65536) != 0 ? 1 : 0;
 }
 
 template <class Function>
@@ -119,8 +119,7 @@ int initProvider(const OSSL_CORE_HANDLE* handle, const OSSL_DISPATCH*, const OSS
 }  // namespace
 
 bool installRandProvider(OSSL_LIB_CTX* context) {
-    return OSSL_PROVIDER_add_builtin(context, kProvider, initProvider) == 1 &&
-           OSSL_PROVIDER_load(context, kProvider) != nullptr &&
+    return OSSL_PROVIDER_add_builtin(context, kProvider, initProvider) == 1 && OSSL_PROVIDER_load(context, kProvider) &&
            RAND_set_DRBG_type(context, kGenerator, nullptr, nullptr, nullptr) == 1;
 }
 

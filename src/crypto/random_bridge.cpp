@@ -50,7 +50,7 @@ void RandomBridge::Scope::rethrow() {
 }
 
 bool fillFromCurrentSource(std::span<uint8_t> out) noexcept {
-    return currentBridge != nullptr ? currentBridge->fill(out) : systemRandom(out);
+    return currentBridge ? currentBridge->fill(out) : systemRandom(out);
 }
 
 }  // namespace crv

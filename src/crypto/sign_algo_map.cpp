@@ -92,12 +92,12 @@ const SignAlgo* findSignAlgo(std::string_view oid) noexcept {
 
 const char* signAlgoName(KeyScheme scheme, KcHashAlgo hash) noexcept {
     const SignAlgo* row = findSignAlgo(scheme, hash);
-    return row != nullptr ? row->name : nullptr;
+    return row ? row->name : nullptr;
 }
 
 const char* hashOid(KcHashAlgo hash) noexcept {
     const SignAlgo* row = hash == KcHashAlgo::None ? nullptr : findSignAlgo(KeyScheme::None, hash);
-    return row != nullptr ? row->oid : "";
+    return row ? row->oid : "";
 }
 
 bool isHashSupported(KeyScheme scheme, KcHashAlgo hash) noexcept {
@@ -106,13 +106,13 @@ bool isHashSupported(KeyScheme scheme, KcHashAlgo hash) noexcept {
 
 KcHashAlgo nextSignAlgo(KeyScheme scheme, KcHashAlgo hash) noexcept {
     const SignAlgo* row = findSignAlgo(scheme, hash);
-    if (row != nullptr) row = firstRow(row + 1, [&](const SignAlgo& next) { return next.scheme == scheme; });
-    return row != nullptr ? row->hash : KcHashAlgo::None;
+    if (row) row = firstRow(row + 1, [&](const SignAlgo& next) { return next.scheme == scheme; });
+    return row ? row->hash : KcHashAlgo::None;
 }
 
 KcHashAlgo firstSignAlgo(KeyScheme scheme) noexcept {
     const SignAlgo* row = firstRow(kMap.data(), [&](const SignAlgo& first) { return first.scheme == scheme; });
-    return row != nullptr ? row->hash : KcHashAlgo::None;
+    return row ? row->hash : KcHashAlgo::None;
 }
 
 bool isSignAlgoValidForKeyLength(KeyScheme scheme, KcHashAlgo hash, unsigned keyBits) noexcept {

@@ -30,7 +30,7 @@ void must(int answer) {
 
 const EVP_MD* method(KcHashAlgo hash, KcHashAlgo otherwise = KcHashAlgo::None) {
     const EVP_MD* found = libcryptoHash(hash != KcHashAlgo::None ? hash : otherwise);
-    if (found == nullptr) throw CryptoError(CryptoFailure::Unsupported, "libcrypto lacks this hash");
+    if (!found) throw CryptoError(CryptoFailure::Unsupported, "libcrypto lacks this hash");
     return found;
 }
 

@@ -32,10 +32,10 @@ DataScan::Result DataScan::next() {
     recNo_ = following_;
     if (file_->length() - recNo_ < static_cast<int64_t>(kRecordHead)) return Result::Damaged;
     const uint8_t* head = need(recNo_, kRecordHead);
-    if (head == nullptr) return Result::Unreadable;
+    if (!head) return Result::Unreadable;
     if (!file_->decodeHead(head, recNo_, head_)) return Result::Damaged;
     record_ = need(recNo_, file_->recordSize(head_.length));
-    if (record_ == nullptr) return Result::Unreadable;
+    if (!record_) return Result::Unreadable;
     following_ = recNo_ + file_->recordSize(head_.capacity);
     return Result::Record;
 }

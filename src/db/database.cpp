@@ -62,19 +62,19 @@ int DataBase::endBatch() {
     if (!deferred_) return kDbOk;
     deferWrites(false);
     const int answer = flush();
-    if (answer != kDbOk && lock_ != nullptr) lock_->spoil();
+    if (answer != kDbOk && lock_) lock_->spoil();
     return answer;
 }
 
 void DataBase::close() {
     (void)endBatch();
     index_.close();
-    if (lock_ != nullptr && lock_->held() && index_.halfWritten()) lock_->spoil();
+    if (lock_ && lock_->held() && index_.halfWritten()) lock_->spoil();
     data_.close();
 }
 
 bool DataBase::beginChange() {
-    if (lock_ == nullptr || lock_->beginChange()) return true;
+    if (!lock_ || lock_->beginChange()) return true;
     data_.setStatus(FileStatus::IoFailure);
     return false;
 }
@@ -84,13 +84,13 @@ int DataBase::insert(std::span<const std::string_view> keys, ByteView body, int6
     if (!beginChange()) return fail(Error::Data);
     const int64_t inserted = data_.insert(keys, body);
     if (inserted == 0) {
-        if (lock_ != nullptr && (data_.tornTail() || deferred_)) lock_->spoil();
+        if (lock_ && (data_.tornTail() || deferred_)) lock_->spoil();
         return fail(Error::Data);
     }
     if (index_.insert(keys, inserted) != kDbOk) {
         const bool undone =
             data_.remove(inserted) == kDbOk && !index_.halfWritten() && !index_.tornTail() && !deferred_;
-        if (lock_ != nullptr && !undone) lock_->spoil();
+        if (lock_ && !undone) lock_->spoil();
         return fail(Error::Index);
     }
     places_.fill(Place::Set);
@@ -265,12 +265,12 @@ int DataBase::rebuild(const std::string& name) {
     if (name.empty() || name.size() > kMaxName || !beginChange()) return fail(Error::Data);
     TableRebuild copy(name);
     if (!copy.begin() || !copy.copyAll() || !copy.finish()) return fail(Error::Data);
-    if (lock_ != nullptr && !lock_->setMark(DbMark::Swapping, {name.substr(name.rfind('/') + 1)})) {
+    if (lock_ && !lock_->setMark(DbMark::Swapping, {name.substr(name.rfind('/') + 1)})) {
         return fail(Error::Data);
     }
     copy.keep();
     if (copy.swap()) return kDbOk;
-    if (lock_ != nullptr) lock_->spoil();
+    if (lock_) lock_->spoil();
     return fail(Error::Data);
 }
 

@@ -61,15 +61,15 @@ void DbConfig::save(RwCfgStrValue& target) const {
 
 bool DbConfig::getAttr(long id, std::string& value) const {
     const Setting* setting = settingOf(id);
-    if (setting == nullptr && id != kTypeAttr) return false;
-    value = setting == nullptr ? type_ : this->*setting->value;
+    if (!setting && id != kTypeAttr) return false;
+    value = setting ? this->*setting->value : type_;
     return true;
 }
 
 bool DbConfig::setAttr(long id, const std::string& value) {
     const Setting* setting = settingOf(id);
-    if (setting == nullptr && id != kTypeAttr) return false;
-    if (setting == nullptr) {
+    if (!setting && id != kTypeAttr) return false;
+    if (!setting) {
         setType(value);
     } else {
         this->*setting->value = value;

@@ -130,10 +130,9 @@ void IndexFile::selectIndex(int idx) {
 
 Page* IndexFile::page(const Index& index, int64_t position) {
     Page* kept = cache_.find(position);
-    if (kept != nullptr && kept->desc == index.desc && kept->maxKeys == index.maxKeys) return kept;
+    if (kept && kept->desc == index.desc && kept->maxKeys == index.maxKeys) return kept;
     const auto size = static_cast<size_t>(index.desc.pageSize);
-    if (kept != nullptr || position < static_cast<int64_t>(kHeadArea) ||
-        position > length() - static_cast<int64_t>(size)) {
+    if (kept || position < static_cast<int64_t>(kHeadArea) || position > length() - static_cast<int64_t>(size)) {
         return bad(), nullptr;
     }
     try {
@@ -165,7 +164,7 @@ Page* IndexFile::descend(const Index& index, std::string_view key, std::vector<S
     path.clear();
     for (int64_t position = index.root;;) {
         Page* at = page(index, position);
-        if (at == nullptr) return nullptr;
+        if (!at) return nullptr;
         const int p = at->lowerBound(key);
         path.push_back({at, p});
         if (at->leaf()) return at;
@@ -185,7 +184,7 @@ bool IndexFile::insertInto(Index& index, std::string_view key, int64_t recNo) {
     std::vector<Step> path;
     path.reserve(kMaxDepth);
     Page* leaf = descend(index, key, path);
-    if (leaf == nullptr) return false;
+    if (!leaf) return false;
     const int p = path.back().p;
     leaf->insertAt(p, key, {recNo, kNowhere});
     touch(*leaf);
@@ -225,7 +224,7 @@ bool IndexFile::threadLeaf(Index& index, Page& left, Page& right) {
     left.next = right.position;
     if (right.next != kNowhere) {
         Page* after = page(index, right.next);
-        if (after == nullptr) return false;
+        if (!after) return false;
         after->prev = right.position;
         touch(*after);
     } else {
@@ -318,7 +317,7 @@ int IndexFile::land(int64_t position, bool atEnd) {
     Index& index = indexes_[current_];
     if (position == kNowhere) return kDbNoRecord;
     const Page* leaf = page(index, position);
-    if (leaf == nullptr) return kDbError;
+    if (!leaf) return kDbError;
     if (!leaf->leaf()) return bad();
     index.cursor = {position, atEnd ? leaf->count : 1};
     return kDbOk;
@@ -338,7 +337,7 @@ int IndexFile::seek(std::string_view key) {
     if (index.root == kNowhere) return kDbNoRecord;
     std::vector<Step> path;
     const Page* leaf = descend(index, keyText(key), path);
-    if (leaf == nullptr) return kDbError;
+    if (!leaf) return kDbError;
     const int p = path.back().p;
     index.cursor = {leaf->position, std::min(p, leaf->count)};
     if (p > leaf->count) return kDbNoRecord;
@@ -351,7 +350,7 @@ int IndexFile::skip(int n) {
     Index& index = indexes_[current_];
     if (index.cursor.page == kNowhere) return kDbNoRecord;
     const Page* leaf = page(index, index.cursor.page);
-    if (leaf == nullptr) return kDbError;
+    if (!leaf) return kDbError;
     const int to = index.cursor.entry + n;
     if (to >= 1 && to <= leaf->count) return index.cursor.entry = to, kDbOk;
     return land(n > 0 ? leaf->next : leaf->prev, n < 0);
@@ -362,7 +361,7 @@ int IndexFile::data(std::string& key, int64_t& recNo) {
     const Index& index = indexes_[current_];
     if (index.cursor.page == kNowhere) return kDbNoRecord;
     const Page* leaf = page(index, index.cursor.page);
-    if (leaf == nullptr) return kDbError;
+    if (!leaf) return kDbError;
     if (index.cursor.entry > leaf->count) return bad();
     key = leaf->key(index.cursor.entry);
     recNo = leaf->recNo(index.cursor.entry);

@@ -93,7 +93,7 @@ class TreeCheck {
             return problem("pages run in a circle" + at(position));
         }
         const Page* found = index_.pageAt(idx_, position);
-        if (found == nullptr) return problem("no page" + at(position));
+        if (!found) return problem("no page" + at(position));
         const Page page = *found;  // the walk below may push the original out of the cache
         extents_.emplace_back(position, position + page.desc.pageSize);
         checkKeys(page, low, high);

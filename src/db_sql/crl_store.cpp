@@ -100,7 +100,7 @@ CrlInsert CrlStore::insertLocked(CrlIndexEntry& fresh, ByteView scope, ByteView 
         Bytes stored, storedScope;
         CrlIndexEntry entry;
         if (!readSound(row, stored, entry, storedScope)) {
-            if (place == nullptr) place = &row;
+            if (!place) place = &row;
             continue;
         }
         if (!sameAuthority(entry, fresh) || !std::ranges::equal(storedScope, scope)) continue;
@@ -108,8 +108,8 @@ CrlInsert CrlStore::insertLocked(CrlIndexEntry& fresh, ByteView scope, ByteView 
         if (!isNewer(fresh, entry)) return CrlInsert::Older;
         place = &row;
     }
-    fresh.number.setValue(place != nullptr ? place->fileNumber() : freeNumber(index));
-    (place != nullptr ? *place : index.add()) = fresh;
+    fresh.number.setValue(place ? place->fileNumber() : freeNumber(index));
+    (place ? *place : index.add()) = fresh;
     save(fresh.fileNumber(), index.encoded(), der);
     return CrlInsert::Stored;
 }

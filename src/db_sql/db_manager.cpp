@@ -113,7 +113,7 @@ bool DbManager::findCaCerts(CrtItemList& list) {
 bool DbManager::insertCert(const CrtRecord& record, InsertResult* result) {
     return run("insertCert", [&](DbConnection& db) {
         const InsertResult done = db.crts().insertCert(record);
-        if (result != nullptr) *result = done;
+        if (result) *result = done;
     });
 }
 

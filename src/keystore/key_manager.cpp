@@ -142,9 +142,10 @@ KeyManagerResult KeyManager::loadKey(const SecretText& password) {
     bool missing = false;
     if (const KeyManagerResult read = media().readFile(octets, missing); read != kKmOk) {
         const std::string path = configuration().securityFileName();
-        if (read == kKmOpenFailed)
+        if (read == kKmOpenFailed) {
             logLine(LogLevel::Error, path.empty() ? "KeyManager::loadKey. parameter ATTR_PKCS12_FILE not defined"
                                                   : "KeyManager::loadKey. Could not open file " + path);
+        }
         return read;
     }
     const bool withSecrets = !ignoresSecurityFile();

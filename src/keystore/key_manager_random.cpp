@@ -64,10 +64,11 @@ KeyManagerResult KeyManager::initRBGFromTheSeed() {
         return result;
     block[material::kStoredFlag] = filled;
     const auto system = std::span(block).subspan<material::kSystem, 8>();
-    if (readSystemGenerator(system))
+    if (readSystemGenerator(system)) {
         block[material::kSystemFlag] = 1;
-    else
+    } else {
         std::ranges::fill(system, uint8_t{0});
+    }
     if (!block[material::kStoredFlag] && !block[material::kSystemFlag] && !block[material::kOtherFlag])
         return kKmNoSeed;
     putTime(block.data() + material::kTime);

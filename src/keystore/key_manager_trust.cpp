@@ -56,9 +56,10 @@ std::shared_ptr<const CRVCfgFile> decodeRecord(ByteView encoding) {
 void KeyManager::copyUserUnqualifiedTrustedCA() {
     const CRVCfgFile& record = configuration().record();
     const CertList qualified = certificatesOf(record.getQualifiedTrustedCAs());
-    for (CertPtr& certificate : certificatesOf(record.getTrustedCAs()))
+    for (CertPtr& certificate : certificatesOf(record.getTrustedCAs())) {
         if (!contains(qualified, *certificate) && !contains(contents_.trustedCerts, *certificate))
             contents_.trustedCerts.push_back(std::move(certificate));
+    }
 }
 
 std::vector<TrustPoint> KeyManager::trustedPoints() const {
@@ -71,12 +72,13 @@ std::vector<TrustPoint> KeyManager::trustedPoints() const {
     };
     std::vector<TrustPoint> points;
     CertList seen;
-    for (const auto& [flag, list] : sources)
+    for (const auto& [flag, list] : sources) {
         for (const CertPtr& certificate : list) {
             if (contains(seen, *certificate)) continue;
             seen.push_back(certificate);
             points.push_back({certificate, flag});
         }
+    }
     return points;
 }
 

@@ -50,10 +50,11 @@ void giveRoles(const LoadedSecurityFile& file, KeyStoreContents& out) {
         if (file.keys[i].use) continue;
         const CertPtr certificate = out.certificateOf(out.keys[i].key.keyId());
         const auto role = certificate ? roleOfCertificate(*certificate) : std::nullopt;
-        if (role)
+        if (role) {
             giver.give(out.keys[i], *role);
-        else
+        } else {
             undecided.push_back(&out.keys[i]);
+        }
     }
     for (StoredKey* key : undecided) {
         const KeyRole free = giver.free();

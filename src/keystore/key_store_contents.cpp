@@ -126,9 +126,10 @@ const StoredKey* KeyStoreContents::findKey(const KeyId& id) const {
 
 CertPtr KeyStoreContents::certificateOf(const KeyId& id) const {
     CertPtr newest;
-    for (const CertPtr& certificate : userCerts)
+    for (const CertPtr& certificate : userCerts) {
         if (certificate->computeKeyIdentifierSha1Hash() == id && (!newest || isNewer(*certificate, *newest)))
             newest = certificate;
+    }
     return newest;
 }
 

@@ -23,20 +23,20 @@ enum class KeyType : int { Signing = 0, Encryption = 1, Both = 2 };
 enum class KeyRole : uint8_t { Further = 0, Signing = 1, Encryption = 2, Both = 3 };
 
 [[nodiscard]] constexpr KeyRole operator&(KeyRole a, KeyRole b) {
-    return KeyRole(uint8_t(a) & uint8_t(b));
+    return static_cast<KeyRole>(static_cast<uint8_t>(a) & static_cast<uint8_t>(b));
 }
 [[nodiscard]] constexpr KeyRole operator|(KeyRole a, KeyRole b) {
-    return KeyRole(uint8_t(a) | uint8_t(b));
+    return static_cast<KeyRole>(static_cast<uint8_t>(a) | static_cast<uint8_t>(b));
 }
 [[nodiscard]] constexpr KeyRole without(KeyRole a, KeyRole b) {
-    return KeyRole(uint8_t(a) & ~uint8_t(b));
+    return static_cast<KeyRole>(static_cast<uint8_t>(a) & ~static_cast<uint8_t>(b));
 }
 [[nodiscard]] constexpr bool shares(KeyRole a, KeyRole b) {
     return (a & b) != KeyRole::Further;
 }
 /// The roles that a key of the type takes.
 [[nodiscard]] constexpr KeyRole roleOf(KeyType type) {
-    return KeyRole(int(type) + 1);
+    return static_cast<KeyRole>(static_cast<int>(type) + 1);
 }
 
 struct StoredKey {

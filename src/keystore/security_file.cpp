@@ -58,8 +58,8 @@ bool readWhole(GenericFile& file, Bytes& octets) {
     while (got > 0 && octets.size() <= kMaxSecurityFile) {
         const size_t before = octets.size();
         octets.resize(before + kPiece);
-        got = file.read(octets.data() + before, long(kPiece));
-        octets.resize(before + size_t(std::max(got, 0L)));
+        got = file.read(octets.data() + before, static_cast<long>(kPiece));
+        octets.resize(before + static_cast<size_t>(std::max(got, 0L)));
     }
     return got >= 0;
 }
@@ -146,13 +146,14 @@ void addKeys(const KeyStoreContents& contents, Pfx& pfx) {
 }
 
 void addCertificates(const KeyStoreContents& contents, Pfx& pfx) {
-    for (const CertList* list : {&contents.userCerts, &contents.trustedCerts})
+    for (const CertList* list : {&contents.userCerts, &contents.trustedCerts}) {
         for (const CertPtr& certificate : *list) {
             const auto kept = contents.certAttributes.find(toBytes(encodingOf(*certificate)));
             const bool has = kept != contents.certAttributes.end();
             pfx.update(*certificate, certificate->computeKeyIdentifierSha1Hash(),
                        has ? ByteView(kept->second) : ByteView());
         }
+    }
 }
 
 void addOthers(const KeyStoreContents& contents, Pfx& pfx) {

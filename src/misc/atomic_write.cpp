@@ -73,7 +73,7 @@ class TemporaryFile {
 
 bool setRights(int fd, const struct stat* old, WriteMode mode) {
     mode_t rights = mode == WriteMode::KeepOrCommon ? kCommonMode : kSecretMode;
-    if (old != nullptr) {
+    if (old) {
         if (mode != WriteMode::Secret) rights = old->st_mode & kPermissionBits;
         // Without the right to give the file away it stays ours; a group that we cannot set must not gain rights.
         if (fileOps().fchown(fd, old->st_uid, old->st_gid) != 0 &&

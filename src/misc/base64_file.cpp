@@ -16,7 +16,7 @@ constexpr std::string_view kEndLine = "-----END ";
 constexpr auto kValues = [] {
     std::array<int8_t, 256> values{};
     values.fill(-1);
-    for (size_t i = 0; i < kAlphabet.size(); ++i) values[uint8_t(kAlphabet[i])] = int8_t(i);
+    for (size_t i = 0; i < kAlphabet.size(); ++i) values[static_cast<uint8_t>(kAlphabet[i])] = static_cast<int8_t>(i);
     return values;
 }();
 
@@ -29,8 +29,9 @@ std::string encode(ByteView octets) {
     text.reserve((octets.size() + 2) / 3 * 4);
     for (size_t i = 0; i < octets.size(); i += 3) {
         const size_t left = octets.size() - i;
-        const uint32_t group = uint32_t(octets[i]) << 16 | (left > 1 ? uint32_t(octets[i + 1]) << 8 : 0) |
-                               (left > 2 ? uint32_t(octets[i + 2]) : 0);
+        const uint32_t group = static_cast<uint32_t>(octets[i]) << 16 |
+                               (left > 1 ? static_cast<uint32_t>(octets[i + 1]) << 8 : 0) |
+                               (left > 2 ? static_cast<uint32_t>(octets[i + 2]) : 0);
         text += kAlphabet[group >> 18];
         text += kAlphabet[group >> 12 & 63];
         text += left > 1 ? kAlphabet[group >> 6 & 63] : '=';
@@ -42,7 +43,7 @@ std::string encode(ByteView octets) {
 std::optional<Bytes> readAll(Base64Reader& reader) {
     Bytes octets;
     int octet = reader.get();
-    for (; octet >= 0; octet = reader.get()) octets.push_back(uint8_t(octet));
+    for (; octet >= 0; octet = reader.get()) octets.push_back(static_cast<uint8_t>(octet));
     if (octet == GenericFile::kFailed) return std::nullopt;
     return octets;
 }
@@ -61,7 +62,7 @@ bool Base64Reader::readLine(std::string& line) {
     line.clear();
     for (int octet = source_.get(); octet != '\n'; octet = source_.get()) {
         if (octet < 0) return octet == kEnd && !line.empty();
-        if (line.size() < kLongestLine) line += char(octet);
+        if (line.size() < kLongestLine) line += static_cast<char>(octet);
     }
     return true;
 }
@@ -95,8 +96,8 @@ Base64Reader::Letter Base64Reader::nextLetter(uint8_t& value) {
     if (octet == '-' && armour_ == Base64Armour::Pem) return takeEndLine() ? Letter::End : Letter::Wrong;
     source_.consume(1);
     if (octet == '=') return Letter::Padding;
-    const int letter = kValues[size_t(octet)];
-    value = uint8_t(letter);
+    const int letter = kValues[static_cast<size_t>(octet)];
+    value = static_cast<uint8_t>(letter);
     return letter < 0 ? Letter::Wrong : Letter::Value;
 }
 
@@ -113,7 +114,7 @@ int Base64Reader::decodeGroup(std::array<uint8_t, 3>& out) {
         if (letter == Letter::Value) ++letters;
         group = group << 6 | value;
     }
-    out = {uint8_t(group >> 16), uint8_t(group >> 8), uint8_t(group)};
+    out = {static_cast<uint8_t>(group >> 16), static_cast<uint8_t>(group >> 8), static_cast<uint8_t>(group)};
     if (letters < 4) {
         uint8_t value = 0;
         ended_ = true;
@@ -125,12 +126,12 @@ int Base64Reader::decodeGroup(std::array<uint8_t, 3>& out) {
 long Base64Reader::readSome(uint8_t* out, size_t count) {
     if (!begun_ && armour_ == Base64Armour::Pem && !findBlock()) return -1;
     long done = 0;
-    while (!ended_ && size_t(done) + 3 <= count) {
+    while (!ended_ && static_cast<size_t>(done) + 3 <= count) {
         std::array<uint8_t, 3> group{};
         const int octets = decodeGroup(group);
         if (octets < 0) return -1;
         if (octets == 0) ended_ = true;
-        for (int i = 0; i < octets; ++i) out[done++] = group[size_t(i)];
+        for (int i = 0; i < octets; ++i) out[done++] = group[static_cast<size_t>(i)];
     }
     return done;
 }
@@ -179,7 +180,7 @@ std::optional<Bytes> fromPem(std::string_view text, std::string* label) {
     MemoryFile source(asBytes(text));
     Base64Reader reader(source, Base64Armour::Pem);
     if (!reader.findBlock()) return std::nullopt;
-    if (label != nullptr) *label = reader.label();
+    if (label) *label = reader.label();
     return readAll(reader);
 }
 

@@ -65,7 +65,7 @@ struct Registry {
     LockedFile* findOrOpen(const std::string& path, short type) {
         struct stat info {};
         LockedFile* known = fileOps().stat(path, &info) == 0 ? find(info) : nullptr;
-        if (known != nullptr && (known->writable || type == F_RDLCK)) return known;
+        if (known && (known->writable || type == F_RDLCK)) return known;
         bool writable = true;
         FileDescriptor fd(fileOps().open(path, O_RDWR | O_CREAT, 0666));
         if (!fd.valid() && type == F_RDLCK) {
@@ -74,7 +74,7 @@ struct Registry {
         }
         if (!fd.valid() || fileOps().fstat(fd.get(), &info) != 0) return nullptr;
         LockedFile* file = find(info);
-        if (file == nullptr) {
+        if (!file) {
             file = &files.emplace_back();
             file->id = FileId::of(info);
         }
@@ -160,7 +160,7 @@ int FileSemaphore::acquire(int mode, bool wait) {
     std::unique_lock guard(registry.mutex);
     for (;;) {
         LockedFile* file = registry.findOrOpen(path_, type);
-        if (file == nullptr) return 0;
+        if (!file) return 0;
         if (file->asking || conflicts(*file, type)) {
             if (!wait || processEnding()) return registry.closeIfUnused(file), 0;
             registry.changed.wait_for(guard, kEndingCheckPeriod);
@@ -208,7 +208,7 @@ int FileSemaphore::v() {
 }
 
 int FileSemaphore::descriptor() const {
-    return file_ == nullptr ? -1 : file_->fd();
+    return file_ ? file_->fd() : -1;
 }
 
 SemGuard::SemGuard(FileSemaphore& semaphore, int mode) : semaphore_(&semaphore) {
@@ -216,13 +216,12 @@ SemGuard::SemGuard(FileSemaphore& semaphore, int mode) : semaphore_(&semaphore) 
 }
 
 SemGuard::~SemGuard() {
-    if (semaphore_ != nullptr && semaphore_->v() == 0)
-        logLine(LogLevel::Error, "lock not released: " + semaphore_->path());
+    if (semaphore_ && semaphore_->v() == 0) logLine(LogLevel::Error, "lock not released: " + semaphore_->path());
 }
 
 void SemGuard::release() {
     FileSemaphore* semaphore = std::exchange(semaphore_, nullptr);
-    if (semaphore != nullptr && semaphore->v() == 0) {
+    if (semaphore && semaphore->v() == 0) {
         throw std::runtime_error("FileSemaphore::v: blad zwolnienia semafora");
     }
 }

@@ -10,7 +10,7 @@ constexpr size_t kBufferSize = 32 * 1024;
 }
 
 long GenericFile::fill(size_t) {
-    return long(window().size());
+    return static_cast<long>(window().size());
 }
 
 bool GenericFile::seek(long) {
@@ -35,10 +35,10 @@ long GenericFile::read(uint8_t* out, long count) {
             if (available < 0) return -1;
             if (available == 0) break;
         }
-        const auto piece = std::min<size_t>(size_t(count - done), size_t(end_ - next_));
-        if (out != nullptr) std::memcpy(out + done, next_, piece);
+        const auto piece = std::min<size_t>(static_cast<size_t>(count - done), static_cast<size_t>(end_ - next_));
+        if (out) std::memcpy(out + done, next_, piece);
         next_ += piece;
-        done += long(piece);
+        done += static_cast<long>(piece);
     }
     return done;
 }
@@ -48,7 +48,7 @@ long GenericFile::skip(long count) {
 }
 
 long BufferedFile::fill(size_t count) {
-    if (window().size() >= count) return long(window().size());
+    if (window().size() >= count) return static_cast<long>(window().size());
     if (buffer_.empty()) buffer_.resize(kBufferSize);
     size_t held = window().size();
     if (held > 0) std::memmove(buffer_.data(), window().data(), held);
@@ -58,10 +58,10 @@ long BufferedFile::fill(size_t count) {
         const long got = readSome(buffer_.data() + held, buffer_.size() - held);
         failed = got < 0;
         if (got <= 0) break;
-        held += size_t(got);
+        held += static_cast<size_t>(got);
     }
     setWindow({buffer_.data(), held}, first);
-    return failed ? -1 : long(held);
+    return failed ? -1 : static_cast<long>(held);
 }
 
 }  // namespace crv

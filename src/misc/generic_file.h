@@ -37,7 +37,9 @@ class GenericFile {
     }
     /// Brings `count` octets (at most kLookAhead) into the window when the stream still has them; false when it does
     /// not.
-    [[nodiscard]] bool lookAhead(size_t count) { return window().size() >= count || fill(count) >= long(count); }
+    [[nodiscard]] bool lookAhead(size_t count) {
+        return window().size() >= count || fill(count) >= static_cast<long>(count);
+    }
 
     /// The octets at hand; valid until the next call, for a stream in memory as long as the memory itself.
     [[nodiscard]] ByteView window() const { return {next_, end_}; }
@@ -85,7 +87,7 @@ class GenericFile {
         base_ = position;
     }
     [[nodiscard]] long windowStart() const { return base_; }
-    [[nodiscard]] size_t windowTaken() const { return size_t(next_ - start_); }
+    [[nodiscard]] size_t windowTaken() const { return static_cast<size_t>(next_ - start_); }
 
     int nesting_ = 0;
 

@@ -20,13 +20,13 @@ spdlog::level::level_enum toSpdlog(LogLevel level) {
 
 std::unique_ptr<spdlog::logger> makeLogger() noexcept {
     const char* path = std::getenv("CRV_LOG");
-    if (path == nullptr || *path == '\0') return nullptr;
+    if (!path || *path == '\0') return nullptr;
     try {
         const FileDescriptor created(FileOps().open(path, O_WRONLY | O_CREAT | O_APPEND, 0600));
         auto logger =
             std::make_unique<spdlog::logger>("crv", std::make_shared<spdlog::sinks::basic_file_sink_mt>(path));
         const char* level = std::getenv("CRV_LOG_LEVEL");
-        logger->set_level(level == nullptr ? spdlog::level::info : spdlog::level::from_str(level));
+        logger->set_level(level ? spdlog::level::from_str(level) : spdlog::level::info);
         logger->set_pattern("%Y-%m-%d %H:%M:%S.%e %P %l %v");
         logger->flush_on(spdlog::level::trace);
         return logger;
@@ -57,7 +57,7 @@ std::string printable(std::string_view text) {
 }  // namespace
 
 bool logEnabled(LogLevel level) noexcept {
-    return logger() != nullptr && logger()->should_log(toSpdlog(level));
+    return logger() && logger()->should_log(toSpdlog(level));
 }
 
 void logLine(LogLevel level, std::string_view text) noexcept {

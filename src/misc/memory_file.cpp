@@ -8,9 +8,9 @@ namespace crv {
 bool MemoryFile::seek(long target) {
     const long first = windowStart();
     const auto whole = ByteView{window().data() - windowTaken(), window().size() + windowTaken()};
-    if (target < first || size_t(target - first) > whole.size()) return false;
+    if (target < first || static_cast<size_t>(target - first) > whole.size()) return false;
     setWindow(whole, first);
-    consume(size_t(target - first));
+    consume(static_cast<size_t>(target - first));
     return true;
 }
 
@@ -28,7 +28,7 @@ bool SpanFile::write(ByteView octets) {
 
 SubRangeFile::SubRangeFile(GenericFile& whole, long length) : whole_(whole), left_(length) {
     if (!whole.inMemory()) return;
-    const auto size = std::min(size_t(std::max(length, 0L)), whole.window().size());
+    const auto size = std::min(static_cast<size_t>(std::max(length, 0L)), whole.window().size());
     setWindow(whole.window().first(size), 0);
     whole.consume(size);
     left_ = 0;
@@ -37,18 +37,18 @@ SubRangeFile::SubRangeFile(GenericFile& whole, long length) : whole_(whole), lef
 long SubRangeFile::fill(size_t count) {
     constexpr long kPiece = 4096;
     const ByteView rest = window();
-    if (rest.size() >= count || left_ <= 0) return long(rest.size());
+    if (rest.size() >= count || left_ <= 0) return static_cast<long>(rest.size());
     Bytes next(rest.begin(), rest.end());
     const long want = std::min(left_, kPiece);
-    next.resize(rest.size() + size_t(want));
+    next.resize(rest.size() + static_cast<size_t>(want));
     const long got = whole_.read(next.data() + rest.size(), want);
     if (got < 0) return -1;
     left_ = got < want ? 0 : left_ - got;
-    next.resize(rest.size() + size_t(got));
+    next.resize(rest.size() + static_cast<size_t>(got));
     const long first = position();
     buffer_ = std::move(next);
     setWindow(buffer_, first);
-    return long(buffer_.size());
+    return static_cast<long>(buffer_.size());
 }
 
 }  // namespace crv

@@ -95,7 +95,7 @@ bool allowedBy(const NameConstraints& constraints, const GeneralName& name) {
 
 bool NameConstraintsState::add(const SignedCertificate& authority) {
     const Extension* extension = authority.extensions().find(OID_CE_NAME_CONSTRAINTS);
-    if (extension == nullptr) return true;
+    if (!extension) return true;
     NameConstraints constraints;
     if (!extension->decode(constraints)) return false;
     constraints_.push_back(std::move(constraints));
@@ -114,7 +114,7 @@ bool NameConstraintsState::allows(const SignedCertificate& certificate) const {
         if (!allows(name)) return false;
     }
     const auto alternatives = certificate.extensions().get<GeneralNames>(OID_CE_SUBJECT_ALT_NAME);
-    if (!alternatives && certificate.extensions().find(OID_CE_SUBJECT_ALT_NAME) != nullptr) return false;
+    if (!alternatives && certificate.extensions().find(OID_CE_SUBJECT_ALT_NAME)) return false;
     if (alternatives) return std::ranges::all_of(*alternatives, [&](const GeneralName& one) { return allows(one); });
     // Without alternative names the addresses in the subject count.
     return std::ranges::all_of(certificate.emails(), [&](const std::string& email) {

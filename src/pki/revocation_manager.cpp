@@ -36,10 +36,10 @@ bool isCurrent(const SignedCertRevList& crl, int64_t time) {
 bool namesMeet(const DistributionPointName& point, const SignedCertificate& certificate) {
     const auto points = certificate.extensions().get<CrlDistributionPoints>(OID_CE_CRL_DISTRIBUTION_POINTS);
     const GeneralNames* wanted = point.fullName();
-    if (!points || wanted == nullptr) return false;
+    if (!points || !wanted) return false;
     for (const DistributionPoint& one : *points) {
         const GeneralNames* names = one.distributionPoint ? one.distributionPoint->fullName() : nullptr;
-        if (names == nullptr) continue;
+        if (!names) continue;
         for (const GeneralName& name : *names) {
             if (std::ranges::any_of(*wanted, [&](const auto& other) { return name.encoded() == other.encoded(); })) {
                 return true;
@@ -59,7 +59,7 @@ bool covers(const IssuingDistributionPoint& point, const SignedCertificate& cert
 
 ByteView scopeOf(const SignedCertRevList& crl) {
     const Extension* point = crl.extensions().find(OID_CE_ISSUING_DISTRIBUTION_POINT);
-    return point == nullptr ? ByteView() : point->extnValue.value();
+    return point ? point->extnValue.value() : ByteView();
 }
 
 /// Whether the delta completes that CRL (RFC 5280 5.2.4): the same key and scope, and numbers that fit.
@@ -125,12 +125,12 @@ int RevocationManager::check(const SignedCertRevList& crl, int64_t time, const S
     const Bytes keyId = crl.authorityKeyId();
     int code = ECRV_CRTNOTFOUND;
     CertList issuers = certificates_->findBySubject(crl.issuer());
-    if (known != nullptr) {
+    if (known) {
         if (CertPtr one = makeCert(known->encoded()); one && one->subject() == crl.issuer()) issuers.push_back(one);
     }
     for (const CertPtr& issuer : issuers) {
         if (!keyId.empty() && issuer->getKeyIdFromCert() != keyId) continue;
-        if (known != nullptr && issuer->keyInfo().encoded() != known->keyInfo().encoded()) continue;
+        if (known && issuer->keyInfo().encoded() != known->keyInfo().encoded()) continue;
         const int found = checkIssuer(crl, issuer, time);
         if (found == 0) return 0;
         if (code == ECRV_CRTNOTFOUND) code = found;

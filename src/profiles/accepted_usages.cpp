@@ -41,10 +41,11 @@ void AcceptedUsages::addAcceptedExtKeyUsage(const std::string& oid, const std::s
     if (std::ranges::any_of(usages_, [&](const Usage& u) { return u.description == description && u.oid != oid; }))
         refuse("Rozszerzenie extKeyUsage o zadanej nazwie i różnej wartości już istnieje");
     auto same = std::ranges::find(usages_, oid, &Usage::oid);
-    if (same == usages_.end())
+    if (same == usages_.end()) {
         usages_.push_back({description, oid});
-    else
+    } else {
         same->description = description;
+    }
 }
 
 bool AcceptedUsages::delAcceptedExtKeyUsage(std::string_view oid) {
@@ -69,9 +70,10 @@ void AcceptedUsages::loadUsages(const UniversalConfMgr& store, const std::string
     }
     for (UCMNodeType type : {UCMNodeType::Long, UCMNodeType::Binary}) {
         store.getIterator(at, prefix + kFolder, type);
-        if (at)
+        if (at) {
             throw CrvApiException(ECRV_INV_REG,
                                   "Błąd odczytu akceptowanych rozszerzonych zastosowań klucza z rejestru");
+        }
     }
 }
 

@@ -145,10 +145,11 @@ void AttrSet::save(UniversalConfMgr& store, const std::string& prefix) const {
         if (isNumeric(row.form)) {
             store.setData(path.c_str(), value.number);
         } else if (!value.text.empty()) {
-            if (row.form == AttrForm::Octets)
+            if (row.form == AttrForm::Octets) {
                 store.setData(path.c_str(), value.text.data(), static_cast<long>(value.text.size()));
-            else
+            } else {
                 store.setData(path.c_str(), value.text.c_str());
+            }
         }
         if (row.hasStatus) store.setData(statusKey(path).c_str(), static_cast<long>(value.isDefault));
     }

@@ -196,10 +196,11 @@ void CrvProfile::removeProfile(ProfileMedia media, const std::string& file, cons
     if (name.empty() || !fitsListName(name)) throw CrvApiException(ECRV_API_INV_PAR);
     const std::string path = getCfgFileName(media, file);
     UniversalConfMgr store(media);
-    if (media == ProfileMedia::File)
+    if (media == ProfileMedia::File) {
         store.loadFromFile(path);
-    else if (!store.loadIfExists(path))
+    } else if (!store.loadIfExists(path)) {
         return;
+    }
     store.setPendingChanges(false);
     store.remove("\\" + name + "\\");
     if (store.isPendingChanges()) store.seveToFile(path);

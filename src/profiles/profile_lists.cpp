@@ -30,10 +30,11 @@ bool hasDefault(ProfileMedia media) {
 UniversalConfMgr loadList(ProfileMedia media, const std::string& file) {
     UniversalConfMgr list(media);
     const std::string path = CrvProfile::getCfgFileName(media, file);
-    if (hasDefault(media))
+    if (hasDefault(media)) {
         list.loadIfExists(path);
-    else
+    } else {
         list.loadFromFile(path);
+    }
     return list;
 }
 

@@ -270,10 +270,11 @@ void UniversalConfMgr::Iterator::settle() {
 }
 
 UniversalConfMgr::Iterator& UniversalConfMgr::Iterator::operator++() {
-    if (type_ == UCMNodeType::Key)
+    if (type_ == UCMNodeType::Key) {
         at_ = store_->nodes_.lower_bound(pastFolder(prefix_ + getDescr()));
-    else
+    } else {
         ++at_;
+    }
     settle();
     return *this;
 }

@@ -29,7 +29,7 @@ Bytes hex(std::string_view text) {
     std::string digits(text);
     std::erase(digits, ' ');
     for (size_t i = 0; i + 1 < digits.size(); i += 2)
-        out.push_back(uint8_t(std::stoi(digits.substr(i, 2), nullptr, 16)));
+        out.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
     return out;
 }
 
@@ -166,13 +166,14 @@ TEST(AsnFramework, ReadingAnswersMismatchOrFailure) {
         {"", 0, -1},
     };
     ASNoctstr joined;
-    for (const auto& [text, maxLen, result] : kRows)
+    for (const auto& [text, maxLen, result] : kRows) {
         for (const unsigned char mode : kModes) {
             const Bytes octets = hex(text);
             MemoryFile in(octets);
             if (mode == 3 && maxLen <= 0) continue;
-            EXPECT_EQ(ASNoctstr().read(&in, maxLen, mode), result) << text << " mode " << int(mode);
+            EXPECT_EQ(ASNoctstr().read(&in, maxLen, mode), result) << text << " mode " << static_cast<int>(mode);
         }
+    }
     ASSERT_TRUE(joined.readExactly(hex("24 80 0401 41 2480 0401 42 0000 0000")));
     EXPECT_EQ(joined.text(), "AB");
 }
@@ -290,7 +291,7 @@ TEST(AsnFramework, NestingHasALimit) {
         std::deque<uint8_t> octets;
         for (; levels > 0; --levels) {
             uint8_t length[5];
-            const int n = write_length(indefinite ? -1 : long(octets.size()), length);
+            const int n = write_length(indefinite ? -1 : static_cast<long>(octets.size()), length);
             octets.insert(octets.begin(), length, length + n);
             octets.push_front(0x30);
             octets.insert(octets.end(), indefinite ? 2 : 0, uint8_t{0});
@@ -344,9 +345,9 @@ class Full final : public GenericFile {
 
 TEST(AsnFramework, StreamsAreReadInEveryModeAndTruncationIsNeverAnObject) {
     const Bytes indefinite = hex("3080 06052B0E03021A A180 170D3730303130313030303030305A 0000 3180 020105 0000 0000");
-    for (const Bytes& octets : {kFullSample, indefinite})
+    for (const Bytes& octets : {kFullSample, indefinite}) {
         for (const unsigned char mode : kModes) {
-            const long limit = mode == 3 ? long(octets.size()) : 0;
+            const long limit = mode == 3 ? static_cast<long>(octets.size()) : 0;
             Bytes more = octets;
             more.push_back(0x55);
             Trickle good(more, more.size(), false);
@@ -357,12 +358,15 @@ TEST(AsnFramework, StreamsAreReadInEveryModeAndTruncationIsNeverAnObject) {
             EXPECT_TRUE(mode == 0 || sample.encoded() == octets);
             for (size_t end = 0; end < octets.size(); ++end) {
                 Trickle failing(octets, end, true);
-                EXPECT_LT(sample.read(&failing, limit, mode), 0) << "fails behind " << end << " mode " << int(mode);
+                EXPECT_LT(sample.read(&failing, limit, mode), 0)
+                    << "fails behind " << end << " mode " << static_cast<int>(mode);
                 Trickle ending(octets, end, false);
-                EXPECT_LE(sample.read(&ending, limit, mode), 0) << "ends behind " << end << " mode " << int(mode);
+                EXPECT_LE(sample.read(&ending, limit, mode), 0)
+                    << "ends behind " << end << " mode " << static_cast<int>(mode);
                 EXPECT_LE(sample.readFromBuff(ByteView(octets).first(end), mode), 0) << "cut to " << end;
             }
         }
+    }
     for (size_t room = 0; room < kFullSample.size(); ++room) {
         Full full(room);
         EXPECT_FALSE(fullSample().write(&full)) << room;
@@ -424,7 +428,7 @@ TEST(AsnObjectId, TextBothWaysWithValidation) {
 TEST(AsnInteger, EveryBorderOfTheSignOctet) {
     for (const auto& [value, octets] : {std::pair{0L, "020100"}, {128L, "02020080"}, {-129L, "0202FF7F"}})
         EXPECT_EQ(ASNinteger(value).encoded(), hex(octets));
-    for (int bit = 0; bit < 63; ++bit)
+    for (int bit = 0; bit < 63; ++bit) {
         for (const long value : {1L << bit, (1L << bit) - 1, -(1L << bit), -(1L << bit) - 1}) {
             const Bytes octets = ASNinteger(value).encoded();
             const int bits = bit + (value == 1L << bit || value == -(1L << bit) - 1 ? 2 : 1);  // with that of the sign
@@ -434,6 +438,7 @@ TEST(AsnInteger, EveryBorderOfTheSignOctet) {
             EXPECT_EQ(back.value(), value);
             EXPECT_EQ(back.decimal(), std::to_string(value));
         }
+    }
     ASNinteger big;
     EXPECT_FALSE(big.readExactly(hex("0200")));
     big.setUnsigned(hex("0000 FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF"));
@@ -518,7 +523,8 @@ TEST(AsnStreams, OctetStringPassesThroughInPieces) {
             for (size_t at = 0; at < octets.size() && result > 0; at += piece) {
                 const ByteView part = ByteView(octets).subspan(at, std::min(piece, octets.size() - at));
                 const bool last = at + piece >= octets.size();
-                result = string.doReadData(reinterpret_cast<const char*>(part.data()), long(part.size()), last, out);
+                result = string.doReadData(reinterpret_cast<const char*>(part.data()), static_cast<long>(part.size()),
+                                           last, out);
             }
             EXPECT_EQ(string.streamDone(), good) << text << " in pieces of " << piece;
             EXPECT_TRUE(!good || asText(out.written()) == "abcde") << text;

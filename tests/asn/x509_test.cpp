@@ -142,7 +142,7 @@ TEST_F(MadeCertificates, RoundTripToTheSameOctetsInEveryMode) {
         for (const unsigned char mode : {uint8_t{0}, ASN_FLAG_CONST, uint8_t{3}}) {
             SignedCertificate cert;
             ASSERT_TRUE(cert.readExactly(octets, mode)) << name;
-            EXPECT_EQ(cert.encoded(), octets) << name << " mode " << int(mode);
+            EXPECT_EQ(cert.encoded(), octets) << name << " mode " << static_cast<int>(mode);
             const SignedCertificate copy = cert;
             EXPECT_EQ(copy.encoded(), octets) << name;
             EXPECT_EQ(copy.fingerprint(KcHashAlgo::Sha1), hashOf(KcHashAlgo::Sha1, octets));

@@ -88,10 +88,11 @@ void SessionScreen::prepare() {
         ASSERT_EQ(leave(), 0);
         std::filesystem::copy(dir.path(), kept.path(), std::filesystem::copy_options::recursive);
     }
-    for (const char* name : {"praca.p12", "db"})
+    for (const char* name : {"praca.p12", "db"}) {
         std::filesystem::copy(
             kept.path() / name, dir.path() / name,
             std::filesystem::copy_options::recursive | std::filesystem::copy_options::overwrite_existing);
+    }
 }
 
 void SessionScreen::prepareKey(bool withCertificate) {

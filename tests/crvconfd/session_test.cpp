@@ -32,10 +32,11 @@ TEST_F(SessionScreen, PasswordsAreAskedUntilTheyAreGoodAndRepeatedThreeTimesAtMo
         EXPECT_EQ(screen->row(22), "Hasło musi mieć przynajmniej 8 znaków, mieć co najmniej jedną dużą literę,");
         screen->send(" ");
     }
-    for (const char* wrong : {"", "Abcdefg2", "abcdefg1"})
+    for (const char* wrong : {"", "Abcdefg2", "abcdefg1"}) {
         play({{kNewPassword, kPassword + "\r"},
               {kRepeat, wrong + keys::kEnter},
               {"Niepoprawne powtórzenie hasła", " "}});
+    }
     play({{kSelection, "\r"}, {kNoFile, "t"}});
     // What was typed and taken back is no part of a password.
     play({{kNewPassword, kPassword + "xyz" + keys::kBackspace + keys::kBackspace + keys::kBackspace + "\r"},
@@ -210,10 +211,11 @@ TEST_F(SessionScreen, AKilledPasswordChangeLeavesAFileUnderOneOfTheTwoPasswords)
         shell("sleep " + delay);
         screen->send("\x03");
         EXPECT_EQ(screen->waitExit(), 128 + SIGINT);
-        if (opensWith(next))
+        if (opensWith(next)) {
             current = next;
-        else
+        } else {
             ASSERT_TRUE(opensWith(current));
+        }
     }
 }
 
@@ -353,10 +355,11 @@ TEST_F(DataBaseScreen, ExpiredCertificatesAreRemovedAfterTheTimeIsConfirmed) {
     EXPECT_NE(screen->row(23).find(hour.substr(0, hour.size() - 1)), std::string::npos) << screen->row(23);
     screen->send("n");
     expectCertificates(3);
-    for (const char* removed : {"1", "0"})
+    for (const char* removed : {"1", "0"}) {
         play({{"6) Usuń", "6"},
               {"jest poprawny", "t"},
               {"Usunięto " + std::string(removed) + " certyfikatów. Pozostało 2 certyfikatów", " "}});
+    }
 }
 
 // Installing the user's certificate.

@@ -20,7 +20,7 @@ void watchedFree(void* block, const char*, int) {
 }
 void* watchedRealloc(void* block, size_t size, const char*, int) {
     void* moved = std::malloc(size);  // always moves, so that what growth leaves behind is seen
-    if (moved != nullptr && block != nullptr) {
+    if (moved && block) {
         std::memcpy(moved, block, std::min(size, malloc_usable_size(block)));
         heap_watch::giveBack(block);
     }

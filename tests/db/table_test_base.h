@@ -43,12 +43,12 @@ inline std::string problemsOf(const std::string& name) {
 /// Repetitions of a random test; CRV_TEST_ROUNDS multiplies them.
 inline int rounds(int usual) {
     const char* factor = std::getenv("CRV_TEST_ROUNDS");
-    return factor == nullptr ? usual : usual * std::atoi(factor);
+    return factor ? usual * std::atoi(factor) : usual;
 }
 
 inline uint64_t seedOf() {
     const char* given = std::getenv("CRV_TEST_SEED");
-    return given == nullptr ? std::random_device{}() : std::strtoull(given, nullptr, 10);
+    return given ? std::strtoull(given, nullptr, 10) : std::random_device{}();
 }
 
 }  // namespace crv::test

@@ -213,7 +213,7 @@ TEST_F(CrtCrash, AFullDiskLosesNothingThatWasThere) {
 
 double seconds(double otherwise) {
     const char* text = std::getenv("CRV_KILL_SECONDS");
-    return text == nullptr ? otherwise : std::atof(text);
+    return text ? std::atof(text) : otherwise;
 }
 
 TEST_F(SlowCrtCrash, KilledWritersLoseNothingThatTheyReported) {

@@ -83,7 +83,8 @@ TEST_F(KeyManagerCertsTest, TrustPointsComeFromFourPlacesAndOnlyTheUsersCanBeDel
     ASSERT_EQ(session.login(true), kKmOk);
     const auto flags = [&] {
         std::string text;
-        for (const TrustPoint& point : keys.trustedPoints()) text += char('0' + int(point.flag));
+        for (const TrustPoint& point : keys.trustedPoints())
+            text += static_cast<char>('0' + static_cast<int>(point.flag));
         return text;
     };
     EXPECT_EQ(flags(), "123");

@@ -247,7 +247,7 @@ TEST_F(KeyManagerTest, EveryFailingWriteLeavesFileAndMemoryAlone) {
         {"full disk", [](FaultyFileOps& o, int n) { return o.room = n * 500, n < 2; }},
         {"failing sync", [](FaultyFileOps& o, int n) { return o.failSync = true, n < 1; }},
     };
-    for (const auto& [what, set] : faults)
+    for (const auto& [what, set] : faults) {
         for (int n = 0;; ++n) {
             FaultyFileOps ops;
             if (!set(ops, n)) break;
@@ -257,6 +257,7 @@ TEST_F(KeyManagerTest, EveryFailingWriteLeavesFileAndMemoryAlone) {
             EXPECT_EQ(readFile(path), before);
             EXPECT_FALSE(keys.hasKey(KeyType::Encryption)) << "a key that was not saved is dropped";
         }
+    }
     EXPECT_EQ(Session(path).login(), kKmOk);
 }
 

@@ -82,7 +82,7 @@ struct KeyStoreMemoryTest : KeyStoreTest {
     void noteKey(const std::string& name, const PrivateKey& key) {
         const SecretBytes der = key.toPkcs8();
         for (const size_t at : {size_t{400}, size_t{700}}) {
-            SecretBytes part(der.begin() + long(at), der.begin() + long(at + 24));
+            SecretBytes part(der.begin() + static_cast<long>(at), der.begin() + static_cast<long>(at + 24));
             needles.emplace_back(name + " key's octets at " + std::to_string(at), part);
             std::ranges::reverse(part);
             needles.emplace_back(name + " key's numbers at " + std::to_string(at), part);

@@ -28,7 +28,7 @@ KeyManagerResult load(ByteView octets, KeyStoreContents& out, const char* passwo
 /// Roles of the keys, numbers of certificates, what else there is.
 std::string outline(const KeyStoreContents& contents) {
     std::string text;
-    for (const StoredKey& key : contents.keys) text += std::to_string(int(key.role));
+    for (const StoredKey& key : contents.keys) text += std::to_string(static_cast<int>(key.role));
     for (const CertList* list : {&contents.userCerts, &contents.trustedCerts})
         text += " " + std::to_string(list->size());
     return text + (contents.configuration ? " record" : "") + (contents.seed ? " seed" : "");
@@ -41,7 +41,7 @@ KeyStoreContents randomContents(std::mt19937& random) {
     KeyRole left = KeyRole::Both;
     for (const char* name : {"rsa1", "rsa2", "ec", "dsa"}) {
         if (dice(2) == 0) continue;
-        StoredKey key{testKey(name), KeyRole(dice(4)) & left};
+        StoredKey key{testKey(name), static_cast<KeyRole>(dice(4)) & left};
         if (!isRsa(key.key.scheme())) key.role = key.role & KeyRole::Signing;
         left = without(left, key.role);
         contents.keys.push_back(key);
@@ -55,10 +55,11 @@ KeyStoreContents randomContents(std::mt19937& random) {
     }
     if (dice(4) != 0) {
         const auto record = std::make_shared<CRVCfgFile>();
-        record->setIntOpt(17, long(dice(1000)));
+        record->setIntOpt(17, static_cast<long>(dice(1000)));
         record->setTrustedCAs({toBytes(encodingOf(*testCert("ca")))});
         contents.configuration = record;
-        if (dice(2) != 0) std::ranges::generate(contents.seed.emplace(), [&] { return uint8_t(random()); });
+        if (dice(2) != 0)
+            std::ranges::generate(contents.seed.emplace(), [&] { return static_cast<uint8_t>(random()); });
     }
     return contents;
 }
@@ -197,14 +198,15 @@ TEST(SecurityFile, RefusesEveryDamage) {
     contents.configuration = std::make_shared<CRVCfgFile>();
     contents.seed.emplace();
     const Bytes good = build(contents);
-    for (size_t at = 0; at < good.size(); ++at)
+    for (size_t at = 0; at < good.size(); ++at) {
         for (const uint8_t flip : {uint8_t{1}, uint8_t{0x80}, uint8_t{0xFF}}) {
             Bytes bad = good;
             bad[at] ^= flip;
             const KeyManagerResult result = load(bad, out);
             ASSERT_TRUE(result == kKmWrongPassword || result == kKmBadFormat)
-                << "octet " << at << " xor " << int(flip) << ": " << result;
+                << "octet " << at << " xor " << static_cast<int>(flip) << ": " << result;
         }
+    }
     for (size_t length = 0; length < good.size(); ++length)
         ASSERT_EQ(load(ByteView(good).first(length), out), kKmBadFormat) << length << " octets";
     Bytes longer = good;

@@ -128,9 +128,10 @@ TEST_F(Lock, OfAFileThatCannotBeWrittenServesReaders) {
 TEST_F(Lock, GuardsSayWhatFailed) {
     FileSemaphore disabled("/no/such/folder/l", true), broken("/no/such/folder/l"), tooLong(std::string(256, 'x'));
     EXPECT_EQ(messageOf([&] { SemGuard(disabled, kExclusiveLock).release(); }), "");
-    for (FileSemaphore* bad : {&broken, &tooLong})
+    for (FileSemaphore* bad : {&broken, &tooLong}) {
         EXPECT_EQ(messageOf([&] { const SemGuard guard(*bad, kExclusiveLock); }),
                   "FileSemaphore::p: blad zajecia semafora");
+    }
     SemGuard guard(semaphore, kSharedLock);
     EXPECT_EQ(semaphore.v(), 1);
     EXPECT_EQ(messageOf([&] { guard.release(); }), "FileSemaphore::v: blad zwolnienia semafora");

@@ -38,10 +38,11 @@ TEST_F(AtomicWrite, EveryStopLeavesTheOldOrTheNewContentAndNoTemporary) {
         const ScopedFileOps use(ops);
         result = writeFileAtomically(fresh.file("f"), asBytes("new"));
         EXPECT_EQ(readFile(fresh.file("f")), result ? "new" : "old content") << n;
-        if (result)
+        if (result) {
             EXPECT_TRUE(n >= 3 && names(fresh) == 1) << n;
-        else
+        } else {
             EXPECT_EQ(result.failed, n == 0 ? WriteStep::Open : WriteStep::Write);
+        }
     }
 }
 
@@ -71,12 +72,12 @@ TEST_F(AtomicWrite, ModesFollowTheRule) {
         constexpr uid_t kOwner = 12345;
         const bool given =
             old != 0 && (writeFile(path, ""), ::chown(path.c_str(), kOwner, kOwner)) == 0;  // only by root
-        if (old != 0) fs::permissions(path, fs::perms(old));
+        if (old != 0) fs::permissions(path, static_cast<fs::perms>(old));
         EXPECT_TRUE(writeFileAtomically(path, asBytes("x"), {mode, false}));
-        EXPECT_EQ(fs::status(path).permissions(), fs::perms(expected)) << int(mode) << ' ' << old;
+        EXPECT_EQ(fs::status(path).permissions(), fs::perms(expected)) << static_cast<int>(mode) << ' ' << old;
         struct stat info {};
         ASSERT_EQ(::stat(path.c_str(), &info), 0);
-        EXPECT_EQ(info.st_uid, given ? kOwner : ::geteuid()) << int(mode) << ' ' << old;
+        EXPECT_EQ(info.st_uid, given ? kOwner : ::geteuid()) << static_cast<int>(mode) << ' ' << old;
     }
 }
 

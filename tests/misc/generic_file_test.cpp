@@ -9,7 +9,7 @@ namespace {
 std::string readAll(GenericFile& in) {
     std::string out;
     int octet = in.get();
-    for (; octet >= 0; octet = in.get()) out += char(octet);
+    for (; octet >= 0; octet = in.get()) out += static_cast<char>(octet);
     return octet == GenericFile::kFailed ? out + "<failed>" : out;
 }
 

@@ -34,7 +34,7 @@ std::vector<std::string> linesOf(const SignedCertRevList& crl) {
     while (const RevokedCertificate* entry = entries.next()) {
         const std::string number = toHex(entry->userCertificate.magnitude());
         lines.push_back("Serial Number: " + number + dated("\nRevocation Date: ", entry->revokedAt()));
-        if (entry->extensions().find(OID_CE_CRL_REASON) != nullptr)
+        if (entry->extensions().find(OID_CE_CRL_REASON))
             lines.push_back(std::string("Reason Code:\n") + crlReasonName(entry->reason()) + "\n");
     }
     return lines;
@@ -84,7 +84,7 @@ RevokedCertificate entryOf(long number, const char* issuer = nullptr) {
     RevokedCertificate entry;
     entry.userCertificate.setValue(number);
     entry.revocationDate.build(Time(1'700'000'000));
-    if (issuer == nullptr) return entry;
+    if (!issuer) return entry;
     GeneralNames names;
     names.add().setName(*DistinguishedName::fromText(issuer));
     Extensions extensions;

@@ -103,9 +103,10 @@ std::string layoutOf(const Pfx& pfx) {
 std::vector<Bytes> saltsOf(const Bytes& octets) {
     std::vector<Bytes> salts;
     const Bytes before = {0x30, 0x0E, 4, 8}, after = {2, 2, 8, 0};
-    for (auto at = octets.begin(); octets.end() - at >= 16; ++at)
+    for (auto at = octets.begin(); octets.end() - at >= 16; ++at) {
         if (std::equal(before.begin(), before.end(), at) && std::equal(after.begin(), after.end(), at + 12))
             salts.emplace_back(at + 4, at + 12);
+    }
     return salts;
 }
 

@@ -200,7 +200,7 @@ TEST(KMKeyFile, LengthsMustAgreeWithTheFields) {
     for (const Bytes& tail : {Bytes(), digest, Bytes{5, 0}, shortDigest, shortCertificate}) {
         Bytes octets = keyRecord(false).encoded();
         octets.insert(octets.end(), tail.begin(), tail.end());
-        octets[1] = uint8_t(octets.size() - 2);
+        octets[1] = static_cast<uint8_t>(octets.size() - 2);
         EXPECT_EQ(KMKeyFile().readExactly(octets), tail.empty() || tail == digest) << tail.size();
         ++octets[1];
         EXPECT_FALSE(KMKeyFile().readExactly(octets)) << "longer than its fields";

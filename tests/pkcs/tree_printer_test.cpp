@@ -50,7 +50,7 @@ TEST(TreePrinter, DeepNestingEndsWithAMark) {
     EXPECT_FALSE(printTree(deep).whole);
     Bytes strings;
     for (int i = 0; i < 300; ++i) {
-        Bytes outer{4, 0x82, uint8_t(strings.size() >> 8), uint8_t(strings.size())};
+        Bytes outer{4, 0x82, static_cast<uint8_t>(strings.size() >> 8), static_cast<uint8_t>(strings.size())};
         outer.insert(outer.end(), strings.begin(), strings.end());
         strings = outer;
     }

@@ -22,7 +22,7 @@ TEST_F(Lists, AreReadWithEachFormOfAValue) {
     const auto read = [&](const std::string& rest, const char* path = "\\A\\V") {
         store.loadFromText("# head\n\n \t#\n \t\\a\\v" + rest, "f");
         EXPECT_EQ(store.size(), 1u);
-        return store.findNode(path) == nullptr ? NodeDesc{} : *store.findNode(path);
+        return !store.findNode(path) ? NodeDesc{} : *store.findNode(path);
     };
     const std::pair<const char*, long> numbers[] = {{"10", 10},   {"-7 # note", -7}, {"1F", 31},
                                                     {"0x1f", 31}, {"ff", 255},       {"\"12\"", 12}};

@@ -259,9 +259,10 @@ TEST(ProfileUsages, RefuseWhatCannotBeOne) {
         {"1.2.4", "", "Brak nazwy rozszerzenia"},
         {"1.2.4", "moje", "Rozszerzenie extKeyUsage o zadanej nazwie i różnej wartości już istnieje"},
         {"1.2.4", "a\"b", "Niedozwolony znak w nazwie rozszerzenia"}};
-    for (const auto& c : cases)
+    for (const auto& c : cases) {
         EXPECT_EQ(failureOf([&] { profile->addAcceptedExtKeyUsage(std::get<0>(c), std::get<1>(c)); }),
                   Failure(ECRV_INV_REG, std::get<2>(c)));
+    }
     profile->addAcceptedExtKeyUsage("1.2.3", "nowe");
     auto back = reload(*profile);
     ASSERT_EQ(back->getAcceptedExtKeyUsagesCount(), 2);

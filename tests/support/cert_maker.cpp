@@ -19,7 +19,7 @@ using Owned = std::unique_ptr<T, void (*)(T*)>;
 
 template <class T>
 T* need(T* made) {
-    if (made == nullptr) throw std::runtime_error("libcrypto");
+    if (!made) throw std::runtime_error("libcrypto");
     return made;
 }
 
@@ -108,15 +108,15 @@ MadeCert makeCert(const CertPlan& plan, const MadeCert* issuer, TestKey key) {
     need(X509_set_version(cert.get(), plan.version1 ? X509_VERSION_1 : X509_VERSION_3));
     need(X509_set_serialNumber(cert.get(), integerOf(plan.serial).get()));
     need(X509_set_subject_name(cert.get(), nameOf(plan.subject).get()));
-    need(X509_set_issuer_name(cert.get(), nameOf(issuer != nullptr ? issuer->subject : plan.subject).get()));
+    need(X509_set_issuer_name(cert.get(), nameOf(issuer ? issuer->subject : plan.subject).get()));
     need(X509_set1_notBefore(cert.get(), timeOf(plan.notBefore).get()));
     need(X509_set1_notAfter(cert.get(), timeOf(plan.notAfter).get()));
     need(X509_set_pubkey(cert.get(), key.get()));
-    const Owned<X509> issuerCert = issuer != nullptr ? parse(issuer->der) : Owned<X509>(nullptr, X509_free);
+    const Owned<X509> issuerCert = issuer ? parse(issuer->der) : Owned<X509>(nullptr, X509_free);
     X509V3_CTX ctx{};
-    X509V3_set_ctx(&ctx, issuer != nullptr ? issuerCert.get() : cert.get(), cert.get(), nullptr, nullptr, 0);
+    X509V3_set_ctx(&ctx, issuer ? issuerCert.get() : cert.get(), cert.get(), nullptr, nullptr, 0);
     addExtensions(cert.get(), ctx, plan.extensions, X509_add_ext);
-    need(X509_sign(cert.get(), (issuer != nullptr ? issuer->key : key).get(), EVP_sha256()));
+    need(X509_sign(cert.get(), (issuer ? issuer->key : key).get(), EVP_sha256()));
     return {encode(cert.get(), i2d_X509), plan.subject, std::move(key)};
 }
 

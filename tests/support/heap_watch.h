@@ -19,12 +19,11 @@ inline std::atomic<bool> watching{false};
 inline std::atomic<int> leaks{0};
 
 inline bool holds(const void* block, std::string_view text) noexcept {
-    return !text.empty() &&
-           memmem(block, malloc_usable_size(const_cast<void*>(block)), text.data(), text.size()) != nullptr;
+    return !text.empty() && memmem(block, malloc_usable_size(const_cast<void*>(block)), text.data(), text.size());
 }
 
 inline void giveBack(void* block) noexcept {
-    if (block != nullptr && watching && (holds(block, mark) || holds(block, otherMark))) ++leaks;
+    if (block && watching && (holds(block, mark) || holds(block, otherMark))) ++leaks;
     std::free(block);
 }
 
@@ -43,7 +42,7 @@ inline int leaksOf(std::string_view secret, const std::function<void()>& action,
 
 void* operator new(size_t size) {
     void* block = std::malloc(size == 0 ? 1 : size);
-    if (block == nullptr) throw std::bad_alloc();
+    if (!block) throw std::bad_alloc();
     return block;
 }
 void operator delete(void* block) noexcept {

@@ -13,7 +13,7 @@ namespace crv::test {
 
 TempDir::TempDir() {
     std::string pattern = (std::filesystem::temp_directory_path() / "crvtest.XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp " + pattern);
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp " + pattern);
     path_ = pattern;
 }
 
@@ -38,13 +38,13 @@ void writeFile(const std::string& path, const std::string& bytes) {
 
 std::string shell(const std::string& command, int* status) {
     std::FILE* pipe = popen(("{ " + command + "\n} 2>&1").c_str(), "r");
-    if (pipe == nullptr) throw std::runtime_error("popen " + command);
+    if (!pipe) throw std::runtime_error("popen " + command);
     std::string output;
     std::array<char, 4096> buffer{};
     while (const size_t n = std::fread(buffer.data(), 1, buffer.size(), pipe)) output.append(buffer.data(), n);
     const int result = pclose(pipe);
     const int code = WIFEXITED(result) ? WEXITSTATUS(result) : -1;
-    if (status != nullptr) {
+    if (status) {
         *status = code;
     } else {
         EXPECT_EQ(code, 0) << command << "\n" << output;

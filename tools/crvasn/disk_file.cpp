@@ -63,7 +63,7 @@ bool DiskFile::flush() {
     while (!rest.empty() && error_ == 0) {
         const ssize_t put = retryInterrupted([&] { return fileOps().write(descriptor_, rest.data(), rest.size()); });
         if (put < 0) return fail();
-        rest = rest.subspan(size_t(put));
+        rest = rest.subspan(static_cast<size_t>(put));
     }
     pending_.clear();
     return error_ == 0;

@@ -63,7 +63,7 @@ bool readAll(GenericFile& in, MemoryFile& out) {
 
 int print(const std::string& name, ByteView octets, const TreeOptions& options) {
     const char* kind = structureKind(octets);
-    std::printf("# %s\n", kind != nullptr ? kind : "unknown structure");
+    std::printf("# %s\n", kind ? kind : "unknown structure");
     const Tree tree = printTree(octets, options);
     std::fwrite(tree.text.data(), 1, tree.text.size(), stdout);
     return tree.whole ? 0 : fail(name, "malformed or incomplete");

@@ -35,10 +35,11 @@ std::string quoted(std::string_view utf8, size_t shown) {
         const bool plain = character >= 0x20 && character != '"' && character != '\\' && character != 0x7F &&
                            !(character >= 0x80 && character < 0xA0) && character != 0x61C &&
                            !(character >= 0x2000 && character < 0x2070);
-        if (plain)
+        if (plain) {
             text += octets;
-        else
+        } else {
             for (const char c : octets) text += '\\' + hexText(asBytes({&c, 1}), 1);
+        }
     }
     text += '"';
     return rest.empty() ? text : text + "...";
@@ -154,7 +155,7 @@ bool isEncoding(ByteView octets, int nesting) {
     };
     ASNany whole;
     const TypeRow* row = findType(octets.front());
-    return row != nullptr && whole.readExactly(octets, ASN_FLAG_CONST) &&
+    return row && whole.readExactly(octets, ASN_FLAG_CONST) &&
            (isConstructed(whole) ? wellFormed(wellFormed, whole.contents(), nesting)
                                  : row->value(whole, 1) != "malformed");
 }
@@ -191,10 +192,11 @@ ByteView Printer::encodingInside(const ASNany& any, int depth) const {
     const unsigned char tag = any.getTag();
     ByteView octets = any.contents();
     if (!options_.inside || octets.empty() || (tag & ASN_CLASS_BITS) != 0) return {};
-    if (tag == kBitString)
+    if (tag == kBitString) {
         octets = octets.front() == 0 ? octets.subspan(1) : ByteView();
-    else if (tag != ASNoctstr::kTag)
+    } else if (tag != ASNoctstr::kTag) {
         return {};
+    }
     return isEncoding(octets, depth) ? octets : ByteView();
 }
 

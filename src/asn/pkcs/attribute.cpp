@@ -17,7 +17,7 @@ const ASNany* Attributes::find(const KnownOid& type) const {
 
 bool Attributes::get(const KnownOid& type, ASNobject& value) const {
     const ASNany* found = find(type);
-    return found != nullptr && found->decode(value);
+    return found && found->decode(value);
 }
 
 void Attributes::set(const KnownOid& type, const ASNobject& value) {

@@ -72,11 +72,12 @@ void takeCipher(const AlgorithmIdentifier& scheme, Pbes2Params& out) {
     if (scheme.algorithm == OID_RC2_CBC) {
         const auto rc2 = parametersOf<Rc2CbcParameters>(scheme, "RC2");
         out.iv = toBytes(rc2.iv.value());
-        for (const Rc2Row& row : kRc2Versions)
+        for (const Rc2Row& row : kRc2Versions) {
             if (rc2.rc2ParameterVersion.value() == row.version) {
                 out.cipher = row.cipher;
                 return;
             }
+        }
         malformed("RC2");
     }
     out.cipher = valueOf(kCiphers, scheme.algorithm);
@@ -92,7 +93,7 @@ Pbes2Params readPbes2(const AlgorithmIdentifier& algorithm) {
     params.iterations = countOf(derivation.iterationCount);
     if (derivation.prf) params.prfHash = valueOf(kPrfs, derivation.prf->algorithm);
     takeCipher(pbes2.encryptionScheme, params);
-    if (derivation.keyLength && derivation.keyLength->value() != long(cipherKeyLength(params.cipher)))
+    if (derivation.keyLength && derivation.keyLength->value() != static_cast<long>(cipherKeyLength(params.cipher)))
         malformed("PBKDF2");
     return params;
 }

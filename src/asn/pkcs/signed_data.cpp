@@ -16,7 +16,7 @@ namespace {
 std::optional<SignatureAlgorithm> algorithmOf(const SignerInfo& signer, KcHashAlgo digestHash) {
     if (auto algorithm = readSignAlgorithm(signer.signatureAlgorithm)) return algorithm;
     const SignAlgo* row = findSignAlgo(signer.signatureAlgorithm.algorithm.text());
-    if (row == nullptr || row->scheme == KeyScheme::None || row->hash != KcHashAlgo::None) return std::nullopt;
+    if (!row || row->scheme == KeyScheme::None || row->hash != KcHashAlgo::None) return std::nullopt;
     return SignatureAlgorithm{row->scheme, digestHash, {}};
 }
 
@@ -71,7 +71,7 @@ bool SignerIdentifier::matches(const SignedCertificate& certificate) const {
         return id->serialNumber == certificate.serialNumber() && id->issuer == certificate.issuer();
     const auto* id = chosenAs<ASNoctstr>();
     const auto own = certificate.extensions().get<SubjectKeyIdentifier>(OID_CE_SUBJECT_KEY_ID);
-    return id != nullptr && own && std::ranges::equal(own->value(), id->value());
+    return id && own && std::ranges::equal(own->value(), id->value());
 }
 
 std::optional<int64_t> SignerInfo::signingTime() const {

@@ -50,8 +50,8 @@ constexpr char kHex[] = "0123456789ABCDEF";
 constexpr std::string_view kSpecial = ",+\"\\<>;=";
 
 int hexValue(char c) {
-    const char* at = std::ranges::find(kHex, c >= 'a' && c <= 'f' ? char(c - 32) : c);
-    return at < kHex + 16 ? int(at - kHex) : -1;
+    const char* at = std::ranges::find(kHex, c >= 'a' && c <= 'f' ? static_cast<char>(c - 32) : c);
+    return at < kHex + 16 ? static_cast<int>(at - kHex) : -1;
 }
 
 /// Two hexadecimal digits at the front of the text, -1 when they are not there.
@@ -68,9 +68,9 @@ bool isHarmful(char32_t c) {
 char toWindows1250(char32_t c) {
     const size_t at = c < 0x80     ? std::u16string_view::npos
                       : c > 0xFFFF ? std::u16string_view::npos
-                                   : kWindows1250High.find(char16_t(c));
-    if (c < 0x80) return char(c);
-    return at == std::u16string_view::npos ? '?' : char(0x80 + at);
+                                   : kWindows1250High.find(static_cast<char16_t>(c));
+    if (c < 0x80) return static_cast<char>(c);
+    return at == std::u16string_view::npos ? '?' : static_cast<char>(0x80 + at);
 }
 
 std::string escapeValue(std::string_view value) {
@@ -78,18 +78,19 @@ std::string escapeValue(std::string_view value) {
     for (size_t i = 0; i < value.size(); ++i) {
         const char c = value[i];
         const bool edge = (c == ' ' && (i == 0 || i + 1 == value.size())) || (c == '#' && i == 0);
-        if (uint8_t(c) < 0x20 || c == 0x7F)
+        if (static_cast<uint8_t>(c) < 0x20 || c == 0x7F) {
             (out += '\\') += toHex(asBytes(value.substr(i, 1)));
-        else if (edge || kSpecial.find(c) != std::string_view::npos)
+        } else if (edge || kSpecial.find(c) != std::string_view::npos) {
             (out += '\\') += c;
-        else
+        } else {
             out += c;
+        }
     }
     return out;
 }
 
 unsigned char stringTagOf(const ASNobjectId& type, std::string_view value) {
-    const bool ascii = std::ranges::all_of(value, [](char c) { return uint8_t(c) < 0x80; });
+    const bool ascii = std::ranges::all_of(value, [](char c) { return static_cast<uint8_t>(c) < 0x80; });
     if (ascii && (type == OID_PKCS9_EMAIL || type == OID_AT_DOMAIN_COMPONENT)) return ASN_TAG_IA5;
     return stringTagFor(value);
 }
@@ -178,7 +179,7 @@ class NameText {
     }
     bool takeEscape(std::string& value) {
         if (const int octet = hexOctet(rest_); octet >= 0) {
-            value += char(octet);
+            value += static_cast<char>(octet);
             rest_.remove_prefix(2);
             return true;
         }
@@ -196,7 +197,7 @@ std::string normalizeText(std::string_view text) {
     std::string out;
     for (const char c : text) {
         if (c == ' ' && (out.empty() || out.back() == ' ')) continue;
-        out += c >= 'A' && c <= 'Z' ? char(c + 32) : c;
+        out += c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
     }
     if (out.ends_with(' ')) out.pop_back();
     return out;
@@ -261,9 +262,10 @@ std::string DistinguishedName::text() const {
 
 std::vector<std::string> DistinguishedName::lines(DnDisplay display) const {
     std::vector<std::string> out;
-    for (const RelativeDistinguishedName& set : *this)
+    for (const RelativeDistinguishedName& set : *this) {
         for (const AttributeTypeAndValue& attribute : set)
             out.push_back(attribute.label() + "=" + displayText(attribute.valueUtf8(), display));
+    }
     return out;
 }
 
@@ -274,9 +276,10 @@ void DistinguishedName::add(const KnownOid& type, std::string_view utf8) {
 }
 
 std::optional<std::string> DistinguishedName::find(const KnownOid& type) const {
-    for (const RelativeDistinguishedName& set : *this)
+    for (const RelativeDistinguishedName& set : *this) {
         for (const AttributeTypeAndValue& attribute : set)
             if (attribute.type == type) return attribute.valueUtf8();
+    }
     return std::nullopt;
 }
 
@@ -287,10 +290,11 @@ DistinguishedName DistinguishedName::normalize() const {
         for (const AttributeTypeAndValue& attribute : set) {
             AttributeTypeAndValue& copy = copies.add();
             copy.type = attribute.type;
-            if (attribute.isText())
+            if (attribute.isText()) {
                 copy.value.build(ASN_TAG_UTF8, asBytes(normalizeText(attribute.valueUtf8())));
-            else
+            } else {
                 copy.value = attribute.value;
+            }
         }
     }
     return out;

@@ -17,7 +17,7 @@ std::vector<std::string> CrlDistributionPoints::uris() const {
     std::vector<std::string> out;
     for (const DistributionPoint& point : *this) {
         const GeneralNames* names = point.distributionPoint ? point.distributionPoint->fullName() : nullptr;
-        if (names == nullptr) continue;
+        if (!names) continue;
         for (std::string& uri : names->values(GeneralName::kUri)) out.push_back(std::move(uri));
     }
     return out;
@@ -25,9 +25,10 @@ std::vector<std::string> CrlDistributionPoints::uris() const {
 
 std::vector<std::string> InfoAccess::uris(const KnownOid& method) const {
     std::vector<std::string> out;
-    for (const AccessDescription& access : *this)
+    for (const AccessDescription& access : *this) {
         if (access.accessMethod == method && access.accessLocation.is(GeneralName::kUri))
             out.push_back(access.accessLocation.value());
+    }
     return out;
 }
 

@@ -6,7 +6,7 @@ namespace crv {
 
 std::string DisplayText::utf8() const {
     const ASNoctstr* text = chosenAs<ASNoctstr>();
-    return text != nullptr ? stringToUtf8(getChosenTag(), text->value()) : "";
+    return text ? stringToUtf8(getChosenTag(), text->value()) : "";
 }
 
 std::string PolicyQualifierInfo::text() const {

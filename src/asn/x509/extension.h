@@ -38,7 +38,7 @@ class Extensions : public ASNsequenceList<Extension> {
     [[nodiscard]] std::optional<T> get(const KnownOid& oid) const {
         const Extension* extension = find(oid);
         std::optional<T> value;
-        if (extension != nullptr && !extension->decode(value.emplace())) value.reset();
+        if (extension && !extension->decode(value.emplace())) value.reset();
         return value;
     }
     /// Appends an extension.

@@ -14,7 +14,7 @@ constexpr const char* kForms[] = {"otherName",    "email", "DNS",        "X400Na
 std::string addressText(ByteView octets) {
     char text[INET6_ADDRSTRLEN];
     const int family = octets.size() == 4 ? AF_INET : AF_INET6;
-    return inet_ntop(family, octets.data(), text, sizeof text) != nullptr ? text : "";
+    return inet_ntop(family, octets.data(), text, sizeof text) ? text : "";
 }
 
 /// An address, or an address and its mask as name constraints have them.
@@ -52,11 +52,11 @@ std::string GeneralName::value() const {
     if (const auto* oid = chosenAs<ASNobjectId>()) return oid->text();
     if (const auto* other = chosenAs<OtherName>()) return otherNameText(*other);
     if (is(kIpAddress)) return ipText(chosenAs<ASNoctstr>()->value());
-    return getChosen() != nullptr ? toHex(getChosen()->encoded()) : "";
+    return getChosen() ? toHex(getChosen()->encoded()) : "";
 }
 
 std::string GeneralName::text() const {
-    return getChosen() != nullptr ? std::string(kForms[getChosenIndex()]) + ":" + value() : "";
+    return getChosen() ? std::string(kForms[getChosenIndex()]) + ":" + value() : "";
 }
 
 std::vector<std::string> GeneralNames::values(GeneralName::Form form) const {

@@ -91,7 +91,7 @@ void RevokedCertificates::add(const RevokedCertificate& entry) {
 
 bool RevokedCertificates::validContents() const {
     Cursor cursor = entries();
-    for (count_ = 0; cursor.next() != nullptr;) ++count_;
+    for (count_ = 0; cursor.next();) ++count_;
     return cursor.intact();
 }
 

@@ -38,7 +38,7 @@ std::optional<SignatureAlgorithm> readPss(const AlgorithmIdentifier& algorithm) 
     const KcHashAlgo mgf = params.mgfHash();
     if (!isHash(hash) || !isHash(mgf) || !salt || *salt < 0 || *salt > 0xFFFF || params.trailerField.value() != 1)
         return std::nullopt;
-    return SignatureAlgorithm{KeyScheme::RsaPss, hash, {mgf, int(*salt)}};
+    return SignatureAlgorithm{KeyScheme::RsaPss, hash, {mgf, static_cast<int>(*salt)}};
 }
 
 }  // namespace
@@ -46,12 +46,13 @@ std::optional<SignatureAlgorithm> readPss(const AlgorithmIdentifier& algorithm) 
 std::optional<AlgorithmIdentifier> signAlgorithm(KeyScheme scheme, KcHashAlgo hash) {
     const SignAlgo* row = findSignAlgo(scheme, hash);
     AlgorithmIdentifier identifier;
-    if (row == nullptr || !isHash(hash) || scheme == KeyScheme::None || !identifier.algorithm.setText(row->oid))
+    if (!row || !isHash(hash) || scheme == KeyScheme::None || !identifier.algorithm.setText(row->oid))
         return std::nullopt;
-    if (scheme == KeyScheme::RsaPss)
-        identifier.parameters.emplace(RsaPssParams(hash, hash, long(hashLength(hash))));
-    else if (scheme == KeyScheme::Rsa)
+    if (scheme == KeyScheme::RsaPss) {
+        identifier.parameters.emplace(RsaPssParams(hash, hash, static_cast<long>(hashLength(hash))));
+    } else if (scheme == KeyScheme::Rsa) {
         identifier.parameters.emplace(ASNnull());
+    }
     return identifier;
 }
 
@@ -60,7 +61,7 @@ std::optional<SignatureAlgorithm> readSignAlgorithm(const AlgorithmIdentifier& a
     for (const Alias& alias : kAliases)
         if (algorithm.algorithm == alias.oid) return SignatureAlgorithm{alias.scheme, alias.hash, {}};
     const SignAlgo* row = findSignAlgo(algorithm.algorithm.text());
-    if (row == nullptr || row->scheme == KeyScheme::None || !isHash(row->hash)) return std::nullopt;
+    if (!row || row->scheme == KeyScheme::None || !isHash(row->hash)) return std::nullopt;
     return SignatureAlgorithm{row->scheme, row->hash, {}};
 }
 
@@ -78,7 +79,7 @@ bool verifySignature(const PublicKey& key, const AlgorithmIdentifier& algorithm,
 std::string signAlgorithmName(const AlgorithmIdentifier& algorithm) {
     const auto how = readSignAlgorithm(algorithm);
     const char* name = how ? signAlgoName(how->scheme, how->hash) : nullptr;
-    return name != nullptr ? name : algorithm.algorithm.name();
+    return name ? name : algorithm.algorithm.name();
 }
 
 }  // namespace crv

@@ -42,11 +42,11 @@ const Extensions& SignedCertificate::extensions() const {
 }
 
 bool SignedCertificate::isCaCrt() const {
-    if (extensions().find(OID_CE_BASIC_CONSTRAINTS) == nullptr)
+    if (!extensions().find(OID_CE_BASIC_CONSTRAINTS))
         return tbs.version.value() == 0 && !tbs.extensions && isSelfIssued();
     const auto constraints = extensions().get<BasicConstraints>(OID_CE_BASIC_CONSTRAINTS);
     if (!constraints || !constraints->cA.value()) return false;
-    if (extensions().find(OID_CE_KEY_USAGE) == nullptr) return true;
+    if (!extensions().find(OID_CE_KEY_USAGE)) return true;
     const auto usage = keyUsage();
     return usage && usage->bit(KeyUsage::kEyCertSign);
 }
@@ -55,9 +55,10 @@ std::vector<std::string> SignedCertificate::emails() const {
     std::vector<std::string> out;
     if (const auto names = extensions().get<GeneralNames>(OID_CE_SUBJECT_ALT_NAME))
         out = names->values(GeneralName::kRfc822Name);
-    for (const RelativeDistinguishedName& set : tbs.subject)
+    for (const RelativeDistinguishedName& set : tbs.subject) {
         for (const AttributeTypeAndValue& attribute : set)
             if (attribute.type == OID_PKCS9_EMAIL) out.push_back(attribute.valueUtf8());
+    }
     std::set<std::string> seen;
     std::erase_if(out, [&](const std::string& address) { return !seen.insert(address).second; });
     return out;

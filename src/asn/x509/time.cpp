@@ -11,17 +11,18 @@ constexpr int64_t kEndOf9999 = 253402300799;
 
 std::optional<int64_t> Time::seconds() const {
     const auto* time = chosenAs<ASNtimeString>();
-    return time != nullptr ? time->seconds() : std::nullopt;
+    return time ? time->seconds() : std::nullopt;
 }
 
 void Time::setSeconds(int64_t seconds) {
     ASNutcTime utc;
     const bool fits = utc.setSeconds(seconds);
     auto* chosen = setChosenIndex(fits ? 0 : 1);
-    if (fits)
+    if (fits) {
         static_cast<ASNutcTime&>(*chosen) = utc;
-    else
+    } else {
         static_cast<void>(static_cast<ASNgenTime&>(*chosen).setSeconds(std::clamp(seconds, kYear0, kEndOf9999)));
+    }
 }
 
 bool Validity::includes(int64_t seconds) const {

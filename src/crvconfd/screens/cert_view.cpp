@@ -43,10 +43,11 @@ void drawKey(int row, const StoredKey& key) {
     displText(row, 1, "%s", roleText(key.role));
     std::string text = signAlgoName(publicKey.scheme(), KcHashAlgo::None);
     text = fitText(text + " " + std::to_string(publicKey.bits()), 19) + " ";
-    if (certificate)
+    if (certificate) {
         text += "ważny do " + dateLine(certificate->tbs.validity.notAfter) + " " + shortName(certificate->subject());
-    else
+    } else {
         text += "brak certyfikatu";
+    }
     displText(row, 17, "%s", text.c_str());
 }
 
@@ -94,9 +95,10 @@ void showCertificate(const SignedCertificate& certificate, const std::string& ti
 void showCert(KeyType key) {
     const bool signing = key == KeyType::Signing;
     const CertPtr certificate = signing ? keyManager->signingCertificate() : keyManager->encryptionCertificate();
-    if (!certificate)
+    if (!certificate) {
         return errInfo(kMessageRow, "%s",
                        signing ? "Brak certyfikatu klucza podpisującego" : "Brak certyfikatu klucza szyfrującego");
+    }
     showCertificate(*certificate, signing ? "Certyfikat klucza podpisującego" : "Certyfikat klucza szyfrującego");
 }
 

@@ -69,7 +69,7 @@ std::string hexText(ByteView octets) {
     std::string text;
     std::array<char, 4> pair{};
     for (const uint8_t octet : octets) {
-        std::snprintf(pair.data(), pair.size(), "%.2X ", unsigned(octet));
+        std::snprintf(pair.data(), pair.size(), "%.2X ", static_cast<unsigned>(octet));
         text += pair.data();
     }
     if (!text.empty()) text.pop_back();

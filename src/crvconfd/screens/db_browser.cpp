@@ -115,10 +115,11 @@ void DbBrowser::down() {
     CrtItemList items;
     if (!source_.forward(rows_.back().id, 1, items) || items.empty()) return;
     rows_.push_back({items[0].id, items[0].der, rowText(items[0].der)});
-    if (rows_.size() > kPage)
+    if (rows_.size() > kPage) {
         rows_.erase(rows_.begin());
-    else
+    } else {
         ++selected_;
+    }
 }
 
 void DbBrowser::pageDown() {
@@ -176,10 +177,11 @@ void DbBrowser::drawRow(size_t index) const {
 
 void DbBrowser::draw() const {
     clrScr();
-    if (source_.isSearch())
+    if (source_.isSearch()) {
         displHeader(0, "Baza certyfikatów - znaleziono: %zu", source_.found());
-    else
+    } else {
         displHeader(0, "Baza certyfikatów");
+    }
     if (rows_.empty()) {
         displText(kFirstRow, 1, "Brak certyfikatów");
     } else {
@@ -218,10 +220,11 @@ void DbBrowser::remove() {
     // After a compaction by another process the id may mean another certificate.
     Bytes der;
     const bool same = dbManager->setCrtId(id) && dbManager->get(der) && der == rows_[selected_].der;
-    if (same && dbManager->deleteCert())
+    if (same && dbManager->deleteCert()) {
         source_.forget(id);
-    else
+    } else {
         errInfo(kMessageRow, "Błąd bazy danych");
+    }
     reload();
 }
 

@@ -90,12 +90,13 @@ bool wantedThoughUnverified() {
 
 void insertCrl(ByteView der) {
     const CrlInsertResult result = revManager->insert(der);
-    if (result == kCrlDevice)
+    if (result == kCrlDevice) {
         errInfo(kMessageRow, "Urządzenie tarvo zwróciło błąd aktualizacji listy CRL (%x)", revManager->deviceError());
-    else if (result == kCrlInserted)
+    } else if (result == kCrlInserted) {
         errInfo(kMessageRow, "Lista CRL poprawnie wczytana");
-    else
+    } else {
         showCode(kCrlTexts, result);
+    }
 }
 
 void importCrl(const TypedFile& file) {

@@ -144,11 +144,12 @@ void dropTypedKeys() {
 
 void drawWaiting(const KeyGenParams& params) {
     clrToEol(kMessageRow, 0);
-    if (params.keyScheme == KeyScheme::Ecdsa)
+    if (params.keyScheme == KeyScheme::Ecdsa) {
         displText(kMessageRow, 0, "Proszę czekać, trwa generowanie klucza %s...", params.schemeName());
-    else
+    } else {
         displText(kMessageRow, 0, "Proszę czekać, trwa generowanie klucza %s (%u %s)...", params.schemeName(),
                   params.keyLength, "bitów");
+    }
     refreshScr();
 }
 
@@ -160,12 +161,13 @@ KeyManagerResult generate(KeyType usage, const KeyGenParams& params) {
     drawWaiting(params);
     dropTypedKeys();
     KeyManagerResult result = kKmOk;
-    if (params.keyScheme == KeyScheme::Dsa)
+    if (params.keyScheme == KeyScheme::Dsa) {
         result = keyManager->generateDsaUserKey(params.keyLength, hooks);
-    else if (params.keyScheme == KeyScheme::Ecdsa)
+    } else if (params.keyScheme == KeyScheme::Ecdsa) {
         result = keyManager->generateECDsaUserKey(usage, params.curve, params.explicitDomain, hooks);
-    else
+    } else {
         result = keyManager->generateRsaUserKey(usage, kPublicExponent, params.keyLength, params.keyScheme, hooks);
+    }
     lock.release();
     return result;
 }
@@ -232,10 +234,11 @@ void ShowKeyGenMenu(const KeyGenParams& params, bool listOpen) {
     displText(6, kValueColumn, "%s", params.signAlgoText());
     displText(8, 1, "Opcje:");
     drawOptions(params, marked);
-    if (listOpen)
+    if (listOpen) {
         displCentText(kFooterRow, " Wybór: klawisze nawigacyjne, spacja, +, -; Esc,W: koniec, Enter: zatwierdź");
-    else
+    } else {
         displCentColText(kFooterRow, "~Generuj   ~Wyjście");
+    }
 }
 
 void OnSelectKeyAlgo(KeyGenParams& params) {

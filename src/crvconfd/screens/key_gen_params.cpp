@@ -27,12 +27,14 @@ std::vector<unsigned> tokenKeyLengths(unsigned minimum, unsigned maximum) {
 const char* tokenRefusal(const TokenAbilities& token, bool forSigning, bool forEncryption) {
     if (!token.generatesRsa)
         return "Karta na której chcesz wygenerować klucze RSA nie obsługuje funkcji generowania kluczy.";
-    if (forSigning && !token.signs)
+    if (forSigning && !token.signs) {
         return "Karta na której chcesz wygenerować klucze RSA nie obsługuje funkcji podpisu, nie można jej używać jako "
                "nośnika klucza podpisującego.";
-    if (forEncryption && !token.decrypts)
+    }
+    if (forEncryption && !token.decrypts) {
         return "Karta na której chcesz wygenerować klucze RSA nie obsługuje funkcji deszyfrowania, nie można jej "
                "używać jako nośnika klucza deszyfrującego.";
+    }
     return nullptr;
 }
 

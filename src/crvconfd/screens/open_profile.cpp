@@ -105,10 +105,11 @@ bool isWrongPassword(KeyManagerResult result) {
 }
 
 void showOpenFailure(KeyManagerResult result) {
-    if (const char* text = findText(kOpenTexts, result))
+    if (const char* text = findText(kOpenTexts, result)) {
         errInfo(kMessageRow, "%s", text);
-    else
+    } else {
         showLibraryText(result);
+    }
 }
 
 /// Seeds the generators of a store that has no seed from keystrokes, saves the seed and opens the store again.
@@ -153,10 +154,11 @@ bool createPfx() {
 bool deviceInit() {
     const KeyManagerResult result = keyManager->deviceInit();
     if (result == kKmOk) return true;
-    if (result == kKmDeviceLibrary || result == kKmDeviceFunction)
+    if (result == kKmDeviceLibrary || result == kKmDeviceFunction) {
         showLibraryText(result);
-    else
+    } else {
         showCode(kDeviceTexts, result);
+    }
     return false;
 }
 

@@ -23,10 +23,11 @@ int passTest(const char* password) {
     for (size_t i = 0; i < length; ++i) {
         // The C library's tables reach from -128 on, so the byte goes in as the signed character that it is.
         const int byte = static_cast<signed char>(password[i]);
-        if (std::isalpha(byte) == 0)
+        if (std::isalpha(byte) == 0) {
             ++other;
-        else
+        } else {
             ++(std::isupper(byte) != 0 ? upper : lower);
+        }
     }
     if (upper == 0) return kPasswordNoUpper;
     if (other == 0) return kPasswordNoOther;

@@ -12,10 +12,11 @@ bool saveToFile(const std::string& name, const ASNobject& object) {
     const std::string path = expandHome(name);
     Bytes encoding;
     WriteStep failed = WriteStep::Write;
-    if (isProfileFile(path))
+    if (isProfileFile(path)) {
         failed = WriteStep::Open;
-    else if (object.writeToVector(encoding))
+    } else if (object.writeToVector(encoding)) {
         failed = writeFileAtomically(path, encoding, {WriteMode::KeepOrCommon, true}).failed;
+    }
     if (failed == WriteStep::None) return true;
     errInfo(kMessageRow, failed == WriteStep::Open ? "Nie mogę otworzyć pliku: %s" : "Błąd zapisu pliku: %s",
             name.c_str());

@@ -157,10 +157,11 @@ void OnSrvProxy() {
     runForm("Ustawienia proxy", fields, [&] {
         return changeCurrentProfile([&](CrvProfile& target) {
             target.setUseProxyFromSystemSettings(system);
-            if (proxy.defined())
+            if (proxy.defined()) {
                 target.insertProxy(proxy.addr, proxy.port, proxy.user, proxy.password);
-            else
+            } else {
                 target.deleteProxy();
+            }
         });
     });
 }

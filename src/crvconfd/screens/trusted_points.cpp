@@ -110,10 +110,11 @@ bool OnTrustedPointAdd() {
                           "Zaświadczenie certyfikacyjne jest przeterminowane, czy chcesz kontynuować (t/n)?") == 0)
         return false;
     const KeyManagerResult result = keyManager->addTrustedCA(*certificate);
-    if (result == kKmOk)
+    if (result == kKmOk) {
         saveChange("Punkt zaufania poprawnie dodany");
-    else
+    } else {
         showCode(kAddTexts, result, kPlace);
+    }
     return result == kKmOk;
 }
 
@@ -126,10 +127,11 @@ bool OnTrustedPointDel(const TrustPointList& list, size_t index) {
     }
     const KeyManagerResult result =
         keyManager->delTrustedCA(*point.certificate, static_cast<int>(TrustPointFlag::User));
-    if (result == kKmOk)
+    if (result == kKmOk) {
         saveChange("Punkt zaufania usunięty");
-    else
+    } else {
         showCode(kDeleteTexts, result, kPlace);
+    }
     return result == kKmOk;
 }
 

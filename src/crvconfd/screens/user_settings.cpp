@@ -31,10 +31,11 @@ const SymAlgo kSymAlgos[] = {
 /// The hashes that go with a scheme and a key; without a key all that sign.
 std::vector<FormChoice> hashChoices(KeyScheme scheme, unsigned bits) {
     std::vector<FormChoice> choices;
-    for (const SignAlgo& row : signAlgoMap())
+    for (const SignAlgo& row : signAlgoMap()) {
         if (row.scheme == scheme && row.hash != KcHashAlgo::None && row.hash != KcHashAlgo::Md5 &&
             isSignAlgoValidForKeyLength(scheme, row.hash, bits))
             choices.push_back({static_cast<long>(row.hash), signAlgoName(KeyScheme::None, row.hash)});
+    }
     return choices;
 }
 

@@ -39,7 +39,7 @@ void chooseMode(CommandLine& line, const char* /*value*/) {
 
 void assign(std::optional<std::string>& target, const char* value) {
     target.reset();
-    if (value != nullptr) target = value;
+    if (value) target = value;
 }
 
 constexpr std::array kOptions{
@@ -82,7 +82,7 @@ constexpr std::array kOptions{
 };
 
 bool sameText(const char* a, std::string_view b) {
-    return a != nullptr && std::string_view(a).size() == b.size() && strncasecmp(a, b.data(), b.size()) == 0;
+    return a && std::string_view(a).size() == b.size() && strncasecmp(a, b.data(), b.size()) == 0;
 }
 
 const Option* findOption(std::string_view argument) {
@@ -108,7 +108,7 @@ void readArguments(CommandLine& line, int count, const char* const* arguments) {
             return;
         }
         const Option* option = findOption(argument);
-        if (option == nullptr) {
+        if (!option) {
             line.request = Request::UnknownArgument;
             line.unknownArgument = argument;
             return;
@@ -172,11 +172,11 @@ CommandLine readCommandLine(int count, const char* const* arguments) {
     displDnInUft8 = plStandard() == static_cast<char>(DisplayEncoding::Utf8);
     displDnEscaped = false;
     readArguments(line, count, arguments);
-    if (const char* file = std::getenv("CRV_PROFILE_FILE"); file != nullptr) {
+    if (const char* file = std::getenv("CRV_PROFILE_FILE"); file) {
         line.kind = AvailableProfiles::File;
         line.listFile = file;
     }
-    if (const char* profile = std::getenv("CRV_PROFILE"); profile != nullptr) line.profile = profile;
+    if (const char* profile = std::getenv("CRV_PROFILE"); profile) line.profile = profile;
     return line;
 }
 

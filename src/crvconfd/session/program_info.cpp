@@ -19,7 +19,7 @@ constexpr const char* kNoName = " - <bez nazwy>";
 
 /// What follows the header for the current profile; header is what stands before it.
 std::string profileSuffix(const std::string& header, bool shorten) {
-    if (cfgManager == nullptr || cfgManager->profile() == nullptr) return {};
+    if (!cfgManager || !cfgManager->profile()) return {};
     const std::string name = cfgManager->profileName();
     if (name.empty()) return kNoName;
     const std::string open = " - [";
@@ -44,8 +44,8 @@ void displayProgramInfo(int row) {
 
 void setTitle(const char* title) {
     const char* terminal = std::getenv("TERM");
-    if (terminal == nullptr || std::strncmp(terminal, "xterm", 5) != 0) return;
-    const std::string shown = pl(printable(title == nullptr ? "" : title));
+    if (!terminal || std::strncmp(terminal, "xterm", 5) != 0) return;
+    const std::string shown = pl(printable(title ? title : ""));
     std::printf("\x1b]0;%s\a", shown.c_str());
     std::fflush(stdout);
 }

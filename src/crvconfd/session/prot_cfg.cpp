@@ -42,10 +42,12 @@ PasswordWiper::~PasswordWiper() {
 bool storePin(long id, const char* pin) {
     const int code = crvStorePINUtf8API(crvCtx, id, pin);
     if (code == CRV_OK) return true;
-    if (findErrorRow(code))
+    if (findErrorRow(code)) {
         errInfo(kMessageRow, "%s", crvErrorTextAPI(crvCtx, code));
-    else
-        errInfo(kMessageRow, "crvStorePin(): Nieznany blad: %u (%08x)", unsigned(code), unsigned(code));
+    } else {
+        errInfo(kMessageRow, "crvStorePin(): Nieznany blad: %u (%08x)", static_cast<unsigned>(code),
+                static_cast<unsigned>(code));
+    }
     return false;
 }
 

@@ -101,7 +101,7 @@ bool sameText(std::string_view a, std::string_view b) {
 DisplayEncoding detect() {
     for (const char* variable : {"LANG", "LANGUAGE", "LC_MESSAGES", "LC_ALL"}) {
         const char* value = std::getenv(variable);
-        if (value == nullptr) continue;
+        if (!value) continue;
         const char letter = readLanguageCode(value);
         return letter == 0 ? DisplayEncoding::Utf8 : static_cast<DisplayEncoding>(letter);
     }
@@ -122,7 +122,7 @@ DisplayEncoding displayEncoding() {
 }
 
 char plStandard(const char* name) {
-    current = name == nullptr ? detect() : named(name);
+    current = name ? named(name) : detect();
     return static_cast<char>(current);
 }
 

@@ -76,7 +76,7 @@ void releaseEndSignals() {
 
 std::string terminalName() {
     const char* name = std::getenv("TERM");
-    return name == nullptr ? "" : name;
+    return name ? name : "";
 }
 
 std::string tooSmall(int columns, int rows) {
@@ -86,7 +86,7 @@ std::string tooSmall(int columns, int rows) {
 
 /// Why curses cannot draw the screens on the terminal; empty when it can.
 std::string unfitness() {
-    if (tigetstr("cup") == nullptr) return "Terminal nie umie ustawić kursora (TERM=" + terminalName() + ").";
+    if (!tigetstr("cup")) return "Terminal nie umie ustawić kursora (TERM=" + terminalName() + ").";
     return LINES < kScreenRows || COLS < kScreenColumns ? tooSmall(COLS, LINES) : "";
 }
 
@@ -172,7 +172,7 @@ void initScr() {
     tcgetattr(STDIN_FILENO, &startModes);
     // newterm and not initscr, which would end the process when the terminal is unknown.
     screen.handle = newterm(nullptr, stdout, stdin);
-    if (screen.handle == nullptr) throw NoScreen("Nieznany rodzaj terminala (TERM=" + terminalName() + ").");
+    if (!screen.handle) throw NoScreen("Nieznany rodzaj terminala (TERM=" + terminalName() + ").");
     if (const std::string why = unfitness(); !why.empty()) {
         endwin();
         delscreen(screen.handle);
