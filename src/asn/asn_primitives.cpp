@@ -37,7 +37,7 @@ void ASNoctstr::build(const char* data, unsigned long length) {
 }
 
 void ASNoctstr::build(std::string& text) {
-    build(std::string_view(text));
+    build(std::string_view{text});
 }
 
 long ASNoctstr::read_contents(GenericFile* in, long len) {

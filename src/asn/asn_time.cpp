@@ -73,9 +73,9 @@ CivilTime toCivil(int64_t seconds) {
     const int64_t days = seconds / kDay - (seconds % kDay < 0 ? 1 : 0);
     const auto inDay = static_cast<int>(seconds - days * kDay);
     const std::chrono::year_month_day date{std::chrono::sys_days(std::chrono::days(days))};
-    return {int(date.year()),
-            static_cast<int>(unsigned(date.month())),
-            static_cast<int>(unsigned(date.day())),
+    return {static_cast<int>(date.year()),
+            static_cast<int>(static_cast<unsigned>(date.month())),
+            static_cast<int>(static_cast<unsigned>(date.day())),
             inDay / 3600,
             inDay / 60 % 60,
             inDay % 60};
@@ -86,7 +86,7 @@ std::optional<int64_t> fromCivil(const CivilTime& time) {
                                            std::chrono::month(static_cast<unsigned>(time.month)),
                                            std::chrono::day(static_cast<unsigned>(time.day))};
     if (!date.ok() || time.hour > 23 || time.minute > 59 || time.second > 60) return std::nullopt;
-    const int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
+    const int64_t days = std::chrono::sys_days{date}.time_since_epoch().count();
     return days * kDay + time.hour * 3600 + time.minute * 60 + time.second;
 }
 

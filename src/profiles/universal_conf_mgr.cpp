@@ -280,7 +280,7 @@ UniversalConfMgr::Iterator& UniversalConfMgr::Iterator::operator++() {
 }
 
 std::string UniversalConfMgr::Iterator::getDescr() const {
-    std::string_view relative = std::string_view(at_->first).substr(prefix_.size());
+    std::string_view relative = std::string_view{at_->first}.substr(prefix_.size());
     if (type_ == UCMNodeType::Key) relative = relative.substr(0, relative.find('\\') + 1);
     return std::string(relative);
 }

@@ -190,7 +190,7 @@ int readAnyKey(KeyTable further) {
 /// What an ESC means where one is enough: Escape, or the code of the sequence that it begins.
 int decodeSingleEscape(int milliseconds, KeyTable sequences) {
     const std::string sequence = toolkit::readEscape(milliseconds);
-    if (sequence.size() > 1) return lookUp(sequences, std::string_view(sequence), 0);
+    if (sequence.size() > 1) return lookUp(sequences, std::string_view{sequence}, 0);
     if (sequence.size() == 1 && sequence[0] != '\x1b') toolkit::unreadKey(static_cast<unsigned char>(sequence[0]));
     swallowUntil = Clock::now() + kSwallowAfterSingle;
     return kKeyEscape;
