@@ -18,6 +18,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* octets, size_t size) {
     }
     crv::fuzz::exercise(files.name());
     crv::DataBase table;
-    (void)table.rebuild(files.name());
+    (void)rebuildTable(table, files.name());
     return 0;
 }

@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "misc/bytes.h"
+#include "misc/exceptions.h"
 #include "profiles/crv_profile.h"
 
 using namespace crv;
@@ -18,8 +19,9 @@ void readRecords(const UniversalConfMgr& list) {
             const auto profile = CrvProfile::readProfile(list, name);
             std::string value;
             for (long id = -1; profile && id < 48; ++id) (void)profile->getAttr(id, value);
-        } catch (const std::runtime_error&) {
-            // Damaged entries of a record are refused so.
+        } catch (const StoreError&) {
+        } catch (const CrvApiException&) {
+            // Damaged entries of a record are refused with either.
         }
     }
 }
@@ -30,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     UniversalConfMgr list, again;
     try {
         list.loadFromText(asText({data, size}), "list");
-    } catch (const std::runtime_error&) {
+    } catch (const StoreError&) {
         return 0;
     }
     // Only a line that the quotes of its written form make too long may not be written.

@@ -12,9 +12,13 @@ namespace {
 
 /// Codes of the states of a database; the state that a profile needs has none.
 constexpr struct {
-    int state;
+    DbState state;
     int code;
-} kDbCodes[] = {{0, CRV_OK}, {2, ECRV_DB}, {46, ECRV_DB_VER}, {47, ECRV_DB}, {49, ECRV_DB_ACCESS}};
+} kDbCodes[] = {{DbState::Complete, CRV_OK},
+                {DbState::Incomplete, ECRV_DB},
+                {DbState::OtherVersion, ECRV_DB_VER},
+                {DbState::Missing, ECRV_DB},
+                {DbState::NoAccess, ECRV_DB_ACCESS}};
 
 /// Codes of a successful log-in, which tell where the keys are. No class of profile has medium 3.
 constexpr struct {
@@ -26,7 +30,7 @@ constexpr struct {
     {KeyMedium::Token, CRV_OK_NEED_CRYPTO_CARD},
 };
 
-int codeOfDbState(int state) {
+int codeOfDbState(DbState state) {
     for (const auto& row : kDbCodes)
         if (row.state == state) return row.code;
     return ECRV_DB;

@@ -12,9 +12,7 @@ template <class Work>
 auto onList(int code, Work work) {
     try {
         return work();
-    } catch (const CrvApiException&) {
-        throw;
-    } catch (const std::runtime_error& error) {
+    } catch (const StoreError& error) {
         throw CrvApiException(code, error.what());
     }
 }

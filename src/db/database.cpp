@@ -2,12 +2,11 @@
 
 #include <cstdlib>
 
-#include "db/table_rebuild.h"
 #include "misc/exceptions.h"
 
 namespace crv {
 
-int DataBase::fail(Error error) {
+DbAnswer DataBase::fail(Error error) {
     error_ = error;
     return kDbError;
 }
@@ -16,14 +15,14 @@ bool DataBase::isOutOfMemory() const {
     return index_.status() == FileStatus::NoMemory || data_.status() == FileStatus::NoMemory;
 }
 
-int DataBase::create(const std::string& name, int idxNumb, const IndexDesc* descs) {
+DbAnswer DataBase::create(const std::string& name, int idxNumb, const IndexDesc* descs) {
     error_ = Error::None;
     if (name.size() > kMaxName) return fail(Error::Index);
     if (index_.create(name + kIndexExtension, idxNumb, descs) != kDbOk) return fail(Error::Index);
     return data_.create(name + kDataExtension, idxNumb, descs) == kDbOk ? kDbOk : fail(Error::Data);
 }
 
-int DataBase::open(const std::string& name) {
+DbAnswer DataBase::open(const std::string& name) {
     error_ = Error::None;
     if (isOpen()) return kDbOk;
     if (name.size() > kMaxName || index_.open(name + kIndexExtension) != kDbOk) return fail(Error::Index);
@@ -52,16 +51,16 @@ void DataBase::deferWrites(bool on) {
     deferred_ = on;
 }
 
-int DataBase::flush() {
+DbAnswer DataBase::flush() {
     error_ = Error::None;
     if (data_.flush() != kDbOk) return fail(Error::Data);
     return index_.flush() == kDbOk ? kDbOk : fail(Error::Index);
 }
 
-int DataBase::endBatch() {
+DbAnswer DataBase::endBatch() {
     if (!deferred_) return kDbOk;
     deferWrites(false);
-    const int answer = flush();
+    const DbAnswer answer = flush();
     if (answer != kDbOk && lock_) lock_->spoil();
     return answer;
 }
@@ -79,7 +78,7 @@ bool DataBase::beginChange() {
     return false;
 }
 
-int DataBase::insert(std::span<const std::string_view> keys, ByteView body, int64_t& recNo) {
+DbAnswer DataBase::insert(std::span<const std::string_view> keys, ByteView body, int64_t& recNo) {
     error_ = Error::None;
     if (!beginChange()) return fail(Error::Data);
     const int64_t inserted = data_.insert(keys, body);
@@ -100,21 +99,21 @@ int DataBase::insert(std::span<const std::string_view> keys, ByteView body, int6
 }
 
 /// A table just opened stands at the top of each index; the place is looked up when it is first needed.
-int DataBase::settle() {
+DbAnswer DataBase::settle() {
     error_ = Error::None;
     if (!isOpen()) return fail(index_.isOpen() ? Error::Data : Error::Index);
     if (places_[index_.selected()] == Place::AtTop && top() == kDbError) return kDbError;
     return places_[index_.selected()] == Place::None ? kDbNoRecord : kDbOk;
 }
 
-int DataBase::current(int64_t& recNo) {
+DbAnswer DataBase::current(int64_t& recNo) {
     std::string key;
-    const int answer = index_.data(key, recNo);
+    const DbAnswer answer = index_.data(key, recNo);
     return answer == kDbError ? fail(Error::Index) : answer;
 }
 
-int DataBase::currentLive(int64_t& recNo) {
-    int answer = settle();
+DbAnswer DataBase::currentLive(int64_t& recNo) {
+    DbAnswer answer = settle();
     if (answer == kDbOk) answer = current(recNo);
     if (answer != kDbOk) return answer;
     answer = data_.state(recNo);
@@ -122,10 +121,10 @@ int DataBase::currentLive(int64_t& recNo) {
     return answer == kDbDeleted ? kDbNoRecord : kDbOk;
 }
 
-int DataBase::toLive(int direction, int64_t& passed) {
+DbAnswer DataBase::toLive(int direction, int64_t& passed) {
     for (passed = 0;; ++passed) {
         int64_t recNo = 0;
-        int answer = current(recNo);
+        DbAnswer answer = current(recNo);
         if (answer != kDbOk) return answer;
         answer = data_.state(recNo);
         if (answer == kDbError) return fail(Error::Data);
@@ -137,7 +136,7 @@ int DataBase::toLive(int direction, int64_t& passed) {
 }
 
 /// Goes on from the end of the index where an operation has put the cursor to the first live record.
-int DataBase::fromEnd(int answer, int direction) {
+DbAnswer DataBase::fromEnd(DbAnswer answer, int direction) {
     int64_t passed = 0;
     if (answer == kDbOk) answer = toLive(direction, passed);
     places_[index_.selected()] = answer == kDbOk ? Place::Set : Place::None;
@@ -146,18 +145,18 @@ int DataBase::fromEnd(int answer, int direction) {
     return answer;
 }
 
-int DataBase::top() {
+DbAnswer DataBase::top() {
     error_ = Error::None;
     return fromEnd(index_.top(), 1);
 }
 
-int DataBase::bottom() {
+DbAnswer DataBase::bottom() {
     error_ = Error::None;
     return fromEnd(index_.bottom(), -1);
 }
 
-int DataBase::skip(int n) {
-    int answer = settle();
+DbAnswer DataBase::skip(int n) {
+    DbAnswer answer = settle();
     if (answer != kDbOk) return answer;
     const IndexFile::Cursor start = index_.cursor();
     const int direction = n < 0 ? -1 : 1;
@@ -177,11 +176,11 @@ int DataBase::skip(int n) {
     return answer;
 }
 
-int DataBase::seek(std::string_view key) {
+DbAnswer DataBase::seek(std::string_view key) {
     error_ = Error::None;
     if (!isOpen()) return settle();
     steps_ = 0;
-    int answer = index_.seek(key);
+    DbAnswer answer = index_.seek(key);
     if (answer == kDbError) return fail(Error::Index);
     if (answer != kDbNoRecord) {
         int64_t passed = 0;
@@ -196,9 +195,9 @@ int DataBase::seek(std::string_view key) {
     return found == keyText(key) ? kDbOk : kDbGreater;
 }
 
-int DataBase::data(TableRecord& record) {
+DbAnswer DataBase::data(TableRecord& record) {
     int64_t recNo = 0;
-    int answer = settle();
+    DbAnswer answer = settle();
     if (answer == kDbOk) answer = current(recNo);
     if (answer != kDbOk) return answer;
     answer = data_.data(recNo, record, false);
@@ -208,38 +207,38 @@ int DataBase::data(TableRecord& record) {
 
 int64_t DataBase::recNo() {
     int64_t recNo = 0;
-    int answer = settle();
+    DbAnswer answer = settle();
     if (answer == kDbOk) answer = current(recNo);
-    return answer == kDbOk ? recNo : answer;
+    return answer == kDbOk ? recNo : static_cast<int64_t>(answer);
 }
 
-int DataBase::update(ByteView body) {
+DbAnswer DataBase::update(ByteView body) {
     int64_t recNo = 0;
-    const int answer = currentLive(recNo);
+    const DbAnswer answer = currentLive(recNo);
     if (answer == kDbError || answer == kDbNoRecord) return answer;
     if (answer != kDbOk) failAssertion("0", "src/db/database", __LINE__);
     if (!beginChange()) return fail(Error::Data);
-    const int updated = data_.update(recNo, body);
+    const DbAnswer updated = data_.update(recNo, body);
     return updated == kDbError ? fail(Error::Data) : updated;
 }
 
-int DataBase::remove() {
+DbAnswer DataBase::remove() {
     int64_t recNo = 0;
-    const int answer = currentLive(recNo);
+    const DbAnswer answer = currentLive(recNo);
     if (answer == kDbError || answer == kDbNoRecord) return answer;
     if (answer != kDbOk) failAssertion("0", "src/db/database", __LINE__);
     if (!beginChange() || data_.remove(recNo) != kDbOk) return fail(Error::Data);
     return kDbOk;
 }
 
-int DataBase::setRec(int64_t recNo) {
+DbAnswer DataBase::setRec(int64_t recNo) {
     error_ = Error::None;
     if (!isOpen()) return settle();
     TableRecord record;
     if (data_.data(recNo, record, false) != kDbOk) return fail(Error::Data);
     const std::string& wanted = record.keys[index_.selected()];
     steps_ = 0;
-    int answer = index_.seek(wanted);
+    DbAnswer answer = index_.seek(wanted);
     for (int64_t steps = 0; answer == kDbOk && steps <= index_.stepLimit(); ++steps) {
         std::string key;
         int64_t at = 0;
@@ -253,25 +252,10 @@ int DataBase::setRec(int64_t recNo) {
     return fail(Error::Index);
 }
 
-int DataBase::sync() {
+DbAnswer DataBase::sync() {
     if (endBatch() != kDbOk) return kDbError;
     if (!index_.sync()) return fail(Error::Index);
     return data_.sync() ? kDbOk : fail(Error::Data);
-}
-
-int DataBase::rebuild(const std::string& name) {
-    error_ = Error::None;
-    close();
-    if (name.empty() || name.size() > kMaxName || !beginChange()) return fail(Error::Data);
-    TableRebuild copy(name);
-    if (!copy.begin() || !copy.copyAll() || !copy.finish()) return fail(Error::Data);
-    if (lock_ && !lock_->setMark(DbMark::Swapping, {name.substr(name.rfind('/') + 1)})) {
-        return fail(Error::Data);
-    }
-    copy.keep();
-    if (copy.swap()) return kDbOk;
-    if (lock_) lock_->spoil();
-    return fail(Error::Data);
 }
 
 }  // namespace crv

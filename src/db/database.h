@@ -26,11 +26,13 @@ class DataBase {
     /// Binds the lock under which the table is used: its mark is set before the first write, and it is spoilt when
     /// a write fails half-way. It must live as long as the table is used. Without one no mark is kept.
     void bindLock(DbLock* lock) { lock_ = lock; }
+    /// Null when there is none.
+    [[nodiscard]] DbLock* lock() const { return lock_; }
 
     /// Makes both files. More than MAX_INDEX descriptions fail an assertion.
-    [[nodiscard]] int create(const std::string& name, int idxNumb, const IndexDesc* descs);
+    [[nodiscard]] DbAnswer create(const std::string& name, int idxNumb, const IndexDesc* descs);
     /// Opens both files, the cursors at the top, index 0 selected. Nothing to do for an open table.
-    [[nodiscard]] int open(const std::string& name);
+    [[nodiscard]] DbAnswer open(const std::string& name);
     /// Ends the use, and a batch.
     void close();
     /// From now to endBatch() or close(), insertions keep records and changed index pages in memory and write them in
@@ -39,7 +41,7 @@ class DataBase {
     /// held exclusively until then. A failure spoils the lock.
     void beginBatch();
     /// Writes a batch down and ends it.
-    [[nodiscard]] int endBatch();
+    [[nodiscard]] DbAnswer endBatch();
     [[nodiscard]] bool isOpen() const { return index_.isOpen() && data_.isOpen(); }
     void selectIndex(int idx) {
         index_.selectIndex(idx);
@@ -47,31 +49,27 @@ class DataBase {
     }
 
     /// Stores a record under its keys, one for each index; each shorter than its slot. Cursors rest on it.
-    [[nodiscard]] int insert(std::span<const std::string_view> keys, ByteView body, int64_t& recNo);
-    [[nodiscard]] int top();
-    [[nodiscard]] int bottom();
+    [[nodiscard]] DbAnswer insert(std::span<const std::string_view> keys, ByteView body, int64_t& recNo);
+    [[nodiscard]] DbAnswer top();
+    [[nodiscard]] DbAnswer bottom();
     /// |n| live records on or back; dbNoRecord, with the cursor where it was, when there are fewer.
-    [[nodiscard]] int skip(int n);
+    [[nodiscard]] DbAnswer skip(int n);
     /// First live record whose key is not below: dbOk when equal, dbGreater otherwise, dbNoRecord with the cursor
     /// on the last live record when there is none.
-    [[nodiscard]] int seek(std::string_view key);
+    [[nodiscard]] DbAnswer seek(std::string_view key);
     /// The record at the cursor.
-    [[nodiscard]] int data(TableRecord& record);
+    [[nodiscard]] DbAnswer data(TableRecord& record);
     /// Number of the record at the cursor; 0 on failure, dbNoRecord when there is none.
     [[nodiscard]] int64_t recNo();
     /// Rewrites the body of the record at the cursor: dbOk, dbTooLong, dbNoRecord for none or a deleted one.
-    [[nodiscard]] int update(ByteView body);
+    [[nodiscard]] DbAnswer update(ByteView body);
     /// Deletes the record at the cursor; its index entries stay.
-    [[nodiscard]] int remove();
+    [[nodiscard]] DbAnswer remove();
     /// Puts the cursor on the record; dbError when it is deleted, cannot be read or is not found by its key.
-    [[nodiscard]] int setRec(int64_t recNo);
+    [[nodiscard]] DbAnswer setRec(int64_t recNo);
 
     /// Waits until the disk has what was written (ends a batch first).
-    [[nodiscard]] int sync();
-
-    /// Compacts the table of that name: live records are copied to files whose name ends in "#", which then take the
-    /// places of the old ones. Record numbers change. dbError, with the old files untouched, when the copy fails.
-    [[nodiscard]] int rebuild(const std::string& name);
+    [[nodiscard]] DbAnswer sync();
 
     [[nodiscard]] Error lastError() const { return error_; }
     [[nodiscard]] bool isOutOfMemory() const;
@@ -81,14 +79,14 @@ class DataBase {
     void deferWrites(bool on);
 
   private:
-    [[nodiscard]] int flush();
-    int fail(Error error);
-    [[nodiscard]] int settle();
-    [[nodiscard]] int current(int64_t& recNo);
-    [[nodiscard]] int currentLive(int64_t& recNo);
+    [[nodiscard]] DbAnswer flush();
+    DbAnswer fail(Error error);
+    [[nodiscard]] DbAnswer settle();
+    [[nodiscard]] DbAnswer current(int64_t& recNo);
+    [[nodiscard]] DbAnswer currentLive(int64_t& recNo);
     /// Steps until a live record; dbNoRecord at the end. passed counts the deleted ones.
-    [[nodiscard]] int toLive(int direction, int64_t& passed);
-    [[nodiscard]] int fromEnd(int answer, int direction);
+    [[nodiscard]] DbAnswer toLive(int direction, int64_t& passed);
+    [[nodiscard]] DbAnswer fromEnd(DbAnswer answer, int direction);
     [[nodiscard]] bool beginChange();
 
     IndexFile index_;

@@ -20,7 +20,7 @@ constexpr size_t kPendingLimit = 256 * 1024;
 
 }  // namespace
 
-int DataFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
+DbAnswer DataFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
     VTEST(idxNumb <= MAX_INDEX, kPlace);
     std::array<uint8_t, data_format::kHeadSize> head{};
     storeLe(head.data() + kHeadMagic, kTableMagic);
@@ -51,7 +51,7 @@ bool DataFile::parseHeader(const uint8_t* octets) {
     return true;
 }
 
-int DataFile::open(const std::string& path) {
+DbAnswer DataFile::open(const std::string& path) {
     std::array<uint8_t, data_format::kHeadSize> head;
     const bool opened = File::open(path);
     if (opened && reused()) return kDbOk;  // the header of a file never changes
@@ -87,7 +87,7 @@ void DataFile::close() {
     park();
 }
 
-int DataFile::flush() {
+DbAnswer DataFile::flush() {
     if (pending_.empty()) return kDbOk;
     const bool done = append(pending_) >= 0;
     pending_.clear();
@@ -139,7 +139,7 @@ int64_t DataFile::insert(std::span<const std::string_view> keys, ByteView body) 
     }
 }
 
-int DataFile::update(int64_t recNo, ByteView body) {
+DbAnswer DataFile::update(int64_t recNo, ByteView body) {
     RecordHead head;
     if (!readHead(recNo, head)) return kDbError;
     if (head.deleted) return kDbDeleted;
@@ -150,7 +150,7 @@ int DataFile::update(int64_t recNo, ByteView body) {
     return writeAt(recNo, encodeHead(head)) ? kDbOk : kDbError;
 }
 
-int DataFile::data(int64_t recNo, TableRecord& record, bool includeDeleted) {
+DbAnswer DataFile::data(int64_t recNo, TableRecord& record, bool includeDeleted) {
     if (!written(recNo)) return kDbError;
     try {
         scratch_.resize(std::max(scratch_.size(), kReadAhead));
@@ -176,20 +176,20 @@ int DataFile::data(int64_t recNo, TableRecord& record, bool includeDeleted) {
     }
 }
 
-int DataFile::state(int64_t recNo) {
+DbAnswer DataFile::state(int64_t recNo) {
     RecordHead head;
     if (!readHead(recNo, head)) return kDbError;
     return head.deleted ? kDbDeleted : kDbOk;
 }
 
-int DataFile::remove(int64_t recNo) {
+DbAnswer DataFile::remove(int64_t recNo) {
     RecordHead head;
     if (!readHead(recNo, head)) return kDbError;
     head.deleted = true;
     return writeAt(recNo, encodeHead(head)) ? kDbOk : kDbError;
 }
 
-int DataFile::top(int64_t& recNo) {
+DbAnswer DataFile::top(int64_t& recNo) {
     if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     if (flush() != kDbOk) return kDbError;
     if (length() <= static_cast<int64_t>(data_format::kHeadSize)) return kDbNoRecord;
@@ -197,7 +197,7 @@ int DataFile::top(int64_t& recNo) {
     return kDbOk;
 }
 
-int DataFile::next(int64_t recNo, int64_t& following) {
+DbAnswer DataFile::next(int64_t recNo, int64_t& following) {
     RecordHead head;
     if (!readHead(recNo, head)) return kDbError;
     const int64_t after = recNo + recordSize(head.capacity);

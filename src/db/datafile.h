@@ -23,29 +23,29 @@ struct RecordHead {
 class DataFile : public File {
   public:
     /// Writes the header and closes. More than MAX_INDEX descriptions fail an assertion.
-    [[nodiscard]] int create(const std::string& path, int idxNumb, const IndexDesc* descs);
-    [[nodiscard]] int open(const std::string& path);
+    [[nodiscard]] DbAnswer create(const std::string& path, int idxNumb, const IndexDesc* descs);
+    [[nodiscard]] DbAnswer open(const std::string& path);
     /// Ends the use; the descriptor stays for the next open(). Records not yet flushed are lost.
     void close();
     /// While on, inserted records stay in memory and are written in large pieces, by flush(), and before one of them is
     /// read. A failure to write loses all that are in memory.
     void deferWrites(bool on) { deferred_ = on; }
-    [[nodiscard]] int flush();
+    [[nodiscard]] DbAnswer flush();
 
     /// Appends a record; answers its number, or 0. Each key must be shorter than its slot.
     [[nodiscard]] int64_t insert(std::span<const std::string_view> keys, ByteView body);
     /// Rewrites the body in place: dbOk, dbDeleted, dbTooLong (nothing written) or dbError.
-    [[nodiscard]] int update(int64_t recNo, ByteView body);
+    [[nodiscard]] DbAnswer update(int64_t recNo, ByteView body);
     /// dbOk for a live record, dbDeleted for a deleted one, which is read only when includeDeleted is set.
-    [[nodiscard]] int data(int64_t recNo, TableRecord& record, bool includeDeleted);
+    [[nodiscard]] DbAnswer data(int64_t recNo, TableRecord& record, bool includeDeleted);
     /// Whether the record is live or deleted.
-    [[nodiscard]] int state(int64_t recNo);
+    [[nodiscard]] DbAnswer state(int64_t recNo);
     /// Sets the deleted flag.
-    [[nodiscard]] int remove(int64_t recNo);
+    [[nodiscard]] DbAnswer remove(int64_t recNo);
     /// Number of the first record; dbNoRecord when there is none.
-    [[nodiscard]] int top(int64_t& recNo);
+    [[nodiscard]] DbAnswer top(int64_t& recNo);
     /// Number of the record behind recNo; dbNoRecord after the last one.
-    [[nodiscard]] int next(int64_t recNo, int64_t& following);
+    [[nodiscard]] DbAnswer next(int64_t recNo, int64_t& following);
 
     [[nodiscard]] int numIndexes() const { return numIdx_; }
     [[nodiscard]] const IndexDesc* descs() const { return descs_.data(); }

@@ -1,8 +1,8 @@
 #include "db/db_config.h"
+#include "misc/exceptions.h"
 
 #include <algorithm>
 #include <array>
-#include <stdexcept>
 
 namespace crv {
 
@@ -38,7 +38,7 @@ void DbConfig::setType(const std::string& type) {
     if (std::find(kInds.begin(), kInds.end(), type) == kInds.end()) {
         std::string text = "Niepoprawna wartosc parametru konfiguracyjnego: dbType. Dopuszczalne wartosci to: ";
         for (const std::string_view kind : kInds) text.append(kind).append(kind == kInds.back() ? "" : ", ");
-        throw std::runtime_error(text);
+        throw StoreError(StoreCause::Refused, text);
     }
     type_ = type;
 }
@@ -52,7 +52,7 @@ void DbConfig::load(RwCfgStrValue& source) {
 }
 
 void DbConfig::save(RwCfgStrValue& target) const {
-    if (type_.empty()) throw std::runtime_error("Parametr: " + std::string(kTypeKey) + " nie istnieje");
+    if (type_.empty()) throw StoreError(StoreCause::NotFound, "Parametr: " + std::string(kTypeKey) + " nie istnieje");
     target.write(std::string(kTypeKey), type_);
     for (const Setting& s : kSettings) {
         if (!(this->*s.value).empty()) target.write(std::string(s.key), this->*s.value);

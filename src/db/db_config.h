@@ -33,13 +33,13 @@ class DbConfig {
   public:
     /// Empty for a profile that names no database.
     [[nodiscard]] const std::string& type() const { return type_; }
-    /// Throws std::runtime_error "Niepoprawna wartosc parametru konfiguracyjnego: dbType. Dopuszczalne wartosci to: "
+    /// Throws StoreError "Niepoprawna wartosc parametru konfiguracyjnego: dbType. Dopuszczalne wartosci to: "
     /// and the kinds for a kind that is not one of dbKinds().
     void setType(const std::string& type);
 
     /// Reads all settings, replacing the old ones. Throws like setType.
     void load(RwCfgStrValue& source);
-    /// Writes "dbtype" first, then the settings that are not empty. Throws std::runtime_error
+    /// Writes "dbtype" first, then the settings that are not empty. Throws StoreError
     /// "Parametr: dbtype nie istnieje" when there is no type.
     void save(RwCfgStrValue& target) const;
 

@@ -1,7 +1,6 @@
 #include "db/db_lock.h"
 
 #include <array>
-#include <stdexcept>
 #include <utility>
 
 #include "misc/bytes.h"
@@ -126,9 +125,9 @@ DbGuard::DbGuard(DbLock& lock, int mode) : lock_(&lock) {
         case DbLock::Result::Ok:
             return;
         case DbLock::Result::NotHad:
-            throw std::runtime_error("FileSemaphore::p: blad zajecia semafora");
+            throw StoreError(StoreCause::NotLocked, "FileSemaphore::p: blad zajecia semafora");
         case DbLock::Result::NeedsMending:
-            throw std::runtime_error("Baza danych wymaga naprawy: " + lock.path());
+            throw StoreError(StoreCause::NeedsMending, "Baza danych wymaga naprawy: " + lock.path());
     }
 }
 

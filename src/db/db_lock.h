@@ -80,7 +80,7 @@ class DbLock {
     bool spoilt_ = false;
 };
 
-/// Holds a database lock for a scope. The constructor throws std::runtime_error: "FileSemaphore::p: blad zajecia
+/// Holds a database lock for a scope. The constructor throws StoreError: "FileSemaphore::p: blad zajecia
 /// semafora", or "Baza danych wymaga naprawy: " and the path of the lock file.
 class DbGuard {
   public:

@@ -47,7 +47,7 @@ std::string_view IndexBuilder::keep(std::string_view key) {
     return {to, key.size()};
 }
 
-int IndexBuilder::add(std::span<const std::string_view> keys, int64_t recNo) {
+DbAnswer IndexBuilder::add(std::span<const std::string_view> keys, int64_t recNo) {
     if (!index_->keysFit(keys)) return kDbError;
     try {
         for (size_t i = 0; i < keys.size(); ++i) entries_[i].push_back({keep(keyText(keys[i])), recNo, 0});
@@ -72,7 +72,7 @@ void IndexBuilder::sort(std::span<Entry> entries, size_t depth) {
     }
 }
 
-int IndexBuilder::finish() {
+DbAnswer IndexBuilder::finish() {
     bool done = true;
     try {
         for (int i = 0; done && i < index_->numIndexes(); ++i) done = writeTree(i);

@@ -19,9 +19,9 @@ class IndexBuilder {
     explicit IndexBuilder(IndexFile& index) : index_(&index), entries_(static_cast<size_t>(index.numIndexes())) {}
 
     /// Adds a record under keys[i] in each index i; numbers ascend. dbError for a key that does not fit into its slot.
-    [[nodiscard]] int add(std::span<const std::string_view> keys, int64_t recNo);
+    [[nodiscard]] DbAnswer add(std::span<const std::string_view> keys, int64_t recNo);
     /// Writes all indexes and empties the builder.
-    [[nodiscard]] int finish();
+    [[nodiscard]] DbAnswer finish();
 
   private:
     struct Entry {

@@ -17,12 +17,12 @@ constexpr size_t kMaxDepth = 64;
 
 }  // namespace
 
-int IndexFile::bad() {
+DbAnswer IndexFile::bad() {
     setStatus(FileStatus::BadMagic);
     return kDbError;
 }
 
-int IndexFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
+DbAnswer IndexFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
     VTEST(idxNumb <= MAX_INDEX, kPlace);
     drop();
     numIdx_ = idxNumb;
@@ -44,7 +44,7 @@ int IndexFile::create(const std::string& path, int idxNumb, const IndexDesc* des
     return made ? kDbOk : kDbError;
 }
 
-int IndexFile::open(const std::string& path) {
+DbAnswer IndexFile::open(const std::string& path) {
     if (!File::open(path)) return drop(), setStatus(FileStatus::IoFailure), kDbError;
     Head head;
     if (!readAt(0, head.data(), head.size())) return drop(), setStatus(FileStatus::IoFailure), kDbError;
@@ -251,7 +251,7 @@ bool IndexFile::keysFit(std::span<const std::string_view> keys) const {
     return true;
 }
 
-int IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo) {
+DbAnswer IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo) {
     if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     if (!keysFit(keys)) return kDbError;
     if (halfWritten_) return bad();
@@ -273,7 +273,7 @@ int IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo) {
     return kDbError;
 }
 
-int IndexFile::flush() {
+DbAnswer IndexFile::flush() {
     if (halfWritten_) return bad();
     if (dirty_.empty() && encodeHead() == head_) return kDbOk;
     return writeChanges() ? kDbOk : kDbError;
@@ -312,7 +312,7 @@ void IndexFile::forgetChanges() {
 }
 
 /// Puts the cursor on the first or last entry of a leaf.
-int IndexFile::land(int64_t position, bool atEnd) {
+DbAnswer IndexFile::land(int64_t position, bool atEnd) {
     if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     Index& index = indexes_[current_];
     if (position == kNowhere) return kDbNoRecord;
@@ -323,15 +323,15 @@ int IndexFile::land(int64_t position, bool atEnd) {
     return kDbOk;
 }
 
-int IndexFile::top() {
+DbAnswer IndexFile::top() {
     return land(indexes_[current_].first, false);
 }
 
-int IndexFile::bottom() {
+DbAnswer IndexFile::bottom() {
     return land(indexes_[current_].last, true);
 }
 
-int IndexFile::seek(std::string_view key) {
+DbAnswer IndexFile::seek(std::string_view key) {
     if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     Index& index = indexes_[current_];
     if (index.root == kNowhere) return kDbNoRecord;
@@ -344,7 +344,7 @@ int IndexFile::seek(std::string_view key) {
     return leaf->key(p) == keyText(key) ? kDbOk : kDbGreater;
 }
 
-int IndexFile::skip(int n) {
+DbAnswer IndexFile::skip(int n) {
     if (n != 1 && n != -1) return kDbError;
     if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     Index& index = indexes_[current_];
@@ -356,7 +356,7 @@ int IndexFile::skip(int n) {
     return land(n > 0 ? leaf->next : leaf->prev, n < 0);
 }
 
-int IndexFile::data(std::string& key, int64_t& recNo) {
+DbAnswer IndexFile::data(std::string& key, int64_t& recNo) {
     if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     const Index& index = indexes_[current_];
     if (index.cursor.page == kNowhere) return kDbNoRecord;

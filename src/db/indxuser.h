@@ -24,8 +24,8 @@ namespace crv {
 class IndexFile : public File {
   public:
     /// Makes the file with empty indexes and closes it. More than MAX_INDEX descriptions fail an assertion.
-    [[nodiscard]] int create(const std::string& path, int idxNumb, const IndexDesc* descs);
-    [[nodiscard]] int open(const std::string& path);
+    [[nodiscard]] DbAnswer create(const std::string& path, int idxNumb, const IndexDesc* descs);
+    [[nodiscard]] DbAnswer open(const std::string& path);
     /// Ends the use; descriptor and pages stay for the next open(). Changes not yet flushed are lost.
     void close();
     /// Forgets the kept descriptor and pages too.
@@ -37,18 +37,18 @@ class IndexFile : public File {
 
     /// Adds recNo under keys[i] to each index i; the cursors rest on the new entries. dbError also for a key that does
     /// not fit into its slot, and then nothing has changed.
-    [[nodiscard]] int insert(std::span<const std::string_view> keys, int64_t recNo);
+    [[nodiscard]] DbAnswer insert(std::span<const std::string_view> keys, int64_t recNo);
     /// Cursor on the first entry whose key is not below the given one: dbOk when equal, dbGreater; dbNoRecord with
     /// the cursor on the last entry when all keys are below.
-    [[nodiscard]] int seek(std::string_view key);
-    [[nodiscard]] int top();
-    [[nodiscard]] int bottom();
+    [[nodiscard]] DbAnswer seek(std::string_view key);
+    [[nodiscard]] DbAnswer top();
+    [[nodiscard]] DbAnswer bottom();
     /// One entry on (+1) or back (-1); at the end dbNoRecord, and the cursor stays.
-    [[nodiscard]] int skip(int n);
+    [[nodiscard]] DbAnswer skip(int n);
     /// Whether there is a key for each index, each shorter than its slot.
     [[nodiscard]] bool keysFit(std::span<const std::string_view> keys) const;
     /// Key and record number at the cursor.
-    [[nodiscard]] int data(std::string& key, int64_t& recNo);
+    [[nodiscard]] DbAnswer data(std::string& key, int64_t& recNo);
 
     struct Cursor {
         int64_t page = kNowhere;
@@ -63,7 +63,7 @@ class IndexFile : public File {
     /// While on, changed pages stay in memory and are written in large steps and by flush(). For files that count
     /// only when they are complete, and for changes under a mark. A failure while on loses all that was not written.
     void deferWrites(bool on) { deferred_ = on; }
-    [[nodiscard]] int flush();
+    [[nodiscard]] DbAnswer flush();
 
     // For the checker.
     struct Root {
@@ -110,8 +110,8 @@ class IndexFile : public File {
     [[nodiscard]] bool writeChanges();
     void forgetChanges();
     void loseChanges();
-    [[nodiscard]] int land(int64_t page, bool atEnd);
-    int bad();
+    [[nodiscard]] DbAnswer land(int64_t page, bool atEnd);
+    DbAnswer bad();
 
     int numIdx_ = 0;
     int64_t insertions_ = 0;

@@ -20,6 +20,7 @@ using namespace data_format;
 
 namespace {
 
+/// Pieces overlap by an octet less than a magic, so none is cut in two.
 constexpr size_t kSearchPiece = 64 * 1024;
 constexpr std::string_view kMagicOctets{"\x21\x43\x34\x12\0\0\0\0", 8};
 
@@ -29,6 +30,7 @@ bool headAt(DataFile& file, int64_t position, RecordHead& head) {
            file.readAt(position, octets.data(), octets.size()) && file.decodeHead(octets.data(), position, head);
 }
 
+/// A certificate may hold the octets of a magic and more of a head; that another record follows, too, is no accident.
 bool recordAt(DataFile& file, int64_t position) {
     RecordHead head, after;
     if (!headAt(file, position, head)) return false;
@@ -108,7 +110,7 @@ class IndexMaker {
         return copied_;
     }
 
-    /// The insertion count never falls, as far as the old one can still be read.
+    /// The insertion count never falls, as far as the old one can still be read: others tell by it that a file changed.
     bool keepCountGrowing() {
         IndexFile old;
         if (old.open(name_ + kIndexExtension) == kDbOk) {
@@ -156,10 +158,12 @@ bool remakeIndexes(const std::string& name, MendExtent extent, int& lost) {
 }
 
 bool mendTable(const std::string& name) {
+    // Only a mark "swapping" makes "#" files count, so whatever is there is the rest of another time.
     discardRebuilt(name);
     IndexMaker maker(name, MendExtent::AfterCrash);
     bool made = maker.run();
     if (!made && maker.noRoom()) {
+        // The mark is set, so nobody believes the old index any more, and the data file has all that is in it.
         discardRebuilt(name);
         fileOps().unlink(name + kIndexExtension);
         made = IndexMaker(name, MendExtent::AfterCrash).run();

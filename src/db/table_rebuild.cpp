@@ -3,7 +3,6 @@
 #include <array>
 #include <utility>
 
-#include "db/database.h"
 #include "db/table_mend.h"
 #include "misc/atomic_write.h"
 #include "misc/file_ops.h"
@@ -88,6 +87,19 @@ bool TableRebuild::finish() {
 
 bool TableRebuild::swap() {
     return keep_ && swapRebuilt(name_);
+}
+
+DbAnswer rebuildTable(DataBase& table, const std::string& name) {
+    table.close();
+    DbLock* lock = table.lock();
+    if (name.empty() || name.size() > DataBase::kMaxName || (lock && !lock->beginChange())) return kDbError;
+    TableRebuild copy(name);
+    if (!copy.begin() || !copy.copyAll() || !copy.finish()) return kDbError;
+    if (lock && !lock->setMark(DbMark::Swapping, {name.substr(name.rfind('/') + 1)})) return kDbError;
+    copy.keep();
+    if (copy.swap()) return kDbOk;
+    if (lock) lock->spoil();
+    return kDbError;
 }
 
 }  // namespace crv

@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "db/data_scan.h"
+#include "db/database.h"
 #include "db/index_builder.h"
 
 namespace crv {
@@ -58,5 +59,10 @@ class TableRebuild {
     std::optional<IndexBuilder> builder_;
     bool keep_ = false;
 };
+
+/// Compacts the table of that name, closing the object that it is used through, under whose lock this happens: live
+/// records are copied to files whose name ends in "#", which then take the places of the old ones. Record numbers
+/// change. dbError, with the old files untouched, when the copy fails.
+[[nodiscard]] DbAnswer rebuildTable(DataBase& table, const std::string& name);
 
 }  // namespace crv

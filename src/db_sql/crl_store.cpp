@@ -1,7 +1,6 @@
 #include "db_sql/crl_store.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "asn/known_oids.h"
 #include "asn/x509/signed_cert_rev_list.h"
@@ -80,7 +79,7 @@ CrlIndex CrlStore::readIndex() {
     const bool sound = index.readExactly(loadIndex()) && std::ranges::all_of(index, [](const CrlIndexEntry& row) {
                            return row.fileNumber() > 0 && row.fileNumber() <= kMostFiles;
                        });
-    if (!sound) throw std::runtime_error("Niepoprawny format indeksu list CRL");
+    if (!sound) throw StoreError(StoreCause::Damaged, "Niepoprawny format indeksu list CRL");
     return index;
 }
 
@@ -161,7 +160,7 @@ Bytes DbCrlCrv::loadCrl(long number) {
 void DbCrlCrv::save(long number, ByteView index, ByteView der) {
     try {
         files_.write(number, index, der);
-    } catch (const std::runtime_error&) {
+    } catch (const StoreError&) {
         dropDamaged(number, index);
         throw;
     }

@@ -92,21 +92,13 @@ bool CrtDb::insertMany(const Source& next, const Progress& progress, const Refus
     return true;
 }
 
-bool CrtDb::findBySerNum(CrtItemList& list, const ASNinteger& serialNumber) {
-    return manager_->findCertsBySerNumHash(list, serNumHash(serialNumber));
-}
-
 bool CrtDb::findBySubject(CrtItemList& list, const DistinguishedName& subject) {
     return manager_->findCertsBySbjDnHash(list, dnHash(subject));
 }
 
-bool CrtDb::findByEmail(CrtItemList& list, const std::string& email) {
-    return manager_->findCertsBySbjDnFld(list, kDnEmail, email);
-}
-
 bool CrtDb::findByIssuerAndSerNum(CrtItemList& list, const DistinguishedName& issuer, const ASNinteger& serialNumber) {
     const size_t first = list.size();
-    if (!findBySerNum(list, serialNumber)) return false;
+    if (!manager_->findCertsBySerNumHash(list, serNumHash(serialNumber))) return false;
     keepIf(list, first, [&](const SignedCertificate& certificate) { return certificate.issuer() == issuer; });
     return true;
 }

@@ -47,9 +47,7 @@ class CrtDb {
     bool insertMany(const Source& next, const Progress& progress, const Refused& refused, ImportProgress& done);
     static constexpr std::chrono::milliseconds kSliceTime{200};
 
-    bool findBySerNum(CrtItemList& list, const ASNinteger& serialNumber);
     bool findBySubject(CrtItemList& list, const DistinguishedName& subject);
-    bool findByEmail(CrtItemList& list, const std::string& email);
     bool findByIssuerAndSerNum(CrtItemList& list, const DistinguishedName& issuer, const ASNinteger& serialNumber);
     bool findBySubjectAndKeyId(CrtItemList& list, const DistinguishedName& subject, ByteView keyId);
     /// Certificates of the subject whose keyUsage has all these bits (KeyUsage::Bit as a mask, bit 0 the first) or is

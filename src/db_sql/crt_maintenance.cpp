@@ -4,7 +4,6 @@
 #include <memory>
 #include <optional>
 #include <span>
-#include <stdexcept>
 
 #include "db/data_scan.h"
 #include "db/table_rebuild.h"
@@ -12,6 +11,7 @@
 #include "db_sql/crt_table_set.h"
 #include "db_sql/dangling_records.h"
 #include "db_sql/no_oop.h"
+#include "misc/exceptions.h"
 #include "misc/logger.h"
 
 namespace crv {
@@ -21,7 +21,7 @@ namespace {
 using Tb = CrtTableSet::Tb;
 
 void check(bool done) {
-    if (!done) throw std::runtime_error("Blad bazy danych");
+    if (!done) throw StoreError(StoreCause::Failed, "Blad bazy danych");
 }
 
 /// Shows every live record of a data file.
@@ -38,6 +38,7 @@ void dropDangling(CrtTableSet& tables, const std::string& directory) {
     for (const Tb side : CrtTableSet::kSides) {
         std::vector<int64_t> records;
         check(dangling.find(*CrtTableSet::kLayouts[side], records));
+        // By record number: the id in a damaged key leads nowhere, so a look-up through the index would pass it by.
         for (const int64_t recNo : records) check(tables[side].dataFile().remove(recNo) == kDbOk);
         if (!records.empty()) tables.noteChange(side);
     }
@@ -65,6 +66,7 @@ void completeCrt(CrtTableSet& tables, int64_t id) {
 
 /// Certificates whose insertion failed half-way lack their addIdx record, which is the last one written.
 void completeUnfinished(const std::string& directory, DbLock& lock) {
+    // Its own objects, which end before the tables are copied: the copy must see everything in the files.
     CrtTableSet tables(directory);
     tables.bindLock(&lock);
     const std::vector<int64_t> ids = openAll(tables);
@@ -111,6 +113,7 @@ class Compaction {
     }
 
     void swap(DbLock& lock) {
+        // One mark for all four: side tables with the new ids beside certificates with the old ones would find others.
         check(lock.setMark(DbMark::Swapping, names_));
         for (const auto& rebuild : rebuilds_) rebuild->keep();
         const bool swapped = std::ranges::all_of(rebuilds_, [](const auto& rebuild) { return rebuild->swap(); });
@@ -129,6 +132,7 @@ class Compaction {
         std::string idKey;
         check(rebuilds_[side]->copy(
             [&](const DataScan&, std::span<std::string_view> keys) {
+                // The id is a key of the record itself, so the copy gets another one.
                 const std::optional<int64_t> old = recNoDecode(keys[0]);
                 const std::optional<int64_t> id = old ? newId(*old) : std::nullopt;
                 if (!id) return false;

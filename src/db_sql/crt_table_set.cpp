@@ -1,7 +1,6 @@
 #include "db_sql/crt_table_set.h"
 
 #include <algorithm>
-#include <stdexcept>
 #include <utility>
 
 #include "db_sql/dn_fld.h"
@@ -22,11 +21,12 @@ void CrtTableSet::bindLock(DbLock* lock) {
 
 void CrtTableSet::open(Tb table, bool forChange) {
     changed_[table] = false;
-    if (tables_[table].open(path(table)) != kDbOk) throw std::runtime_error(std::string(kLayouts[table]->openError));
+    if (tables_[table].open(path(table)) != kDbOk)
+        throw StoreError(StoreCause::NotOpened, std::string(kLayouts[table]->openError));
     tables_[table].deferWrites(forChange);
 }
 
-bool CrtTableSet::returnCode(int answer) {
+bool CrtTableSet::returnCode(DbAnswer answer) {
     switch (answer) {
         case kDbOk:
             return true;
@@ -35,9 +35,19 @@ bool CrtTableSet::returnCode(int answer) {
         case kDbGreater:
             return false;
         case kDbError:
-            throw std::runtime_error("Blad bazy danych");
+            throw StoreError(StoreCause::Failed, "Blad bazy danych");
         default:
             failAssertion("0", "src/db_sql/db_crt_crv", __LINE__);
+    }
+}
+
+void CrtTableSet::forEachEqual(Tb table, int index, std::string_view key, const Visit& visit) {
+    DataBase& in = tables_[table];
+    in.selectIndex(index);
+    TableRecord record;
+    for (bool found = returnCode(in.seek(key)); found; found = returnCode(in.skip(1))) {
+        if (!returnCode(in.data(record)) || record.keys[static_cast<size_t>(index)] != keyText(key)) return;
+        if (!visit(record)) return;
     }
 }
 
@@ -52,7 +62,8 @@ void CrtTableSet::insertInto(Tb table, std::initializer_list<std::string_view> k
                              const char* failure) {
     int64_t recNo = 0;
     noteChange(table);
-    if (tables_[table].insert({keys.begin(), keys.size()}, body, recNo) != kDbOk) throw std::runtime_error(failure);
+    if (tables_[table].insert({keys.begin(), keys.size()}, body, recNo) != kDbOk)
+        throw StoreError(StoreCause::Failed, failure);
 }
 
 void CrtTableSet::insertSide(const std::string& idKey, const CrtRecord& record) {
@@ -79,14 +90,12 @@ int64_t CrtTableSet::insertCrt(const CrtRecord& record) {
 }
 
 bool CrtTableSet::sideHas(Tb table, const std::string& idKey, std::string_view second) {
-    DataBase& side = tables_[table];
-    side.selectIndex(kDnByRecId);
-    TableRecord record;
-    for (bool found = returnCode(side.seek(idKey)); found; found = returnCode(side.skip(1))) {
-        if (!returnCode(side.data(record)) || record.keys[0] != idKey) return false;
-        if (second.empty() || record.keys[1] == keyText(second)) return true;
-    }
-    return false;
+    bool found = false;
+    forEachEqual(table, kDnByRecId, idKey, [&](const TableRecord& record) {
+        found = second.empty() || record.keys[1] == keyText(second);
+        return !found;
+    });
+    return found;
 }
 
 void CrtTableSet::completeSide(int64_t id, const CrtRecord& record) {
@@ -113,7 +122,7 @@ void CrtTableSet::finishChange(bool sync) {
     for (size_t table = 0; table < kCount; ++table) {
         if (!changed_[table]) continue;
         const bool done = (sync ? tables_[table].sync() : tables_[table].endBatch()) == kDbOk;
-        if (!done) throw std::runtime_error("Blad bazy danych");
+        if (!done) throw StoreError(StoreCause::Failed, "Blad bazy danych");
     }
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -12,7 +13,7 @@
 
 namespace crv {
 
-/// The tables of a database directory and the records of a certificate in them. Failures are std::runtime_error with
+/// The tables of a database directory and the records of a certificate in them. Failures are StoreError with
 /// the text of the step that failed. The caller holds the lock.
 class CrtTableSet {
   public:
@@ -39,8 +40,11 @@ class CrtTableSet {
 
     /// The mapping of every answer: true for a success, false when there is no (further) record. 0 throws "Blad bazy
     /// danych", what is no answer fails an assertion.
-    [[nodiscard]] static bool returnCode(int answer);
+    [[nodiscard]] static bool returnCode(DbAnswer answer);
 
+    /// Shows each live record with that key, first to last, until the visitor answers false; the cursor rests on it.
+    using Visit = std::function<bool(TableRecord& record)>;
+    void forEachEqual(Tb table, int index, std::string_view key, const Visit& visit);
     /// Reads the live certificate with that record number; false when it is gone.
     [[nodiscard]] bool readCrt(int64_t id, Bytes& der);
     void insertInto(Tb table, std::initializer_list<std::string_view> keys, ByteView body, const char* failure);

@@ -1,11 +1,12 @@
 #include "db_sql/db_connection.h"
 
+#include <algorithm>
 #include <array>
-#include <stdexcept>
 
 #include "db_sql/crt_maintenance.h"
 #include "db_sql/db_crt_crv.h"
 #include "db_sql/db_mem.h"
+#include "misc/exceptions.h"
 #include "misc/logger.h"
 
 namespace crv {
@@ -21,7 +22,7 @@ DbMem::DbMem(const std::string& name) {
 namespace {
 
 [[noreturn]] void refuse() {
-    throw std::runtime_error("Profil nie ma bazy danych");
+    throw StoreError(StoreCause::Refused, "Profil nie ma bazy danych");
 }
 
 /// Never holds anything.
@@ -94,27 +95,25 @@ class CrvConnection final : public DbConnection {
     SrvCrv srvs_;
 };
 
+constexpr std::array<ConnFactory, 3> kConnFactories{{
+    // CrvConnFactory: files in the directory that the settings name
+    {kDbKindFile,
+     [](const DbConfig& config) -> std::unique_ptr<DbConnection> {
+         return std::make_unique<CrvConnection>(config.db);
+     }},
+    // MemConnFactory: memory shared by the name in the settings
+    {kDbKindMemory,
+     [](const DbConfig& config) -> std::unique_ptr<DbConnection> { return std::make_unique<DbMem>(config.dbName); }},
+    // NoneConnFactory: counts as created, finds nothing, refuses insertions
+    {kDbKindNone, [](const DbConfig&) -> std::unique_ptr<DbConnection> { return std::make_unique<NoneConnection>(); }},
+}};
+
 }  // namespace
 
-std::unique_ptr<DbConnection> CrvConnFactory::connect(const DbConfig& config) const {
-    return std::make_unique<CrvConnection>(config.db);
-}
-
-std::unique_ptr<DbConnection> MemConnFactory::connect(const DbConfig& config) const {
-    return std::make_unique<DbMem>(config.dbName);
-}
-
-std::unique_ptr<DbConnection> NoneConnFactory::connect(const DbConfig&) const {
-    return std::make_unique<NoneConnection>();
-}
-
 const ConnFactory& connFactory(const DbConfig& config) {
-    static const CrvConnFactory files;
-    static const MemConnFactory memory;
-    static const NoneConnFactory none;
-    if (config.type() == kDbKindFile) return files;
-    if (config.type() == kDbKindMemory) return memory;
-    return config.type().empty() && !config.db.empty() ? static_cast<const ConnFactory&>(files) : none;
+    const std::string_view unnamed = config.db.empty() ? kDbKindNone : kDbKindFile;
+    const std::string_view kind = config.type().empty() ? unnamed : std::string_view{config.type()};
+    return *std::ranges::find(kConnFactories, kind, &ConnFactory::dbType);  // DbConfig admits no other kind
 }
 
 }  // namespace crv

@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "db/db_config.h"
 #include "db_sql/crl_store.h"
@@ -30,32 +31,9 @@ class DbConnection {
 };
 
 /// Makes connections of one kind.
-class ConnFactory {
-  public:
-    ConnFactory() = default;
-    virtual ~ConnFactory() = default;
-    ConnFactory(const ConnFactory&) = delete;
-    ConnFactory& operator=(const ConnFactory&) = delete;
-
-    [[nodiscard]] virtual std::unique_ptr<DbConnection> connect(const DbConfig& config) const = 0;
-};
-
-/// Files in the directory that the settings name.
-class CrvConnFactory final : public ConnFactory {
-  public:
-    [[nodiscard]] std::unique_ptr<DbConnection> connect(const DbConfig& config) const override;
-};
-
-/// Memory shared by the name in the settings.
-class MemConnFactory final : public ConnFactory {
-  public:
-    [[nodiscard]] std::unique_ptr<DbConnection> connect(const DbConfig& config) const override;
-};
-
-/// No database: counts as created, finds nothing, refuses insertions.
-class NoneConnFactory final : public ConnFactory {
-  public:
-    [[nodiscard]] std::unique_ptr<DbConnection> connect(const DbConfig& config) const override;
+struct ConnFactory {
+    std::string_view dbType;  ///< the kind, as the settings name it
+    std::unique_ptr<DbConnection> (*connect)(const DbConfig& config);
 };
 
 /// The factory of the settings' kind. Settings without a kind mean files when they name a directory, else no database.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
-#include <stdexcept>
 
 #include "db_sql/db_layout.h"
 #include "misc/byte_order.h"
@@ -52,7 +51,7 @@ int checkIntegrity(const std::string& file, const std::string& tag) {
     Bytes expected;
     try {
         expected = readFile(tag, kTagOctets + 1);
-    } catch (const std::runtime_error&) {
+    } catch (const StoreError&) {
         // A tag that is there but longer than the limit is a wrong tag, not a missing one.
         struct stat info {};
         return fileOps().stat(tag, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > static_cast<off_t>(kTagOctets)
@@ -105,7 +104,8 @@ int CrlFileGuard::checkCrl(long n) const {
 void CrlFileGuard::checkIndexOrRollback(long n) {
     if (checkIndex() != 1) return;
     rollback(n);
-    throw std::runtime_error("Naruszona integralność bazy CRL (plik indeksu CRL-i). Wykonano operację restore");
+    throw StoreError(StoreCause::Damaged,
+                     "Naruszona integralność bazy CRL (plik indeksu CRL-i). Wykonano operację restore");
 }
 
 void CrlFileGuard::write(long n, ByteView index, ByteView crl) {
@@ -115,7 +115,8 @@ void CrlFileGuard::write(long n, ByteView index, ByteView crl) {
             break;
         case 1:
             rollback(n);
-            throw std::runtime_error("Naruszona integralność bazy CRL (plik CRL). Wykonano operację restore");
+            throw StoreError(StoreCause::Damaged,
+                             "Naruszona integralność bazy CRL (plik CRL). Wykonano operację restore");
         case 2:
             break;
         default:

@@ -27,7 +27,7 @@ class CrlFileGuard {
     void create();
 
     /// Stores CRL number n (1 and up) with the index that names it. The file of number n - 1 and the index are checked
-    /// against their tags first; a damaged one is rolled back and the call fails with std::runtime_error: "Naruszona
+    /// against their tags first; a damaged one is rolled back and the call fails with StoreError: "Naruszona
     /// integralność bazy CRL (plik CRL). Wykonano operację restore" or "... (plik indeksu CRL-i) ...".
     void write(long n, ByteView index, ByteView crl);
     /// Replaces the index alone, after the same check of the index.

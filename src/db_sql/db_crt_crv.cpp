@@ -3,15 +3,22 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
-#include <stdexcept>
 #include <utility>
 
 #include "db_sql/crt_keys.h"
 #include "db_sql/crt_maintenance.h"
 #include "db_sql/no_oop.h"
+#include "misc/exceptions.h"
 #include "misc/whole_file.h"
 
 namespace crv {
+
+namespace {
+
+/// Certificates of one serial number that are compared octet for octet before the hash is asked.
+constexpr int kMostOfOneSerial = 64;
+
+}  // namespace
 
 /// The scope of one operation: the lock and the tables that it works on. When what a failure left in memory cannot be
 /// written at the end, the mark stays and the next user of the database mends it.
@@ -49,14 +56,10 @@ DbCrtCrv::DbCrtCrv(std::string directory, DbLock& lock)
 
 void DbCrtCrv::findInCrtTb(CrtItemList& list, CrtIndex index, ByteView digest) {
     const Use use(*this, kSharedLock, {Tb::kCrt});
-    const std::string key = codeDigest(digest);
-    DataBase& crt = tables_[Tb::kCrt];
-    crt.selectIndex(index);
-    TableRecord record;
-    for (bool found = tables_.returnCode(crt.seek(key)); found; found = tables_.returnCode(crt.skip(1))) {
-        if (!tables_.returnCode(crt.data(record)) || record.keys[static_cast<size_t>(index)] != key) break;
-        insertCrtItem(list, crt.recNo(), std::move(record.body));
-    }
+    tables_.forEachEqual(Tb::kCrt, index, codeDigest(digest), [&](TableRecord& record) {
+        insertCrtItem(list, tables_[Tb::kCrt].recNo(), std::move(record.body));
+        return true;
+    });
 }
 
 void DbCrtCrv::findCertsBySerNumHash(CrtItemList& list, ByteView digest) {
@@ -72,15 +75,12 @@ void DbCrtCrv::findCertsBySbjDnHash(CrtItemList& list, ByteView digest) {
 void DbCrtCrv::join(CrtItemList& list, Tb side, int index, std::string_view key,
                     const std::function<bool(ByteView der)>& accept) {
     const Use use(*this, kSharedLock, {side, Tb::kCrt});
-    DataBase& table = tables_[side];
-    table.selectIndex(index);
-    TableRecord record;
-    for (bool found = tables_.returnCode(table.seek(key)); found; found = tables_.returnCode(table.skip(1))) {
-        if (!tables_.returnCode(table.data(record)) || record.keys[static_cast<size_t>(index)] != keyText(key)) break;
+    tables_.forEachEqual(side, index, key, [&](const TableRecord& record) {
         const std::optional<int64_t> id = recNoDecode(record.keys[0]);
         Bytes der;
         if (id && tables_.readCrt(*id, der) && accept(der)) insertCrtItem(list, *id, std::move(der));
-    }
+        return true;
+    });
 }
 
 void DbCrtCrv::findCertsByKeyIdHash(CrtItemList& list, ByteView keyId) {
@@ -110,33 +110,27 @@ void DbCrtCrv::findCaCerts(CrtItemList& list) {
 
 /// The same by the certificate's hash.
 int64_t DbCrtCrv::findByHash(const CrtRecord& record) {
-    const std::string_view key = asText(record.crtHash);
-    DataBase& table = tables_[Tb::kAddIdx];
-    table.selectIndex(kAddByCrtHash);
-    TableRecord side;
-    Bytes der;
-    for (bool found = tables_.returnCode(table.seek(key)); found; found = tables_.returnCode(table.skip(1))) {
-        if (!tables_.returnCode(table.data(side)) || side.keys[kAddByCrtHash] != keyText(key)) break;
+    int64_t same = 0;
+    tables_.forEachEqual(Tb::kAddIdx, kAddByCrtHash, asText(record.crtHash), [&](const TableRecord& side) {
         const int64_t id = recNoDecode(side.keys[kAddByRecId]).value_or(0);
-        if (id != 0 && tables_.readCrt(id, der) && std::ranges::equal(der, record.der)) return id;
-    }
-    return 0;
+        Bytes der;
+        if (id != 0 && tables_.readCrt(id, der) && std::ranges::equal(der, record.der)) same = id;
+        return same == 0;
+    });
+    return same;
 }
 
 /// Number of the record that holds exactly these octets, 0 when there is none. Where very many share the serial number
 /// the walk past them ends, and the hash decides.
 int64_t DbCrtCrv::findSame(const CrtRecord& record) {
-    const std::string key = codeDigest(record.serNumHash);
-    DataBase& crt = tables_[Tb::kCrt];
-    crt.selectIndex(kCrtBySerNum);
-    TableRecord stored;
-    int left = 64;
-    for (bool found = tables_.returnCode(crt.seek(key)); found; found = tables_.returnCode(crt.skip(1))) {
-        if (left-- == 0) return findByHash(record);
-        if (!tables_.returnCode(crt.data(stored)) || stored.keys[kCrtBySerNum] != key) break;
-        if (std::ranges::equal(stored.body, record.der)) return crt.recNo();
-    }
-    return 0;
+    int64_t same = 0;
+    int left = kMostOfOneSerial;
+    tables_.forEachEqual(Tb::kCrt, kCrtBySerNum, codeDigest(record.serNumHash), [&](const TableRecord& stored) {
+        if (left-- == 0) return false;
+        if (std::ranges::equal(stored.body, record.der)) same = tables_[Tb::kCrt].recNo();
+        return same == 0;
+    });
+    return left < 0 ? findByHash(record) : same;
 }
 
 /// The tables that the insertion of these records needs.
@@ -157,7 +151,7 @@ InsertResult DbCrtCrv::insertOne(const CrtRecord& record) {
 }
 
 InsertResult DbCrtCrv::insertCert(const CrtRecord& record) {
-    if (const std::string reason = refusalOf(record); !reason.empty()) throw std::runtime_error(reason);
+    if (const std::string reason = refusalOf(record); !reason.empty()) throw StoreError(StoreCause::Refused, reason);
     const Use use(*this, kExclusiveLock, tablesFor({&record, 1}));
     const InsertResult result = insertOne(record);
     tables_.finishChange(sync());
@@ -184,9 +178,9 @@ void DbCrtCrv::deleteCert(int64_t id, const std::optional<DbHash>& expected) {
     DataBase& crt = tables_[Tb::kCrt];
     Bytes der;
     const bool there = crt.setRec(id) == kDbOk && tables_.readCrt(id, der) && (!expected || *expected == crtHash(der));
-    if (!there) throw std::runtime_error("DbCrtCrv::deleteCert. Blad wywolania setRec");
+    if (!there) throw StoreError(StoreCause::NotFound, "DbCrtCrv::deleteCert. Blad wywolania setRec");
     tables_.noteChange(Tb::kCrt);
-    if (crt.remove() != kDbOk) throw std::runtime_error("DbCrtCrv::deleteCert. Blad usuniecia crtTb");
+    if (crt.remove() != kDbOk) throw StoreError(StoreCause::Failed, "DbCrtCrv::deleteCert. Blad usuniecia crtTb");
     for (const Tb side : CrtTableSet::kSides) tables_.removeSide(side, recNoEncode(id));
     tables_.finishChange(sync());
 }
@@ -198,7 +192,7 @@ bool DbCrtCrv::know(int64_t position) {
     DataFile& data = tables_[Tb::kCrt].dataFile();
     while (positions_.empty() || positions_.back() < position) {
         int64_t following = 0;
-        const int answer = positions_.empty() ? data.top(following) : data.next(positions_.back(), following);
+        const DbAnswer answer = positions_.empty() ? data.top(following) : data.next(positions_.back(), following);
         if (!tables_.returnCode(answer)) return false;
         positions_.push_back(following);
     }
@@ -234,8 +228,10 @@ void DbCrtCrv::backward(int64_t before, size_t count, const Visit& visit) {
 void DbCrtCrv::get(int64_t id, Bytes& der) {
     const Use use(*this, kSharedLock, {Tb::kCrt});
     TableRecord record;
-    if (tables_[Tb::kCrt].setRec(id) != kDbOk) throw std::runtime_error("DbCrtCrv::get: blad funkcji crtTb.setRec");
-    if (tables_[Tb::kCrt].data(record) != kDbOk) throw std::runtime_error("DbCrtCrv::get: blad funkcji crtTb.data");
+    if (tables_[Tb::kCrt].setRec(id) != kDbOk)
+        throw StoreError(StoreCause::NotFound, "DbCrtCrv::get: blad funkcji crtTb.setRec");
+    if (tables_[Tb::kCrt].data(record) != kDbOk)
+        throw StoreError(StoreCause::Failed, "DbCrtCrv::get: blad funkcji crtTb.data");
     der = std::move(record.body);
 }
 
@@ -283,12 +279,13 @@ void DbCrtCrv::makeNetCertTime() {
     if (table.open(tables_.path(Tb::kNetCertTime)) == kDbOk) return table.close();
     const TableLayout& layout = netCertTimeTb;
     if (table.create(tables_.path(Tb::kNetCertTime), layout.numIndexes, layout.descs.data()) != kDbOk) {
-        throw std::runtime_error(std::string(layout.createError));
+        throw StoreError(StoreCause::Failed, std::string(layout.createError));
     }
 }
 
 void DbCrtCrv::setNetCertTime(const std::string& name) {
-    if (name.size() > kMaxNetCertName) throw std::runtime_error("DbCrtCrv::setNetCertTime. Za dluga nazwa");
+    if (name.size() > kMaxNetCertName)
+        throw StoreError(StoreCause::Refused, "DbCrtCrv::setNetCertTime. Za dluga nazwa");
     const DbGuard guard(*lock_, kExclusiveLock);
     makeNetCertTime();
     const Use use(*this, kExclusiveLock, {Tb::kNetCertTime});
@@ -299,7 +296,7 @@ void DbCrtCrv::setNetCertTime(const std::string& name) {
     if (!tables_.returnCode(table.seek(name))) {
         tables_.insertInto(Tb::kNetCertTime, {name}, body, "DbCrtCrv::setNetCertTime. Blad zapisu do netCertTimeTb");
     } else if (table.update(body) != kDbOk) {
-        throw std::runtime_error("DbCrtCrv::setNetCertTime. Blad zapisu do netCertTimeTb");
+        throw StoreError(StoreCause::Failed, "DbCrtCrv::setNetCertTime. Blad zapisu do netCertTimeTb");
     }
     tables_.finishChange(sync());
 }

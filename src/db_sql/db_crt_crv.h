@@ -8,7 +8,7 @@
 namespace crv {
 
 /// Each operation takes the lock (shared for reading, exclusive for changes), opens the tables that it needs, and
-/// closes them. Descriptors and pages are kept from one operation to the next. Failures are std::runtime_error with the
+/// closes them. Descriptors and pages are kept from one operation to the next. Failures are StoreError with the
 /// text of the step that failed.
 class DbCrtCrv final : public CrtStore {
   public:

@@ -1,10 +1,10 @@
 #include "db_sql/db_crt_mem.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "db_sql/crt_keys.h"
 #include "db_sql/no_oop.h"
+#include "misc/exceptions.h"
 
 namespace crv {
 
@@ -19,15 +19,6 @@ std::string rawKey(ByteView octets) {
 }
 
 }  // namespace
-
-std::string refusalOf(const CrtRecord& record) {
-    if (record.email.size() > kMaxCrtEmail) return kTextEmailTooLong;
-    if (record.keyId.empty() || record.keyId.size() > kMaxCrtKeyId) {
-        return "DbCrtCrv::insertCert. Bledny identyfikator klucza w certyfikacie";
-    }
-    if (record.dnFlds.size() > kMaxCrtFields) return "DbCrtCrv::insertCert. Za duzo pol nazwy w certyfikacie";
-    return {};
-}
 
 template <class Look>
 bool DbCrtMem::anyOf(Key kind, const std::string& key, Look look) const {
@@ -72,7 +63,7 @@ bool DbCrtMem::holds(const std::string& serNumKey, ByteView der) const {
 }
 
 InsertResult DbCrtMem::insertCert(const CrtRecord& record) {
-    if (const std::string reason = refusalOf(record); !reason.empty()) throw std::runtime_error(reason);
+    if (const std::string reason = refusalOf(record); !reason.empty()) throw StoreError(StoreCause::Refused, reason);
     const std::string serNumKey = codeDigest(record.serNumHash);
     const std::scoped_lock guard(mutex_);
     if (holds(serNumKey, record.der)) return InsertResult::Present;
@@ -110,7 +101,7 @@ void DbCrtMem::deleteCert(int64_t id, const std::optional<DbHash>& expected) {
     const std::scoped_lock guard(mutex_);
     const auto crt = crts_.find(id);
     if (crt == crts_.end() || (expected && *expected != crtHash(crt->second.der)))
-        throw std::runtime_error("DbCrtMem::deleteCert. Brak certyfikatu");
+        throw StoreError(StoreCause::NotFound, "DbCrtMem::deleteCert. Brak certyfikatu");
     erase(crt);
 }
 
@@ -132,7 +123,7 @@ void DbCrtMem::backward(int64_t before, size_t count, const Visit& visit) {
 void DbCrtMem::get(int64_t id, Bytes& der) {
     const std::scoped_lock guard(mutex_);
     const auto crt = crts_.find(id);
-    if (crt == crts_.end()) throw std::runtime_error("DbCrtMem::get. Brak certyfikatu");
+    if (crt == crts_.end()) throw StoreError(StoreCause::NotFound, "DbCrtMem::get. Brak certyfikatu");
     der = crt->second.der;
 }
 

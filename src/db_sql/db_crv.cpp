@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <stdexcept>
 
 #include "db/database.h"
 #include "db/table_mend.h"
 #include "db/table_rebuild.h"
 #include "db_sql/dangling_records.h"
 #include "db_sql/db_crl_files.h"
+#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/path.h"
 #include "misc/whole_file.h"
@@ -29,7 +29,7 @@ bool accessible(const std::string& path, int mode) {
 }
 
 [[noreturn]] void refuseCreation() {
-    throw std::runtime_error("DbCrv::create. Blad tworzenia katalogu baz danych");
+    throw StoreError(StoreCause::Failed, "DbCrv::create. Blad tworzenia katalogu baz danych");
 }
 
 }  // namespace
@@ -48,13 +48,13 @@ bool buildDBDirectory(const std::string& path, std::string& directory) {
 }
 
 void copyDbFile(const std::string& from, const std::string& to) {
-    if (!fileExists(from)) throw std::runtime_error("readFile(): Blad otwarcia bliku: " + from);
-    if (!copyFile(from, to)) throw std::runtime_error("writeFile: blad zapisy pliku");
+    if (!fileExists(from)) throw StoreError(StoreCause::NotOpened, "readFile(): Blad otwarcia bliku: " + from);
+    if (!copyFile(from, to)) throw StoreError(StoreCause::Failed, "writeFile: blad zapisy pliku");
 }
 
 void DbCrv::connect(const std::string& path) {
     if (!buildDBDirectory(path, directory_)) {
-        throw std::runtime_error("DbCrv::connect. Blad wywolania funkcji: buildDBDirectory");
+        throw StoreError(StoreCause::NotOpened, "DbCrv::connect. Blad wywolania funkcji: buildDBDirectory");
     }
     lock_ = std::make_unique<DbLock>(createSemaforeName());
     lock_->setMender([this](DbMark mark, const std::vector<std::string>& names) { return mend(mark, names); });
@@ -104,7 +104,7 @@ void DbCrv::makeFiles() {
     for (const TableLayout* layout : kCertificateTables) {
         DataBase table;
         if (table.create(pathOf(layout->file), layout->numIndexes, layout->descs.data()) != kDbOk) {
-            throw std::runtime_error(std::string(layout->createError));
+            throw StoreError(StoreCause::Failed, std::string(layout->createError));
         }
     }
     writeFile(pathOf(kImportsFileName), {});
@@ -142,7 +142,7 @@ void DbCrv::create() {
 void DbCrv::copyDb(const std::string& destination) {
     std::string target;
     if (!buildDBDirectory(destination, target)) {
-        throw std::runtime_error("DbCrv::connect. Blad wywolania funkcji: buildDBDirectory");
+        throw StoreError(StoreCause::NotOpened, "DbCrv::connect. Blad wywolania funkcji: buildDBDirectory");
     }
     struct stat from {
     }, to{};

@@ -24,7 +24,7 @@ enum class DbState : int {
 /// Expands "~/" and ends the path with a slash. False for an empty path and for more than 255 characters.
 [[nodiscard]] bool buildDBDirectory(const std::string& path, std::string& directory);
 
-/// Copies one file of a database; throws std::runtime_error with the texts of readFile and writeFile.
+/// Copies one file of a database; throws StoreError with the texts of readFile and writeFile.
 void copyDbFile(const std::string& from, const std::string& to);
 
 class DbCrv {
@@ -32,7 +32,7 @@ class DbCrv {
     /// The files that a complete database has, in the order in which they are counted.
     static const std::array<std::string_view, 11> m_dbFileNames;
 
-    /// Binds the object to a directory; nothing is read. Throws std::runtime_error "DbCrv::connect. Blad wywolania
+    /// Binds the object to a directory; nothing is read. Throws StoreError "DbCrv::connect. Blad wywolania
     /// funkcji: buildDBDirectory".
     void connect(const std::string& path);
 
@@ -54,7 +54,7 @@ class DbCrv {
     /// The same from the files alone: takes no lock and mends nothing.
     [[nodiscard]] DbState stateOfFiles() const;
     /// Makes the directory and every file; nothing to do for a complete database. Deletes what it made when it fails.
-    /// Throws std::runtime_error: "DbCrv::create. Blad tworzenia katalogu baz danych" (also when some files exist), or
+    /// Throws StoreError: "DbCrv::create. Blad tworzenia katalogu baz danych" (also when some files exist), or
     /// the text of the table or file that failed.
     void create();
     /// Copies every file of the list to another directory, which is made when missing.

@@ -1,10 +1,10 @@
 #include "db_sql/db_manager.h"
 
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 #include "db_sql/crt_keys.h"
+#include "misc/exceptions.h"
 #include "misc/logger.h"
 
 namespace crv {
@@ -25,7 +25,7 @@ void DbManager::deinit() {
 }
 
 void DbManager::connect() {
-    if (!source_) throw std::runtime_error("Baza danych nie zainicjowana");
+    if (!source_) throw StoreError(StoreCause::Failed, "Baza danych nie zainicjowana");
     DbConfig config = source_();
     if (!connection_ || config != connected_) {
         connection_.reset();
@@ -71,11 +71,11 @@ bool DbManager::openIfNeeded() {
     return run("getConnection", [](DbConnection&) {});
 }
 
-int DbManager::isDbCreated() {
+DbState DbManager::isDbCreated() {
     DbState state = DbState::Incomplete;
     // This operation has no text of its own.
-    return run("createDb", [&](DbConnection& db) { state = db.isDbCreated(); }) ? static_cast<int>(state)
-                                                                                : static_cast<int>(DbState::Incomplete);
+    static_cast<void>(run("createDb", [&](DbConnection& db) { state = db.isDbCreated(); }));
+    return state;
 }
 
 bool DbManager::createDb() {
@@ -84,30 +84,6 @@ bool DbManager::createDb() {
 
 bool DbManager::copyDb(const std::string& destination) {
     return run("copyDb", [&](DbConnection& db) { db.copyDb(destination); });
-}
-
-bool DbManager::findCertsBySerNumHash(CrtItemList& list, ByteView digest) {
-    return run("findCertsBySerNumHash", [&](DbConnection& db) { db.crts().findCertsBySerNumHash(list, digest); });
-}
-
-bool DbManager::findCertsBySbjDnHash(CrtItemList& list, ByteView digest) {
-    return run("findCertsBySbjDnHash", [&](DbConnection& db) { db.crts().findCertsBySbjDnHash(list, digest); });
-}
-
-bool DbManager::findCertsByKeyIdHash(CrtItemList& list, ByteView keyId) {
-    return run("findCertsByKeyIdHash", [&](DbConnection& db) { db.crts().findCertsByKeyIdHash(list, keyId); });
-}
-
-bool DbManager::findCertsByCrtHash(CrtItemList& list, ByteView hash) {
-    return run("findCertsByCrtHash", [&](DbConnection& db) { db.crts().findCertsByCrtHash(list, hash); });
-}
-
-bool DbManager::findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value) {
-    return run("findCertsBySbjDnFld", [&](DbConnection& db) { db.crts().findCertsBySbjDnFld(list, type, value); });
-}
-
-bool DbManager::findCaCerts(CrtItemList& list) {
-    return run("findCaCerts", [&](DbConnection& db) { db.crts().findCaCerts(list); });
 }
 
 bool DbManager::insertCert(const CrtRecord& record, InsertResult* result) {
@@ -206,42 +182,22 @@ bool DbManager::visitCerts(const CrtStore::Visit& visit) {
     return run("next", [&](DbConnection& db) { db.crts().forward(0, SIZE_MAX, visit); });
 }
 
-bool DbManager::setNetCertTime(const std::string& name) {
-    return run("setNetCertTime", [&](DbConnection& db) { db.crts().setNetCertTime(name); });
-}
-
 bool DbManager::getNetCertTime(const std::string& name, int64_t& time) {
     return run("getNetCertTime", [&](DbConnection& db) { time = db.crts().getNetCertTime(name); });
-}
-
-bool DbManager::getAllCrls(std::vector<Bytes>& list) {
-    return run("getAllCrls", [&](DbConnection& db) { db.crls().getAllCrls(list); });
 }
 
 bool DbManager::insertCrl(ByteView der, CrlInsert& result) {
     return run("insertCrl", [&](DbConnection& db) { result = db.crls().insertCrl(der); });
 }
 
-bool DbManager::getCrlIndex(CrlIndex& index) {
-    return run("getCrlIndex", [&](DbConnection& db) { db.crls().getCrlIndex(index); });
-}
-
 bool DbManager::getCrlByFileNum(long number, Bytes& der) {
     return run("getCrlByFileNum", [&](DbConnection& db) {
-        if (!db.crls().getCrlByFileNum(number, der)) throw std::runtime_error("Brak listy CRL");
+        if (!db.crls().getCrlByFileNum(number, der)) throw StoreError(StoreCause::NotFound, "Brak listy CRL");
     });
-}
-
-bool DbManager::delSrv(const std::string& name) {
-    return run("delSrv", [&](DbConnection& db) { db.srvs().delSrv(name); });
 }
 
 bool DbManager::getLastImportNr(const std::string& name, long& number) {
     return run("getLastImportNr", [&](DbConnection& db) { number = db.srvs().getLastImportNr(name); });
-}
-
-bool DbManager::setLastImportNr(const std::string& name, long number) {
-    return run("setLastImportNr", [&](DbConnection& db) { db.srvs().setLastImportNr(name, number); });
 }
 
 }  // namespace crv

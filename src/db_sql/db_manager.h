@@ -37,18 +37,28 @@ class DbManager {
     bool getConnection();
     /// Makes a connection when there is none for the present settings.
     bool openIfNeeded();
-    /// The status codes of DbState; 2 also for a failure.
-    int isDbCreated();
+    /// Incomplete also for a failure.
+    DbState isDbCreated();
     bool createDb();
     bool copyDb(const std::string& destination);
 
     // Searches append what they find; finding nothing is no failure.
-    bool findCertsBySerNumHash(CrtItemList& list, ByteView digest);
-    bool findCertsBySbjDnHash(CrtItemList& list, ByteView digest);
-    bool findCertsByKeyIdHash(CrtItemList& list, ByteView keyId);
-    bool findCertsByCrtHash(CrtItemList& list, ByteView hash);
-    bool findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value);
-    bool findCaCerts(CrtItemList& list);
+    bool findCertsBySerNumHash(CrtItemList& list, ByteView digest) {
+        return inCrt("findCertsBySerNumHash", &CrtStore::findCertsBySerNumHash, list, digest);
+    }
+    bool findCertsBySbjDnHash(CrtItemList& list, ByteView digest) {
+        return inCrt("findCertsBySbjDnHash", &CrtStore::findCertsBySbjDnHash, list, digest);
+    }
+    bool findCertsByKeyIdHash(CrtItemList& list, ByteView keyId) {
+        return inCrt("findCertsByKeyIdHash", &CrtStore::findCertsByKeyIdHash, list, keyId);
+    }
+    bool findCertsByCrtHash(CrtItemList& list, ByteView hash) {
+        return inCrt("findCertsByCrtHash", &CrtStore::findCertsByCrtHash, list, hash);
+    }
+    bool findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value) {
+        return inCrt("findCertsBySbjDnFld", &CrtStore::findCertsBySbjDnFld, list, type, value);
+    }
+    bool findCaCerts(CrtItemList& list) { return inCrt("findCaCerts", &CrtStore::findCaCerts, list); }
 
     /// Stores one certificate; result, when given, tells whether it was there already.
     bool insertCert(const CrtRecord& record, InsertResult* result = nullptr);
@@ -76,18 +86,20 @@ class DbManager {
     /// Shows every certificate, as they are at one moment: nobody changes them meanwhile. False in the visitor stops.
     bool visitCerts(const CrtStore::Visit& visit);
 
-    bool setNetCertTime(const std::string& name);
+    bool setNetCertTime(const std::string& name) { return inCrt("setNetCertTime", &CrtStore::setNetCertTime, name); }
     /// 0 for an unknown name.
     bool getNetCertTime(const std::string& name, int64_t& time);
 
-    bool getAllCrls(std::vector<Bytes>& list);
+    bool getAllCrls(std::vector<Bytes>& list) { return inCrl("getAllCrls", &CrlStore::getAllCrls, list); }
     bool insertCrl(ByteView der, CrlInsert& result);
-    bool getCrlIndex(CrlIndex& index);
+    bool getCrlIndex(CrlIndex& index) { return inCrl("getCrlIndex", &CrlStore::getCrlIndex, index); }
     bool getCrlByFileNum(long number, Bytes& der);
 
-    bool delSrv(const std::string& name);
+    bool delSrv(const std::string& name) { return inSrv("delSrv", &SrvStore::delSrv, name); }
     bool getLastImportNr(const std::string& name, long& number);
-    bool setLastImportNr(const std::string& name, long number);
+    bool setLastImportNr(const std::string& name, long number) {
+        return inSrv("setLastImportNr", &SrvStore::setLastImportNr, name, number);
+    }
 
     [[nodiscard]] const std::string& lastFailure() const { return lastFailure_; }
     [[nodiscard]] bool outOfMemory() const { return outOfMemory_; }
@@ -97,6 +109,19 @@ class DbManager {
   private:
     using Work = std::function<void(DbConnection&)>;
     bool run(const char* name, const Work& work);
+    // An operation that is one of a store's.
+    template <class Method, class... Args>
+    bool inCrt(const char* name, Method method, Args&&... args) {
+        return run(name, [&](DbConnection& db) { (db.crts().*method)(args...); });
+    }
+    template <class Method, class... Args>
+    bool inCrl(const char* name, Method method, Args&&... args) {
+        return run(name, [&](DbConnection& db) { (db.crls().*method)(args...); });
+    }
+    template <class Method, class... Args>
+    bool inSrv(const char* name, Method method, Args&&... args) {
+        return run(name, [&](DbConnection& db) { (db.srvs().*method)(args...); });
+    }
     void fail(const char* name, const char* text);
     void connect();
     DbStep step(const char* name, const std::function<void(CrtStore&, const CrtStore::Visit&)>& walk);

@@ -2,9 +2,9 @@
 
 #include <charconv>
 #include <sstream>
-#include <stdexcept>
 
 #include "db_sql/db_layout.h"
+#include "misc/exceptions.h"
 #include "misc/whole_file.h"
 
 namespace crv {
@@ -21,7 +21,7 @@ long SrvStore::getLastImportNr(const std::string& name) {
 
 void SrvStore::setLastImportNr(const std::string& name, long number) {
     if (name.empty() || name.find_first_of("\r\n") != std::string::npos) {
-        throw std::runtime_error("DbSrv::setLastImportNr. Bledna nazwa serwera");
+        throw StoreError(StoreCause::Refused, "DbSrv::setLastImportNr. Bledna nazwa serwera");
     }
     change([&](Numbers& numbers) { numbers[name] = number; });
 }

@@ -1,8 +1,11 @@
-// The two exceptions that cross layers: a failed assertion (a programming error) and a library failure with its code.
+// The exceptions that cross layers: a failed assertion (a programming error), a library failure with its code, and a
+// failure of what is kept on disk.
 #pragma once
 
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace crv {
 
@@ -30,6 +33,33 @@ class CrvApiException : public std::runtime_error {
   private:
     int code_;
     bool hasText_;
+};
+
+/// Why a store failed, for callers that answer differently.
+enum class StoreCause {
+    Failed,        ///< reading or writing failed, or the content makes no sense where a sound one was expected
+    NotOpened,     ///< a file that is missing or may not be opened
+    Malformed,     ///< octets that are not what the file is to hold
+    Damaged,       ///< a file that is not what was written; it was taken back or has to be repaired
+    NotLocked,     ///< the lock cannot be had
+    NeedsMending,  ///< a change was cut off, and mending it failed or is not permitted
+    Refused,       ///< what was given cannot be stored
+    NotFound       ///< there is no such record, value or file
+};
+
+/// A failure of a database, a profile list or a file read as a whole, with its text. No std::runtime_error, so that
+/// nobody who handles one of the two catches the other by accident.
+class StoreError : public std::exception {
+  public:
+    StoreError(StoreCause cause, std::string text)
+        : text_(std::make_shared<const std::string>(std::move(text))), cause_(cause) {}
+
+    [[nodiscard]] StoreCause cause() const noexcept { return cause_; }
+    [[nodiscard]] const char* what() const noexcept override { return text_->c_str(); }
+
+  private:
+    std::shared_ptr<const std::string> text_;  // shared: copying an exception must not throw
+    StoreCause cause_;
 };
 
 [[noreturn]] void failAssertion(const char* condition, const char* place, int line);

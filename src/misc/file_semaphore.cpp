@@ -7,11 +7,11 @@
 #include <condition_variable>
 #include <list>
 #include <mutex>
-#include <stdexcept>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/logger.h"
 
@@ -212,7 +212,7 @@ int FileSemaphore::descriptor() const {
 }
 
 SemGuard::SemGuard(FileSemaphore& semaphore, int mode) : semaphore_(&semaphore) {
-    if (semaphore.p(mode) == 0) throw std::runtime_error("FileSemaphore::p: blad zajecia semafora");
+    if (semaphore.p(mode) == 0) throw StoreError(StoreCause::NotLocked, "FileSemaphore::p: blad zajecia semafora");
 }
 
 SemGuard::~SemGuard() {
@@ -222,7 +222,7 @@ SemGuard::~SemGuard() {
 void SemGuard::release() {
     FileSemaphore* semaphore = std::exchange(semaphore_, nullptr);
     if (semaphore && semaphore->v() == 0) {
-        throw std::runtime_error("FileSemaphore::v: blad zwolnienia semafora");
+        throw StoreError(StoreCause::Failed, "FileSemaphore::v: blad zwolnienia semafora");
     }
 }
 

@@ -55,7 +55,7 @@ class FileSemaphore {
     LockedFile* file_ = nullptr;
 };
 
-/// Holds a semaphore for a scope. The constructor throws std::runtime_error "FileSemaphore::p: blad zajecia semafora".
+/// Holds a semaphore for a scope. The constructor throws StoreError "FileSemaphore::p: blad zajecia semafora".
 class SemGuard {
   public:
     SemGuard(FileSemaphore& semaphore, int mode);
@@ -64,7 +64,7 @@ class SemGuard {
     SemGuard(const SemGuard&) = delete;
     SemGuard& operator=(const SemGuard&) = delete;
 
-    /// Releases before the end of the scope; throws std::runtime_error "FileSemaphore::v: blad zwolnienia semafora".
+    /// Releases before the end of the scope; throws StoreError "FileSemaphore::v: blad zwolnienia semafora".
     void release();
 
   private:

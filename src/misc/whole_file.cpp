@@ -2,23 +2,23 @@
 
 #include <array>
 #include <cerrno>
-#include <stdexcept>
 
 #include "misc/atomic_write.h"
+#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 
 namespace crv {
 
 Bytes readFile(const std::string& path, size_t limit) {
     const FileDescriptor fd(fileOps().open(path, O_RDONLY));
-    if (!fd.valid()) throw std::runtime_error("readFile(): Blad otwarcia bliku: " + path);
+    if (!fd.valid()) throw StoreError(StoreCause::NotOpened, "readFile(): Blad otwarcia bliku: " + path);
     Bytes content;
     std::array<uint8_t, 65536> piece{};
     for (;;) {
         const ssize_t n = fileOps().read(fd.get(), piece.data(), piece.size());
         if (n < 0 && errno == EINTR) continue;
         if (n < 0 || content.size() + static_cast<size_t>(n) > limit) {
-            throw std::runtime_error("readFile: blad odczytu pliku");
+            throw StoreError(StoreCause::Failed, "readFile: blad odczytu pliku");
         }
         if (n == 0) return content;
         content.insert(content.end(), piece.begin(), piece.begin() + n);
@@ -27,8 +27,9 @@ Bytes readFile(const std::string& path, size_t limit) {
 
 void writeFile(const std::string& path, ByteView content) {
     const WriteResult result = writeFileAtomically(path, content);
-    if (result.failed == WriteStep::Open) throw std::runtime_error("writeFile: blad otwarcia pliku: " + path);
-    if (!result) throw std::runtime_error("writeFile: blad zapisy pliku");
+    if (result.failed == WriteStep::Open)
+        throw StoreError(StoreCause::NotOpened, "writeFile: blad otwarcia pliku: " + path);
+    if (!result) throw StoreError(StoreCause::Failed, "writeFile: blad zapisy pliku");
 }
 
 bool copyFile(const std::string& from, const std::string& to) {

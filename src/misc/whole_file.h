@@ -10,12 +10,12 @@ namespace crv {
 /// Files beyond this are not read as a whole.
 constexpr size_t kMaxWholeFile = size_t{1} << 30;
 
-/// The content of a file. Throws std::runtime_error: "readFile(): Blad otwarcia bliku: " and the path, or
+/// The content of a file. Throws StoreError: "readFile(): Blad otwarcia bliku: " and the path, or
 /// "readFile: blad odczytu pliku" (also for a file longer than the limit).
 Bytes readFile(const std::string& path, size_t limit = kMaxWholeFile);
 
 /// Replaces the content of a file atomically (mode and owner of the old file kept, 0644 for a new one). Throws
-/// std::runtime_error: "writeFile: blad otwarcia pliku: " and the path, or "writeFile: blad zapisy pliku".
+/// StoreError: "writeFile: blad otwarcia pliku: " and the path, or "writeFile: blad zapisy pliku".
 void writeFile(const std::string& path, ByteView content);
 
 /// Makes `to` a copy of the file `from`, whatever its length; an old file `to` is overwritten in place. False with

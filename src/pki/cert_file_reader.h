@@ -14,7 +14,7 @@ namespace crv {
 /// lines around it. Elements are told apart by their lengths; whether one is a certificate shows when it is parsed.
 class CertFileReader {
   public:
-    /// Throws std::runtime_error with readFile's texts.
+    /// Throws StoreError with readFile's texts.
     static CertFileReader open(const std::string& path);
     explicit CertFileReader(Bytes content);
 

@@ -1,8 +1,8 @@
 #include "pki/certificate_manager.h"
+#include "misc/exceptions.h"
 
 #include <algorithm>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 #include "asn/x509/signed_certificate.h"
@@ -44,7 +44,7 @@ TransferEnd CertificateManager::importCerts(const std::string& path, const CrtDb
     std::optional<CertFileReader> reader;
     try {
         reader = CertFileReader::open(path);
-    } catch (const std::runtime_error&) {
+    } catch (const StoreError&) {
         return TransferEnd::NotOpened;
     }
     bool stopped = false;

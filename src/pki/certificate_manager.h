@@ -38,7 +38,7 @@ class CertificateManager {
     [[nodiscard]] CertList trustPoints() const { return trustPoints_ ? trustPoints_() : CertList(); }
 
     /// The certificates of a file in any usual form (see CertFileReader), up to what is none. Throws
-    /// std::runtime_error when the file cannot be read.
+    /// StoreError when the file cannot be read.
     [[nodiscard]] CertList readCerts(const std::string& path);
     /// Stores every certificate of a file; progress may stop it and is told after each slice. done counts.
     TransferEnd importCerts(const std::string& path, const CrtDb::Progress& progress, ImportProgress& done,

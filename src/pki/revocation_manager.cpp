@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <memory>
-#include <stdexcept>
 #include <utility>
 
 #include "asn/x509/signed_cert_rev_list.h"
 #include "asn/x509/signed_certificate.h"
 #include "corvane/crverrors.h"
 #include "crypto/crypto_error.h"
+#include "misc/exceptions.h"
 #include "misc/whole_file.h"
 #include "pki/cert_file_reader.h"
 
@@ -98,7 +98,7 @@ bool RevocationManager::readCrl(const std::string& path, Bytes& der) {
     try {
         der = crlFromFile(readFile(path)).value_or(Bytes());
         return true;
-    } catch (const std::runtime_error&) {
+    } catch (const StoreError&) {
         return false;
     }
 }

@@ -104,7 +104,7 @@ int CrvProfile::setAttr(long id, const char* value, long len) {
     if (!fitsList(text)) return kAttrBadArgument;
     try {
         return db_.setAttr(id, text) ? kAttrOk : kAttrBadArgument;
-    } catch (const std::runtime_error& error) {
+    } catch (const StoreError& error) {
         throw CrvApiException(ECRV_API_INV_PAR, error.what());
     }
 }
@@ -187,8 +187,8 @@ std::unique_ptr<CrvProfile> CrvProfile::savedRecord(ProfileMedia media, const st
     try {
         auto saved = getProfileByName(media, file, name_);
         return saved && saved->kind_ == kind_ ? std::move(saved) : nullptr;
-    } catch (const std::runtime_error&) {
-        return nullptr;
+    } catch (const std::exception&) {
+        return nullptr;  // the failure that asks for the saved record is the one to be told
     }
 }
 

@@ -64,7 +64,7 @@ class CrvProfile : public CRVObject, public ServerList, public ProxySettings, pu
     static std::string getCfgFileName(ProfileMedia media, const std::string& file);
 
     /// A record by name, in any letter case of ASCII; it keeps the name asked for. Null: not in the list, or no
-    /// profile. A default list that does not exist counts as empty. Throws std::runtime_error when the list cannot be
+    /// profile. A default list that does not exist counts as empty. Throws StoreError when the list cannot be
     /// read.
     static std::unique_ptr<CrvProfile> getProfileByName(ProfileMedia media, const std::string& file,
                                                         const std::string& name);
@@ -83,7 +83,7 @@ class CrvProfile : public CRVObject, public ServerList, public ProxySettings, pu
 
     /// Writes the record into a list, which is made when it does not exist and otherwise read, changed and replaced in
     /// one stretch. Throws CrvApiException: ECRV_NO_PROFILE_NAME without a name, ECRV_API_INV_PAR for what a list
-    /// cannot hold; std::runtime_error "Parametr: dbtype nie istnieje" without a kind of database, and as the list's
+    /// cannot hold; StoreError "Parametr: dbtype nie istnieje" without a kind of database, and as the list's
     /// reader and writer.
     void saveProfile(ProfileMedia media, const std::string& file) const;
     /// The same, but a failure gives the record the list's values again before it is thrown on.
@@ -92,7 +92,7 @@ class CrvProfile : public CRVObject, public ServerList, public ProxySettings, pu
     /// servers, proxy and usages; after any exception this record is as it was.
     void changeAndSave(ProfileMedia media, const std::string& file, const std::function<void(CrvProfile&)>& change);
     /// Takes a record out of a list; a name that is not there changes nothing. Throws CrvApiException
-    /// (ECRV_API_INV_PAR) for what cannot be a name, std::runtime_error as above.
+    /// (ECRV_API_INV_PAR) for what cannot be a name, StoreError as above.
     static void removeProfile(ProfileMedia media, const std::string& file, const std::string& name);
 
     [[nodiscard]] const DbConfig& dbConfig() const { return db_; }

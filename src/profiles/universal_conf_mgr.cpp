@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <stdexcept>
 
 #include "corvane/crverrors.h"
 #include "misc/ascii.h"
@@ -24,7 +23,7 @@ std::string withNumber(std::string_view format, size_t number) {
 
 /// A prefix that ends with a backslash, so that it matches whole components only.
 std::string asFolder(std::string_view prefix) {
-    if (prefix.empty()) throw std::runtime_error("Niepoprawna sciezka");
+    if (prefix.empty()) throw StoreError(StoreCause::Refused, "Niepoprawna sciezka");
     std::string folder = asciiUpper(prefix);
     if (folder.back() != '\\') folder += '\\';
     return folder;
@@ -53,7 +52,7 @@ UCMNodeType NodeDesc::type() const {
 }
 
 bool pathMatches(std::string_view prefix, std::string_view path) {
-    if (prefix.empty() || path.empty()) throw std::runtime_error("Niepoprawna sciezka");
+    if (prefix.empty() || path.empty()) throw StoreError(StoreCause::Refused, "Niepoprawna sciezka");
     if (path.size() < prefix.size() || !equalIgnoreCase(prefix, path.substr(0, prefix.size()))) return false;
     return prefix.back() == '\\' || path.size() == prefix.size() || path[prefix.size()] == '\\';
 }
@@ -99,7 +98,7 @@ class ListReader {
     }
 
     [[noreturn]] void fail(std::string_view text) const {
-        throw std::runtime_error("Plik: " + path_ + withNumber(text, number_));
+        throw StoreError(StoreCause::Malformed, "Plik: " + path_ + withNumber(text, number_));
     }
 
     UniversalConfMgr& store_;
@@ -110,7 +109,7 @@ class ListReader {
 
 void UniversalConfMgr::loadFromFile(const std::string& path) {
     // The broken letters of the text are kept: programs compare it.
-    if (!loadIfExists(path)) throw std::runtime_error("BĹ‚Ä…d otwarcia pliku konfiguracyjnego: " + path);
+    if (!loadIfExists(path)) throw StoreError(StoreCause::NotOpened, "BĹ‚Ä…d otwarcia pliku konfiguracyjnego: " + path);
 }
 
 bool UniversalConfMgr::loadIfExists(const std::string& path) {
@@ -120,11 +119,11 @@ bool UniversalConfMgr::loadIfExists(const std::string& path) {
     pendingChanges_ = false;
     FileDescriptor file(fileOps().open(expandHome(path), O_RDONLY | O_CLOEXEC));
     if (!file.valid() && errno == ENOENT) return false;
-    if (!file.valid()) throw std::runtime_error("BĹ‚Ä…d otwarcia pliku konfiguracyjnego: " + path);
+    if (!file.valid()) throw StoreError(StoreCause::NotOpened, "BĹ‚Ä…d otwarcia pliku konfiguracyjnego: " + path);
     std::vector<char> chunk(1 << 16);
     for (ssize_t got; (got = fileOps().read(file.get(), chunk.data(), chunk.size())) != 0;) {
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) throw std::runtime_error("Blad odczytu pliku: " + path);
+        if (got < 0) throw StoreError(StoreCause::Failed, "Blad odczytu pliku: " + path);
         reader.feed({chunk.data(), static_cast<size_t>(got)});
     }
     reader.finish();
@@ -147,8 +146,8 @@ void UniversalConfMgr::seveToFile(const std::string& path) {
         throw CrvApiException(ECRV_API_INV_PAR, "Niepoprawna wartosc parametru konfiguracyjnego: " + *name);
     const WriteMode mode = media_ == ProfileMedia::Common ? WriteMode::KeepOrCommon : WriteMode::KeepOrSecret;
     const WriteResult result = writeFileAtomically(expandHome(path), asBytes(toText()), {mode, true});
-    if (result.failed == WriteStep::Open) throw std::runtime_error("Blad otwarcia pliku: " + path);
-    if (result.failed == WriteStep::Write) throw std::runtime_error("Blad zapisu pliku: " + path);
+    if (result.failed == WriteStep::Open) throw StoreError(StoreCause::NotOpened, "Blad otwarcia pliku: " + path);
+    if (result.failed == WriteStep::Write) throw StoreError(StoreCause::Failed, "Blad zapisu pliku: " + path);
     pendingChanges_ = false;
 }
 
@@ -168,11 +167,12 @@ template <class T>
 bool UniversalConfMgr::getTyped(const std::string& path, T& value, bool demanded, const char* typeName) const {
     const NodeDesc* node = findNode(path);
     if (!node) {
-        if (demanded) throw std::runtime_error("getData(): opcja nie znaleziona: " + path);
+        if (demanded) throw StoreError(StoreCause::NotFound, "getData(): opcja nie znaleziona: " + path);
         return false;
     }
     const T* stored = std::get_if<T>(&node->value);
-    if (!stored) throw std::runtime_error(std::string("getData( ") + typeName + " ): niezgodny typ: " + path);
+    if (!stored)
+        throw StoreError(StoreCause::Malformed, std::string("getData( ") + typeName + " ): niezgodny typ: " + path);
     value = *stored;
     return true;
 }
@@ -198,8 +198,8 @@ bool UniversalConfMgr::getBinaryOrString(const std::string& path, std::vector<ch
 }
 
 void UniversalConfMgr::setNode(const char* path, NodeDesc node) {
-    if (!path) throw std::runtime_error("parametr path nie moze byc NULL");
-    if (*path != '\\') throw std::runtime_error("parametr path musi zaczynac sie znakiem \\");
+    if (!path) throw StoreError(StoreCause::Refused, "parametr path nie moze byc NULL");
+    if (*path != '\\') throw StoreError(StoreCause::Refused, "parametr path musi zaczynac sie znakiem \\");
     nodes_.insert_or_assign(asciiUpper(path), std::move(node));
     pendingChanges_ = true;
 }

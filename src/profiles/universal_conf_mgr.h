@@ -38,7 +38,7 @@ class UniversalConfMgr {
 
     explicit UniversalConfMgr(ProfileMedia media = ProfileMedia::File) : media_(media) {}
 
-    /// Replaces the contents by those of the file ("~/" is expanded). Throws std::runtime_error with the text of an
+    /// Replaces the contents by those of the file ("~/" is expanded). Throws StoreError with the text of an
     /// open, read, syntax or double-definition error, the latter two with the line's number; the store is then empty.
     void loadFromFile(const std::string& path);
     /// The same, but a file that does not exist leaves an empty store and answers false.
@@ -48,14 +48,14 @@ class UniversalConfMgr {
     /// Replaces the file ("~/" expanded) in one step by the whole store and clears the mark of pending changes. A new
     /// common list gets mode 0644, any other new list 0600; where no file can be made beside it, the list is rewritten
     /// in place. Throws CrvApiException (ECRV_API_INV_PAR) for a value that a reader could not read back, before
-    /// anything is touched, and std::runtime_error for a failed open or write, after which the old file is still there.
+    /// anything is touched, and StoreError for a failed open or write, after which the old file is still there.
     void seveToFile(const std::string& path);
     /// Path of the first node that a reader could not read back; null when all of them could.
     [[nodiscard]] const std::string* findUnwritable() const;
     /// The lines of the list, one a node in the order of the paths.
     [[nodiscard]] std::string toText() const;
 
-    /// Value at a path. False: no such path, unless it is demanded, which throws std::runtime_error as a value of
+    /// Value at a path. False: no such path, unless it is demanded, which throws StoreError as a value of
     /// another type does.
     bool getData(const std::string& path, long& value, bool demanded = false) const;
     bool getData(const std::string& path, std::string& value, bool demanded = false) const;
@@ -63,7 +63,7 @@ class UniversalConfMgr {
     /// As above for a value that may be written as binary or as string.
     bool getBinaryOrString(const std::string& path, std::vector<char>& value, bool demanded = false) const;
 
-    /// Creates or replaces a value and marks pending changes. Throws std::runtime_error when the path is null or does
+    /// Creates or replaces a value and marks pending changes. Throws StoreError when the path is null or does
     /// not begin with a backslash. A null string counts as empty.
     void setData(const char* path, long value);
     void setData(const char* path, const char* value);
@@ -76,7 +76,7 @@ class UniversalConfMgr {
     /// Whether a value stands at the path or under it.
     [[nodiscard]] bool doesPathExist(std::string_view path) const;
 
-    /// Places the iterator before the nodes of a type under the prefix; throws std::runtime_error for an empty prefix.
+    /// Places the iterator before the nodes of a type under the prefix; throws StoreError for an empty prefix.
     void getIterator(Iterator& iterator, std::string_view prefix, UCMNodeType type) const;
 
     /// Whether a path holds a value of the type (Key: values below it).
@@ -123,7 +123,7 @@ class UniversalConfMgr::Iterator {
 };
 
 /// Whether a path lies at or under a prefix: it begins with it, and the match ends at a backslash or the path's end.
-/// Throws std::runtime_error for an empty prefix or path.
+/// Throws StoreError for an empty prefix or path.
 bool pathMatches(std::string_view prefix, std::string_view path);
 
 }  // namespace crv

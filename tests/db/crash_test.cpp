@@ -11,6 +11,7 @@
 #include "db/table_mend.h"
 #include "db/table_rebuild.h"
 #include "db/table_test_base.h"
+#include "misc/exceptions.h"
 #include "support/faulty_file_ops.h"
 #include "support/shared_memory.h"
 
@@ -52,7 +53,7 @@ class LockedTable {
                 if (table.seek(keyOf(victim)) != kDbOk || table.remove() != kDbOk) return;
                 told[victim] = kRemoved;
             }
-            if (i % 20 == 19 && table.rebuild(name) != kDbOk) return;
+            if (i % 20 == 19 && rebuildTable(table, name) != kDbOk) return;
             table.close();
         }
     }
@@ -112,7 +113,7 @@ TEST(CrashedTable, EveryStopOfAShortHistoryIsMended) {
                 const ScopedFileOps use(dying);
                 try {
                     writer.write(0, 41, told.data());
-                } catch (const std::runtime_error&) {
+                } catch (const StoreError&) {
                 }
                 writer.table.indexFile().drop();
                 writer.table.dataFile().close();
@@ -217,7 +218,7 @@ TEST(SlowSharedTable, ProcessesShareADirectoryAndNobodyStarves) {
             if (p < kWriters) {
                 const std::string key = std::to_string(p) + "-" + std::to_string(life.count);
                 if (add(shared.table, {key, key}, "body of " + key) == 0) _exit(2);
-                if (life.count % 500 == 499 && shared.table.rebuild(shared.name) != kDbOk) _exit(3);
+                if (life.count % 500 == 499 && rebuildTable(shared.table, shared.name) != kDbOk) _exit(3);
             } else if (const std::string body = bodyAt(shared.table);
                        !body.starts_with("body of ") && body != "answer -1") {
                 _exit(4);

@@ -37,7 +37,7 @@ class CrtStoreTest : public testing::TestWithParam<const char*> {
         config.dbName = dir.path().string();
         manager.init(config);
         EXPECT_TRUE(manager.createDb()) << manager.lastFailure();
-        EXPECT_EQ(manager.isDbCreated(), 0);
+        EXPECT_EQ(manager.isDbCreated(), DbState::Complete);
         manager.setSync(false);
     }
     ~CrtStoreTest() override { expectSound("at the end"); }
@@ -149,7 +149,7 @@ TEST_P(CrtStoreTest, ManyCertificatesWithOneSerialNumber) {
         EXPECT_EQ(result, i < 100 ? InsertResult::Stored : InsertResult::Present) << i;
     }
     CrtItemList found;
-    EXPECT_TRUE(db.findBySerNum(found, parsed(certPool()[1]).serialNumber()));
+    EXPECT_TRUE(manager.findCertsBySerNumHash(found, serNumHash(parsed(certPool()[1]).serialNumber())));
     std::ranges::reverse(found);
     EXPECT_EQ(found, all()) << "the newest first";
 }
@@ -184,7 +184,7 @@ TEST_P(CrtStoreTest, EmailsUpTo128CharactersAreStored) {
                                                  "w certyfikacie"));
     EXPECT_EQ(count(), 1U);
     CrtItemList found;
-    EXPECT_TRUE(db.findByEmail(found, std::string(119, 'a') + "@firma.pl"));
+    EXPECT_TRUE(manager.findCertsBySbjDnFld(found, kDnEmail, std::string(119, 'a') + "@firma.pl"));
     EXPECT_EQ(found.size(), 1U);
 }
 
@@ -352,7 +352,7 @@ DbConfig configOf(const std::string& type, const std::string& name = "") {
 TEST(DbManagerTest, AProfileWithoutDatabaseFindsNothingAndRefusesInsertions) {
     DbManager manager;
     manager.init(configOf("brak"));
-    EXPECT_EQ(manager.isDbCreated(), 0);
+    EXPECT_EQ(manager.isDbCreated(), DbState::Complete);
     EXPECT_TRUE(manager.createDb());
     EXPECT_EQ(manager.top(), DbStep::End);
     EXPECT_FALSE(CrtDb(manager).insert(ByteView(certPool()[0])));
@@ -366,10 +366,10 @@ TEST(DbManagerTest, FailuresNameTheOperationAndDropTheConnection) {
         const std::string head = "Wyjatek w funkcji: DbManager::" + operation + "()\n", text = manager.lastFailure();
         return text.starts_with(head) ? text.substr(head.size()) : text;
     };
-    EXPECT_EQ(manager.isDbCreated(), 2) << "not initialised";
+    EXPECT_EQ(manager.isDbCreated(), DbState::Incomplete) << "not initialised";
     EXPECT_EQ(failure("createDb")[0], 'B');
     manager.init(configOf("", dir.file("base")));
-    EXPECT_EQ(manager.isDbCreated(), 47) << "settings without a kind but with a directory mean files";
+    EXPECT_EQ(manager.isDbCreated(), DbState::Missing) << "settings without a kind but with a directory mean files";
     EXPECT_EQ(manager.top(), DbStep::Failed);
     EXPECT_EQ(failure("top"), "FileSemaphore::p: blad zajecia semafora");
     ASSERT_TRUE(manager.createDb());

@@ -9,6 +9,7 @@
 #include "db/table_rebuild.h"
 #include "db/table_test_base.h"
 #include "db_sql/no_oop.h"
+#include "misc/exceptions.h"
 #include "support/faulty_file_ops.h"
 #include "support/message_of.h"
 
@@ -60,7 +61,7 @@ TEST_F(DbCrvTest, StateIsReadFromTheFiles) {
         EXPECT_EQ(db.isDbCreated(), row.state) << row.version << row.removed.size();
         EXPECT_EQ(db.getFilesCount(), 11 - static_cast<int>(row.removed.size()));
     }
-    EXPECT_THROW(db.create(), std::runtime_error) << "never over files that are there";
+    EXPECT_THROW(db.create(), StoreError) << "never over files that are there";
     EXPECT_TRUE(fs::exists(file("certific.dta")));
 }
 
@@ -114,7 +115,7 @@ TEST_F(DbCrvTest, CopyHoldsEveryFileOfTheList) {
     }
     EXPECT_FALSE(fs::exists(dir.file("copy/there/db.lck")));
     fs::remove(file("imports.dat"));
-    EXPECT_THROW(db.copyDb(dir.file("copy2")), std::runtime_error);
+    EXPECT_THROW(db.copyDb(dir.file("copy2")), StoreError);
 }
 
 TEST_F(DbCrvTest, MarkOfADeadWriterIsMendedBeforeAnybodyGoesOn) {
@@ -134,7 +135,7 @@ TEST_F(DbCrvTest, MarkOfADeadWriterIsMendedBeforeAnybodyGoesOn) {
     int called = 0;
     db.setStoreMender([&] { return ++called == 2; });
     setMark('2');
-    EXPECT_THROW((void)db.isDbCreated(), std::runtime_error) << "not mended: nobody goes on";
+    EXPECT_THROW((void)db.isDbCreated(), StoreError) << "not mended: nobody goes on";
     EXPECT_TRUE(isComplete());
     EXPECT_EQ(called, 2);
     EXPECT_TRUE(isComplete());

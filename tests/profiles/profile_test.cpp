@@ -328,7 +328,7 @@ TEST_F(ProfileRecord, GoesBackToTheListWhenASaveFails) {
         FaultyFileOps full;
         full.changesLeft = 0;
         ScopedFileOps scope(full);
-        EXPECT_THROW(profile->saveProfileWithRollbackIfError(ProfileMedia::File, list), std::runtime_error);
+        EXPECT_THROW(profile->saveProfileWithRollbackIfError(ProfileMedia::File, list), StoreError);
     }
     std::string value;
     EXPECT_EQ(profile->getAttr(CRVPROFILE_ATTR_PKCS12_FILE, value), 0);

@@ -4,7 +4,6 @@
 #include <array>
 #include <map>
 #include <set>
-#include <stdexcept>
 
 #include "db/data_scan.h"
 #include "db/database.h"
@@ -12,6 +11,7 @@
 #include "db_sql/dangling_records.h"
 #include "db_sql/db_crl_files.h"
 #include "db_sql/no_oop.h"
+#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/whole_file.h"
 
@@ -61,13 +61,13 @@ void Findings::add(const std::string& where, const std::string& what, Status sta
 
 Directory::Directory(const std::string& path) {
     db_.connect(path);
-    if (db_.getFilesCount() < 0) throw std::runtime_error("cannot be reached: " + path);
-    if (db_.getFilesCount() == 0) throw std::runtime_error("no database: " + path);
+    if (db_.getFilesCount() < 0) throw StoreError(StoreCause::NotOpened, "cannot be reached: " + path);
+    if (db_.getFilesCount() == 0) throw StoreError(StoreCause::NotFound, "no database: " + path);
     if (!fileExists(db_.createSemaforeName())) return;
     DbLock probe(db_.createSemaforeName());
     cutOff_ = probe.acquire(kSharedLock) == DbLock::Result::NeedsMending;
     lock_ = std::make_unique<FileSemaphore>(db_.createSemaforeName());
-    if (lock_->p(kSharedLock) == 0) throw std::runtime_error("cannot be locked: " + path);
+    if (lock_->p(kSharedLock) == 0) throw StoreError(StoreCause::NotLocked, "cannot be locked: " + path);
 }
 
 void Directory::check(Findings& findings) {
@@ -156,7 +156,7 @@ void Directory::dump(const std::string& table, std::ostream& out) {
         std::any_of(kAllTables.begin(), kAllTables.end(), [&](const TableLayout* l) { return l->file == table; });
     DataFile data;
     if (!known || data.open(db_.pathOf(table) + kDataExtension) != kDbOk)
-        throw std::runtime_error("no table: " + table);
+        throw StoreError(StoreCause::NotFound, "no table: " + table);
     DataScan scan(data);
     DataScan::Result result{};
     while ((result = scan.next()) == DataScan::Result::Record) {
@@ -165,7 +165,8 @@ void Directory::dump(const std::string& table, std::ostream& out) {
         for (int i = 0; i < data.numIndexes(); ++i) out << "  key " << i << ": " << printable(scan.key(i)) << "\n";
         if (scan.head().length != 0) out << "  body: " << hex(scan.body()) << "\n";
     }
-    if (result != DataScan::Result::End) throw std::runtime_error("damaged at " + std::to_string(scan.recNo()));
+    if (result != DataScan::Result::End)
+        throw StoreError(StoreCause::Damaged, "damaged at " + std::to_string(scan.recNo()));
 }
 
 }  // namespace crvdb

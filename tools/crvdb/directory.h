@@ -28,12 +28,12 @@ class Findings {
 class Directory {
   public:
     /// Takes the shared lock for as long as the object lives. A directory without a lock file is read without one.
-    /// Throws std::runtime_error when there is no database or the lock cannot be had.
+    /// Throws StoreError when there is no database or the lock cannot be had.
     explicit Directory(const std::string& path);
 
     void check(Findings& findings);
     void stat(std::ostream& out);
-    /// Writes every record of a table. Throws std::runtime_error for a name that is no table.
+    /// Writes every record of a table. Throws StoreError for a name that is no table.
     void dump(const std::string& table, std::ostream& out);
 
   private:

@@ -7,6 +7,7 @@
 #include "db_sql/crt_maintenance.h"
 #include "db_sql/db_crl_files.h"
 #include "directory.h"
+#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/whole_file.h"
 
@@ -21,7 +22,7 @@ class Repair {
     Repair(const std::string& path, std::ostream& out) : out_(&out) { db_.connect(path); }
 
     bool run() {
-        if (db_.getFilesCount() <= 0) throw std::runtime_error("no database: " + db_.directory());
+        if (db_.getFilesCount() <= 0) throw StoreError(StoreCause::NotFound, "no database: " + db_.directory());
         // A swap cut off is finished first; everything else is what the repair does anyway.
         db_.lock().setMender([this](DbMark mark, const std::vector<std::string>& names) {
             return mark != DbMark::Swapping || db_.mend(mark, names);

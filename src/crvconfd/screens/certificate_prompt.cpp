@@ -1,11 +1,11 @@
 #include "crvconfd/screens/certificate_prompt.h"
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/toolkit/toolkit.h"
+#include "misc/exceptions.h"
 #include "pki/certificate_manager.h"
 
 namespace crv {
@@ -16,7 +16,7 @@ namespace {
 CertList certificatesIn(const std::string& path) {
     try {
         return crtManager->readCerts(path);
-    } catch (const std::runtime_error&) {
+    } catch (const StoreError&) {
         return {};
     }
 }

@@ -19,7 +19,6 @@ namespace {
 
 constexpr long kUserPin = 1;
 constexpr long kRootsPin = 8;
-constexpr int kNoDatabases = 47;
 
 constexpr CodeText kDatabaseTexts[] = {
     {2, "Błąd przy sprawdzaniu obecnosci bazy danych !!!"},
@@ -121,13 +120,13 @@ bool seedAndReopen() {
 }  // namespace
 
 bool createDB() {
-    switch (const int state = dbManager->isDbCreated()) {
-        case 0:
+    switch (const DbState state = dbManager->isDbCreated()) {
+        case DbState::Complete:
             return true;
-        case kNoDatabases:
+        case DbState::Missing:
             break;
         default:
-            showCode(kDatabaseTexts, state);
+            showCode(kDatabaseTexts, static_cast<int>(state));
             return false;
     }
     if (displCentQuestion(kMessageRow, "Bazy danych pakietu nie istnieją. Czy chcesz je utworzyć (t/n) ?") == 0)

@@ -10,7 +10,7 @@ namespace crv {
 
 /// Reads the names of the lists of a kind, the user's before the common ones, each list in its own order; userCount
 /// receives how many are the user's. file names the list of kind File; null there is a programming error
-/// (VtestException). Throws std::runtime_error for a list that cannot be read.
+/// (VtestException). Throws StoreError for a list that cannot be read.
 void readProfileList(std::vector<std::string>& list, AvailableProfiles kind, int& userCount, const char* file);
 
 /// The lists of a kind as the -list option prints them, converted for display.
