@@ -10,11 +10,12 @@ namespace crv {
 namespace {
 
 TEST(PasswordQuality, TheFirstBrokenRuleDecides) {
-    const std::pair<const char*, int> cases[] = {{"Abcdefg1", 0}, {"Abcdefgó", 0}, {"A\377\377\377\377\377\377b", 0},
-                                                 {"Abcdefó", 0},  {"", 1},         {"Abc1", 1},
-                                                 {"Abcdeó", 1},   {"abcdefg1", 2}, {"12345678", 2},
-                                                 {"abcdefÓ1", 2}, {"ABCDEFG1", 3}, {"ABCDEFÓ1", 3},
-                                                 {"Abcdefgh", 4}, {"ABCDEFGH", 4}, {nullptr, 5}};
+    const std::pair<const char*, int> cases[] = {
+        {"Abcdefg1", kPasswordGood},    {"Abcdefgó", kPasswordGood},    {"A\377\377\377\377\377\377b", kPasswordGood},
+        {"Abcdefó", kPasswordGood},     {"", kPasswordTooShort},        {"Abc1", kPasswordTooShort},
+        {"Abcdeó", kPasswordTooShort},  {"abcdefg1", kPasswordNoUpper}, {"12345678", kPasswordNoUpper},
+        {"abcdefÓ1", kPasswordNoUpper}, {"ABCDEFG1", kPasswordNoLower}, {"ABCDEFÓ1", kPasswordNoLower},
+        {"Abcdefgh", kPasswordNoOther}, {"ABCDEFGH", kPasswordNoOther}, {nullptr, kPasswordMissing}};
     for (const char* locale : {"C", "C.UTF-8"}) {
         ASSERT_NE(std::setlocale(LC_CTYPE, locale), nullptr);
         for (const auto& [password, fault] : cases)

@@ -7,6 +7,7 @@ namespace {
 
 const std::string kKeys = "3) Generuj klucz", kConfiguration = "9) Rozszerzone", kDataBases = "6) Usuń";
 const std::string kChoose = "Wybierz parametry";
+const std::string kSaved = "Plik został zapisany";
 
 using MenuScreen = SessionScreen;
 
@@ -64,8 +65,9 @@ TEST_F(MenuScreen, RequestsAreWrittenInBothFormsButNotOverTheProfile) {
     open("1");
     play({{kKeys, "1"}, {kChoose, "a" + keys::kDown + keys::kDown + "\r"}, {"prime256v1", "g"}});
     message("Klucz ecdsa został poprawnie wygenerowany.");
-    for (const std::string name : {"~/praca.p12", "~/nie/ma"})
-        play({{ask, name + "\r"}, {"Nie mogę otworzyć pliku: " + name, " "}});
+    for (const auto& [name, text] :
+         {std::pair{"~/praca.p12", kOfTheProfile}, {"~/nie/ma", "Nie mogę otworzyć pliku: "}})
+        play({{ask, name + std::string("\r")}, {text + std::string(name), " "}});
     play({{ask, "~/zgloszenie.pem\r"}, {saved, " "}});
     const std::string pem = readFile(file("zgloszenie.pem")), begin = "-----BEGIN NEW CERTIFICATE REQUEST-----\r\n";
     EXPECT_EQ(pem.substr(0, begin.size()), begin);
@@ -121,8 +123,8 @@ TEST_F(MenuScreen, TrustPointsAreAddedShownSavedAndDeleted) {
     expectIn("r", 2, "Wersja:");
     expectIn("D", 2, "Numer seryjny:");
     play({{"Dane", "w"}, {"1/2", "s"}, {"Podaj nazwę pliku certyfikatu:", "~/praca.p12\r"}});
-    message("Nie mogę otworzyć pliku: ~/praca.p12");
-    play({{"1/2", "s"}, {"Podaj nazwę pliku certyfikatu:", "~/zapis.crt\r"}, {"1/2", "u"}});
+    message(kOfTheProfile + "~/praca.p12");
+    play({{"1/2", "s"}, {"Podaj nazwę pliku certyfikatu:", "~/zapis.crt\r"}, {kSaved, " "}, {"1/2", "u"}});
     const std::string question = "Czy na pewno chcesz usunąć punkt zaufania (t/n)?";
     play({{question, "n"}, {"1/2", "U"}, {question, "t"}, {"Punkt zaufania usunięty", " "}, {"CN=Dawny", ""}});
     EXPECT_EQ(readFile(file("zapis.crt")), readFile(file("ca.crt")));
@@ -231,6 +233,7 @@ TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
     play({{"Osoba 299", keys::kDown + "u"}, {question, "n"}, {"11", "u"}, {question, "t"}, {"znaleziono: 10", ""}});
     expectIn("", 3, "Osoba 291 ");
     play({{"Osoba 291", "d"}, {"CN=Osoba 291", "w"}, {"Cała baza", "s"}, {"Podaj nazwę", "~/jeden.crt\r"}});
+    message(kSaved);
     search("Osoba 290", "0");
     EXPECT_EQ(screen->row(22).find("Dane"), std::string::npos);
     play({{"Brak certyfikatów", "b"}, {"Osoba 19 ", "w"}});
@@ -239,7 +242,7 @@ TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
     expectIn("", 2, ">  Urząd ");
     EXPECT_EQ(screen->row(2).substr(screen->row(2).size() - 2), " 2");
     play({{"77", "d"}, {"Lista CRL", ""}, {"10 01", ""}, {"10 02", "w"}, {"Zapisz", "s"}});
-    play({{"Podaj nazwę pliku listy CRL:", "~/zapis.crl\r"}, {"Zapisz", "w"}});
+    play({{"Podaj nazwę pliku listy CRL:", "~/zapis.crl\r"}, {kSaved, " "}, {"Zapisz", "w"}});
     EXPECT_EQ(leave(kDataBases), 0);
     EXPECT_EQ(readFile(file("zapis.crl")), readFile(file("ca.crl")));
 }

@@ -34,11 +34,19 @@ void SessionScreen::startUnder(const std::string& shellCommands) {
         .environment = {{"HOME", dir.path().string()}}});
 }
 
-void SessionScreen::play(const Steps& steps) {
+void SessionScreen::play(const Steps& steps, const std::source_location& where) {
+    std::string last = "nothing";
     for (const Step& step : steps) {
-        // Rows end with their last character.
-        screen->waitFor(step.shown.substr(0, step.shown.find_last_not_of(' ') + 1));
+        try {
+            // Rows end with their last character.
+            screen->waitFor(step.shown.substr(0, step.shown.find_last_not_of(' ') + 1));
+        } catch (const ScreenFailure& failure) {
+            throw ScreenFailure(std::string(where.file_name()) + ":" + std::to_string(where.line()) + ": step " +
+                                std::to_string(&step - steps.data() + 1) + ", after \"" + last +
+                                "\": " + failure.what());
+        }
         screen->send(step.typed);
+        last = step.typed;
     }
 }
 

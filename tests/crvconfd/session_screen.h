@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <source_location>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,7 @@ class SessionScreen : public testing::Test {
     static inline const std::string kNewPassword = "Wprowadź nowe hasło dostępu:";
     static inline const std::string kRepeat = "Powtórz hasło:";
     static inline const std::string kSeeding = "aby zainicjowac generator pseudolosowy:";
+    static inline const std::string kOfTheProfile = "Plik należy do profilu PRACA, podaj inną nazwę: ";
     static inline const std::string kNoDatabase = "Bazy danych pakietu nie istnieją";
     static inline const std::string kNoFile =
         "Plik bezpieczeństwa pakietu nie istnieje. Czy chcesz go utworzyć (t/n) ?";
@@ -41,9 +43,12 @@ class SessionScreen : public testing::Test {
     void start(const std::vector<std::string>& options = {}, bool utf8 = true);
     /// Starts the console under a shell's limits: "ulimit -f 8", "trap '' XFSZ".
     void startUnder(const std::string& shellCommands);
-    void play(const Steps& steps);
+    /// A failure names the line of the test and the step.
+    void play(const Steps& steps, const std::source_location& where = std::source_location::current());
     /// Waits for the message on row 23 and puts it away.
-    void message(const std::string& text) { play({{text, " "}}); }
+    void message(const std::string& text, const std::source_location& where = std::source_location::current()) {
+        play({{text, " "}}, where);
+    }
     /// Types and waits until the row is the text, or has it in itself.
     void expectRow(const std::string& typed, int row, const std::string& text, bool whole = true);
     void expectIn(const std::string& typed, int row, const std::string& part) { expectRow(typed, row, part, false); }

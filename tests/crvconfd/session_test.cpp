@@ -293,7 +293,7 @@ TEST_F(DataBaseScreen, CertificatesAreImportedInEveryFormOnceAndExportedButNotOv
     demoCa("correspondents ca 3 trzy.der");
     run("cat trzy.der user.crt > cztery.der; openssl crl2pkcs7 -nocrl -certfile ca/ca.pem -certfile user.pem -outform "
         "DER -out paczka.p7b; (cat trzy.der; echo to nie certyfikat) > zepsute.der; : > pusty; cp praca.p12 inny.p12; "
-        "ln -s praca.p12 dowiazanie; ln praca.p12 twarde");
+        "ln -s praca.p12 dowiazanie");
     answer("3", "nie_ma", "Błąd otwarcia pliku nie_ma !!!");
     answer("3", file(""), "Błąd otwarcia pliku");
     const std::pair<std::string, int> imports[] = {{file("pusty"), 0}, {file("inny.p12"), 0}, {"~/zepsute.der", 3},
@@ -301,9 +301,15 @@ TEST_F(DataBaseScreen, CertificatesAreImportedInEveryFormOnceAndExportedButNotOv
                                                    {"~/ca/ca.pem", 1}};
     for (const auto& [name, count] : imports) answer("3", name, "Wczytano " + std::to_string(count) + " certyfikatów.");
     const std::string p12 = readFile(file("praca.p12")), list = readFile(file("lista.conf"));
-    for (const char* name : {"~/praca.p12", "~/lista.conf", "~/praca.p12.lck", "~/db/certific.dat", "~/db/nowy",
-                             "~/dowiazanie", "~/twarde", "~/nie/ma/pliku", "~/.crvprofiles.conf", "~/db", ""})
-        answer("5", name, "Błąd otwarcia pliku " + std::string(name));
+    const std::string isList = "To jest lista profili, podaj inną nazwę: ", notOpened = "Błąd otwarcia pliku ";
+    const std::pair<std::string, std::string> refusals[] = {
+        {"~/praca.p12", kOfTheProfile},  {"~/praca.p12.lck", kOfTheProfile},
+        {"~/db/nowy", kOfTheProfile},    {"~/dowiazanie", kOfTheProfile},
+        {"~/db", kOfTheProfile},         {"~/lista.conf", isList},
+        {"~/.crvprofiles.conf", isList}, {"~/inny.p12", "Plik zawiera klucze (PKCS#12), podaj inną nazwę: "},
+        {"~/nie/ma/pliku", notOpened},   {"", notOpened}};
+    for (const auto& [name, text] : refusals) answer("5", name, text + name);
+    play({{"6) Usuń", "5"}, {"Poda", "~/trzy.der\r"}, {"Plik już istnieje. Czy chcesz go zastąpić (t/n)?", "n"}});
     EXPECT_EQ(readFile(file("praca.p12")), p12);
     EXPECT_EQ(readFile(file("lista.conf")), list);
     expectCertificates(5);

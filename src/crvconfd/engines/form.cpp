@@ -4,7 +4,7 @@
 #include <array>
 #include <charconv>
 
-#include "crvconfd/engines/list_screen.h"
+#include "crvconfd/engines/screen.h"
 #include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "profiles/universal_conf_mgr.h"
@@ -128,12 +128,11 @@ bool runForm(const std::string& title, const std::vector<FormField>& fields, con
         store(0);
         return leaving;
     };
-    runListScreen({[&] { return title; },
-                   items,
-                   "",
-                   {{0, "Enter: zmień", true, edit}, {end.key, end.label, false, store}},
-                   mayLeave,
-                   [&] { return leaving; }});
+    runScreen({.draw = drawTitle(title),
+               .items = items,
+               .actions = {{0, "Enter: zmień", true, edit}, {end.key, end.label, false, store}},
+               .mayLeave = mayLeave,
+               .done = [&] { return leaving; }});
     return saved;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "crvconfd/engines/screen.h"
 #include "crvconfd/toolkit/toolkit.h"
 
 namespace crv {
@@ -14,11 +15,18 @@ constexpr size_t kPageSize = kFooterRow - kFirstRow;
 constexpr int kNumberColumn = 1;
 constexpr int kOidColumn = 6;
 constexpr int kNameColumn = 30;
-constexpr const char* kFooter = "~Dodaj   ~Usuń   Po~wrót";
 
 /// First entry of the last page.
 size_t lastPage(size_t count) {
     return count == 0 ? 0 : (count - 1) / kPageSize * kPageSize;
+}
+
+void drawPage(const NumberedListEditor& editor, const std::vector<NumberedEntry>& entries, size_t first) {
+    displHeader(0, "%s", editor.texts.title);
+    if (entries.empty() && editor.drawEmpty) return editor.drawEmpty();
+    const size_t end = std::min(entries.size(), first + kPageSize);
+    for (size_t i = first; i < end; ++i) drawNumberedEntry(kFirstRow + static_cast<int>(i - first), i + 1, entries[i]);
+    if (entries.size() > kPageSize) displText(kFooterRow, 0, "%zu-%zu/%zu PgUp/PgDn", first + 1, end, entries.size());
 }
 
 }  // namespace
@@ -32,19 +40,6 @@ void drawNumberedEntry(int row, size_t number, const NumberedEntry& entry) {
     displText(row, column, "%s", entry.name.c_str());
 }
 
-void drawNumberedList(const NumberedListEditor& editor, const std::vector<NumberedEntry>& entries, size_t first) {
-    clrScr();
-    displHeader(0, "%s", editor.texts.title);
-    if (entries.empty() && editor.drawEmpty) {
-        editor.drawEmpty();
-        return;
-    }
-    const size_t end = std::min(entries.size(), first + kPageSize);
-    for (size_t i = first; i < end; ++i) drawNumberedEntry(kFirstRow + static_cast<int>(i - first), i + 1, entries[i]);
-    displCentColText(kFooterRow, "%s", kFooter);
-    if (entries.size() > kPageSize) displText(kFooterRow, 0, "%zu-%zu/%zu PgUp/PgDn", first + 1, end, entries.size());
-}
-
 int askForEntry(const NumberedListTexts& texts, size_t count) {
     const int number = input_positive_number_yx(kMessageRow, 0, texts.deletionPrompt);
     if (number < 1) return -1;
@@ -53,37 +48,43 @@ int askForEntry(const NumberedListTexts& texts, size_t count) {
     return -1;
 }
 
-void runNumberedList(const NumberedListEditor& editor) {
-    size_t first = 0;
-    for (;;) {
+namespace {
+
+ScreenOps numberedListOps(const NumberedListEditor& editor, size_t& first) {
+    const auto count = [&editor] { return editor.entries().size(); };
+    const auto isBare = [&editor, count] { return count() == 0 && editor.drawEmpty; };
+    const auto remove = [&editor, count](size_t) {
+        if (const int index = askForEntry(editor.texts, count()); index >= 0) editor.remove(static_cast<size_t>(index));
+    };
+    const auto down = [&first, count](size_t) { first = std::min(first + kPageSize, lastPage(count())); };
+    const auto up = [&first](size_t) { first -= std::min(first, kPageSize); };
+    const auto draw = [&editor, &first] {
         const auto entries = editor.entries();
         first = std::min(first, lastPage(entries.size()));
-        drawNumberedList(editor, entries, first);
-        switch (getKey()) {
-            case 'D':
-            case 'd':
-                editor.add();
-                break;
-            case 'U':
-            case 'u':
-                if (const int index = askForEntry(editor.texts, entries.size()); index >= 0)
-                    editor.remove(static_cast<size_t>(index));
-                break;
-            case kKeyPageDown:
-            case kKeyDown:
-                first = std::min(first + kPageSize, lastPage(entries.size()));
-                break;
-            case kKeyPageUp:
-            case kKeyUp:
-                first -= std::min(first, kPageSize);
-                break;
-            case 'W':
-            case 'w':
-                return;
-            default:
-                break;
-        }
-    }
+        drawPage(editor, entries, first);
+    };
+    return {.draw = draw,
+            .actions = {{'d', "~Dodaj", false, [&editor](size_t) { editor.add(); }},
+                        {'u', "~Usuń", false, remove, [isBare] { return !isBare(); }},
+                        // Obeyed even where it is not shown.
+                        {'u', nullptr, false, remove},
+                        {kKeyPageDown, nullptr, false, down},
+                        {kKeyDown, nullptr, false, down},
+                        {kKeyPageUp, nullptr, false, up},
+                        {kKeyUp, nullptr, false, up}},
+            .escapeLeaves = false};
+}
+
+}  // namespace
+
+void drawNumberedList(const NumberedListEditor& editor) {
+    size_t first = 0;
+    drawScreen(numberedListOps(editor, first));
+}
+
+void runNumberedList(const NumberedListEditor& editor) {
+    size_t first = 0;
+    runScreen(numberedListOps(editor, first));
 }
 
 }  // namespace crv

@@ -24,7 +24,7 @@ struct NumberedListEditor {
     NumberedListTexts texts;
     /// The entries in the order of their numbers.
     std::function<std::vector<NumberedEntry>()> entries;
-    /// Draws what stands in place of an empty list, its footer included; null draws nothing but the usual footer.
+    /// Draws what stands in place of an empty list, where nothing can be deleted; null draws nothing.
     std::function<void()> drawEmpty;
     /// Asks for a new entry, adds it and saves. Says itself what went wrong.
     std::function<void()> add;
@@ -35,8 +35,8 @@ struct NumberedListEditor {
 /// Draws one entry on a row.
 void drawNumberedEntry(int row, size_t number, const NumberedEntry& entry);
 
-/// Draws the page of entries that begins at the index first.
-void drawNumberedList(const NumberedListEditor& editor, const std::vector<NumberedEntry>& entries, size_t first);
+/// Draws the list from its first entry.
+void drawNumberedList(const NumberedListEditor& editor);
 
 /// Asks for a number and returns the index that it means; -1 when there is none (which has been said where it must be).
 [[nodiscard]] int askForEntry(const NumberedListTexts& texts, size_t count);

@@ -1,7 +1,6 @@
 #include "crvconfd/engines/text_view.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "crvconfd/toolkit/toolkit.h"
 
@@ -17,34 +16,31 @@ constexpr size_t kTextWidth = kScreenColumns - 2;
 /// Room that a value needs beside its label.
 constexpr size_t kLeastValue = 32;
 
-void draw(const std::string& header, const std::vector<std::string>& lines, const char* footer, size_t top) {
-    clrScr();
-    displHeader(0, "%s", header.c_str());
-    const size_t end = std::min(lines.size(), top + kRows);
-    for (size_t i = top; i < end; ++i) displText(kFirstRow + static_cast<int>(i - top), 1, "%s", lines[i].c_str());
-    if (lines.size() > kRows) displText(kFooterRow, 0, "%zu-%zu/%zu", top + 1, end, lines.size());
-    displCentColText(kFooterRow, "%s", footer);
+size_t lastTop(const TextView& view) {
+    return view.lines.size() > kRows ? view.lines.size() - kRows : 0;
 }
 
-/// First line shown after a scrolling key.
-size_t scrolled(int key, size_t top, size_t last) {
-    switch (key) {
-        case kKeyUp:
-            return top - std::min<size_t>(top, 1);
-        case kKeyDown:
-            return std::min(top + 1, last);
-        case kKeyPageUp:
-            return top - std::min(top, kRows);
-        case kKeyPageDown:
-            return std::min(top + kRows, last);
-        case kKeyHome:
-            return 0;
-        case kKeyEnd:
-            return last;
-        default:
-            return top;
-    }
+void draw(const TextView& view) {
+    displHeader(0, "%s", view.header.c_str());
+    const size_t end = std::min(view.lines.size(), view.top + kRows);
+    for (size_t i = view.top; i < end; ++i)
+        displText(kFirstRow + static_cast<int>(i - view.top), 1, "%s", view.lines[i].c_str());
+    if (view.lines.size() > kRows) displText(kFooterRow, 0, "%zu-%zu/%zu", view.top + 1, end, view.lines.size());
 }
+
+struct Scroll {
+    int key;
+    size_t (*top)(size_t top, size_t last);
+};
+
+constexpr Scroll kScrolls[] = {
+    {kKeyUp, [](size_t top, size_t) { return top - std::min<size_t>(top, 1); }},
+    {kKeyDown, [](size_t top, size_t last) { return std::min(top + 1, last); }},
+    {kKeyPageUp, [](size_t top, size_t) { return top - std::min(top, kRows); }},
+    {kKeyPageDown, [](size_t top, size_t last) { return std::min(top + kRows, last); }},
+    {kKeyHome, [](size_t, size_t) { return size_t{0}; }},
+    {kKeyEnd, [](size_t, size_t last) { return last; }},
+};
 
 }  // namespace
 
@@ -76,18 +72,17 @@ void addField(std::vector<std::string>& lines, std::string_view label, std::stri
     for (size_t i = 1; i < wrapped.size(); ++i) lines.push_back(std::string(kLabelWidth, ' ') + wrapped[i]);
 }
 
-int showText(const std::string& header, const std::vector<std::string>& lines, const char* footer,
-             std::string_view keys, size_t& top) {
-    const size_t last = lines.size() > kRows ? lines.size() - kRows : 0;
-    for (;;) {
-        top = std::min(top, last);
-        draw(header, lines, footer, top);
-        const int key = getScrollKey();
-        const int letter = key > 0 && key < 128 ? std::tolower(key) : 0;
-        if (key == kKeyEscape) return key;
-        if (letter != 0 && keys.find(static_cast<char>(letter)) != std::string_view::npos) return letter;
-        top = scrolled(key, top, last);
+void runTextView(TextView& view) {
+    ScreenActions actions = view.actions;
+    for (const Scroll& scroll : kScrolls) {
+        actions.push_back(
+            {scroll.key, nullptr, false, [&view, scroll](size_t) { view.top = scroll.top(view.top, lastTop(view)); }});
     }
+    const auto drawText = [&view] {
+        view.top = std::min(view.top, lastTop(view));
+        draw(view);
+    };
+    runScreen({.draw = drawText, .actions = std::move(actions), .gap = view.gap});
 }
 
 }  // namespace crv

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "crvconfd/engines/screen.h"
+
 namespace crv {
 
 /// The text cut into lines of at most width (over 1) columns, at spaces where there are any.
@@ -13,10 +15,19 @@ namespace crv {
 /// Appends "label value" to the lines: the values of one view stand in one column, long ones go on below.
 void addField(std::vector<std::string>& lines, std::string_view label, std::string_view value);
 
-/// Shows the lines from row 2 on, the header on row 0 and the footer (with mnemonics) on row 22, until one of the keys
-/// (lower-case letters; upper case works too) or Escape; arrows, Page Up and Down, Home and End scroll. top is the
-/// first line shown. Returns the key, or 27.
-[[nodiscard]] int showText(const std::string& header, const std::vector<std::string>& lines, const char* footer,
-                           std::string_view keys, size_t& top);
+/// Lines from row 2 on below a header. Actions may change them.
+struct TextView {
+    std::string header;
+    std::vector<std::string> lines;
+    ScreenActions actions = {};
+    const char* gap = "   ";
+    size_t top = 0;  ///< first line shown
+};
+
+/// Shows the text until the user goes back; arrows, Page Up and Down, Home and End scroll.
+void runTextView(TextView& view);
+inline void runTextView(TextView&& view) {
+    runTextView(view);
+}
 
 }  // namespace crv

@@ -1,11 +1,11 @@
 #include "crvconfd/screens/cert_view.h"
 
 #include <algorithm>
-#include <array>
 
 #include "asn/x509/signed_certificate.h"
 #include "crvconfd/engines/text_view.h"
 #include "crvconfd/screens/crt_text.h"
+#include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/screens/save_to_file.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -19,7 +19,6 @@ namespace {
 constexpr int kTableRow = 2;
 /// Where the main menu is still to fit below the table.
 constexpr int kTableEnd = 18;
-constexpr int kNameSize = 256;
 
 struct RoleText {
     KeyRole role;
@@ -63,33 +62,20 @@ int displayDN(int row, const DistinguishedName& name) {
 }
 
 void saveCertificateToFile(const SignedCertificate& certificate) {
-    std::array<char, kNameSize> name{};
-    if (inputText(kMessageRow, 0, "Podaj nazwę pliku certyfikatu:", name.data(), static_cast<int>(name.size())) <= 0)
-        return;
-    saveToFile(name.data(), certificate);
+    if (const auto file = askForFile("Podaj nazwę pliku certyfikatu:"); file && !file->typed.empty())
+        saveToFile(file->typed, certificate);
 }
 
 void showCertificate(const SignedCertificate& certificate, const std::string& title) {
-    const std::array pages{dataLines(certificate), parameterLines(certificate)};
-    size_t page = 0;
-    size_t top = 0;
-    for (;;) {
-        const int key = showText(title, pages[page], "~Dane  Pa~rametry  Zapi~sz  Po~wrót", "drsw", top);
-        switch (key) {
-            case 'd':
-            case 'r': {
-                const size_t wanted = key == 'd' ? 0 : 1;
-                if (wanted != page) top = 0;
-                page = wanted;
-                break;
-            }
-            case 's':
-                saveCertificateToFile(certificate);
-                break;
-            default:
-                return;
-        }
-    }
+    TextView view{.header = title, .lines = dataLines(certificate), .gap = "  "};
+    const auto turnTo = [&view](std::vector<std::string> page) {
+        if (page != view.lines) view.top = 0;
+        view.lines = std::move(page);
+    };
+    view.actions = {{'d', "~Dane", false, [&](size_t) { turnTo(dataLines(certificate)); }},
+                    {'r', "Pa~rametry", false, [&](size_t) { turnTo(parameterLines(certificate)); }},
+                    {'s', "Zapi~sz", false, [&](size_t) { saveCertificateToFile(certificate); }}};
+    runTextView(view);
 }
 
 void showCert(KeyType key) {

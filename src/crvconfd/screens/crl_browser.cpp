@@ -1,12 +1,12 @@
 #include "crvconfd/screens/crl_browser.h"
 
-#include <array>
 #include <ctime>
 
 #include "asn/x509/signed_cert_rev_list.h"
-#include "crvconfd/engines/list_screen.h"
+#include "crvconfd/engines/screen.h"
 #include "crvconfd/engines/text_view.h"
 #include "crvconfd/screens/crt_text.h"
+#include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/screens/save_to_file.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -18,7 +18,6 @@ namespace {
 
 constexpr size_t kIssuerWidth = 26;
 constexpr size_t kNumberWidth = 12;
-constexpr int kNameSize = 256;
 
 /// A stored list and the octets that it refers to.
 struct StoredCrl {
@@ -77,24 +76,22 @@ void CrlBrowser::details(size_t index) const {
     addExtensions(lines, crl.list.extensions());
     addField(lines, "Unieważnione certyfikaty:", std::to_string(crl.list.entryCount()));
     addEntries(lines, crl.list);
-    size_t top = 0;
-    (void)showText("Lista CRL", lines, "Po~wrót", "w", top);
+    runTextView({"Lista CRL", std::move(lines)});
 }
 
 void CrlBrowser::save(size_t index) const {
     StoredCrl crl;
     if (!crl.load(index_[index].fileNumber())) return errInfo(kMessageRow, "Błąd bazy danych");
-    std::array<char, kNameSize> name{};
-    if (inputText(kMessageRow, 0, "Podaj nazwę pliku listy CRL:", name.data(), static_cast<int>(name.size())) > 0)
-        saveToFile(name.data(), crl.list);
+    if (const auto file = askForFile("Podaj nazwę pliku listy CRL:"); file && !file->typed.empty())
+        saveToFile(file->typed, crl.list);
 }
 
 void CrlBrowser::run() {
-    runListScreen({[] { return std::string("Baza list CRL"); },
-                   [this] { return items(); },
-                   "Brak list CRL",
-                   {{'d', "~Dane", true, [this](size_t index) { details(index); }},
-                    {'s', "Zapi~sz", true, [this](size_t index) { save(index); }}}});
+    runScreen({.draw = drawTitle("Baza list CRL"),
+               .items = [this] { return items(); },
+               .empty = "Brak list CRL",
+               .actions = {{'d', "~Dane", true, [this](size_t index) { details(index); }},
+                           {'s', "Zapi~sz", true, [this](size_t index) { save(index); }}}});
 }
 
 }  // namespace crv

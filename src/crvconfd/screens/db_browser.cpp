@@ -1,10 +1,10 @@
 #include "crvconfd/screens/db_browser.h"
 
-#include <cctype>
 #include <ctime>
 
 #include "asn/x509/signed_certificate.h"
 #include "crvconfd/engines/form.h"
+#include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/cert_view.h"
 #include "crvconfd/screens/crt_text.h"
 #include "crvconfd/session/context.h"
@@ -95,7 +95,6 @@ void DbBrowser::reload() {
 }
 
 void DbBrowser::up() {
-    if (rows_.empty()) return;
     if (selected_ > 0) {
         --selected_;
         return;
@@ -107,7 +106,6 @@ void DbBrowser::up() {
 }
 
 void DbBrowser::down() {
-    if (rows_.empty()) return;
     if (selected_ + 1 < rows_.size()) {
         ++selected_;
         return;
@@ -123,11 +121,10 @@ void DbBrowser::down() {
 }
 
 void DbBrowser::pageDown() {
-    if (rows_.empty() || !loadForward(rows_.back().id, selected_)) selected_ = rows_.empty() ? 0 : rows_.size() - 1;
+    if (!loadForward(rows_.back().id, selected_)) selected_ = rows_.size() - 1;
 }
 
 void DbBrowser::pageUp() {
-    if (rows_.empty()) return;
     CrtItemList items;
     if (!source_.backward(rows_.front().id, kPage, items) || items.empty()) {
         selected_ = 0;
@@ -135,35 +132,6 @@ void DbBrowser::pageUp() {
     }
     // The page is filled up from below, so that it has no hole at the beginning of the list.
     loadForward(items.front().id - 1, selected_);
-}
-
-bool DbBrowser::move(int key) {
-    switch (key) {
-        case kKeyUp:
-            up();
-            return true;
-        case kKeyDown:
-            down();
-            return true;
-        case kKeyPageUp:
-            pageUp();
-            return true;
-        case kKeyPageDown:
-            pageDown();
-            return true;
-        case kKeyHome:
-        case 'p':
-        case 'P':
-            loadForward(0, 0);
-            return true;
-        case kKeyEnd:
-        case 'k':
-        case 'K':
-            loadLast();
-            return true;
-        default:
-            return false;
-    }
 }
 
 void DbBrowser::drawRow(size_t index) const {
@@ -176,7 +144,6 @@ void DbBrowser::drawRow(size_t index) const {
 }
 
 void DbBrowser::draw() const {
-    clrScr();
     if (source_.isSearch()) {
         displHeader(0, "Baza certyfikatów - znaleziono: %zu", source_.found());
     } else {
@@ -189,15 +156,10 @@ void DbBrowser::draw() const {
                   fitText("Wystawca", kIssuerWidth).c_str(), "Ważny do");
         for (size_t i = 0; i < rows_.size(); ++i) drawRow(i);
     }
-    std::string footer = rows_.empty() ? "" : "~Dane   ~Usuń   Zapi~sz   ~Początek   ~Koniec   ";
-    footer += "S~zukaj   ";
-    if (source_.isSearch()) footer += "Cała ~baza   ";
-    displCentColText(kFooterRow, "%s", (footer + "Po~wrót").c_str());
     if (!rows_.empty()) displText(kMessageRow, 0, "! przeterminowany   * wygasa w ciągu 30 dni");
 }
 
 bool DbBrowser::current(SignedCertificate& certificate) const {
-    if (rows_.empty()) return false;
     if (certificate.readExactly(rows_[selected_].der, ASN_FLAG_CONST)) return true;
     errInfo(kMessageRow, "Błędny format certyfikatu");
     return false;
@@ -214,7 +176,6 @@ void DbBrowser::save() {
 }
 
 void DbBrowser::remove() {
-    if (rows_.empty()) return;
     if (displCentQuestion(kMessageRow, "Czy na pewno chcesz usunąć certyfikat (t/n)?") == 0) return;
     const int64_t id = rows_[selected_].id;
     // After a compaction by another process the id may mean another certificate.
@@ -241,38 +202,34 @@ void DbBrowser::search() {
     loadForward(0, 0);
 }
 
+void DbBrowser::showAll() {
+    source_ = CrtSource();
+    rows_.clear();
+    loadForward(0, 0);
+}
+
 void DbBrowser::run() {
     loadForward(0, 0);
-    for (;;) {
-        draw();
-        const int key = getScrollKey();
-        if (move(key)) continue;
-        switch (key < 128 ? std::tolower(key) : key) {
-            case 'd':
-            case kKeyEnter:
-                details();
-                break;
-            case 'u':
-                remove();
-                break;
-            case 's':
-                save();
-                break;
-            case 'z':
-                search();
-                break;
-            case 'b':
-                source_ = CrtSource();
-                rows_.clear();
-                loadForward(0, 0);
-                break;
-            case 'w':
-            case kKeyEscape:
-                return;
-            default:
-                break;
-        }
-    }
+    const auto calling = [this](void (DbBrowser::*work)()) { return [this, work](size_t) { (this->*work)(); }; };
+    const auto first = [this](size_t) { loadForward(0, 0); };
+    const auto last = calling(&DbBrowser::loadLast);
+    runScreen(
+        {.draw = [this] { draw(); },
+         .actions = {{'d', "~Dane", true, calling(&DbBrowser::details)},
+                     {'u', "~Usuń", true, calling(&DbBrowser::remove)},
+                     {'s', "Zapi~sz", true, calling(&DbBrowser::save)},
+                     {'p', "~Początek", true, first},
+                     {'k', "~Koniec", true, last},
+                     {'z', "S~zukaj", false, calling(&DbBrowser::search)},
+                     {'b', "Cała ~baza", false, calling(&DbBrowser::showAll), [this] { return source_.isSearch(); }},
+                     {kKeyEnter, nullptr, true, calling(&DbBrowser::details)},
+                     {kKeyUp, nullptr, true, calling(&DbBrowser::up)},
+                     {kKeyDown, nullptr, true, calling(&DbBrowser::down)},
+                     {kKeyPageUp, nullptr, true, calling(&DbBrowser::pageUp)},
+                     {kKeyPageDown, nullptr, true, calling(&DbBrowser::pageDown)},
+                     {kKeyHome, nullptr, true, first},
+                     {kKeyEnd, nullptr, true, last}},
+         .hasItems = [this] { return !rows_.empty(); }});
 }
 
 }  // namespace crv

@@ -31,17 +31,18 @@ class DbBrowser {
     void reload();
     void draw() const;
     void drawRow(size_t index) const;
+    // What works on a row is run only while there are rows.
     void up();
     void down();
     void pageUp();
     void pageDown();
-    /// Obeys a key that moves the selection; false for any other.
-    bool move(int key);
     void search();
+    /// Back from a search to the whole database.
+    void showAll();
     void details();
     void remove();
     void save();
-    /// The certificate under the cursor; false after a message when there is none or it cannot be read.
+    /// The certificate under the cursor; false after a message when it cannot be read.
     bool current(SignedCertificate& certificate) const;
 
     CrtSource source_;

@@ -118,8 +118,8 @@ void importCertificates(const TypedFile& file) {
 
 void exportCertificates(const TypedFile& file) {
     size_t count = 0;
-    const bool refused = file.path.empty() || isProfileFile(file.path);
-    const TransferEnd end = refused ? TransferEnd::NotOpened : crtManager->exportCerts(file.path, count);
+    if (!file.path.empty() && !mayWrite(file)) return;
+    const TransferEnd end = file.path.empty() ? TransferEnd::NotOpened : crtManager->exportCerts(file.path, count);
     if (isFailure(end)) return showFailure(end, file, "Błąd bazy danych");
     errInfo(kMessageRow, "Zapisano certyfikaty w liczbie: %zu", count);
 }

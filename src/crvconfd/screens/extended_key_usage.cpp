@@ -82,7 +82,7 @@ void showExtendedKeyUsage(size_t index, const std::string& name, const std::stri
 }
 
 void showExtendedKeyUsages() {
-    drawNumberedList(editor(), sortedUsages(), 0);
+    drawNumberedList(editor());
 }
 
 void delExtendedKeyUsage() {

@@ -1,53 +1,16 @@
 #include "crvconfd/screens/file_prompt.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <array>
-#include <vector>
 
 #include "config/configuration_manager.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/current_profile.h"
 #include "crvconfd/toolkit/toolkit.h"
-#include "misc/atomic_write.h"
-#include "misc/file_ops.h"
 #include "misc/path.h"
+#include "ops/file_guard.h"
 
 namespace crv {
-
-namespace {
-
-std::optional<FileId> idOf(const std::string& path) {
-    struct stat info {};
-    if (path.empty() || fileOps().stat(expandHome(path), &info) != 0) return std::nullopt;
-    return FileId::of(info);
-}
-
-bool sameFile(const std::string& a, const std::string& b) {
-    const auto id = idOf(a);
-    return id && id == idOf(b);
-}
-
-/// A name that may not exist yet: the same folder and the same last part.
-bool samePlace(const std::string& a, const std::string& b) {
-    const auto last = [](const std::string& path) { return path.substr(path.rfind('/') + 1); };
-    return last(a) == last(b) && sameFile(folderOf(a), folderOf(b));
-}
-
-std::vector<std::string> profileFiles() {
-    std::vector<std::string> files{cfgManager->securityFileName(), cfgManager->securityFileLockName(),
-                                   currentProfileSource.file};
-    for (const ProfileMedia media : {ProfileMedia::User, ProfileMedia::Common}) {
-        files.push_back(CrvProfile::getDefaultCfgFileName(media));
-        files.emplace_back(CrvProfile::getSignerCfgFileName(media));
-    }
-    std::string roots;
-    if (cfgManager->profile()->getAttr(CRVPROFILE_ATTR_ROOTS_FILE, roots) == kAttrOk) files.push_back(roots);
-    return files;
-}
-
-}  // namespace
 
 std::optional<TypedFile> askForFile(const char* prompt, bool word, size_t longest) {
     std::array<char, kLongestFileName + 1> name{};
@@ -58,11 +21,26 @@ std::optional<TypedFile> askForFile(const char* prompt, bool word, size_t longes
     return TypedFile{name.data(), expandHome(name.data())};
 }
 
-bool isProfileFile(const std::string& path) {
-    for (const std::string& file : profileFiles())
-        if (!file.empty() && (sameFile(path, file) || samePlace(path, expandHome(file)))) return true;
-    const std::string folder = cfgManager->profile()->dbConfig().db;
-    return !folder.empty() && sameFile(folderOf(path), folder);
+bool mayWrite(const TypedFile& file) {
+    FileGuard guard({currentProfileSource.file});
+    guard.add(*cfgManager->profile());
+    const FileVerdict verdict = guard.judge(file.path);
+    const char* name = file.typed.c_str();
+    switch (verdict.claim) {
+        case FileClaim::Profile:
+            if (verdict.owner.empty()) {
+                errInfo(kMessageRow, "To jest lista profili, podaj inną nazwę: %s", name);
+            } else {
+                errInfo(kMessageRow, "Plik należy do profilu %s, podaj inną nazwę: %s", verdict.owner.c_str(), name);
+            }
+            return false;
+        case FileClaim::Keys:
+            errInfo(kMessageRow, "Plik zawiera klucze (PKCS#12), podaj inną nazwę: %s", name);
+            return false;
+        case FileClaim::None:
+            break;
+    }
+    return !verdict.exists || displCentQuestion(kMessageRow, "Plik już istnieje. Czy chcesz go zastąpić (t/n)?") == 1;
 }
 
 }  // namespace crv

@@ -1,4 +1,4 @@
-// The prompt for a file name, and the files that the console never writes over.
+// The prompt for a file name, and the look at what a file would be written over.
 #pragma once
 
 #include <optional>
@@ -18,8 +18,8 @@ constexpr size_t kLongestFileName = 1023;
 [[nodiscard]] std::optional<TypedFile> askForFile(const char* prompt, bool word = false,
                                                   size_t longest = kLongestFileName);
 
-/// Whether a name leads to what the current profile lives in: its security file and trust-point store, a profile list,
-/// a lock, anything in the folder of its database. Exports, saved certificates and requests never go there.
-[[nodiscard]] bool isProfileFile(const std::string& path);
+/// Whether exports, saved certificates and requests may go there: what belongs to a profile or holds keys is refused
+/// with the reason, and any other file is replaced only when the user says so.
+[[nodiscard]] bool mayWrite(const TypedFile& file);
 
 }  // namespace crv

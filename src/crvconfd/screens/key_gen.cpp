@@ -1,10 +1,11 @@
 #include "crvconfd/screens/key_gen.h"
 
+#include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdio>
 
 #include "config/configuration_manager.h"
+#include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
@@ -20,6 +21,7 @@ namespace crv {
 namespace {
 
 constexpr int kValueColumn = 28;
+constexpr int kFormatColumn = 55;
 constexpr int kOptionColumn = 74;
 constexpr int kFooterRow = 20;
 constexpr int kListRow = 5;
@@ -89,20 +91,68 @@ const char* yesNo(bool yes) {
     return yes ? "TAK" : "NIE";
 }
 
-void drawOptions(const KeyGenParams& params, bool marked) {
-    drawLabel(9, "~Format pliku tworzonego zgłoszenia certyfikacyjnego:", marked);
-    displText(9, 55, "%s", params.pem ? "tekstowy (PEM)" : "binarny (DER)");
-    if (params.keyScheme == KeyScheme::Ecdsa) {
-        const bool choice = params.curveHasOid();
-        drawLabel(10, "Zapisz parametry domeny krzywej eliptycznej ~bezpośrednio:", marked && choice);
-        displText(10, kOptionColumn, "%s", yesNo(params.explicitDomain || !choice));
-    }
-    if (params.keyScheme == KeyScheme::RsaPss) {
-        drawLabel(10, "Do podpisu zgłoszenia użyj algorytmu SHA-1 ~RSA-PKCS#1 (niezalecane):", marked);
-        displText(10, kOptionColumn, "%s", yesNo(params.sha1RsaRequest));
-        drawLabel(11, "Wymuś ~używanie podanego algorytmu do podpisu:", marked);
-        displText(11, kOptionColumn, "%s", yesNo(params.forceAlgorithm));
-    }
+bool always(const KeyGenParams&) {
+    return true;
+}
+bool isEcdsa(const KeyGenParams& params) {
+    return params.keyScheme == KeyScheme::Ecdsa;
+}
+bool isPss(const KeyGenParams& params) {
+    return params.keyScheme == KeyScheme::RsaPss;
+}
+
+/// A choice: where it stands, what it shows and what its key does.
+struct Choice {
+    char key;
+    int row;
+    const char* label;
+    int column;  ///< of the value
+    std::string (*value)(const KeyGenParams& params);
+    void (*change)(KeyGenParams& params);
+    bool (*shown)(const KeyGenParams& params) = always;
+    bool (*open)(const KeyGenParams& params) = always;  ///< otherwise shown without the shortcut, and not obeyed
+};
+
+const Choice kChoices[] = {
+    {'a', 3, "~Algorytm klucza:", kValueColumn, [](const auto& params) -> std::string { return params.schemeName(); },
+     OnSelectKeyAlgo, always, [](const auto& params) { return params.schemes().size() > 1; }},
+    {'d', 4, "~Długość klucza w bitach:", kValueColumn,
+     [](const auto& params) { return std::to_string(params.keyLength); }, OnSelectKeyLength,
+     [](const auto& params) { return !isEcdsa(params); }},
+    {'d', 4, "~Dziedzina dla ECDSA:", kValueColumn,
+     [](const auto& params) -> std::string { return params.curveName(); }, OnSelectKeyLength, isEcdsa},
+    {'p', 6, "Algorytm ~podpisu:", kValueColumn,
+     [](const auto& params) -> std::string { return params.signAlgoText(); }, selectSignScheme},
+    {'f', 9, "~Format pliku tworzonego zgłoszenia certyfikacyjnego:", kFormatColumn,
+     [](const auto& params) -> std::string { return params.pem ? "tekstowy (PEM)" : "binarny (DER)"; },
+     [](auto& params) { params.pem = !params.pem; }},
+    {'b', 10, "Zapisz parametry domeny krzywej eliptycznej ~bezpośrednio:", kOptionColumn,
+     [](const auto& params) -> std::string { return yesNo(params.explicitDomain || !params.curveHasOid()); },
+     [](auto& params) { params.explicitDomain = !params.explicitDomain; }, isEcdsa,
+     [](const auto& params) { return params.curveHasOid(); }},
+    {'r', 10, "Do podpisu zgłoszenia użyj algorytmu SHA-1 ~RSA-PKCS#1 (niezalecane):", kOptionColumn,
+     [](const auto& params) -> std::string { return yesNo(params.sha1RsaRequest); },
+     [](auto& params) { params.sha1RsaRequest = !params.sha1RsaRequest; }, isPss},
+    {'u', 11, "Wymuś ~używanie podanego algorytmu do podpisu:", kOptionColumn,
+     [](const auto& params) -> std::string { return yesNo(params.forceAlgorithm); },
+     [](auto& params) { params.forceAlgorithm = !params.forceAlgorithm; }, isPss},
+};
+
+struct End {
+    char key;
+    const char* label;
+    KeyGenCommand command;
+};
+
+constexpr End kEnds[] = {
+    {'g', "~Generuj", KeyGenCommand::Generate},
+    {'w', "~Wyjście", KeyGenCommand::Leave},
+};
+
+void drawEnds() {
+    std::string footer;
+    for (const End& end : kEnds) footer.append(footer.empty() ? "" : "   ").append(end.label);
+    displCentColText(kFooterRow, "%s", footer.c_str());
 }
 
 /// Shows a list over the options; W leaves it like Escape. The index chosen, or -1.
@@ -185,9 +235,8 @@ CrtRequestParams requestOf(const KeyGenParams& params) {
 
 /// Writes the request; a failure is shown and false.
 bool writeRequest(const TypedFile& file, const Bytes& request) {
-    WriteStep failed = WriteStep::Open;
-    if (!isProfileFile(file.path))
-        failed = writeFileAtomically(file.path, request, {WriteMode::KeepOrCommon, true}).failed;
+    if (!mayWrite(file)) return false;
+    const WriteStep failed = writeFileAtomically(file.path, request, {WriteMode::KeepOrCommon, true}).failed;
     if (failed == WriteStep::None) return true;
     errInfo(kMessageRow, failed == WriteStep::Open ? "Nie mogę otworzyć pliku: %s" : "Błąd zapisu pliku: %s",
             file.typed.c_str());
@@ -221,23 +270,19 @@ bool mayGenerate(KeyType usage) {
 }  // namespace
 
 void ShowKeyGenMenu(const KeyGenParams& params, bool listOpen) {
-    const bool marked = !listOpen;
     clrScr();
     displHeader(0, "%s", params.titleText());
     displText(2, 1, "Wybierz parametry generowanego klucza i wciśnij 'G':");
-    drawLabel(3, "~Algorytm klucza:", marked && params.schemes().size() > 1);
-    displText(3, kValueColumn, "%s", params.schemeName());
-    const bool ecdsa = params.keyScheme == KeyScheme::Ecdsa;
-    drawLabel(4, ecdsa ? "~Dziedzina dla ECDSA:" : "~Długość klucza w bitach:", marked);
-    displText(4, kValueColumn, "%s", ecdsa ? params.curveName() : std::to_string(params.keyLength).c_str());
-    drawLabel(6, "Algorytm ~podpisu:", marked);
-    displText(6, kValueColumn, "%s", params.signAlgoText());
     displText(8, 1, "Opcje:");
-    drawOptions(params, marked);
+    for (const Choice& choice : kChoices) {
+        if (!choice.shown(params)) continue;
+        drawLabel(choice.row, choice.label, !listOpen && choice.open(params));
+        displText(choice.row, choice.column, "%s", choice.value(params).c_str());
+    }
     if (listOpen) {
         displCentText(kFooterRow, " Wybór: klawisze nawigacyjne, spacja, +, -; Esc,W: koniec, Enter: zatwierdź");
     } else {
-        displCentColText(kFooterRow, "~Generuj   ~Wyjście");
+        drawEnds();
     }
 }
 
@@ -283,37 +328,12 @@ void selectSignScheme(KeyGenParams& params) {
 }
 
 KeyGenCommand ProcessKeyGenCommand(int key, KeyGenParams& params) {
-    const bool pss = params.keyScheme == KeyScheme::RsaPss;
-    switch (key > 0 && key < 128 ? std::toupper(key) : key) {
-        case 'A':
-            OnSelectKeyAlgo(params);
-            break;
-        case 'D':
-            OnSelectKeyLength(params);
-            break;
-        case 'P':
-            selectSignScheme(params);
-            break;
-        case 'F':
-            params.pem = !params.pem;
-            break;
-        case 'B':
-            if (params.keyScheme == KeyScheme::Ecdsa && params.curveHasOid())
-                params.explicitDomain = !params.explicitDomain;
-            break;
-        case 'R':
-            if (pss) params.sha1RsaRequest = !params.sha1RsaRequest;
-            break;
-        case 'U':
-            if (pss) params.forceAlgorithm = !params.forceAlgorithm;
-            break;
-        case 'G':
-            return KeyGenCommand::Generate;
-        case 'W':
-            return KeyGenCommand::Leave;
-        default:
-            break;
-    }
+    for (const End& end : kEnds)
+        if (isLetter(key, end.key)) return end.command;
+    const auto found = std::find_if(std::begin(kChoices), std::end(kChoices), [&](const Choice& choice) {
+        return isLetter(key, choice.key) && choice.shown(params) && choice.open(params);
+    });
+    if (found != std::end(kChoices)) found->change(params);
     return KeyGenCommand::Stay;
 }
 

@@ -5,6 +5,7 @@
 
 #include "config/configuration_manager.h"
 #include "corvane/crvprofile.h"
+#include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/cert_view.h"
 #include "crvconfd/screens/change_password.h"
 #include "crvconfd/screens/crl_browser.h"
@@ -44,8 +45,8 @@ struct MenuEntry {
 };
 
 struct Menu {
-    const char* header;  ///< null: the program header
-    int firstRow;
+    void (*draw)();     ///< the header
+    int (*firstRow)();  ///< of the entries
     std::span<const MenuEntry> entries;
 };
 
@@ -87,32 +88,20 @@ constexpr MenuEntry kDataBaseEntries[] = {
     {'6', "~6) Usuń przeterminowane certyfikaty", OnDbRebuild},
 };
 
-constexpr Menu kKeysMenu{"Operacje na kluczach użytkownika", 5, kKeyEntries};
-constexpr Menu kConfigurationMenu{"Konfiguracja", 5, kConfigurationEntries};
-constexpr Menu kDataBaseMenu{"Bazy danych", 5, kDataBaseEntries};
-
-void drawEntries(const Menu& menu) {
-    int row = menu.firstRow;
-    for (const MenuEntry& entry : menu.entries)
-        if (entry.offered()) displColText(row++, kMenuColumn, "%s", entry.label);
+/// Entries one a row, the way back below them.
+void drawEntries(int row, const std::vector<const char*>& labels) {
+    for (const char* label : labels) displColText(row++, kMenuColumn, "%s", label);
     displColText(std::min(row + 1, kMessageRow), kMenuColumn, "%s", kLeaveLabel);
 }
 
-void drawMenu(const Menu& menu) {
-    clrScr();
-    displHeader(0, "%s", menu.header);
-    drawEntries(menu);
-}
-
-/// Obeys the menu's keys until W.
-void runMenu(std::span<const MenuEntry> entries, void (*draw)()) {
-    for (;;) {
-        draw();
-        const int key = getKey();
-        if (key == 'W' || key == 'w') return;
-        for (const MenuEntry& entry : entries)
-            if (entry.key == key && entry.offered()) entry.action();
-    }
+ScreenOps menuOps(const Menu& menu) {
+    ScreenActions actions;
+    for (const MenuEntry& entry : menu.entries)
+        actions.push_back({entry.key, entry.label, false, [&entry](size_t) { entry.action(); }, entry.offered});
+    return {.draw = menu.draw,
+            .actions = std::move(actions),
+            .drawLabels = [&menu](const auto& labels) { drawEntries(menu.firstRow(), labels); },
+            .escapeLeaves = false};
 }
 
 /// First row of the main menu below a key table that ends on a row.
@@ -120,35 +109,41 @@ int mainMenuRow(int tableEnd) {
     return tableEnd <= 9 ? 10 : std::min(tableEnd + 1, 19);
 }
 
+int usualRow() {
+    return 5;
+}
+
+constexpr Menu kMainMenu{[] { displayProgramInfo(0); }, [] { return mainMenuRow(showKeyInfo()); }, kMainEntries};
+constexpr Menu kKeysMenu{[] { displHeader(0, "Operacje na kluczach użytkownika"); }, usualRow, kKeyEntries};
+constexpr Menu kConfigurationMenu{[] { displHeader(0, "Konfiguracja"); }, usualRow, kConfigurationEntries};
+constexpr Menu kDataBaseMenu{[] { displHeader(0, "Bazy danych"); }, usualRow, kDataBaseEntries};
+
 }  // namespace
 
 void displMainMenu() {
-    clrScr();
-    displayProgramInfo(0);
-    drawEntries({nullptr, mainMenuRow(showKeyInfo()), kMainEntries});
+    drawScreen(menuOps(kMainMenu));
 }
-
 void displMenuKeys() {
-    drawMenu(kKeysMenu);
+    drawScreen(menuOps(kKeysMenu));
 }
 void displMenuConfiguration() {
-    drawMenu(kConfigurationMenu);
+    drawScreen(menuOps(kConfigurationMenu));
 }
 void displMenuDataBase() {
-    drawMenu(kDataBaseMenu);
+    drawScreen(menuOps(kDataBaseMenu));
 }
 
 void OnMainMenu() {
-    runMenu(kMainEntries, displMainMenu);
+    runScreen(menuOps(kMainMenu));
 }
 void OnMenuKeys() {
-    runMenu(kKeyEntries, displMenuKeys);
+    runScreen(menuOps(kKeysMenu));
 }
 void OnMenuConfiguration() {
-    runMenu(kConfigurationEntries, displMenuConfiguration);
+    runScreen(menuOps(kConfigurationMenu));
 }
 void OnMenuDataBase() {
-    runMenu(kDataBaseEntries, displMenuDataBase);
+    runScreen(menuOps(kDataBaseMenu));
 }
 
 }  // namespace crv

@@ -117,8 +117,7 @@ std::vector<std::string> detailLines(const CrvProfile& profile) {
 
 void OnProfileDetails(const CrvProfile* profile) {
     if (!profile) profile = cfgManager->profile();
-    size_t top = 0;
-    (void)showText("Szczegóły profilu", detailLines(*profile), "Po~wrót", "w", top);
+    runTextView({"Szczegóły profilu", detailLines(*profile)});
 }
 
 }  // namespace crv

@@ -9,15 +9,16 @@
 namespace crv {
 
 bool saveToFile(const std::string& name, const ASNobject& object) {
-    const std::string path = expandHome(name);
+    const TypedFile file{name, expandHome(name)};
+    if (!mayWrite(file)) return false;
     Bytes encoding;
     WriteStep failed = WriteStep::Write;
-    if (isProfileFile(path)) {
-        failed = WriteStep::Open;
-    } else if (object.writeToVector(encoding)) {
-        failed = writeFileAtomically(path, encoding, {WriteMode::KeepOrCommon, true}).failed;
+    if (object.writeToVector(encoding))
+        failed = writeFileAtomically(file.path, encoding, {WriteMode::KeepOrCommon, true}).failed;
+    if (failed == WriteStep::None) {
+        displCentInfo(kMessageRow, "Plik został zapisany", 2);
+        return true;
     }
-    if (failed == WriteStep::None) return true;
     errInfo(kMessageRow, failed == WriteStep::Open ? "Nie mogę otworzyć pliku: %s" : "Błąd zapisu pliku: %s",
             name.c_str());
     return false;

@@ -7,8 +7,8 @@ namespace crv {
 
 class ASNobject;
 
-/// Writes the encoding of the object to the file, atomically ("~/" is the home directory). The security file, the
-/// profile list and the files of the database are refused. What went wrong is shown; false then.
+/// Writes the encoding of the object to the file, atomically ("~/" is the home directory), where mayWrite lets it go.
+/// Success is shown, and so is what went wrong; false then.
 bool saveToFile(const std::string& name, const ASNobject& object);
 
 }  // namespace crv

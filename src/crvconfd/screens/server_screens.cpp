@@ -5,7 +5,7 @@
 
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/form.h"
-#include "crvconfd/engines/list_screen.h"
+#include "crvconfd/engines/screen.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/current_profile.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -118,14 +118,14 @@ void SrvDatViewer::run() {
     const auto last = [&](size_t i) {
         changeCurrentProfile([&](CrvProfile& target) { target.moveSrvLast(at(i).name); });
     };
-    runListScreen({[this] { return title_; },
-                   [this] { return items(); },
-                   "Brak serwerów",
-                   {{'d', "~Dodaj", false, add},
-                    {'e', "~Edytuj", true, [&](size_t i) { edit(at(i), false); }},
-                    {'u', "~Usuń", true, [&](size_t i) { remove(at(i)); }},
-                    {'p', "Na ~początek", true, first},
-                    {'k', "Na ~koniec", true, last}}});
+    runScreen({.draw = drawTitle(title_),
+               .items = [this] { return items(); },
+               .empty = "Brak serwerów",
+               .actions = {{'d', "~Dodaj", false, add},
+                           {'e', "~Edytuj", true, [&](size_t i) { edit(at(i), false); }},
+                           {'u', "~Usuń", true, [&](size_t i) { remove(at(i)); }},
+                           {'p', "Na ~początek", true, first},
+                           {'k', "Na ~koniec", true, last}}});
 }
 
 namespace {

@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "config/configuration_manager.h"
+#include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/cert_view.h"
 #include "crvconfd/screens/certificate_prompt.h"
 #include "crvconfd/screens/crt_text.h"
@@ -17,7 +18,6 @@ namespace crv {
 namespace {
 
 constexpr const char* kPlace = "src/crvconfd/trstpnts";
-constexpr int kFooterRow = 22;
 
 constexpr CodeText kAddTexts[] = {
     {kKmNoMemory, "Brak pamięci"},
@@ -88,13 +88,33 @@ void displayTP(const TrustPointList& list, size_t index) {
     displayDN(7, certificate.subject());
 }
 
+namespace {
+
+/// The screen over a list and a position in it; an addition or a deletion reads the list again.
+ScreenOps trustPointOps(TrustPointList& list, size_t& index) {
+    const auto reread = [&list, &index](bool changed) {
+        if (!changed) return;
+        list = readTrustedPoints();
+        index = 0;
+    };
+    return {
+        .draw = [&] { displayTP(list, index); },
+        .actions = {{'d', "~Dodaj", false, [reread](size_t) { reread(OnTrustedPointAdd()); }},
+                    {'u', "~Usuń", true, [&, reread](size_t) { reread(OnTrustedPointDel(list, index)); }},
+                    {'n', "~Następny", true, [&](size_t) { ++index; }, [&] { return index + 1 < list.size(); }},
+                    {'p', "~Poprzedni", true, [&](size_t) { --index; }, [&] { return index > 0; }},
+                    {'c', "Sz~czegóły", true, [&](size_t) { OnTrustedPointShow(list, index); }},
+                    {'s', "Zapi~sz", true, [&](size_t) { OnTrustedPointSave(list, index); }}},
+        .hasItems = [&] { return !list.empty(); },
+        .escapeLeaves = false,
+    };
+}
+
+}  // namespace
+
 void displayMenu(size_t index, size_t count) {
-    std::string footer = "~Dodaj   ";
-    if (count > 0) footer += "~Usuń   ";
-    if (index + 1 < count) footer += "~Następny   ";
-    if (index > 0) footer += "~Poprzedni   ";
-    if (count > 0) footer += "Sz~czegóły   Zapi~sz   ";
-    displCentColText(kFooterRow, "%s", (footer + "Po~wrót").c_str());
+    TrustPointList list(count);
+    drawLabels(trustPointOps(list, index));
 }
 
 bool OnTrustedPointAdd() {
@@ -147,46 +167,7 @@ void OnTrustedPointShow(const TrustPointList& list, size_t index) {
 void OnTrustedPoints() {
     TrustPointList list = readTrustedPoints();
     size_t index = 0;
-    for (;;) {
-        displayTP(list, index);
-        displayMenu(index, list.size());
-        bool changed = false;
-        const bool any = !list.empty();
-        switch (getKey()) {
-            case 'D':
-            case 'd':
-                changed = OnTrustedPointAdd();
-                break;
-            case 'U':
-            case 'u':
-                if (any) changed = OnTrustedPointDel(list, index);
-                break;
-            case 'N':
-            case 'n':
-                if (index + 1 < list.size()) ++index;
-                break;
-            case 'P':
-            case 'p':
-                if (index > 0) --index;
-                break;
-            case 'C':
-            case 'c':
-                if (any) OnTrustedPointShow(list, index);
-                break;
-            case 'S':
-            case 's':
-                if (any) OnTrustedPointSave(list, index);
-                break;
-            case 'W':
-            case 'w':
-                return;
-            default:
-                break;
-        }
-        if (!changed) continue;
-        list = readTrustedPoints();
-        index = 0;
-    }
+    runScreen(trustPointOps(list, index));
 }
 
 std::vector<CaChoice> trustPointChoices() {

@@ -36,7 +36,6 @@ std::vector<NumberedEntry> policies() {
 void drawAnyPolicy() {
     displText(2, 1, "%s", kAnyPolicy);
     displText(2, 25, "ANY POLICY");
-    displCentColText(22, "~Dodaj   Po~wrót");
 }
 
 bool allowed() {
@@ -72,7 +71,7 @@ bool showPolicies() {
         errInfo(kMessageRow, "Brak klucza lub certyfikatu do podpisywania");
         return false;
     }
-    drawNumberedList(editor(), policies(), 0);
+    drawNumberedList(editor());
     return true;
 }
 

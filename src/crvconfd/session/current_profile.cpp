@@ -10,18 +10,14 @@
 namespace crv {
 
 bool changeCurrentProfile(const std::function<void(CrvProfile&)>& change) {
-    const char* step = "";
+    const ProfileChange result = changeProfile(*cfgManager->profile(), currentProfileSource, change);
+    if (result) return true;
     try {
-        cfgManager->profile()->changeAndSave(currentProfileSource.media, currentProfileSource.file,
-                                             [&](CrvProfile& target) {
-                                                 change(target);
-                                                 step = "Błąd zapisu profilu: ";
-                                             });
-        return true;
-    } catch (const std::exception& e) {
-        errInfo(kMessageRow, "%s%s", step, failureText(e).c_str());
-        return false;
+        std::rethrow_exception(result.failure);
+    } catch (const std::exception& failure) {
+        errInfo(kMessageRow, "%s%s", result.saving ? "Błąd zapisu profilu: " : "", failureText(failure).c_str());
     }
+    return false;
 }
 
 }  // namespace crv

@@ -2,16 +2,10 @@
 #pragma once
 
 #include <functional>
-#include <string>
 
-#include "profiles/crv_profile.h"
+#include "ops/profile_change.h"
 
 namespace crv {
-
-struct ProfileSource {
-    ProfileMedia media = ProfileMedia::User;
-    std::string file;  ///< the list, for ProfileMedia::File
-};
 
 /// Set by the session with each profile.
 inline ProfileSource currentProfileSource;
