@@ -7,6 +7,7 @@
 
 #include "asn/pkcs/pfx.h"
 #include "misc/atomic_write.h"
+#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/path.h"
 #include "misc/whole_file.h"
@@ -47,7 +48,7 @@ bool isKeyStore(const std::string& path) {
     try {
         const Bytes content = readFile(path, kLongestKeyStore);
         return Pfx().readExactly(content, ASN_FLAG_CONST);
-    } catch (const std::runtime_error&) {
+    } catch (const StoreError&) {
         return false;  // longer, or unreadable: the caller's question about replacing it remains
     }
 }
@@ -85,7 +86,7 @@ void FileGuard::addList(const std::string& path) {
     try {
         const auto iterator = CrvProfile::getProfileIterator(ProfileMedia::File, path);
         while (const auto profile = CrvProfile::getNextProfile(*iterator)) add(*profile);
-    } catch (const std::runtime_error&) {  // no such list, or one that names no profiles
+    } catch (const StoreError&) {  // no such list, or one that names no profiles
     }
 }
 
