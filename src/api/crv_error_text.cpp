@@ -7,6 +7,7 @@
 #include "api/error_table.h"
 #include "api/vtest_text_buffer.h"
 #include "misc/logger.h"
+#include "misc/utf8.h"
 
 namespace crv {
 namespace {
@@ -15,10 +16,8 @@ using TextBuffer = std::array<char, CRVctx::kErrorTextSize>;
 
 /// Copies the text into the buffer, cut before a character that does not fit whole.
 const char* put(TextBuffer& buffer, std::string_view text) {
-    size_t size = std::min(text.size(), buffer.size() - 1);
-    if (size < text.size())
-        while (size > 0 && (text[size] & 0xC0) == 0x80) --size;
-    buffer[text.copy(buffer.data(), size)] = '\0';
+    const std::string_view fitting = cutText(text, buffer.size() - 1);
+    buffer[fitting.copy(buffer.data(), fitting.size())] = '\0';
     return buffer.data();
 }
 

@@ -1,6 +1,7 @@
 // Profile calls.
 #include "api/api_frame.h"
 #include "asn/asn_object_id.h"
+#include "misc/c_string.h"
 #include "misc/exceptions.h"
 #include "profiles/crv_profile.h"
 
@@ -21,10 +22,6 @@ ProfileMedia mediaOf(int media, const char* file) {
     demand(media >= CRVPROFILE_MEDIA_USER && media <= CRVPROFILE_MEDIA_FILE);
     demand(media != CRVPROFILE_MEDIA_FILE || file);
     return static_cast<ProfileMedia>(media);
-}
-
-std::string orEmpty(const char* text) {
-    return text ? text : "";
 }
 
 std::unique_ptr<CrvProfile> crvReadProfileInt(int media, const char* file, const char* name) {

@@ -1,14 +1,11 @@
 // Calls on the servers and the proxy of a profile.
 #include "api/api_frame.h"
+#include "misc/c_string.h"
 #include "misc/exceptions.h"
 #include "profiles/crv_profile.h"
 
 namespace crv {
 namespace {
-
-std::string_view orEmpty(const char* text) {
-    return text ? text : "";
-}
 
 ByteView octets(const unsigned char* data, long len) {
     demand(len >= 0 && (data || len == 0));
@@ -18,16 +15,16 @@ ByteView octets(const unsigned char* data, long len) {
 SrvParams fromC(const CrvSrvParams* server) {
     demand(server);
     SrvParams params;
-    params.name = orEmpty(server->name);
+    params.name = viewOrEmpty(server->name);
     params.usage = server->usage;
     params.type = server->type;
-    params.addr = orEmpty(server->addr);
+    params.addr = viewOrEmpty(server->addr);
     params.port = server->port;
-    params.path = orEmpty(server->path);
-    params.user = orEmpty(server->user);
-    params.pass = SecretText(orEmpty(server->pass));
+    params.path = viewOrEmpty(server->path);
+    params.user = viewOrEmpty(server->user);
+    params.pass = SecretText(viewOrEmpty(server->pass));
     params.caDn = toBytes(octets(server->ca_dn, server->ca_dn_len));
-    params.caDnUtf8 = orEmpty(server->ca_dn_utf8);
+    params.caDnUtf8 = viewOrEmpty(server->ca_dn_utf8);
     params.periodSeconds = server->period_seconds;
     params.winAuth = server->win_auth != 0;
     return params;
@@ -97,22 +94,22 @@ int crvUpdateSrvAPI(CRVctx* ctx, CrvProfile* profile, const CrvSrvParams* server
 }
 
 int crvDelSrvAPI(CRVctx* ctx, CrvProfile* profile, const char* name) {
-    return change(ctx, profile, [&] { profile->delSrv(orEmpty(name)); });
+    return change(ctx, profile, [&] { profile->delSrv(viewOrEmpty(name)); });
 }
 
 int crvFindSrvAPI(CRVctx* ctx, const CrvProfile* profile, const char* name, CrvSrvParams* server) {
     return apiFrame(ctx, [&] {
         demand(profile && server);
-        return handOut(ctx, profile->findSrv(orEmpty(name), &ctx->server), server);
+        return handOut(ctx, profile->findSrv(viewOrEmpty(name), &ctx->server), server);
     });
 }
 
 int crvMoveSrvFirstAPI(CRVctx* ctx, CrvProfile* profile, const char* name) {
-    return change(ctx, profile, [&] { profile->moveSrvFirst(orEmpty(name)); });
+    return change(ctx, profile, [&] { profile->moveSrvFirst(viewOrEmpty(name)); });
 }
 
 int crvMoveSrvLastAPI(CRVctx* ctx, CrvProfile* profile, const char* name) {
-    return change(ctx, profile, [&] { profile->moveSrvLast(orEmpty(name)); });
+    return change(ctx, profile, [&] { profile->moveSrvLast(viewOrEmpty(name)); });
 }
 
 int crvGetServerIteratorAPI(CRVctx* ctx, const CrvProfile* profile, long usage, const unsigned char* ca_dn,
@@ -158,10 +155,8 @@ int crvGetServerAPI(CRVctx* ctx, const CrvProfile* profile, long usage, const un
 
 int crvInsertProxyAPI(CRVctx* ctx, CrvProfile* profile, const char* addr, long port, const char* user,
                       const char* password) {
-    return change(ctx, profile, [&] {
-        profile->insertProxy(std::string(orEmpty(addr)), port, std::string(orEmpty(user)),
-                             SecretText(orEmpty(password)));
-    });
+    return change(ctx, profile,
+                  [&] { profile->insertProxy(orEmpty(addr), port, orEmpty(user), SecretText(viewOrEmpty(password))); });
 }
 
 int crvDeleteProxyAPI(CRVctx* ctx, CrvProfile* profile) {

@@ -6,6 +6,7 @@
 #include "asn/x509/sign_algo.h"
 #include "crypto/private_key.h"
 #include "crypto/sign_algo_map.h"
+#include "misc/c_string.h"
 
 namespace crv {
 namespace {
@@ -66,8 +67,7 @@ SigningKey signingKey(const CRVctx* ctx) {
 }
 
 std::string nameOf(KeyScheme scheme, KcHashAlgo hash) {
-    const char* name = signAlgoName(scheme, hash);
-    return name ? name : "";
+    return orEmpty(signAlgoName(scheme, hash));
 }
 
 /// Scheme and digest that signatures are made with now; the scheme is `none` without a choice and without a key.

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
+#include "misc/utf8.h"
+
 namespace crv {
 
 namespace {
-
-constexpr char32_t kReplacement = 0xFFFD;
 
 /// Octets a character of a type; 0 for UTF-8.
 struct StringKind {
@@ -24,10 +24,6 @@ constexpr StringKind kKinds[] = {
 const StringKind* kindOf(unsigned char tag) {
     const auto* kind = std::ranges::find(kKinds, tag, &StringKind::tag);
     return kind == std::end(kKinds) ? nullptr : kind;
-}
-
-bool isCharacter(char32_t c) {
-    return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF);
 }
 
 /// A pair of UTF-16 surrogates, which some writers put into a BMPString.
@@ -51,7 +47,7 @@ std::string wideToUtf8(ByteView octets, size_t width) {
         }
         appendUtf8(out, c);
     }
-    if (octets.size() % width != 0) appendUtf8(out, kReplacement);
+    if (octets.size() % width != 0) appendUtf8(out, kReplacementCharacter);
     return out;
 }
 
@@ -68,50 +64,13 @@ bool isStringTag(unsigned char tag) {
     return kindOf(tag) != nullptr;
 }
 
-char32_t takeUtf8(std::string_view& text) {
-    struct Form {
-        uint8_t mask, lead;
-        char32_t least;
-    };
-    static constexpr Form kForms[] = {{0x80, 0, 0}, {0xE0, 0xC0, 0x80}, {0xF0, 0xE0, 0x800}, {0xF8, 0xF0, 0x10000}};
-    const auto first = static_cast<uint8_t>(text.front());
-    text.remove_prefix(1);
-    for (size_t more = 0; more < std::size(kForms); ++more) {
-        const Form& form = kForms[more];
-        if ((first & form.mask) != form.lead) continue;
-        if (text.size() < more) return kReplacement;
-        char32_t c = first & static_cast<uint8_t>(~form.mask);
-        for (size_t i = 0; i < more; ++i) {
-            const auto next = static_cast<uint8_t>(text[i]);
-            if ((next & 0xC0) != 0x80) return kReplacement;
-            c = c << 6 | (next & 0x3F);
-        }
-        if (c < form.least || !isCharacter(c)) return kReplacement;
-        text.remove_prefix(more);
-        return c;
-    }
-    return kReplacement;
-}
-
-void appendUtf8(std::string& out, char32_t c) {
-    if (!isCharacter(c)) c = kReplacement;
-    if (c < 0x80) {
-        out += static_cast<char>(c);
-        return;
-    }
-    const int more = c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-    static constexpr uint8_t kLead[] = {0, 0xC0, 0xE0, 0xF0};
-    out += static_cast<char>(kLead[more] | c >> (6 * more));
-    for (int i = more - 1; i >= 0; --i) out += static_cast<char>(0x80 | (c >> (6 * i) & 0x3F));
-}
-
 std::string stringToUtf8(unsigned char tag, ByteView octets) {
     const StringKind* kind = kindOf(tag);
     if (!kind || kind->width == 0) return cleanUtf8(asText(octets));
     if (kind->width > 1) return wideToUtf8(octets, static_cast<size_t>(kind->width));
     std::string out;
     out.reserve(octets.size());
-    for (const uint8_t octet : octets) appendUtf8(out, octet <= kind->last ? octet : kReplacement);
+    for (const uint8_t octet : octets) appendUtf8(out, octet <= kind->last ? octet : kReplacementCharacter);
     return out;
 }
 

@@ -30,9 +30,6 @@ enum AsnStringTag : unsigned char {
 [[nodiscard]] Bytes utf8ToString(unsigned char tag, std::string_view text);
 /// PrintableString when every character is of its set, else UTF8String (RFC 5280 4.1.2.4).
 [[nodiscard]] unsigned char stringTagFor(std::string_view text);
-/// Takes the next character of a UTF-8 text off its front; U+FFFD for each octet that begins none.
-[[nodiscard]] char32_t takeUtf8(std::string_view& text);
-void appendUtf8(std::string& out, char32_t character);
 
 /// A string type with its universal tag.
 template <unsigned char Tag>

@@ -1,3 +1,4 @@
+// Generating key pairs.
 #include <openssl/dsa.h>
 #include <openssl/rsa.h>
 

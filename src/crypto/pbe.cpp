@@ -1,6 +1,7 @@
 #include "crypto/pbe.h"
 
 #include "crypto/libcrypto.h"
+#include "misc/utf8.h"
 
 namespace crv {
 
@@ -11,27 +12,6 @@ void mustBeSensible(uint64_t iterations, size_t length) {
         throw CryptoError(CryptoFailure::BadParameter, "iteration count out of range");
     }
     if (length == 0 || length > 1024) throw CryptoError(CryptoFailure::BadParameter, "derived length out of range");
-}
-
-[[noreturn]] void failUtf8() {
-    throw CryptoError(CryptoFailure::BadParameter, "the password is not UTF-8");
-}
-
-// Takes one character off the front (RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF).
-uint32_t takeCharacter(std::string_view& text) {
-    const auto lead = static_cast<uint8_t>(text.front());
-    const size_t length = lead < 0x80 ? 1 : lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF5 ? 4 : 0;
-    if (length == 0 || length > text.size()) failUtf8();
-    uint32_t code = length == 1 ? lead : lead & (0x7Fu >> length);
-    for (size_t i = 1; i < length; ++i) {
-        const auto next = static_cast<uint8_t>(text[i]);
-        if ((next & 0xC0) != 0x80) failUtf8();
-        code = code << 6 | (next & 0x3Fu);
-    }
-    const bool overlong = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
-    if (overlong || (code >= 0xD800 && code < 0xE000) || code > 0x10FFFF) failUtf8();
-    text.remove_prefix(length);
-    return code;
 }
 
 SecretBytes runKdf(const char* name, const OSSL_PARAM* params, size_t length) {
@@ -109,7 +89,9 @@ SecretBytes utf16BePassword(std::string_view utf8) {
         out.push_back(static_cast<uint8_t>(unit));
     };
     while (!utf8.empty()) {
-        const uint32_t code = takeCharacter(utf8);
+        const auto character = takeCharacter(utf8);
+        if (!character) throw CryptoError(CryptoFailure::BadParameter, "the password is not UTF-8");
+        const uint32_t code = *character;
         if (code >= 0x10000) put(0xD800 + ((code - 0x10000) >> 10));
         put(code >= 0x10000 ? 0xDC00 + (code & 0x3FF) : code);
     }

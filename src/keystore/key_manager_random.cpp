@@ -33,13 +33,7 @@ void putTime(uint8_t* out) {
 
 bool readSystemGenerator(std::span<uint8_t> out) {
     const FileDescriptor fd(fileOps().open(kSystemGenerator, O_RDONLY | O_CLOEXEC));
-    size_t got = 0;
-    while (fd.valid() && got < out.size()) {
-        const ssize_t count = fileOps().read(fd.get(), out.data() + got, out.size() - got);
-        if (count <= 0) return false;
-        got += static_cast<size_t>(count);
-    }
-    return fd.valid();
+    return fd.valid() && readUpTo(fd.get(), out.data(), out.size(), -1) == static_cast<ssize_t>(out.size());
 }
 
 using Digest = SecretArray<32>;

@@ -51,19 +51,6 @@ bool readPfx(ByteView octets, Pfx& pfx) {
     return !parameters || parameters->decode(null);
 }
 
-/// False when the stream fails; reads at most a little more than a security file may have.
-bool readWhole(GenericFile& file, Bytes& octets) {
-    constexpr size_t kPiece = 65536;
-    long got = 1;
-    while (got > 0 && octets.size() <= kMaxSecurityFile) {
-        const size_t before = octets.size();
-        octets.resize(before + kPiece);
-        got = file.read(octets.data() + before, static_cast<long>(kPiece));
-        octets.resize(before + static_cast<size_t>(std::max(got, 0L)));
-    }
-    return got >= 0;
-}
-
 KeyManagerResult takeKey(PfxContents::Key& bag, LoadedSecurityFile& out) {
     const ASNobjectId& algorithm = bag.key.privateKeyAlgorithm.algorithm;
     if (algorithm == OID_RSA) bag.key.privateKeyAlgorithm = AlgorithmIdentifier(OID_RSA_ENC, ASNnull());
@@ -205,8 +192,8 @@ KeyManagerResult buildSecurityFile(const KeyStoreContents& contents, const Secre
 
 KeyManagerResult checkPasswdGF(GenericFile& file, const SecretText& password) {
     try {
-        Bytes octets;
-        if (!readWhole(file, octets)) return kKmReadFailed;
+        SecretBytes octets;
+        if (!readAll(file, octets, kMaxSecurityFile)) return kKmReadFailed;
         Pfx pfx;
         if (!readPfx(octets, pfx)) return kKmBadFormat;
         const auto pbe = pbePassword(password);

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstring>
 
+#include "misc/c_string.h"
+
 namespace crv {
 namespace {
 
@@ -21,11 +23,6 @@ constexpr FunctionRow kFunctions[] = {
 };
 #undef CRV_DT
 
-std::string loaderText() {
-    const char* text = dlerror();
-    return text ? text : "";
-}
-
 }  // namespace
 
 TarvoLibrary::~TarvoLibrary() {
@@ -37,13 +34,13 @@ KeyManagerResult TarvoLibrary::load(const std::string& path, std::string& diagno
     // Such libraries keep threads and open devices: once in the process they stay.
     void* handle = dlopen(path.empty() ? kDefaultName : path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
     if (!handle) {
-        diagnostic = loaderText();
+        diagnostic = orEmpty(dlerror());
         return kKmDeviceLibrary;
     }
     for (const FunctionRow& row : kFunctions) {
         void* symbol = dlsym(handle, row.name);
         if (!symbol) {
-            diagnostic = loaderText();
+            diagnostic = orEmpty(dlerror());
             dlclose(handle);
             return kKmDeviceFunction;
         }

@@ -1,4 +1,4 @@
-// Letter case of ASCII only, whatever the locale: paths of lists, names of servers, options of the command line.
+// Letter case of ASCII only, whatever the locale: paths of lists, names of servers, options, keys of screens.
 #pragma once
 
 #include <algorithm>
@@ -15,6 +15,12 @@ inline std::string asciiUpper(std::string_view text) {
     std::string upper(text);
     for (char& c : upper) c = asciiUpper(c);
     return upper;
+}
+
+/// The small letter of a capital one; anything else, numbers beyond characters included, stays as it is.
+template <class Character>
+constexpr Character asciiLower(Character c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<Character>(c + ('a' - 'A')) : c;
 }
 
 inline bool equalIgnoreCase(std::string_view a, std::string_view b) {

@@ -180,7 +180,9 @@ ssize_t readUpTo(int fd, void* buffer, size_t size, int64_t position) {
     char* to = static_cast<char*>(buffer);
     size_t done = 0;
     while (done < size) {
-        const ssize_t n = fileOps().pread(fd, to + done, size - done, position + static_cast<int64_t>(done));
+        const ssize_t n = position < 0
+                              ? fileOps().read(fd, to + done, size - done)
+                              : fileOps().pread(fd, to + done, size - done, position + static_cast<int64_t>(done));
         if (n < 0 && errno == EINTR) continue;
         if (n < 0) return -1;
         if (n == 0) break;

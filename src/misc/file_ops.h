@@ -95,7 +95,8 @@ struct FileId {
 /// go on, interruptions are repeated. False with errno set: the file holds a part of it.
 [[nodiscard]] bool writeAll(int fd, const void* data, size_t size, int64_t position);
 
-/// Reads up to size octets at a position; stops short only at the end of the file. -1 with errno on failure.
+/// Reads up to size octets at a position or, with position -1, from where the descriptor stands; stops short only at
+/// the end of the file. -1 with errno on failure.
 [[nodiscard]] ssize_t readUpTo(int fd, void* buffer, size_t size, int64_t position);
 
 }  // namespace crv

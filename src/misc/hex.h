@@ -1,6 +1,7 @@
 // Hexadecimal digits.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "misc/bytes.h"
@@ -18,6 +19,38 @@ inline std::string toHex(ByteView octets, std::string_view separator = {}) {
         text += kDigits[octet & 15];
     }
     return text;
+}
+
+/// The two digits of an octet, as escapes have them.
+inline std::string toHex(char octet) {
+    return toHex(asBytes({&octet, 1}));
+}
+
+/// The value of a digit in either case; -1 for anything else.
+constexpr int hexValue(char c) {
+    return c >= '0' && c <= '9'   ? c - '0'
+           : c >= 'A' && c <= 'F' ? c - 'A' + 10
+           : c >= 'a' && c <= 'f' ? c - 'a' + 10
+                                  : -1;
+}
+
+/// The octet that the first two characters spell; -1 when they are no digits or missing.
+constexpr int hexOctet(std::string_view text) {
+    if (text.size() < 2 || hexValue(text[0]) < 0 || hexValue(text[1]) < 0) return -1;
+    return hexValue(text[0]) << 4 | hexValue(text[1]);
+}
+
+/// The octets of a text that is nothing but pairs of digits.
+inline std::optional<Bytes> fromHex(std::string_view text) {
+    if (text.size() % 2 != 0) return std::nullopt;
+    Bytes octets;
+    octets.reserve(text.size() / 2);
+    for (; !text.empty(); text.remove_prefix(2)) {
+        const int octet = hexOctet(text);
+        if (octet < 0) return std::nullopt;
+        octets.push_back(static_cast<uint8_t>(octet));
+    }
+    return octets;
 }
 
 }  // namespace crv

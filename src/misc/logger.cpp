@@ -8,6 +8,7 @@
 #include <string>
 
 #include "misc/file_ops.h"
+#include "misc/hex.h"
 
 namespace crv {
 
@@ -41,14 +42,13 @@ spdlog::logger* logger() noexcept {
 }
 
 std::string printable(std::string_view text) {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string out;
     for (const char c : text) {
         const auto octet = static_cast<unsigned char>(c);
         if (octet >= 0x20 && octet != 0x7F) {
             out += c;
         } else {
-            out.append("\\x").append(1, kDigits[octet >> 4]).append(1, kDigits[octet & 15]);
+            (out += "\\x") += toHex(c);
         }
     }
     return out;

@@ -51,4 +51,14 @@ long SubRangeFile::fill(size_t count) {
     return static_cast<long>(buffer_.size());
 }
 
+bool readAll(GenericFile& in, SecretBytes& out, size_t limit) {
+    while (limit > 0 && in.peek() >= 0) {
+        const ByteView piece = in.window().first(std::min(limit, in.window().size()));
+        out.insert(out.end(), piece.begin(), piece.end());
+        in.consume(piece.size());
+        limit -= piece.size();
+    }
+    return limit == 0 || in.peek() == GenericFile::kEnd;
+}
+
 }  // namespace crv

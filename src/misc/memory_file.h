@@ -9,7 +9,7 @@
 namespace crv {
 
 /// A stream in memory. Built on a view it reads the caller's octets, which must outlive it and all that is read by
-/// reference from it. Built empty it collects what is written; `rewind` then reads that back. What it owns is wiped.
+/// reference from it. Built empty it collects what is written. What it owns is wiped.
 class MemoryFile final : public GenericFile {
   public:
     MemoryFile() = default;
@@ -21,8 +21,6 @@ class MemoryFile final : public GenericFile {
 
     /// Everything written so far.
     [[nodiscard]] ByteView written() const { return written_; }
-    /// Starts to read what was written. Writing more invalidates what was read by reference.
-    void rewind() { setWindow(written_, 0); }
 
     [[nodiscard]] bool inMemory() const override { return true; }
     [[nodiscard]] bool seek(long position) override;
@@ -60,5 +58,8 @@ class SubRangeFile final : public GenericFile {
     long left_;
     Bytes buffer_;
 };
+
+/// Appends what a stream still has, `limit` octets of it at most; false when the stream fails.
+[[nodiscard]] bool readAll(GenericFile& in, SecretBytes& out, size_t limit = SIZE_MAX);
 
 }  // namespace crv

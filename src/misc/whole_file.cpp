@@ -15,8 +15,7 @@ Bytes readFile(const std::string& path, size_t limit) {
     Bytes content;
     std::array<uint8_t, 65536> piece{};
     for (;;) {
-        const ssize_t n = fileOps().read(fd.get(), piece.data(), piece.size());
-        if (n < 0 && errno == EINTR) continue;
+        const ssize_t n = readUpTo(fd.get(), piece.data(), piece.size(), -1);
         if (n < 0 || content.size() + static_cast<size_t>(n) > limit) {
             throw StoreError(StoreCause::Failed, "readFile: blad odczytu pliku");
         }

@@ -9,6 +9,7 @@
 #include "asn/x509/signed_certificate.h"
 #include "misc/ascii.h"
 #include "misc/hex.h"
+#include "misc/utf8.h"
 #include "pki/condition_counter.h"
 
 namespace crv {

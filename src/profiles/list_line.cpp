@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "misc/ascii.h"
+#include "misc/hex.h"
 
 namespace crv {
 namespace {
@@ -48,21 +49,10 @@ bool wholeNumber(std::string_view digits, int base, T& value) {
     return error == std::errc() && end == digits.data() + digits.size();
 }
 
-int hexDigit(char c) {
-    char upper = asciiUpper(c);
-    if (upper >= '0' && upper <= '9') return upper - '0';
-    return upper >= 'A' && upper <= 'F' ? upper - 'A' + 10 : -1;
-}
-
-bool parseBinary(std::string_view text, std::vector<char>& bytes) {
-    if (text.size() % 2) return false;
-    bytes.reserve(text.size() / 2);
-    for (size_t i = 0; i < text.size(); i += 2) {
-        int high = hexDigit(text[i]), low = hexDigit(text[i + 1]);
-        if (high < 0 || low < 0) return false;
-        bytes.push_back(static_cast<char>(high << 4 | low));
-    }
-    return true;
+bool parseBinary(std::string_view text, NodeDesc& node) {
+    const auto octets = fromHex(text);
+    if (octets) node.value.emplace<std::vector<char>>(octets->begin(), octets->end());
+    return octets.has_value();
 }
 
 bool parseValue(char type, std::string_view text, NodeDesc& node) {
@@ -73,22 +63,10 @@ bool parseValue(char type, std::string_view text, NodeDesc& node) {
             node.value = std::string(text);
             return true;
         case 'B':
-            return parseBinary(text, node.value.emplace<std::vector<char>>());
+            return parseBinary(text, node);
         default:
             return false;
     }
-}
-
-std::string toHex(const std::vector<char>& bytes) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string hex;
-    hex.reserve(bytes.size() * 2);
-    for (char c : bytes) {
-        auto octet = static_cast<unsigned char>(c);
-        hex += kDigits[octet >> 4];
-        hex += kDigits[octet & 15];
-    }
-    return hex;
 }
 
 }  // namespace
@@ -136,8 +114,10 @@ std::string formatListLine(std::string_view path, const NodeDesc& node) {
             return line + "[l] = " + std::to_string(std::get<long>(node.value));
         case UCMNodeType::String:
             return line + "[s] = \"" + std::get<std::string>(node.value) + '"';
-        case UCMNodeType::Binary:
-            return line + "[b] = " + toHex(std::get<std::vector<char>>(node.value));
+        case UCMNodeType::Binary: {
+            const auto& octets = std::get<std::vector<char>>(node.value);
+            return line + "[b] = " + toHex(asBytes({octets.data(), octets.size()}));
+        }
         case UCMNodeType::Key:
             break;
     }

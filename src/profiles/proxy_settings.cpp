@@ -6,7 +6,9 @@
 
 #include "corvane/crverrors.h"
 #include "misc/ascii.h"
+#include "misc/c_string.h"
 #include "misc/exceptions.h"
+#include "misc/hex.h"
 #include "profiles/attr_set.h"
 #include "profiles/hidden_password.h"
 #include "profiles/universal_conf_mgr.h"
@@ -67,21 +69,13 @@ bool listed(std::string_view list, std::string_view host) {
 /// Undoes the percent-encoding of a login in a URL (RFC 3986 2.1); what is none stays.
 SecretText decoded(std::string_view text) {
     SecretText plain;
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char* const digits = text.data() + i + 1;
-        unsigned char octet = 0;
-        const bool encoded =
-            text[i] == '%' && i + 2 < text.size() && std::from_chars(digits, digits + 2, octet, 16).ptr == digits + 2;
-        const char character = encoded ? static_cast<char>(octet) : text[i];
+    for (; !text.empty(); text.remove_prefix(1)) {
+        const int octet = text.front() == '%' ? hexOctet(text.substr(1)) : -1;
+        const char character = octet < 0 ? text.front() : static_cast<char>(octet);
         plain.append({&character, 1});
-        if (encoded) i += 2;
+        if (octet >= 0) text.remove_prefix(2);
     }
     return plain;
-}
-
-std::string_view environment(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
 }
 
 }  // namespace
@@ -107,8 +101,8 @@ Proxy parseProxyUrl(std::string_view url) {
 }
 
 Proxy readSystemProxy() {
-    Proxy proxy = parseProxyUrl(environment("http_proxy"));
-    return proxy.defined() ? proxy : parseProxyUrl(environment("all_proxy"));
+    Proxy proxy = parseProxyUrl(viewOrEmpty(std::getenv("http_proxy")));
+    return proxy.defined() ? proxy : parseProxyUrl(viewOrEmpty(std::getenv("all_proxy")));
 }
 
 void ProxySettings::insertProxy(const std::string& addr, long port, const std::string& user,
@@ -135,7 +129,7 @@ bool ProxySettings::useProxyForSpecifiedUrl(std::string_view url) const {
     static constexpr std::string_view kSchemes[] = {"http", "https", "ftp"};
     const bool proxied = std::ranges::any_of(kSchemes, [&](auto known) { return equalIgnoreCase(scheme(url), known); });
     const std::string_view host = hostOfUrl(url);
-    return proxied && !isLocal(host) && !(useSystem_ && listed(environment("no_proxy"), host));
+    return proxied && !isLocal(host) && !(useSystem_ && listed(viewOrEmpty(std::getenv("no_proxy")), host));
 }
 
 void ProxySettings::setUseProxyFromSystemSettings(bool use) {

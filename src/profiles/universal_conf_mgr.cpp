@@ -7,6 +7,7 @@
 #include "corvane/crverrors.h"
 #include "misc/ascii.h"
 #include "misc/atomic_write.h"
+#include "misc/c_string.h"
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/path.h"
@@ -121,8 +122,7 @@ bool UniversalConfMgr::loadIfExists(const std::string& path) {
     if (!file.valid() && errno == ENOENT) return false;
     if (!file.valid()) throw StoreError(StoreCause::NotOpened, "BĹ‚Ä…d otwarcia pliku konfiguracyjnego: " + path);
     std::vector<char> chunk(1 << 16);
-    for (ssize_t got; (got = fileOps().read(file.get(), chunk.data(), chunk.size())) != 0;) {
-        if (got < 0 && errno == EINTR) continue;
+    for (ssize_t got; (got = readUpTo(file.get(), chunk.data(), chunk.size(), -1)) != 0;) {
         if (got < 0) throw StoreError(StoreCause::Failed, "Blad odczytu pliku: " + path);
         reader.feed({chunk.data(), static_cast<size_t>(got)});
     }
@@ -209,7 +209,7 @@ void UniversalConfMgr::setData(const char* path, long value) {
 }
 
 void UniversalConfMgr::setData(const char* path, const char* value) {
-    setNode(path, {std::string(value ? value : "")});
+    setNode(path, NodeDesc{orEmpty(value)});
 }
 
 void UniversalConfMgr::setData(const char* path, const char* data, long len) {

@@ -1,17 +1,9 @@
 // The lists of user policies and of accepted extended key usages.
 #include "session_screen.h"
+#include "support/hex.h"
 
 namespace crv::test {
 namespace {
-
-std::string hex(const std::string& text) {
-    std::string result;
-    for (const char c : text) {
-        constexpr const char* kDigits = "0123456789abcdef";
-        result.append({kDigits[(c >> 4) & 15], kDigits[c & 15]});
-    }
-    return result;
-}
 
 class ListEditor : public SessionScreen {
   protected:
@@ -80,8 +72,8 @@ TEST_F(Policies, AreKeptInTheRecordInTheirOrder) {
     add("2.999.1", "a");
     expectRow("", 4, " 3    2.999.1                 a");
     EXPECT_EQ(screen->row(22), std::string(28, ' ') + "Dodaj   Usuń   Powrót");
-    const std::string first = "policy 1.2.3 " + hex("druga") + "00\n";
-    const std::string rest = "policy " + kOid39 + " " + hex(kName59) + "00\npolicy 2.999.1 6100\n";
+    const std::string first = "policy 1.2.3 " + hex(asBytes("druga")) + "00\n";
+    const std::string rest = "policy " + kOid39 + " " + hex(asBytes(kName59)) + "00\npolicy 2.999.1 6100\n";
     EXPECT_NE(secrets().find(first + rest), std::string::npos) << secrets();
     for (const char* none : {"", "0"}) remove(none + keys::kEnter);
     remove("4\r");

@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <optional>
@@ -15,23 +14,12 @@
 #include "crypto/kc_rbg.h"
 #include "crypto/private_key.h"
 #include "crypto/random_bridge.h"
+#include "support/hex.h"
 
 namespace crv {
 
-inline Bytes unhex(std::string_view text) {
-    Bytes octets;
-    for (size_t i = 0; i + 1 < text.size(); i += 2) {
-        octets.push_back(static_cast<uint8_t>(std::stoul(std::string(text.substr(i, 2)), nullptr, 16)));
-    }
-    return octets;
-}
-
-inline std::string hex(ByteView octets) {
-    std::string text;
-    char pair[3];
-    for (const uint8_t octet : octets) text.append(pair, std::snprintf(pair, sizeof pair, "%02x", octet));
-    return text;
-}
+using test::hex;
+using test::unhex;
 
 /// The hash that a data file names by its number.
 inline KcHashAlgo algoOf(const std::string& number) {

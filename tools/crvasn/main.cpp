@@ -52,15 +52,6 @@ int fail(const std::string& name, const char* why) {
     return 1;
 }
 
-bool readAll(GenericFile& in, MemoryFile& out) {
-    while (in.peek() >= 0) {
-        const ByteView piece = in.window();
-        if (!out.write(piece)) return false;
-        in.consume(piece.size());
-    }
-    return in.peek() == GenericFile::kEnd;
-}
-
 int print(const std::string& name, ByteView octets, const TreeOptions& options) {
     const char* kind = structureKind(octets);
     std::printf("# %s\n", kind ? kind : "unknown structure");
@@ -83,21 +74,20 @@ int printPem(const std::string& name, ByteView text, const TreeOptions& options)
         Base64Reader block(source, Base64Armour::Pem);
         if (!block.findBlock()) return status;
         std::printf("# PEM %s\n", printable(block.label()).c_str());
-        MemoryFile octets;
+        SecretBytes octets;
         if (!readAll(block, octets)) return fail(name, "malformed PEM");
-        status |= print(name, octets.written(), options);
+        status |= print(name, octets, options);
     }
 }
 
 int printFile(const std::string& name, const TreeOptions& options) {
     DiskFile file(name == "-" ? "/dev/stdin" : name, DiskFile::Mode::Read);
-    MemoryFile all;
+    SecretBytes all;
     if (!file.isOpen() || !readAll(file, all)) return fail(name, std::strerror(file.error()));
-    const std::string_view text = asText(all.written());
-    if (text.find("-----BEGIN ") != std::string_view::npos && text.front() != '0')
-        return printPem(name, all.written(), options);
+    const std::string_view text = asText(all);
+    if (text.find("-----BEGIN ") != std::string_view::npos && text.front() != '0') return printPem(name, all, options);
     if (const auto octets = fromBase64(text); octets && !octets->empty()) return print(name, *octets, options);
-    return print(name, all.written(), options);
+    return print(name, all, options);
 }
 
 int run(int argc, char** argv) {

@@ -8,19 +8,16 @@
 #include "asn/asn_object_id.h"
 #include "asn/asn_strings.h"
 #include "asn/asn_time.h"
+#include "misc/hex.h"
 #include "misc/memory_file.h"
+#include "misc/utf8.h"
 
 namespace crv {
 
 namespace {
 
 std::string hexText(ByteView octets, size_t shown) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
-    std::string text;
-    for (const uint8_t octet : octets.first(std::min(shown, octets.size()))) {
-        text += kDigits[octet >> 4];
-        text += kDigits[octet & 15];
-    }
+    const std::string text = toHex(octets.first(std::min(shown, octets.size())));
     return octets.size() > shown ? text + "..." : text;
 }
 
@@ -32,13 +29,10 @@ std::string quoted(std::string_view utf8, size_t shown) {
         const std::string_view before = rest;
         const char32_t character = takeUtf8(rest);
         const std::string_view octets = before.substr(0, before.size() - rest.size());
-        const bool plain = character >= 0x20 && character != '"' && character != '\\' && character != 0x7F &&
-                           !(character >= 0x80 && character < 0xA0) && character != 0x61C &&
-                           !(character >= 0x2000 && character < 0x2070);
-        if (plain) {
+        if (!isHarmful(character) && character != '"' && character != '\\') {
             text += octets;
         } else {
-            for (const char c : octets) text += '\\' + hexText(asBytes({&c, 1}), 1);
+            for (const char c : octets) text += '\\' + toHex(c);
         }
     }
     text += '"';

@@ -13,6 +13,7 @@
 #include "db_sql/no_oop.h"
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
+#include "misc/hex.h"
 #include "misc/whole_file.h"
 
 using namespace crv;
@@ -24,19 +25,12 @@ namespace {
 std::string printable(std::string_view text) {
     std::string out;
     for (const char c : text) {
-        std::array<char, 5> escaped{};
-        const auto octet = static_cast<unsigned char>(c);
-        const bool plain = octet >= 0x20 && octet < 0x7F && c != '\\';
-        std::snprintf(escaped.data(), escaped.size(), plain ? "%c" : "\\x%02X", octet);
-        out += escaped.data();
+        if (c >= 0x20 && c < 0x7F && c != '\\') {
+            out += c;
+        } else {
+            (out += "\\x") += toHex(c);
+        }
     }
-    return out;
-}
-
-std::string hex(ByteView octets) {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    std::string out;
-    for (const uint8_t octet : octets) out.append(1, kDigits[octet >> 4]).append(1, kDigits[octet & 15]);
     return out;
 }
 
@@ -163,7 +157,7 @@ void Directory::dump(const std::string& table, std::ostream& out) {
         out << recNoEncode(scan.recNo()) << (scan.deleted() ? " deleted" : " live") << " length " << scan.head().length
             << " of " << scan.head().capacity << "\n";
         for (int i = 0; i < data.numIndexes(); ++i) out << "  key " << i << ": " << printable(scan.key(i)) << "\n";
-        if (scan.head().length != 0) out << "  body: " << hex(scan.body()) << "\n";
+        if (scan.head().length != 0) out << "  body: " << toHex(scan.body()) << "\n";
     }
     if (result != DataScan::Result::End)
         throw StoreError(StoreCause::Damaged, "damaged at " + std::to_string(scan.recNo()));

@@ -37,4 +37,10 @@ class Attributes : public ASNsetList<Attribute> {
     void addEncoded(ByteView encoding);
 };
 
+/// The attributes of a structure that may have none, made when there are none yet.
+template <class Some>
+Some& ensured(std::optional<Some>& attributes) {
+    return attributes ? *attributes : attributes.emplace();
+}
+
 }  // namespace crv

@@ -33,8 +33,7 @@ void PrivateKeyInfo::setKeyUsage(uint32_t bits) {
     assertChangeable();
     ASNbitstr usage;
     usage.setNamedBits(bits);
-    if (!attributes) attributes.emplace();
-    attributes->set(OID_CE_KEY_USAGE, usage);
+    ensured(attributes).set(OID_CE_KEY_USAGE, usage);
 }
 
 Bytes PrivateKeyInfo::otherAttributes() const {
@@ -42,9 +41,7 @@ Bytes PrivateKeyInfo::otherAttributes() const {
 }
 
 void PrivateKeyInfo::addAttributes(ByteView encoding) {
-    if (encoding.empty()) return;
-    if (!attributes) attributes.emplace();
-    attributes->addEncoded(encoding);
+    if (!encoding.empty()) ensured(attributes).addEncoded(encoding);
 }
 
 MemberTable EncryptedPrivateKeyInfo::members() const {

@@ -38,15 +38,12 @@ Bytes SafeBag::otherAttributes() const {
 }
 
 void SafeBag::addAttributes(ByteView encoding) {
-    if (encoding.empty()) return;
-    if (!bagAttributes) bagAttributes.emplace();
-    bagAttributes->addEncoded(encoding);
+    if (!encoding.empty()) ensured(bagAttributes).addEncoded(encoding);
 }
 
 void SafeBag::setAttribute(const KnownOid& type, const ASNobject& value) {
     assertChangeable();
-    if (!bagAttributes) bagAttributes.emplace();
-    bagAttributes->set(type, value);
+    ensured(bagAttributes).set(type, value);
 }
 
 MemberTable CertBag::members() const {

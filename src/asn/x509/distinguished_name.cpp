@@ -6,6 +6,7 @@
 #include "asn/known_oids.h"
 #include "misc/ascii.h"
 #include "misc/hex.h"
+#include "misc/utf8.h"
 #include "misc/windows1250.h"
 
 namespace crv {
@@ -46,24 +47,7 @@ constexpr Label kLabels[] = {
     {OID_AT_ORGANIZATION_ID, "ORGANIZATIONID"},
 };
 
-constexpr char kHex[] = "0123456789ABCDEF";
 constexpr std::string_view kSpecial = ",+\"\\<>;=";
-
-int hexValue(char c) {
-    const char* at = std::ranges::find(kHex, c >= 'a' && c <= 'f' ? static_cast<char>(c - 32) : c);
-    return at < kHex + 16 ? static_cast<int>(at - kHex) : -1;
-}
-
-/// Two hexadecimal digits at the front of the text, -1 when they are not there.
-int hexOctet(std::string_view text) {
-    if (text.size() < 2 || hexValue(text[0]) < 0 || hexValue(text[1]) < 0) return -1;
-    return hexValue(text[0]) << 4 | hexValue(text[1]);
-}
-
-bool isHarmful(char32_t c) {
-    return c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x61C || c == 0x200E || c == 0x200F ||
-           (c >= 0x2028 && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069);
-}
 
 char toWindows1250(char32_t c) {
     const size_t at = c < 0x80     ? std::u16string_view::npos
@@ -79,7 +63,7 @@ std::string escapeValue(std::string_view value) {
         const char c = value[i];
         const bool edge = (c == ' ' && (i == 0 || i + 1 == value.size())) || (c == '#' && i == 0);
         if (static_cast<uint8_t>(c) < 0x20 || c == 0x7F) {
-            (out += '\\') += toHex(asBytes(value.substr(i, 1)));
+            (out += '\\') += toHex(c);
         } else if (edge || kSpecial.find(c) != std::string_view::npos) {
             (out += '\\') += c;
         } else {
@@ -197,7 +181,7 @@ std::string normalizeText(std::string_view text) {
     std::string out;
     for (const char c : text) {
         if (c == ' ' && (out.empty() || out.back() == ' ')) continue;
-        out += c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+        out += asciiLower(c);
     }
     if (out.ends_with(' ')) out.pop_back();
     return out;
@@ -212,7 +196,7 @@ std::string displayText(std::string_view utf8, DnDisplay display) {
         std::string octets;
         appendUtf8(octets, c);
         if (isHarmful(c) || (display.escaped && c >= 0x80)) {
-            for (const char octet : octets) (out += '\\') += toHex(asBytes({&octet, 1}));
+            for (const char octet : octets) (out += '\\') += toHex(octet);
         } else if (display.utf8) {
             out += octets;
         } else {

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include "misc/c_string.h"
 #include "misc/hex.h"
 
 namespace crv {
@@ -14,7 +15,7 @@ constexpr const char* kForms[] = {"otherName",    "email", "DNS",        "X400Na
 std::string addressText(ByteView octets) {
     char text[INET6_ADDRSTRLEN];
     const int family = octets.size() == 4 ? AF_INET : AF_INET6;
-    return inet_ntop(family, octets.data(), text, sizeof text) ? text : "";
+    return orEmpty(inet_ntop(family, octets.data(), text, sizeof text));
 }
 
 /// An address, or an address and its mask as name constraints have them.

@@ -10,6 +10,7 @@
 #include "corvane/crvprofile.h"
 #include "crvconfd/engines/text_view.h"
 #include "crvconfd/session/context.h"
+#include "misc/hex.h"
 #include "profiles/crv_profile.h"
 
 namespace crv {
@@ -65,23 +66,13 @@ const char* kindText(ProfileKind kind) {
     return "";
 }
 
-std::string hex(const std::vector<char>& octets) {
-    constexpr const char* kDigits = "0123456789ABCDEF";
-    std::string text;
-    for (const char octet : octets) {
-        const auto value = static_cast<unsigned char>(octet);
-        text.append({kDigits[value >> 4], kDigits[value & 15], ' '});
-    }
-    return text;
-}
-
 std::string valueText(Shown shown, const std::vector<char>& value) {
     const bool set = std::any_of(value.begin(), value.end(), [](char octet) { return octet != 0; });
     switch (shown) {
         case Shown::Flag:
             return set ? "tak" : "nie";
         case Shown::Octets:
-            return hex(value);
+            return toHex(asBytes({value.data(), value.size()}), " ");
         case Shown::Hidden:
             return value.empty() ? "" : "********";
         default:

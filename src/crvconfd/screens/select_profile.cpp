@@ -1,13 +1,12 @@
 #include "crvconfd/screens/select_profile.h"
 
-#include <strings.h>
-
 #include <algorithm>
 
 #include "crvconfd/session/profile_names.h"
 #include "crvconfd/session/program_info.h"
 #include "crvconfd/toolkit/toolkit.h"
-#include "crvconfd/toolkit/utf8.h"
+#include "misc/ascii.h"
+#include "misc/utf8.h"
 
 namespace crv {
 
@@ -71,7 +70,7 @@ struct Selection {
     [[nodiscard]] int indexOf(const std::string& name, std::optional<ProfileMedia> source) const {
         int found = -1;
         for (int i = 0; i < static_cast<int>(names.size()); ++i) {
-            if (strcasecmp(names[static_cast<size_t>(i)].c_str(), name.c_str()) != 0) continue;
+            if (!equalIgnoreCase(names[static_cast<size_t>(i)], name)) continue;
             if (found < 0 || mediaOf(i) == source) found = i;
         }
         return std::max(found, 0);

@@ -1,7 +1,5 @@
 #include "crvconfd/session/command_line.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <array>
 #include <clocale>
@@ -10,6 +8,7 @@
 #include <string_view>
 
 #include "crvconfd/toolkit/encoding.h"
+#include "misc/ascii.h"
 
 namespace crv {
 
@@ -81,14 +80,10 @@ constexpr std::array kOptions{
            [](CommandLine& line, const char*) { line.request = Request::Version; }},
 };
 
-bool sameText(const char* a, std::string_view b) {
-    return a && std::string_view(a).size() == b.size() && strncasecmp(a, b.data(), b.size()) == 0;
-}
-
 const Option* findOption(std::string_view argument) {
     for (const Option& option : kOptions) {
         if (std::any_of(option.names.begin(), option.names.end(),
-                        [&](const char* name) { return sameText(name, argument); })) {
+                        [&](const char* name) { return name && equalIgnoreCase(name, argument); })) {
             return &option;
         }
     }

@@ -2,14 +2,14 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 #include "config/configuration_manager.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/settings.h"
 #include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
-#include "crvconfd/toolkit/utf8.h"
+#include "misc/c_string.h"
+#include "misc/utf8.h"
 
 namespace crv {
 
@@ -43,9 +43,8 @@ void displayProgramInfo(int row) {
 }
 
 void setTitle(const char* title) {
-    const char* terminal = std::getenv("TERM");
-    if (!terminal || std::strncmp(terminal, "xterm", 5) != 0) return;
-    const std::string shown = pl(printable(title ? title : ""));
+    if (!viewOrEmpty(std::getenv("TERM")).starts_with("xterm")) return;
+    const std::string shown = pl(printable(viewOrEmpty(title)));
     std::printf("\x1b]0;%s\a", shown.c_str());
     std::fflush(stdout);
 }

@@ -1,14 +1,14 @@
 #include "crvconfd/toolkit/encoding.h"
 
-#include <strings.h>
-
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
+#include "misc/ascii.h"
 #include "misc/secret.h"
+#include "misc/utf8.h"
 #include "misc/windows1250.h"
 
 namespace crv {
@@ -77,25 +77,11 @@ char16_t codePoint(unsigned char byte, DisplayEncoding encoding) {
     return byte >= 0xA0 ? kLatin2From0xA0[byte - 0xA0U] : byte;
 }
 
-void appendUtf8(char16_t code, char*& out) {
-    if (code < 0x800) {
-        *out++ = static_cast<char>(0xC0 | (code >> 6));
-    } else {
-        *out++ = static_cast<char>(0xE0 | (code >> 12));
-        *out++ = static_cast<char>(0x80 | ((code >> 6) & 0x3F));
-    }
-    *out++ = static_cast<char>(0x80 | (code & 0x3F));
-}
-
 template <typename Table, typename Value>
 Value lookUp(const Table& table, unsigned char byte, Value otherwise) {
     const auto* row =
         std::find_if(table.begin(), table.end(), [byte](const auto& entry) { return entry.first == byte; });
     return row == table.end() ? otherwise : static_cast<Value>(row->second);
-}
-
-bool sameText(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && strncasecmp(a.data(), b.data(), a.size()) == 0;
 }
 
 DisplayEncoding detect() {
@@ -129,7 +115,7 @@ char plStandard(const char* name) {
 char readLanguageCode(std::string_view value) {
     const std::string_view code = value.substr(value.rfind('.') + 1);
     for (const auto& [known, encoding] : kLanguageCodes) {
-        if (sameText(known, code)) return static_cast<char>(encoding);
+        if (equalIgnoreCase(known, code)) return static_cast<char>(encoding);
     }
     return 0;
 }
@@ -173,7 +159,8 @@ int typedToUtf8(char* buffer, int length, int size) {
         if (byte < 0x80 || code == 0) {
             *out++ = buffer[i];
         } else {
-            appendUtf8(code, out);
+            const Utf8Character character = toUtf8(code);
+            out = std::ranges::copy(character.view(), out).out;
         }
     }
     const auto used = static_cast<int>(out - converted.data());

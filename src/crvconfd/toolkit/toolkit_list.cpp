@@ -5,7 +5,7 @@
 #include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "crvconfd/toolkit/toolkit_internal.h"
-#include "crvconfd/toolkit/utf8.h"
+#include "misc/utf8.h"
 
 namespace crv {
 

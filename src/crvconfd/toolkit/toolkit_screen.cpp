@@ -18,6 +18,7 @@
 #include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "crvconfd/toolkit/toolkit_internal.h"
+#include "misc/c_string.h"
 #include "misc/file_semaphore.h"
 
 namespace crv {
@@ -75,8 +76,7 @@ void releaseEndSignals() {
 }
 
 std::string terminalName() {
-    const char* name = std::getenv("TERM");
-    return name ? name : "";
+    return orEmpty(std::getenv("TERM"));
 }
 
 std::string tooSmall(int columns, int rows) {

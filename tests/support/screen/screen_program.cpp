@@ -14,6 +14,8 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "misc/utf8.h"
+
 namespace crv::test {
 
 namespace {
@@ -22,17 +24,6 @@ namespace {
 constexpr int kSettle = 20;
 
 using Clock = std::chrono::steady_clock;
-
-void appendUtf8(std::string& out, uint32_t code) {
-    if (code < 0x80) {
-        out += static_cast<char>(code);
-        return;
-    }
-    const int tails = code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
-    constexpr std::array<uint32_t, 4> kLead{0, 0xC0, 0xE0, 0xF0};
-    out += static_cast<char>(kLead[static_cast<size_t>(tails)] | (code >> (6 * tails)));
-    for (int i = tails - 1; i >= 0; --i) out += static_cast<char>(0x80 | ((code >> (6 * i)) & 0x3F));
-}
 
 /// In the child: becomes the program.
 [[noreturn]] void become(const ScreenProgram::Start& start) {
