@@ -30,6 +30,8 @@ const char* nameOf(DbMark mark) {
             return "changing";
         case DbMark::Swapping:
             return "swapping";
+        case DbMark::ChangingCrls:
+            return "changing CRLs";
     }
     return "unknown";
 }
@@ -46,7 +48,7 @@ DbLock::State DbLock::readMark() const {
     const ssize_t n = readUpTo(semaphore_.descriptor(), octets.data(), octets.size(), 0);
     if (n < static_cast<ssize_t>(kMarkSize) || !octets.starts_with(kMarkLetters)) return {};
     State state{static_cast<DbMark>(octets[kMarkSize - 1]), {}};
-    if (state.mark < DbMark::None || state.mark > DbMark::Swapping) state.mark = DbMark::Changing;
+    if (state.mark < DbMark::None || state.mark > DbMark::ChangingCrls) state.mark = DbMark::Changing;
     if (state.mark == DbMark::None) return state;
     const std::string names = octets.substr(kMarkSize, octets.find(kNamesEnd) - kMarkSize);
     for (size_t at = 0, end = 0; (end = names.find(kNameEnd, at)) != std::string::npos; at = end + 1) {
@@ -104,8 +106,8 @@ void DbLock::release() {
     semaphore_.v();
 }
 
-bool DbLock::beginChange() {
-    return mark_ != DbMark::None || setMark(DbMark::Changing);
+bool DbLock::beginChange(DbMark mark) {
+    return (mark_ != DbMark::None && mark_ != DbMark::ChangingCrls) || mark_ == mark || setMark(mark);
 }
 
 bool DbLock::setMark(DbMark mark, const std::vector<std::string>& names) {

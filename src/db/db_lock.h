@@ -13,9 +13,10 @@ namespace crv {
 /// What was going on under the exclusive lock; kept in the first octets of the lock file.
 enum class DbMark : char {
     None = '0',
-    Creating = '1',  ///< the files of the database are being made
-    Changing = '2',  ///< records or pages are being written
-    Swapping = '3'   ///< complete new files are being renamed over the old ones
+    Creating = '1',     ///< the files of the database are being made
+    Changing = '2',     ///< records or pages are being written
+    Swapping = '3',     ///< complete new files are being renamed over the old ones
+    ChangingCrls = '4'  ///< CRL files are being written; older versions take it for a change of the tables, too
 };
 
 const char* nameOf(DbMark mark);
@@ -50,9 +51,9 @@ class DbLock {
     void release();
     [[nodiscard]] bool held() const { return depth_ > 0; }
 
-    /// Sets the mark "changing" when no mark is set yet. Called before each write; needs the exclusive lock. Tables
-    /// bound to the lock call it themselves.
-    [[nodiscard]] bool beginChange();
+    /// Sets the mark when no mark is set yet, or one of CRL files only. Called before each write; needs the exclusive
+    /// lock. Tables bound to the lock call it themselves.
+    [[nodiscard]] bool beginChange(DbMark mark = DbMark::Changing);
     /// Sets a mark, replacing the present one, with the base names of the tables that it is about (file names; all
     /// together at most maxNames octets).
     [[nodiscard]] bool setMark(DbMark mark, const std::vector<std::string>& names = {});

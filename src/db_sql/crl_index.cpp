@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <compare>
 
+#include "asn/known_oids.h"
+#include "asn/x509/signed_cert_rev_list.h"
+#include "crypto/kc_hash.h"
+
 namespace crv {
 
 std::optional<int64_t> CrlIndexEntry::expires() const {
@@ -13,8 +17,32 @@ MemberTable CrlIndexEntry::members() const {
     static constexpr Member kMembers[] = {member<&CrlIndexEntry::number>,         member<&CrlIndexEntry::issuer>,
                                           member<&CrlIndexEntry::thisUpdate>,     member<&CrlIndexEntry::nextUpdate>,
                                           member<&CrlIndexEntry::crlNumber>,      member<&CrlIndexEntry::baseCrlNumber>,
-                                          member<&CrlIndexEntry::authorityKeyId>, member<&CrlIndexEntry::sha256>};
+                                          member<&CrlIndexEntry::authorityKeyId>, member<&CrlIndexEntry::sha256>,
+                                          member<&CrlIndexEntry::verified>};
     return kMembers;
+}
+
+bool parseCrl(ByteView der, ParsedCrl& parsed) {
+    SignedCertRevList crl;
+    if (!crl.readExactly(der, ASN_FLAG_CONST) || !crl.thisUpdate()) return false;
+    CrlIndexEntry& entry = parsed.entry;
+    static_cast<void>(entry.issuer.copyObject(crl.issuer()));
+    entry.thisUpdate.setSeconds(*crl.thisUpdate());
+    if (const auto next = crl.nextUpdate()) entry.nextUpdate.emplace().setSeconds(*next);
+    if (const auto number = crl.crlNumber()) entry.crlNumber.emplace().setUnsigned(number->magnitude());
+    if (const auto base = crl.baseCrlNumber()) entry.baseCrlNumber.emplace().setUnsigned(base->magnitude());
+    if (const Bytes keyId = crl.authorityKeyId(); !keyId.empty()) entry.authorityKeyId.emplace().build(keyId);
+    entry.sha256.build(hashOf(KcHashAlgo::Sha256, der));
+    if (const Extension* point = crl.extensions().find(OID_CE_ISSUING_DISTRIBUTION_POINT)) {
+        parsed.scope = toBytes(point->extnValue.value());
+    }
+    return true;
+}
+
+bool parseCrlIndex(ByteView der, CrlIndex& index) {
+    return index.readExactly(der) && std::ranges::all_of(index, [](const CrlIndexEntry& row) {
+               return row.fileNumber() > 0 && row.fileNumber() <= kMostCrlFiles;
+           });
 }
 
 int compareNumbers(const ASNinteger& a, const ASNinteger& b) {

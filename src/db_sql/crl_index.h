@@ -22,8 +22,11 @@ class CrlIndexEntry : public ASNsequenceF {
     std::optional<Implicit<2, ASNinteger>> baseCrlNumber;
     std::optional<Implicit<3, ASNoctstr>> authorityKeyId;
     ASNoctstr sha256;  ///< of the file
+    /// Whether it verified when it was stored. Rows of older versions do not say.
+    std::optional<Implicit<4, ASNbool>> verified;
 
     [[nodiscard]] bool isDelta() const { return baseCrlNumber.has_value(); }
+    [[nodiscard]] bool isVerified() const { return verified && verified->value(); }
     [[nodiscard]] long fileNumber() const { return number.valueOr(0); }
     /// Seconds since 1970.
     [[nodiscard]] int64_t issued() const { return thisUpdate.seconds().value_or(0); }
@@ -34,6 +37,22 @@ class CrlIndexEntry : public ASNsequenceF {
 };
 
 using CrlIndex = ASNsequenceList<CrlIndexEntry>;
+
+/// What the store needs to know of a CRL. The scope is that of RFC 5280 5: the issuing distribution point, octet for
+/// octet.
+struct ParsedCrl {
+    CrlIndexEntry entry;  ///< without a file number
+    Bytes scope;
+};
+
+/// False for octets that are no CRL.
+[[nodiscard]] bool parseCrl(ByteView der, ParsedCrl& parsed);
+
+/// No store comes near it: an authority has one row for each scope of its CRLs.
+constexpr long kMostCrlFiles = 1'000'000;
+
+/// False for octets that are no index.
+[[nodiscard]] bool parseCrlIndex(ByteView der, CrlIndex& index);
 
 /// Orders two CRL numbers (non-negative integers of any size): negative, zero, positive.
 [[nodiscard]] int compareNumbers(const ASNinteger& a, const ASNinteger& b);

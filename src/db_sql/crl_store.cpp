@@ -15,33 +15,6 @@ namespace crv {
 
 namespace {
 
-/// What the store needs to know of a CRL. The scope is that of RFC 5280 5: the issuing distribution point, octet for
-/// octet.
-struct ParsedCrl {
-    CrlIndexEntry entry;
-    Bytes scope;
-};
-
-bool parseCrl(ByteView der, ParsedCrl& parsed) {
-    SignedCertRevList crl;
-    if (!crl.readExactly(der, ASN_FLAG_CONST) || !crl.thisUpdate()) return false;
-    CrlIndexEntry& entry = parsed.entry;
-    static_cast<void>(entry.issuer.copyObject(crl.issuer()));
-    entry.thisUpdate.setSeconds(*crl.thisUpdate());
-    if (const auto next = crl.nextUpdate()) entry.nextUpdate.emplace().setSeconds(*next);
-    if (const auto number = crl.crlNumber()) entry.crlNumber.emplace().setUnsigned(number->magnitude());
-    if (const auto base = crl.baseCrlNumber()) entry.baseCrlNumber.emplace().setUnsigned(base->magnitude());
-    if (const Bytes keyId = crl.authorityKeyId(); !keyId.empty()) entry.authorityKeyId.emplace().build(keyId);
-    entry.sha256.build(hashOf(KcHashAlgo::Sha256, der));
-    if (const Extension* point = crl.extensions().find(OID_CE_ISSUING_DISTRIBUTION_POINT)) {
-        parsed.scope = toBytes(point->extnValue.value());
-    }
-    return true;
-}
-
-/// No store comes near it: an authority has one row for each scope of its CRLs.
-constexpr long kMostFiles = 1'000'000;
-
 bool sameAuthority(const CrlIndexEntry& a, const CrlIndexEntry& b) {
     return a.isDelta() == b.isDelta() && a.authorityKeyId.has_value() == b.authorityKeyId.has_value() &&
            (!a.authorityKeyId || *a.authorityKeyId == *b.authorityKeyId) && a.issuer == b.issuer;
@@ -60,73 +33,84 @@ long freeNumber(const CrlIndex& index) {
 
 }  // namespace
 
-/// Reads the stored CRL of a row. A change that was cut off leaves a row for a file that was not written, and the
-/// former CRL with its tag: that one counts.
-bool CrlStore::readSound(const CrlIndexEntry& row, Bytes& der, CrlIndexEntry& entry, Bytes& scope) {
-    const long number = row.fileNumber();
-    der = loadCrl(number);
-    ParsedCrl parsed;
-    if (der.empty() || !parseCrl(der, parsed)) return false;
-    if (!(parsed.entry.sha256 == row.sha256) && !isTagged(number)) return false;
-    entry = std::move(parsed.entry);
-    entry.number.setValue(number);
-    scope = std::move(parsed.scope);
-    return true;
+bool CrlStore::readSound(const CrlIndexEntry& row, Bytes& der) {
+    der = loadCrl(row.fileNumber());
+    return !der.empty() && std::ranges::equal(hashOf(KcHashAlgo::Sha256, der), row.sha256.value());
 }
 
 CrlIndex CrlStore::readIndex() {
     CrlIndex index;
-    const bool sound = index.readExactly(loadIndex()) && std::ranges::all_of(index, [](const CrlIndexEntry& row) {
-                           return row.fileNumber() > 0 && row.fileNumber() <= kMostFiles;
-                       });
-    if (!sound) throw StoreError(StoreCause::Damaged, "Niepoprawny format indeksu list CRL");
+    if (!parseCrlIndex(loadIndex(), index)) {
+        throw StoreError(StoreCause::Damaged, "Niepoprawny format indeksu list CRL");
+    }
     return index;
 }
 
-CrlInsert CrlStore::insertCrl(ByteView der) {
+CrlInsert CrlStore::insertCrl(ByteView der, bool verified) {
     ParsedCrl parsed;
     if (!parseCrl(der, parsed)) throw CrvApiException(ECRV_INV_CRL_FMT);
+    if (verified) parsed.entry.verified.emplace().setValue(true);
     CrlInsert result = CrlInsert::Stored;
-    locked(kExclusiveLock, [&] { result = insertLocked(parsed.entry, parsed.scope, der); });
+    locked(kExclusiveLock, [&] { result = insertLocked(parsed, der); });
     return result;
 }
 
-CrlInsert CrlStore::insertLocked(CrlIndexEntry& fresh, ByteView scope, ByteView der) {
+/// A row whose file is lost or damaged gives its place away: whatever it was, it can no longer be compared.
+CrlInsert CrlStore::insertLocked(ParsedCrl& parsed, ByteView der) {
     CrlIndex index = readIndex();
+    CrlIndexEntry& fresh = parsed.entry;
     CrlIndexEntry* place = nullptr;
+    CrlIndexEntry* unverified = nullptr;  // the same CRL, which did not verify then
     for (CrlIndexEntry& row : index) {
         if (!sameAuthority(row, fresh)) continue;
-        Bytes stored, storedScope;
-        CrlIndexEntry entry;
-        if (!readSound(row, stored, entry, storedScope)) {
-            if (!place) place = &row;
+        const bool sameRank = row.isVerified() == fresh.isVerified();
+        Bytes stored;
+        ParsedCrl old;
+        if (!readSound(row, stored) || !parseCrl(stored, old)) {
+            if (!place && sameRank) place = &row;
             continue;
         }
-        if (!sameAuthority(entry, fresh) || !std::ranges::equal(storedScope, scope)) continue;
-        if (std::ranges::equal(stored, der)) return CrlInsert::Present;
-        if (!isNewer(fresh, entry)) return CrlInsert::Older;
-        place = &row;
+        if (old.scope != parsed.scope) continue;
+        if (std::ranges::equal(stored, der)) {
+            if (sameRank || row.isVerified()) return CrlInsert::Present;
+            unverified = &row;
+        } else if (sameRank) {
+            if (!isNewer(fresh, row)) return CrlInsert::Older;
+            place = &row;
+        }
     }
+    const long superfluous = place && unverified ? unverified->fileNumber() : 0;
+    if (!place) place = unverified;
     fresh.number.setValue(place ? place->fileNumber() : freeNumber(index));
     (place ? *place : index.add()) = fresh;
     save(fresh.fileNumber(), index.encoded(), der);
+    if (superfluous != 0) eraseRow(index, superfluous);
     return CrlInsert::Stored;
 }
 
-void CrlStore::forEach(const std::function<bool(const CrlIndexEntry&, Bytes&)>& visit) {
-    locked(kSharedLock, [&] {
-        for (const CrlIndexEntry& row : readIndex()) {
-            Bytes der, scope;
-            CrlIndexEntry entry;
-            if (readSound(row, der, entry, scope) && !visit(entry, der)) return;
-        }
+void CrlStore::eraseRow(CrlIndex& index, long number) {
+    for (size_t row = index.size(); row-- > 0;) {
+        if (index[row].fileNumber() == number) static_cast<void>(index.remove(row));
+    }
+    erase(number, index.encoded());
+}
+
+bool CrlStore::deleteCrl(long number) {
+    bool found = false;
+    locked(kExclusiveLock, [&] {
+        CrlIndex index = readIndex();
+        found = std::ranges::find(index, number, &CrlIndexEntry::fileNumber) != index.end();
+        if (found) eraseRow(index, number);
     });
+    return found;
 }
 
 void CrlStore::getAllCrls(std::vector<Bytes>& list) {
-    forEach([&](const CrlIndexEntry&, Bytes& der) {
-        list.push_back(std::move(der));
-        return true;
+    locked(kSharedLock, [&] {
+        Bytes der;
+        for (const CrlIndexEntry& row : readIndex()) {
+            if (readSound(row, der)) list.push_back(std::move(der));
+        }
     });
 }
 
@@ -138,16 +122,27 @@ bool CrlStore::getCrlByFileNum(long number, Bytes& der) {
     bool found = false;
     locked(kSharedLock, [&] {
         for (const CrlIndexEntry& row : readIndex()) {
-            CrlIndexEntry entry;
-            Bytes scope;
-            if (row.fileNumber() == number && !found) found = readSound(row, der, entry, scope);
+            if (row.fileNumber() == number && !found) found = readSound(row, der);
         }
     });
     return found;
 }
 
+/// A reader may find the index damaged and then needs the exclusive lock for a moment. A writer takes the index back
+/// and fails once, so that the user hears of it.
 void DbCrlCrv::locked(int mode, const std::function<void()>& work) {
+    bool sound = true;
+    if (mode == kSharedLock) {
+        const DbGuard guard(*lock_, kSharedLock);
+        sound = files_.isIndexSound();
+        if (sound) return work();
+    }
+    if (!sound) {
+        const DbGuard guard(*lock_, kExclusiveLock);
+        change([&] { files_.rollback(0); });
+    }
     const DbGuard guard(*lock_, mode);
+    if (mode != kSharedLock && !files_.isIndexSound()) change([&] { files_.checkIndexOrRollback(0); });
     work();
 }
 
@@ -155,39 +150,31 @@ Bytes DbCrlCrv::loadCrl(long number) {
     return number > 0 && fileExists(files_.crlPath(number)) ? files_.readCrl(number) : Bytes();
 }
 
-/// A damaged file makes the write fail after the index was taken back; the damaged files then go, so that the next
-/// write finds a sound store. A CRL that is what the index said is not damaged: only its tag had not been written.
-void DbCrlCrv::save(long number, ByteView index, ByteView der) {
+/// Changes files under the mark. Where that fails without the process dying, the files are put right at once: mending
+/// after a crash looks at the whole database.
+void DbCrlCrv::change(const std::function<void()>& work) {
+    if (!lock_->beginChange(DbMark::ChangingCrls)) {
+        throw StoreError(StoreCause::Failed, "writeFile: blad zapisy pliku");
+    }
     try {
-        files_.write(number, index, der);
-    } catch (const StoreError&) {
-        dropDamaged(number, index);
+        work();
+    } catch (const std::exception&) {
+        try {
+            static_cast<void>(files_.mend());
+        } catch (const std::exception& e) {
+            logLine(LogLevel::Error, std::string("CRL files not mended: ") + e.what());
+            lock_->spoil();
+        }
         throw;
     }
 }
 
-void DbCrlCrv::dropDamaged(long last, ByteView written) {
-    CrlIndex index = readIndex(), known;
-    static_cast<void>(known.readExactly(written));
-    for (long number = 1; number < last; ++number) {
-        if (files_.checkCrl(number) != 1) continue;
-        for (size_t row = index.size(); row-- > 0;) {
-            if (index[row].fileNumber() == number) static_cast<void>(index.remove(row));
-        }
-        const Bytes der = loadCrl(number), hash = hashOf(KcHashAlgo::Sha256, der);
-        const auto intact = std::ranges::find_if(known, [&](const CrlIndexEntry& row) {
-            return row.fileNumber() == number && std::ranges::equal(row.sha256.value(), hash);
-        });
-        if (intact != known.end()) {
-            index.add() = *intact;
-            files_.writeTag(number, der);
-            continue;
-        }
-        logLine(LogLevel::Error, "damaged CRL removed: " + files_.crlPath(number));
-        fileOps().unlink(files_.crlPath(number));
-        fileOps().unlink(files_.tagPath(number));
-    }
-    files_.writeIndex(index.encoded());
+void DbCrlCrv::save(long number, ByteView index, ByteView der) {
+    change([&] { files_.write(number, index, der); });
+}
+
+void DbCrlCrv::erase(long number, ByteView index) {
+    change([&] { files_.erase(number, index); });
 }
 
 void DbCrlMem::locked(int, const std::function<void()>& work) {
@@ -202,6 +189,11 @@ Bytes DbCrlMem::loadCrl(long number) {
 
 void DbCrlMem::save(long number, ByteView index, ByteView der) {
     crls_[number] = toBytes(der);
+    index_ = toBytes(index);
+}
+
+void DbCrlMem::erase(long number, ByteView index) {
+    crls_.erase(number);
     index_ = toBytes(index);
 }
 

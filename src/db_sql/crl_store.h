@@ -20,7 +20,9 @@ enum class CrlInsert {
     Older     ///< the one that is there is not older
 };
 
-/// Failures are exceptions. A CRL whose file is not what was written is passed over, though the index may name it.
+/// At most one CRL of an authority, key and scope that verified when it was stored, and one that did not: what anybody
+/// could have made never takes the place of a genuine one. Failures are exceptions. A CRL whose file is not what the
+/// index says is passed over.
 class CrlStore {
   public:
     CrlStore() = default;
@@ -29,32 +31,31 @@ class CrlStore {
     CrlStore& operator=(const CrlStore&) = delete;
 
     /// Throws CrvApiException with 88 for octets that are no CRL.
-    CrlInsert insertCrl(ByteView der);
+    CrlInsert insertCrl(ByteView der, bool verified);
+    /// False when there is no CRL of that number.
+    [[nodiscard]] bool deleteCrl(long number);
     void getAllCrls(std::vector<Bytes>& list);
     void getCrlIndex(CrlIndex& index);
     /// False when there is no CRL of that number.
     [[nodiscard]] bool getCrlByFileNum(long number, Bytes& der);
 
   protected:
-    /// Runs the work under the lock of that mode.
+    /// Runs the work under the lock of that mode, with an index that can be read.
     virtual void locked(int mode, const std::function<void()>& work) = 0;
     [[nodiscard]] virtual Bytes loadIndex() = 0;
     /// Empty when there is none.
     [[nodiscard]] virtual Bytes loadCrl(long number) = 0;
     virtual void save(long number, ByteView index, ByteView der) = 0;
-    /// Whether a CRL agrees with its tag.
-    [[nodiscard]] virtual bool isTagged(long number) = 0;
-
-    [[nodiscard]] CrlIndex readIndex();
+    virtual void erase(long number, ByteView index) = 0;
 
   private:
-    [[nodiscard]] bool readSound(const CrlIndexEntry& row, Bytes& der, CrlIndexEntry& entry, Bytes& scope);
-    CrlInsert insertLocked(CrlIndexEntry& fresh, ByteView scope, ByteView der);
-    /// Shows every sound CRL until the visitor answers false.
-    void forEach(const std::function<bool(const CrlIndexEntry&, Bytes& der)>& visit);
+    [[nodiscard]] CrlIndex readIndex();
+    [[nodiscard]] bool readSound(const CrlIndexEntry& row, Bytes& der);
+    CrlInsert insertLocked(ParsedCrl& fresh, ByteView der);
+    void eraseRow(CrlIndex& index, long number);
 };
 
-/// CRLs in the numbered files of a database directory, guarded by their tags.
+/// CRLs in the numbered files of a database directory, guarded by their tags and by the mark of the lock.
 class DbCrlCrv final : public CrlStore {
   public:
     DbCrlCrv(const std::string& directory, DbLock& lock) : files_(directory), lock_(&lock) {}
@@ -64,10 +65,10 @@ class DbCrlCrv final : public CrlStore {
     [[nodiscard]] Bytes loadIndex() override { return files_.readIndex(); }
     [[nodiscard]] Bytes loadCrl(long number) override;
     void save(long number, ByteView index, ByteView der) override;
-    [[nodiscard]] bool isTagged(long number) override { return files_.checkCrl(number) == 0; }
+    void erase(long number, ByteView index) override;
 
   private:
-    void dropDamaged(long last, ByteView written);
+    void change(const std::function<void()>& work);
 
     CrlFileGuard files_;
     DbLock* lock_;
@@ -80,7 +81,7 @@ class DbCrlMem : public CrlStore {
     [[nodiscard]] Bytes loadIndex() override { return index_; }
     [[nodiscard]] Bytes loadCrl(long number) override;
     void save(long number, ByteView index, ByteView der) override;
-    [[nodiscard]] bool isTagged(long) override { return false; }
+    void erase(long number, ByteView index) override;
 
   private:
     std::mutex mutex_;

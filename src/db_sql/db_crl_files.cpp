@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <ctime>
 
+#include "crypto/kc_hash.h"
+#include "db_sql/crl_index.h"
 #include "db_sql/db_layout.h"
 #include "misc/byte_order.h"
 #include "misc/exceptions.h"
@@ -101,8 +104,13 @@ int CrlFileGuard::checkCrl(long n) const {
     return checkIntegrity(crlPath(n), tagPath(n));
 }
 
+bool CrlFileGuard::isIndexSound() const {
+    CrlIndex index;
+    return checkIndex() != 1 && fileExists(pathOf(kCrlIndexFileName)) && parseCrlIndex(readIndex(), index);
+}
+
 void CrlFileGuard::checkIndexOrRollback(long n) {
-    if (checkIndex() != 1) return;
+    if (isIndexSound()) return;
     rollback(n);
     throw StoreError(StoreCause::Damaged,
                      "Naruszona integralność bazy CRL (plik indeksu CRL-i). Wykonano operację restore");
@@ -128,14 +136,16 @@ void CrlFileGuard::write(long n, ByteView index, ByteView crl) {
     writeTag(n, crl);
 }
 
-void CrlFileGuard::writeTag(long n, ByteView crl) {
-    writeFile(tagPath(n), makeDataForIntChk(crl));
+/// The files go first: a row without its file is dropped by whoever mends, a file without its row is taken up again.
+void CrlFileGuard::erase(long n, ByteView index) {
+    keepBackup();
+    fileOps().unlink(crlPath(n));
+    fileOps().unlink(tagPath(n));
+    storeIndex(index);
 }
 
-void CrlFileGuard::writeIndex(ByteView index) {
-    checkIndexOrRollback(0);
-    keepBackup();
-    storeIndex(index);
+void CrlFileGuard::writeTag(long n, ByteView crl) {
+    writeFile(tagPath(n), makeDataForIntChk(crl));
 }
 
 void CrlFileGuard::keepBackup() {
@@ -145,19 +155,74 @@ void CrlFileGuard::keepBackup() {
     }
 }
 
-/// A copy that does not agree with its own tag is no help.
-bool CrlFileGuard::restoreBackup() {
-    const std::string index = backupOf(pathOf(kCrlIndexFileName));
-    if (!fileExists(index) || checkIntegrity(index, backupOf(pathOf(kCrlIndexTagName))) == 1) return false;
-    storeIndex(readFile(index));
-    return true;
+std::vector<long> CrlFileGuard::numbers() const {
+    std::vector<std::string> names;
+    std::vector<long> numbers;
+    static_cast<void>(fileOps().list(directory_, names));
+    for (const std::string& name : names) {
+        if (!name.ends_with(kCrlExtension)) continue;
+        long number = 0;
+        const char* end = name.data() + name.size() - kCrlExtension.size();
+        const auto [rest, failed] = std::from_chars(name.data(), end, number);
+        if (failed == std::errc() && rest == end && number > 0 && number <= kMostCrlFiles) numbers.push_back(number);
+    }
+    std::ranges::sort(numbers);
+    return numbers;
+}
+
+/// The row that is right for the file of that number; none for a damaged one, which is deleted.
+std::optional<CrlIndexEntry> CrlFileGuard::settle(long n, std::initializer_list<const CrlIndex*> indexes,
+                                                  std::vector<std::string>& notes) {
+    const Bytes der = readCrl(n), hash = hashOf(KcHashAlgo::Sha256, der);
+    const std::string name = std::to_string(n) + std::string(kCrlExtension) + ": ";
+    const int tag = checkCrl(n);
+    std::optional<CrlIndexEntry> row;
+    for (const CrlIndex* index : indexes) {
+        const auto same = std::ranges::find_if(*index, [&](const CrlIndexEntry& one) {
+            return one.fileNumber() == n && std::ranges::equal(one.sha256.value(), hash);
+        });
+        if (!row && same != index->end()) row = *same;
+    }
+    if (ParsedCrl parsed; !row && tag != 1 && parseCrl(der, parsed)) {
+        row = parsed.entry;
+        row->number.setValue(n);
+        notes.push_back(name + "not the one of the index, taken up as not verified");
+    }
+    if (!row) {
+        notes.push_back(name + "damaged, deleted");
+        fileOps().unlink(crlPath(n));
+        fileOps().unlink(tagPath(n));
+    } else if (tag != 0) {
+        notes.push_back(name + "tag made anew");
+        writeTag(n, der);
+    }
+    return row;
+}
+
+std::vector<std::string> CrlFileGuard::mend() {
+    CrlIndex rows, former, mended;
+    const bool sound = isIndexSound();
+    std::vector<std::string> notes;
+    const auto load = [](const std::string& path, CrlIndex& index) {
+        if (fileExists(path) && !parseCrlIndex(readFile(path), index)) index.clear();
+    };
+    load(pathOf(kCrlIndexFileName), rows);
+    load(backupOf(pathOf(kCrlIndexFileName)), former);
+    for (const long n : numbers()) {
+        if (const auto row = settle(n, {&rows, &former}, notes)) mended.add() = *row;
+    }
+    if (!sound || mended.encoded() != rows.encoded()) {
+        notes.push_back(std::string(kCrlIndexFileName) + ": made anew, lists: " + std::to_string(mended.size()));
+        storeIndex(mended.encoded());
+    }
+    return notes;
 }
 
 void CrlFileGuard::rollback(long n) {
-    const bool restored = restoreBackup();
-    const std::string line = "rollback crlNUm = " + std::to_string(n) + " " + now() +
-                             (restored ? " index restored\n" : " no copy of the index to restore\n");
-    logLine(LogLevel::Warning, line.substr(0, line.size() - 1));
+    std::string line = "rollback crlNUm = " + std::to_string(n) + " " + now();
+    for (const std::string& note : mend()) line += " " + note + ";";
+    logLine(LogLevel::Warning, line);
+    line += "\n";
     const FileDescriptor log(fileOps().open(pathOf(kRollbackLogName), O_WRONLY | O_CREAT | O_APPEND, 0666));
     if (!log.valid() || !writeAll(log.get(), line.data(), line.size(), -1)) {
         logLine(LogLevel::Error, "rollback log not written in " + directory_);

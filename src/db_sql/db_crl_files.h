@@ -1,8 +1,12 @@
 // The files of the CRL store and the tags that make a torn or foreign write detectable.
 #pragma once
 
+#include <initializer_list>
+#include <optional>
 #include <string>
+#include <vector>
 
+#include "db_sql/crl_index.h"
 #include "misc/bytes.h"
 
 namespace crv {
@@ -14,11 +18,11 @@ Bytes makeDataForIntChk(ByteView content);
 /// the tag cannot be read.
 int checkIntegrity(const std::string& file, const std::string& tag);
 
-/// Writes and reads "crl_idx.asn" and the numbered CRL files of one directory. What the index holds is the caller's
-/// business. The caller holds the exclusive lock to write, the shared one to read.
+/// Writes and reads "crl_idx.asn" and the numbered CRL files of one directory. The caller holds the exclusive lock to
+/// write, with its mark set, and the shared one to read.
 ///
-/// Before a change the index and its tag are copied to ".bak" files. They stay until the next change, so a rollback
-/// leads back to the index before the last change, also when its CRL file turns out damaged later.
+/// Before a change the index and its tag are copied to ".bak" files, which stay until the next change. What they say
+/// of a CRL counts when the file is still that CRL.
 class CrlFileGuard {
   public:
     explicit CrlFileGuard(std::string directory) : directory_(std::move(directory)) {}
@@ -27,33 +31,42 @@ class CrlFileGuard {
     void create();
 
     /// Stores CRL number n (1 and up) with the index that names it. The file of number n - 1 and the index are checked
-    /// against their tags first; a damaged one is rolled back and the call fails with StoreError: "Naruszona
+    /// against their tags first; damage is put right as far as it goes and the call fails with StoreError: "Naruszona
     /// integralność bazy CRL (plik CRL). Wykonano operację restore" or "... (plik indeksu CRL-i) ...".
     void write(long n, ByteView index, ByteView crl);
-    /// Replaces the index alone, after the same check of the index.
-    void writeIndex(ByteView index);
-
-    /// Makes the tag of a CRL anew.
-    void writeTag(long n, ByteView crl);
+    /// Deletes CRL number n and stores the index without it.
+    void erase(long n, ByteView index);
 
     [[nodiscard]] Bytes readIndex() const;
     [[nodiscard]] Bytes readCrl(long n) const;
     /// Answers of checkIntegrity for the index and for the CRL of that number.
     [[nodiscard]] int checkIndex() const;
     [[nodiscard]] int checkCrl(long n) const;
+    /// Whether the index agrees with its tag and can be read.
+    [[nodiscard]] bool isIndexSound() const;
+    /// Puts a damaged index right and fails as write() does; n is the number for the log.
+    void checkIndexOrRollback(long n);
 
-    /// Puts the ".bak" copy of the index back, when there is a sound one, and adds a line to "crl_rollback_log.txt".
+    /// Makes index, tags and CRL files agree and adds a line to "crl_rollback_log.txt".
     void rollback(long n);
 
+    /// Makes index, tags and CRL files agree: keeps every CRL that is what a row of the index, or else of its copy,
+    /// says; takes up others that can be read, as not verified; deletes damaged ones. Says what it did, nothing for
+    /// files that agree.
+    std::vector<std::string> mend();
+
+    /// Numbers of the CRL files, ascending.
+    [[nodiscard]] std::vector<long> numbers() const;
     [[nodiscard]] std::string crlPath(long n) const;
     [[nodiscard]] std::string tagPath(long n) const;
 
   private:
     [[nodiscard]] std::string pathOf(std::string_view name) const { return directory_ + std::string(name); }
-    void checkIndexOrRollback(long n);
     void keepBackup();
-    [[nodiscard]] bool restoreBackup();
     void storeIndex(ByteView index);
+    void writeTag(long n, ByteView crl);
+    [[nodiscard]] std::optional<CrlIndexEntry> settle(long n, std::initializer_list<const CrlIndex*> indexes,
+                                                      std::vector<std::string>& notes);
 
     std::string directory_;
 };

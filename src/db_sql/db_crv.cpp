@@ -12,6 +12,7 @@
 #include "db_sql/db_crl_files.h"
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
+#include "misc/logger.h"
 #include "misc/path.h"
 #include "misc/whole_file.h"
 
@@ -160,11 +161,22 @@ bool DbCrv::mend(DbMark mark, const std::vector<std::string>& names) {
         removeFiles();
         return getFilesCount() == 0;
     }
+    if (mark == DbMark::ChangingCrls) return mendCrls();
     if (mark == DbMark::Swapping) {
         return std::all_of(names.begin(), names.end(),
                            [&](const std::string& name) { return swapRebuilt(pathOf(name)); });
     }
     return mendChange();
+}
+
+bool DbCrv::mendCrls() {
+    try {
+        for (const std::string& note : CrlFileGuard(directory_).mend()) logLine(LogLevel::Warning, note);
+        return true;
+    } catch (const StoreError& e) {
+        logLine(LogLevel::Error, std::string("CRL files not mended: ") + e.what());
+        return false;
+    }
 }
 
 bool DbCrv::mendChange() {
@@ -177,9 +189,7 @@ bool DbCrv::mendChange() {
         if (fileExists(table + kDataExtension) && !mendTable(table)) return false;
     }
     if (removeDangling() < 0) return false;
-    CrlFileGuard crls(directory_);
-    if (crls.checkIndex() == 1) crls.rollback(0);
-    return !storeMender_ || storeMender_();
+    return mendCrls() && (!storeMender_ || storeMender_());
 }
 
 int64_t DbCrv::removeDangling() {

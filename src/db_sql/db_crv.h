@@ -70,6 +70,7 @@ class DbCrv {
 
   private:
     [[nodiscard]] bool mendChange();
+    [[nodiscard]] bool mendCrls();
     void makeFiles();
     void removeFiles();
 

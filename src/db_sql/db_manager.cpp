@@ -9,6 +9,12 @@
 
 namespace crv {
 
+namespace {
+
+constexpr const char* kTextNoCrl = "Brak listy CRL";
+
+}  // namespace
+
 void DbManager::init(DbConfig config) {
     init([config = std::move(config)] { return config; });
 }
@@ -36,7 +42,8 @@ void DbManager::connect() {
     connection_->crts().setSync(sync_);
 }
 
-void DbManager::fail(const char* name, const char* text) {
+void DbManager::fail(const char* name, const char* text, StoreCause cause) {
+    lastCause_ = cause;
     lastFailure_ = std::string("Wyjatek w funkcji: DbManager::") + name + "()";
     logLine(LogLevel::Error, lastFailure_);
     logLine(LogLevel::Error, text);
@@ -54,6 +61,8 @@ bool DbManager::run(const char* name, const Work& work) {
     } catch (const std::bad_alloc& e) {
         outOfMemory_ = true;
         fail(name, e.what());
+    } catch (const StoreError& e) {
+        fail(name, e.what(), e.cause());
     } catch (const std::exception& e) {
         fail(name, e.what());
     } catch (...) {
@@ -186,13 +195,19 @@ bool DbManager::getNetCertTime(const std::string& name, int64_t& time) {
     return run("getNetCertTime", [&](DbConnection& db) { time = db.crts().getNetCertTime(name); });
 }
 
-bool DbManager::insertCrl(ByteView der, CrlInsert& result) {
-    return run("insertCrl", [&](DbConnection& db) { result = db.crls().insertCrl(der); });
+bool DbManager::insertCrl(ByteView der, bool verified, CrlInsert& result) {
+    return run("insertCrl", [&](DbConnection& db) { result = db.crls().insertCrl(der, verified); });
+}
+
+bool DbManager::deleteCrl(long number) {
+    return run("deleteCrl", [&](DbConnection& db) {
+        if (!db.crls().deleteCrl(number)) throw StoreError(StoreCause::NotFound, kTextNoCrl);
+    });
 }
 
 bool DbManager::getCrlByFileNum(long number, Bytes& der) {
     return run("getCrlByFileNum", [&](DbConnection& db) {
-        if (!db.crls().getCrlByFileNum(number, der)) throw StoreError(StoreCause::NotFound, "Brak listy CRL");
+        if (!db.crls().getCrlByFileNum(number, der)) throw StoreError(StoreCause::NotFound, kTextNoCrl);
     });
 }
 

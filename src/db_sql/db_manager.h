@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "db_sql/db_connection.h"
+#include "misc/exceptions.h"
 
 namespace crv {
 
@@ -91,7 +92,10 @@ class DbManager {
     bool getNetCertTime(const std::string& name, int64_t& time);
 
     bool getAllCrls(std::vector<Bytes>& list) { return inCrl("getAllCrls", &CrlStore::getAllCrls, list); }
-    bool insertCrl(ByteView der, CrlInsert& result);
+    /// Stores a CRL; see CrlStore for what `verified` decides.
+    bool insertCrl(ByteView der, bool verified, CrlInsert& result);
+    /// Fails for a number that no CRL has.
+    bool deleteCrl(long number);
     bool getCrlIndex(CrlIndex& index) { return inCrl("getCrlIndex", &CrlStore::getCrlIndex, index); }
     bool getCrlByFileNum(long number, Bytes& der);
 
@@ -102,6 +106,8 @@ class DbManager {
     }
 
     [[nodiscard]] const std::string& lastFailure() const { return lastFailure_; }
+    /// Why the store failed; Failed too when the failure was none of the store's.
+    [[nodiscard]] StoreCause lastCause() const { return lastCause_; }
     [[nodiscard]] bool outOfMemory() const { return outOfMemory_; }
     /// Whether insertions wait until the disk has the data (the default); off only for measuring.
     void setSync(bool on) { sync_ = on; }
@@ -122,7 +128,7 @@ class DbManager {
     bool inSrv(const char* name, Method method, Args&&... args) {
         return run(name, [&](DbConnection& db) { (db.srvs().*method)(args...); });
     }
-    void fail(const char* name, const char* text);
+    void fail(const char* name, const char* text, StoreCause cause = StoreCause::Failed);
     void connect();
     DbStep step(const char* name, const std::function<void(CrtStore&, const CrtStore::Visit&)>& walk);
 
@@ -132,6 +138,7 @@ class DbManager {
     int64_t crtId_ = 0;
     std::optional<DbHash> seen_;  // the current certificate as it was shown
     std::string lastFailure_;
+    StoreCause lastCause_ = StoreCause::Failed;
     bool outOfMemory_ = false;
     bool sync_ = true;
 };

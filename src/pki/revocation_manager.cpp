@@ -144,12 +144,19 @@ int RevocationManager::verify(ByteView der, int64_t time) {
     return check(crl, time, nullptr);
 }
 
+/// Whether the CRL verifies, one that has been replaced since at its own time. The store keeps others apart.
+bool RevocationManager::isGenuine(const SignedCertRevList& crl, int64_t now) {
+    const int64_t issued = crl.thisUpdate().value_or(INT64_MAX);
+    return issued <= now && check(crl, isCurrent(crl, now) ? now : issued, nullptr) == 0;
+}
+
 CrlInsertResult RevocationManager::insert(ByteView der) {
     SignedCertRevList crl;
     if (!crl.readExactly(der, ASN_FLAG_CONST) || !crl.thisUpdate()) return kCrlFormat;
     CrlInsert result{};
     DbManager& database = certificates_->database();
-    if (!database.insertCrl(der, result)) return database.outOfMemory() ? kCrlNoMemory : kCrlDatabase;
+    if (!database.insertCrl(der, isGenuine(crl, std::time(nullptr)), result))
+        return database.outOfMemory() ? kCrlNoMemory : kCrlDatabase;
     if (result == CrlInsert::Older) return kCrlOlder;
     deviceError_ = deviceUpdate_ ? deviceUpdate_(der) : 0;
     return deviceError_ == 0 ? kCrlInserted : kCrlDevice;
@@ -217,7 +224,9 @@ bool RevocationManager::lastCrls(const SignedCertificate& authority, AuthorityCr
     for (const CrlIndexEntry& entry : index) {
         if (!(entry.issuer == authority.subject()) || !sameKeyId(entry.authorityKeyId, keyId)) continue;
         std::optional<CrlIndexEntry>& last = entry.isDelta() ? crls.delta : crls.complete;
-        if (!last || entry.issued() > last->issued()) last = entry;
+        // Anybody can make a list of the year 2099; only a genuine one counts as the last where there is one.
+        const auto rank = [](const CrlIndexEntry& of) { return std::pair(of.isVerified(), of.issued()); };
+        if (!last || rank(entry) > rank(*last)) last = entry;
     }
     return true;
 }

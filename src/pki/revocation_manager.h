@@ -64,6 +64,7 @@ class RevocationManager {
   private:
     struct Loaded;
     [[nodiscard]] int check(const SignedCertRevList& crl, int64_t time, const SignedCertificate* issuer);
+    [[nodiscard]] bool isGenuine(const SignedCertRevList& crl, int64_t now);
     [[nodiscard]] int checkIssuer(const SignedCertRevList& crl, const CertPtr& issuer, int64_t time);
     [[nodiscard]] bool load(const SignedCertificate& certificate, std::vector<Loaded>& crls);
 

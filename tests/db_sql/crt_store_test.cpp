@@ -154,22 +154,22 @@ TEST_P(CrtStoreTest, ManyCertificatesWithOneSerialNumber) {
     EXPECT_EQ(found, all()) << "the newest first";
 }
 
-TEST_P(CrtStoreTest, ACrlWithoutItsTagIsNotLost) {
+TEST_P(CrtStoreTest, CrlsAreReplacedByNewerOnesAndDeleted) {
     CrlInsert result{};
-    std::vector<Bytes> crls;
+    std::vector<Bytes> crls, stored;
     for (const char* name : {"A", "B"}) {
         const MadeCert issuer = makeCert({.subject = {{"CN", name}}, .extensions = caExtensions()});
         for (long number : {1, 2}) crls.push_back(makeCrl({.number = number, .nextUpdate = number * kDay}, issuer));
     }
-    EXPECT_TRUE(manager.insertCrl(crls[0], result));
-    const std::string tag = config.db + "/1.chk", old = inFiles() ? test::readFile(tag) + "x" : "";
-    EXPECT_TRUE(manager.insertCrl(crls[1], result));
-    if (inFiles()) test::writeFile(tag, old);
-    EXPECT_EQ(manager.insertCrl(crls[3], result), !inFiles());
-    EXPECT_TRUE(manager.insertCrl(crls[3], result));
-    std::vector<Bytes> stored;
+    for (const Bytes& crl : {crls[0], crls[1], crls[3]}) EXPECT_TRUE(manager.insertCrl(crl, true, result));
     EXPECT_TRUE(manager.getAllCrls(stored));
     EXPECT_EQ(stored, (std::vector{crls[1], crls[3]}));
+    EXPECT_TRUE(manager.deleteCrl(1));
+    EXPECT_FALSE(manager.deleteCrl(1));
+    EXPECT_EQ(manager.lastCause(), StoreCause::NotFound);
+    stored.clear();
+    EXPECT_TRUE(manager.getAllCrls(stored));
+    EXPECT_EQ(stored, std::vector<Bytes>{crls[3]});
 }
 
 TEST_P(CrtStoreTest, EmailsUpTo128CharactersAreStored) {

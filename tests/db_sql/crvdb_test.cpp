@@ -4,9 +4,10 @@
 #include <fstream>
 
 #include "db/table_test_base.h"
-#include "db_sql/db_crl_files.h"
+#include "db_sql/crl_store.h"
 #include "db_sql/db_crv.h"
 #include "db_sql/no_oop.h"
+#include "support/cert_maker.h"
 #include "support/faulty_file_ops.h"
 
 using namespace crv;
@@ -33,7 +34,9 @@ class Crvdb : public testing::Test {
             EXPECT_TRUE(i % 4 != 0 || add(ca, {id}, "") != 0);
             EXPECT_NE(add(addIdx, {id, "k" + std::to_string(i), "h"}, ""), 0);
         }
-        CrlFileGuard(path + "/").write(1, asBytes("index"), asBytes("crl"));
+        const MadeCert issuer = makeCert({.subject = {{"CN", "A"}}, .extensions = caExtensions()});
+        DbLock lock(file("db.lck"));
+        EXPECT_EQ(DbCrlCrv(path + "/", lock).insertCrl(makeCrl({}, issuer), true), CrlInsert::Stored);
     }
     std::string file(const std::string& name) const { return path + "/" + name; }
     void overwrite(const std::string& name, std::streamoff at, const std::string& octets) const {
@@ -95,7 +98,11 @@ TEST_F(Crvdb, DamageIsNamedAndRepaired) {
         {"certific.dta", 56, "\1", "dnfld: record without its certificate at 56"},
         {"ca.dta", kWhole, "", "ca.dta: missing"},
         {"crl_idx.asn", kWhole, "torn", "crl_idx.asn: does not match its tag"},
-        {"1.crl", kWhole, "torn", "1.crl: does not match its tag", false},
+        {"1.crl", kWhole, "torn", "1.crl: does not match its tag"},
+        {"1.crl", 60, "x", "1.crl: not the CRL that the index names"},
+        {"1.crl", kWhole, "", "1.crl: missing"},
+        {"crl_idx.asn", kWhole, "", "crl_idx.asn: "},
+        {"7.crl", kWhole, "foreign", "7.crl: not in the index"},
         {"version.txt", kWhole, "6", "version.txt: not the version \"7\""},
         {"imports.dat", kWhole, "", "imports.dat: missing"},
     };

@@ -251,13 +251,20 @@ TEST_F(ManagersTest, CrlInsertionAnswersWithItsCodes) {
     EXPECT_EQ(revocation.insert(six), kCrlInserted);
     EXPECT_EQ(revocation.insert(six), kCrlInserted) << "equal content";
     EXPECT_EQ(insertCrl({.entries = {{"1"}}, .number = 6, .thisUpdate = -61}, root), kCrlOlder);
+    const MadeCert forger = test::makeCert(authority("Korzeń"));
+    EXPECT_EQ(insertCrl({.number = 65535, .thisUpdate = -1}, forger), kCrlInserted) << "as the user wished";
+    AuthorityCrls last;
+    const CertPtr issuer = makeCert(ByteView(root.der));
+    EXPECT_TRUE(revocation.lastCrls(*issuer, last));
+    EXPECT_EQ(last.complete->crlNumber->decimal(), "6");
+    EXPECT_EQ(insertCrl({.number = 7, .thisUpdate = -40}, root), kCrlInserted) << "a forged list outranks nothing";
     revocation.setDeviceUpdate([](ByteView) { return 0x1234U; });
-    EXPECT_EQ(insertCrl({.number = 7}, root), kCrlDevice);
+    EXPECT_EQ(insertCrl({.number = 8}, root), kCrlDevice);
     EXPECT_EQ(revocation.deviceError(), 0x1234U);
     DbConfig none;
     none.setType("brak");
     database.init(none);
-    EXPECT_EQ(insertCrl({.number = 8}, root), kCrlDatabase);
+    EXPECT_EQ(insertCrl({.number = 9}, root), kCrlDatabase);
 }
 
 TEST_F(ManagersTest, CertificatesAreReadFromFilesInAnyUsualForm) {

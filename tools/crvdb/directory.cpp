@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 
+#include "crypto/kc_hash.h"
 #include "db/data_scan.h"
 #include "db/database.h"
 #include "db/table_check.h"
@@ -117,8 +118,14 @@ void Directory::checkReferences(Findings& findings) const {
 
 void Directory::checkCrls(Findings& findings) const {
     const CrlFileGuard crls(db_.directory());
+    CrlIndex index;
     if (fileExists(db_.pathOf(kCrlIndexFileName)) && crls.checkIndex() == 1) {
         findings.add(std::string(kCrlIndexFileName), "does not match its tag");
+    } else if (!crls.isIndexSound()) {
+        findings.add(std::string(kCrlIndexFileName), "cannot be read");
+    } else {
+        static_cast<void>(parseCrlIndex(crls.readIndex(), index));
+        checkCrlRows(crls, index, findings);
     }
     std::vector<std::string> names;
     (void)fileOps().list(db_.directory(), names);
@@ -128,6 +135,24 @@ void Directory::checkCrls(Findings& findings) const {
         const std::string tag = name.substr(0, name.size() - kCrlExtension.size()) + std::string(kTagExtension);
         const int answer = checkIntegrity(db_.pathOf(name), db_.pathOf(tag));
         if (answer != 0) findings.add(name, answer == 1 ? "does not match its tag" : "has no tag");
+    }
+}
+
+void Directory::checkCrlRows(const CrlFileGuard& crls, const CrlIndex& index, Findings& findings) {
+    const std::vector<long> numbers = crls.numbers();
+    const auto nameOf = [](long n) { return std::to_string(n) + std::string(kCrlExtension); };
+    for (const CrlIndexEntry& row : index) {
+        const long n = row.fileNumber();
+        if (!std::ranges::binary_search(numbers, n)) {
+            findings.add(nameOf(n), "missing");
+        } else if (!std::ranges::equal(hashOf(KcHashAlgo::Sha256, crls.readCrl(n)), row.sha256.value())) {
+            findings.add(nameOf(n), "not the CRL that the index names");
+        }
+    }
+    for (const long n : numbers) {
+        if (std::ranges::find(index, n, &CrlIndexEntry::fileNumber) == index.end()) {
+            findings.add(nameOf(n), "not in the index");
+        }
     }
 }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "db_sql/db_crl_files.h"
 #include "db_sql/db_crv.h"
 
 namespace crvdb {
@@ -41,6 +42,7 @@ class Directory {
     void checkTables(Findings& findings) const;
     void checkReferences(Findings& findings) const;
     void checkCrls(Findings& findings) const;
+    static void checkCrlRows(const crv::CrlFileGuard& crls, const crv::CrlIndex& index, Findings& findings);
 
     crv::DbCrv db_;
     std::unique_ptr<crv::FileSemaphore> lock_;

@@ -111,14 +111,7 @@ class Repair {
     }
 
     void repairFiles() {
-        CrlFileGuard crls(db_.directory());
-        const bool lost = !fileExists(db_.pathOf(kCrlIndexFileName));
-        if (lost || crls.checkIndex() == 1) {
-            crls.rollback(0);
-            const bool restored = crls.checkIndex() != 1 && fileExists(db_.pathOf(kCrlIndexFileName));
-            if (!restored) crls.create();
-            say(kCrlIndexFileName, restored ? "restored from its copy" : "lost, empty one made");
-        }
+        for (const std::string& note : CrlFileGuard(db_.directory()).mend()) *out_ << note << "\n";
         if (!fileExists(db_.pathOf(kImportsFileName))) replace(kImportsFileName, {});
         if (db_.stateOfFiles() != DbState::Complete) replace(kVersionFileName, kVersionText);
     }
