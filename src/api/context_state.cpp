@@ -5,8 +5,7 @@
 namespace crv {
 
 int ContextState::getPIN(PinSlot slot, SecretText& pin, bool* fromCache, bool ask) {
-    const long id = static_cast<long>(slot);
-    const PinCache::Slot& cached = pins.slot(id);
+    const PinCache::Slot& cached = pins.slot(slot);
     if (fromCache) *fromCache = cached.present;
     pin.clear();
     if (cached.present) {
@@ -16,7 +15,7 @@ int ContextState::getPIN(PinSlot slot, SecretText& pin, bool* fromCache, bool as
     if (!ask || !prompt) return kPinCancelled;
     const int result = prompt(slot, pin);
     if (result == kPinOk) {
-        pins.store(id, pin);
+        pins.store(slot, pin);
     } else {
         pin.clear();
     }

@@ -3,14 +3,13 @@
 #include <algorithm>
 
 #include "api/api_frame.h"
+#include "config/config_oids.h"
 #include "config/trusted_list_manager.h"
 #include "misc/exceptions.h"
 #include "misc/logger.h"
 
 namespace crv {
 namespace {
-
-constexpr long kWgetOption = 44;
 
 int refuse(CRVctx*, long) {
     return ECRV_API_INV_PAR;
@@ -32,11 +31,11 @@ int storeInt(CRVctx* ctx, long id, long value) {
 /// Adding signers, which is set by two odd codes.
 int setSignerMode(CRVctx* ctx, long value) {
     demand(value == 3 || value == 4);
-    return storeInt(ctx, 2, value - 3);
+    return storeInt(ctx, kOptAddSignerMode, value - 3);
 }
 
 int getSignerMode(CRVctx* ctx, long* value) {
-    *value = ctx->configurationManager.record().getIntOpt(2);
+    *value = ctx->configurationManager.record().getIntOpt(kOptAddSignerMode);
     return CRV_OK;
 }
 
@@ -47,7 +46,7 @@ constexpr struct SpecialOption {
     int (*get)(CRVctx*, long*);
 } kSpecial[] = {
     {1, refuse, refuseGet},
-    {2, setSignerMode, getSignerMode},
+    {kOptAddSignerMode, setSignerMode, getSignerMode},
     {15, setDigestOption, getDigestOption},
     {21, setSchemeOption, getSchemeOption},
     {25, setSignatureOption, getSignatureOption},
@@ -60,7 +59,7 @@ const SpecialOption* findSpecial(long id) {
 }
 
 bool isGlobalOption(long id) {
-    return id == kWgetOption;
+    return id == kOptTslDownloadWithWget;
 }
 
 }  // namespace

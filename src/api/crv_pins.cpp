@@ -32,7 +32,7 @@ SecretText localToUtf8(const char* text) {
 }
 
 int crvStorePINInt(CRVctx* ctx, long id, const SecretText& pin) {
-    ctx->state.pins.store(id, pin);
+    ctx->state.pins.store(PinCache::slotOf(id), pin);
     return CRV_OK;
 }
 

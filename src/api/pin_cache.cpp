@@ -7,22 +7,26 @@
 namespace crv {
 namespace {
 
-constexpr std::array kIds = {1L, 2L, 8L, 16L};
+constexpr std::array kSlots = {PinSlot::SigningToken, PinSlot::DecryptionToken, PinSlot::Roots, PinSlot::SigningKey};
 
 }  // namespace
 
-size_t PinCache::index(long id) {
+PinSlot PinCache::slotOf(long id) {
     VTEST(isSlot(id), "src/api/pin_cache");
-    return static_cast<size_t>(std::ranges::find(kIds, id) - kIds.begin());
+    return static_cast<PinSlot>(id);
 }
 
-void PinCache::store(long id, const SecretText& pin) {
-    slots_[index(id)] = {pin, true, std::time(nullptr)};
+size_t PinCache::index(PinSlot slot) {
+    return static_cast<size_t>(std::ranges::find(kSlots, slot) - kSlots.begin());
+}
+
+void PinCache::store(PinSlot slot, const SecretText& pin) {
+    slots_[index(slot)] = {pin, true, std::time(nullptr)};
 }
 
 void PinCache::clean(long mask) {
-    for (size_t i = 0; i < kIds.size(); ++i) {
-        if (!(mask & kIds[i])) continue;
+    for (size_t i = 0; i < kSlots.size(); ++i) {
+        if (!(mask & static_cast<long>(kSlots[i]))) continue;
         SecretText zeros;
         for (size_t n = slots_[i].pin.size(); n > 0; --n) zeros.append(std::string_view("\0", 1));
         slots_[i].pin = std::move(zeros);

@@ -21,18 +21,20 @@ class PinCache {
     };
 
     static bool isSlot(long id) { return id > 0 && (id & kAllSlots) == id && (id & (id - 1)) == 0; }
+    /// The slot of a number; one that is none fails an assertion.
+    static PinSlot slotOf(long id);
 
-    /// Fills a slot and stamps it with the current time. A number that is no slot fails an assertion.
-    void store(long id, const SecretText& pin);
+    /// Fills a slot and stamps it with the current time.
+    void store(PinSlot slot, const SecretText& pin);
     /// Overwrites the PINs of a mask's slots with zeros and their times with 0; length and presence stay, so a later
     /// use finds a PIN of zero bytes.
     void clean(long mask);
     /// Empties every slot.
     void removeAll();
-    [[nodiscard]] const Slot& slot(long id) const { return slots_[index(id)]; }
+    [[nodiscard]] const Slot& slot(PinSlot slot) const { return slots_[index(slot)]; }
 
   private:
-    static size_t index(long id);
+    static size_t index(PinSlot slot);
 
     std::array<Slot, 4> slots_;
 };

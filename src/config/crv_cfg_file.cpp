@@ -18,7 +18,7 @@ struct IntOption {
     long absent;
 };
 
-#define CRV_INT_OPTION_ROW(option, constant, tail, value) {option, constant, value},
+#define CRV_INT_OPTION_ROW(option, name, constant, tail, value) {option, constant, value},
 constexpr IntOption kIntOptions[] = {CRV_INT_OPTIONS(CRV_INT_OPTION_ROW)};
 #undef CRV_INT_OPTION_ROW
 

@@ -3,6 +3,7 @@
 
 #include <new>
 
+#include "config/config_oids.h"
 #include "config/configuration_manager.h"
 #include "config/context_services.h"
 #include "corvane/crvprofile.h"
@@ -13,14 +14,10 @@
 #include "misc/logger.h"
 
 namespace crv {
-namespace {
-
-constexpr long kRecertificationOption = 13;
-
-}  // namespace
+namespace {}  // namespace
 
 bool allowsRecertification(const CRVCfgFile& record) {
-    return record.getIntOpt(kRecertificationOption) != 0;
+    return record.getIntOpt(kOptAllowFullRecertification) != 0;
 }
 
 KeyManager::KeyManager(uint64_t generatorCycle)

@@ -188,7 +188,7 @@ class KeyManager {
     /// Pairs a certificate with the key that it belongs to; the caller saves. kKmNoKeyForCertificate; kKmRoleTaken when
     /// its use belongs to another key; for a key that has a certificate: one of the same name is replaced by a newer
     /// one, else kKmCertificateExists; under another name kKmKeyHasTwoNames unless option 13 allows it.
-    [[nodiscard]] KeyManagerResult installUserCrt(const SignedCertificate& certificate);
+    [[nodiscard]] KeyManagerResult installUserCrt(const CertPtr& certificate);
     /// Takes the last installation back, unless something was saved or installed since.
     void undoInstallUserCrt();
 
@@ -199,10 +199,10 @@ class KeyManager {
     [[nodiscard]] std::vector<TrustPoint> trustedPoints() const;
     /// Adds a trust point of the user; the caller saves. kKmNoCaCertificate, kKmBadSignature, kKmTrustPointExists,
     /// kKmTrustPointRefused.
-    [[nodiscard]] KeyManagerResult addTrustedCA(const SignedCertificate& certificate);
+    [[nodiscard]] KeyManagerResult addTrustedCA(const CertPtr& certificate);
     /// Deletes a trust point of the user (`flag` 1, TrustPointFlag::User) from the configuration and from the key
     /// store; the caller saves. kKmNotOnThisMedium for one that cannot be deleted; one that is gone already is kKmOk.
-    [[nodiscard]] KeyManagerResult delTrustedCA(const SignedCertificate& certificate, int flag);
+    [[nodiscard]] KeyManagerResult delTrustedCA(const CertPtr& certificate, int flag);
     /// Reads the additional trust-point store that the profile names: none is kKmOk; kKmNoRootsPassword,
     /// kKmWrongRootsPassword, kKmRootsFormat.
     [[nodiscard]] KeyManagerResult readAdditionalTrustedCA();

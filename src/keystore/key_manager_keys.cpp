@@ -67,11 +67,9 @@ CertPtr KeyManager::encryptionCertificate() const {
     return key ? certificateOf(*key) : nullptr;
 }
 
-KeyManagerResult KeyManager::installUserCrt(const SignedCertificate& certificate) {
-    const CertPtr own = makeCert(certificate.encoded());
-    if (!own) return kKmUnknownKeyAlgorithm;
+KeyManagerResult KeyManager::installUserCrt(const CertPtr& certificate) {
     auto before = std::make_unique<KeyStoreContents>(contents_);
-    const KeyManagerResult result = pairCertificate(contents_, own, recertificationAllowed());
+    const KeyManagerResult result = pairCertificate(contents_, certificate, recertificationAllowed());
     if (result == kKmOk) beforeInstall_ = std::move(before);
     return result;
 }

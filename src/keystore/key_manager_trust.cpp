@@ -82,30 +82,27 @@ std::vector<TrustPoint> KeyManager::trustedPoints() const {
     return points;
 }
 
-KeyManagerResult KeyManager::addTrustedCA(const SignedCertificate& certificate) {
-    const CertPtr own = makeCert(certificate.encoded());
-    if (!own || !own->isCaCrt() || !own->isSelfIssued()) return kKmNoCaCertificate;
-    if (!isSelfSigned(*own)) return kKmBadSignature;
+KeyManagerResult KeyManager::addTrustedCA(const CertPtr& certificate) {
+    if (!certificate->isCaCrt() || !certificate->isSelfIssued()) return kKmNoCaCertificate;
+    if (!isSelfSigned(*certificate)) return kKmBadSignature;
     const auto same = [&](const TrustPoint& point) {
-        return std::ranges::equal(encodingOf(*point.certificate), encodingOf(*own));
+        return std::ranges::equal(encodingOf(*point.certificate), encodingOf(*certificate));
     };
     if (std::ranges::any_of(trustedPoints(), same)) return kKmTrustPointExists;
-    if (isWeak(*own)) return kKmTrustPointRefused;
+    if (isWeak(*certificate)) return kKmTrustPointRefused;
 
     CRVCfgFile& record = configuration().editRecord();
     CRVCfgFile::Certificates list = record.getTrustedCAs();
-    list.push_back(toBytes(encodingOf(*own)));
+    list.push_back(toBytes(encodingOf(*certificate)));
     record.setTrustedCAs(list);
-    contents_.trustedCerts.push_back(own);
+    contents_.trustedCerts.push_back(certificate);
     saved_ = false;
     return kKmOk;
 }
 
-KeyManagerResult KeyManager::delTrustedCA(const SignedCertificate& certificate, int flag) {
+KeyManagerResult KeyManager::delTrustedCA(const CertPtr& certificate, int flag) {
     VTEST(flag == static_cast<int>(TrustPointFlag::User), kKeyManagerPlace);
-    const Bytes encoding = certificate.encoded();
-    const CertPtr own = makeCert(encoding);
-    VTEST(own, kKeyManagerPlace);
+    const Bytes encoding = toBytes(encodingOf(*certificate));
     CRVCfgFile::Certificates list = configuration().record().getTrustedCAs();
     if (std::erase(list, encoding) == 0) {
         const auto same = [&](const TrustPoint& point) {
@@ -114,7 +111,7 @@ KeyManagerResult KeyManager::delTrustedCA(const SignedCertificate& certificate, 
         return std::ranges::any_of(trustedPoints(), same) ? kKmNotOnThisMedium : kKmOk;
     }
     configuration().editRecord().setTrustedCAs(list);
-    removeFrom(contents_.trustedCerts, *own);
+    removeFrom(contents_.trustedCerts, *certificate);
     saved_ = false;
     return kKmOk;
 }

@@ -24,7 +24,7 @@ class Context : public testing::Test {
         EXPECT_EQ(crvGetOptionAPI(&ctx, id, &value), 0) << id;
         return value;
     }
-    [[nodiscard]] std::string_view pin(long id) const { return ctx.state.pins.slot(id).pin.view(); }
+    [[nodiscard]] std::string_view pin(long id) const { return ctx.state.pins.slot(PinCache::slotOf(id)).pin.view(); }
 
     CRVctx ctx;
     char foreign[64] = "Corvane";
@@ -203,10 +203,12 @@ TEST_F(Context, PinsAreKeptCleanedAndForgotten) {
     EXPECT_EQ(crvCleanPINAPI(&ctx, 27), 0);
     for (long id : {1, 2, 8, 16}) {
         EXPECT_EQ(pin(id), std::string_view("\0\0\0\0\0", 5));
-        EXPECT_TRUE(ctx.state.pins.slot(id).present && ctx.state.pins.slot(id).stored == 0) << id;
+        EXPECT_TRUE(ctx.state.pins.slot(PinCache::slotOf(id)).present &&
+                    ctx.state.pins.slot(PinCache::slotOf(id)).stored == 0)
+            << id;
     }
     ctx.removePINs();
-    EXPECT_FALSE(ctx.state.pins.slot(8).present);
+    EXPECT_FALSE(ctx.state.pins.slot(PinSlot::Roots).present);
     EXPECT_EQ(ctx.getPIN(PinSlot::Roots, got, nullptr, false), kPinCancelled);
 }
 

@@ -16,7 +16,7 @@ using KeyManagerCertsTest = KeyStoreTest;
 TEST_F(KeyManagerCertsTest, InstallsACertificateByTheRules) {
     create({{KeyType::Signing, "rsa1"}, {KeyType::Encryption, "rsa2"}});
     const auto install = [&](const Steps& steps) {
-        for (const auto& [name, result] : steps) EXPECT_EQ(keys.installUserCrt(*testCert(name)), result) << name;
+        for (const auto& [name, result] : steps) EXPECT_EQ(keys.installUserCrt(testCert(name)), result) << name;
     };
     install({{"dsa", kKmNoKeyForCertificate},
              {"both", kKmRoleTaken},
@@ -55,7 +55,7 @@ TEST_F(KeyManagerCertsTest, TwoSessionsDoNotGiveAKeyTwoNames) {
     ASSERT_EQ(other.login(), kKmOk);
     for (const auto& [who, name, result] :
          {std::tuple{&session, "sign", kKmOk}, {&other, "sign_other", kKmKeyHasTwoNames}}) {
-        ASSERT_EQ(who->keys.installUserCrt(*testCert(name)), kKmOk);
+        ASSERT_EQ(who->keys.installUserCrt(testCert(name)), kKmOk);
         EXPECT_EQ(who->keys.saveConfiguration(), result);
     }
     other.keys.undoInstallUserCrt();
@@ -71,10 +71,10 @@ TEST_F(KeyManagerCertsTest, TrustPointsComeFromFourPlacesAndOnlyTheUsersCanBeDel
                                             {"ca_short", kKmTrustPointRefused},
                                             {"ca_ec", kKmOk},
                                             {"ca_ec", kKmTrustPointExists}})
-        EXPECT_EQ(keys.addTrustedCA(*testCert(name)), result) << name;
+        EXPECT_EQ(keys.addTrustedCA(testCert(name)), result) << name;
     Bytes forged = toBytes(encodingOf(*testCert("ca")));
     forged.back() ^= 1;
-    EXPECT_EQ(keys.addTrustedCA(*makeCert(forged)), kKmBadSignature);
+    EXPECT_EQ(keys.addTrustedCA(makeCert(forged)), kKmBadSignature);
 
     session.editRecord().setQualifiedTrustedCAs({toBytes(encodingOf(*testCert("ca_short")))});
     session.profile().setAttr(CRVPROFILE_ATTR_ROOTS_FILE, dataFile("roots.p12"));
@@ -88,16 +88,16 @@ TEST_F(KeyManagerCertsTest, TrustPointsComeFromFourPlacesAndOnlyTheUsersCanBeDel
         return text;
     };
     EXPECT_EQ(flags(), "123");
-    EXPECT_EQ(keys.addTrustedCA(*testCert("ca")), kKmTrustPointExists);
-    EXPECT_EQ(keys.delTrustedCA(*testCert("ca"), 1), kKmNotOnThisMedium);
-    EXPECT_THROW((void)keys.delTrustedCA(*testCert("ca"), 3), VtestException);
+    EXPECT_EQ(keys.addTrustedCA(testCert("ca")), kKmTrustPointExists);
+    EXPECT_EQ(keys.delTrustedCA(testCert("ca"), 1), kKmNotOnThisMedium);
+    EXPECT_THROW((void)keys.delTrustedCA(testCert("ca"), 3), VtestException);
 
     // Out of the record, but still in a bag: then it is the key store's.
     session.editRecord().setTrustedCAs({});
     EXPECT_EQ(flags(), "023");
-    EXPECT_EQ(keys.delTrustedCA(*testCert("ca_ec"), 1), kKmNotOnThisMedium);
+    EXPECT_EQ(keys.delTrustedCA(testCert("ca_ec"), 1), kKmNotOnThisMedium);
     session.editRecord().setTrustedCAs({toBytes(encodingOf(*testCert("ca_ec")))});
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(keys.delTrustedCA(*testCert("ca_ec"), 1), kKmOk) << "also when it is gone";
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(keys.delTrustedCA(testCert("ca_ec"), 1), kKmOk) << "also when it is gone";
     ASSERT_EQ(keys.saveConfiguration(), kKmOk);
     ASSERT_EQ(session.login(false), kKmOk);
     EXPECT_EQ(flags(), "2") << "deleted from record and bags; the additional store was not asked for";

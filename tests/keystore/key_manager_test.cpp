@@ -202,7 +202,7 @@ TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
     };
     create();
     setPolicies(session, {{"1.1", "both leave"}, {"1.2", "a changes"}, {"1.3", "b deletes"}});
-    ASSERT_EQ(keys.addTrustedCA(*testCert("ca_ec")), kKmOk);
+    ASSERT_EQ(keys.addTrustedCA(testCert("ca_ec")), kKmOk);
     session.editRecord().setIntOpt(kTimeoutOption, 1);
     ASSERT_EQ(keys.saveConfiguration(), kKmOk);
 
@@ -210,15 +210,15 @@ TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
     ASSERT_EQ(a.login(), kKmOk);
     ASSERT_EQ(b.login(), kKmOk);
     ASSERT_EQ(a.keys.addNewKey(KeyType::Signing, testKey("rsa1")), kKmOk);
-    ASSERT_EQ(a.keys.addTrustedCA(*testCert("ca")), kKmOk);
+    ASSERT_EQ(a.keys.addTrustedCA(testCert("ca")), kKmOk);
     setPolicies(a, {{"1.1", "both leave"}, {"1.2", "changed"}, {"1.3", "b deletes"}, {"1.4", "of a"}});
     ASSERT_EQ(a.keys.saveConfiguration(), kKmOk);
-    ASSERT_EQ(b.keys.installUserCrt(*testCert("sign")), kKmNoKeyForCertificate) << "not seen yet";
-    ASSERT_EQ(b.keys.delTrustedCA(*testCert("ca_ec"), 1), kKmOk);
+    ASSERT_EQ(b.keys.installUserCrt(testCert("sign")), kKmNoKeyForCertificate) << "not seen yet";
+    ASSERT_EQ(b.keys.delTrustedCA(testCert("ca_ec"), 1), kKmOk);
     b.editRecord().setIntOpt(40, 3);
     setPolicies(b, {{"1.1", "both leave"}, {"1.2", "a changes"}, {"1.5", "of b"}});
     ASSERT_EQ(b.keys.addNewKey(KeyType::Both, testKey("rsa2")), kKmOk);
-    ASSERT_EQ(b.keys.installUserCrt(*testCert("sign")), kKmRoleTaken) << "its own key came last, so it signs";
+    ASSERT_EQ(b.keys.installUserCrt(testCert("sign")), kKmRoleTaken) << "its own key came last, so it signs";
     a.editRecord().setIntOpt(kTimeoutOption, 2);
     ASSERT_EQ(a.keys.saveConfiguration(), kKmOk);
 

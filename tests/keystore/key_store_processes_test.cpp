@@ -95,7 +95,7 @@ int changeMany(const std::string& path, long option, const char* trustPoint, int
         session.editRecord().setIntOpt(option, i);
         const CertPtr point = testCert(trustPoint);
         const KeyManagerResult changed =
-            i % 2 == 1 ? session.keys.addTrustedCA(*point) : session.keys.delTrustedCA(*point, 1);
+            i % 2 == 1 ? session.keys.addTrustedCA(point) : session.keys.delTrustedCA(point, 1);
         FileSemaphore lock(path + ".lck");
         if (changed != kKmOk || !lock.p(kExclusiveLock) || session.keys.saveConfiguration() != kKmOk) return 3;
     }

@@ -21,9 +21,9 @@ constexpr long kUserPin = 1;
 constexpr long kRootsPin = 8;
 
 constexpr CodeText kDatabaseTexts[] = {
-    {2, "Błąd przy sprawdzaniu obecnosci bazy danych !!!"},
-    {46, "Niepoprawna wersja bazy danych !!!"},
-    {49, "Brak dostępu do bazy danych !!!"},
+    {static_cast<int>(DbState::Incomplete), "Błąd przy sprawdzaniu obecnosci bazy danych !!!"},
+    {static_cast<int>(DbState::OtherVersion), "Niepoprawna wersja bazy danych !!!"},
+    {static_cast<int>(DbState::NoAccess), "Brak dostępu do bazy danych !!!"},
 };
 
 constexpr const char* kTrustStoreText = "Błędne hasło lub naruszona integralność nośnika punktów zaufania !!!";

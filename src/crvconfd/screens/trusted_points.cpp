@@ -129,7 +129,7 @@ bool OnTrustedPointAdd() {
         displCentQuestion(kMessageRow,
                           "Zaświadczenie certyfikacyjne jest przeterminowane, czy chcesz kontynuować (t/n)?") == 0)
         return false;
-    const KeyManagerResult result = keyManager->addTrustedCA(*certificate);
+    const KeyManagerResult result = keyManager->addTrustedCA(certificate);
     if (result == kKmOk) {
         saveChange("Punkt zaufania poprawnie dodany");
     } else {
@@ -145,8 +145,7 @@ bool OnTrustedPointDel(const TrustPointList& list, size_t index) {
         errInfo(kMessageRow, "Wskazany punkt zaufania nie może zostać usunięty.");
         return false;
     }
-    const KeyManagerResult result =
-        keyManager->delTrustedCA(*point.certificate, static_cast<int>(TrustPointFlag::User));
+    const KeyManagerResult result = keyManager->delTrustedCA(point.certificate, static_cast<int>(TrustPointFlag::User));
     if (result == kKmOk) {
         saveChange("Punkt zaufania usunięty");
     } else {

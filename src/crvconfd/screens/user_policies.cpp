@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "config/config_oids.h"
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/numbered_list.h"
 #include "crvconfd/screens/oid_prompt.h"
@@ -15,7 +16,6 @@ namespace crv {
 namespace {
 
 constexpr const char* kAnyPolicy = "2.5.29.32.0";
-constexpr long kDecryptOnly = 19;
 
 constexpr NumberedListTexts kTexts{
     "Lista polityk użytkownika",
@@ -40,7 +40,7 @@ void drawAnyPolicy() {
 
 bool allowed() {
     return (keyManager->signingKey() && keyManager->signingCertificate()) ||
-           cfgManager->record().getIntOpt(kDecryptOnly) != 0;
+           cfgManager->record().getIntOpt(kOptDecryptOnly) != 0;
 }
 
 /// A list that could not be saved is not kept either.

@@ -49,7 +49,7 @@ bool storeInDatabase(const SignedCertificate& certificate) {
 void install() {
     const CertPtr certificate = askForCertificate(belongsToUser);
     if (!certificate) return;
-    const KeyManagerResult result = keyManager->installUserCrt(*certificate);
+    const KeyManagerResult result = keyManager->installUserCrt(certificate);
     if (result != kKmOk) return showCode(kTexts, result);
     if (!storeInDatabase(*certificate) || !writeProtCfg()) return keyManager->undoInstallUserCrt();
     displCentInfo(kMessageRow, "Certyfikat użytkownika poprawnie zainstalowany", 2);
