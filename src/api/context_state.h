@@ -21,6 +21,7 @@ class ContextState final : public ContextServices {
 
     ConfigurationManager& configuration() override { return configuration_; }
     int getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr, bool ask = true) override;
+    void storePIN(PinSlot slot, const SecretText& pin) override { pins.store(slot, pin); }
     void removePINs() override { pins.removeAll(); }
     void report(std::string_view line) override;
     void addWarning(int code) override { warnings.push_back(code); }

@@ -31,6 +31,8 @@ class ContextServices {
     /// which is cached. fromCache, when given, tells which. kPinCancelled also when there is nothing to give; pin is
     /// then empty.
     [[nodiscard]] virtual int getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr, bool ask = true) = 0;
+    /// Puts a PIN into its slot; the one that was there is wiped.
+    virtual void storePIN(PinSlot slot, const SecretText& pin) = 0;
     /// Wipes every slot, so that the next getPIN asks again.
     virtual void removePINs() = 0;
 

@@ -53,6 +53,18 @@ MemberTable CfgField::members() const {
     return kMembers;
 }
 
+std::shared_ptr<const CRVCfgFile> CRVCfgFile::decodeRecord(ByteView encoding) {
+    const auto record = std::make_shared<CRVCfgFile>();
+    if (!record->readExactly(encoding)) return nullptr;
+    try {
+        (void)record->getTrustedCAs();
+        (void)record->getQualifiedTrustedCAs();
+    } catch (const VtestException&) {
+        return nullptr;
+    }
+    return record;
+}
+
 const ASNany* CRVCfgFile::findField(const KnownOid& oid) const {
     const auto found = std::ranges::find_if(*this, [&](const CfgField& field) { return field.id == oid; });
     return found == end() ? nullptr : &found->value;
@@ -91,6 +103,10 @@ long CRVCfgFile::getIntOpt(long id) const {
 void CRVCfgFile::setIntOpt(long id, long value) {
     const ASNinteger number(value);
     setField(demandRow(kIntOptions, id).oid, &number);
+}
+
+bool CRVCfgFile::allowsRecertification() const {
+    return getIntOpt(kOptAllowFullRecertification) != 0;
 }
 
 bool CRVCfgFile::isSuchTextOpt(long id) {

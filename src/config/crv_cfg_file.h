@@ -1,6 +1,7 @@
 // The configuration record of a profile, kept as a secret bag of its key store.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -34,6 +35,9 @@ class CRVCfgFile : public ASNsequenceList<CfgField> {
     /// Certificates in DER.
     using Certificates = std::vector<Bytes>;
 
+    /// The record of an encoding, with its lists of certificates checked; null when it is none.
+    [[nodiscard]] static std::shared_ptr<const CRVCfgFile> decodeRecord(ByteView encoding);
+
     /// The value of a field, or null.
     [[nodiscard]] const ASNany* findField(const KnownOid& oid) const;
     /// Sets a field to the object's encoding; null removes the field.
@@ -44,6 +48,9 @@ class CRVCfgFile : public ASNsequenceList<CfgField> {
     /// The option's value, or its default. The option must be one (assertion).
     [[nodiscard]] long getIntOpt(long id) const;
     void setIntOpt(long id, long value);
+
+    /// Option 13: whether a key may be certified under two names.
+    [[nodiscard]] bool allowsRecertification() const;
 
     /// Text options 36, 42 and 43: nothing when absent. The option must be one (assertion).
     [[nodiscard]] static bool isSuchTextOpt(long id);

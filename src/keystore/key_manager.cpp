@@ -7,21 +7,17 @@
 #include "config/configuration_manager.h"
 #include "config/context_services.h"
 #include "corvane/crvprofile.h"
-#include "keystore/key_manager_state.h"
 #include "keystore/key_pairing.h"
-#include "keystore/security_file.h"
+#include "keystore/key_store_media.h"
+#include "keystore/stored_file.h"
 #include "misc/exceptions.h"
 #include "misc/logger.h"
 
 namespace crv {
 namespace {}  // namespace
 
-bool allowsRecertification(const CRVCfgFile& record) {
-    return record.getIntOpt(kOptAllowFullRecertification) != 0;
-}
-
 KeyManager::KeyManager(uint64_t generatorCycle)
-    : generatorCycle_(generatorCycle), random_([this](std::span<uint8_t> out) {
+    : generators_(generatorCycle), random_([this](std::span<uint8_t> out) {
           // A medium that nobody asks for random octets leaves the buffer as it is: never use that.
           return media_ && media_->randomSource() != RandomSource::Nobody && rbgFill(out) == kKmOk;
       }) {}
@@ -51,27 +47,27 @@ void KeyManager::forget() noexcept {
     if (media_) media_->logout();
     media_.reset();
     contents_ = {};
-    additionalCerts_.clear();
-    file_.reset();
+    trust_.clearAdditional();
+    stored_.reset();
     deviceRecord_.reset();
     beforeInstall_.reset();
     wipe(signedConfiguration_);
-    hashRbg_.reset();
-    dssRbg_.reset();
-    loggedIn_ = saved_ = creating_ = generatorReady_ = false;
+    generators_.clear();
+    state_ = State::Closed;
+    saved_ = false;
     if (recordTaken_) context_->configuration().setRecord(nullptr);
     recordTaken_ = false;
 }
 
 void KeyManager::deinitProfile() noexcept {
-    if (loggedIn_) context_->removePINs();
+    if (state_ == State::Open) context_->removePINs();
     forget();
 }
 
 void KeyManager::beginNewProfile() {
     forget();
     selectMedia();
-    creating_ = true;
+    state_ = State::Creating;
 }
 
 KeyManagerResult KeyManager::deviceInit() {
@@ -86,19 +82,19 @@ KeyManagerResult KeyManager::initProfile(int mode, bool readAdditional) {
     selectMedia();
     KeyManagerResult result = kKmNoMemory;
     try {
-        result = openKeyStore(readAdditional);
+        result = openContents(readAdditional);
     } catch (const std::bad_alloc&) {
     } catch (...) {
         forget();
         throw;
     }
-    loggedIn_ = result == kKmOk;
+    if (result == kKmOk) state_ = State::Open;
     if (result != kKmOk && result != kKmNoSeed) forget();
     logLine(LogLevel::Info, "KeyManager::initProfile. END " + std::to_string(result));
     return result;
 }
 
-KeyManagerResult KeyManager::openKeyStore(bool readAdditional) {
+KeyManagerResult KeyManager::openContents(bool readAdditional) {
     SecretText pin;
     KeyManagerResult result = media().needsPin() ? askPin(pin) : kKmOk;
     if (result == kKmOk) result = media().hasSecurityFile() ? loadKey(pin) : openDevice(pin);
@@ -129,7 +125,7 @@ bool KeyManager::ignoresSecurityFile() const {
 }
 
 bool KeyManager::recertificationAllowed() const {
-    return allowsRecertification(configuration().record());
+    return configuration().record().allowsRecertification();
 }
 
 KeyManagerResult KeyManager::loadKey(const SecretText& password) {
@@ -152,11 +148,12 @@ KeyManagerResult KeyManager::loadKey(const SecretText& password) {
     const CRVCfgFile& record = loaded.configuration ? *loaded.configuration : configuration().record();
     KeyStoreContents contents;
     // What a signed record allows is known when it is verified.
-    const bool recertification = !loaded.signedConfiguration.empty() || allowsRecertification(record);
+    const bool recertification = !loaded.signedConfiguration.empty() || record.allowsRecertification();
     const KeyManagerResult paired = analyzeKeysAndCerts(loaded, recertification, contents);
     if (paired != kKmOk) return paired;
-    file_ = std::make_unique<FileState>(octets, contents, password);
+    stored_ = std::make_unique<StoredFile>(octets, contents);
     contents_ = std::move(contents);
+    state_ = State::Unseeded;
     signedConfiguration_ = std::move(loaded.signedConfiguration);
     if (withSecrets) takeRecord(contents_.configuration);
     copyUserUnqualifiedTrustedCA();
@@ -167,8 +164,9 @@ KeyManagerResult KeyManager::openDevice(const SecretText& pin) {
     if (const KeyManagerResult result = media().login(pin); result != kKmOk) return result;
     Bytes encoding;
     if (const KeyManagerResult result = media().readConfiguration(encoding); result != kKmOk) return result;
+    state_ = State::Unseeded;
     if (encoding.empty()) return kKmOk;
-    const auto record = decodeRecord(encoding);
+    const auto record = CRVCfgFile::decodeRecord(encoding);
     if (!record) return kKmBadFormat;
     deviceRecord_ = record;
     takeRecord(record);
@@ -189,9 +187,9 @@ KeyManagerResult KeyManager::verifyConfiguration() {
     const KeyManagerResult verified =
         key ? verifySignedData(signedConfiguration_, key->publicKey(), content) : kKmBadSignature;
     if (verified != kKmOk) return verified == kKmBadSignature ? kKmConfigurationSignature : verified;
-    const auto record = decodeRecord(content);
+    const auto record = CRVCfgFile::decodeRecord(content);
     if (!record) return kKmBadFormat;
-    if (!allowsRecertification(*record) && hasTwoNames(contents_)) return kKmKeyHasTwoNames;
+    if (!record->allowsRecertification() && hasTwoNames(contents_)) return kKmKeyHasTwoNames;
     takeRecord(record);
     copyUserUnqualifiedTrustedCA();
     wipe(signedConfiguration_);

@@ -11,27 +11,24 @@
 
 #include "crypto/ec_curves.h"
 #include "crypto/kc_hash.h"
-#include "crypto/kc_rbg.h"
 #include "crypto/key_scheme.h"
 #include "crypto/random_bridge.h"
+#include "keystore/generators.h"
 #include "keystore/key_manager_result.h"
 #include "keystore/key_store_contents.h"
+#include "keystore/trust_points.h"
 
 namespace crv {
+
+/// Where the key manager's assertions say that they failed.
+inline constexpr const char* kKeyManagerPlace = "src/src/keymgr";
 
 class ConfigurationManager;
 class ContextServices;
 class DistinguishedName;
-class GenericFile;
+class CRVCfgFile;
 class KeyStoreMedia;
-
-/// Where a trust point comes from. Only those of User can be deleted.
-enum class TrustPointFlag : int { KeyStore = 0, User = 1, Qualified = 2, Additional = 3 };
-
-struct TrustPoint {
-    CertPtr certificate;
-    TrustPointFlag flag;
-};
+struct StoredFile;
 
 /// What the caller of a generation does while it runs.
 struct KeyGenHooks {
@@ -61,11 +58,19 @@ enum SaveKeyFlag : int {
 
 /// Holder of the user's keys, owned by the context; used by one caller at a time.
 ///
-/// Nothing here takes the lock on the security file: the console holds it around opening and saving, the library's
-/// authentication call for everybody else. Operations answer a KeyManagerResult; allocation failure is kKmNoMemory; a
+/// Nothing here takes the lock on the security file: openKeyStore and its sisters (key_store_door.h) do, and everybody
+/// opens and saves through them. Operations answer a KeyManagerResult; allocation failure is kKmNoMemory; a
 /// call that the state does not allow is a failed assertion.
 class KeyManager {
   public:
+    /// What is there. Every operation demands a state in which it makes sense.
+    enum class State {
+        Closed,    ///< nothing
+        Creating,  ///< an empty store that the first save writes; its generators are seeded by rbgInit
+        Unseeded,  ///< contents that were read, without a seed; rbgInit and a save mend that
+        Open       ///< logged in
+    };
+
     /// `generatorCycle`: steps of the generator before it is seeded anew (tests shorten it).
     explicit KeyManager(uint64_t generatorCycle = KcRbgHashIso18031::kCycle);
     ~KeyManager();
@@ -87,7 +92,7 @@ class KeyManager {
     /// reads the additional trust points. `mode` is 0.
     /// Closes whatever was open first; the PIN cache is not touched.
     /// A failure forgets everything, with one exception: after kKmNoSeed the contents stay for rbgInit (from
-    /// keystrokes) and saveConfiguration, after which initProfile is called again.
+    /// keystrokes) and saveConfiguration, after which initProfile is called again (State::Unseeded).
     [[nodiscard]] KeyManagerResult initProfile(int mode, bool readAdditional);
 
     /// Log-out: forgets and wipes keys, certificates, configuration, seed and generators, and when a profile was logged
@@ -98,7 +103,8 @@ class KeyManager {
     /// Then follow rbgInit, the defaults of the configuration, and saveConfiguration, whose success ends logged in.
     void beginNewProfile();
 
-    [[nodiscard]] bool isLoggedIn() const { return loggedIn_; }
+    [[nodiscard]] State state() const { return state_; }
+    [[nodiscard]] bool isLoggedIn() const { return state_ == State::Open; }
     /// Whether the last change was saved.
     [[nodiscard]] bool isSaved() const { return saved_; }
     /// Whether a missing seed simply fails the log-in instead of asking the user for keystrokes. Off at first.
@@ -127,7 +133,8 @@ class KeyManager {
     /// kKmDeviceError.
     [[nodiscard]] KeyManagerResult saveConfiguration();
 
-    /// Enciphers the file under a new password. The old one is not looked at: the user is logged in.
+    /// Enciphers the file under a new password, which takes the old one's place in the PIN cache. The old one is not
+    /// looked at: the user is logged in.
     [[nodiscard]] KeyManagerResult changePin(const SecretText& oldPassword, const SecretText& newPassword);
 
     // --- Random generators
@@ -213,57 +220,45 @@ class KeyManager {
                                                            Bytes& content);
 
   private:
-    struct FileState;
-
     [[nodiscard]] ConfigurationManager& configuration() const;
     [[nodiscard]] KeyStoreMedia& media() const;
     void forget() noexcept;
     void selectMedia();
 
-    [[nodiscard]] KeyManagerResult openKeyStore(bool readAdditional);
+    [[nodiscard]] KeyManagerResult openContents(bool readAdditional);
     [[nodiscard]] KeyManagerResult openDevice(const SecretText& pin);
     [[nodiscard]] KeyManagerResult verifyConfiguration();
     [[nodiscard]] KeyManagerResult askPin(SecretText& pin);
     [[nodiscard]] bool ignoresSecurityFile() const;
     [[nodiscard]] bool recertificationAllowed() const;
-    [[nodiscard]] bool mixForThisProcess();
     void takeRecord(const std::shared_ptr<const CRVCfgFile>& record);
     void copyUserUnqualifiedTrustedCA();
     [[nodiscard]] KeyManagerResult keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
                                                  const std::function<PrivateKey()>& generate);
     [[nodiscard]] DistinguishedName requestSubject() const;
 
+    [[nodiscard]] bool generatorsReady() const;
     [[nodiscard]] KeyStoreContents currentContents() const;
-    [[nodiscard]] KeyManagerResult mergeWithFile(const SecretText& password, KeyStoreContents& contents);
+    [[nodiscard]] KeyManagerResult mergeWithDisk(const SecretText* password, KeyStoreContents& contents);
     [[nodiscard]] KeyManagerResult mergeWithDevice(KeyStoreContents& contents);
     [[nodiscard]] KeyManagerResult writeContents(KeyStoreContents contents, const SecretText& password);
     void noteSaved();
 
     ContextServices* context_ = nullptr;
+    State state_ = State::Closed;
     std::unique_ptr<KeyStoreMedia> media_;
     KeyStoreContents contents_;
-    CertList additionalCerts_;
-    std::unique_ptr<FileState> file_;                 // the security file as last read or written; null: not at all
+    std::unique_ptr<StoredFile> stored_;              // the security file as last read or written; null: not at all
     std::shared_ptr<const CRVCfgFile> deviceRecord_;  // a device's record as last read or written; null: it had none
     std::unique_ptr<KeyStoreContents> beforeInstall_;
     SecretBytes signedConfiguration_;  // a configuration still to be verified
-
-    uint64_t generatorCycle_;
-    std::optional<KcRbgHashIso18031> hashRbg_;  // present exactly while seeded
-    pid_t seededIn_ = 0;                        // the process whose randomness went into it
-    std::optional<KcRbgDss31> dssRbg_;
+    TrustPoints trust_;
+    Generators generators_;
     RandomBridge random_;
 
-    bool loggedIn_ = false;
     bool saved_ = false;
-    bool creating_ = false;
-    bool generatorReady_ = false;
     bool seedingSuppressed_ = false;
     bool recordTaken_ = false;  // the configuration manager's record is this key store's
 };
-
-/// Whether the password opens the PFX in the file, without deciphering its contents: kKmOk, kKmWrongPassword,
-/// kKmBadFormat, kKmReadFailed, kKmNoMemory.
-[[nodiscard]] KeyManagerResult checkPasswdGF(GenericFile& file, const SecretText& password);
 
 }  // namespace crv

@@ -6,7 +6,7 @@
 #include "config/configuration_manager.h"
 #include "crypto/crypto_error.h"
 #include "crypto/sign_algo_map.h"
-#include "keystore/key_manager_state.h"
+#include "keystore/key_manager.h"
 #include "misc/base64_file.h"
 #include "misc/exceptions.h"
 

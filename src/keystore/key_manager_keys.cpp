@@ -2,8 +2,9 @@
 #include "asn/known_oids.h"
 #include "asn/x509/signed_certificate.h"
 #include "config/configuration_manager.h"
-#include "keystore/key_manager_state.h"
+#include "keystore/key_manager.h"
 #include "keystore/key_pairing.h"
+#include "keystore/key_store_media.h"
 #include "misc/exceptions.h"
 
 namespace crv {

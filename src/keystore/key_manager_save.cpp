@@ -2,9 +2,11 @@
 #include <new>
 
 #include "config/configuration_manager.h"
-#include "keystore/key_manager_state.h"
+#include "config/context_services.h"
+#include "keystore/key_manager.h"
 #include "keystore/key_pairing.h"
-#include "keystore/security_file.h"
+#include "keystore/key_store_media.h"
+#include "keystore/stored_file.h"
 #include "misc/exceptions.h"
 
 namespace crv {
@@ -20,35 +22,31 @@ KeyManagerResult KeyManager::saveKey(const SecretText& password, int flags) {
     // A record that was not verified yet would be lost.
     if (!signedConfiguration_.empty()) return kKmConfigurationSignature;
     const bool newPassword = (flags & kSaveNewPassword) != 0;
-    if (file_ && !newPassword && !(password == file_->password)) return kKmWrongPassword;
+    if (stored_ && !newPassword && !stored_->opensWith(password)) return kKmWrongPassword;
     try {
         KeyStoreContents contents = currentContents();
-        if (const KeyManagerResult merged = mergeWithFile(password, contents); merged != kKmOk) return merged;
+        if (const KeyManagerResult merged = mergeWithDisk(newPassword ? nullptr : &password, contents); merged != kKmOk)
+            return merged;
         // Such a file would let nobody log in again.
         const CRVCfgFile& record = contents.configuration ? *contents.configuration : configuration().record();
-        if (!allowsRecertification(record) && hasTwoNames(contents)) return kKmKeyHasTwoNames;
+        if (!record.allowsRecertification() && hasTwoNames(contents)) return kKmKeyHasTwoNames;
         return writeContents(std::move(contents), password);
     } catch (const std::bad_alloc&) {
         return kKmNoMemory;
     }
 }
 
-KeyManagerResult KeyManager::mergeWithFile(const SecretText& password, KeyStoreContents& contents) {
+/// `password`: the one to save with; null when it is a new one, so that the file still has the one in the PIN cache.
+KeyManagerResult KeyManager::mergeWithDisk(const SecretText* password, KeyStoreContents& contents) {
     Bytes octets;
     bool missing = false;
     const KeyManagerResult read = media().readFile(octets, missing);
     if (missing) return kKmOk;
     if (read != kKmOk) return read;
-    if (file_ && hashOf(KcHashAlgo::Sha256, octets) == file_->digest) return kKmOk;
-
-    LoadedSecurityFile loaded;
-    KeyStoreContents theirs;
-    const bool opened =
-        readSecurityFile(octets, file_ ? file_->password : password, !ignoresSecurityFile(), loaded) == kKmOk &&
-        loaded.signedConfiguration.empty() && analyzeKeysAndCerts(loaded, true, theirs) == kKmOk;
-    if (!opened) return kKmWriteFailed;
-    contents = mergeContents(file_ ? file_->contents : KeyStoreContents(), contents, theirs);
-    return kKmOk;
+    if (stored_ && octets == stored_->octets) return kKmOk;
+    SecretText current;
+    if (!password && askPin(current) != kKmOk) return kKmWriteFailed;
+    return mergeWithFile(stored_.get(), octets, password ? *password : current, !ignoresSecurityFile(), contents);
 }
 
 KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const SecretText& password) {
@@ -58,9 +56,9 @@ KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const Secr
     if (const KeyManagerResult built = buildSecurityFile(contents, password, salt, octets); built != kKmOk)
         return built;
     // Everything that may fail comes before the write, so that memory and file never disagree.
-    auto state = std::make_unique<FileState>(octets, contents, password);
+    auto state = std::make_unique<StoredFile>(octets, contents);
     if (const KeyManagerResult written = media().writeFile(octets); written != kKmOk) return written;
-    file_ = std::move(state);
+    stored_ = std::move(state);
     if (contents.configuration) takeRecord(contents.configuration);
     configuration().setRecordChanged(false);
     contents_ = std::move(contents);
@@ -71,12 +69,11 @@ KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const Secr
 
 void KeyManager::noteSaved() {
     saved_ = true;
-    if (creating_) loggedIn_ = true;
-    creating_ = false;
+    if (state_ == State::Creating) state_ = State::Open;
 }
 
 KeyManagerResult KeyManager::saveNewSeed() {
-    if (!media().hasSecurityFile() || ignoresSecurityFile() || !generatorReady_) return kKmOk;
+    if (!media().hasSecurityFile() || ignoresSecurityFile() || !generatorsReady()) return kKmOk;
     RbgSeed seed;
     if (const KeyManagerResult filled = rbgFill(seed); filled != kKmOk) return filled;
     const auto before = contents_.seed;
@@ -117,14 +114,17 @@ KeyManagerResult KeyManager::mergeWithDevice(KeyStoreContents& contents) {
     if (encoding.empty()) return kKmOk;
     KeyStoreContents base, theirs;
     base.configuration = deviceRecord_;
-    theirs.configuration = decodeRecord(encoding);
+    theirs.configuration = CRVCfgFile::decodeRecord(encoding);
     if (!theirs.configuration) return kKmDeviceError;
     contents = mergeContents(base, contents, theirs);
     return kKmOk;
 }
 
 KeyManagerResult KeyManager::changePin(const SecretText&, const SecretText& newPassword) {
-    return saveKey(newPassword, kSaveNewPassword);
+    const KeyManagerResult result = saveKey(newPassword, kSaveNewPassword);
+    // From now on the old one opens nothing: it must not stay anywhere.
+    if (result == kKmOk) context_->storePIN(PinSlot::SigningToken, newPassword);
+    return result;
 }
 
 }  // namespace crv

@@ -1,7 +1,7 @@
 // Signed configurations.
 #include "asn/known_oids.h"
 #include "asn/pkcs/signed_data.h"
-#include "keystore/key_manager_state.h"
+#include "keystore/key_manager.h"
 
 namespace crv {
 

@@ -74,7 +74,4 @@ std::unique_ptr<KeyStoreMedia> makeMemoryMedia(ContextServices& context);
 /// `missing` when there is no such file; kKmReadFailed also for what is no regular file.
 [[nodiscard]] KeyManagerResult readKeyFile(const std::string& path, Bytes& octets, bool& missing);
 
-/// Longest security file that is read, in octets.
-constexpr size_t kMaxSecurityFile = size_t{32} << 20;
-
 }  // namespace crv

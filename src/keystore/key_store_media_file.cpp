@@ -6,6 +6,7 @@
 #include "config/context_services.h"
 #include "corvane/crvprofile.h"
 #include "keystore/key_store_media.h"
+#include "keystore/security_file.h"
 #include "misc/atomic_write.h"
 #include "misc/file_ops.h"
 

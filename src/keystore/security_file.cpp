@@ -10,7 +10,6 @@
 #include "config/config_oids.h"
 #include "config/crv_cfg_file.h"
 #include "crypto/crypto_error.h"
-#include "keystore/key_manager_state.h"
 #include "misc/memory_file.h"
 
 namespace crv {
@@ -74,7 +73,7 @@ bool takeConfiguration(const ASNany& value, LoadedSecurityFile& out) {
         out.signedConfiguration = toSecret(value.getMemory());
         return true;
     }
-    out.configuration = decodeRecord(value.getMemory());
+    out.configuration = CRVCfgFile::decodeRecord(value.getMemory());
     return out.configuration != nullptr;
 }
 

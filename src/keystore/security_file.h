@@ -11,6 +11,11 @@
 
 namespace crv {
 
+class GenericFile;
+
+/// Longest security file that is read, in octets.
+constexpr size_t kMaxSecurityFile = size_t{32} << 20;
+
 /// What a file holds, before its keys are paired with its certificates.
 struct LoadedSecurityFile {
     struct Key {
@@ -39,5 +44,9 @@ using SaltOrigin = std::span<const uint8_t, 20>;
 /// Builds the file. kKmNoMemory when that fails.
 [[nodiscard]] KeyManagerResult buildSecurityFile(const KeyStoreContents& contents, const SecretText& password,
                                                  SaltOrigin salt, Bytes& octets);
+
+/// Whether the password opens the PFX in the file, without deciphering its contents: kKmOk, kKmWrongPassword,
+/// kKmBadFormat, kKmReadFailed, kKmNoMemory.
+[[nodiscard]] KeyManagerResult checkPasswdGF(GenericFile& file, const SecretText& password);
 
 }  // namespace crv

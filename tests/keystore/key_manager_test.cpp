@@ -181,7 +181,7 @@ TEST_F(KeyManagerTest, ThePasswordChangesOnlyWhenAskedAndAnotherOneIsNotOverwrit
     Session other(path);
     ASSERT_EQ(other.login(), kKmOk);
     ASSERT_EQ(other.keys.changePin({}, SecretText(kOtherPassword)), kKmOk);
-    EXPECT_EQ(other.keys.saveConfiguration(), kKmWrongPassword) << "the cached PIN is the old one";
+    EXPECT_EQ(other.keys.saveConfiguration(), kKmOk) << "the cached PIN is the new one";
     EXPECT_EQ(Session(path).login(), kKmWrongPassword);
     EXPECT_EQ(Session(path, kOtherPassword).login(), kKmOk);
 

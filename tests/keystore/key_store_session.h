@@ -29,6 +29,7 @@ class TestContext final : public ContextServices {
         pin = found->second;
         return pinAnswer;
     }
+    void storePIN(PinSlot slot, const SecretText& pin) override { pins.insert_or_assign(slot, pin); }
     void removePINs() override { pins.clear(); }
     void report(std::string_view) override {}
     void addWarning(int) override {}

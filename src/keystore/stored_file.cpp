@@ -1,0 +1,24 @@
+#include "keystore/stored_file.h"
+
+#include "keystore/key_pairing.h"
+#include "misc/memory_file.h"
+
+namespace crv {
+
+bool StoredFile::opensWith(const SecretText& password) const {
+    MemoryFile file(octets);
+    return checkPasswdGF(file, password) == kKmOk;
+}
+
+KeyManagerResult mergeWithFile(const StoredFile* last, ByteView octets, const SecretText& password, bool withSecrets,
+                               KeyStoreContents& contents) {
+    LoadedSecurityFile loaded;
+    KeyStoreContents theirs;
+    const bool opened = readSecurityFile(octets, password, withSecrets, loaded) == kKmOk &&
+                        loaded.signedConfiguration.empty() && analyzeKeysAndCerts(loaded, true, theirs) == kKmOk;
+    if (!opened) return kKmWriteFailed;
+    contents = mergeContents(last ? last->contents : KeyStoreContents(), contents, theirs);
+    return kKmOk;
+}
+
+}  // namespace crv
