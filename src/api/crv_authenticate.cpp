@@ -4,8 +4,7 @@
 #include "api/api_frame.h"
 #include "asn/x509/signed_certificate.h"
 #include "config/warning_codes.h"
-#include "misc/exceptions.h"
-#include "misc/file_semaphore.h"
+#include "keystore/key_store_door.h"
 
 namespace crv {
 namespace {
@@ -42,11 +41,6 @@ int codeOfSuccess(KeyMedium medium) {
     return CRV_OK;
 }
 
-/// Media that keep no security file have nothing to lock.
-bool hasNoLock(const ConfigurationManager& configuration) {
-    return configuration.keyMedium() >= KeyMedium::Token || configuration.securityFileLockName().empty();
-}
-
 void loadUserCertificates(CRVctx* ctx) {
     const int64_t now = std::time(nullptr);
     ctx->userCerts = ctx->keyManager.userCerts();
@@ -58,15 +52,17 @@ void loadUserCertificates(CRVctx* ctx) {
 int crvAuthenticateExInt(CRVctx* ctx, int readAdditional) {
     const ConfigurationManager& configuration = ctx->configurationManager;
     if (!configuration.profile()) return ECRV_PROFILE_NOT_LOADED;
-    FileSemaphore lock(configuration.securityFileLockName(), hasNoLock(configuration));
-    if (!lock.p(kExclusiveLock)) return ECRV_LOCK;
-    if (const int code = codeOfDbState(ctx->dbManager.isDbCreated())) return code;
-    ctx->userCerts.clear();
-    const KeyManagerResult result = ctx->keyManager.initProfile(0, readAdditional != 0);
-    const bool released = lock.v() != 0;
+    int databases = CRV_OK;
+    const KeyManagerResult result =
+        openKeyStore({ctx->configurationManager, ctx->keyManager}, readAdditional != 0, [&] {
+            databases = codeOfDbState(ctx->dbManager.isDbCreated());
+            if (databases == CRV_OK) ctx->userCerts.clear();
+            return databases == CRV_OK;
+        });
+    if (databases != CRV_OK) return databases;
+    if (result == kKmLockFailed) return ECRV_LOCK;
     // What a missing seed leaves open can only be mended at the console.
-    if (result != kKmOk || !released) ctx->keyManager.deinitProfile();
-    if (!released) return ECRV_LOCK;
+    if (result != kKmOk) ctx->keyManager.deinitProfile();
     ctx->state.report("Otwarcie profilu " + configuration.profileName() + ": " + std::to_string(result));
     if (result == kKmWrongPassword) ctx->removePINs();
     if (result != kKmOk) return libraryCode(result);

@@ -151,7 +151,7 @@ KeyManagerResult KeyManager::loadKey(const SecretText& password) {
     const bool recertification = !loaded.signedConfiguration.empty() || record.allowsRecertification();
     const KeyManagerResult paired = analyzeKeysAndCerts(loaded, recertification, contents);
     if (paired != kKmOk) return paired;
-    stored_ = std::make_unique<StoredFile>(octets, contents);
+    stored_ = std::make_unique<StoredFile>(StoredFile{octets, contents});
     contents_ = std::move(contents);
     state_ = State::Unseeded;
     signedConfiguration_ = std::move(loaded.signedConfiguration);

@@ -34,9 +34,9 @@ struct StoredFile;
 struct KeyGenHooks {
     /// Called again and again; false stops the generation.
     std::function<bool()> progress = {};
-    /// Called when the key is there, before everything is saved: takes the lock on the security file. False drops the
-    /// key.
-    std::function<bool()> beforeSave = {};
+    /// Called when the key is there, before everything is saved: takes the lock on the security file. Anything but
+    /// kKmOk drops the key and is the result.
+    std::function<KeyManagerResult()> beforeSave = {};
 };
 
 enum class RequestFormat { Pem, Der };

@@ -72,7 +72,7 @@ KeyManagerResult KeyManager::keepGenerated(KeyType use, KeyScheme scheme, const 
     } catch (const CryptoError& error) {
         return resultOf(error.failure(), isRsa(scheme));
     }
-    if (hooks.beforeSave && !hooks.beforeSave()) return kKmCancelled;
+    if (const KeyManagerResult ready = hooks.beforeSave ? hooks.beforeSave() : kKmOk; ready != kKmOk) return ready;
     const auto record = configuration().sharedRecord();
     const bool changed = configuration().isRecordChanged();
     const auto algorithm = signAlgorithm(scheme, record->getHashAlgo(scheme));

@@ -57,7 +57,9 @@ namespace crv {
     X(kKmKeyTooShort, 62, ECRV_UNSUPPORTED_KEY_LEN_CERT_VERSION, "RSA below 2048 bits")                       \
     X(kKmCurveTooSmall, 63, ECRV_UNSUPPORTED_CURVE_CERT_VERSION, "an EC key over a field that is too small")  \
     X(kKmAlgorithmNotSupported, 64, ECRV_UNSUPPORTED_ALGO_CERT_VERSION, "the algorithm is not supported")     \
-    X(kKmDsaNotSupported, 65, ECRV_UNSUPPORTED_KEY_ALGO_CERT_VERSION, "DSA keys are not offered")
+    X(kKmDsaNotSupported, 65, ECRV_UNSUPPORTED_KEY_ALGO_CERT_VERSION, "DSA keys are not offered")             \
+    X(kKmLockFailed, 70, ECRV_LOCK, "the lock on the security file cannot be had or given back")              \
+    X(kKmLockGivenUp, 71, ECRV_LOCK, "the wait for the lock was ended")
 
 #define CRV_KM_RESULT(name, number, library, meaning) name = (number),
 enum KeyManagerResult : int { KEY_MANAGER_RESULTS(CRV_KM_RESULT) };

@@ -56,7 +56,7 @@ KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const Secr
     if (const KeyManagerResult built = buildSecurityFile(contents, password, salt, octets); built != kKmOk)
         return built;
     // Everything that may fail comes before the write, so that memory and file never disagree.
-    auto state = std::make_unique<StoredFile>(octets, contents);
+    auto state = std::make_unique<StoredFile>(StoredFile{octets, contents});
     if (const KeyManagerResult written = media().writeFile(octets); written != kKmOk) return written;
     stored_ = std::move(state);
     if (contents.configuration) takeRecord(contents.configuration);

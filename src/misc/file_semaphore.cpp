@@ -189,6 +189,16 @@ int FileSemaphore::acquire(int mode, bool wait) {
     }
 }
 
+bool FileSemaphore::canBeOpened(int mode) const {
+    if (disabled_) return true;
+    if (path_.size() > kMaxPath) return false;
+    Registry& registry = Registry::instance();
+    const std::lock_guard guard(registry.mutex);
+    LockedFile* file = registry.findOrOpen(path_, mode == kSharedLock ? F_RDLCK : F_WRLCK);
+    if (file) registry.closeIfUnused(file);
+    return file != nullptr;
+}
+
 int FileSemaphore::v() {
     if (disabled_) return 1;
     if (!held()) return 0;

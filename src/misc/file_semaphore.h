@@ -39,6 +39,8 @@ class FileSemaphore {
     [[nodiscard]] int p(int mode);
     /// Takes the lock when it is free now, else answers 0.
     [[nodiscard]] int pCond(int mode);
+    /// Whether the lock file can be opened for the mode, so that waiting may help.
+    [[nodiscard]] bool canBeOpened(int mode) const;
     /// Releases the lock; 1, or 0 when it could not be released or was not held.
     int v();
 

@@ -159,10 +159,15 @@ TEST_F(SessionScreen, ALockHeldByAnotherProgramIsWaitedFor) {
     play({{kSelection, "\r"}, {kAskPassword, kPassword + "\r"}, {waiting, ""}});
     other.v();
     screen->waitFor(kMainMenu);
-    // Ctrl-C while a save waits: the file stays, the terminal is given back.
+    // Escape or Ctrl-C while a save waits: the file stays, the terminal is given back.
     ASSERT_EQ(other.p(kExclusiveLock), 1);
     const std::string before = readFile(file("praca.p12"));
-    play({{kMainMenu, "17"}, {kNewPassword, "Hijklmn2\r"}, {kRepeat, "Hijklmn2\r"}, {waiting, "\x03"}});
+    const Steps change{{kNewPassword, "Hijklmn2\r"}, {kRepeat, "Hijklmn2\r"}};
+    play({{kMainMenu, "17"}});
+    play(change);
+    play({{waiting, keys::kEscape}, {"Operacja przerwana przez użytkownika !!!", " "}, {"7) Zmiana hasła", "7"}});
+    play(change);
+    play({{waiting, "\x03"}});
     EXPECT_EQ(screen->waitExit(), 128 + SIGINT);
     EXPECT_EQ(readFile(file("praca.p12")), before);
     EXPECT_TRUE(screen->cursorVisible());

@@ -83,10 +83,10 @@ TEST_F(KeyGenerationTest, AStopOrAFailedSaveLeavesNothingBehind) {
     const std::string before = readFile(path);
     int polls = 0;
     const KeyGenHooks stop{[&] { return ++polls < 3; }, {}};
-    const KeyGenHooks noLock{{}, [] { return false; }};
+    const KeyGenHooks noLock{{}, [] { return kKmLockFailed; }};
     EXPECT_EQ(keys.generateRsaUserKey(KeyType::Both, 65537, 4096, Rsa, stop), kKmCancelled);
     EXPECT_EQ(keys.generateRsaUserKey(KeyType::Both, 65537, 1024, Rsa), kKmKeyTooShort);
-    EXPECT_EQ(keys.generateECDsaUserKey(KeyType::Signing, kDefaultCurve, false, noLock), kKmCancelled);
+    EXPECT_EQ(keys.generateECDsaUserKey(KeyType::Signing, kDefaultCurve, false, noLock), kKmLockFailed);
     session.setPin(kOtherPassword);
     EXPECT_EQ(keys.generateRsaUserKey(KeyType::Signing, 65537, 2048, RsaPss), kKmWrongPassword);
     EXPECT_FALSE(keys.hasAnyKey());

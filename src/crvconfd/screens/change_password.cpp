@@ -1,13 +1,9 @@
 #include "crvconfd/screens/change_password.h"
 
 #include "crvconfd/screens/password_entry.h"
-#include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
 #include "crvconfd/session/prot_cfg.h"
-#include "crvconfd/session/security_file_lock.h"
 #include "crvconfd/toolkit/toolkit.h"
-#include "keystore/key_manager.h"
-#include "misc/secret.h"
 
 namespace crv {
 
@@ -25,24 +21,20 @@ constexpr CodeText kTexts[] = {
     {kKmCardError, "Błąd przy komunikacji z kartą"},
     {kKmCardBlocked, "Karta zablokowana"},
     {kKmNoSeed, "Brak ziarna !!!"},
+    {kKmLockFailed, kLockFailedText},
+    {kKmLockGivenUp, kGivenUpText},
 };
 
 }  // namespace
 
 void OnChangePassword() {
-    PasswordBuffer password{};
-    PasswordBuffer repeated{};
-    const WipeGuard guardPassword(password.data(), password.size());
-    const WipeGuard guardRepeated(repeated.data(), repeated.size());
+    SecretText password, repeated;
     if (!readNewPassword(password, kChangeSize, true)) return;
     if (!readPassword("Powtórz hasło:", repeated, kChangeSize)) return;
-    if (repeated != password) return errInfo(kMessageRow, "Hasła się nie zgadzają !!!");
-    SecurityFileLock lock;
-    if (!lock.take()) return;
-    const KeyManagerResult result = keyManager->changePin(SecretText(userPassword.data()), SecretText(password.data()));
-    lock.release();
+    if (!(repeated == password)) return errInfo(kMessageRow, "Hasła się nie zgadzają !!!");
+    const KeyManagerResult result = changeKeyStorePassword(keyStoreAccess(), password);
+    clrToEol(kMessageRow, 0);
     if (result != kKmOk) return showCode(kTexts, result);
-    userPassword = password;
     displCentInfo(kMessageRow, "Hasło zostało zmienione", 2);
 }
 

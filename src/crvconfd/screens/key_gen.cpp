@@ -10,9 +10,7 @@
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
 #include "crvconfd/session/prot_cfg.h"
-#include "crvconfd/session/security_file_lock.h"
 #include "crvconfd/toolkit/toolkit.h"
-#include "keystore/key_manager.h"
 #include "misc/atomic_write.h"
 #include "misc/path.h"
 
@@ -49,6 +47,8 @@ constexpr CodeText kTexts[] = {
     {kKmPkcs11NotInitialised, "Błąd podczas inicjowania biblioteki PKCS#11"},
     {kKmPkcs11Init, "Błąd podczas inicjowania biblioteki PKCS#11"},
     {kKmGenerationFailed, "Błąd procesu generowania kluczy"},
+    {kKmLockFailed, kLockFailedText},
+    {kKmLockGivenUp, kGivenUpText},
     {kKmKeyTooShort, "Klucze o długości mniejszej niż 2048 bitów nie są wspierane !!!"},
     {kKmAlgorithmNotSupported, "Nieobsługiwany algorytm w certyfikowanej wersji biblioteki!!!"},
 };
@@ -205,21 +205,16 @@ void drawWaiting(const KeyGenParams& params) {
 
 /// Generates the key and saves it under the lock of the security file. Escape stops the generation.
 KeyManagerResult generate(KeyType usage, const KeyGenParams& params) {
-    SecurityFileLock lock;
-    const KeyGenHooks hooks{[] { return waitForKeyOrTimeout(0) != kKeyEscape; },
-                            [&lock] { return storePin(1, userPassword.data()) && lock.take(); }};
     drawWaiting(params);
     dropTypedKeys();
-    KeyManagerResult result = kKmOk;
-    if (params.keyScheme == KeyScheme::Dsa) {
-        result = keyManager->generateDsaUserKey(params.keyLength, hooks);
-    } else if (params.keyScheme == KeyScheme::Ecdsa) {
-        result = keyManager->generateECDsaUserKey(usage, params.curve, params.explicitDomain, hooks);
-    } else {
-        result = keyManager->generateRsaUserKey(usage, kPublicExponent, params.keyLength, params.keyScheme, hooks);
-    }
-    lock.release();
-    return result;
+    return generateIntoKeyStore(
+        keyStoreAccess(), [] { return waitForKeyOrTimeout(0) != kKeyEscape; },
+        [&](const KeyGenHooks& hooks) {
+            if (params.keyScheme == KeyScheme::Dsa) return keyManager->generateDsaUserKey(params.keyLength, hooks);
+            if (params.keyScheme == KeyScheme::Ecdsa)
+                return keyManager->generateECDsaUserKey(usage, params.curve, params.explicitDomain, hooks);
+            return keyManager->generateRsaUserKey(usage, kPublicExponent, params.keyLength, params.keyScheme, hooks);
+        });
 }
 
 CrtRequestParams requestOf(const KeyGenParams& params) {

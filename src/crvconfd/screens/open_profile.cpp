@@ -8,17 +8,15 @@
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
 #include "crvconfd/session/prot_cfg.h"
-#include "crvconfd/session/security_file_lock.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "db_sql/db_manager.h"
-#include "keystore/key_manager.h"
 
 namespace crv {
 
 namespace {
 
-constexpr long kUserPin = 1;
-constexpr long kRootsPin = 8;
+constexpr auto kUserPin = static_cast<long>(PinSlot::SigningToken);
+constexpr auto kRootsPin = static_cast<long>(PinSlot::Roots);
 
 constexpr CodeText kDatabaseTexts[] = {
     {static_cast<int>(DbState::Incomplete), "Błąd przy sprawdzaniu obecnosci bazy danych !!!"},
@@ -63,6 +61,8 @@ constexpr CodeText kOpenTexts[] = {
     {kKmKeyTooShort, "Klucze o długości mniejszej niż 2048 bitów nie są wspierane !!!"},
     {kKmCurveTooSmall, "Klucze o rzędzie ciała krzywej mniejszym niż 160 bitów nie są wspierane!!!"},
     {kKmAlgorithmNotSupported, "Nieobsługiwany algorytm w certyfikowanej wersji biblioteki!!!"},
+    {kKmLockFailed, kLockFailedText},
+    {kKmLockGivenUp, kGivenUpText},
     {kKmDsaNotSupported, "Klucze DSA nie są wspierane w certyfikowanej wersji biblioteki!!!"},
 };
 
@@ -81,7 +81,7 @@ void showLibraryText(KeyManagerResult result) {
 /// The PINs that the profile needs, as a mask; a failed query counts as the user's.
 long neededPins() {
     long mask = 0;
-    for (const long kind : {2L, kRootsPin}) {
+    for (const long kind : {static_cast<long>(PinSlot::DecryptionToken), kRootsPin}) {
         long needed = 0;
         mask |= crvGetPINInfo(crvCtx, kind, &needed) == CRV_OK ? needed : kUserPin;
     }
@@ -90,13 +90,13 @@ long neededPins() {
 
 bool askPins(const char* prompt, long needed) {
     if ((needed & kUserPin) != 0) {
-        if (!readPassword(prompt, userPassword) || !storePin(kUserPin, userPassword.data())) return false;
+        SecretText userPassword;
+        if (!readPassword(prompt, userPassword) || !storePin(PinSlot::SigningToken, userPassword)) return false;
     }
-    if ((needed & kRootsPin) != 0) {
-        if (!readPassword("Wprowadź hasło do dodatkowych punktów zaufania:", rootsPassword)) return false;
-        if (!storePin(kRootsPin, rootsPassword.data())) return false;
-    }
-    return true;
+    if ((needed & kRootsPin) == 0) return true;
+    SecretText rootsPassword;
+    return readPassword("Wprowadź hasło do dodatkowych punktów zaufania:", rootsPassword) &&
+           storePin(PinSlot::Roots, rootsPassword);
 }
 
 bool isWrongPassword(KeyManagerResult result) {
@@ -139,15 +139,13 @@ bool createDB() {
 bool createPfx() {
     if (displCentQuestion(kMessageRow, "Plik bezpieczeństwa pakietu nie istnieje. Czy chcesz go utworzyć (t/n) ?") == 0)
         return false;
-    PasswordBuffer password{};
-    const WipeGuard guard(password.data(), password.size());
+    SecretText password;
     if (!chooseFirstPassword(password)) return false;
     keyManager->beginNewProfile();
     // The sign in the text stands where the other copies have "ę".
     if (!seedFromKeystrokes("Brak pami©ci")) return false;
     cfgManager->resetRecord();
-    userPassword = password;
-    return writeProtCfg();
+    return storePin(PinSlot::SigningToken, password) && writeProtCfg();
 }
 
 bool deviceInit() {
@@ -161,16 +159,17 @@ bool deviceInit() {
     return false;
 }
 
-std::optional<KeyManagerResult> initProfile() {
-    SecurityFileLock lock;
-    if (!lock.take()) return std::nullopt;
+KeyManagerResult initProfile() {
     clrToEol(kMessageRow, 0);
-    displText(kMessageRow, 0, "%s",
-              cfgManager->keyMedium() == KeyMedium::Token ? "Trwa odczyt informacji z karty..."
-                                                          : "Trwa odczyt kluczy i certyfikatów...");
-    refreshScr();
-    const KeyManagerResult result = keyManager->initProfile(0, true);
-    lock.release();
+    const bool card = cfgManager->keyMedium() == KeyMedium::Token;
+    const auto reading = [card] {
+        clrToEol(kMessageRow, 0);
+        displText(kMessageRow, 0, "%s",
+                  card ? "Trwa odczyt informacji z karty..." : "Trwa odczyt kluczy i certyfikatów...");
+        refreshScr();
+        return true;
+    };
+    const KeyManagerResult result = openKeyStore(keyStoreAccess(), true, reading);
     clrToEol(kMessageRow, 0);
     if (result != kKmOk) showOpenFailure(result);
     return result;
@@ -182,12 +181,11 @@ bool OnProfileZaloguj() {
     for (;;) {
         const long needed = neededPins();
         if (!askPins(prompt, needed)) return false;
-        const auto result = initProfile();
-        if (!result) return false;
-        if (*result == kKmOk) return true;
-        if (*result == kKmNoSeed) return seedAndReopen();
+        const KeyManagerResult result = initProfile();
+        if (result == kKmOk) return true;
+        if (result == kKmNoSeed) return seedAndReopen();
         // Where nothing was asked, trying again by itself would only block a card.
-        if (!isWrongPassword(*result) || needed == 0) return false;
+        if (!isWrongPassword(result) || needed == 0) return false;
         crvCtx->removePINs();
     }
 }

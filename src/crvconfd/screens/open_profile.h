@@ -1,8 +1,6 @@
 // The steps that open the current profile. Each answers whether it succeeded, after showing its own message.
 #pragma once
 
-#include <optional>
-
 #include "keystore/key_manager_result.h"
 
 namespace crv {
@@ -20,7 +18,7 @@ namespace crv {
 [[nodiscard]] bool OnProfileZaloguj();
 
 /// Opens the key store of the current profile with the stored PINs, under the lock of the security file, and shows the
-/// text of a failure after the lock is free again. Nothing when the lock cannot be had.
-[[nodiscard]] std::optional<KeyManagerResult> initProfile();
+/// text of a failure after the lock is free again.
+[[nodiscard]] KeyManagerResult initProfile();
 
 }  // namespace crv

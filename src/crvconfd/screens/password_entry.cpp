@@ -1,9 +1,11 @@
 #include "crvconfd/screens/password_entry.h"
 
+#include <algorithm>
+#include <array>
+
 #include "crvconfd/screens/password_quality.h"
 #include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
-#include "misc/secret.h"
 
 namespace crv {
 
@@ -11,42 +13,45 @@ namespace {
 
 constexpr int kAttempts = 3;
 
-/// Reads up to size - 1 bytes as typed; -1 with the buffer wiped on Escape.
-int readTyped(const char* prompt, PasswordBuffer& password, int size) {
-    wipeMemory(password.data(), password.size());
-    const int length = inputPassword(kMessageRow, 0, prompt, password.data(), size, '*', false);
-    clrToEol(kMessageRow, 0);
-    if (length < 0) wipeMemory(password.data(), password.size());
-    return length;
-}
+/// The field and the form that its bytes take in UTF-8; wiped with it.
+struct PasswordField {
+    std::array<char, 256> bytes{};
+    WipeGuard guard{bytes.data(), bytes.size()};
 
-/// A password too long for the buffer once it is UTF-8 counts as not entered. Nothing of what was typed and taken back
-/// stays behind the end.
-bool toUtf8(PasswordBuffer& password, int length) {
-    const int end = typedToUtf8(password.data(), length, static_cast<int>(password.size()));
-    if (end >= 0) wipeMemory(password.data() + end, password.size() - static_cast<size_t>(end));
-    return end >= 0;
-}
+    /// Reads up to size - 1 bytes as typed; -1 on Escape.
+    int read(const char* prompt, int size) {
+        wipeMemory(bytes.data(), bytes.size());
+        const int length = inputPassword(kMessageRow, 0, prompt, bytes.data(), size, '*', false);
+        clrToEol(kMessageRow, 0);
+        return length;
+    }
+    /// A password too long for the field once it is UTF-8 counts as not entered.
+    bool toUtf8(int length, SecretText& password) {
+        const int end = length < 0 ? -1 : typedToUtf8(bytes.data(), length, static_cast<int>(bytes.size()));
+        password = SecretText(std::string_view(bytes.data(), static_cast<size_t>(std::max(end, 0))));
+        return end >= 0;
+    }
+};
 
 }  // namespace
 
-bool readPassword(const char* prompt, PasswordBuffer& password, int size) {
-    const int length = readTyped(prompt, password, size);
-    return length >= 0 && toUtf8(password, length);
+bool readPassword(const char* prompt, SecretText& password, int size) {
+    PasswordField field;
+    return field.toUtf8(field.read(prompt, size), password);
 }
 
-bool readNewPassword(PasswordBuffer& password, int size, bool emptyLeaves) {
+bool readNewPassword(SecretText& password, int size, bool emptyLeaves) {
     for (;;) {
-        const int length = readTyped("Wprowadź nowe hasło dostępu:", password, size);
+        PasswordField field;
+        const int length = field.read("Wprowadź nowe hasło dostępu:", size);
         if (length < 0 || (length == 0 && emptyLeaves)) return false;
         // The rules look at the bytes as typed.
-        if (goodPassQuality(password.data()) == 1) return toUtf8(password, length);
+        if (goodPassQuality(field.bytes.data()) == 1) return field.toUtf8(length, password);
     }
 }
 
-bool chooseFirstPassword(PasswordBuffer& password) {
-    PasswordBuffer repeated{};
-    const WipeGuard guard(repeated.data(), repeated.size());
+bool chooseFirstPassword(SecretText& password) {
+    SecretText repeated;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         if (!readNewPassword(password, kMostPassword, false)) return false;
         if (!readPassword("Powtórz hasło:", repeated)) return false;

@@ -4,10 +4,7 @@
 #include "corvane/crvapi.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
-#include "crvconfd/session/security_file_lock.h"
 #include "crvconfd/toolkit/toolkit.h"
-#include "keystore/key_manager.h"
-#include "misc/secret.h"
 
 namespace crv {
 
@@ -29,18 +26,24 @@ constexpr CodeText kSaveTexts[] = {
     {kKmNoSeed, "Brak ziarna !!!"},
     {kKmNoSigningKeyPin, "Brak PINu klucza do podpisywania"},
     {kKmWrongSigningKeyPin, "Błędny PIN klucza do podpisywania"},
+    {kKmLockFailed, kLockFailedText},
+    {kKmLockGivenUp, kGivenUpText},
     {kKmKeyHasTwoNames, "Wykryty klucz recertyfikowany dla różnych identyfikatorów wyróżniających !!!"},
 };
 
 }  // namespace
 
-PasswordWiper::~PasswordWiper() {
-    wipeMemory(userPassword.data(), userPassword.size());
-    wipeMemory(rootsPassword.data(), rootsPassword.size());
+KeyStoreAccess keyStoreAccess() {
+    const auto tell = [] {
+        clrToEol(kMessageRow, 0);
+        displText(kMessageRow, 0, "Plik bezpieczeństwa jest używany przez inny program, proszę czekać... (Esc)");
+        refreshScr();
+    };
+    return {*cfgManager, *keyManager, {tell, [] { return waitForKeyOrTimeout(0) != kKeyEscape; }}};
 }
 
-bool storePin(long id, const char* pin) {
-    const int code = crvStorePINUtf8API(crvCtx, id, pin);
+bool storePin(PinSlot slot, const SecretText& pin) {
+    const int code = crvStorePINUtf8API(crvCtx, static_cast<long>(slot), pin.c_str());
     if (code == CRV_OK) return true;
     if (findErrorRow(code)) {
         errInfo(kMessageRow, "%s", crvErrorTextAPI(crvCtx, code));
@@ -52,11 +55,7 @@ bool storePin(long id, const char* pin) {
 }
 
 bool writeProtCfg() {
-    SecurityFileLock lock;
-    // The PIN first: its refusal is shown, and nobody else is to wait for that.
-    if (!storePin(1, userPassword.data()) || !lock.take()) return false;
-    const KeyManagerResult result = keyManager->saveConfiguration();
-    lock.release();
+    const KeyManagerResult result = saveKeyStore(keyStoreAccess());
     if (result == kKmOk) return true;
     showCode(kSaveTexts, result);
     return false;

@@ -1,30 +1,22 @@
-// Saving the protected configuration, and the passwords that it is saved with.
+// Saving the protected configuration, and the passwords that open it.
 #pragma once
 
-#include <array>
+#include "config/context_services.h"
+#include "keystore/key_store_door.h"
 
 namespace crv {
 
-inline constexpr int kPasswordSize = 256;
+inline constexpr const char* kLockFailedText = "Błąd blokady pliku bezpieczeństwa !!!";
+inline constexpr const char* kGivenUpText = "Operacja przerwana przez użytkownika !!!";
 
-/// Password of the security file or PIN of the card, and password of the additional trust-point store, each with a
-/// terminating zero, in UTF-8. They are kept for later saves and wiped with every change of the profile and at the end.
-inline std::array<char, kPasswordSize> userPassword{};
-inline std::array<char, kPasswordSize> rootsPassword{};
+/// The key store of the current profile. Who waits for its lock is told so on the message row and gives up with Escape.
+[[nodiscard]] KeyStoreAccess keyStoreAccess();
 
-/// Wipes both at the end of a session, however it ends.
-struct PasswordWiper {
-    PasswordWiper() = default;
-    ~PasswordWiper();
-    PasswordWiper(const PasswordWiper&) = delete;
-    PasswordWiper& operator=(const PasswordWiper&) = delete;
-};
-
-/// Hands a password to the library as a PIN. A refusal is shown with the library's text; false then.
-[[nodiscard]] bool storePin(long id, const char* pin);
-
-/// Saves keys and configuration under the lock of the security file, with userPassword. Says itself what went wrong;
+/// Hands a password to the library as a PIN, which keeps it from then on. A refusal is shown with the library's text;
 /// false then.
+[[nodiscard]] bool storePin(PinSlot slot, const SecretText& pin);
+
+/// Saves keys and configuration. Says itself what went wrong; false then.
 [[nodiscard]] bool writeProtCfg();
 
 }  // namespace crv

@@ -8,7 +8,6 @@
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/current_profile.h"
 #include "crvconfd/session/program_info.h"
-#include "crvconfd/session/prot_cfg.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "misc/whole_file.h"
 
@@ -32,9 +31,8 @@ bool openKeys() {
     }
 }
 
-/// One session; its passwords end with it.
+/// One session. The next profile, or the end of the context, logs it out and wipes its passwords.
 void runSession(std::unique_ptr<CrvProfile> profile, ProfileSource source) {
-    const PasswordWiper wiper;
     currentProfileSource = std::move(source);
     crvCtx->setProfile(std::move(profile));
     setTitle(sessionTitle().c_str());
