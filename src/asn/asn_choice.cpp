@@ -5,7 +5,7 @@
 namespace crv {
 
 namespace {
-constexpr const char* kPlace = "src/asn/asn_choice";
+constexpr const char* kChoicePlace = "src/asn/asn_choice";
 }
 
 /// The table is reached through the other object: this one is still under construction.
@@ -23,9 +23,10 @@ ASNchoice& ASNchoice::operator=(const ASNchoice& other) {
 
 int ASNchoice::find(int identifier) const {
     const AlternativeTable table = alternatives();
-    for (size_t i = 0; i < table.size(); ++i)
+    for (size_t i = 0; i < table.size(); ++i) {
         if (table[i].tag == ASN_TAG_ANY || ((table[i].tag ^ identifier) & ~ASN_CONSTRUCTED_BIT) == 0)
             return static_cast<int>(i);
+    }
     return -1;
 }
 
@@ -37,7 +38,7 @@ bool ASNchoice::acceptsTag(int identifier) const {
 void ASNchoice::setChosen(std::unique_ptr<ASNobject> value) {
     assertChangeable();
     const int index = find(value->getTag());
-    VTEST(index >= 0, kPlace);
+    VTEST(index >= 0, kChoicePlace);
     index_ = index;
     chosen_ = std::move(value);
 }

@@ -14,7 +14,7 @@ namespace crv {
 
 namespace {
 
-constexpr const char* kPlace = "src/asn/asn_object";
+constexpr const char* kObjectPlace = "src/asn/asn_object";
 constexpr uint8_t kIndefiniteLength = 0x80;
 constexpr long kNoLimit = std::numeric_limits<long>::max() / 2;
 
@@ -184,7 +184,7 @@ void ASNobject::takeContents(const ASNobject& other) {
 ASNobject::~ASNobject() = default;
 
 void ASNobject::assertChangeable() const {
-    if (isConst()) failAssertion("!( flags & ASN_FLAG_CONST )", kPlace, __LINE__);
+    if (isConst()) failAssertion("!( flags & ASN_FLAG_CONST )", kObjectPlace, __LINE__);
 }
 
 void ASNobject::forgetReading() {
@@ -237,7 +237,7 @@ bool ASNobject::acceptsTag(int identifier) const {
 }
 
 long ASNobject::read(GenericFile* in, long maxLen, unsigned char f) {
-    VTEST(!(maxLen <= 0 && (f & ASN_FLAG_COPY)), kPlace);
+    VTEST(!(maxLen <= 0 && (f & ASN_FLAG_COPY)), kObjectPlace);
     deleteStreamCtx();
     forgetReading();
     if ((f & ASN_FLAG_CONST) == 0) return readTagged(*in, maxLen);
@@ -385,7 +385,7 @@ void ASNobject::digestOfBody(KcHash* hash) const {
     HashFile file(*hash);
     static_cast<void>(getLength());
     const GenericFile::Nesting level(file);  // measured above
-    VTEST(write_contents(&file), kPlace);
+    VTEST(write_contents(&file), kObjectPlace);
 }
 
 void ASNobject::digestOfNDefEndBytes(KcHash* hash) const {
@@ -431,7 +431,7 @@ bool ASNobject::writeToOctStr(ASNoctstr& out) const {
 
 Bytes ASNobject::encoded() const {
     Bytes octets;
-    VTEST(writeToVector(octets), kPlace);
+    VTEST(writeToVector(octets), kObjectPlace);
     return octets;
 }
 

@@ -15,15 +15,15 @@ struct CipherRow {
     const char* name;
 };
 
-constexpr CipherRow kRows[] = {
+constexpr CipherRow kCiphers[] = {
     {CipherAlgo::TripleDesCbc, 24, 8, "DES-EDE3-CBC"}, {CipherAlgo::Rc2Cbc40, 5, 8, "RC2-40-CBC"},
     {CipherAlgo::Rc2Cbc64, 8, 8, "RC2-64-CBC"},        {CipherAlgo::Rc2Cbc128, 16, 8, "RC2-CBC"},
     {CipherAlgo::Aes128Cbc, 16, 16, "AES-128-CBC"},    {CipherAlgo::Aes192Cbc, 24, 16, "AES-192-CBC"},
     {CipherAlgo::Aes256Cbc, 32, 16, "AES-256-CBC"},
 };
 
-const CipherRow& rowOf(CipherAlgo algo) {
-    for (const CipherRow& row : kRows) {
+const CipherRow& cipherRow(CipherAlgo algo) {
+    for (const CipherRow& row : kCiphers) {
         if (row.algo == algo) return row;
     }
     throw CryptoError(CryptoFailure::BadParameter, "no such cipher");
@@ -32,7 +32,7 @@ const CipherRow& rowOf(CipherAlgo algo) {
 enum class Direction { Decrypt = 0, Encrypt = 1 };
 
 ossl::CipherCtx startCipher(CipherAlgo algo, Direction direction, ByteView key, ByteView iv) {
-    const CipherRow& row = rowOf(algo);
+    const CipherRow& row = cipherRow(algo);
     if (key.size() != row.key || iv.size() != row.block) {
         throw CryptoError(CryptoFailure::BadParameter, "cipher key or initial vector of the wrong length");
     }
@@ -61,11 +61,11 @@ void runCipher(EVP_CIPHER_CTX* ctx, ByteView in, Out& out, const char* failure) 
 }  // namespace
 
 size_t cipherKeyLength(CipherAlgo algo) {
-    return rowOf(algo).key;
+    return cipherRow(algo).key;
 }
 
 size_t cipherBlockLength(CipherAlgo algo) {
-    return rowOf(algo).block;
+    return cipherRow(algo).block;
 }
 
 Bytes encryptCbc(CipherAlgo algo, ByteView key, ByteView iv, ByteView plain) {

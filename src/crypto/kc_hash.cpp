@@ -16,7 +16,7 @@ struct HashRow {
     const char* name;  // libcrypto's; null: not there
 };
 
-constexpr HashRow kRows[] = {
+constexpr HashRow kHashes[] = {
     {KcHashAlgo::Sha1, 20, 64, "SHA1"},           {KcHashAlgo::Sha224, 28, 64, "SHA224"},
     {KcHashAlgo::Sha256, 32, 64, "SHA256"},       {KcHashAlgo::Sha384, 48, 128, "SHA384"},
     {KcHashAlgo::Sha512, 64, 128, "SHA512"},      {KcHashAlgo::Ripemd128, 16, 64, nullptr},
@@ -25,25 +25,25 @@ constexpr HashRow kRows[] = {
     {KcHashAlgo::Sha3384, 48, 104, "SHA3-384"},   {KcHashAlgo::Sha3512, 64, 72, "SHA3-512"},
 };
 
-const HashRow* rowOf(KcHashAlgo algo) noexcept {
+const HashRow* hashRow(KcHashAlgo algo) noexcept {
     const auto* row =
-        std::find_if(std::begin(kRows), std::end(kRows), [&](const HashRow& r) { return r.algo == algo; });
-    return row == std::end(kRows) ? nullptr : row;
+        std::find_if(std::begin(kHashes), std::end(kHashes), [&](const HashRow& r) { return r.algo == algo; });
+    return row == std::end(kHashes) ? nullptr : row;
 }
 
 const HashRow& mustRow(KcHashAlgo algo) {
-    const HashRow* row = rowOf(algo);
+    const HashRow* row = hashRow(algo);
     if (!row) throw CryptoError(CryptoFailure::BadParameter, "no such hash function");
     return *row;
 }
 
 // Fetched once: a fetch by name costs more than hashing a short message.
 struct Methods {
-    std::array<ossl::Md, std::size(kRows)> all;
+    std::array<ossl::Md, std::size(kHashes)> all;
 
     Methods() {
         for (size_t i = 0; i < all.size(); ++i) {
-            if (kRows[i].name) all[i].reset(EVP_MD_fetch(ossl::context(), kRows[i].name, nullptr));
+            if (kHashes[i].name) all[i].reset(EVP_MD_fetch(ossl::context(), kHashes[i].name, nullptr));
         }
     }
 };
@@ -56,24 +56,24 @@ void mustFit(const HashRow& row, std::span<uint8_t> digest) {
 }  // namespace
 
 size_t hashLength(KcHashAlgo algo) noexcept {
-    const HashRow* row = rowOf(algo);
+    const HashRow* row = hashRow(algo);
     return row ? row->length : 0;
 }
 
 size_t hashBlockLength(KcHashAlgo algo) noexcept {
-    const HashRow* row = rowOf(algo);
+    const HashRow* row = hashRow(algo);
     return row ? row->block : 0;
 }
 
 const char* libcryptoHashName(KcHashAlgo algo) noexcept {
-    const HashRow* row = rowOf(algo);
+    const HashRow* row = hashRow(algo);
     return row ? row->name : nullptr;
 }
 
 const evp_md_st* libcryptoHash(KcHashAlgo algo) {
     static const Methods methods;
     const HashRow& row = mustRow(algo);
-    const EVP_MD* method = methods.all[static_cast<size_t>(&row - kRows)].get();
+    const EVP_MD* method = methods.all[static_cast<size_t>(&row - kHashes)].get();
     if (!method && row.name) {
         ossl::fail(CryptoFailure::Unsupported, std::string("libcrypto lacks ") + row.name);
     }

@@ -30,6 +30,11 @@ struct PrivateKey::State {
     SecretBytes inner;  // the octets inside PrivateKeyInfo's privateKey
 };
 
+/// The octets are no usable key: throws CryptoError(BadKey).
+[[noreturn]] inline void failKey(const char* text) {
+    ossl::fail(CryptoFailure::BadKey, text);
+}
+
 namespace ossl {
 
 /// Numbers, octets and names from which libcrypto builds a key; all wiped with the set.

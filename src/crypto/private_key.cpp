@@ -17,10 +17,6 @@ struct Halves {
     SecretBytes keyBits;  // of the public half
 };
 
-[[noreturn]] void failKey(const char* text) {
-    ossl::fail(CryptoFailure::BadKey, text);
-}
-
 bool isInverse(const BIGNUM* a, const BIGNUM* b, const BIGNUM* modulus, BN_CTX* ctx) {
     const ossl::Num product = ossl::newNum();
     ossl::mustCompute(BN_mod_mul(product.get(), a, b, modulus, ctx));

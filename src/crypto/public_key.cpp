@@ -33,10 +33,6 @@ constexpr int kMinDsaBits = 512;
 constexpr int kMaxDsaBits = 4096;
 constexpr int kBitsWithAnyExponent = 3072;  // beyond, a long exponent would make verification slow
 
-[[noreturn]] void failKey(const char* text) {
-    ossl::fail(CryptoFailure::BadKey, text);
-}
-
 void checkRsa(const BIGNUM* n, const BIGNUM* e) {
     const int bits = BN_num_bits(n);
     if (bits < static_cast<int>(PublicKey::kMinRsaBits) || bits > static_cast<int>(PublicKey::kMaxRsaBits)) {
@@ -62,7 +58,7 @@ void checkDsa(const BIGNUM* p, const BIGNUM* q, const BIGNUM* g, const BIGNUM* y
     if (!BN_is_one(rest.get())) failKey("the DSA generator has another order");
 }
 
-void readRsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
+void readPublicRsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     if (state.scheme == KeyScheme::Rsa && !parameters.empty() && !parameters.take(der::kNull).empty()) {
         failKey("RSA keys have no parameters");
     }
@@ -81,7 +77,7 @@ void readRsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     state.bits = static_cast<unsigned>(BN_num_bits(modulus.get()));
 }
 
-void readDsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
+void readPublicDsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     der::Reader domain(parameters.take(der::kSequence));
     ossl::KeyParts parts;
     ossl::Num numbers[4];
@@ -100,7 +96,7 @@ void readDsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     state.bits = static_cast<unsigned>(BN_num_bits(numbers[0].get()));
 }
 
-void readEc(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
+void readPublicEc(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     state.domain = decodeEcDomain(parameters.takeElement());
     if (keyBits.empty() || keyBits[0] == 0) failKey("the point at infinity is no public key");
     ossl::KeyParts parts;
@@ -146,7 +142,9 @@ std::shared_ptr<const PublicKey::State> PublicKey::State::make(ByteView algorith
     state->scheme = schemeOfKeyAlgorithm(inner.take(der::kOid));
     state->algorithm = toBytes(algorithm);
     state->keyBits = toBytes(keyBits);
-    const auto read = isRsa(state->scheme) ? readRsa : state->scheme == KeyScheme::Dsa ? readDsa : readEc;
+    const auto read = isRsa(state->scheme)              ? readPublicRsa
+                      : state->scheme == KeyScheme::Dsa ? readPublicDsa
+                                                        : readPublicEc;
     read(*state, inner, keyBits);
     return state;
 }

@@ -44,7 +44,7 @@ int uninstantiate(void* ctx) {
     return 1;
 }
 
-int generate(void*, unsigned char* out, size_t length, unsigned int, int, const unsigned char*, size_t) {
+int generateOctets(void*, unsigned char* out, size_t length, unsigned int, int, const unsigned char*, size_t) {
     return fillFromCurrentSource({out, length}) ? 1 : 0;
 }
 
@@ -90,7 +90,7 @@ const OSSL_DISPATCH kRandFunctions[] = {
     entry(OSSL_FUNC_RAND_FREECTX, freeGenerator),
     entry(OSSL_FUNC_RAND_INSTANTIATE, instantiate),
     entry(OSSL_FUNC_RAND_UNINSTANTIATE, uninstantiate),
-    entry(OSSL_FUNC_RAND_GENERATE, generate),
+    entry(OSSL_FUNC_RAND_GENERATE, generateOctets),
     entry(OSSL_FUNC_RAND_RESEED, reseed),
     entry(OSSL_FUNC_RAND_ENABLE_LOCKING, enableLocking),
     entry(OSSL_FUNC_RAND_LOCK, lock),
@@ -100,12 +100,13 @@ const OSSL_DISPATCH kRandFunctions[] = {
     {0, nullptr},
 };
 
-const OSSL_ALGORITHM kAlgorithms[] = {{kGenerator, "provider=corvane", kRandFunctions, "generator of the key store"},
-                                      {nullptr, nullptr, nullptr, nullptr}};
+const OSSL_ALGORITHM kProviderAlgorithms[] = {
+    {kGenerator, "provider=corvane", kRandFunctions, "generator of the key store"},
+    {nullptr, nullptr, nullptr, nullptr}};
 
 const OSSL_ALGORITHM* queryOperation(void*, int operation, int* noCache) {
     *noCache = 0;
-    return operation == OSSL_OP_RAND ? kAlgorithms : nullptr;
+    return operation == OSSL_OP_RAND ? kProviderAlgorithms : nullptr;
 }
 
 const OSSL_DISPATCH kProviderFunctions[] = {entry(OSSL_FUNC_PROVIDER_QUERY_OPERATION, queryOperation), {0, nullptr}};

@@ -12,7 +12,7 @@ using namespace data_format;
 
 namespace {
 
-constexpr const char* kPlace = "src/db/datafile";
+constexpr const char* kDataPlace = "src/db/datafile";
 /// Most records fit into one read of this size.
 constexpr size_t kReadAhead = 4096;
 /// Deferred records are written when there are that many octets of them.
@@ -21,7 +21,7 @@ constexpr size_t kPendingLimit = 256 * 1024;
 }  // namespace
 
 DbAnswer DataFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
-    VTEST(idxNumb <= MAX_INDEX, kPlace);
+    VTEST(idxNumb <= MAX_INDEX, kDataPlace);
     std::array<uint8_t, data_format::kHeadSize> head{};
     storeLe(head.data() + kHeadMagic, kTableMagic);
     storeLe(head.data() + kHeadNumIndexes, static_cast<int16_t>(idxNumb));

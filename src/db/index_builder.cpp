@@ -10,7 +10,7 @@ namespace crv {
 namespace {
 
 constexpr size_t kBlockSize = size_t{1} << 20;
-constexpr size_t kPieceSize = size_t{256} << 10;
+constexpr size_t kSortPieceSize = size_t{256} << 10;
 
 /// Eight octets of a key as a number that sorts like them; what is behind the end counts as zero.
 uint64_t octetsAt(std::string_view key, size_t depth) {
@@ -144,7 +144,7 @@ bool IndexBuilder::writeInner(const IndexFile::Root& tree, std::span<const Branc
 
 bool IndexBuilder::write(const Page& page) {
     page.appendTo(buffer_);
-    return buffer_.size() < kPieceSize || writeBuffer();
+    return buffer_.size() < kSortPieceSize || writeBuffer();
 }
 
 bool IndexBuilder::writeBuffer() {

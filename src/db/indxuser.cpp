@@ -12,7 +12,7 @@ using namespace index_format;
 
 namespace {
 
-constexpr const char* kPlace = "src/db/indxuser";
+constexpr const char* kIndexPlace = "src/db/indxuser";
 constexpr size_t kMaxDepth = 64;
 
 }  // namespace
@@ -23,7 +23,7 @@ DbAnswer IndexFile::bad() {
 }
 
 DbAnswer IndexFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
-    VTEST(idxNumb <= MAX_INDEX, kPlace);
+    VTEST(idxNumb <= MAX_INDEX, kIndexPlace);
     drop();
     numIdx_ = idxNumb;
     insertions_ = 0;
@@ -123,8 +123,8 @@ IndexFile::Head IndexFile::encodeHead() const {
 
 void IndexFile::selectIndex(int idx) {
     const int numIdx = numIdx_;
-    VTEST(idx < numIdx, kPlace);
-    VTEST(idx >= 0, kPlace);
+    VTEST(idx < numIdx, kIndexPlace);
+    VTEST(idx >= 0, kIndexPlace);
     current_ = idx;
 }
 

@@ -6,7 +6,7 @@
 namespace crv {
 
 namespace {
-constexpr const char* kPlace = "src/asn/pkcs/ec_private_key";
+constexpr const char* kEcKeyPlace = "src/asn/pkcs/ec_private_key";
 }
 
 MemberTable ECPrivateKey::members() const {
@@ -16,13 +16,13 @@ MemberTable ECPrivateKey::members() const {
 }
 
 PrivateKeyInfo ECPrivateKey::toPrivateKeyInfo() const {
-    VTEST(parameters.has_value(), kPlace);
+    VTEST(parameters.has_value(), kEcKeyPlace);
     PrivateKeyInfo info;
     info.privateKeyAlgorithm = AlgorithmIdentifier(OID_EC_PUBLIC_KEY, parameters->value);
     ECPrivateKey inner;
-    VTEST(inner.copyObject(*this) > 0, kPlace);  // a copy without the octets kept from reading
+    VTEST(inner.copyObject(*this) > 0, kEcKeyPlace);  // a copy without the octets kept from reading
     inner.parameters.reset();
-    VTEST(inner.writeToOctStr(info.privateKey), kPlace);
+    VTEST(inner.writeToOctStr(info.privateKey), kEcKeyPlace);
     return info;
 }
 

@@ -1,0 +1,74 @@
+#!/usr/bin/env python3
+"""Fails when two sources of one folder give one name to different things in their unnamed namespaces: the release build
+compiles a folder's sources together."""
+import collections
+import pathlib
+import re
+import sys
+
+STRIP = re.compile(r'//[^\n]*|/\*.*?\*/|R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])+\'', re.S)
+TYPE = re.compile(r'^(?:template <.*?> )?(?:class|struct|union|enum(?: class)?) (\w+)')
+ALIAS = re.compile(r'^using (\w+) =')
+VALUE = re.compile(r'(\w+)(?:\[[^\]]*\])*\s*(?:=|\{|;|$)')
+FUNCTION = re.compile(r'(\w+)\(.*\)[^()]*$')
+
+
+def statements(body):
+    """The declarations of a namespace's body, each up to its own braces or semicolon."""
+    depth, text = 0, ""
+    for c in body:
+        if c == "{":
+            depth += 1
+            if depth == 1:
+                text += "{"
+        elif c == "}":
+            depth -= 1
+            if depth < 0:
+                return
+            if depth == 0 and (FUNCTION.search(text.strip().rstrip("{").strip()) or text.strip().startswith("namespace")):
+                yield " ".join(text.split())
+                text = ""
+        elif depth == 0:
+            if c == ";":
+                yield " ".join(text.split())
+                text = ""
+            else:
+                text += c
+
+
+def names(text):
+    text = STRIP.sub('""', re.sub(r"^\s*#(?:[^\n]*\\\n)*[^\n]*", "", text, flags=re.M))
+    for start in re.finditer(r"namespace \{", text):
+        for line in statements(text[start.end():]):
+            head = line.split("{")[0].split(" = ")[0].strip()
+            if head.startswith("using ") and "=" not in line:
+                continue
+            if match := TYPE.match(line) or ALIAS.match(line):
+                yield match[1]
+            elif (match := FUNCTION.search(head)) and "operator" not in head and not match[1].startswith("TEST"):
+                yield match[1]
+            elif (match := VALUE.search(head)) and match[1] not in {"struct", "static_assert"}:
+                yield match[1]
+
+
+def faults(folder):
+    seen = {}
+    for path in sorted(folder):
+        for name in set(names(path.read_text("utf-8"))):
+            if name in seen:
+                yield f"{path}: {name} has a namesake in {seen[name]}"
+            seen[name] = path
+
+
+found = []
+for root in map(pathlib.Path, sys.argv[1:]):
+    targets = collections.defaultdict(list)
+    for path in root.rglob("*.cpp"):
+        owner = path.parent
+        while not (owner / "CMakeLists.txt").exists():
+            owner = owner.parent
+        targets[owner].append(path)
+    for folder in targets.values():
+        found += faults(folder)
+print("\n".join(found) or "each folder's names differ")
+sys.exit(1 if found else 0)
