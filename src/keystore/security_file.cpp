@@ -20,7 +20,7 @@ struct ResultRow {
     KeyManagerResult to;
 };
 
-KeyManagerResult resultOf(PfxResult result) {
+KeyManagerResult pfxResult(PfxResult result) {
     static constexpr ResultRow kRows[] = {
         {PfxResult::Ok, kKmOk},
         {PfxResult::MacMismatch, kKmWrongPassword},
@@ -160,7 +160,7 @@ KeyManagerResult readSecurityFile(ByteView octets, const SecretText& password, b
         const auto pbe = pbePassword(password);
         if (!pbe) return kKmWrongPassword;
         PfxContents contents;
-        if (const PfxResult result = pfx.getContents(*pbe, contents); result != PfxResult::Ok) return resultOf(result);
+        if (const PfxResult result = pfx.getContents(*pbe, contents); result != PfxResult::Ok) return pfxResult(result);
         LoadedSecurityFile loaded;
         const KeyManagerResult result = sortContents(contents, withSecrets, loaded);
         if (result == kKmOk) out = std::move(loaded);
@@ -196,7 +196,7 @@ KeyManagerResult checkPasswdGF(GenericFile& file, const SecretText& password) {
         Pfx pfx;
         if (!readPfx(octets, pfx)) return kKmBadFormat;
         const auto pbe = pbePassword(password);
-        return pbe ? resultOf(pfx.verifyPassword(*pbe)) : kKmWrongPassword;
+        return pbe ? pfxResult(pfx.verifyPassword(*pbe)) : kKmWrongPassword;
     } catch (const std::bad_alloc&) {
         return kKmNoMemory;
     }

@@ -30,7 +30,7 @@ const SrvKey kKeys[] = {
     {"WINAUTH", &SrvParams::winAuth},
 };
 
-constexpr const char* kSequence = "SEQUENCE";
+constexpr const char* kSequenceKey = "SEQUENCE";
 
 /// Reads and writes one member below the path of a server.
 struct MemberIo {
@@ -64,7 +64,7 @@ struct MemberIo {
 };
 
 bool isKnown(std::string_view key) {
-    return equalIgnoreCase(key, kSequence) ||
+    return equalIgnoreCase(key, kSequenceKey) ||
            std::ranges::any_of(kKeys, [key](const SrvKey& row) { return equalIgnoreCase(key, row.key); });
 }
 
@@ -184,7 +184,7 @@ void ServerList::loadServers(const UniversalConfMgr& store, const std::string& p
         const std::string path = prefix + "SRV\\" + name;
         name.pop_back();
         long sequence = std::numeric_limits<long>::max();
-        store.getData(path + kSequence, sequence);
+        store.getData(path + kSequenceKey, sequence);
         bySequence.emplace(sequence, loadServer(store, path, std::move(name)));
     }
     servers_.clear();
@@ -199,7 +199,7 @@ void ServerList::saveServers(UniversalConfMgr& store, const std::string& prefix)
         for (const auto& [key, node] : server.others) store.setNode((path + key).c_str(), node);
         for (const SrvKey& row : kKeys)
             std::visit([&](auto member) { MemberIo{path + row.key}.save(store, server.*member); }, row.member);
-        store.setData((path + kSequence).c_str(), entry.first);
+        store.setData((path + kSequenceKey).c_str(), entry.first);
     }
 }
 

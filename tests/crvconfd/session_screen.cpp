@@ -4,7 +4,7 @@ namespace crv::test {
 
 namespace {
 
-const std::string kProgram = CRV_BIN_DIR "/crvconfd";
+const std::string kConsole = CRV_BIN_DIR "/crvconfd";
 
 std::string quoted(const std::string& text) {
     return "'" + text + "'";
@@ -20,7 +20,7 @@ SessionScreen::SessionScreen() {
 }
 
 void SessionScreen::start(const std::vector<std::string>& options, bool utf8) {
-    std::vector<std::string> arguments{kProgram, "-profiles", file("lista.conf")};
+    std::vector<std::string> arguments{kConsole, "-profiles", file("lista.conf")};
     arguments.insert(arguments.end(), options.begin(), options.end());
     screen.reset();
     screen = std::make_unique<ScreenProgram>(
@@ -30,7 +30,7 @@ void SessionScreen::start(const std::vector<std::string>& options, bool utf8) {
 void SessionScreen::startUnder(const std::string& shellCommands) {
     screen.reset();
     screen = std::make_unique<ScreenProgram>(ScreenProgram::Start{
-        .arguments = {"/bin/sh", "-c", shellCommands + "; exec " + kProgram + " -profiles " + file("lista.conf")},
+        .arguments = {"/bin/sh", "-c", shellCommands + "; exec " + kConsole + " -profiles " + file("lista.conf")},
         .environment = {{"HOME", dir.path().string()}}});
 }
 

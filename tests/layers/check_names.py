@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
 """Fails when two sources of one folder give one name to different things in their unnamed namespaces: the release build
-compiles a folder's sources together."""
+compiles a folder's sources together. A name of a header counts for every folder beside it."""
 import collections
 import pathlib
 import re
 import sys
 
 STRIP = re.compile(r'//[^\n]*|/\*.*?\*/|R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])+\'', re.S)
-TYPE = re.compile(r'^(?:template <.*?> )?(?:class|struct|union|enum(?: class)?) (\w+)')
+TYPE = re.compile(r'\b(?:class|struct|union|enum(?: class)?) (\w+)[^=();]*\{')
 ALIAS = re.compile(r'^using (\w+) =')
 VALUE = re.compile(r'(\w+)(?:\[[^\]]*\])*\s*(?:=|\{|;|$)')
 FUNCTION = re.compile(r'(\w+)\(.*\)[^()]*$')
@@ -41,18 +41,26 @@ def names(text):
     for start in re.finditer(r"namespace \{", text):
         for line in statements(text[start.end():]):
             head = line.split("{")[0].split(" = ")[0].strip()
-            if head.startswith("using ") and "=" not in line:
+            if re.match(r"using [^=]*$", line):
                 continue
-            if match := TYPE.match(line) or ALIAS.match(line):
+            if match := TYPE.search(line) or ALIAS.match(line):
                 yield match[1]
-            elif (match := FUNCTION.search(head)) and "operator" not in head and not match[1].startswith("TEST"):
+            elif (match := FUNCTION.search(head)) and not re.search(r"operator|static_assert", head) and not match[1].startswith("TEST"):
                 yield match[1]
-            elif (match := VALUE.search(head)) and match[1] not in {"struct", "static_assert"}:
+            elif (match := VALUE.search(head)) and match[1] != "struct":
                 yield match[1]
 
 
-def faults(folder):
-    seen = {}
+def shared(root):
+    """Constants and variables of the headers, which every source may meet."""
+    for path in root.rglob("*.h"):
+        text = re.sub(r"^namespace \w+ \{(?<!namespace crv \{)(?<!test \{).*?^\}  // namespace", "", path.read_text("utf-8"), flags=re.M | re.S)
+        for match in re.finditer(r"^inline (?:constexpr |const )?[^=({]*?(\w+)(?:\[\])?\s*[={]", text, re.M):
+            yield match[1], path
+
+
+def faults(folder, headers):
+    seen = dict(headers)
     for path in sorted(folder):
         for name in set(names(path.read_text("utf-8"))):
             if name in seen:
@@ -62,6 +70,7 @@ def faults(folder):
 
 found = []
 for root in map(pathlib.Path, sys.argv[1:]):
+    headers = list(shared(root))
     targets = collections.defaultdict(list)
     for path in root.rglob("*.cpp"):
         owner = path.parent
@@ -69,6 +78,6 @@ for root in map(pathlib.Path, sys.argv[1:]):
             owner = owner.parent
         targets[owner].append(path)
     for folder in targets.values():
-        found += faults(folder)
+        found += faults(folder, headers)
 print("\n".join(found) or "each folder's names differ")
 sys.exit(1 if found else 0)

@@ -15,7 +15,7 @@ namespace {
 
 /// No value of a profile list is longer, so that editing cuts none.
 constexpr size_t kTextSize = UniversalConfMgr::kMaxLine + 1;
-constexpr size_t kPasswordSize = 256;
+constexpr size_t kPasswordFieldSize = 256;
 constexpr size_t kStars = 8;
 
 std::string prompt(const char* label) {
@@ -57,7 +57,7 @@ bool editNumber(const char* label, long& value, long maximum) {
 }
 
 bool editPassword(const char* label, SecretText& value) {
-    std::array<char, kPasswordSize> buffer{};
+    std::array<char, kPasswordFieldSize> buffer{};
     const WipeGuard guard(buffer.data(), buffer.size());
     const int typed = inputPassword(prompt(label).c_str(), buffer.data(), static_cast<int>(buffer.size()), '*');
     const int length = typed < 0 ? typed : typedToUtf8(buffer.data(), typed, static_cast<int>(buffer.size()));

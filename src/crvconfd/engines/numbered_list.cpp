@@ -9,8 +9,6 @@ namespace crv {
 
 namespace {
 
-constexpr int kFirstRow = 2;
-constexpr int kFooterRow = 22;
 constexpr size_t kPageSize = kFooterRow - kFirstRow;
 constexpr int kNumberColumn = 1;
 constexpr int kOidColumn = 6;

@@ -9,8 +9,6 @@ namespace crv {
 
 namespace {
 
-constexpr int kFirstRow = 2;
-constexpr int kFooterRow = 22;
 constexpr int kListRows = kFooterRow - kFirstRow - 1;
 constexpr char kLeave = 'w';
 

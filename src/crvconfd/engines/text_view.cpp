@@ -8,24 +8,22 @@ namespace crv {
 
 namespace {
 
-constexpr int kFirstRow = 2;
-constexpr int kFooterRow = 22;
-constexpr size_t kRows = kFooterRow - kFirstRow - 1;
+constexpr size_t kTextRows = kFooterRow - kFirstRow - 1;
 constexpr size_t kLabelWidth = 30;
 constexpr size_t kTextWidth = kScreenColumns - 2;
 /// Room that a value needs beside its label.
 constexpr size_t kLeastValue = 32;
 
 size_t lastTop(const TextView& view) {
-    return view.lines.size() > kRows ? view.lines.size() - kRows : 0;
+    return view.lines.size() > kTextRows ? view.lines.size() - kTextRows : 0;
 }
 
 void draw(const TextView& view) {
     displHeader(0, "%s", view.header.c_str());
-    const size_t end = std::min(view.lines.size(), view.top + kRows);
+    const size_t end = std::min(view.lines.size(), view.top + kTextRows);
     for (size_t i = view.top; i < end; ++i)
         displText(kFirstRow + static_cast<int>(i - view.top), 1, "%s", view.lines[i].c_str());
-    if (view.lines.size() > kRows) displText(kFooterRow, 0, "%zu-%zu/%zu", view.top + 1, end, view.lines.size());
+    if (view.lines.size() > kTextRows) displText(kFooterRow, 0, "%zu-%zu/%zu", view.top + 1, end, view.lines.size());
 }
 
 struct Scroll {
@@ -36,8 +34,8 @@ struct Scroll {
 constexpr Scroll kScrolls[] = {
     {kKeyUp, [](size_t top, size_t) { return top - std::min<size_t>(top, 1); }},
     {kKeyDown, [](size_t top, size_t last) { return std::min(top + 1, last); }},
-    {kKeyPageUp, [](size_t top, size_t) { return top - std::min(top, kRows); }},
-    {kKeyPageDown, [](size_t top, size_t last) { return std::min(top + kRows, last); }},
+    {kKeyPageUp, [](size_t top, size_t) { return top - std::min(top, kTextRows); }},
+    {kKeyPageDown, [](size_t top, size_t last) { return std::min(top + kTextRows, last); }},
     {kKeyHome, [](size_t, size_t) { return size_t{0}; }},
     {kKeyEnd, [](size_t, size_t last) { return last; }},
 };

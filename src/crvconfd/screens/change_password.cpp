@@ -12,7 +12,7 @@ namespace {
 /// At most 39 bytes, fewer than a new file's password may have: intended.
 constexpr int kChangeSize = 40;
 
-constexpr CodeText kTexts[] = {
+constexpr CodeText kPasswordTexts[] = {
     {kKmNoMemory, "Brak pamięci"},
     {kKmOpenFailed, "Błąd otwarcia pliku bezpieczeństwa"},
     {kKmWriteFailed, "Błąd zapisu pliku bezpieczeństwa."},
@@ -34,7 +34,7 @@ void OnChangePassword() {
     if (!(repeated == password)) return errInfo(kMessageRow, "Hasła się nie zgadzają !!!");
     const KeyManagerResult result = changeKeyStorePassword(keyStoreAccess(), password);
     clrToEol(kMessageRow, 0);
-    if (result != kKmOk) return showCode(kTexts, result);
+    if (result != kKmOk) return showCode(kPasswordTexts, result);
     displCentInfo(kMessageRow, "Hasło zostało zmienione", 2);
 }
 

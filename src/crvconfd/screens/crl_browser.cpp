@@ -16,7 +16,7 @@ namespace crv {
 
 namespace {
 
-constexpr size_t kIssuerWidth = 26;
+constexpr size_t kCrlIssuerWidth = 26;
 constexpr size_t kNumberWidth = 12;
 
 /// A stored list and the octets that it refers to.
@@ -37,10 +37,10 @@ bool isExpired(const CrlIndexEntry& entry) {
     return entry.expires().value_or(INT64_MAX) < std::time(nullptr);
 }
 
-std::string rowText(const CrlIndexEntry& entry) {
+std::string crlRow(const CrlIndexEntry& entry) {
     StoredCrl crl;
     const std::string count = crl.load(entry.fileNumber()) ? std::to_string(crl.list.entryCount()) : "?";
-    return std::string(isExpired(entry) ? "! " : "  ") + fitText(shortName(entry.issuer), kIssuerWidth) + " " +
+    return std::string(isExpired(entry) ? "! " : "  ") + fitText(shortName(entry.issuer), kCrlIssuerWidth) + " " +
            fitText(numberText(entry), kNumberWidth) + " " + dateLine(entry.thisUpdate) + " " +
            (entry.nextUpdate ? dateLine(*entry.nextUpdate) : std::string(10, ' ')) + " " + count;
 }
@@ -60,7 +60,7 @@ std::vector<std::string> CrlBrowser::items() {
     index_.clear();
     if (!dbManager->getCrlIndex(index_)) errInfo(kMessageRow, "Błąd bazy danych");
     std::vector<std::string> rows;
-    for (const CrlIndexEntry& entry : index_) rows.push_back(rowText(entry));
+    for (const CrlIndexEntry& entry : index_) rows.push_back(crlRow(entry));
     return rows;
 }
 

@@ -17,8 +17,6 @@ namespace crv {
 namespace {
 
 constexpr int kHeadingRow = 1;
-constexpr int kFirstRow = 2;
-constexpr int kFooterRow = 22;
 constexpr size_t kPage = kFooterRow - kFirstRow - 1;
 constexpr size_t kNameWidth = 32;
 constexpr size_t kIssuerWidth = 30;
@@ -34,7 +32,7 @@ char markOf(const Validity& validity, int64_t now) {
     return *end - now <= kSoon ? '*' : ' ';
 }
 
-std::string rowText(ByteView der) {
+std::string certRow(ByteView der) {
     SignedCertificate certificate;
     if (!certificate.readExactly(der, ASN_FLAG_CONST)) return "? nieczytelny certyfikat";
     return std::string(1, markOf(certificate.tbs.validity, std::time(nullptr))) + " " +
@@ -70,7 +68,7 @@ bool showProgress(size_t found, size_t looked) {
 bool DbBrowser::show(const CrtItemList& items, size_t selected) {
     if (items.empty()) return false;
     rows_.clear();
-    for (const CrtItem& item : items) rows_.push_back({item.id, item.der, rowText(item.der)});
+    for (const CrtItem& item : items) rows_.push_back({item.id, item.der, certRow(item.der)});
     selected_ = std::min(selected, rows_.size() - 1);
     return true;
 }
@@ -101,7 +99,7 @@ void DbBrowser::up() {
     }
     CrtItemList items;
     if (!source_.backward(rows_.front().id, 1, items) || items.empty()) return;
-    rows_.insert(rows_.begin(), {items[0].id, items[0].der, rowText(items[0].der)});
+    rows_.insert(rows_.begin(), {items[0].id, items[0].der, certRow(items[0].der)});
     if (rows_.size() > kPage) rows_.pop_back();
 }
 
@@ -112,7 +110,7 @@ void DbBrowser::down() {
     }
     CrtItemList items;
     if (!source_.forward(rows_.back().id, 1, items) || items.empty()) return;
-    rows_.push_back({items[0].id, items[0].der, rowText(items[0].der)});
+    rows_.push_back({items[0].id, items[0].der, certRow(items[0].der)});
     if (rows_.size() > kPage) {
         rows_.erase(rows_.begin());
     } else {

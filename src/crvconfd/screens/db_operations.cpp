@@ -67,7 +67,7 @@ bool isFailure(TransferEnd end) {
 }
 
 /// The local time as the question shows it.
-std::string localTime(std::time_t time) {
+std::string momentText(std::time_t time) {
     std::tm parts{};
     localtime_r(&time, &parts);
     std::array<char, 64> text{};
@@ -156,7 +156,7 @@ void OnDbRebuild() {
     clrScr();
     displHeader(0, "Porządkowanie bazy certyfikatów");
     const std::time_t now = std::time(nullptr);
-    const std::string question = "Czy czas systemowy: " + localTime(now) + " jest poprawny (t/n) ?";
+    const std::string question = "Czy czas systemowy: " + momentText(now) + " jest poprawny (t/n) ?";
     if (displCentQuestion(kMessageRow, question.c_str()) == 0) return;
     try {
         removeExpired(now);

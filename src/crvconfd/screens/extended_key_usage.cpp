@@ -14,23 +14,19 @@ namespace crv {
 
 namespace {
 
-constexpr NumberedListTexts kTexts{
+constexpr NumberedListTexts kUsageTexts{
     "Akceptowane rozszerzone zastosowanie klucza",
     "Podaj numer rozszerzonego zastosowania klucza do usuniecia: ",
     "Brak rozszerzonego zastosowania klucza o podanym numerze",
 };
 
-CrvProfile& profile() {
-    return *cfgManager->profile();
-}
-
 /// The accepted usages by name, byte by byte.
 std::vector<NumberedEntry> sortedUsages() {
     std::vector<NumberedEntry> usages;
-    for (long i = 0; i < profile().getAcceptedExtKeyUsagesCount(); ++i) {
+    for (long i = 0; i < boundProfile().getAcceptedExtKeyUsagesCount(); ++i) {
         NumberedEntry entry;
         ASNobjectId oid;
-        if (!profile().getAcceptedExtKeyUsage(i, entry.name, oid)) continue;
+        if (!boundProfile().getAcceptedExtKeyUsage(i, entry.name, oid)) continue;
         entry.oid = oid.text();
         usages.push_back(std::move(entry));
     }
@@ -38,7 +34,7 @@ std::vector<NumberedEntry> sortedUsages() {
     return usages;
 }
 
-void remove(size_t index) {
+void removeUsage(size_t index) {
     changeCurrentProfile(
         [oid = sortedUsages().at(index).oid](CrvProfile& target) { target.delAcceptedExtKeyUsage(oid); });
 }
@@ -54,8 +50,8 @@ const char* clash(const std::string& oid, const std::string& name) {
     return nullptr;
 }
 
-NumberedListEditor editor() {
-    return {kTexts, sortedUsages, nullptr, addExtendedKeyUsage, remove};
+NumberedListEditor usageEditor() {
+    return {kUsageTexts, sortedUsages, nullptr, addExtendedKeyUsage, removeUsage};
 }
 
 }  // namespace
@@ -82,15 +78,16 @@ void showExtendedKeyUsage(size_t index, const std::string& name, const std::stri
 }
 
 void showExtendedKeyUsages() {
-    drawNumberedList(editor());
+    drawNumberedList(usageEditor());
 }
 
 void delExtendedKeyUsage() {
-    if (const int index = askForEntry(kTexts, sortedUsages().size()); index >= 0) remove(static_cast<size_t>(index));
+    if (const int index = askForEntry(kUsageTexts, sortedUsages().size()); index >= 0)
+        removeUsage(static_cast<size_t>(index));
 }
 
 void OnExtendedKeyUsage() {
-    runNumberedList(editor());
+    runNumberedList(usageEditor());
 }
 
 }  // namespace crv

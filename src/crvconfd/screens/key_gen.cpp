@@ -21,13 +21,13 @@ namespace {
 constexpr int kValueColumn = 28;
 constexpr int kFormatColumn = 55;
 constexpr int kOptionColumn = 74;
-constexpr int kFooterRow = 20;
-constexpr int kListRow = 5;
-constexpr int kListRows = 12;
+constexpr int kParamsFooterRow = 20;
+constexpr int kParamsRow = 5;
+constexpr int kParamsRows = 12;
 constexpr size_t kLongestRequestName = 254;
 constexpr uint64_t kPublicExponent = 65537;
 
-constexpr CodeText kTexts[] = {
+constexpr CodeText kKeyGenTexts[] = {
     {kKmNoMemory, "Brak pamięci"},
     {kKmOpenFailed, "Błąd otwarcia pliku bezpieczeństwa"},
     {kKmWriteFailed, "Błąd zapisu pliku bezpieczeństwa"},
@@ -91,7 +91,7 @@ const char* yesNo(bool yes) {
     return yes ? "TAK" : "NIE";
 }
 
-bool always(const KeyGenParams&) {
+bool shownAlways(const KeyGenParams&) {
     return true;
 }
 bool isEcdsa(const KeyGenParams& params) {
@@ -109,13 +109,13 @@ struct Choice {
     int column;  ///< of the value
     std::string (*value)(const KeyGenParams& params);
     void (*change)(KeyGenParams& params);
-    bool (*shown)(const KeyGenParams& params) = always;
-    bool (*open)(const KeyGenParams& params) = always;  ///< otherwise shown without the shortcut, and not obeyed
+    bool (*shown)(const KeyGenParams& params) = shownAlways;
+    bool (*open)(const KeyGenParams& params) = shownAlways;  ///< otherwise shown without the shortcut, and not obeyed
 };
 
 const Choice kChoices[] = {
     {'a', 3, "~Algorytm klucza:", kValueColumn, [](const auto& params) -> std::string { return params.schemeName(); },
-     OnSelectKeyAlgo, always, [](const auto& params) { return params.schemes().size() > 1; }},
+     OnSelectKeyAlgo, shownAlways, [](const auto& params) { return params.schemes().size() > 1; }},
     {'d', 4, "~Długość klucza w bitach:", kValueColumn,
      [](const auto& params) { return std::to_string(params.keyLength); }, OnSelectKeyLength,
      [](const auto& params) { return !isEcdsa(params); }},
@@ -152,7 +152,7 @@ constexpr End kEnds[] = {
 void drawEnds() {
     std::string footer;
     for (const End& end : kEnds) footer.append(footer.empty() ? "" : "   ").append(end.label);
-    displCentColText(kFooterRow, "%s", footer.c_str());
+    displCentColText(kParamsFooterRow, "%s", footer.c_str());
 }
 
 /// Shows a list over the options; W leaves it like Escape. The index chosen, or -1.
@@ -161,7 +161,7 @@ int chooseFrom(const KeyGenParams& params, const std::vector<std::string>& items
     const auto onKey = [](int key, int) {
         return key == 'W' || key == 'w' ? ShowMenuListCallbackRet::LeaveCancel : ShowMenuListCallbackRet::Continue;
     };
-    return showCentMenuList(kListRow, items, static_cast<int>(selected), kListRows, true, onKey);
+    return showCentMenuList(kParamsRow, items, static_cast<int>(selected), kParamsRows, true, onKey);
 }
 
 void selectCurve(KeyGenParams& params) {
@@ -243,7 +243,7 @@ bool writeRequest(const TypedFile& file, const Bytes& request) {
 void saveRequest(KeyType usage, const KeyGenParams& params) {
     Bytes request;
     const KeyManagerResult result = keyManager->prepareCrtRequest(usage, requestOf(params), request);
-    if (result != kKmOk) return showCode(kTexts, result);
+    if (result != kKmOk) return showCode(kKeyGenTexts, result);
     for (;;) {
         const auto file = askForFile("Podaj nazwę pliku zgłoszenia certyfikacyjnego: ", false, kLongestRequestName);
         if (!file) return;
@@ -275,7 +275,7 @@ void ShowKeyGenMenu(const KeyGenParams& params, bool listOpen) {
         displText(choice.row, choice.column, "%s", choice.value(params).c_str());
     }
     if (listOpen) {
-        displCentText(kFooterRow, " Wybór: klawisze nawigacyjne, spacja, +, -; Esc,W: koniec, Enter: zatwierdź");
+        displCentText(kParamsFooterRow, " Wybór: klawisze nawigacyjne, spacja, +, -; Esc,W: koniec, Enter: zatwierdź");
     } else {
         drawEnds();
     }
@@ -338,11 +338,11 @@ void OnKeyGen(KeyType usage) {
     if (!runScreen(params)) return;
     // A key for whose request there is no signature would be generated in vain. RSA keys that are too short are refused
     // by the generation.
-    if (!isHashSupported(params.signScheme, params.hash)) return showCode(kTexts, kKmHashNotSupported);
+    if (!isHashSupported(params.signScheme, params.hash)) return showCode(kKeyGenTexts, kKmHashNotSupported);
     const KeyManagerResult result = generate(usage, params);
     clrToEol(kMessageRow, 0);
     if (result == kKmCancelled) return;
-    if (result != kKmOk) return showCode(kTexts, result);
+    if (result != kKmOk) return showCode(kKeyGenTexts, result);
     const std::string done = std::string("Klucz ") + params.schemeName() + " został poprawnie wygenerowany.";
     displCentInfo(kMessageRow, done.c_str(), 1);
     saveRequest(usage, params);

@@ -26,7 +26,7 @@ struct DetailRow {
 };
 
 /// Every attribute that some kind of profile has; a kind shows those that it answers.
-constexpr std::array kRows{
+constexpr std::array kDetailRows{
     DetailRow{CRVPROFILE_ATTR_PKCS12_FILE, "Plik bezpieczeństwa:", Shown::Text},
     DetailRow{CRVPROFILE_ATTR_READER_NAME, "Czytnik kart:", Shown::Text},
     DetailRow{CRVPROFILE_ATTR_PKCS11_LIBRARY, "Biblioteka PKCS#11:", Shown::Text},
@@ -84,7 +84,7 @@ std::vector<std::string> detailLines(const CrvProfile& profile) {
     std::vector<std::string> lines;
     addField(lines, "Nazwa profilu:", profile.name().empty() ? "<bez nazwy>" : profile.name());
     addField(lines, "Rodzaj profilu:", kindText(profile.kind()));
-    for (const DetailRow& row : kRows) {
+    for (const DetailRow& row : kDetailRows) {
         std::vector<char> value;
         const int result = profile.getAttr(row.attr, value);
         if (result == kAttrDefault) addField(lines, row.label, "<wartość domyślna>");

@@ -14,8 +14,8 @@ namespace {
 
 constexpr size_t kLongestShown = 72;
 constexpr size_t kNarrowest = 40;
-constexpr int kListRow = 3;
-constexpr int kListRows = 17;
+constexpr int kProfilesRow = 3;
+constexpr int kProfileRows = 17;
 
 /// What the screen and its callback know.
 struct Selection {
@@ -117,7 +117,7 @@ std::unique_ptr<CrvProfile> selectProfile(AvailableProfiles kind, const std::str
     }
     drawFixedLines();
     const int index =
-        showCentMenuList(kListRow, state.items(), state.indexOf(lastName, source), kListRows, true,
+        showCentMenuList(kProfilesRow, state.items(), state.indexOf(lastName, source), kProfileRows, true,
                          [&state](int key, int current) { return selectProfileCallback(key, current, state); });
     if (index < 0) return nullptr;
     source = state.mediaOf(index);

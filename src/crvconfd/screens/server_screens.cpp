@@ -24,10 +24,6 @@ constexpr std::array kProtocols{
     FormChoice{CRVSRV_TYPE_FTP, "FTP"},
 };
 
-CrvProfile& profile() {
-    return *cfgManager->profile();
-}
-
 const char* protocolText(long type) {
     const auto found =
         std::find_if(kProtocols.begin(), kProtocols.end(), [&](const auto& choice) { return choice.value == type; });
@@ -60,7 +56,7 @@ SrvDatViewer::SrvDatViewer(std::string title, ServerUsage usage, std::vector<CaC
     : title_(std::move(title)), usage_(usage), authorities_(std::move(authorities)) {}
 
 std::vector<SrvParams> SrvDatViewer::servers() const {
-    return profile().getServerIterator(usage_).servers;
+    return boundProfile().getServerIterator(usage_).servers;
 }
 
 std::vector<std::string> SrvDatViewer::items() const {
@@ -130,7 +126,7 @@ void SrvDatViewer::run() {
 
 namespace {
 
-std::string titleOf(ServerUsage kind) {
+std::string serverListTitle(ServerUsage kind) {
     switch (kind) {
         case CRVSRV_USAGE_CERTIFICATES:
             return "Serwery certyfikatów";
@@ -144,11 +140,11 @@ std::string titleOf(ServerUsage kind) {
 }  // namespace
 
 Cck4srv::Cck4srv(ServerUsage kind, std::vector<CaChoice> authorities)
-    : SrvDatViewer(titleOf(kind), kind, std::move(authorities)) {}
+    : SrvDatViewer(serverListTitle(kind), kind, std::move(authorities)) {}
 
 void OnSrvProxy() {
-    Proxy proxy = profile().ownProxy();
-    bool system = profile().usesSystemProxy();
+    Proxy proxy = boundProfile().ownProxy();
+    bool system = boundProfile().usesSystemProxy();
     const std::vector<FormField> fields{
         flagField("Ustawienia systemowe", system), textField("Adres", proxy.addr),
         numberField("Port", proxy.port, kMaxPort), textField("Użytkownik", proxy.user),

@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char* kAnyPolicy = "2.5.29.32.0";
 
-constexpr NumberedListTexts kTexts{
+constexpr NumberedListTexts kPolicyTexts{
     "Lista polityk użytkownika",
     "Podaj numer polityki do usuniecia: ",
     "Brak polityki o podanym numerze",
@@ -50,14 +50,14 @@ void store(const CRVCfgFile::Policies& list) {
     if (!writeProtCfg()) cfgManager->editRecord().setPolicies(before);
 }
 
-void remove(size_t index) {
+void removePolicy(size_t index) {
     auto list = cfgManager->record().getPolicies();
     list.remove(index);
     store(list);
 }
 
-NumberedListEditor editor() {
-    return {kTexts, policies, drawAnyPolicy, addPolicy, remove};
+NumberedListEditor policyEditor() {
+    return {kPolicyTexts, policies, drawAnyPolicy, addPolicy, removePolicy};
 }
 
 }  // namespace
@@ -71,7 +71,7 @@ bool showPolicies() {
         errInfo(kMessageRow, "Brak klucza lub certyfikatu do podpisywania");
         return false;
     }
-    drawNumberedList(editor());
+    drawNumberedList(policyEditor());
     return true;
 }
 
@@ -98,11 +98,12 @@ void addPolicy() {
 }
 
 void delPolicy() {
-    if (const int index = askForEntry(kTexts, policies().size()); index >= 0) remove(static_cast<size_t>(index));
+    if (const int index = askForEntry(kPolicyTexts, policies().size()); index >= 0)
+        removePolicy(static_cast<size_t>(index));
 }
 
 void OnUserPolicies() {
-    if (showPolicies()) runNumberedList(editor());
+    if (showPolicies()) runNumberedList(policyEditor());
 }
 
 }  // namespace crv

@@ -16,7 +16,7 @@ namespace crv {
 
 namespace {
 
-constexpr CodeText kTexts[] = {
+constexpr CodeText kInstallTexts[] = {
     {kKmNoMemory, "Brak pamięci"},
     {kKmWrongPassword, "Błędne hasło/PIN lub naruszona integralność pliku bezpieczeństwa"},
     {kKmNoKeyForCertificate, "Certyfikat nie jest sparowany z zadnym kluczem uzytkownika !!!"},
@@ -50,7 +50,7 @@ void install() {
     const CertPtr certificate = askForCertificate(belongsToUser);
     if (!certificate) return;
     const KeyManagerResult result = keyManager->installUserCrt(certificate);
-    if (result != kKmOk) return showCode(kTexts, result);
+    if (result != kKmOk) return showCode(kInstallTexts, result);
     if (!storeInDatabase(*certificate) || !writeProtCfg()) return keyManager->undoInstallUserCrt();
     displCentInfo(kMessageRow, "Certyfikat użytkownika poprawnie zainstalowany", 2);
 }

@@ -4,6 +4,10 @@
 
 namespace crv {
 
+CrvProfile& boundProfile() {
+    return *cfgManager->profile();
+}
+
 ContextOwner::ContextOwner() : context_(std::make_unique<CRVctx>()) {
     crvCtx = context_.get();
     cfgManager = &context_->configurationManager;

@@ -10,6 +10,7 @@ namespace crv {
 class CertificateCache;
 class CertificateManager;
 class ConfigurationManager;
+class CrvProfile;
 class DbManager;
 class KeyManager;
 class NetworkManager;
@@ -24,6 +25,9 @@ inline CertificateManager* crtManager = nullptr;
 inline RevocationManager* revManager = nullptr;
 inline CertificateCache* crtCache = nullptr;
 inline NetworkManager* netManager = nullptr;
+
+/// The record that the running session works on.
+[[nodiscard]] CrvProfile& boundProfile();
 
 /// Creates the context of the run with its managers and sets the handles; destroys it when the object ends. Throws what
 /// the context throws, after destroying it.

@@ -27,6 +27,9 @@ inline constexpr int kScreenRows = 24;
 inline constexpr int kScreenColumns = 80;
 /// The row of messages, questions and prompts.
 inline constexpr int kMessageRow = 23;
+/// Where contents begin, and the row of the keys below them.
+inline constexpr int kFirstRow = 2;
+inline constexpr int kFooterRow = 22;
 
 /// Keys as getKey answers them; every other key is its character code, 0 an escape sequence that is not known.
 enum InternalKey : int {

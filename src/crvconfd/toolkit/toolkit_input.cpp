@@ -94,7 +94,7 @@ int timedKey(uint8_t& random, bool blocking) {
 }
 
 /// Hands a mixed byte a key to take, which answers the count to show, until Enter (that count) or Escape (-1).
-int gatherKeys(int row, int col, const char* prompt, bool blocking, const std::function<int(uint8_t)>& take) {
+int gatherTypedKeys(int row, int col, const char* prompt, bool blocking, const std::function<int(uint8_t)>& take) {
     // Predictable on purpose: what counts is the keys and their times.
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     const CursorGuard cursor(false);
@@ -219,7 +219,7 @@ int displCentQuestion(int row, const char* text, const char* keys) {
 
 int inputRandomText(int row, int col, const char* prompt, std::span<uint8_t> buffer) {
     size_t count = 0;
-    return gatherKeys(row, col, prompt, false, [&](uint8_t octet) {
+    return gatherTypedKeys(row, col, prompt, false, [&](uint8_t octet) {
         if (count < buffer.size()) buffer[count++] = octet;
         return static_cast<int>(count);
     });
@@ -228,7 +228,7 @@ int inputRandomText(int row, int col, const char* prompt, std::span<uint8_t> buf
 int inputRandomText(int row, int col, const char* prompt, SecretArray<20>& digest) {
     KcHash hash(KcHashAlgo::Sha1);
     int keys = 0;
-    const int result = gatherKeys(row, col, prompt, true, [&](uint8_t octet) {
+    const int result = gatherTypedKeys(row, col, prompt, true, [&](uint8_t octet) {
         hash.update(&octet, 1);
         return ++keys;
     });

@@ -96,7 +96,7 @@ constexpr std::array<std::pair<int, int>, 11> kTranslatedKeys{{
 constexpr std::array<std::pair<int, int>, 3> kRawControls{{{2, kKeyPageUp}, {6, kKeyPageDown}, {127, kKeyBackspace}}};
 
 template <typename Table, typename Key>
-int lookUp(const Table& table, const Key& key, int otherwise) {
+int findSequence(const Table& table, const Key& key, int otherwise) {
     for (const auto& [known, code] : table) {
         if (known == key) return code;
     }
@@ -153,11 +153,11 @@ bool waitForInput(int milliseconds, Clock::time_point deadline, const sigset_t* 
 }
 
 int decodeRaw(int key, KeyTable further) {
-    if (key != kKeyEscape) return lookUp(kRawControls, key, key);
+    if (key != kKeyEscape) return findSequence(kRawControls, key, key);
     const std::string sequence = toolkit::readEscape(kLoneEscape);
     if (sequence.empty()) return kNoKey;
     const std::string_view text = sequence;
-    return lookUp(kRawSequences, text, lookUp(further, text, 0));
+    return findSequence(kRawSequences, text, findSequence(further, text, 0));
 }
 
 /// A key as getKey answers it on a terminal whose sequences are decoded here.
@@ -178,7 +178,7 @@ int readDecoded(int milliseconds, KeyTable further = {}) {
 
 int readTranslated() {
     const int key = toolkit::readKey();
-    return key == kKeyEscape ? toolkit::readKey() : lookUp(kTranslatedKeys, key, key);
+    return key == kKeyEscape ? toolkit::readKey() : findSequence(kTranslatedKeys, key, key);
 }
 
 int readAnyKey(KeyTable further) {
@@ -190,7 +190,7 @@ int readAnyKey(KeyTable further) {
 /// What an ESC means where one is enough: Escape, or the code of the sequence that it begins.
 int decodeSingleEscape(int milliseconds, KeyTable sequences) {
     const std::string sequence = toolkit::readEscape(milliseconds);
-    if (sequence.size() > 1) return lookUp(sequences, std::string_view{sequence}, 0);
+    if (sequence.size() > 1) return findSequence(sequences, std::string_view{sequence}, 0);
     if (sequence.size() == 1 && sequence[0] != '\x1b') toolkit::unreadKey(static_cast<unsigned char>(sequence[0]));
     swallowUntil = Clock::now() + kSwallowAfterSingle;
     return kKeyEscape;
