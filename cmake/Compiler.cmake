@@ -35,8 +35,8 @@ target_compile_definitions(crv_options INTERFACE OPENSSL_NO_DEPRECATED OPENSSL_A
 target_compile_options(crv_options INTERFACE -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
 
 # Hardening everywhere: return addresses, buffers of known size, indirect branches, addresses, and tables of the linker.
-target_compile_options(crv_options INTERFACE -fstack-protector-strong -fcf-protection)
 if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+  target_compile_options(crv_options INTERFACE -fstack-protector-strong -fcf-protection)
   target_compile_definitions(crv_options INTERFACE _FORTIFY_SOURCE=2)
 endif()
 include(CheckPIESupported)
