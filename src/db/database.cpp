@@ -30,7 +30,10 @@ DbAnswer DataBase::open(const std::string& name) {
         index_.drop();
         return fail(Error::Data);
     }
-    if (data_.numIndexes() != index_.numIndexes()) {
+    // An index with slots of another size would take keys that the records cannot hold.
+    bool agree = data_.numIndexes() == index_.numIndexes();
+    for (int i = 0; agree && i < data_.numIndexes(); ++i) agree = data_.descs()[i] == index_.root(i).desc;
+    if (!agree) {
         close();
         data_.setStatus(FileStatus::BadMagic);
         return fail(Error::Data);
@@ -254,8 +257,11 @@ DbAnswer DataBase::setRec(int64_t recNo) {
 
 DbAnswer DataBase::sync() {
     if (endBatch() != kDbOk) return kDbError;
-    if (!index_.sync()) return fail(Error::Index);
-    return data_.sync() ? kDbOk : fail(Error::Data);
+    // The data first: what the disk has of it, an index can be made from again.
+    const bool done = data_.sync() && index_.sync();
+    if (done) return kDbOk;
+    if (lock_) lock_->spoil();
+    return fail(data_.status() == FileStatus::Ok ? Error::Index : Error::Data);
 }
 
 }  // namespace crv

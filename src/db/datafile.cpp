@@ -30,7 +30,7 @@ DbAnswer DataFile::create(const std::string& path, int idxNumb, const IndexDesc*
         storeLe(head.data() + kDescriptors + 4 * i + 2, descs[i].pageSize);
     }
     if (!parseHeader(head.data())) return setStatus(FileStatus::BadMagic), kDbError;
-    const bool made = File::create(path) && writeAt(0, head);
+    const bool made = File::create(path) && writeAt(0, head) && sync();
     const FileStatus why = status();
     File::close();
     if (!made) setStatus(why);

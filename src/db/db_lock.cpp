@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "misc/atomic_write.h"
 #include "misc/bytes.h"
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
@@ -50,17 +51,26 @@ DbLock::State DbLock::readMark() const {
     State state{static_cast<DbMark>(octets[kMarkSize - 1]), {}};
     if (state.mark < DbMark::None || state.mark > DbMark::ChangingCrls) state.mark = DbMark::Changing;
     if (state.mark == DbMark::None) return state;
-    const std::string names = octets.substr(kMarkSize, octets.find(kNamesEnd) - kMarkSize);
-    for (size_t at = 0, end = 0; (end = names.find(kNameEnd, at)) != std::string::npos; at = end + 1) {
-        state.names.push_back(names.substr(at, end - at));
+    const std::string_view behind = std::string_view{octets}.substr(kMarkSize, static_cast<size_t>(n) - kMarkSize);
+    const size_t end = behind.find(kNamesEnd);
+    const std::string_view names = behind.substr(0, end);
+    // The names stand twice (older versions: once, and the file ended behind them). A mark that was cut off was never
+    // synced, so nothing has been renamed yet and the tables are those from before.
+    const bool whole = end != std::string_view::npos &&
+                       (behind.size() == end + 1 || behind.substr(end + 1).starts_with(behind.substr(0, end + 1)));
+    if (state.mark == DbMark::Swapping && (!whole || names.empty())) return {DbMark::Changing, {}};
+    for (size_t at = 0, next = 0; (next = names.find(kNameEnd, at)) != std::string_view::npos; at = next + 1) {
+        state.names.emplace_back(names.substr(at, next - at));
     }
     return state;
 }
 
 bool DbLock::writeMark(const State& state) const {
-    std::string octets = std::string(kMarkLetters) + static_cast<char>(state.mark);
-    for (const std::string& name : state.names) octets.append(name).append(1, kNameEnd);
-    octets += kNamesEnd;
+    std::string names;
+    for (const std::string& name : state.names) names.append(name).append(1, kNameEnd);
+    names += kNamesEnd;
+    std::string octets = std::string(kMarkLetters) + static_cast<char>(state.mark) + names;
+    if (state.mark == DbMark::Swapping) octets += names;
     return octets.size() <= kMarkSize + kMaxNames && writeAll(semaphore_.descriptor(), octets.data(), octets.size(), 0);
 }
 
@@ -113,13 +123,13 @@ bool DbLock::beginChange(DbMark mark) {
 bool DbLock::setMark(DbMark mark, const std::vector<std::string>& names) {
     VTEST(depth_ > 0 && mode_ != kSharedLock, "src/db/db_lock");
     if (!writeMark({mark, names})) return false;
-    // The disk must know of a swap before it sees the first new name.
-    if (mark == DbMark::Swapping && fileOps().fsync(semaphore_.descriptor()) != 0) {
-        static_cast<void>(writeMark({mark_, {}}));
-        return false;
-    }
-    mark_ = mark;
-    return true;
+    // The disk must know of a change before it sees the first octet of it; of a swap even when nothing else is synced.
+    const bool syncs = sync_ || mark == DbMark::Swapping;
+    const bool synced = !syncs || (fileOps().fsync(semaphore_.descriptor()) == 0 &&
+                                   (mark != DbMark::Creating || syncFolder(folderOf(path()))));
+    if (!synced) static_cast<void>(writeMark({mark_, {}}));
+    if (synced) mark_ = mark;
+    return synced;
 }
 
 DbGuard::DbGuard(DbLock& lock, int mode) : lock_(&lock) {

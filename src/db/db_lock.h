@@ -43,6 +43,8 @@ class DbLock {
     DbLock(const DbLock&) = delete;
     DbLock& operator=(const DbLock&) = delete;
 
+    /// Whether marks are on the disk before anything happens under them (the default); off only for measuring.
+    void setSync(bool on) { sync_ = on; }
     void setMender(Mender mender) { mender_ = std::move(mender); }
 
     /// Waits for the lock (LockMode). An exclusive one cannot be had under a shared one.
@@ -79,6 +81,7 @@ class DbLock {
     int depth_ = 0;
     DbMark mark_ = DbMark::None;
     bool spoilt_ = false;
+    bool sync_ = true;
 };
 
 /// Holds a database lock for a scope. The constructor throws StoreError: "FileSemaphore::p: blad zajecia

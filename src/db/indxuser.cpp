@@ -37,7 +37,7 @@ DbAnswer IndexFile::create(const std::string& path, int idxNumb, const IndexDesc
     }
     if (numIdx_ < 1) return bad();
     cache_.setPageSize(largest);
-    const bool made = File::create(path) && allocate(kHeadArea) == 0 && writeAt(0, encodeHead());
+    const bool made = File::create(path) && allocate(kHeadArea) == 0 && writeAt(0, encodeHead()) && sync();
     const FileStatus why = status();
     drop();
     if (!made) setStatus(why);
@@ -353,7 +353,12 @@ DbAnswer IndexFile::skip(int n) {
     if (!leaf) return kDbError;
     const int to = index.cursor.entry + n;
     if (to >= 1 && to <= leaf->count) return index.cursor.entry = to, kDbOk;
-    return land(n > 0 ? leaf->next : leaf->prev, n < 0);
+    const int64_t from = index.cursor.page, beside = n > 0 ? leaf->next : leaf->prev;
+    if (beside == kNowhere) return kDbNoRecord;
+    // A leaf that does not lead back belongs to a damaged chain, which may go round in a circle.
+    const Page* next = page(index, beside);
+    if (!next) return kDbError;
+    return (n > 0 ? next->prev : next->next) == from ? land(beside, n < 0) : bad();
 }
 
 DbAnswer IndexFile::data(std::string& key, int64_t& recNo) {

@@ -54,7 +54,7 @@ class IndexMaker {
             DataScan scan(data_, from_);
             if (!walk(scan, builder, more)) return false;
         }
-        return builder.finish() == kDbOk && keepCountGrowing() && index_.sync() && (!copied_ || data_.sync());
+        return builder.finish() == kDbOk && keepCountGrowing() && index_.sync() && (!changed_ || data_.sync());
     }
     [[nodiscard]] int lost() const { return lost_; }
     /// The failure was one of writing the new index.
@@ -96,6 +96,7 @@ class IndexMaker {
         ++lost_;
         if (tail) {
             logLine(LogLevel::Warning, "part of a record cut off at the end of " + data_.path());
+            changed_ = true;
             return data_.truncate(damaged);
         }
         const RecordHead bridge{true, 0, next - damaged - data_.recordSize(0)};
@@ -106,7 +107,7 @@ class IndexMaker {
         if (copied_) return true;
         const std::string copy = rebuildName(name_) + kDataExtension;
         if (!copyFile(data_.path(), copy)) return false;
-        copied_ = data_.open(copy) == kDbOk;
+        copied_ = changed_ = data_.open(copy) == kDbOk;
         return copied_;
     }
 
@@ -126,6 +127,7 @@ class IndexMaker {
     std::vector<std::string_view> keys_;
     int64_t from_ = kHeadSize;
     bool copied_ = false;
+    bool changed_ = false;  // the data file
     int lost_ = 0;
 };
 

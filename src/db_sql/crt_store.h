@@ -65,7 +65,7 @@ class CrtStore {
     virtual Removed removeCerts(const Expired& expired) = 0;
 
     /// Whether insertions wait until the disk has the data (the default); off only for measuring.
-    void setSync(bool on) { sync_ = on; }
+    virtual void setSync(bool on) { sync_ = on; }
     [[nodiscard]] bool sync() const { return sync_; }
 
   private:

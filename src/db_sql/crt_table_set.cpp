@@ -21,7 +21,11 @@ void CrtTableSet::bindLock(DbLock* lock) {
 
 void CrtTableSet::open(Tb table, bool forChange) {
     changed_[table] = false;
-    if (tables_[table].open(path(table)) != kDbOk)
+    const TableLayout& layout = *kLayouts[table];
+    const DataFile& data = tables_[table].dataFile();
+    const bool opened = tables_[table].open(path(table)) == kDbOk;
+    // With other key lengths than those of the layout insertions would succeed and be lost at the next repair.
+    if (!opened || !layout.isThatOf(data))
         throw StoreError(StoreCause::NotOpened, std::string(kLayouts[table]->openError));
     tables_[table].deferWrites(forChange);
 }

@@ -8,6 +8,7 @@
 #include "db_sql/crt_keys.h"
 #include "db_sql/crt_maintenance.h"
 #include "db_sql/no_oop.h"
+#include "misc/atomic_write.h"
 #include "misc/exceptions.h"
 #include "misc/whole_file.h"
 
@@ -52,6 +53,11 @@ class DbCrtCrv::Use {
 DbCrtCrv::DbCrtCrv(std::string directory, DbLock& lock)
     : directory_(std::move(directory)), lock_(&lock), tables_(directory_) {
     tables_.bindLock(lock_);
+}
+
+void DbCrtCrv::setSync(bool on) {
+    CrtStore::setSync(on);
+    lock_->setSync(on);
 }
 
 void DbCrtCrv::findInCrtTb(CrtItemList& list, CrtIndex index, ByteView digest) {
@@ -278,9 +284,11 @@ void DbCrtCrv::makeNetCertTime() {
     DataBase& table = tables_[Tb::kNetCertTime];
     if (table.open(tables_.path(Tb::kNetCertTime)) == kDbOk) return table.close();
     const TableLayout& layout = netCertTimeTb;
-    if (table.create(tables_.path(Tb::kNetCertTime), layout.numIndexes, layout.descs.data()) != kDbOk) {
+    const std::string name = tables_.path(Tb::kNetCertTime);
+    if (!lock_->beginChange() || table.create(name, layout.numIndexes, layout.descs.data()) != kDbOk) {
         throw StoreError(StoreCause::Failed, std::string(layout.createError));
     }
+    static_cast<void>(syncFolder(directory_));
 }
 
 void DbCrtCrv::setNetCertTime(const std::string& name) {

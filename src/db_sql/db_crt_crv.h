@@ -32,6 +32,7 @@ class DbCrtCrv final : public CrtStore {
     void setNetCertTime(const std::string& name) override;
     int64_t getNetCertTime(const std::string& name) override;
     Removed removeCerts(const Expired& expired) override;
+    void setSync(bool on) override;
 
   private:
     class Use;

@@ -10,6 +10,7 @@
 #include "db/table_rebuild.h"
 #include "db_sql/dangling_records.h"
 #include "db_sql/db_crl_files.h"
+#include "misc/atomic_write.h"
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/logger.h"
@@ -21,6 +22,8 @@ namespace crv {
 namespace {
 
 constexpr size_t kMaxDirectory = 255;
+/// Whom the user knows and what revoked them is nobody else's business; a folder that is there keeps its mode.
+constexpr mode_t kDirectoryMode = 0700;
 /// Files of the format before the additional identifiers, the imports and the CRL index.
 constexpr int kOldFormatFiles = 6;
 constexpr size_t kVersionOctets = 4;
@@ -82,6 +85,7 @@ DbState DbCrv::isDbCreated() {
     if (!accessible(directory_, R_OK | X_OK)) return DbState::NoAccess;
     if (!fileExists(createSemaforeName())) return stateOfFiles();
     const DbGuard guard(*lock_, kSharedLock);
+    removeLeftovers(DbMark::None);
     return stateOfFiles();
 }
 
@@ -120,7 +124,7 @@ void DbCrv::removeFiles() {
 
 void DbCrv::create() {
     const bool hadDirectory = fileExists(directory_);
-    if (!createDirectoryPath(directory_)) refuseCreation();
+    if (!createDirectoryPath(directory_, kDirectoryMode)) refuseCreation();
     const bool hadLock = fileExists(createSemaforeName());
     try {
         const DbGuard guard(*lock_, kExclusiveLock);
@@ -147,7 +151,7 @@ void DbCrv::copyDb(const std::string& destination) {
     }
     struct stat from {
     }, to{};
-    if (!createDirectoryPath(target)) refuseCreation();
+    if (!createDirectoryPath(target, kDirectoryMode)) refuseCreation();
     if (fileOps().stat(directory_, &from) == 0 && fileOps().stat(target, &to) == 0 &&
         FileId::of(from) == FileId::of(to)) {
         return;  // a copy onto itself would empty the files
@@ -157,7 +161,9 @@ void DbCrv::copyDb(const std::string& destination) {
 }
 
 bool DbCrv::mend(DbMark mark, const std::vector<std::string>& names) {
-    if (mark == DbMark::Creating) {
+    removeLeftovers(mark);
+    // A creation writes "version.txt" last and no records: what has either is a database, whatever the mark says.
+    if (mark == DbMark::Creating && !holdsAnything()) {
         removeFiles();
         return getFilesCount() == 0;
     }
@@ -167,6 +173,24 @@ bool DbCrv::mend(DbMark mark, const std::vector<std::string>& names) {
                            [&](const std::string& name) { return swapRebuilt(pathOf(name)); });
     }
     return mendChange();
+}
+
+bool DbCrv::holdsAnything() const {
+    struct stat info {};
+    const auto hasRecords = [&](const TableLayout* layout) {
+        const std::string data = pathOf(layout->file) + kDataExtension;
+        return fileOps().stat(data, &info) == 0 && info.st_size > static_cast<off_t>(data_format::kHeadSize);
+    };
+    return fileExists(pathOf(kVersionFileName)) || !CrlFileGuard(directory_).numbers().empty() ||
+           std::ranges::any_of(kAllTables, hasRecords);
+}
+
+/// New files of a table count only under the mark of a swap.
+void DbCrv::removeLeftovers(DbMark mark) const {
+    for (const TableLayout* layout : kAllTables) {
+        if (mark != DbMark::Swapping) discardRebuilt(pathOf(layout->file));
+    }
+    removeStaleTemporaries(directory_);
 }
 
 bool DbCrv::mendCrls() {
@@ -179,14 +203,22 @@ bool DbCrv::mendCrls() {
     }
 }
 
+/// Indexes made after a damaged header would be those of another table.
+bool DbCrv::hasLayout(const TableLayout& layout) const {
+    DataFile data;
+    const bool same = data.open(pathOf(layout.file) + kDataExtension) == kDbOk && layout.isThatOf(data);
+    if (!same) logLine(LogLevel::Error, "damaged header, crvdb repair restores it: " + data.path());
+    return same;
+}
+
 bool DbCrv::mendChange() {
     for (const TableLayout* layout : kAllTables) {
         const std::string table = pathOf(layout->file);
-        // This table is made on the way, without a mark; one without a head holds nothing yet and is made again.
+        // This table is made on the way; one without a head holds nothing yet and is made again.
         if (layout == &netCertTimeTb && DataFile().open(table + kDataExtension) != kDbOk) {
             for (const char* extension : {kIndexExtension, kDataExtension}) fileOps().unlink(table + extension);
         }
-        if (fileExists(table + kDataExtension) && !mendTable(table)) return false;
+        if (fileExists(table + kDataExtension) && !(hasLayout(*layout) && mendTable(table))) return false;
     }
     if (removeDangling() < 0) return false;
     return mendCrls() && (!storeMender_ || storeMender_());
@@ -203,6 +235,7 @@ int64_t DbCrv::removeDangling() {
         for (const int64_t recNo : records) {
             if (data.remove(recNo) != kDbOk) return -1;
         }
+        if (!records.empty() && !data.sync()) return -1;
         count += static_cast<int64_t>(records.size());
     }
     return count;

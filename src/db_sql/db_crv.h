@@ -70,6 +70,9 @@ class DbCrv {
 
   private:
     [[nodiscard]] bool mendChange();
+    [[nodiscard]] bool holdsAnything() const;
+    [[nodiscard]] bool hasLayout(const TableLayout& layout) const;
+    void removeLeftovers(DbMark mark) const;
     [[nodiscard]] bool mendCrls();
     void makeFiles();
     void removeFiles();

@@ -1,11 +1,12 @@
 // The files of a profile's database directory and the layouts of its tables.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <span>
 #include <string_view>
 
-#include "db/table_format.h"
+#include "db/datafile.h"
 
 namespace crv {
 
@@ -28,6 +29,11 @@ struct TableLayout {
     std::array<IndexDesc, 3> descs;
     std::string_view openError;
     std::string_view createError;
+
+    /// Whether the open data file has these indexes.
+    [[nodiscard]] bool isThatOf(const DataFile& data) const {
+        return data.numIndexes() == numIndexes && std::equal(data.descs(), data.descs() + numIndexes, descs.begin());
+    }
 };
 
 inline constexpr TableLayout crtTb{

@@ -1,10 +1,14 @@
 #include "misc/atomic_write.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
+#include <ctime>
 #include <new>
+#include <vector>
 
 #include "misc/file_ops.h"
 #include "misc/logger.h"
@@ -17,6 +21,8 @@ constexpr int kMaxLinks = 40;
 constexpr int kMaxTries = 1000;
 constexpr mode_t kSecretMode = 0600;
 constexpr mode_t kCommonMode = 0644;
+/// Seconds; writing a whole file takes a moment.
+constexpr std::time_t kStaleAfter = 60;
 constexpr mode_t kPermissionBits = 0777;
 
 WriteResult failed(WriteStep step) {
@@ -126,6 +132,21 @@ WriteResult write(std::string path, ByteView content, const WriteOptions& option
 std::string folderOf(const std::string& path) {
     const size_t slash = path.rfind('/');
     return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
+}
+
+void removeStaleTemporaries(const std::string& folder) {
+    std::vector<std::string> names;
+    if (fileOps().list(folder, names) != 0) return;
+    for (const std::string& name : names) {
+        int process = 0, number = 0, end = 0;
+        struct stat info {};
+        const bool ours = std::sscanf(name.c_str(), ".crv-%d-%d.tmp%n", &process, &number, &end) == 2 &&
+                          static_cast<size_t>(end) == name.size() && process > 0;
+        if (!ours || (::kill(process, 0) == 0 || errno != ESRCH)) continue;
+        const std::string path = folder + "/" + name;
+        if (fileOps().lstat(path, &info) == 0 && std::time(nullptr) - info.st_mtime > kStaleAfter)
+            fileOps().unlink(path);
+    }
 }
 
 bool syncFolder(const std::string& folder) {

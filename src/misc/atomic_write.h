@@ -34,6 +34,10 @@ struct WriteOptions {
 /// directly. A failed write removes the temporary file and leaves the old one. Never throws.
 WriteResult writeFileAtomically(const std::string& path, ByteView content, const WriteOptions& options = {}) noexcept;
 
+/// Deletes the temporary files that killed processes left in a folder: those of processes of this machine that are
+/// gone, and old enough not to be another machine's.
+void removeStaleTemporaries(const std::string& folder);
+
 /// The folder part of a path with its slash ("./" when there is none).
 std::string folderOf(const std::string& path);
 

@@ -123,6 +123,9 @@ TEST_F(DamagedTable, AbsurdNumbersAreFoundAndDoNoHarm) {
     DataBase table;
     EXPECT_EQ(table.open(bad), kDbError);
     EXPECT_EQ(table.indexFile().status(), FileStatus::BadMagic);
+    write(idx, with(dta, 10, 18, 2));
+    EXPECT_EQ(table.open(bad), kDbError) << "longer keys than the index has";
+    EXPECT_EQ(table.dataFile().status(), FileStatus::BadMagic);
 }
 
 TEST_F(DamagedTable, TruncationAnywhereIsAnError) {
@@ -144,8 +147,17 @@ TEST_F(DamagedTable, RingOfLeavesEnds) {
     for (size_t at = 56; at < empty.size(); at += 32 + 22 + 4) empty[at] = 1;
     write(ring, dta);
     EXPECT_GT(exercise(bad), 0) << "nor would one past the live ones";
-    write(ring, empty);
     DataBase table;
+    for (const size_t link : {8, 16}) {
+        write(with(idx, first + link, first, 8), dta);
+        ASSERT_EQ(table.open(bad), kDbOk);
+        EXPECT_EQ(table.top(), kDbOk);
+        int steps = 0;
+        while (table.skip(1) == kDbOk) ++steps;
+        EXPECT_LT(steps, 60) << "a leaf that leads to itself is left at once";
+        table.close();
+    }
+    write(ring, empty);
     ASSERT_EQ(table.open(bad), kDbOk);
     EXPECT_EQ(table.top(), kDbError);
     EXPECT_EQ(table.bottom(), kDbError);

@@ -15,7 +15,7 @@
 #include "db/table_test_base.h"
 #include "db_sql/crt_db.h"
 #include "db_sql/crt_keys.h"
-#include "support/faulty_file_ops.h"
+#include "support/power_cut_file_ops.h"
 #include "support/shared_memory.h"
 
 using namespace crv;
@@ -37,11 +37,11 @@ Tale newTale() {
 struct Base {
     DbManager manager;
     CrtDb db{manager};
-    explicit Base(const std::string& directory) {
+    explicit Base(const std::string& directory, bool sync = false) {
         DbConfig config;
         config.db = directory;
         manager.init(config);
-        manager.setSync(false);
+        manager.setSync(sync);
     }
 
     bool compact() {
@@ -149,6 +149,57 @@ TEST_F(CrtCrash, EveryStopOfAShortHistoryIsMended) {
         expectMended();
         finished = dying.changesLeft != 0;
         EXPECT_TRUE(!finished || n > 20 * 11);
+    }
+}
+
+/// Everything that changes files, once or twice; tells how far it came.
+void livesShortly(const std::string& path, const Tale& told, std::vector<Bytes>& crls) {
+    Base base(path, true);
+    if (!base.manager.createDb()) return;
+    for (size_t i = 0; i < 6; ++i) {
+        if (!base.insert(told, i)) return;
+    }
+    CrlInsert result{};
+    const MadeCert issuer = makeCert({.subject = {{"CN", "A"}}, .extensions = caExtensions()});
+    const Bytes crl = makeCrl({}, issuer);
+    if (!base.manager.insertCrl(crl, true, result)) return;
+    crls.push_back(crl);
+    if (base.remove(told, 2) && base.compact() && base.manager.setNetCertTime("ldap")) base.insert(told, 6);
+}
+
+TEST_F(SlowCrtCrash, APowerCutAtAnyPointLosesNothingThatWasReported) {
+    const uint64_t seed = seedOf();
+    SCOPED_TRACE("CRV_TEST_SEED=" + std::to_string(seed));
+    std::mt19937_64 random(seed);
+    bool finished = false;
+    for (int n = 0; !finished && !HasFailure(); ++n) {
+        SCOPED_TRACE("cut after " + std::to_string(n));
+        dir = std::make_unique<TempDir>();
+        path = dir->path().string() + "/";
+        told = newTale();
+        std::vector<Bytes> crls, stored;
+        PowerCutFileOps disk(path);
+        disk.changesLeft = n;
+        {
+            const ScopedFileOps use(disk);
+            livesShortly(path, told, crls);
+        }
+        finished = disk.changesLeft > 0;
+        disk.cut(random);
+        Base next(path);
+        EXPECT_TRUE(next.manager.createDb()) << next.manager.lastFailure();
+        for (size_t i = 0; i < 7; ++i) {
+            CrtRecord record;
+            CrtItemList found;
+            ASSERT_TRUE(makeCrtRecord(certPool()[i], record));
+            EXPECT_TRUE(next.manager.findCertsByCrtHash(found, record.crtHash)) << next.manager.lastFailure();
+            EXPECT_TRUE(told[i] != kStored || found.size() == 1) << "lost " << i;
+            EXPECT_TRUE(told[i] != kRemoved || found.empty()) << "came back " << i;
+        }
+        EXPECT_TRUE(next.manager.getAllCrls(stored)) << next.manager.lastFailure();
+        EXPECT_TRUE(crls.empty() || stored == crls);
+        EXPECT_TRUE(next.insert(told, 9)) << next.manager.lastFailure();
+        EXPECT_EQ(problemsOfDatabase(path), "");
     }
 }
 

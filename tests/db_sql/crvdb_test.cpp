@@ -93,6 +93,7 @@ TEST_F(Crvdb, DamageIsNamedAndRepaired) {
         {"certific.idx", kWhole, "", "certific.idx: missing"},
         {"dnfld.idx", 16, "xx", "dnfld: index file has a damaged header"},
         {"addidx.dta", 0, "xx", "addidx: data file has a damaged header"},
+        {"ca.dta", 10, "\x12", "ca: data file has a damaged header"},
         {"certific.dta", 56 + 343 + 8, "xx", "certific: data: no sound record at 399"},
         {"ca.idx", 2048, "\3", "ca: index 0: live record not reached"},
         {"certific.dta", 56, "\1", "dnfld: record without its certificate at 56"},

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <stdexcept>
@@ -164,6 +165,56 @@ TEST_F(DbCrvTest, SwapIsFinishedForTheNamedTablesOnly) {
     EXPECT_EQ(checkTable(file("certific")).live, 0);
     EXPECT_EQ(problemsOf(file("certific")), "");
     EXPECT_EQ(checkTable(file("dnfld")).live, 1) << "a left-over of another time";
+}
+
+TEST_F(DbCrvTest, AFullDatabaseIsNoUnfinishedCreation) {
+    db.create();
+    EXPECT_EQ(fs::status(path).permissions(), fs::perms::owner_all);
+    DataBase ca;
+    ASSERT_EQ(ca.open(file("ca")), kDbOk);
+    add(ca, {"no number"}, "");
+    ca.close();
+    for (const bool version : {true, false}) {
+        if (!version) fs::remove(file("version.txt"));
+        setMark('1');
+        EXPECT_EQ(db.isDbCreated(), version ? DbState::Complete : DbState::Incomplete);
+        EXPECT_TRUE(fs::exists(file("ca.dta")));
+    }
+}
+
+TEST_F(DbCrvTest, AMarkThatWasCutOffSwapsNothing) {
+    db.create();
+    const std::string names = "certific/ca/\n";
+    for (const auto& [octets, swapped] : {std::pair{names + names, true},
+                                          {names, true},
+                                          {names + "c", false},
+                                          {names + "older names/\n", false},
+                                          {std::string("certific/"), false}}) {
+        TableRebuild fresh(file("certific"));
+        ASSERT_TRUE(fresh.begin() && fresh.finish());
+        fresh.keep();
+        struct stat before {
+        }, after{};
+        ASSERT_EQ(::stat(file("certifi#.dta").c_str(), &before), 0);
+        test::writeFile(file("db.lck"), "CRVMARK3" + octets);
+        EXPECT_TRUE(isComplete());
+        ASSERT_EQ(::stat(file("certific.dta").c_str(), &after), 0);
+        EXPECT_EQ(before.st_ino == after.st_ino, swapped) << octets;
+        EXPECT_FALSE(fs::exists(file("certifi#.dta")));
+    }
+}
+
+TEST_F(DbCrvTest, LeftoversOfKilledProcessesGo) {
+    db.create();
+    const std::string dead = file(".crv-999999999-0.tmp"), young = file(".crv-999999998-0.tmp"),
+                      alive = file(".crv-" + std::to_string(getpid()) + "-0.tmp"), other = file(".crv-x.tmp");
+    for (const std::string& name : {dead, young, alive, other, file("c#.dta")}) test::writeFile(name, "x");
+    for (const std::string& name : {dead, alive, other}) {
+        fs::last_write_time(name, fs::file_time_type::clock::now() - std::chrono::hours(1));
+    }
+    EXPECT_TRUE(isComplete());
+    EXPECT_FALSE(fs::exists(dead) || fs::exists(file("c#.dta")));
+    EXPECT_TRUE(fs::exists(young) && fs::exists(alive) && fs::exists(other));
 }
 
 TEST_F(DbCrvTest, ReaderWithoutRightsSaysThatMendingIsNeeded) {

@@ -90,8 +90,7 @@ void Directory::checkTables(Findings& findings) const {
         for (const std::string& problem : report.problems) findings.add(std::string(layout->file), problem);
         DataFile data;
         if (data.open(name + kDataExtension) != kDbOk) continue;
-        if (!std::equal(data.descs(), data.descs() + data.numIndexes(), layout->descs.begin(),
-                        layout->descs.begin() + layout->numIndexes)) {
+        if (!layout->isThatOf(data)) {
             findings.add(std::string(layout->file), "other indexes than this table has");
         }
     }
