@@ -59,4 +59,10 @@ bool isHarmful(char32_t c) {
            (c >= 0x2028 && c <= 0x202E) || (c >= 0x2060 && c <= 0x206F) || c == 0xFEFF;
 }
 
+bool isUtf8(std::string_view text) {
+    while (!text.empty())
+        if (!takeCharacter(text)) return false;
+    return true;
+}
+
 }  // namespace crv

@@ -19,6 +19,9 @@ constexpr char32_t kReplacementCharacter = 0xFFFD;
     return takeCharacter(text).value_or(kReplacementCharacter);
 }
 
+/// Whether the text is nothing but characters.
+[[nodiscard]] bool isUtf8(std::string_view text);
+
 /// The octets of a character and how many they are; those of U+FFFD for a number that is none.
 struct Utf8Character {
     std::array<char, 4> octets;

@@ -1,8 +1,6 @@
 #include "crvconfd/session/program.h"
 
 #include <fcntl.h>
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +22,7 @@
 #include "crvconfd/toolkit/toolkit.h"
 #include "misc/exceptions.h"
 #include "misc/path.h"
+#include "misc/process_guard.h"
 
 namespace crv {
 
@@ -44,26 +43,6 @@ constexpr std::array<ModeAttributes, 3> kModeAttributes{{
     {kAttrStandout, kAttrStandout, kAttrStandout, kAttrStandout},
     {kAttrUnderline, kAttrReverse, kAttrReverse, kAttrBold},
 }};
-
-/// Takes up closed standard descriptors, so that no file of the program is opened in their place: what is written to
-/// them then fails.
-void occupyStandardFiles() {
-    for (int fd = open("/dev/null", O_RDONLY); fd >= 0; fd = open("/dev/null", O_RDONLY)) {
-        if (fd > STDERR_FILENO) {
-            close(fd);
-            break;
-        }
-    }
-}
-
-/// Neither a core file nor another process of the user is to see passwords.
-void hideMemory() {
-    const rlimit none{};
-    setrlimit(RLIMIT_CORE, &none);
-#ifndef __SANITIZE_ADDRESS__  // whose leak check needs to trace the process
-    prctl(PR_SET_DUMPABLE, 0);
-#endif
-}
 
 void complain(const std::string& text) {
     const std::string line = pl(text) + "\n";
@@ -188,8 +167,7 @@ int endBySignal(int signal) {
 }  // namespace
 
 int runProgram(int count, const char* const* arguments) {
-    occupyStandardFiles();
-    std::signal(SIGPIPE, SIG_IGN);
+    guardStandardFiles();
     try {
         try {
             return runRequest(readCommandLine(count, arguments), count > 0 ? arguments[0] : "");

@@ -1,0 +1,205 @@
+#include "crvctl/output.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <nlohmann/json.hpp>
+
+#include "api/error_table.h"
+#include "crvctl/table.h"
+#include "crvctl/texts.h"
+#include "misc/ascii.h"
+#include "misc/hex.h"
+#include "misc/utf8.h"
+#include "ops/op_error.h"
+
+namespace crv::ctl {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr size_t kPiece = size_t{32} << 10;
+
+Json toJson(const Value& value);
+
+std::string lowerHex(std::string_view octets) {
+    std::string digits = toHex(asBytes(octets));
+    std::ranges::transform(digits, digits.begin(), asciiLower<char>);
+    return digits;
+}
+
+/// Text that is no UTF-8 comes with its octets: "name" and "nameHex".
+void put(Json& object, const std::string& key, const Value& value) {
+    object[key] = toJson(value);
+    const auto* text = std::get_if<std::string>(&value.held);
+    if (text && !isUtf8(*text)) object[key + "Hex"] = lowerHex(*text);
+}
+
+Json toJson(const Value& value) {
+    return std::visit(
+        [](const auto& held) -> Json {
+            using Held = std::decay_t<decltype(held)>;
+            if constexpr (std::is_same_v<Held, Fields>) {
+                Json object = Json::object();
+                for (const auto& [key, field] : held) put(object, key, field);
+                return object;
+            } else if constexpr (std::is_same_v<Held, Values>) {
+                Json array = Json::array();
+                for (const Value& one : held) array.push_back(toJson(one));
+                return array;
+            } else {
+                return held;
+            }
+        },
+        value.held);
+}
+
+std::string lineOf(const Json& json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+std::string textOf(const Value& value) {
+    return std::visit(
+        [](const auto& held) -> std::string {
+            using Held = std::decay_t<decltype(held)>;
+            if constexpr (std::is_same_v<Held, std::nullptr_t>) {
+                return "-";
+            } else if constexpr (std::is_same_v<Held, bool>) {
+                return tr(held ? "yes" : "no");
+            } else if constexpr (std::is_same_v<Held, int64_t>) {
+                return std::to_string(held);
+            } else if constexpr (std::is_same_v<Held, std::string>) {
+                return printable(held);
+            } else {
+                std::string text;
+                for (const auto& one : held) {
+                    if (!text.empty()) text += ", ";
+                    if constexpr (std::is_same_v<Held, Fields>) {
+                        text += one.first + "=" + textOf(one.second);
+                    } else {
+                        text += textOf(one);
+                    }
+                }
+                return text;
+            }
+        },
+        value.held);
+}
+
+std::string codeName(int code) {
+    const ErrorRow* row = findErrorRow(code);
+    return row ? row->name : std::to_string(code);
+}
+
+}  // namespace
+
+bool Output::write(int fd, const std::string& text) {
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t count = ::write(fd, text.data() + done, text.size() - done);
+        if (count < 0 && errno != EINTR) return false;
+        if (count > 0) done += static_cast<size_t>(count);
+    }
+    return true;
+}
+
+void Output::print(const std::string& text) {
+    pending_ += text;
+    if (pending_.size() >= kPiece) flush();
+}
+
+void Output::flush() {
+    const std::string text = std::exchange(pending_, {});
+    if (write(STDOUT_FILENO, text)) return;
+    if (errno == EPIPE) throw OpStopped();
+    throw OpError(OpFault::OutputFailed, std::strerror(errno));
+}
+
+void Output::item(Fields fields) {
+    ++count_;
+    if (form_ == OutputForm::Json) {
+        items_.emplace_back(std::move(fields));
+        return;
+    }
+    if (form_ == OutputForm::JsonLines) {
+        print(lineOf(toJson(std::move(fields))));
+    } else {
+        std::string line;
+        for (const auto& [key, value] : fields) line += (line.empty() ? "" : "\t") + textOf(value);
+        print(forTerminal(line) + "\n");
+    }
+    // A reader of the first line is not to wait for the last.
+    if (count_ == 1) flush();
+}
+
+void Output::change(const char* action, const char* what, const std::string& name) {
+    changes_.emplace_back(Fields{{"action", action}, {"what", what}, {"name", name}});
+}
+
+void Output::no(int code) {
+    no_ = true;
+    code_ = code;
+}
+
+std::string Output::labelOf(const std::string& key, bool item) const {
+    for (const FieldSpec& field : verb_->fields)
+        if (field.key == key && field.item == item) return tr(field.label);
+    return key;
+}
+
+void Output::printText() {
+    for (const auto& [key, value] : result_) print(forTerminal(labelOf(key, false) + ": " + textOf(value)) + "\n");
+    std::string told;
+    for (const Value& change : changes_) {
+        const auto& fields = std::get<Fields>(change.held);
+        told += std::string(tr(std::get<std::string>(fields[0].second.held).c_str())) + ": " +
+                textOf(fields[2].second) + "\n";
+    }
+    for (const auto& [text, about] : warnings_)
+        told += std::string(tr("warning")) + ": " + tr(text) + ": " + printable(about) + "\n";
+    write(STDERR_FILENO, forTerminal(told));
+}
+
+void Output::printSummary(bool ok, int code, const std::string& fault, const std::string& message) {
+    Json summary{
+        {"v", 1}, {"command", verb_ ? verb_->words() : ""}, {"ok", ok}, {"code", code}, {"name", codeName(code)}};
+    if (!fault.empty()) summary["fault"] = fault;
+    if (!message.empty()) summary["detail"] = message;
+    Fields result = result_;
+    const bool lists = verb_ && std::ranges::any_of(verb_->fields, &FieldSpec::item);
+    if (lists && form_ == OutputForm::Json) result.emplace_back("items", std::move(items_));
+    if (lists) result.emplace_back("count", count_);
+    if (!raw_.empty()) result.emplace_back("text", raw_);
+    summary["result"] = toJson(std::move(result));
+    summary["changes"] = toJson(changes_);
+    Values warnings;
+    for (const auto& [text, about] : warnings_) warnings.emplace_back(std::string(text) + ": " + about);
+    summary["warnings"] = toJson(std::move(warnings));
+    print(lineOf(summary));
+}
+
+int Output::finish() {
+    if (form_ != OutputForm::Text) {
+        printSummary(!no_, code_, {}, {});
+    } else {
+        print(raw_);
+        flush();
+        printText();
+    }
+    flush();
+    return static_cast<int>(no_ ? OpStatus::No : OpStatus::Done);
+}
+
+int Output::fail(const OpError& error, const std::string& text) {
+    if (form_ != OutputForm::Text) {
+        changes_.clear();
+        printSummary(false, error.code(), faultName(error.fault()), error.what());
+    }
+    flush();
+    write(STDERR_FILENO, forTerminal("crvctl: " + printable(text)) + "\n");
+    return static_cast<int>(error.status());
+}
+
+}  // namespace crv::ctl

@@ -1,0 +1,178 @@
+// Verbs on what the record of a profile lists: extended key usages, servers, the proxy.
+#include <algorithm>
+#include <cstdlib>
+
+#include "asn/asn_object_id.h"
+#include "asn/x509/distinguished_name.h"
+#include "crvctl/secrets.h"
+#include "crvctl/verbs.h"
+#include "misc/hex.h"
+
+namespace crv::ctl {
+namespace {
+
+struct Word {
+    long value;
+    const char* name;
+};
+constexpr Word kProtocols[] = {{CRVSRV_TYPE_LDAP, "ldap"}, {CRVSRV_TYPE_HTTP, "http"}, {CRVSRV_TYPE_FTP, "ftp"}};
+constexpr Word kUses[] = {{CRVSRV_USAGE_CERTIFICATES, "certificates"},
+                          {CRVSRV_USAGE_CRL, "crl"},
+                          {CRVSRV_USAGE_OCSP, "ocsp"},
+                          {CRVSRV_USAGE_TIME_STAMP, "time-stamp"}};
+
+Values usesOf(long usage) {
+    Values words;
+    for (const Word& use : kUses)
+        if ((usage & use.value) != 0) words.emplace_back(use.name);
+    return words;
+}
+
+long numberOf(const std::string& text) {
+    return std::strtol(text.c_str(), nullptr, 10);
+}
+
+Fields fieldsOf(const SrvParams& server) {
+    const auto* protocol = std::ranges::find(kProtocols, server.type, &Word::value);
+    return {{"name", server.name},           {"type", protocol == std::end(kProtocols) ? "?" : protocol->name},
+            {"address", server.addr},        {"port", server.port},
+            {"path", server.path},           {"use", usesOf(server.usage)},
+            {"user", server.user},           {"period", server.periodSeconds},
+            {"systemLogin", server.winAuth}, {"ca", server.caDnUtf8}};
+}
+
+/// Takes what the call names over into the server.
+void apply(const Call& call, SrvParams& server) {
+    const auto text = [&](const char* option, std::string& target) {
+        if (const auto value = call.value(option)) target = *value;
+    };
+    text("address", server.addr);
+    text("path", server.path);
+    text("user", server.user);
+    if (const auto port = call.value("port")) server.port = numberOf(*port);
+    if (const auto period = call.value("period")) server.periodSeconds = numberOf(*period);
+    if (const auto login = call.value("system-login")) server.winAuth = *login == "yes";
+    if (const auto type = call.value("type")) {
+        server.type = std::ranges::find(kProtocols, *type, [](const Word& w) { return std::string(w.name); })->value;
+    }
+    if (call.has("use")) {
+        server.usage = 0;
+        for (const std::string& use : call.options.at("use"))
+            server.usage |= std::ranges::find(kUses, use, [](const Word& w) { return std::string(w.name); })->value;
+    }
+}
+
+}  // namespace
+
+void usageList(Run& run) {
+    const auto profile = run.profile().profile;
+    std::string description;
+    ASNobjectId oid;
+    for (long i = 0; profile->getAcceptedExtKeyUsage(i, description, oid); ++i)
+        run.out.item({{"oid", oid.text()}, {"name", description}});
+}
+
+void usageAdd(Run& run) {
+    const std::string oid = run.call.operand(0);
+    const char* known = CrvProfile::getExtKeyUsageDescription(oid);
+    const std::string name = run.call.operands.size() > 1 ? run.call.operand(1) : known ? known : "";
+    if (name.empty()) throw CallError("missing", "NAME");
+    changeListed(run.place, run.profileName(), run.mode, [&](CrvProfile& profile) {
+        std::string description;
+        ASNobjectId there;
+        for (long i = 0; profile.getAcceptedExtKeyUsage(i, description, there); ++i)
+            if (there.text() == oid) throw OpError(OpFault::ObjectExists, oid);
+        profile.addAcceptedExtKeyUsage(oid, name);
+    });
+    run.out.change("add", "usage", oid);
+}
+
+void usageRemove(Run& run) {
+    const std::string oid = run.call.operand(0);
+    changeListed(run.place, run.profileName(), run.mode, [&](CrvProfile& profile) {
+        if (!profile.delAcceptedExtKeyUsage(oid)) throw OpError(OpFault::ObjectMissing, oid);
+    });
+    run.out.change("remove", "usage", oid);
+}
+
+void serverList(Run& run) {
+    const auto profile = run.profile().profile;
+    for (const auto& [number, server] : profile->servers()) run.out.item(fieldsOf(server));
+}
+
+void serverAdd(Run& run) {
+    SrvParams server;
+    server.name = run.call.operand(0);
+    for (const char* needed : {"address", "use"})
+        if (!run.call.has(needed)) throw CallError("missing", std::string("--") + needed);
+    apply(run.call, server);
+    readGivenSecret(run.call, "server-password", server.pass);
+    changeListed(run.place, run.profileName(), run.mode, [&](CrvProfile& profile) { profile.addSrv(server); });
+    run.out.change("add", "server", server.name);
+}
+
+void serverSet(Run& run) {
+    const std::string name = run.call.operand(0);
+    SecretText password;  // read before the list is locked: its writer may take its time
+    const bool withPassword = readGivenSecret(run.call, "server-password", password);
+    changeListed(run.place, run.profileName(), run.mode, [&](CrvProfile& profile) {
+        SrvParams server;
+        if (!profile.findSrv(name, &server)) throw OpError(OpFault::ServerMissing, name);
+        apply(run.call, server);
+        if (withPassword) server.pass = password;
+        profile.updateSrv(server);
+    });
+    run.out.change("set", "server", name);
+}
+
+void serverRemove(Run& run) {
+    const std::string name = run.call.operand(0);
+    if (!run.profile().profile->findSrv(name)) throw OpError(OpFault::ServerMissing, name);
+    run.confirm("Remove the server?", name);
+    changeListed(run.place, run.profileName(), run.mode, [&](CrvProfile& profile) { profile.delSrv(name); });
+    run.out.change("remove", "server", name);
+}
+
+void serverMove(Run& run) {
+    const std::string name = run.call.operand(0), place = run.call.operand(1);
+    changeListed(run.place, run.profileName(), run.mode, [&](CrvProfile& profile) {
+        place == "first" ? profile.moveSrvFirst(name) : profile.moveSrvLast(name);
+    });
+    run.out.change("move", "server", name + " -> " + place);
+}
+
+void proxyShow(Run& run) {
+    const auto profile = run.profile().profile;
+    const Proxy& own = profile->ownProxy();
+    run.out.field("system", profile->usesSystemProxy());
+    run.out.field("address", own.addr);
+    run.out.field("port", own.port);
+    run.out.field("user", own.user);
+    run.out.field("password", !own.password.empty());
+}
+
+void proxySet(Run& run) {
+    const auto address = run.call.value("address");
+    const bool system = run.call.has("system");
+    if (!address && !system) throw CallError("missing", "--address, --system");
+    SecretText password;
+    readGivenSecret(run.call, "proxy-password", password);
+    changeListed(run.place, run.profileName(), run.mode, [&](CrvProfile& profile) {
+        profile.setUseProxyFromSystemSettings(system);
+        if (address) {
+            profile.insertProxy(*address, numberOf(run.call.value("port").value_or("8080")),
+                                run.call.value("user").value_or(""), password);
+        }
+    });
+    run.out.change("set", "proxy", address.value_or("system"));
+}
+
+void proxyClear(Run& run) {
+    changeListed(run.place, run.profileName(), run.mode, [](CrvProfile& profile) {
+        profile.setUseProxyFromSystemSettings(false);
+        profile.deleteProxy();
+    });
+    run.out.change("remove", "proxy", run.profileName());
+}
+
+}  // namespace crv::ctl

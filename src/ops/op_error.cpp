@@ -1,0 +1,45 @@
+#include "ops/op_error.h"
+
+#include <array>
+#include <cctype>
+
+#include "misc/file_semaphore.h"
+
+namespace crv {
+namespace {
+
+struct FaultRow {
+    const char* name;
+    OpStatus status;
+    int code;
+};
+
+#define CRV_OP_FAULT(fault, status, code) FaultRow{#fault, OpStatus::status, code},
+constexpr std::array kRows{CRV_OP_FAULTS(CRV_OP_FAULT)};
+#undef CRV_OP_FAULT
+
+const FaultRow& rowOf(OpFault fault) {
+    return kRows[static_cast<size_t>(fault)];
+}
+
+}  // namespace
+
+std::string faultName(OpFault fault) {
+    std::string name;
+    for (const char* at = rowOf(fault).name; *at; ++at) {
+        const bool upper = std::isupper(static_cast<unsigned char>(*at)) != 0;
+        if (upper && !name.empty()) name += '-';
+        name += static_cast<char>(std::tolower(static_cast<unsigned char>(*at)));
+    }
+    return name;
+}
+
+OpError::OpError(OpFault fault, const std::string& text) : OpError(fault, rowOf(fault).code, text) {}
+
+OpError::OpError(OpFault fault, int code, const std::string& text) : OpError(fault, rowOf(fault).status, code, text) {}
+
+void stopIfEnding() {
+    if (processEnding()) throw OpStopped();
+}
+
+}  // namespace crv

@@ -1,0 +1,179 @@
+"""Runs crvctl as scripts do. usage: crvctl_test.py <crvctl> <source folder>"""
+import hashlib
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+CRVCTL, SOURCE = os.path.realpath(sys.argv[1]), pathlib.Path(sys.argv[2])
+ENV = {"PATH": os.path.dirname(CRVCTL) + ":" + os.environ["PATH"], "LC_ALL": "C.UTF-8"}
+STRANGE = "Jan 'K' $x;`y` (z)"
+MANUAL = (SOURCE / "docs/man/crvctl.1").read_text("utf-8").replace("\\-", "-")
+VERBS = re.findall(r"^\.SS (.+)$", MANUAL, re.M)
+
+
+def tree(folder):
+    """Every file with its content and mode."""
+    files = sorted(p for p in pathlib.Path(folder).rglob("*"))
+    return [(str(p), p.stat().st_mode, hashlib.sha256(p.read_bytes()).hexdigest() if p.is_file() else "") for p in files]
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        self.home = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, self.home)
+        self.env = dict(ENV, HOME=self.home, CRV_PROFILE_FILE=self.home + "/list.conf")
+
+    def run_it(self, *words, status=0, given=None, **env):
+        done = subprocess.run([CRVCTL, *words], env=dict(self.env, **env), input=given, capture_output=True, timeout=120)
+        self.assertEqual(done.returncode, status, (words, done.stdout, done.stderr))
+        return done
+
+    def answer(self, *words, status=0, **more):
+        """The JSON of a run, which is the same in every locale."""
+        return json.loads(self.run_it("--json", *words, status=status, **more).stdout)
+
+    def changed(self, *words, **more):
+        """Does a change: first dry, which must tell the same changes and leave every octet."""
+        before = tree(self.home)
+        told = self.answer("--dry-run", *words, **more)["changes"]
+        self.assertEqual(tree(self.home), before, words)
+        done = self.answer(*words, **more)
+        self.assertEqual(done["changes"], told)
+        self.assertTrue(told)
+        return done
+
+    def read(self, *words, **more):
+        before = tree(self.home)
+        answer = self.answer(*words, **more)
+        self.assertEqual(tree(self.home), before, words)
+        return answer
+
+
+class Table(Case):
+    def test_every_verb_has_its_help_translation_manual_and_completion(self):
+        polish = (SOURCE / "docs/man/pl/crvctl.1").read_text("utf-8").replace("\\-", "-")
+        document = (SOURCE / "docs/json.md").read_text("utf-8")
+        self.assertEqual(re.findall(r"^\.SS (.+)$", polish, re.M), VERBS)
+        for verb in VERBS:
+            words = verb.split()
+            english, other = (self.run_it("--lang", lang, *words, "--help").stdout.decode().split("\n\n")
+                              for lang in ("en", "pl"))
+            self.assertNotEqual(english[1], other[1], verb)
+            self.assertIn(english[1].split("\n")[0], MANUAL)
+            self.assertIn(f"\n## {verb}\n", document)
+            offered = self.run_it("completion", "words", "--", "crvctl", *words[:-1], words[-1][:2]).stdout.decode()
+            self.assertIn(words[-1], [line.split("\t")[0] for line in offered.splitlines()])
+            options = re.findall(r"^  (?:-., )?(--[a-z0-9-]+)", english[2], re.M)
+            offered = self.run_it("completion", "words", "--", "crvctl", *words, "--").stdout.decode()
+            self.assertEqual([line.split("\t")[0] for line in offered.splitlines()], options)
+
+    def test_every_text_is_translated(self):
+        catalogue = (SOURCE / "po/pl.po").read_text("utf-8")
+        known = set(re.findall(r'^msgid "(.*)"$', catalogue, re.M))
+        for file in sorted((SOURCE / "src/crvctl").glob("*.cpp")):
+            text = re.sub(r'"\s*\n\s*"', "", file.read_text("utf-8"))
+            used = re.findall(r'(?:\btr|note|paragraph|section|confirm|warn|CallError|emplace)\(\s*"((?:[^"\\]|\\.)+)"', text)
+            if file.name == "statuses.cpp":
+                used += re.findall(r', "([^"]+)"}', text)
+            self.assertFalse(set(used) - known, file.name)
+
+    def test_a_wrong_call_is_told_and_never_takes_a_secret(self):
+        for words in (["--password", "x", "profile", "list"], ["profile", "list", "--new-password=x"], ["profile"], [],
+                      ["profile", "shw"], ["profile", "create"], ["profile", "list", "--nonsense"], ["--wait", "x", "version"],
+                      ["completion", "tcsh"], ["usage", "add", "1.a"], ["profile", "list", "more"]):
+            self.run_it(*words, status=2)
+        self.assertEqual(self.answer("profile", "shw", status=2)["fault"], "wrong-call")
+
+    def test_output_that_nobody_reads_ends_quietly_and_a_full_disk_is_told(self):
+        for target, status, said in (("| true", 0, b""), (">/dev/full", 7, b"crvctl: ")):
+            done = subprocess.run(["bash", "-c", f"{CRVCTL} help --as man {target}"], env=self.env, capture_output=True)
+            self.assertEqual((done.returncode, done.stderr[:8]), (status, said))
+
+
+class Lists(Case):
+    def test_a_profile_from_its_making_to_its_end(self):
+        self.assertEqual(self.answer("profile", "list", status=3)["fault"], "file-missing")
+        made = self.changed("profile", "create", STRANGE)["result"]
+        self.assertEqual(pathlib.Path(self.home, "db").stat().st_mode & 0o777, 0o700)
+        self.assertEqual(self.answer("profile", "create", STRANGE, status=6)["fault"], "profile-exists")
+        shown = self.read("profile", "show", STRANGE)["result"]
+        self.assertEqual(shown["key-file"], made["key-file"])
+        self.assertEqual([item["finding"] for item in self.read("profile", "check", STRANGE, status=1)["result"]["items"]],
+                         ["key-file-missing", "db-missing"])
+        self.changed("profile", "set", STRANGE, "--roots-file", "/r.p12")
+        self.changed("profile", "copy", STRANGE, "B", "--key-file", self.home + "/keys/b.p12")
+        self.changed("profile", "rename", "B", "C")
+        self.assertEqual(self.read("profile", "show", "C")["result"]["roots-file"], "/r.p12")
+        self.run_it("profile", "remove", "C", status=6)
+        self.changed("profile", "remove", "C", "--yes")
+        self.assertEqual([i["name"] for i in self.read("profile", "list")["result"]["items"]], [STRANGE.upper()])
+        self.assertEqual(self.answer("profile", "show", "C", status=3)["name"], "ECRV_CONF_NOT_PRES")
+
+    def test_what_a_profile_lists(self):
+        self.run_it("profile", "create", "A")
+        profile = ("-p", "A")
+        self.changed(*profile, "usage", "add", "1.3.6.1.5.5.7.3.1")
+        self.answer(*profile, "usage", "add", "1.3.6.1.5.5.7.3.1", status=6)
+        self.answer(*profile, "usage", "remove", "1.2", status=3)
+        secret = pathlib.Path(self.home, "secret")
+        secret.write_text("tajne\n")
+        add = ("server", "add", "S 1", "--address", "ldap.pl", "--use", "crl", "--server-password-file", str(secret))
+        secret.chmod(0o644)
+        self.assertEqual(self.answer(*profile, *add, status=6)["fault"], "secret-exposed")
+        secret.chmod(0o600)
+        self.changed(*profile, *add)
+        self.changed(*profile, "server", "set", "s 1", "--port", "389")
+        self.changed(*profile, "server", "add", "T", "--address", "t", "--use", "ocsp", "--use", "time-stamp", "--type", "http")
+        self.changed(*profile, "server", "move", "T", "first")
+        servers = self.read(*profile, "server", "list")["result"]["items"]
+        self.assertEqual([(s["name"], s["port"], s["use"]) for s in servers],
+                         [("T", 0, ["ocsp", "time-stamp"]), ("S 1", 389, ["crl"])])
+        self.changed(*profile, "server", "remove", "T", "--yes")
+        # The dry run and the run each take the secret from its variable.
+        self.changed(*profile, "proxy", "set", "--address", "p", "--proxy-password-env", "SECRET", SECRET="tajne")
+        shown = self.read(*profile, "proxy", "show")["result"]
+        self.assertEqual(shown, {"system": False, "address": "p", "port": 8080, "user": "", "password": True})
+        self.changed(*profile, "proxy", "clear")
+        self.assertNotIn(b"tajne", pathlib.Path(self.home, "list.conf").read_bytes())
+
+    def test_changes_at_the_same_time_are_all_there_once(self):
+        self.run_it("profile", "create", "A")
+        runs = [subprocess.Popen([CRVCTL, "-p", "A", "usage", "add", f"1.2.{i}", f"n{i}"], env=self.env,
+                                 stderr=subprocess.DEVNULL) for i in range(20)]
+        self.assertEqual([run.wait() for run in runs], [0] * 20)
+        oids = [i["oid"] for i in self.read("-p", "A", "usage", "list")["result"]["items"]]
+        self.assertEqual(sorted(oids), sorted(f"1.2.{i}" for i in range(20)))
+
+    def test_a_lock_that_another_holds_is_waited_for_no_longer_than_said(self):
+        self.run_it("profile", "create", "A")
+        holder = "import fcntl,sys; f=open(sys.argv[1],'r+'); fcntl.lockf(f,fcntl.LOCK_EX); print('x',flush=True); input()"
+        with subprocess.Popen([sys.executable, "-c", holder, self.home + "/list.conf.lck"], stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE) as other:
+            other.stdout.readline()
+            self.assertEqual(self.answer("--wait", "0", "-p", "A", "proxy", "clear", status=5)["fault"], "lock-busy")
+            other.communicate(b"\n")
+
+    def test_names_complete_in_every_shell(self):
+        self.run_it("profile", "create", STRANGE)
+        name = STRANGE.upper()
+        words = ["crvctl", "profile", "show", ""]
+        self.assertEqual(self.run_it("completion", "words", "--", *words).stdout.decode(), name + "\n")
+        bash = (f'source <({CRVCTL} completion bash); COMP_WORDS=(crvctl profile show ""); COMP_CWORD=3; _crvctl 2>/dev/null; '
+                'eval "set -- ${COMPREPLY[0]}"; printf %s "$1"')
+        fish = f"{CRVCTL} completion fish | source; complete -C 'crvctl profile show '"
+        zsh = (f'compdef() {{ :; }}; compadd() {{ print -rn -- "${{@[-1]}}"; }}; source <({CRVCTL} completion zsh); '
+               'words=(crvctl profile show ""); CURRENT=4; _crvctl')
+        for shell, script in (("bash", bash), ("fish", fish), ("zsh", zsh)):
+            if shutil.which(shell):
+                done = subprocess.run([shell, "-c", script], env=self.env, capture_output=True)
+                self.assertEqual(done.stdout.decode().rstrip("\n"), name, (shell, done.stderr))
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1])
