@@ -16,6 +16,8 @@
 #include <memory>
 #include <utility>
 
+#include "misc/file_semaphore.h"
+
 namespace crv {
 
 int FileOps::open(const std::string& path, int flags, mode_t mode) {
@@ -183,7 +185,8 @@ ssize_t readUpTo(int fd, void* buffer, size_t size, int64_t position) {
         const ssize_t n = position < 0
                               ? fileOps().read(fd, to + done, size - done)
                               : fileOps().pread(fd, to + done, size - done, position + static_cast<int64_t>(done));
-        if (n < 0 && errno == EINTR) continue;
+        // A pipe may never bring more.
+        if (n < 0 && errno == EINTR && (position >= 0 || !processEnding())) continue;
         if (n < 0) return -1;
         if (n == 0) break;
         done += static_cast<size_t>(n);

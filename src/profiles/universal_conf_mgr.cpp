@@ -10,6 +10,7 @@
 #include "misc/c_string.h"
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
+#include "misc/file_semaphore.h"
 #include "misc/path.h"
 #include "profiles/list_line.h"
 
@@ -113,6 +114,10 @@ void UniversalConfMgr::loadFromFile(const std::string& path) {
     if (!loadIfExists(path)) throw StoreError(StoreCause::NotOpened, "BĹ‚Ä…d otwarcia pliku konfiguracyjnego: " + path);
 }
 
+namespace {
+constexpr size_t kLongestList = size_t{16} << 20;
+}
+
 bool UniversalConfMgr::loadIfExists(const std::string& path) {
     UniversalConfMgr fresh(media_);
     ListReader reader(fresh, path);
@@ -122,9 +127,14 @@ bool UniversalConfMgr::loadIfExists(const std::string& path) {
     if (!file.valid() && errno == ENOENT) return false;
     if (!file.valid()) throw StoreError(StoreCause::NotOpened, "BĹ‚Ä…d otwarcia pliku konfiguracyjnego: " + path);
     std::vector<char> chunk(1 << 16);
+    size_t total = 0;
     for (ssize_t got; (got = readUpTo(file.get(), chunk.data(), chunk.size(), -1)) != 0;) {
         if (got < 0) throw StoreError(StoreCause::Failed, "Blad odczytu pliku: " + path);
         reader.feed({chunk.data(), static_cast<size_t>(got)});
+        total += static_cast<size_t>(got);
+        // A device may have no end; a list is finished even by a program that is to end.
+        if (total > kLongestList && processEnding())
+            throw StoreError(StoreCause::Failed, "Przerwano odczyt pliku: " + path);
     }
     reader.finish();
     nodes_ = std::move(fresh.nodes_);

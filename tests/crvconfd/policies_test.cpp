@@ -67,7 +67,10 @@ TEST_F(Policies, AreKeptInTheRecordInTheirOrder) {
     expectRow("", 2, " 1    1.2.3                   druga");
     refuse("1.2.3", "", "Polityka o podanym identyfikatorze została już zdefiniowana.");
     refuse("1.2.4", "druga", "Polityka o podanej nazwie zostala już zdefiniowana.");
-    add(kOid39 + "6", kName59 + "m");
+    const std::string tooLong = "Tekst jest za długi, mieści się najwyżej ";
+    play({{texts.title, "d"}, {"identyfikator polityki: ", kOid39 + "6\r"}, {tooLong + "39 znaków", " "}});
+    play({{"identyfikator polityki: ", kOid39 + "\r"}, {"nazwę polityki: ", kName59 + "m\r"}});
+    play({{tooLong + "59 znaków", " "}, {"nazwę polityki: ", kName59 + "\r"}});
     expectRow("", 3, " 2    " + kOid39 + " " + kName59.substr(0, 34));
     add("2.999.1", "a");
     expectRow("", 4, " 3    2.999.1                 a");
@@ -137,7 +140,7 @@ TEST_F(Usages, AreKeptInTheProfileSortedByNameAndCanAllBeReached) {
     refuse("1.2.3", "c", "Indetyfikator rozszerzonego zastosowania klucza został już dodany.");
     add("1.2.4", "a");
     expectRow("", 2, " 1    1.2.4                   a");
-    add(kOid39 + "6", kName59 + "m");
+    add(kOid39, kName59);
     expectRow("", 4, " 3    " + kOid39 + " " + kName59.substr(0, 34));
     const auto list = [&] { return readFile(file("lista.conf")); };
     for (const std::string& kept : {std::string("1.2.3"), std::string("1.2.4"), kOid39, kName59})

@@ -225,6 +225,11 @@ TEST_F(Selection, SignalsEndTheProgramAsSuch) {
     console.signal(SIGTERM);
     EXPECT_EQ(console.waitExit(), 128 + SIGTERM);
     EXPECT_EQ(console.row(0), "");
+    ScreenProgram endless = open({"-profiles", "/dev/zero"});
+    endless.waitFor("Konfiguracja pakietu");
+    endless.send("\x03");
+    EXPECT_EQ(endless.waitExit(), 128 + SIGINT) << "one is enough";
+    EXPECT_EQ(endless.row(0), "");
 }
 
 }  // namespace

@@ -154,6 +154,9 @@ TEST_F(MenuScreen, ServersAreAddedOrderedEditedAndDeletedInTheListOfProfiles) {
         screen->waitFor(name + std::string("  HTTP  tsp.example:318"));
     }
     expectIn(keys::kEnd + "p", 2, "BUDZIK");
+    play({{"BUDZIK", keys::kHome + "e"},
+          {"- BUDZIK", keys::kEnd + keys::kUp + "\rZa\xc5\x82" + keys::kBackspace + "\r"}});
+    play({{"Hasło zawiera niepełny znak, wpisz je jeszcze raz", " "}, {"Hasło: ", keys::kEscape}, {"Powrót", "w"}});
     play({{"BUDZIK", keys::kHome + "e"}, {"Serwery datowania - BUDZIK", keys::kDown + "\r2\r"}});
     expectIn("w", 23, "Zapisać zmiany (t/n)?");
     expectIn("n", 2, "BUDZIK  HTTP  tsp.example:318");

@@ -86,7 +86,7 @@ TEST_F(SessionScreen, FilesThatCannotBeUsedAreNamedAndLeftAlone) {
     std::filesystem::remove(file("praca.p12"));
     std::filesystem::create_directory(file("praca.p12"));
     start();
-    play({{kSelection, "\r"}, {kAskPassword, kPassword + "\r"}, {"pliku bezpieczeństwa !!!", ""}});
+    play({{kSelection, "\r"}, {"Katalog w miejscu pliku: " + file("praca.p12"), " "}, {kSelection, ""}});
 }
 
 TEST_F(SessionScreen, PlacesThatCannotBeUsedAreRefused) {
@@ -113,10 +113,9 @@ TEST_F(SessionScreen, PlacesThatCannotBeUsedAreRefused) {
     // A folder in which nobody can make anything.
     profile("/proc/praca.p12", "corvane", "/proc/praca");
     choose({{kNoDatabase, "t"}, {"Błąd przy tworzeniu bazy danych !!!", " "}, {kSelection, ""}});
-    // Without a folder to put it in, a new security file has no lock either.
+    // Said before anybody types a password.
     profile("~/nie/ma/praca.p12", "brak", "");
-    choose(fileCreation());
-    play({{"Błąd blokady pliku bezpieczeństwa !!!", " "}});
+    choose({{"Nie ma katalogu: " + file("nie/ma/"), " "}});
     EXPECT_EQ(leave(kSelection), 0);
 }
 
@@ -184,7 +183,9 @@ TEST_F(SessionScreen, ThePasswordChangeKeepsItsRulesAndSuitsEveryTerminal) {
     EXPECT_TRUE(opensWith(kPassword));
     // The field ends after 39 characters.
     const std::string longest = "Aa1" + std::string(36, 'b'), polish = "Zażółć12";
-    play({{change, "7"}, {kNewPassword, longest + "ccc\r"}, {kRepeat, longest + "\r"}, {done, " "}, {change, "w"}});
+    play({{change, "7"}, {kNewPassword, longest + "c" + keys::kBackspace + "\r"}, {kTooLong, " "}});
+    play({{kNewPassword, longest + "\r"}, {kRepeat, longest + "c\r"}, {kTooLong, " "}, {kRepeat, longest + "\r"}});
+    play({{done, " "}, {change, "w"}});
     EXPECT_FALSE(opensWith(kPassword));
     EXPECT_TRUE(opensWith(longest));
     // Later saves use it, and so does the next change.

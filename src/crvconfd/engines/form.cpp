@@ -1,11 +1,10 @@
 #include "crvconfd/engines/form.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 
+#include "crvconfd/engines/entry.h"
 #include "crvconfd/engines/screen.h"
-#include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "profiles/universal_conf_mgr.h"
 
@@ -14,8 +13,8 @@ namespace crv {
 namespace {
 
 /// No value of a profile list is longer, so that editing cuts none.
-constexpr size_t kTextSize = UniversalConfMgr::kMaxLine + 1;
-constexpr size_t kPasswordFieldSize = 256;
+constexpr size_t kLongestText = UniversalConfMgr::kMaxLine;
+constexpr size_t kLongestPassword = 255;
 constexpr size_t kStars = 8;
 
 std::string prompt(const char* label) {
@@ -23,15 +22,9 @@ std::string prompt(const char* label) {
 }
 
 bool editText(const char* label, std::string& value) {
-    std::array<char, kTextSize> buffer{};
-    const size_t start = std::min(value.size(), buffer.size() - 1);
-    std::copy_n(value.begin(), start, buffer.begin());
-    const int length = inputText(kMessageRow, 0, prompt(label).c_str(), buffer.data(), static_cast<int>(buffer.size()),
-                                 static_cast<int>(start));
-    if (length < 0) return false;
-    std::string typed(buffer.data(), static_cast<size_t>(length));
-    if (typed == value) return false;
-    value = std::move(typed);
+    auto typed = askLine(prompt(label).c_str(), kLongestText, false, value);
+    if (!typed || *typed == value) return false;
+    value = std::move(*typed);
     return true;
 }
 
@@ -57,15 +50,9 @@ bool editNumber(const char* label, long& value, long maximum) {
 }
 
 bool editPassword(const char* label, SecretText& value) {
-    std::array<char, kPasswordFieldSize> buffer{};
-    const WipeGuard guard(buffer.data(), buffer.size());
-    const int typed = inputPassword(prompt(label).c_str(), buffer.data(), static_cast<int>(buffer.size()), '*');
-    const int length = typed < 0 ? typed : typedToUtf8(buffer.data(), typed, static_cast<int>(buffer.size()));
-    clrToEol(kMessageRow, 0);
-    if (length < 0) return false;
-    SecretText entered({buffer.data(), static_cast<size_t>(length)});
-    if (entered == value) return false;
-    value = std::move(entered);
+    auto entered = askPassword(prompt(label).c_str(), kLongestPassword);
+    if (!entered || *entered == value) return false;
+    value = std::move(*entered);
     return true;
 }
 

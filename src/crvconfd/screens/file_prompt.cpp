@@ -1,9 +1,7 @@
 #include "crvconfd/screens/file_prompt.h"
 
-#include <algorithm>
-#include <array>
-
 #include "config/configuration_manager.h"
+#include "crvconfd/engines/entry.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/current_profile.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -13,12 +11,9 @@
 namespace crv {
 
 std::optional<TypedFile> askForFile(const char* prompt, bool word, size_t longest) {
-    std::array<char, kLongestFileName + 1> name{};
-    const int size = static_cast<int>(std::min(name.size(), longest + 1));
-    const int length = word ? inputWord(kMessageRow, 0, prompt, name.data(), size)
-                            : inputText(kMessageRow, 0, prompt, name.data(), size);
-    if (length < 0) return std::nullopt;
-    return TypedFile{name.data(), expandHome(name.data())};
+    const auto name = askLine(prompt, longest, word);
+    if (!name) return std::nullopt;
+    return TypedFile{*name, expandHome(*name)};
 }
 
 bool mayWrite(const TypedFile& file) {

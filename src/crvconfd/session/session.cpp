@@ -10,15 +10,40 @@
 #include "crvconfd/session/program_info.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "misc/whole_file.h"
+#include "ops/file_place.h"
 
 namespace crv {
 
 namespace {
 
+constexpr struct {
+    FilePlace place;
+    const char* text;
+} kPlaceTexts[] = {
+    {FilePlace::NoFolder, "Nie ma katalogu: %s"},
+    {FilePlace::NotPermitted, "Brak praw dostępu: %s"},
+    {FilePlace::IsFolder, "Katalog w miejscu pliku: %s"},
+    {FilePlace::Unreachable, "Plik jest nieosiągalny: %s"},
+};
+
+/// Whether the security file and its lock can be where the profile has them; says why not.
+bool isPlaceGood() {
+    for (const PlaceLook& look :
+         {lookAtPlace(cfgManager->securityFileName()), lookAtPlace(cfgManager->securityFileLockName(), true)}) {
+        for (const auto& [place, text] : kPlaceTexts) {
+            if (place != look.place) continue;
+            errInfo(kMessageRow, text, look.where.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
 /// Opens the keys of the current profile as its type demands.
 bool openKeys() {
     switch (cfgManager->profileType()) {
         case SessionProfileType::File:
+            if (!isPlaceGood()) return false;
             return fileExists(cfgManager->securityFileName()) ? OnProfileZaloguj() : createPfx();
         case SessionProfileType::Device:
             clrToEol(kMessageRow, 0);

@@ -135,13 +135,32 @@ std::string pl(std::string_view text) {
     return shown;
 }
 
-std::string printable(std::string_view text) {
+namespace {
+
+/// In an 8-bit encoding the octets need not be UTF-8: only what controls a terminal goes.
+std::string printableOctets(std::string_view text) {
     std::string result(text);
     for (size_t i = 0; i < result.size(); ++i) {
         const auto byte = static_cast<unsigned char>(result[i]);
         const auto next = static_cast<unsigned char>(i + 1 < result.size() ? result[i + 1] : 0);
         if (byte < 0x20 || byte == 0x7F) result[i] = '?';
         if (byte == 0xC2 && next >= 0x80 && next < 0xA0) result.replace(i, 2, "?");
+    }
+    return result;
+}
+
+}  // namespace
+
+std::string printable(std::string_view text) {
+    if (current != DisplayEncoding::Utf8) return printableOctets(text);
+    std::string result;
+    while (!text.empty()) {
+        const auto character = takeCharacter(text);
+        if (!character || isHarmful(*character)) {
+            result += '?';
+        } else {
+            appendUtf8(result, *character);
+        }
     }
     return result;
 }

@@ -30,7 +30,8 @@ char plStandard(const char* name = nullptr);
 /// elsewhere. The tables are those of windows-1250 and are applied to whatever bytes the text holds.
 [[nodiscard]] std::string pl(std::string_view text);
 
-/// The text with control characters (those of Unicode's C1 range too) as "?", for data that goes to a terminal.
+/// The text for a terminal: control characters (those of Unicode's C1 range too) are "?"; on one of UTF-8 also marks of
+/// the direction of writing and what is no UTF-8.
 [[nodiscard]] std::string printable(std::string_view text);
 
 /// Turns bytes typed on a terminal of the display encoding into UTF-8 in place, so that one password means the same

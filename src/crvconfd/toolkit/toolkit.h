@@ -186,8 +186,11 @@ void printTextWithShortcuts(const char* text, int length);
 
 /// Edits a line in the caller's buffer of size bytes, the terminating zero included. The first start bytes of the
 /// buffer are kept and edited further; codes from lowest to 127 are accepted; width limits the field (0: up to the
-/// right edge). Returns the length on Enter, -1 on Escape (the buffer keeps what was typed); the prompt disappears.
-int input_yx(int row, int col, const char* prompt, char* buffer, int size, int lowest, int start = 0, int width = 0);
+/// right edge). Keys that are not accepted, and all when the buffer is full, beep; lost, when given, receives whether
+/// the last one found no room. Returns the length on Enter, -1 on Escape (the buffer keeps what was typed); the prompt
+/// disappears.
+int input_yx(int row, int col, const char* prompt, char* buffer, int size, int lowest, int start = 0, int width = 0,
+             bool* lost = nullptr);
 /// input_yx from code 32 (space) upward.
 int inputText(int row, int col, const char* prompt, char* buffer, int size, int start = 0, int width = 0);
 /// input_yx from code 33 upward: no spaces.
@@ -198,10 +201,12 @@ int inputWord(int row, int col, const char* prompt, char* buffer, int size, int 
 int input_positive_number_yx(int row, int col, const char* prompt);
 
 /// Reads a password into the caller's buffer of size bytes and nowhere else; bytes 128 to 255 are taken as typed. For
-/// each byte one echo character is drawn, nothing for 0. With keep, the text already in the buffer is continued.
+/// each byte one echo character is drawn, nothing for 0. With keep, the text already in the buffer is continued. Keys
+/// beep when the buffer is full; lost, when given, receives whether one did.
 /// Returns the length on Enter; -1 on Escape, with the buffer unterminated: wipe it all. The line is not cleared
 /// afterwards.
-int inputPassword(int row, int col, const char* prompt, char* buffer, int size, char echo, bool keep);
+int inputPassword(int row, int col, const char* prompt, char* buffer, int size, char echo, bool keep,
+                  bool* lost = nullptr);
 /// The same on the message row, column 0, without keeping.
 int inputPassword(const char* prompt, char* buffer, int size, char echo);
 

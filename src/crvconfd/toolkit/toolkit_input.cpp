@@ -60,9 +60,15 @@ Field promptField(int row, int col, const char* prompt, int width) {
     return {row, std::min(toolkit::pen().col, kScreenColumns - 1), width > 0 ? std::min(width, left) : left};
 }
 
-/// Edits text of at most size - 1 bytes until Enter (true) or Escape; accepts tells which keys are appended.
+/// Beeps for a key that types something and found no room or no favour.
+void refuseKey(int key) {
+    if (key >= 32 && key <= 255) beepSignal();
+}
+
+/// Edits text of at most size - 1 bytes until Enter (true) or Escape; accepts tells which keys are appended. lost: the
+/// last key that was accepted found no room.
 template <typename Accepts>
-bool editLine(const Field& field, char* buffer, int size, int& length, Accepts accepts) {
+bool editLine(const Field& field, char* buffer, int size, int& length, bool& lost, Accepts accepts) {
     const CursorGuard cursor(true);
     for (;;) {
         field.draw({buffer, static_cast<size_t>(length)});
@@ -70,8 +76,12 @@ bool editLine(const Field& field, char* buffer, int size, int& length, Accepts a
         if (isEnter(key) || key == kKeyEscape) return key != kKeyEscape;
         if (isBackspace(key)) {
             length = std::max(length - 1, 0);
+            lost = false;
         } else if (accepts(key) && length < size - 1) {
             buffer[length++] = static_cast<char>(key);
+        } else {
+            lost = lost || accepts(key);
+            refuseKey(key);
         }
     }
 }
@@ -139,11 +149,14 @@ int askKeys(std::string_view keys) {
 
 }  // namespace
 
-int input_yx(int row, int col, const char* prompt, char* buffer, int size, int lowest, int start, int width) {
+int input_yx(int row, int col, const char* prompt, char* buffer, int size, int lowest, int start, int width,
+             bool* lost) {
     const Field field = promptField(row, col, prompt, width);
     int length = std::clamp(start, 0, size - 1);
+    bool noRoom = false;
     const bool entered =
-        editLine(field, buffer, size, length, [lowest](int key) { return key >= lowest && key <= 127; });
+        editLine(field, buffer, size, length, noRoom, [lowest](int key) { return key >= lowest && key <= 127; });
+    if (lost) *lost = noRoom;
     clrToEol(row, col);
     buffer[length] = 0;
     return entered ? length : -1;
@@ -161,7 +174,8 @@ int input_positive_number_yx(int row, int col, const char* prompt) {
     std::array<char, kNumberDigits + 1> digits{};
     const Field field = promptField(row, col, prompt, 0);
     int length = 0;
-    const bool entered = editLine(field, digits.data(), static_cast<int>(digits.size()), length,
+    bool lost = false;  // does not matter: the number is beyond all others by then
+    const bool entered = editLine(field, digits.data(), static_cast<int>(digits.size()), length, lost,
                                   [](int key) { return key >= '0' && key <= '9'; });
     clrToEol(row, col);
     if (!entered) return -1;
@@ -171,11 +185,12 @@ int input_positive_number_yx(int row, int col, const char* prompt) {
     return static_cast<int>(std::min<long>(std::strtol(digits.data(), nullptr, 10), INT_MAX));
 }
 
-int inputPassword(int row, int col, const char* prompt, char* buffer, int size, char echo, bool keep) {
+int inputPassword(int row, int col, const char* prompt, char* buffer, int size, char echo, bool keep, bool* lost) {
     clrToEol(row, 0);
     displText(row, col, "%s", prompt);
     const toolkit::Pen start = {row, std::min(toolkit::pen().col, kScreenColumns - 1)};
     int length = keep ? static_cast<int>(strnlen(buffer, static_cast<size_t>(size - 1))) : 0;
+    bool noRoom = false;
     toolkit::translateKeys(false);
     const CursorGuard cursor(true);
     for (;;) {
@@ -187,8 +202,13 @@ int inputPassword(int row, int col, const char* prompt, char* buffer, int size, 
             length = std::max(length - 1, 0);
         } else if (key >= 1 && key <= 255 && length < size - 1) {
             buffer[length++] = static_cast<char>(key);
+        } else if (key >= 1 && key <= 255) {
+            // For good: nobody sees which octet Backspace would take.
+            noRoom = true;
+            refuseKey(key);
         }
     }
+    if (lost) *lost = noRoom;
     buffer[length] = 0;
     return length;
 }

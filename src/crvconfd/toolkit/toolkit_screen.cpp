@@ -46,6 +46,22 @@ struct LogicalAttributes {
 };
 LogicalAttributes attributes;
 
+/// What leaves the screen of curses and shows the cursor again, for the same handler.
+std::array<char, 128> leaveSequence;
+size_t leaveLength = 0;
+
+void keepLeaveSequence() {
+    leaveLength = 0;
+    for (const char* name : {"rmcup", "cnorm", "sgr0"}) {
+        const char* sequence = tigetstr(name);
+        if (!sequence || sequence == reinterpret_cast<const char*>(-1)) continue;
+        const size_t length = std::strlen(sequence);
+        if (leaveLength + length > leaveSequence.size()) continue;
+        std::memcpy(leaveSequence.data() + leaveLength, sequence, length);
+        leaveLength += length;
+    }
+}
+
 /// The signal that asked for the end; 0 while none did.
 std::atomic<int> endSignal{0};
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler writes it");
@@ -57,6 +73,7 @@ void onEndSignal(int signal) {
     }
     // Asked twice: the program hangs somewhere, so the terminal is put right from here.
     tcsetattr(STDIN_FILENO, TCSANOW, &startModes);
+    [[maybe_unused]] const ssize_t ignored = write(STDOUT_FILENO, leaveSequence.data(), leaveLength);
     std::signal(signal, SIG_DFL);
     std::raise(signal);
 }
@@ -184,6 +201,7 @@ void initScr() {
     use_legacy_coding(2);
     set_escdelay(100);
     setKeyModes();
+    keepLeaveSequence();
     catchEndSignals();
 }
 
