@@ -9,7 +9,7 @@ namespace crv {
 namespace {
 
 constexpr size_t kLongestOid = 39;
-constexpr size_t kLongestName = 59;
+constexpr size_t kLongestNote = 59;
 
 /// A word; an empty one shows its message. False on Escape or after the message.
 bool askForWord(const char* prompt, const char* empty, size_t longest, std::string& word) {
@@ -31,7 +31,7 @@ bool askForOid(const OidPrompt& texts, ASNobjectId& oid) {
 }
 
 bool askForName(const NamePrompt& texts, std::string& name) {
-    return askForWord(texts.prompt, texts.empty, kLongestName, name);
+    return askForWord(texts.prompt, texts.empty, kLongestNote, name);
 }
 
 }  // namespace crv
