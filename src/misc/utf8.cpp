@@ -48,13 +48,6 @@ Utf8Character toUtf8(char32_t c) {
     return out;
 }
 
-bool isUtf8(std::string_view text) {
-    while (!text.empty()) {
-        if (!takeCharacter(text)) return false;
-    }
-    return true;
-}
-
 std::string_view cutText(std::string_view text, size_t count) {
     if (text.size() <= count) return text;
     while (count > 0 && isTail(text[count])) --count;

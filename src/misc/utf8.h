@@ -14,9 +14,7 @@ constexpr char32_t kReplacementCharacter = 0xFFFD;
 /// Takes the next character of a text that is not empty off its front. Where none begins (overlong forms, surrogates,
 /// numbers beyond U+10FFFF) one octet is taken and the answer is nothing.
 [[nodiscard]] std::optional<char32_t> takeCharacter(std::string_view& text);
-/// Whether all of a text is well-formed.
-[[nodiscard]] bool isUtf8(std::string_view text);
-/// takeCharacter with U+FFFD for each octet that begins none.
+/// The same with U+FFFD for each octet that begins none.
 [[nodiscard]] inline char32_t takeUtf8(std::string_view& text) {
     return takeCharacter(text).value_or(kReplacementCharacter);
 }
