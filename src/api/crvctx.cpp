@@ -51,6 +51,7 @@ void CRVctx::testPrimitives() {
 CRVctx::CRVctx() {
     keyManager.init(state);
     certificateManager.init(dbManager, certificateCache, [this] { return trustedCertificates(keyManager); });
+    certificateManager.setAlgorithmPolicy([this] { return configurationManager.record().getAlgorithmPolicy(); });
     revocationManager.init(certificateManager);
     dbManager.init([this] { return databaseOf(configurationManager.profile()); });
     networkManager.init(state);

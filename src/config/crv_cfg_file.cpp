@@ -113,15 +113,30 @@ bool CRVCfgFile::isSuchTextOpt(long id) {
     return findRow(kTextOptions, id) != nullptr;
 }
 
-std::optional<std::string> CRVCfgFile::getTextOpt(long id) const {
-    const KnownOid& oid = demandRow(kTextOptions, id).oid;
+std::optional<std::string> CRVCfgFile::textField(const KnownOid& oid) const {
     if (!findField(oid)) return std::nullopt;
     return decoded<ASNutf8String>(oid).utf8();
 }
 
-void CRVCfgFile::setTextOpt(long id, const std::optional<std::string>& value) {
+void CRVCfgFile::setTextField(const KnownOid& oid, const std::optional<std::string>& value) {
     const ASNutf8String text(value.value_or(""));
-    setField(demandRow(kTextOptions, id).oid, value ? &text : nullptr);
+    setField(oid, value ? &text : nullptr);
+}
+
+std::optional<std::string> CRVCfgFile::getTextOpt(long id) const {
+    return textField(demandRow(kTextOptions, id).oid);
+}
+
+void CRVCfgFile::setTextOpt(long id, const std::optional<std::string>& value) {
+    setTextField(demandRow(kTextOptions, id).oid, value);
+}
+
+std::optional<std::string> CRVCfgFile::getAlgorithmPolicy() const {
+    return textField(OID_CRV_CONFIG_ALGORITHM_POLICY);
+}
+
+void CRVCfgFile::setAlgorithmPolicy(const std::optional<std::string>& text) {
+    setTextField(OID_CRV_CONFIG_ALGORITHM_POLICY, text);
 }
 
 long CRVCfgFile::getProtMsgFmt() const {

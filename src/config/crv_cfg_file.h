@@ -81,7 +81,14 @@ class CRVCfgFile : public ASNsequenceList<CfgField> {
     [[nodiscard]] std::optional<AlgorithmIdentifier> getSignatureAlgorithmIdentifier() const;
     void setSignaturaAlgorithmIdentifier(const AlgorithmIdentifier& algorithm);
 
+    /// Which algorithms signatures of certificates and CRLs may have, as pki/algorithm_policy.h reads it; nothing when
+    /// absent: its default. Nothing removes the field.
+    [[nodiscard]] std::optional<std::string> getAlgorithmPolicy() const;
+    void setAlgorithmPolicy(const std::optional<std::string>& text);
+
   private:
+    [[nodiscard]] std::optional<std::string> textField(const KnownOid& oid) const;
+    void setTextField(const KnownOid& oid, const std::optional<std::string>& value);
     template <class Object>
     [[nodiscard]] Object decoded(const KnownOid& oid, Object absent = {}) const;
     [[nodiscard]] Certificates certificates(const KnownOid& oid) const;

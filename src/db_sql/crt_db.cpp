@@ -93,7 +93,10 @@ bool CrtDb::insertMany(const Source& next, const Progress& progress, const Refus
 }
 
 bool CrtDb::findBySubject(CrtItemList& list, const DistinguishedName& subject) {
-    return manager_->findCertsBySbjDnHash(list, dnHash(subject));
+    const DbHash hash = dnHash(subject), former = dnHash(subject, NameFolding::Ascii);
+    if (!manager_->findCertsBySbjDnHash(list, hash)) return false;
+    // Certificates stored before names were folded in Unicode stand under the other hash.
+    return former == hash || manager_->findCertsBySbjDnHash(list, former);
 }
 
 bool CrtDb::findByIssuerAndSerNum(CrtItemList& list, const DistinguishedName& issuer, const ASNinteger& serialNumber) {

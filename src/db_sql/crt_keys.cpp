@@ -55,8 +55,8 @@ uint8_t dnFldType(const ASNobjectId& type) {
     return row == kFieldTypes.end() ? static_cast<uint8_t>(kDnOther) : row->type;
 }
 
-DbHash dnHash(const DistinguishedName& name) {
-    return sha1(name.normalize().encoded());
+DbHash dnHash(const DistinguishedName& name, NameFolding folding) {
+    return sha1(name.normalize(folding).encoded());
 }
 
 DbHash crtHash(ByteView der) {

@@ -1,13 +1,13 @@
 // The keys under which the database stores a certificate, made from the certificate.
 #pragma once
 
+#include "asn/x509/distinguished_name.h"
 #include "db_sql/crt_record.h"
 
 namespace crv {
 
 class ASNinteger;
 class ASNobjectId;
-class DistinguishedName;
 class SignedCertificate;
 
 /// Makes the record of a certificate given by its DER octets, to which the record refers. False when they are not
@@ -20,7 +20,7 @@ void makeCrtRecord(const SignedCertificate& certificate, ByteView der, CrtRecord
 [[nodiscard]] bool hasOtherKeyId(ByteView der, ByteView keyId);
 
 /// SHA-1 of a name after normalisation: what sbjDnHash holds.
-[[nodiscard]] DbHash dnHash(const DistinguishedName& name);
+[[nodiscard]] DbHash dnHash(const DistinguishedName& name, NameFolding folding = NameFolding::Unicode);
 /// SHA-1 of a serial number's DER encoding: what serNumHash holds.
 [[nodiscard]] DbHash serNumHash(const ASNinteger& serialNumber);
 /// SHA-1 of a certificate: what crtHash holds.

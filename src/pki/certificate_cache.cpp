@@ -1,14 +1,9 @@
 #include "pki/certificate_cache.h"
 
-#include "asn/x509/signed_cert_rev_list.h"
-#include "asn/x509/signed_certificate.h"
-#include "crypto/kc_hash.h"
-
 namespace crv {
 
 CertPtr CertificateCache::certificate(ByteView der) {
-    Digest digest;
-    hashInto(KcHashAlgo::Sha256, der, digest);
+    const Digest digest = digestOf(der);
     const auto known = certificates_.find(digest);
     if (known != certificates_.end()) return known->second;
     if (certificates_.size() >= kMaxEntries) certificates_.clear();
@@ -17,30 +12,25 @@ CertPtr CertificateCache::certificate(ByteView der) {
     return made;
 }
 
-template <class Signed>
-bool CertificateCache::check(const Signed& object, const SignedCertificate& issuer) {
-    std::pair<Digest, Digest> pair;
-    if (!object.computeDigest(KcHashAlgo::Sha256, pair.first.data(), pair.first.size()) ||
-        !issuer.computeDigest(KcHashAlgo::Sha256, pair.second.data(), pair.second.size())) {
-        return false;
-    }
-    if (goodSignatures_.contains(pair)) return true;
-    if (!object.isSignedBy(issuer.keyInfo().publicKey())) return false;
+FactsPtr CertificateCache::facts(const CertPtr& certificate) {
+    const auto known = facts_.find(certificate.get());
+    if (known != facts_.end()) return known->second;
+    if (facts_.size() >= kMaxEntries) facts_.clear();
+    return facts_[certificate.get()] = factsOf(certificate);
+}
+
+bool CertificateCache::isKnownSignature(const Digest& object, const Digest& key) const {
+    return goodSignatures_.contains({object, key});
+}
+
+void CertificateCache::keepSignature(const Digest& object, const Digest& key) {
     if (goodSignatures_.size() >= kMaxEntries) goodSignatures_.clear();
-    goodSignatures_.insert(pair);
-    return true;
-}
-
-bool CertificateCache::isSignedBy(const SignedCertificate& certificate, const SignedCertificate& issuer) {
-    return check(certificate, issuer);
-}
-
-bool CertificateCache::isSignedBy(const SignedCertRevList& crl, const SignedCertificate& issuer) {
-    return check(crl, issuer);
+    goodSignatures_.insert({object, key});
 }
 
 void CertificateCache::clear() {
     certificates_.clear();
+    facts_.clear();
     goodSignatures_.clear();
 }
 

@@ -1,16 +1,12 @@
 // Certificates that were parsed and signatures that were found right, kept for the next time.
 #pragma once
 
-#include <array>
 #include <map>
 #include <set>
 
-#include "asn/x509/cert_ptr.h"
+#include "pki/certificate_facts.h"
 
 namespace crv {
-
-class PublicKey;
-class SignedCertRevList;
 
 /// Bounded; holds nothing that cannot be made again. Used by one thread at a time.
 class CertificateCache {
@@ -19,18 +15,16 @@ class CertificateCache {
 
     /// The certificate of an encoding; null when it is none.
     [[nodiscard]] CertPtr certificate(ByteView der);
-    /// Whether the issuer's key made the signature. Only right ones are remembered. Throws CryptoError for a key or an
-    /// algorithm that cannot be used.
-    [[nodiscard]] bool isSignedBy(const SignedCertificate& certificate, const SignedCertificate& issuer);
-    [[nodiscard]] bool isSignedBy(const SignedCertRevList& crl, const SignedCertificate& issuer);
+    /// What a certificate says.
+    [[nodiscard]] FactsPtr facts(const CertPtr& certificate);
+    /// Signatures that were found right, by the digest of what is signed and that of the key.
+    [[nodiscard]] bool isKnownSignature(const Digest& object, const Digest& key) const;
+    void keepSignature(const Digest& object, const Digest& key);
     void clear();
 
   private:
-    using Digest = std::array<uint8_t, 32>;
-    template <class Signed>
-    bool check(const Signed& object, const SignedCertificate& issuer);
-
     std::map<Digest, CertPtr> certificates_;
+    std::map<const SignedCertificate*, FactsPtr> facts_;  // which keep the certificates
     std::set<std::pair<Digest, Digest>> goodSignatures_;
 };
 

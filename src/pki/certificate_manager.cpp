@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "asn/x509/signed_certificate.h"
+#include "corvane/crverrors.h"
 #include "misc/atomic_write.h"
 #include "pki/cert_file_reader.h"
 
@@ -18,6 +19,10 @@ constexpr size_t kExportStep = 256;
 
 TransferEnd databaseFailure(const DbManager& database) {
     return database.outOfMemory() ? TransferEnd::NoMemory : TransferEnd::Database;
+}
+
+PathFault unreadablePolicy() {
+    return {ECRV_PATH_VER_ERR, "", "the algorithm policy of the configuration cannot be read"};
 }
 
 }  // namespace
@@ -91,14 +96,44 @@ CertList CertificateManager::findBySubject(const DistinguishedName& subject) {
     return list;
 }
 
-CertPath CertificateManager::buildPath(const CertPtr& certificate, const PathOptions& options, const CertList& extra) {
+const AlgorithmPolicy* CertificateManager::algorithms() {
+    std::optional<std::string> text = policyText_ ? policyText_() : std::nullopt;
+    if (!text) text = AlgorithmPolicy::kDefault;
+    if (text != policyRead_) policy_ = AlgorithmPolicy::fromText(*text);
+    policyRead_ = std::move(text);
+    return policy_ ? &*policy_ : nullptr;
+}
+
+PathVerdict CertificateManager::buildPath(const CertPtr& certificate, const PathOptions& options,
+                                          const SubQuestion& question) {
+    const AlgorithmPolicy* policy = algorithms();
+    if (!policy) return verdictOn({cache_->facts(certificate)}, unreadablePolicy(), 0);
     const auto issuers = [&](const SignedCertificate& of) {
-        CertList list = extra;
+        CertList list = question.extra;
         const CertList stored = findBySubject(of.issuer());
         list.insert(list.end(), stored.begin(), stored.end());
         return list;
     };
-    return PathBuilder(*cache_, trustPoints(), issuers, status_).build(certificate, options);
+    const PathValidator validator(*cache_, *policy, status_);
+    return PathBuilder(*cache_, question.trusted, issuers, validator).build(certificate, options, question.budget);
+}
+
+PathVerdict CertificateManager::buildPath(const CertPtr& certificate, const PathOptions& options,
+                                          const CertList& extra) {
+    WorkBudget budget(options.limits);
+    return buildPath(certificate, options, {trustPoints(), extra, budget});
+}
+
+PathVerdict CertificateManager::checkPath(const CertList& path, const PathOptions& options) {
+    FactsList facts;
+    for (const CertPtr& one : path) facts.push_back(cache_->facts(one));
+    if (path.empty() || !contains(trustPoints(), *path.back()))
+        return verdictOn(facts, {ECRV_CRTNOTFOUND, "6.1.1 (d)", "the path ends at no trust point"}, 0);
+    if (path.size() > options.depth) return verdictOn(facts, {ECRV_PATH_VER_ERR, "6.1", "path too long"}, 0);
+    const AlgorithmPolicy* policy = algorithms();
+    if (!policy) return verdictOn(facts, unreadablePolicy(), 0);
+    WorkBudget budget(options.limits);
+    return PathValidator(*cache_, *policy, status_).validate(facts, options, budget);
 }
 
 }  // namespace crv

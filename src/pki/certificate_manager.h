@@ -6,7 +6,7 @@
 
 #include "db_sql/crt_db.h"
 #include "pki/certificate_cache.h"
-#include "pki/certificate_path.h"
+#include "pki/path_builder.h"
 
 namespace crv {
 
@@ -31,6 +31,11 @@ class CertificateManager {
     void init(DbManager& database, CertificateCache& cache, TrustSource trustPoints);
     /// Who knows about revocation; without it paths are checked without.
     void setStatusSource(StatusSource status) { status_ = std::move(status); }
+    /// Text of the algorithm policy at the time of the call; nothing means the default (see algorithm_policy.h).
+    using PolicySource = std::function<std::optional<std::string>()>;
+    void setAlgorithmPolicy(PolicySource policy) { policyText_ = std::move(policy); }
+    /// The policy that holds now; null when its text cannot be read.
+    [[nodiscard]] const AlgorithmPolicy* algorithms();
 
     [[nodiscard]] DbManager& database() const { return *database_; }
     [[nodiscard]] CrtDb db() const { return CrtDb(*database_); }
@@ -51,8 +56,19 @@ class CertificateManager {
     bool removeCertsOverTime(int64_t time, CrtStore::Removed& result) { return db().removeCertsOverTime(time, result); }
 
     /// Builds a path from the certificate to a trust point through `extra` and the database, and checks it.
-    [[nodiscard]] CertPath buildPath(const CertPtr& certificate, const PathOptions& options,
-                                     const CertList& extra = {});
+    [[nodiscard]] PathVerdict buildPath(const CertPtr& certificate, const PathOptions& options,
+                                        const CertList& extra = {});
+    /// Checks the given path, which runs from the certificate to a trust point, as it stands.
+    [[nodiscard]] PathVerdict checkPath(const CertList& path, const PathOptions& options);
+
+    /// What is asked in the course of another question: whom to trust, and the work that both may cost.
+    struct SubQuestion {
+        const CertList& trusted;
+        const CertList& extra;
+        WorkBudget& budget;
+    };
+    [[nodiscard]] PathVerdict buildPath(const CertPtr& certificate, const PathOptions& options,
+                                        const SubQuestion& question);
     /// Certificates in the database and among the trust points that have the name as subject.
     [[nodiscard]] CertList findBySubject(const DistinguishedName& subject);
 
@@ -61,6 +77,9 @@ class CertificateManager {
     CertificateCache* cache_ = nullptr;
     TrustSource trustPoints_;
     StatusSource status_;
+    PolicySource policyText_;
+    std::optional<std::string> policyRead_;  // the text that `policy_` was made from
+    std::optional<AlgorithmPolicy> policy_;
 };
 
 }  // namespace crv

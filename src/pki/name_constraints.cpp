@@ -1,25 +1,30 @@
 #include "pki/name_constraints.h"
 
 #include <algorithm>
+#include <bit>
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "asn/x509/signed_certificate.h"
+#include "corvane/crverrors.h"
 #include "misc/ascii.h"
 
 namespace crv {
 
 namespace {
 
-enum class Match { Inside, Outside, OtherForm, UnknownForm };
+using Form = GeneralName::Form;
 
-Match matchOf(bool inside) {
-    return inside ? Match::Inside : Match::Outside;
+/// The root's dot at the end changes nothing of what a host name means.
+std::string_view withoutFinalDot(std::string_view host) {
+    if (host.size() > 1 && host.ends_with('.')) host.remove_suffix(1);
+    return host;
 }
 
 /// Whether the host is the domain or, when `below` says so, one below it.
 bool inDomain(std::string_view host, std::string_view domain, bool itself) {
+    host = withoutFinalDot(host);
+    domain = withoutFinalDot(domain);
     if (equalIgnoreCase(host, domain)) return itself;
     return host.size() > domain.size() && equalIgnoreCase(host.substr(host.size() - domain.size()), domain) &&
            (domain.empty() || domain.front() == '.' || host[host.size() - domain.size() - 1] == '.');
@@ -27,13 +32,22 @@ bool inDomain(std::string_view host, std::string_view domain, bool itself) {
 
 /// A base that begins with a dot means hosts below the domain, another one exactly this host.
 bool hostFits(std::string_view host, std::string_view base) {
-    return base.starts_with('.') ? inDomain(host, base, false) : equalIgnoreCase(host, base);
+    return base.starts_with('.') ? inDomain(host, base, false)
+                                 : equalIgnoreCase(withoutFinalDot(host), withoutFinalDot(base));
 }
 
+/// The mailbox in front of the "@" keeps its letter case (RFC 5280 7.5).
 bool mailFits(std::string_view address, std::string_view base) {
-    if (base.find('@') != std::string_view::npos) return equalIgnoreCase(address, base);
-    const size_t at = address.rfind('@');
-    return at != std::string_view::npos && hostFits(address.substr(at + 1), base);
+    const size_t at = address.rfind('@'), baseAt = base.rfind('@');
+    const std::string_view host = address.substr(at + 1);
+    if (baseAt == std::string_view::npos) return hostFits(host, base);
+    return address.substr(0, at) == base.substr(0, baseAt) && hostFits(host, base.substr(baseAt + 1));
+}
+
+/// What stands for many hosts lies in an excluded domain as soon as one of them may.
+bool dnsFits(std::string_view host, std::string_view base, bool excluded) {
+    if (inDomain(host, base, true)) return true;
+    return excluded && host.starts_with("*.") && inDomain(base, host.substr(2), true);
 }
 
 std::string_view hostOf(std::string_view uri) {
@@ -42,7 +56,7 @@ std::string_view hostOf(std::string_view uri) {
     uri.remove_prefix(scheme + 3);
     uri = uri.substr(0, uri.find_first_of("/?#"));
     if (const size_t at = uri.rfind('@'); at != std::string_view::npos) uri.remove_prefix(at + 1);
-    return uri.substr(0, uri.find(':'));
+    return uri.starts_with('[') ? uri : uri.substr(0, uri.find(':'));
 }
 
 /// Whether the host of a URI is a name: one without a host, or with an address in its place, cannot be judged (RFC 5280
@@ -51,76 +65,146 @@ bool isHostName(std::string_view host) {
     return host.find_first_not_of("0123456789.") != std::string_view::npos && host.front() != '[';
 }
 
-bool nameFits(const DistinguishedName& name, const DistinguishedName& base) {
-    const DistinguishedName whole = name.normalize(), front = base.normalize();
-    if (front.size() > whole.size()) return false;
-    for (size_t i = 0; i < front.size(); ++i) {
-        if (front[i].encoded() != whole[i].encoded()) return false;
+bool isMailbox(std::string_view address) {
+    const size_t at = address.rfind('@');
+    return at != std::string_view::npos && at > 0 && at + 1 < address.size();
+}
+
+/// Address and mask of one length, the mask all ones and then all zeros (RFC 4632).
+bool isRange(ByteView range) {
+    if (range.size() != 8 && range.size() != 32) return false;
+    bool ended = false;
+    for (const uint8_t octet : range.subspan(range.size() / 2)) {
+        const int ones = std::countl_one(octet);
+        if ((ended && ones > 0) || std::popcount(octet) != ones) return false;
+        ended = ended || ones < 8;
     }
     return true;
 }
 
-Match match(const GeneralName& name, const GeneralName& base) {
-    if (name.getChosenIndex() != base.getChosenIndex()) return Match::OtherForm;
-    switch (name.getChosenIndex()) {
-        case GeneralName::kDirectoryName:
-            return matchOf(nameFits(*name.name(), *base.name()));
+bool addressFits(ByteView address, ByteView range) {
+    if (address.size() * 2 != range.size()) return false;
+    for (size_t i = 0; i < address.size(); ++i)
+        if (((address[i] ^ range[i]) & range[address.size() + i]) != 0) return false;
+    return true;
+}
+
+bool isMalformed(Form form, std::string_view text, bool base) {
+    switch (form) {
         case GeneralName::kRfc822Name:
-            return matchOf(mailFits(name.value(), base.value()));
-        case GeneralName::kDnsName:
-            return matchOf(inDomain(name.value(), base.value(), true));
-        case GeneralName::kUri: {
-            const std::string uri = name.value();
-            return isHostName(hostOf(uri)) ? matchOf(hostFits(hostOf(uri), base.value())) : Match::UnknownForm;
-        }
+            return base ? text.empty() : !isMailbox(text);
+        case GeneralName::kUri:
+            return !base && !isHostName(text);
+        case GeneralName::kIpAddress:
+            return base ? !isRange(asBytes(text)) : text.size() != 4 && text.size() != 16;
         default:
-            return Match::UnknownForm;
+            return false;
     }
 }
 
-bool anyMatch(const GeneralSubtrees& trees, const GeneralName& name, Match wanted) {
-    return std::ranges::any_of(trees, [&](const GeneralSubtree& tree) { return match(name, tree.base) == wanted; });
+std::vector<Bytes> setsOf(const DistinguishedName& name) {
+    std::vector<Bytes> sets;
+    for (const RelativeDistinguishedName& set : name.normalize()) sets.push_back(set.encoded());
+    return sets;
 }
 
-bool allowedBy(const NameConstraints& constraints, const GeneralName& name) {
-    if (const auto& excluded = constraints.excludedSubtrees) {
-        if (anyMatch(*excluded, name, Match::Inside) || anyMatch(*excluded, name, Match::UnknownForm)) return false;
-    }
-    const auto& permitted = constraints.permittedSubtrees;
-    if (!permitted || anyMatch(*permitted, name, Match::Inside)) return true;
-    return !anyMatch(*permitted, name, Match::Outside) && !anyMatch(*permitted, name, Match::UnknownForm);
+PathFault notPermitted(const char* text, const char* clause) {
+    return {ECRV_PATH_VER_ERR, clause, text};
 }
 
 }  // namespace
 
-bool NameConstraintsState::add(const SignedCertificate& authority) {
-    const Extension* extension = authority.extensions().find(OID_CE_NAME_CONSTRAINTS);
-    if (!extension) return true;
-    NameConstraints constraints;
-    if (!extension->decode(constraints)) return false;
-    constraints_.push_back(std::move(constraints));
-    return true;
+NameConstraintsState::Name NameConstraintsState::prepared(const GeneralName& name, bool base) {
+    Name out{.form = name.getChosenIndex()};
+    if (const DistinguishedName* directory = name.name()) {
+        out.sets = setsOf(*directory);
+    } else if (name.is(GeneralName::kIpAddress)) {
+        out.text = asText(name.chosenAs<ASNoctstr>()->value());
+    } else if (name.is(GeneralName::kUri) && !base) {
+        out.text = hostOf(name.value());
+    } else {
+        out.text = name.value();
+    }
+    out.malformed = isMalformed(static_cast<Form>(out.form), out.text, base);
+    return out;
 }
 
-bool NameConstraintsState::allows(const GeneralName& name) const {
-    return std::ranges::all_of(constraints_, [&](const NameConstraints& one) { return allowedBy(one, name); });
+NameConstraintsState::Match NameConstraintsState::match(const Name& name, const Name& base, bool excluded) {
+    if (name.form != base.form) return Match::OtherForm;
+    if (name.malformed || base.malformed) return Match::Unknown;
+    const auto answer = [](bool inside) { return inside ? Match::Inside : Match::Outside; };
+    switch (name.form) {
+        case GeneralName::kDirectoryName:
+            return answer(base.sets.size() <= name.sets.size() &&
+                          std::equal(base.sets.begin(), base.sets.end(), name.sets.begin()));
+        case GeneralName::kRfc822Name:
+            return answer(mailFits(name.text, base.text));
+        case GeneralName::kDnsName:
+            return answer(dnsFits(name.text, base.text, excluded));
+        case GeneralName::kUri:
+            return answer(hostFits(name.text, base.text));
+        case GeneralName::kIpAddress:
+            return answer(addressFits(asBytes(name.text), asBytes(base.text)));
+        default:
+            return Match::Unknown;
+    }
 }
 
-bool NameConstraintsState::allows(const SignedCertificate& certificate) const {
-    if (constraints_.empty()) return true;
+/// The subject, the alternative names, and without these the e-mail addresses in the subject.
+std::vector<NameConstraintsState::Name> NameConstraintsState::namesOf(const CertificateFacts& facts) {
+    std::vector<Name> names;
     GeneralName name;
+    const SignedCertificate& certificate = *facts.certificate;
     if (!certificate.subject().empty()) {
         name.setName(certificate.subject());
-        if (!allows(name)) return false;
+        names.push_back(prepared(name, false));
     }
-    const auto alternatives = certificate.extensions().get<GeneralNames>(OID_CE_SUBJECT_ALT_NAME);
-    if (!alternatives && certificate.extensions().find(OID_CE_SUBJECT_ALT_NAME)) return false;
-    if (alternatives) return std::ranges::all_of(*alternatives, [&](const GeneralName& one) { return allows(one); });
-    // Without alternative names the addresses in the subject count.
-    return std::ranges::all_of(certificate.emails(), [&](const std::string& email) {
+    if (facts.alternativeNames) {
+        for (const GeneralName& one : *facts.alternativeNames) names.push_back(prepared(one, false));
+        return names;
+    }
+    for (const std::string& email : certificate.emails()) {
         name.setText(GeneralName::kRfc822Name, email);
-        return allows(name);
-    });
+        names.push_back(prepared(name, false));
+    }
+    return names;
+}
+
+void NameConstraintsState::add(const CertificateFacts& authority) {
+    if (!authority.constraints) return;
+    Subtrees& trees = subtrees_.emplace_back();
+    const auto take = [](const auto& list, std::vector<Name>& out) {
+        if (!list) return;
+        for (const GeneralSubtree& tree : *list) out.push_back(prepared(tree.base, true));
+    };
+    take(authority.constraints->permittedSubtrees, trees.permitted);
+    take(authority.constraints->excludedSubtrees, trees.excluded);
+}
+
+PathFault NameConstraintsState::check(const Name& name, const Subtrees& trees) {
+    const size_t cost = trees.permitted.size() + trees.excluded.size();
+    if (cost > budget_) return notPermitted("more names and constraints than are looked at", "6.1.3 (b)");
+    budget_ -= cost;
+    for (const Name& base : trees.excluded) {
+        const Match found = match(name, base, true);
+        if (found == Match::Inside || found == Match::Unknown) return notPermitted("name excluded", "6.1.3 (c)");
+    }
+    bool constrained = false;
+    for (const Name& base : trees.permitted) {
+        const Match found = match(name, base, false);
+        if (found == Match::Inside) return {};
+        constrained = constrained || found != Match::OtherForm;
+    }
+    return constrained ? notPermitted("name not permitted", "6.1.3 (b)") : PathFault{};
+}
+
+PathFault NameConstraintsState::check(const CertificateFacts& certificate) {
+    if (subtrees_.empty()) return {};
+    for (const Name& name : namesOf(certificate)) {
+        for (const Subtrees& trees : subtrees_)
+            if (PathFault fault = check(name, trees)) return fault;
+    }
+    return {};
 }
 
 }  // namespace crv

@@ -3,25 +3,42 @@
 
 #include <vector>
 
-#include "asn/x509/ext_names.h"
+#include "pki/certificate_facts.h"
 
 namespace crv {
 
-class SignedCertificate;
-
-/// The names that the authorities seen so far permit. Directory names, e-mail addresses, DNS names and URIs are
-/// understood; of another form nothing is permitted once it is constrained.
+/// The names that the authorities seen so far permit. Directory names, e-mail addresses, DNS names, URIs and addresses
+/// are understood; of another form nothing is permitted once it is constrained.
 class NameConstraintsState {
   public:
-    /// Adds what an authority demands of the certificates below it. False when its extension is malformed.
-    [[nodiscard]] bool add(const SignedCertificate& authority);
-    /// Whether every name of the certificate is permitted.
-    [[nodiscard]] bool allows(const SignedCertificate& certificate) const;
+    /// `budget`: comparisons that all certificates together may cost.
+    explicit NameConstraintsState(size_t budget) : budget_(budget) {}
+
+    /// Adds what an authority demands of the certificates below it.
+    void add(const CertificateFacts& authority);
+    /// What is wrong with the names of the certificate.
+    [[nodiscard]] PathFault check(const CertificateFacts& certificate);
 
   private:
-    [[nodiscard]] bool allows(const GeneralName& name) const;
+    /// A name, or the base of a subtree, made ready to be compared.
+    struct Name {
+        int form = -1;
+        std::string text{};         // of texts, the octets of addresses
+        std::vector<Bytes> sets{};  // of a directory name, normalised
+        bool malformed = false;
+    };
+    struct Subtrees {
+        std::vector<Name> permitted, excluded;
+    };
+    enum class Match { Inside, Outside, OtherForm, Unknown };
 
-    std::vector<NameConstraints> constraints_;
+    [[nodiscard]] static Name prepared(const GeneralName& name, bool base);
+    [[nodiscard]] static Match match(const Name& name, const Name& base, bool excluded);
+    [[nodiscard]] static std::vector<Name> namesOf(const CertificateFacts& certificate);
+    [[nodiscard]] PathFault check(const Name& name, const Subtrees& trees);
+
+    std::vector<Subtrees> subtrees_;
+    size_t budget_;
 };
 
 }  // namespace crv

@@ -1,97 +1,60 @@
 #include "pki/revocation_manager.h"
 
 #include <algorithm>
-#include <memory>
+#include <ctime>
+#include <ranges>
 #include <utility>
 
 #include "asn/x509/signed_cert_rev_list.h"
 #include "asn/x509/signed_certificate.h"
 #include "corvane/crverrors.h"
-#include "crypto/crypto_error.h"
 #include "misc/exceptions.h"
 #include "misc/whole_file.h"
 #include "pki/cert_file_reader.h"
 
 namespace crv {
 
-/// A stored CRL of the issuer in question. What it is, it says itself: after a change that was cut off the index row
-/// may be that of another one.
-struct RevocationManager::Loaded {
-    Bytes der;
-    std::unique_ptr<SignedCertRevList> crl;
-    std::optional<IssuingDistributionPoint> point;
-    int code = 0;  // of the check
-
-    [[nodiscard]] bool isDelta() const { return crl->baseCrlNumber().has_value(); }
-};
-
 namespace {
 
-bool isCurrent(const SignedCertRevList& crl, int64_t time) {
-    const std::optional<int64_t> begin = crl.thisUpdate(), end = crl.nextUpdate();
-    return begin && *begin <= time && (!end || time <= *end);
-}
-
-/// Whether a distribution point of the certificate has a name that the CRL's point has.
-bool namesMeet(const DistributionPointName& point, const SignedCertificate& certificate) {
-    const auto points = certificate.extensions().get<CrlDistributionPoints>(OID_CE_CRL_DISTRIBUTION_POINTS);
-    const GeneralNames* wanted = point.fullName();
-    if (!points || !wanted) return false;
-    for (const DistributionPoint& one : *points) {
-        const GeneralNames* names = one.distributionPoint ? one.distributionPoint->fullName() : nullptr;
-        if (!names) continue;
-        for (const GeneralName& name : *names) {
-            if (std::ranges::any_of(*wanted, [&](const auto& other) { return name.encoded() == other.encoded(); })) {
-                return true;
-            }
-        }
-    }
-    return false;
-}
-
-/// Whether the certificate is within the scope of a CRL with that issuing distribution point (RFC 5280 6.3.3 (b) (2)).
-bool covers(const IssuingDistributionPoint& point, const SignedCertificate& certificate) {
-    if (point.onlyContainsAttributeCerts.value()) return false;
-    if (point.onlyContainsUserCerts.value() && certificate.isCaCrt()) return false;
-    if (point.onlyContainsCaCerts.value() && !certificate.isCaCrt()) return false;
-    return !point.distributionPoint || namesMeet(*point.distributionPoint, certificate);
-}
-
-ByteView scopeOf(const SignedCertRevList& crl) {
-    const Extension* point = crl.extensions().find(OID_CE_ISSUING_DISTRIBUTION_POINT);
-    return point ? point->extnValue.value() : ByteView();
-}
-
-/// Whether the delta completes that CRL (RFC 5280 5.2.4): the same key and scope, and numbers that fit.
-bool completes(const SignedCertRevList& delta, const SignedCertRevList& base) {
-    const auto from = delta.baseCrlNumber(), to = delta.crlNumber(), number = base.crlNumber();
-    return from && to && number && compareNumbers(*number, *from) >= 0 && compareNumbers(*to, *number) > 0 &&
-           delta.authorityKeyId() == base.authorityKeyId() && std::ranges::equal(scopeOf(delta), scopeOf(base));
-}
-
-/// Takes over what an entry says; true when there is one.
-bool apply(const SignedCertRevList& crl, const SignedCertificate& certificate, CrtStatus& status) {
-    const std::optional<RevokedCertificate> entry = crl.find(certificate.serialNumber(), certificate.issuer());
-    if (!entry) return false;
-    const CrlReason reason = entry->reason();
-    if (reason == CrlReason::RemoveFromCrl) {
-        status = {CrtStatus::State::Good, CrlReason::Unspecified, 0, 0};
-    } else {
-        status = {CrtStatus::State::Revoked, reason, entry->revokedAt().value_or(0), 0};
-    }
-    return true;
-}
+/// Octets of CRLs that are kept decoded; more of them are read anew.
+constexpr size_t kMaxHeld = size_t{128} << 20;
+/// Questions within questions: status of who signed the CRL that tells the status of who signed the CRL ...
+constexpr size_t kMaxDepth = 16;
 
 bool sameKeyId(const std::optional<Implicit<3, ASNoctstr>>& a, ByteView keyId) {
     return !a || keyId.empty() || std::ranges::equal(a->value(), keyId);
+}
+
+CrtStatus withoutAnswer(CrtStatus::State state, int code, const char* clause, const char* text) {
+    CrtStatus status;
+    status.state = state;
+    status.code = code;
+    status.clause = clause;
+    status.text = text;
+    return status;
+}
+
+/// The keys of the certificates of a path above an index, the trust point's last.
+std::vector<WorkingKey> keysAbove(const FactsList& path, size_t index) {
+    std::vector<WorkingKey> keys(path.size());
+    WorkingKey above;
+    for (size_t i = path.size(); i-- > index + 1;) above = keys[i] = keyOf(*path[i], above);
+    return keys;
+}
+
+/// Certificates of the CRL's issuer, those with the key identifier that it names first: a hint, no more (RFC 5280
+/// 5.2.1).
+void sortByHint(FactsList& signers, const CrlFacts& crl) {
+    std::ranges::stable_sort(signers, {}, [&](const FactsPtr& one) {
+        return !crl.authorityKeyId.empty() && one->subjectKeyId != crl.authorityKeyId;
+    });
 }
 
 }  // namespace
 
 void RevocationManager::init(CertificateManager& certificates) {
     certificates_ = &certificates;
-    certificates.setStatusSource([this](const SignedCertificate& certificate, const SignedCertificate& issuer,
-                                        int64_t time) { return status(certificate, issuer, time); });
+    certificates.setStatusSource([this](const StatusQuestion& question) { return answer(question); });
 }
 
 bool RevocationManager::readCrl(const std::string& path, Bytes& der) {
@@ -103,118 +66,198 @@ bool RevocationManager::readCrl(const std::string& path, Bytes& der) {
     }
 }
 
-/// Checks the CRL under one certificate of its issuer.
-int RevocationManager::checkIssuer(const SignedCertRevList& crl, const CertPtr& issuer, int64_t time) {
-    const std::optional<KeyUsage> usage = issuer->keyUsage();
-    const bool restricted = issuer->extensions().find(OID_CE_KEY_USAGE) != nullptr;
-    if (restricted && (!usage || !usage->bit(KeyUsage::kCRlSign))) return ECRV_CRTNOTFOUND;
-    try {
-        if (!certificates_->cache().isSignedBy(crl, *issuer)) return ECRV_CRTSIGN;
-    } catch (const CryptoError&) {
-        return ECRV_CRTALG;
-    }
-    // Without a look at revocation, which would go round in a circle.
-    return certificates_->buildPath(issuer, {time, 0, RevocationCheck::None}).code;
+/// Whether the key made the CRL and its certificate lets it.
+PathFault RevocationManager::faultOfSigner(const CrlFacts& crl, const CertificateFacts& signer, const WorkingKey& key,
+                                           const PathOptions& options, WorkBudget& budget) {
+    if (!signer.allows(KeyUsage::kCRlSign)) return {ECRV_CRTNOTFOUND, "6.3.3 (f)", "the key must not sign CRLs"};
+    PathFault fault = signatureFault(certificates_->cache(), budget, crl, key);
+    if (fault) fault.clause = "6.3.3 (g)";
+    if (fault) return fault;
+    const AlgorithmPolicy* policy = certificates_->algorithms();
+    const auto how = readSignAlgorithm(crl.crl().signatureAlgorithm);
+    if (!policy || !how) return {ECRV_CRTALG, "6.3.3 (g)", "signature algorithm"};
+    for (const auto& answer : {policy->hash(how->hash, options.time), policy->key(*key.key, options.time)})
+        if (answer.refused) return {ECRV_CRTALG, "6.3.3 (g)", "algorithm policy: " + answer.weakness};
+    return {};
 }
 
-/// 0 as soon as one of the issuer's certificates is good for it. With `known` given, CRLs of its key only: another
-/// authority may bear the same name under another trust point (RFC 5280 6.3.3 (f)).
-int RevocationManager::check(const SignedCertRevList& crl, int64_t time, const SignedCertificate* known) {
-    if (crl.hasUnknownCriticalExtension()) return ECRV_INV_CRL_FMT;
-    if (!isCurrent(crl, time)) return ECRV_CRL_EXPIRED;
-    const Bytes keyId = crl.authorityKeyId();
+FactsList RevocationManager::signersOf(const CrlFacts& crl) {
+    FactsList signers;
+    for (const CertPtr& one : certificates_->findBySubject(crl.issuerName()))
+        signers.push_back(certificates_->cache().facts(one));
+    sortByHint(signers, crl);
+    return signers;
+}
+
+int RevocationManager::verify(ByteView der, int64_t time) {
+    const CrlFactsPtr crl = CrlFacts::make(toBytes(der));
+    return crl ? verify(*crl, time) : ECRV_INV_CRL_FMT;
+}
+
+int RevocationManager::verify(const CrlFacts& crl, int64_t time) {
+    if (crl.fault) return crl.fault.code;
+    if (const PathFault late = faultOfTime(crl, time)) return late.code;
+    const PathOptions options{time, 0, RevocationCheck::None};
+    WorkBudget budget(options.limits);
     int code = ECRV_CRTNOTFOUND;
-    CertList issuers = certificates_->findBySubject(crl.issuer());
-    if (known) {
-        if (CertPtr one = makeCert(known->encoded()); one && one->subject() == crl.issuer()) issuers.push_back(one);
-    }
-    for (const CertPtr& issuer : issuers) {
-        if (!keyId.empty() && issuer->getKeyIdFromCert() != keyId) continue;
-        if (known && issuer->keyInfo().encoded() != known->keyInfo().encoded()) continue;
-        const int found = checkIssuer(crl, issuer, time);
+    for (const FactsPtr& signer : signersOf(crl)) {
+        PathFault fault = faultOfSigner(crl, *signer, keyOf(*signer, {}), options, budget);
+        const int found = fault ? fault.code : certificates_->buildPath(signer->certificate, options).code;
         if (found == 0) return 0;
-        if (code == ECRV_CRTNOTFOUND) code = found;
+        // What a certificate that made the CRL lacks says more than that another one did not make it.
+        if (code == ECRV_CRTNOTFOUND || code == ECRV_CRTSIGN) code = found;
     }
     return code;
 }
 
-int RevocationManager::verify(ByteView der, int64_t time) {
-    SignedCertRevList crl;
-    if (!crl.readExactly(der, ASN_FLAG_CONST)) return ECRV_INV_CRL_FMT;
-    return check(crl, time, nullptr);
-}
-
 /// Whether the CRL verifies, one that has been replaced since at its own time. The store keeps others apart.
-bool RevocationManager::isGenuine(const SignedCertRevList& crl, int64_t now) {
-    const int64_t issued = crl.thisUpdate().value_or(INT64_MAX);
-    return issued <= now && check(crl, isCurrent(crl, now) ? now : issued, nullptr) == 0;
+bool RevocationManager::isGenuine(const CrlFacts& crl, int64_t now) {
+    return verify(crl, crl.nextUpdate && *crl.nextUpdate < now ? crl.thisUpdate : now) == 0;
 }
 
 CrlInsertResult RevocationManager::insert(ByteView der) {
-    SignedCertRevList crl;
-    if (!crl.readExactly(der, ASN_FLAG_CONST) || !crl.thisUpdate()) return kCrlFormat;
+    const CrlFactsPtr crl = CrlFacts::make(toBytes(der));
+    if (!crl || !crl->crl().thisUpdate()) return kCrlFormat;
     CrlInsert result{};
     DbManager& database = certificates_->database();
-    if (!database.insertCrl(der, isGenuine(crl, std::time(nullptr)), result))
+    if (!database.insertCrl(der, isGenuine(*crl, std::time(nullptr)), result))
         return database.outOfMemory() ? kCrlNoMemory : kCrlDatabase;
     if (result == CrlInsert::Older) return kCrlOlder;
     deviceError_ = deviceUpdate_ ? deviceUpdate_(der) : 0;
     return deviceError_ == 0 ? kCrlInserted : kCrlDevice;
 }
 
-/// The stored CRLs that could tell about the certificate: those of its issuer's name and key.
-bool RevocationManager::load(const SignedCertificate& certificate, std::vector<Loaded>& crls) {
-    DbManager& database = certificates_->database();
-    CrlIndex index;
-    if (!database.getCrlIndex(index)) return false;
-    const Bytes keyId = certificate.authorityKeyId();
-    for (const CrlIndexEntry& entry : index) {
-        if (!(entry.issuer == certificate.issuer()) || !sameKeyId(entry.authorityKeyId, keyId)) continue;
-        Loaded one{{}, std::make_unique<SignedCertRevList>(), {}, 0};
-        if (!database.getCrlByFileNum(entry.fileNumber(), one.der)) continue;
-        if (!one.crl->readExactly(one.der, ASN_FLAG_CONST)) continue;
-        one.point = one.crl->issuingDistributionPoint();
-        if (!one.point || covers(*one.point, certificate)) crls.push_back(std::move(one));
+void RevocationManager::makeRoom() {
+    if (held_ <= kMaxHeld) return;
+    crls_.clear();
+    held_ = 0;
+}
+
+/// The CRL of a row when its issuer is one of those asked for, else null.
+CrlFactsPtr RevocationManager::load(const CrlIndexEntry& row, const std::vector<Bytes>& issuers) {
+    const Bytes digest = toBytes(row.sha256.value());
+    const auto known = crls_.try_emplace(digest).first;
+    Cached& cached = known->second;
+    if (cached.issuer.empty()) cached.issuer = nameKey(row.issuer);
+    if (std::ranges::find(issuers, cached.issuer) == issuers.end()) return nullptr;
+    if (cached.facts) return cached.facts;
+    Bytes der;
+    CrlFactsPtr facts;
+    if (certificates_->database().getCrlByFileNum(row.fileNumber(), der)) facts = CrlFacts::make(std::move(der));
+    // Not kept: the next look may find it mended.
+    if (!facts) return CrlFacts::unreadable(row.issuer);
+    // What it is, it says itself: after a change that was cut off the row may be that of another one.
+    if (std::ranges::equal(facts->digest, digest)) {
+        cached.facts = facts;
+        held_ += facts->size();
     }
+    return facts;
+}
+
+bool RevocationManager::load(const CertificateFacts& certificate, CrlFactsList& crls) {
+    CrlIndex index;
+    if (!certificates_->database().getCrlIndex(index)) return false;
+    const std::vector<Bytes> issuers = crlIssuersOf(certificate);
+    makeRoom();
+    for (const CrlIndexEntry& row : index)
+        if (CrlFactsPtr crl = load(row, issuers)) crls.push_back(std::move(crl));
     return true;
+}
+
+/// Judges a certificate that made the CRL and does not stand on the path (6.3.3 (f)): its own path must lead to the
+/// same trust point.
+CrlSigner RevocationManager::judgeSigner(const CrlFacts& crl, const FactsPtr& signer, const StatusQuestion& question) {
+    const WorkingKey key = keyOf(*signer, {});
+    if (PathFault fault = faultOfSigner(crl, *signer, key, question.options, question.budget)) return {fault};
+    PathOptions options{question.options.time, 0, question.options.revocation};
+    options.depth = question.options.depth;
+    options.constrainedTrustPoint = question.options.constrainedTrustPoint;
+    CertList extra, same{question.path.back()->certificate};
+    for (const FactsPtr& one : question.path) extra.push_back(one->certificate);
+    const PathVerdict found = certificates_->buildPath(signer->certificate, options, {same, extra, question.budget});
+    if (found.good()) return {.key = key.digest};
+    options.revocation = RevocationCheck::None;
+    const bool other =
+        found.code == ECRV_CRTNOTFOUND &&
+        certificates_->buildPath(signer->certificate, options, {certificates_->trustPoints(), {}, question.budget})
+            .good();
+    return {{found.code, "6.3.3 (f)", "the path of who signed the CRL: " + found.reason}, other, key.digest};
+}
+
+/// Who signed the CRL: an authority on the path, or any certificate of that name under the same trust point.
+CrlSigner RevocationManager::signerOf(const CrlFacts& crl, const StatusQuestion& question) {
+    CrlSigner best{{ECRV_CRTNOTFOUND, "6.3.3 (f)", "no certificate of who issued the CRL"}};
+    const auto misfit = [&](const PathFault& fault) {
+        if (best.fault.code == ECRV_CRTNOTFOUND || best.fault.code == ECRV_CRTSIGN) best.fault = fault;
+    };
+    const FactsList& path = question.path;
+    const std::vector<WorkingKey> keys = keysAbove(path, question.index);
+    for (size_t i = question.index + 1; i < path.size(); ++i) {
+        if (path[i]->subject != crl.issuer) continue;
+        const PathFault fault = faultOfSigner(crl, *path[i], keys[i], question.options, question.budget);
+        if (!fault) return {.key = keys[i].digest};
+        misfit(fault);
+    }
+    for (const FactsPtr& signer : signersOf(crl)) {
+        if (std::ranges::find(path | std::views::drop(question.index + 1), signer) != path.end()) continue;
+        const CrlSigner found = judgeSigner(crl, signer, question);
+        if (!found.fault) return found;
+        best.otherAuthority = best.otherAuthority || found.otherAuthority;
+        misfit(found.fault);
+    }
+    return best;
+}
+
+CrtStatus RevocationManager::answer(const StatusQuestion& question) {
+    const CertificateFacts& certificate = *question.path[question.index];
+    // Who signed a CRL may stand on no other one than that.
+    if (std::ranges::find(asked_, certificate.digest) != asked_.end())
+        return withoutAnswer(CrtStatus::State::Good, 0, "", "told by its own CRL");
+    if (asked_.size() >= kMaxDepth)
+        return withoutAnswer(CrtStatus::State::Unusable, ECRV_PATH_VER_ERR, "6.3.3 (f)", "too many CRLs about CRLs");
+    struct Asked {
+        std::vector<Digest>& list;
+        ~Asked() { list.pop_back(); }
+    };
+    asked_.push_back(certificate.digest);
+    const Asked guard{asked_};
+    CrlFactsList crls;
+    if (!load(certificate, crls)) {
+        // Without a database there are no CRLs; in one that fails there may be.
+        const bool none = certificates_->database().isDbCreated() == DbState::Missing;
+        return withoutAnswer(none ? CrtStatus::State::Unknown : CrtStatus::State::Unusable, ECRV_DB, "6.3.3 (a)",
+                             "the database cannot be read");
+    }
+    return statusFrom(certificate, crls, question.options.time, question.options.useDeltas,
+                      [&](const CrlFacts& crl) { return signerOf(crl, question); });
+}
+
+/// The status of the first certificate of a path whatever else is wrong with it, as long as it leads to a trust point.
+CrtStatus RevocationManager::statusOnPath(const PathVerdict& path, const PathOptions& options) {
+    FactsList facts;
+    for (const CertPtr& one : path.certs) facts.push_back(certificates_->cache().facts(one));
+    if (!contains(certificates_->trustPoints(), *path.certs.back()))
+        return withoutAnswer(CrtStatus::State::Unknown, ECRV_CRTNOTFOUND, "6.1.1 (d)", "no path to a trust point");
+    if (facts.size() == 1) facts.push_back(facts.front());
+    WorkBudget budget(options.limits);
+    return answer({facts, 0, options, budget});
+}
+
+CrtStatus RevocationManager::status(const CertPtr& certificate, int64_t time) {
+    const PathOptions options{time};
+    PathOptions unasked = options;
+    unasked.revocation = RevocationCheck::None;
+    return statusOnPath(certificates_->buildPath(certificate, unasked), options);
 }
 
 CrtStatus RevocationManager::status(const SignedCertificate& certificate, const SignedCertificate& issuer,
                                     int64_t time) {
-    CrtStatus status;
-    std::vector<Loaded> crls;
-    status.code = load(certificate, crls) ? ECRV_CRL_NOT_FOUND : ECRV_DB;
-    for (Loaded& one : crls) one.code = check(*one.crl, time, &issuer);
-    for (const Loaded& base : crls) {
-        if (base.isDelta()) continue;
-        const auto delta = std::ranges::find_if(
-            crls, [&](const Loaded& one) { return one.code == 0 && completes(*one.crl, *base.crl); });
-        // A delta that is current keeps a complete CRL going that is not.
-        const bool usable = base.code == 0 || (base.code == ECRV_CRL_EXPIRED && delta != crls.end() &&
-                                               check(*base.crl, base.crl->thisUpdate().value_or(0), &issuer) == 0);
-        if (!usable) {
-            if (status.state == CrtStatus::State::Unknown) status.code = base.code;
-            continue;
-        }
-        CrtStatus found{CrtStatus::State::Good, CrlReason::Unspecified, 0, 0};
-        if (delta == crls.end() || !apply(*delta->crl, certificate, found)) apply(*base.crl, certificate, found);
-        if (found.state == CrtStatus::State::Revoked) return found;
-        // A CRL for some reasons only cannot say that all is well.
-        if (!base.point || !base.point->onlySomeReasons) status = found;
-    }
-    return status;
-}
-
-CrtStatus RevocationManager::status(const CertPtr& certificate, int64_t time) {
-    for (const CertPtr& issuer : certificates_->findBySubject(certificate->issuer())) {
-        try {
-            if (certificates_->cache().isSignedBy(*certificate, *issuer)) return status(*certificate, *issuer, time);
-        } catch (const CryptoError&) {  // a key of another kind: not this one
-        }
-    }
-    CrtStatus unknown;
-    unknown.code = ECRV_CRTNOTFOUND;
-    return unknown;
+    CertificateCache& cache = certificates_->cache();
+    const PathOptions options{time};
+    PathOptions unasked = options;
+    unasked.revocation = RevocationCheck::None;
+    const CertList extra{cache.certificate(encodingOf(issuer))};
+    return statusOnPath(certificates_->buildPath(cache.certificate(encodingOf(certificate)), unasked, extra), options);
 }
 
 bool RevocationManager::lastCrls(const SignedCertificate& authority, AuthorityCrls& crls) {

@@ -2,17 +2,18 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "db_sql/crl_index.h"
 #include "pki/certificate_manager.h"
+#include "pki/crl_status.h"
 
 namespace crv {
 
 class ContextServices;
-class SignedCertRevList;
 
 /// Results of RevocationManager::insert.
 enum CrlInsertResult : int {
@@ -53,24 +54,40 @@ class RevocationManager {
     /// Number of the last device error.
     [[nodiscard]] unsigned deviceError() const { return deviceError_; }
 
-    /// What the stored CRLs say about a certificate at a time, deltas applied.
-    [[nodiscard]] CrtStatus status(const SignedCertificate& certificate, const SignedCertificate& issuer, int64_t time);
-    /// The same; the issuer is looked for.
+    /// What the stored CRLs say about a certificate at a time, deltas applied. The issuer, and the trust point whose
+    /// authorities may sign the CRLs, are looked for; unknown with code 67 when no path leads to one.
     [[nodiscard]] CrtStatus status(const CertPtr& certificate, int64_t time);
+    /// The same with one more certificate that may be its issuer.
+    [[nodiscard]] CrtStatus status(const SignedCertificate& certificate, const SignedCertificate& issuer, int64_t time);
 
     /// The stored CRLs of an authority, the newest of each kind. False when the database fails.
     bool lastCrls(const SignedCertificate& authority, AuthorityCrls& crls);
 
   private:
-    struct Loaded;
-    [[nodiscard]] int check(const SignedCertRevList& crl, int64_t time, const SignedCertificate* issuer);
-    [[nodiscard]] bool isGenuine(const SignedCertRevList& crl, int64_t now);
-    [[nodiscard]] int checkIssuer(const SignedCertRevList& crl, const CertPtr& issuer, int64_t time);
-    [[nodiscard]] bool load(const SignedCertificate& certificate, std::vector<Loaded>& crls);
+    /// A stored CRL under the digest that the index has of it.
+    struct Cached {
+        Bytes issuer;
+        CrlFactsPtr facts;  // null as long as nobody asked for it
+    };
+    [[nodiscard]] bool isGenuine(const CrlFacts& crl, int64_t now);
+    [[nodiscard]] int verify(const CrlFacts& crl, int64_t time);
+    [[nodiscard]] CrtStatus answer(const StatusQuestion& question);
+    [[nodiscard]] bool load(const CertificateFacts& certificate, CrlFactsList& crls);
+    [[nodiscard]] CrlFactsPtr load(const CrlIndexEntry& row, const std::vector<Bytes>& issuers);
+    void makeRoom();
+    [[nodiscard]] CrlSigner signerOf(const CrlFacts& crl, const StatusQuestion& question);
+    [[nodiscard]] PathFault faultOfSigner(const CrlFacts& crl, const CertificateFacts& signer, const WorkingKey& key,
+                                          const PathOptions& options, WorkBudget& budget);
+    [[nodiscard]] CrlSigner judgeSigner(const CrlFacts& crl, const FactsPtr& signer, const StatusQuestion& question);
+    [[nodiscard]] FactsList signersOf(const CrlFacts& crl);
+    [[nodiscard]] CrtStatus statusOnPath(const PathVerdict& path, const PathOptions& options);
 
     CertificateManager* certificates_ = nullptr;
     DeviceUpdate deviceUpdate_;
     unsigned deviceError_ = 0;
+    std::map<Bytes, Cached> crls_;
+    size_t held_ = 0;            // octets in crls_
+    std::vector<Digest> asked_;  // certificates whose status is being asked for, one question within the other
 };
 
 }  // namespace crv

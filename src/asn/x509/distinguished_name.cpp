@@ -4,6 +4,7 @@
 
 #include "asn/asn_strings.h"
 #include "asn/known_oids.h"
+#include "asn/x509/name_prep.h"
 #include "misc/ascii.h"
 #include "misc/hex.h"
 #include "misc/utf8.h"
@@ -177,16 +178,6 @@ class NameText {
     bool danglingSeparator_ = false;
 };
 
-std::string normalizeText(std::string_view text) {
-    std::string out;
-    for (const char c : text) {
-        if (c == ' ' && (out.empty() || out.back() == ' ')) continue;
-        out += asciiLower(c);
-    }
-    if (out.ends_with(' ')) out.pop_back();
-    return out;
-}
-
 }  // namespace
 
 std::string displayText(std::string_view utf8, DnDisplay display) {
@@ -267,7 +258,8 @@ std::optional<std::string> DistinguishedName::find(const KnownOid& type) const {
     return std::nullopt;
 }
 
-DistinguishedName DistinguishedName::normalize() const {
+DistinguishedName DistinguishedName::normalize(NameFolding folding) const {
+    const auto prepared = folding == NameFolding::Unicode ? preparedText : preparedAsciiText;
     DistinguishedName out;
     for (const RelativeDistinguishedName& set : *this) {
         RelativeDistinguishedName& copies = out.add();
@@ -275,7 +267,7 @@ DistinguishedName DistinguishedName::normalize() const {
             AttributeTypeAndValue& copy = copies.add();
             copy.type = attribute.type;
             if (attribute.isText()) {
-                copy.value.build(ASN_TAG_UTF8, asBytes(normalizeText(attribute.valueUtf8())));
+                copy.value.build(ASN_TAG_UTF8, asBytes(prepared(attribute.valueUtf8())));
             } else {
                 copy.value = attribute.value;
             }

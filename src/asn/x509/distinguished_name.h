@@ -40,6 +40,9 @@ class AttributeTypeAndValue : public ASNsequenceF {
     [[nodiscard]] MemberTable members() const override;
 };
 
+/// Letters that normalising folds; databases of before know names folded in ASCII only.
+enum class NameFolding { Unicode, Ascii };
+
 class RelativeDistinguishedName : public ASNsetList<AttributeTypeAndValue> {};
 
 /// A name: a sequence of sets of attributes, most of which hold one.
@@ -60,9 +63,8 @@ class DistinguishedName : public ASNsequenceList<RelativeDistinguishedName> {
     /// Value of the first attribute of the type in UTF-8.
     [[nodiscard]] std::optional<std::string> find(const KnownOid& type) const;
 
-    /// The form under which equal names have equal encodings: every text a UTF8String without spaces at its ends, with
-    /// single spaces inside, ASCII letters in lower case.
-    [[nodiscard]] DistinguishedName normalize() const;
+    /// The form under which equal names have equal encodings: every text a UTF8String prepared as name_prep.h says.
+    [[nodiscard]] DistinguishedName normalize(NameFolding folding = NameFolding::Unicode) const;
     /// Names are equal when their normalised forms are.
     friend bool operator==(const DistinguishedName& a, const DistinguishedName& b);
 };

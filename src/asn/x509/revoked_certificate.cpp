@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "asn/known_oids.h"
+#include "asn/tlv_view.h"
 #include "asn/x509/time.h"
 
 namespace crv {
@@ -75,6 +76,24 @@ std::optional<GeneralNames> RevokedCertificate::certificateIssuer() const {
     return extensions().get<GeneralNames>(OID_CE_CERTIFICATE_ISSUER);
 }
 
+std::optional<RevokedEntryView> takeRevokedEntry(ByteView& entries) {
+    ByteView rest = entries;
+    const auto entry = takeTlv(rest, ASNsequenceF::kTag);
+    if (!entry) return std::nullopt;
+    ByteView body = entry->body;
+    const auto serial = takeTlv(body, ASNinteger::kTag), date = takeTlv(body);
+    if (!serial || serial->body.empty() || !date) return std::nullopt;
+    if (date->tag != ASNutcTime::kTag && date->tag != ASNgenTime::kTag) return std::nullopt;
+    RevokedEntryView view{serial->body, date->whole, {}};
+    if (!body.empty()) {
+        const auto extensions = takeTlv(body, Extensions::kTag);
+        if (!extensions || !body.empty()) return std::nullopt;
+        view.extensions = extensions->whole;
+    }
+    entries = rest;
+    return view;
+}
+
 const RevokedCertificate* RevokedCertificates::Cursor::next() {
     if (!intact_ || file_.peek() < 0) return nullptr;
     intact_ = entry_.read(&file_, 0, ASN_FLAG_CONST) > 0;
@@ -90,9 +109,11 @@ void RevokedCertificates::add(const RevokedCertificate& entry) {
 }
 
 bool RevokedCertificates::validContents() const {
-    Cursor cursor = entries();
-    for (count_ = 0; cursor.next();) ++count_;
-    return cursor.intact();
+    ByteView rest = contents();
+    for (count_ = 0; takeRevokedEntry(rest);) ++count_;
+    Cursor others(rest);  // entries in other forms of BER
+    while (others.next()) ++count_;
+    return others.intact();
 }
 
 }  // namespace crv

@@ -48,6 +48,16 @@ class RevokedCertificate : public ASNsequenceF {
     [[nodiscard]] bool validMembers() const override;
 };
 
+/// The pieces of an entry as views, for walks over a million of them.
+struct RevokedEntryView {
+    ByteView serial;      ///< content octets
+    ByteView date;        ///< whole element
+    ByteView extensions;  ///< whole element; empty when there are none
+};
+
+/// Takes the entry at the front off the octets; nothing for one that is malformed, or in a form that DER does not have.
+[[nodiscard]] std::optional<RevokedEntryView> takeRevokedEntry(ByteView& entries);
+
 /// SEQUENCE OF RevokedCertificate, kept as its octets: a list of a million entries is no million objects. Every entry
 /// is checked when the list is read. Indefinite lengths are not taken here.
 class RevokedCertificates : public ASNprimitive {

@@ -1,0 +1,251 @@
+#include "pki/crl_status.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "corvane/crverrors.h"
+#include "db_sql/crl_index.h"
+#include "misc/ascii.h"
+
+namespace crv {
+
+namespace {
+
+/// Reasons as bits of ReasonFlags; bit 0 is unused.
+constexpr uint32_t kAllReasons = 0x1FE;
+
+/// A distribution point of the certificate, or the one that stands for CRLs that no point names.
+struct Point {
+    std::vector<Bytes> names;       ///< see keyOf
+    std::vector<Bytes> crlIssuers;  ///< normalised
+    uint32_t reasons = kAllReasons;
+    bool indirect = false;  ///< it names who issues the CRL
+};
+
+/// Octets that are equal for equal names: scheme and host of a URI whatever their case (RFC 5280 7.4), directory names
+/// prepared.
+Bytes keyOf(const GeneralName& name) {
+    if (const DistinguishedName* directory = name.name()) return nameKey(*directory);
+    if (!name.is(GeneralName::kUri)) return name.encoded();
+    std::string uri = name.value();
+    const size_t scheme = uri.find("://");
+    const size_t host = scheme == std::string::npos ? uri.find(':') : std::min(uri.find('/', scheme + 3), uri.size());
+    for (size_t i = 0; i < std::min(host, uri.size()); ++i) uri[i] = asciiUpper(uri[i]);
+    return toBytes(asBytes("uri:" + uri));
+}
+
+std::vector<Bytes> keysOf(const GeneralNames& names) {
+    std::vector<Bytes> keys;
+    for (const GeneralName& name : names) keys.push_back(keyOf(name));
+    return keys;
+}
+
+std::vector<Bytes> keysOf(const DistributionPointName& name, const DistinguishedName& crlIssuer) {
+    if (const GeneralNames* full = name.fullName()) return keysOf(*full);
+    const auto* relative = name.chosenAs<RelativeDistinguishedName>();
+    DistinguishedName whole = crlIssuer.normalize();
+    if (!relative) return {};
+    whole.add() = *relative;
+    return {nameKey(whole)};
+}
+
+bool meet(const std::vector<Bytes>& a, const std::vector<Bytes>& b) {
+    return std::ranges::any_of(a, [&](const Bytes& one) { return std::ranges::find(b, one) != b.end(); });
+}
+
+Point pointOf(const DistributionPoint& given, const CertificateFacts& certificate) {
+    Point point;
+    const DistinguishedName* issuer = &certificate.certificate->issuer();
+    if (given.cRLIssuer) {
+        point.indirect = true;
+        for (const GeneralName& name : *given.cRLIssuer) {
+            if (!name.name()) continue;
+            issuer = name.name();
+            point.crlIssuers.push_back(nameKey(*issuer));
+        }
+        point.names = point.crlIssuers;
+    } else {
+        point.crlIssuers = {certificate.issuer};
+    }
+    if (given.distributionPoint) point.names = keysOf(*given.distributionPoint, *issuer);
+    if (given.reasons) point.reasons = given.reasons->namedBits() & kAllReasons;
+    return point;
+}
+
+std::vector<Point> pointsOf(const CertificateFacts& certificate) {
+    std::vector<Point> points;
+    if (certificate.distributionPoints)
+        for (const DistributionPoint& one : *certificate.distributionPoints)
+            points.push_back(pointOf(one, certificate));
+    return points;
+}
+
+/// 6.3.3 (b).
+bool isInScope(const CrlFacts& crl, const Point& point, const CertificateFacts& certificate) {
+    if (std::ranges::find(point.crlIssuers, crl.issuer) == point.crlIssuers.end()) return false;
+    // Whether an unreadable CRL is about the certificate cannot be told, so it is taken to be.
+    if (!crl.point) return crl.fault || !point.indirect;
+    const IssuingDistributionPoint& scope = *crl.point;
+    if (point.indirect && !scope.indirectCrl.value()) return false;
+    if (scope.onlyContainsAttributeCerts.value()) return false;
+    if (scope.onlyContainsUserCerts.value() && certificate.isAuthority) return false;
+    if (scope.onlyContainsCaCerts.value() && !certificate.isAuthority) return false;
+    return !scope.distributionPoint || meet(keysOf(*scope.distributionPoint, crl.issuerName()), point.names);
+}
+
+/// 6.3.3 (d).
+uint32_t reasonsOf(const CrlFacts& crl, const Point& point) {
+    const bool some = crl.point && crl.point->onlySomeReasons;
+    return point.reasons & (some ? crl.point->onlySomeReasons->namedBits() : kAllReasons);
+}
+
+/// Whether the delta completes that CRL (5.2.4, 6.3.3 (c)).
+bool completes(const CrlFacts& delta, const CrlFacts& base) {
+    return delta.isDelta() && delta.number && base.number && compareNumbers(*base.number, *delta.baseNumber) >= 0 &&
+           compareNumbers(*delta.number, *base.number) > 0 && delta.issuer == base.issuer &&
+           delta.scope == base.scope && delta.authorityKeyId == base.authorityKeyId;
+}
+
+/// The look through the CRLs for one certificate.
+class Search {
+  public:
+    Search(const CertificateFacts& certificate, const CrlFactsList& crls, int64_t time, bool useDeltas,
+           const CrlVerifier& verify)
+        : certificate_(certificate), crls_(crls), time_(time), useDeltas_(useDeltas), verify_(verify) {}
+
+    CrtStatus run() {
+        for (const Point& point : pointsOf(certificate_))
+            if (visit(point)) return found_;
+        // CRLs of the issuer that no distribution point of the certificate is about.
+        Point issuer;
+        issuer.crlIssuers = issuer.names = {certificate_.issuer};
+        if (visit(issuer)) return found_;
+        if (reasons_ == kAllReasons) return found_;
+        if (unusable_.state == CrtStatus::State::Unusable) return unusable_;
+        CrtStatus unknown;
+        unknown.code = ECRV_CRL_NOT_FOUND;
+        return unknown;
+    }
+
+  private:
+    /// True when the certificate is revoked.
+    bool visit(const Point& point) {
+        std::vector<const CrlFacts*> seen;
+        for (const CrlFactsPtr& crl : crls_) {
+            if (std::ranges::find(used_, crl.get()) != used_.end() || !isInScope(*crl, point, certificate_)) continue;
+            seen.push_back(crl.get());
+            if (crl->isDelta()) {
+                if (!hasBase(*crl)) reject(*crl, {ECRV_CRL_NOT_FOUND, "5.2.4", "no complete CRL for the delta"});
+            } else if ((reasonsOf(*crl, point) & ~reasons_) != 0 && read(*crl, point)) {
+                return true;
+            }
+        }
+        used_.insert(used_.end(), seen.begin(), seen.end());
+        return false;
+    }
+
+    bool hasBase(const CrlFacts& delta) const {
+        return std::ranges::any_of(crls_, [&](const auto& one) { return !one->isDelta() && completes(delta, *one); });
+    }
+
+    /// The newest delta that can be relied on and has the key of the complete CRL (6.3.3 (h)).
+    const CrlFacts* deltaFor(const CrlFacts& base, const Digest& key) const {
+        const CrlFacts* best = nullptr;
+        for (const CrlFactsPtr& one : crls_) {
+            if (!useDeltas_ || !completes(*one, base) || one->fault || faultOfTime(*one, time_)) continue;
+            if (best && compareNumbers(*one->number, *best->number) <= 0) continue;
+            const CrlSigner signer = verify_(*one);
+            if (!signer.fault && signer.key == key) best = one.get();
+        }
+        return best;
+    }
+
+    bool read(const CrlFacts& base, const Point& point) {
+        if (base.fault) return reject(base, base.fault);
+        const CrlSigner signer = verify_(base);
+        if (signer.otherAuthority) return false;
+        if (signer.fault) return reject(base, signer.fault);
+        const CrlFacts* delta = deltaFor(base, signer.key);
+        // A delta that is current keeps a complete CRL going that is not.
+        if (PathFault late = faultOfTime(base, time_); late && (!delta || time_ < base.thisUpdate))
+            return reject(base, late);
+        auto entry = delta ? delta->find(certificate_) : std::nullopt;
+        const bool removed = entry && entry->reason == CrlReason::RemoveFromCrl;
+        if (!entry) {
+            entry = base.find(certificate_);
+            if (entry && entry->reason == CrlReason::RemoveFromCrl)
+                return reject(base, {ECRV_INV_CRL_FMT, "5.3.1", "removeFromCRL in a complete CRL"});
+        }
+        note(base, delta);
+        reasons_ |= reasonsOf(base, point);
+        found_.state = CrtStatus::State::Good;
+        if (!entry || removed) return false;
+        found_.state = CrtStatus::State::Revoked;
+        found_.reason = entry->reason;
+        found_.revokedAt = entry->revokedAt;
+        return true;
+    }
+
+    /// The first CRL that cannot be used is the one that is told.
+    bool reject(const CrlFacts& crl, const PathFault& fault) {
+        if (unusable_.state == CrtStatus::State::Unusable) return false;
+        unusable_.state = CrtStatus::State::Unusable;
+        unusable_.code = fault.code;
+        unusable_.clause = fault.clause;
+        unusable_.text = fault.text;
+        unusable_.source = noteOf(crl);
+        return false;
+    }
+
+    [[nodiscard]] StatusSourceNote noteOf(const CrlFacts& crl) const {
+        StatusSourceNote note;
+        note.issuer = crl.issuerName().text();
+        note.thisUpdate = crl.thisUpdate;
+        if (crl.number) note.number = crl.number->decimal();
+        note.age = time_ - crl.thisUpdate;
+        return note;
+    }
+
+    /// Of several CRLs the oldest is the source: what is known is as old as that one.
+    void note(const CrlFacts& base, const CrlFacts* delta) {
+        StatusSourceNote note = noteOf(base);
+        if (delta) {
+            note.delta = delta->number->decimal();
+            note.thisUpdate = delta->thisUpdate;
+            note.age = time_ - delta->thisUpdate;
+        }
+        if (found_.source.issuer.empty() || note.thisUpdate < found_.source.thisUpdate) found_.source = note;
+    }
+
+    const CertificateFacts& certificate_;
+    const CrlFactsList& crls_;
+    const int64_t time_;
+    const bool useDeltas_;
+    const CrlVerifier& verify_;
+    uint32_t reasons_ = 0;
+    std::vector<const CrlFacts*> used_;  // by a distribution point of the certificate
+    CrtStatus found_{};
+    CrtStatus unusable_{};
+};
+
+}  // namespace
+
+PathFault faultOfTime(const CrlFacts& crl, int64_t time) {
+    if (time < crl.thisUpdate) return {ECRV_CRL_EXPIRED, "5.1.2.4", "the CRL was not yet issued"};
+    if (!crl.nextUpdate || time > *crl.nextUpdate) return {ECRV_CRL_EXPIRED, "5.1.2.5", "the CRL is out of date"};
+    return {};
+}
+
+std::vector<Bytes> crlIssuersOf(const CertificateFacts& certificate) {
+    std::vector<Bytes> names{certificate.issuer};
+    for (const Point& point : pointsOf(certificate))
+        names.insert(names.end(), point.crlIssuers.begin(), point.crlIssuers.end());
+    return names;
+}
+
+CrtStatus statusFrom(const CertificateFacts& certificate, const CrlFactsList& crls, int64_t time, bool useDeltas,
+                     const CrlVerifier& verify) {
+    return Search(certificate, crls, time, useDeltas, verify).run();
+}
+
+}  // namespace crv

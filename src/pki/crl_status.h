@@ -1,0 +1,31 @@
+// What CRLs say about a certificate (RFC 5280 6.3.3).
+#pragma once
+
+#include <functional>
+
+#include "pki/crl_facts.h"
+#include "pki/path_verdict.h"
+
+namespace crv {
+
+/// Who signed a CRL, or why nobody did who may (6.3.3 (f), (g)).
+struct CrlSigner {
+    PathFault fault{};
+    /// Signed by an authority of that name under another trust point: not about the certificate in question.
+    bool otherAuthority = false;
+    Digest key{};
+};
+using CrlVerifier = std::function<CrlSigner(const CrlFacts& crl)>;
+
+/// Names of those whose CRLs may tell about the certificate: its issuer and the cRLIssuers of its distribution points.
+[[nodiscard]] std::vector<Bytes> crlIssuersOf(const CertificateFacts& certificate);
+
+/// Looks through the CRLs for each distribution point, then for the certificate's issuer itself, until every reason of
+/// revocation is covered.
+[[nodiscard]] CrtStatus statusFrom(const CertificateFacts& certificate, const CrlFactsList& crls, int64_t time,
+                                   bool useDeltas, const CrlVerifier& verify);
+
+/// Why the CRL is not the current one at that moment.
+[[nodiscard]] PathFault faultOfTime(const CrlFacts& crl, int64_t time);
+
+}  // namespace crv

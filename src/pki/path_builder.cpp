@@ -1,0 +1,172 @@
+#include "pki/path_builder.h"
+
+#include <algorithm>
+#include <limits>
+#include <tuple>
+#include <utility>
+
+#include "corvane/crverrors.h"
+
+namespace crv {
+
+namespace {
+
+/// Certificates looked at on the way to all trust points, and different names.
+constexpr size_t kMaxNames = 2000;
+constexpr size_t kNowhere = std::numeric_limits<size_t>::max();
+
+}  // namespace
+
+struct PathBuilder::Search {
+    const PathOptions& options;
+    WorkBudget& budget;
+    FactsList path;
+    PathVerdict best{};
+    bool judged = false;
+    bool hopeless = false;                   // no path can mend what is wrong with the certificate itself
+    std::map<Bytes, FactsList> bySubject{};  // every certificate that may stand on a path
+    std::map<Bytes, size_t> distance{};      // from a name to the nearest trust point
+
+    [[nodiscard]] bool over() const { return (judged && (hopeless || best.good())) || budget.exhausted; }
+};
+
+PathBuilder::PathBuilder(CertificateCache& cache, CertList trustPoints, IssuerSource issuers,
+                         const PathValidator& validator)
+    : cache_(cache), issuers_(std::move(issuers)), validator_(validator) {
+    for (const CertPtr& one : trustPoints) {
+        if (one && trusted_.insert(cache_.facts(one)->digest).second) trustPoints_.push_back(cache_.facts(one));
+    }
+}
+
+/// Every name above the certificate, with its certificates, each looked up once.
+void PathBuilder::collect(Search& search) {
+    std::vector<FactsPtr> open{search.path.front()};
+    for (size_t i = 0; i < open.size() && search.bySubject.size() < kMaxNames; ++i) {
+        const FactsPtr certificate = open[i];
+        if (isTrustPoint(*certificate) || search.bySubject.contains(certificate->issuer)) continue;
+        FactsList& list = search.bySubject[certificate->issuer];
+        std::set<Digest> seen;
+        const auto add = [&](const FactsPtr& one) {
+            if (one->subject != certificate->issuer || !seen.insert(one->digest).second) return;
+            list.push_back(one);
+            open.push_back(one);
+        };
+        std::ranges::for_each(trustPoints_, add);
+        for (const CertPtr& one : issuers_(*certificate->certificate))
+            if (one) add(cache_.facts(one));
+    }
+}
+
+/// Distances to the trust points, so that what leads to none is never walked.
+void PathBuilder::measure(Search& search) const {
+    std::map<Bytes, std::set<Bytes>> below;  // issuer -> subjects that it certifies
+    std::vector<Bytes> open;
+    for (const auto& [name, list] : search.bySubject) {
+        for (const FactsPtr& one : list) {
+            if (!isTrustPoint(*one)) {
+                below[one->issuer].insert(name);
+            } else if (search.distance.emplace(name, 0).second) {
+                open.push_back(name);
+            }
+        }
+    }
+    for (size_t i = 0; i < open.size(); ++i) {
+        const Bytes name = open[i];
+        for (const Bytes& subject : below[name])
+            if (search.distance.emplace(subject, search.distance[name] + 1).second) open.push_back(subject);
+    }
+}
+
+/// Possible issuers in the order in which they are tried: sound ones first, then trust points, those with the key
+/// identifier that the certificate names (a hint, no more: RFC 5280 4.2.1.1), the nearest to a trust point.
+FactsList PathBuilder::issuersOf(const Search& search, const CertificateFacts& certificate) const {
+    const auto found = search.bySubject.find(certificate.issuer);
+    if (found == search.bySubject.end()) return {};
+    const auto rank = [&](const FactsPtr& one) {
+        const bool trusted = isTrustPoint(*one);
+        const bool faulty = !trusted && ownFault(*one, search.options, true);
+        const bool otherKey = !certificate.authorityKeyId.empty() && !one->subjectKeyId.empty() &&
+                              one->subjectKeyId != certificate.authorityKeyId;
+        const auto near = search.distance.find(one->issuer);
+        return std::tuple(faulty, !trusted, otherKey, near == search.distance.end() ? kNowhere : near->second);
+    };
+    std::vector<std::pair<decltype(rank(nullptr)), FactsPtr>> ranked;
+    for (const FactsPtr& one : found->second) ranked.emplace_back(rank(one), one);
+    std::ranges::stable_sort(ranked, {}, [](const auto& one) { return one.first; });
+    FactsList list;
+    for (auto& one : ranked) list.push_back(std::move(one.second));
+    return list;
+}
+
+bool PathBuilder::mayFollow(const Search& search, const CertificateFacts& issuer) const {
+    if (isTrustPoint(issuer)) return true;
+    if (!search.distance.contains(issuer.issuer)) return false;
+    // Once a path was judged, one with a certificate that is faulty by itself cannot be better.
+    if (search.judged && ownFault(issuer, search.options, true)) return false;
+    return std::ranges::none_of(search.path, [&](const FactsPtr& one) {
+        return one->subject == issuer.subject && one->keyDigest() == issuer.keyDigest();
+    });
+}
+
+void PathBuilder::judge(Search& search) {
+    if (!search.budget.take(&WorkLimits::paths)) return;
+    PathVerdict found = validator_.validate(search.path, search.options, search.budget);
+    // Among bad paths the first one counts: its issuers are the likeliest.
+    if (found.good() || !search.judged) search.best = std::move(found);
+    search.judged = true;
+}
+
+void PathBuilder::extend(Search& search) {
+    const FactsPtr last = search.path.back();
+    if (isTrustPoint(*last)) return judge(search);
+    if (search.path.size() >= search.options.depth) return;
+    for (const FactsPtr& issuer : issuersOf(search, *last)) {
+        if (!search.budget.take(&WorkLimits::candidates)) return;
+        if (!mayFollow(search, *issuer)) continue;
+        // A key without DSA parameters cannot be tried before those above are known.
+        const WorkingKey key = keyOf(*issuer, {});
+        if (key.key && signatureFault(cache_, search.budget, *last, key)) continue;
+        search.path.push_back(issuer);
+        extend(search);
+        search.path.pop_back();
+        if (search.over()) return;
+    }
+}
+
+/// Only when no issuer of that name fits is the signature what is wrong.
+PathVerdict PathBuilder::withoutPath(Search& search) const {
+    FactsList path{search.path.front()};
+    while (path.size() < search.options.depth) {
+        PathFault misfit;
+        FactsPtr next, misfitting;
+        for (const FactsPtr& issuer : issuersOf(search, *path.back())) {
+            if (std::ranges::find(path, issuer) != path.end()) continue;
+            const PathFault fault = signatureFault(cache_, search.budget, *path.back(), keyOf(*issuer, {}));
+            if (!fault) {
+                next = issuer;
+                break;
+            }
+            if (!misfit) {
+                misfit = fault;
+                misfitting = issuer;
+            }
+        }
+        if (!next && !misfit) break;
+        path.push_back(next ? next : misfitting);
+        if (!next) return verdictOn(path, misfit, path.size() - 2);
+    }
+    return verdictOn(path, {ECRV_CRTNOTFOUND, "6.1.1", "no path to a trust point"}, path.size() - 1);
+}
+
+PathVerdict PathBuilder::build(const CertPtr& certificate, const PathOptions& options, WorkBudget& budget) {
+    Search search{options, budget, {cache_.facts(certificate)}};
+    search.hopeless = static_cast<bool>(ownFault(*search.path.front(), options, false));
+    collect(search);
+    measure(search);
+    extend(search);
+    if (!search.judged) search.best = withoutPath(search);
+    search.best.exhausted = budget.exhausted && !search.best.good();
+    return std::move(search.best);
+}
+
+}  // namespace crv
