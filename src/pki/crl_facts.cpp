@@ -30,7 +30,7 @@ struct EntryExtension {
     bool critical = false;
 };
 
-std::optional<EntryExtension> takeExtension(ByteView& extensions) {
+std::optional<EntryExtension> takeEntryExtension(ByteView& extensions) {
     const auto whole = takeTlv(extensions, Extension::kTag);
     if (!whole) return std::nullopt;
     ByteView body = whole->body;
@@ -50,7 +50,7 @@ std::optional<EntryExtension> takeExtension(ByteView& extensions) {
 CrlReason reasonOf(ByteView extensions) {
     const auto all = takeTlv(extensions);
     ByteView rest = all ? all->body : ByteView();
-    while (const auto extension = takeExtension(rest)) {
+    while (const auto extension = takeEntryExtension(rest)) {
         ASNenum reason;
         if (!is(extension->oid, OID_CE_CRL_REASON) || !reason.readExactly(extension->value)) continue;
         const long number = reason.valueOr(0);
@@ -100,7 +100,7 @@ PathFault CrlEntryIndex::look(ByteView extensions, bool indirect, size_t offset)
     if (rest.empty()) return badCrl("5.3", "malformed entry extensions");
     unsigned seen = 0;
     while (!rest.empty()) {
-        const auto extension = takeExtension(rest);
+        const auto extension = takeEntryExtension(rest);
         if (!extension) return badCrl("5.3", "malformed entry extension");
         size_t kind = 0;
         while (kind < std::size(kEntryExtensions) && !is(extension->oid, *kEntryExtensions[kind])) ++kind;

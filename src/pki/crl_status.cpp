@@ -16,7 +16,7 @@ constexpr uint32_t kAllReasons = 0x1FE;
 
 /// A distribution point of the certificate, or the one that stands for CRLs that no point names.
 struct Point {
-    std::vector<Bytes> names;       ///< see keyOf
+    std::vector<Bytes> names;       ///< see pointKey
     std::vector<Bytes> crlIssuers;  ///< normalised
     uint32_t reasons = kAllReasons;
     bool indirect = false;  ///< it names who issues the CRL
@@ -24,7 +24,7 @@ struct Point {
 
 /// Octets that are equal for equal names: scheme and host of a URI whatever their case (RFC 5280 7.4), directory names
 /// prepared.
-Bytes keyOf(const GeneralName& name) {
+Bytes pointKey(const GeneralName& name) {
     if (const DistinguishedName* directory = name.name()) return nameKey(*directory);
     if (!name.is(GeneralName::kUri)) return name.encoded();
     std::string uri = name.value();
@@ -34,14 +34,14 @@ Bytes keyOf(const GeneralName& name) {
     return toBytes(asBytes("uri:" + uri));
 }
 
-std::vector<Bytes> keysOf(const GeneralNames& names) {
+std::vector<Bytes> pointKeys(const GeneralNames& names) {
     std::vector<Bytes> keys;
-    for (const GeneralName& name : names) keys.push_back(keyOf(name));
+    for (const GeneralName& name : names) keys.push_back(pointKey(name));
     return keys;
 }
 
-std::vector<Bytes> keysOf(const DistributionPointName& name, const DistinguishedName& crlIssuer) {
-    if (const GeneralNames* full = name.fullName()) return keysOf(*full);
+std::vector<Bytes> pointKeys(const DistributionPointName& name, const DistinguishedName& crlIssuer) {
+    if (const GeneralNames* full = name.fullName()) return pointKeys(*full);
     const auto* relative = name.chosenAs<RelativeDistinguishedName>();
     DistinguishedName whole = crlIssuer.normalize();
     if (!relative) return {};
@@ -67,7 +67,7 @@ Point pointOf(const DistributionPoint& given, const CertificateFacts& certificat
     } else {
         point.crlIssuers = {certificate.issuer};
     }
-    if (given.distributionPoint) point.names = keysOf(*given.distributionPoint, *issuer);
+    if (given.distributionPoint) point.names = pointKeys(*given.distributionPoint, *issuer);
     if (given.reasons) point.reasons = given.reasons->namedBits() & kAllReasons;
     return point;
 }
@@ -90,7 +90,7 @@ bool isInScope(const CrlFacts& crl, const Point& point, const CertificateFacts& 
     if (scope.onlyContainsAttributeCerts.value()) return false;
     if (scope.onlyContainsUserCerts.value() && certificate.isAuthority) return false;
     if (scope.onlyContainsCaCerts.value() && !certificate.isAuthority) return false;
-    return !scope.distributionPoint || meet(keysOf(*scope.distributionPoint, crl.issuerName()), point.names);
+    return !scope.distributionPoint || meet(pointKeys(*scope.distributionPoint, crl.issuerName()), point.names);
 }
 
 /// 6.3.3 (d).

@@ -6,7 +6,7 @@ namespace crv {
 
 namespace {
 
-std::string keyOf(const ASNobjectId& policy) {
+std::string oidKey(const ASNobjectId& policy) {
     return std::string(asText(policy.contents()));
 }
 
@@ -38,7 +38,7 @@ void PolicyGraph::add(const std::optional<Policies>& policies, bool takesAny) {
     Level level;
     bool hasAny = false;
     for (const ASNobjectId& policy : *policies) {
-        const Oid key = keyOf(policy);
+        const Oid key = oidKey(policy);
         if (key == anyPolicy()) {
             hasAny = true;
         } else if (const auto found = expecting.find(key); found != expecting.end()) {
@@ -58,11 +58,11 @@ void PolicyGraph::map(const std::vector<PolicyMap>& mappings, bool allowed) {
     if (isNull()) return;
     Level& level = levels_.back();
     if (!allowed) {
-        for (const PolicyMap& one : mappings) level.erase(keyOf(one.issuerDomain));
+        for (const PolicyMap& one : mappings) level.erase(oidKey(one.issuerDomain));
         return prune();
     }
     std::map<Oid, std::set<Oid>> targets;
-    for (const PolicyMap& one : mappings) targets[keyOf(one.issuerDomain)].insert(keyOf(one.subjectDomain));
+    for (const PolicyMap& one : mappings) targets[oidKey(one.issuerDomain)].insert(oidKey(one.subjectDomain));
     const bool any = level.contains(anyPolicy());
     for (auto& [policy, subjects] : targets) {
         if (const auto node = level.find(policy); node != level.end()) {
@@ -103,7 +103,7 @@ PolicyGraph::Policies PolicyGraph::constrained(const Policies& wanted) const {
         return out;
     }
     for (const ASNobjectId& policy : wanted)
-        if (top.contains(keyOf(policy)) || top.contains(anyPolicy())) out.push_back(policy);
+        if (top.contains(oidKey(policy)) || top.contains(anyPolicy())) out.push_back(policy);
     return out;
 }
 
