@@ -122,7 +122,7 @@ void pkcs12Ours(benchmark::State& state) {
     }
     for (auto _ : state) {
         for (const Bytes& item : items) {
-            benchmark::DoNotOptimize(pbeDecrypt(PbeAlgo::Sha1TripleDesCbc, password, kSalt, 2048, item));
+            benchmark::DoNotOptimize(pbeDecrypt(CipherAlgo::TripleDesCbc, password, kSalt, 2048, item));
         }
     }
 }

@@ -12,8 +12,11 @@ inline bool pbeIsCheap(ByteView octets) {
         if (octets[at] != 0x30) continue;
         PbeParameters pbe;
         Pbkdf2Parameters pbkdf2;
+        ScryptParameters scrypt;
         if (pbe.readFromBuff(octets.subspan(at), ASN_FLAG_CONST) > 0 && pbe.iterations.valueOr(0) > kFew) return false;
         if (pbkdf2.readFromBuff(octets.subspan(at), ASN_FLAG_CONST) > 0 && pbkdf2.iterationCount.valueOr(0) > kFew)
+            return false;
+        if (scrypt.readFromBuff(octets.subspan(at), ASN_FLAG_CONST) > 0 && scrypt.costParameter.valueOr(0) > kFew)
             return false;
     }
     return true;

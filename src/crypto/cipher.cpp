@@ -11,15 +11,24 @@ namespace {
 struct CipherRow {
     CipherAlgo algo;
     uint8_t key;
-    uint8_t block;
+    uint8_t vector;
     const char* name;
 };
 
 constexpr CipherRow kCiphers[] = {
-    {CipherAlgo::TripleDesCbc, 24, 8, "DES-EDE3-CBC"}, {CipherAlgo::Rc2Cbc40, 5, 8, "RC2-40-CBC"},
-    {CipherAlgo::Rc2Cbc64, 8, 8, "RC2-64-CBC"},        {CipherAlgo::Rc2Cbc128, 16, 8, "RC2-CBC"},
-    {CipherAlgo::Aes128Cbc, 16, 16, "AES-128-CBC"},    {CipherAlgo::Aes192Cbc, 24, 16, "AES-192-CBC"},
+    {CipherAlgo::TripleDesCbc, 24, 8, "DES-EDE3-CBC"},
+    {CipherAlgo::Rc2Cbc40, 5, 8, "RC2-40-CBC"},
+    {CipherAlgo::Rc2Cbc64, 8, 8, "RC2-64-CBC"},
+    {CipherAlgo::Rc2Cbc128, 16, 8, "RC2-CBC"},
+    {CipherAlgo::Aes128Cbc, 16, 16, "AES-128-CBC"},
+    {CipherAlgo::Aes192Cbc, 24, 16, "AES-192-CBC"},
     {CipherAlgo::Aes256Cbc, 32, 16, "AES-256-CBC"},
+    {CipherAlgo::TwoKeyTripleDesCbc, 16, 8, "DES-EDE-CBC"},
+    {CipherAlgo::Rc4Of40, 5, 0, "RC4-40"},
+    {CipherAlgo::Rc4Of128, 16, 0, "RC4"},
+    {CipherAlgo::Camellia128Cbc, 16, 16, "CAMELLIA-128-CBC"},
+    {CipherAlgo::Camellia192Cbc, 24, 16, "CAMELLIA-192-CBC"},
+    {CipherAlgo::Camellia256Cbc, 32, 16, "CAMELLIA-256-CBC"},
 };
 
 const CipherRow& cipherRow(CipherAlgo algo) {
@@ -33,7 +42,7 @@ enum class Direction { Decrypt = 0, Encrypt = 1 };
 
 ossl::CipherCtx startCipher(CipherAlgo algo, Direction direction, ByteView key, ByteView iv) {
     const CipherRow& row = cipherRow(algo);
-    if (key.size() != row.key || iv.size() != row.block) {
+    if (key.size() != row.key || iv.size() != row.vector) {
         throw CryptoError(CryptoFailure::BadParameter, "cipher key or initial vector of the wrong length");
     }
     const ossl::Cipher cipher(EVP_CIPHER_fetch(ossl::context(), row.name, nullptr));
@@ -64,18 +73,18 @@ size_t cipherKeyLength(CipherAlgo algo) {
     return cipherRow(algo).key;
 }
 
-size_t cipherBlockLength(CipherAlgo algo) {
-    return cipherRow(algo).block;
+size_t cipherVectorLength(CipherAlgo algo) {
+    return cipherRow(algo).vector;
 }
 
-Bytes encryptCbc(CipherAlgo algo, ByteView key, ByteView iv, ByteView plain) {
+Bytes encipher(CipherAlgo algo, ByteView key, ByteView iv, ByteView plain) {
     const ossl::CipherCtx ctx = startCipher(algo, Direction::Encrypt, key, iv);
     Bytes out(plain.size() + iv.size());
     runCipher(ctx.get(), plain, out, "encryption failed");
     return out;
 }
 
-SecretBytes decryptCbc(CipherAlgo algo, ByteView key, ByteView iv, ByteView ciphertext) {
+SecretBytes decipher(CipherAlgo algo, ByteView key, ByteView iv, ByteView ciphertext) {
     const ossl::CipherCtx ctx = startCipher(algo, Direction::Decrypt, key, iv);
     SecretBytes out(ciphertext.size() + iv.size());
     runCipher(ctx.get(), ciphertext, out, "the ciphertext does not decrypt");

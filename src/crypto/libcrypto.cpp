@@ -15,7 +15,7 @@ OSSL_LIB_CTX* makeContext() {
         fail(CryptoFailure::Internal, "libcrypto has no default provider");
     }
     if (!installRandProvider(made.get())) fail(CryptoFailure::Internal, "libcrypto refuses our generator");
-    OSSL_PROVIDER_load(made.get(), "legacy");  // only RC2 needs it: absent, that cipher is reported as unsupported
+    OSSL_PROVIDER_load(made.get(), "legacy");  // only RC2 and RC4 need it: absent, they are reported as unsupported
     ERR_clear_error();
     return made.release();
 }

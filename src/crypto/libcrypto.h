@@ -42,7 +42,7 @@ using NumCtx = Owned<BN_CTX, BN_CTX_free>;
 using Group = Owned<EC_GROUP, EC_GROUP_free>;
 
 /// The library context of all operations: private to this library, with the default provider, our random generator and,
-/// where it is installed, the legacy provider (RC2). Lives until the process ends. Never null.
+/// where it is installed, the legacy provider (RC2, RC4). Lives until the process ends. Never null.
 OSSL_LIB_CTX* context();
 
 /// Empties libcrypto's error queue of this thread and throws.

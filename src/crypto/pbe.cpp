@@ -1,6 +1,9 @@
 #include "crypto/pbe.h"
 
+#include <algorithm>
+
 #include "crypto/libcrypto.h"
+#include "misc/byte_order.h"
 #include "misc/utf8.h"
 
 namespace crv {
@@ -8,10 +11,15 @@ namespace crv {
 namespace {
 
 void mustBeSensible(uint64_t iterations, size_t length) {
-    if (iterations == 0 || iterations > kMaxPbeIterations) {
-        throw CryptoError(CryptoFailure::BadParameter, "iteration count out of range");
-    }
+    if (iterations == 0) throw CryptoError(CryptoFailure::BadParameter, "an iteration count of 0");
+    if (iterations > kMaxPbeIterations) throw CryptoError(CryptoFailure::Unsupported, "too many iterations");
     if (length == 0 || length > 1024) throw CryptoError(CryptoFailure::BadParameter, "derived length out of range");
+}
+
+/// After every so many rounds, about 10 ms, somebody may stop the derivation.
+void askAfter(uint64_t rounds, const PbeProgress& progress) {
+    constexpr uint64_t kRounds = 1 << 14;
+    if (progress && rounds % kRounds == 0 && !progress()) throw CryptoError(CryptoFailure::Cancelled, "stopped");
 }
 
 SecretBytes runKdf(const char* name, const OSSL_PARAM* params, size_t length) {
@@ -29,14 +37,8 @@ OSSL_PARAM octets(const char* key, ByteView value) {
     return OSSL_PARAM_construct_octet_string(key, const_cast<uint8_t*>(value.data()), value.size());
 }
 
-const char* mustBeKnown(KcHashAlgo hash) {
-    const char* name = libcryptoHashName(hash);
-    if (!name) throw CryptoError(CryptoFailure::Unsupported, "no key derivation with this hash");
-    return name;
-}
-
-OSSL_PARAM hashName(KcHashAlgo hash) {
-    return OSSL_PARAM_construct_utf8_string(OSSL_KDF_PARAM_DIGEST, const_cast<char*>(mustBeKnown(hash)), 0);
+void mustBeKnown(KcHashAlgo hash) {
+    if (!libcryptoHashName(hash)) throw CryptoError(CryptoFailure::Unsupported, "no key derivation with this hash");
 }
 
 size_t roundedUp(size_t length, size_t block) {
@@ -62,21 +64,111 @@ void addToBlocks(SecretBytes& blocks, const SecretBytes& number) {
 }
 
 struct DerivedKey {
-    CipherAlgo cipher;
     SecretBytes key;
     SecretBytes iv;
 };
 
-DerivedKey derivePbe(PbeAlgo algo, ByteView password, ByteView salt, uint64_t iterations) {
-    if (algo != PbeAlgo::Sha1Rc2Cbc40 && algo != PbeAlgo::Sha1TripleDesCbc) {
-        throw CryptoError(CryptoFailure::BadParameter, "no such password-based encryption");
-    }
-    const CipherAlgo cipher = algo == PbeAlgo::Sha1Rc2Cbc40 ? CipherAlgo::Rc2Cbc40 : CipherAlgo::TripleDesCbc;
+DerivedKey derivePbe(CipherAlgo cipher, ByteView password, ByteView salt, uint64_t iterations,
+                     const PbeProgress& progress) {
     const auto derive = [&](Pkcs12KeyId id, size_t length) {
-        return pkcs12Derive(KcHashAlgo::Sha1, id, password, salt, iterations, length);
+        return pkcs12Derive(KcHashAlgo::Sha1, id, password, salt, iterations, length, progress);
     };
-    return {cipher, derive(Pkcs12KeyId::EncryptionKey, cipherKeyLength(cipher)),
-            derive(Pkcs12KeyId::InitialVector, cipherBlockLength(cipher))};
+    const size_t vector = cipherVectorLength(cipher);
+    return {derive(Pkcs12KeyId::EncryptionKey, cipherKeyLength(cipher)),
+            vector == 0 ? SecretBytes() : derive(Pkcs12KeyId::InitialVector, vector)};
+}
+
+struct PrfRow {
+    PrfAlgo prf;
+    const char* name;
+};
+constexpr PrfRow kPrfs[] = {
+    {PrfAlgo::Sha1, "SHA1"},
+    {PrfAlgo::Sha224, "SHA2-224"},
+    {PrfAlgo::Sha256, "SHA2-256"},
+    {PrfAlgo::Sha384, "SHA2-384"},
+    {PrfAlgo::Sha512, "SHA2-512"},
+    {PrfAlgo::Sha3224, "SHA3-224"},
+    {PrfAlgo::Sha3256, "SHA3-256"},
+    {PrfAlgo::Sha3384, "SHA3-384"},
+    {PrfAlgo::Sha3512, "SHA3-512"},
+    {PrfAlgo::Sha512Of224, "SHA2-512/224"},
+    {PrfAlgo::Sha512Of256, "SHA2-512/256"},
+};
+
+/// HMAC under one key, again and again.
+class Hmac {
+  public:
+    Hmac(PrfAlgo prf, ByteView key) {
+        const auto* row = std::ranges::find(kPrfs, prf, &PrfRow::prf);
+        if (row == std::end(kPrfs)) throw CryptoError(CryptoFailure::Unsupported, "no such HMAC");
+        const ossl::Mac method(EVP_MAC_fetch(ossl::context(), "HMAC", nullptr));
+        ctx_.reset(ossl::made(EVP_MAC_CTX_new(method.get()), CryptoFailure::Internal, "no memory for an HMAC"));
+        const OSSL_PARAM params[] = {
+            OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, const_cast<char*>(row->name), 0),
+            OSSL_PARAM_construct_end()};
+        // A null pointer would mean the key before, of which there is none.
+        static constexpr uint8_t kNoKey[1] = {};
+        ossl::must(EVP_MAC_init(ctx_.get(), key.empty() ? kNoKey : key.data(), key.size(), params),
+                   CryptoFailure::Unsupported, "libcrypto lacks this HMAC");
+    }
+
+    [[nodiscard]] size_t length() const { return EVP_MAC_CTX_get_mac_size(ctx_.get()); }
+    void update(ByteView data) { must(EVP_MAC_update(ctx_.get(), data.data(), data.size())); }
+    /// `out` has the MAC's length. The next message may follow.
+    void final(SecretBytes& out) {
+        size_t written = 0;
+        must(EVP_MAC_final(ctx_.get(), out.data(), &written, out.size()));
+        must(EVP_MAC_init(ctx_.get(), nullptr, 0, nullptr));
+    }
+
+  private:
+    static void must(int answer) { ossl::must(answer, CryptoFailure::Internal, "HMAC failed"); }
+
+    ossl::MacCtx ctx_;
+};
+
+// Done here, because libcrypto's PBKDF2 cannot be stopped; it takes as long.
+SecretBytes derive(const Pbkdf2Params& how, ByteView password, size_t length, const PbeProgress& progress) {
+    mustBeSensible(how.iterations, length);
+    Hmac prf(how.prf, password);
+    SecretBytes out, link(prf.length()), sum;
+    for (uint32_t block = 1; out.size() < length; ++block) {
+        uint8_t number[4];
+        storeBe(number, block);
+        prf.update(how.salt);
+        prf.update(number);
+        prf.final(link);
+        sum = link;
+        for (uint64_t i = 1; i < how.iterations; ++i) {
+            prf.update(link);
+            prf.final(link);
+            for (size_t k = 0; k < sum.size(); ++k) sum[k] ^= link[k];
+            askAfter(i, progress);
+        }
+        out.insert(out.end(), sum.begin(), sum.end());
+    }
+    out.resize(length);
+    return out;
+}
+
+SecretBytes derive(const ScryptParams& how, ByteView password, size_t length, const PbeProgress&) {
+    constexpr uint64_t kMost = uint64_t{256} << 20;
+    constexpr uint64_t kMostOfOne = kMost / 128;  // so that no product overflows
+    uint64_t cost = how.cost, blockSize = how.blockSize, parallel = how.parallel, memory = 2 * kMost;
+    const bool powerOf2 = cost > 1 && (cost & (cost - 1)) == 0;
+    if (!powerOf2 || blockSize == 0 || parallel == 0 || length == 0 || length > 1024)
+        throw CryptoError(CryptoFailure::BadParameter, "scrypt parameters out of range");
+    if (cost > kMostOfOne || blockSize > kMostOfOne / cost || parallel > kMostOfOne / (cost * blockSize) * 4)
+        throw CryptoError(CryptoFailure::Unsupported, "scrypt would take too much memory or time");
+    const OSSL_PARAM params[] = {octets(OSSL_KDF_PARAM_PASSWORD, password),
+                                 octets(OSSL_KDF_PARAM_SALT, how.salt),
+                                 OSSL_PARAM_construct_uint64(OSSL_KDF_PARAM_SCRYPT_N, &cost),
+                                 OSSL_PARAM_construct_uint64(OSSL_KDF_PARAM_SCRYPT_R, &blockSize),
+                                 OSSL_PARAM_construct_uint64(OSSL_KDF_PARAM_SCRYPT_P, &parallel),
+                                 OSSL_PARAM_construct_uint64(OSSL_KDF_PARAM_SCRYPT_MAXMEM, &memory),
+                                 OSSL_PARAM_construct_end()};
+    return runKdf("SCRYPT", params, length);
 }
 
 }  // namespace
@@ -101,7 +193,7 @@ SecretBytes utf16BePassword(std::string_view utf8) {
 
 // Done here, because libcrypto gives the memory with the repeated password back without wiping it.
 SecretBytes pkcs12Derive(KcHashAlgo hash, Pkcs12KeyId id, ByteView utf16Password, ByteView salt, uint64_t iterations,
-                         size_t length) {
+                         size_t length, const PbeProgress& progress) {
     mustBeSensible(iterations, length);
     mustBeKnown(hash);
     const size_t block = hashBlockLength(hash);
@@ -120,6 +212,7 @@ SecretBytes pkcs12Derive(KcHashAlgo hash, Pkcs12KeyId id, ByteView utf16Password
         for (uint64_t i = 1; i < iterations; ++i) {
             running.update(digest);
             running.final(digest);
+            askAfter(i, progress);
         }
         out.insert(out.end(), digest.begin(), digest.end());
         if (out.size() >= length) break;
@@ -129,32 +222,40 @@ SecretBytes pkcs12Derive(KcHashAlgo hash, Pkcs12KeyId id, ByteView utf16Password
     return out;
 }
 
+CipherAlgo cipherOf(PbeAlgo algo) {
+    if (algo == PbeAlgo::Sha1TripleDesCbc) return CipherAlgo::TripleDesCbc;
+    if (algo == PbeAlgo::Sha1Rc2Cbc40) return CipherAlgo::Rc2Cbc40;
+    throw CryptoError(CryptoFailure::BadParameter, "no such password-based encryption");
+}
+
 Bytes pbeEncrypt(PbeAlgo algo, ByteView utf16Password, ByteView salt, uint64_t iterations, ByteView plain) {
-    const DerivedKey derived = derivePbe(algo, utf16Password, salt, iterations);
-    return encryptCbc(derived.cipher, derived.key, derived.iv, plain);
+    const CipherAlgo cipher = cipherOf(algo);
+    const DerivedKey derived = derivePbe(cipher, utf16Password, salt, iterations, {});
+    return encipher(cipher, derived.key, derived.iv, plain);
 }
 
-SecretBytes pbeDecrypt(PbeAlgo algo, ByteView utf16Password, ByteView salt, uint64_t iterations, ByteView ciphertext) {
-    const DerivedKey derived = derivePbe(algo, utf16Password, salt, iterations);
-    return decryptCbc(derived.cipher, derived.key, derived.iv, ciphertext);
+SecretBytes pbeDecrypt(CipherAlgo cipher, ByteView utf16Password, ByteView salt, uint64_t iterations,
+                       ByteView ciphertext, const PbeProgress& progress) {
+    const DerivedKey derived = derivePbe(cipher, utf16Password, salt, iterations, progress);
+    return decipher(cipher, derived.key, derived.iv, ciphertext);
 }
 
-SecretBytes pbkdf2(KcHashAlgo hash, ByteView password, ByteView salt, uint64_t iterations, size_t length) {
-    mustBeSensible(iterations, length);
-    int anyParameters = 1;  // else libcrypto refuses the short salts and low counts of old files (SP 800-132 limits)
-    const OSSL_PARAM params[] = {hashName(hash),
-                                 octets(OSSL_KDF_PARAM_PASSWORD, password),
-                                 octets(OSSL_KDF_PARAM_SALT, salt),
-                                 OSSL_PARAM_construct_uint64(OSSL_KDF_PARAM_ITER, &iterations),
-                                 OSSL_PARAM_construct_int(OSSL_KDF_PARAM_PKCS5, &anyParameters),
-                                 OSSL_PARAM_construct_end()};
-    return runKdf("PBKDF2", params, length);
+SecretBytes hmac(PrfAlgo prf, ByteView key, ByteView message) {
+    Hmac code(prf, key);
+    SecretBytes out(code.length());
+    code.update(message);
+    code.final(out);
+    return out;
 }
 
-SecretBytes pbes2Decrypt(const Pbes2Params& params, ByteView password, ByteView ciphertext) {
-    const SecretBytes key =
-        pbkdf2(params.prfHash, password, params.salt, params.iterations, cipherKeyLength(params.cipher));
-    return decryptCbc(params.cipher, key, params.iv, ciphertext);
+SecretBytes deriveKey(const KeyDerivation& how, ByteView password, size_t length, const PbeProgress& progress) {
+    return std::visit([&](const auto& params) { return derive(params, password, length, progress); }, how);
+}
+
+SecretBytes pbes2Decrypt(const Pbes2Params& params, ByteView password, ByteView ciphertext,
+                         const PbeProgress& progress) {
+    const SecretBytes key = deriveKey(params.derivation, password, cipherKeyLength(params.cipher), progress);
+    return decipher(params.cipher, key, params.iv, ciphertext);
 }
 
 }  // namespace crv

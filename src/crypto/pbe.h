@@ -1,9 +1,12 @@
-// Password-based encryption and key derivation: PKCS#12 (RFC 7292 appendix B and C) and PBES2 (RFC 8018), over octets
-// and parameters; the structures that carry these parameters stand above.
+// Password-based encryption and key derivation: PKCS#12 (RFC 7292 appendix B and C) and PBES2 (RFC 8018, RFC 7914),
+// over octets and parameters; the structures that carry these parameters stand above.
 //
-// Iteration counts of 0 or above kMaxPbeIterations are CryptoError (badParameter) everywhere, so that a hostile file
-// cannot cost minutes. Salts may have any length.
+// An iteration count of 0 is CryptoError (badParameter) everywhere, one above kMaxPbeIterations CryptoError
+// (unsupported), so that a hostile file cannot cost minutes. Salts may have any length.
 #pragma once
+
+#include <functional>
+#include <variant>
 
 #include "crypto/cipher.h"
 #include "crypto/kc_hash.h"
@@ -20,33 +23,71 @@ inline constexpr uint64_t kMaxPbeIterations = 10'000'000;
 /// What a derivation is for: the ID octet of RFC 7292 B.3.
 enum class Pkcs12KeyId : int { EncryptionKey = 1, InitialVector = 2, MacKey = 3 };
 
+/// Asked every few thousand rounds of a derivation; false ends it with CryptoError (cancelled).
+using PbeProgress = std::function<bool()>;
+
 /// The PKCS#12 derivation (RFC 7292 B.2). The password is taken as it is, so it comes from `utf16BePassword`.
 [[nodiscard]] SecretBytes pkcs12Derive(KcHashAlgo hash, Pkcs12KeyId id, ByteView utf16Password, ByteView salt,
-                                       uint64_t iterations, size_t length);
+                                       uint64_t iterations, size_t length, const PbeProgress& progress = {});
 
-/// Encryption schemes of RFC 7292 appendix C. The numbers are the cipher selectors of the security file's writer.
+/// Encryption schemes of RFC 7292 appendix C that are written. The numbers are the cipher selectors of the security
+/// file's writer.
 enum class PbeAlgo : int { Sha1Rc2Cbc40 = 1, Sha1TripleDesCbc = 4 };
+/// CryptoError (badParameter) for a number that is no selector.
+[[nodiscard]] CipherAlgo cipherOf(PbeAlgo algo);
 
 /// pbeWithSHAAnd3-KeyTripleDES-CBC or pbeWithSHAAnd40BitRC2-CBC: key and vector are derived with SHA-1.
 [[nodiscard]] Bytes pbeEncrypt(PbeAlgo algo, ByteView utf16Password, ByteView salt, uint64_t iterations,
                                ByteView plain);
-/// The reverse; a wrong password or a damaged ciphertext is CryptoError (badData) most of the time, garbage else.
-[[nodiscard]] SecretBytes pbeDecrypt(PbeAlgo algo, ByteView utf16Password, ByteView salt, uint64_t iterations,
-                                     ByteView ciphertext);
+/// The reverse, for every cipher of RFC 7292 appendix C; a wrong password or a damaged ciphertext is CryptoError
+/// (badData) most of the time, garbage else.
+[[nodiscard]] SecretBytes pbeDecrypt(CipherAlgo cipher, ByteView utf16Password, ByteView salt, uint64_t iterations,
+                                     ByteView ciphertext, const PbeProgress& progress = {});
 
-/// PBKDF2 with HMAC over the hash (RFC 8018 5.2).
-[[nodiscard]] SecretBytes pbkdf2(KcHashAlgo hash, ByteView password, ByteView salt, uint64_t iterations, size_t length);
+/// Hashes that HMAC is used with in PBKDF2 and PBMAC1. The first numbers are those of KcHashAlgo.
+enum class PrfAlgo : uint8_t {
+    Sha1 = 1,
+    Sha224 = 2,
+    Sha256 = 3,
+    Sha384 = 4,
+    Sha512 = 5,
+    Sha3224 = 10,
+    Sha3256 = 11,
+    Sha3384 = 12,
+    Sha3512 = 13,
+    Sha512Of224 = 14,
+    Sha512Of256 = 15,
+};
 
-/// Parameters of PBES2 with PBKDF2 (RFC 8018 6.2, A.2).
-struct Pbes2Params {
-    KcHashAlgo prfHash = KcHashAlgo::Sha1;  ///< HMAC-SHA1 is what an absent prf means
+[[nodiscard]] SecretBytes hmac(PrfAlgo prf, ByteView key, ByteView message);
+
+/// PBKDF2 with HMAC (RFC 8018 5.2).
+struct Pbkdf2Params {
+    PrfAlgo prf = PrfAlgo::Sha1;  ///< HMAC-SHA1 is what an absent prf means
     Bytes salt;
     uint64_t iterations = 0;
+};
+/// scrypt (RFC 7914). It cannot be stopped, so its cost is bounded: more than 256 MiB of memory, or of work, is
+/// CryptoError (unsupported).
+struct ScryptParams {
+    Bytes salt;
+    uint64_t cost = 0, blockSize = 0, parallel = 0;
+};
+using KeyDerivation = std::variant<Pbkdf2Params, ScryptParams>;
+
+/// A key from a password, which is the text's own octets (UTF-8) and not UTF-16.
+[[nodiscard]] SecretBytes deriveKey(const KeyDerivation& how, ByteView password, size_t length,
+                                    const PbeProgress& progress = {});
+
+/// Parameters of PBES2 (RFC 8018 6.2, A.4).
+struct Pbes2Params {
+    KeyDerivation derivation;
     CipherAlgo cipher = CipherAlgo::Aes256Cbc;
     Bytes iv;
 };
 
-/// Decrypts; the password is the text's own octets (UTF-8), not UTF-16. Errors as `pbeDecrypt`.
-[[nodiscard]] SecretBytes pbes2Decrypt(const Pbes2Params& params, ByteView password, ByteView ciphertext);
+/// Decrypts; the password is as for `deriveKey`. Errors as `pbeDecrypt`.
+[[nodiscard]] SecretBytes pbes2Decrypt(const Pbes2Params& params, ByteView password, ByteView ciphertext,
+                                       const PbeProgress& progress = {});
 
 }  // namespace crv

@@ -143,7 +143,7 @@ KeyManagerResult KeyManager::loadKey(const SecretText& password) {
     }
     const bool withSecrets = !ignoresSecurityFile();
     LoadedSecurityFile loaded;
-    if (const KeyManagerResult read = readSecurityFile(octets, password, withSecrets, loaded); read != kKmOk)
+    if (const KeyManagerResult read = readSecurityFile(octets, password, withSecrets, loaded, progress_); read != kKmOk)
         return read;
     const CRVCfgFile& record = loaded.configuration ? *loaded.configuration : configuration().record();
     KeyStoreContents contents;

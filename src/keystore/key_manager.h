@@ -94,6 +94,9 @@ class KeyManager {
     /// A failure forgets everything, with one exception: after kKmNoSeed the contents stay for rbgInit (from
     /// keystrokes) and saveConfiguration, after which initProfile is called again (State::Unseeded).
     [[nodiscard]] KeyManagerResult initProfile(int mode, bool readAdditional);
+    /// Asked now and then while a password is turned into keys, which foreign files may make long; false stops the
+    /// opening with kKmStopped. Empty: nobody stops it.
+    void setProgress(std::function<bool()> progress) { progress_ = std::move(progress); }
 
     /// Log-out: forgets and wipes keys, certificates, configuration, seed and generators, and when a profile was logged
     /// in also the PINs. Not to be called between kKmNoSeed and the save that mends it. Never fails.
@@ -252,6 +255,7 @@ class KeyManager {
     std::shared_ptr<const CRVCfgFile> deviceRecord_;  // a device's record as last read or written; null: it had none
     std::unique_ptr<KeyStoreContents> beforeInstall_;
     SecretBytes signedConfiguration_;  // a configuration still to be verified
+    std::function<bool()> progress_;
     TrustPoints trust_;
     Generators generators_;
     RandomBridge random_;

@@ -58,6 +58,9 @@ namespace crv {
     X(kKmCurveTooSmall, 63, ECRV_UNSUPPORTED_CURVE_CERT_VERSION, "an EC key over a field that is too small")  \
     X(kKmAlgorithmNotSupported, 64, ECRV_UNSUPPORTED_ALGO_CERT_VERSION, "the algorithm is not supported")     \
     X(kKmDsaNotSupported, 65, ECRV_UNSUPPORTED_KEY_ALGO_CERT_VERSION, "DSA keys are not offered")             \
+    X(kKmProtectionNotSupported, 66, ECRV_INV_KEY_PROT,                                                       \
+      "the file's protection is unknown here or has too many rounds")                                         \
+    X(kKmStopped, 67, ECRV_ACTION_CANCELLED, "the user stopped the opening")                                  \
     X(kKmLockFailed, 70, ECRV_LOCK, "the lock on the security file cannot be had or given back")              \
     X(kKmLockGivenUp, 71, ECRV_LOCK, "the wait for the lock was ended")
 

@@ -65,7 +65,7 @@ KeyManagerResult KeyManager::readAdditionalTrustedCA() {
         if (answer == kPinWrong) return kKmWrongRootsPassword;
         if (answer != kPinOk) return kKmNoRootsPassword;
     }
-    return trust_.readAdditional(octets, password);
+    return trust_.readAdditional(octets, password, progress_);
 }
 
 }  // namespace crv

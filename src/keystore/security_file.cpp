@@ -25,6 +25,8 @@ KeyManagerResult pfxResult(PfxResult result) {
         {PfxResult::Ok, kKmOk},
         {PfxResult::MacMismatch, kKmWrongPassword},
         {PfxResult::Malformed, kKmBadFormat},
+        {PfxResult::Unsupported, kKmProtectionNotSupported},
+        {PfxResult::Cancelled, kKmStopped},
         {PfxResult::NoMemory, kKmNoMemory},
     };
     for (const ResultRow& row : kRows)
@@ -33,28 +35,31 @@ KeyManagerResult pfxResult(PfxResult result) {
 }
 
 /// The password in the forms that PFX files take, nothing when it is no UTF-8 and so cannot be right.
-std::optional<PbePassword> pbePassword(const SecretText& password) {
+std::optional<PbePassword> pbePassword(const SecretText& password, const std::function<bool()>& progress = {}) {
     try {
-        return PbePassword(password.view());
+        return PbePassword(password.view(), progress);
     } catch (const CryptoError&) {
         return std::nullopt;
     }
 }
 
-/// Checks what the authentication code does not cover, too.
+/// Checks what the authentication code does not cover, too. The parameters of PBMAC1 take part in it.
 bool readPfx(ByteView octets, Pfx& pfx) {
     constexpr long kVersion = 3;
     if (!pfx.readExactly(octets, ASN_FLAG_CONST) || pfx.version.value() != kVersion || !pfx.macData) return false;
-    const auto& parameters = pfx.macData->mac.digestAlgorithm.parameters;
+    const AlgorithmIdentifier& mac = pfx.macData->mac.digestAlgorithm;
     ASNnull null;
-    return !parameters || parameters->decode(null);
+    return mac.algorithm == OID_PBMAC1 || !mac.parameters || mac.parameters->decode(null);
+}
+
+bool isKnownAlgorithm(const ASNobjectId& algorithm) {
+    return algorithm == OID_RSA_ENC || algorithm == OID_DSA || algorithm == OID_EC_PUBLIC_KEY;
 }
 
 KeyManagerResult takeKey(PfxContents::Key& bag, LoadedSecurityFile& out) {
-    const ASNobjectId& algorithm = bag.key.privateKeyAlgorithm.algorithm;
-    if (algorithm == OID_RSA) bag.key.privateKeyAlgorithm = AlgorithmIdentifier(OID_RSA_ENC, ASNnull());
-    if (!(algorithm == OID_RSA_ENC) && !(algorithm == OID_DSA) && !(algorithm == OID_EC_PUBLIC_KEY))
-        return kKmUnknownKeyAlgorithm;
+    AlgorithmIdentifier& algorithm = bag.key.privateKeyAlgorithm;
+    if (algorithm.algorithm == OID_RSA) algorithm = AlgorithmIdentifier(OID_RSA_ENC, ASNnull());
+    if (!isKnownAlgorithm(algorithm.algorithm)) return kKmUnknownKeyAlgorithm;
     try {
         const PrivateKey key = PrivateKey::fromPkcs8(encodedSecret(bag.key));
         const auto same = [&](const LoadedSecurityFile::Key& other) { return other.key.keyId() == key.keyId(); };
@@ -63,6 +68,41 @@ KeyManagerResult takeKey(PfxContents::Key& bag, LoadedSecurityFile& out) {
         return kKmOk;
     } catch (const CryptoError& error) {
         return error.failure() == CryptoFailure::Unsupported ? kKmUnknownKeyAlgorithm : kKmBadFormat;
+    }
+}
+
+/// What is not understood stays in the file, inside what is enciphered with the certificates.
+template <class Bag>
+void keepBag(const KnownOid& kind, const ASNobject& value, const Bag& bag, LoadedSecurityFile& out) {
+    SafeBag kept(kind, value);
+    kept.addAttributes(bag.attributes);
+    kept.setLocalKeyId(bag.localKeyId);
+    out.others.push_back(encodedSecret(kept));
+}
+
+KeyManagerResult takeKeys(PfxContents& contents, LoadedSecurityFile& out) {
+    bool unknown = false;
+    for (PfxContents::Key& bag : contents.keys) {
+        const KeyManagerResult result = takeKey(bag, out);
+        if (result == kKmUnknownKeyAlgorithm) {
+            keepBag(OID_PKCS12_KEY_BAG, bag.key, bag, out);
+            unknown = true;
+        } else if (result != kKmOk) {
+            return result;
+        }
+    }
+    return unknown && out.keys.empty() ? kKmUnknownKeyAlgorithm : kKmOk;
+}
+
+void takeCertificates(const PfxContents& contents, LoadedSecurityFile& out) {
+    for (const PfxContents::Certificate& bag : contents.certificates) {
+        CertPtr certificate = makeCert(bag.certificate);
+        if (!certificate) {
+            keepBag(OID_PKCS12_CERT_BAG, certificateBag(bag.certificate), bag, out);
+            continue;
+        }
+        if (!bag.attributes.empty()) out.certAttributes.emplace(bag.certificate, bag.attributes);
+        if (!contains(out.certificates, *certificate)) out.certificates.push_back(std::move(certificate));
     }
 }
 
@@ -90,7 +130,7 @@ bool takeSecrets(const PfxContents& contents, LoadedSecurityFile& out) {
 
 /// Secrets of other programs get the layout that those know.
 void keepOthers(PfxContents& contents, LoadedSecurityFile& out) {
-    out.others = std::move(contents.others);
+    std::ranges::move(contents.others, std::back_inserter(out.others));
     for (const PfxContents::Secret& secret : contents.secrets) {
         if (secret.type == OID_CRV_SAFE_BAG_CONFIG || secret.type == OID_CRV_SAFE_BAG_SEED) continue;
         SecretBag value;
@@ -103,15 +143,9 @@ void keepOthers(PfxContents& contents, LoadedSecurityFile& out) {
 }
 
 KeyManagerResult sortContents(PfxContents& contents, bool withSecrets, LoadedSecurityFile& out) {
-    for (PfxContents::Key& key : contents.keys)
-        if (const KeyManagerResult result = takeKey(key, out); result != kKmOk) return result;
-    for (const PfxContents::Certificate& bag : contents.certificates) {
-        CertPtr certificate = makeCert(bag.certificate);
-        if (!certificate) return kKmBadFormat;
-        if (!bag.attributes.empty()) out.certAttributes.emplace(bag.certificate, bag.attributes);
-        if (!contains(out.certificates, *certificate)) out.certificates.push_back(std::move(certificate));
-    }
+    if (const KeyManagerResult result = takeKeys(contents, out); result != kKmOk) return result;
     keepOthers(contents, out);
+    takeCertificates(contents, out);
     return !withSecrets || takeSecrets(contents, out) ? kKmOk : kKmBadFormat;
 }
 
@@ -153,11 +187,11 @@ void addOthers(const KeyStoreContents& contents, Pfx& pfx) {
 }  // namespace
 
 KeyManagerResult readSecurityFile(ByteView octets, const SecretText& password, bool withSecrets,
-                                  LoadedSecurityFile& out) {
+                                  LoadedSecurityFile& out, const std::function<bool()>& progress) {
     try {
         Pfx pfx;
         if (!readPfx(octets, pfx)) return kKmBadFormat;
-        const auto pbe = pbePassword(password);
+        const auto pbe = pbePassword(password, progress);
         if (!pbe) return kKmWrongPassword;
         PfxContents contents;
         if (const PfxResult result = pfx.getContents(*pbe, contents); result != PfxResult::Ok) return pfxResult(result);

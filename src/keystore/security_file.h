@@ -2,6 +2,7 @@
 // under one password. docs/formats.md shows the layout.
 #pragma once
 
+#include <functional>
 #include <string_view>
 
 #include "keystore/key_manager_result.h"
@@ -33,10 +34,12 @@ struct LoadedSecurityFile {
     std::vector<SecretBytes> others;
 };
 
-/// Reads a PFX, ours or another tool's. `withSecrets` false passes the configuration and the seed over. kKmBadFormat,
-/// kKmWrongPassword, kKmUnknownKeyAlgorithm, kKmNoMemory; a failure leaves `out` as it was.
+/// Reads a PFX, ours or another tool's. `withSecrets` false passes the configuration and the seed over. `progress`,
+/// when given, is asked while the password is turned into keys; false stops that. Keys of other algorithms and
+/// certificates that cannot be read go to `others`. kKmBadFormat, kKmWrongPassword, kKmProtectionNotSupported,
+/// kKmUnknownKeyAlgorithm (no key but such), kKmStopped, kKmNoMemory; a failure leaves `out` as it was.
 [[nodiscard]] KeyManagerResult readSecurityFile(ByteView octets, const SecretText& password, bool withSecrets,
-                                                LoadedSecurityFile& out);
+                                                LoadedSecurityFile& out, const std::function<bool()>& progress = {});
 
 /// Octets from which the salts of one file are drawn.
 using SaltOrigin = std::span<const uint8_t, 20>;

@@ -68,11 +68,12 @@ bool TrustPoints::holds(const CRVCfgFile& record, const CertList& kept, const Si
     });
 }
 
-KeyManagerResult TrustPoints::readAdditional(ByteView store, const SecretText& password) {
+KeyManagerResult TrustPoints::readAdditional(ByteView store, const SecretText& password,
+                                             const std::function<bool()>& progress) {
     LoadedSecurityFile loaded;
-    const KeyManagerResult opened = readSecurityFile(store, password, false, loaded);
+    const KeyManagerResult opened = readSecurityFile(store, password, false, loaded, progress);
     if (opened == kKmWrongPassword) return kKmWrongRootsPassword;
-    if (opened == kKmNoMemory) return opened;
+    if (opened == kKmNoMemory || opened == kKmStopped || opened == kKmProtectionNotSupported) return opened;
     if (opened != kKmOk || !loaded.keys.empty()) return kKmRootsFormat;
     std::ranges::copy_if(loaded.certificates, std::back_inserter(additional_),
                          [](const CertPtr& certificate) { return certificate->isCaCrt(); });

@@ -2,6 +2,7 @@
 // additional store.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,9 +35,10 @@ class TrustPoints {
     [[nodiscard]] bool holds(const CRVCfgFile& record, const CertList& kept,
                              const SignedCertificate& certificate) const;
 
-    /// Takes the certificates of authorities out of an additional store (a PFX without keys). kKmWrongRootsPassword,
-    /// kKmRootsFormat, kKmNoMemory.
-    [[nodiscard]] KeyManagerResult readAdditional(ByteView store, const SecretText& password);
+    /// Takes the certificates of authorities out of an additional store (a PFX without keys). `progress` as in
+    /// readSecurityFile. kKmWrongRootsPassword, kKmRootsFormat, kKmProtectionNotSupported, kKmStopped, kKmNoMemory.
+    [[nodiscard]] KeyManagerResult readAdditional(ByteView store, const SecretText& password,
+                                                  const std::function<bool()>& progress = {});
     void clearAdditional() noexcept { additional_.clear(); }
 
   private:

@@ -24,7 +24,7 @@ std::string hidePassword(const SecretText& password) {
     Bytes hidden(kVector);
     if (getrandom(hidden.data(), kVector, 0) != static_cast<ssize_t>(kVector))
         throw CrvApiException(ECRV_INTERNAL_ERROR, "getrandom");
-    const Bytes cipher = encryptCbc(CipherAlgo::Aes128Cbc, kKey, hidden, password.bytes());
+    const Bytes cipher = encipher(CipherAlgo::Aes128Cbc, kKey, hidden, password.bytes());
     hidden.insert(hidden.end(), cipher.begin(), cipher.end());
     return toBase64(hidden);
 }
@@ -35,7 +35,7 @@ SecretText revealPassword(const std::string& hidden) {
     try {
         if (octets && octets->size() > kVector) {
             const ByteView all = *octets;
-            const auto plain = decryptCbc(CipherAlgo::Aes128Cbc, kKey, all.first(kVector), all.subspan(kVector));
+            const auto plain = decipher(CipherAlgo::Aes128Cbc, kKey, all.first(kVector), all.subspan(kVector));
             return SecretText(asText(plain));
         }
     } catch (const CryptoError&) {

@@ -24,12 +24,14 @@ TEST(Pbe, DerivesAndDecryptsAsOthersDo) {
         if (kind == "pkcs12") {
             EXPECT_EQ(hex(pkcs12Derive(hash, Pkcs12KeyId(detail), utf16, salt, iterations, output.size())), f[7]);
         } else if (kind == "pbkdf2") {
-            EXPECT_EQ(hex(pbkdf2(hash, password, salt, iterations, output.size())), f[7]);
+            EXPECT_EQ(hex(deriveKey(Pbkdf2Params{PrfAlgo(hash), salt, iterations}, password, output.size())), f[7]);
         } else if (kind == "pbe") {
-            EXPECT_EQ(asText(pbeDecrypt(PbeAlgo(detail), utf16, salt, iterations, output)), kPlain);
+            EXPECT_EQ(asText(pbeDecrypt(cipherOf(PbeAlgo(detail)), utf16, salt, iterations, output)), kPlain);
             EXPECT_EQ(pbeEncrypt(PbeAlgo(detail), utf16, salt, iterations, asBytes(kPlain)), output);
         } else {
-            EXPECT_EQ(asText(pbes2Decrypt({hash, salt, iterations, CipherAlgo(detail), iv}, password, output)), kPlain);
+            EXPECT_EQ(asText(pbes2Decrypt({Pbkdf2Params{PrfAlgo(hash), salt, iterations}, CipherAlgo(detail), iv},
+                                          password, output)),
+                      kPlain);
         }
         ++cases[kind];
     }
@@ -54,13 +56,14 @@ TEST(Pbe, PasswordsInUtf16) {
 TEST(Pbe, AbsurdCountsAreRefusedAtOnce) {
     const auto start = std::chrono::steady_clock::now();
     for (const uint64_t count : {uint64_t{0}, kMaxPbeIterations + 1, UINT64_MAX}) {
-        const Pbes2Params pbes2{KcHashAlgo::Sha1, {}, count, CipherAlgo::Aes128Cbc, Bytes(16)};
-        EXPECT_THROW((void)pbkdf2(KcHashAlgo::Sha256, {}, {}, count, 32), CryptoError);
+        const Pbkdf2Params absurd{PrfAlgo::Sha256, {}, count};
+        const Pbes2Params pbes2{absurd, CipherAlgo::Aes128Cbc, Bytes(16)};
+        EXPECT_THROW((void)deriveKey(absurd, {}, 32), CryptoError);
         EXPECT_THROW((void)pkcs12Derive(KcHashAlgo::Sha1, Pkcs12KeyId::MacKey, {}, {}, count, 20), CryptoError);
-        EXPECT_THROW((void)pbeDecrypt(PbeAlgo::Sha1TripleDesCbc, {}, {}, count, Bytes(8)), CryptoError);
+        EXPECT_THROW((void)pbeDecrypt(CipherAlgo::TripleDesCbc, {}, {}, count, Bytes(8)), CryptoError);
         EXPECT_THROW((void)pbes2Decrypt(pbes2, {}, Bytes(16)), CryptoError);
     }
-    EXPECT_THROW((void)pbkdf2(KcHashAlgo::Sha256, {}, {}, 1, size_t{1} << 40), CryptoError);
+    EXPECT_THROW((void)deriveKey(Pbkdf2Params{PrfAlgo::Sha256, {}, 1}, {}, size_t{1} << 40), CryptoError);
     EXPECT_THROW((void)pkcs12Derive(KcHashAlgo::Ripemd128, Pkcs12KeyId::MacKey, {}, {}, 1, 16), CryptoError);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
 }
@@ -68,12 +71,12 @@ TEST(Pbe, AbsurdCountsAreRefusedAtOnce) {
 TEST(Cipher, RefusesBrokenBlocksPaddingsAndLengths) {
     const Bytes key(32, 1);
     const Bytes iv(16, 2);
-    const Bytes sealed = encryptCbc(CipherAlgo::Aes256Cbc, key, iv, asBytes(kPlain));
+    const Bytes sealed = encipher(CipherAlgo::Aes256Cbc, key, iv, asBytes(kPlain));
     EXPECT_EQ(sealed.size(), 32u);
-    EXPECT_EQ(asText(decryptCbc(CipherAlgo::Aes256Cbc, key, iv, sealed)), kPlain);
-    EXPECT_EQ(encryptCbc(CipherAlgo::Aes256Cbc, key, iv, {}).size(), 16u);
+    EXPECT_EQ(asText(decipher(CipherAlgo::Aes256Cbc, key, iv, sealed)), kPlain);
+    EXPECT_EQ(encipher(CipherAlgo::Aes256Cbc, key, iv, {}).size(), 16u);
     const auto failure = [&](ByteView k, ByteView v, ByteView c) {
-        return failureOf([&] { (void)decryptCbc(CipherAlgo::Aes256Cbc, k, v, c); });
+        return failureOf([&] { (void)decipher(CipherAlgo::Aes256Cbc, k, v, c); });
     };
     for (const size_t length : {0, 1, 15, 17, 31}) {
         EXPECT_EQ(failure(key, iv, ByteView(sealed).first(length)), CryptoFailure::BadData) << length;

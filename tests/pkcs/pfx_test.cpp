@@ -56,6 +56,8 @@ TEST(Pfx, ForeignFilesGiveUpTheirContentsToTheRightPassword) {
         {"3des", kPassword, Ok, 1, 2},
         {"nomaciter", kPassword, Ok, 1, 1},
         {"keybag", kPassword, Ok, 1, 1},
+        {"pbmac1", kPassword, Ok, 1, 2},
+        {"pbmac1", "x", MacMismatch},
         {"certs", kPassword, Ok, 0, 2},
         {"empty", "", Ok, 1, 1},
         {"certtool", kPassword, Ok, 1, 1, "PrÃ³ba"},  // its writer took UTF-8 for Latin 1
@@ -151,6 +153,32 @@ TEST(Pfx, WhatIsNotThereIsLeftOutAndAnEmptyPasswordHasTwoForms) {
         ASSERT_EQ(keyOnly.final(PbeAlgo::Sha1Rc2Cbc40, true, form, kRandom.data(), 20), PfxResult::Ok);
         EXPECT_EQ(keyOnly.getContents(PbePassword(""), contents), PfxResult::Ok);
     }
+}
+
+TEST(Pfx, UnknownCodesAreToldAndLongDerivationsStop) {
+    auto pfx = fullPfx();
+    PfxContents contents;
+    for (const char* file : {"3des", "pbmac1"}) {
+        Pfx slow;
+        ASSERT_TRUE(slow.readExactly(dataFile("pfx_" + std::string(file) + ".p12")));
+        slow.macData->iterations.setValue(9'999'999);
+        if (auto& parameters = slow.macData->mac.digestAlgorithm.parameters; file[0] == 'p') {
+            Pbes2Parameters pbmac1;
+            Pbkdf2Parameters pbkdf2;
+            ASSERT_TRUE(parameters->decode(pbmac1) && pbmac1.keyDerivationFunc.parameters->decode(pbkdf2));
+            pbkdf2.iterationCount.setValue(9'999'999);
+            pbmac1.keyDerivationFunc.parameters->build(pbkdf2);
+            parameters->build(pbmac1);
+        }
+        int asked = 0;
+        const PbePassword patience(kPassword, [&] { return ++asked < 3; });
+        EXPECT_EQ(slow.getContents(patience, contents), PfxResult::Cancelled) << file;
+        EXPECT_EQ(asked, 3);
+    }
+    pfx.macData->iterations.setValue(10'000'001);
+    EXPECT_EQ(pfx.getContents(PbePassword(kPassword), contents), PfxResult::Unsupported);
+    pfx.macData->mac.digestAlgorithm.algorithm = OID_RSA_ENC;
+    EXPECT_EQ(pfx.verifyPassword(PbePassword(kPassword)), PfxResult::Unsupported);
 }
 
 /// The standard's own layout of a secret bag, and bags nested and unknown, all of which others may write.

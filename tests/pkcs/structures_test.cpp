@@ -97,19 +97,21 @@ std::optional<CryptoFailure> failureOf(const EncryptedPrivateKeyInfo& enciphered
 }
 
 TEST(PrivateKeys, EncipheredKeysOfOthersAreReadOrRefused) {
-    for (const char* name : {"aes256", "aes128", "aes192_sha512", "des3", "rc2_64", "pbe3des", "pbe40"}) {
+    for (const char* name :
+         {"aes256", "aes128", "aes192_sha512", "des3", "rc2_64", "pbe3des", "pbe40", "pbe2des", "pberc4", "pberc4_40",
+          "pberc2", "camellia128", "camellia256_sha512_256", "aes256_sha512_224", "scrypt"}) {
         const auto enciphered = fromFile<EncryptedPrivateKeyInfo>(std::string("enc_") + name + ".der");
         EXPECT_EQ(failureOf(enciphered, kPassword), std::nullopt) << name;
         EXPECT_TRUE(failureOf(enciphered, "wrong")) << name;
     }
-    for (const char* name : {"enc_scrypt.der", "enc_pbemd5des.der"})
-        EXPECT_EQ(failureOf(fromFile<EncryptedPrivateKeyInfo>(name), kPassword), CryptoFailure::Unsupported) << name;
+    const auto unknown = fromFile<EncryptedPrivateKeyInfo>("enc_pbemd5des.der");
+    EXPECT_EQ(failureOf(unknown, kPassword), CryptoFailure::Unsupported);
     const Bytes salt(8, 1);
     EncryptedPrivateKeyInfo absurd;
     absurd.encryptedData.build(Bytes(8, 0));
     for (const long count : {0L, -1L, 10'000'001L}) {
         absurd.encryptionAlgorithm = PbeSettings{PbeAlgo::Sha1TripleDesCbc, {}, salt, count}.algorithm();
-        EXPECT_EQ(failureOf(absurd, "x"), CryptoFailure::BadParameter) << count;
+        EXPECT_EQ(failureOf(absurd, "x"), count > 0 ? CryptoFailure::Unsupported : CryptoFailure::BadParameter);
     }
     absurd.encryptionAlgorithm.parameters.reset();
     EXPECT_EQ(failureOf(absurd, "x"), CryptoFailure::BadParameter) << "no parameters";

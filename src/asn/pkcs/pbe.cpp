@@ -14,20 +14,34 @@ struct OidRow {
     const KnownOid& oid;
     Value value;
 };
-constexpr OidRow<PbeAlgo> kSchemes[] = {
-    {OID_PBE_SHA1_3DES, PbeAlgo::Sha1TripleDesCbc},
-    {OID_PBE_SHA1_RC2_40, PbeAlgo::Sha1Rc2Cbc40},
+/// RFC 7292 appendix C.
+constexpr OidRow<CipherAlgo> kSchemes[] = {
+    {OID_PBE_SHA1_RC4_128, CipherAlgo::Rc4Of128},  {OID_PBE_SHA1_RC4_40, CipherAlgo::Rc4Of40},
+    {OID_PBE_SHA1_3DES, CipherAlgo::TripleDesCbc}, {OID_PBE_SHA1_2DES, CipherAlgo::TwoKeyTripleDesCbc},
+    {OID_PBE_SHA1_RC2_128, CipherAlgo::Rc2Cbc128}, {OID_PBE_SHA1_RC2_40, CipherAlgo::Rc2Cbc40},
 };
-constexpr OidRow<KcHashAlgo> kPrfs[] = {
-    {OID_HMAC_SHA1, KcHashAlgo::Sha1},     {OID_HMAC_SHA224, KcHashAlgo::Sha224}, {OID_HMAC_SHA256, KcHashAlgo::Sha256},
-    {OID_HMAC_SHA384, KcHashAlgo::Sha384}, {OID_HMAC_SHA512, KcHashAlgo::Sha512},
+constexpr OidRow<PrfAlgo> kPrfs[] = {
+    {OID_HMAC_SHA1, PrfAlgo::Sha1},
+    {OID_HMAC_SHA224, PrfAlgo::Sha224},
+    {OID_HMAC_SHA256, PrfAlgo::Sha256},
+    {OID_HMAC_SHA384, PrfAlgo::Sha384},
+    {OID_HMAC_SHA512, PrfAlgo::Sha512},
+    {OID_HMAC_SHA512_224, PrfAlgo::Sha512Of224},
+    {OID_HMAC_SHA512_256, PrfAlgo::Sha512Of256},
+    {OID_HMAC_SHA3_224, PrfAlgo::Sha3224},
+    {OID_HMAC_SHA3_256, PrfAlgo::Sha3256},
+    {OID_HMAC_SHA3_384, PrfAlgo::Sha3384},
+    {OID_HMAC_SHA3_512, PrfAlgo::Sha3512},
 };
 constexpr OidRow<CipherAlgo> kCiphers[] = {
-    {OID_AES128_CBC, CipherAlgo::Aes128Cbc},
-    {OID_AES192_CBC, CipherAlgo::Aes192Cbc},
-    {OID_AES256_CBC, CipherAlgo::Aes256Cbc},
-    {OID_DES_EDE3_CBC, CipherAlgo::TripleDesCbc},
+    {OID_AES128_CBC, CipherAlgo::Aes128Cbc},           {OID_AES192_CBC, CipherAlgo::Aes192Cbc},
+    {OID_AES256_CBC, CipherAlgo::Aes256Cbc},           {OID_DES_EDE3_CBC, CipherAlgo::TripleDesCbc},
+    {OID_CAMELLIA128_CBC, CipherAlgo::Camellia128Cbc}, {OID_CAMELLIA192_CBC, CipherAlgo::Camellia192Cbc},
+    {OID_CAMELLIA256_CBC, CipherAlgo::Camellia256Cbc},
 };
+
+constexpr long kLeastMacKey = 20;  // RFC 9579 7
+constexpr long kLongestMacKey = 1024;
 
 /// The version numbers that stand for the effective key lengths of RC2 (RFC 8018 B.2.3).
 struct Rc2Row {
@@ -78,29 +92,49 @@ void takeCipher(const AlgorithmIdentifier& scheme, Pbes2Params& out) {
                 return;
             }
         }
-        malformed("RC2");
+        throw CryptoError(CryptoFailure::Unsupported, "RC2 of another effective key length");
     }
     out.cipher = valueOf(kCiphers, scheme.algorithm);
     out.iv = toBytes(parametersOf<ASNoctstr>(scheme, "a cipher").value());
 }
 
+/// What derives a key, and the length that it should have where that is said.
+struct Derivation {
+    KeyDerivation how;
+    std::optional<ASNinteger> keyLength;
+
+    void mustGive(size_t length) const {
+        if (keyLength && keyLength->value() != static_cast<long>(length)) malformed("a key derivation");
+    }
+};
+
+Derivation readDerivation(const AlgorithmIdentifier& function) {
+    if (function.algorithm == OID_SCRYPT) {
+        const auto read = parametersOf<ScryptParameters>(function, "scrypt");
+        return {ScryptParams{toBytes(read.salt.value()), countOf(read.costParameter), countOf(read.blockSize),
+                             countOf(read.parallelization)},
+                read.keyLength};
+    }
+    if (!(function.algorithm == OID_PBKDF2)) unknown(function.algorithm);
+    const auto read = parametersOf<Pbkdf2Parameters>(function, "PBKDF2");
+    const PrfAlgo prf = read.prf ? valueOf(kPrfs, read.prf->algorithm) : PrfAlgo::Sha1;
+    return {Pbkdf2Params{prf, toBytes(read.salt.value()), countOf(read.iterationCount)}, read.keyLength};
+}
+
 Pbes2Params readPbes2(const AlgorithmIdentifier& algorithm) {
     const auto pbes2 = parametersOf<Pbes2Parameters>(algorithm, "PBES2");
-    if (!(pbes2.keyDerivationFunc.algorithm == OID_PBKDF2)) unknown(pbes2.keyDerivationFunc.algorithm);
-    const auto derivation = parametersOf<Pbkdf2Parameters>(pbes2.keyDerivationFunc, "PBKDF2");
+    const Derivation derivation = readDerivation(pbes2.keyDerivationFunc);
     Pbes2Params params;
-    params.salt = toBytes(derivation.salt.value());
-    params.iterations = countOf(derivation.iterationCount);
-    if (derivation.prf) params.prfHash = valueOf(kPrfs, derivation.prf->algorithm);
-    takeCipher(pbes2.encryptionScheme, params);
-    if (derivation.keyLength && derivation.keyLength->value() != static_cast<long>(cipherKeyLength(params.cipher)))
-        malformed("PBKDF2");
+    takeCipher(pbes2.scheme, params);
+    derivation.mustGive(cipherKeyLength(params.cipher));
+    params.derivation = derivation.how;
     return params;
 }
 
 }  // namespace
 
-PbePassword::PbePassword(std::string_view utf8) : utf8_(toSecret(asBytes(utf8))), unicode_(utf16BePassword(utf8)) {}
+PbePassword::PbePassword(std::string_view utf8, PbeProgress progress)
+    : utf8_(toSecret(asBytes(utf8))), unicode_(utf16BePassword(utf8)), progress_(std::move(progress)) {}
 
 MemberTable PbeParameters::members() const {
     static constexpr Member kMembers[] = {member<&PbeParameters::salt>, member<&PbeParameters::iterations>};
@@ -113,9 +147,16 @@ MemberTable Pbkdf2Parameters::members() const {
     return kMembers;
 }
 
+MemberTable ScryptParameters::members() const {
+    static constexpr Member kMembers[] = {
+        member<&ScryptParameters::salt>, member<&ScryptParameters::costParameter>, member<&ScryptParameters::blockSize>,
+        member<&ScryptParameters::parallelization>, member<&ScryptParameters::keyLength>};
+    return kMembers;
+}
+
 MemberTable Pbes2Parameters::members() const {
     static constexpr Member kMembers[] = {member<&Pbes2Parameters::keyDerivationFunc>,
-                                          member<&Pbes2Parameters::encryptionScheme>};
+                                          member<&Pbes2Parameters::scheme>};
     return kMembers;
 }
 
@@ -130,7 +171,7 @@ AlgorithmIdentifier PbeSettings::algorithm() const {
     parameters.salt.build(salt);
     parameters.iterations.setValue(iterations);
     for (const auto& row : kSchemes)
-        if (row.value == algo) return AlgorithmIdentifier(row.oid, parameters);
+        if (row.value == cipherOf(algo)) return AlgorithmIdentifier(row.oid, parameters);
     throw CryptoError(CryptoFailure::BadParameter, "no such password-based encryption");
 }
 
@@ -139,10 +180,24 @@ Bytes PbeSettings::encrypt(const ASNobject& plain) const {
 }
 
 SecretBytes decryptPbe(const AlgorithmIdentifier& algorithm, const PbePassword& password, ByteView ciphertext) {
-    if (algorithm.algorithm == OID_PBES2) return pbes2Decrypt(readPbes2(algorithm), password.utf8(), ciphertext);
-    const PbeAlgo algo = valueOf(kSchemes, algorithm.algorithm);
+    if (algorithm.algorithm == OID_PBES2)
+        return pbes2Decrypt(readPbes2(algorithm), password.utf8(), ciphertext, password.progress());
+    const CipherAlgo cipher = valueOf(kSchemes, algorithm.algorithm);
     const auto parameters = parametersOf<PbeParameters>(algorithm, "a PKCS#12 scheme");
-    return pbeDecrypt(algo, password.unicode(), parameters.salt.value(), countOf(parameters.iterations), ciphertext);
+    return pbeDecrypt(cipher, password.unicode(), parameters.salt.value(), countOf(parameters.iterations), ciphertext,
+                      password.progress());
+}
+
+SecretBytes computePbmac1(const AlgorithmIdentifier& algorithm, const PbePassword& password, ByteView message) {
+    const auto pbmac1 = parametersOf<Pbes2Parameters>(algorithm, "PBMAC1");
+    const Derivation derivation = readDerivation(pbmac1.keyDerivationFunc);
+    const PrfAlgo mac = valueOf(kPrfs, pbmac1.scheme.algorithm);
+    // RFC 9579 5: the length must be given, since that of an HMAC key follows from nothing.
+    const long length = derivation.keyLength ? derivation.keyLength->valueOr(-1) : -1;
+    if (length < kLeastMacKey || length > kLongestMacKey) malformed("PBMAC1");
+    const SecretBytes key =
+        deriveKey(derivation.how, password.utf8(), static_cast<size_t>(length), password.progress());
+    return hmac(mac, key, message);
 }
 
 }  // namespace crv

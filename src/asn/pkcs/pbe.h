@@ -14,19 +14,26 @@ namespace crv {
 /// zero pair behind it (PKCS#12).
 class PbePassword {
   public:
-    /// Throws CryptoError (badParameter) for what is not UTF-8.
-    explicit PbePassword(std::string_view utf8);
+    /// Throws CryptoError (badParameter) for what is not UTF-8. `progress`, when given, can stop every derivation from
+    /// this password.
+    explicit PbePassword(std::string_view utf8, PbeProgress progress = {});
 
     [[nodiscard]] ByteView utf8() const { return utf8_; }
     [[nodiscard]] ByteView unicode() const { return unicode_; }
+    [[nodiscard]] const PbeProgress& progress() const { return progress_; }
     /// An empty password is written by some without the zero pair: this one in that form.
-    [[nodiscard]] static PbePassword none() { return {}; }
+    [[nodiscard]] PbePassword none() const {
+        PbePassword password;
+        password.progress_ = progress_;
+        return password;
+    }
 
   private:
     PbePassword() = default;
 
     SecretBytes utf8_;
     SecretBytes unicode_;
+    PbeProgress progress_;
 };
 
 /// Parameters of the PKCS#12 schemes and of PBES1: SEQUENCE {salt, iterations}.
@@ -51,11 +58,22 @@ class Pbkdf2Parameters : public ASNsequenceF {
     [[nodiscard]] MemberTable members() const override;
 };
 
-/// Parameters of PBES2 (RFC 8018 A.4).
+/// Parameters of scrypt (RFC 7914 7.1).
+class ScryptParameters : public ASNsequenceF {
+  public:
+    ASNoctstr salt;
+    ASNinteger costParameter, blockSize, parallelization;
+    std::optional<ASNinteger> keyLength;
+
+  protected:
+    [[nodiscard]] MemberTable members() const override;
+};
+
+/// Parameters of PBES2, where the scheme is a cipher, and of PBMAC1, where it is an HMAC (RFC 8018 A.4, A.5).
 class Pbes2Parameters : public ASNsequenceF {
   public:
     AlgorithmIdentifier keyDerivationFunc;
-    AlgorithmIdentifier encryptionScheme;
+    AlgorithmIdentifier scheme;
 
   protected:
     [[nodiscard]] MemberTable members() const override;
@@ -83,11 +101,15 @@ struct PbeSettings {
     [[nodiscard]] Bytes encrypt(const ASNobject& plain) const;
 };
 
-/// Deciphers by whatever scheme the identifier names: the PKCS#12 schemes with triple DES or 40-bit RC2; PBES2 with
-/// PBKDF2 over any HMAC and triple DES, RC2 or AES in CBC mode. Throws CryptoError: badData for a wrong password or
-/// damage (garbage may come out as well), unsupported for another scheme, badParameter for malformed parameters or more
-/// than kMaxPbeIterations.
+/// Deciphers by whatever scheme the identifier names: those of PKCS#12; PBES2 with PBKDF2 over any HMAC or with scrypt,
+/// and triple DES, RC2, AES or Camellia in CBC mode. Throws CryptoError: badData for a wrong password or damage
+/// (garbage may come out as well), unsupported for another scheme or more than kMaxPbeIterations, badParameter for
+/// malformed parameters, cancelled.
 [[nodiscard]] SecretBytes decryptPbe(const AlgorithmIdentifier& algorithm, const PbePassword& password,
                                      ByteView ciphertext);
+
+/// The authentication code of a message by PBMAC1 (RFC 9579). Throws CryptoError as decryptPbe.
+[[nodiscard]] SecretBytes computePbmac1(const AlgorithmIdentifier& algorithm, const PbePassword& password,
+                                        ByteView message);
 
 }  // namespace crv

@@ -18,13 +18,24 @@ namespace crv {
 
 namespace {
 
+/// Failures with a result of their own.
+struct FailureRow {
+    CryptoFailure failure;
+    PfxResult result;
+};
+constexpr FailureRow kFailures[] = {
+    {CryptoFailure::Unsupported, PfxResult::Unsupported},
+    {CryptoFailure::Cancelled, PfxResult::Cancelled},
+};
+
 /// Runs an operation and turns what it throws into results.
 template <class Operation>
 PfxResult guarded(PfxResult onCryptoError, Operation operation) {
     try {
         return operation();
-    } catch (const CryptoError&) {
-        return onCryptoError;
+    } catch (const CryptoError& error) {
+        const auto found = std::ranges::find(kFailures, error.failure(), &FailureRow::failure);
+        return found == std::end(kFailures) ? onCryptoError : found->result;
     } catch (const std::bad_alloc&) {
         return PfxResult::NoMemory;
     }
@@ -67,10 +78,7 @@ SecretBytes Pfx::convertToUTF16BE(std::string_view utf8) {
 }
 
 void Pfx::update(const SignedCertificate& certificate, ByteView localKeyId, ByteView attributes) {
-    CertBag bag;
-    bag.certId = OID_PKCS9_X509_CERTIFICATE;
-    bag.certValue.value.build(ASNoctstr(certificate.encoded()));
-    SafeBag& added = certificates_.add(SafeBag(OID_PKCS12_CERT_BAG, bag));
+    SafeBag& added = certificates_.add(SafeBag(OID_PKCS12_CERT_BAG, certificateBag(certificate.encoded())));
     added.addAttributes(attributes);
     added.setLocalKeyId(localKeyId);
 }
@@ -140,18 +148,29 @@ void Pfx::seal(PbeAlgo cipher, ByteView unicodePassword, ByteView salt) {
     macData->mac = DigestInfo(KcHashAlgo::Sha1, computeHMAC_SHA1(unicodePassword));
 }
 
-SecretBytes Pfx::computeMac(KcHashAlgo hash, ByteView unicodePassword) const {
+ASNoctstr Pfx::contents() const {
     ASNoctstr contents;
     if (!macData || !authSafe.getData(contents, ASN_FLAG_CONST))
         throw CryptoError(CryptoFailure::BadParameter, "no contents that a password protects");
-    const long iterations = std::max(macData->iterations.valueOr(0), 0L);
-    const SecretBytes key = pkcs12Derive(hash, Pkcs12KeyId::MacKey, unicodePassword, macData->macSalt.value(),
-                                         static_cast<uint64_t>(iterations), hashLength(hash));
-    return hmac(hash, key, contents.value());
+    return contents;
 }
 
-bool Pfx::verifyMac(KcHashAlgo hash, ByteView unicodePassword) const {
-    return equalConstantTime(computeMac(hash, unicodePassword), macData->mac.digest.value());
+SecretBytes Pfx::computeMac(KcHashAlgo hash, ByteView unicodePassword, const PbeProgress& progress) const {
+    const ASNoctstr covered = contents();
+    const long iterations = std::max(macData->iterations.valueOr(0), 0L);
+    const SecretBytes key = pkcs12Derive(hash, Pkcs12KeyId::MacKey, unicodePassword, macData->macSalt.value(),
+                                         static_cast<uint64_t>(iterations), hashLength(hash), progress);
+    return hmac(hash, key, covered.value());
+}
+
+bool Pfx::verifyMac(const PbePassword& password) const {
+    const DigestInfo& mac = macData->mac;
+    const bool pbmac1 = mac.digestAlgorithm.algorithm == OID_PBMAC1;
+    if (!pbmac1 && mac.hash() == KcHashAlgo::None)
+        throw CryptoError(CryptoFailure::Unsupported, "no authentication code that is known");
+    return equalConstantTime(pbmac1 ? computePbmac1(mac.digestAlgorithm, password, contents().value())
+                                    : computeMac(mac.hash(), password.unicode(), password.progress()),
+                             mac.digest.value());
 }
 
 SecretBytes Pfx::computeHMAC_SHA1(ByteView unicodePassword) const {
@@ -159,16 +178,16 @@ SecretBytes Pfx::computeHMAC_SHA1(ByteView unicodePassword) const {
 }
 
 bool Pfx::verifyHMAC_SHA1(ByteView unicodePassword) const {
-    return macData && macData->mac.hash() == KcHashAlgo::Sha1 && verifyMac(KcHashAlgo::Sha1, unicodePassword);
+    return macData && macData->mac.hash() == KcHashAlgo::Sha1 &&
+           equalConstantTime(computeHMAC_SHA1(unicodePassword), macData->mac.digest.value());
 }
 
 /// The form of the password under which the file was authenticated, nothing when it is another password. Throws
 /// CryptoError for a file that cannot be checked.
 std::optional<PbePassword> Pfx::matching(const PbePassword& password) const {
-    const KcHashAlgo hash = macData ? macData->mac.hash() : KcHashAlgo::None;
-    if (hash == KcHashAlgo::None) throw CryptoError(CryptoFailure::Unsupported, "no authentication code that is known");
-    if (verifyMac(hash, password.unicode())) return password;
-    if (password.utf8().empty() && verifyMac(hash, {})) return PbePassword::none();
+    if (!macData) throw CryptoError(CryptoFailure::BadParameter, "no authentication code");
+    if (verifyMac(password)) return password;
+    if (password.utf8().empty() && verifyMac(password.none())) return password.none();
     return std::nullopt;
 }
 

@@ -31,7 +31,9 @@ class MacData : public ASNsequenceF {
 enum class PfxResult {
     Ok,
     MacMismatch,  ///< wrong password, or the file was altered
-    Malformed,    ///< no PKCS#12 contents, no authentication code, or an algorithm that is unknown here
+    Malformed,    ///< no PKCS#12 contents, or no authentication code
+    Unsupported,  ///< protected by an algorithm that is unknown here, or by too many iterations
+    Cancelled,    ///< stopped by the password's progress function
     NoMemory,     ///< out of memory, or the file could not be built
 };
 
@@ -103,7 +105,7 @@ class Pfx : public ASNsequenceF {
 
     /// Checks the integrity, deciphers and sorts everything. A failure leaves `out` empty.
     [[nodiscard]] PfxResult getContents(const PbePassword& password, PfxContents& out) const;
-    /// The integrity check alone: ok, macMismatch, malformed or noMemory.
+    /// The integrity check alone.
     [[nodiscard]] PfxResult verifyPassword(const PbePassword& password) const;
 
     /// HMAC-SHA1 over the contents with the salt and count of `macData`, keyed from a password in UTF-16. Throws
@@ -128,8 +130,10 @@ class Pfx : public ASNsequenceF {
 
     class SaltChain;
     void seal(PbeAlgo cipher, ByteView unicodePassword, ByteView salt);
-    [[nodiscard]] SecretBytes computeMac(KcHashAlgo hash, ByteView unicodePassword) const;
-    [[nodiscard]] bool verifyMac(KcHashAlgo hash, ByteView unicodePassword) const;
+    [[nodiscard]] ASNoctstr contents() const;
+    [[nodiscard]] SecretBytes computeMac(KcHashAlgo hash, ByteView unicodePassword,
+                                         const PbeProgress& progress = {}) const;
+    [[nodiscard]] bool verifyMac(const PbePassword& password) const;
     [[nodiscard]] std::optional<PbePassword> matching(const PbePassword& password) const;
 
     SafeContents certificates_;

@@ -51,6 +51,13 @@ MemberTable CertBag::members() const {
     return kMembers;
 }
 
+CertBag certificateBag(ByteView encoding) {
+    CertBag bag;
+    bag.certId = OID_PKCS9_X509_CERTIFICATE;
+    bag.certValue.value.build(ASNoctstr(encoding));
+    return bag;
+}
+
 MemberTable SecretBag::members() const {
     static constexpr Member kMembers[] = {member<&SecretBag::secretTypeId>, member<&SecretBag::secretValue>};
     return kMembers;

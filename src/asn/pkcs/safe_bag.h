@@ -48,6 +48,9 @@ class CertBag : public ASNsequenceF {
     [[nodiscard]] MemberTable members() const override;
 };
 
+/// The bag of an X.509 certificate.
+[[nodiscard]] CertBag certificateBag(ByteView encoding);
+
 /// A secret with its type. The standard puts it into a secretBag as it is; the security file puts an EncryptedData of
 /// it there.
 class SecretBag : public ASNsequenceF {

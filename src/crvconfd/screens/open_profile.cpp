@@ -53,6 +53,8 @@ constexpr CodeText kOpenTexts[] = {
     {kKmManySigningCards, kManyCardsText},
     {kKmManyDecryptionCards, kManyCardsText},
     {kKmNoSeed, "Brak ziarna !!!"},
+    {kKmProtectionNotSupported, "Nieobsługiwany algorytm ochrony pliku !!!"},
+    {kKmStopped, "Przerwano otwieranie pliku bezpieczeństwa"},
     {kKmCancelled, kTrustStoreText},
     {kKmNoDecryptionPin, kTrustStoreText},
     {kKmNoRootsPassword, kTrustStoreText},
@@ -169,7 +171,9 @@ KeyManagerResult initProfile() {
         refreshScr();
         return true;
     };
+    keyManager->setProgress([] { return waitForKeyOrTimeout(0) != kKeyEscape; });
     const KeyManagerResult result = openKeyStore(keyStoreAccess(), true, reading);
+    keyManager->setProgress({});
     clrToEol(kMessageRow, 0);
     if (result != kKmOk) showOpenFailure(result);
     return result;

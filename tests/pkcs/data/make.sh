@@ -57,6 +57,13 @@ enc scrypt -scrypt
 enc pbe3des -v1 PBE-SHA1-3DES
 enc pbe40 -v1 PBE-SHA1-RC2-40
 enc pbemd5des -v1 PBE-MD5-DES
+enc pbe2des -v1 PBE-SHA1-2DES
+enc pberc4 -v1 PBE-SHA1-RC4-128
+enc pberc4_40 -v1 PBE-SHA1-RC4-40
+enc pberc2 -v1 PBE-SHA1-RC2-128
+enc camellia128 -v2 camellia-128-cbc
+enc camellia256_sha512_256 -v2 camellia-256-cbc -v2prf hmacWithSHA512-256
+enc aes256_sha512_224 -v2 aes-256-cbc -v2prf hmacWithSHA512-224
 
 request() { # options
   openssl req -new -utf8 -subj '/C=PL/O=Próba/CN=Jan Kowalski' -key "$work/$k.pem" -outform DER "$@"
@@ -85,6 +92,7 @@ p12 3des "${ec[@]}" -certfile "$work/rsa.crt" -caname Korzeń "${old[@]}" -iter 
 p12 nomaciter "${ec[@]}" "${old[@]}" -nomaciter
 p12 keybag -inkey "$work/dsa.pem" -in "$work/dsa.crt" -keypbe NONE -certpbe NONE
 p12 nomac "${ec[@]}" -nomac
+python3 pbmac1.py pfx_3des.p12 Zażółć1 pfx_pbmac1.p12
 p12 certs -nokeys -in "$work/rsa.crt" -certfile "$work/ec.crt" -macalg sha512
 pass=pass: p12 empty "${ec[@]}" -macalg sha1
 certtool --to-p12 --load-privkey "$work/rsa.pem" --load-certificate "$work/rsa.crt" --p12-name Próba \
