@@ -120,7 +120,7 @@ BENCHMARK(save)->Unit(benchmark::kMillisecond);
 class Context final : public ContextServices {
   public:
     ConfigurationManager& configuration() override { return configuration_; }
-    int getPIN(PinSlot, SecretText& pin, bool*, bool) override { return pin = SecretText(kPassword), kPinOk; }
+    PinResult getPIN(PinSlot, SecretText& pin, bool*, bool) override { return pin = SecretText(kPassword), kPinOk; }
     void removePINs() override {}
     void report(std::string_view) override {}
     void addWarning(int) override {}

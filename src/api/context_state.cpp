@@ -4,7 +4,7 @@
 
 namespace crv {
 
-int ContextState::getPIN(PinSlot slot, SecretText& pin, bool* fromCache, bool ask) {
+PinResult ContextState::getPIN(PinSlot slot, SecretText& pin, bool* fromCache, bool ask) {
     const PinCache::Slot& cached = pins.slot(slot);
     if (fromCache) *fromCache = cached.present;
     pin.clear();
@@ -13,7 +13,7 @@ int ContextState::getPIN(PinSlot slot, SecretText& pin, bool* fromCache, bool as
         return kPinOk;
     }
     if (!ask || !prompt) return kPinCancelled;
-    const int result = prompt(slot, pin);
+    const PinResult result = prompt(slot, pin);
     if (result == kPinOk) {
         pins.store(slot, pin);
     } else {

@@ -11,7 +11,7 @@
 namespace crv {
 
 /// Asks the user for the PIN of a slot; answers as ContextServices::getPIN.
-using PinPrompt = std::function<int(PinSlot slot, SecretText& pin)>;
+using PinPrompt = std::function<PinResult(PinSlot slot, SecretText& pin)>;
 
 class ContextState final : public ContextServices {
   public:
@@ -20,7 +20,7 @@ class ContextState final : public ContextServices {
         : owner_(owner), configuration_(configuration) {}
 
     ConfigurationManager& configuration() override { return configuration_; }
-    int getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr, bool ask = true) override;
+    PinResult getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr, bool ask = true) override;
     void storePIN(PinSlot slot, const SecretText& pin) override { pins.store(slot, pin); }
     void removePINs() override { pins.removeAll(); }
     void report(std::string_view line) override;

@@ -75,7 +75,8 @@ PinPrompt wrapped(CrvPinPrompt prompt, void* user) {
     return [prompt, user](PinSlot slot, SecretText& pin) {
         SecretArray<256> buffer;
         char* text = reinterpret_cast<char*>(buffer.data());
-        const int result = prompt(user, static_cast<long>(slot), text, static_cast<long>(buffer.size()));
+        const auto result =
+            static_cast<PinResult>(prompt(user, static_cast<long>(slot), text, static_cast<long>(buffer.size())));
         buffer.back() = 0;
         if (result == kPinOk) pin = SecretText(text);
         return result;

@@ -48,7 +48,7 @@ struct CRVctx {
     /// Throws as testPrimitives does, before anything changes.
     void setProfile(std::unique_ptr<CrvProfile> profile);
 
-    int getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr, bool ask = true) {
+    PinResult getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr, bool ask = true) {
         return state.getPIN(slot, pin, fromCache, ask);
     }
     void removePINs() { state.removePINs(); }

@@ -12,7 +12,9 @@ namespace crv {
 /// Four slots with the bits 1, 2, 8 and 16. The texts are wiped when they are replaced, removed or given up.
 class PinCache {
   public:
-    static constexpr long kAllSlots = 1 | 2 | 8 | 16;
+    static constexpr long kAllSlots = static_cast<long>(PinSlot::SigningToken) |
+                                      static_cast<long>(PinSlot::DecryptionToken) | static_cast<long>(PinSlot::Roots) |
+                                      static_cast<long>(PinSlot::SigningKey);
 
     struct Slot {
         SecretText pin;

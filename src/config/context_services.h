@@ -30,7 +30,8 @@ class ContextServices {
     /// The PIN of a slot: the cached one, else, when ask is true and the program gave a way to ask, the user's answer,
     /// which is cached. fromCache, when given, tells which. kPinCancelled also when there is nothing to give; pin is
     /// then empty.
-    [[nodiscard]] virtual int getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr, bool ask = true) = 0;
+    [[nodiscard]] virtual PinResult getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr,
+                                           bool ask = true) = 0;
     /// Puts a PIN into its slot; the one that was there is wiped.
     virtual void storePIN(PinSlot slot, const SecretText& pin) = 0;
     /// Wipes every slot, so that the next getPIN asks again.

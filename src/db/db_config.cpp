@@ -8,7 +8,7 @@ namespace crv {
 
 namespace {
 
-constexpr std::array kInds{kDbKindFile, kDbKindMemory, kDbKindNone};
+constexpr std::array kKinds{kDbKindFile, kDbKindMemory, kDbKindNone};
 constexpr std::string_view kTypeKey = "dbtype";
 constexpr long kTypeAttr = 17;
 
@@ -30,14 +30,10 @@ const Setting* settingOf(long attr) {
 
 }  // namespace
 
-std::span<const std::string_view> dbKinds() {
-    return kInds;
-}
-
 void DbConfig::setType(const std::string& type) {
-    if (std::find(kInds.begin(), kInds.end(), type) == kInds.end()) {
+    if (std::find(kKinds.begin(), kKinds.end(), type) == kKinds.end()) {
         std::string text = "Niepoprawna wartosc parametru konfiguracyjnego: dbType. Dopuszczalne wartosci to: ";
-        for (const std::string_view kind : kInds) text.append(kind).append(kind == kInds.back() ? "" : ", ");
+        for (const std::string_view kind : kKinds) text.append(kind).append(kind == kKinds.back() ? "" : ", ");
         throw StoreError(StoreCause::Refused, text);
     }
     type_ = type;

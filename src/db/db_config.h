@@ -25,16 +25,13 @@ inline constexpr std::string_view kDbKindFile = "corvane";      ///< files in a 
 inline constexpr std::string_view kDbKindMemory = "w pamieci";  ///< held in memory, shared by name
 inline constexpr std::string_view kDbKindNone = "brak";         ///< no database
 
-/// All of them, in the order in which they are offered.
-std::span<const std::string_view> dbKinds();
-
 /// Database settings of a profile. Empty values are settings that are not there.
 class DbConfig {
   public:
     /// Empty for a profile that names no database.
     [[nodiscard]] const std::string& type() const { return type_; }
     /// Throws StoreError "Niepoprawna wartosc parametru konfiguracyjnego: dbType. Dopuszczalne wartosci to: "
-    /// and the kinds for a kind that is not one of dbKinds().
+    /// and the kinds for a kind that is not one of these.
     void setType(const std::string& type);
 
     /// Reads all settings, replacing the old ones. Throws like setType.

@@ -62,7 +62,6 @@ class DbLock {
     static constexpr size_t kMaxNames = 1000;
     /// A change failed half-way: the mark stays when the lock is released, so the next one who takes it mends.
     void spoil() { spoilt_ = true; }
-    [[nodiscard]] bool spoilt() const { return spoilt_; }
 
     [[nodiscard]] const std::string& path() const { return semaphore_.path(); }
 

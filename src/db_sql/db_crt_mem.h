@@ -32,7 +32,7 @@ class DbCrtMem : public CrtStore {
     Removed removeCerts(const Expired& expired) override;
 
   private:
-    enum Key : size_t { kBySerNum, kBySbjDn, kByKeyId, kByCrtHash, kByField, kEyKinds };
+    enum Key : size_t { kBySerNum, kBySbjDn, kByKeyId, kByCrtHash, kByField, kKeyKinds };
     /// By key, and among equal keys the newest first, as the tables have them.
     using KeySet = std::set<std::pair<std::string, int64_t>>;
     struct Stored {
@@ -49,7 +49,7 @@ class DbCrtMem : public CrtStore {
 
     std::mutex mutex_;
     std::map<int64_t, Stored> crts_;
-    std::array<KeySet, kEyKinds> keys_;  // with the ids negated
+    std::array<KeySet, kKeyKinds> keys_;  // with the ids negated
     std::set<int64_t> cas_;
     int64_t lastId_ = 0;
 };

@@ -110,7 +110,7 @@ KeyManagerResult KeyManager::openContents(bool readAdditional) {
 }
 
 KeyManagerResult KeyManager::askPin(SecretText& pin) {
-    const int answer = context_->getPIN(PinSlot::SigningToken, pin);
+    const PinResult answer = context_->getPIN(PinSlot::SigningToken, pin);
     if (answer == kPinWrong) return kKmWrongPassword;
     if (answer == kPinCancelled) return kKmCancelled;
     VTEST(answer == kPinOk, kKeyManagerPlace);
@@ -176,7 +176,7 @@ KeyManagerResult KeyManager::openDevice(const SecretText& pin) {
 
 KeyManagerResult KeyManager::verifyConfiguration() {
     SecretText pin;
-    const int answer = context_->getPIN(PinSlot::SigningToken, pin);
+    const PinResult answer = context_->getPIN(PinSlot::SigningToken, pin);
     if (answer == kPinWrong) return kKmWrongPassword;
     if (answer != kPinOk) return kKmOk;
     if (pin.empty()) logLine(LogLevel::Info, "KeyManager::initProfile. crvCtx->getPIN sgnPIN is empty ");

@@ -28,7 +28,7 @@ uint32_t bitOf(KeyUsage::Bit bit) {
 /// keyUsage of a certificate for a key's use.
 KeyUsage usageOf(KeyType use) {
     const uint32_t signing = bitOf(KeyUsage::kDigitalSignature) | bitOf(KeyUsage::kNonRepudiation);
-    const uint32_t encryption = bitOf(KeyUsage::kEyEncipherment) | bitOf(KeyUsage::kDataEncipherment);
+    const uint32_t encryption = bitOf(KeyUsage::kKeyEncipherment) | bitOf(KeyUsage::kDataEncipherment);
     const KeyRole role = roleOf(use);
     KeyUsage usage;
     usage.setNamedBits((shares(role, KeyRole::Signing) ? signing : 0) |

@@ -61,7 +61,7 @@ KeyManagerResult KeyManager::readAdditionalTrustedCA() {
     profile.getAttr(CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, emptyPassword);
     SecretText password;
     if (emptyPassword == 0) {
-        const int answer = context_->getPIN(PinSlot::Roots, password);
+        const PinResult answer = context_->getPIN(PinSlot::Roots, password);
         if (answer == kPinWrong) return kKmWrongRootsPassword;
         if (answer != kPinOk) return kKmNoRootsPassword;
     }

@@ -20,7 +20,6 @@ class NetworkManager {
     bool addCertToNetStore(ByteView certificate) { return add(certificates_, certificate); }
     bool addCRLToNetStore(ByteView crl) { return add(crls_, crl); }
     [[nodiscard]] const std::vector<Bytes>& netStoreCerts() const { return certificates_; }
-    [[nodiscard]] const std::vector<Bytes>& netStoreCRLs() const { return crls_; }
 
     /// Hands every item to the function of its kind and empties the store. A function answers whether its database took
     /// the item; items that were refused are gone and leave a warning.

@@ -101,7 +101,8 @@ PathFault ownFault(const CertificateFacts& certificate, const PathOptions& optio
     }
     if (issuer) {
         if (!certificate.isAuthority) return broken("6.1.4 (k)", "issuer is no authority");
-        if (!certificate.allows(KeyUsage::kEyCertSign)) return broken("6.1.4 (n)", "issuer must not sign certificates");
+        if (!certificate.allows(KeyUsage::kKeyCertSign))
+            return broken("6.1.4 (n)", "issuer must not sign certificates");
         return {};
     }
     if ((certificate.keyUsage.value_or(options.keyUsage) & options.keyUsage) != options.keyUsage)
@@ -125,7 +126,7 @@ PathFault PathRules::start(const CertificateFacts& trustPoint, size_t length) {
     if (PathFault fault = timeFault(trustPoint, options_.time)) return fault;
     if (length == 0) return ownFault(trustPoint, options_, false);
     const bool entitled = !trustPoint.hasBasicConstraints || trustPoint.isAuthority;
-    if (!entitled || !trustPoint.allows(KeyUsage::kEyCertSign))
+    if (!entitled || !trustPoint.allows(KeyUsage::kKeyCertSign))
         return broken("6.1.4 (k)", "trust point is no authority");
     left_ = length;
     pathLength_ = length;

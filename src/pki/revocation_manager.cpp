@@ -69,7 +69,7 @@ bool RevocationManager::readCrl(const std::string& path, Bytes& der) {
 /// Whether the key made the CRL and its certificate lets it.
 PathFault RevocationManager::faultOfSigner(const CrlFacts& crl, const CertificateFacts& signer, const WorkingKey& key,
                                            const PathOptions& options, WorkBudget& budget) {
-    if (!signer.allows(KeyUsage::kCRlSign)) return {ECRV_CRTNOTFOUND, "6.3.3 (f)", "the key must not sign CRLs"};
+    if (!signer.allows(KeyUsage::kCrlSign)) return {ECRV_CRTNOTFOUND, "6.3.3 (f)", "the key must not sign CRLs"};
     PathFault fault = signatureFault(certificates_->cache(), budget, crl, key);
     if (fault) fault.clause = "6.3.3 (g)";
     if (fault) return fault;

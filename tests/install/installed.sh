@@ -53,5 +53,8 @@ nm -D --defined-only "$lib/libcorvane.so" | awk '$2 == "T" {sub("@.*", "", $3); 
 diff "$work/declared" "$work/exported"
 # Unloading it would crash the threads that used it when they end.
 readelf -d "$lib/libcorvane.so" | grep 'NODELETE' >/dev/null
+# Tables of the linker are read-only before the program runs.
+readelf -d "$lib/libcorvane.so" | grep -w NOW >/dev/null
+readelf -d "$build/bin/crvconfd" | grep -w PIE >/dev/null
 # Not grep -q, which may leave before objdump has said everything.
 objdump -p "$lib/libcorvane.so" | grep 'SONAME *libcorvane.so.3$' >/dev/null

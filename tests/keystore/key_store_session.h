@@ -22,7 +22,7 @@ inline constexpr const char* kOtherPassword = "Inne-hasło1";
 class TestContext final : public ContextServices {
   public:
     ConfigurationManager& configuration() override { return configuration_; }
-    int getPIN(PinSlot slot, SecretText& pin, bool* fromCache, bool) override {
+    PinResult getPIN(PinSlot slot, SecretText& pin, bool* fromCache, bool) override {
         if (fromCache) *fromCache = true;
         const auto found = pins.find(slot);
         if (found == pins.end()) return kPinCancelled;
@@ -38,7 +38,7 @@ class TestContext final : public ContextServices {
     void setLastPkcs11Rv(unsigned long) override {}
 
     std::map<PinSlot, SecretText> pins;
-    int pinAnswer = kPinOk;
+    PinResult pinAnswer = kPinOk;
     std::string diagnostic;
     unsigned deviceError = 0;
 

@@ -145,7 +145,7 @@ TEST_F(ManagersTest, PathLengthNameAndIssuerAreChecked) {
     const MadeCert signing =
         issue({.subject = {{"CN", "A"}}, .extensions = {{"keyUsage", "digitalSignature"}}}, middle);
     EXPECT_EQ(path(signing, RevocationCheck::None, 1U << KeyUsage::kDigitalSignature).code, 0);
-    EXPECT_EQ(path(signing, RevocationCheck::None, 1U << KeyUsage::kEyEncipherment).code, ECRV_PATH_VER_ERR);
+    EXPECT_EQ(path(signing, RevocationCheck::None, 1U << KeyUsage::kKeyEncipherment).code, ECRV_PATH_VER_ERR);
     trust.clear();
     EXPECT_EQ(path(signing).code, ECRV_CRTNOTFOUND);
 }

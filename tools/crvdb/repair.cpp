@@ -1,3 +1,4 @@
+// crvdb repair: rebuilds what is damaged in a database and says what was lost.
 #include <string>
 #include <vector>
 

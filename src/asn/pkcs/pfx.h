@@ -77,7 +77,6 @@ class Pfx : public ASNsequenceF {
     static constexpr long kIterations = 2048;  ///< of every encryption written
     static constexpr long kMacIterations = 1;  ///< deliberate: as all files of this format have it
     static constexpr size_t kSaltLength = 8;
-    static constexpr size_t kMacLength = 20;
 
     ASNinteger version{3};
     ContentInfo authSafe;

@@ -14,7 +14,7 @@ class PrivateKey;
 enum KeyUsageBit : uint32_t {
     kDigitalSignature = 1u << KeyUsage::kDigitalSignature,
     kNonRepudiation = 1u << KeyUsage::kNonRepudiation,
-    kKeyEncipherment = 1u << KeyUsage::kEyEncipherment,
+    kKeyEncipherment = 1u << KeyUsage::kKeyEncipherment,
     kDataEncipherment = 1u << KeyUsage::kDataEncipherment,
 };
 

@@ -138,7 +138,7 @@ class NameText {
     bool parseEncoding(AttributeTypeAndValue& attribute) {
         Bytes octets;
         for (rest_.remove_prefix(1); hexOctet(rest_) >= 0; rest_.remove_prefix(2))
-            octets.push_back(uint8_t(hexOctet(rest_)));
+            octets.push_back(static_cast<uint8_t>(hexOctet(rest_)));
         return attribute.value.build(octets);
     }
     bool parseText(AttributeTypeAndValue& attribute) {

@@ -12,11 +12,11 @@ class KeyUsage : public ASNbitstr {
     enum Bit {
         kDigitalSignature,
         kNonRepudiation,
-        kEyEncipherment,
+        kKeyEncipherment,
         kDataEncipherment,
-        kEyAgreement,
-        kEyCertSign,
-        kCRlSign,
+        kKeyAgreement,
+        kKeyCertSign,
+        kCrlSign,
         kEncipherOnly,
         kDecipherOnly,
     };

@@ -48,7 +48,7 @@ bool SignedCertificate::isCaCrt() const {
     if (!constraints || !constraints->cA.value()) return false;
     if (!extensions().find(OID_CE_KEY_USAGE)) return true;
     const auto usage = keyUsage();
-    return usage && usage->bit(KeyUsage::kEyCertSign);
+    return usage && usage->bit(KeyUsage::kKeyCertSign);
 }
 
 std::vector<std::string> SignedCertificate::emails() const {
@@ -83,7 +83,7 @@ Bytes SignedCertificate::authorityKeyId() const {
 
 Bytes SignedCertificate::fingerprint(KcHashAlgo algo) const {
     Bytes digest(hashLength(algo));
-    VTEST(computeDigest(algo, digest.data(), long(digest.size())), "src/asn/x509/signed_certificate");
+    VTEST(computeDigest(algo, digest.data(), static_cast<long>(digest.size())), "src/asn/x509/signed_certificate");
     return digest;
 }
 

@@ -1,3 +1,4 @@
+// The readable form of each extension that a certificate can carry, as the certificate view shows it.
 #include <algorithm>
 #include <array>
 
