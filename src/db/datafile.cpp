@@ -66,7 +66,8 @@ DbAnswer DataFile::open(const std::string& path) {
 
 bool DataFile::decodeHead(const uint8_t* octets, int64_t recNo, RecordHead& head) const {
     if (loadLe<int64_t>(octets + kRecordMagic) != kTableMagic) return false;
-    head.deleted = loadLe<int64_t>(octets + kRecordDeleted) != 0;
+    head.flag = loadLe<int64_t>(octets + kRecordDeleted);
+    head.deleted = head.flag != 0;
     head.length = loadLe<int64_t>(octets + kRecordLength);
     head.capacity = loadLe<int64_t>(octets + kRecordCapacity);
     return head.length >= 0 && head.length <= head.capacity && head.capacity <= length() &&

@@ -16,6 +16,7 @@ struct RecordHead {
     bool deleted = false;
     int64_t length = 0;    ///< octets of the body in use
     int64_t capacity = 0;  ///< octets of the body given when it was inserted
+    int64_t flag = 0;      ///< as it was read: a sound one is 0 or 1
 };
 
 /// A record is known by its position, the record number. Nothing of a record is kept between operations. The caller

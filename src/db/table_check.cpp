@@ -50,6 +50,7 @@ void readRecords(DataFile& data, std::vector<Record>& records, TableReport& resu
             case DataScan::Result::Record:
                 break;
         }
+        if (scan.head().flag != (scan.deleted() ? 1 : 0)) report.add("data: odd mark of deletion" + at(scan.recNo()));
         records.push_back({scan.recNo(), scan.deleted(), 0});
         ++(scan.deleted() ? result.deleted : result.live);
     }
@@ -96,12 +97,22 @@ class TreeCheck {
         if (!found) return problem("no page" + at(position));
         const Page page = *found;  // the walk below may push the original out of the cache
         extents_.emplace_back(position, position + page.desc.pageSize);
+        checkUnused(page);
         checkKeys(page, low, high);
         if (page.leaf()) return checkLeaf(page, level);
         if (page.next != kNowhere || page.prev != kNowhere) problem("inner page with leaf links" + at(position));
         for (int i = 0; i <= page.count; ++i) {
             checkPage(page.child(i), level + 1, i == 0 ? low : Bound(page.key(i)),
                       i == page.count ? high : Bound(page.key(i + 1)));
+        }
+    }
+
+    /// What a page does not use is zero, so the page as it would be written is what is there.
+    void checkUnused(const Page& page) {
+        Bytes there(static_cast<size_t>(page.desc.pageSize)), right;
+        page.appendTo(right);
+        if (!index_.readAt(page.position, there.data(), there.size()) || there != right) {
+            problem("octets that are not in use" + at(page.position));
         }
     }
 
@@ -179,6 +190,21 @@ void checkHeaders(DataBase& table, Report& report) {
     }
 }
 
+/// The header's area is zero but for the descriptors of the indexes.
+void checkHeadArea(IndexFile& index, Report& report) {
+    Bytes head(index_format::kHeadArea);
+    if (!index.readAt(0, head.data(), head.size())) return report.add("index file cannot be read");
+    const auto numIndexes = static_cast<size_t>(index.numIndexes());
+    const auto used = index_format::kDescriptors + numIndexes * index_format::kDescriptorSize;
+    bool zero =
+        std::all_of(head.begin() + static_cast<std::ptrdiff_t>(used), head.end(), [](uint8_t o) { return o == 0; });
+    for (size_t i = 1; i <= numIndexes; ++i) {
+        const size_t end = index_format::kDescriptors + i * index_format::kDescriptorSize;
+        zero = zero && head[end - 1] == 0 && head[end - 2] == 0;
+    }
+    if (!zero) report.add("index: octets in the header that are not in use");
+}
+
 void checkOverlaps(std::vector<std::pair<int64_t, int64_t>>& extents, Report& report) {
     std::sort(extents.begin(), extents.end());
     for (size_t i = 1; i < extents.size(); ++i) {
@@ -204,6 +230,7 @@ TableReport checkTable(const std::string& name) {
     result.dataOctets = table.dataFile().length();
     result.indexOctets = table.indexFile().length();
     checkHeaders(table, report);
+    checkHeadArea(table.indexFile(), report);
     std::vector<Record> records;
     readRecords(table.dataFile(), records, result);
     std::vector<std::pair<int64_t, int64_t>> extents;

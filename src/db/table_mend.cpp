@@ -10,6 +10,7 @@
 #include "db/database.h"
 #include "db/index_builder.h"
 #include "db/table_rebuild.h"
+#include "misc/byte_order.h"
 #include "misc/file_ops.h"
 #include "misc/logger.h"
 #include "misc/whole_file.h"
@@ -41,7 +42,8 @@ bool recordAt(DataFile& file, int64_t position) {
 /// Walks a data file and puts every live record into a new index file; mends what it meets, as far as it may.
 class IndexMaker {
   public:
-    IndexMaker(std::string name, MendExtent extent) : name_(std::move(name)), extent_(extent) {}
+    explicit IndexMaker(std::string name, MendExtent extent = MendExtent::AfterCrash, TableKnowledge knowledge = {})
+        : name_(std::move(name)), extent_(extent), knowledge_(std::move(knowledge)) {}
 
     [[nodiscard]] bool run() {
         const std::string indexPath = rebuildName(name_) + kIndexExtension;
@@ -56,7 +58,7 @@ class IndexMaker {
         }
         return builder.finish() == kDbOk && keepCountGrowing() && index_.sync() && (!changed_ || data_.sync());
     }
-    [[nodiscard]] int lost() const { return lost_; }
+    [[nodiscard]] Salvaged salvaged() const { return salvaged_; }
     /// The failure was one of writing the new index.
     [[nodiscard]] bool noRoom() const { return index_.status() == FileStatus::IoFailure; }
 
@@ -69,18 +71,61 @@ class IndexMaker {
             if (result == DataScan::Result::End) return true;
             if (more) return mendAt(scan.recNo());
             if (result != DataScan::Result::Record) return false;
+            if (salvages() && headIsWrong(scan, more)) return more;
+            previous_ = scan.recNo();
             if (scan.deleted()) continue;
             scan.keys(keys_);
-            more = extent_ == MendExtent::Salvage && !index_.keysFit(keys_);
+            if (salvages() && !rightKeys(scan)) return false;
+            more = salvages() && !index_.keysFit(keys_);
             if (more) return dropAt(scan.recNo());
             if (builder.add(keys_, scan.recNo()) != kDbOk) return false;
         }
     }
 
+    [[nodiscard]] bool salvages() const { return extent_ == MendExtent::Salvage; }
+
+    /// Puts a head in place of another one, in the copy; the walk goes on from there.
+    bool restore(int64_t recNo, const RecordHead& head) {
+        ++salvaged_.restored;
+        from_ = recNo;
+        return useCopy() && data_.writeAt(recNo, DataFile::encodeHead(head));
+    }
+
+    /// A head whose numbers are possible but not right: put right; done tells whether that succeeded.
+    bool headIsWrong(const DataScan& scan, bool& done) {
+        RecordHead head = scan.head();
+        const bool uneven = knowledge_.bodiesFill && head.length != head.capacity;
+        if (!uneven && head.flag == (head.deleted ? 1 : 0)) return false;
+        // One octet is damaged, not two: the number that leads to a record is the right one.
+        const int64_t after = scan.recNo() + data_.recordSize(head.length);
+        if (uneven) {
+            RecordHead next;
+            const bool byLength = after == data_.length() || headAt(data_, after, next);
+            (byLength ? head.capacity : head.length) = byLength ? head.length : head.capacity;
+        }
+        head.deleted = (head.flag & 1) != 0;
+        done = restore(scan.recNo(), head);
+        return true;
+    }
+
+    /// What was made from the body counts more than what stands in the slots.
+    bool rightKeys(const DataScan& scan) {
+        if (!knowledge_.keysOf || !knowledge_.keysOf(scan.body(), made_)) return true;
+        if (std::ranges::equal(made_, keys_, {}, [](const std::string& key) { return keyText(key); })) return true;
+        Bytes slots(static_cast<size_t>(data_.keyOctets()));
+        auto to = slots.begin();
+        keys_.assign(made_.begin(), made_.end());
+        if (!index_.keysFit(keys_)) return true;
+        for (int i = 0; i < data_.numIndexes(); to += data_.descs()[i++].keyLen)
+            std::ranges::copy(keyText(keys_[i]), to);
+        ++salvaged_.restored;
+        return useCopy() && data_.writeAt(scan.recNo() + static_cast<int64_t>(kRecordHead), slots);
+    }
+
     /// A record with a key that does not end in its slot cannot be found.
     bool dropAt(int64_t recNo) {
         from_ = recNo;
-        ++lost_;
+        ++salvaged_.lost;
         return useCopy() && data_.remove(recNo) == kDbOk;
     }
 
@@ -88,12 +133,14 @@ class IndexMaker {
         from_ = damaged;
         const int64_t next = nextRecord(data_, damaged);
         const bool tail = next == kNowhere;
-        if (!tail && extent_ == MendExtent::AfterCrash) {
+        if (salvages() && (jumpedOverRecords(damaged) || restoreHead(damaged, tail ? data_.length() : next)))
+            return true;
+        if (!tail && !salvages()) {
             logLine(LogLevel::Error, "damaged record at " + std::to_string(damaged) + " in " + data_.path());
             return false;
         }
-        if (extent_ == MendExtent::Salvage && !useCopy()) return false;
-        ++lost_;
+        if (salvages() && !useCopy()) return false;
+        ++salvaged_.lost;
         if (tail) {
             logLine(LogLevel::Warning, "part of a record cut off at the end of " + data_.path());
             changed_ = true;
@@ -101,6 +148,31 @@ class IndexMaker {
         }
         const RecordHead bridge{true, 0, next - damaged - data_.recordSize(0)};
         return bridge.capacity >= 0 && data_.writeAt(damaged, DataFile::encodeHead(bridge));
+    }
+
+    /// The record before may lead past others: it ends where the first of them begins.
+    bool jumpedOverRecords(int64_t damaged) {
+        RecordHead head;
+        const int64_t next = previous_ == kNowhere ? kNowhere : nextRecord(data_, previous_);
+        if (next == kNowhere || next >= damaged || !headAt(data_, previous_, head)) return false;
+        head.capacity = next - previous_ - data_.recordSize(0);
+        head.length = knowledge_.bodiesFill ? head.capacity : std::min(head.length, head.capacity);
+        if (!restore(previous_, head)) return false;
+        from_ = next;
+        return true;
+    }
+
+    /// A head that is no longer one, but has a number that fits exactly to where the next record begins.
+    bool restoreHead(int64_t damaged, int64_t next) {
+        std::array<uint8_t, kRecordHead> octets;
+        const int64_t room = next - damaged - data_.recordSize(0);
+        if (room < 0 || !data_.readAt(damaged, octets.data(), octets.size())) return false;
+        const auto length = loadLe<int64_t>(octets.data() + kRecordLength);
+        const auto capacity = loadLe<int64_t>(octets.data() + kRecordCapacity);
+        if (length != room && capacity != room) return false;
+        const bool deleted = (loadLe<int64_t>(octets.data() + kRecordDeleted) & 1) != 0;
+        const bool shorter = !knowledge_.bodiesFill && length >= 0 && length < room;
+        return restore(damaged, {deleted, shorter ? length : room, room});
     }
 
     bool useCopy() {
@@ -122,13 +194,16 @@ class IndexMaker {
 
     std::string name_;
     MendExtent extent_;
+    TableKnowledge knowledge_;
     DataFile data_;
     IndexFile index_;
     std::vector<std::string_view> keys_;
+    std::vector<std::string> made_;
     int64_t from_ = kHeadSize;
+    int64_t previous_ = kNowhere;  // the last record that was sound
     bool copied_ = false;
     bool changed_ = false;  // the data file
-    int lost_ = 0;
+    Salvaged salvaged_;
 };
 
 }  // namespace
@@ -150,11 +225,11 @@ int64_t nextRecord(DataFile& file, int64_t damaged) {
     return kNowhere;
 }
 
-bool remakeIndexes(const std::string& name, MendExtent extent, int& lost) {
+bool remakeIndexes(const std::string& name, MendExtent extent, Salvaged& salvaged, TableKnowledge knowledge) {
     discardRebuilt(name);
-    IndexMaker maker(name, extent);
+    IndexMaker maker(name, extent, std::move(knowledge));
     const bool made = maker.run();
-    lost = maker.lost();
+    salvaged = maker.salvaged();
     if (!made) discardRebuilt(name);
     return made;
 }
@@ -162,13 +237,13 @@ bool remakeIndexes(const std::string& name, MendExtent extent, int& lost) {
 bool mendTable(const std::string& name) {
     // Only a mark "swapping" makes "#" files count, so whatever is there is the rest of another time.
     discardRebuilt(name);
-    IndexMaker maker(name, MendExtent::AfterCrash);
+    IndexMaker maker(name);
     bool made = maker.run();
     if (!made && maker.noRoom()) {
         // The mark is set, so nobody believes the old index any more, and the data file has all that is in it.
         discardRebuilt(name);
         fileOps().unlink(name + kIndexExtension);
-        made = IndexMaker(name, MendExtent::AfterCrash).run();
+        made = IndexMaker(name).run();
     }
     if (!made) discardRebuilt(name);
     return made && swapRebuilt(name);

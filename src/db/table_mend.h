@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "db/datafile.h"
 
@@ -17,10 +19,25 @@ enum class MendExtent {
     Salvage      ///< records lost in the middle too: a copy of the data file bridges them by a deleted record
 };
 
+/// What a salvage knows of a table beyond its files.
+struct TableKnowledge {
+    /// Bodies never changed their length, so one that differs from the capacity is a damage.
+    bool bodiesFill = false;
+    /// Makes the keys of a record from its body; false when that cannot be done. Null: nobody can.
+    std::function<bool(ByteView body, std::vector<std::string>& keys)> keysOf;
+};
+
+/// Damaged places of a data file.
+struct Salvaged {
+    int lost = 0;      ///< passed over: a deleted record bridges them
+    int restored = 0;  ///< put right again
+};
+
 /// Makes "#" files with new indexes of all live records; the old files stay until swapRebuilt(). With salvage there
 /// may be a new data file too. False, with the old files as they were, when the data file cannot be read or is damaged
-/// beyond the extent. lost counts the damaged places.
-[[nodiscard]] bool remakeIndexes(const std::string& name, MendExtent extent, int& lost);
+/// beyond the extent.
+[[nodiscard]] bool remakeIndexes(const std::string& name, MendExtent extent, Salvaged& salvaged,
+                                 TableKnowledge knowledge = {});
 
 /// remakeIndexes() after a crash, and the swap. Where the disk has no room for both, the old index goes first. The
 /// caller holds the exclusive lock with its mark set.

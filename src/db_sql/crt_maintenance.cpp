@@ -44,6 +44,21 @@ void dropDangling(CrtTableSet& tables, const std::string& directory) {
     }
 }
 
+size_t dropWrong(CrtTableSet& tables) {
+    size_t dropped = 0;
+    SideJudge judge(tables[CrtTableSet::kCrt].dataFile());
+    for (const Tb side : CrtTableSet::kSides) {
+        std::vector<int64_t> wrong;
+        scanLive(tables[side].dataFile(), [&](const DataScan& record) {
+            if (judge.isWrong(*CrtTableSet::kLayouts[side], record)) wrong.push_back(record.recNo());
+        });
+        for (const int64_t recNo : wrong) check(tables[side].dataFile().remove(recNo) == kDbOk);
+        if (!wrong.empty()) tables.noteChange(side);
+        dropped += wrong.size();
+    }
+    return dropped;
+}
+
 /// Opens the tables; the ids of the certificates.
 std::vector<int64_t> openAll(CrtTableSet& tables) {
     for (const Tb table : CrtTableSet::kMainTables) tables.open(table, true);
@@ -153,12 +168,32 @@ class Compaction {
 
 }  // namespace
 
-void mendSideRecords(const std::string& directory) {
+bool SideJudge::load(int64_t id) {
+    if (id == id_) return readable_;
+    id_ = id;
+    readable_ = certificates_->data(id, stored_, false) == kDbOk && makeCrtRecord(stored_.body, record_);
+    return readable_;
+}
+
+bool SideJudge::isWrong(const TableLayout& side, const DataScan& record) {
+    const std::optional<int64_t> id = recNoDecode(record.key(0));
+    if (!id || !load(*id)) return false;
+    if (&side == &caTb) return !record_.isCa;
+    if (&side == &addIdxTb)
+        return addIdxKeys(record_) != std::array{std::string(record.key(1)), std::string(record.key(2))};
+    return std::ranges::none_of(record_.dnFlds, [&](const DnFld& field) {
+        return keyText(dnFldKey(field.type, field.value)) == record.key(kDnByField);
+    });
+}
+
+size_t mendSideRecords(const std::string& directory, SideMend extent) {
     CrtTableSet tables(directory);
     const std::vector<int64_t> ids = openAll(tables);
     dropDangling(tables, directory);
+    const size_t dropped = extent == SideMend::Everything ? dropWrong(tables) : 0;
     for (const int64_t id : ids) completeCrt(tables, id);
     tables.finishChange(true);
+    return dropped;
 }
 
 CrtStore::Removed compactCerts(const std::string& directory, DbLock& lock, const CrtStore::Expired& expired) {

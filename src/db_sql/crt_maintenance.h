@@ -3,14 +3,40 @@
 
 #include <string>
 
+#include "db/data_scan.h"
 #include "db/db_lock.h"
 #include "db_sql/crt_store.h"
+#include "db_sql/db_layout.h"
 
 namespace crv {
 
-/// After a crash, when each table is sound in itself: drops side records without a certificate and makes missing ones
-/// from the certificates. The caller holds the exclusive lock. Throws StoreError.
-void mendSideRecords(const std::string& directory);
+enum class SideMend {
+    Missing,    ///< after a crash: makes missing records from the certificates
+    Everything  ///< a repair: drops also those that their certificate does not have
+};
+
+/// When each table is sound in itself: drops side records without a certificate and makes missing ones. The caller
+/// holds the exclusive lock. Answers how many wrong ones were dropped. Throws StoreError.
+size_t mendSideRecords(const std::string& directory, SideMend extent);
+
+/// Compares a side record with its certificate.
+class SideJudge {
+  public:
+    explicit SideJudge(DataFile& certificates) : certificates_(&certificates) {}
+
+    /// Whether the certificate is there, can be parsed, and would not be stored with this record. Records of one
+    /// certificate after another cost one look at it.
+    [[nodiscard]] bool isWrong(const TableLayout& side, const DataScan& record);
+
+  private:
+    [[nodiscard]] bool load(int64_t id);
+
+    DataFile* certificates_;
+    int64_t id_ = 0;
+    bool readable_ = false;
+    TableRecord stored_;
+    CrtRecord record_;
+};
 
 /// Makes the four tables anew without the certificates that `expired` says yes to, the record ids in the side tables
 /// renumbered, and swaps them in under the lock's mark. The caller holds the exclusive lock. Throws

@@ -13,6 +13,14 @@ std::string dnFldKey(uint8_t type, std::string value) {
     return static_cast<char>(type) + dnFldValue(std::move(value));
 }
 
+std::array<std::string, 3> crtTbKeys(const CrtRecord& record) {
+    return {codeDigest(record.serNumHash), record.email, codeDigest(record.sbjDnHash)};
+}
+
+std::array<std::string, 2> addIdxKeys(const CrtRecord& record) {
+    return {std::string(keyText(asText(record.keyId))), std::string(keyText(asText(record.crtHash)))};
+}
+
 CrtTableSet::CrtTableSet(std::string directory) : directory_(std::move(directory)) {}
 
 void CrtTableSet::bindLock(DbLock* lock) {
@@ -79,13 +87,13 @@ void CrtTableSet::insertSide(const std::string& idKey, const CrtRecord& record) 
 }
 
 void CrtTableSet::insertAddIdx(const std::string& idKey, const CrtRecord& record) {
-    insertInto(kAddIdx, {idKey, asText(record.keyId), asText(record.crtHash)}, {},
-               "DbCrtCrv::insertIntoCaTb. Blad wstawienie do addIdxTb");
+    const auto keys = addIdxKeys(record);
+    insertInto(kAddIdx, {idKey, keys[0], keys[1]}, {}, "DbCrtCrv::insertIntoCaTb. Blad wstawienie do addIdxTb");
 }
 
 int64_t CrtTableSet::insertCrt(const CrtRecord& record) {
-    insertInto(kCrt, {codeDigest(record.serNumHash), record.email, codeDigest(record.sbjDnHash)}, record.der,
-               "DbCrtCrv::insertCert. Blad zapisu do crtTb");
+    const auto keys = crtTbKeys(record);
+    insertInto(kCrt, {keys[0], keys[1], keys[2]}, record.der, "DbCrtCrv::insertCert. Blad zapisu do crtTb");
     const int64_t id = tables_[kCrt].recNo();
     const std::string idKey = recNoEncode(id);
     insertSide(idKey, record);

@@ -69,6 +69,10 @@ class CrtTableSet {
     std::array<bool, kCount> changed_{};
 };
 
+/// The keys of a certificate's record, and of its record of additional identifiers behind the id.
+std::array<std::string, 3> crtTbKeys(const CrtRecord& record);
+std::array<std::string, 2> addIdxKeys(const CrtRecord& record);
+
 /// The key of a subject-name field: the type byte and the value.
 std::string dnFldKey(uint8_t type, std::string value);
 

@@ -56,7 +56,7 @@ class NoneConnection final : public DbConnection {
 
 bool mendStores(const std::string& directory) {
     try {
-        mendSideRecords(directory);
+        static_cast<void>(mendSideRecords(directory, SideMend::Missing));
         return true;
     } catch (const std::exception& e) {
         logLine(LogLevel::Error, std::string("certificate store not mended: ") + e.what());

@@ -230,6 +230,47 @@ TEST_F(CrtCrash, LostSideRecordsAreMadeAgainAndForeignOnesDropped) {
     }
 }
 
+TEST_F(CrtCrash, ADamagedBitCostsARepairNoCertificate) {
+    beginAnew();
+    for (size_t i = 0; i < 40; ++i) ASSERT_TRUE(Base(path).insert(told, i));
+    std::filesystem::copy(path, dir->file("good"));
+    CrtItemList all;
+    ASSERT_TRUE(Base(path).manager.readForward(0, 40, all));
+    const auto third = static_cast<size_t>(all[2].id), last = static_cast<size_t>(all[39].id);
+    struct Row {
+        const char* what;
+        const char* table;
+        size_t octet;
+        int bit;
+    };
+    for (const Row& row : {Row{"capacity leads past others", "certific", third + 25, 4},
+                           {"capacity leads past the end", "certific", third + 26, 5},
+                           {"capacity of the last one", "certific", last + 24, 3},
+                           {"length", "certific", third + 17, 0},
+                           {"length beyond the capacity", "certific", third + 18, 0},
+                           {"magic", "certific", third + 9, 2},
+                           {"magic of the last one", "certific", last + 9, 2},
+                           {"mark of deletion", "certific", third + 1, 6},
+                           {"key", "certific", third + 40, 1},
+                           {"key of a field", "dnfld", 56 + 32 + 17 + 3, 1},
+                           {"key of the identifiers", "addidx", 56 + 32 + 17 + 3, 1}}) {
+        SCOPED_TRACE(row.what);
+        std::filesystem::remove_all(path);
+        std::filesystem::copy(dir->file("good"), path);
+        const std::string file = path + row.table + ".dta";
+        std::string octets = test::readFile(file);
+        octets[row.octet] = static_cast<char>(octets[row.octet] ^ 1 << row.bit);
+        test::writeFile(file, octets);
+        int status = 0;
+        static_cast<void>(shell(CRV_BIN_DIR "/crvdb check " + path, &status));
+        EXPECT_EQ(status, 1) << "the check finds it";
+        static_cast<void>(shell(CRV_BIN_DIR "/crvdb repair " + path, &status));
+        EXPECT_EQ(status, 0);
+        EXPECT_TRUE(row.table != std::string("certific") || test::readFile(file + ".bak") == octets);
+        expectMended();
+    }
+}
+
 TEST_F(CrtCrash, InsertingAgainCompletesSideRecords) {
     beginAnew();
     Base base(path);

@@ -5,6 +5,7 @@
 
 #include "db/table_test_base.h"
 #include "db_sql/crl_store.h"
+#include "db_sql/crt_keys.h"
 #include "db_sql/db_crv.h"
 #include "db_sql/no_oop.h"
 #include "support/cert_maker.h"
@@ -28,11 +29,11 @@ class Crvdb : public testing::Test {
         EXPECT_TRUE(crt.open(file("certific")) && dn.open(file("dnfld")) && ca.open(file("ca")) &&
                     addIdx.open(file("addidx")));
         for (int i = 0; i < 40; ++i) {
-            const std::string id =
-                recNoEncode(add(crt, {std::to_string(i), "", "subject\n\\"}, std::string(100 + i, 'c')));
+            const std::string body(100 + i, 'c'), hash(asText(crtHash(asBytes(body))));
+            const std::string id = recNoEncode(add(crt, {std::to_string(i), "", "subject\n\\"}, body));
             EXPECT_NE(add(dn, {id, "nName"}, ""), 0);
             EXPECT_TRUE(i % 4 != 0 || add(ca, {id}, "") != 0);
-            EXPECT_NE(add(addIdx, {id, "k" + std::to_string(i), "h"}, ""), 0);
+            EXPECT_NE(add(addIdx, {id, "k" + std::to_string(i), hash}, ""), 0);
         }
         const MadeCert issuer = makeCert({.subject = {{"CN", "A"}}, .extensions = caExtensions()});
         DbLock lock(file("db.lck"));
@@ -95,6 +96,11 @@ TEST_F(Crvdb, DamageIsNamedAndRepaired) {
         {"addidx.dta", 0, "xx", "addidx: data file has a damaged header"},
         {"ca.dta", 10, "\x12", "ca: data file has a damaged header"},
         {"certific.dta", 56 + 343 + 8, "xx", "certific: data: no sound record at 399"},
+        {"certific.dta", 56, "\x40", "certific: data: odd mark of deletion at 56"},
+        {"certific.dta", 56 + 343 + 26, "\x20", "certific: data: no sound record at"},
+        {"certific.dta", 56 + 300, "x", "certific: not the certificate that was stored at 56", false},
+        {"certific.idx", 1000, "x", "certific: index: octets in the header that are not in use"},
+        {"addidx.idx", 2048 + 4095, "x", "addidx: index 0: octets that are not in use at 2048"},
         {"ca.idx", 2048, "\3", "ca: index 0: live record not reached"},
         {"certific.dta", 56, "\1", "dnfld: record without its certificate at 56"},
         {"ca.dta", kWhole, "", "ca.dta: missing"},

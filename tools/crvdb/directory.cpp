@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <array>
 #include <map>
-#include <set>
 
 #include "crypto/kc_hash.h"
 #include "db/data_scan.h"
 #include "db/database.h"
 #include "db/table_check.h"
+#include "db_sql/crt_keys.h"
+#include "db_sql/crt_maintenance.h"
+#include "db_sql/crt_table_set.h"
 #include "db_sql/dangling_records.h"
 #include "db_sql/db_crl_files.h"
 #include "db_sql/no_oop.h"
@@ -35,22 +37,32 @@ std::string printable(std::string_view text) {
     return out;
 }
 
-/// Ids of the certificates that the table of additional identifiers names.
-std::set<int64_t> namedCertificates(const std::string& path) {
-    std::set<int64_t> ids;
+/// Ids of the certificates that the table of additional identifiers names, with the hashes that stand there.
+std::map<int64_t, std::string> namedCertificates(const std::string& path) {
+    std::map<int64_t, std::string> hashes;
     DataFile data;
-    if (data.open(path) != kDbOk) return ids;
+    if (data.open(path) != kDbOk) return hashes;
     DataScan scan(data);
     while (scan.next() == DataScan::Result::Record) {
-        if (!scan.deleted()) ids.insert(recNoDecode(scan.key(kAddByRecId)).value_or(0));
+        if (!scan.deleted()) hashes[recNoDecode(scan.key(kAddByRecId)).value_or(0)] = scan.key(kAddByCrtHash);
     }
-    return ids;
+    return hashes;
+}
+
+bool hasOwnKeys(const DataScan& scan) {
+    CrtRecord record;
+    if (!makeCrtRecord(scan.body(), record)) return true;  // nobody knows what its keys were
+    std::vector<std::string_view> keys;
+    scan.keys(keys);
+    return std::ranges::equal(crtTbKeys(record), keys, {}, [](const std::string& key) { return keyText(key); });
 }
 
 }  // namespace
 
 void Findings::add(const std::string& where, const std::string& what, Status status) {
-    *out_ << where << ": " << what << "\n";
+    // A table that is damaged throughout has as many faults of one kind as records.
+    const size_t seen = ++kinds_[where + what.substr(0, what.rfind(" at "))];
+    if (seen <= kMaxProblems) *out_ << where << ": " << (seen < kMaxProblems ? what : "... and more") << "\n";
     status_ = std::max(status_, status);
 }
 
@@ -105,13 +117,42 @@ void Directory::checkReferences(Findings& findings) const {
             findings.add(std::string(layout->file), "record without its certificate at " + std::to_string(recNo));
         }
     }
-    const std::set<int64_t> named = namedCertificates(db_.pathOf(addIdxTb.file) + kDataExtension);
+    checkCertificates(findings);
+    checkSides(findings);
+}
+
+void Directory::checkCertificates(Findings& findings) const {
+    const auto named = namedCertificates(db_.pathOf(addIdxTb.file) + kDataExtension);
     DataFile data;
     if (data.open(db_.pathOf(crtTb.file) + kDataExtension) != kDbOk) return;
     DataScan scan(data);
     while (scan.next() == DataScan::Result::Record) {
-        if (scan.deleted() || named.count(scan.recNo()) != 0) continue;
-        findings.add(std::string(addIdxTb.file), "no record of the certificate at " + std::to_string(scan.recNo()));
+        if (scan.deleted()) continue;
+        const std::string at = " at " + std::to_string(scan.recNo());
+        const auto hash = named.find(scan.recNo());
+        if (hash == named.end()) {
+            findings.add(std::string(addIdxTb.file), "no record of the certificate" + at);
+        } else if (hash->second != keyText(asText(crtHash(scan.body())))) {
+            findings.add(std::string(crtTb.file), "not the certificate that was stored" + at);
+        } else if (!hasOwnKeys(scan)) {
+            findings.add(std::string(crtTb.file), "keys of another certificate" + at);
+        }
+    }
+}
+
+void Directory::checkSides(Findings& findings) const {
+    DataFile certificates;
+    if (certificates.open(db_.pathOf(crtTb.file) + kDataExtension) != kDbOk) return;
+    SideJudge judge(certificates);
+    for (const TableLayout* layout : {&dnTb, &caTb}) {
+        DataFile data;
+        if (data.open(db_.pathOf(layout->file) + kDataExtension) != kDbOk) continue;
+        DataScan scan(data);
+        while (scan.next() == DataScan::Result::Record) {
+            if (scan.deleted() || !judge.isWrong(*layout, scan)) continue;
+            findings.add(std::string(layout->file),
+                         "record that its certificate does not have at " + std::to_string(scan.recNo()));
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 // A database directory as crvdb looks at it: under the lock, without mending behind the user's back.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -23,6 +24,7 @@ class Findings {
 
   private:
     std::ostream* out_;
+    std::map<std::string, size_t> kinds_;
     Status status_ = kSound;
 };
 
@@ -41,6 +43,8 @@ class Directory {
     void checkFiles(Findings& findings) const;
     void checkTables(Findings& findings) const;
     void checkReferences(Findings& findings) const;
+    void checkCertificates(Findings& findings) const;
+    void checkSides(Findings& findings) const;
     void checkCrls(Findings& findings) const;
     static void checkCrlRows(const crv::CrlFileGuard& crls, const crv::CrlIndex& index, Findings& findings);
 

@@ -5,7 +5,9 @@
 #include "db/database.h"
 #include "db/table_mend.h"
 #include "db/table_rebuild.h"
+#include "db_sql/crt_keys.h"
 #include "db_sql/crt_maintenance.h"
+#include "db_sql/crt_table_set.h"
 #include "db_sql/db_crl_files.h"
 #include "directory.h"
 #include "misc/exceptions.h"
@@ -36,7 +38,6 @@ class Repair {
         if (removed > 0) say("references", std::to_string(removed) + " records without a certificate deleted");
         if (removed < 0) ok_ = false;
         if (ok_) completeCertificates();
-        if (ok_) completeSideRecords();
         if (!ok_) db_.lock().spoil();
         return ok_;
     }
@@ -49,14 +50,6 @@ class Repair {
         ok_ = false;
     }
 
-    void completeSideRecords() {
-        try {
-            mendSideRecords(db_.directory());
-        } catch (const std::exception& e) {
-            fail("references", e.what());
-        }
-    }
-
     void repairTables() {
         std::vector<std::string> remade;
         for (const TableLayout* layout : kAllTables) {
@@ -65,9 +58,27 @@ class Repair {
         }
         if (!db_.lock().setMark(DbMark::Swapping, remade)) return fail(kLockFileName, "cannot be written");
         for (const std::string& name : remade) {
+            keepOldData(db_.pathOf(name));
             if (!swapRebuilt(db_.pathOf(name))) return fail(name, "new files cannot be put in place");
         }
         if (!db_.lock().setMark(DbMark::Changing)) fail(kLockFileName, "cannot be written");
+    }
+
+    /// A data file that is replaced by a repaired one stays until the next repair, in case somebody can get more out of
+    /// it. A kill in between leaves a swap without an old file to replace.
+    static void keepOldData(const std::string& table) {
+        const std::string data = table + kDataExtension;
+        if (fileExists(rebuildName(table) + kDataExtension))
+            fileOps().rename(data, data + std::string(kBackupExtension));
+    }
+
+    /// The keys of a certificate's record as they would be stored now.
+    static bool keysOfCertificate(ByteView der, std::vector<std::string>& keys) {
+        CrtRecord record;
+        if (!makeCrtRecord(der, record)) return false;
+        const auto made = crtTbKeys(record);
+        keys.assign(made.begin(), made.end());
+        return true;
     }
 
     /// Makes new files beside the old ones; false when there is nothing to swap.
@@ -83,13 +94,17 @@ class Repair {
             return false;
         }
         restoreHeader(layout, name + kDataExtension);
-        int lost = 0;
-        if (!remakeIndexes(name, MendExtent::Salvage, lost)) {
+        fileOps().unlink(name + kDataExtension + std::string(kBackupExtension));
+        Salvaged found;
+        TableKnowledge knowledge{true, {}};
+        if (&layout == &crtTb) knowledge.keysOf = keysOfCertificate;
+        if (!remakeIndexes(name, MendExtent::Salvage, found, std::move(knowledge))) {
             fail(layout.file, "cannot be repaired");
             return false;
         }
-        say(layout.file,
-            "indexes made anew" + (lost > 0 ? ", damaged places passed over: " + std::to_string(lost) : ""));
+        say(layout.file, "indexes made anew" +
+                             (found.restored > 0 ? ", records restored: " + std::to_string(found.restored) : "") +
+                             (found.lost > 0 ? ", damaged places passed over: " + std::to_string(found.lost) : ""));
         return true;
     }
 
@@ -120,7 +135,9 @@ class Repair {
     /// Certificates whose side records are lost get them again.
     void completeCertificates() {
         try {
-            mendSideRecords(db_.directory());
+            const size_t wrong = mendSideRecords(db_.directory(), SideMend::Everything);
+            if (wrong > 0)
+                say("references", std::to_string(wrong) + " records that their certificates do not have replaced");
         } catch (const std::exception& e) {
             fail("references", std::string("side records not made: ") + e.what());
         }
