@@ -1,4 +1,5 @@
 // Any octets as a certificate: what is accepted must survive everything that a view does with it, and keep its octets.
+#include <algorithm>
 #include <cstdlib>
 
 #include "asn/x509/ext_distribution.h"
@@ -26,8 +27,10 @@ void decode(const Extension& extension) {
 
 void look(const SignedCertificate& cert) {
     static_cast<void>(cert.subject().lines({false, true}));
+    // An empty set, which should not be there, has no text.
+    const auto shown = std::ranges::count_if(cert.subject(), [](const auto& set) { return !set.empty(); });
     if (const auto parsed = DistinguishedName::fromText(cert.subject().text()))
-        check(parsed->size() == cert.subject().size());
+        check(static_cast<long>(parsed->size()) == shown);
     static_cast<void>(cert.isCaCrt());
     static_cast<void>(cert.emails());
     static_cast<void>(cert.isValidAt(0));

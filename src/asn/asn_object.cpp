@@ -72,9 +72,10 @@ int write_length(long length, uint8_t* out) {
     return octets;
 }
 
-int read_length(GenericFile& in, long& length) {
+int read_length(GenericFile& in, long& length, uint8_t* raw) {
     const int first = in.get();
     if (first < 0) return -1;
+    if (raw) *raw++ = static_cast<uint8_t>(first);
     length = first == kIndefiniteLength ? -1 : first;
     if (first <= kIndefiniteLength) return 1;
     const int octets = first & 0x7F;
@@ -83,6 +84,7 @@ int read_length(GenericFile& in, long& length) {
     for (int i = 0; i < octets; ++i) {
         const int octet = in.get();
         if (octet < 0) return -1;
+        if (raw) *raw++ = static_cast<uint8_t>(octet);
         length = length << 8 | octet;
     }
     return 1 + octets;
@@ -110,13 +112,12 @@ long walkElement(GenericFile& in, long maxLen, GenericFile* out) {
     if (identifier < 0) return -1;
     if (!level.allowed() || identifier == 0 || (identifier & ASN_NUMBER_BITS) == ASN_NUMBER_BITS) return 0;
     long length = 0;
-    const int octets = read_length(in, length);
-    if (octets <= 0) return octets;
     uint8_t header[6] = {static_cast<uint8_t>(identifier)};
-    const int headerLength = 1 + write_length(length, header + 1);
+    const int octets = read_length(in, length, header + 1);
+    if (octets <= 0) return octets;
     const long used = 1 + octets;
     if (exceeds(used, length, maxLen) || (length < 0 && (identifier & ASN_CONSTRUCTED_BIT) == 0)) return 0;
-    if (out && !out->write({header, static_cast<size_t>(headerLength)})) return -1;
+    if (out && !out->write({header, static_cast<size_t>(used)})) return -1;
     if (length >= 0) return copyPiece(in, length, out) ? used + length : -1;
     long total = used;
     int end = takeEndOfContents(in);
@@ -131,6 +132,16 @@ long walkElement(GenericFile& in, long maxLen, GenericFile* out) {
     if (exceeds(total, 2, maxLen)) return 0;
     constexpr uint8_t kEnd[2] = {0, 0};
     return !out || out->write(kEnd) ? total + 2 : -1;
+}
+
+bool beginsWithSequence(ByteView octets) {
+    constexpr uint8_t kSequence = 0x30;
+    MemoryFile in(octets);
+    long length = 0;
+    if (in.get() != kSequence || read_length(in, length) <= 0 || endsInside(in, length) || length < 0) return false;
+    for (const long end = in.position() + length; in.position() < end;)
+        if (walkElement(in, end - in.position(), nullptr) <= 0) return false;
+    return true;
 }
 
 ASNobject::ASNobject(unsigned char tag) : tag_(tag) {

@@ -34,8 +34,11 @@ constexpr unsigned char ASN_NUMBER_BITS = 0x1F;
 /// Writes them into `out` (at most 5); returns their number.
 int write_length(long length, uint8_t* out);
 /// Reads them: the number of octets read; 0 when there are more than four length octets; -1 when the stream ends or
-/// fails. `length` becomes -1 for the indefinite form.
-[[nodiscard]] int read_length(GenericFile& in, long& length);
+/// fails. `length` becomes -1 for the indefinite form. `raw`, when given, receives the octets (at most 5).
+[[nodiscard]] int read_length(GenericFile& in, long& length, uint8_t* raw = nullptr);
+
+/// Whether a SEQUENCE of definite length stands at the front whose contents are whole elements, as no text's are.
+[[nodiscard]] bool beginsWithSequence(ByteView octets);
 
 /// One element.
 ///

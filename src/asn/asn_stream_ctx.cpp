@@ -26,22 +26,35 @@ long moveAvailable(GenericFile& in, long count, GenericFile& out) {
 
 }  // namespace
 
-/// Octets that the collected element surely lacks: at least one while that is not known better; 0 when it is complete,
-/// -1 when it never will be.
-long ASNStreamCtx::missing() const {
-    const ByteView held = collected_.written();
-    if (held.size() < 2) return static_cast<long>(2 - held.size());
-    const size_t header = headerSize(held);
-    if (header == 0) return -1;
-    if (held.size() < header) return static_cast<long>(header - held.size());
-    MemoryFile whole(held.subspan(1));
-    long length = 0;
-    if (read_length(whole, length) <= 0) return -1;
-    if (length >= 0) return static_cast<long>(header) + length - static_cast<long>(held.size());
-    if (held[held.size() - 1] != 0 || held[held.size() - 2] != 0) return 1;
-    MemoryFile element(held);
-    const long walked = walkElement(element, 0, nullptr);
-    return walked > 0 ? 0 : walked < 0 ? 1 : -1;
+/// Octets that the collected element surely lacks, at least one while that is not known better; 0 when it is complete,
+/// -1 when it never will be. Goes on where it stood before: looking at everything again would cost the square of a
+/// content that comes in many pieces.
+long ASNStreamCtx::missing() {
+    for (;;) {
+        const ByteView held = collected_.written();
+        const auto lack = [&](size_t size) { return static_cast<long>(size) - static_cast<long>(held.size()); };
+        if (ended_) return lack(at_);
+        if (held.size() < at_ + 2) return lack(at_ + 2);
+        const ByteView rest = held.subspan(at_);
+        if (rest[0] == 0 && rest[1] == 0) {
+            if (open_ == 0) return -1;
+            at_ += 2;
+            ended_ = --open_ == 0;
+            continue;
+        }
+        const size_t header = headerSize(rest);
+        if (header == 0 || rest[0] == 0 || (rest[0] & ASN_NUMBER_BITS) == ASN_NUMBER_BITS) return -1;
+        if (rest.size() < header) return lack(at_ + header);
+        MemoryFile lengthOctets(rest.subspan(1));
+        long length = 0;
+        if (read_length(lengthOctets, length) <= 0) return -1;
+        at_ += header + static_cast<size_t>(std::max(length, 0L));
+        if (length >= 0) {
+            ended_ = open_ == 0;
+        } else if ((rest[0] & ASN_CONSTRUCTED_BIT) == 0 || ++open_ > GenericFile::kMaxNesting) {
+            return -1;
+        }
+    }
 }
 
 long ASNStreamCtx::take(GenericFile& in, bool last, GenericFile&) {

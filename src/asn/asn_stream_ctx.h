@@ -40,9 +40,12 @@ class ASNStreamCtx {
     ASNobject& object_;
 
   private:
-    [[nodiscard]] long missing() const;
+    [[nodiscard]] long missing();
 
     MemoryFile collected_;
+    size_t at_ = 0;       // where the next header stands, or the end of the element
+    int open_ = 0;        // levels of indefinite length that are not closed yet
+    bool ended_ = false;  // the end of the element is known
     bool done_ = false;
 };
 

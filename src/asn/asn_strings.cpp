@@ -37,25 +37,24 @@ char32_t wideAt(ByteView octets, size_t at, size_t width) {
     return c;
 }
 
-std::string wideToUtf8(ByteView octets, size_t width) {
-    std::string out;
+/// Hands each character of the octets on, nothing for what is none.
+template <class Visit>
+void eachCharacter(const StringKind* kind, ByteView octets, Visit visit) {
+    if (!kind || kind->width == 0) {
+        for (std::string_view text = asText(octets); !text.empty();) visit(takeCharacter(text));
+        return;
+    }
+    const auto width = static_cast<size_t>(kind->width);
     for (size_t at = 0; at + width <= octets.size(); at += width) {
         char32_t c = wideAt(octets, at, width);
         if (width == 2 && at + 4 <= octets.size() && isPair(c, wideAt(octets, at + 2, 2))) {
             at += 2;
             c = 0x10000 + ((c - 0xD800) << 10) + (wideAt(octets, at, 2) - 0xDC00);
         }
-        appendUtf8(out, c);
+        const bool valid = (c <= kind->last || width == 2) && isCharacter(c);
+        visit(valid ? std::optional(c) : std::nullopt);
     }
-    if (octets.size() % width != 0) appendUtf8(out, kReplacementCharacter);
-    return out;
-}
-
-std::string cleanUtf8(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    while (!text.empty()) appendUtf8(out, takeUtf8(text));
-    return out;
+    if (octets.size() % width != 0) visit(std::nullopt);
 }
 
 }  // namespace
@@ -65,13 +64,17 @@ bool isStringTag(unsigned char tag) {
 }
 
 std::string stringToUtf8(unsigned char tag, ByteView octets) {
-    const StringKind* kind = kindOf(tag);
-    if (!kind || kind->width == 0) return cleanUtf8(asText(octets));
-    if (kind->width > 1) return wideToUtf8(octets, static_cast<size_t>(kind->width));
     std::string out;
     out.reserve(octets.size());
-    for (const uint8_t octet : octets) appendUtf8(out, octet <= kind->last ? octet : kReplacementCharacter);
+    eachCharacter(kindOf(tag), octets,
+                  [&](std::optional<char32_t> c) { appendUtf8(out, c.value_or(kReplacementCharacter)); });
     return out;
+}
+
+bool isValidString(unsigned char tag, ByteView octets) {
+    bool valid = true;
+    eachCharacter(kindOf(tag), octets, [&](std::optional<char32_t> c) { valid = valid && c; });
+    return valid;
 }
 
 Bytes utf8ToString(unsigned char tag, std::string_view text) {

@@ -26,6 +26,9 @@ enum AsnStringTag : unsigned char {
 /// The text of a string's content octets in UTF-8. T61String is taken as ISO 8859-1, as its writers do; what is no
 /// valid character becomes U+FFFD. An octet string of another tag is read as UTF-8.
 [[nodiscard]] std::string stringToUtf8(unsigned char tag, ByteView octets);
+/// Whether every character of a string's content octets is one of its type; a text of another is shown with U+FFFD in
+/// places, so different ones may look the same.
+[[nodiscard]] bool isValidString(unsigned char tag, ByteView octets);
 /// Content octets of a text given in UTF-8 for a string type; what that type cannot express becomes "?".
 [[nodiscard]] Bytes utf8ToString(unsigned char tag, std::string_view text);
 /// PrintableString when every character is of its set, else UTF8String (RFC 5280 4.1.2.4).

@@ -112,7 +112,9 @@ std::optional<int64_t> ASNtimeString::seconds() const {
         if (!digits.take(2, *field)) return std::nullopt;
         unit /= 60;
     }
-    const auto fraction = takeFraction(digits, unit);
+    // A UTCTime has minutes at least and no fraction (X.680 47.3).
+    if (yearDigits_ == 2 && unit == 3600) return std::nullopt;
+    const auto fraction = yearDigits_ == 2 ? std::optional<int64_t>(0) : takeFraction(digits, unit);
     const auto zone = takeZone(digits);
     const auto local = fromCivil(t);
     if (!fraction || !zone || !local) return std::nullopt;

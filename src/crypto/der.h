@@ -16,6 +16,8 @@ inline constexpr uint8_t kOid = 0x06;
 inline constexpr uint8_t kSequence = 0x30;
 inline constexpr uint8_t kContext0 = 0xA0;
 inline constexpr uint8_t kContext1 = 0xA1;
+inline constexpr uint8_t kContext2 = 0xA2;
+inline constexpr uint8_t kContext3 = 0xA3;
 
 /// Reads one element after the other; everything that is not as asked for is CryptoError (badKey). The views point into
 /// the input.

@@ -8,12 +8,19 @@
 
 namespace crv {
 
+/// What the parameters of an id-RSASSA-PSS key allow its signatures (RFC 4055 3.1).
+struct PssRestriction {
+    KcHashAlgo hash, mgfHash;
+    int leastSalt;
+};
+
 /// What parsing a public key gives.
 struct ParsedKey {
     ossl::Pkey pkey;
     KeyScheme scheme = KeyScheme::None;
     unsigned bits = 0;
     EcDomain domain = {StdECId::None, false};
+    std::optional<PssRestriction> pss;
 };
 
 struct PublicKey::State : ParsedKey {

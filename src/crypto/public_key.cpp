@@ -6,6 +6,7 @@
 
 #include "crypto/der.h"
 #include "crypto/key_state.h"
+#include "crypto/sign_algo_map.h"
 
 namespace crv {
 
@@ -13,6 +14,7 @@ namespace {
 
 constexpr uint8_t kRsaEncryption[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01};
 constexpr uint8_t kRsaPss[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x0A};
+constexpr uint8_t kMgf1[] = {0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x08};
 constexpr uint8_t kRsaX509[] = {0x55, 0x08, 0x01, 0x01};  // "rsa" of X.509, in old files
 constexpr uint8_t kDsa[] = {0x2A, 0x86, 0x48, 0xCE, 0x38, 0x04, 0x01};
 constexpr uint8_t kEc[] = {0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x02, 0x01};
@@ -58,10 +60,62 @@ void checkDsa(const BIGNUM* p, const BIGNUM* q, const BIGNUM* g, const BIGNUM* y
     if (!BN_is_one(rest.get())) failKey("the DSA generator has another order");
 }
 
+/// The hash of an AlgorithmIdentifier, whose parameters may be NULL or absent.
+KcHashAlgo takeHash(der::Reader& reader) {
+    der::Reader algorithm(reader.take(der::kSequence));
+    const ByteView oid = algorithm.take(der::kOid);
+    if (!algorithm.empty() && !algorithm.take(der::kNull).empty()) failKey("parameters of a hash");
+    algorithm.end();
+    for (const KcHashAlgo hash : kHashAlgos) {
+        std::array<uint8_t, 32> known{};
+        const int length = a2d_ASN1_OBJECT(known.data(), static_cast<int>(known.size()), hashOid(hash), -1);
+        if (length > 0 && std::ranges::equal(ByteView(known).first(static_cast<size_t>(length)), oid)) return hash;
+    }
+    ossl::fail(CryptoFailure::Unsupported, "a PSS key for an unknown hash");
+}
+
+KcHashAlgo takeMaskHash(der::Reader& reader) {
+    der::Reader algorithm(reader.take(der::kSequence));
+    if (!std::ranges::equal(algorithm.take(der::kOid), ByteView(kMgf1)))
+        ossl::fail(CryptoFailure::Unsupported, "a PSS key for an unknown mask");
+    const KcHashAlgo hash = takeHash(algorithm);
+    algorithm.end();
+    return hash;
+}
+
+int takeSmall(der::Reader& reader) {
+    const ByteView octets = reader.takeNumber();
+    if (octets.size() > 2) failKey("a PSS parameter out of range");
+    int value = 0;
+    for (const uint8_t octet : octets) value = value << 8 | octet;
+    return value;
+}
+
+/// RSASSA-PSS-params; absent members mean SHA-1, MGF1 with SHA-1, 20 octets of salt and the trailer 1.
+PssRestriction takePssParams(der::Reader& parameters) {
+    der::Reader members(parameters.take(der::kSequence));
+    PssRestriction out{KcHashAlgo::Sha1, KcHashAlgo::Sha1, 20};
+    const auto member = [&](uint8_t tag, const auto& read) {
+        if (!members.at(tag)) return;
+        der::Reader inner(members.take(tag));
+        read(inner);
+        inner.end();
+    };
+    member(der::kContext0, [&](der::Reader& inner) { out.hash = takeHash(inner); });
+    member(der::kContext1, [&](der::Reader& inner) { out.mgfHash = takeMaskHash(inner); });
+    member(der::kContext2, [&](der::Reader& inner) { out.leastSalt = takeSmall(inner); });
+    member(der::kContext3, [&](der::Reader& inner) {
+        if (takeSmall(inner) != 1) failKey("a PSS trailer that does not exist");
+    });
+    members.end();
+    return out;
+}
+
 void readPublicRsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     if (state.scheme == KeyScheme::Rsa && !parameters.empty() && !parameters.take(der::kNull).empty()) {
         failKey("RSA keys have no parameters");
     }
+    if (state.scheme == KeyScheme::RsaPss && !parameters.empty()) state.pss = takePssParams(parameters);
     der::Reader outer(keyBits);
     der::Reader numbers(outer.take(der::kSequence));
     outer.end();
@@ -96,6 +150,12 @@ void readPublicDsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     state.bits = static_cast<unsigned>(BN_num_bits(numbers[0].get()));
 }
 
+bool hasCofactorOne(StdECId curve) {
+    const ossl::Group group(EC_GROUP_new_by_curve_name_ex(ossl::context(), nullptr, static_cast<int>(curve)));
+    const BIGNUM* cofactor = group ? EC_GROUP_get0_cofactor(group.get()) : nullptr;
+    return cofactor && BN_is_one(cofactor);
+}
+
 void readPublicEc(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     state.domain = decodeEcDomain(parameters.takeElement());
     if (keyBits.empty() || keyBits[0] == 0) failKey("the point at infinity is no public key");
@@ -103,8 +163,11 @@ void readPublicEc(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     parts.text(OSSL_PKEY_PARAM_GROUP_NAME, OBJ_nid2sn(static_cast<int>(state.domain.id)));
     parts.octets(OSSL_PKEY_PARAM_PUB_KEY, keyBits);
     state.pkey = parts.build("EC", false);
-    ossl::must(EVP_PKEY_public_check_quick(ossl::keyContext(state.pkey.get()).get()), CryptoFailure::BadKey,
-               "the point is not on its curve");
+    // Where the curve has more points than the group, only the slow check finds one of another order.
+    const ossl::PkeyCtx ctx = ossl::keyContext(state.pkey.get());
+    const bool whole = hasCofactorOne(state.domain.id);
+    ossl::must(whole ? EVP_PKEY_public_check_quick(ctx.get()) : EVP_PKEY_public_check(ctx.get()), CryptoFailure::BadKey,
+               "the point is not in the group of its curve");
     state.bits = findCurve(state.domain.id)->bits;
 }
 
@@ -140,12 +203,14 @@ std::shared_ptr<const PublicKey::State> PublicKey::State::make(ByteView algorith
     der::Reader inner(outer.take(der::kSequence));
     outer.end();
     state->scheme = schemeOfKeyAlgorithm(inner.take(der::kOid));
+    const ByteView parameters = inner.empty() ? ByteView() : inner.takeElement();
+    inner.end();
     state->algorithm = toBytes(algorithm);
     state->keyBits = toBytes(keyBits);
     const auto read = isRsa(state->scheme)              ? readPublicRsa
                       : state->scheme == KeyScheme::Dsa ? readPublicDsa
                                                         : readPublicEc;
-    read(*state, inner, keyBits);
+    read(*state, der::Reader(parameters), keyBits);
     return state;
 }
 

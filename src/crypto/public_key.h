@@ -39,7 +39,7 @@ class PublicKey {
 
     /// Reads a DER SubjectPublicKeyInfo (RFC 5280 4.1, RFC 3279 2.3, RFC 5480) and checks it: moduli odd and of 512 to
     /// 16384 bits, exponents odd and above 1, DSA numbers in their ranges, points on their curve and not at infinity.
-    /// Else CryptoError (badKey); an algorithm or curve that is unknown here is CryptoError (unsupported).
+    /// Else CryptoError (badKey); an algorithm, curve or PSS hash that is unknown here is CryptoError (unsupported).
     [[nodiscard]] static PublicKey fromSpki(ByteView der);
     /// An RSA key from its numbers, big-endian, as tokens hold them; checked likewise.
     [[nodiscard]] static PublicKey fromRsa(ByteView modulus, ByteView exponent);
@@ -64,8 +64,8 @@ class PublicKey {
     [[nodiscard]] Bytes rsaExponent() const;
 
     /// Whether the signature over the digest is right. A wrong or malformed signature answers false. CryptoError
-    /// (badParameter) when key, scheme, hash and digest do not go together. DSA and ECDSA signatures are DER
-    /// Ecdsa-Sig-Value.
+    /// (badParameter) when key (with the restrictions of its PSS parameters), scheme, hash and digest do not go
+    /// together. DSA and ECDSA signatures are DER Ecdsa-Sig-Value.
     [[nodiscard]] bool verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteView signature,
                               const PssParams& pss = {}) const;
 

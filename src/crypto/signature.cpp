@@ -18,10 +18,20 @@ bool pairExists(Use use, KeyScheme scheme, KcHashAlgo hash) {
 
 void checkFit(Use use, const PublicKey& key, KeyScheme scheme, KcHashAlgo hash, ByteView digest) {
     const bool keyFits = key.scheme() == scheme || (key.scheme() == KeyScheme::Rsa && scheme == KeyScheme::RsaPss);
-    if (!keyFits || !pairExists(use, scheme, hash) || digest.size() != hashLength(hash) ||
-        !isSignAlgoValidForKeyLength(scheme, hash, key.bits())) {
+    // Others sign with a salt that is shorter than ours, so what fits a key is less strict for their signatures.
+    const bool lengthFits = use == Use::Verify || isSignAlgoValidForKeyLength(scheme, hash, key.bits());
+    if (!keyFits || !pairExists(use, scheme, hash) || digest.size() != hashLength(hash) || !lengthFits) {
         throw CryptoError(CryptoFailure::BadParameter, "key, signature algorithm and digest do not go together");
     }
+}
+
+/// A key with parameters signs with these hashes and no shorter salt (RFC 4055 3.1, 3.3).
+void checkRestriction(const std::optional<PssRestriction>& allowed, KcHashAlgo hash, const PssParams& pss) {
+    if (!allowed) return;
+    const KcHashAlgo mgfHash = pss.mgfHash == KcHashAlgo::None ? hash : pss.mgfHash;
+    const int salt = pss.saltLength < 0 ? static_cast<int>(hashLength(hash)) : pss.saltLength;
+    if (hash != allowed->hash || mgfHash != allowed->mgfHash || salt < allowed->leastSalt)
+        throw CryptoError(CryptoFailure::BadParameter, "the key is restricted to other PSS parameters");
 }
 
 void must(int answer) {
@@ -67,6 +77,7 @@ void mustBeRsa(const PublicKey& key) {
 bool PublicKey::verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteView signature,
                        const PssParams& pss) const {
     checkFit(Use::Verify, *this, scheme, hash, digest);
+    checkRestriction(state_->pss, hash, pss);
     const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
     must(EVP_PKEY_verify_init(ctx.get()));
     setScheme(ctx.get(), scheme, hash, pss);
@@ -79,6 +90,7 @@ bool PublicKey::verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteV
 Bytes PrivateKey::sign(KeyScheme scheme, KcHashAlgo hash, ByteView digest, RandomBridge& random,
                        const PssParams& pss) const {
     checkFit(Use::Sign, publicKey(), scheme, hash, digest);
+    checkRestriction(publicKey().state_->pss, hash, pss);
     const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
     must(EVP_PKEY_sign_init(ctx.get()));
     setScheme(ctx.get(), scheme, hash, pss);

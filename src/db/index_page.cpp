@@ -45,7 +45,7 @@ void Page::insertAt(int p, std::string_view key, Entry entry) {
     std::memmove(slot(p + 1), slot(p), static_cast<size_t>(count + 1 - p) * static_cast<size_t>(desc.keyLen));
     entries_[p] = entry;
     std::memset(slot(p), 0, static_cast<size_t>(desc.keyLen));
-    std::memcpy(slot(p), key.data(), key.size());
+    if (!key.empty()) std::memcpy(slot(p), key.data(), key.size());
     ++count;
 }
 

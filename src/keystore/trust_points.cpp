@@ -19,12 +19,12 @@ CertList certificatesOf(const CRVCfgFile::Certificates& encodings) {
     return list;
 }
 
-/// Whether it is signed with its own key.
-bool isSelfSigned(const SignedCertificate& certificate) {
+/// Whether it is signed with its own key. A signature that cannot be checked here is no wrong one.
+KeyManagerResult checkSelfSigned(const SignedCertificate& certificate) {
     try {
-        return certificate.isSignedBy(certificate.keyInfo().publicKey());
-    } catch (const CryptoError&) {
-        return false;
+        return certificate.isSignedBy(certificate.keyInfo().publicKey()) ? kKmOk : kKmBadSignature;
+    } catch (const CryptoError& error) {
+        return error.failure() == CryptoFailure::Unsupported ? kKmAlgorithmNotSupported : kKmBadSignature;
     }
 }
 
@@ -39,7 +39,7 @@ bool isWeak(const SignedCertificate& certificate) {
 
 KeyManagerResult checkTrustPoint(const SignedCertificate& certificate) {
     if (!certificate.isCaCrt() || !certificate.isSelfIssued()) return kKmNoCaCertificate;
-    if (!isSelfSigned(certificate)) return kKmBadSignature;
+    if (const KeyManagerResult checked = checkSelfSigned(certificate); checked != kKmOk) return checked;
     return isWeak(certificate) ? kKmTrustPointRefused : kKmOk;
 }
 

@@ -6,10 +6,6 @@ namespace crv {
 
 namespace {
 
-bool isCharacter(char32_t c) {
-    return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF);
-}
-
 bool isTail(char octet) {
     return (static_cast<uint8_t>(octet) & 0xC0) == 0x80;
 }
@@ -22,6 +18,10 @@ struct Form {
 constexpr Form kForms[] = {{0x80, 0, 0}, {0xE0, 0xC0, 0x80}, {0xF0, 0xE0, 0x800}, {0xF8, 0xF0, 0x10000}};
 
 }  // namespace
+
+bool isCharacter(char32_t c) {
+    return c <= 0x10FFFF && (c < 0xD800 || c > 0xDFFF);
+}
 
 std::optional<char32_t> takeCharacter(std::string_view& text) {
     const auto first = static_cast<uint8_t>(text.front());

@@ -22,6 +22,9 @@ constexpr char32_t kReplacementCharacter = 0xFFFD;
 /// Whether the text is nothing but characters.
 [[nodiscard]] bool isUtf8(std::string_view text);
 
+/// Whether the number is a character's (surrogates are none).
+[[nodiscard]] bool isCharacter(char32_t character);
+
 /// The octets of a character and how many they are; those of U+FFFD for a number that is none.
 struct Utf8Character {
     std::array<char, 4> octets;

@@ -40,6 +40,24 @@ size_t sequenceSize(ByteView octets) {
     return static_cast<size_t>(1 + head + length);
 }
 
+/// Whether PEM blocks are to be looked for: text may begin like a SEQUENCE ("01 Root CA"), but hardly holds elements.
+bool isPemText(ByteView octets) {
+    return asText(octets).find("-----BEGIN ") != std::string_view::npos && !beginsWithSequence(octets);
+}
+
+/// Calls `take` with label and octets of each PEM block until it answers false. False when a block is malformed.
+template <class Take>
+bool eachBlock(std::string_view text, Take take) {
+    MemoryFile file(asBytes(text));
+    for (;;) {
+        Base64Reader block(file, Base64Armour::Pem);
+        if (!block.findBlock()) return true;
+        SecretBytes octets;
+        if (!readAll(block, octets)) return false;
+        if (!take(block.label(), ByteView(octets))) return true;
+    }
+}
+
 }  // namespace
 
 CertFileReader CertFileReader::open(const std::string& path) {
@@ -50,10 +68,10 @@ CertFileReader::CertFileReader(Bytes content) : content_(std::move(content)) {
     const auto first = std::ranges::find_if_not(content_, isSpace);
     const ByteView octets(first, content_.end());
     if (octets.empty()) return;
-    if (octets[0] == kSequenceTag && sequenceSize(octets) != 0) {
-        if (!addBundle(octets)) addElements(octets);
-    } else if (asText(octets).find("-----BEGIN ") != std::string_view::npos) {
+    if (isPemText(octets)) {
         addBlocks(asText(octets));
+    } else if (octets[0] == kSequenceTag && sequenceSize(octets) != 0) {
+        if (!addBundle(octets)) addElements(octets);
     } else if (std::optional<Bytes> decoded = fromBase64(asText(octets))) {
         const ByteView kept = decoded_.emplace_back(std::move(*decoded));
         if (!addBundle(kept)) addElements(kept);
@@ -93,21 +111,11 @@ void CertFileReader::addBlock(const std::string& label, Bytes octets) {
 }
 
 void CertFileReader::addBlocks(std::string_view text) {
-    MemoryFile file(asBytes(text));
-    for (;;) {
-        Base64Reader block(file, Base64Armour::Pem);
-        if (!block.findBlock()) return;
-        Bytes octets;
-        std::array<uint8_t, 4096> piece;
-        long n = 0;
-        while ((n = block.read(piece.data(), piece.size())) > 0) {
-            octets.insert(octets.end(), piece.begin(), piece.begin() + n);
-            if (n < static_cast<long>(piece.size())) break;
-        }
-        cut_ = n < 0;
-        if (!cut_) addBlock(block.label(), std::move(octets));
-        if (cut_) return;
-    }
+    const bool whole = eachBlock(text, [this](const std::string& label, ByteView octets) {
+        addBlock(label, toBytes(octets));
+        return !cut_;
+    });
+    cut_ = cut_ || !whole;
 }
 
 bool CertFileReader::next(ByteView& der) {
@@ -120,15 +128,17 @@ bool CertFileReader::next(ByteView& der) {
 }
 
 std::optional<Bytes> crlFromFile(Bytes content) {
-    if (!content.empty() && content[0] == kSequenceTag) {
+    if (!content.empty() && content[0] == kSequenceTag && !isPemText(content)) {
         while (content.size() > sequenceSize(content) && isSpace(content.back())) content.pop_back();
         return content;
     }
-    const std::string_view text = asText(content);
-    if (text.find("-----BEGIN ") == std::string_view::npos) return fromBase64(text);
-    std::string label;
-    std::optional<Bytes> der = fromPem(text, &label);
-    return der && isOneOf(label, kCrlLabels) ? der : std::nullopt;
+    if (!isPemText(content)) return fromBase64(asText(content));
+    std::optional<Bytes> found;
+    static_cast<void>(eachBlock(asText(content), [&](const std::string& label, ByteView octets) {
+        if (isOneOf(label, kCrlLabels)) found = toBytes(octets);
+        return !found;
+    }));
+    return found;
 }
 
 }  // namespace crv

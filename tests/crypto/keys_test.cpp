@@ -5,6 +5,7 @@
 #include <map>
 
 #include "crypto/crypto_test.h"
+#include "crypto/der.h"
 #include "crypto/libcrypto.h"
 #include "crypto/sign_algo_map.h"
 
@@ -245,14 +246,45 @@ TEST(Keys, PssParametersAndPssKeys) {
     EXPECT_TRUE(accepts(key.publicKey(), params));
     EXPECT_FALSE(accepts(key.publicKey(), {Sha1, 12}));
     EXPECT_FALSE(accepts(key.publicKey(), {Sha256, 11}));
-    Bytes spki = key.publicKey().toSpki();
-    std::ranges::search(spki, unhex("2a864886f70d010101")).begin()[8] = 0x0A;  // rsaEncryption becomes RSASSA-PSS
-    const PublicKey pssOnly = PublicKey::fromSpki(spki);
-    EXPECT_EQ(pssOnly.toSpki(), spki);
+    const auto pssSpki = [&](std::string_view parameters) {
+        const SecretBytes algorithm =
+            der::element(der::kSequence, {der::element(der::kOid, {unhex("2a864886f70d01010a")}), unhex(parameters)});
+        return toBytes(der::element(der::kSequence, {algorithm, der::bits(key.publicKey().keyBits())}));
+    };
+    const PublicKey pssOnly = PublicKey::fromSpki(pssSpki(""));
+    EXPECT_EQ(pssOnly.toSpki(), pssSpki(""));
     EXPECT_EQ(pssOnly.scheme(), KeyScheme::RsaPss);
     EXPECT_TRUE(accepts(pssOnly, params));
     EXPECT_EQ(failureOf([&] { (void)accepts(pssOnly, {}, KeyScheme::Rsa); }), CryptoFailure::BadParameter);
     EXPECT_EQ(failureOf([&] { (void)pssOnly.encrypt(RsaPadding::Pkcs1, digest); }), CryptoFailure::BadParameter);
+    // SHA-256, MGF1 with SHA-1, at least 11 octets of salt.
+    const std::string hash = "a00d300b0609608648016503040201";
+    const PublicKey restricted = PublicKey::fromSpki(pssSpki("3014" + hash + "a20302010b"));
+    EXPECT_TRUE(accepts(restricted, params));
+    for (const char* stricter : {"a20302010c", "a11a301806092a864886f70d010108300b0609608648016503040201a20302010b"}) {
+        const std::string all = hash + stricter;
+        const PublicKey other = PublicKey::fromSpki(pssSpki("30" + hex(Bytes{uint8_t(all.size() / 2)}) + all));
+        EXPECT_EQ(failureOf([&] { (void)accepts(other, params); }), CryptoFailure::BadParameter) << stricter;
+    }
+    EXPECT_EQ(failureOf([&] { (void)accepts(PublicKey::fromSpki(pssSpki("3000")), params); }),
+              CryptoFailure::BadParameter)
+        << "SHA-1 by default";
+    for (const char* wrong : {"0500", "04020102", "3003a00101", "3005a303020102", "30000500"})
+        EXPECT_EQ(failureOf([&] { (void)PublicKey::fromSpki(pssSpki(wrong)); }), CryptoFailure::BadKey) << wrong;
+    const auto vector = vectorsOf("pss_short_salt.txt").at(0);
+    EXPECT_TRUE(
+        PublicKey::fromSpki(unhex(vector.at(0)))
+            .verify(KeyScheme::RsaPss, Sha512, hashOf(Sha512, asBytes("abc")), unhex(vector.at(1)), {Sha512, 20}));
+}
+
+TEST(Keys, PointsOutsideTheGroupAreRefused) {
+    Bytes point(43);  // (0, 1) of sect163k1 has order 2
+    point[0] = 4;
+    point[42] = 1;
+    const SecretBytes algorithm = der::element(der::kSequence, {der::element(der::kOid, {unhex("2a8648ce3d0201")}),
+                                                                der::element(der::kOid, {unhex("2b81040001")})});
+    const SecretBytes spki = der::element(der::kSequence, {algorithm, der::bits(point)});
+    EXPECT_EQ(failureOf([&] { (void)PublicKey::fromSpki(spki); }), CryptoFailure::BadKey);
 }
 
 TEST(Keys, RsaDecryptionOfGoodAndBadCiphertexts) {

@@ -288,7 +288,7 @@ TEST_F(ManagersTest, CertificatesAreReadFromFilesInAnyUsualForm) {
     };
     std::vector<Bytes> ders{root.der, middle.der, leafOf(middle).der};
     Bytes joined;
-    std::string blocks = "Tekst przed\n";
+    std::string blocks = "01 Tekst przed\n";  // which looks like a SEQUENCE
     for (const Bytes& der : ders) {
         joined.insert(joined.end(), der.begin(), der.end());
         blocks += toPem("CERTIFICATE", der) + "między\n" + toPem("EC PARAMETERS", Bytes{5, 0});
@@ -311,7 +311,8 @@ TEST_F(ManagersTest, CertificatesAreReadFromFilesInAnyUsualForm) {
         EXPECT_EQ(reader.stoppedEarly(), stopped) << what;
     }
     const Bytes crl = makeCrl({}, root);
-    for (const Bytes& form : {crl, plus(crl, "\r\n"), text(toPem("X509 CRL", crl)), text(toBase64(crl))})
+    for (const Bytes& form : {crl, plus(crl, "\r\n"), text(toPem("X509 CRL", crl)), text(toBase64(crl)),
+                              text(blocks + toPem("X509 CRL", crl))})
         EXPECT_EQ(crlFromFile(form), crl);
     EXPECT_FALSE(crlFromFile(text(blocks)));
 }

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "asn/asn_object.h"
 #include "crvasn/disk_file.h"
 #include "crvasn/structure_kind.h"
 #include "crvasn/tree_printer.h"
@@ -85,7 +86,8 @@ int printFile(const std::string& name, const TreeOptions& options) {
     SecretBytes all;
     if (!file.isOpen() || !readAll(file, all)) return fail(name, std::strerror(file.error()));
     const std::string_view text = asText(all);
-    if (text.find("-----BEGIN ") != std::string_view::npos && text.front() != '0') return printPem(name, all, options);
+    if (text.find("-----BEGIN ") != std::string_view::npos && !beginsWithSequence(all))
+        return printPem(name, all, options);
     if (const auto octets = fromBase64(text); octets && !octets->empty()) return print(name, *octets, options);
     return print(name, all, options);
 }

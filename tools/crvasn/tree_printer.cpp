@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <optional>
 
 #include "asn/asn_any.h"
 #include "asn/asn_object_id.h"
@@ -125,10 +126,48 @@ const TypeRow* findType(unsigned char tag) {
     return row == std::end(kTypes) ? nullptr : row;
 }
 
-std::string typeName(unsigned char tag) {
+/// What stands before the contents of an element (X.690 8.1.2, 8.1.3). The tag may have any number.
+struct Header {
+    uint8_t first = 0;
+    uint64_t number = 0;
+    long length = 0;  // -1: indefinite
+    size_t size = 0;
+
+    [[nodiscard]] bool constructed() const { return (first & ASN_CONSTRUCTED_BIT) != 0; }
+    [[nodiscard]] bool hasLongTag() const { return (first & ASN_NUMBER_BITS) == ASN_NUMBER_BITS; }
+};
+
+enum class Found { Header, CutOff, Malformed };
+
+/// The number of a tag of 31 and more: seven bits an octet, the last one without its highest bit.
+Found readLongTag(GenericFile& in, uint64_t& number) {
+    constexpr uint64_t kMost = uint64_t{1} << 50;
+    for (int octet = 0x80; (octet & 0x80) != 0; number = number << 7 | static_cast<uint64_t>(octet & 0x7F)) {
+        octet = in.get();
+        if (octet < 0) return Found::CutOff;
+        if (number > kMost) return Found::Malformed;
+    }
+    return Found::Header;
+}
+
+Found readHeader(ByteView octets, Header& header) {
+    MemoryFile in(octets);
+    header.first = static_cast<uint8_t>(in.get());
+    header.number = header.first & ASN_NUMBER_BITS;
+    if (header.hasLongTag()) {
+        header.number = 0;
+        if (const Found tag = readLongTag(in, header.number); tag != Found::Header) return tag;
+    }
+    const int taken = read_length(in, header.length);
+    if (taken <= 0) return taken < 0 ? Found::CutOff : Found::Malformed;
+    header.size = static_cast<size_t>(in.position());
+    return header.length < 0 && !header.constructed() ? Found::Malformed : Found::Header;
+}
+
+std::string typeName(const Header& header) {
     constexpr std::array kClasses = {"UNIVERSAL ", "APPLICATION ", "", "PRIVATE "};
-    if (const TypeRow* row = findType(tag)) return row->name;
-    return std::string("[") + kClasses[tag >> 6] + std::to_string(tag & ASN_NUMBER_BITS) + "]";
+    if (const TypeRow* row = header.hasLongTag() ? nullptr : findType(header.first)) return row->name;
+    return std::string("[") + kClasses[header.first >> 6] + std::to_string(header.number) + "]";
 }
 
 bool isConstructed(const ASNany& any) {
@@ -158,12 +197,20 @@ class Printer {
   public:
     Printer(ByteView input, const TreeOptions& options) : input_(input), options_(options) {}
 
-    bool printAll(ByteView octets, int depth);
+    /// What surrounds elements: nothing, something that ends with these octets, something that was cut off there, or an
+    /// indefinite form that is closed by end-of-contents octets.
+    enum class Around { Nothing, Whole, CutOff, Indefinite };
+
+    /// The elements one after the other. How many octets they have; nothing when something is wrong, of which the last
+    /// line tells.
+    std::optional<size_t> printAll(ByteView octets, int depth, Around around);
     [[nodiscard]] std::string take() { return std::move(text_); }
 
   private:
     [[nodiscard]] long offsetOf(const uint8_t* at) const { return at - input_.data(); }
-    bool printOne(const ASNany& any, int depth);
+    std::optional<size_t> printOne(ByteView octets, int depth, Around around);
+    void printValue(const Header& header, ByteView element, int depth);
+    std::nullopt_t damage(const uint8_t* at, int depth, const char* what);
     void line(long offset, const std::string& length, int depth, const std::string& rest);
     [[nodiscard]] ByteView encodingInside(const ASNany& any, int depth) const;
 
@@ -194,33 +241,64 @@ ByteView Printer::encodingInside(const ASNany& any, int depth) const {
     return isEncoding(octets, depth) ? octets : ByteView();
 }
 
-bool Printer::printOne(const ASNany& any, int depth) {
-    const ByteView kept = any.keptEncoding();
-    const std::string length = any.wasIndefinite() ? "indef" : std::to_string(any.contents().size());
-    const std::string name = typeName(any.getTag());
-    const ByteView inside = isConstructed(any) ? any.contents() : encodingInside(any, depth + 1);
-    if (isConstructed(any) || !inside.empty()) {
-        line(offsetOf(kept.data()), length, depth, name);
-        return printAll(inside, depth + 1);
+std::nullopt_t Printer::damage(const uint8_t* at, int depth, const char* what) {
+    line(offsetOf(at), "-", depth, what);
+    return std::nullopt;
+}
+
+/// A primitive element that is there as a whole.
+void Printer::printValue(const Header& header, ByteView element, int depth) {
+    const std::string length = std::to_string(header.length);
+    const std::string name = typeName(header);
+    ASNany any;
+    if (header.hasLongTag() || !any.readExactly(element, ASN_FLAG_CONST)) {
+        line(offsetOf(element.data()), length, depth,
+             name + " " + hexText(element.subspan(header.size), options_.shownOctets));
+        return;
+    }
+    if (const ByteView inside = encodingInside(any, depth + 1); !inside.empty()) {
+        line(offsetOf(element.data()), length, depth, name);
+        static_cast<void>(printAll(inside, depth + 1, Around::Whole));
+        return;
     }
     const TypeRow* row = findType(any.getTag());
     const std::string value = row ? row->value(any, options_.shownOctets) : octetsText(any, options_.shownOctets);
-    line(offsetOf(kept.data()), length, depth, value.empty() ? name : name + " " + value);
-    return true;
+    line(offsetOf(element.data()), length, depth, value.empty() ? name : name + " " + value);
 }
 
-bool Printer::printAll(ByteView octets, int depth) {
-    MemoryFile file(octets, depth);
-    while (file.peek() >= 0) {
-        const long at = file.position();
-        ASNany any;
-        if (any.read(&file, 0, ASN_FLAG_CONST) <= 0) {
-            line(offsetOf(octets.data()) + at, "-", depth, "malformed");
-            return false;
-        }
-        if (!printOne(any, depth)) return false;
+std::optional<size_t> Printer::printOne(ByteView octets, int depth, Around around) {
+    Header header;
+    const Found found = readHeader(octets, header);
+    const char* const shortage = around == Around::Whole ? "malformed" : "cut off";
+    if (found != Found::Header) return damage(octets.data(), depth, found == Found::CutOff ? shortage : "malformed");
+    const ByteView rest = octets.subspan(header.size);
+    const bool whole = header.length <= static_cast<long>(rest.size());
+    if (!whole && (around == Around::Whole || !header.constructed())) return damage(octets.data(), depth, shortage);
+    const ByteView body = header.length < 0 || !whole ? rest : rest.first(static_cast<size_t>(header.length));
+    if (!header.constructed()) {
+        printValue(header, octets.first(header.size + body.size()), depth);
+        return header.size + body.size();
     }
-    return true;
+    if (depth >= GenericFile::kMaxNesting) return damage(octets.data(), depth, "malformed");
+    line(offsetOf(octets.data()), header.length < 0 ? "indef" : std::to_string(header.length), depth, typeName(header));
+    const auto inside = header.length < 0 ? Around::Indefinite : whole ? Around::Whole : Around::CutOff;
+    const auto used = printAll(body, depth + 1, inside);
+    return used ? std::optional(header.size + *used) : std::nullopt;
+}
+
+std::optional<size_t> Printer::printAll(ByteView octets, int depth, Around around) {
+    size_t at = 0;
+    while (at < octets.size()) {
+        const ByteView rest = octets.subspan(at);
+        const bool end = rest.size() >= 2 && rest[0] == 0 && rest[1] == 0;
+        if (end && around == Around::Indefinite) return at + 2;
+        if (rest[0] == 0) return damage(rest.data(), depth, "malformed");
+        const auto used = printOne(rest, depth, around);
+        if (!used) return std::nullopt;
+        at += *used;
+    }
+    if (around == Around::CutOff || around == Around::Indefinite) return damage(octets.data() + at, depth, "cut off");
+    return at;
 }
 
 }  // namespace
@@ -228,7 +306,7 @@ bool Printer::printAll(ByteView octets, int depth) {
 Tree printTree(ByteView input, const TreeOptions& options) {
     Printer printer(input, options);
     Tree tree;
-    tree.whole = printer.printAll(input, 0);
+    tree.whole = printer.printAll(input, 0, Printer::Around::Nothing).has_value();
     tree.text = printer.take();
     return tree;
 }

@@ -178,6 +178,18 @@ class NameText {
     bool danglingSeparator_ = false;
 };
 
+/// The values that are no text of their type, of which the normalised form shows U+FFFD only.
+std::vector<Bytes> invalidTextsOf(const DistinguishedName& name) {
+    std::vector<Bytes> out;
+    for (const RelativeDistinguishedName& set : name) {
+        for (const AttributeTypeAndValue& attribute : set) {
+            const ASNany& value = attribute.value;
+            if (attribute.isText() && !isValidString(value.getTag(), value.contents())) out.push_back(value.encoded());
+        }
+    }
+    return out;
+}
+
 }  // namespace
 
 std::string displayText(std::string_view utf8, DnDisplay display) {
@@ -279,7 +291,7 @@ DistinguishedName DistinguishedName::normalize(NameFolding folding) const {
 bool operator==(const DistinguishedName& a, const DistinguishedName& b) {
     if (a.size() != b.size()) return false;
     if (!a.keptEncoding().empty() && std::ranges::equal(a.keptEncoding(), b.keptEncoding())) return true;
-    return a.normalize().encoded() == b.normalize().encoded();
+    return a.normalize().encoded() == b.normalize().encoded() && invalidTextsOf(a) == invalidTextsOf(b);
 }
 
 }  // namespace crv

@@ -59,6 +59,10 @@ Extensions RevokedCertificate::extensions() const {
     return decoded;
 }
 
+bool RevokedCertificate::givesReason() const {
+    return crlEntryExtensions && extensions().find(OID_CE_CRL_REASON);
+}
+
 CrlReason RevokedCertificate::reason() const {
     if (!crlEntryExtensions) return CrlReason::Unspecified;
     const auto value = extensions().get<ASNenum>(OID_CE_CRL_REASON);

@@ -38,6 +38,7 @@ class RevokedCertificate : public ASNsequenceF {
     [[nodiscard]] Extensions extensions() const;
     /// `unspecified` when the entry gives none.
     [[nodiscard]] CrlReason reason() const;
+    [[nodiscard]] bool givesReason() const;
     [[nodiscard]] std::optional<int64_t> invalidityDate() const;
     /// Whose certificate this and the following entries of an indirect list revoke (RFC 5280 5.3.3); nothing when the
     /// entry does not say.

@@ -67,7 +67,7 @@ std::optional<SignatureAlgorithm> readSignAlgorithm(const AlgorithmIdentifier& a
 
 bool verifySignature(const PublicKey& key, const AlgorithmIdentifier& algorithm, ByteView data, ByteView signature) {
     const auto how = readSignAlgorithm(algorithm);
-    if (!how) return false;
+    if (!how) throw CryptoError(CryptoFailure::Unsupported, "unknown signature algorithm");
     try {
         return key.verify(how->scheme, how->hash, hashOf(how->hash, data), signature, how->pss);
     } catch (const CryptoError& error) {

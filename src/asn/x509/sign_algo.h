@@ -21,8 +21,8 @@ struct SignatureAlgorithm {
 [[nodiscard]] std::optional<AlgorithmIdentifier> signAlgorithm(KeyScheme scheme, KcHashAlgo hash);
 /// The row that an identifier names; nothing for one that is unknown here or has parameters that are not understood.
 [[nodiscard]] std::optional<SignatureAlgorithm> readSignAlgorithm(const AlgorithmIdentifier& algorithm);
-/// Whether the signature over the octets is right; false for an algorithm that is unknown here or does not suit the
-/// key.
+/// Whether the signature over the octets is right; false for an algorithm that does not suit the key. CryptoError
+/// (unsupported) for one that is unknown here: nothing is known of the signature then.
 [[nodiscard]] bool verifySignature(const PublicKey& key, const AlgorithmIdentifier& algorithm, ByteView data,
                                    ByteView signature);
 /// The name of an algorithm for people: that of the signature table, else of the known identifiers, else dotted text.

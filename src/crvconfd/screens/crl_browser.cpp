@@ -50,7 +50,8 @@ void addEntries(std::vector<std::string>& lines, const SignedCertRevList& list) 
     while (const RevokedCertificate* entry = entries.next()) {
         const auto revoked = entry->revokedAt();
         addField(lines, hexText(entry->userCertificate.contents()),
-                 (revoked ? dateLine(Time(*revoked)) : std::string("?")) + ", " + crlReasonName(entry->reason()));
+                 (revoked ? dateLine(Time(*revoked)) : std::string("?")) +
+                     (entry->givesReason() ? std::string(", ") + crlReasonName(entry->reason()) : ""));
     }
 }
 

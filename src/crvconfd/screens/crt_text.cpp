@@ -40,7 +40,8 @@ void addName(std::vector<std::string>& lines, std::string_view label, const Dist
 std::string keyText(const SubjectPublicKeyInfo& info) {
     try {
         const PublicKey key = info.publicKey();
-        std::string text = signAlgoName(key.scheme(), KcHashAlgo::None);
+        const bool pss = key.scheme() == KeyScheme::RsaPss;
+        std::string text = pss ? info.algorithm.algorithm.name() : signAlgoName(key.scheme(), KcHashAlgo::None);
         text += ", " + std::to_string(key.bits()) + " bitów";
         if (key.scheme() == KeyScheme::Ecdsa && key.curve() != StdECId::None)
             text += std::string(", ") + findCurve(key.curve())->name;

@@ -42,6 +42,10 @@ Lines integerLines(const ASNinteger& value) {
     return {number(value)};
 }
 
+Lines commentLines(const ASNia5String& value) {
+    return {value.utf8()};
+}
+
 Lines keyIdLines(const SubjectKeyIdentifier& value) {
     return {hexText(value.value())};
 }
@@ -198,6 +202,7 @@ const ExtensionRow kExtensions[] = {
     {OID_CE_CRL_NUMBER, "Numer CRL", rendered<ASNinteger, integerLines>},
     {OID_CE_DELTA_CRL_INDICATOR, "Przyrost listy CRL nr", rendered<ASNinteger, integerLines>},
     {OID_CE_ISSUING_DISTRIBUTION_POINT, "Zakres listy CRL", rendered<IssuingDistributionPoint, issuingPointLines>},
+    {OID_NETSCAPE_COMMENT, "Komentarz", rendered<ASNia5String, commentLines>},
 };
 
 }  // namespace

@@ -27,6 +27,7 @@ constexpr CodeText kAddTexts[] = {
     {kKmPkcs11NotInitialised, "Nie zainicjowany interfejs PKCS#11"},
     {kKmTrustPointExists, "Wskazane zaświadczenie certyfikacyjne punktu zaufania już istnieje."},
     {kKmTrustPointRefused, "Niedopuszczalny punkt zaufania"},
+    {kKmAlgorithmNotSupported, "Nieobsługiwany algorytm podpisu lub klucza certyfikatu"},
 };
 
 constexpr CodeText kDeleteTexts[] = {
