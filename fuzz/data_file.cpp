@@ -12,7 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* octets, size_t size) {
     static crv::fuzz::TableFiles files;
     files.put(crv::kDataExtension, {octets, size});
     std::filesystem::remove(files.name() + crv::kIndexExtension);
-    int lost = 0;
+    crv::Salvaged lost;
     if (crv::remakeIndexes(files.name(), crv::MendExtent::Salvage, lost)) {
         if (!crv::swapRebuilt(files.name()) || !crv::checkTable(files.name()).problems.empty()) std::abort();
     }

@@ -64,7 +64,9 @@ bool CrtDb::insertBatch(std::vector<CrtRecord>& batch, size_t first, const Progr
         }
         for (size_t i = 0; i < handled; ++i) {
             count(done, outcomes[i].result);
-            if (outcomes[i].result == InsertResult::Refused && refused) refused(first + at + i, outcomes[i].reason);
+            if (outcomes[i].result != InsertResult::Refused) continue;
+            if (done.reasons.size() < ImportProgress::kMaxReasons) done.reasons.push_back(outcomes[i].reason);
+            if (refused) refused(first + at + i, outcomes[i].reason);
         }
         at += handled;
         stopped = progress && !progress(done);

@@ -20,6 +20,8 @@ struct ImportProgress {
     size_t stored = 0;
     size_t present = 0;  ///< were there already
     size_t refused = 0;
+    std::vector<std::string> reasons;  ///< of the first refusals
+    static constexpr size_t kMaxReasons = 3;
     bool unreadable = false;  ///< it ended at octets that are no certificate
     [[nodiscard]] size_t handled() const { return stored + present + refused; }
 };

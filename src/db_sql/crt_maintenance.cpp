@@ -20,6 +20,9 @@ namespace {
 
 using Tb = CrtTableSet::Tb;
 
+/// Certificates from one report of progress to the next.
+constexpr size_t kProgressStep = 1024;
+
 void check(bool done) {
     if (!done) throw StoreError(StoreCause::Failed, "Blad bazy danych");
 }
@@ -186,12 +189,17 @@ bool SideJudge::isWrong(const TableLayout& side, const DataScan& record) {
     });
 }
 
-size_t mendSideRecords(const std::string& directory, SideMend extent) {
+size_t mendSideRecords(const std::string& directory, SideMend extent,
+                       const std::function<void(int percent)>& progress) {
     CrtTableSet tables(directory);
     const std::vector<int64_t> ids = openAll(tables);
-    dropDangling(tables, directory);
+    // After a crash those without a certificate are gone already.
+    if (extent == SideMend::Everything) dropDangling(tables, directory);
     const size_t dropped = extent == SideMend::Everything ? dropWrong(tables) : 0;
-    for (const int64_t id : ids) completeCrt(tables, id);
+    for (size_t i = 0; i < ids.size(); ++i) {
+        if (progress && i % kProgressStep == 0) progress(static_cast<int>(100 * i / ids.size()));
+        completeCrt(tables, ids[i]);
+    }
     tables.finishChange(true);
     return dropped;
 }

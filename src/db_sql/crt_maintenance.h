@@ -1,6 +1,7 @@
 // Work on the whole certificate store: mending after a crash, compaction.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "db/data_scan.h"
@@ -17,7 +18,8 @@ enum class SideMend {
 
 /// When each table is sound in itself: drops side records without a certificate and makes missing ones. The caller
 /// holds the exclusive lock. Answers how many wrong ones were dropped. Throws StoreError.
-size_t mendSideRecords(const std::string& directory, SideMend extent);
+size_t mendSideRecords(const std::string& directory, SideMend extent,
+                       const std::function<void(int percent)>& progress = nullptr);
 
 /// Compares a side record with its certificate.
 class SideJudge {

@@ -54,9 +54,11 @@ class NoneConnection final : public DbConnection {
     NoSrvs srvs_;
 };
 
-bool mendStores(const std::string& directory) {
+bool mendStores(const DbCrv& db) {
     try {
-        static_cast<void>(mendSideRecords(directory, SideMend::Missing));
+        static_cast<void>(mendSideRecords(db.directory(), SideMend::Missing, [&](int percent) {
+            db.reportMending(DbCrv::kIndexPercent + (100 - DbCrv::kIndexPercent) * percent / 100);
+        }));
         return true;
     } catch (const std::exception& e) {
         logLine(LogLevel::Error, std::string("certificate store not mended: ") + e.what());
@@ -72,13 +74,14 @@ class CrvConnection final : public DbConnection {
           crts_(db_->directory(), db_->lock()),
           crls_(db_->directory(), db_->lock()),
           srvs_(db_->directory(), db_->lock()) {
-        db_->setStoreMender([directory = db_->directory()] { return mendStores(directory); });
+        db_->setStoreMender([db = db_.get()] { return mendStores(*db); });
     }
 
     [[nodiscard]] CrtStore& crts() override { return crts_; }
     [[nodiscard]] CrlStore& crls() override { return crls_; }
     [[nodiscard]] SrvStore& srvs() override { return srvs_; }
     [[nodiscard]] DbState isDbCreated() override { return db_->isDbCreated(); }
+    void setMendProgress(const DbCrv::MendProgress& progress) override { db_->setMendProgress(progress); }
     void create() override { db_->create(); }
     void copyDb(const std::string& destination) override { db_->copyDb(destination); }
 

@@ -25,6 +25,8 @@ class DbConnection {
     [[nodiscard]] virtual CrlStore& crls() = 0;
     [[nodiscard]] virtual SrvStore& srvs() = 0;
     [[nodiscard]] virtual DbState isDbCreated() { return DbState::Complete; }
+    /// Kinds without files have nothing to mend.
+    virtual void setMendProgress(const DbCrv::MendProgress&) {}
     virtual void create() {}
     /// Kinds without files have nothing to copy.
     virtual void copyDb(const std::string&) {}

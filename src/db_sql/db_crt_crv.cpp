@@ -32,6 +32,7 @@ class DbCrtCrv::Use {
         }
         if (std::ranges::find(tables, Tb::kCrt) != tables.end() && !store.tables_[Tb::kCrt].dataFile().reused()) {
             store.positions_.clear();
+            store.dead_ = 0;
         }
     }
     Use(DbCrtCrv& store, int mode, std::initializer_list<Tb> tables)
@@ -208,7 +209,10 @@ bool DbCrtCrv::know(int64_t position) {
 /// Shows the record when it is live; false when the visitor wants no more or has had enough.
 bool DbCrtCrv::visitAt(size_t index, size_t& left, const Visit& visit) {
     Bytes der;
-    if (!tables_.readCrt(positions_[index], der)) return true;
+    if (!tables_.readCrt(positions_[index], der)) {
+        if (index == dead_) ++dead_;
+        return true;
+    }
     return visit(positions_[index], der) && --left > 0;
 }
 
@@ -216,7 +220,10 @@ void DbCrtCrv::forward(int64_t after, size_t count, const Visit& visit) {
     const Use use(*this, kSharedLock, {Tb::kCrt});
     if (count == 0 || !know(after + 1)) return;
     const auto first = std::ranges::upper_bound(positions_, after);
-    for (auto at = static_cast<size_t>(first - positions_.begin()); visitAt(at, count, visit); ++at) {
+    // Deleting the first certificate again and again would else pass all the deleted ones each time.
+    const size_t begin = std::max(static_cast<size_t>(first - positions_.begin()), dead_);
+    if (begin == positions_.size() && !know(positions_.back() + 1)) return;
+    for (size_t at = begin; visitAt(at, count, visit); ++at) {
         if (at + 1 == positions_.size() && !know(positions_[at] + 1)) return;
     }
 }

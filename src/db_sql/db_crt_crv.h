@@ -57,6 +57,8 @@ class DbCrtCrv final : public CrtStore {
     /// Positions of the records of certific from the first one on, as far as somebody has walked; good as long as the
     /// file is the same.
     std::vector<int64_t> positions_;
+    /// So many of them, from the first one on, are deleted: nothing comes back to life in the same file.
+    size_t dead_ = 0;
 };
 
 }  // namespace crv

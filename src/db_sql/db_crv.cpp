@@ -212,7 +212,9 @@ bool DbCrv::hasLayout(const TableLayout& layout) const {
 }
 
 bool DbCrv::mendChange() {
+    int done = 0;
     for (const TableLayout* layout : kAllTables) {
+        reportMending(kIndexPercent * done++ / static_cast<int>(kAllTables.size()));
         const std::string table = pathOf(layout->file);
         // This table is made on the way; one without a head holds nothing yet and is made again.
         if (layout == &netCertTimeTb && DataFile().open(table + kDataExtension) != kDbOk) {

@@ -47,6 +47,15 @@ class DbCrv {
     /// files agree with the certificates and the CRL index. Runs under the exclusive lock; false when it cannot.
     void setStoreMender(std::function<bool()> mender) { storeMender_ = std::move(mender); }
 
+    /// Hears how far mending after a crash has come: it takes minutes where there are a million certificates.
+    using MendProgress = std::function<void(int percent)>;
+    void setMendProgress(MendProgress progress) { mendProgress_ = std::move(progress); }
+    void reportMending(int percent) const {
+        if (mendProgress_) mendProgress_(percent);
+    }
+    /// Making the indexes is so much of the whole, side records the rest.
+    static constexpr int kIndexPercent = 40;
+
     /// How many files of the list exist; -1 when one cannot be reached.
     [[nodiscard]] int getFilesCount() const;
     /// Mends first what a crash left. Throws like DbGuard when that cannot be done.
@@ -80,6 +89,7 @@ class DbCrv {
     std::string directory_;
     std::unique_ptr<DbLock> lock_;
     std::function<bool()> storeMender_;
+    MendProgress mendProgress_;
 };
 
 }  // namespace crv

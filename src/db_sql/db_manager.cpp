@@ -39,6 +39,7 @@ void DbManager::connect() {
         connection_ = connFactory(config).connect(config);
         connected_ = std::move(config);
     }
+    connection_->setMendProgress(mendProgress_);
     connection_->crts().setSync(sync_);
 }
 

@@ -109,6 +109,8 @@ class DbManager {
     /// Why the store failed; Failed too when the failure was none of the store's.
     [[nodiscard]] StoreCause lastCause() const { return lastCause_; }
     [[nodiscard]] bool outOfMemory() const { return outOfMemory_; }
+    /// Hears, in the middle of an operation, how far mending after a crash has come; must not use the manager.
+    void setMendProgress(DbCrv::MendProgress progress) { mendProgress_ = std::move(progress); }
     /// Whether insertions wait until the disk has the data (the default); off only for measuring.
     void setSync(bool on) { sync_ = on; }
 
@@ -141,6 +143,7 @@ class DbManager {
     StoreCause lastCause_ = StoreCause::Failed;
     bool outOfMemory_ = false;
     bool sync_ = true;
+    DbCrv::MendProgress mendProgress_;
 };
 
 }  // namespace crv

@@ -304,6 +304,7 @@ TEST_P(CrtStoreTest, AnImportTellsEachCertificatesFate) {
     EXPECT_EQ(done.stored, 4U);
     EXPECT_EQ(done.present, 2U);
     EXPECT_EQ(refused, (std::vector<size_t>{5, 6}));
+    EXPECT_EQ(done.reasons.size(), 2U);
     EXPECT_TRUE(done.unreadable) << "it stops at what is no certificate";
     EXPECT_EQ(last.handled(), done.handled());
     at = 0;

@@ -122,6 +122,10 @@ bool seedAndReopen() {
 }  // namespace
 
 bool createDB() {
+    dbManager->setMendProgress([](int percent) {
+        displText(kMessageRow, 0, "Trwa naprawa bazy danych po przerwanej zmianie: %d%%", percent);
+        refreshScr();
+    });
     switch (const DbState state = dbManager->isDbCreated()) {
         case DbState::Complete:
             return true;
