@@ -88,7 +88,8 @@ constexpr const char* kConstraints[] = {"",
                                         "critical,permitted;URI:.firma.pl",
                                         "permitted;IP:10.0.0.0/255.255.0.0",
                                         "permitted;email:.firma.pl,excluded;DNS:a.firma.pl"};
-constexpr const char* kPolicies[] = {"", "1.2.3", "1.2.3,1.2.4", "critical,2.5.29.32.0"};
+constexpr const char* kPolicies[] = {"", "DER:3006300406022A03", "DER:300C300406022A03300406022A04",
+                                     "critical,DER:300830060604551D2000"};
 constexpr const char* kOther[] = {"", "critical,DER:0500", "DER:0500"};
 
 template <size_t N>
@@ -110,7 +111,7 @@ CertPlan planOf(FuzzedDataProvider& input, size_t depth) {
     add("keyUsage", pick(input, kUsage));
     add("subjectAltName", pick(input, kNames));
     add("nameConstraints", pick(input, kConstraints));
-    add("certificatePolicies", pick(input, kPolicies));
+    add("2.5.29.32", pick(input, kPolicies));
     add("1.2.3.4", pick(input, kOther));
     constexpr int64_t kEnds[] = {test::kDay, test::kDay, test::kDay, -60};
     plan.notAfter = kEnds[input.ConsumeIntegralInRange<size_t>(0, 3)];

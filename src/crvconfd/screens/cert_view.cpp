@@ -7,6 +7,7 @@
 #include "crvconfd/screens/crt_text.h"
 #include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/screens/save_to_file.h"
+#include "crvconfd/screens/verdict_text.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "crypto/sign_algo_map.h"
@@ -34,6 +35,13 @@ constexpr RoleText kRoles[] = {
 
 const char* roleText(KeyRole role) {
     return std::find_if(std::begin(kRoles), std::end(kRoles), [&](const auto& row) { return row.role == role; })->text;
+}
+
+std::vector<std::string> parametersAndVerdict(const SignedCertificate& certificate) {
+    std::vector<std::string> lines = parameterLines(certificate);
+    const std::vector<std::string> verdict = verdictLines(certificate);
+    lines.insert(lines.end(), verdict.begin(), verdict.end());
+    return lines;
 }
 
 void drawKey(int row, const StoredKey& key) {
@@ -73,7 +81,7 @@ void showCertificate(const SignedCertificate& certificate, const std::string& ti
         view.lines = std::move(page);
     };
     view.actions = {{'d', "~Dane", false, [&](size_t) { turnTo(dataLines(certificate)); }},
-                    {'r', "Pa~rametry", false, [&](size_t) { turnTo(parameterLines(certificate)); }},
+                    {'r', "Pa~rametry", false, [&](size_t) { turnTo(parametersAndVerdict(certificate)); }},
                     {'s', "Zapi~sz", false, [&](size_t) { saveCertificateToFile(certificate); }}};
     runTextView(view);
 }

@@ -1,0 +1,410 @@
+// Kinds of paths and CRLs as tables over made certificates: what RFC 5280 says of each, and by which clause.
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <openssl/rsa.h>
+
+#include <algorithm>
+
+#include "asn/x509/ext_names.h"
+#include "asn/x509/ext_policies.h"
+#include "asn/x509/signed_certificate.h"
+#include "corvane/crverrors.h"
+#include "misc/hex.h"
+#include "pki/certificate_manager.h"
+#include "pki/revocation_manager.h"
+#include "support/cert_maker.h"
+#include "support/temp_dir.h"
+
+using namespace crv;
+using namespace crv::test;
+
+namespace {
+
+using Extensions = std::vector<std::pair<std::string, std::string>>;
+
+const int64_t kNow = time(nullptr);
+
+CertPlan authority(const std::string& name, Extensions more = {}) {
+    Extensions all = caExtensions();
+    for (auto& one : more) {
+        std::erase_if(all, [&](const auto& old) { return old.first == one.first && one.second.find("DER") != 0; });
+        if (!one.second.empty()) all.push_back(std::move(one));
+    }
+    return {.subject = {{"CN", name}}, .extensions = all};
+}
+
+/// A value of an extension that libcrypto's texts cannot express.
+std::string der(const ASNobject& value, const char* front = "") {
+    return front + std::string("DER:") + toHex(value.encoded());
+}
+
+std::string policyList(int first, int last) {
+    CertificatePolicies policies;
+    for (int i = first; i <= last; ++i)
+        static_cast<void>(policies.add().policyIdentifier.setText("1.2.3." + std::to_string(i)));
+    return der(policies);
+}
+
+class PathCasesTest : public testing::Test {
+  protected:
+    PathCasesTest() {
+        certificates.init(database, cache, [this] { return trust; });
+        certificates.setAlgorithmPolicy([this] { return policy; });
+        revocation.init(certificates);
+        fresh();
+        trust.push_back(crv::makeCert(root.der));
+    }
+    void fresh() {
+        DbConfig config;
+        config.setType("w pamieci");
+        config.dbName = dir.path().string() + std::to_string(++databases);
+        database.init(config);
+    }
+    MadeCert issue(const CertPlan& plan, const MadeCert& issuer, TestKey with = nullptr) {
+        const MadeCert made = test::makeCert(plan, &issuer, with ? with : key);
+        EXPECT_TRUE(certificates.db().insert(ByteView(made.der)));
+        return made;
+    }
+    PathVerdict path(const MadeCert& made, PathOptions options = {}) {
+        options.time = kNow;
+        return certificates.buildPath(crv::makeCert(made.der), options);
+    }
+
+    const TempDir dir;
+    int databases = 0;
+    DbManager database;
+    CertificateCache cache;
+    CertificateManager certificates;
+    RevocationManager revocation;
+    CertList trust;
+    std::optional<std::string> policy;
+    const TestKey key = test::makeKey(), rootKey = test::makeKey();
+    const MadeCert root = test::makeCert(authority("Korzeń"), nullptr, rootKey);
+};
+
+TEST_F(PathCasesTest, ExtensionsThatLie) {
+    struct Row {
+        const char* what;
+        Extensions ca, leaf;
+        const char* clause;  // empty: good
+    };
+    const char* twice = "4.2";
+    const Row rows[] = {
+        {"constraints twice",
+         {{"nameConstraints", "permitted;DNS:a.pl"}, {"2.5.29.30", "DER:3008A1063004820261"}},
+         {},
+         twice},
+        {"usage twice", {}, {{"keyUsage", "digitalSignature"}, {"keyUsage", "keyAgreement"}}, twice},
+        {"unknown twice", {}, {{"1.2.3.4", "DER:0500"}, {"1.2.3.4", "DER:0500"}}, twice},
+        {"usage that is none", {}, {{"2.5.29.15", "DER:0500"}}, "4.2.1.3"},
+        {"TRUE of 01", {{"basicConstraints", ""}, {"2.5.29.19", "critical,DER:3003010101"}}, {}, "4.2.1.9"},
+        {"authority with a negative length",
+         {{"basicConstraints", ""}, {"2.5.29.19", "DER:30060101FF0201FF"}},
+         {},
+         "4.2.1.9"},
+        {"no purposes", {}, {{"2.5.29.37", "DER:3000"}}, "4.2.1.12"},
+        {"no names", {}, {{"2.5.29.17", "DER:3000"}}, "4.2.1.6"},
+        {"no subtrees", {{"2.5.29.30", "DER:3002A000"}}, {}, "4.2.1.10"},
+        {"constraints without any", {{"2.5.29.30", "DER:3000"}}, {}, "4.2.1.10"},
+        {"minimum 1", {{"2.5.29.30", "DER:300CA00A30088203612E70800101"}}, {}, "4.2.1.10"},
+        {"a policy twice", {}, {{"2.5.29.32", "DER:300C300406022A03300406022A03"}}, "4.2.1.4"},
+        {"no points", {}, {{"2.5.29.31", "DER:3000"}}, "4.2.1.13"},
+        {"policy constraints without any", {{"2.5.29.36", "DER:3000"}}, {}, "4.2.1.11"},
+        {"unknown critical", {}, {{"1.2.3.4", "critical,DER:0500"}}, "6.1.5 (f)"},
+        {"unknown critical above", {{"1.2.3.4", "critical,DER:0500"}}, {}, "6.1.4 (o)"},
+        {"key identifier that is none", {{"subjectKeyIdentifier", ""}, {"2.5.29.14", "DER:0500"}}, {}, ""},
+        {"foreign key identifier", {}, {{"2.5.29.35", "DER:30048002AAAA"}}, ""},
+        {"mapping of any policy", {{"policyMappings", "2.5.29.32.0:1.2.3"}}, {}, "6.1.4 (a)"},
+        {"no authority", {{"basicConstraints", "CA:FALSE"}}, {}, "6.1.4 (k)"},
+        {"must not sign", {{"keyUsage", "critical,cRLSign"}}, {}, "6.1.4 (n)"},
+    };
+    for (const Row& row : rows) {
+        fresh();
+        const MadeCert ca = issue(authority(std::string("Urząd ") + row.what, row.ca), root);
+        const PathVerdict found = path(issue({.subject = {{"CN", "Jan"}}, .extensions = row.leaf}, ca));
+        EXPECT_EQ(found.clause, row.clause) << row.what << ": " << found.reason;
+        EXPECT_EQ(found.good(), *row.clause == '\0') << row.what;
+        EXPECT_EQ(found.steps.size(), 3U) << row.what;
+    }
+}
+
+TEST_F(PathCasesTest, NamesAndTheirConstraints) {
+    struct Row {
+        const char* constraints;
+        const char* names;
+        bool good;
+    };
+    const Row rows[] = {
+        {"permitted;email:Jan@firma.pl", "email:Jan@FIRMA.pl", true},
+        {"permitted;email:Jan@firma.pl", "email:jan@firma.pl", false},
+        {"permitted;email:firma.pl", "email:a@firma.pl", true},
+        {"permitted;email:firma.pl", "email:a@x.firma.pl", false},
+        {"permitted;email:.firma.pl", "email:a@x.firma.pl", true},
+        {"permitted;email:.firma.pl", "email:a@firma.pl", false},
+        {"excluded;email:firma.pl", "email:bez-malpy", false},
+        {"permitted;DNS:firma.pl", "DNS:firma.pl", true},
+        {"permitted;DNS:firma.pl", "DNS:a.FIRMA.pl", true},
+        {"permitted;DNS:firma.pl", "DNS:afirma.pl", false},
+        {"excluded;DNS:zla.pl", "DNS:a.zla.pl.", false},
+        {"excluded;DNS:zla.pl.", "DNS:a.zla.pl", false},
+        {"excluded;DNS:a.zla.pl", "DNS:*.zla.pl", false},
+        {"excluded;DNS:zla.pl", "DNS:dobra.pl", true},
+        {"permitted;DNS:a.pl", "email:a@b.pl", true},
+        {"permitted;IP:10.0.0.0/255.0.0.0", "IP:10.1.2.3", true},
+        {"permitted;IP:10.0.0.0/255.0.0.0", "IP:11.1.2.3", false},
+        {"excluded;IP:10.0.0.0/255.0.0.0", "IP:10.1.2.3", false},
+        {"excluded;IP:10.0.0.0/255.0.0.0", "IP:12.1.2.3", true},
+        {"permitted;IP:10.0.0.0/255.0.0.0", "IP:fe80::1", false},
+        {"permitted;IP:fe80::/ffff::", "IP:fe80::1", true},
+        {"excluded;IP:10.0.0.0/255.0.255.0", "IP:12.1.2.3", false},
+        {"permitted;URI:.firma.pl", "URI:https://u@a.firma.pl:1/x", true},
+        {"permitted;URI:firma.pl", "URI:https://a.firma.pl/x", false},
+        {"excluded;URI:firma.pl", "URI:https://firma.pl./x", false},
+        {"excluded;URI:firma.pl", "URI:urn:x", false},
+        {"permitted;RID:1.2.3", "RID:1.2.3", false},
+        {"excluded;RID:1.2.3", "DNS:a.pl", true},
+    };
+    for (const Row& row : rows) {
+        fresh();
+        const std::string name = std::string(row.constraints) + " " + row.names;
+        const MadeCert ca = issue(authority(name, {{"nameConstraints", row.constraints}}), root);
+        const PathVerdict found =
+            path(issue({.subject = {{"CN", "Jan"}}, .extensions = {{"subjectAltName", row.names}}}, ca));
+        EXPECT_EQ(found.good(), row.good) << name << ": " << found.clause << " " << found.reason;
+    }
+    // The trust point's own constraints bind only where that is asked for.
+    const MadeCert bound = test::makeCert(authority("Wiążący", {{"nameConstraints", "permitted;DNS:firma.pl"}}));
+    trust.push_back(crv::makeCert(bound.der));
+    const MadeCert stranger =
+        issue({.subject = {{"CN", "a"}}, .extensions = {{"subjectAltName", "DNS:inna.pl"}}}, bound);
+    EXPECT_TRUE(path(stranger).good());
+    EXPECT_EQ(path(stranger, {.constrainedTrustPoint = true}).clause, "6.1.3 (b)");
+}
+
+TEST_F(PathCasesTest, NamesAreEqualAsPeopleRead) {
+    const struct {
+        const char* issuer;
+        const char* meant;
+        bool equal;
+    } rows[] = {{"Urząd ŁÓDŹ", "urząd  łódź ", true},
+                {"STRASSE", "straße", true},
+                {"Urz\u00ADąd", "URZĄD", true},
+                {"e\u0301", "É", true},
+                {"a\u00A0b", "A b", true},
+                {"ﬁrma", "FIRMA", true},
+                {"Urząd", "Urzad", false},
+                {"ab", "a b", false}};
+    for (const auto& row : rows) {
+        fresh();
+        const MadeCert ca = issue(authority(row.issuer), root);
+        MadeCert renamed = ca;
+        renamed.subject = {{"CN", row.meant}};
+        EXPECT_EQ(path(issue({.subject = {{"CN", "Jan"}}}, renamed)).good(), row.equal)
+            << row.issuer << "=" << row.meant;
+    }
+}
+
+TEST_F(PathCasesTest, ParametersOfTheQuestion) {
+    MadeCert last = root;
+    for (int i = 0; i < 30; ++i) last = issue(authority("Ogniwo " + std::to_string(i)), last);
+    const MadeCert deep = issue({.subject = {{"CN", "A"}}}, last);
+    EXPECT_TRUE(path(deep).good()) << "thirty authorities are no loop";
+    EXPECT_FALSE(path(deep, {.depth = 20}).good());
+    const MadeCert mail =
+        issue({.subject = {{"CN", "B"}}, .extensions = {{"extendedKeyUsage", "emailProtection"}}}, root);
+    EXPECT_TRUE(path(mail, {.extendedUsages = {ASNobjectId(OID_KP_EMAIL_PROTECTION)}}).good());
+    EXPECT_EQ(path(mail, {.extendedUsages = {ASNobjectId(OID_KP_CODE_SIGNING)}}).clause, "4.2.1.12");
+    const MadeCert any =
+        issue({.subject = {{"CN", "C"}}, .extensions = {{"extendedKeyUsage", "anyExtendedKeyUsage"}}}, root);
+    EXPECT_TRUE(path(any, {.extendedUsages = {ASNobjectId(OID_KP_CODE_SIGNING)}}).good());
+    const ASNobjectId wanted = *ASNobjectId::fromText("1.2.3.1");
+    const MadeCert under = issue({.subject = {{"CN", "D"}}, .extensions = {{"2.5.29.32", policyList(1, 1)}}}, root);
+    EXPECT_EQ(path(under, {.policies = {wanted}, .explicitPolicy = true}).policies, std::vector{wanted});
+    EXPECT_EQ(path(mail, {.explicitPolicy = true}).clause, "6.1.3 (f)");
+    EXPECT_EQ(path(under, {.policies = {*ASNobjectId::fromText("1.2.3.2")}, .explicitPolicy = true}).clause,
+              "6.1.5 (g)");
+}
+
+TEST_F(PathCasesTest, AlgorithmsThatThePolicyRefuses) {
+    const struct {
+        const char* policy;
+        bool good;
+    } rows[] = {{"", true},
+                {"sha256 never", false},
+                {"sha256 2000-01-01; ec<100 never", false},
+                {"sha256 2999-12-31", true},
+                {"ec<257 never", false},
+                {"ec<256 never; sha256 always", true},
+                {"md5 kiedys", false},
+                {"sha256 2000-13-01", false},
+                {"sha256", false}};
+    const MadeCert leaf = issue({.subject = {{"CN", "A"}}}, root);
+    for (const auto& row : rows) {
+        policy = row.policy;
+        EXPECT_EQ(path(leaf).good(), row.good) << row.policy;
+    }
+    policy = "sha256 2999-12-31";
+    EXPECT_EQ(path(leaf).steps[0].weakness, "sha256 2999-12-31") << "what will end is shown before";
+    policy.reset();
+    const TestKey old(EVP_RSA_gen(1024), EVP_PKEY_free);
+    EXPECT_EQ(path(issue({.subject = {{"CN", "B"}}}, root, old)).code, ECRV_CRTALG);
+    EXPECT_EQ(path(issue({.subject = {{"CN", "C"}}}, issue(authority("Stary"), root, old))).code, ECRV_CRTALG);
+}
+
+TEST_F(PathCasesTest, MappingsOfHostileAuthoritiesDoNotExplode) {
+    // Every policy of a level becomes every policy of the next: a tree would have 20^12 leaves.
+    constexpr int kPolicies = 20, kLevels = 12;
+    const std::string policies = policyList(0, kPolicies - 1);
+    std::string mappings;
+    for (int i = 0; i < kPolicies; ++i) {
+        for (int j = 0; j < kPolicies; ++j)
+            mappings += (mappings.empty() ? "" : ",") + ("1.2.3." + std::to_string(i) + ":1.2.3." + std::to_string(j));
+    }
+    MadeCert last = root;
+    for (int i = 0; i < kLevels; ++i)
+        last = issue(authority("Mnożący " + std::to_string(i), {{"2.5.29.32", policies}, {"policyMappings", mappings}}),
+                     last);
+    const PathVerdict found = path(issue({.subject = {{"CN", "A"}}, .extensions = {{"2.5.29.32", policies}}}, last),
+                                   {.explicitPolicy = true});
+    EXPECT_EQ(found.policies.size(), size_t{kPolicies});
+}
+
+TEST_F(PathCasesTest, WebsEndWithinTheirLimit) {
+    std::vector<MadeCert> web;
+    for (int i = 0; i < 12; ++i) web.push_back(issue(authority("Sieć " + std::to_string(i)), root, test::makeKey()));
+    for (const MadeCert& one : web)
+        for (const MadeCert& other : web)
+            if (&one != &other) issue(authority(one.subject[0].value), other, one.key);
+    const MadeCert leaf = issue({.subject = {{"CN", "A"}}}, web[0]);
+    EXPECT_TRUE(path(leaf).good());
+    const PathVerdict bad = path(leaf, {.explicitPolicy = true});
+    EXPECT_EQ(bad.clause, "6.1.3 (f)");
+    EXPECT_TRUE(bad.exhausted) << "more paths than anybody walks";
+}
+
+/// What makes a CRL stand for a certificate or not.
+struct CrlRow {
+    const char* what;
+    Extensions leaf{};
+    std::vector<CrlPlan> crls{};
+    CrtStatus::State state = CrtStatus::State::Good;
+};
+
+GeneralNames uri(const char* text) {
+    GeneralNames names;
+    names.add().setText(GeneralName::kUri, text);
+    return names;
+}
+
+std::string points(const char* text, uint32_t reasons = 0) {
+    CrlDistributionPoints points;
+    DistributionPoint& point = points.add();
+    static_cast<void>(static_cast<GeneralNames&>(*point.distributionPoint.emplace().setChosenIndex(0)) = uri(text));
+    if (reasons != 0) point.reasons.emplace().setNamedBits(reasons);
+    return der(points);
+}
+
+std::string scope(const char* text, uint32_t reasons = 0, int flag = 0) {
+    IssuingDistributionPoint point;
+    if (text) static_cast<GeneralNames&>(*point.distributionPoint.emplace().setChosenIndex(0)) = uri(text);
+    if (reasons != 0) point.onlySomeReasons.emplace().setNamedBits(reasons);
+    point.onlyContainsUserCerts.setValue(flag == 1);
+    point.onlyContainsCaCerts.setValue(flag == 2);
+    point.onlyContainsAttributeCerts.setValue(flag == 5);
+    return der(point, "critical,");
+}
+
+TEST_F(PathCasesTest, CrlsAndWhatTheyAreAbout) {
+    using State = CrtStatus::State;
+    constexpr const char* kPoints = "2.5.29.31";
+    constexpr const char* kScope = "2.5.29.28";
+    constexpr uint32_t kSome = 0x06, kRest = 0x1F8;
+    const auto crl = [](Extensions extensions, std::vector<CrlEntry> entries = {}) {
+        return CrlPlan{.entries = std::move(entries), .extensions = std::move(extensions)};
+    };
+    const CrlRow rows[] = {
+        {"none", {}, {}, State::Unknown},
+        {"plain", {}, {crl({})}},
+        {"revoked", {}, {crl({}, {{"07", 1}})}, State::Revoked},
+        {"another serial", {}, {crl({}, {{"08", 1}})}},
+        {"foreign key identifier", {}, {crl({{"2.5.29.35", "DER:30048002AAAA"}}, {{"07"}})}, State::Revoked},
+        {"removed from a complete list", {}, {crl({}, {{"07", 8}})}, State::Unusable},
+        {"extension twice", {}, {crl({{"1.2.3", "DER:0500"}, {"1.2.3", "DER:0500"}})}, State::Unusable},
+        {"out of date", {}, {{.thisUpdate = -7200, .nextUpdate = -60, .extensions = {}}}, State::Unusable},
+        {"for users", {}, {crl({{kScope, scope(nullptr, 0, 1)}}, {{"07"}})}, State::Revoked},
+        {"for authorities", {}, {crl({{kScope, scope(nullptr, 0, 2)}}, {{"07"}})}, State::Unknown},
+        {"for attributes", {}, {crl({{kScope, scope(nullptr, 0, 5)}}, {{"07"}})}, State::Unknown},
+        {"scope in other case",
+         {{kPoints, points("http://crl.firma.pl/a")}},
+         {crl({{kScope, scope("HTTP://CRL.firma.PL/a")}}, {{"07"}})},
+         State::Revoked},
+        {"path in other case",
+         {{kPoints, points("http://crl.firma.pl/a")}},
+         {crl({{kScope, scope("http://crl.firma.pl/A")}}, {{"07"}})},
+         State::Unknown},
+        {"scope without point", {}, {crl({{kScope, scope("http://crl.firma.pl/a")}}, {{"07"}})}, State::Unknown},
+        {"some reasons", {}, {crl({{kScope, scope(nullptr, kSome)}})}, State::Unknown},
+        {"every reason in two", {}, {crl({{kScope, scope(nullptr, kSome)}}), crl({{kScope, scope(nullptr, kRest)}})}},
+        {"revoked in the second",
+         {},
+         {crl({{kScope, scope(nullptr, kSome)}}), crl({{kScope, scope(nullptr, kRest)}}, {{"07", 4}})},
+         State::Revoked},
+        {"point for some, list for all", {{kPoints, points("http://a.pl", kSome)}}, {crl({})}, State::Unknown},
+        {"delta alone", {}, {{.number = 2, .base = 1, .extensions = {}}}, State::Unusable},
+        {"delta revokes",
+         {},
+         {crl({}), {.entries = {{"07"}}, .number = 2, .base = 1, .extensions = {}}},
+         State::Revoked},
+        {"delta removes",
+         {},
+         {crl({}, {{"07", 6}}), {.entries = {{"07", 8}}, .number = 2, .base = 1, .extensions = {}}}},
+        {"delta of a later base", {}, {crl({}), {.entries = {{"07"}}, .number = 9, .base = 5, .extensions = {}}}},
+        {"delta out of date",
+         {},
+         {crl({}), {.entries = {{"07"}}, .number = 2, .base = 1, .nextUpdate = -30, .extensions = {}}}},
+    };
+    for (const CrlRow& row : rows) {
+        fresh();
+        const MadeCert leaf = issue({.subject = {{"CN", "Jan"}}, .serial = "07", .extensions = row.leaf}, root);
+        for (const CrlPlan& plan : row.crls)
+            EXPECT_EQ(revocation.insert(makeCrl(plan, root)), kCrlInserted) << row.what;
+        const CrtStatus found = revocation.status(crv::makeCert(leaf.der), kNow);
+        EXPECT_EQ(found.state, row.state) << row.what << ": " << found.text;
+        EXPECT_EQ(path(leaf).good(), row.state == State::Good || row.state == State::Unknown) << row.what;
+        EXPECT_EQ(path(leaf, {.revocation = RevocationCheck::Required}).good(), row.state == State::Good) << row.what;
+        EXPECT_EQ(found.source.issuer, row.state == State::Unknown ? "" : "CN=Korzeń") << row.what;
+    }
+}
+
+TEST_F(PathCasesTest, WhoeverMaySignsACrl) {
+    using State = CrtStatus::State;
+    const MadeCert ca = issue(authority("Urząd"), root);
+    const MadeCert leaf = issue({.subject = {{"CN", "Jan"}}, .serial = "07"}, ca);
+    const CertPlan signer{.subject = ca.subject, .serial = "02", .extensions = {{"keyUsage", "cRLSign"}}};
+    const CertPlan mute{.subject = ca.subject, .serial = "03", .extensions = {{"keyUsage", "digitalSignature"}}};
+    const MadeCert otherRoot = test::makeCert(authority("Inny korzeń"));
+    trust.push_back(crv::makeCert(otherRoot.der));
+    const TestKey fresh1 = test::makeKey(), fresh2 = test::makeKey(), fresh3 = test::makeKey();
+    const struct {
+        const char* what;
+        MadeCert signer;
+        State state;
+    } rows[] = {{"another key of the authority", issue(signer, root, fresh1), State::Revoked},
+                {"a self-issued key", issue(signer, ca, fresh2), State::Revoked},
+                {"a key that must not", issue(mute, root, test::makeKey()), State::Unusable},
+                {"one of that name elsewhere", issue(signer, otherRoot, fresh3), State::Unknown},
+                {"a forger", {{}, ca.subject, test::makeKey()}, State::Unusable}};
+    for (const auto& row : rows) {
+        MadeCert by = row.signer;
+        if (by.der.empty()) by.der = ca.der;
+        const Bytes crl = makeCrl({.entries = {{"07", 1}}, .extensions = {}}, by);
+        EXPECT_EQ(revocation.insert(crl), kCrlInserted) << row.what;
+        EXPECT_EQ(revocation.status(crv::makeCert(leaf.der), kNow).state, row.state) << row.what;
+        fresh();
+        for (const MadeCert* one : {&ca, &leaf}) EXPECT_TRUE(certificates.db().insert(ByteView(one->der)));
+        for (const auto& other : rows)
+            EXPECT_TRUE(other.signer.der.empty() || certificates.db().insert(ByteView(other.signer.der)));
+    }
+}
+
+}  // namespace
