@@ -113,13 +113,17 @@ AlgorithmPolicy::Answer AlgorithmPolicy::answer(int64_t time, Fits fits) const {
     return answer;
 }
 
+bool AlgorithmPolicy::limits(KeyScheme scheme) const {
+    return std::ranges::any_of(entries_, [&](const Entry& entry) { return entry.scheme == scheme; });
+}
+
 AlgorithmPolicy::Answer AlgorithmPolicy::hash(KcHashAlgo algo, int64_t time) const {
     return answer(time, [&](const Entry& entry) { return entry.hash != KcHashAlgo::None && entry.hash == algo; });
 }
 
-AlgorithmPolicy::Answer AlgorithmPolicy::key(const PublicKey& key, int64_t time) const {
-    const KeyScheme scheme = key.scheme() == KeyScheme::RsaPss ? KeyScheme::Rsa : key.scheme();
-    return answer(time, [&](const Entry& entry) { return entry.scheme == scheme && key.bits() < entry.bits; });
+AlgorithmPolicy::Answer AlgorithmPolicy::key(KeyScheme scheme, unsigned bits, int64_t time) const {
+    const KeyScheme family = scheme == KeyScheme::RsaPss ? KeyScheme::Rsa : scheme;
+    return answer(time, [&](const Entry& entry) { return entry.scheme == family && bits < entry.bits; });
 }
 
 }  // namespace crv

@@ -16,9 +16,9 @@ namespace crv {
 /// strictest counts.
 class AlgorithmPolicy {
   public:
-    /// What holds where nobody set another one.
+    /// What holds where nobody set another one. Curves below 160 bits are no keys here at all.
     static constexpr std::string_view kDefault =
-        "md5 never; ripemd128 never; rsa<1024 never; dsa<1024 never; ec<160 never; sha1 2016-12-31; "
+        "md5 never; ripemd128 never; rsa<1024 never; dsa<1024 never; sha1 2016-12-31; "
         "ripemd160 2016-12-31; rsa<2048 2016-12-31; dsa<2048 2016-12-31";
 
     /// Nothing for a text that is none.
@@ -28,8 +28,11 @@ class AlgorithmPolicy {
         bool refused = false;
         std::string weakness{};  ///< the entries that fit; empty when none does
     };
+    /// Whether keys of the scheme are limited at all.
+    [[nodiscard]] bool limits(KeyScheme scheme) const;
     [[nodiscard]] Answer hash(KcHashAlgo algo, int64_t time) const;
-    [[nodiscard]] Answer key(const PublicKey& key, int64_t time) const;
+    [[nodiscard]] Answer key(KeyScheme scheme, unsigned bits, int64_t time) const;
+    [[nodiscard]] Answer key(const PublicKey& one, int64_t time) const { return key(one.scheme(), one.bits(), time); }
 
   private:
     struct Entry {

@@ -83,9 +83,9 @@ TransferEnd CertificateManager::exportCerts(const std::string& path, size_t& cou
 
 CertList CertificateManager::findBySubject(const DistinguishedName& subject) {
     CertList list;
-    for (const CertPtr& one : trustPoints()) {
-        if (one->subject() == subject) list.push_back(one);
-    }
+    const Bytes key = nameKey(subject);
+    for (const CertPtr& one : trustPoints())
+        if (cache_->facts(one)->subject == key) list.push_back(one);
     const CertList trusted = list;
     CrtItemList items;
     static_cast<void>(db().findBySubject(items, subject));  // without the database the trust points remain

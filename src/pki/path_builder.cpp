@@ -23,6 +23,7 @@ struct PathBuilder::Search {
     FactsList path;
     PathVerdict best{};
     bool judged = false;
+    bool shortened = false;                  // collecting left something out
     bool hopeless = false;                   // no path can mend what is wrong with the certificate itself
     std::map<Bytes, FactsList> bySubject{};  // every certificate that may stand on a path
     std::map<Bytes, size_t> distance{};      // from a name to the nearest trust point
@@ -38,8 +39,9 @@ PathBuilder::PathBuilder(CertificateCache& cache, CertList trustPoints, IssuerSo
     }
 }
 
-/// Every name above the certificate, with its certificates, each looked up once.
-void PathBuilder::collect(Search& search) {
+/// Every name above the certificate, with its certificates, each looked up once. Unless `all`, the certificates of a
+/// trust point's name are those of trust points only.
+void PathBuilder::collect(Search& search, bool all) {
     std::vector<FactsPtr> open{search.path.front()};
     for (size_t i = 0; i < open.size() && search.bySubject.size() < kMaxNames; ++i) {
         const FactsPtr certificate = open[i];
@@ -52,6 +54,10 @@ void PathBuilder::collect(Search& search) {
             open.push_back(one);
         };
         std::ranges::for_each(trustPoints_, add);
+        if (!list.empty() && !all) {
+            search.shortened = true;
+            continue;
+        }
         for (const CertPtr& one : issuers_(*certificate->certificate))
             if (one) add(cache_.facts(one));
     }
@@ -161,9 +167,15 @@ PathVerdict PathBuilder::withoutPath(Search& search) const {
 PathVerdict PathBuilder::build(const CertPtr& certificate, const PathOptions& options, WorkBudget& budget) {
     Search search{options, budget, {cache_.facts(certificate)}};
     search.hopeless = static_cast<bool>(ownFault(*search.path.front(), options, false));
-    collect(search);
-    measure(search);
-    extend(search);
+    // Most paths are good and end at the first trust point that they meet, without a further look at the database.
+    for (const bool all : {false, true}) {
+        if (all && (search.over() || !search.shortened)) break;
+        search.bySubject.clear();
+        search.distance.clear();
+        collect(search, all);
+        measure(search);
+        extend(search);
+    }
     if (!search.judged) search.best = withoutPath(search);
     search.best.exhausted = budget.exhausted && !search.best.good();
     return std::move(search.best);

@@ -22,7 +22,7 @@ class PathBuilder {
 
   private:
     struct Search;
-    void collect(Search& search);
+    void collect(Search& search, bool all);
     void measure(Search& search) const;
     [[nodiscard]] FactsList issuersOf(const Search& search, const CertificateFacts& certificate) const;
     [[nodiscard]] bool mayFollow(const Search& search, const CertificateFacts& issuer) const;

@@ -1,7 +1,9 @@
 #include "pki/path_rules.h"
 
 #include <algorithm>
+#include <bit>
 
+#include "asn/tlv_view.h"
 #include "corvane/crverrors.h"
 #include "crypto/crypto_error.h"
 #include "crypto/sign_algo_map.h"
@@ -51,6 +53,26 @@ bool allowsPurposes(const CertificateFacts& certificate, const std::vector<ASNob
         return std::ranges::any_of(allowed, [&](const ASNobjectId& one) { return one == purpose; });
     };
     return has(OID_ANY_EXT_KEY_USAGE) || std::ranges::all_of(wanted, has);
+}
+
+/// Bits of an RSA modulus, without the cost of making a key; 0 when there is none.
+unsigned modulusBits(ByteView publicKey) {
+    const auto numbers = takeTlv(publicKey, ASNsequenceF::kTag);
+    ByteView rest = numbers ? numbers->body : ByteView();
+    const auto modulus = takeTlv(rest, ASNinteger::kTag);
+    ByteView octets = modulus ? modulus->body : ByteView();
+    while (!octets.empty() && octets.front() == 0) octets = octets.subspan(1);
+    return octets.empty() ? 0 : static_cast<unsigned>(octets.size() * 8) - std::countl_zero(octets.front());
+}
+
+AlgorithmPolicy::Answer answerOnLast(const AlgorithmPolicy& policy, const CertificateFacts& certificate,
+                                     const WorkingKey& above, int64_t time) {
+    const SubjectPublicKeyInfo& info = certificate.certificate->keyInfo();
+    if (info.algorithm.algorithm == OID_RSA_ENC)
+        return policy.key(KeyScheme::Rsa, modulusBits(info.subjectPublicKey.octets()), time);
+    if (info.algorithm.algorithm == OID_EC_PUBLIC_KEY && !policy.limits(KeyScheme::Ecdsa)) return {};
+    const auto key = keyOf(certificate, above).key;
+    return key ? policy.key(*key, time) : AlgorithmPolicy::Answer{};
 }
 
 void lower(size_t& counter, const std::optional<size_t>& limit) {
@@ -153,8 +175,7 @@ PathFault PathRules::checkAlgorithms(const CertificateFacts& certificate, PathSt
         answers.push_back(algorithms_.key(*key_.key, options_.time));
     }
     // The last key signs nothing here, but what is checked is what it is worth.
-    if (const auto own = left_ == 1 ? keyOf(certificate, key_).key : nullptr)
-        answers.push_back(algorithms_.key(*own, options_.time));
+    if (left_ == 1) answers.push_back(answerOnLast(algorithms_, certificate, key_, options_.time));
     for (const auto& answer : answers) noteWeakness(step, answer);
     const bool refused = std::ranges::any_of(answers, [](const auto& answer) { return answer.refused; });
     return refused ? broken("6.1.1 (d)", "algorithm policy: " + step.weakness, ECRV_CRTALG) : PathFault{};

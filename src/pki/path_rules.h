@@ -1,6 +1,8 @@
 // The rules of RFC 5280 6.1 along one path, step by step from the trust point down; revocation is asked elsewhere.
 #pragma once
 
+#include <atomic>
+
 #include "pki/algorithm_policy.h"
 #include "pki/certificate_cache.h"
 #include "pki/name_constraints.h"
@@ -11,7 +13,10 @@ namespace crv {
 
 /// What a question has cost so far; shared by all that it leads to.
 struct WorkBudget {
-    explicit WorkBudget(const WorkLimits& limits) : left(limits) {}
+    explicit WorkBudget(const WorkLimits& limits) : left(limits) {
+        static std::atomic<uint64_t> questions = 0;
+        question = ++questions;
+    }
     /// Takes one piece of work; false, and noted, when there is none left.
     bool take(size_t WorkLimits::*kind) {
         if (left.*kind == 0) exhausted = true;
@@ -19,6 +24,7 @@ struct WorkBudget {
     }
     WorkLimits left;
     bool exhausted = false;
+    uint64_t question = 0;  ///< tells questions apart
 };
 
 /// A key that may sign what stands below it.

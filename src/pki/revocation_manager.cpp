@@ -154,12 +154,16 @@ CrlFactsPtr RevocationManager::load(const CrlIndexEntry& row, const std::vector<
     return facts;
 }
 
-bool RevocationManager::load(const CertificateFacts& certificate, CrlFactsList& crls) {
-    CrlIndex index;
-    if (!certificates_->database().getCrlIndex(index)) return false;
-    const std::vector<Bytes> issuers = crlIssuersOf(certificate);
+bool RevocationManager::load(const StatusQuestion& question, CrlFactsList& crls) {
+    if (indexOf_ != question.budget.question) {
+        indexOf_ = 0;
+        index_ = CrlIndex();
+        if (!certificates_->database().getCrlIndex(index_)) return false;
+        indexOf_ = question.budget.question;
+    }
+    const std::vector<Bytes> issuers = crlIssuersOf(*question.path[question.index]);
     makeRoom();
-    for (const CrlIndexEntry& row : index)
+    for (const CrlIndexEntry& row : index_)
         if (CrlFactsPtr crl = load(row, issuers)) crls.push_back(std::move(crl));
     return true;
 }
@@ -222,7 +226,7 @@ CrtStatus RevocationManager::answer(const StatusQuestion& question) {
     asked_.push_back(certificate.digest);
     const Asked guard{asked_};
     CrlFactsList crls;
-    if (!load(certificate, crls)) {
+    if (!load(question, crls)) {
         // Without a database there are no CRLs; in one that fails there may be.
         const bool none = certificates_->database().isDbCreated() == DbState::Missing;
         return withoutAnswer(none ? CrtStatus::State::Unknown : CrtStatus::State::Unusable, ECRV_DB, "6.3.3 (a)",

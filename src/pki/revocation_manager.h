@@ -72,7 +72,7 @@ class RevocationManager {
     [[nodiscard]] bool isGenuine(const CrlFacts& crl, int64_t now);
     [[nodiscard]] int verify(const CrlFacts& crl, int64_t time);
     [[nodiscard]] CrtStatus answer(const StatusQuestion& question);
-    [[nodiscard]] bool load(const CertificateFacts& certificate, CrlFactsList& crls);
+    [[nodiscard]] bool load(const StatusQuestion& question, CrlFactsList& crls);
     [[nodiscard]] CrlFactsPtr load(const CrlIndexEntry& row, const std::vector<Bytes>& issuers);
     void makeRoom();
     [[nodiscard]] CrlSigner signerOf(const CrlFacts& crl, const StatusQuestion& question);
@@ -85,6 +85,8 @@ class RevocationManager {
     CertificateManager* certificates_ = nullptr;
     DeviceUpdate deviceUpdate_;
     unsigned deviceError_ = 0;
+    CrlIndex index_;  // as the question `indexOf_` found it: one question sees one state of the store
+    uint64_t indexOf_ = 0;
     std::map<Bytes, Cached> crls_;
     size_t held_ = 0;            // octets in crls_
     std::vector<Digest> asked_;  // certificates whose status is being asked for, one question within the other
