@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <ranges>
 #include <utility>
 
 #include "asn/x509/signed_cert_rev_list.h"
@@ -203,7 +202,8 @@ CrlSigner RevocationManager::signerOf(const CrlFacts& crl, const StatusQuestion&
         misfit(fault);
     }
     for (const FactsPtr& signer : signersOf(crl)) {
-        if (std::ranges::find(path | std::views::drop(question.index + 1), signer) != path.end()) continue;
+        const auto above = path.begin() + static_cast<std::ptrdiff_t>(question.index) + 1;
+        if (std::find(above, path.end(), signer) != path.end()) continue;
         const CrlSigner found = judgeSigner(crl, signer, question);
         if (!found.fault) return found;
         best.otherAuthority = best.otherAuthority || found.otherAuthority;
