@@ -13,6 +13,7 @@
 #include <stdexcept>
 
 #include "asn/tlv_view.h"
+#include "misc/hex.h"
 #include "pki/certificate_manager.h"
 #include "support/cert_maker.h"
 
@@ -57,6 +58,7 @@ constexpr Explained kExplained[] = {
     {Explained::kOurs, "6.1.4 (o)", "unknown critical extensions; the others know further ones"},
     {Explained::kOurs, "6.1.5 (f)", "as 6.1.4 (o)"},
     {Explained::kOurs, "6.1.5 (g)", "as 6.1.3 (f)"},
+    {Explained::kLibcrypto, "1", "the last certificate's key cannot be read; nothing on a path is checked with it"},
 };
 
 std::string explain(Explained::Who who, const std::string& says) {
@@ -253,6 +255,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (!explain(who, refused.says).empty()) return;
         std::cerr << "not explained: ours " << own.good << ' ' << own.says << ", libcrypto " << ssl.good << ' '
                   << ssl.says << ", GnuTLS " << tls.good << ' ' << tls.says << '\n';
+        for (const Bytes& der : chain) std::cerr << toHex(der) << '\n';
         if (!std::getenv("CRV_FUZZ_LIST")) std::abort();
     };
     if (!own.good && (ssl.good || tls.good)) demand(Explained::kOurs, own);
