@@ -58,6 +58,8 @@ constexpr Explained kExplained[] = {
     {Explained::kOurs, "6.1.4 (o)", "unknown critical extensions; the others know further ones"},
     {Explained::kOurs, "6.1.5 (f)", "as 6.1.4 (o)"},
     {Explained::kOurs, "6.1.5 (g)", "as 6.1.3 (f)"},
+    {Explained::kGnuTls, "10002",
+     "it takes a common name for a host name where DNS names are constrained; 4.2.1.10 does not"},
     {Explained::kLibcrypto, "1", "the last certificate's key cannot be read; nothing on a path is checked with it"},
 };
 
