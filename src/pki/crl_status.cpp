@@ -74,9 +74,8 @@ Point pointOf(const DistributionPoint& given, const CertificateFacts& certificat
 
 std::vector<Point> pointsOf(const CertificateFacts& certificate) {
     std::vector<Point> points;
-    if (certificate.distributionPoints)
-        for (const DistributionPoint& one : *certificate.distributionPoints)
-            points.push_back(pointOf(one, certificate));
+    if (!certificate.distributionPoints) return points;
+    for (const DistributionPoint& one : *certificate.distributionPoints) points.push_back(pointOf(one, certificate));
     return points;
 }
 

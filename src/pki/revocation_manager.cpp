@@ -204,7 +204,7 @@ CrlSigner RevocationManager::signerOf(const CrlFacts& crl, const StatusQuestion&
     for (const FactsPtr& signer : signersOf(crl)) {
         const auto above = path.begin() + static_cast<std::ptrdiff_t>(question.index) + 1;
         if (std::find(above, path.end(), signer) != path.end()) continue;
-        const CrlSigner found = judgeSigner(crl, signer, question);
+        CrlSigner found = judgeSigner(crl, signer, question);
         if (!found.fault) return found;
         best.otherAuthority = best.otherAuthority || found.otherAuthority;
         misfit(found.fault);

@@ -20,12 +20,12 @@ using namespace crv::test;
 
 namespace {
 
-using Extensions = std::vector<std::pair<std::string, std::string>>;
+using Texts = std::vector<std::pair<std::string, std::string>>;
 
-const int64_t kNow = time(nullptr);
+const int64_t kAsked = time(nullptr);
 
-CertPlan authority(const std::string& name, Extensions more = {}) {
-    Extensions all = caExtensions();
+CertPlan authority(const std::string& name, Texts more = {}) {
+    Texts all = caExtensions();
     for (auto& one : more) {
         std::erase_if(all, [&](const auto& old) { return old.first == one.first && one.second.find("DER") != 0; });
         if (!one.second.empty()) all.push_back(std::move(one));
@@ -66,7 +66,7 @@ class PathCasesTest : public testing::Test {
         return made;
     }
     PathVerdict path(const MadeCert& made, PathOptions options = {}) {
-        options.time = kNow;
+        options.time = kAsked;
         return certificates.buildPath(crv::makeCert(made.der), options);
     }
 
@@ -85,7 +85,7 @@ class PathCasesTest : public testing::Test {
 TEST_F(PathCasesTest, ExtensionsThatLie) {
     struct Row {
         const char* what;
-        Extensions ca, leaf;
+        Texts ca, leaf;
         const char* clause;  // empty: good
     };
     const char* twice = "4.2";
@@ -285,7 +285,7 @@ TEST_F(PathCasesTest, WebsEndWithinTheirLimit) {
 /// What makes a CRL stand for a certificate or not.
 struct CrlRow {
     const char* what;
-    Extensions leaf{};
+    Texts leaf{};
     std::vector<CrlPlan> crls{};
     CrtStatus::State state = CrtStatus::State::Good;
 };
@@ -319,7 +319,7 @@ TEST_F(PathCasesTest, CrlsAndWhatTheyAreAbout) {
     constexpr const char* kPoints = "2.5.29.31";
     constexpr const char* kScope = "2.5.29.28";
     constexpr uint32_t kSome = 0x06, kRest = 0x1F8;
-    const auto crl = [](Extensions extensions, std::vector<CrlEntry> entries = {}) {
+    const auto crl = [](Texts extensions, std::vector<CrlEntry> entries = {}) {
         return CrlPlan{.entries = std::move(entries), .extensions = std::move(extensions)};
     };
     const CrlRow rows[] = {
@@ -368,7 +368,7 @@ TEST_F(PathCasesTest, CrlsAndWhatTheyAreAbout) {
         const MadeCert leaf = issue({.subject = {{"CN", "Jan"}}, .serial = "07", .extensions = row.leaf}, root);
         for (const CrlPlan& plan : row.crls)
             EXPECT_EQ(revocation.insert(makeCrl(plan, root)), kCrlInserted) << row.what;
-        const CrtStatus found = revocation.status(crv::makeCert(leaf.der), kNow);
+        const CrtStatus found = revocation.status(crv::makeCert(leaf.der), kAsked);
         EXPECT_EQ(found.state, row.state) << row.what << ": " << found.text;
         EXPECT_EQ(path(leaf).good(), row.state == State::Good || row.state == State::Unknown) << row.what;
         EXPECT_EQ(path(leaf, {.revocation = RevocationCheck::Required}).good(), row.state == State::Good) << row.what;
@@ -399,7 +399,7 @@ TEST_F(PathCasesTest, WhoeverMaySignsACrl) {
         if (by.der.empty()) by.der = ca.der;
         const Bytes crl = makeCrl({.entries = {{"07", 1}}, .extensions = {}}, by);
         EXPECT_EQ(revocation.insert(crl), kCrlInserted) << row.what;
-        EXPECT_EQ(revocation.status(crv::makeCert(leaf.der), kNow).state, row.state) << row.what;
+        EXPECT_EQ(revocation.status(crv::makeCert(leaf.der), kAsked).state, row.state) << row.what;
         fresh();
         for (const MadeCert* one : {&ca, &leaf}) EXPECT_TRUE(certificates.db().insert(ByteView(one->der)));
         for (const auto& other : rows)
