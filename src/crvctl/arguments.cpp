@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "asn/asn_object_id.h"
+#include "misc/hex.h"
 
 namespace crv::ctl {
 namespace {
@@ -28,6 +29,8 @@ bool fits(ValueKind kind, const char* words, const std::string& text) {
             const auto all = choices(words);
             return std::ranges::find(all, text) != all.end();
         }
+        case ValueKind::Hex:
+            return fromHex(text).has_value();
         case ValueKind::File:
         case ValueKind::NewFile:
         case ValueKind::Folder:

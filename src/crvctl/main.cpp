@@ -30,7 +30,8 @@ void catchSignals() {
 
 int failWith(Output& out, const OpError& error) {
     const auto* call = dynamic_cast<const CallError*>(&error);
-    const std::string about = call ? call->about() : error.what();
+    // What a key manager's result means is a text of the program; names and paths are not in the catalogue.
+    const std::string about = call ? call->about() : tr(error.what());
     const std::string text = tr(call ? call->reason() : faultText(error.fault()));
     return out.fail(error, about.empty() ? text : text + ": " + about);
 }

@@ -47,10 +47,11 @@ std::string manualPage() {
     std::string text = ".\\\" Made by \"crvctl help --as man\".\n.TH CRVCTL 1 \"\" \"Corvane\"\n";
     text += section("NAME") + "crvctl \\- " + roff(tr("prepares and looks after Corvane profiles")) + "\n";
     text += section("SYNOPSIS") + ".B crvctl\n[" + roff(tr("options")) + "] " + roff(tr("GROUP VERB ...")) + "\n";
-    text += section("DESCRIPTION") + paragraph(
-                                         "What the screens of crvconfd(1) do with profiles, as commands. "
-                                         "Standard output carries the result only; "
-                                         "messages go to standard error.");
+    text += section("DESCRIPTION") +
+            paragraph(
+                "What the screens of crvconfd(1) do with profiles, key stores and databases, as commands. "
+                "Standard output carries the result only; "
+                "messages go to standard error.");
     text += ".PP\n" + paragraph(
                           "Secrets are never taken from the command line. Each comes from a descriptor, a file that "
                           "only its owner can read, an environment variable, the systemd credential "

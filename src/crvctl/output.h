@@ -25,6 +25,7 @@ class Output {
 
     /// An item of the result; in lines mode and as text it is written at once.
     void item(Fields fields);
+    [[nodiscard]] size_t count() const { return count_; }
     /// A field of the result.
     void field(const std::string& key, Value value) { result_.emplace_back(key, std::move(value)); }
     /// Text that is the result itself (help, completion scripts), as it is.

@@ -16,14 +16,14 @@ struct Word {
     const char* name;
 };
 constexpr Word kProtocols[] = {{CRVSRV_TYPE_LDAP, "ldap"}, {CRVSRV_TYPE_HTTP, "http"}, {CRVSRV_TYPE_FTP, "ftp"}};
-constexpr Word kUses[] = {{CRVSRV_USAGE_CERTIFICATES, "certificates"},
-                          {CRVSRV_USAGE_CRL, "crl"},
-                          {CRVSRV_USAGE_OCSP, "ocsp"},
-                          {CRVSRV_USAGE_TIME_STAMP, "time-stamp"}};
+constexpr Word kServerUses[] = {{CRVSRV_USAGE_CERTIFICATES, "certificates"},
+                                {CRVSRV_USAGE_CRL, "crl"},
+                                {CRVSRV_USAGE_OCSP, "ocsp"},
+                                {CRVSRV_USAGE_TIME_STAMP, "time-stamp"}};
 
 Values usesOf(long usage) {
     Values words;
-    for (const Word& use : kUses)
+    for (const Word& use : kServerUses)
         if ((usage & use.value) != 0) words.emplace_back(use.name);
     return words;
 }
@@ -58,7 +58,8 @@ void apply(const Call& call, SrvParams& server) {
     if (call.has("use")) {
         server.usage = 0;
         for (const std::string& use : call.options.at("use"))
-            server.usage |= std::ranges::find(kUses, use, [](const Word& w) { return std::string(w.name); })->value;
+            server.usage |=
+                std::ranges::find(kServerUses, use, [](const Word& w) { return std::string(w.name); })->value;
     }
 }
 

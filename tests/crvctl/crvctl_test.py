@@ -175,5 +175,97 @@ class Lists(Case):
                 self.assertEqual(done.stdout.decode().rstrip("\n"), name, (shell, done.stderr))
 
 
+class Stores(Case):
+    """What needs keys and a database; they are made once, by the road of the manual."""
+    KEYS = ("--password-file", "password")
+
+    @classmethod
+    def setUpClass(cls):
+        cls.made = tempfile.mkdtemp()
+        cls.addClassCleanup(shutil.rmtree, cls.made)
+        road = subprocess.Popen(["bash", str(SOURCE / "examples/road.sh"), cls.made + "/road"], env=dict(ENV, HOME=cls.made),
+                                stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        cls.seen = set()
+        while road.poll() is None:
+            for line in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+                try:
+                    cls.seen.add(line.read_bytes())
+                except OSError:
+                    pass
+        said = road.communicate()[1]
+        assert road.returncode == 0, said
+        cls.secret = pathlib.Path(cls.made, "road/password").read_bytes().strip()
+
+    def setUp(self):
+        super().setUp()
+        shutil.copytree(self.made + "/road", self.home + "/road", symlinks=True)
+        lists = pathlib.Path(self.home, "road/profiles.conf")
+        lists.write_text(lists.read_text("utf-8").replace(self.made, self.home), "utf-8")
+        self.env.update(CRV_PROFILE_FILE=str(lists), CRV_PROFILE="DROGA")
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(self.home + "/road")
+
+    def test_no_secret_stands_in_arguments_or_files(self):
+        self.assertTrue(any(b"crvctl" in line for line in self.seen))
+        self.assertFalse([line for line in self.seen if self.secret in line])
+        for file in pathlib.Path(".").rglob("*"):
+            if file.is_file() and file.name != "password":
+                self.assertNotIn(self.secret, file.read_bytes(), file)
+
+    def test_reading_leaves_every_octet_and_answers_alike_in_every_locale(self):
+        at = ("--at", "2027-01-01")
+        for words, status in ((["store", "check"], 0), (["key", "list"], 0), (["policy", "list"], 0), (["setting", "list"], 0),
+                              (["setting", "get", "connect-timeout"], 0), (["setting", "get", "nope"], 3),
+                              (["cert", "show", "--role", "sign", "--der"], 0), (["trust", "list"], 0),
+                              (["cert", "verify", "--role", "sign", *at, "--revocation", "none"], 0),
+                              (["cert", "verify", "moj.crt", "--at", "2020-01-01"], 1), (["crl", "verify", "ca/ca.crl"], 0),
+                              (["crl", "verify", "moj.crt"], 1), (["trust", "export", "x", "--subject", "nobody"], 3)):
+            answer = self.read(*words, *self.KEYS, status=status)
+            self.assertEqual(answer["command"], " ".join(words[:2]))
+        for words, status in ((["cert", "list"], 0), (["cert", "search", "--subject", "KOWALSKI"], 0), (["crl", "list"], 0),
+                              (["cert", "search", "--email", "nobody"], 1), (["crl", "show", "1"], 0), (["crl", "show", "9"], 3)):
+            self.assertEqual(self.read(*words, status=status), self.read(*words, status=status, LC_ALL="C", LANGUAGE="pl"))
+        self.assertEqual(self.read("policy", "list", *self.KEYS)["result"]["items"][0]["name"], "Polityka firmy")
+        self.assertEqual(self.answer("store", "check", "--password-env", "P", status=4, P="Falsz-123")["name"], "ECRV_PASSWORD")
+
+    def test_changes_of_keys_certificates_and_lists(self):
+        self.assertEqual(self.answer("store", "init", *self.KEYS, status=6)["fault"], "store-exists")
+        self.assertEqual(self.answer("key", "generate", *self.KEYS, status=6)["fault"], "object-exists")
+        self.changed("setting", "set", "no-net", "1", *self.KEYS)
+        self.changed("setting", "reset", "no-net", *self.KEYS)
+        self.assertEqual(self.read("setting", "get", "no-net", *self.KEYS)["result"]["value"], 0)
+        self.answer("policy", "add", "2.5.29.32.0", "any", *self.KEYS, status=2)
+        self.changed("policy", "remove", "1.2.616.1.113527.2", *self.KEYS)
+        self.assertEqual(self.answer("policy", "remove", "1.2.616.1.113527.2", *self.KEYS, status=3)["fault"], "object-missing")
+        self.assertEqual(self.answer("trust", "add", "ca/ca.pem", *self.KEYS, status=6)["detail"], "the trust point is there already")
+        self.changed("trust", "export", "ufam.crt", "--subject", "pokazowy", *self.KEYS)
+        self.assertEqual(self.answer("trust", "export", "ufam.crt", "--subject", "pokazowy", *self.KEYS, status=6)["fault"],
+                         "file-exists")
+        for own in ("profiles.conf", "DROGA.p12", "kopia.p12", "db/DROGA/x"):
+            self.assertEqual(self.answer("cert", "export", own, "--all", "--force", status=6)["fault"], "file-protected")
+        self.answer("trust", "remove", "--subject", "pokazowy", *self.KEYS, status=6)
+        self.changed("trust", "remove", "--subject", "pokazowy", "--yes", *self.KEYS)
+        self.assertEqual(self.read("cert", "verify", "moj.crt", *self.KEYS, status=1)["result"]["good"], False)
+        self.answer("cert", "delete", "--issuer", "pokazowy", "--yes", status=6)
+        self.changed("cert", "delete", "--subject", "Kowalski", "--yes")
+        self.changed("cert", "import", "moj.crt")
+        self.changed("cert", "purge", "--now", "2028-06-01")
+        self.assertEqual(self.read("cert", "list")["result"]["count"], 1)
+        self.changed("key", "request", "nowe.pem", *self.KEYS)
+        subprocess.run(["openssl", "req", "-verify", "-noout", "-in", "nowe.pem"], check=True, capture_output=True)
+        new = pathlib.Path("nowe"); new.write_text("Nowe-Haslo7\n"); new.chmod(0o600)
+        self.changed("store", "passwd", *self.KEYS, "--new-password-file", "nowe")
+        self.read("store", "check", *self.KEYS, status=4)
+        self.read("store", "check", "--password-file", "nowe")
+        weak = self.answer("store", "passwd", "--password-file", "nowe", "--new-password-env", "W", status=6, W="slabe")
+        self.assertEqual(weak["fault"], "weak-password")
+
+    def test_policies_added_at_the_same_time_are_all_there_once(self):
+        runs = [subprocess.Popen([CRVCTL, "policy", "add", f"1.2.{i}", f"n{i}", *self.KEYS], env=self.env,
+                                 stderr=subprocess.DEVNULL) for i in range(20)]
+        self.assertEqual([run.wait() for run in runs], [0] * 20)
+        self.assertEqual(len(self.read("policy", "list", *self.KEYS)["result"]["items"]), 21)
+
+
 if __name__ == "__main__":
     unittest.main(argv=sys.argv[:1])

@@ -1,8 +1,5 @@
 #include "crvconfd/screens/password_quality.h"
 
-#include <cctype>
-#include <cstring>
-
 #include "crvconfd/toolkit/toolkit.h"
 
 namespace crv {
@@ -12,27 +9,6 @@ constexpr int kRulesRow = 22;
 constexpr int kRulesTime = 50;  // tenths of a second
 
 }  // namespace
-
-int passTest(const char* password) {
-    if (!password) return kPasswordMissing;
-    const size_t length = std::strlen(password);
-    if (length < static_cast<size_t>(kPasswordLength)) return kPasswordTooShort;
-    size_t upper = 0;
-    size_t lower = 0;
-    size_t other = 0;
-    for (size_t i = 0; i < length; ++i) {
-        // The C library's tables reach from -128 on, so the byte goes in as the signed character that it is.
-        const int byte = static_cast<signed char>(password[i]);
-        if (std::isalpha(byte) == 0) {
-            ++other;
-        } else {
-            ++(std::isupper(byte) != 0 ? upper : lower);
-        }
-    }
-    if (upper == 0) return kPasswordNoUpper;
-    if (other == 0) return kPasswordNoOther;
-    return lower == 0 ? kPasswordNoLower : kPasswordGood;
-}
 
 int goodPassQuality(const char* password) {
     if (passTest(password) == kPasswordGood) return 1;

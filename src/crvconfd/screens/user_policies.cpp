@@ -10,12 +10,11 @@
 #include "crvconfd/session/prot_cfg.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "keystore/key_manager.h"
+#include "ops/policies.h"
 
 namespace crv {
 
 namespace {
-
-constexpr const char* kAnyPolicy = "2.5.29.32.0";
 
 constexpr NumberedListTexts kPolicyTexts{
     "Lista polityk użytkownika",

@@ -1,0 +1,141 @@
+#include "crvctl/show.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+
+#include "asn/x509/signed_certificate.h"
+#include "crvctl/secrets.h"
+#include "crypto/crypto_error.h"
+#include "crypto/sign_algo_map.h"
+#include "misc/ascii.h"
+#include "misc/base64_file.h"
+#include "misc/hex.h"
+
+namespace crv::ctl {
+namespace {
+
+constexpr const char* kMidnight = "T00:00:00Z";
+
+std::string keyText(const SubjectPublicKeyInfo& info) {
+    try {
+        const PublicKey key = info.publicKey();
+        return std::string(signAlgoName(key.scheme(), KcHashAlgo::None)) + " " + std::to_string(key.bits());
+    } catch (const CryptoError&) {
+        return info.algorithm.algorithm.text();
+    }
+}
+
+}  // namespace
+
+std::string hexOf(ByteView octets) {
+    std::string digits = toHex(octets);
+    std::ranges::transform(digits, digits.begin(), asciiLower<char>);
+    return digits;
+}
+
+Value timeOf(std::optional<int64_t> seconds) {
+    if (!seconds) return {};
+    std::string text = timeText(*seconds) + "Z";
+    std::ranges::replace(text, ' ', 'T');
+    return text;
+}
+
+Value timeOf(const Time& time) {
+    return timeOf(time.seconds());
+}
+
+int64_t timeFrom(const std::string& text) {
+    int64_t seconds = 0;
+    if (text.starts_with('@')) {
+        const auto [end, error] = std::from_chars(text.data() + 1, text.data() + text.size(), seconds);
+        if (error == std::errc() && end == text.data() + text.size()) return seconds;
+    }
+    const std::string whole = text.size() == 10 ? text + kMidnight : text;
+    int year = 0;
+    CivilTime time{};
+    int used = 0;
+    const int count = std::sscanf(whole.c_str(), "%4d-%2d-%2dT%2d:%2d:%2dZ%n", &year, &time.month, &time.day,
+                                  &time.hour, &time.minute, &time.second, &used);
+    time.year = year;
+    const auto moment = fromCivil(time);
+    if (count != 6 || static_cast<size_t>(used) != whole.size() || !moment)
+        throw CallError("the value does not fit", text);
+    return *moment;
+}
+
+Values namesOf(const DistinguishedName& name) {
+    Values names;
+    for (const RelativeDistinguishedName& set : name)
+        for (const AttributeTypeAndValue& one : set) names.emplace_back(one.label() + "=" + one.valueUtf8());
+    return names;
+}
+
+Fields certFields(const SignedCertificate& certificate, bool der) {
+    Values emails;
+    for (const std::string& email : certificate.emails()) emails.emplace_back(email);
+    Fields fields{{"subject", certificate.subject().text()},
+                  {"issuer", certificate.issuer().text()},
+                  {"serial", hexOf(certificate.serialNumber().contents())},
+                  {"notBefore", timeOf(certificate.tbs.validity.notBefore)},
+                  {"notAfter", timeOf(certificate.tbs.validity.notAfter)},
+                  {"ca", certificate.isCaCrt()},
+                  {"key", keyText(certificate.keyInfo())},
+                  {"keyId", hexOf(certificate.computeKeyIdentifierSha1Hash())},
+                  {"sha256", hexOf(certificate.fingerprint(KcHashAlgo::Sha256))},
+                  {"emails", std::move(emails)},
+                  {"subjectNames", namesOf(certificate.subject())},
+                  {"issuerNames", namesOf(certificate.issuer())}};
+    if (der) fields.emplace_back("der", toBase64(encodingOf(certificate)));
+    return fields;
+}
+
+Session::Secrets storeSecrets(const Run& run, const CrvProfile& profile) {
+    const bool onDevice = profile.kind() == ProfileKind::Tarvo23 || profile.kind() == ProfileKind::Pkcs11;
+    Session::Secrets secrets{readSecret(run.call, onDevice ? "pin" : "password"), {}};
+    std::string roots;
+    profile.getAttr(CRVPROFILE_ATTR_ROOTS_FILE, roots);
+    long empty = 0;
+    profile.getAttr(CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, empty);
+    SecretText password;
+    if (!roots.empty() && (empty != 0 || readGivenSecret(run.call, "roots-password", password)))
+        secrets.roots = password;
+    return secrets;
+}
+
+Session openReading(const Run& run) {
+    FoundProfile found = run.profile();
+    const Session::Secrets secrets = storeSecrets(run, *found.profile);
+    Session session(std::move(found), run.mode);
+    session.openForReading(secrets);
+    return session;
+}
+
+Session openChanging(const Run& run) {
+    FoundProfile found = run.profile();
+    const Session::Secrets secrets = storeSecrets(run, *found.profile);
+    Session session(std::move(found), run.mode);
+    session.openForChange(secrets);
+    return session;
+}
+
+Session openDatabase(const Run& run) {
+    Session session(run.profile(), run.mode);
+    session.demandDatabase();
+    return session;
+}
+
+CertSelector selectorOf(const Call& call) {
+    const auto text = [&](const char* name) { return call.value(name).value_or(""); };
+    CertSelector selector{text("sha256"), text("serial"), text("issuer"), text("subject"), text("email")};
+    if (!selector.serial.empty() && selector.issuer.empty()) throw CallError("missing", "--issuer");
+    return selector;
+}
+
+ExportTarget targetOf(const Run& run, const std::string& path) {
+    // Octets and an answer in JSON would stand on one stream.
+    if (path == "-" && run.out.form() != OutputForm::Text) throw CallError("the value does not fit", "- --json");
+    return {path, run.place.file, run.call.has("force"), !run.mode.dryRun};
+}
+
+}  // namespace crv::ctl

@@ -1,0 +1,45 @@
+// Objects as fields of a result.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "crvctl/run.h"
+#include "misc/bytes.h"
+#include "ops/certificates.h"
+#include "ops/export_file.h"
+#include "ops/session.h"
+
+namespace crv {
+class DistinguishedName;
+class SignedCertificate;
+class Time;
+}  // namespace crv
+
+namespace crv::ctl {
+
+/// Lower-case digits.
+std::string hexOf(ByteView octets);
+/// RFC 3339 in UTC; null when it is no point in time.
+Value timeOf(const Time& time);
+Value timeOf(std::optional<int64_t> seconds);
+/// "2027-03-01T12:00:00Z", "2027-03-01" or "@" and seconds since 1970. Throws CallError.
+int64_t timeFrom(const std::string& text);
+/// One attribute an element, "CN=Jan".
+Values namesOf(const DistinguishedName& name);
+/// In the order of the table's certificate fields; `der` adds the octets in Base64.
+Fields certFields(const SignedCertificate& certificate, bool der);
+
+/// The secrets that open a key store, from the call.
+Session::Secrets storeSecrets(const Run& run, const CrvProfile& profile);
+/// The profile of the run with its key store open.
+Session openReading(const Run& run);
+Session openChanging(const Run& run);
+/// The profile of the run with its database there; its keys are not opened.
+Session openDatabase(const Run& run);
+/// The selector options of the call.
+CertSelector selectorOf(const Call& call);
+/// Where the call's `path` is to be written.
+ExportTarget targetOf(const Run& run, const std::string& path);
+
+}  // namespace crv::ctl

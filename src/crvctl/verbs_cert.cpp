@@ -1,0 +1,264 @@
+// Verbs on certificates: those of the database and the user, and trust points.
+#include <algorithm>
+#include <ctime>
+
+#include "api/error_table.h"
+#include "asn/x509/signed_certificate.h"
+#include "crvctl/secrets.h"
+#include "crvctl/show.h"
+#include "crvctl/verbs.h"
+#include "misc/hex.h"
+#include "misc/path.h"
+
+namespace crv::ctl {
+namespace {
+
+constexpr const char* kFlagNames[] = {"key-store", "user", "qualified", "additional"};
+
+void listCerts(Run& run, const CertSelector& selector) {
+    Session session = openDatabase(run);
+    const bool der = run.call.has("der");
+    eachCert(session, [&](int64_t, const SignedCertificate& certificate, ByteView) {
+        if (selector.matches(certificate)) run.out.item(certFields(certificate, der));
+        return true;
+    });
+}
+
+CertPtr certOfRole(Session& session, const std::string& role) {
+    CertPtr certificate = role == "sign" ? session.keys().signingCertificate() : session.keys().encryptionCertificate();
+    if (!certificate) throw OpError(OpFault::ObjectMissing, "--role " + role);
+    return certificate;
+}
+
+/// The certificate that the options mean: of a file, of a key of the user, of the database.
+CertPtr chosenCert(const Run& run, std::optional<Session>& session) {
+    if (const auto file = run.call.value("file")) {
+        const CertList list = certsOfFile(*file);
+        if (list.size() > 1) throw OpError(OpFault::Ambiguous, *file);
+        return list.front();
+    }
+    if (const auto role = run.call.value("role")) {
+        session.emplace(openReading(run));
+        return certOfRole(*session, *role);
+    }
+    const CertSelector selector = selectorOf(run.call);
+    if (selector.empty()) throw CallError("missing", "--sha256, --serial, --subject, --email, --role, --file");
+    session.emplace(openDatabase(run));
+    return findOne(*session, selector);
+}
+
+void showFields(Run& run, const SignedCertificate& certificate) {
+    for (auto& [key, value] : certFields(certificate, run.call.has("der"))) run.out.field(key, value);
+}
+
+/// The trust point that the options mean.
+TrustPoint chosenTrustPoint(const Run& run, Session& session) {
+    const CertSelector selector = selectorOf(run.call);
+    if (selector.empty()) throw CallError("missing", "--sha256, --serial, --subject");
+    const std::vector<TrustPoint> points = session.keys().trustedPoints();
+    CertList list;
+    for (const TrustPoint& point : points) list.push_back(point.certificate);
+    const CertPtr found = findOne(session, selector, &list);
+    return *std::ranges::find(points, found->fingerprint(KcHashAlgo::Sha256),
+                              [](const TrustPoint& p) { return p.certificate->fingerprint(KcHashAlgo::Sha256); });
+}
+
+std::string nameOf(const SignedCertificate& certificate) {
+    return hexOf(certificate.fingerprint(KcHashAlgo::Sha256));
+}
+
+PathOptions pathOptions(const Call& call) {
+    PathOptions options;
+    options.time = call.has("at") ? timeFrom(*call.value("at")) : std::time(nullptr);
+    const std::string revocation = call.value("revocation").value_or("known");
+    options.revocation = revocation == "none"    ? RevocationCheck::None
+                         : revocation == "known" ? RevocationCheck::IfKnown
+                                                 : RevocationCheck::Required;
+    const std::string usage = call.value("usage").value_or("");
+    if (usage == "sign") options.keyUsage = 1U << KeyUsage::kDigitalSignature;
+    if (usage == "decrypt") options.keyUsage = 1U << KeyUsage::kKeyEncipherment;
+    return options;
+}
+
+}  // namespace
+
+void certList(Run& run) {
+    listCerts(run, {});
+}
+
+void certSearch(Run& run) {
+    const CertSelector selector = selectorOf(run.call);
+    if (selector.empty()) throw CallError("missing", "--sha256, --serial, --subject, --email");
+    listCerts(run, selector);
+    if (run.out.count() == 0) run.out.no(ECRV_CRTNOTFOUND);
+}
+
+void certShow(Run& run) {
+    std::optional<Session> session;
+    showFields(run, *chosenCert(run, session));
+}
+
+void certImport(Run& run) {
+    const std::string path = run.call.operand(0);
+    const CertList certificates = certsOfFile(path);
+    Session session = openDatabase(run);
+    run.out.change("import", "certificates", std::to_string(certificates.size()));
+    if (run.mode.dryRun) return;
+    ImportProgress done;
+    size_t at = 0;
+    const auto next = [&](ByteView& der) {
+        if (at == certificates.size()) return false;
+        der = encodingOf(*certificates[at++]);
+        return true;
+    };
+    const auto refused = [&](size_t index, const std::string& reason) {
+        run.out.warn("a certificate was not stored", std::to_string(index + 1) + ": " + reason);
+    };
+    const auto goOn = [](const ImportProgress&) { return !processEnding(); };
+    if (!session.context().certificateManager.db().insertMany(next, goOn, refused, done)) session.failDatabase();
+    stopIfEnding();
+    run.out.field("stored", done.stored);
+    run.out.field("present", done.present);
+    run.out.field("refused", done.refused);
+}
+
+void certExport(Run& run) {
+    const std::string path = run.call.operand(0);
+    Bytes content;
+    std::optional<Session> session;
+    size_t count = 0;
+    const auto add = [&](ByteView der) {
+        content.insert(content.end(), der.begin(), der.end());
+        ++count;
+    };
+    if (run.call.has("all")) {
+        session.emplace(openDatabase(run));
+        eachCert(*session, [&](int64_t, const SignedCertificate&, ByteView der) { return add(der), true; });
+    } else {
+        add(encodingOf(*chosenCert(run, session)));
+    }
+    if (count == 0) throw OpError(OpFault::ObjectMissing);
+    exportFile(targetOf(run, path), *run.profile().profile, content);
+    run.out.change("write", "certificates", path);
+}
+
+void certInstall(Run& run) {
+    Session session = openChanging(run);
+    session.demandDatabase();
+    CertList fitting;
+    for (const CertPtr& certificate : certsOfFile(run.call.operand(0))) {
+        const KeyId id = certificate->computeKeyIdentifierSha1Hash();
+        const bool ours = std::ranges::any_of(session.keys().keys(),
+                                              [&](const StoredKey& stored) { return stored.key.keyId() == id; });
+        if (ours) fitting.push_back(certificate);
+    }
+    if (fitting.empty()) demandKeys(kKmNoKeyForCertificate);
+    for (const CertPtr& certificate : fitting) {
+        installCertificate(session, certificate);
+        run.out.change("install", "certificate", nameOf(*certificate));
+    }
+}
+
+void certDelete(Run& run) {
+    const CertSelector selector = selectorOf(run.call);
+    if (selector.empty()) throw CallError("missing", "--sha256, --serial, --subject, --email");
+    Session session = openDatabase(run);
+    const CertPtr certificate = findOne(session, selector);
+    run.confirm("Delete the certificate from the database?", certificate->subject().text());
+    run.out.change("remove", "certificate", nameOf(*certificate));
+    if (run.mode.dryRun) return;
+    int64_t id = 0;
+    eachCert(session, [&](int64_t at, const SignedCertificate&, ByteView der) {
+        if (std::ranges::equal(der, encodingOf(*certificate))) id = at;
+        return id == 0;
+    });
+    DbManager& database = session.context().dbManager;
+    Bytes shown;
+    if (id == 0 || !database.setCrtId(id) || !database.get(shown) || !database.deleteCert()) session.failDatabase();
+}
+
+void certPurge(Run& run) {
+    Session session = openDatabase(run);
+    const auto now = run.call.value("now");
+    const int64_t time = now ? timeFrom(*now) : std::time(nullptr);
+    size_t expired = 0;
+    eachCert(session, [&](int64_t, const SignedCertificate& certificate, ByteView) {
+        const auto end = certificate.tbs.validity.notAfter.seconds();
+        expired += end && *end < time;
+        return true;
+    });
+    if (!now) run.confirm("Is this the right time?", std::get<std::string>(timeOf(time).held));
+    run.out.change("purge", "certificates", std::to_string(expired));
+    if (run.mode.dryRun) return;
+    CrtStore::Removed removed;
+    if (!session.context().certificateManager.removeCertsOverTime(time, removed)) session.failDatabase();
+    run.out.field("removed", removed.removed);
+    run.out.field("remaining", removed.remaining);
+}
+
+void certVerify(Run& run) {
+    const PathOptions options = pathOptions(run.call);
+    Session session = openReading(run);
+    session.demandDatabase();
+    CertPtr certificate;
+    CertList extra;
+    if (!run.call.operands.empty()) {
+        extra = certsOfFile(run.call.operand(0));
+        certificate = extra.front();
+    } else if (const auto role = run.call.value("role")) {
+        certificate = certOfRole(session, *role);
+    } else {
+        const CertSelector selector = selectorOf(run.call);
+        if (selector.empty()) throw CallError("missing", "FILE, --sha256, --serial, --subject, --email, --role");
+        certificate = findOne(session, selector);
+    }
+    const auto verdict = session.context().certificateManager.buildPath(certificate, options, extra);
+    const ErrorRow* row = findErrorRow(verdict.code);
+    run.out.field("good", verdict.good());
+    run.out.field("verdict", row ? row->name : std::to_string(verdict.code));
+    run.out.field("reason", verdict.reason);
+    run.out.field("at", timeOf(options.time));
+    for (const CertPtr& step : verdict.certs) run.out.item(certFields(*step, run.call.has("der")));
+    if (!verdict.good()) run.out.no(verdict.code);
+}
+
+void trustList(Run& run) {
+    Session session = openReading(run);
+    for (const TrustPoint& point : session.keys().trustedPoints()) {
+        Fields fields = certFields(*point.certificate, run.call.has("der"));
+        fields.emplace(fields.begin(), "source", kFlagNames[static_cast<size_t>(point.flag)]);
+        run.out.item(std::move(fields));
+    }
+}
+
+void trustAdd(Run& run) {
+    const CertList list = certsOfFile(run.call.operand(0));
+    if (list.size() > 1) throw OpError(OpFault::Ambiguous, run.call.operand(0));
+    Session session = openChanging(run);
+    if (!session.keys().signingKey() || !session.keys().signingCertificate())
+        throw OpError(OpFault::NoSigningCertificate, session.profile().name());
+    if (!list.front()->isValidAt(std::time(nullptr)))
+        run.confirm("The certificate is not valid now. Trust it?", list.front()->subject().text());
+    demandKeys(session.keys().addTrustedCA(list.front()));
+    session.save();
+    run.out.change("add", "trust", nameOf(*list.front()));
+}
+
+void trustRemove(Run& run) {
+    Session session = openChanging(run);
+    const TrustPoint point = chosenTrustPoint(run, session);
+    if (point.flag != TrustPointFlag::User) demandKeys(kKmNotOnThisMedium);
+    run.confirm("Trust this authority no longer?", point.certificate->subject().text());
+    demandKeys(session.keys().delTrustedCA(point.certificate, static_cast<int>(TrustPointFlag::User)));
+    session.save();
+    run.out.change("remove", "trust", nameOf(*point.certificate));
+}
+
+void trustExport(Run& run) {
+    Session session = openReading(run);
+    const TrustPoint point = chosenTrustPoint(run, session);
+    exportFile(targetOf(run, run.call.operand(0)), session.profile(), encodingOf(*point.certificate));
+    run.out.change("write", "certificates", run.call.operand(0));
+}
+
+}  // namespace crv::ctl

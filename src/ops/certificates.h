@@ -1,0 +1,40 @@
+// Finding certificates, and getting them in and out.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "asn/x509/cert_ptr.h"
+#include "misc/bytes.h"
+
+namespace crv {
+
+class Session;
+class SignedCertificate;
+
+/// What certificates are looked for by. Empty fields do not matter; texts are parts of the value, whatever the case.
+struct CertSelector {
+    std::string sha256{};  ///< of the encoding, hexadecimal
+    std::string serial{};  ///< hexadecimal
+    std::string issuer{};
+    std::string subject{};
+    std::string email{};
+
+    [[nodiscard]] bool empty() const;
+    [[nodiscard]] bool matches(const SignedCertificate& certificate) const;
+};
+
+/// Every certificate of the database in its order, a page at a time. False in the visitor stops.
+void eachCert(Session& session, const std::function<bool(int64_t id, const SignedCertificate&, ByteView der)>& visit);
+
+/// The one certificate in the list or the database that a selector means. Throws OpError (ObjectMissing, Ambiguous).
+CertPtr findOne(Session& session, const CertSelector& selector, const CertList* list = nullptr);
+
+/// All certificates of a file; "-" is standard input. Throws OpError (FileMissing, BadFile).
+CertList certsOfFile(const std::string& path);
+
+/// Installs a certificate of the user in a session open for a change, stores it in the database and saves.
+void installCertificate(Session& session, const CertPtr& certificate);
+
+}  // namespace crv

@@ -1,0 +1,56 @@
+#include "ops/export_file.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "misc/exceptions.h"
+#include "misc/file_ops.h"
+#include "misc/path.h"
+#include "misc/whole_file.h"
+#include "ops/file_guard.h"
+#include "ops/op_error.h"
+
+namespace crv {
+
+void exportFile(const ExportTarget& target, const CrvProfile& profile, ByteView content, WriteMode mode) {
+    if (target.path == "-") {
+        if (target.write && !writeAll(STDOUT_FILENO, content.data(), content.size(), -1))
+            throw OpError(OpFault::OutputFailed, std::strerror(errno));
+        return;
+    }
+    FileGuard guard({target.list});
+    guard.add(profile);
+    const FileVerdict verdict = guard.judge(target.path);
+    if (verdict.claim != FileClaim::None) throw OpError(OpFault::FileProtected, target.path);
+    if (verdict.exists && !target.force) throw OpError(OpFault::FileExists, target.path);
+    if (!target.write) return;
+    const WriteResult written = writeFileAtomically(expandHome(target.path), content, {mode, true});
+    if (!written) throw OpError(OpFault::FileUnwritable, target.path + ": " + std::strerror(written.error));
+}
+
+Bytes importFile(const std::string& path) {
+    if (path != "-") {
+        if (!fileExists(expandHome(path))) throw OpError(OpFault::FileMissing, path);
+        try {
+            return readFile(expandHome(path));
+        } catch (const StoreError& failure) {
+            throw OpError(OpFault::FileUnreadable, failure.what());
+        }
+    }
+    Bytes content;
+    uint8_t block[65536];
+    for (;;) {
+        const ssize_t count = fileOps().read(STDIN_FILENO, block, sizeof block);
+        if (count < 0 && errno == EINTR) {
+            stopIfEnding();
+            continue;
+        }
+        if (count < 0) throw OpError(OpFault::FileUnreadable, std::strerror(errno));
+        if (count == 0) return content;
+        content.insert(content.end(), block, block + count);
+    }
+}
+
+}  // namespace crv

@@ -1,0 +1,27 @@
+// Writing what a user asked to have in a file.
+#pragma once
+
+#include <string>
+
+#include "misc/atomic_write.h"
+
+namespace crv {
+
+class CrvProfile;
+
+/// Writes a file in one step; "-" is standard output. A file that is there is replaced only with `force`, and never one
+/// that a profile in the list or its environment owns or that holds keys. `write` false looks only. Throws OpError
+/// (FileExists, FileProtected, FileUnwritable).
+struct ExportTarget {
+    std::string path;
+    std::string list;  ///< a profile list to spare, too
+    bool force = false;
+    bool write = true;
+};
+void exportFile(const ExportTarget& target, const CrvProfile& profile, ByteView content,
+                WriteMode mode = WriteMode::KeepOrCommon);
+
+/// The octets of a file; "-" is standard input. Throws OpError (FileMissing, FileUnreadable).
+Bytes importFile(const std::string& path);
+
+}  // namespace crv

@@ -1,0 +1,185 @@
+#include "ops/session.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "crypto/random_bridge.h"
+#include "misc/atomic_write.h"
+#include "misc/whole_file.h"
+#include "ops/op_error.h"
+#include "ops/password_rules.h"
+
+namespace crv {
+namespace {
+
+constexpr size_t kSeedSize = 64;
+
+struct StatusRow {
+    KeyManagerResult result;
+    OpStatus status;
+};
+/// Results that are no failure of the store itself.
+constexpr StatusRow kStatuses[] = {
+    {kKmWrongPassword, OpStatus::Secret},
+    {kKmCancelled, OpStatus::Secret},
+    {kKmNoDecryptionPin, OpStatus::Secret},
+    {kKmNoRootsPassword, OpStatus::Secret},
+    {kKmNoSigningKeyPin, OpStatus::Secret},
+    {kKmWrongRootsPassword, OpStatus::Secret},
+    {kKmWrongSigningKeyPin, OpStatus::Secret},
+    {kKmCardBlocked, OpStatus::Secret},
+    {kKmBadFormat, OpStatus::No},
+    {kKmRootsFormat, OpStatus::No},
+    {kKmUnknownKeyAlgorithm, OpStatus::No},
+    {kKmConfigurationSignature, OpStatus::No},
+    {kKmOpenFailed, OpStatus::Io},
+    {kKmWriteFailed, OpStatus::Io},
+    {kKmReadFailed, OpStatus::Io},
+    {kKmLockFailed, OpStatus::Io},
+    {kKmDeviceError, OpStatus::Io},
+    {kKmCardError, OpStatus::Io},
+    {kKmLockGivenUp, OpStatus::Locked},
+    {kKmKeyNotFound, OpStatus::Missing},
+    {kKmNoKeyForCertificate, OpStatus::Missing},
+    {kKmCardNotFound, OpStatus::Missing},
+    {kKmDeviceNotFound, OpStatus::Missing},
+    {kKmDeviceLibrary, OpStatus::Missing},
+    {kKmTokenKeyNotFound, OpStatus::Missing},
+    {kKmNotOnThisMedium, OpStatus::Refused},
+    {kKmNoCaCertificate, OpStatus::Refused},
+    {kKmBadSignature, OpStatus::Refused},
+    {kKmTrustPointExists, OpStatus::Refused},
+    {kKmRoleTaken, OpStatus::Refused},
+    {kKmTrustPointRefused, OpStatus::Refused},
+    {kKmHashNotSupported, OpStatus::Refused},
+    {kKmCertificateExists, OpStatus::Refused},
+    {kKmKeyHasTwoNames, OpStatus::Refused},
+    {kKmKeyTooShort, OpStatus::Refused},
+    {kKmCurveTooSmall, OpStatus::Refused},
+    {kKmAlgorithmNotSupported, OpStatus::Refused},
+    {kKmDsaNotSupported, OpStatus::Refused},
+};
+
+}  // namespace
+
+void demandKeys(KeyManagerResult result) {
+    if (result == kKmOk) return;
+    stopIfEnding();
+    const auto* row = std::ranges::find(kStatuses, result, &StatusRow::result);
+    const OpStatus status = row == std::end(kStatuses) ? OpStatus::Internal : row->status;
+    const int code = libraryCode(result);
+    throw OpError(OpFault::KeyStoreFailed, status, code, resultText(result));
+}
+
+Session::Session(FoundProfile found, const OpMode& mode) : mode_(mode), context_(std::make_unique<CRVctx>()) {
+    context_->setProfile(std::move(found.profile));
+}
+
+KeyStoreAccess Session::access() {
+    using Clock = std::chrono::steady_clock;
+    const auto end =
+        Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(mode_.waitSeconds));
+    return {configuration(), keys(), {{}, [end] { return Clock::now() < end && !processEnding(); }}};
+}
+
+bool Session::hasFile() {
+    return configuration().keyMedium() == KeyMedium::File;
+}
+
+void Session::demandFileProfile() {
+    if (!hasFile()) throw OpError(OpFault::WrongKind, profile().name());
+}
+
+void Session::lock() {
+    access_ = std::make_unique<KeyStoreAccess>(access());
+    lock_ = std::make_unique<KeyStoreLock>(*access_);
+    demandKeys(lock_->take());
+}
+
+void Session::openForReading(const Secrets& secrets) {
+    if (!hasFile()) {
+        context_->state.storePIN(PinSlot::SigningToken, secrets.password);
+        demandKeys(keys().deviceInit());
+        return demandKeys(openKeyStore(access(), false));
+    }
+    const std::string file = configuration().securityFileName();
+    if (!fileExists(file)) throw OpError(OpFault::StoreMissing, file);
+    shared_ = std::make_unique<TimedLock>(configuration().securityFileLockName(), OpMode{true, mode_.waitSeconds});
+    demandKeys(keys().loadKey(secrets.password));
+    context_->state.storePIN(PinSlot::SigningToken, secrets.password);
+    if (!secrets.roots) return;
+    context_->state.storePIN(PinSlot::Roots, *secrets.roots);
+    demandKeys(keys().readAdditionalTrustedCA());
+}
+
+void Session::openForChange(const Secrets& secrets) {
+    if (mode_.dryRun) return openForReading(secrets);
+    const std::string file = configuration().securityFileName();
+    if (hasFile() && !fileExists(file)) throw OpError(OpFault::StoreMissing, file);
+    context_->state.storePIN(PinSlot::SigningToken, secrets.password);
+    if (secrets.roots) context_->state.storePIN(PinSlot::Roots, *secrets.roots);
+    lock();
+    if (!hasFile()) demandKeys(keys().deviceInit());
+    logIn(secrets.roots.has_value());
+}
+
+void Session::logIn(bool withRoots) {
+    KeyManagerResult result = openKeyStore(*access_, withRoots);
+    if (result == kKmNoSeed) {
+        seed();
+        demandKeys(saveKeyStore(*access_));
+        result = openKeyStore(*access_, withRoots);
+    }
+    demandKeys(result);
+}
+
+void Session::seed() {
+    SecretArray<kSeedSize> material;
+    if (!systemRandom(material)) throw OpError(OpFault::LibraryFailed, "getrandom");
+    demandKeys(keys().rbgInit(material));
+}
+
+void Session::save() {
+    if (!mode_.dryRun) demandKeys(saveKeyStore(*access_));
+}
+
+void Session::create(const SecretText& password) {
+    demandFileProfile();
+    const std::string file = configuration().securityFileName();
+    demandGoodPassword(password);
+    if (!mode_.dryRun && !createDirectoryPath(folderOf(file), 0700))
+        throw OpError(OpFault::FolderFailed, folderOf(file));
+    if (!mode_.dryRun) lock();
+    if (fileExists(file)) throw OpError(OpFault::StoreExists, file);
+    if (mode_.dryRun) return;
+    keys().beginNewProfile();
+    seed();
+    configuration().resetRecord();
+    context_->state.storePIN(PinSlot::SigningToken, password);
+    save();
+}
+
+void Session::changePassword(const SecretText& password) {
+    demandFileProfile();
+    demandGoodPassword(password);
+    if (!mode_.dryRun) demandKeys(changeKeyStorePassword(*access_, password));
+}
+
+void Session::demandDatabase() {
+    switch (context_->dbManager.isDbCreated()) {
+        case DbState::Complete:
+            return;
+        case DbState::Missing:
+            throw OpError(OpFault::DatabaseMissing, profile().dbConfig().db);
+        default:
+            failDatabase();
+    }
+}
+
+void Session::failDatabase() {
+    stopIfEnding();
+    const std::string& text = context_->dbManager.lastFailure();
+    throw OpError(OpFault::DatabaseFailed, text.empty() ? profile().dbConfig().db : text);
+}
+
+}  // namespace crv

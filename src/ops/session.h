@@ -1,0 +1,71 @@
+// A profile at work: its context, its key store opened for reading or for a change, its database.
+#pragma once
+
+#include <memory>
+#include <optional>
+
+#include "api/crvctx.h"
+#include "keystore/key_store_door.h"
+#include "ops/lock_wait.h"
+#include "ops/profiles.h"
+
+namespace crv {
+
+/// Throws OpError (KeyStoreFailed) with what the result means, unless it is a success.
+void demandKeys(KeyManagerResult result);
+
+/// Opening for reading writes nothing: the key store is deciphered and no seed is stored, so it works on read-only
+/// media. A change holds the lock on the key store from the log-in to the end of the object; a dry run only reads.
+class Session {
+  public:
+    /// What opens the key store.
+    struct Secrets {
+        SecretText password;
+        std::optional<SecretText> roots;  ///< of the additional trust points; without it they are left out
+    };
+
+    Session(FoundProfile found, const OpMode& mode);
+
+    [[nodiscard]] CRVctx& context() { return *context_; }
+    [[nodiscard]] KeyManager& keys() { return context_->keyManager; }
+    [[nodiscard]] ConfigurationManager& configuration() { return context_->configurationManager; }
+    [[nodiscard]] const OpMode& mode() const { return mode_; }
+    [[nodiscard]] const CrvProfile& profile() { return *configuration().profile(); }
+
+    /// Throws OpError: StoreMissing, KeyStoreFailed, LockBusy.
+    void openForReading(const Secrets& secrets);
+    void openForChange(const Secrets& secrets);
+    /// Saves what was changed; nothing in a dry run.
+    void save();
+
+    /// Gives the lock back early; the store stays open and later saves merge.
+    void unlock() { lock_.reset(); }
+
+    /// Makes the key store of a file profile, seeded by the system. StoreExists, WeakPassword.
+    void create(const SecretText& password);
+    /// Enciphers the key store, open for a change, under a new password. WeakPassword.
+    void changePassword(const SecretText& password);
+
+    /// Throws OpError (DatabaseMissing, DatabaseFailed) unless the database is there.
+    void demandDatabase();
+    /// For an operation of the database that answered false.
+    [[noreturn]] void failDatabase();
+
+    /// How to wait for the lock of the key store.
+    [[nodiscard]] KeyStoreAccess access();
+
+  private:
+    void lock();
+    void logIn(bool withRoots);
+    void seed();
+    void demandFileProfile();
+    [[nodiscard]] bool hasFile();
+
+    OpMode mode_;
+    std::unique_ptr<CRVctx> context_;
+    std::unique_ptr<KeyStoreAccess> access_;  // the lock refers to it
+    std::unique_ptr<KeyStoreLock> lock_;
+    std::unique_ptr<TimedLock> shared_;
+};
+
+}  // namespace crv
