@@ -54,7 +54,7 @@ int crvAuthenticateExInt(CRVctx* ctx, int readAdditional) {
     if (!configuration.profile()) return ECRV_PROFILE_NOT_LOADED;
     int databases = CRV_OK;
     const KeyManagerResult result =
-        openKeyStore({ctx->configurationManager, ctx->keyManager}, readAdditional != 0, [&] {
+        openKeyStore({ctx->configurationManager, ctx->keyManager}, OpenMode::LogIn, readAdditional != 0, [&] {
             databases = codeOfDbState(ctx->dbManager.isDbCreated());
             if (databases == CRV_OK) ctx->userCerts.clear();
             return databases == CRV_OK;

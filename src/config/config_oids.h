@@ -28,6 +28,9 @@ CRV_CONFIG_OID(OID_CRV_CONFIG_TEXT_OPTION_42, "5.52");
 CRV_CONFIG_OID(OID_CRV_CONFIG_TEXT_OPTION_43, "5.53");
 CRV_CONFIG_OID(OID_CRV_CONFIG_ALGORITHM_POLICY, "5.60");  // UTF8String
 
+// Attribute of certificate bags.
+CRV_CONFIG_OID(OID_CRV_BAG_ORDINARY, "6.3");  // NULL: not a trust point, though the certificate of an authority
+
 // Secret bags.
 CRV_CONFIG_OID(OID_CRV_SAFE_BAG_CONFIG, "6.1");  // the configuration record
 CRV_CONFIG_OID(OID_CRV_SAFE_BAG_SEED, "6.2");    // OCTET STRING of 20 octets

@@ -219,9 +219,9 @@ void keyGenerate(Run& run) {
         // A long generation does not keep others from the store.
         session.unlock();
         const KeyStoreAccess access = session.access();
-        demandKeys(generateIntoKeyStore(
-            access, [] { return !processEnding(); },
-            [&](const KeyGenHooks& hooks) { return generate(session.keys(), plan, hooks); }));
+        demandKeys(
+            generateIntoKeyStore(access, {[] { return !processEnding(); }, {}, plan.request.forcedPss},
+                                 [&](const KeyGenHooks& hooks) { return generate(session.keys(), plan, hooks); }));
     }
     if (path) writeRequest(run, session, plan, *path);
 }

@@ -33,6 +33,11 @@ bool readSystemGenerator(std::span<uint8_t> out) {
     return fd.valid() && readUpTo(fd.get(), out.data(), out.size(), -1) == static_cast<ssize_t>(out.size());
 }
 
+/// What getrandom(2) gives, or where that is refused the device.
+bool systemOctets(std::span<uint8_t> out) {
+    return systemRandom(out) || readSystemGenerator(out);
+}
+
 using Digest = SecretArray<32>;
 
 Digest sha256(ByteView data) {
@@ -52,6 +57,9 @@ bool LogInMaterial::complete(bool filled) {
         std::ranges::fill(system, uint8_t{0});
     }
     if (!block_[kMediumFlag] && !block_[kSystemFlag] && !block_[kOtherFlag]) return false;
+    // Without a stored seed these 8 octets and the time are no seed unless the 32 that follow can be had, too.
+    Digest more;
+    if (!block_[kMediumFlag] && !systemOctets(more)) return false;
     putTime(block_.data() + kTime);
     return true;
 }
@@ -61,7 +69,7 @@ RbgSeed Generators::seed(ByteView material) {
     SecretArray<72> block;  // time 8, digest 32, system randomness 32
     putTime(block.data());
     std::ranges::copy(d0, block.begin() + 8);
-    if (!systemRandom(std::span(block).subspan<40>())) std::ranges::fill(std::span(block).subspan<40>(), uint8_t{0});
+    if (!systemOctets(std::span(block).subspan<40>())) std::ranges::fill(std::span(block).subspan<40>(), uint8_t{0});
     const Digest d1 = sha256(block);
     if (!hash_) hash_.emplace(cycle_);
     hash_->seed(d1);
@@ -82,17 +90,17 @@ void Generators::clear() noexcept {
     dss_.reset();
 }
 
-/// After a fork both processes hold the same state and would draw the same octets: the child mixes its own in.
-bool Generators::mixForThisProcess() {
+bool Generators::refresh() {
     Digest entropy;
-    if (!systemRandom(entropy)) return false;
+    if (!hash_ || !systemOctets(entropy)) return false;
     hash_->reseed(entropy);
     seededIn_ = ::getpid();
     return true;
 }
 
 Generators::Drawn Generators::fill(std::span<uint8_t> out) {
-    if (!hash_ || (seededIn_ != ::getpid() && !mixForThisProcess())) return Drawn::NotSeeded;
+    // After a fork both processes hold the same state and would draw the same octets: the child mixes its own in.
+    if (!hash_ || (seededIn_ != ::getpid() && !refresh())) return Drawn::NotSeeded;
     try {
         hash_->fill(out);
         return Drawn::Done;

@@ -18,7 +18,8 @@ class LogInMaterial {
   public:
     /// Where the medium's octets go; the rest stays zero.
     [[nodiscard]] std::span<uint8_t, 32> ofMedium() { return std::span(block_).first<32>(); }
-    /// Adds the rest; `filled` tells whether the medium gave anything. False when nobody did: then there is no seed.
+    /// Adds the rest; `filled` tells whether the medium gave anything. False when neither it nor the system, of whose
+    /// randomness the generators take 32 octets more, gives enough: then there is no seed.
     [[nodiscard]] bool complete(bool filled);
     [[nodiscard]] ByteView octets() const { return block_; }
 
@@ -36,6 +37,9 @@ class Generators {
 
     /// Seeds both from material of any length; the answer is the seed that the next log-in starts from. CryptoError.
     [[nodiscard]] RbgSeed seed(ByteView material);
+    /// Mixes 32 octets of the system in, as before anything is drawn that is to last: a copied machine holds the same
+    /// state as its original. False when the system gives none, or before the first seed.
+    [[nodiscard]] bool refresh();
     [[nodiscard]] bool seeded() const { return hash_.has_value(); }
     void clear() noexcept;
 
@@ -44,8 +48,6 @@ class Generators {
     [[nodiscard]] Drawn fill(std::span<uint8_t> out);
 
   private:
-    [[nodiscard]] bool mixForThisProcess();
-
     uint64_t cycle_;
     std::optional<KcRbgHashIso18031> hash_;
     pid_t seededIn_ = 0;  // the process whose randomness went into it

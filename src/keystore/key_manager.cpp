@@ -51,10 +51,12 @@ void KeyManager::forget() noexcept {
     stored_.reset();
     deviceRecord_.reset();
     beforeInstall_.reset();
+    unsaved_.reset();
     wipe(signedConfiguration_);
     generators_.clear();
     state_ = State::Closed;
-    saved_ = false;
+    mode_ = OpenMode::LogIn;
+    saved_ = foreign_ = false;
     if (recordTaken_) context_->configuration().setRecord(nullptr);
     recordTaken_ = false;
 }
@@ -77,8 +79,9 @@ KeyManagerResult KeyManager::deviceInit() {
 }
 
 KeyManagerResult KeyManager::initProfile(int mode, bool readAdditional) {
-    VTEST(mode == 0, kKeyManagerPlace);
+    VTEST(mode >= static_cast<int>(OpenMode::LogIn) && mode <= static_cast<int>(OpenMode::ReadOnly), kKeyManagerPlace);
     forget();
+    mode_ = static_cast<OpenMode>(mode);
     selectMedia();
     KeyManagerResult result = kKmNoMemory;
     try {
@@ -91,6 +94,10 @@ KeyManagerResult KeyManager::initProfile(int mode, bool readAdditional) {
     if (result == kKmOk) state_ = State::Open;
     if (result != kKmOk && result != kKmNoSeed) forget();
     logLine(LogLevel::Info, "KeyManager::initProfile. END " + std::to_string(result));
+    if (result != kKmOk) {
+        logLine(LogLevel::Error, "log-in to profile \"" + configuration().profileName() + "\", file \"" +
+                                     configuration().securityFileName() + "\": " + resultText(result));
+    }
     return result;
 }
 
@@ -105,7 +112,7 @@ KeyManagerResult KeyManager::openContents(bool readAdditional) {
         logLine(LogLevel::Error, "KeyManager::initProfile. initRBGFromTheSeed return: " + std::to_string(result));
         return result;
     }
-    result = saveNewSeed();
+    if (!isReadOnly()) result = saveNewSeed();
     return result == kKmOk && readAdditional ? readAdditionalTrustedCA() : result;
 }
 
@@ -154,6 +161,7 @@ KeyManagerResult KeyManager::loadKey(const SecretText& password) {
     stored_ = std::make_unique<StoredFile>(StoredFile{octets, contents});
     contents_ = std::move(contents);
     state_ = State::Unseeded;
+    foreign_ = loaded.foreign;
     signedConfiguration_ = std::move(loaded.signedConfiguration);
     if (withSecrets) takeRecord(contents_.configuration);
     copyUserUnqualifiedTrustedCA();

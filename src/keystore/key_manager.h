@@ -35,8 +35,11 @@ struct KeyGenHooks {
     /// Called again and again; false stops the generation.
     std::function<bool()> progress = {};
     /// Called when the key is there, before everything is saved: takes the lock on the security file. Anything but
-    /// kKmOk drops the key and is the result.
+    /// kKmOk leaves the key unsaved and is the result.
     std::function<KeyManagerResult()> beforeSave = {};
+    /// Hash to which the requested certificate ties an RSA-PSS key; signatures are configured with it. None: with the
+    /// configured hash.
+    KcHashAlgo forcedHash = KcHashAlgo::None;
 };
 
 enum class RequestFormat { Pem, Der };
@@ -49,6 +52,13 @@ struct CrtRequestParams {
     KcHashAlgo hash = KcHashAlgo::Sha256;        ///< of the request's signature
     /// Hash of the parameters of id-RSASSA-PSS that are written into the key's algorithm; none: rsaEncryption.
     KcHashAlgo forcedPss = KcHashAlgo::None;
+};
+
+/// What log-in may do to a key store.
+enum class OpenMode : int {
+    LogIn = 0,         ///< stores a fresh seed; a file that another program wrote is left alone and not saved
+    AdoptForeign = 1,  ///< such a file becomes ours, after its octets were put beside it ("<file>.orig")
+    ReadOnly = 2       ///< nothing is written
 };
 
 /// Bits of KeyManager::saveKey's flags.
@@ -89,7 +99,7 @@ class KeyManager {
 
     /// Log-in: opens the key store of the context's current profile with the password from the PIN cache, restores the
     /// configuration record into the configuration manager, seeds the generators, stores a fresh seed and, when asked,
-    /// reads the additional trust points. `mode` is 0.
+    /// reads the additional trust points. `mode` is an OpenMode.
     /// Closes whatever was open first; the PIN cache is not touched.
     /// A failure forgets everything, with one exception: after kKmNoSeed the contents stay for rbgInit (from
     /// keystrokes) and saveConfiguration, after which initProfile is called again (State::Unseeded).
@@ -108,6 +118,12 @@ class KeyManager {
 
     [[nodiscard]] State state() const { return state_; }
     [[nodiscard]] bool isLoggedIn() const { return state_ == State::Open; }
+    /// Whether another program wrote the file and it was not adopted.
+    [[nodiscard]] bool isForeign() const { return foreign_; }
+    /// Whether saves are refused with kKmReadOnly.
+    [[nodiscard]] bool isReadOnly() const {
+        return mode_ == OpenMode::ReadOnly || (foreign_ && mode_ != OpenMode::AdoptForeign);
+    }
     /// Whether the last change was saved.
     [[nodiscard]] bool isSaved() const { return saved_; }
     /// Whether a missing seed simply fails the log-in instead of asking the user for keystrokes. Off at first.
@@ -169,7 +185,8 @@ class KeyManager {
     [[nodiscard]] KeyManagerResult addNewKey(KeyType use, const PrivateKey& key);
 
     // --- Generation of keys for the user. Each generates a key, takes it into its role and saves everything; a failure
-    // or a stop changes nothing. kKmCancelled when a hook ends it, kKmKeyTooShort, kKmAlgorithmNotSupported,
+    // or a stop changes nothing, but a key that could not be saved is kept aside until it is saved or dropped: it took
+    // minutes, and its cause may pass. kKmCancelled when a hook ends it, kKmKeyTooShort, kKmAlgorithmNotSupported,
     // kKmGenerationFailed, kKmRsaFailed, kKmNoSeed, and what saving answers.
 
     /// An RSA key of 2048 bits or more; for a signing key the scheme (rsa or rsaPss) is remembered in the
@@ -181,6 +198,12 @@ class KeyManager {
     /// An EC key for signing, its domain by name or written out.
     [[nodiscard]] KeyManagerResult generateECDsaUserKey(KeyType use, StdECId curve, bool explicitDomain,
                                                         const KeyGenHooks& hooks = {});
+
+    /// The use of a generated key that could not be saved; nothing when there is none.
+    [[nodiscard]] std::optional<KeyType> unsavedKey() const;
+    /// Tries to save it again; as addNewKey.
+    [[nodiscard]] KeyManagerResult saveUnsavedKey();
+    void dropUnsavedKey() { unsaved_.reset(); }
 
     /// A certification request (PKCS#10, RFC 2986) for the key of a use, signed with that key by scheme and hash, in
     /// PEM (lines end in CR LF) or DER. Without a subject it is that of the user's certificate, else CN=<profile name>.
@@ -197,9 +220,10 @@ class KeyManager {
     [[nodiscard]] CertPtr encryptionCertificate() const;
     /// Pairs a certificate with the key that it belongs to; the caller saves. kKmNoKeyForCertificate; kKmRoleTaken when
     /// its use belongs to another key; for a key that has a certificate: one of the same name is replaced by a newer
-    /// one, else kKmCertificateExists; under another name kKmKeyHasTwoNames unless option 13 allows it.
+    /// one (one that is valid now stays beside one that is not), else kKmCertificateExists; under another name
+    /// kKmKeyHasTwoNames unless option 13 allows it.
     [[nodiscard]] KeyManagerResult installUserCrt(const CertPtr& certificate);
-    /// Takes the last installation back, unless something was saved or installed since.
+    /// Takes the installations since the last save back.
     void undoInstallUserCrt();
 
     // --- Trust points
@@ -210,6 +234,9 @@ class KeyManager {
     /// Adds a trust point of the user; the caller saves. kKmNoCaCertificate, kKmBadSignature, kKmTrustPointExists,
     /// kKmTrustPointRefused.
     [[nodiscard]] KeyManagerResult addTrustedCA(const CertPtr& certificate);
+    /// Certificates of authorities that another program kept in the file, which are ordinary until addTrustedCA takes
+    /// them.
+    [[nodiscard]] CertList trustCandidates() const;
     /// Deletes a trust point of the user (`flag` 1, TrustPointFlag::User) from the configuration and from the key
     /// store; the caller saves. kKmNotOnThisMedium for one that cannot be deleted; one that is gone already is kKmOk.
     [[nodiscard]] KeyManagerResult delTrustedCA(const CertPtr& certificate, int flag);
@@ -236,6 +263,14 @@ class KeyManager {
     [[nodiscard]] bool recertificationAllowed() const;
     void takeRecord(const std::shared_ptr<const CRVCfgFile>& record);
     void copyUserUnqualifiedTrustedCA();
+    struct NewKey {
+        KeyType use;
+        KeyScheme scheme;
+        KcHashAlgo hash;
+        PrivateKey key;
+    };
+
+    [[nodiscard]] KeyManagerResult saveNewKey(const NewKey& generated);
     [[nodiscard]] KeyManagerResult keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
                                                  const std::function<PrivateKey()>& generate);
     [[nodiscard]] DistinguishedName requestSubject() const;
@@ -254,12 +289,15 @@ class KeyManager {
     std::unique_ptr<StoredFile> stored_;              // the security file as last read or written; null: not at all
     std::shared_ptr<const CRVCfgFile> deviceRecord_;  // a device's record as last read or written; null: it had none
     std::unique_ptr<KeyStoreContents> beforeInstall_;
+    std::optional<NewKey> unsaved_;
     SecretBytes signedConfiguration_;  // a configuration still to be verified
     std::function<bool()> progress_;
     TrustPoints trust_;
     Generators generators_;
     RandomBridge random_;
 
+    OpenMode mode_ = OpenMode::LogIn;
+    bool foreign_ = false;
     bool saved_ = false;
     bool seedingSuppressed_ = false;
     bool recordTaken_ = false;  // the configuration manager's record is this key store's

@@ -7,6 +7,7 @@
 #include "crypto/crypto_error.h"
 #include "crypto/sign_algo_map.h"
 #include "keystore/key_manager.h"
+#include "keystore/key_store_media.h"
 #include "misc/base64_file.h"
 #include "misc/exceptions.h"
 
@@ -66,24 +67,44 @@ Bytes requestPem(ByteView der) {
 KeyManagerResult KeyManager::keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
                                            const std::function<PrivateKey()>& generate) {
     VTEST(!hasKey(use), kKeyManagerPlace);
-    std::optional<PrivateKey> key;
+    if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
+    if (!generators_.refresh()) return kKmNoSeed;
     try {
-        key = generate();
+        unsaved_ = NewKey{use, scheme, hooks.forcedHash, generate()};
     } catch (const CryptoError& error) {
         return resultOf(error.failure(), isRsa(scheme));
     }
-    if (const KeyManagerResult ready = hooks.beforeSave ? hooks.beforeSave() : kKmOk; ready != kKmOk) return ready;
+    const KeyManagerResult ready = hooks.beforeSave ? hooks.beforeSave() : kKmOk;
+    return ready == kKmOk ? saveUnsavedKey() : ready;
+}
+
+std::optional<KeyType> KeyManager::unsavedKey() const {
+    return unsaved_ ? std::optional(unsaved_->use) : std::nullopt;
+}
+
+KeyManagerResult KeyManager::saveUnsavedKey() {
+    VTEST(unsaved_, kKeyManagerPlace);
+    const KeyManagerResult result = saveNewKey(*unsaved_);
+    if (result == kKmOk) unsaved_.reset();
+    return result;
+}
+
+KeyManagerResult KeyManager::saveNewKey(const NewKey& generated) {
     const auto record = configuration().sharedRecord();
     const bool changed = configuration().isRecordChanged();
-    const auto algorithm = signAlgorithm(scheme, record->getHashAlgo(scheme));
-    if (use != KeyType::Encryption && algorithm)
-        configuration().editRecord().setSignaturaAlgorithmIdentifier(*algorithm);
+    const KcHashAlgo hash = generated.hash == KcHashAlgo::None ? record->getHashAlgo(generated.scheme) : generated.hash;
+    const auto algorithm = signAlgorithm(generated.scheme, hash);
+    if (generated.use != KeyType::Encryption && algorithm) {
+        CRVCfgFile& edited = configuration().editRecord();
+        if (generated.hash != KcHashAlgo::None) edited.setHashAlgo(hash);
+        edited.setSignaturaAlgorithmIdentifier(*algorithm);
+    }
     const auto undo = [&] {
         configuration().setRecord(record);
         configuration().setRecordChanged(changed);
     };
     try {
-        const KeyManagerResult result = addNewKey(use, *key);
+        const KeyManagerResult result = addNewKey(generated.use, generated.key);
         if (result != kKmOk) undo();
         return result;
     } catch (...) {
@@ -122,6 +143,8 @@ DistinguishedName KeyManager::requestSubject() const {
 KeyManagerResult KeyManager::prepareCrtRequest(KeyType use, const CrtRequestParams& params, Bytes& out) {
     const PrivateKey* key = use == KeyType::Encryption ? encryptionKey() : signingKey();
     if (!key) return kKmKeyNotFound;
+    // A key that is tied to RSA-PSS makes no other signature, its own request's included (RFC 4055 1.2).
+    if (params.forcedPss != KcHashAlgo::None && params.scheme != KeyScheme::RsaPss) return kKmHashNotSupported;
     if (!isHashSupported(params.scheme, params.hash) ||
         !isSignAlgoValidForKeyLength(params.scheme, params.hash, key->publicKey().bits()))
         return kKmHashNotSupported;

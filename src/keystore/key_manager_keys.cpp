@@ -71,7 +71,7 @@ CertPtr KeyManager::encryptionCertificate() const {
 KeyManagerResult KeyManager::installUserCrt(const CertPtr& certificate) {
     auto before = std::make_unique<KeyStoreContents>(contents_);
     const KeyManagerResult result = pairCertificate(contents_, certificate, recertificationAllowed());
-    if (result == kKmOk) beforeInstall_ = std::move(before);
+    if (result == kKmOk && !beforeInstall_) beforeInstall_ = std::move(before);
     return result;
 }
 

@@ -62,7 +62,8 @@ namespace crv {
       "the file's protection is unknown here or has too many rounds")                                         \
     X(kKmStopped, 67, ECRV_ACTION_CANCELLED, "the user stopped the opening")                                  \
     X(kKmLockFailed, 70, ECRV_LOCK, "the lock on the security file cannot be had or given back")              \
-    X(kKmLockGivenUp, 71, ECRV_LOCK, "the wait for the lock was ended")
+    X(kKmLockGivenUp, 71, ECRV_LOCK, "the wait for the lock was ended")                                       \
+    X(kKmReadOnly, 72, ECRV_SFT_WRITE, "the key store was opened for reading only")
 
 #define CRV_KM_RESULT(name, number, library, meaning) name = (number),
 enum KeyManagerResult : int { KEY_MANAGER_RESULTS(CRV_KM_RESULT) };

@@ -19,6 +19,7 @@ KeyStoreContents KeyManager::currentContents() const {
 
 KeyManagerResult KeyManager::saveKey(const SecretText& password, int flags) {
     VTEST(media().hasSecurityFile(), kKeyManagerPlace);
+    if (isReadOnly()) return kKmReadOnly;
     // A record that was not verified yet would be lost.
     if (!signedConfiguration_.empty()) return kKmConfigurationSignature;
     const bool newPassword = (flags & kSaveNewPassword) != 0;
@@ -46,7 +47,10 @@ KeyManagerResult KeyManager::mergeWithDisk(const SecretText* password, KeyStoreC
     if (stored_ && octets == stored_->octets) return kKmOk;
     SecretText current;
     if (!password && askPin(current) != kKmOk) return kKmWriteFailed;
-    return mergeWithFile(stored_.get(), octets, password ? *password : current, !ignoresSecurityFile(), contents);
+    bool foreign = false;
+    const KeyManagerResult merged =
+        mergeWithFile(stored_.get(), octets, password ? *password : current, !ignoresSecurityFile(), contents, foreign);
+    return merged == kKmOk && foreign && !media().keepOriginal(octets) ? kKmWriteFailed : merged;
 }
 
 KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const SecretText& password) {
@@ -55,10 +59,12 @@ KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const Secr
     Bytes octets;
     if (const KeyManagerResult built = buildSecurityFile(contents, password, salt, octets); built != kKmOk)
         return built;
+    if (foreign_ && !media().keepOriginal(stored_->octets)) return kKmWriteFailed;
     // Everything that may fail comes before the write, so that memory and file never disagree.
     auto state = std::make_unique<StoredFile>(StoredFile{octets, contents});
     if (const KeyManagerResult written = media().writeFile(octets); written != kKmOk) return written;
     stored_ = std::move(state);
+    foreign_ = false;
     if (contents.configuration) takeRecord(contents.configuration);
     configuration().setRecordChanged(false);
     contents_ = std::move(contents);
@@ -91,6 +97,7 @@ KeyManagerResult KeyManager::saveConfiguration() {
         const KeyManagerResult asked = askPin(pin);
         return asked == kKmOk ? saveKey(pin, 0) : asked;
     }
+    if (isReadOnly()) return kKmReadOnly;
     const auto record = configuration().sharedRecord();
     KeyStoreContents contents;
     contents.configuration = record;

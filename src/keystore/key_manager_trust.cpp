@@ -1,9 +1,12 @@
 // The key manager's trust points.
+#include <algorithm>
+
 #include "asn/x509/signed_certificate.h"
 #include "config/configuration_manager.h"
 #include "config/context_services.h"
 #include "corvane/crvprofile.h"
 #include "keystore/key_manager.h"
+#include "keystore/key_pairing.h"
 #include "keystore/key_store_media.h"
 #include "misc/exceptions.h"
 #include "misc/path.h"
@@ -28,8 +31,17 @@ KeyManagerResult KeyManager::addTrustedCA(const CertPtr& certificate) {
     list.push_back(toBytes(encodingOf(*certificate)));
     record.setTrustedCAs(list);
     contents_.trustedCerts.push_back(certificate);
+    removeFrom(contents_.userCerts, *certificate);
+    markOrdinary(contents_.certAttributes, *certificate, false);
     saved_ = false;
     return kKmOk;
+}
+
+CertList KeyManager::trustCandidates() const {
+    CertList candidates;
+    std::ranges::copy_if(contents_.userCerts, std::back_inserter(candidates),
+                         [&](const CertPtr& one) { return isOrdinary(contents_.certAttributes, *one); });
+    return candidates;
 }
 
 KeyManagerResult KeyManager::delTrustedCA(const CertPtr& certificate, int flag) {

@@ -1,9 +1,14 @@
 #include "keystore/key_pairing.h"
 
 #include <algorithm>
+#include <ctime>
+#include <functional>
 
+#include "asn/asn_primitives.h"
+#include "asn/pkcs/attribute.h"
 #include "asn/pkcs/private_key_info.h"
 #include "asn/x509/signed_certificate.h"
+#include "config/config_oids.h"
 #include "keystore/security_file.h"
 
 namespace crv {
@@ -33,36 +38,62 @@ class RoleGiver {
     KeyRole taken_ = KeyRole::Further;
 };
 
-void sortCertificates(const CertList& certificates, KeyStoreContents& out) {
-    for (const CertPtr& certificate : certificates) {
+/// What another program put into its file is trusted when the user says so, not before.
+void sortCertificates(const LoadedSecurityFile& file, KeyStoreContents& out) {
+    for (const CertPtr& certificate : file.certificates) {
         const bool paired = out.findKey(certificate->computeKeyIdentifierSha1Hash()) != nullptr;
-        const bool trusted = !paired && certificate->isCaCrt() && certificate->isSelfIssued();
+        const bool root = !paired && certificate->isCaCrt() && certificate->isSelfIssued();
+        if (root && file.foreign) markOrdinary(out.certAttributes, *certificate, true);
+        const bool trusted = root && !isOrdinary(out.certAttributes, *certificate);
         (trusted ? out.trustedCerts : out.userCerts).push_back(certificate);
     }
 }
 
+/// Our own word about a key comes before its certificate's. Other programs set the attribute for reasons of their own
+/// (0x10 on keys that sign), so in their files the certificate comes first.
 void giveRoles(const LoadedSecurityFile& file, KeyStoreContents& out) {
+    using Source = std::function<std::optional<KeyRole>(size_t)>;
+    const Source attribute = [&](size_t i) {
+        return file.keys[i].use ? std::optional(roleOfUse(*file.keys[i].use)) : std::nullopt;
+    };
+    const Source certificate = [&](size_t i) {
+        const CertPtr paired = out.certificateOf(out.keys[i].key.keyId());
+        return paired ? roleOfCertificate(*paired) : std::nullopt;
+    };
     RoleGiver giver;
-    std::vector<StoredKey*> undecided;
-    for (size_t i = 0; i < out.keys.size(); ++i)
-        if (file.keys[i].use) giver.give(out.keys[i], roleOfUse(*file.keys[i].use));
-    for (size_t i = 0; i < out.keys.size(); ++i) {
-        if (file.keys[i].use) continue;
-        const CertPtr certificate = out.certificateOf(out.keys[i].key.keyId());
-        const auto role = certificate ? roleOfCertificate(*certificate) : std::nullopt;
-        if (role) {
-            giver.give(out.keys[i], *role);
-        } else {
-            undecided.push_back(&out.keys[i]);
+    std::vector<bool> decided(out.keys.size());
+    const auto giveBy = [&](const Source& source) {
+        for (size_t i = 0; i < out.keys.size(); ++i) {
+            const auto role = decided[i] ? std::nullopt : source(i);
+            if (role) giver.give(out.keys[i], *role);
+            decided[i] = decided[i] || role;
         }
-    }
-    for (StoredKey* key : undecided) {
+    };
+    giveBy(file.foreign ? certificate : attribute);
+    giveBy(file.foreign ? attribute : certificate);
+    giveBy([&](size_t) {
         const KeyRole free = giver.free();
-        giver.give(*key, shares(free, KeyRole::Signing) ? KeyRole::Signing : free);
-    }
+        return shares(free, KeyRole::Signing) ? KeyRole::Signing : free;
+    });
 }
 
 }  // namespace
+
+bool isOrdinary(const CertAttributes& attributes, const SignedCertificate& certificate) {
+    Attributes held;
+    const auto found = attributes.find(toBytes(encodingOf(certificate)));
+    return found != attributes.end() && held.readExactly(found->second) && held.find(OID_CRV_BAG_ORDINARY);
+}
+
+void markOrdinary(CertAttributes& attributes, const SignedCertificate& certificate, bool ordinary) {
+    Bytes encoding = toBytes(encodingOf(certificate));
+    Attributes held;
+    held.addEncoded(attributes[encoding]);
+    if (ordinary) held.set(OID_CRV_BAG_ORDINARY, ASNnull());
+    Bytes kept = ordinary ? held.encoded() : held.encodedWithout(OID_CRV_BAG_ORDINARY);
+    attributes.erase(encoding);
+    if (!kept.empty()) attributes.emplace(std::move(encoding), std::move(kept));
+}
 
 bool hasTwoNames(const KeyStoreContents& contents) {
     const auto clash = [](const CertPtr& a, const CertPtr& b) {
@@ -87,13 +118,13 @@ KeyManagerResult analyzeKeysAndCerts(const LoadedSecurityFile& file, bool recert
     KeyStoreContents contents;
     for (const LoadedSecurityFile::Key& key : file.keys)
         contents.keys.push_back({key.key, KeyRole::Further, key.attributes, key.bagAttributes});
-    sortCertificates(file.certificates, contents);
+    contents.certAttributes = file.certAttributes;
+    sortCertificates(file, contents);
     if (!recertification && hasTwoNames(contents)) return kKmKeyHasTwoNames;
     giveRoles(file, contents);
     sortByRole(contents.keys);
     contents.configuration = file.configuration;
     contents.seed = file.seed;
-    contents.certAttributes = file.certAttributes;
     contents.others = file.others;
     out = std::move(contents);
     return kKmOk;
@@ -111,13 +142,16 @@ KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& cert
     for (const StoredKey& other : contents.keys)
         if (&other != &*key && shares(other.role, wanted)) return kKmRoleTaken;
 
+    const int64_t now = std::time(nullptr);
     CertList kept;
     for (const CertPtr& old : contents.userCerts) {
         const bool sameKey = old->computeKeyIdentifierSha1Hash() == id;
         const bool sameName = sameKey && old->subject() == certificate->subject();
         if (sameKey && !sameName && !recertification) return kKmKeyHasTwoNames;
-        if (sameName && !isNewer(*certificate, *old)) return kKmCertificateExists;
-        if (!sameName) kept.push_back(old);
+        const bool valid = certificate->isValidAt(now), oldValid = old->isValidAt(now);
+        if (sameName && !isNewer(*certificate, *old) && (oldValid || !valid)) return kKmCertificateExists;
+        // One that is valid now goes only for another one that is.
+        if (!sameName || (oldValid && !valid)) kept.push_back(old);
     }
     kept.push_back(certificate);
     contents.userCerts = std::move(kept);

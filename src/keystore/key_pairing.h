@@ -14,10 +14,16 @@ struct LoadedSecurityFile;
 
 /// Sorts the certificates of a file, pairs them with its keys and decides which key signs and which decrypts: as the
 /// file says; else as the keyUsage of the paired certificate says; else the first key signs and the second, when it is
-/// RSA, decrypts. A certificate that no key is paired with is trusted when it is the self-issued one of an authority.
-/// kKmKeyHasTwoNames: a key is certified under two names and `recertification` does not allow that.
+/// RSA, decrypts. A certificate that no key is paired with is trusted when it is the self-issued one of an authority
+/// and does not carry the mark of an ordinary one; in another program's file all of them get that mark, and the
+/// keyUsage of a paired certificate comes before what the file says of the key. kKmKeyHasTwoNames: a key is certified
+/// under two names and `recertification` does not allow that.
 [[nodiscard]] KeyManagerResult analyzeKeysAndCerts(const LoadedSecurityFile& file, bool recertification,
                                                    KeyStoreContents& out);
+
+/// The mark that keeps an authority's certificate from being a trust point: an attribute of its bag.
+[[nodiscard]] bool isOrdinary(const CertAttributes& attributes, const SignedCertificate& certificate);
+void markOrdinary(CertAttributes& attributes, const SignedCertificate& certificate, bool ordinary);
 
 /// Whether a key is certified under two names.
 [[nodiscard]] bool hasTwoNames(const KeyStoreContents& contents);

@@ -1,6 +1,7 @@
 #include "keystore/key_store_contents.h"
 
 #include <algorithm>
+#include <ctime>
 
 #include "asn/x509/signed_certificate.h"
 #include "config/config_oids.h"
@@ -19,15 +20,48 @@ auto findIn(List& list, const typename List::value_type& item, Same same) {
     return std::ranges::find_if(list, [&](const auto& other) { return same(item, other); });
 }
 
-/// What `theirs` holds, without what we deleted since `base`, with what we added.
-template <class List, class Same>
-List mergeLists(const List& base, const List& mine, const List& theirs, Same same) {
+constexpr auto kAlways = [](const auto&, const auto&) { return true; };
+constexpr auto kNever = [](const auto&, const auto&) { return false; };
+
+/// What `theirs` holds and what `mine` does. An item of `base` that one of them lacks goes only when that list's owner
+/// can have deleted it: an older copy of the file lacks much that nobody deleted.
+template <class List, class Same, class Deletable = decltype(kAlways)>
+List mergeLists(const List& base, const List& mine, const List& theirs, Same same, Deletable deletable = {}) {
     const auto in = [&](const List& list, const auto& item) { return findIn(list, item, same) != list.end(); };
+    const auto gone = [&](const List& list, const auto& item) {
+        return in(base, item) && !in(list, item) && deletable(list, item);
+    };
     List merged;
     for (const auto& item : theirs)
-        if (in(mine, item) || !in(base, item)) merged.push_back(item);
+        if (!gone(mine, item)) merged.push_back(item);
     for (const auto& item : mine)
-        if (!in(base, item) && !in(theirs, item)) merged.push_back(item);
+        if (!in(theirs, item) && !gone(theirs, item)) merged.push_back(item);
+    return merged;
+}
+
+/// A user's certificate goes only when a newer one of the same key and name takes its place.
+bool isReplaced(const CertList& list, const CertPtr& old) {
+    return std::ranges::any_of(list, [&](const CertPtr& other) {
+        return other->computeKeyIdentifierSha1Hash() == old->computeKeyIdentifierSha1Hash() &&
+               other->subject() == old->subject() && isNewer(*other, *old);
+    });
+}
+
+/// Attributes of a bag that we changed since `base` are ours.
+CertAttributes mergeAttributes(const CertAttributes& base, const CertAttributes& mine, const CertAttributes& theirs) {
+    const auto get = [](const CertAttributes& from, const Bytes& certificate) {
+        const auto found = from.find(certificate);
+        return found == from.end() ? Bytes() : found->second;
+    };
+    CertAttributes merged = theirs;
+    for (const auto* from : {&base, &mine}) {
+        for (const auto& [certificate, unused] : *from) {
+            const Bytes ours = get(mine, certificate);
+            if (ours == get(base, certificate) && merged.contains(certificate)) continue;
+            merged.erase(certificate);
+            if (!ours.empty()) merged.emplace(certificate, ours);
+        }
+    }
     return merged;
 }
 
@@ -125,26 +159,34 @@ const StoredKey* KeyStoreContents::findKey(const KeyId& id) const {
 }
 
 CertPtr KeyStoreContents::certificateOf(const KeyId& id) const {
-    CertPtr newest;
+    const int64_t now = std::time(nullptr);
+    CertPtr best;
     for (const CertPtr& certificate : userCerts) {
-        if (certificate->computeKeyIdentifierSha1Hash() == id && (!newest || isNewer(*certificate, *newest)))
-            newest = certificate;
+        if (!(certificate->computeKeyIdentifierSha1Hash() == id)) continue;
+        const bool valid = certificate->isValidAt(now);
+        const bool bestValid = best && best->isValidAt(now);
+        if (!best || (valid == bestValid ? isNewer(*certificate, *best) : valid)) best = certificate;
     }
-    return newest;
+    return best;
 }
 
 KeyStoreContents mergeContents(const KeyStoreContents& base, const KeyStoreContents& mine,
                                const KeyStoreContents& theirs) {
     KeyStoreContents merged;
-    merged.keys = mergeLists(base.keys, mine.keys, theirs.keys, kSameKey);
+    merged.keys = mergeLists(base.keys, mine.keys, theirs.keys, kSameKey, kNever);
     settleRoles(merged.keys, base.keys, mine.keys);
-    merged.userCerts = mergeLists(base.userCerts, mine.userCerts, theirs.userCerts, kSameCert);
-    merged.trustedCerts = mergeLists(base.trustedCerts, mine.trustedCerts, theirs.trustedCerts, kSameCert);
+    merged.userCerts = mergeLists(base.userCerts, mine.userCerts, theirs.userCerts, kSameCert, isReplaced);
+    const auto users = base.configuration ? base.configuration->getTrustedCAs() : Certificates();
+    const auto deletable = [&](const CertList&, const CertPtr& point) {
+        return !base.configuration || std::ranges::find(users, toBytes(encodingOf(*point))) != users.end();
+    };
+    merged.trustedCerts = mergeLists(base.trustedCerts, mine.trustedCerts, theirs.trustedCerts, kSameCert, deletable);
+    // What one of them made a trust point is no ordinary certificate any more.
+    std::erase_if(merged.userCerts, [&](const CertPtr& one) { return contains(merged.trustedCerts, *one); });
     merged.configuration = mergeRecords(base.configuration, mine.configuration, theirs.configuration);
     merged.seed = mine.seed;
-    merged.certAttributes = theirs.certAttributes;
-    merged.certAttributes.insert(mine.certAttributes.begin(), mine.certAttributes.end());
-    merged.others = mergeLists(base.others, mine.others, theirs.others, std::equal_to<>());
+    merged.certAttributes = mergeAttributes(base.certAttributes, mine.certAttributes, theirs.certAttributes);
+    merged.others = mergeLists(base.others, mine.others, theirs.others, std::equal_to<>(), kNever);
     sortByRole(merged.keys);
     return merged;
 }

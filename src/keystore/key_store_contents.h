@@ -52,6 +52,9 @@ using RbgSeed = SecretArray<20>;
 /// The signing key first, then the encryption key, then the rest as they stand.
 void sortByRole(std::vector<StoredKey>& keys);
 
+/// By a certificate's encoding: attributes of its bag but localKeyId.
+using CertAttributes = std::map<Bytes, Bytes>;
+
 /// Copies share keys, certificates and the record, which nobody changes once it stands here.
 struct KeyStoreContents {
     std::vector<StoredKey> keys;
@@ -59,21 +62,23 @@ struct KeyStoreContents {
     CertList trustedCerts;  ///< trusted certificates kept with the keys
     std::shared_ptr<const CRVCfgFile> configuration;  ///< null: the store keeps none
     std::optional<RbgSeed> seed;
-    std::map<Bytes, Bytes> certAttributes;  ///< by a certificate's encoding: attributes of its bag but localKeyId
-    std::vector<SecretBytes> others;        ///< encodings of bags that nobody here understands, kept as they are
+    CertAttributes certAttributes;
+    std::vector<SecretBytes> others;  ///< encodings of bags that nobody here understands, kept as they are
 
     /// The key that has the role (or both), null when none has.
     [[nodiscard]] const StoredKey* keyInRole(KeyRole role) const;
     /// The key with the identifier, or null.
     [[nodiscard]] const StoredKey* findKey(const KeyId& id) const;
-    /// The newest of the user's certificates for the key; null when it has none.
+    /// The newest of the user's certificates for the key, first of all of those that are valid now; null when it has
+    /// none.
     [[nodiscard]] CertPtr certificateOf(const KeyId& id) const;
 };
 
 /// Brings two descendants of one ancestor together: what `mine` added, changed or deleted since `base` wins, everything
 /// else is as in `theirs`. Keys, certificates and the record's fields are compared one by one, in the record's lists of
-/// certificates, policies and accepted key usages each entry. No key is lost: of two keys that claim one role ours gets
-/// it, the other becomes a further key. The seed is ours.
+/// certificates, policies and accepted key usages each entry. Only what can be deleted is ever dropped: keys never, the
+/// user's certificates when a newer one takes their place, trust points of the user. Of two keys that claim one role
+/// ours gets it, the other becomes a further key. The seed is ours.
 [[nodiscard]] KeyStoreContents mergeContents(const KeyStoreContents& base, const KeyStoreContents& mine,
                                              const KeyStoreContents& theirs);
 

@@ -24,17 +24,20 @@ KeyManagerResult underLock(const KeyStoreAccess& access, const std::function<Key
 
 }  // namespace
 
-KeyStoreLock::KeyStoreLock(const KeyStoreAccess& access)
-    : semaphore_(access.configuration.securityFileLockName(), hasNoLock(access.configuration)), wait_(access.wait) {}
+KeyStoreLock::KeyStoreLock(const KeyStoreAccess& access, int mode)
+    : semaphore_(access.configuration.securityFileLockName(), hasNoLock(access.configuration),
+                 access.configuration.keyMedium() == KeyMedium::File ? access.configuration.securityFileName() : ""),
+      wait_(access.wait),
+      mode_(mode) {}
 
 KeyManagerResult KeyStoreLock::take() {
-    if (semaphore_.pCond(kExclusiveLock) != 0) return kKmOk;
+    if (semaphore_.pCond(mode_) != 0) return kKmOk;
     if (wait_.begins) wait_.begins();
-    if (!wait_.goOn) return semaphore_.p(kExclusiveLock) != 0 ? kKmOk : kKmLockFailed;
+    if (!wait_.goOn) return semaphore_.p(mode_) != 0 ? kKmOk : kKmLockFailed;
     // Who may give up cannot stand in the queue: the system waits there for the lock or a signal, nothing else.
-    while (semaphore_.canBeOpened(kExclusiveLock) && !processEnding()) {
+    while (possible() && !processEnding()) {
         if (!wait_.goOn()) return kKmLockGivenUp;
-        if (semaphore_.pCond(kExclusiveLock) != 0) return kKmOk;
+        if (semaphore_.pCond(mode_) != 0) return kKmOk;
         std::this_thread::sleep_for(kLookPeriod);
     }
     return kKmLockFailed;
@@ -45,11 +48,15 @@ KeyManagerResult KeyStoreLock::release(KeyManagerResult work) {
     return released || work != kKmOk ? work : kKmLockFailed;
 }
 
-KeyManagerResult openKeyStore(const KeyStoreAccess& access, bool readAdditional, const std::function<bool()>& ready) {
-    KeyStoreLock lock(access);
+KeyManagerResult openKeyStore(const KeyStoreAccess& access, OpenMode mode, bool readAdditional,
+                              const std::function<bool()>& ready) {
+    // Somebody else's lock file that we may only read still keeps writers out while we read.
+    if (mode == OpenMode::LogIn && !KeyStoreLock(access).possible() && KeyStoreLock(access, kSharedLock).possible())
+        mode = OpenMode::ReadOnly;
+    KeyStoreLock lock(access, mode == OpenMode::ReadOnly ? kSharedLock : kExclusiveLock);
     if (const KeyManagerResult taken = lock.take(); taken != kKmOk) return taken;
-    const KeyManagerResult result =
-        lock.release(ready && !ready() ? kKmCancelled : access.keys.initProfile(0, readAdditional));
+    const KeyManagerResult result = lock.release(
+        ready && !ready() ? kKmCancelled : access.keys.initProfile(static_cast<int>(mode), readAdditional));
     if (result == kKmLockFailed) access.keys.deinitProfile();
     return result;
 }
@@ -62,10 +69,15 @@ KeyManagerResult changeKeyStorePassword(const KeyStoreAccess& access, const Secr
     return underLock(access, [&] { return access.keys.changePin({}, newPassword); });
 }
 
-KeyManagerResult generateIntoKeyStore(const KeyStoreAccess& access, std::function<bool()> progress,
+KeyManagerResult saveUnsavedKey(const KeyStoreAccess& access) {
+    return underLock(access, [&] { return access.keys.saveUnsavedKey(); });
+}
+
+KeyManagerResult generateIntoKeyStore(const KeyStoreAccess& access, KeyGenHooks hooks,
                                       const std::function<KeyManagerResult(const KeyGenHooks& hooks)>& generate) {
     KeyStoreLock lock(access);
-    return lock.release(generate({std::move(progress), [&] { return lock.take(); }}));
+    hooks.beforeSave = [&lock] { return lock.take(); };
+    return lock.release(generate(hooks));
 }
 
 }  // namespace crv

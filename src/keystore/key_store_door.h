@@ -24,12 +24,14 @@ struct KeyStoreAccess {
     LockWait wait = {};
 };
 
-/// The exclusive lock on the key store of the current profile. Where a card, a provider or memory keeps the keys, and
+/// The lock on the key store of the current profile. Where a card, a provider or memory keeps the keys, and
 /// where nothing names a lock file, there is nothing to lock, and every operation succeeds.
 class KeyStoreLock {
   public:
-    explicit KeyStoreLock(const KeyStoreAccess& access);
+    explicit KeyStoreLock(const KeyStoreAccess& access, int mode = kExclusiveLock);
 
+    /// Whether the lock file can be opened for that: else waiting is in vain.
+    [[nodiscard]] bool possible() const { return semaphore_.canBeOpened(mode_); }
     /// kKmLockFailed; kKmLockGivenUp when the wait was ended.
     [[nodiscard]] KeyManagerResult take();
     /// Gives a lock back that is held. The result of the work under it; after a success kKmLockFailed when the lock
@@ -39,11 +41,13 @@ class KeyStoreLock {
   private:
     FileSemaphore semaphore_;
     const LockWait& wait_;
+    int mode_;
 };
 
-/// Log-in with the PINs of the cache (KeyManager::initProfile). `ready` is asked under the lock; false ends it with
+/// Log-in with the PINs of the cache (KeyManager::initProfile). A lock that others can only read is held with them, and
+/// the key store is opened for reading only. `ready` is asked under the lock; false ends it with
 /// kKmCancelled. A lock that cannot be released closes the key store again.
-[[nodiscard]] KeyManagerResult openKeyStore(const KeyStoreAccess& access, bool readAdditional,
+[[nodiscard]] KeyManagerResult openKeyStore(const KeyStoreAccess& access, OpenMode mode, bool readAdditional,
                                             const std::function<bool()>& ready = {});
 
 /// Saves keys and configuration (KeyManager::saveConfiguration).
@@ -52,9 +56,12 @@ class KeyStoreLock {
 /// Enciphers the key store under a new password (KeyManager::changePin).
 [[nodiscard]] KeyManagerResult changeKeyStorePassword(const KeyStoreAccess& access, const SecretText& newPassword);
 
-/// Runs a generation of the key manager, which gets hooks that take the lock when the key is there, to save it.
+/// Saves a generated key that could not be saved before (KeyManager::saveUnsavedKey).
+[[nodiscard]] KeyManagerResult saveUnsavedKey(const KeyStoreAccess& access);
+
+/// Runs a generation of the key manager with the hooks, of which `beforeSave` becomes the taking of the lock.
 [[nodiscard]] KeyManagerResult generateIntoKeyStore(
-    const KeyStoreAccess& access, std::function<bool()> progress,
+    const KeyStoreAccess& access, KeyGenHooks hooks,
     const std::function<KeyManagerResult(const KeyGenHooks& hooks)>& generate);
 
 }  // namespace crv

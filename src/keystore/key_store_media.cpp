@@ -71,6 +71,10 @@ KeyManagerResult KeyStoreMedia::writeFile(ByteView) {
     return kKmNotOnThisMedium;
 }
 
+bool KeyStoreMedia::keepOriginal(ByteView) {
+    return true;
+}
+
 KeyManagerResult KeyStoreMedia::readConfiguration(Bytes& record) {
     record.clear();
     return kKmOk;

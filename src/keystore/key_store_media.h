@@ -44,6 +44,9 @@ class KeyStoreMedia {
     /// Replaces it. kKmOpenFailed, kKmWriteFailed.
     [[nodiscard]] virtual KeyManagerResult writeFile(ByteView octets);
 
+    /// Keeps the octets of a file that another program wrote beside it, before it is replaced for the first time.
+    [[nodiscard]] virtual bool keepOriginal(ByteView octets);
+
     /// Device start.
     [[nodiscard]] virtual KeyManagerResult start() { return kKmOk; }
     /// Log-in to a medium without a security file.

@@ -40,7 +40,20 @@ class DiskFileMedia final : public FileMedia {
         }
     }
 
+    bool keepOriginal(ByteView octets) override {
+        for (int copy = 1; copy <= kMostOriginals; ++copy) {
+            const std::string name = path_ + ".orig" + (copy == 1 ? "" : "." + std::to_string(copy));
+            struct stat info {};
+            if (fileOps().lstat(name, &info) == 0) continue;
+            if (errno != ENOENT) return false;
+            return writeFileAtomically(name, octets, {.mode = WriteMode::Secret}).failed == WriteStep::None;
+        }
+        return false;
+    }
+
   private:
+    static constexpr int kMostOriginals = 99;
+
     std::string path_;
 };
 

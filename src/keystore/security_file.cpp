@@ -94,6 +94,23 @@ KeyManagerResult takeKeys(PfxContents& contents, LoadedSecurityFile& out) {
     return unknown && out.keys.empty() ? kKmUnknownKeyAlgorithm : kKmOk;
 }
 
+/// The attributes of two bags of one certificate; a type that both have gets the values of both.
+Bytes unitedAttributes(ByteView first, ByteView second) {
+    Attributes all, more;
+    all.addEncoded(first);
+    more.addEncoded(second);
+    for (const Attribute& attribute : more) {
+        const auto same = std::ranges::find_if(all, [&](const Attribute& one) { return one.type == attribute.type; });
+        if (same == all.end()) {
+            all.add(attribute);
+            continue;
+        }
+        for (const ASNany& value : attribute.values)
+            if (std::ranges::find(same->values, value) == same->values.end()) same->values.add(value);
+    }
+    return all.encoded();
+}
+
 void takeCertificates(const PfxContents& contents, LoadedSecurityFile& out) {
     for (const PfxContents::Certificate& bag : contents.certificates) {
         CertPtr certificate = makeCert(bag.certificate);
@@ -101,7 +118,10 @@ void takeCertificates(const PfxContents& contents, LoadedSecurityFile& out) {
             keepBag(OID_PKCS12_CERT_BAG, certificateBag(bag.certificate), bag, out);
             continue;
         }
-        if (!bag.attributes.empty()) out.certAttributes.emplace(bag.certificate, bag.attributes);
+        if (!bag.attributes.empty()) {
+            Bytes& kept = out.certAttributes[bag.certificate];
+            kept = unitedAttributes(kept, bag.attributes);
+        }
         if (!contains(out.certificates, *certificate)) out.certificates.push_back(std::move(certificate));
     }
 }
@@ -140,6 +160,15 @@ void keepOthers(PfxContents& contents, LoadedSecurityFile& out) {
         bag.addAttributes(secret.attributes);
         out.others.push_back(encodedSecret(bag));
     }
+}
+
+/// We write the count of the MAC although it is the default, which DER (X.690 11.5) tells everybody else to leave out:
+/// that tells our files that hold no configuration from those of others.
+bool writesDefaultCount(const MacData& mac) {
+    const Bytes encoding = mac.encoded();
+    ASNsequenceList<ASNany> members;
+    return mac.iterations.value() == Pfx::kMacIterations && members.readExactly(encoding, ASN_FLAG_CONST) &&
+           members.size() == 3;
 }
 
 KeyManagerResult sortContents(PfxContents& contents, bool withSecrets, LoadedSecurityFile& out) {
@@ -196,6 +225,7 @@ KeyManagerResult readSecurityFile(ByteView octets, const SecretText& password, b
         PfxContents contents;
         if (const PfxResult result = pfx.getContents(*pbe, contents); result != PfxResult::Ok) return pfxResult(result);
         LoadedSecurityFile loaded;
+        loaded.foreign = !contents.secret(OID_CRV_SAFE_BAG_CONFIG) && !writesDefaultCount(*pfx.macData);
         const KeyManagerResult result = sortContents(contents, withSecrets, loaded);
         if (result == kKmOk) out = std::move(loaded);
         return result;

@@ -30,7 +30,8 @@ struct LoadedSecurityFile {
     std::shared_ptr<const CRVCfgFile> configuration;
     SecretBytes signedConfiguration;  ///< a CMS SignedData in the place of the plain record
     std::optional<RbgSeed> seed;
-    std::map<Bytes, Bytes> certAttributes;  ///< as in KeyStoreContents
+    CertAttributes certAttributes;
+    bool foreign = false;  ///< another program wrote it: no configuration, and not our way of writing the MAC
     std::vector<SecretBytes> others;
 };
 

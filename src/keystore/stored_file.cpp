@@ -11,12 +11,13 @@ bool StoredFile::opensWith(const SecretText& password) const {
 }
 
 KeyManagerResult mergeWithFile(const StoredFile* last, ByteView octets, const SecretText& password, bool withSecrets,
-                               KeyStoreContents& contents) {
+                               KeyStoreContents& contents, bool& foreign) {
     LoadedSecurityFile loaded;
     KeyStoreContents theirs;
     const bool opened = readSecurityFile(octets, password, withSecrets, loaded) == kKmOk &&
                         loaded.signedConfiguration.empty() && analyzeKeysAndCerts(loaded, true, theirs) == kKmOk;
     if (!opened) return kKmWriteFailed;
+    foreign = loaded.foreign;
     contents = mergeContents(last ? last->contents : KeyStoreContents(), contents, theirs);
     return kKmOk;
 }

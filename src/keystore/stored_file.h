@@ -14,8 +14,8 @@ struct StoredFile {
 };
 
 /// Merges into `contents` what the octets hold and `last` (null: nothing was read yet) did not. `password` is that of
-/// the octets. kKmWriteFailed when they cannot be read with it.
+/// the octets; `foreign` tells whether another program wrote them. kKmWriteFailed when they cannot be read with it.
 [[nodiscard]] KeyManagerResult mergeWithFile(const StoredFile* last, ByteView octets, const SecretText& password,
-                                             bool withSecrets, KeyStoreContents& contents);
+                                             bool withSecrets, KeyStoreContents& contents, bool& foreign);
 
 }  // namespace crv

@@ -24,6 +24,7 @@ constexpr mode_t kCommonMode = 0644;
 /// Seconds; writing a whole file takes a moment.
 constexpr std::time_t kStaleAfter = 60;
 constexpr mode_t kPermissionBits = 0777;
+constexpr mode_t kSharedBits = 0770;  // of keys: owner and group
 
 WriteResult failed(WriteStep step) {
     return {step, errno};
@@ -77,17 +78,33 @@ class TemporaryFile {
     bool exists_ = false;
 };
 
+/// A file system that knows no modes may refuse to set the one that it shows anyway.
+bool setMode(int fd, mode_t rights) {
+    struct stat now {};
+    return fileOps().fchmod(fd, rights) == 0 ||
+           (fileOps().fstat(fd, &now) == 0 && (now.st_mode & kPermissionBits) == rights);
+}
+
 bool setRights(int fd, const struct stat* old, WriteMode mode) {
     mode_t rights = mode == WriteMode::KeepOrCommon ? kCommonMode : kSecretMode;
     if (old) {
-        if (mode != WriteMode::Secret) rights = old->st_mode & kPermissionBits;
+        rights = old->st_mode & kPermissionBits;
         // Without the right to give the file away it stays ours; a group that we cannot set must not gain rights.
         if (fileOps().fchown(fd, old->st_uid, old->st_gid) != 0 &&
             fileOps().fchown(fd, static_cast<uid_t>(-1), old->st_gid) != 0) {
             rights &= ~static_cast<mode_t>(S_IRWXG);
         }
     }
-    return fileOps().fchmod(fd, rights) == 0;
+    return setMode(fd, rights);
+}
+
+/// Whether a new file could take over all that says who may do what with the old one.
+bool takesOver(int fd, const std::string& path, const struct stat& old) {
+    struct stat now {};
+    if (fileOps().fstat(fd, &now) != 0) return false;
+    const bool same = now.st_uid == old.st_uid && now.st_gid == old.st_gid;
+    return (same || fileOps().fchown(fd, old.st_uid, old.st_gid) == 0) && fileOps().copyAttributes(path, fd) == 0 &&
+           setMode(fd, (old.st_mode & S_IRWXO) != 0 ? kSecretMode : old.st_mode & kSharedBits);
 }
 
 /// Pipes and devices take the octets as they come; a regular file is cut to its new length and synced.
@@ -106,25 +123,50 @@ bool folderRefuses(int error) {
     return error == EACCES || error == EPERM || error == EROFS;
 }
 
-WriteResult write(std::string path, ByteView content, const WriteOptions& options) {
-    if (!resolve(path)) return failed(WriteStep::Open);
-    struct stat info {};
-    const bool exists = fileOps().stat(path, &info) == 0;
-    const mode_t newMode = options.mode == WriteMode::KeepOrCommon ? kCommonMode : kSecretMode;
-    if (exists && !S_ISREG(info.st_mode)) return writeInto(path, content, newMode, false);
+/// Over an old file that stays what it is. Its octets stand beside it while the new ones are on their way.
+WriteResult rewrite(const std::string& path, ByteView content, const struct stat& old) {
+    Bytes before(static_cast<size_t>(old.st_size));
+    const FileDescriptor in(fileOps().open(path, O_RDONLY | O_CLOEXEC));
+    if (!in.valid() || readUpTo(in.get(), before.data(), before.size(), 0) != old.st_size)
+        return failed(WriteStep::Open);
+    const std::string copy = path + ".bak";
+    TemporaryFile temporary(folderOf(path));
+    if (!temporary.exists()) return failed(WriteStep::Open);
+    if (!writeAll(temporary.fd(), before.data(), before.size(), 0) || fileOps().fsync(temporary.fd()) != 0 ||
+        !temporary.renameTo(copy) || !syncFolder(folderOf(path)))
+        return failed(WriteStep::Write);
+    WriteResult result = writeInto(path, content, kSecretMode, true);
+    if (result.failed == WriteStep::Write && !writeInto(path, before, kSecretMode, true)) return result;
+    fileOps().unlink(copy);
+    return result;
+}
 
+WriteResult replace(const std::string& path, ByteView content, const struct stat* old, const WriteOptions& options) {
     TemporaryFile temporary(folderOf(path));
     if (!temporary.exists()) {
+        const mode_t newMode = options.mode == WriteMode::KeepOrCommon ? kCommonMode : kSecretMode;
         if (options.inPlaceFallback && folderRefuses(errno)) return writeInto(path, content, newMode, true);
         return failed(WriteStep::Open);
     }
-    if (!setRights(temporary.fd(), exists ? &info : nullptr, options.mode) ||
-        !writeAll(temporary.fd(), content.data(), content.size(), 0) || fileOps().fsync(temporary.fd()) != 0 ||
+    if (old && options.mode == WriteMode::Secret) {
+        if (!takesOver(temporary.fd(), path, *old)) return rewrite(path, content, *old);
+    } else if (!setRights(temporary.fd(), old, options.mode)) {
+        return failed(WriteStep::Write);
+    }
+    if (!writeAll(temporary.fd(), content.data(), content.size(), 0) || fileOps().fsync(temporary.fd()) != 0 ||
         !temporary.renameTo(path)) {
         return failed(WriteStep::Write);
     }
     if (!syncFolder(folderOf(path))) logLine(LogLevel::Warning, "folder not synced after writing " + path);
     return {};
+}
+
+WriteResult write(std::string path, ByteView content, const WriteOptions& options) {
+    if (!resolve(path)) return failed(WriteStep::Open);
+    struct stat info {};
+    const bool exists = fileOps().stat(path, &info) == 0;
+    if (exists && !S_ISREG(info.st_mode)) return writeInto(path, content, kCommonMode, false);
+    return replace(path, content, exists ? &info : nullptr, options);
 }
 
 }  // namespace

@@ -9,7 +9,12 @@ namespace crv {
 
 /// Access rights of the written file.
 enum class WriteMode {
-    Secret,        ///< always 0600 (keys), with the owner of the old file
+    /// Keys: 0600. Over an old file its owner, group, mode (0600 where others had rights: that was no choice), access
+    /// control list and extended
+    /// attributes; where a new file cannot have them, the old one is rewritten in place after its octets were put
+    /// beside
+    /// it ("<file>.bak"), which stay there if the rewriting fails.
+    Secret,
     KeepOrSecret,  ///< mode and owner of the old file; 0600 when there was none
     KeepOrCommon   ///< mode and owner of the old file; 0644 when there was none
 };

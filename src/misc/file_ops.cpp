@@ -4,6 +4,7 @@
 #include <linux/magic.h>
 #include <sys/file.h>
 #include <sys/vfs.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -74,6 +75,20 @@ int FileOps::fchmod(int fd, mode_t mode) {
 
 int FileOps::fchown(int fd, uid_t owner, gid_t group) {
     return ::fchown(fd, owner, group);
+}
+
+int FileOps::copyAttributes(const std::string& from, int to) {
+    std::string names(65536, '\0');
+    const ssize_t length = ::listxattr(from.c_str(), names.data(), names.size());
+    if (length < 0) return errno == ENOTSUP ? 0 : -1;
+    std::vector<char> value(65536);
+    for (const char* name = names.data(); name < names.data() + length; name += std::strlen(name) + 1) {
+        const std::string_view kind(name);
+        if (!kind.starts_with("user.") && !kind.starts_with("system.posix_acl")) continue;
+        const ssize_t size = ::getxattr(from.c_str(), name, value.data(), value.size());
+        if (size < 0 || ::fsetxattr(to, name, value.data(), static_cast<size_t>(size), 0) != 0) return -1;
+    }
+    return 0;
 }
 
 int FileOps::rename(const std::string& from, const std::string& to) {

@@ -34,6 +34,9 @@ class FileOps {
     virtual int access(const std::string& path, int mode);
     virtual int fchmod(int fd, mode_t mode);
     virtual int fchown(int fd, uid_t owner, gid_t group);
+    /// Gives a file the access control list and the extended attributes of another one; 0 or -1. Attributes that only
+    /// the system may set stay behind.
+    virtual int copyAttributes(const std::string& from, int to);
     virtual int rename(const std::string& from, const std::string& to);
     virtual int unlink(const std::string& path);
     virtual int mkdir(const std::string& path, mode_t mode);

@@ -1,5 +1,7 @@
 #include "misc/file_semaphore.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -46,6 +48,27 @@ struct LockedFile {
 
 namespace {
 
+/// As far as that is permitted: others' lock files stay as they are.
+void giveRights(int fd, const struct stat& now, const std::string& like) {
+    constexpr mode_t kLockBits = 0666;
+    struct stat wanted {};
+    if (fileOps().stat(like, &wanted) != 0) return;
+    if (now.st_uid != wanted.st_uid || now.st_gid != wanted.st_gid)
+        static_cast<void>(fileOps().fchown(fd, wanted.st_uid, wanted.st_gid));
+    if ((now.st_mode & kLockBits) != (wanted.st_mode & kLockBits))
+        static_cast<void>(fileOps().fchmod(fd, wanted.st_mode & kLockBits));
+}
+
+/// Removes a lock file that the owner of the file cannot write, unless somebody holds the lock: then it is in use. Who
+/// waits for the lock of the removed one sees that its name leads elsewhere, and opens the new one.
+bool removeUnusable(const std::string& path, const std::string& like) {
+    struct stat info {};
+    if (fileOps().stat(like, &info) != 0 || info.st_uid != ::geteuid()) return false;
+    const FileDescriptor fd(fileOps().open(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    return fd.valid() && fileOps().fstat(fd.get(), &info) == 0 && S_ISREG(info.st_mode) &&
+           fileOps().lock(fd.get(), F_RDLCK, false) == 0 && fileOps().unlink(path) == 0;
+}
+
 struct Registry {
     std::mutex mutex;
     std::condition_variable changed;
@@ -62,17 +85,21 @@ struct Registry {
         return it == files.end() ? nullptr : &*it;
     }
 
-    LockedFile* findOrOpen(const std::string& path, short type) {
+    LockedFile* findOrOpen(const std::string& path, short type, const std::string& like) {
         struct stat info {};
         LockedFile* known = fileOps().stat(path, &info) == 0 ? find(info) : nullptr;
         if (known && (known->writable || type == F_RDLCK)) return known;
+        const int flags = O_CLOEXEC | (like.empty() ? 0 : O_NOFOLLOW);
         bool writable = true;
-        FileDescriptor fd(fileOps().open(path, O_RDWR | O_CREAT, 0666));
+        FileDescriptor fd(fileOps().open(path, O_RDWR | O_CREAT | flags, 0666));
+        if (!fd.valid() && errno == EACCES && !like.empty() && removeUnusable(path, like))
+            fd.reset(fileOps().open(path, O_RDWR | O_CREAT | flags, 0666));
         if (!fd.valid() && type == F_RDLCK) {
             writable = false;
-            fd.reset(fileOps().open(path, O_RDONLY));
+            fd.reset(fileOps().open(path, O_RDONLY | flags));
         }
-        if (!fd.valid() || fileOps().fstat(fd.get(), &info) != 0) return nullptr;
+        if (!fd.valid() || fileOps().fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return nullptr;
+        if (writable && !like.empty()) giveRights(fd.get(), info, like);
         LockedFile* file = find(info);
         if (!file) {
             file = &files.emplace_back();
@@ -138,7 +165,8 @@ bool processEnding() noexcept {
     return ending.load();
 }
 
-FileSemaphore::FileSemaphore(std::string path, bool disabled) : path_(std::move(path)), disabled_(disabled) {}
+FileSemaphore::FileSemaphore(std::string path, bool disabled, std::string like)
+    : path_(std::move(path)), like_(std::move(like)), disabled_(disabled) {}
 
 FileSemaphore::~FileSemaphore() {
     if (held() && v() == 0) logLine(LogLevel::Error, "lock not released: " + path_);
@@ -159,7 +187,7 @@ int FileSemaphore::acquire(int mode, bool wait) {
     Registry& registry = Registry::instance();
     std::unique_lock guard(registry.mutex);
     for (;;) {
-        LockedFile* file = registry.findOrOpen(path_, type);
+        LockedFile* file = registry.findOrOpen(path_, type, like_);
         if (!file) return 0;
         if (file->asking || conflicts(*file, type)) {
             if (!wait || processEnding()) return registry.closeIfUnused(file), 0;
@@ -194,7 +222,7 @@ bool FileSemaphore::canBeOpened(int mode) const {
     if (path_.size() > kMaxPath) return false;
     Registry& registry = Registry::instance();
     const std::lock_guard guard(registry.mutex);
-    LockedFile* file = registry.findOrOpen(path_, mode == kSharedLock ? F_RDLCK : F_WRLCK);
+    LockedFile* file = registry.findOrOpen(path_, mode == kSharedLock ? F_RDLCK : F_WRLCK, like_);
     if (file) registry.closeIfUnused(file);
     return file != nullptr;
 }

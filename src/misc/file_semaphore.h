@@ -27,8 +27,10 @@ class FileSemaphore {
   public:
     static constexpr size_t kMaxPath = 255;
 
-    /// A disabled semaphore does nothing and always succeeds.
-    explicit FileSemaphore(std::string path, bool disabled = false);
+    /// A disabled semaphore does nothing and always succeeds. `like`: a file whose owner and mode the lock file gets,
+    /// so that whoever may use the one may lock it; the lock file is then never reached through a symbolic link, and
+    /// one that somebody else left unusable for the file's owner is replaced when nobody holds it.
+    explicit FileSemaphore(std::string path, bool disabled = false, std::string like = {});
     /// Releases a lock still held.
     ~FileSemaphore();
     FileSemaphore(const FileSemaphore&) = delete;
@@ -53,6 +55,7 @@ class FileSemaphore {
     int acquire(int mode, bool wait);
 
     std::string path_;
+    std::string like_;
     bool disabled_;
     LockedFile* file_ = nullptr;
 };

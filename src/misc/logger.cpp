@@ -20,13 +20,13 @@ spdlog::level::level_enum toSpdlog(LogLevel level) {
 }
 
 std::unique_ptr<spdlog::logger> makeLogger() noexcept {
-    const char* path = std::getenv("CRV_LOG");
+    const char* path = secure_getenv("CRV_LOG");
     if (!path || *path == '\0') return nullptr;
     try {
         const FileDescriptor created(FileOps().open(path, O_WRONLY | O_CREAT | O_APPEND, 0600));
         auto logger =
             std::make_unique<spdlog::logger>("crv", std::make_shared<spdlog::sinks::basic_file_sink_mt>(path));
-        const char* level = std::getenv("CRV_LOG_LEVEL");
+        const char* level = secure_getenv("CRV_LOG_LEVEL");
         logger->set_level(level ? spdlog::level::from_str(level) : spdlog::level::info);
         logger->set_pattern("%Y-%m-%d %H:%M:%S.%e %P %l %v");
         logger->flush_on(spdlog::level::trace);

@@ -46,6 +46,7 @@ constexpr StatusRow kStatuses[] = {
     {kKmDeviceLibrary, OpStatus::Missing},
     {kKmTokenKeyNotFound, OpStatus::Missing},
     {kKmNotOnThisMedium, OpStatus::Refused},
+    {kKmReadOnly, OpStatus::Refused},
     {kKmNoCaCertificate, OpStatus::Refused},
     {kKmBadSignature, OpStatus::Refused},
     {kKmTrustPointExists, OpStatus::Refused},
@@ -100,7 +101,7 @@ void Session::openForReading(const Secrets& secrets) {
     if (!hasFile()) {
         context_->state.storePIN(PinSlot::SigningToken, secrets.password);
         demandKeys(keys().deviceInit());
-        return demandKeys(openKeyStore(access(), false));
+        return demandKeys(openKeyStore(access(), OpenMode::LogIn, false));
     }
     const std::string file = configuration().securityFileName();
     if (!fileExists(file)) throw OpError(OpFault::StoreMissing, file);
@@ -124,11 +125,11 @@ void Session::openForChange(const Secrets& secrets) {
 }
 
 void Session::logIn(bool withRoots) {
-    KeyManagerResult result = openKeyStore(*access_, withRoots);
+    KeyManagerResult result = openKeyStore(*access_, OpenMode::LogIn, withRoots);
     if (result == kKmNoSeed) {
         seed();
         demandKeys(saveKeyStore(*access_));
-        result = openKeyStore(*access_, withRoots);
+        result = openKeyStore(*access_, OpenMode::LogIn, withRoots);
     }
     demandKeys(result);
 }

@@ -20,10 +20,13 @@ TEST_F(SlowRoad, FromNothingToAProfileInUse) {
     EXPECT_NE(run("openssl req -in zgloszenie.pem -noout -verify -text 2>&1").find("CN = PRACA"), std::string::npos);
     demoCa("sign ca zgloszenie.pem user.crt");
     play({{"6) Instaluj certyfikat użytkownika", "6"}, {"Podaj nazwę pliku z certyfikatem:", "~/user.crt\r"}});
-    play({{"Certyfikat użytkownika poprawnie zainstalowany", " "}, {"6) Instaluj", "w"}});
+    play({{"Certyfikat użytkownika poprawnie zainstalowany", " "},
+          {"Zainstalowane certyfikaty", "w"},
+          {"6) Instaluj", "w"}});
 
     play({{kMainMenu, "2"}, {"1) Punkty zaufania", "1"}, {"Brak punktów zaufania", "d"}});
-    play({{"Podaj nazwę pliku z certyfikatem:", "~/ca/ca.pem\r"}, {"Urząd pokazowy", "w"}});
+    play({{"Podaj nazwę pliku z certyfikatem:", "~/ca/ca.pem\r"}, {"poprawnie dodany", " "}});
+    play({{"Dodany punkt zaufania", "w"}, {"1/1", "w"}});
     play({{"1) Punkty zaufania", "w"}, {kMainMenu, "3"}});
     play({{"3) Instaluj", "3"}, {"Podaj nazwę pliku z certyfikatami:", "~/korespondenci.der\r"}});
     message("Wczytano 3 certyfikatów.");

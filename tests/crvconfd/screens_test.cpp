@@ -76,6 +76,10 @@ TEST_F(MenuScreen, RequestsAreWrittenInBothFormsButNotOverTheProfile) {
     EXPECT_NE(run("openssl req -in zgloszenie.pem -noout -verify 2>&1").find("OK"), std::string::npos);
     for (const char* entry : {"1", "3"}) {
         play({{kKeys, entry}, {"Klucz dla danego zastosowania już istnieje i nie może zostać nadpisany", " "}});
+        play({{"Zapisać zgłoszenie dla istniejącego klucza (t/n)?", "t"}});
+        play({{ask, "~/znowu" + std::string(entry) + "\r"}, {"Zgłoszenie certyfikacyjne zostało zapisane.", " "}});
+        EXPECT_EQ(run("openssl req -in znowu" + std::string(entry) + " -noout -pubkey"),
+                  run("openssl req -in zgloszenie.pem -noout -pubkey"));
     }
     play({{kKeys, "2"}, {"Generowanie klucza do szyfrowania", "af"}, {"binarny (DER)", "g"}});
     screen->waitFor("Klucz rsaEncryption został poprawnie", std::chrono::seconds(60));
@@ -103,17 +107,20 @@ TEST_F(MenuScreen, TrustPointsAreAddedShownSavedAndDeleted) {
     std::filesystem::rename(file("both.p12"), file("praca.p12"));
     open("2");
     play({{kConfiguration, "1"}, {"Brak punktów zaufania", ""}});
-    for (const auto& [name, text] : {std::pair{"~/user.crt", "Wskazany certyfikat nie jest certyfikatem urzędu"},
-                                     {"~/ca.crt", "Punkt zaufania poprawnie dodany"},
-                                     {"~/ca/ca.pem", "certyfikacyjne punktu zaufania już istnieje."}})
-        play({{"Dodaj", "d"}, {"Podaj nazwę pliku z certyfikatem:", name + std::string("\r")}, {text, " "}});
+    const auto add = [&](const std::string& name, const std::string& text) {
+        play({{"Dodaj", "d"}, {"Podaj nazwę pliku z certyfikatem:", name + "\r"}, {text, " "}});
+    };
+    add("~/user.crt", "Wskazany certyfikat nie jest certyfikatem urzędu");
+    add("~/ca.crt", "Punkt zaufania poprawnie dodany");
+    play({{"Dodany punkt zaufania", "w"}});
+    add("~/ca/ca.pem", "certyfikacyjne punktu zaufania już istnieje.");
     expectRow("", 22, std::string(17, ' ') + "Dodaj   Usuń   Szczegóły   Zapisz   Powrót");
     EXPECT_EQ(screen->cells(0, 76, 80), " 1/1");
     EXPECT_EQ(screen->row(2), "Rodzaj: Zwykły");
     EXPECT_TRUE(screen->cell(7, 1).bold || screen->cell(7, 1).underline || screen->cell(7, 1).reverse);
     const std::string old = "Zaświadczenie certyfikacyjne jest przeterminowane, czy chcesz kontynuować (t/n)?";
     play({{"Dodaj", "d"}, {"Podaj nazwę", "~/dawny.crt\r"}, {old, "n"}, {"1/1", "D"}, {"Podaj", "~/dawny.crt\r"}});
-    play({{old, "t"}, {"Punkt zaufania poprawnie dodany", " "}, {"1/2", "p"}});
+    play({{old, "t"}, {"Punkt zaufania poprawnie dodany", " "}, {"CN=Dawny", "w"}, {"1/2", "p"}});
     EXPECT_EQ(screen->row(22).find("Poprzedni"), std::string::npos);
     expectIn("N", 22, "Poprzedni");
     EXPECT_EQ(screen->row(22).find("Następny"), std::string::npos);

@@ -105,6 +105,7 @@ void SessionScreen::prepare() {
 
 void SessionScreen::prepareKey(bool withCertificate) {
     static const TempDir kept;
+    prepare();
     if (!std::filesystem::exists(kept.file("user.crt"))) {
         shell("cd " + kept.path().string() + " && " CRV_SOURCE_DIR "/examples/demo-ca/demo-ca init ca && " +
               "openssl req -new -newkey rsa:2048 -nodes -utf8 -keyout user.key -out user.req -subj '/CN=Użytkownik' "
@@ -114,10 +115,19 @@ void SessionScreen::prepareKey(bool withCertificate) {
               "openssl pkcs12 -export -inkey user.key -in user.pem -out both.p12 -passout pass:" +
               kPassword +
               " && openssl pkcs12 -export -inkey user.key -nocerts -out key.p12 -passout pass:" + kPassword);
+        for (const char* name : {"both.p12", "key.p12"}) adopt(kept.file(name));
     }
-    prepare();
     std::filesystem::copy(kept.path(), dir.path(), std::filesystem::copy_options::recursive);
     std::filesystem::rename(dir.path() / (withCertificate ? "both.p12" : "key.p12"), dir.path() / "praca.p12");
+}
+
+void SessionScreen::adopt(const std::string& foreign) {
+    std::filesystem::rename(foreign, file("praca.p12"));
+    start();
+    play({{kSelection, "\r"}, {kAskPassword, kPassword + "\r"}, {kForeign, "t"}});
+    ASSERT_EQ(leave(), 0);
+    std::filesystem::rename(file("praca.p12"), foreign);
+    std::filesystem::remove(file("praca.p12.orig"));
 }
 
 std::string SessionScreen::run(const std::string& command) const {

@@ -38,6 +38,9 @@ class SessionScreen : public testing::Test {
     static inline const std::string kNoFile =
         "Plik bezpieczeństwa pakietu nie istnieje. Czy chcesz go utworzyć (t/n) ?";
 
+    static inline const std::string kForeign =
+        "Plik pochodzi z innego programu i będzie zapisany od nowa. Przejąć go (t/n)?";
+
     /// A list with the file profile Praca: "praca.p12" and the folder "db".
     SessionScreen();
 
@@ -68,6 +71,8 @@ class SessionScreen : public testing::Test {
     /// prepare(), but with a key in the security file, its certificate by a demo authority too when asked. Beside them
     /// "user.key", "user.crt", "ca.crt" (DER) and "ca.crl".
     void prepareKey(bool withCertificate);
+    /// Takes another program's file over in a session.
+    void adopt(const std::string& foreign);
     /// The demo authority in the folder "ca".
     std::string demoCa(const std::string& arguments);
 

@@ -394,10 +394,43 @@ TEST_F(SessionScreen, TheUsersCertificateIsInstalledOnceForItsKey) {
     EXPECT_EQ(secrets().find("certificate"), std::string::npos) << "nothing was saved";
     run("rm -rf db; mv gdzie db");
     install("~/paczka.p7b", "Certyfikat użytkownika poprawnie zainstalowany");
+    play({{"Urząd pokazowy", "w"}});
     install("~/user.pem", "Certyfikat do tego zastosowania już istnieje !!!");
     play({{"6) Instaluj", "6"}, {"Podaj nazwę", keys::kEscapeTwice}});
+    // Never unasked: one that is not valid now, one that takes the place of a valid one.
+    const std::string ca = "openssl ca -config ca/ca.cnf -batch -notext -in user.req ";
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"20010101000000Z -enddate 20020101000000Z", "Certyfikat jest przeterminowany. Czy go zainstalować (t/n)?",
+         "n"},
+        {"20470101000000Z -enddate 20480101000000Z", "Certyfikat nie jest jeszcze ważny. Czy go zainstalować (t/n)?",
+         "n"},
+    };
+    for (const auto& [dates, question, answer] : cases) {
+        run(ca + "-startdate " + dates + " -out inny.pem 2>&1");
+        play({{"6) Instaluj", "6"}, {"Podaj nazwę", "~/inny.pem\r"}, {question, answer}});
+    }
     EXPECT_EQ(leave("6) Instaluj"), 0);
     EXPECT_EQ(secrets(), "certificate\nkey\nseed 20\n");
+}
+
+TEST_F(SessionScreen, AnotherProgramsFileIsTakenOverOnlyWhenTheUserAgrees) {
+    prepareKey(true);
+    run("openssl pkcs12 -export -inkey user.key -in user.pem -certfile ca/ca.pem -out praca.p12 -passout pass:" +
+        kPassword + " && cp praca.p12 obcy.p12");
+    start();
+    const Steps enter{{kSelection, "\r"}, {kAskPassword, kPassword + "\r"}};
+    play(enter);
+    play({{kForeign, "n"}, {"otwarto tylko do odczytu", " "}, {kMainMenu, "17"}});
+    play(
+        {{kNewPassword, "Hijklmn2\r"}, {kRepeat, "Hijklmn2\r"}, {"otwarto tylko do odczytu", " "}, {"7) Zmiana", "w"}});
+    play({{kMainMenu, "w"}});
+    EXPECT_EQ(run("cmp praca.p12 obcy.p12; ls *.orig 2>/dev/null || true"), "");
+    play(enter);
+    play({{kForeign, "t"}, {"Czy dodać urzędy certyfikacji z tego pliku do punktów zaufania (t/n)?", "t"}});
+    play({{"Dodano punktów zaufania: 1, odrzucono: 0", " "}});
+    EXPECT_EQ(leave(), 0);
+    EXPECT_EQ(run("cmp praca.p12.orig obcy.p12; stat -c %a praca.p12.orig"), "600\n");
+    EXPECT_NE(secrets().find("\ntrusted "), std::string::npos);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 // Keys that the user generates, and the requests for their certificates as openssl sees them.
+#include "asn/x509/sign_algo.h"
 #include "key_store_session.h"
 #include "misc/exceptions.h"
 
@@ -30,7 +31,7 @@ struct GenerationCase {
 const GenerationCase kCases[] = {
     {"rsa encryption", Rsa, 3072, "", false, {kDer, nullptr, Rsa, Hash::Sha3512}, "RSA-SHA3-512", KeyType::Encryption},
     {"rsa both", Rsa, 2048, "", false, {kDer, nullptr, Rsa, Hash::Sha1}, "sha1WithRSA", KeyType::Both},
-    {"pss forced", RsaPss, 2048, "", false, {kPem, nullptr, RsaPss, Hash::Sha256, Hash::Sha256}, "rsassaPss"},
+    {"pss forced", RsaPss, 2048, "", false, {kPem, nullptr, RsaPss, Hash::Sha512, Hash::Sha512}, "rsassaPss"},
     {"pss by PKCS#1", RsaPss, 2048, "", false, {kPem, nullptr, Rsa, Hash::Sha1}, "sha1WithRSA"},
     {"dsa", Dsa, 1024, "", false, {kDer, nullptr, Dsa, Hash::Sha1}, "dsaWithSHA1"},
     {"p256", Ecdsa, 0, "prime256v1", false, {kPem, nullptr, Ecdsa, Hash::Sha256}, "ecdsa-with-SHA256"},
@@ -42,7 +43,7 @@ const GenerationCase kCases[] = {
 KeyManagerResult generate(KeyManager& keys, const GenerationCase& one) {
     if (one.scheme == Dsa) return keys.generateDsaUserKey(one.bits);
     if (one.scheme == Ecdsa) return keys.generateECDsaUserKey(one.use, curveNamed(one.curve), one.explicitDomain);
-    return keys.generateRsaUserKey(one.use, 65537, one.bits, one.scheme);
+    return keys.generateRsaUserKey(one.use, 65537, one.bits, one.scheme, {{}, {}, one.request.forcedPss});
 }
 
 struct KeyGenerationTest : KeyStoreTest {};
@@ -56,6 +57,10 @@ TEST_F(KeyGenerationTest, OpensslAcceptsEveryRequestAndTheKeyIsInTheReopenedFile
         std::filesystem::remove(path);
         create();
         ASSERT_EQ(generate(keys, one), kKmOk);
+        if (one.request.forcedPss != KcHashAlgo::None) {
+            const auto configured = readSignAlgorithm(*session.record().getSignatureAlgorithmIdentifier());
+            EXPECT_EQ(configured->hash, one.request.forcedPss) << "later signatures keep to it";
+        }
         Bytes request;
         ASSERT_EQ(keys.prepareCrtRequest(one.use, one.request, request), kKmOk);
         writeFile(dir.file("request"), std::string(asText(request)));
@@ -92,11 +97,21 @@ TEST_F(KeyGenerationTest, AStopOrAFailedSaveLeavesNothingBehind) {
     EXPECT_FALSE(keys.hasAnyKey());
     EXPECT_FALSE(session.record().getSignatureAlgorithmIdentifier());
     EXPECT_EQ(readFile(path), before);
+    ASSERT_EQ(keys.unsavedKey(), KeyType::Signing) << "it is kept aside";
+    EXPECT_EQ(keys.saveUnsavedKey(), kKmWrongPassword);
+    session.setPin(kPassword);
+    ASSERT_EQ(keys.saveUnsavedKey(), kKmOk);
+    EXPECT_EQ(keys.signingKeyType(), RsaPss);
+    ASSERT_EQ(session.login(), kKmOk);
+    EXPECT_TRUE(keys.hasKey(KeyType::Signing) && !keys.unsavedKey());
+    std::filesystem::remove(path);
+    create();
     Bytes request;
     EXPECT_EQ(keys.prepareCrtRequest(KeyType::Signing, {}, request), kKmKeyNotFound);
-    session.setPin(kPassword);
     ASSERT_EQ(keys.generateECDsaUserKey(KeyType::Signing, kDefaultCurve, false), kKmOk);
     EXPECT_EQ(keys.prepareCrtRequest(KeyType::Signing, {}, request), kKmHashNotSupported) << "RSA for an EC key";
+    const CrtRequestParams contradiction{kPem, nullptr, Rsa, Hash::Sha1, Hash::Sha256};
+    EXPECT_EQ(keys.prepareCrtRequest(KeyType::Signing, contradiction, request), kKmHashNotSupported);
     EXPECT_THROW((void)keys.generateDsaUserKey(1024), VtestException) << "the role is taken";
 }
 

@@ -23,10 +23,11 @@ TEST_F(KeyManagerCertsTest, InstallsACertificateByTheRules) {
              {"enc_by_rsa1", kKmRoleTaken},
              {"sign", kKmOk},
              {"sign", kKmCertificateExists},
-             {"sign_other", kKmKeyHasTwoNames},
-             {"sign_newer", kKmOk}});
+             {"sign_other", kKmKeyHasTwoNames}});
+    ASSERT_EQ(keys.saveConfiguration(), kKmOk);
+    install({{"sign_newer", kKmOk}, {"enc", kKmOk}});
     for (int i = 0; i < 2; ++i) {
-        keys.undoInstallUserCrt();  // only the last one
+        keys.undoInstallUserCrt();  // all since the save
         ASSERT_EQ(keys.userCerts().size(), 1u);
         EXPECT_TRUE(contains(keys.userCerts(), *testCert("sign")));
     }

@@ -1,10 +1,15 @@
 // Opening, saving and closing a key store of a file profile.
 #include "keystore/key_manager.h"
 
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <set>
 
 #include "asn/x509/sign_algo.h"
@@ -236,6 +241,52 @@ TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
     ASSERT_EQ(points.size(), 1u);
     EXPECT_TRUE(contains({points[0].certificate}, *testCert("ca")));
     EXPECT_EQ(points[0].flag, TrustPointFlag::User);
+}
+
+TEST_F(KeyManagerTest, AnOlderCopyOfTheFileTakesNothingAway) {
+    create({{KeyType::Encryption, "rsa2"}});
+    const std::string older = readFile(path);
+    ASSERT_EQ(keys.addNewKey(KeyType::Signing, testKey("rsa1")), kKmOk);
+    for (const char* name : {"sign", "sign_newer"}) {
+        ASSERT_EQ(keys.installUserCrt(testCert(name)), kKmOk);
+        ASSERT_EQ(keys.saveConfiguration(), kKmOk);
+    }
+    writeFile(path, older);
+    ASSERT_EQ(keys.saveConfiguration(), kKmOk);
+    Session other(path);
+    for (Session* one : {&session, &other}) {
+        ASSERT_EQ(one->login(), kKmOk);
+        ASSERT_EQ(one->keys.keys().size(), 2u);
+        EXPECT_TRUE(contains({one->keys.signingCertificate()}, *testCert("sign_newer")));
+        EXPECT_EQ(one->keys.userCerts().size(), 1u) << "the replaced one does not come back";
+    }
+}
+
+/// Lets the kernel refuse getrandom(2) from now on.
+bool refuseGetrandom() {
+    sock_filter filter[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                            BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_getrandom, 0, 1),
+                            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
+                            BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    const sock_fprog program{std::size(filter), filter};
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+TEST_F(KeyManagerTest, NoKeyIsGeneratedWithoutFreshRandomnessOfTheSystem) {
+    create();
+    const auto generate = [&](const char* refused) {
+        const pid_t child = fork();
+        if (child == 0) {
+            const RefusingFileOps ops(refused);
+            if (!refuseGetrandom()) _exit(99);
+            _exit(keys.generateECDsaUserKey(KeyType::Signing, kDefaultCurve, false));
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        return WEXITSTATUS(status);
+    };
+    EXPECT_EQ(generate("/dev/urandom"), kKmNoSeed);
+    EXPECT_EQ(generate("/dev/null"), kKmOk) << "the device serves instead";
 }
 
 TEST_F(KeyManagerTest, EveryFailingWriteLeavesFileAndMemoryAlone) {

@@ -81,12 +81,12 @@ TEST(SecurityFile, HoldsWhateverWasPutIntoIt) {
 TEST(SecurityFile, OpensFilesOfOtherTools) {
     // file, password, result, outline
     const std::tuple<const char*, const char*, KeyManagerResult, const char*> files[] = {
-        {"openssl_new.p12", "zażółć gęślą", kKmOk, "1 1 1"},
+        {"openssl_new.p12", "zażółć gęślą", kKmOk, "1 2 0"},
         {"openssl_old.p12", "𝄞klucz😀", kKmOk, "2 1 0"},
         {"openssl_ec.p12", "Hasło1234", kKmOk, "0 1 0"},  // an authority's key, by its certificate
         {"certtool_three.p12", "Zażółć_1", kKmOk, "120 2 0"},
-        {"roots.p12", "korzenie", kKmOk, " 0 1"},
-        {"roots_empty.p12", "", kKmOk, " 0 1"},
+        {"roots.p12", "korzenie", kKmOk, " 1 0"},
+        {"roots_empty.p12", "", kKmOk, " 1 0"},
         {"openssl_ed25519.p12", "Hasło1234", kKmUnknownKeyAlgorithm, " 0 0"},
         {"openssl_new.p12", "zazolc gesla", kKmWrongPassword, " 0 0"},
         {"openssl_new.p12", "\xff\xfe", kKmWrongPassword, " 0 0"},
@@ -102,6 +102,38 @@ TEST(SecurityFile, OpensFilesOfOtherTools) {
         ASSERT_EQ(load(asBytes(octets), contents, password), result);
         EXPECT_EQ(outline(contents), holds);
     }
+}
+
+TEST(SecurityFile, AnotherProgramsWordAboutAKeyComesAfterItsCertificates) {
+    const TempDir dir;
+    const std::string data = CRV_TEST_DATA;
+    int status = 0;
+    const std::string output = shell(
+        "cd " + dir.path().string() + " && openssl x509 -inform DER -in " + data + "/crt_sign.der -out c.pem && " +
+            "openssl pkey -inform DER -in " + data + "/key_rsa1.der -out k.pem && " +
+            "openssl pkcs12 -export -keyex -inkey k.pem -in c.pem -out f.p12 -passout pass:x",
+        &status);
+    ASSERT_EQ(status, 0) << output;
+    KeyStoreContents contents;
+    ASSERT_EQ(load(asBytes(readFile(dir.file("f.p12"))), contents, "x"), kKmOk);
+    EXPECT_EQ(outline(contents), "1 1 0") << "the attribute says 0x10: for encryption";
+}
+
+TEST(SecurityFile, TwoBagsOfOneCertificateKeepTheAttributesOfBoth) {
+    Pfx pfx;
+    for (const char* name : {"Pierwsza", "Druga"}) {
+        SafeBag bag;
+        bag.setFriendlyName(name);
+        pfx.update(*testCert("sign"), {}, bag.otherAttributes());
+    }
+    const uint8_t salt[20] = {};
+    ASSERT_EQ(pfx.final(PbeAlgo::Sha1TripleDesCbc, false, asBytes(kPassword), salt, sizeof salt), PfxResult::Ok);
+    KeyStoreContents contents;
+    ASSERT_EQ(load(pfx.encoded(), contents), kKmOk);
+    ASSERT_EQ(contents.certAttributes.size(), 1u);
+    Attributes both;
+    ASSERT_TRUE(both.readExactly(contents.certAttributes.begin()->second));
+    EXPECT_EQ(both[0].values.size(), 2u);
 }
 
 size_t count(std::string_view text, std::string_view what) {

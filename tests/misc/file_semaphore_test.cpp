@@ -2,6 +2,8 @@
 #include "misc/file_semaphore.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -123,6 +125,37 @@ TEST_F(Lock, OfAFileThatCannotBeWrittenServesReaders) {
     EXPECT_EQ(semaphore.p(kExclusiveLock), 0);
     EXPECT_EQ(semaphore.p(kSharedLock), 1);
     EXPECT_FALSE(freeForProcess(kExclusiveLock));
+}
+
+TEST_F(Lock, BelongsToWhomeverItsFileBelongs) {
+    constexpr uid_t kOwner = 4321;
+    if (::geteuid() != 0) GTEST_SKIP() << "needs several users";
+    const std::string file = dir.file("f");
+    writeFile(file, "");
+    ASSERT_EQ(::chown(file.c_str(), kOwner, kOwner) | ::chown(dir.path().c_str(), kOwner, kOwner), 0);
+    std::filesystem::permissions(file, std::filesystem::perms(0640));
+    const auto rights = [&] {
+        struct stat info {};
+        return ::stat(path.c_str(), &info) == 0 ? std::pair(info.st_uid, info.st_mode & 0777) : std::pair(~0u, 0u);
+    };
+    const auto asOwner = [&] {
+        const pid_t child = ::fork();
+        if (child == 0)
+            ::_exit(::setgid(kOwner) == 0 && ::setuid(kOwner) == 0 ? FileSemaphore(path, false, file).pCond(1) : 2);
+        int status = -1;
+        ::waitpid(child, &status, 0);
+        return WEXITSTATUS(status) == 1;
+    };
+    writeFile(path, "");
+    std::filesystem::permissions(path, std::filesystem::perms(0644));
+    EXPECT_TRUE(asOwner()) << "root left it behind";
+    EXPECT_EQ(rights(), std::pair(kOwner, 0640u));
+    std::filesystem::remove(path);
+    ASSERT_EQ(FileSemaphore(path, false, file).p(kExclusiveLock), 1);
+    EXPECT_EQ(rights(), std::pair(kOwner, 0640u)) << "root's gets the same";
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink(file, path);
+    EXPECT_EQ(FileSemaphore(path, false, file).pCond(kExclusiveLock), 0);
 }
 
 TEST_F(Lock, GuardsSayWhatFailed) {

@@ -1,5 +1,8 @@
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -79,6 +82,41 @@ TEST_F(AtomicWrite, ModesFollowTheRule) {
         ASSERT_EQ(::stat(path.c_str(), &info), 0);
         EXPECT_EQ(info.st_uid, given ? kOwner : ::geteuid()) << static_cast<int>(mode) << ' ' << old;
     }
+}
+
+TEST_F(AtomicWrite, AKeyFileOfAGroupStaysItsOwnersForEveryMember) {
+    constexpr uid_t kOwner = 4321, kMember = 4322;
+    constexpr gid_t kGroup = 4400;
+    if (::geteuid() != 0) GTEST_SKIP() << "needs several users";
+    const auto asMember = [&](int64_t room) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            FaultyFileOps ops;
+            ops.room = room;
+            const ScopedFileOps use(ops);
+            const bool member = ::setgroups(1, &kGroup) == 0 && ::setgid(kMember) == 0 && ::setuid(kMember) == 0;
+            ::_exit(member && writeFileAtomically(path, asBytes("by a member"), {WriteMode::Secret, false}) ? 0 : 1);
+        }
+        int status = -1;
+        ::waitpid(child, &status, 0);
+        return status == 0;
+    };
+    writeFile(path, "the owner's");
+    ASSERT_EQ(::chown(path.c_str(), kOwner, kGroup) | ::chown(dir.path().c_str(), kOwner, kGroup), 0);
+    fs::permissions(path, fs::perms(0660));
+    fs::permissions(dir.path(), fs::perms(02770));
+    for (const auto& [room, content] : {std::pair{int64_t{3}, "the owner's"}, {int64_t{9999}, "by a member"}}) {
+        EXPECT_EQ(asMember(room), room > 3);
+        EXPECT_EQ(readFile(path), content);
+        EXPECT_EQ(names(dir), 1) << "the copy beside it is gone";
+        struct stat info {};
+        ASSERT_EQ(::stat(path.c_str(), &info), 0);
+        EXPECT_EQ(std::tuple(info.st_uid, info.st_gid, info.st_mode & 07777), std::tuple(kOwner, kGroup, 0660u));
+    }
+    ASSERT_EQ(::setxattr(path.c_str(), "user.nota", "x", 1, 0), 0);
+    EXPECT_TRUE(writeFileAtomically(path, asBytes("by root"), {WriteMode::Secret, false}));
+    char note = 0;
+    EXPECT_EQ(::getxattr(path.c_str(), "user.nota", &note, 1), 1);
 }
 
 TEST_F(AtomicWrite, FollowsLinksAndWritesPipesDirectly) {

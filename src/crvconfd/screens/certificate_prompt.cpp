@@ -1,10 +1,11 @@
 #include "crvconfd/screens/certificate_prompt.h"
 
-#include <algorithm>
-
+#include "crvconfd/engines/text_view.h"
+#include "crvconfd/screens/crt_text.h"
 #include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/toolkit/toolkit.h"
+#include "crypto/kc_hash.h"
 #include "misc/exceptions.h"
 #include "pki/certificate_manager.h"
 
@@ -23,17 +24,31 @@ CertList certificatesIn(const std::string& path) {
 
 }  // namespace
 
-CertPtr askForCertificate(const std::function<bool(const SignedCertificate&)>& preferred) {
+CertList askForCertificates() {
     const auto file = askForFile("Podaj nazwę pliku z certyfikatem: ");
-    if (!file) return nullptr;
-    const CertList certs = certificatesIn(file->path);
-    if (certs.empty()) {
-        errInfo(kMessageRow, "Plik %s nie zawiera poprawnego certyfikatu !!!", file->typed.c_str());
-        return nullptr;
+    if (!file) return {};
+    CertList certs = certificatesIn(file->path);
+    if (certs.empty()) errInfo(kMessageRow, "Plik %s nie zawiera poprawnego certyfikatu !!!", file->typed.c_str());
+    return certs;
+}
+
+CertPtr askForCertificate() {
+    const CertList certs = askForCertificates();
+    return certs.empty() ? nullptr : certs.front();
+}
+
+void showSummary(const char* header, const CertList& certificates) {
+    TextView view{header, {}};
+    for (const CertPtr& certificate : certificates) {
+        const Validity& validity = certificate->tbs.validity;
+        if (!view.lines.empty()) view.lines.emplace_back();
+        addField(view.lines, "Właściciel:", nameLine(certificate->subject()));
+        addField(view.lines, "Wystawca:", nameLine(certificate->issuer()));
+        addField(view.lines, "Ważny od:", timeLine(validity.notBefore));
+        addField(view.lines, "Ważny do:", timeLine(validity.notAfter));
+        addField(view.lines, "Skrót SHA-256:", hexText(hashOf(KcHashAlgo::Sha256, encodingOf(*certificate))));
     }
-    const auto found =
-        std::find_if(certs.begin(), certs.end(), [&](const CertPtr& cert) { return preferred && preferred(*cert); });
-    return found == certs.end() ? certs.front() : *found;
+    runTextView(view);
 }
 
 }  // namespace crv

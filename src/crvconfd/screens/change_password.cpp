@@ -23,6 +23,7 @@ constexpr CodeText kPasswordTexts[] = {
     {kKmNoSeed, "Brak ziarna !!!"},
     {kKmLockFailed, kLockFailedText},
     {kKmLockGivenUp, kGivenUpText},
+    {kKmReadOnly, kReadOnlyText},
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 
+#include "asn/x509/sign_algo.h"
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/file_prompt.h"
@@ -49,6 +50,7 @@ constexpr CodeText kKeyGenTexts[] = {
     {kKmGenerationFailed, "Błąd procesu generowania kluczy"},
     {kKmLockFailed, kLockFailedText},
     {kKmLockGivenUp, kGivenUpText},
+    {kKmReadOnly, kReadOnlyText},
     {kKmKeyTooShort, "Klucze o długości mniejszej niż 2048 bitów nie są wspierane !!!"},
     {kKmAlgorithmNotSupported, "Nieobsługiwany algorytm w certyfikowanej wersji biblioteki!!!"},
 };
@@ -101,6 +103,17 @@ bool isPss(const KeyGenParams& params) {
     return params.keyScheme == KeyScheme::RsaPss;
 }
 
+/// A key that is tied to RSA-PSS cannot sign its request otherwise, so one of the two gives way.
+void toggleSha1(KeyGenParams& params) {
+    params.sha1RsaRequest = !params.sha1RsaRequest;
+    if (params.sha1RsaRequest) params.forceAlgorithm = false;
+}
+
+void toggleForced(KeyGenParams& params) {
+    params.forceAlgorithm = !params.forceAlgorithm;
+    if (params.forceAlgorithm) params.sha1RsaRequest = false;
+}
+
 /// A choice: where it stands, what it shows and what its key does.
 struct Choice {
     char key;
@@ -131,11 +144,9 @@ const Choice kChoices[] = {
      [](auto& params) { params.explicitDomain = !params.explicitDomain; }, isEcdsa,
      [](const auto& params) { return params.curveHasOid(); }},
     {'r', 10, "Do podpisu zgłoszenia użyj algorytmu SHA-1 ~RSA-PKCS#1 (niezalecane):", kOptionColumn,
-     [](const auto& params) -> std::string { return yesNo(params.sha1RsaRequest); },
-     [](auto& params) { params.sha1RsaRequest = !params.sha1RsaRequest; }, isPss},
+     [](const auto& params) -> std::string { return yesNo(params.sha1RsaRequest); }, toggleSha1, isPss},
     {'u', 11, "Wymuś ~używanie podanego algorytmu do podpisu:", kOptionColumn,
-     [](const auto& params) -> std::string { return yesNo(params.forceAlgorithm); },
-     [](auto& params) { params.forceAlgorithm = !params.forceAlgorithm; }, isPss},
+     [](const auto& params) -> std::string { return yesNo(params.forceAlgorithm); }, toggleForced, isPss},
 };
 
 struct End {
@@ -207,9 +218,10 @@ void drawWaiting(const KeyGenParams& params) {
 KeyManagerResult generate(KeyType usage, const KeyGenParams& params) {
     drawWaiting(params);
     dropTypedKeys();
+    const bool forced = isPss(params) && params.forceAlgorithm;
+    const auto progress = [] { return waitForKeyOrTimeout(0) != kKeyEscape; };
     return generateIntoKeyStore(
-        keyStoreAccess(), [] { return waitForKeyOrTimeout(0) != kKeyEscape; },
-        [&](const KeyGenHooks& hooks) {
+        keyStoreAccess(), {progress, {}, forced ? params.hash : KcHashAlgo::None}, [&](const KeyGenHooks& hooks) {
             if (params.keyScheme == KeyScheme::Dsa) return keyManager->generateDsaUserKey(params.keyLength, hooks);
             if (params.keyScheme == KeyScheme::Ecdsa)
                 return keyManager->generateECDsaUserKey(usage, params.curve, params.explicitDomain, hooks);
@@ -240,7 +252,8 @@ bool writeRequest(const TypedFile& file, const Bytes& request) {
 
 /// Asks for a file until the request is written or the user gives up: the key is saved, so the request can be made
 /// again.
-void saveRequest(KeyType usage, const KeyGenParams& params) {
+void saveRequest(KeyType usage, const KeyGenParams& params,
+                 const char* done = "Klucz został poprawnie wygenerowany i zapisany.") {
     Bytes request;
     const KeyManagerResult result = keyManager->prepareCrtRequest(usage, requestOf(params), request);
     if (result != kKmOk) return showCode(kKeyGenTexts, result);
@@ -249,7 +262,41 @@ void saveRequest(KeyType usage, const KeyGenParams& params) {
         if (!file) return;
         if (!file->typed.empty() && writeRequest(*file, request)) break;
     }
-    displCentInfo(kMessageRow, "Klucz został poprawnie wygenerowany i zapisany.", 2);
+    displCentInfo(kMessageRow, done, 2);
+}
+
+/// The request for a key that is there: its own use and algorithm, the configured hash.
+void saveRequestAgain(KeyType usage) {
+    const auto keys = keyManager->keys();
+    const auto key = std::find_if(keys.begin(), keys.end(), [&](const StoredKey& one) {
+        return usage == KeyType::Both ? one.role != KeyRole::Further : shares(one.role, roleOf(usage));
+    });
+    if (key == keys.end()) return;
+    const KeyType use = static_cast<KeyType>(static_cast<int>(key->role) - 1);
+    KeyGenParams params = paramsFor(use);
+    params.offersDsa = params.offersEcdsa = params.offersRsaPss = true;
+    params.chooseScheme(use == KeyType::Encryption ? KeyScheme::Rsa : keyManager->signingKeyType());
+    if (params.keyScheme != KeyScheme::Ecdsa) params.chooseLength(key->key.publicKey().bits());
+    const auto configured =
+        readSignAlgorithm(cfgManager->record().getSignatureAlgorithmIdentifier().value_or(AlgorithmIdentifier()));
+    if (configured && configured->scheme == params.signScheme) params.hash = configured->hash;
+    saveRequest(use, params, "Zgłoszenie certyfikacyjne zostało zapisane.");
+}
+
+/// Tries to save a key that was generated and could not be saved, as often as the user wants it. True when it is saved;
+/// otherwise it stays until the user gives it up.
+bool saveUnsaved() {
+    while (keyManager->unsavedKey()) {
+        if (displCentQuestion(kMessageRow, "Wygenerowany klucz nie został zapisany. Zapisać go teraz (t/n)?") == 0) {
+            if (displCentQuestion(kMessageRow, "Czy na pewno porzucić wygenerowany klucz (t/n)?") == 1)
+                keyManager->dropUnsavedKey();
+            return false;
+        }
+        const KeyManagerResult result = saveUnsavedKey(keyStoreAccess());
+        clrToEol(kMessageRow, 0);
+        if (result != kKmOk) showCode(kKeyGenTexts, result);
+    }
+    return true;
 }
 
 bool mayGenerate(KeyType usage) {
@@ -259,6 +306,8 @@ bool mayGenerate(KeyType usage) {
     }
     if (!keyManager->hasKey(usage)) return true;
     errInfo(kMessageRow, "Klucz dla danego zastosowania już istnieje i nie może zostać nadpisany");
+    if (displCentQuestion(kMessageRow, "Zapisać zgłoszenie dla istniejącego klucza (t/n)?") == 1)
+        saveRequestAgain(usage);
     return false;
 }
 
@@ -332,8 +381,13 @@ KeyGenCommand ProcessKeyGenCommand(int key, KeyGenParams& params) {
     return KeyGenCommand::Stay;
 }
 
+void offerUnsavedKey() {
+    if (const auto use = keyManager->unsavedKey(); use && saveUnsaved()) saveRequestAgain(*use);
+}
+
 void OnKeyGen(KeyType usage) {
     if (!mayGenerate(usage)) return;
+    if (keyManager->unsavedKey()) return offerUnsavedKey();
     KeyGenParams params = paramsFor(usage);
     if (!runScreen(params)) return;
     // A key for whose request there is no signature would be generated in vain. RSA keys that are too short are refused
@@ -341,8 +395,10 @@ void OnKeyGen(KeyType usage) {
     if (!isHashSupported(params.signScheme, params.hash)) return showCode(kKeyGenTexts, kKmHashNotSupported);
     const KeyManagerResult result = generate(usage, params);
     clrToEol(kMessageRow, 0);
-    if (result == kKmCancelled) return;
-    if (result != kKmOk) return showCode(kKeyGenTexts, result);
+    if (result != kKmOk) {
+        if (result != kKmCancelled) showCode(kKeyGenTexts, result);
+        if (!keyManager->unsavedKey() || !saveUnsaved()) return;
+    }
     const std::string done = std::string("Klucz ") + params.schemeName() + " został poprawnie wygenerowany.";
     displCentInfo(kMessageRow, done.c_str(), 1);
     saveRequest(usage, params);

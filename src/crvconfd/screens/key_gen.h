@@ -10,6 +10,9 @@ namespace crv {
 /// certificate.
 void OnKeyGen(KeyType usage);
 
+/// At the end of a session: a generated key that could not be saved is offered once more, or it is lost.
+void offerUnsavedKey();
+
 /// Draws the screen. While a list is open the shortcuts are not marked and the footer tells the keys of the list.
 void ShowKeyGenMenu(const KeyGenParams& params, bool listOpen);
 

@@ -113,6 +113,33 @@ void showOpenFailure(KeyManagerResult result) {
     }
 }
 
+/// Offers the certificates of authorities that came with another program's file as trust points; each is looked at as
+/// one that the user adds.
+void offerTrustPoints() {
+    const CertList candidates = keyManager->trustCandidates();
+    if (candidates.empty() ||
+        displCentQuestion(kMessageRow, "Czy dodać urzędy certyfikacji z tego pliku do punktów zaufania (t/n)?") == 0)
+        return;
+    long added = 0;
+    for (const CertPtr& candidate : candidates) added += keyManager->addTrustedCA(candidate) == kKmOk;
+    if (added > 0 && !writeProtCfg()) return;
+    errInfo(kMessageRow, "Dodano punktów zaufania: %ld, odrzucono: %ld", added,
+            static_cast<long>(candidates.size()) - added);
+}
+
+/// Says what may not be written, and takes another program's file over when the user agrees.
+bool settleRights() {
+    if (keyManager->isForeign() &&
+        displCentQuestion(kMessageRow,
+                          "Plik pochodzi z innego programu i będzie zapisany od nowa. Przejąć go (t/n)?") == 1) {
+        if (initProfile(OpenMode::AdoptForeign) != kKmOk) return false;
+        offerTrustPoints();
+    } else if (keyManager->isReadOnly()) {
+        errInfo(kMessageRow, "%s", kReadOnlyText);
+    }
+    return true;
+}
+
 /// Seeds the generators of a store that has no seed from keystrokes, saves the seed and opens the store again.
 bool seedAndReopen() {
     if (keyManager->seedingSuppressed() || !seedFromKeystrokes("Brak pamięci")) return false;
@@ -165,7 +192,7 @@ bool deviceInit() {
     return false;
 }
 
-KeyManagerResult initProfile() {
+KeyManagerResult initProfile(OpenMode mode) {
     clrToEol(kMessageRow, 0);
     const bool card = cfgManager->keyMedium() == KeyMedium::Token;
     const auto reading = [card] {
@@ -176,7 +203,7 @@ KeyManagerResult initProfile() {
         return true;
     };
     keyManager->setProgress([] { return waitForKeyOrTimeout(0) != kKeyEscape; });
-    const KeyManagerResult result = openKeyStore(keyStoreAccess(), true, reading);
+    const KeyManagerResult result = openKeyStore(keyStoreAccess(), mode, true, reading);
     keyManager->setProgress({});
     clrToEol(kMessageRow, 0);
     if (result != kKmOk) showOpenFailure(result);
@@ -190,7 +217,7 @@ bool OnProfileZaloguj() {
         const long needed = neededPins();
         if (!askPins(prompt, needed)) return false;
         const KeyManagerResult result = initProfile();
-        if (result == kKmOk) return true;
+        if (result == kKmOk) return settleRights();
         if (result == kKmNoSeed) return seedAndReopen();
         // Where nothing was asked, trying again by itself would only block a card.
         if (!isWrongPassword(result) || needed == 0) return false;

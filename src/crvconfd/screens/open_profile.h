@@ -1,7 +1,7 @@
 // The steps that open the current profile. Each answers whether it succeeded, after showing its own message.
 #pragma once
 
-#include "keystore/key_manager_result.h"
+#include "keystore/key_manager.h"
 
 namespace crv {
 
@@ -19,6 +19,6 @@ namespace crv {
 
 /// Opens the key store of the current profile with the stored PINs, under the lock of the security file, and shows the
 /// text of a failure after the lock is free again.
-[[nodiscard]] KeyManagerResult initProfile();
+[[nodiscard]] KeyManagerResult initProfile(OpenMode mode = OpenMode::LogIn);
 
 }  // namespace crv

@@ -37,15 +37,16 @@ constexpr CodeText kDeleteTexts[] = {
     {kKmPkcs11NotInitialised, "Nie zainicjowany interfejs PKCS#11"},
 };
 
-/// Saves the change with the waiting text; then shows that it is done.
-void saveChange(const char* done) {
+/// Saves the change with the waiting text; then shows that it is done. False when it was not.
+bool saveChange(const char* done) {
     clrToEol(kMessageRow, 0);
     displText(kMessageRow, 0, "%s",
               cfgManager->keyMedium() == KeyMedium::Token ? "Czekaj, trwa zapis ustawień na karcie..."
                                                           : "Czekaj, trwa zapis ustawień...");
-    if (!writeProtCfg()) return;
+    if (!writeProtCfg()) return false;
     clrToEol(kMessageRow, 0);
     displCentInfo(kMessageRow, done, 2);
+    return true;
 }
 
 std::string crlText(const CrlIndexEntry& crl) {
@@ -132,7 +133,7 @@ bool OnTrustedPointAdd() {
         return false;
     const KeyManagerResult result = keyManager->addTrustedCA(certificate);
     if (result == kKmOk) {
-        saveChange("Punkt zaufania poprawnie dodany");
+        if (saveChange("Punkt zaufania poprawnie dodany")) showSummary("Dodany punkt zaufania", {certificate});
     } else {
         showCode(kAddTexts, result, kPlace);
     }
@@ -148,7 +149,7 @@ bool OnTrustedPointDel(const TrustPointList& list, size_t index) {
     }
     const KeyManagerResult result = keyManager->delTrustedCA(point.certificate, static_cast<int>(TrustPointFlag::User));
     if (result == kKmOk) {
-        saveChange("Punkt zaufania usunięty");
+        static_cast<void>(saveChange("Punkt zaufania usunięty"));
     } else {
         showCode(kDeleteTexts, result, kPlace);
     }

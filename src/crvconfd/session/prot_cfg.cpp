@@ -28,6 +28,7 @@ constexpr CodeText kSaveTexts[] = {
     {kKmWrongSigningKeyPin, "Błędny PIN klucza do podpisywania"},
     {kKmLockFailed, kLockFailedText},
     {kKmLockGivenUp, kGivenUpText},
+    {kKmReadOnly, kReadOnlyText},
     {kKmKeyHasTwoNames, "Wykryty klucz recertyfikowany dla różnych identyfikatorów wyróżniających !!!"},
 };
 

@@ -1,6 +1,9 @@
 #include "crvconfd/session/session.h"
 
+#include <cerrno>
+
 #include "api/crvctx.h"
+#include "crvconfd/screens/key_gen.h"
 #include "crvconfd/screens/menus.h"
 #include "crvconfd/screens/open_profile.h"
 #include "crvconfd/screens/profile_details.h"
@@ -9,7 +12,7 @@
 #include "crvconfd/session/current_profile.h"
 #include "crvconfd/session/program_info.h"
 #include "crvconfd/toolkit/toolkit.h"
-#include "misc/whole_file.h"
+#include "misc/file_ops.h"
 #include "ops/file_place.h"
 
 namespace crv {
@@ -29,7 +32,7 @@ constexpr struct {
 /// Whether the security file and its lock can be where the profile has them; says why not.
 bool isPlaceGood() {
     for (const PlaceLook& look :
-         {lookAtPlace(cfgManager->securityFileName()), lookAtPlace(cfgManager->securityFileLockName(), true)}) {
+         {lookAtPlace(cfgManager->securityFileName()), lookAtPlace(cfgManager->securityFileLockName())}) {
         for (const auto& [place, text] : kPlaceTexts) {
             if (place != look.place) continue;
             errInfo(kMessageRow, text, look.where.c_str());
@@ -39,12 +42,18 @@ bool isPlaceGood() {
     return true;
 }
 
+/// Only then there is nothing to lose: a file that cannot be looked at may be there.
+bool isMissing(const std::string& path) {
+    struct stat info {};
+    return fileOps().stat(path, &info) != 0 && errno == ENOENT;
+}
+
 /// Opens the keys of the current profile as its type demands.
 bool openKeys() {
     switch (cfgManager->profileType()) {
         case SessionProfileType::File:
             if (!isPlaceGood()) return false;
-            return fileExists(cfgManager->securityFileName()) ? OnProfileZaloguj() : createPfx();
+            return isMissing(cfgManager->securityFileName()) ? createPfx() : OnProfileZaloguj();
         case SessionProfileType::Device:
             clrToEol(kMessageRow, 0);
             displText(kMessageRow, 0, "Inicjowanie pracy z kartą...");
@@ -63,7 +72,9 @@ void runSession(std::unique_ptr<CrvProfile> profile, ProfileSource source) {
     setTitle(sessionTitle().c_str());
     clrScr();
     displayProgramInfo(0);
-    if (createDB() && openKeys()) OnMainMenu();
+    if (!createDB() || !openKeys()) return;
+    OnMainMenu();
+    offerUnsavedKey();
 }
 
 }  // namespace
