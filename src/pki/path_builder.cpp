@@ -13,7 +13,7 @@ namespace {
 
 /// Certificates looked at on the way to all trust points, and different names.
 constexpr size_t kMaxNames = 2000;
-constexpr size_t kNowhere = std::numeric_limits<size_t>::max();
+constexpr size_t kUnreached = std::numeric_limits<size_t>::max();
 
 }  // namespace
 
@@ -94,7 +94,7 @@ FactsList PathBuilder::issuersOf(const Search& search, const CertificateFacts& c
         const bool otherKey = !certificate.authorityKeyId.empty() && !one->subjectKeyId.empty() &&
                               one->subjectKeyId != certificate.authorityKeyId;
         const auto near = search.distance.find(one->issuer);
-        return std::tuple(faulty, !trusted, otherKey, near == search.distance.end() ? kNowhere : near->second);
+        return std::tuple(faulty, !trusted, otherKey, near == search.distance.end() ? kUnreached : near->second);
     };
     std::vector<std::pair<decltype(rank(nullptr)), FactsPtr>> ranked;
     for (const FactsPtr& one : found->second) ranked.emplace_back(rank(one), one);

@@ -55,7 +55,7 @@ def shared(root):
     """Constants and variables of the headers, which every source may meet."""
     for path in root.rglob("*.h"):
         text = re.sub(r"^namespace \w+ \{(?<!namespace crv \{)(?<!test \{).*?^\}  // namespace", "", path.read_text("utf-8"), flags=re.M | re.S)
-        for match in re.finditer(r"^inline (?:constexpr |const )?[^=({]*?(\w+)(?:\[\])?\s*[={]", text, re.M):
+        for match in re.finditer(r"^(?:inline |constexpr |inline constexpr |inline const )[^=({]*?(\w+)(?:\[\])?\s*[={]", text, re.M):
             yield match[1], path
 
 
