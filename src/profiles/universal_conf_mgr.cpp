@@ -157,7 +157,7 @@ void UniversalConfMgr::seveToFile(const std::string& path) {
     const WriteMode mode = media_ == ProfileMedia::Common ? WriteMode::KeepOrCommon : WriteMode::KeepOrSecret;
     const WriteResult result = writeFileAtomically(expandHome(path), asBytes(toText()), {mode, true});
     if (result.failed == WriteStep::Open) throw StoreError(StoreCause::NotOpened, "Blad otwarcia pliku: " + path);
-    if (result.failed == WriteStep::Write) throw StoreError(StoreCause::Failed, "Blad zapisu pliku: " + path);
+    if (result.failed == WriteStep::Write) throw StoreError(StoreCause::Failed, "Błąd zapisu pliku: " + path);
     pendingChanges_ = false;
 }
 

@@ -112,6 +112,22 @@ TEST_F(Program, ListsNameTheirProfilesAndWhoseTheyAre) {
     for (const auto& [line, expected] : cases) EXPECT_EQ(run(line), expected) << line;
 }
 
+TEST_F(Program, TheShellCompletesNamesInAnyCaseAndWithBlanks) {
+    list(".crvprofiles.conf", {"alfa", "biuro nowe"});
+    const std::string script = "'. " CRV_SOURCE_DIR
+                               "/completion/crvconfd; COMP_WORDS=(x -profile \"$1\"); COMP_CWORD=2; "
+                               "_crvconfd; printf \"[%s]\" \"${COMPREPLY[@]}\"'";
+    const std::pair<const char*, const char*> cases[] = {{"al", "[ALFA]"},
+                                                         {"BIU", "[BIURO\\ NOWE]"},
+                                                         {"biuro\\ n", "[BIURO\\ NOWE]"},
+                                                         {"\"biu", "[BIURO NOWE]"},
+                                                         {"x", "[]"}};
+    for (const auto& [typed, completed] : cases) {
+        const std::string line = "PATH=$PWD:/usr/bin:/bin LC_ALL=C.UTF-8 bash -c " + script + " _ '" + typed + "'";
+        EXPECT_EQ(run(line), std::string(completed) + "=0\n");
+    }
+}
+
 TEST_F(Program, BrokenListsAreReportedAndLeftAlone) {
     for (const std::string& text : {std::string("\\A\\Type [l] = 1\nbroken\n"), std::string("\177ELF\0\1\2", 7)}) {
         writeFile(dir.file("bad.conf"), text);

@@ -100,6 +100,9 @@ TEST_F(MenuScreen, TrustPointsAreAddedShownSavedAndDeleted) {
     save("dawny.crt",
          makeCert({.subject = {{"CN", "Dawny"}}, .notBefore = -9 * kDay, .notAfter = -kDay, .extensions = extensions})
              .der);
+    const MadeCert root = makeCert({.subject = {{"CN", "Główny"}}, .extensions = caExtensions()});
+    save("posredni.crt", makeCert({.subject = {{"CN", "Pośredni"}}, .extensions = caExtensions()}, &root).der);
+    run("openssl req -x509 -newkey ed25519 -nodes -subj /CN=Ed -keyout ed.key -out ed.crt 2>&1");
     open("2");
     play({{kConfiguration, "1"}, {"Brak punktów zaufania", "nPcsUd"}});
     message("Do zmiany konfiguracji wymagany jest certyfikat i klucz do podpisywania");
@@ -111,6 +114,9 @@ TEST_F(MenuScreen, TrustPointsAreAddedShownSavedAndDeleted) {
         play({{"Dodaj", "d"}, {"Podaj nazwę pliku z certyfikatem:", name + "\r"}, {text, " "}});
     };
     add("~/user.crt", "Wskazany certyfikat nie jest certyfikatem urzędu");
+    add("~/posredni.crt", "To urząd pośredni");
+    add("~/ed.crt", "Nieobsługiwany algorytm podpisu lub klucza certyfikatu");
+    add("~/nie_ma", "Błąd otwarcia pliku ~/nie_ma !!!");
     add("~/ca.crt", "Punkt zaufania poprawnie dodany");
     play({{"Dodany punkt zaufania", "w"}});
     add("~/ca/ca.pem", "certyfikacyjne punktu zaufania już istnieje.");
@@ -158,6 +164,7 @@ TEST_F(MenuScreen, ServersAreAddedOrderedEditedAndDeletedInTheListOfProfiles) {
         expectIn(keys::kDown + keys::kDown + keys::kDown + "\rtajne\r", 8, "********");
         EXPECT_FALSE(screen->shows("tajne"));
         screen->send("s");
+        message(kChanged);
         screen->waitFor(name + std::string("  HTTP  tsp.example:318"));
     }
     expectIn(keys::kEnd + "p", 2, "BUDZIK");
@@ -168,15 +175,25 @@ TEST_F(MenuScreen, ServersAreAddedOrderedEditedAndDeletedInTheListOfProfiles) {
     expectIn("w", 23, "Zapisać zmiany (t/n)?");
     expectIn("n", 2, "BUDZIK  HTTP  tsp.example:318");
     // Enter alone keeps the port.
-    play({{"Edytuj", "e"}, {"- BUDZIK", "\r" + keys::kDown + keys::kDown + "\r"}, {"Port: 318", "\rs"}});
-    expectIn("", 2, "BUDZIK  FTP  tsp.example:318");
-    expectIn(keys::kHome + "k", 3, "BUDZIK");
-    play({{"Edytuj", "w"}, {kConfiguration, "6"}, {"Ustawienia proxy", keys::kDown + "\rproxy.example\r"}});
-    expectIn(keys::kDown + "\r8080\rs", 13, "9) Rozszerzone");
+    play({{"Edytuj", "e"},
+          {"- BUDZIK", "\r" + keys::kDown + keys::kDown + "\r"},
+          {"Port: 318", "\rs"},
+          {kChanged, " "}});
+    expectIn("", 2, "BUDZIK  FTP   tsp.example:318");
+    expectIn(keys::kHome + "k", 3, ">BUDZIK");
+    expectIn("p", 2, ">BUDZIK");
+    expectIn("k", 3, ">BUDZIK");
+    play({{"Edytuj", "d"}, {"nowy serwer", "\r  \rs"}, {"Nazwa serwera nie może być pusta", " "}, {"Zapisz", "w"}});
+    play({{"Zapisać zmiany (t/n)?", "n"},
+          {"Edytuj", "w"},
+          {kConfiguration, "6"},
+          {"Ustawienia proxy", keys::kDown + "\rproxy.example\r"}});
+    screen->send(keys::kDown + "\r8080\rs");
+    message(kChanged);
     EXPECT_EQ(leave(kConfiguration), 0);
     open("4");
     play({{"proxy.example:8080", "w"}, {kMainMenu, "2"}, {kConfiguration, "2"}, {"Serwery datowania", ""}});
-    expectIn("", 2, "ZEGAR  HTTP  tsp.example:318");
+    expectIn("", 2, "ZEGAR   HTTP  tsp.example:318");
     expectIn("", 3, "BUDZIK  FTP");
     const std::string question = "Czy na pewno chcesz usunąć serwer (t/n)?";
     play({{"Edytuj", "u"}, {question, "n"}, {"ZEGAR", "u"}, {question, "t"}});
@@ -192,7 +209,7 @@ TEST_F(MenuScreen, CryptographicSettingsAreShownAgainAfterReopening) {
     open("2");
     play({{kConfiguration, "7"}, {"Ustawienia kryptograficzne", "\r" + keys::kDown + "\r\r" + keys::kDown + "\r"}});
     expectRow(keys::kHome, 2, rows[0]);
-    play({{"AES-192", "s"}});
+    play({{"AES-192", "s"}, {kChanged, " "}});
     EXPECT_EQ(leave(kConfiguration), 0);
     open("2");
     play({{kConfiguration, "7"}, {"Ustawienia kryptograficzne", ""}});
@@ -240,7 +257,8 @@ TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
     };
     search("oSOBA 29", "11");
     const std::string question = "Czy na pewno chcesz usunąć certyfikat (t/n)?";
-    play({{"Osoba 299", keys::kDown + "u"}, {question, "n"}, {"11", "u"}, {question, "t"}, {"znaleziono: 10", ""}});
+    play({{"Osoba 299", keys::kDown + "u"}, {question, "n"}, {"11", "u"}, {question, "t"}});
+    play({{"Certyfikat usunięty", " "}, {"znaleziono: 10", ""}});
     expectIn("", 3, "Osoba 291 ");
     play({{"Osoba 291", "d"}, {"CN=Osoba 291", "w"}, {"Cała baza", "s"}, {"Podaj nazwę", "~/jeden.crt\r"}});
     message(kSaved);
@@ -249,10 +267,12 @@ TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
     play({{"Brak certyfikatów", "b"}, {"Osoba 19 ", "w"}});
     EXPECT_NE(run("openssl x509 -inform DER -in jeden.crt -noout -subject").find("Osoba 291"), std::string::npos);
     play({{kDataBases, "2"}, {"Baza list CRL", ""}});
-    expectIn("", 2, ">  Urząd ");
+    expectIn("", 2, "> ? Urząd ");
     EXPECT_EQ(screen->row(2).substr(screen->row(2).size() - 2), " 2");
-    play({{"77", "d"}, {"Lista CRL", ""}, {"10 01", ""}, {"10 02", "w"}, {"Zapisz", "s"}});
-    play({{"Podaj nazwę pliku listy CRL:", "~/zapis.crl\r"}, {kSaved, " "}, {"Zapisz", "w"}});
+    play({{"77", "d"}, {"NIEZWERYFIKOWANA", ""}, {"10 01", ""}, {"10 02", "w"}, {"Zapisz", "s"}});
+    play({{"Podaj nazwę pliku listy CRL:", "~/zapis.crl\r"}, {kSaved, " "}, {"Usuń", "u"}});
+    play({{"Czy na pewno chcesz usunąć listę CRL (t/n)?", "n"}, {"77", "u"}, {"(t/n)?", "t"}});
+    play({{"Lista CRL usunięta", " "}, {"Brak list CRL", "w"}});
     EXPECT_EQ(leave(kDataBases), 0);
     EXPECT_EQ(readFile(file("zapis.crl")), readFile(file("ca.crl")));
 }

@@ -118,6 +118,8 @@ void SessionScreen::prepareKey(bool withCertificate) {
         for (const char* name : {"both.p12", "key.p12"}) adopt(kept.file(name));
     }
     std::filesystem::copy(kept.path(), dir.path(), std::filesystem::copy_options::recursive);
+    // The authority's configuration names the folder in which it was made.
+    run("sed -i 's|" + kept.path().string() + "|" + dir.path().string() + "|' ca/ca.cnf");
     std::filesystem::rename(dir.path() / (withCertificate ? "both.p12" : "key.p12"), dir.path() / "praca.p12");
 }
 

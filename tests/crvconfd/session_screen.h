@@ -32,6 +32,7 @@ class SessionScreen : public testing::Test {
     static inline const std::string kNewPassword = "Wprowadź nowe hasło dostępu:";
     static inline const std::string kRepeat = "Powtórz hasło:";
     static inline const std::string kSeeding = "aby zainicjowac generator pseudolosowy:";
+    static inline const std::string kChanged = "Zmiany zostały zapisane";
     static inline const std::string kTooLong = "Hasło jest za długie, mieści się najwyżej 39 znaków";
     static inline const std::string kOfTheProfile = "Plik należy do profilu PRACA, podaj inną nazwę: ";
     static inline const std::string kNoDatabase = "Bazy danych pakietu nie istnieją";

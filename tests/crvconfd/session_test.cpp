@@ -306,6 +306,11 @@ TEST_F(DataBaseScreen, CertificatesAreImportedInEveryFormOnceAndExportedButNotOv
                                                    {"~/trzy.der", 3},  {"~/cztery.der", 4},   {"~/paczka.p7b", 2},
                                                    {"~/ca/ca.pem", 1}};
     for (const auto& [name, count] : imports) answer("3", name, "Wczytano " + std::to_string(count) + " certyfikatów.");
+    const std::string longName = std::string(120, 'a') + "@example.com";
+    save("dlugi.der",
+         makeCert({.subject = {{"CN", "D"}}, .extensions = {{"subjectAltName", "email:" + longName}}}).der);
+    play({{"6) Usuń", "3"}, {"Poda", "~/dlugi.der\r"}, {"Wczytano 0 certyfikatów. Odrzucono: 1.", " "}});
+    play({{"Odrzucone certyfikaty", ""}, {"Certyfikat nr 1:", "w"}});
     const std::string p12 = readFile(file("praca.p12")), list = readFile(file("lista.conf"));
     const std::string isList = "To jest lista profili, podaj inną nazwę: ", notOpened = "Błąd otwarcia pliku ";
     const std::pair<std::string, std::string> refusals[] = {
@@ -346,7 +351,11 @@ TEST_F(DataBaseScreen, CrlsAreVerifiedAndKept) {
     answer("4", "nie_ma", "Błąd otwarcia pliku nie_ma");
     for (const char* name : {"~/ucieta.crl", "~/user.crt", "~/praca.p12", "~/lista.conf"})
         answer("4", name, "Błędny format listy CRL !!!");
-    play({{"6) Usuń", "4"}, {"Podaj nazwe pliku z lista CRL:", "~/lista.pem\r"}, {question, "n"}, {"6) Usuń", ""}});
+    play({{"6) Usuń", "4"},
+          {"Podaj nazwe pliku z lista CRL:", "~/lista.pem\r"},
+          {"Przyczyna: ", ""},
+          {question, "n"},
+          {"6) Usuń", ""}});
     EXPECT_FALSE(std::filesystem::exists(file("db/1.crl")));
     answer("4", "~/lista.pem", "Lista CRL poprawnie wczytana", yes);
     EXPECT_EQ(readFile(file("db/1.crl")), readFile(file("ca.crl")));
@@ -354,6 +363,17 @@ TEST_F(DataBaseScreen, CrlsAreVerifiedAndKept) {
     answer("4", "~/ca/ca.crl", "poprawnie wczytana", yes);
     answer("4", "~/stara.crl", "Wczytywana lista CRL jest starsza niż znajdująca się w bazie danych.", yes);
     EXPECT_EQ(run("cat db/*.crl | openssl crl -inform DER -noout -text | grep -c 'Serial Number: 01'"), "1\n");
+}
+
+TEST_F(DataBaseScreen, ARevokedCertificateIsShownAsSuchEverywhere) {
+    demoCa("revoke ca user.crt");
+    play({{"6) Usuń", "w"}, {"(brak ścieżki)", "2"}, {"9) Rozszerzone", "1"}, {"Brak punktów zaufania", "d"}});
+    play({{"Podaj nazwę pliku", "~/ca.crt\r"}, {"poprawnie dodany", " "}, {"1/1", "w"}, {"9) Rozszerzone", "w"}});
+    play({{"(nieznany)", "3"}});
+    answer("4", "~/ca/ca.crl", "Lista CRL poprawnie wczytana");
+    answer("3", "~/user.crt", "Wczytano 1");
+    play({{"6) Usuń", "1"}, {" unieważniony", "d"}, {"UNIEWAŻNIONY ", "w"}, {"Koniec", "w"}, {"6) Usuń", "w"}});
+    play({{"(unieważniony)", ""}});
 }
 
 TEST_F(DataBaseScreen, ExpiredCertificatesAreRemovedAfterTheTimeIsConfirmed) {
@@ -386,7 +406,7 @@ TEST_F(SessionScreen, TheUsersCertificateIsInstalledOnceForItsKey) {
     const auto install = [&](const std::string& name, const std::string& text) {
         play({{"6) Instaluj", "6"}, {"Podaj nazwę pliku z certyfikatem: ", name + "\r"}, {text, " "}});
     };
-    install("nie ma", "Plik nie ma nie zawiera poprawnego certyfikatu !!!");
+    install("nie ma", "Błąd otwarcia pliku nie ma !!!");
     install("~/ca.crl", "Plik ~/ca.crl nie zawiera poprawnego certyfikatu !!!");
     install("~/ca.crt", "Certyfikat nie jest sparowany z zadnym kluczem uzytkownika !!!");
     run("mv db gdzie; openssl crl2pkcs7 -nocrl -certfile ca/ca.pem -certfile user.pem -out paczka.p7b");

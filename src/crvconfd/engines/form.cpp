@@ -109,6 +109,7 @@ bool runForm(const std::string& title, const std::vector<FormField>& fields, con
     const auto store = [&](size_t) {
         saved = save();
         leaving = saved;
+        if (saved && end.done) displCentInfo(kMessageRow, end.done, 2);
     };
     const auto mayLeave = [&] {
         if (!changed || !end.question || displCentQuestion(kMessageRow, end.question) == 0) return true;

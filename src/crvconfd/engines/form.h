@@ -39,6 +39,7 @@ struct FormEnd {
     char key = 's';
     const char* label = "Zapi~sz";
     const char* question = "Zapisać zmiany (t/n)?";
+    const char* done = "Zmiany zostały zapisane";  ///< shown after success; null: nothing
 };
 
 /// Shows the fields until the user saves (save answers whether that worked; the form stays open when it did not) or

@@ -1,6 +1,7 @@
 #include "crvconfd/screens/cert_view.h"
 
 #include <algorithm>
+#include <ctime>
 
 #include "asn/x509/signed_certificate.h"
 #include "crvconfd/engines/text_view.h"
@@ -51,7 +52,10 @@ void drawKey(int row, const StoredKey& key) {
     std::string text = signAlgoName(publicKey.scheme(), KcHashAlgo::None);
     text = fitText(text + " " + std::to_string(publicKey.bits()), 19) + " ";
     if (certificate) {
-        text += "ważny do " + dateLine(certificate->tbs.validity.notAfter) + " " + shortName(certificate->subject());
+        const CertificateState state = currentState(certificate);
+        text += validityDate(certificate->tbs.validity, std::time(nullptr));
+        if (state.standing != CertificateStanding::Trusted) text += std::string(" (") + standingWord(state) + ")";
+        text += " " + shortName(certificate->subject());
     } else {
         text += "brak certyfikatu";
     }

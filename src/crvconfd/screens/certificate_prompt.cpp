@@ -13,13 +13,17 @@ namespace crv {
 
 namespace {
 
-/// Empty as well when the file cannot be read.
-CertList certificatesIn(const std::string& path) {
+/// Nothing, after a message, when the file cannot be read or holds none.
+CertList certificatesIn(const TypedFile& file) {
+    CertList certs;
     try {
-        return crtManager->readCerts(path);
+        certs = crtManager->readCerts(file.path);
     } catch (const StoreError&) {
+        errInfo(kMessageRow, "Błąd otwarcia pliku %s !!!", file.typed.c_str());
         return {};
     }
+    if (certs.empty()) errInfo(kMessageRow, "Plik %s nie zawiera poprawnego certyfikatu !!!", file.typed.c_str());
+    return certs;
 }
 
 }  // namespace
@@ -27,9 +31,7 @@ CertList certificatesIn(const std::string& path) {
 CertList askForCertificates() {
     const auto file = askForFile("Podaj nazwę pliku z certyfikatem: ");
     if (!file) return {};
-    CertList certs = certificatesIn(file->path);
-    if (certs.empty()) errInfo(kMessageRow, "Plik %s nie zawiera poprawnego certyfikatu !!!", file->typed.c_str());
-    return certs;
+    return certificatesIn(*file);
 }
 
 CertPtr askForCertificate() {

@@ -3,14 +3,17 @@
 #include <ctime>
 
 #include "asn/x509/signed_cert_rev_list.h"
+#include "corvane/crvapi.h"
 #include "crvconfd/engines/screen.h"
 #include "crvconfd/engines/text_view.h"
 #include "crvconfd/screens/crt_text.h"
 #include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/screens/save_to_file.h"
 #include "crvconfd/session/context.h"
+#include "crvconfd/session/messages.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "db_sql/db_manager.h"
+#include "pki/revocation_manager.h"
 
 namespace crv {
 
@@ -40,9 +43,10 @@ bool isExpired(const CrlIndexEntry& entry) {
 std::string crlRow(const CrlIndexEntry& entry) {
     StoredCrl crl;
     const std::string count = crl.load(entry.fileNumber()) ? std::to_string(crl.list.entryCount()) : "?";
-    return std::string(isExpired(entry) ? "! " : "  ") + fitText(shortName(entry.issuer), kCrlIssuerWidth) + " " +
-           fitText(numberText(entry), kNumberWidth) + " " + dateLine(entry.thisUpdate) + " " +
-           (entry.nextUpdate ? dateLine(*entry.nextUpdate) : std::string(10, ' ')) + " " + count;
+    return std::string(isExpired(entry) ? "!" : " ") + (entry.isVerified() ? "  " : "? ") +
+           fitText(shortName(entry.issuer), kCrlIssuerWidth) + " " + fitText(numberText(entry), kNumberWidth) + " " +
+           dateLine(entry.thisUpdate) + " " + (entry.nextUpdate ? dateLine(*entry.nextUpdate) : std::string(10, ' ')) +
+           " " + count;
 }
 
 void addEntries(std::vector<std::string>& lines, const SignedCertRevList& list) {
@@ -59,7 +63,7 @@ void addEntries(std::vector<std::string>& lines, const SignedCertRevList& list) 
 
 std::vector<std::string> CrlBrowser::items() {
     index_.clear();
-    if (!dbManager->getCrlIndex(index_)) errInfo(kMessageRow, "Błąd bazy danych");
+    if (!dbManager->getCrlIndex(index_)) showDatabaseFailure("Błąd bazy danych");
     std::vector<std::string> rows;
     for (const CrlIndexEntry& entry : index_) rows.push_back(crlRow(entry));
     return rows;
@@ -68,8 +72,12 @@ std::vector<std::string> CrlBrowser::items() {
 void CrlBrowser::details(size_t index) const {
     const CrlIndexEntry& entry = index_[index];
     StoredCrl crl;
-    if (!crl.load(entry.fileNumber())) return errInfo(kMessageRow, "Błąd bazy danych");
+    if (!crl.load(entry.fileNumber())) return showDatabaseFailure("Błąd bazy danych");
     std::vector<std::string> lines;
+    addField(lines, "Rodzaj:", entry.isDelta() ? "przyrost do listy nr " + entry.baseCrlNumber->decimal() : "pełna");
+    const int code = revManager->verify(crl.der, std::time(nullptr));
+    addField(lines, "Przy wczytaniu:", entry.isVerified() ? "zweryfikowana" : "NIEZWERYFIKOWANA");
+    addField(lines, "Weryfikacja teraz:", code == 0 ? "poprawna" : crvErrorTextAPI(nullptr, code));
     addField(lines, "Wystawca:", nameLine(entry.issuer));
     addField(lines, "Wystawiona:", timeLine(crl.list.tbs.thisUpdate));
     addField(lines, "Następna:", crl.list.tbs.nextUpdate ? timeLine(*crl.list.tbs.nextUpdate) : "nie podano");
@@ -82,16 +90,28 @@ void CrlBrowser::details(size_t index) const {
 
 void CrlBrowser::save(size_t index) const {
     StoredCrl crl;
-    if (!crl.load(index_[index].fileNumber())) return errInfo(kMessageRow, "Błąd bazy danych");
+    if (!crl.load(index_[index].fileNumber())) return showDatabaseFailure("Błąd bazy danych");
     if (const auto file = askForFile("Podaj nazwę pliku listy CRL:"); file && !file->typed.empty())
         saveToFile(file->typed, crl.list);
 }
 
+void CrlBrowser::remove(size_t index) const {
+    if (displCentQuestion(kMessageRow, "Czy na pewno chcesz usunąć listę CRL (t/n)?") == 0) return;
+    if (!dbManager->deleteCrl(index_[index].fileNumber())) return showDatabaseFailure("Błąd bazy danych");
+    displCentInfo(kMessageRow, "Lista CRL usunięta", 2);
+}
+
+void CrlBrowser::draw() const {
+    displHeader(0, "Baza list CRL");
+    if (!index_.empty()) displText(kMessageRow, 0, "! po terminie   ? niezweryfikowana   + przyrost (delta)");
+}
+
 void CrlBrowser::run() {
-    runScreen({.draw = drawTitle("Baza list CRL"),
+    runScreen({.draw = [this] { draw(); },
                .items = [this] { return items(); },
                .empty = "Brak list CRL",
                .actions = {{'d', "~Dane", true, [this](size_t index) { details(index); }},
+                           {'u', "~Usuń", true, [this](size_t index) { remove(index); }},
                            {'s', "Zapi~sz", true, [this](size_t index) { save(index); }}}});
 }
 

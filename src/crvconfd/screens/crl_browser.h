@@ -17,7 +17,9 @@ class CrlBrowser {
 
   private:
     [[nodiscard]] std::vector<std::string> items();
+    void draw() const;
     void details(size_t index) const;
+    void remove(size_t index) const;
     void save(size_t index) const;
 
     CrlIndex index_;

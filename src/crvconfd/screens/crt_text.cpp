@@ -3,9 +3,12 @@
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <span>
 
+#include "corvane/crvapi.h"
 #include "crvconfd/engines/text_view.h"
 #include "crvconfd/screens/password_quality.h"
+#include "crvconfd/session/context.h"
 #include "crvconfd/session/settings.h"
 #include "crypto/crypto_error.h"
 #include "crypto/ec_curves.h"
@@ -37,12 +40,19 @@ void addName(std::vector<std::string>& lines, std::string_view label, const Dist
     if (first) addField(lines, label, "<brak>");
 }
 
+/// "384 bity", "2048 bitów": the last digit decides, the teens apart.
+std::string bitsText(unsigned bits) {
+    const unsigned digit = bits % 10;
+    const bool few = digit >= 2 && digit <= 4 && (bits / 10) % 10 != 1;
+    return std::to_string(bits) + (bits == 1 ? " bit" : few ? " bity" : " bitów");
+}
+
 std::string keyText(const SubjectPublicKeyInfo& info) {
     try {
         const PublicKey key = info.publicKey();
         const bool pss = key.scheme() == KeyScheme::RsaPss;
         std::string text = pss ? info.algorithm.algorithm.name() : signAlgoName(key.scheme(), KcHashAlgo::None);
-        text += ", " + std::to_string(key.bits()) + " bitów";
+        text += ", " + bitsText(key.bits());
         if (key.scheme() == KeyScheme::Ecdsa && key.curve() != StdECId::None)
             text += std::string(", ") + findCurve(key.curve())->name;
         return text;
@@ -58,7 +68,8 @@ DnDisplay dnDisplay() {
 }
 
 std::string nameLine(const DistinguishedName& name) {
-    return displayText(name.text(), dnDisplay());
+    const std::string text = displayText(name.text(), dnDisplay());
+    return text.empty() ? "<brak>" : text;
 }
 
 std::string shortName(const DistinguishedName& name) {
@@ -89,10 +100,56 @@ std::string validityNote(const Validity& validity, int64_t now) {
     const auto first = validity.notBefore.seconds();
     const auto last = validity.notAfter.seconds();
     if (!first || !last) return "nieczytelny okres ważności";
-    if (now > *last) return "PRZETERMINOWANY";
-    if (now < *first) return "jeszcze nieważny";
+    if (now > *last || now < *first) return validityDate(validity, now);
     const int days = static_cast<int>(std::min<int64_t>((*last - now) / kDay, 9'999'999));
     return "ważny jeszcze " + std::to_string(days) + " " + declension(days, "dzień", "dni", "dni");
+}
+
+std::string validityDate(const Validity& validity, int64_t now) {
+    const auto first = validity.notBefore.seconds();
+    const auto last = validity.notAfter.seconds();
+    if (last && now > *last) return "PRZETERMINOWANY od " + dateLine(validity.notAfter);
+    if (first && now < *first) return "ważny od " + dateLine(validity.notBefore);
+    return "ważny do " + dateLine(validity.notAfter);
+}
+
+const char* standingWord(const CertificateState& state) {
+    switch (state.standing) {
+        case CertificateStanding::Revoked:
+            return "unieważniony";
+        case CertificateStanding::NoPath:
+            return "brak ścieżki";
+        case CertificateStanding::NotCovered:
+            return "nieznany";
+        case CertificateStanding::Trusted:
+            break;
+    }
+    return "zaufany";
+}
+
+void addState(std::vector<std::string>& lines, const CertificateState& state) {
+    const CrtStatus& status = state.status;
+    std::string text = "nieunieważniony";
+    if (status.state == CrtStatus::State::Revoked) {
+        text = "UNIEWAŻNIONY " + timeLine(Time(status.revokedAt)) + ", przyczyna: " + crlReasonName(status.reason);
+    } else if (state.isTrustPoint()) {
+        text = "nie dotyczy";
+    } else if (status.state == CrtStatus::State::Unknown) {
+        text = std::string("nieznany: ") + crvErrorTextAPI(nullptr, status.code);
+    }
+    addField(lines, "Unieważnienie:", text);
+    if (state.isTrustPoint()) return addField(lines, "Ścieżka:", "punkt zaufania");
+    if (!state.path.good())
+        return addField(lines, "Ścieżka:", std::string("brak: ") + crvErrorTextAPI(nullptr, state.path.code));
+    bool first = true;
+    for (const CertPtr& one : std::span(state.path.certs).subspan(1)) {
+        addField(lines, first ? "Ścieżka:" : kFurtherNames, nameLine(one->subject()));
+        first = false;
+    }
+}
+
+CertificateState currentState(const CertPtr& certificate) {
+    return certificateState(*revManager, *crtManager, certificate, std::time(nullptr));
 }
 
 std::vector<std::string> dataLines(const SignedCertificate& certificate) {
@@ -109,6 +166,7 @@ std::vector<std::string> dataLines(const SignedCertificate& certificate) {
     addField(lines, "Ważny od:", timeLine(validity.notBefore));
     addField(lines, "Ważny do:", timeLine(validity.notAfter));
     addField(lines, "Stan:", validityNote(validity, std::time(nullptr)));
+    if (const CertPtr own = makeCert(certificate.encoded())) addState(lines, currentState(own));
     addField(lines, "Skrót SHA-1:", hexText(certificate.fingerprint(KcHashAlgo::Sha1)));
     addField(lines, "Skrót SHA-256:", hexText(certificate.fingerprint(KcHashAlgo::Sha256)));
     return lines;

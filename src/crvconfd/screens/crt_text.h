@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "asn/x509/signed_certificate.h"
+#include "ops/certificate_state.h"
 
 namespace crv {
 
@@ -26,6 +27,15 @@ namespace crv {
 
 /// How long the certificate is still valid, or that it is not: "ważny jeszcze 12 dni".
 [[nodiscard]] std::string validityNote(const Validity& validity, int64_t now);
+/// "ważny do 2027.03.01", "ważny od ..." for one that is not valid yet, "PRZETERMINOWANY od ...".
+[[nodiscard]] std::string validityDate(const Validity& validity, int64_t now);
+
+/// One word for a certificate's standing: "unieważniony", "nieznany", "brak ścieżki", "zaufany".
+[[nodiscard]] const char* standingWord(const CertificateState& state);
+/// Appends the standing: when and why it was revoked, and the path to a trust point or why there is none.
+void addState(std::vector<std::string>& lines, const CertificateState& state);
+/// The state of a certificate of the current profile, now.
+[[nodiscard]] CertificateState currentState(const CertPtr& certificate);
 
 /// The page "Dane": who, by whom, until when, fingerprints.
 [[nodiscard]] std::vector<std::string> dataLines(const SignedCertificate& certificate);

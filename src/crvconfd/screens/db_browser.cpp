@@ -8,6 +8,7 @@
 #include "crvconfd/screens/cert_view.h"
 #include "crvconfd/screens/crt_text.h"
 #include "crvconfd/session/context.h"
+#include "crvconfd/session/messages.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "db_sql/db_manager.h"
 #include "pki/certificate_search.h"
@@ -18,8 +19,8 @@ namespace {
 
 constexpr int kHeadingRow = 1;
 constexpr size_t kPage = kFooterRow - kFirstRow - 1;
-constexpr size_t kNameWidth = 32;
-constexpr size_t kIssuerWidth = 30;
+constexpr size_t kNameWidth = 29;
+constexpr size_t kIssuerWidth = 21;
 constexpr size_t kRowWidth = 77;
 constexpr int64_t kSoon = 30 * 86400;
 constexpr long kMostDays = 36500;
@@ -32,12 +33,13 @@ char markOf(const Validity& validity, int64_t now) {
     return *end - now <= kSoon ? '*' : ' ';
 }
 
-std::string certRow(ByteView der) {
-    SignedCertificate certificate;
-    if (!certificate.readExactly(der, ASN_FLAG_CONST)) return "? nieczytelny certyfikat";
-    return std::string(1, markOf(certificate.tbs.validity, std::time(nullptr))) + " " +
-           fitText(shortName(certificate.subject()), kNameWidth) + " " +
-           fitText(shortName(certificate.issuer()), kIssuerWidth) + " " + dateLine(certificate.tbs.validity.notAfter);
+std::string certRow(const Bytes& der) {
+    const CertPtr certificate = makeCert(der);
+    if (!certificate) return "? nieczytelny certyfikat";
+    return std::string(1, markOf(certificate->tbs.validity, std::time(nullptr))) + " " +
+           fitText(shortName(certificate->subject()), kNameWidth) + " " +
+           fitText(shortName(certificate->issuer()), kIssuerWidth) + " " +
+           dateLine(certificate->tbs.validity.notAfter) + " " + standingWord(currentState(certificate));
 }
 
 bool askForQuery(CertificateQuery& query) {
@@ -54,7 +56,7 @@ bool askForQuery(CertificateQuery& query) {
         query.time = std::time(nullptr);
         return true;
     };
-    return runForm("Szukanie certyfikatów", fields, ready, {'s', "~Szukaj", nullptr});
+    return runForm("Szukanie certyfikatów", fields, ready, {'s', "~Szukaj", nullptr, nullptr});
 }
 
 /// Shows how far a search is; false when the user stops it.
@@ -75,13 +77,13 @@ bool DbBrowser::show(const CrtItemList& items, size_t selected) {
 
 bool DbBrowser::loadForward(int64_t after, size_t selected) {
     CrtItemList items;
-    if (!source_.forward(after, kPage, items)) errInfo(kMessageRow, "Błąd bazy danych");
+    if (!source_.forward(after, kPage, items)) showDatabaseFailure("Błąd bazy danych");
     return show(items, selected);
 }
 
 void DbBrowser::loadLast() {
     CrtItemList items;
-    if (!source_.backward(CrtSource::kBehindAll, kPage, items)) errInfo(kMessageRow, "Błąd bazy danych");
+    if (!source_.backward(CrtSource::kBehindAll, kPage, items)) showDatabaseFailure("Błąd bazy danych");
     show(items, kPage);
 }
 
@@ -143,7 +145,7 @@ void DbBrowser::drawRow(size_t index) const {
 
 void DbBrowser::draw() const {
     if (source_.isSearch()) {
-        displHeader(0, "Baza certyfikatów - znaleziono: %zu", source_.found());
+        displHeader(0, "Baza certyfikatów - znaleziono: %zu%s", source_.found(), stopped_ ? " (przerwano)" : "");
     } else {
         displHeader(0, "Baza certyfikatów");
     }
@@ -151,7 +153,7 @@ void DbBrowser::draw() const {
         displText(kFirstRow, 1, "Brak certyfikatów");
     } else {
         displText(kHeadingRow, 3, "%s %s %s", fitText("Nazwa", kNameWidth).c_str(),
-                  fitText("Wystawca", kIssuerWidth).c_str(), "Ważny do");
+                  fitText("Wystawca", kIssuerWidth).c_str(), "Ważny do   Stan");
         for (size_t i = 0; i < rows_.size(); ++i) drawRow(i);
     }
     if (!rows_.empty()) displText(kMessageRow, 0, "! przeterminowany   * wygasa w ciągu 30 dni");
@@ -181,8 +183,9 @@ void DbBrowser::remove() {
     const bool same = dbManager->setCrtId(id) && dbManager->get(der) && der == rows_[selected_].der;
     if (same && dbManager->deleteCert()) {
         source_.forget(id);
+        displCentInfo(kMessageRow, "Certyfikat usunięty", 2);
     } else {
-        errInfo(kMessageRow, "Błąd bazy danych");
+        showDatabaseFailure("Błąd bazy danych");
     }
     reload();
 }
@@ -193,8 +196,9 @@ void DbBrowser::search() {
     clrScr();
     displHeader(0, "Szukanie certyfikatów");
     std::vector<int64_t> ids;
-    if (searchCertificates(*dbManager, query, showProgress, ids) == SearchEnd::Failed)
-        return errInfo(kMessageRow, "Błąd bazy danych");
+    const SearchEnd end = searchCertificates(*dbManager, query, showProgress, ids);
+    if (end == SearchEnd::Failed) return showDatabaseFailure("Błąd bazy danych");
+    stopped_ = end == SearchEnd::Stopped;
     source_ = CrtSource(std::move(ids));
     rows_.clear();
     loadForward(0, 0);

@@ -48,6 +48,7 @@ class DbBrowser {
     CrtSource source_;
     std::vector<Row> rows_;
     size_t selected_ = 0;
+    bool stopped_ = false;  ///< the search that found the rows
 };
 
 }  // namespace crv

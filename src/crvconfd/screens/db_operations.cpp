@@ -6,6 +6,8 @@
 #include <new>
 
 #include "asn/x509/signed_cert_rev_list.h"
+#include "corvane/crvapi.h"
+#include "crvconfd/engines/text_view.h"
 #include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
@@ -19,12 +21,13 @@ namespace {
 constexpr const char* kNotOpened = "Błąd otwarcia pliku %s !!!";
 constexpr const char* kDatabase = "Błąd bazy danych !!!";
 constexpr const char* kNoMemory = "Brak pamięci !!!";
+/// Of a question's reason, above the question.
+constexpr int kReasonRow = kMessageRow - 1;
 /// displCentInfo's measure of 4 seconds.
 constexpr int kLong = 2;
 
 constexpr CodeText kCrlTexts[] = {
     {kCrlNoMemory, "Brak pamięci"},
-    {kCrlDatabase, "Błąd bazy danych"},
     {kCrlFormat, "Niepoprawny format listy CRL"},
     {kCrlOlder, "Wczytywana lista CRL jest starsza niż znajdująca się w bazie danych."},
 };
@@ -58,7 +61,7 @@ void showFailure(TransferEnd end, const TypedFile& file, const char* databaseTex
         case TransferEnd::NoMemory:
             return errInfo(kMessageRow, "%s", kNoMemory);
         default:
-            return errInfo(kMessageRow, "%s", databaseText);
+            return showDatabaseFailure(databaseText);
     }
 }
 
@@ -83,9 +86,14 @@ void removeExpired(std::time_t now) {
                 std::to_string(result.remaining) + " certyfikatów");
 }
 
-bool wantedThoughUnverified() {
-    return displCentQuestion(kMessageRow,
-                             "Wystąpił błąd weryfikacji listy CRL. Czy mimo to chcesz wczytać listę CRL(t/n)?") == 1;
+bool wantedThoughUnverified(int code) {
+    // The question takes its whole row.
+    displText(kReasonRow, 0, "Przyczyna: %s", crvErrorTextAPI(nullptr, code));
+    const bool wanted =
+        displCentQuestion(kMessageRow,
+                          "Wystąpił błąd weryfikacji listy CRL. Czy mimo to chcesz wczytać listę CRL(t/n)?") == 1;
+    clrToEol(kReasonRow, 0);
+    return wanted;
 }
 
 void insertCrl(ByteView der) {
@@ -94,6 +102,8 @@ void insertCrl(ByteView der) {
         errInfo(kMessageRow, "Urządzenie tarvo zwróciło błąd aktualizacji listy CRL (%x)", revManager->deviceError());
     } else if (result == kCrlInserted) {
         errInfo(kMessageRow, "Lista CRL poprawnie wczytana");
+    } else if (result == kCrlDatabase) {
+        showDatabaseFailure("Błąd bazy danych");
     } else {
         showCode(kCrlTexts, result);
     }
@@ -105,15 +115,45 @@ void importCrl(const TypedFile& file) {
         return errInfo(kMessageRow, "Błąd otwarcia pliku %s", file.typed.c_str());
     if (SignedCertRevList crl; !crl.readExactly(der, ASN_FLAG_CONST))
         return errInfo(kMessageRow, "Błędny format listy CRL !!!");
-    if (revManager->verify(der, std::time(nullptr)) == 0 || wantedThoughUnverified()) insertCrl(der);
+    const int code = revManager->verify(der, std::time(nullptr));
+    if (code == 0 || wantedThoughUnverified(code)) insertCrl(der);
 }
+
+/// What an import did, in one line.
+std::string summaryOf(const ImportProgress& done, TransferEnd end) {
+    std::string text = "Wczytano " + std::to_string(inDatabase(done)) + " certyfikatów.";
+    if (done.refused > 0) text += " Odrzucono: " + std::to_string(done.refused) + ".";
+    if (end == TransferEnd::Stopped) return text + " (przerwano)";
+    if (done.handled() == 0) return text + " W pliku nie ma certyfikatu.";
+    return end == TransferEnd::BadInput ? text + " Dalej w pliku nie ma certyfikatu." : text;
+}
+
+/// The certificates that the database did not take, as far as they are worth reading.
+class Refusals {
+  public:
+    void add(size_t index, const std::string& reason) {
+        if (lines_.size() < kShown) addField(lines_, "Certyfikat nr " + std::to_string(index + 1) + ":", reason);
+    }
+    void show(size_t count) {
+        if (lines_.empty()) return;
+        if (count > kShown) lines_.push_back("i jeszcze " + std::to_string(count - kShown));
+        runTextView({"Odrzucone certyfikaty", std::move(lines_)});
+    }
+
+  private:
+    static constexpr size_t kShown = 3;
+    std::vector<std::string> lines_;
+};
 
 void importCertificates(const TypedFile& file) {
     ImportProgress done;
+    Refusals refusals;
     (void)showImport(done);
-    const TransferEnd end = crtManager->importCerts(file.path, showImport, done);
-    if (isFailure(end)) return showFailure(end, file, kDatabase);
-    showSummary("Wczytano " + std::to_string(inDatabase(done)) + " certyfikatów.");
+    const auto refused = [&](size_t index, const std::string& reason) { refusals.add(index, reason); };
+    const TransferEnd end = crtManager->importCerts(file.path, showImport, done, refused);
+    if (isFailure(end)) showFailure(end, file, kDatabase);
+    if (!isFailure(end) || done.handled() > 0) showSummary(summaryOf(done, end));
+    refusals.show(done.refused);
 }
 
 void exportCertificates(const TypedFile& file) {
@@ -147,7 +187,7 @@ void OnCrlImport() {
 
 void OnAllCrtsExport() {
     size_t count = 0;
-    if (!dbManager->countCerts(count)) return errInfo(kMessageRow, "Błąd bazy danych");
+    if (!dbManager->countCerts(count)) return showDatabaseFailure("Błąd bazy danych");
     if (count == 0) return errInfo(kMessageRow, "Brak certyfikatów w bazie danych");
     withFile("Podaj nazwą pliku do ktorego zapisać certyfikaty: ", true, exportCertificates);
 }

@@ -15,6 +15,8 @@ namespace crv {
 
 namespace {
 
+constexpr size_t kWidestName = 24;
+constexpr size_t kProtocolWidth = 4;
 constexpr long kMaxPort = 65535;
 constexpr long kMaxPeriod = 31'536'000;  // a year
 
@@ -60,9 +62,13 @@ std::vector<SrvParams> SrvDatViewer::servers() const {
 }
 
 std::vector<std::string> SrvDatViewer::items() const {
+    const auto list = servers();
+    size_t width = 0;
+    for (const SrvParams& server : list) width = std::max(width, columnsOf(server.name));
     std::vector<std::string> rows;
-    for (const SrvParams& server : servers()) {
-        std::string row = server.name + "  " + protocolText(server.type) + "  " + server.addr;
+    for (const SrvParams& server : list) {
+        std::string row = fitText(server.name, std::min(width, kWidestName)) + "  " +
+                          fitText(protocolText(server.type), kProtocolWidth) + "  " + server.addr;
         if (server.port != 0) row += ":" + std::to_string(server.port);
         row += server.path;
         if (!server.caDn.empty()) row += "  [" + server.caDnUtf8 + "]";
@@ -85,6 +91,10 @@ void SrvDatViewer::edit(SrvParams server, bool isNew) {
         fields.push_back(numberField("Okres pobierania w sekundach", server.periodSeconds, kMaxPeriod));
     if (usage_ != CRVSRV_USAGE_TIME_STAMP) fields.push_back(authorityField(server, authorities_));
     runForm(isNew ? title_ + " - nowy serwer" : title_ + " - " + server.name, fields, [&] {
+        if (server.name.find_first_not_of(' ') == std::string::npos) {
+            errInfo(kMessageRow, "Nazwa serwera nie może być pusta");
+            return false;
+        }
         return changeCurrentProfile(
             [&](CrvProfile& target) { isNew ? target.addSrv(server) : target.updateSrv(server); });
     });
@@ -108,20 +118,24 @@ void SrvDatViewer::run() {
         server.type = usage_ == CRVSRV_USAGE_CERTIFICATES ? CRVSRV_TYPE_LDAP : CRVSRV_TYPE_HTTP;
         edit(std::move(server), true);
     };
+    // The cursor follows the server, so that the next key means the same one.
+    ScreenOps ops{
+        .draw = drawTitle(title_), .items = [this] { return items(); }, .empty = "Brak serwerów", .actions = {}};
     const auto first = [&](size_t i) {
-        changeCurrentProfile([&](CrvProfile& target) { target.moveSrvFirst(at(i).name); });
+        const std::string name = at(i).name;
+        if (changeCurrentProfile([&](CrvProfile& target) { target.moveSrvFirst(name); })) ops.selected = 0;
     };
     const auto last = [&](size_t i) {
-        changeCurrentProfile([&](CrvProfile& target) { target.moveSrvLast(at(i).name); });
+        const std::string name = at(i).name;
+        if (changeCurrentProfile([&](CrvProfile& target) { target.moveSrvLast(name); }))
+            ops.selected = servers().size() - 1;
     };
-    runScreen({.draw = drawTitle(title_),
-               .items = [this] { return items(); },
-               .empty = "Brak serwerów",
-               .actions = {{'d', "~Dodaj", false, add},
-                           {'e', "~Edytuj", true, [&](size_t i) { edit(at(i), false); }},
-                           {'u', "~Usuń", true, [&](size_t i) { remove(at(i)); }},
-                           {'p', "Na ~początek", true, first},
-                           {'k', "Na ~koniec", true, last}}});
+    ops.actions = {{'d', "~Dodaj", false, add},
+                   {'e', "~Edytuj", true, [&](size_t i) { edit(at(i), false); }},
+                   {'u', "~Usuń", true, [&](size_t i) { remove(at(i)); }},
+                   {'p', "Na ~początek", true, first},
+                   {'k', "Na ~koniec", true, last}};
+    runScreen(ops);
 }
 
 namespace {

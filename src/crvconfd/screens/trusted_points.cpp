@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "asn/x509/sign_algo.h"
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/cert_view.h"
@@ -47,6 +48,18 @@ bool saveChange(const char* done) {
     clrToEol(kMessageRow, 0);
     displCentInfo(kMessageRow, done, 2);
     return true;
+}
+
+/// The same result has causes that call for different answers.
+void showAddFailure(KeyManagerResult result, const SignedCertificate& certificate) {
+    if (result == kKmNoCaCertificate && certificate.isCaCrt()) {
+        errInfo(kMessageRow, "To urząd pośredni (certyfikat nie jest samowystawiony), podaj urząd główny");
+    } else if (result == kKmBadSignature && !readSignAlgorithm(certificate.signatureAlgorithm)) {
+        errInfo(kMessageRow, "Nieobsługiwany algorytm podpisu pod certyfikatem: %s",
+                signAlgorithmName(certificate.signatureAlgorithm).c_str());
+    } else {
+        showCode(kAddTexts, result, kPlace);
+    }
 }
 
 std::string crlText(const CrlIndexEntry& crl) {
@@ -135,7 +148,7 @@ bool OnTrustedPointAdd() {
     if (result == kKmOk) {
         if (saveChange("Punkt zaufania poprawnie dodany")) showSummary("Dodany punkt zaufania", {certificate});
     } else {
-        showCode(kAddTexts, result, kPlace);
+        showAddFailure(result, *certificate);
     }
     return result == kKmOk;
 }

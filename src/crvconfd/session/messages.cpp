@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "corvane/crvapi.h"
+#include "crvconfd/session/context.h"
 #include "crvconfd/toolkit/toolkit.h"
+#include "db_sql/db_manager.h"
 #include "misc/exceptions.h"
 
 namespace crv {
@@ -17,6 +19,21 @@ void showCode(std::span<const CodeText> table, int code, const char* place) {
     const char* text = findText(table, code);
     if (!text) failAssertion("0", place, __LINE__);
     errInfo(kMessageRow, "%s", text);
+}
+
+void showDatabaseFailure(const char* text) {
+    static constexpr struct {
+        StoreCause cause;
+        const char* text;
+    } kCauses[] = {
+        {StoreCause::NotOpened, " (brak pliku lub praw)"},
+        {StoreCause::Damaged, " (uszkodzony plik, użyj crvdb)"},
+        {StoreCause::NotLocked, " (nie można założyć blokady)"},
+        {StoreCause::NeedsMending, " (baza wymaga naprawy, użyj crvdb)"},
+    };
+    const auto found = std::find_if(std::begin(kCauses), std::end(kCauses),
+                                    [](const auto& row) { return row.cause == dbManager->lastCause(); });
+    errInfo(kMessageRow, "%s%s", text, found == std::end(kCauses) ? "" : found->text);
 }
 
 std::string failureText(const std::exception& failure) {
