@@ -83,6 +83,7 @@ void FileGuard::addList(const std::string& path) {
     const auto known = [&](const Claimed& one) { return one.path == expandHome(path); };
     if (path.empty() || std::any_of(claimed_.begin(), claimed_.end(), known)) return;
     addPath(path, {});
+    addPath(path + ".lck", {});
     try {
         const auto iterator = CrvProfile::getProfileIterator(ProfileMedia::File, path);
         while (const auto profile = CrvProfile::getNextProfile(*iterator)) add(*profile);

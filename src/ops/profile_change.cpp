@@ -6,17 +6,22 @@
 
 namespace crv {
 
+namespace {
+/// Seconds that somebody before a screen waits for another program's change.
+constexpr double kPatience = 5.0;
+}  // namespace
+
 ProfileChange changeProfile(CrvProfile& profile, const ProfileSource& source,
                             const std::function<void(CrvProfile&)>& change) {
     ProfileChange result;
     try {
-        const ListLock lock(source.media, source.file, {});
+        const ListLock lock(source.media, source.file, {.dryRun = false, .waitSeconds = kPatience});
         profile.changeAndSave(source.media, source.file, [&](CrvProfile& target) {
             change(target);
             result.saving = true;
         });
     } catch (const OpError& error) {
-        const StoreError failure(StoreCause::NotLocked, std::string("Blad blokady pliku: ") + error.what());
+        const StoreError failure(StoreCause::NotLocked, std::string("Błąd blokady pliku: ") + error.what());
         result.failure = std::make_exception_ptr(failure);
     } catch (const std::exception&) {
         result.failure = std::current_exception();

@@ -165,8 +165,11 @@ std::vector<std::string> dataLines(const SignedCertificate& certificate) {
     const Validity& validity = certificate.tbs.validity;
     addField(lines, "Ważny od:", timeLine(validity.notBefore));
     addField(lines, "Ważny do:", timeLine(validity.notAfter));
-    addField(lines, "Stan:", validityNote(validity, std::time(nullptr)));
-    if (const CertPtr own = makeCert(certificate.encoded())) addState(lines, currentState(own));
+    const CertPtr own = makeCert(certificate.encoded());
+    const CertificateState state = own ? currentState(own) : CertificateState();
+    const bool revoked = state.standing == CertificateStanding::Revoked;
+    addField(lines, "Stan:", revoked ? "UNIEWAŻNIONY" : validityNote(validity, std::time(nullptr)));
+    if (own) addState(lines, state);
     addField(lines, "Skrót SHA-1:", hexText(certificate.fingerprint(KcHashAlgo::Sha1)));
     addField(lines, "Skrót SHA-256:", hexText(certificate.fingerprint(KcHashAlgo::Sha256)));
     return lines;
