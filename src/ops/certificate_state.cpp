@@ -5,7 +5,10 @@ namespace crv {
 CertificateState certificateState(RevocationManager& revocation, CertificateManager& certificates,
                                   const CertPtr& certificate, int64_t time) {
     CertificateState state;
-    state.path = certificates.buildPath(certificate, {time, 0, RevocationCheck::None});
+    PathOptions options;
+    options.time = time;
+    options.revocation = RevocationCheck::None;
+    state.path = certificates.buildPath(certificate, options);
     state.status = revocation.status(certificate, time);
     if (state.status.state == CrtStatus::State::Revoked) {
         state.standing = CertificateStanding::Revoked;

@@ -16,7 +16,7 @@ enum class CertificateStanding {
 struct CertificateState {
     CertificateStanding standing = CertificateStanding::NoPath;
     CrtStatus status;
-    CertPath path;  ///< without a look at revocation
+    PathVerdict path;  ///< without a look at revocation
 
     /// Whether the certificate itself is a trust point: nobody above it could revoke it.
     [[nodiscard]] bool isTrustPoint() const { return path.good() && path.certs.size() == 1; }

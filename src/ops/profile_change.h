@@ -23,7 +23,8 @@ struct [[nodiscard]] ProfileChange {
     explicit operator bool() const { return !failure; }
 };
 
-/// Changes the record and saves it in its list; a failure leaves record and list as they were. OpStopped passes through.
+/// Changes the record and saves it in its list; a failure leaves record and list as they were. OpStopped passes
+/// through.
 ProfileChange changeProfile(CrvProfile& profile, const ProfileSource& source,
                             const std::function<void(CrvProfile&)>& change);
 

@@ -134,7 +134,7 @@ void addState(std::vector<std::string>& lines, const CertificateState& state) {
         text = "UNIEWAŻNIONY " + timeLine(Time(status.revokedAt)) + ", przyczyna: " + crlReasonName(status.reason);
     } else if (state.isTrustPoint()) {
         text = "nie dotyczy";
-    } else if (status.state == CrtStatus::State::Unknown) {
+    } else if (status.state != CrtStatus::State::Good) {
         text = std::string("nieznany: ") + crvErrorTextAPI(nullptr, status.code);
     }
     addField(lines, "Unieważnienie:", text);
