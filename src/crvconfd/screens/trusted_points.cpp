@@ -2,7 +2,6 @@
 
 #include <ctime>
 
-#include "asn/x509/sign_algo.h"
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/cert_view.h"
@@ -50,13 +49,10 @@ bool saveChange(const char* done) {
     return true;
 }
 
-/// The same result has causes that call for different answers.
+/// What is an authority and yet no root gets another answer than what is no authority.
 void showAddFailure(KeyManagerResult result, const SignedCertificate& certificate) {
     if (result == kKmNoCaCertificate && certificate.isCaCrt()) {
         errInfo(kMessageRow, "To urząd pośredni (certyfikat nie jest samowystawiony), podaj urząd główny");
-    } else if (result == kKmBadSignature && !readSignAlgorithm(certificate.signatureAlgorithm)) {
-        errInfo(kMessageRow, "Nieobsługiwany algorytm podpisu pod certyfikatem: %s",
-                signAlgorithmName(certificate.signatureAlgorithm).c_str());
     } else {
         showCode(kAddTexts, result, kPlace);
     }
