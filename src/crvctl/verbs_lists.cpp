@@ -57,9 +57,10 @@ void apply(const Call& call, SrvParams& server) {
     }
     if (call.has("use")) {
         server.usage = 0;
-        for (const std::string& use : call.options.at("use"))
+        for (const std::string& use : call.options.at("use")) {
             server.usage |=
                 std::ranges::find(kServerUses, use, [](const Word& w) { return std::string(w.name); })->value;
+        }
     }
 }
 
