@@ -368,8 +368,8 @@ TEST_F(DataBaseScreen, CrlsAreVerifiedAndKept) {
 TEST_F(DataBaseScreen, ARevokedCertificateIsShownAsSuchEverywhere) {
     demoCa("revoke ca user.crt");
     play({{"6) Usuń", "w"}, {"(brak ścieżki)", "2"}, {"9) Rozszerzone", "1"}, {"Brak punktów zaufania", "d"}});
-    play({{"Podaj nazwę pliku", "~/ca.crt\r"}, {"poprawnie dodany", " "}, {"1/1", "w"}, {"9) Rozszerzone", "w"}});
-    play({{"(nieznany)", "3"}});
+    play({{"Podaj nazwę pliku", "~/ca.crt\r"}, {"poprawnie dodany", " "}, {"Dodany punkt zaufania", "w"}});
+    play({{"1/1", "w"}, {"9) Rozszerzone", "w"}, {"(nieznany)", "3"}});
     answer("4", "~/ca/ca.crl", "Lista CRL poprawnie wczytana");
     answer("3", "~/user.crt", "Wczytano 1");
     play({{"6) Usuń", "1"}, {" unieważniony", "d"}, {"UNIEWAŻNIONY ", "w"}, {"Koniec", "w"}, {"6) Usuń", "w"}});
