@@ -42,9 +42,12 @@ std::string effectText(const VerbSpec& verb) {
             return tr("Changes; --dry-run only tells what.");
         case Effect::Destroys:
             return tr("Destroys: asks first, or needs --yes; --dry-run only tells what.");
-        default:
-            return tr("Reads only.");
+        case Effect::Writes:
+            return tr("Writes the file it is told to; the profile stays as it is.");
+        case Effect::Reads:
+            break;
     }
+    return tr("Reads only.");
 }
 
 }  // namespace
