@@ -31,7 +31,7 @@ struct PathBuilder::Search {
     [[nodiscard]] bool over() const { return (judged && (hopeless || best.good())) || budget.exhausted; }
 };
 
-PathBuilder::PathBuilder(CertificateCache& cache, CertList trustPoints, IssuerSource issuers,
+PathBuilder::PathBuilder(CertificateCache& cache, const CertList& trustPoints, IssuerSource issuers,
                          const PathValidator& validator)
     : cache_(cache), issuers_(std::move(issuers)), validator_(validator) {
     for (const CertPtr& one : trustPoints) {

@@ -15,7 +15,8 @@ class PathBuilder {
     /// Certificates that may have issued the given one: those with its issuer's name.
     using IssuerSource = std::function<CertList(const SignedCertificate& certificate)>;
 
-    PathBuilder(CertificateCache& cache, CertList trustPoints, IssuerSource issuers, const PathValidator& validator);
+    PathBuilder(CertificateCache& cache, const CertList& trustPoints, IssuerSource issuers,
+                const PathValidator& validator);
 
     /// The first good path, else the verdict on the likeliest one.
     [[nodiscard]] PathVerdict build(const CertPtr& certificate, const PathOptions& options, WorkBudget& budget);
