@@ -40,7 +40,9 @@ def names(text):
     text = STRIP.sub('""', re.sub(r"^\s*#(?:[^\n]*\\\n)*[^\n]*", "", text, flags=re.M))
     for start in re.finditer(r"namespace \{", text):
         for line in statements(text[start.end():]):
-            head = line.split("{")[0].split(" = ")[0].strip()
+            head = re.sub(r" = \{", "", line).split("{")[0].strip()
+            if "(" not in head.split(" = ")[0]:  # else the sign is that of a default argument
+                head = head.split(" = ")[0]
             if re.match(r"using [^=]*$", line):
                 continue
             if match := TYPE.search(line) or ALIAS.match(line):

@@ -24,7 +24,7 @@ using Texts = std::vector<std::pair<std::string, std::string>>;
 
 const int64_t kAsked = time(nullptr);
 
-CertPlan authority(const std::string& name, Texts more = {}) {
+CertPlan caPlan(const std::string& name, Texts more = {}) {
     Texts all = caExtensions();
     for (auto& one : more) {
         std::erase_if(all, [&](const auto& old) { return old.first == one.first && one.second.find("DER") != 0; });
@@ -79,7 +79,7 @@ class PathCasesTest : public testing::Test {
     CertList trust;
     std::optional<std::string> policy;
     const TestKey key = test::makeKey(), rootKey = test::makeKey();
-    const MadeCert root = test::makeCert(authority("Korzeń"), nullptr, rootKey);
+    const MadeCert root = test::makeCert(caPlan("Korzeń"), nullptr, rootKey);
 };
 
 TEST_F(PathCasesTest, ExtensionsThatLie) {
@@ -120,7 +120,7 @@ TEST_F(PathCasesTest, ExtensionsThatLie) {
     };
     for (const Row& row : rows) {
         fresh();
-        const MadeCert ca = issue(authority(std::string("Urząd ") + row.what, row.ca), root);
+        const MadeCert ca = issue(caPlan(std::string("Urząd ") + row.what, row.ca), root);
         const PathVerdict found = path(issue({.subject = {{"CN", "Jan"}}, .extensions = row.leaf}, ca));
         EXPECT_EQ(found.clause, row.clause) << row.what << ": " << found.reason;
         EXPECT_EQ(found.good(), *row.clause == '\0') << row.what;
@@ -167,13 +167,13 @@ TEST_F(PathCasesTest, NamesAndTheirConstraints) {
     for (const Row& row : rows) {
         fresh();
         const std::string name = std::string(row.constraints) + " " + row.names;
-        const MadeCert ca = issue(authority(name, {{"nameConstraints", row.constraints}}), root);
+        const MadeCert ca = issue(caPlan(name, {{"nameConstraints", row.constraints}}), root);
         const PathVerdict found =
             path(issue({.subject = {{"CN", "Jan"}}, .extensions = {{"subjectAltName", row.names}}}, ca));
         EXPECT_EQ(found.good(), row.good) << name << ": " << found.clause << " " << found.reason;
     }
     // The trust point's own constraints bind only where that is asked for.
-    const MadeCert bound = test::makeCert(authority("Wiążący", {{"nameConstraints", "permitted;DNS:firma.pl"}}));
+    const MadeCert bound = test::makeCert(caPlan("Wiążący", {{"nameConstraints", "permitted;DNS:firma.pl"}}));
     trust.push_back(crv::makeCert(bound.der));
     const MadeCert stranger =
         issue({.subject = {{"CN", "a"}}, .extensions = {{"subjectAltName", "DNS:inna.pl"}}}, bound);
@@ -196,7 +196,7 @@ TEST_F(PathCasesTest, NamesAreEqualAsPeopleRead) {
                 {"ab", "a b", false}};
     for (const auto& row : rows) {
         fresh();
-        const MadeCert ca = issue(authority(row.issuer), root);
+        const MadeCert ca = issue(caPlan(row.issuer), root);
         MadeCert renamed = ca;
         renamed.subject = {{"CN", row.meant}};
         EXPECT_EQ(path(issue({.subject = {{"CN", "Jan"}}}, renamed)).good(), row.equal)
@@ -206,7 +206,7 @@ TEST_F(PathCasesTest, NamesAreEqualAsPeopleRead) {
 
 TEST_F(PathCasesTest, ParametersOfTheQuestion) {
     MadeCert last = root;
-    for (int i = 0; i < 30; ++i) last = issue(authority("Ogniwo " + std::to_string(i)), last);
+    for (int i = 0; i < 30; ++i) last = issue(caPlan("Ogniwo " + std::to_string(i)), last);
     const MadeCert deep = issue({.subject = {{"CN", "A"}}}, last);
     EXPECT_TRUE(path(deep).good()) << "thirty authorities are no loop";
     EXPECT_FALSE(path(deep, {.depth = 20}).good());
@@ -248,7 +248,7 @@ TEST_F(PathCasesTest, AlgorithmsThatThePolicyRefuses) {
     policy.reset();
     const TestKey old(EVP_RSA_gen(1024), EVP_PKEY_free);
     EXPECT_EQ(path(issue({.subject = {{"CN", "B"}}}, root, old)).code, ECRV_CRTALG);
-    EXPECT_EQ(path(issue({.subject = {{"CN", "C"}}}, issue(authority("Stary"), root, old))).code, ECRV_CRTALG);
+    EXPECT_EQ(path(issue({.subject = {{"CN", "C"}}}, issue(caPlan("Stary"), root, old))).code, ECRV_CRTALG);
 }
 
 TEST_F(PathCasesTest, MappingsOfHostileAuthoritiesDoNotExplode) {
@@ -262,7 +262,7 @@ TEST_F(PathCasesTest, MappingsOfHostileAuthoritiesDoNotExplode) {
     }
     MadeCert last = root;
     for (int i = 0; i < kLevels; ++i)
-        last = issue(authority("Mnożący " + std::to_string(i), {{"2.5.29.32", policies}, {"policyMappings", mappings}}),
+        last = issue(caPlan("Mnożący " + std::to_string(i), {{"2.5.29.32", policies}, {"policyMappings", mappings}}),
                      last);
     const PathVerdict found = path(issue({.subject = {{"CN", "A"}}, .extensions = {{"2.5.29.32", policies}}}, last),
                                    {.explicitPolicy = true});
@@ -271,10 +271,10 @@ TEST_F(PathCasesTest, MappingsOfHostileAuthoritiesDoNotExplode) {
 
 TEST_F(PathCasesTest, WebsEndWithinTheirLimit) {
     std::vector<MadeCert> web;
-    for (int i = 0; i < 12; ++i) web.push_back(issue(authority("Sieć " + std::to_string(i)), root, test::makeKey()));
+    for (int i = 0; i < 12; ++i) web.push_back(issue(caPlan("Sieć " + std::to_string(i)), root, test::makeKey()));
     for (const MadeCert& one : web)
         for (const MadeCert& other : web)
-            if (&one != &other) issue(authority(one.subject[0].value), other, one.key);
+            if (&one != &other) issue(caPlan(one.subject[0].value), other, one.key);
     const MadeCert leaf = issue({.subject = {{"CN", "A"}}}, web[0]);
     EXPECT_TRUE(path(leaf).good());
     const PathVerdict bad = path(leaf, {.explicitPolicy = true});
@@ -378,11 +378,11 @@ TEST_F(PathCasesTest, CrlsAndWhatTheyAreAbout) {
 
 TEST_F(PathCasesTest, WhoeverMaySignsACrl) {
     using State = CrtStatus::State;
-    const MadeCert ca = issue(authority("Urząd"), root);
+    const MadeCert ca = issue(caPlan("Urząd"), root);
     const MadeCert leaf = issue({.subject = {{"CN", "Jan"}}, .serial = "07"}, ca);
     const CertPlan signer{.subject = ca.subject, .serial = "02", .extensions = {{"keyUsage", "cRLSign"}}};
     const CertPlan mute{.subject = ca.subject, .serial = "03", .extensions = {{"keyUsage", "digitalSignature"}}};
-    const MadeCert otherRoot = test::makeCert(authority("Inny korzeń"));
+    const MadeCert otherRoot = test::makeCert(caPlan("Inny korzeń"));
     trust.push_back(crv::makeCert(otherRoot.der));
     const TestKey fresh1 = test::makeKey(), fresh2 = test::makeKey(), fresh3 = test::makeKey();
     const struct {
