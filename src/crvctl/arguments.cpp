@@ -45,7 +45,7 @@ bool isSecret(std::string_view name) {
 }
 
 /// The options that may stand anywhere before the verb is known, too.
-std::vector<OptionSpec> allowed(const VerbSpec* verb) {
+std::vector<OptionRow> allowed(const VerbRow* verb) {
     return verb ? optionsOf(*verb) : globalOptions();
 }
 
@@ -77,7 +77,7 @@ class Reader {
             if (argument == "--") break;
             if (!argument.starts_with('-')) {
                 words.push_back(argument);
-            } else if (const OptionSpec* known = find(argument.substr(0, argument.find('=')), globalOptions());
+            } else if (const OptionRow* known = find(argument.substr(0, argument.find('=')), globalOptions());
                        known && known->kind != ValueKind::Flag && argument.find('=') == std::string::npos) {
                 ++i;
             }
@@ -87,7 +87,7 @@ class Reader {
         skip_ = 1;
         if (call_.verb) return;
         const bool isGroup =
-            std::ranges::any_of(groups(), [&](const GroupSpec& group) { return words[0] == group.name; });
+            std::ranges::any_of(groups(), [&](const GroupRow& group) { return words[0] == group.name; });
         if (!isGroup) return note("unknown command", words[0]);
         skip_ = 2;
         if (words.size() > 1) call_.verb = findVerb(words[0], words[1]);
@@ -96,8 +96,8 @@ class Reader {
         note("a command is missing after", words[0]);
     }
 
-    static const OptionSpec* find(const std::string& name, const std::vector<OptionSpec>& options) {
-        for (const OptionSpec& option : options) {
+    static const OptionRow* find(const std::string& name, const std::vector<OptionRow>& options) {
+        for (const OptionRow& option : options) {
             const bool isLetter = name.size() == 2 && option.letter == name[1];
             if (isLetter || (name.starts_with("--") && name.substr(2) == option.name)) return &option;
         }
@@ -116,7 +116,7 @@ class Reader {
         const size_t equals = argument.starts_with("--") ? argument.find('=') : std::string::npos;
         const std::string name = argument.substr(0, equals);
         const auto options = allowed(call_.verb);
-        const OptionSpec* known = find(name, options);
+        const OptionRow* known = find(name, options);
         if (!known && isSecret(name.substr(std::min<size_t>(2, name.size()))))
             return fault_.emplace("a secret is never taken from the command line; see --password-fd", name), void();
         if (!known) return note("unknown option", name);
@@ -143,16 +143,16 @@ class Reader {
     void checkOperands() {
         if (fault_ && !(call_.has("help") || call_.has("version"))) throw CallError(*fault_);
         if (!call_.verb || call_.has("help") || call_.has("version")) return;
-        const auto& specs = call_.verb->operands;
-        for (size_t i = 0; i < specs.size(); ++i) {
-            if (i >= call_.operands.size() && !specs[i].optional) throw CallError("missing", specs[i].name);
+        const auto& expected = call_.verb->operands;
+        for (size_t i = 0; i < expected.size(); ++i) {
+            if (i >= call_.operands.size() && !expected[i].optional) throw CallError("missing", expected[i].name);
         }
-        const bool many = !specs.empty() && specs.back().many;
-        if (call_.operands.size() > specs.size() && !many)
-            throw CallError("too many arguments", call_.operands[specs.size()]);
+        const bool many = !expected.empty() && expected.back().many;
+        if (call_.operands.size() > expected.size() && !many)
+            throw CallError("too many arguments", call_.operands[expected.size()]);
         for (size_t i = 0; i < call_.operands.size(); ++i) {
-            const OperandSpec& spec = specs[std::min(i, specs.size() - 1)];
-            if (!fits(spec.kind, spec.value, call_.operands[i]))
+            const OperandRow& operand = expected[std::min(i, expected.size() - 1)];
+            if (!fits(operand.kind, operand.value, call_.operands[i]))
                 throw CallError("the value does not fit", call_.operands[i]);
         }
     }

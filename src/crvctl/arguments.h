@@ -25,7 +25,7 @@ class CallError : public OpError {
 };
 
 struct Call {
-    const VerbSpec* verb = nullptr;
+    const VerbRow* verb = nullptr;
     std::vector<std::string> operands;
     std::map<std::string, std::vector<std::string>, std::less<>>
         options;  ///< values in their order; of a flag one empty

@@ -116,24 +116,24 @@ class Candidates {
 
 void addVerbs(const std::string& group, Candidates& candidates) {
     if (group.empty()) {
-        for (const GroupSpec& known : groups()) candidates.add(known.name, known.help);
-        for (const VerbSpec& verb : verbs())
+        for (const GroupRow& known : groups()) candidates.add(known.name, known.help);
+        for (const VerbRow& verb : verbs())
             if (!*verb.group) candidates.add(verb.verb, verb.help);
     } else {
-        for (const VerbSpec& verb : verbs())
+        for (const VerbRow& verb : verbs())
             if (*verb.group && verb.group == group) candidates.add(verb.verb, verb.help);
     }
 }
 
 void addOptions(const Call& call, Candidates& candidates) {
-    for (const OptionSpec& option : call.verb ? optionsOf(*call.verb) : globalOptions())
+    for (const OptionRow& option : call.verb ? optionsOf(*call.verb) : globalOptions())
         candidates.add(std::string("--") + option.name, option.help);
 }
 
 /// The option whose value the last word is; null when it is none.
-const OptionSpec* awaited(const VerbSpec* verb, const std::string& before, std::vector<OptionSpec>& options) {
+const OptionRow* awaited(const VerbRow* verb, const std::string& before, std::vector<OptionRow>& options) {
     options = verb ? optionsOf(*verb) : globalOptions();
-    for (const OptionSpec& option : options) {
+    for (const OptionRow& option : options) {
         const bool same =
             before == std::string("--") + option.name || (option.letter && before == std::string("-") + option.letter);
         if (same && option.kind != ValueKind::Flag) return &option;
@@ -156,8 +156,8 @@ std::string completeWords(const std::vector<std::string>& words) {
     } catch (const CallError&) {  // the line is not complete yet
     }
     Candidates candidates(call, words.back());
-    std::vector<OptionSpec> options;
-    if (const OptionSpec* option = awaited(call.verb, words[words.size() - 2], options)) {
+    std::vector<OptionRow> options;
+    if (const OptionRow* option = awaited(call.verb, words[words.size() - 2], options)) {
         candidates.addValues(option->kind, option->value);
     } else if (words.back().starts_with('-')) {
         addOptions(call, candidates);
@@ -165,7 +165,7 @@ std::string completeWords(const std::vector<std::string>& words) {
         std::vector<std::string> plain;
         std::copy_if(words.begin() + 1, words.end() - 1, std::back_inserter(plain),
                      [](const std::string& word) { return !word.starts_with('-'); });
-        const bool inGroup = !plain.empty() && std::ranges::any_of(groups(), [&](const GroupSpec& group) {
+        const bool inGroup = !plain.empty() && std::ranges::any_of(groups(), [&](const GroupRow& group) {
             return plain.back() == group.name;
         });
         addVerbs(inGroup ? plain.back() : std::string(), candidates);

@@ -20,15 +20,15 @@ std::string row(const std::string& left, const std::string& right) {
     return "  " + left + gap + right + "\n";
 }
 
-std::string optionWords(const OptionSpec& option) {
+std::string optionWords(const OptionRow& option) {
     std::string words = option.letter ? std::string("-") + option.letter + ", " : "";
     words += std::string("--") + option.name;
     return option.value ? words + " " + option.value : words;
 }
 
-std::string operandWords(const VerbSpec& verb) {
+std::string operandWords(const VerbRow& verb) {
     std::string words;
-    for (const OperandSpec& operand : verb.operands) {
+    for (const OperandRow& operand : verb.operands) {
         const std::string name = operand.kind == ValueKind::Choice ? operand.value : operand.name;
         const std::string word = name + (operand.many ? "..." : "");
         words += operand.optional ? " [" + word + "]" : " " + word;
@@ -36,7 +36,7 @@ std::string operandWords(const VerbSpec& verb) {
     return words;
 }
 
-std::string effectText(const VerbSpec& verb) {
+std::string effectText(const VerbRow& verb) {
     switch (verb.effect) {
         case Effect::Changes:
             return tr("Changes; --dry-run only tells what.");
@@ -52,32 +52,32 @@ std::string effectText(const VerbSpec& verb) {
 
 }  // namespace
 
-std::string usageLine(const VerbSpec& verb) {
+std::string usageLine(const VerbRow& verb) {
     return "crvctl [" + std::string(tr("options")) + "] " + verb.words() + operandWords(verb);
 }
 
 std::string overview() {
     std::string text = std::string(tr("Usage: crvctl [options] GROUP VERB ...")) + "\n\n";
     text += std::string(tr("Prepares and looks after profiles without a terminal.")) + "\n\n";
-    for (const VerbSpec& verb : verbs()) text += row(verb.words() + operandWords(verb), tr(verb.help));
+    for (const VerbRow& verb : verbs()) text += row(verb.words() + operandWords(verb), tr(verb.help));
     text += "\n" + std::string(tr("Options of every command:")) + "\n";
-    for (const OptionSpec& option : globalOptions()) text += row(optionWords(option), tr(option.help));
+    for (const OptionRow& option : globalOptions()) text += row(optionWords(option), tr(option.help));
     return text;
 }
 
 std::string groupHelp(const std::string& group) {
     std::string text;
-    for (const GroupSpec& spec : groups())
-        if (spec.name == group) text = std::string(spec.name) + ": " + tr(spec.help) + "\n";
-    for (const VerbSpec& verb : verbs())
+    for (const GroupRow& known : groups())
+        if (known.name == group) text = std::string(known.name) + ": " + tr(known.help) + "\n";
+    for (const VerbRow& verb : verbs())
         if (verb.group == group) text += row(verb.words() + operandWords(verb), tr(verb.help));
     return text;
 }
 
-std::string verbHelp(const VerbSpec& verb) {
+std::string verbHelp(const VerbRow& verb) {
     std::string text =
         usageLine(verb) + "\n\n" + tr(verb.help) + "\n" + effectText(verb) + "\n\n" + tr("Options:") + "\n";
-    for (const OptionSpec& option : optionsOf(verb)) text += row(optionWords(option), tr(option.help));
+    for (const OptionRow& option : optionsOf(verb)) text += row(optionWords(option), tr(option.help));
     return text;
 }
 

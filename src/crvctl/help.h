@@ -8,10 +8,10 @@
 namespace crv::ctl {
 
 /// "crvctl [options] profile create NAME"
-std::string usageLine(const VerbSpec& verb);
+std::string usageLine(const VerbRow& verb);
 std::string overview();
 std::string groupHelp(const std::string& group);
-std::string verbHelp(const VerbSpec& verb);
+std::string verbHelp(const VerbRow& verb);
 /// The manual page crvctl(1), in the language in force; docs/man is made with it.
 std::string manualPage();
 /// docs/json.md.

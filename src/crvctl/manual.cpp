@@ -25,15 +25,15 @@ std::string paragraph(const char* text) {
     return roff(tr(text)) + "\n";
 }
 
-std::string option(const OptionSpec& spec) {
+std::string option(const OptionRow& row) {
     std::string text = ".TP\n";
-    if (spec.letter) text += std::string("\\fB\\-") + spec.letter + "\\fR, ";
-    text += "\\fB\\-\\-" + roff(spec.name) + "\\fR";
-    if (spec.value) text += " \\fI" + roff(spec.value) + "\\fR";
-    return text + "\n" + roff(tr(spec.help)) + "\n";
+    if (row.letter) text += std::string("\\fB\\-") + row.letter + "\\fR, ";
+    text += "\\fB\\-\\-" + roff(row.name) + "\\fR";
+    if (row.value) text += " \\fI" + roff(row.value) + "\\fR";
+    return text + "\n" + roff(tr(row.help)) + "\n";
 }
 
-std::string command(const VerbSpec& verb) {
+std::string command(const VerbRow& verb) {
     std::string text =
         ".SS " + roff(verb.words()) + "\n" + roff(usageLine(verb)) + "\n.PP\n" + roff(tr(verb.help)) + "\n";
     const size_t own = optionsOf(verb).size() - globalOptions().size();
@@ -58,9 +58,9 @@ std::string manualPage() {
                           "\"corvane.password\" (or the secret's own name), else from a prompt on the terminal: one "
                           "line of up to 254 octets in UTF-8.");
     text += section("OPTIONS");
-    for (const OptionSpec& spec : globalOptions()) text += option(spec);
+    for (const OptionRow& row : globalOptions()) text += option(row);
     text += section("COMMANDS");
-    for (const VerbSpec& verb : verbs()) text += command(verb);
+    for (const VerbRow& verb : verbs()) text += command(verb);
     text += section("EXIT STATUS");
     for (const StatusRow& status : statusRows())
         text += ".TP\n" + std::string(status.number) + "\n" + roff(tr(status.meaning)) + "\n";
@@ -91,11 +91,11 @@ std::string jsonDocument() {
 #undef CRV_OP_FAULT
     text.resize(text.size() - 2);
     text += ".\n";
-    for (const VerbSpec& verb : verbs()) {
+    for (const VerbRow& verb : verbs()) {
         text += "\n## " + verb.words() + "\n\n";
         if (verb.fields.empty()) text += "Nothing.\n";
         if (!verb.fields.empty()) text += "| key | of | type | meaning |\n|---|---|---|---|\n";
-        for (const FieldSpec& field : verb.fields) {
+        for (const FieldRow& field : verb.fields) {
             text += std::string("| `") + field.key + "` | " + (field.item ? "item" : "result") + " | " + field.type +
                     " | " + field.label + " |\n";
         }

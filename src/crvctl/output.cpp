@@ -144,7 +144,7 @@ void Output::no(int code) {
 }
 
 std::string Output::labelOf(const std::string& key, bool item) const {
-    for (const FieldSpec& field : verb_->fields)
+    for (const FieldRow& field : verb_->fields)
         if (field.key == key && field.item == item) return tr(field.label);
     return key;
 }
@@ -168,7 +168,7 @@ void Output::printSummary(bool ok, int code, const std::string& fault, const std
     if (!fault.empty()) summary["fault"] = fault;
     if (!message.empty()) summary["detail"] = message;
     Fields result = result_;
-    const bool lists = verb_ && std::ranges::any_of(verb_->fields, &FieldSpec::item);
+    const bool lists = verb_ && std::ranges::any_of(verb_->fields, &FieldRow::item);
     if (lists && form_ == OutputForm::Json) result.emplace_back("items", std::move(items_));
     if (lists) result.emplace_back("count", count_);
     if (!raw_.empty()) result.emplace_back("text", raw_);

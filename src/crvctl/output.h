@@ -12,7 +12,7 @@ class OpError;
 
 namespace crv::ctl {
 
-struct VerbSpec;
+struct VerbRow;
 
 enum class OutputForm { Text, Json, JsonLines };
 
@@ -21,7 +21,7 @@ class Output {
   public:
     void setForm(OutputForm form) { form_ = form; }
     [[nodiscard]] OutputForm form() const { return form_; }
-    void setVerb(const VerbSpec* verb) { verb_ = verb; }
+    void setVerb(const VerbRow* verb) { verb_ = verb; }
 
     /// An item of the result; in lines mode and as text it is written at once.
     void item(Fields fields);
@@ -51,7 +51,7 @@ class Output {
     void printSummary(bool ok, int code, const std::string& fault, const std::string& message);
 
     OutputForm form_ = OutputForm::Text;
-    const VerbSpec* verb_ = nullptr;
+    const VerbRow* verb_ = nullptr;
     Values items_;
     size_t count_ = 0;
     Fields result_;

@@ -13,7 +13,7 @@ class Run;
 /// What a value is, for the check of the parser and for completion.
 enum class ValueKind { Flag, Text, Number, Port, File, NewFile, Folder, Oid, Time, Hex, Choice, Profile, Server };
 
-struct OptionSpec {
+struct OptionRow {
     const char* name;  ///< without the hyphens
     ValueKind kind;
     const char* value;  ///< what stands for the value in help; of a choice the words, separated by "|"
@@ -21,7 +21,7 @@ struct OptionSpec {
     char letter = 0;
 };
 
-struct OperandSpec {
+struct OperandRow {
     const char* name;
     ValueKind kind;
     const char* value;  ///< words of a choice
@@ -34,14 +34,14 @@ enum class Needs { Nothing, List, Profile, Database, Keys };
 enum class Effect { Reads, Writes, Changes, Destroys };
 
 /// A field of the result: of the whole, or, with `item`, of each item.
-struct FieldSpec {
+struct FieldRow {
     const char* key;
     const char* type;   ///< of JSON: "string", "number", "boolean", "array", "object"
     const char* label;  ///< as the text output shows it
     bool item = false;
 };
 
-/// Bits of VerbSpec::secrets, in the order of secretKinds().
+/// Bits of VerbRow::secrets, in the order of secretKinds().
 enum SecretBit : unsigned {
     kPasswordBit = 1,
     kNewPasswordBit = 2,
@@ -51,36 +51,36 @@ enum SecretBit : unsigned {
     kProxyPasswordBit = 32
 };
 
-struct VerbSpec {
+struct VerbRow {
     const char* group;  ///< empty for a verb that stands alone
     const char* verb;
     Needs needs;
     Effect effect;
     void (*run)(Run&);
     const char* help;
-    std::vector<OperandSpec> operands = {};
-    std::vector<OptionSpec> options = {};
-    std::vector<FieldSpec> fields = {};
+    std::vector<OperandRow> operands = {};
+    std::vector<OptionRow> options = {};
+    std::vector<FieldRow> fields = {};
     unsigned secrets = 0;
 
     /// "cert list"
     [[nodiscard]] std::string words() const;
 };
 
-struct GroupSpec {
+struct GroupRow {
     const char* name;
     const char* help;
 };
 
-const std::vector<GroupSpec>& groups();
-const std::vector<VerbSpec>& verbs();
-const VerbSpec* findVerb(std::string_view group, std::string_view verb);
+const std::vector<GroupRow>& groups();
+const std::vector<VerbRow>& verbs();
+const VerbRow* findVerb(std::string_view group, std::string_view verb);
 /// Options that every verb has.
-const std::vector<OptionSpec>& globalOptions();
+const std::vector<OptionRow>& globalOptions();
 /// The names of the secrets: "password", "new-password" ...
 const std::vector<const char*>& secretKinds();
 /// The options of a verb: its own, those of its secrets, the global ones.
-std::vector<OptionSpec> optionsOf(const VerbSpec& verb);
+std::vector<OptionRow> optionsOf(const VerbRow& verb);
 /// The words of a choice.
 std::vector<std::string> choices(const char* value);
 

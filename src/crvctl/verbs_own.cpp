@@ -24,7 +24,7 @@ void help(Run& run) {
     if (form == "json-doc") return run.out.raw(jsonDocument());
     if (group.empty()) return run.out.raw(overview());
     const bool alone = findVerb({}, group) != nullptr;
-    const VerbSpec* verb = alone ? findVerb({}, group) : findVerb(group, run.call.operand(1));
+    const VerbRow* verb = alone ? findVerb({}, group) : findVerb(group, run.call.operand(1));
     if (verb) return run.out.raw(verbHelp(*verb));
     const std::string text = run.call.operands.size() > 1 ? std::string() : groupHelp(group);
     if (text.empty()) throw CallError("unknown command", group + " " + run.call.operand(1));
