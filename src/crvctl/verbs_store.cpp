@@ -6,6 +6,7 @@
 #include "crvctl/show.h"
 #include "crvctl/verbs.h"
 #include "crypto/sign_algo_map.h"
+#include "keystore/crt_request.h"
 #include "misc/ascii.h"
 #include "misc/file_ops.h"
 #include "ops/policies.h"
@@ -97,7 +98,7 @@ void writeRequest(Run& run, Session& session, KeyPlan& plan, const std::string& 
     checkTarget(run, session, path);
     if (run.mode.dryRun) return;
     Bytes request;
-    demandKeys(session.keys().prepareCrtRequest(plan.use, plan.request, request));
+    demandKeys(prepareCrtRequest(session.keys(), plan.use, plan.request, request));
     exportFile(targetOf(run, path), session.profile(), request);
 }
 

@@ -1,6 +1,7 @@
 // Opening and closing of the key store.
 #include "keystore/key_manager.h"
 
+#include <algorithm>
 #include <new>
 
 #include "config/config_oids.h"
@@ -9,12 +10,12 @@
 #include "corvane/crvprofile.h"
 #include "keystore/key_pairing.h"
 #include "keystore/key_store_media.h"
+#include "keystore/signed_configuration.h"
 #include "keystore/stored_file.h"
 #include "misc/exceptions.h"
 #include "misc/logger.h"
 
 namespace crv {
-namespace {}  // namespace
 
 KeyManager::KeyManager(uint64_t generatorCycle)
     : generators_(generatorCycle), random_([this](std::span<uint8_t> out) {
@@ -25,7 +26,12 @@ KeyManager::KeyManager(uint64_t generatorCycle)
 KeyManager::~KeyManager() = default;
 
 void KeyManager::init(ContextServices& context) {
+    VTEST(!context_, kKeyManagerPlace);
     context_ = &context;
+}
+
+void KeyManager::demand(std::initializer_list<State> states) const {
+    VTEST(std::ranges::find(states, state_) != states.end(), kKeyManagerPlace);
 }
 
 ConfigurationManager& KeyManager::configuration() const {
@@ -56,7 +62,7 @@ void KeyManager::forget() noexcept {
     generators_.clear();
     state_ = State::Closed;
     mode_ = OpenMode::LogIn;
-    saved_ = foreign_ = false;
+    foreign_ = false;
     if (recordTaken_) context_->configuration().setRecord(nullptr);
     recordTaken_ = false;
 }
@@ -136,6 +142,7 @@ bool KeyManager::recertificationAllowed() const {
 }
 
 KeyManagerResult KeyManager::loadKey(const SecretText& password) {
+    demand({State::Closed});
     selectMedia();
     VTEST(media().hasSecurityFile(), kKeyManagerPlace);
     Bytes octets;
@@ -201,7 +208,6 @@ KeyManagerResult KeyManager::verifyConfiguration() {
     takeRecord(record);
     copyUserUnqualifiedTrustedCA();
     wipe(signedConfiguration_);
-    saved_ = true;
     return kKmOk;
 }
 

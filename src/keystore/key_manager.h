@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <span>
@@ -42,18 +43,6 @@ struct KeyGenHooks {
     KcHashAlgo forcedHash = KcHashAlgo::None;
 };
 
-enum class RequestFormat { Pem, Der };
-
-/// What a certification request is to be like.
-struct CrtRequestParams {
-    RequestFormat format = RequestFormat::Pem;
-    const DistinguishedName* subject = nullptr;  ///< null: chosen by the key manager
-    KeyScheme scheme = KeyScheme::Rsa;           ///< of the request's signature
-    KcHashAlgo hash = KcHashAlgo::Sha256;        ///< of the request's signature
-    /// Hash of the parameters of id-RSASSA-PSS that are written into the key's algorithm; none: rsaEncryption.
-    KcHashAlgo forcedPss = KcHashAlgo::None;
-};
-
 /// What log-in may do to a key store.
 enum class OpenMode : int {
     LogIn = 0,         ///< stores a fresh seed; a file that another program wrote is left alone and not saved
@@ -69,15 +58,15 @@ enum SaveKeyFlag : int {
 /// Holder of the user's keys, owned by the context; used by one caller at a time.
 ///
 /// Nothing here takes the lock on the security file: openKeyStore and its sisters (key_store_door.h) do, and everybody
-/// opens and saves through them. Operations answer a KeyManagerResult; allocation failure is kKmNoMemory; a
-/// call that the state does not allow is a failed assertion.
+/// opens and saves through them. Operations answer a KeyManagerResult; allocation failure is kKmNoMemory. Each demands
+/// a state in which it makes sense; another one is a failed assertion.
 class KeyManager {
   public:
-    /// What is there. Every operation demands a state in which it makes sense.
+    /// What is there.
     enum class State {
         Closed,    ///< nothing
-        Creating,  ///< an empty store that the first save writes; its generators are seeded by rbgInit
-        Unseeded,  ///< contents that were read, without a seed; rbgInit and a save mend that
+        Creating,  ///< an empty store that the first save writes and opens
+        Unseeded,  ///< contents that were read, for looking at them; without a seed, which rbgInit gives
         Open       ///< logged in
     };
 
@@ -87,12 +76,12 @@ class KeyManager {
     KeyManager(const KeyManager&) = delete;
     KeyManager& operator=(const KeyManager&) = delete;
 
-    /// Binds the manager to its context; once, before everything else.
+    /// Binds the manager to its context.
     void init(ContextServices& context);
 
     // --- Opening and closing
 
-    /// Device start (Tarvo, token), before the log-in: forgets the previous profile, finds the device and makes it
+    /// Device start (Tarvo, token): forgets the previous profile, finds the device and makes it
     /// ready for log-in. kKmDeviceError, kKmDeviceNotFound, kKmDeviceLibrary, kKmDeviceFunction,
     /// kKmPkcs11NotInitialised. Media without a device answer kKmOk.
     [[nodiscard]] KeyManagerResult deviceInit();
@@ -101,19 +90,18 @@ class KeyManager {
     /// configuration record into the configuration manager, seeds the generators, stores a fresh seed and, when asked,
     /// reads the additional trust points. `mode` is an OpenMode.
     /// Closes whatever was open first; the PIN cache is not touched.
-    /// A failure forgets everything, with one exception: after kKmNoSeed the contents stay for rbgInit (from
-    /// keystrokes) and saveConfiguration, after which initProfile is called again (State::Unseeded).
+    /// A failure forgets everything, but kKmNoSeed leaves the contents (State::Unseeded): what rbgInit and
+    /// saveConfiguration add to the file lets the next log-in pass.
     [[nodiscard]] KeyManagerResult initProfile(int mode, bool readAdditional);
     /// Asked now and then while a password is turned into keys, which foreign files may make long; false stops the
     /// opening with kKmStopped. Empty: nobody stops it.
     void setProgress(std::function<bool()> progress) { progress_ = std::move(progress); }
 
     /// Log-out: forgets and wipes keys, certificates, configuration, seed and generators, and when a profile was logged
-    /// in also the PINs. Not to be called between kKmNoSeed and the save that mends it. Never fails.
+    /// in also the PINs. Never fails.
     void deinitProfile() noexcept;
 
-    /// Before a security file is created: forgets the previous profile and binds the current one, with nothing in it.
-    /// Then follow rbgInit, the defaults of the configuration, and saveConfiguration, whose success ends logged in.
+    /// Forgets the previous profile and binds the current one, with nothing in it (State::Creating).
     void beginNewProfile();
 
     [[nodiscard]] State state() const { return state_; }
@@ -124,15 +112,14 @@ class KeyManager {
     [[nodiscard]] bool isReadOnly() const {
         return mode_ == OpenMode::ReadOnly || (foreign_ && mode_ != OpenMode::AdoptForeign);
     }
-    /// Whether the last change was saved.
-    [[nodiscard]] bool isSaved() const { return saved_; }
     /// Whether a missing seed simply fails the log-in instead of asking the user for keystrokes. Off at first.
     [[nodiscard]] bool seedingSuppressed() const { return seedingSuppressed_; }
     void suppressSeeding(bool suppress) { seedingSuppressed_ = suppress; }
 
     // --- The security file
 
-    /// Reads and deciphers the security file of a file profile and pairs its keys with its certificates.
+    /// Reads and deciphers the security file of a file profile and pairs its keys with its certificates; success ends
+    /// Unseeded.
     [[nodiscard]] KeyManagerResult loadKey(const SecretText& password);
 
     /// Writes the security file, whole and atomically; a new file gets mode 0600. Only for file profiles (assertion).
@@ -143,8 +130,7 @@ class KeyManager {
     /// the memory.
     [[nodiscard]] KeyManagerResult saveKey(const SecretText& password, int flags);
 
-    /// Draws a new seed and saves it; for media without a security file, and before the generators are ready, does
-    /// nothing.
+    /// Draws a new seed and saves it; for media without a security file, and without a seed, does nothing.
     [[nodiscard]] KeyManagerResult saveNewSeed();
 
     /// Saves the keys and the configuration record on whatever the medium is, with the password from the PIN cache;
@@ -161,7 +147,7 @@ class KeyManager {
     [[nodiscard]] KeyManagerResult initRBGFromTheSeed();
     /// Seeds the generators from material of any length and derives a new stored seed. CryptoError passes through.
     [[nodiscard]] KeyManagerResult rbgInit(ByteView material);
-    /// Fills the buffer; kKmNoSeed before the generators are ready. Provider profiles answer kKmOk and leave the buffer
+    /// Fills the buffer; kKmNoSeed in any state without a seed. Provider profiles answer kKmOk and leave the buffer
     /// as it is: never use it then.
     [[nodiscard]] KeyManagerResult rbgFill(std::span<uint8_t> out);
     /// The generators as the source of libcrypto's key generation and signatures.
@@ -205,11 +191,6 @@ class KeyManager {
     [[nodiscard]] KeyManagerResult saveUnsavedKey();
     void dropUnsavedKey() { unsaved_.reset(); }
 
-    /// A certification request (PKCS#10, RFC 2986) for the key of a use, signed with that key by scheme and hash, in
-    /// PEM (lines end in CR LF) or DER. Without a subject it is that of the user's certificate, else CN=<profile name>.
-    /// kKmKeyNotFound, kKmHashNotSupported, kKmRsaFailed.
-    [[nodiscard]] KeyManagerResult prepareCrtRequest(KeyType use, const CrtRequestParams& params, Bytes& out);
-
     // --- The user's certificates
 
     [[nodiscard]] const CertList& userCerts() const { return contents_.userCerts; }
@@ -218,6 +199,8 @@ class KeyManager {
     /// The certificate of the key that signs or decrypts, or null.
     [[nodiscard]] CertPtr signingCertificate() const;
     [[nodiscard]] CertPtr encryptionCertificate() const;
+    /// The name that a further certificate is asked for: that of the user's certificate, else CN=<profile name>.
+    [[nodiscard]] DistinguishedName requestSubject() const;
     /// Pairs a certificate with the key that it belongs to; the caller saves. kKmNoKeyForCertificate; kKmRoleTaken when
     /// its use belongs to another key; for a key that has a certificate: one of the same name is replaced by a newer
     /// one (one that is valid now stays beside one that is not), else kKmCertificateExists; under another name
@@ -244,12 +227,9 @@ class KeyManager {
     /// kKmWrongRootsPassword, kKmRootsFormat.
     [[nodiscard]] KeyManagerResult readAdditionalTrustedCA();
 
-    /// Checks a CMS SignedData (RFC 5652 5) in DER with a public key and gives its content. kKmBadFormat,
-    /// kKmBadSignature.
-    [[nodiscard]] static KeyManagerResult verifySignedData(ByteView signedData, const PublicKey& signer,
-                                                           Bytes& content);
-
   private:
+    /// The assertion at the head of an operation.
+    void demand(std::initializer_list<State> states) const;
     [[nodiscard]] ConfigurationManager& configuration() const;
     [[nodiscard]] KeyStoreMedia& media() const;
     void forget() noexcept;
@@ -273,7 +253,6 @@ class KeyManager {
     [[nodiscard]] KeyManagerResult saveNewKey(const NewKey& generated);
     [[nodiscard]] KeyManagerResult keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
                                                  const std::function<PrivateKey()>& generate);
-    [[nodiscard]] DistinguishedName requestSubject() const;
 
     [[nodiscard]] bool generatorsReady() const;
     [[nodiscard]] KeyStoreContents currentContents() const;
@@ -298,7 +277,6 @@ class KeyManager {
 
     OpenMode mode_ = OpenMode::LogIn;
     bool foreign_ = false;
-    bool saved_ = false;
     bool seedingSuppressed_ = false;
     bool recordTaken_ = false;  // the configuration manager's record is this key store's
 };

@@ -38,6 +38,7 @@ KeyScheme KeyManager::signingKeyType() const {
 }
 
 KeyManagerResult KeyManager::addNewKey(KeyType use, const PrivateKey& key) {
+    demand({State::Open});
     VTEST(!hasKey(use), kKeyManagerPlace);
     if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
     const std::vector<StoredKey> before = contents_.keys;
@@ -68,7 +69,16 @@ CertPtr KeyManager::encryptionCertificate() const {
     return key ? certificateOf(*key) : nullptr;
 }
 
+DistinguishedName KeyManager::requestSubject() const {
+    for (const CertPtr& certificate : {signingCertificate(), encryptionCertificate()})
+        if (certificate) return certificate->subject();
+    DistinguishedName name;
+    name.add(OID_AT_COMMON_NAME, configuration().profileName());
+    return name;
+}
+
 KeyManagerResult KeyManager::installUserCrt(const CertPtr& certificate) {
+    demand({State::Unseeded, State::Open});
     auto before = std::make_unique<KeyStoreContents>(contents_);
     const KeyManagerResult result = pairCertificate(contents_, certificate, recertificationAllowed());
     if (result == kKmOk && !beforeInstall_) beforeInstall_ = std::move(before);

@@ -5,6 +5,7 @@
 namespace crv {
 
 KeyManagerResult KeyManager::initRBGFromTheSeed() {
+    demand({State::Creating, State::Unseeded, State::Open});
     if (media().randomSource() == RandomSource::Device) return kKmOk;
     LogInMaterial material;
     bool filled = false;
@@ -14,6 +15,7 @@ KeyManagerResult KeyManager::initRBGFromTheSeed() {
 }
 
 KeyManagerResult KeyManager::rbgInit(ByteView material) {
+    demand({State::Creating, State::Unseeded, State::Open});
     if (media().randomSource() != RandomSource::Device) contents_.seed = generators_.seed(material);
     return kKmOk;
 }

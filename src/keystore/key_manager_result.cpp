@@ -33,4 +33,19 @@ const char* resultText(KeyManagerResult result) noexcept {
     return row ? row->meaning : "unknown";
 }
 
+KeyManagerResult keyResultOf(CryptoFailure failure, bool rsa) noexcept {
+    switch (failure) {
+        case CryptoFailure::Cancelled:
+            return kKmCancelled;
+        case CryptoFailure::NoRandom:
+        case CryptoFailure::NotSeeded:
+            return kKmNoSeed;
+        case CryptoFailure::Unsupported:
+        case CryptoFailure::BadParameter:
+            return kKmAlgorithmNotSupported;
+        default:
+            return rsa ? kKmRsaFailed : kKmGenerationFailed;
+    }
+}
+
 }  // namespace crv

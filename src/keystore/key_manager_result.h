@@ -1,6 +1,8 @@
 // The result codes of the key manager: its own numbering, for which each screen of the console has its texts.
 #pragma once
 
+#include "crypto/crypto_error.h"
+
 namespace crv {
 
 /// What the operations of KeyManager and of the key store's media answer: X(name, number, the library's code for it,
@@ -75,5 +77,8 @@ enum KeyManagerResult : int { KEY_MANAGER_RESULTS(CRV_KM_RESULT) };
 
 /// What a result means, for the log.
 [[nodiscard]] const char* resultText(KeyManagerResult result) noexcept;
+
+/// What a failed operation with a key answers: an RSA one (`rsa`) kKmRsaFailed where another is kKmGenerationFailed.
+[[nodiscard]] KeyManagerResult keyResultOf(CryptoFailure failure, bool rsa) noexcept;
 
 }  // namespace crv

@@ -18,6 +18,7 @@ KeyStoreContents KeyManager::currentContents() const {
 }
 
 KeyManagerResult KeyManager::saveKey(const SecretText& password, int flags) {
+    demand({State::Creating, State::Unseeded, State::Open});
     VTEST(media().hasSecurityFile(), kKeyManagerPlace);
     if (isReadOnly()) return kKmReadOnly;
     // A record that was not verified yet would be lost.
@@ -74,11 +75,11 @@ KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const Secr
 }
 
 void KeyManager::noteSaved() {
-    saved_ = true;
     if (state_ == State::Creating) state_ = State::Open;
 }
 
 KeyManagerResult KeyManager::saveNewSeed() {
+    demand({State::Creating, State::Unseeded, State::Open});
     if (!media().hasSecurityFile() || ignoresSecurityFile() || !generatorsReady()) return kKmOk;
     RbgSeed seed;
     if (const KeyManagerResult filled = rbgFill(seed); filled != kKmOk) return filled;
@@ -92,6 +93,7 @@ KeyManagerResult KeyManager::saveNewSeed() {
 }
 
 KeyManagerResult KeyManager::saveConfiguration() {
+    demand({State::Creating, State::Unseeded, State::Open});
     if (media().hasSecurityFile()) {
         SecretText pin;
         const KeyManagerResult asked = askPin(pin);
@@ -128,6 +130,7 @@ KeyManagerResult KeyManager::mergeWithDevice(KeyStoreContents& contents) {
 }
 
 KeyManagerResult KeyManager::changePin(const SecretText&, const SecretText& newPassword) {
+    demand({State::Open});
     const KeyManagerResult result = saveKey(newPassword, kSaveNewPassword);
     // From now on the old one opens nothing: it must not stay anywhere.
     if (result == kKmOk) context_->storePIN(PinSlot::SigningToken, newPassword);

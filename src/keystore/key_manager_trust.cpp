@@ -22,6 +22,7 @@ std::vector<TrustPoint> KeyManager::trustedPoints() const {
 }
 
 KeyManagerResult KeyManager::addTrustedCA(const CertPtr& certificate) {
+    demand({State::Unseeded, State::Open});
     const KeyManagerResult checked = checkTrustPoint(*certificate);
     if (checked != kKmOk && checked != kKmTrustPointRefused) return checked;
     if (trust_.holds(configuration().record(), contents_.trustedCerts, *certificate)) return kKmTrustPointExists;
@@ -33,7 +34,6 @@ KeyManagerResult KeyManager::addTrustedCA(const CertPtr& certificate) {
     contents_.trustedCerts.push_back(certificate);
     removeFrom(contents_.userCerts, *certificate);
     markOrdinary(contents_.certAttributes, *certificate, false);
-    saved_ = false;
     return kKmOk;
 }
 
@@ -45,6 +45,7 @@ CertList KeyManager::trustCandidates() const {
 }
 
 KeyManagerResult KeyManager::delTrustedCA(const CertPtr& certificate, int flag) {
+    demand({State::Unseeded, State::Open});
     VTEST(flag == static_cast<int>(TrustPointFlag::User), kKeyManagerPlace);
     CRVCfgFile::Certificates list = configuration().record().getTrustedCAs();
     if (std::erase(list, toBytes(encodingOf(*certificate))) == 0) {
@@ -53,11 +54,11 @@ KeyManagerResult KeyManager::delTrustedCA(const CertPtr& certificate, int flag) 
     }
     configuration().editRecord().setTrustedCAs(list);
     removeFrom(contents_.trustedCerts, *certificate);
-    saved_ = false;
     return kKmOk;
 }
 
 KeyManagerResult KeyManager::readAdditionalTrustedCA() {
+    demand({State::Unseeded, State::Open});
     trust_.clearAdditional();
     const CrvProfile& profile = *configuration().profile();
     std::string path;

@@ -1,6 +1,7 @@
 // Keys that the user generates, and the requests for their certificates as openssl sees them.
 #include "asn/x509/sign_algo.h"
 #include "key_store_session.h"
+#include "keystore/crt_request.h"
 #include "misc/exceptions.h"
 
 namespace crv::test {
@@ -62,7 +63,7 @@ TEST_F(KeyGenerationTest, OpensslAcceptsEveryRequestAndTheKeyIsInTheReopenedFile
             EXPECT_EQ(configured->hash, one.request.forcedPss) << "later signatures keep to it";
         }
         Bytes request;
-        ASSERT_EQ(keys.prepareCrtRequest(one.use, one.request, request), kKmOk);
+        ASSERT_EQ(prepareCrtRequest(keys, one.use, one.request, request), kKmOk);
         writeFile(dir.file("request"), std::string(asText(request)));
         const std::string from =
             std::string(one.request.format == kPem ? "-inform PEM" : "-inform DER") + " -in request";
@@ -107,11 +108,11 @@ TEST_F(KeyGenerationTest, AStopOrAFailedSaveLeavesNothingBehind) {
     std::filesystem::remove(path);
     create();
     Bytes request;
-    EXPECT_EQ(keys.prepareCrtRequest(KeyType::Signing, {}, request), kKmKeyNotFound);
+    EXPECT_EQ(prepareCrtRequest(keys, KeyType::Signing, {}, request), kKmKeyNotFound);
     ASSERT_EQ(keys.generateECDsaUserKey(KeyType::Signing, kDefaultCurve, false), kKmOk);
-    EXPECT_EQ(keys.prepareCrtRequest(KeyType::Signing, {}, request), kKmHashNotSupported) << "RSA for an EC key";
+    EXPECT_EQ(prepareCrtRequest(keys, KeyType::Signing, {}, request), kKmHashNotSupported) << "RSA for an EC key";
     const CrtRequestParams contradiction{kPem, nullptr, Rsa, Hash::Sha1, Hash::Sha256};
-    EXPECT_EQ(keys.prepareCrtRequest(KeyType::Signing, contradiction, request), kKmHashNotSupported);
+    EXPECT_EQ(prepareCrtRequest(keys, KeyType::Signing, contradiction, request), kKmHashNotSupported);
     EXPECT_THROW((void)keys.generateDsaUserKey(1024), VtestException) << "the role is taken";
 }
 

@@ -63,7 +63,7 @@ TEST_F(KeyManagerTest, CreatesAFileForItsOwnerAndOpensItAgain) {
         const std::string before = readFile(path);
         ASSERT_EQ(other.login(), kKmOk);
         EXPECT_NE(readFile(path), before) << "every log-in stores a fresh seed";
-        EXPECT_TRUE(other.keys.isLoggedIn() && other.keys.isSaved());
+        EXPECT_TRUE(other.keys.isLoggedIn());
         EXPECT_EQ(other.record().getIntOpt(kTimeoutOption), 77);
         EXPECT_EQ(other.keys.signingKey()->keyId(), testKey("rsa2").keyId());
         EXPECT_EQ(other.keys.encryptionKey()->keyId(), testKey("rsa1").keyId());
@@ -135,6 +135,7 @@ TEST_F(KeyManagerTest, AFileWithoutSecretsNeedsAnotherSourceOfSeed) {
     EXPECT_FALSE(s.keys.isLoggedIn());
     EXPECT_EQ(s.keys.rbgFill(octets), kKmNoSeed);
     EXPECT_EQ(s.keys.saveConfiguration(), kKmNoSeed);
+    EXPECT_THROW((void)s.keys.addNewKey(KeyType::Encryption, testKey("rsa1")), VtestException) << "not logged in";
     ASSERT_EQ(s.keys.rbgInit(asBytes("keys typed by the user")), kKmOk);
     ASSERT_EQ(s.keys.saveConfiguration(), kKmOk);
     ASSERT_EQ(s.login(), kKmOk);

@@ -12,6 +12,7 @@
 #include "crvconfd/session/messages.h"
 #include "crvconfd/session/prot_cfg.h"
 #include "crvconfd/toolkit/toolkit.h"
+#include "keystore/crt_request.h"
 #include "misc/atomic_write.h"
 #include "misc/path.h"
 
@@ -255,7 +256,7 @@ bool writeRequest(const TypedFile& file, const Bytes& request) {
 void saveRequest(KeyType usage, const KeyGenParams& params,
                  const char* done = "Klucz został poprawnie wygenerowany i zapisany.") {
     Bytes request;
-    const KeyManagerResult result = keyManager->prepareCrtRequest(usage, requestOf(params), request);
+    const KeyManagerResult result = prepareCrtRequest(*keyManager, usage, requestOf(params), request);
     if (result != kKmOk) return showCode(kKeyGenTexts, result);
     for (;;) {
         const auto file = askForFile("Podaj nazwę pliku zgłoszenia certyfikacyjnego: ", false, kLongestRequestName);

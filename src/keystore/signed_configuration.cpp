@@ -1,11 +1,11 @@
-// Signed configurations.
+#include "keystore/signed_configuration.h"
+
 #include "asn/known_oids.h"
 #include "asn/pkcs/signed_data.h"
-#include "keystore/key_manager.h"
 
 namespace crv {
 
-KeyManagerResult KeyManager::verifySignedData(ByteView signedData, const PublicKey& signer, Bytes& content) {
+KeyManagerResult verifySignedData(ByteView signedData, const PublicKey& signer, Bytes& content) {
     ContentInfo wrapped;
     SignedData data;
     if (!wrapped.readExactly(signedData, ASN_FLAG_CONST) || !wrapped.get(OID_PKCS7_SIGNED_DATA, data, ASN_FLAG_CONST))

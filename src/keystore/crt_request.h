@@ -1,0 +1,31 @@
+// Requests for certificates of the user's keys.
+#pragma once
+
+#include "asn/x509/distinguished_name.h"
+#include "crypto/kc_hash.h"
+#include "crypto/key_scheme.h"
+#include "keystore/key_manager_result.h"
+#include "keystore/key_store_contents.h"
+
+namespace crv {
+
+class KeyManager;
+
+enum class RequestFormat { Pem, Der };
+
+/// What a certification request is to be like.
+struct CrtRequestParams {
+    RequestFormat format = RequestFormat::Pem;
+    const DistinguishedName* subject = nullptr;  ///< null: KeyManager::requestSubject
+    KeyScheme scheme = KeyScheme::Rsa;           ///< of the request's signature
+    KcHashAlgo hash = KcHashAlgo::Sha256;        ///< of the request's signature
+    /// Hash of the parameters of id-RSASSA-PSS that are written into the key's algorithm; none: rsaEncryption.
+    KcHashAlgo forcedPss = KcHashAlgo::None;
+};
+
+/// A certification request (PKCS#10, RFC 2986) for the key of a use, signed with that key by scheme and hash, in PEM
+/// (lines end in CR LF) or DER. kKmKeyNotFound, kKmHashNotSupported, kKmRsaFailed.
+[[nodiscard]] KeyManagerResult prepareCrtRequest(KeyManager& keys, KeyType use, const CrtRequestParams& params,
+                                                 Bytes& out);
+
+}  // namespace crv
