@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include "api/crvctx.h"
+#include "config/config_oids.h"
 #include "config/warning_codes.h"
 #include "crypto/private_key.h"
 #include "misc/file_semaphore.h"
@@ -35,7 +36,7 @@ class Authenticate : public testing::Test {
         ctx.keyManager.beginNewProfile();
         ASSERT_EQ(ctx.keyManager.rbgInit(asBytes("sixty keys typed at random moments")), kKmOk);
         ctx.configurationManager.resetRecord();
-        ctx.configurationManager.editRecord().setIntOpt(17, 77);
+        ctx.configurationManager.editRecord().setIntOpt(kOptConnectTimeout, 77);
         ASSERT_EQ(ctx.keyManager.saveConfiguration(), kKmOk);
     }
 
@@ -59,7 +60,7 @@ TEST_F(Authenticate, OpensTheKeyStoreUnderItsLock) {
     bind(ctx);
     EXPECT_EQ(crvAuthenticateExAPI(&ctx, 1), CRV_OK);
     EXPECT_TRUE(ctx.keyManager.isLoggedIn());
-    EXPECT_EQ(crvGetOptionAPI(&ctx, 17, &value), 0);
+    EXPECT_EQ(crvGetOptionAPI(&ctx, kOptConnectTimeout, &value), 0);
     EXPECT_EQ(value, 77);
     EXPECT_THAT(ctx.state.wholeReport(), HasSubstr("Otwarcie profilu Ala: 0\n"));
     FileSemaphore lock(dir_.file("keys.p12.lck"));
@@ -88,9 +89,11 @@ TEST_F(Authenticate, HoldsTheOptionsToTheSigningKey) {
     create(ctx);
     const PrivateKey key = PrivateKey::generateRsa(2048, 65537, ctx.keyManager.random());
     ASSERT_EQ(ctx.keyManager.addNewKey(KeyType::Signing, key), kKmOk);
-    const std::pair<std::pair<long, long>, int> cases[] = {{{15, 6}, 0},       {{21, 5}, 159},  {{21, 4}, 159},
-                                                           {{21, 6}, 0},       {{15, 8}, 159},  {{21, 2}, 0},
-                                                           {{25, 0x509}, 159}, {{25, 0x208}, 0}};
+    constexpr long kDigest = 15, kScheme = 21, kSignature = 25;
+    constexpr int kUnfit = ECRV_SIG_WITH_DIG_NOT_SUPPORTED;
+    const std::pair<std::pair<long, long>, int> cases[] = {
+        {{kDigest, 6}, CRV_OK}, {{kScheme, 5}, kUnfit}, {{kScheme, 4}, kUnfit},        {{kScheme, 6}, CRV_OK},
+        {{kDigest, 8}, kUnfit}, {{kScheme, 2}, CRV_OK}, {{kSignature, 0x509}, kUnfit}, {{kSignature, 0x208}, CRV_OK}};
     for (const auto& [option, code] : cases)
         EXPECT_EQ(crvSetOptionAPI(&ctx, option.first, option.second), code) << option.first << ' ' << option.second;
     EXPECT_THAT(
@@ -98,7 +101,7 @@ TEST_F(Authenticate, HoldsTheOptionsToTheSigningKey) {
         HasSubstr("Podany schemat podpisu ecdsa nie może być użyty z aktualnym kluczem do podpisywania (który jest "
                   "typu rsaEncryption)\n"));
     ctx.setProfile(nullptr);
-    EXPECT_EQ(crvSetOptionAPI(&ctx, 21, 5), 0);
+    EXPECT_EQ(crvSetOptionAPI(&ctx, kScheme, 5), 0);
 }
 
 TEST_F(Authenticate, MovesWhatWasFetchedIntoTheDatabase) {

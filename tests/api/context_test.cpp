@@ -17,6 +17,12 @@ namespace {
 
 using testing::HasSubstr;
 
+constexpr int kBadValue = ECRV_API_INV_PAR;
+constexpr int kUnfit = ECRV_SIG_WITH_DIG_NOT_SUPPORTED;
+/// Options.
+constexpr long kFixed = 1, kSignerMode = 2, kDigest = 15, kTimeout = 17, kScheme = 21, kSignature = 25;
+constexpr long kIgnored = 31, kText = 36, kOnlyText = 35, kDownloader = 44;
+
 class Context : public testing::Test {
   protected:
     [[nodiscard]] long option(long id) {
@@ -57,44 +63,47 @@ TEST_F(Context, ErrorTextsOfWhatHasNone) {
         EXPECT_EQ(text(noContext, code), expected);
         EXPECT_STREQ(crvErrorText(nullptr, code), expected);
     }
-    EXPECT_STREQ(findErrorRow(133)->name, findErrorRow(134)->name);
+    EXPECT_STREQ(findErrorRow(ECRV_ATTR_HAS_DEFAULT_VALUE)->name, findErrorRow(ECRV_ATTR_HAS_NO_VALUE)->name);
     VtestTextBuffer::setVtestTxt(nullptr, "brak libtrv.so");
     const std::string tail = " urządzenia Ardent Tarvo !!!: brak libtrv.so";
-    EXPECT_EQ(text(nullptr, 37), "Nieznaleziona biblioteka" + tail);
-    EXPECT_EQ(text(nullptr, 145), "Błąd podczas ładowania funkcji z biblioteki" + tail);
-    EXPECT_EQ(text(nullptr, 100), "Brak pamięci !!!");
+    EXPECT_EQ(text(nullptr, ECRV_TRV_LIB), "Nieznaleziona biblioteka" + tail);
+    EXPECT_EQ(text(nullptr, ECRV_TRV_DLL_FNC_LOAD_ERR), "Błąd podczas ładowania funkcji z biblioteki" + tail);
+    EXPECT_EQ(text(nullptr, ECRV_MEM), "Brak pamięci !!!");
     VtestTextBuffer::forget(nullptr);
 }
 
 TEST_F(Context, ErrorTextsTellWhatItKnows) {
     ctx.state.setLastDeviceError(0x1A2B);
-    EXPECT_EQ(text(&ctx, 39), "Urządzenie Ardent Tarvo zwróciło błąd nr 1A2B !!!");
-    EXPECT_EQ(text(&ctx, 44), "Błąd komunikacji z kartą !!!");
+    EXPECT_EQ(text(&ctx, ECRV_TRV), "Urządzenie Ardent Tarvo zwróciło błąd nr 1A2B !!!");
+    EXPECT_EQ(text(&ctx, ECRV_CRD_COM), "Błąd komunikacji z kartą !!!");
     ctx.setProfile(std::make_unique<Pkcs11Profile>());
     ctx.state.setLastPkcs11Rv(0x30);
-    EXPECT_EQ(text(&ctx, 44), "Błąd komunikacji z kartą, biblioteka PKCS#11 zwróciła błąd: CKR_DEVICE_ERROR !!!");
+    EXPECT_EQ(text(&ctx, ECRV_CRD_COM),
+              "Błąd komunikacji z kartą, biblioteka PKCS#11 zwróciła błąd: CKR_DEVICE_ERROR !!!");
     ctx.state.setLastPkcs11Rv(0x80001234);
-    EXPECT_THAT(text(&ctx, 44), HasSubstr(": 0x80001234 !!!"));
+    EXPECT_THAT(text(&ctx, ECRV_CRD_COM), HasSubstr(": 0x80001234 !!!"));
     ctx.state.setDiagnosticText("szczegóły");
-    EXPECT_EQ(text(&ctx, 158), "Błąd bazy danych !!!: szczegóły");
+    EXPECT_EQ(text(&ctx, ECRV_DB), "Błąd bazy danych !!!: szczegóły");
     std::string longer = "x";
     for (int i = 0; i < 300; ++i) longer += "ż";
     ctx.state.setDiagnosticText(longer);
-    EXPECT_EQ(text(&ctx, 0), "OK: " + longer.substr(0, 507)) << "511 octets fit";
+    EXPECT_EQ(text(&ctx, CRV_OK), "OK: " + longer.substr(0, 507)) << "511 octets fit";
     ctx.state.setDiagnosticText(longer.substr(1));
-    EXPECT_EQ(text(&ctx, 0).size(), 510u) << "no half of a letter";
+    EXPECT_EQ(text(&ctx, CRV_OK).size(), 510u) << "no half of a letter";
 }
 
 TEST_F(Context, EveryEndOfACallBecomesACode) {
-    EXPECT_EQ(apiFrame(nullptr, [] { return 0; }), 20);
-    EXPECT_EQ(apiFrame(noContext, [] { return 0; }), 21);
+    EXPECT_EQ(apiFrame(nullptr, [] { return 0; }), ECRV_API_INV_PAR);
+    EXPECT_EQ(apiFrame(noContext, [] { return 0; }), ECRV_API_INV_CTX);
     const std::tuple<std::function<int()>, int, std::string> cases[] = {
-        {[]() -> int { failAssertion("1 > 2", "src/api/x", 1); }, 141, ": Assertion 1 > 2 failed in src/api/x"},
-        {[]() -> int { throw CrvApiException(177, "bez nazwy"); }, 177, ": bez nazwy"},
-        {[]() -> int { throw std::runtime_error("oj"); }, 161, ": oj"},
-        {[]() -> int { throw 5; }, 161, ""},
-        {[]() -> int { throw std::bad_alloc(); }, 100, ""},
-        {[] { return 3; }, 3, ""}};
+        {[]() -> int { failAssertion("1 > 2", "src/api/x", 1); }, ECRV_INTERNAL_ERROR,
+         ": Assertion 1 > 2 failed in src/api/x"},
+        {[]() -> int { throw CrvApiException(ECRV_NO_PROFILE_NAME, "bez nazwy"); }, ECRV_NO_PROFILE_NAME,
+         ": bez nazwy"},
+        {[]() -> int { throw std::runtime_error("oj"); }, ECRV_UNKNOWN_EXCEPTION, ": oj"},
+        {[]() -> int { throw 5; }, ECRV_UNKNOWN_EXCEPTION, ""},
+        {[]() -> int { throw std::bad_alloc(); }, ECRV_MEM, ""},
+        {[] { return CRV_OK_NEED_TARVO; }, CRV_OK_NEED_TARVO, ""}};
     for (const auto& [inner, code, said] : cases) {
         EXPECT_EQ(apiFrame(&ctx, inner), code);
         EXPECT_EQ(text(&ctx, code), findErrorRow(code)->text + said);
@@ -110,10 +119,10 @@ TEST_F(Context, EachCallBeginsWithAnEmptyReportAndNoWarnings) {
             return code;
         });
     };
-    EXPECT_EQ(warn(0), 10);
+    EXPECT_EQ(warn(CRV_OK), WCRV_GENERIC_WARNING);
     EXPECT_EQ(taken(&ctx, crvGetWarnings),
               "WARN_USER_CRT_NOT_VALID: Certyfikat użytkownika jest poza okresem ważności\n");
-    for (int code : {1, 46}) EXPECT_EQ(warn(code), code);
+    for (int code : {CRV_OK_NEED_CARD, ECRV_PASSWORD}) EXPECT_EQ(warn(code), code);
     EXPECT_EQ(apiFrame(&ctx, [] { return 0; }), 0);
     EXPECT_EQ(taken(&ctx, crvGetWarnings), "");
     EXPECT_EQ(taken(&ctx, crvGetReportAPI), "krok 0\nkrok 1\nkrok 46\n");
@@ -121,7 +130,7 @@ TEST_F(Context, EachCallBeginsWithAnEmptyReportAndNoWarnings) {
     char small[3];
     EXPECT_EQ(crvGetReportAPI(&ctx, small, &len), ECRV_BUFF_TO_SHORT);
     EXPECT_EQ(len, 22);
-    EXPECT_EQ(crvGetReportAPI(&ctx, small, nullptr), 20);
+    EXPECT_EQ(crvGetReportAPI(&ctx, small, nullptr), kBadValue);
 }
 
 TEST_F(Context, OptionsTakeTheCodesOfEachNumber) {
@@ -130,15 +139,34 @@ TEST_F(Context, OptionsTakeTheCodesOfEachNumber) {
         int set, get;
         long got;
     };
-    const Case cases[] = {
-        {21, 3, 20, 0, 0},        {21, 4, 0, 0, 4},          {15, 2, 20, 0, 1},        {21, 2, 0, 0, 2},
-        {1, 1, 20, 20, 0},        {2, 1, 20, 0, 1},          {2, 3, 0, 0, 0},          {2, 4, 0, 0, 1},
-        {15, 2, 20, 0, 4},        {15, 9, 0, 0, 9},          {15, 8, 0, 0, 8},         {15, 7, 20, 0, 8},
-        {15, 13, 20, 0, 8},       {21, 2, 0, 0, 2},          {15, 4, 0, 0, 4},         {21, 6, 0, 0, 6},
-        {25, 0x504, 0, 0, 0x504}, {15, 8, 159, 0, 4},        {25, 0x603, 0, 0, 0x603}, {25, 0x404, 159, 0, 0x603},
-        {25, -1, 20, 0, 0x603},   {25, 0x304, 20, 0, 0x603}, {31, 7, 0, 20, 0},        {17, 99, 0, 0, 99},
-        {17, -5, 0, 0, -5},       {26, 1, 20, 20, 0},        {36, 1, 20, 20, 0},       {44, 1, 0, 0, 1},
-        {48, 1, 20, 20, 0},       {-1, 1, 20, 20, 0}};
+    const Case cases[] = {{kScheme, 3, kBadValue, CRV_OK, 0},
+                          {kScheme, 4, CRV_OK, CRV_OK, 4},
+                          {kDigest, 2, kBadValue, CRV_OK, 1},
+                          {kScheme, 2, CRV_OK, CRV_OK, 2},
+                          {kFixed, 1, kBadValue, kBadValue, 0},
+                          {kSignerMode, 1, kBadValue, CRV_OK, 1},
+                          {kSignerMode, 3, CRV_OK, CRV_OK, 0},
+                          {kSignerMode, 4, CRV_OK, CRV_OK, 1},
+                          {kDigest, 2, kBadValue, CRV_OK, 4},
+                          {kDigest, 9, CRV_OK, CRV_OK, 9},
+                          {kDigest, 8, CRV_OK, CRV_OK, 8},
+                          {kDigest, 7, kBadValue, CRV_OK, 8},
+                          {kDigest, 13, kBadValue, CRV_OK, 8},
+                          {kScheme, 2, CRV_OK, CRV_OK, 2},
+                          {kDigest, 4, CRV_OK, CRV_OK, 4},
+                          {kScheme, 6, CRV_OK, CRV_OK, 6},
+                          {kSignature, 0x504, CRV_OK, CRV_OK, 0x504},
+                          {kDigest, 8, kUnfit, CRV_OK, 4},
+                          {kSignature, 0x603, CRV_OK, CRV_OK, 0x603},
+                          {kSignature, 0x404, kUnfit, CRV_OK, 0x603},
+                          {kSignature, -1, kBadValue, CRV_OK, 0x603},
+                          {kSignature, 0x304, kBadValue, CRV_OK, 0x603},
+                          {kIgnored, 7, CRV_OK, kBadValue, 0},
+                          {kTimeout, -5, CRV_OK, CRV_OK, -5},
+                          {kText, 1, kBadValue, kBadValue, 0},
+                          {kDownloader, 1, CRV_OK, CRV_OK, 1},
+                          {48, 1, kBadValue, kBadValue, 0},
+                          {-1, 1, kBadValue, kBadValue, 0}};
     for (const Case& c : cases) {
         long got = 0;
         EXPECT_EQ(crvSetOptionAPI(&ctx, c.id, c.value), c.set) << c.id << ' ' << c.value;
@@ -149,33 +177,33 @@ TEST_F(Context, OptionsTakeTheCodesOfEachNumber) {
     EXPECT_THAT(
         taken(&ctx, crvGetReportAPI),
         HasSubstr("Funkcja skrótu ripemd160 nie jest wspierana z aktualnym schematem klucza do podpisywania\n"));
-    EXPECT_EQ(crvGetOptionAPI(&ctx, 17, nullptr), 20);
-    EXPECT_EQ(crvSetOptionAPI(nullptr, 17, 1), 20);
+    EXPECT_EQ(crvGetOptionAPI(&ctx, kTimeout, nullptr), kBadValue);
+    EXPECT_EQ(crvSetOptionAPI(nullptr, kTimeout, 1), kBadValue);
 }
 
 TEST_F(Context, OptionsOfTextAndOfTheWholeProcess) {
-    EXPECT_EQ(crvGetTextOptionAPI(&ctx, 36), nullptr);
-    for (long id : {36, 42, 43}) {
+    EXPECT_EQ(crvGetTextOptionAPI(&ctx, kText), nullptr);
+    for (long id : {kText, 42L, 43L}) {
         for (const char* value : {"wartość", "", static_cast<const char*>(nullptr)}) {
             EXPECT_EQ(crvSetTextOptionAPI(&ctx, id, value), 0);
             EXPECT_STREQ(crvGetTextOptionAPI(&ctx, id), value);
         }
     }
-    EXPECT_EQ(crvSetTextOptionAPI(&ctx, 35, "x"), 20);
-    EXPECT_EQ(crvGetTextOptionAPI(&ctx, 35), nullptr);
-    EXPECT_EQ(crvGetTextOptionAPI(nullptr, 36), nullptr);
+    EXPECT_EQ(crvSetTextOptionAPI(&ctx, kOnlyText, "x"), kBadValue);
+    EXPECT_EQ(crvGetTextOptionAPI(&ctx, kOnlyText), nullptr);
+    EXPECT_EQ(crvGetTextOptionAPI(nullptr, kText), nullptr);
     long value = -1;
-    EXPECT_EQ(crvSetGlobalOption(43, 1), 20);
-    EXPECT_EQ(crvGetGlobalOption(43, &value), 20);
-    EXPECT_EQ(crvGetGlobalOption(44, nullptr), 20);
-    EXPECT_EQ(crvSetGlobalOption(44, 7), 0);
-    EXPECT_EQ(crvGetGlobalOption(44, &value), 0);
+    EXPECT_EQ(crvSetGlobalOption(43, 1), kBadValue);
+    EXPECT_EQ(crvGetGlobalOption(43, &value), kBadValue);
+    EXPECT_EQ(crvGetGlobalOption(kDownloader, nullptr), kBadValue);
+    EXPECT_EQ(crvSetGlobalOption(kDownloader, 7), 0);
+    EXPECT_EQ(crvGetGlobalOption(kDownloader, &value), 0);
     EXPECT_EQ(value, 1);
-    crvSetGlobalOption(44, 0);
+    crvSetGlobalOption(kDownloader, 0);
 }
 
 TEST_F(Context, OptionsComeBackWhenTheGuardEnds) {
-    for (auto [id, inside, shown] : {std::tuple{17L, 5L, 5L}, {2L, 3L, 0L}, {15L, 9L, 9L}}) {
+    for (auto [id, inside, shown] : {std::tuple{kTimeout, 5L, 5L}, {kSignerMode, 3L, 0L}, {kDigest, 9L, 9L}}) {
         const long before = option(id);
         {
             CrvOptionGuard guard(&ctx, id, inside);
@@ -183,7 +211,7 @@ TEST_F(Context, OptionsComeBackWhenTheGuardEnds) {
         }
         EXPECT_EQ(option(id), before);
     }
-    for (long id : {1, 17 + 1000}) EXPECT_THROW(CrvOptionGuard(&ctx, id, 0), CrvApiException) << id;
+    for (long id : {kFixed, 1000L}) EXPECT_THROW(CrvOptionGuard(&ctx, id, 0), CrvApiException) << id;
 }
 
 TEST_F(Context, PinsAreKeptCleanedAndForgotten) {
@@ -192,11 +220,11 @@ TEST_F(Context, PinsAreKeptCleanedAndForgotten) {
     EXPECT_EQ(ctx.getPIN(PinSlot::Roots, got, &cached), kPinCancelled);
     EXPECT_FALSE(cached);
     for (long id : {1, 2, 8, 16}) EXPECT_EQ(crvStorePINUtf8API(&ctx, id, "tajny"), 0);
-    for (long id : {0, 3, 4, 32, -1}) EXPECT_EQ(crvStorePINUtf8API(&ctx, id, "x"), 141) << id;
-    EXPECT_EQ(crvStorePINUtf8API(&ctx, 1, nullptr), 20);
+    for (long id : {0, 3, 4, 32, -1}) EXPECT_EQ(crvStorePINUtf8API(&ctx, id, "x"), ECRV_INTERNAL_ERROR) << id;
+    EXPECT_EQ(crvStorePINUtf8API(&ctx, 1, nullptr), kBadValue);
     EXPECT_EQ(ctx.getPIN(PinSlot::SigningKey, got, &cached), kPinOk);
     EXPECT_TRUE(cached && got.view() == "tajny");
-    for (long mask : {4, 5, 64, -1}) EXPECT_EQ(crvCleanPINAPI(&ctx, mask), 20) << mask;
+    for (long mask : {4, 5, 64, -1}) EXPECT_EQ(crvCleanPINAPI(&ctx, mask), kBadValue) << mask;
     EXPECT_EQ(pin(1), "tajny");
     EXPECT_EQ(crvCleanPINAPI(&ctx, 1), 0);
     EXPECT_EQ(pin(2), "tajny");
@@ -214,7 +242,7 @@ TEST_F(Context, PinsAreKeptCleanedAndForgotten) {
 
 TEST_F(Context, PinsAreAskedForOnce) {
     struct Asked {
-        int times = 0, answer = 41;
+        int times = 0, answer = kPinCancelled;
     } asked;
     const CrvPinPrompt prompt = [](void* user, long id, char* answer, long size) {
         auto& seen = *static_cast<Asked*>(user);
@@ -225,7 +253,7 @@ TEST_F(Context, PinsAreAskedForOnce) {
     };
     EXPECT_EQ(crvSetPINPromptAPI(&ctx, prompt, &asked), 0);
     SecretText got;
-    EXPECT_EQ(ctx.getPIN(PinSlot::DecryptionToken, got), 41);
+    EXPECT_EQ(ctx.getPIN(PinSlot::DecryptionToken, got), kPinCancelled);
     EXPECT_TRUE(got.empty());
     asked.answer = 0;
     for (int time : {1, 2}) EXPECT_EQ(ctx.getPIN(PinSlot::DecryptionToken, got), 0) << time;
@@ -260,8 +288,8 @@ TEST_F(Context, PinsThatAProfileNeedsAreTold) {
         EXPECT_EQ(crvGetPINInfo(&ctx, id, &needed), 0);
         EXPECT_EQ(needed, mask) << id;
     }
-    EXPECT_EQ(crvGetPINInfo(&ctx, 3, &needed), 20);
-    EXPECT_EQ(crvGetPINInfo(&ctx, 1, nullptr), 20);
+    EXPECT_EQ(crvGetPINInfo(&ctx, 3, &needed), kBadValue);
+    EXPECT_EQ(crvGetPINInfo(&ctx, 1, nullptr), kBadValue);
 }
 
 TEST(Contexts, AreCountedAndRefusedAfterTheirEnd) {
@@ -274,11 +302,11 @@ TEST(Contexts, AreCountedAndRefusedAfterTheirEnd) {
     EXPECT_EQ(crvDeinitExAPI(all.back()), 0);
     EXPECT_EQ(crvInitExAPI(&all.back(), 0, nullptr, nullptr), 0);
     for (CRVctx* ctx : all) EXPECT_EQ(crvDeinitExAPI(ctx), 0);
-    EXPECT_EQ(crvDeinitExAPI(nullptr), 20);
-    EXPECT_EQ(crvInitExAPI(nullptr, 0, nullptr, nullptr), 20);
+    EXPECT_EQ(crvDeinitExAPI(nullptr), kBadValue);
+    EXPECT_EQ(crvInitExAPI(nullptr, 0, nullptr, nullptr), kBadValue);
     alignas(CRVctx) static char memory[sizeof(CRVctx)];
     (new (memory) CRVctx)->~CRVctx();
-    EXPECT_EQ(crvSetOptionAPI(reinterpret_cast<CRVctx*>(memory), 17, 1), 21);
+    EXPECT_EQ(crvSetOptionAPI(reinterpret_cast<CRVctx*>(memory), kTimeout, 1), ECRV_API_INV_CTX);
 }
 
 TEST(Contexts, WorkInSeveralThreads) {
@@ -288,12 +316,12 @@ TEST(Contexts, WorkInSeveralThreads) {
             CRVctx ctx;
             for (long i = 0; i < 200; ++i) {
                 long value = 0;
-                EXPECT_EQ(crvSetOptionAPI(&ctx, 17, t * 1000 + i), 0);
-                EXPECT_EQ(crvGetOptionAPI(&ctx, 17, &value), 0);
+                EXPECT_EQ(crvSetOptionAPI(&ctx, kTimeout, t * 1000 + i), 0);
+                EXPECT_EQ(crvGetOptionAPI(&ctx, kTimeout, &value), 0);
                 EXPECT_EQ(value, t * 1000 + i);
-                EXPECT_EQ(crvStorePINUtf8API(&ctx, 3, "x"), 141);
-                EXPECT_THAT(text(&ctx, 141), HasSubstr("Assertion isSlot(id) failed in"));
-                EXPECT_EQ(crvSetGlobalOption(44, i), 0);
+                EXPECT_EQ(crvStorePINUtf8API(&ctx, 3, "x"), ECRV_INTERNAL_ERROR);
+                EXPECT_THAT(text(&ctx, ECRV_INTERNAL_ERROR), HasSubstr("Assertion isSlot(id) failed in"));
+                EXPECT_EQ(crvSetGlobalOption(kDownloader, i), 0);
             }
         });
     }

@@ -16,8 +16,17 @@ namespace crv {
 namespace {
 
 TEST(CfgFile, EachOptionHasItsDefaultAndAFieldOfItsOwn) {
-    const std::map<long, long> notZero = {{2, 1},  {3, 1},  {17, 30}, {27, 1},   {29, 1}, {34, 1},
-                                          {35, 1}, {38, 1}, {39, 7},  {40, 300}, {45, 1}};
+    const std::map<long, long> notZero = {{kOptAddSignerMode, 1},
+                                          {kOptTimeStampSignReqInfo, 1},
+                                          {kOptConnectTimeout, 30},
+                                          {kOptNewArlNeeded, 1},
+                                          {kOptXmlCheckX509dataInconsistency, 1},
+                                          {kOptCreateRefArchiveForm, 1},
+                                          {kOptArchiveNewCrlNeeded, 1},
+                                          {kOptUseOcsp, 1},
+                                          {kOptTslNetLoadDays, 7},
+                                          {kOptTslNetLoadTimeoutSec, 300},
+                                          {kOptUseSigningCertificateV2, 1}};
     CRVCfgFile record, back;
     EXPECT_EQ(record.encoded(), (Bytes{0x30, 0x00}));
     std::vector<long> options;
@@ -46,9 +55,9 @@ TEST(CfgFile, ReplacesInPlaceAndKeepsUnknownFields) {
                        0x2B, 0x06, 0x01, 0x04, 0x01, 0x81, 0xFD, 0x59, 0x02, 0x05, 0x05, 0x02, 0x01, 0x02};
     CRVCfgFile record;
     ASSERT_TRUE(record.readExactly(der));
-    EXPECT_EQ(record.getIntOpt(17), 5);
+    EXPECT_EQ(record.getIntOpt(kOptConnectTimeout), 5);
     EXPECT_EQ(record.getProtMsgFmt(), 2);
-    record.setIntOpt(17, 6);
+    record.setIntOpt(kOptConnectTimeout, 6);
     Bytes expected = der;
     expected[27] = 6;
     EXPECT_EQ(record.encoded(), expected);
@@ -57,7 +66,7 @@ TEST(CfgFile, ReplacesInPlaceAndKeepsUnknownFields) {
     EXPECT_EQ(record.size(), 2u);
     const ASNnull wrong;
     record.setField(OID_CRV_CONFIG_CONNECT_TIMEOUT, &wrong);
-    EXPECT_THROW((void)record.getIntOpt(17), VtestException);
+    EXPECT_THROW((void)record.getIntOpt(kOptConnectTimeout), VtestException);
 }
 
 TEST(CfgFile, KeepsItsTypedFields) {
@@ -100,19 +109,18 @@ TEST(ConfigurationManager, TellsWhatEachKindOfProfileIs) {
     ConfigurationManager manager;
     EXPECT_EQ(manager.keyMedium(), KeyMedium::None);
     EXPECT_EQ(manager.securityFileLockName(), "");
-    // medium and type of the session, by their numbers
-    const auto expect = [&](std::unique_ptr<CrvProfile> profile, int medium, int type) {
+    const auto expect = [&](std::unique_ptr<CrvProfile> profile, KeyMedium medium, SessionProfileType type) {
         profile->setAttr(CRVPROFILE_ATTR_DB, "/base/db");
         manager.setProfile(std::move(profile));
-        EXPECT_EQ(static_cast<int>(manager.keyMedium()), medium);
-        EXPECT_EQ(static_cast<int>(manager.profileType()), type) << medium;
-        EXPECT_EQ(manager.securityFileLockName(), medium == 1 ? "" : "/base/db/key.lck");
+        EXPECT_EQ(manager.keyMedium(), medium);
+        EXPECT_EQ(manager.profileType(), type) << static_cast<int>(medium);
+        EXPECT_EQ(manager.securityFileLockName(), medium == KeyMedium::File ? "" : "/base/db/key.lck");
     };
-    expect(std::make_unique<Pkcs12Profile>(), 1, 1);
-    expect(std::make_unique<Tarvo23Profile>(), 2, 5);
-    expect(std::make_unique<Pkcs11Profile>(), 4, 5);
-    expect(std::make_unique<CspProfile>(), 5, 7);
-    expect(std::make_unique<MemoryProfile>(), 6, 7);
+    expect(std::make_unique<Pkcs12Profile>(), KeyMedium::File, SessionProfileType::File);
+    expect(std::make_unique<Tarvo23Profile>(), KeyMedium::Tarvo, SessionProfileType::Device);
+    expect(std::make_unique<Pkcs11Profile>(), KeyMedium::Token, SessionProfileType::Device);
+    expect(std::make_unique<CspProfile>(), KeyMedium::Provider, SessionProfileType::Unusable);
+    expect(std::make_unique<MemoryProfile>(), KeyMedium::Memory, SessionProfileType::Unusable);
 }
 
 TEST(ConfigurationManager, LocksTheFileBehindTheLink) {
@@ -132,17 +140,17 @@ TEST(ConfigurationManager, LocksTheFileBehindTheLink) {
 
 TEST(ConfigurationManager, NeverChangesASharedRecord) {
     ConfigurationManager manager;
-    manager.editRecord().setIntOpt(17, 5);
+    manager.editRecord().setIntOpt(kOptConnectTimeout, 5);
     EXPECT_TRUE(manager.isRecordChanged());
     const auto kept = manager.sharedRecord();
-    manager.editRecord().setIntOpt(17, 6);
-    EXPECT_EQ(manager.record().getIntOpt(17), 6);
+    manager.editRecord().setIntOpt(kOptConnectTimeout, 6);
+    EXPECT_EQ(manager.record().getIntOpt(kOptConnectTimeout), 6);
     manager.setRecord(kept);
     EXPECT_FALSE(manager.isRecordChanged());
-    manager.editRecord().setIntOpt(17, 7);
-    EXPECT_EQ(kept->getIntOpt(17), 5);
+    manager.editRecord().setIntOpt(kOptConnectTimeout, 7);
+    EXPECT_EQ(kept->getIntOpt(kOptConnectTimeout), 5);
     manager.resetRecord();
-    EXPECT_EQ(manager.record().getIntOpt(17), 30);
+    EXPECT_EQ(manager.record().getIntOpt(kOptConnectTimeout), 30);
     EXPECT_TRUE(manager.isRecordChanged());
 }
 

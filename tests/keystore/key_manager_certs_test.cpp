@@ -38,11 +38,11 @@ TEST_F(KeyManagerCertsTest, InstallsACertificateByTheRules) {
     EXPECT_TRUE(contains({keys.encryptionCertificate()}, *testCert("enc")));
     EXPECT_EQ(keys.userCerts().size(), 2u);
 
-    session.editRecord().setIntOpt(13, 1);
+    session.editRecord().setIntOpt(kOptAllowFullRecertification, 1);
     install({{"sign_other", kKmOk}});  // the option allows a second name
     ASSERT_EQ(keys.saveConfiguration(), kKmOk);
     ASSERT_EQ(session.login(), kKmOk);
-    session.editRecord().setIntOpt(13, 0);
+    session.editRecord().setIntOpt(kOptAllowFullRecertification, 0);
     EXPECT_EQ(keys.saveConfiguration(), kKmKeyHasTwoNames) << "nobody could log in any more";
     ASSERT_EQ(session.login(), kKmOk);
     Session ignoring(path);
@@ -90,15 +90,16 @@ TEST_F(KeyManagerCertsTest, TrustPointsComeFromFourPlacesAndOnlyTheUsersCanBeDel
     };
     EXPECT_EQ(flags(), "123");
     EXPECT_EQ(keys.addTrustedCA(testCert("ca")), kKmTrustPointExists);
-    EXPECT_EQ(keys.delTrustedCA(testCert("ca"), 1), kKmNotOnThisMedium);
-    EXPECT_THROW((void)keys.delTrustedCA(testCert("ca"), 3), VtestException);
+    EXPECT_EQ(keys.delTrustedCA(testCert("ca"), kUsers), kKmNotOnThisMedium);
+    EXPECT_THROW((void)keys.delTrustedCA(testCert("ca"), static_cast<int>(TrustPointFlag::Additional)), VtestException);
 
     // Out of the record, but still in a bag: then it is the key store's.
     session.editRecord().setTrustedCAs({});
     EXPECT_EQ(flags(), "023");
-    EXPECT_EQ(keys.delTrustedCA(testCert("ca_ec"), 1), kKmNotOnThisMedium);
+    EXPECT_EQ(keys.delTrustedCA(testCert("ca_ec"), kUsers), kKmNotOnThisMedium);
     session.editRecord().setTrustedCAs({toBytes(encodingOf(*testCert("ca_ec")))});
-    for (int i = 0; i < 2; ++i) EXPECT_EQ(keys.delTrustedCA(testCert("ca_ec"), 1), kKmOk) << "also when it is gone";
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(keys.delTrustedCA(testCert("ca_ec"), kUsers), kKmOk) << "also when it is gone";
     ASSERT_EQ(keys.saveConfiguration(), kKmOk);
     ASSERT_EQ(session.login(false), kKmOk);
     EXPECT_EQ(flags(), "2") << "deleted from record and bags; the additional store was not asked for";
@@ -149,7 +150,7 @@ void writeSigned(Session& session, const char* signer, ByteView record,
 
 TEST_F(KeyManagerCertsTest, ASignedConfigurationMustVerify) {
     CRVCfgFile record;
-    record.setIntOpt(17, 99);
+    record.setIntOpt(kOptConnectTimeout, 99);
     record.setTrustedCAs({toBytes(encodingOf(*testCert("ca")))});
     const std::tuple<const char*, Bytes, KeyManagerResult> files[] = {
         {"rsa2", record.encoded(), kKmConfigurationSignature},
@@ -163,13 +164,13 @@ TEST_F(KeyManagerCertsTest, ASignedConfigurationMustVerify) {
         ASSERT_EQ(session.login(), result);
         EXPECT_TRUE(result == kKmOk || session.create() == kKmWriteFailed) << "a file that is not ours to replace";
     }
-    EXPECT_EQ(session.record().getIntOpt(17), 99);
+    EXPECT_EQ(session.record().getIntOpt(kOptConnectTimeout), 99);
     EXPECT_EQ(keys.trustedPoints().size(), 1u);
     ASSERT_EQ(session.login(), kKmOk) << "stored as a plain record";
-    EXPECT_EQ(session.record().getIntOpt(17), 99);
+    EXPECT_EQ(session.record().getIntOpt(kOptConnectTimeout), 99);
 
     for (const auto& [allowed, result] : {std::pair{1, kKmOk}, {0, kKmKeyHasTwoNames}}) {
-        record.setIntOpt(13, allowed);
+        record.setIntOpt(kOptAllowFullRecertification, allowed);
         writeSigned(session, "rsa1", record.encoded(), {"sign", "sign_other"});
         EXPECT_EQ(session.login(), result) << "the signed option counts";
     }
@@ -242,20 +243,20 @@ TEST_F(OtherMediaTest, TheTarvoLibraryIsFoundOrSaidToBeMissing) {
     EXPECT_EQ(keys.rbgFill(octets), kKmOk);
     EXPECT_TRUE(filled());
     // The configuration is kept in the device.
-    session.editRecord().setIntOpt(17, 5);
+    session.editRecord().setIntOpt(kOptConnectTimeout, 5);
     ASSERT_EQ(keys.saveConfiguration(), kKmOk);
     context.configuration().resetRecord();
     ASSERT_EQ(session.login(), kKmOk);
-    EXPECT_EQ(session.record().getIntOpt(17), 5);
+    EXPECT_EQ(session.record().getIntOpt(kOptConnectTimeout), 5);
     Session other("");
     other.context.configuration().setProfile(session.profile().clone());
     other.setPin("1234");
     ASSERT_EQ(other.login(), kKmOk);
-    for (const auto& [who, option] : {std::pair{&session, 17}, {&other, 40}}) {
+    for (const auto& [who, option] : {std::pair{&session, kOptConnectTimeout}, {&other, kOptTslNetLoadTimeoutSec}}) {
         who->editRecord().setIntOpt(option, 6);
         ASSERT_EQ(who->keys.saveConfiguration(), kKmOk);
     }
-    EXPECT_EQ(other.record().getIntOpt(17), 6) << "two sessions keep each other's changes";
+    EXPECT_EQ(other.record().getIntOpt(kOptConnectTimeout), 6) << "two sessions keep each other's changes";
     ASSERT_EQ(openCard("/tarvo_test.so", 'r', "1234").second, kKmOk);
     EXPECT_EQ(keys.rbgFill(octets), kKmDeviceError);
 }

@@ -13,6 +13,7 @@
 #include <set>
 
 #include "asn/x509/sign_algo.h"
+#include "config/config_oids.h"
 #include "corvane/crvprofile.h"
 #include "key_store_session.h"
 #include "misc/exceptions.h"
@@ -23,8 +24,6 @@ namespace crv::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr long kTimeoutOption = 17;
 
 /// Fails the opening of one path, or all reading when there is none.
 struct RefusingFileOps : FileOps {
@@ -51,7 +50,7 @@ TEST_F(KeyManagerTest, CreatesAFileForItsOwnerAndOpensItAgain) {
     EXPECT_TRUE(keys.hasKey(KeyType::Encryption) && keys.hasKey(KeyType::Both));
     EXPECT_FALSE(keys.hasKey(KeyType::Signing));
     EXPECT_THROW((void)keys.addNewKey(KeyType::Both, testKey("rsa2")), VtestException);
-    session.editRecord().setIntOpt(kTimeoutOption, 77);
+    session.editRecord().setIntOpt(kOptConnectTimeout, 77);
     ASSERT_EQ(keys.addNewKey(KeyType::Signing, testKey("rsa2")), kKmOk);
     EXPECT_EQ(keys.signingKeyType(), KeyScheme::Rsa);
     session.editRecord().setSignaturaAlgorithmIdentifier(*signAlgorithm(KeyScheme::RsaPss, KcHashAlgo::Sha256));
@@ -64,14 +63,14 @@ TEST_F(KeyManagerTest, CreatesAFileForItsOwnerAndOpensItAgain) {
         ASSERT_EQ(other.login(), kKmOk);
         EXPECT_NE(readFile(path), before) << "every log-in stores a fresh seed";
         EXPECT_TRUE(other.keys.isLoggedIn());
-        EXPECT_EQ(other.record().getIntOpt(kTimeoutOption), 77);
+        EXPECT_EQ(other.record().getIntOpt(kOptConnectTimeout), 77);
         EXPECT_EQ(other.keys.signingKey()->keyId(), testKey("rsa2").keyId());
         EXPECT_EQ(other.keys.encryptionKey()->keyId(), testKey("rsa1").keyId());
         EXPECT_EQ(other.keys.signingKeyType(), KeyScheme::RsaPss);
     }
     other.keys.deinitProfile();
     EXPECT_FALSE(other.keys.isLoggedIn() || other.keys.hasAnyKey());
-    EXPECT_EQ(other.record().getIntOpt(kTimeoutOption), 30);
+    EXPECT_EQ(other.record().getIntOpt(kOptConnectTimeout), 30);
     EXPECT_EQ(other.login(), kKmCancelled) << "the PINs are gone";
 }
 
@@ -120,12 +119,12 @@ TEST_F(KeyManagerTest, AHeldFileIsKeptInTheProfile) {
 
 TEST_F(KeyManagerTest, AFileWithoutSecretsNeedsAnotherSourceOfSeed) {
     session.profile().setAttr(CRVPROFILE_ATTR_IGNORE_SFT_FILE, 1);
-    session.editRecord().setIntOpt(kTimeoutOption, 77);
+    session.editRecord().setIntOpt(kOptConnectTimeout, 77);
     create({{KeyType::Signing, "ec"}});
     const std::string before = readFile(path);
     EXPECT_EQ(session.login(), kKmOk);
     EXPECT_EQ(readFile(path), before) << "no seed, so nothing to store";
-    EXPECT_EQ(session.record().getIntOpt(kTimeoutOption), 77) << "what was set stays";
+    EXPECT_EQ(session.record().getIntOpt(kOptConnectTimeout), 77) << "what was set stays";
     Session s(path);
     SecretArray<8> octets;
     {
@@ -140,7 +139,7 @@ TEST_F(KeyManagerTest, AFileWithoutSecretsNeedsAnotherSourceOfSeed) {
     ASSERT_EQ(s.keys.saveConfiguration(), kKmOk);
     ASSERT_EQ(s.login(), kKmOk);
     EXPECT_TRUE(s.keys.hasKey(KeyType::Signing)) << "mended without losing the contents";
-    EXPECT_EQ(s.record().getIntOpt(kTimeoutOption), 30);
+    EXPECT_EQ(s.record().getIntOpt(kOptConnectTimeout), 30);
 }
 
 TEST_F(KeyManagerTest, GeneratorsRunOnBeyondTheirCycleAndNeverRepeatALogIn) {
@@ -209,7 +208,7 @@ TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
     create();
     setPolicies(session, {{"1.1", "both leave"}, {"1.2", "a changes"}, {"1.3", "b deletes"}});
     ASSERT_EQ(keys.addTrustedCA(testCert("ca_ec")), kKmOk);
-    session.editRecord().setIntOpt(kTimeoutOption, 1);
+    session.editRecord().setIntOpt(kOptConnectTimeout, 1);
     ASSERT_EQ(keys.saveConfiguration(), kKmOk);
 
     Session a(path), b(path), c(path);
@@ -220,20 +219,20 @@ TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
     setPolicies(a, {{"1.1", "both leave"}, {"1.2", "changed"}, {"1.3", "b deletes"}, {"1.4", "of a"}});
     ASSERT_EQ(a.keys.saveConfiguration(), kKmOk);
     ASSERT_EQ(b.keys.installUserCrt(testCert("sign")), kKmNoKeyForCertificate) << "not seen yet";
-    ASSERT_EQ(b.keys.delTrustedCA(testCert("ca_ec"), 1), kKmOk);
-    b.editRecord().setIntOpt(40, 3);
+    ASSERT_EQ(b.keys.delTrustedCA(testCert("ca_ec"), kUsers), kKmOk);
+    b.editRecord().setIntOpt(kOptTslNetLoadTimeoutSec, 3);
     setPolicies(b, {{"1.1", "both leave"}, {"1.2", "a changes"}, {"1.5", "of b"}});
     ASSERT_EQ(b.keys.addNewKey(KeyType::Both, testKey("rsa2")), kKmOk);
     ASSERT_EQ(b.keys.installUserCrt(testCert("sign")), kKmRoleTaken) << "its own key came last, so it signs";
-    a.editRecord().setIntOpt(kTimeoutOption, 2);
+    a.editRecord().setIntOpt(kOptConnectTimeout, 2);
     ASSERT_EQ(a.keys.saveConfiguration(), kKmOk);
 
     ASSERT_EQ(c.login(), kKmOk);
     ASSERT_EQ(c.keys.keys().size(), 2u);
     EXPECT_EQ(c.keys.signingKey()->keyId(), testKey("rsa2").keyId());
     EXPECT_EQ(c.keys.keys()[1].role, KeyRole::Further);
-    EXPECT_EQ(c.record().getIntOpt(kTimeoutOption), 2);
-    EXPECT_EQ(c.record().getIntOpt(40), 3);
+    EXPECT_EQ(c.record().getIntOpt(kOptConnectTimeout), 2);
+    EXPECT_EQ(c.record().getIntOpt(kOptTslNetLoadTimeoutSec), 3);
     std::string policies;
     for (const PolicyIdAndNote& policy : c.record().getPolicies())
         policies.append(policy.policyId.text()).append(" ").append(policy.noteText()).append(", ");
@@ -242,25 +241,6 @@ TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
     ASSERT_EQ(points.size(), 1u);
     EXPECT_TRUE(contains({points[0].certificate}, *testCert("ca")));
     EXPECT_EQ(points[0].flag, TrustPointFlag::User);
-}
-
-TEST_F(KeyManagerTest, AnOlderCopyOfTheFileTakesNothingAway) {
-    create({{KeyType::Encryption, "rsa2"}});
-    const std::string older = readFile(path);
-    ASSERT_EQ(keys.addNewKey(KeyType::Signing, testKey("rsa1")), kKmOk);
-    for (const char* name : {"sign", "sign_newer"}) {
-        ASSERT_EQ(keys.installUserCrt(testCert(name)), kKmOk);
-        ASSERT_EQ(keys.saveConfiguration(), kKmOk);
-    }
-    writeFile(path, older);
-    ASSERT_EQ(keys.saveConfiguration(), kKmOk);
-    Session other(path);
-    for (Session* one : {&session, &other}) {
-        ASSERT_EQ(one->login(), kKmOk);
-        ASSERT_EQ(one->keys.keys().size(), 2u);
-        EXPECT_TRUE(contains({one->keys.signingCertificate()}, *testCert("sign_newer")));
-        EXPECT_EQ(one->keys.userCerts().size(), 1u) << "the replaced one does not come back";
-    }
 }
 
 /// Lets the kernel refuse getrandom(2) from now on.

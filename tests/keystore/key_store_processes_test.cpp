@@ -6,6 +6,7 @@
 
 #include <random>
 
+#include "config/config_oids.h"
 #include "key_store_session.h"
 #include "keystore/security_file.h"
 #include "misc/file_semaphore.h"
@@ -95,7 +96,7 @@ int changeMany(const std::string& path, long option, const char* trustPoint, int
         session.editRecord().setIntOpt(option, i);
         const CertPtr point = testCert(trustPoint);
         const KeyManagerResult changed =
-            i % 2 == 1 ? session.keys.addTrustedCA(point) : session.keys.delTrustedCA(point, 1);
+            i % 2 == 1 ? session.keys.addTrustedCA(point) : session.keys.delTrustedCA(point, kUsers);
         FileSemaphore lock(path + ".lck");
         if (changed != kKmOk || !lock.p(kExclusiveLock) || session.keys.saveConfiguration() != kKmOk) return 3;
     }
@@ -104,17 +105,17 @@ int changeMany(const std::string& path, long option, const char* trustPoint, int
 
 TEST_F(SlowKeyStoreTest, TwoProcessesLoseNothingOfEachOther) {
     ASSERT_EQ(session.create(), kKmOk);
-    session.editRecord().setIntOpt(17, 0);
-    session.editRecord().setIntOpt(40, 0);
+    session.editRecord().setIntOpt(kOptConnectTimeout, 0);
+    session.editRecord().setIntOpt(kOptTslNetLoadTimeoutSec, 0);
     ASSERT_EQ(keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
     const int count = rounds(101);
-    const pid_t one = inChild([&] { return changeMany(path, 17, "ca", count); });
-    const pid_t two = inChild([&] { return changeMany(path, 40, "ca_ec", count); });
+    const pid_t one = inChild([&] { return changeMany(path, kOptConnectTimeout, "ca", count); });
+    const pid_t two = inChild([&] { return changeMany(path, kOptTslNetLoadTimeoutSec, "ca_ec", count); });
     EXPECT_EQ(statusOf(one), 0);
     EXPECT_EQ(statusOf(two), 0);
     ASSERT_EQ(session.login(), kKmOk);
-    EXPECT_EQ(session.record().getIntOpt(17), count);
-    EXPECT_EQ(session.record().getIntOpt(40), count);
+    EXPECT_EQ(session.record().getIntOpt(kOptConnectTimeout), count);
+    EXPECT_EQ(session.record().getIntOpt(kOptTslNetLoadTimeoutSec), count);
     EXPECT_EQ(keys.trustedPoints().size(), count % 2 == 1 ? 2u : 0u);
     EXPECT_TRUE(keys.hasKey(KeyType::Signing));
 }

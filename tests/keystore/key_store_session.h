@@ -17,6 +17,7 @@ namespace crv::test {
 
 inline constexpr const char* kPassword = "Zażółć-1234";
 inline constexpr const char* kOtherPassword = "Inne-hasło1";
+inline constexpr int kUsers = static_cast<int>(TrustPointFlag::User);
 
 /// A context without a user: PINs are what the test puts there, a missing one counts as cancelled.
 class TestContext final : public ContextServices {

@@ -6,6 +6,7 @@
 
 #include "asn/known_oids.h"
 #include "asn/pkcs/pfx.h"
+#include "config/config_oids.h"
 #include "key_store_session.h"
 #include "keystore/key_pairing.h"
 #include "misc/memory_file.h"
@@ -56,7 +57,7 @@ KeyStoreContents randomContents(std::mt19937& random) {
     }
     if (dice(4) != 0) {
         const auto record = std::make_shared<CRVCfgFile>();
-        record->setIntOpt(17, static_cast<long>(dice(1000)));
+        record->setIntOpt(kOptConnectTimeout, static_cast<long>(dice(1000)));
         record->setTrustedCAs({toBytes(encodingOf(*testCert("ca")))});
         contents.configuration = record;
         if (dice(2) != 0)

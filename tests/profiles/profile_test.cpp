@@ -19,6 +19,9 @@ namespace {
 using namespace std::string_literals;
 using Failure = std::pair<int, std::string>;
 
+constexpr long kFile = CRVPROFILE_TYPE_PKCS12, kTarvo = CRVPROFILE_TYPE_TARVO, kToken = CRVPROFILE_TYPE_PKCS11,
+               kMemory = CRVPROFILE_TYPE_MEMORY;
+
 /// Code and text of the failure that an action ends in.
 Failure failureOf(auto&& action) {
     try {
@@ -64,45 +67,73 @@ void expectAttr(long type, long id, const std::string& set, int setResult, int g
 }
 
 TEST(ProfileAttrs, AreStoredAnsweredAndKeptAsTheirKindSays) {
-    const std::tuple<long, long, std::string> plain[] = {
-        {1, 9, "~/a.p12"}, {1, 30, "x"},    {1, 14, "roots"}, {1, 2, "/db"},  {1, 18, "n"},
-        {1, 19, "l"},      {1, 20, "p"},    {3, 26, "7"},     {3, 16, "lib"}, {5, 3, "a;b"},
-        {5, 45, "a;b"},    {5, 7, "\0\1"s}, {5, 29, "\0"s}};
-    for (const auto& [type, id, value] : plain) expectAttr(type, id, value, 0, 0, value);
-    for (const auto& [type, id, value] : {std::tuple{1, 37, 1}, {3, 13, 7}, {5, 36, 2}, {5, 43, 3}})
-        expectAttr(type, id, std::to_string(value), 0, 0, asLong(value));
+    const std::tuple<long, long, std::string> plain[] = {{kFile, CRVPROFILE_ATTR_PKCS12_FILE, "~/a.p12"},
+                                                         {kFile, CRVPROFILE_ATTR_PKCS12_FILE_PATH, "x"},
+                                                         {kFile, CRVPROFILE_ATTR_ROOTS_FILE, "roots"},
+                                                         {kFile, CRVPROFILE_ATTR_DB, "/db"},
+                                                         {kFile, CRVPROFILE_ATTR_DB_NAME, "n"},
+                                                         {kFile, CRVPROFILE_ATTR_DB_LOGIN, "l"},
+                                                         {kFile, CRVPROFILE_ATTR_DB_PASS, "p"},
+                                                         {kTarvo, CRVPROFILE_ATTR_T23_TYPE_TEXT, "7"},
+                                                         {kTarvo, CRVPROFILE_ATTR_TRV_LIB_PATH, "lib"},
+                                                         {kToken, CRVPROFILE_ATTR_PKCS11_LIBRARY, "a;b"},
+                                                         {kToken, CRVPROFILE_ATTR_PKCS11_LIBRARIES, "a;b"},
+                                                         {kToken, CRVPROFILE_ATTR_SKEY_ID, "\0\1"s},
+                                                         {kToken, CRVPROFILE_ATTR_AUTO_EXTERN_PINS, "\0"s}};
+    for (const auto& [type, id, value] : plain) expectAttr(type, id, value, kAttrOk, kAttrOk, value);
+    for (const auto& [type, id, value] : {std::tuple{kFile, CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, 1},
+                                          {kTarvo, CRVPROFILE_ATTR_T23_TYPE, 7},
+                                          {kToken, CRVPROFILE_ATTR_CERT_FILTER_FIELD_TYPE, 2},
+                                          {kToken, CRVPROFILE_ATTR_SKEY_USAGE_SPEC, 3}})
+        expectAttr(type, id, std::to_string(value), kAttrOk, kAttrOk, asLong(value));
     const std::tuple<long, long, const char*, int, int> empty[] = {
-        {1, 9, "a\"b", 33, 38}, {1, 9, "a\nb", 33, 38},   {1, 3, "lib", 33, 33}, {1, 47, "", 33, 33},
-        {1, -1, "", 33, 33},    {3, 10, "short", 33, 38}, {5, 7, "", 0, 38}};
+        {kFile, CRVPROFILE_ATTR_PKCS12_FILE, "a\"b", kAttrBadArgument, kAttrNoValue},
+        {kFile, CRVPROFILE_ATTR_PKCS12_FILE, "a\nb", kAttrBadArgument, kAttrNoValue},
+        {kFile, CRVPROFILE_ATTR_PKCS11_LIBRARY, "lib", kAttrBadArgument, kAttrBadArgument},
+        {kFile, 47, "", kAttrBadArgument, kAttrBadArgument},
+        {kFile, -1, "", kAttrBadArgument, kAttrBadArgument},
+        {kTarvo, CRVPROFILE_ATTR_T23_CARD_ID, "short", kAttrBadArgument, kAttrNoValue},
+        {kToken, CRVPROFILE_ATTR_SKEY_ID, "", kAttrOk, kAttrNoValue}};
     for (const auto& [type, id, value, setResult, getResult] : empty)
         expectAttr(type, id, value, setResult, getResult, "");
-    expectAttr(5, 5, std::string(33, 'x'), 33, 38, "");
-    expectAttr(1, 1, "5", 33, 0, asLong(1));
-    expectAttr(7, 23, "5", 33, 0, "7");
-    expectAttr(5, 32, "yes", 33, 0, "\0"s);
-    expectAttr(3, 10, "0123456789ABCDEF", 0, 0, "0123456789ABCDEF");
-    expectAttr(3, 13, asLong(-9), 0, 0, asLong(-9));
-    expectAttr(5, 5, "token", 0, 0, "token" + std::string(27, ' '));
-    expectAttr(5, 27, "1", 0, 0, "\1");
-    expectAttr(5, 28, asLong(5), 0, 0, "\1");
-    expectAttr(1, 28, "1", 0, 0, asLong(1), false);
-    expectAttr(1, 46, "\0\x30"s, 0, 0, "\0\x30"s, false);
-    expectAttr(5, 34, "der", 0, 0, "der", false);
+    expectAttr(kToken, CRVPROFILE_ATTR_SKEY_TOK, std::string(33, 'x'), kAttrBadArgument, kAttrNoValue, "");
+    expectAttr(kFile, CRVPROFILE_ATTR_TYPE, "5", kAttrBadArgument, kAttrOk, asLong(1));
+    expectAttr(kMemory, CRVPROFILE_ATTR_TYPE_TEXT, "5", kAttrBadArgument, kAttrOk, "7");
+    expectAttr(kToken, CRVPROFILE_ATTR_PKCS11_KEEP_SESSION_OPEN, "yes", kAttrBadArgument, kAttrOk, "\0"s);
+    expectAttr(kTarvo, CRVPROFILE_ATTR_T23_CARD_ID, "0123456789ABCDEF", kAttrOk, kAttrOk, "0123456789ABCDEF");
+    expectAttr(kTarvo, CRVPROFILE_ATTR_T23_TYPE, asLong(-9), kAttrOk, kAttrOk, asLong(-9));
+    expectAttr(kToken, CRVPROFILE_ATTR_SKEY_TOK, "token", kAttrOk, kAttrOk, "token" + std::string(27, ' '));
+    expectAttr(kToken, CRVPROFILE_ATTR_PKCS11_SYNC_BY_LIB, "1", kAttrOk, kAttrOk, "\1");
+    expectAttr(kToken, CRVPROFILE_ATTR_IGNORE_SFT_FILE, asLong(5), kAttrOk, kAttrOk, "\1");
+    expectAttr(kFile, CRVPROFILE_ATTR_IGNORE_SFT_FILE, "1", kAttrOk, kAttrOk, asLong(1), false);
+    expectAttr(kFile, CRVPROFILE_ATTR_SFT_FILE_BYTES, "\0\x30"s, kAttrOk, kAttrOk, "\0\x30"s, false);
+    expectAttr(kToken, CRVPROFILE_ATTR_SKEY_CERT, "der", kAttrOk, kAttrOk, "der", false);
 }
 
 TEST(ProfileAttrs, FollowTheBufferRule) {
-    auto profile = named(1, "abc");
+    auto profile = named(kFile, "abc");
     char buf[16];
     long len = -77;
-    EXPECT_EQ(profile->getAttr(0, nullptr, &len), 0);
+    EXPECT_EQ(profile->getAttr(CRVPROFILE_ATTR_NAME, nullptr, &len), kAttrOk);
     EXPECT_EQ(len, 3);
     const struct {
         long id, len;
         int result;
         long after;
-    } cases[] = {{0, 2, 34, 3},  {0, 3, 0, 3},     {0, -1, 33, -1}, {1, 7, 34, 8}, {1, 0, 34, 8},
-                 {1, 8, 0, 8},   {1, 999, 0, 8},   {37, 999, 0, 8}, {1, -5, 0, 8}, {37, -5, 0, 8},
-                 {37, 7, 34, 8}, {28, -1, 33, -1}, {28, 7, 34, 8},  {28, 16, 0, 8}};
+    } cases[] = {{CRVPROFILE_ATTR_NAME, 2, kAttrTooShort, 3},
+                 {CRVPROFILE_ATTR_NAME, 3, kAttrOk, 3},
+                 {CRVPROFILE_ATTR_NAME, -1, kAttrBadArgument, -1},
+                 {CRVPROFILE_ATTR_TYPE, 7, kAttrTooShort, 8},
+                 {CRVPROFILE_ATTR_TYPE, 0, kAttrTooShort, 8},
+                 {CRVPROFILE_ATTR_TYPE, 8, kAttrOk, 8},
+                 {CRVPROFILE_ATTR_TYPE, 999, kAttrOk, 8},
+                 {CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, 999, kAttrOk, 8},
+                 {CRVPROFILE_ATTR_TYPE, -5, kAttrOk, 8},
+                 {CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, -5, kAttrOk, 8},
+                 {CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, 7, kAttrTooShort, 8},
+                 {CRVPROFILE_ATTR_IGNORE_SFT_FILE, -1, kAttrBadArgument, -1},
+                 {CRVPROFILE_ATTR_IGNORE_SFT_FILE, 7, kAttrTooShort, 8},
+                 {CRVPROFILE_ATTR_IGNORE_SFT_FILE, 16, kAttrOk, 8}};
     for (const auto& c : cases) {
         std::memset(buf, 'x', sizeof buf);
         len = c.len;
@@ -111,40 +142,46 @@ TEST(ProfileAttrs, FollowTheBufferRule) {
         EXPECT_TRUE(c.len != 16 || std::string(buf, 16) == std::string(16, 0));
         EXPECT_TRUE(c.len != 999 || std::string(buf + 8, 8) == std::string(8, 'x')) << "an open length is no size";
     }
-    for (long id : {0, 1, 9}) EXPECT_EQ(profile->getAttr(id, buf, nullptr), 33) << id;
-    EXPECT_EQ(profile->setAttr(9, "x", -1), 33);
-    EXPECT_EQ(profile->setAttr(9, nullptr, 1), 33);
-    for (const char* bad : {"a\\b", "a[b"}) EXPECT_EQ(profile->setAttr(0, bad), 33) << bad;
+    for (long id : {CRVPROFILE_ATTR_NAME, CRVPROFILE_ATTR_TYPE, CRVPROFILE_ATTR_PKCS12_FILE})
+        EXPECT_EQ(profile->getAttr(id, buf, nullptr), kAttrBadArgument) << id;
+    EXPECT_EQ(profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, "x", -1), kAttrBadArgument);
+    EXPECT_EQ(profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, nullptr, 1), kAttrBadArgument);
+    for (const char* bad : {"a\\b", "a[b"})
+        EXPECT_EQ(profile->setAttr(CRVPROFILE_ATTR_NAME, bad), kAttrBadArgument) << bad;
 }
 
 TEST(ProfileAttrs, TellDefaultFromNoValue) {
-    for (auto [type, id, size] : {std::tuple{5L, 5L, 32u}, {5L, 6L, 32u}, {5L, 7L, 4u}, {5L, 8L, 4u}, {3L, 10L, 16u}}) {
+    for (auto [type, id, size] : {std::tuple{kToken, CRVPROFILE_ATTR_SKEY_TOK, 32u},
+                                  {kToken, CRVPROFILE_ATTR_DKEY_TOK, 32u},
+                                  {kToken, CRVPROFILE_ATTR_SKEY_ID, 4u},
+                                  {kToken, CRVPROFILE_ATTR_DKEY_ID, 4u},
+                                  {kTarvo, CRVPROFILE_ATTR_T23_CARD_ID, 16u}}) {
         SCOPED_TRACE(id);
         auto profile = named(type, "p");
         std::string value;
         EXPECT_EQ(profile->getAttr(id, value), kAttrNoValue);
-        EXPECT_EQ(profile->setAttr(id, nullptr, 0), 0);
+        EXPECT_EQ(profile->setAttr(id, nullptr, 0), kAttrOk);
         EXPECT_EQ(profile->getAttr(id, value), kAttrDefault);
         EXPECT_EQ(reload(*profile)->getAttr(id, value), kAttrDefault);
-        EXPECT_EQ(profile->setAttr(id, std::string(size, 'k')), 0);
-        EXPECT_EQ(reload(*profile)->getAttr(id, value), 0);
-        EXPECT_EQ(profile->setAttr(id, ""), 0);
+        EXPECT_EQ(profile->setAttr(id, std::string(size, 'k')), kAttrOk);
+        EXPECT_EQ(reload(*profile)->getAttr(id, value), kAttrOk);
+        EXPECT_EQ(profile->setAttr(id, ""), kAttrOk);
         EXPECT_EQ(reload(*profile)->getAttr(id, value), kAttrNoValue);
     }
 }
 
 TEST(ProfileAttrs, KnowTheDatabasesAndTheSettingsOfAProvider) {
-    auto profile = CrvProfile::create(1);
+    auto profile = CrvProfile::create(kFile);
     std::string value;
-    EXPECT_EQ(profile->getAttr(17, value), kAttrNoValue);
-    const auto [code, what] = failureOf([&] { profile->setAttr(17, "oracle"); });
+    EXPECT_EQ(profile->getAttr(CRVPROFILE_ATTR_DB_TYPE, value), kAttrNoValue);
+    const auto [code, what] = failureOf([&] { profile->setAttr(CRVPROFILE_ATTR_DB_TYPE, "oracle"); });
     EXPECT_EQ(code, ECRV_API_INV_PAR);
     EXPECT_THAT(what, testing::HasSubstr("dbType. Dopuszczalne wartosci to: corvane"));
     EXPECT_FALSE(CrvProfile::create(2) || CrvProfile::create(0));
     CspProfile csp;
-    EXPECT_EQ(csp.setAttr(42, "24"), 0);
+    EXPECT_EQ(csp.setAttr(CRVPROFILE_ATTR_CSP_PROV_TYPE_TEXT, "24"), kAttrOk);
     long number = 0;
-    EXPECT_EQ(csp.clone()->getAttr(40, number), 0);
+    EXPECT_EQ(csp.clone()->getAttr(CRVPROFILE_ATTR_CSP_PROV_TYPE, number), kAttrOk);
     EXPECT_EQ(number, 24);
     EXPECT_THAT(Pkcs11Profile::splitLibs(";a;;b c;"), testing::ElementsAre("a", "b c"));
 }
@@ -165,7 +202,7 @@ std::string namesOf(const CrvProfile& profile, long usage, ByteView ca = {}) {
 }
 
 TEST(ProfileServers, KeepTheirOrderTheirSecretsAndUnknownKeys) {
-    auto profile = named(1, "p");
+    auto profile = named(kFile, "p");
     for (const char* name : {"A", "B", "C"}) profile->addSrv(server(name));
     SrvParams full = server("D"), found;
     const auto fields = [](auto& s) {
@@ -193,7 +230,7 @@ TEST(ProfileServers, KeepTheirOrderTheirSecretsAndUnknownKeys) {
 }
 
 TEST(ProfileServers, RefuseDoublesMissingOnesAndBadValues) {
-    auto profile = named(1, "p");
+    auto profile = named(kFile, "p");
     profile->addSrv(server("A"));
     EXPECT_EQ(codeOf([&] { profile->addSrv(server("a")); }), ECRV_SRV_EXIST);
     EXPECT_EQ(failureOf([&] { profile->delSrv("B"); }), Failure(ECRV_SRV_NOT_FND, "Brak serwera o zadanej nazwie"));
@@ -220,7 +257,7 @@ std::string shown(const Proxy& proxy) {
 }
 
 TEST(ProfileProxy, IsTheOwnOneOrTheSystems) {
-    auto profile = named(1, "p");
+    auto profile = named(kFile, "p");
     Proxy proxy;
     EXPECT_FALSE(profile->getProxy(proxy));
     profile->insertProxy("proxy.pl", 3128, "jan", SecretText("hasło"));
@@ -250,7 +287,7 @@ TEST(ProfileProxy, IsTheOwnOneOrTheSystems) {
 }
 
 TEST(ProfileUsages, RefuseWhatCannotBeOne) {
-    auto profile = named(1, "p");
+    auto profile = named(kFile, "p");
     profile->addAcceptedExtKeyUsage("1.3.6.1.5.5.7.3.4",
                                     AcceptedUsages::getExtKeyUsageDescription("1.3.6.1.5.5.7.3.4"));
     profile->addAcceptedExtKeyUsage("1.2.3", "moje");
@@ -288,14 +325,15 @@ TEST_F(ProfileRecord, RefusesDamagedEntriesWithTheirText) {
         {R"(\P\SRV\A\PASS [s] = QUJDREVGR0hJSktMTU5PUFFSU1RVVldYWVphYmNkZWY=)", "Niepoprawnie zapisane hasło"}};
     for (const auto& [line, text] : cases) {
         writeFile(list, std::string("\\P\\Type[l]=1\n") + line + "\n");
-        EXPECT_EQ(failureOf([&] { CrvProfile::getProfileByName(ProfileMedia::File, list, "p"); }), Failure(24, text))
+        EXPECT_EQ(failureOf([&] { CrvProfile::getProfileByName(ProfileMedia::File, list, "p"); }),
+                  Failure(ECRV_INV_REG, text))
             << line;
     }
 }
 
 TEST_F(ProfileRecord, ReplacesOnlyItsOwnSubtree) {
-    named(5, "PA")->saveProfile(ProfileMedia::File, list);
-    auto p = named(1, "p");
+    named(kToken, "PA")->saveProfile(ProfileMedia::File, list);
+    auto p = named(kFile, "p");
     for (const char* value : {"old", ""}) {
         p->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, value);
         p->saveProfile(ProfileMedia::File, list);
@@ -306,9 +344,9 @@ TEST_F(ProfileRecord, ReplacesOnlyItsOwnSubtree) {
     std::string text;
     ASSERT_TRUE(store.getData("\\P\\LastProfileUpdate", text));
     EXPECT_THAT(text, testing::MatchesRegex("20[0-9]{12}"));
-    auto without = CrvProfile::create(1);
+    auto without = CrvProfile::create(kFile);
     EXPECT_EQ(codeOf([&] { without->saveProfile(ProfileMedia::File, list); }), ECRV_NO_PROFILE_NAME);
-    without->setAttr(0, "x");
+    without->setAttr(CRVPROFILE_ATTR_NAME, "x");
     EXPECT_EQ(messageOf([&] { without->saveProfile(ProfileMedia::File, list); }), "Parametr: dbtype nie istnieje");
     EXPECT_EQ(codeOf([&] { CrvProfile::removeProfile(ProfileMedia::File, list, "PA\\DB"); }), ECRV_API_INV_PAR);
     for (const char* name : {"pa", "none"}) CrvProfile::removeProfile(ProfileMedia::File, list, name);
@@ -319,7 +357,7 @@ TEST_F(ProfileRecord, ReplacesOnlyItsOwnSubtree) {
 }
 
 TEST_F(ProfileRecord, GoesBackToTheListWhenASaveFails) {
-    auto profile = named(1, "Ala");
+    auto profile = named(kFile, "Ala");
     profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, "old");
     profile->saveProfile(ProfileMedia::File, list);
     const std::string before = readFile(list);
@@ -331,7 +369,7 @@ TEST_F(ProfileRecord, GoesBackToTheListWhenASaveFails) {
         EXPECT_THROW(profile->saveProfileWithRollbackIfError(ProfileMedia::File, list), StoreError);
     }
     std::string value;
-    EXPECT_EQ(profile->getAttr(CRVPROFILE_ATTR_PKCS12_FILE, value), 0);
+    EXPECT_EQ(profile->getAttr(CRVPROFILE_ATTR_PKCS12_FILE, value), kAttrOk);
     EXPECT_EQ(value, "old");
     profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, std::string(1100, 'x'));
     EXPECT_EQ(codeOf([&] { profile->saveProfileWithRollbackIfError(ProfileMedia::File, list); }), ECRV_API_INV_PAR);
@@ -339,7 +377,7 @@ TEST_F(ProfileRecord, GoesBackToTheListWhenASaveFails) {
 }
 
 TEST_F(ProfileRecord, ChangesKeepWhatAnotherProgramSavedMeanwhile) {
-    auto profile = named(1, "Ala");
+    auto profile = named(kFile, "Ala");
     profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, "used");
     profile->saveProfile(ProfileMedia::File, list);
     const auto other = CrvProfile::getProfileByName(ProfileMedia::File, list, "Ala");
