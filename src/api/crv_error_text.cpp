@@ -3,11 +3,11 @@
 #include <cstring>
 
 #include "api/api_frame.h"
-#include "api/ckr_name.h"
 #include "api/error_table.h"
 #include "api/vtest_text_buffer.h"
 #include "misc/logger.h"
 #include "misc/utf8.h"
+#include "pkcs11/ckr_name.h"
 
 namespace crv {
 namespace {

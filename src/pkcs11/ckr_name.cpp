@@ -1,4 +1,4 @@
-#include "api/ckr_name.h"
+#include "pkcs11/ckr_name.h"
 
 #include <cstdio>
 
