@@ -117,13 +117,14 @@ CK_RV handle(const char* name, Function function, Args... args) {
     return rv;
 }
 
-#define MOCKED(X)                                                                                                      \
-    X(C_Initialize)                                                                                                    \
-    X(C_Finalize) X(C_GetInfo) X(C_GetSlotList) X(C_GetSlotInfo) X(C_GetTokenInfo) X(C_GetMechanismInfo)               \
-        X(C_OpenSession) X(C_CloseSession) X(C_Login) X(C_Logout) X(C_SetPIN) X(C_CreateObject) X(C_DestroyObject)     \
-            X(C_GetAttributeValue) X(C_SetAttributeValue) X(C_FindObjectsInit) X(C_FindObjects) X(C_FindObjectsFinal)  \
-                X(C_SignInit) X(C_Sign) X(C_VerifyInit) X(C_Verify) X(C_DecryptInit) X(C_Decrypt) X(C_GenerateKeyPair) \
-                    X(C_DeriveKey) X(C_GenerateRandom)
+// clang-format off
+#define MOCKED(X) \
+    X(C_Initialize) X(C_Finalize) X(C_GetInfo) X(C_GetSlotList) X(C_GetSlotInfo) X(C_GetTokenInfo) \
+    X(C_GetMechanismInfo) X(C_OpenSession) X(C_CloseSession) X(C_Login) X(C_Logout) X(C_SetPIN) X(C_CreateObject) \
+    X(C_DestroyObject) X(C_GetAttributeValue) X(C_SetAttributeValue) X(C_FindObjectsInit) X(C_FindObjects) \
+    X(C_FindObjectsFinal) X(C_SignInit) X(C_Sign) X(C_VerifyInit) X(C_Verify) X(C_DecryptInit) X(C_Decrypt) \
+    X(C_GenerateKeyPair) X(C_DeriveKey) X(C_GenerateRandom)
+// clang-format on
 
 }  // namespace
 
