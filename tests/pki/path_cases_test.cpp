@@ -161,6 +161,34 @@ TEST_F(PathCasesTest, NamesAndTheirConstraints) {
         {"permitted;URI:firma.pl", "URI:https://a.firma.pl/x", false},
         {"excluded;URI:firma.pl", "URI:https://firma.pl./x", false},
         {"excluded;URI:firma.pl", "URI:urn:x", false},
+        {"permitted;email:Jan@firma.pl", "email:Jan@x.firma.pl", false},
+        {"permitted;email:firma.pl", "DNS:inna.pl", true},
+        {"excluded;email:.firma.pl", "email:a@firma.pl", true},
+        {"excluded;email:Jan@firma.pl", "email:Jan@firma.pl", false},
+        {"excluded;email:Jan@firma.pl", "email:Ewa@firma.pl", true},
+        {"permitted;DNS:a.firma.pl", "DNS:firma.pl", false},
+        {"permitted;DNS:firma.pl", "DNS:firma.pl.zla.pl", false},
+        {"permitted;DNS:firma.pl", "DNS:a.firma.pl,DNS:b.firma.pl", true},
+        {"permitted;DNS:firma.pl", "DNS:a.firma.pl,DNS:inna.pl", false},
+        {"permitted;DNS:firma.pl", "DNS:*.firma.pl", true},
+        {"permitted;DNS:a.pl,permitted;DNS:b.pl", "DNS:x.b.pl", true},
+        {"permitted;DNS:a.pl,permitted;DNS:b.pl", "DNS:c.pl", false},
+        {"permitted;DNS:a.pl,excluded;DNS:x.a.pl", "DNS:y.a.pl", true},
+        {"permitted;DNS:a.pl,excluded;DNS:x.a.pl", "DNS:y.x.a.pl", false},
+        {"permitted;IP:10.0.0.0/255.255.255.255", "IP:10.0.0.0", true},
+        {"permitted;IP:10.0.0.0/255.255.255.255", "IP:10.0.0.1", false},
+        {"permitted;IP:0.0.0.0/0.0.0.0", "IP:1.2.3.4", true},
+        {"excluded;IP:0.0.0.0/0.0.0.0", "IP:1.2.3.4", false},
+        {"excluded;IP:0.0.0.0/0.0.0.0", "IP:fe80::1", true},
+        {"excluded;IP:fe80::/ffff::", "IP:fe80::1", false},
+        {"permitted;IP:fe80::/ffff::", "IP:fe81::1", false},
+        {"permitted;URI:.firma.pl", "URI:https://firma.pl/x", false},
+        {"permitted;URI:firma.pl", "URI:https://FIRMA.pl/x", true},
+        {"permitted;URI:firma.pl", "URI:https://firma.pl@zla.pl/x", false},
+        {"permitted;URI:firma.pl", "URI:https://10.0.0.1/x", false},
+        {"permitted;URI:firma.pl", "URI:ldap://firma.pl:389/x?y", true},
+        {"excluded;URI:.zla.pl", "URI:https://a.zla.pl", false},
+        {"excluded;URI:.zla.pl", "URI:https://zla.pl", true},
         {"permitted;RID:1.2.3", "RID:1.2.3", false},
         {"excluded;RID:1.2.3", "DNS:a.pl", true},
     };
@@ -201,6 +229,140 @@ TEST_F(PathCasesTest, NamesAreEqualAsPeopleRead) {
         renamed.subject = {{"CN", row.meant}};
         EXPECT_EQ(path(issue({.subject = {{"CN", "Jan"}}}, renamed)).good(), row.equal)
             << row.issuer << "=" << row.meant;
+    }
+}
+
+TEST_F(PathCasesTest, ChainsAndTheirCounters) {
+    const auto ca = [](const char* name, const char* basic = "critical,CA:TRUE", Texts more = {}) {
+        more.emplace_back("basicConstraints", basic);
+        return caPlan(name, std::move(more));
+    };
+    const auto leaf = [](Texts extensions = {}) {
+        return CertPlan{.subject = {{"CN", "Jan"}}, .extensions = extensions};
+    };
+    const auto within = [](CertPlan plan, int64_t from, int64_t to) {
+        plan.notBefore = from;
+        plan.notAfter = to;
+        return plan;
+    };
+    const auto old = [](CertPlan plan) {
+        plan.extensions.clear();
+        plan.version1 = true;
+        return plan;
+    };
+    const char* zero = "critical,CA:TRUE,pathlen:0";
+    const char* one = "critical,CA:TRUE,pathlen:1";
+    const char* plain = "CA:TRUE";
+    const Texts p1{{"2.5.29.32", policyList(3, 3)}}, p2{{"2.5.29.32", policyList(4, 4)}};
+    const Texts any{{"2.5.29.32", "DER:300830060604551D2000"}};
+    const auto limits = [&](const Texts& policies, const char* text) {
+        Texts all = policies;
+        all.emplace_back("policyConstraints", text);
+        return all;
+    };
+    const auto mapped = [&](const char* map, Texts policies) {
+        policies.emplace_back("policyMappings", map);
+        return policies;
+    };
+    const auto noAny = [](Texts policies, const char* skip) {
+        policies.emplace_back("inhibitAnyPolicy", skip);
+        return policies;
+    };
+    const uint32_t sign = 1U << KeyUsage::kDigitalSignature;
+    const PathOptions strict{.explicitPolicy = true}, unmapped{.explicitPolicy = true, .inhibitMapping = true},
+        unwild{.explicitPolicy = true, .inhibitAnyPolicy = true}, signing{.keyUsage = sign};
+    const struct {
+        const char* what;
+        std::vector<CertPlan> chain;  // below the trust point
+        const char* clause = "";      // empty: good
+        PathOptions options{};
+    } rows[] = {
+        {"alone under the trust point", {leaf()}},
+        {"length 0", {ca("A", zero), leaf()}},
+        {"length 0 and one below", {ca("A", zero), ca("B"), leaf()}, "6.1.4 (l)"},
+        {"length 0 and a self-issued one below", {ca("A", zero), ca("A"), leaf()}},
+        {"length 0, self-issued, then another", {ca("A", zero), ca("A"), ca("B"), leaf()}, "6.1.4 (l)"},
+        {"length 0 below a self-issued one", {ca("A"), ca("A", zero), ca("B"), leaf()}, "6.1.4 (l)"},
+        {"length 1 and one below", {ca("A", one), ca("B"), leaf()}},
+        {"length 1 and two below", {ca("A", one), ca("B"), ca("C"), leaf()}, "6.1.4 (l)"},
+        {"a lower length that is larger", {ca("A", one), ca("B", "CA:TRUE,pathlen:9"), ca("C"), leaf()}, "6.1.4 (l)"},
+        {"a lower length that is smaller", {ca("A", one), ca("B", zero), leaf()}},
+        {"length 0 and an authority at the end", {ca("A", zero), ca("B")}},
+        {"length without end", {ca("A", "CA:TRUE,pathlen:4294967296"), ca("B"), leaf()}},
+        {"constraints that are not critical", {ca("A", plain), leaf()}},
+        {"authority without key usage", {caPlan("A", {{"keyUsage", ""}}), leaf()}},
+        {"authority without constraints", {caPlan("A", {{"basicConstraints", ""}}), leaf()}, "6.1.4 (k)"},
+        {"authority of version 1", {old(ca("A")), leaf()}, "6.1.4 (k)"},
+        {"end of version 1", {old(leaf())}},
+        {"an end certificate issues", {leaf(), leaf()}, "6.1.4 (k)"},
+        {"unknown extensions", {caPlan("A", {{"1.2.3.4", "DER:0500"}}), leaf({{"1.2.3.5", "DER:0500"}})}},
+        {"expired end", {within(leaf(), -9 * kDay, -kDay)}, "6.1.3 (a)(2)"},
+        {"end of tomorrow", {within(leaf(), kDay, 9 * kDay)}, "6.1.3 (a)(2)"},
+        {"expired authority", {within(ca("A"), -9 * kDay, -kDay), leaf()}, "6.1.3 (a)(2)"},
+        {"authority of tomorrow", {within(ca("A"), kDay, 9 * kDay), leaf()}, "6.1.3 (a)(2)"},
+        {"an end that outlives its authority", {within(ca("A"), -kDay, kDay), within(leaf(), -9 * kDay, 999 * kDay)}},
+        {"long since valid", {within(leaf(), -18'000 * kDay, kDay)}},
+        {"beyond 2050", {within(ca("A"), -kDay, 36'500 * kDay), within(leaf(), -kDay, 18'250 * kDay)}},
+        {"usage that was not asked", {leaf({{"keyUsage", "keyEncipherment"}})}},
+        {"usage that is not there", {leaf({{"keyUsage", "keyEncipherment"}})}, "4.2.1.3", signing},
+        {"no usage allows every one", {leaf()}, "", signing},
+        {"several usages", {leaf({{"keyUsage", "critical,digitalSignature,nonRepudiation"}})}, "", signing},
+        {"purposes of the authority bind nobody", {caPlan("A", {{"extendedKeyUsage", "serverAuth"}}), leaf()}},
+        {"one purpose of two",
+         {leaf({{"extendedKeyUsage", "critical,emailProtection"}})},
+         "4.2.1.12",
+         {.extendedUsages = {ASNobjectId(OID_KP_EMAIL_PROTECTION), ASNobjectId(OID_KP_CODE_SIGNING)}}},
+        {"both purposes",
+         {leaf({{"extendedKeyUsage", "emailProtection,codeSigning"}})},
+         "",
+         {.extendedUsages = {ASNobjectId(OID_KP_EMAIL_PROTECTION), ASNobjectId(OID_KP_CODE_SIGNING)}}},
+        {"no purposes allow every one", {leaf()}, "", {.extendedUsages = {ASNobjectId(OID_KP_CODE_SIGNING)}}},
+        {"as deep as asked", {ca("A"), leaf()}, "", {.depth = 3}},
+        {"deeper than asked", {ca("A"), ca("B"), leaf()}, "6.1.1", {.depth = 3}},
+        {"no name, but alternative ones", {{.subject = {}, .extensions = {{"subjectAltName", "critical,DNS:a.pl"}}}}},
+        {"one policy all along", {caPlan("A", p1), leaf(p1)}, "", strict},
+        {"policies that differ", {caPlan("A", p1), leaf(p2)}, "6.1.3 (f)", strict},
+        {"policies that differ, unasked", {caPlan("A", p1), leaf(p2)}},
+        {"a gap", {caPlan("A", p1), ca("B"), leaf(p1)}, "6.1.3 (f)", strict},
+        {"any policy above", {caPlan("A", any), leaf(p1)}, "", strict},
+        {"any policy below", {caPlan("A", p1), leaf(any)}, "", strict},
+        {"any policy forbidden from the start", {caPlan("A", p1), leaf(any)}, "6.1.3 (f)", unwild},
+        {"any policy forbidden by the authority", {caPlan("A", noAny(p1, "0")), leaf(any)}, "6.1.3 (f)", strict},
+        {"any policy forbidden one later", {caPlan("A", noAny(p1, "1")), leaf(any)}, "", strict},
+        {"any policy, forbidden, in a self-issued one",
+         {caPlan("A", noAny(p1, "0")), caPlan("A", any), leaf(p1)},
+         "",
+         strict},
+        {"a policy mapped", {caPlan("A", mapped("1.2.3.3:1.2.3.4", p1)), leaf(p2)}, "", strict},
+        {"a policy mapped away", {caPlan("A", mapped("1.2.3.3:1.2.3.4", p1)), leaf(p1)}, "6.1.3 (f)", strict},
+        {"mapping forbidden from the start",
+         {caPlan("A", mapped("1.2.3.3:1.2.3.4", p1)), leaf(p2)},
+         "6.1.3 (f)",
+         unmapped},
+        {"mapping forbidden above",
+         {caPlan("A", limits(p1, "inhibitPolicyMapping:0")), caPlan("B", mapped("1.2.3.3:1.2.3.4", p1)), leaf(p2)},
+         "6.1.3 (f)",
+         strict},
+        {"mapping forbidden later",
+         {caPlan("A", limits(p1, "inhibitPolicyMapping:1")), caPlan("B", mapped("1.2.3.3:1.2.3.4", p1)), leaf(p2)},
+         "",
+         strict},
+        {"mapping to any", {caPlan("A", mapped("1.2.3.3:2.5.29.32.0", p1)), leaf(p2)}, "6.1.4 (a)"},
+        {"the authority demands a policy", {caPlan("A", limits({}, "requireExplicitPolicy:0")), leaf()}, "6.1.3 (f)"},
+        {"the demand is met", {caPlan("A", limits(p1, "requireExplicitPolicy:0")), leaf(p1)}},
+        {"the demand begins later", {caPlan("A", limits({}, "requireExplicitPolicy:9")), ca("B"), leaf()}},
+        {"self-issued ones do not count down",
+         {caPlan("A", limits({}, "requireExplicitPolicy:2")), ca("A"), ca("A"), leaf()}},
+        {"others do", {caPlan("A", limits({}, "requireExplicitPolicy:1")), ca("B"), leaf()}, "6.1.3 (f)"},
+        {"the end demands it of itself", {caPlan("A"), leaf(limits({}, "requireExplicitPolicy:0"))}, "6.1.5 (g)"},
+    };
+    for (const auto& row : rows) {
+        fresh();
+        MadeCert last = root;
+        for (const CertPlan& plan : row.chain) last = issue(plan, last, test::makeKey());
+        const PathVerdict found = path(last, row.options);
+        EXPECT_EQ(found.clause, row.clause) << row.what << ": " << found.reason;
+        EXPECT_EQ(found.good(), *row.clause == '\0') << row.what;
     }
 }
 
@@ -350,6 +512,54 @@ TEST_F(PathCasesTest, CrlsAndWhatTheyAreAbout) {
          {crl({{kScope, scope(nullptr, kSome)}}), crl({{kScope, scope(nullptr, kRest)}}, {{"07", 4}})},
          State::Revoked},
         {"point for some, list for all", {{kPoints, points("http://a.pl", kSome)}}, {crl({})}, State::Unknown},
+        {"of tomorrow", {}, {{.thisUpdate = kDay, .nextUpdate = 9 * kDay, .extensions = {}}}, State::Unusable},
+        {"hold", {}, {crl({}, {{"07", 6}})}, State::Revoked},
+        {"unspecified", {}, {crl({}, {{"07", 0}})}, State::Revoked},
+        {"an authority compromised", {}, {crl({}, {{"07", 2}})}, State::Revoked},
+        {"attributes compromised", {}, {crl({}, {{"07", 10}})}, State::Revoked},
+        {"revoked tomorrow", {}, {crl({}, {{"07", 1, kDay}})}, State::Revoked},
+        {"last of many", {}, {crl({}, {{"01"}, {"02"}, {"03"}, {"04"}, {"05"}, {"06"}, {"07"}})}, State::Revoked},
+        {"longer serial with the same end", {}, {crl({}, {{"0107"}, {"0700"}})}},
+        {"unknown critical extension", {}, {crl({{"1.2.3", "critical,DER:0500"}})}, State::Unusable},
+        {"unknown extension", {}, {crl({{"1.2.3", "DER:0500"}}, {{"07"}})}, State::Revoked},
+        {"scope that is none", {}, {crl({{kScope, "critical,DER:0500"}})}, State::Unusable},
+        {"a newer list without it", {}, {crl({}, {{"07", 6}}), {.number = 2, .thisUpdate = -30, .extensions = {}}}},
+        {"point and scope",
+         {{kPoints, points("http://a.pl")}},
+         {crl({{kScope, scope("http://a.pl")}}, {{"07"}})},
+         State::Revoked},
+        {"other point",
+         {{kPoints, points("http://a.pl")}},
+         {crl({{kScope, scope("http://b.pl")}}, {{"07"}})},
+         State::Unknown},
+        {"point, list without scope", {{kPoints, points("http://a.pl")}}, {crl({}, {{"07"}})}, State::Revoked},
+        {"point and list of the same some reasons",
+         {{kPoints, points("http://a.pl", kSome)}},
+         {crl({{kScope, scope("http://a.pl", kSome)}})},
+         State::Unknown},
+        {"revoked for some", {}, {crl({{kScope, scope(nullptr, kSome)}}, {{"07", 1}})}, State::Revoked},
+        {"users at a point", {{kPoints, points("http://a.pl")}}, {crl({{kScope, scope("http://a.pl", 0, 1)}})}},
+        {"authorities at a point",
+         {{kPoints, points("http://a.pl")}},
+         {crl({{kScope, scope("http://a.pl", 0, 2)}})},
+         State::Unknown},
+        {"lists for users and for authorities",
+         {},
+         {crl({{kScope, scope(nullptr, 0, 2)}}), crl({{kScope, scope(nullptr, 0, 1)}})}},
+        {"delta of another scope",
+         {},
+         {crl({}), {.entries = {{"07"}}, .number = 2, .base = 1, .extensions = {{kScope, scope(nullptr, 0, 1)}}}},
+         State::Good},
+        {"delta on hold",
+         {},
+         {crl({}), {.entries = {{"07", 6}}, .number = 2, .base = 1, .extensions = {}}},
+         State::Revoked},
+        {"delta keeps an old list going",
+         {},
+         {{.thisUpdate = -7200, .nextUpdate = -60, .extensions = {}}, {.number = 2, .base = 1, .extensions = {}}}},
+        {"delta not newer than its list",
+         {},
+         {{.number = 5, .extensions = {}}, {.entries = {{"07"}}, .number = 5, .base = 1, .extensions = {}}}},
         {"delta alone", {}, {{.number = 2, .base = 1, .extensions = {}}}, State::Unusable},
         {"delta revokes",
          {},
