@@ -62,7 +62,7 @@ struct SigningKey {
 };
 
 SigningKey signingKey(const CRVctx* ctx) {
-    const PrivateKey* key = ctx->keyManager.signingKey();
+    const Signer* key = ctx->keyManager.signingKey();
     return key ? SigningKey{key->scheme(), key->bits()} : SigningKey{};
 }
 

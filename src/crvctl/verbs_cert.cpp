@@ -149,7 +149,7 @@ void certInstall(Run& run) {
     for (const CertPtr& certificate : certsOfFile(run.call.operand(0))) {
         const KeyId id = certificate->computeKeyIdentifierSha1Hash();
         const bool ours = std::ranges::any_of(session.keys().keys(),
-                                              [&](const StoredKey& stored) { return stored.key.keyId() == id; });
+                                              [&](const StoredKey& stored) { return stored.key->keyId() == id; });
         if (ours) fitting.push_back(certificate);
     }
     if (fitting.empty()) demandKeys(kKmNoKeyForCertificate);

@@ -194,7 +194,7 @@ void settingReset(Run& run) {
 void keyList(Run& run) {
     Session session = openReading(run);
     for (const StoredKey& stored : session.keys().keys()) {
-        const PublicKey key = stored.key.publicKey();
+        const PublicKey key = stored.key->publicKey();
         const auto* use = std::ranges::find(kUses, stored.role, &UseRow::role);
         const CertPtr certificate = session.keys().certificateOf(stored);
         Fields fields{{"use", use->name},
@@ -230,7 +230,7 @@ void keyGenerate(Run& run) {
 void keyRequest(Run& run) {
     Session session = openChanging(run);
     const KeyType use = rowOf(kUses, run.call.value("use").value_or("sign")).use;
-    const PrivateKey* key = use == KeyType::Encryption ? session.keys().encryptionKey() : session.keys().signingKey();
+    const Signer* key = use == KeyType::Encryption ? session.keys().encryptionKey() : session.keys().signingKey();
     if (!key) demandKeys(kKmKeyNotFound);
     const KeyScheme own = use == KeyType::Encryption ? key->publicKey().scheme() : session.keys().signingKeyType();
     KeyPlan plan = planOf(run.call, own);

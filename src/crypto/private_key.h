@@ -2,10 +2,8 @@
 #pragma once
 
 #include <functional>
-#include <memory>
 
-#include "crypto/public_key.h"
-#include "crypto/random_bridge.h"
+#include "crypto/signer.h"
 
 namespace crv {
 
@@ -13,7 +11,7 @@ namespace crv {
 using KeyGenProgress = std::function<bool()>;
 
 /// An immutable private key; copies share it, and its memory is wiped when the last one ends.
-class PrivateKey {
+class PrivateKey final : public Signer {
   public:
     static constexpr unsigned kDsaBits = 1024;
 
@@ -37,19 +35,12 @@ class PrivateKey {
     /// An EC key. The domain is written explicitly when asked for or when the curve has no identifier.
     [[nodiscard]] static PrivateKey generateEc(StdECId curve, bool explicitDomain, RandomBridge& random);
 
-    [[nodiscard]] const PublicKey& publicKey() const noexcept;
-    [[nodiscard]] KeyScheme scheme() const noexcept { return publicKey().scheme(); }
-    [[nodiscard]] unsigned bits() const noexcept { return publicKey().bits(); }
-    [[nodiscard]] KeyId keyId() const { return publicKey().keyId(); }
-
-    /// Signs a digest; nonces and salts come from the source. CryptoError (badParameter) when key, scheme, hash and
-    /// digest do not go together (every pair of the signature table does, given a key that is long enough).
+    [[nodiscard]] const PublicKey& publicKey() const noexcept override;
+    /// Every pair of the signature table goes, given a key that is long enough.
     [[nodiscard]] Bytes sign(KeyScheme scheme, KcHashAlgo hash, ByteView digest, RandomBridge& random,
-                             const PssParams& pss = {}) const;
-
-    /// RSA decryption. A ciphertext that does not decrypt is CryptoError (badData), whatever the reason: the caller
-    /// must not let others tell the cases apart. A key that is not RSA is CryptoError (badParameter).
-    [[nodiscard]] SecretBytes decrypt(RsaPadding padding, ByteView ciphertext, const OaepParams& oaep = {}) const;
+                             const PssParams& pss = {}) const override;
+    [[nodiscard]] SecretBytes decrypt(RsaPadding padding, ByteView ciphertext,
+                                      const OaepParams& oaep = {}) const override;
 
   private:
     struct State;

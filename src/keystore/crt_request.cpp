@@ -45,7 +45,7 @@ Bytes requestPem(ByteView der) {
 }  // namespace
 
 KeyManagerResult prepareCrtRequest(KeyManager& keys, KeyType use, const CrtRequestParams& params, Bytes& out) {
-    const PrivateKey* key = use == KeyType::Encryption ? keys.encryptionKey() : keys.signingKey();
+    const Signer* key = use == KeyType::Encryption ? keys.encryptionKey() : keys.signingKey();
     if (!key) return kKmKeyNotFound;
     // A key that is tied to RSA-PSS makes no other signature, its own request's included (RFC 4055 1.2).
     if (params.forcedPss != KcHashAlgo::None && params.scheme != KeyScheme::RsaPss) return kKmHashNotSupported;

@@ -197,7 +197,7 @@ KeyManagerResult KeyManager::verifyConfiguration() {
     if (pin.empty()) logLine(LogLevel::Info, "KeyManager::initProfile. crvCtx->getPIN sgnPIN is empty ");
     if (signedConfiguration_.empty()) return kKmOk;
 
-    const PrivateKey* key = signingKey();
+    const Signer* key = signingKey();
     Bytes content;
     const KeyManagerResult verified =
         key ? verifySignedData(signedConfiguration_, key->publicKey(), content) : kKmBadSignature;

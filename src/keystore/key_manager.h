@@ -161,14 +161,14 @@ class KeyManager {
     /// Whether a key has the use already, or for Both one of the two.
     [[nodiscard]] bool hasKey(KeyType use) const;
     /// The key that signs or decrypts; null when there is none. Valid until the next change.
-    [[nodiscard]] const PrivateKey* signingKey() const;
-    [[nodiscard]] const PrivateKey* encryptionKey() const;
+    [[nodiscard]] const Signer* signingKey() const;
+    [[nodiscard]] const Signer* encryptionKey() const;
     /// How the signing key signs: an RSA key by PSS when the configured signature algorithm says so. `none` without a
     /// key.
     [[nodiscard]] KeyScheme signingKeyType() const;
     /// Takes a newly generated key into its role and saves everything. When that fails the key is dropped again and the
     /// result of the save is answered. A role that is taken is a failed assertion: ask hasKey first.
-    [[nodiscard]] KeyManagerResult addNewKey(KeyType use, const PrivateKey& key);
+    [[nodiscard]] KeyManagerResult addNewKey(KeyType use, SignerPtr key);
 
     // --- Generation of keys for the user. Each generates a key, takes it into its role and saves everything; a failure
     // or a stop changes nothing, but a key that could not be saved is kept aside until it is saved or dropped: it took
@@ -247,12 +247,12 @@ class KeyManager {
         KeyType use;
         KeyScheme scheme;
         KcHashAlgo hash;
-        PrivateKey key;
+        SignerPtr key;
     };
 
     [[nodiscard]] KeyManagerResult saveNewKey(const NewKey& generated);
     [[nodiscard]] KeyManagerResult keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
-                                                 const std::function<PrivateKey()>& generate);
+                                                 const std::function<SignerPtr()>& generate);
 
     [[nodiscard]] bool generatorsReady() const;
     [[nodiscard]] KeyStoreContents currentContents() const;

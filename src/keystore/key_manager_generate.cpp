@@ -2,6 +2,7 @@
 #include "asn/x509/sign_algo.h"
 #include "config/configuration_manager.h"
 #include "crypto/crypto_error.h"
+#include "crypto/private_key.h"
 #include "keystore/key_manager.h"
 #include "keystore/key_store_media.h"
 #include "misc/exceptions.h"
@@ -11,10 +12,14 @@ namespace {
 
 constexpr unsigned kFewestRsaBits = 2048;
 
+SignerPtr shared(PrivateKey key) {
+    return std::make_shared<const PrivateKey>(std::move(key));
+}
+
 }  // namespace
 
 KeyManagerResult KeyManager::keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
-                                           const std::function<PrivateKey()>& generate) {
+                                           const std::function<SignerPtr()>& generate) {
     demand({State::Open});
     VTEST(!hasKey(use), kKeyManagerPlace);
     if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
@@ -68,19 +73,20 @@ KeyManagerResult KeyManager::generateRsaUserKey(KeyType use, uint64_t publicExpo
                                                 const KeyGenHooks& hooks) {
     VTEST(isRsa(scheme), kKeyManagerPlace);
     if (bits < kFewestRsaBits) return kKmKeyTooShort;
-    return keepGenerated(use, scheme, hooks,
-                         [&] { return PrivateKey::generateRsa(bits, publicExponent, random_, hooks.progress); });
+    return keepGenerated(use, scheme, hooks, [&] {
+        return shared(PrivateKey::generateRsa(bits, publicExponent, random_, hooks.progress));
+    });
 }
 
 KeyManagerResult KeyManager::generateDsaUserKey(unsigned bits, const KeyGenHooks& hooks) {
     return keepGenerated(KeyType::Signing, KeyScheme::Dsa, hooks,
-                         [&] { return PrivateKey::generateDsa(bits, random_, hooks.progress); });
+                         [&] { return shared(PrivateKey::generateDsa(bits, random_, hooks.progress)); });
 }
 
 KeyManagerResult KeyManager::generateECDsaUserKey(KeyType use, StdECId curve, bool explicitDomain,
                                                   const KeyGenHooks& hooks) {
     return keepGenerated(use, KeyScheme::Ecdsa, hooks,
-                         [&] { return PrivateKey::generateEc(curve, explicitDomain, random_); });
+                         [&] { return shared(PrivateKey::generateEc(curve, explicitDomain, random_)); });
 }
 
 }  // namespace crv

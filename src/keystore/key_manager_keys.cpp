@@ -10,8 +10,8 @@
 namespace crv {
 namespace {
 
-const PrivateKey* keyOf(const StoredKey* stored) {
-    return stored ? &stored->key : nullptr;
+const Signer* keyOf(const StoredKey* stored) {
+    return stored ? stored->key.get() : nullptr;
 }
 
 }  // namespace
@@ -22,27 +22,27 @@ bool KeyManager::hasKey(KeyType use) const {
     return false;
 }
 
-const PrivateKey* KeyManager::signingKey() const {
+const Signer* KeyManager::signingKey() const {
     return keyOf(contents_.keyInRole(KeyRole::Signing));
 }
 
-const PrivateKey* KeyManager::encryptionKey() const {
+const Signer* KeyManager::encryptionKey() const {
     return keyOf(contents_.keyInRole(KeyRole::Encryption));
 }
 
 KeyScheme KeyManager::signingKeyType() const {
-    const PrivateKey* key = signingKey();
+    const Signer* key = signingKey();
     if (!key || key->scheme() != KeyScheme::Rsa) return key ? key->scheme() : KeyScheme::None;
     const auto chosen = configuration().record().getSignatureAlgorithmIdentifier();
     return chosen && chosen->algorithm == OID_RSA_PSS ? KeyScheme::RsaPss : KeyScheme::Rsa;
 }
 
-KeyManagerResult KeyManager::addNewKey(KeyType use, const PrivateKey& key) {
+KeyManagerResult KeyManager::addNewKey(KeyType use, SignerPtr key) {
     demand({State::Open});
     VTEST(!hasKey(use), kKeyManagerPlace);
     if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
     const std::vector<StoredKey> before = contents_.keys;
-    contents_.keys.push_back({key, roleOf(use)});
+    contents_.keys.push_back({std::move(key), roleOf(use)});
     sortByRole(contents_.keys);
     KeyManagerResult result = kKmNoMemory;
     try {
@@ -56,7 +56,7 @@ KeyManagerResult KeyManager::addNewKey(KeyType use, const PrivateKey& key) {
 }
 
 CertPtr KeyManager::certificateOf(const StoredKey& key) const {
-    return contents_.certificateOf(key.key.keyId());
+    return contents_.certificateOf(key.key->keyId());
 }
 
 CertPtr KeyManager::signingCertificate() const {

@@ -21,7 +21,7 @@ KeyRole roleOfUse(uint32_t bits) {
 }
 
 /// Only RSA keys decrypt.
-KeyRole possibleRole(const PrivateKey& key, KeyRole wanted) {
+KeyRole possibleRole(const Signer& key, KeyRole wanted) {
     return isRsa(key.scheme()) ? wanted : wanted & KeyRole::Signing;
 }
 
@@ -29,7 +29,7 @@ KeyRole possibleRole(const PrivateKey& key, KeyRole wanted) {
 class RoleGiver {
   public:
     void give(StoredKey& key, KeyRole wanted) {
-        key.role = without(possibleRole(key.key, wanted), taken_);
+        key.role = without(possibleRole(*key.key, wanted), taken_);
         taken_ = taken_ | key.role;
     }
     [[nodiscard]] KeyRole free() const { return without(KeyRole::Both, taken_); }
@@ -57,7 +57,7 @@ void giveRoles(const LoadedSecurityFile& file, KeyStoreContents& out) {
         return file.keys[i].use ? std::optional(roleOfUse(*file.keys[i].use)) : std::nullopt;
     };
     const Source certificate = [&](size_t i) {
-        const CertPtr paired = out.certificateOf(out.keys[i].key.keyId());
+        const CertPtr paired = out.certificateOf(out.keys[i].key->keyId());
         return paired ? roleOfCertificate(*paired) : std::nullopt;
     };
     RoleGiver giver;
@@ -117,7 +117,8 @@ std::optional<KeyRole> roleOfCertificate(const SignedCertificate& certificate) {
 KeyManagerResult analyzeKeysAndCerts(const LoadedSecurityFile& file, bool recertification, KeyStoreContents& out) {
     KeyStoreContents contents;
     for (const LoadedSecurityFile::Key& key : file.keys)
-        contents.keys.push_back({key.key, KeyRole::Further, key.attributes, key.bagAttributes});
+        contents.keys.push_back(
+            {std::make_shared<PrivateKey>(key.key), KeyRole::Further, key.attributes, key.bagAttributes});
     contents.certAttributes = file.certAttributes;
     sortCertificates(file, contents);
     if (!recertification && hasTwoNames(contents)) return kKmKeyHasTwoNames;
@@ -133,11 +134,11 @@ KeyManagerResult analyzeKeysAndCerts(const LoadedSecurityFile& file, bool recert
 KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& certificate, bool recertification) {
     const KeyId id = certificate->computeKeyIdentifierSha1Hash();
     const auto key =
-        std::ranges::find_if(contents.keys, [&](const StoredKey& stored) { return stored.key.keyId() == id; });
+        std::ranges::find_if(contents.keys, [&](const StoredKey& stored) { return stored.key->keyId() == id; });
     if (key == contents.keys.end()) return kKmNoKeyForCertificate;
 
     const KeyRole wanted = possibleRole(
-        key->key,
+        *key->key,
         roleOfCertificate(*certificate).value_or(key->role == KeyRole::Further ? KeyRole::Signing : key->role));
     for (const StoredKey& other : contents.keys)
         if (&other != &*key && shares(other.role, wanted)) return kKmRoleTaken;

@@ -13,7 +13,7 @@ namespace {
 constexpr auto kSameCert = [](const CertPtr& a, const CertPtr& b) {
     return std::ranges::equal(encodingOf(*a), encodingOf(*b));
 };
-constexpr auto kSameKey = [](const StoredKey& a, const StoredKey& b) { return a.key.keyId() == b.key.keyId(); };
+constexpr auto kSameKey = [](const StoredKey& a, const StoredKey& b) { return a.key->keyId() == b.key->keyId(); };
 
 template <class List, class Same>
 auto findIn(List& list, const typename List::value_type& item, Same same) {
@@ -154,7 +154,7 @@ const StoredKey* KeyStoreContents::keyInRole(KeyRole role) const {
 }
 
 const StoredKey* KeyStoreContents::findKey(const KeyId& id) const {
-    const auto found = std::ranges::find_if(keys, [&](const StoredKey& key) { return key.key.keyId() == id; });
+    const auto found = std::ranges::find_if(keys, [&](const StoredKey& key) { return key.key->keyId() == id; });
     return found == keys.end() ? nullptr : &*found;
 }
 

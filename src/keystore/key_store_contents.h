@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "asn/x509/cert_ptr.h"
-#include "crypto/private_key.h"
+#include "crypto/signer.h"
 #include "misc/secret.h"
 
 namespace crv {
@@ -40,7 +40,7 @@ enum class KeyRole : uint8_t { Further = 0, Signing = 1, Encryption = 2, Both = 
 }
 
 struct StoredKey {
-    PrivateKey key;
+    SignerPtr key;
     KeyRole role = KeyRole::Further;
     Bytes attributes = {};     ///< of its PKCS#8 structure but keyUsage, as the file gave them
     Bytes bagAttributes = {};  ///< of its bag but localKeyId

@@ -10,6 +10,7 @@
 #include "config/config_oids.h"
 #include "config/crv_cfg_file.h"
 #include "crypto/crypto_error.h"
+#include "misc/exceptions.h"
 #include "misc/memory_file.h"
 
 namespace crv {
@@ -186,11 +187,14 @@ uint32_t useOf(KeyRole role) {
 
 void addKeys(const KeyStoreContents& contents, Pfx& pfx) {
     for (const StoredKey& stored : contents.keys) {
+        // Keys of tokens never stand in a file.
+        const auto* key = dynamic_cast<const PrivateKey*>(stored.key.get());
+        VTEST(key, "src/src/keymgr");
         PrivateKeyInfo info;
-        if (!info.readExactly(stored.key.toPkcs8())) throw CryptoError(CryptoFailure::Internal, "PKCS#8");
+        if (!info.readExactly(key->toPkcs8())) throw CryptoError(CryptoFailure::Internal, "PKCS#8");
         info.addAttributes(stored.attributes);
         info.setKeyUsage(useOf(stored.role));
-        pfx.update(info, stored.key.keyId(), stored.bagAttributes);
+        pfx.update(info, stored.key->keyId(), stored.bagAttributes);
     }
 }
 

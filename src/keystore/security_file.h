@@ -5,6 +5,7 @@
 #include <functional>
 #include <string_view>
 
+#include "crypto/private_key.h"
 #include "keystore/key_manager_result.h"
 #include "keystore/key_store_contents.h"
 #include "misc/bytes.h"

@@ -88,7 +88,7 @@ TEST_F(Authenticate, HoldsTheOptionsToTheSigningKey) {
     CRVctx ctx;
     create(ctx);
     const PrivateKey key = PrivateKey::generateRsa(2048, 65537, ctx.keyManager.random());
-    ASSERT_EQ(ctx.keyManager.addNewKey(KeyType::Signing, key), kKmOk);
+    ASSERT_EQ(ctx.keyManager.addNewKey(KeyType::Signing, std::make_shared<const PrivateKey>(key)), kKmOk);
     constexpr long kDigest = 15, kScheme = 21, kSignature = 25;
     constexpr int kUnfit = ECRV_SIG_WITH_DIG_NOT_SUPPORTED;
     const std::pair<std::pair<long, long>, int> cases[] = {

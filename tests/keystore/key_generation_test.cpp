@@ -77,7 +77,7 @@ TEST_F(KeyGenerationTest, OpensslAcceptsEveryRequestAndTheKeyIsInTheReopenedFile
         ASSERT_EQ(reopened.login(), kKmOk);
         ASSERT_TRUE(reopened.keys.hasKey(one.use));
         const bool encrypts = one.use == KeyType::Encryption;
-        const PrivateKey& key = encrypts ? *reopened.keys.encryptionKey() : *reopened.keys.signingKey();
+        const Signer& key = encrypts ? *reopened.keys.encryptionKey() : *reopened.keys.signingKey();
         writeFile(dir.file("spki"), std::string(asText(key.publicKey().toSpki())));
         EXPECT_TRUE(pssKey || openssl("req -noout -pubkey " + from) == openssl("pkey -pubin -in spki -pubout"));
         EXPECT_EQ(reopened.keys.signingKeyType(), encrypts ? KeyScheme::None : one.scheme);

@@ -133,7 +133,7 @@ TEST_F(KeyManagerCertsTest, TheAdditionalStoreFailsWithItsCode) {
 void writeSigned(Session& session, const char* signer, ByteView record,
                  std::initializer_list<const char*> certificates = {}) {
     SignedData data;
-    data.sign(record, {testKey(signer), *testCert("sign"), KeyScheme::Rsa, KcHashAlgo::Sha256, 1700000000},
+    data.sign(record, {testKey(signer), testCert("sign").get(), KeyScheme::Rsa, KcHashAlgo::Sha256, 1700000000},
               session.keys.random());
     ContentInfo wrapped;
     wrapped.build(OID_PKCS7_SIGNED_DATA, data);

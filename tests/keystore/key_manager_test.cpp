@@ -46,12 +46,12 @@ TEST_F(KeyManagerTest, CreatesAFileForItsOwnerAndOpensItAgain) {
     EXPECT_TRUE(keys.isLoggedIn());
     EXPECT_FALSE(keys.hasAnyKey());
     EXPECT_EQ(keys.signingKeyType(), KeyScheme::None);
-    ASSERT_EQ(keys.addNewKey(KeyType::Encryption, testKey("rsa1")), kKmOk);
+    ASSERT_EQ(keys.addNewKey(KeyType::Encryption, sharedKey("rsa1")), kKmOk);
     EXPECT_TRUE(keys.hasKey(KeyType::Encryption) && keys.hasKey(KeyType::Both));
     EXPECT_FALSE(keys.hasKey(KeyType::Signing));
-    EXPECT_THROW((void)keys.addNewKey(KeyType::Both, testKey("rsa2")), VtestException);
+    EXPECT_THROW((void)keys.addNewKey(KeyType::Both, sharedKey("rsa2")), VtestException);
     session.editRecord().setIntOpt(kOptConnectTimeout, 77);
-    ASSERT_EQ(keys.addNewKey(KeyType::Signing, testKey("rsa2")), kKmOk);
+    ASSERT_EQ(keys.addNewKey(KeyType::Signing, sharedKey("rsa2")), kKmOk);
     EXPECT_EQ(keys.signingKeyType(), KeyScheme::Rsa);
     session.editRecord().setSignaturaAlgorithmIdentifier(*signAlgorithm(KeyScheme::RsaPss, KcHashAlgo::Sha256));
     ASSERT_EQ(keys.saveConfiguration(), kKmOk);
@@ -134,7 +134,7 @@ TEST_F(KeyManagerTest, AFileWithoutSecretsNeedsAnotherSourceOfSeed) {
     EXPECT_FALSE(s.keys.isLoggedIn());
     EXPECT_EQ(s.keys.rbgFill(octets), kKmNoSeed);
     EXPECT_EQ(s.keys.saveConfiguration(), kKmNoSeed);
-    EXPECT_THROW((void)s.keys.addNewKey(KeyType::Encryption, testKey("rsa1")), VtestException) << "not logged in";
+    EXPECT_THROW((void)s.keys.addNewKey(KeyType::Encryption, sharedKey("rsa1")), VtestException) << "not logged in";
     ASSERT_EQ(s.keys.rbgInit(asBytes("keys typed by the user")), kKmOk);
     ASSERT_EQ(s.keys.saveConfiguration(), kKmOk);
     ASSERT_EQ(s.login(), kKmOk);
@@ -214,7 +214,7 @@ TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
     Session a(path), b(path), c(path);
     ASSERT_EQ(a.login(), kKmOk);
     ASSERT_EQ(b.login(), kKmOk);
-    ASSERT_EQ(a.keys.addNewKey(KeyType::Signing, testKey("rsa1")), kKmOk);
+    ASSERT_EQ(a.keys.addNewKey(KeyType::Signing, sharedKey("rsa1")), kKmOk);
     ASSERT_EQ(a.keys.addTrustedCA(testCert("ca")), kKmOk);
     setPolicies(a, {{"1.1", "both leave"}, {"1.2", "changed"}, {"1.3", "b deletes"}, {"1.4", "of a"}});
     ASSERT_EQ(a.keys.saveConfiguration(), kKmOk);
@@ -222,7 +222,7 @@ TEST_F(KeyManagerTest, TwoSessionsKeepEachOthersChanges) {
     ASSERT_EQ(b.keys.delTrustedCA(testCert("ca_ec"), kUsers), kKmOk);
     b.editRecord().setIntOpt(kOptTslNetLoadTimeoutSec, 3);
     setPolicies(b, {{"1.1", "both leave"}, {"1.2", "a changes"}, {"1.5", "of b"}});
-    ASSERT_EQ(b.keys.addNewKey(KeyType::Both, testKey("rsa2")), kKmOk);
+    ASSERT_EQ(b.keys.addNewKey(KeyType::Both, sharedKey("rsa2")), kKmOk);
     ASSERT_EQ(b.keys.installUserCrt(testCert("sign")), kKmRoleTaken) << "its own key came last, so it signs";
     a.editRecord().setIntOpt(kOptConnectTimeout, 2);
     ASSERT_EQ(a.keys.saveConfiguration(), kKmOk);
@@ -284,7 +284,7 @@ TEST_F(KeyManagerTest, EveryFailingWriteLeavesFileAndMemoryAlone) {
             FaultyFileOps ops;
             if (!set(ops, n)) break;
             const ScopedFileOps scope(ops);
-            const KeyManagerResult result = keys.addNewKey(KeyType::Encryption, testKey("rsa2"));
+            const KeyManagerResult result = keys.addNewKey(KeyType::Encryption, sharedKey("rsa2"));
             EXPECT_TRUE(result == kKmWriteFailed || result == kKmOpenFailed) << what << ' ' << n << ": " << result;
             EXPECT_EQ(readFile(path), before);
             EXPECT_FALSE(keys.hasKey(KeyType::Encryption)) << "a key that was not saved is dropped";

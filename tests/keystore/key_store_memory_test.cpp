@@ -67,7 +67,7 @@ struct KeyStoreMemoryTest : KeyStoreTest {
         create();
         for (const KeyType use : {KeyType::Signing, KeyType::Encryption}) {
             const auto key = PrivateKey::generateRsa(2048, 65537, keys.random());
-            ASSERT_EQ(keys.addNewKey(use, key), kKmOk);
+            ASSERT_EQ(keys.addNewKey(use, std::make_shared<const PrivateKey>(key)), kKmOk);
             noteKey(use == KeyType::Signing ? "signing" : "encryption", key);
         }
         LoadedSecurityFile file;

@@ -12,7 +12,7 @@ std::string outlineOf(const KeyStoreContents& contents) {
     std::string text;
     for (const StoredKey& key : contents.keys) {
         for (const char* name : {"rsa1", "rsa2", "ec"}) {
-            if (key.key.keyId() == testKey(name).keyId())
+            if (key.key->keyId() == testKey(name).keyId())
                 text += name + std::to_string(static_cast<int>(key.role)) + " ";
         }
     }
@@ -21,7 +21,7 @@ std::string outlineOf(const KeyStoreContents& contents) {
 }
 
 TEST(MergeContents, DropsOnlyWhatCanBeDeletedAndGivesEachRoleOnce) {
-    const auto key = [](const char* name, KeyRole role) { return StoredKey{testKey(name), role}; };
+    const auto key = [](const char* name, KeyRole role) { return StoredKey{sharedKey(name), role}; };
     const auto trusting = [](std::initializer_list<const char*> names) {
         CRVCfgFile record;
         CRVCfgFile::Certificates list;
@@ -61,8 +61,8 @@ TEST(MergeContents, DropsOnlyWhatCanBeDeletedAndGivesEachRoleOnce) {
 
 TEST(StoredFile, ComesToTermsWithTheFileOnlyUnderItsPassword) {
     KeyStoreContents theirs, mine;
-    theirs.keys = {{testKey("rsa1"), KeyRole::Signing}};
-    mine.keys = {{testKey("rsa2"), KeyRole::Encryption}};
+    theirs.keys = {{sharedKey("rsa1"), KeyRole::Signing}};
+    mine.keys = {{sharedKey("rsa2"), KeyRole::Encryption}};
     StoredFile file;
     ASSERT_EQ(buildSecurityFile(theirs, SecretText(kPassword), SecretArray<20>(), file.octets), kKmOk);
     EXPECT_TRUE(file.opensWith(SecretText(kPassword)));

@@ -107,7 +107,7 @@ TEST_F(SlowKeyStoreTest, TwoProcessesLoseNothingOfEachOther) {
     ASSERT_EQ(session.create(), kKmOk);
     session.editRecord().setIntOpt(kOptConnectTimeout, 0);
     session.editRecord().setIntOpt(kOptTslNetLoadTimeoutSec, 0);
-    ASSERT_EQ(keys.addNewKey(KeyType::Signing, testKey("ec")), kKmOk);
+    ASSERT_EQ(keys.addNewKey(KeyType::Signing, sharedKey("ec")), kKmOk);
     const int count = rounds(101);
     const pid_t one = inChild([&] { return changeMany(path, kOptConnectTimeout, "ca", count); });
     const pid_t two = inChild([&] { return changeMany(path, kOptTslNetLoadTimeoutSec, "ca_ec", count); });

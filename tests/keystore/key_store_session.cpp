@@ -13,6 +13,10 @@ PrivateKey testKey(const std::string& name) {
     return PrivateKey::fromPkcs8(asBytes(readFile(dataFile("key_" + name + ".der"))));
 }
 
+SignerPtr sharedKey(const std::string& name) {
+    return std::make_shared<const PrivateKey>(testKey(name));
+}
+
 CertPtr testCert(const std::string& name) {
     return makeCert(asBytes(readFile(dataFile("crt_" + name + ".der"))));
 }
@@ -38,7 +42,7 @@ KeyManagerResult Session::create() {
 
 void KeyStoreTest::create(std::initializer_list<std::pair<KeyType, const char*>> withKeys) {
     ASSERT_EQ(session.create(), kKmOk);
-    for (const auto& [use, name] : withKeys) ASSERT_EQ(keys.addNewKey(use, testKey(name)), kKmOk);
+    for (const auto& [use, name] : withKeys) ASSERT_EQ(keys.addNewKey(use, sharedKey(name)), kKmOk);
 }
 
 }  // namespace crv::test

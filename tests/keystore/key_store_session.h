@@ -10,6 +10,7 @@
 #include "asn/x509/signed_certificate.h"
 #include "config/configuration_manager.h"
 #include "config/context_services.h"
+#include "crypto/private_key.h"
 #include "keystore/key_manager.h"
 #include "support/temp_dir.h"
 
@@ -50,6 +51,7 @@ class TestContext final : public ContextServices {
 /// A file of tests/keystore/data.
 std::string dataFile(const std::string& name);
 PrivateKey testKey(const std::string& name);
+SignerPtr sharedKey(const std::string& name);
 CertPtr testCert(const std::string& name);
 
 struct Session {

@@ -43,8 +43,8 @@ KeyStoreContents randomContents(std::mt19937& random) {
     KeyRole left = KeyRole::Both;
     for (const char* name : {"rsa1", "rsa2", "ec", "dsa"}) {
         if (dice(2) == 0) continue;
-        StoredKey key{testKey(name), static_cast<KeyRole>(dice(4)) & left};
-        if (!isRsa(key.key.scheme())) key.role = key.role & KeyRole::Signing;
+        StoredKey key{sharedKey(name), static_cast<KeyRole>(dice(4)) & left};
+        if (!isRsa(key.key->scheme())) key.role = key.role & KeyRole::Signing;
         left = without(left, key.role);
         contents.keys.push_back(key);
     }
@@ -146,7 +146,7 @@ size_t count(std::string_view text, std::string_view what) {
 TEST(SecurityFile, OpensInOtherTools) {
     const TempDir dir;
     KeyStoreContents contents;
-    contents.keys = {{testKey("rsa1"), KeyRole::Signing}, {testKey("rsa2"), KeyRole::Encryption}};
+    contents.keys = {{sharedKey("rsa1"), KeyRole::Signing}, {sharedKey("rsa2"), KeyRole::Encryption}};
     contents.userCerts = {testCert("sign"), testCert("enc")};
     contents.trustedCerts = {testCert("ca")};
     const std::string password = "'" + std::string(kPassword) + "'";
@@ -225,7 +225,7 @@ TEST(SecurityFile, WhatOnlyOthersUnderstandSurvivesSavesAndMerges) {
     writeFile(path, std::string(asText(foreign)));
     Session first(path), second(path);
     for (Session* session : {&first, &second}) ASSERT_EQ(session->login(), kKmOk);
-    ASSERT_EQ(first.keys.addNewKey(KeyType::Encryption, testKey("rsa2")), kKmOk) << "merges";
+    ASSERT_EQ(first.keys.addNewKey(KeyType::Encryption, sharedKey("rsa2")), kKmOk) << "merges";
     ASSERT_EQ(first.login(), kKmOk);
     std::string expected = look(foreign);
     ASSERT_NE(expected.find("Lista główna, Lista główna, Lista główna, no certificate 1|"), std::string::npos)
@@ -236,7 +236,7 @@ TEST(SecurityFile, WhatOnlyOthersUnderstandSurvivesSavesAndMerges) {
 
 TEST(SecurityFile, RefusesEveryDamage) {
     KeyStoreContents contents, out;
-    contents.keys.push_back({testKey("ec"), KeyRole::Signing});
+    contents.keys.push_back({sharedKey("ec"), KeyRole::Signing});
     contents.configuration = std::make_shared<CRVCfgFile>();
     contents.seed.emplace();
     const Bytes good = build(contents);

@@ -67,25 +67,29 @@ TEST(SignedData, AlteredPartsAreFound) {
 }
 
 TEST(SignedData, OthersVerifyWhatWeSign) {
-    const std::tuple<const char*, KeyScheme, KcHashAlgo, bool> rows[] = {
-        {"rsa", KeyScheme::Rsa, KcHashAlgo::Sha256, false},
-        {"rsa", KeyScheme::RsaPss, KcHashAlgo::Sha512, true},
-        {"ec", KeyScheme::Ecdsa, KcHashAlgo::Sha256, false},
+    const std::tuple<const char*, KeyScheme, KcHashAlgo, bool, bool> rows[] = {
+        {"rsa", KeyScheme::Rsa, KcHashAlgo::Sha256, false, true},
+        {"rsa", KeyScheme::RsaPss, KcHashAlgo::Sha512, true, true},
+        {"ec", KeyScheme::Ecdsa, KcHashAlgo::Sha256, false, true},
+        {"ec", KeyScheme::Ecdsa, KcHashAlgo::Sha256, false, false},
     };
     const Bytes content = dataFile("content.txt");
-    for (const auto& [kind, scheme, hash, detached] : rows) {
+    for (const auto& [kind, scheme, hash, detached, inside] : rows) {
         const auto certificate = fromFile<SignedCertificate>(std::string("crt_") + kind + ".der");
         const PrivateKey key = keyOf(kind);
         SignedData data;
         data.addCrl(fromFile<SignedCertRevList>("crl_rsa.der"));
-        data.sign(content, {key, certificate, scheme, hash, 1'800'000'000, detached}, systemBridge());
+        data.sign(content, {key, inside ? &certificate : nullptr, scheme, hash, 1'800'000'000, detached},
+                  systemBridge());
         ContentInfo info;
         info.build(OID_PKCS7_SIGNED_DATA, data);
         const SignedData again = signedDataOf(info.encoded());
-        EXPECT_EQ(again.verify(detached ? std::optional<ByteView>(content) : std::nullopt), SignatureCheck::Good);
+        const auto beside = detached ? std::optional<ByteView>(content) : std::nullopt;
+        EXPECT_EQ(inside ? again.verify(beside) : again.verify(key.publicKey(), beside), SignatureCheck::Good);
         EXPECT_EQ(again.signerInfos[0].signingTime(), 1'800'000'000);
-        const std::string beside = detached ? " -content " CRV_TEST_DATA "/content.txt" : "";
-        const std::string said = openssl("cms -verify -binary -noverify -inform DER" + beside, info);
+        std::string options = detached ? " -content " CRV_TEST_DATA "/content.txt" : "";
+        if (!inside) options += std::string(" -certfile " CRV_TEST_DATA "/crt_") + kind + ".der";
+        const std::string said = openssl("cms -verify -binary -noverify -inform DER" + options, info);
         EXPECT_NE(said.find("successful"), std::string::npos) << kind << said;
     }
 }

@@ -4,7 +4,7 @@
 #include "asn/x509/sign_algo.h"
 #include "asn/x509/signed_part.h"
 #include "crypto/crypto_error.h"
-#include "crypto/private_key.h"
+#include "crypto/signer.h"
 
 namespace crv {
 
@@ -34,12 +34,12 @@ void CertificationRequest::setRequestedExtensions(const Extensions& extensions) 
     info.attributes->set(OID_PKCS9_EXTENSION_REQUEST, extensions);
 }
 
-void CertificationRequest::sign(const PrivateKey& key, KeyScheme scheme, KcHashAlgo hash, RandomBridge& random) {
+void CertificationRequest::sign(const Signer& key, KeyScheme scheme, KcHashAlgo hash, RandomBridge& random) {
     const auto algorithm = signAlgorithm(scheme, hash);
     if (!algorithm) throw CryptoError(CryptoFailure::BadParameter, "no such signature algorithm");
     if (!info.attributes) info.attributes.emplace();
     signatureAlgorithm = *algorithm;
-    signature.build(key.sign(scheme, hash, hashOf(hash, info.encoded()), random));
+    signature.build(key.signMessage(scheme, hash, info.encoded(), random));
 }
 
 bool CertificationRequest::isSigned() const {

@@ -10,7 +10,7 @@
 
 namespace crv {
 
-class PrivateKey;
+class Signer;
 class RandomBridge;
 
 /// CertificationRequestInfo: what the signature covers.
@@ -37,8 +37,8 @@ class CertificationRequest : public ASNsequenceF {
     void setRequestedExtensions(const Extensions& extensions);
 
     /// Signs with the private key of the request's public key. Throws CryptoError (badParameter) for a scheme and hash
-    /// that do not go together or with the key, and what the key's `sign` throws.
-    void sign(const PrivateKey& key, KeyScheme scheme, KcHashAlgo hash, RandomBridge& random);
+    /// that do not go together or with the key, and what the key's `signMessage` throws.
+    void sign(const Signer& key, KeyScheme scheme, KcHashAlgo hash, RandomBridge& random);
     /// Whether the signature is right under the request's own key. Throws CryptoError for a key that is unknown here.
     [[nodiscard]] bool isSigned() const;
 

@@ -5,12 +5,15 @@
 #include "asn/known_oids.h"
 #include "asn/x509/sign_algo.h"
 #include "crypto/crypto_error.h"
-#include "crypto/private_key.h"
 #include "crypto/sign_algo_map.h"
+#include "crypto/signer.h"
 
 namespace crv {
 
 namespace {
+
+/// Of SignedData and SignerInfo where a key identifier names the signer (RFC 5652 5.1, 5.3).
+constexpr int kKeyIdVersion = 3;
 
 /// An identifier of a bare scheme (rsaEncryption) leaves the hash to digestAlgorithm.
 std::optional<SignatureAlgorithm> algorithmOf(const SignerInfo& signer, KcHashAlgo digestHash) {
@@ -66,6 +69,12 @@ void SignerIdentifier::set(const SignedCertificate& certificate) {
     setChosen(std::move(id));
 }
 
+void SignerIdentifier::set(const KeyId& keyId) {
+    auto id = std::make_unique<Implicit<0, ASNoctstr>>();
+    id->build(ByteView(keyId));
+    setChosen(std::move(id));
+}
+
 bool SignerIdentifier::matches(const SignedCertificate& certificate) const {
     if (const auto* id = chosenAs<IssuerAndSerialNumber>())
         return id->serialNumber == certificate.serialNumber() && id->issuer == certificate.issuer();
@@ -109,10 +118,15 @@ void SignedData::sign(ByteView content, const SignOrder& order, RandomBridge& ra
     if (!algorithm) throw CryptoError(CryptoFailure::BadParameter, "no such signature algorithm");
     if (!order.detached) encapContentInfo.buildData(content);
     digestAlgorithms.add(hashAlgorithm(order.hash));
-    addCertificate(order.certificate);
     SignerInfo& signer = signerInfos.add();
-    signer.version.setValue(1);
-    signer.sid.set(order.certificate);
+    if (order.certificate) {
+        addCertificate(*order.certificate);
+        signer.sid.set(*order.certificate);
+    } else {
+        signer.sid.set(order.key.keyId());
+        version.setValue(kKeyIdVersion);
+    }
+    signer.version.setValue(order.certificate ? 1 : kKeyIdVersion);
     signer.digestAlgorithm = hashAlgorithm(order.hash);
     Attributes attributes;
     attributes.set(OID_PKCS9_CONTENT_TYPE, encapContentInfo.contentType);
@@ -120,8 +134,7 @@ void SignedData::sign(ByteView content, const SignOrder& order, RandomBridge& ra
     attributes.set(OID_PKCS9_SIGNING_TIME, Time(order.time));
     signer.signedAttrs.emplace(attributes);
     signer.signatureAlgorithm = *algorithm;
-    const Bytes digest = hashOf(order.hash, attributes.encoded());
-    signer.signature.build(order.key.sign(order.scheme, order.hash, digest, random));
+    signer.signature.build(order.key.signMessage(order.scheme, order.hash, attributes.encoded(), random));
 }
 
 std::optional<Bytes> SignedData::content() const {

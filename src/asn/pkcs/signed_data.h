@@ -9,7 +9,7 @@
 
 namespace crv {
 
-class PrivateKey;
+class Signer;
 class RandomBridge;
 
 class IssuerAndSerialNumber : public ASNsequenceF {
@@ -25,6 +25,7 @@ class IssuerAndSerialNumber : public ASNsequenceF {
 class SignerIdentifier : public ASNchoiceOf<IssuerAndSerialNumber, Implicit<0, ASNoctstr>> {
   public:
     void set(const SignedCertificate& certificate);
+    void set(const KeyId& keyId);
     [[nodiscard]] bool matches(const SignedCertificate& certificate) const;
 };
 
@@ -56,8 +57,8 @@ enum class SignatureCheck {
 
 /// How and by whom a content is to be signed.
 struct SignOrder {
-    const PrivateKey& key;
-    const SignedCertificate& certificate;
+    const Signer& key;
+    const SignedCertificate* certificate;  ///< null: the signer is told by its key identifier (SHA-1)
     KeyScheme scheme;
     KcHashAlgo hash;
     int64_t time;           ///< the signing time, seconds since 1970 UTC
@@ -80,8 +81,8 @@ class SignedData : public ASNsequenceF {
     /// Every X.509 certificate, in keeping mode with octets of its own; others are passed over.
     [[nodiscard]] std::vector<SignedCertificate> certificateList() const;
 
-    /// Signs a content of type data with signed attributes (content type, digest, time) and adds the certificate.
-    /// Throws CryptoError.
+    /// Signs a content of type data with signed attributes (content type, digest, time) and adds the certificate, when
+    /// there is one. Throws CryptoError.
     void sign(ByteView content, const SignOrder& order, RandomBridge& random);
     /// The octets of the content that is inside; nothing when it is detached. Valid until the object changes.
     [[nodiscard]] std::optional<Bytes> content() const;

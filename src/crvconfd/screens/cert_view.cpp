@@ -47,7 +47,7 @@ std::vector<std::string> parametersAndVerdict(const SignedCertificate& certifica
 
 void drawKey(int row, const StoredKey& key) {
     const CertPtr certificate = keyManager->certificateOf(key);
-    const PublicKey publicKey = key.key.publicKey();
+    const PublicKey publicKey = key.key->publicKey();
     displText(row, 1, "%s", roleText(key.role));
     std::string text = signAlgoName(publicKey.scheme(), KcHashAlgo::None);
     text = fitText(text + " " + std::to_string(publicKey.bits()), 19) + " ";

@@ -277,7 +277,7 @@ void saveRequestAgain(KeyType usage) {
     KeyGenParams params = paramsFor(use);
     params.offersDsa = params.offersEcdsa = params.offersRsaPss = true;
     params.chooseScheme(use == KeyType::Encryption ? KeyScheme::Rsa : keyManager->signingKeyType());
-    if (params.keyScheme != KeyScheme::Ecdsa) params.chooseLength(key->key.publicKey().bits());
+    if (params.keyScheme != KeyScheme::Ecdsa) params.chooseLength(key->key->publicKey().bits());
     const auto configured =
         readSignAlgorithm(cfgManager->record().getSignatureAlgorithmIdentifier().value_or(AlgorithmIdentifier()));
     if (configured && configured->scheme == params.signScheme) params.hash = configured->hash;

@@ -92,7 +92,7 @@ bool take(const Settings& settings, unsigned bits) {
 }  // namespace
 
 void OnUserSettings() {
-    const PrivateKey* key = keyManager->signingKey();
+    const Signer* key = keyManager->signingKey();
     const KeyScheme scheme = key ? keyManager->signingKeyType() : KeyScheme::Rsa;
     const unsigned bits = key ? key->publicKey().bits() : 0;
     const CRVCfgFile& record = cfgManager->record();

@@ -39,7 +39,7 @@ constexpr CodeText kInstallTexts[] = {
 bool belongsToUser(const SignedCertificate& certificate) {
     const KeyId id = certificate.computeKeyIdentifierSha1Hash();
     const auto keys = keyManager->keys();
-    return std::any_of(keys.begin(), keys.end(), [&](const StoredKey& stored) { return stored.key.keyId() == id; });
+    return std::any_of(keys.begin(), keys.end(), [&](const StoredKey& stored) { return stored.key->keyId() == id; });
 }
 
 /// What is unusual about an installation, as a question; null when nothing is.
