@@ -30,17 +30,20 @@ struct CRVctx;
 class CrvProfile;
 class ProfileIterator;
 struct ServerIterator;
+struct VerifyResult;
 }  // namespace crv
 typedef crv::CRVctx CRVctx;
 typedef crv::CrvProfile CrvProfile;
 typedef crv::ProfileIterator CrvProfileIterator;
 typedef crv::ServerIterator CrvServerIterator;
+typedef crv::VerifyResult CrvVerifyResult;
 extern "C" {
 #else
 typedef struct CRVctx CRVctx;
 typedef struct CrvProfile CrvProfile;
 typedef struct CrvProfileIterator CrvProfileIterator;
 typedef struct CrvServerIterator CrvServerIterator;
+typedef struct CrvVerifyResult CrvVerifyResult;
 #endif
 
 /* --- Contexts ---------------------------------------------------------------------------------------------------- */
@@ -218,6 +221,84 @@ CRV_API int crvGetProxyAPI(CRVctx* ctx, const CrvProfile* profile, CrvProxy* pro
 CRV_API int crvGetProxyForUrlAPI(CRVctx* ctx, const CrvProfile* profile, const char* url, CrvProxy* proxy);
 CRV_API int crvUseProxyForSpecifiedUrlAPI(CRVctx* ctx, const CrvProfile* profile, const char* url, int* use);
 CRV_API int crvSetUseProxyFromSystemSettingsAPI(CRVctx* ctx, CrvProfile* profile, int use);
+
+/* --- Certificates ------------------------------------------------------------------------------------------------ */
+
+/* Values of CrvVerifyParams.revocation, bits of its flags, and of CrvVerifyStep.status. */
+enum CrvVerifyRevocation {
+    CRVVERIFY_REVOCATION_KNOWN = 0,    /* what the stored CRLs tell counts, an unknown status does not (the default) */
+    CRVVERIFY_REVOCATION_REQUIRED = 1, /* an unknown status fails */
+    CRVVERIFY_REVOCATION_NONE = 2      /* nobody asks */
+};
+enum CrvVerifyFlags {
+    CRVVERIFY_EXPLICIT_POLICY = 1,         /* initial-explicit-policy of RFC 5280 6.1.1 */
+    CRVVERIFY_INHIBIT_MAPPING = 2,         /* initial-policy-mapping-inhibit */
+    CRVVERIFY_INHIBIT_ANY_POLICY = 4,      /* initial-any-policy-inhibit */
+    CRVVERIFY_NO_DELTAS = 8,               /* delta CRLs are left alone */
+    CRVVERIFY_CONSTRAINED_TRUST_POINT = 16 /* constraints in the trust point's certificate bind, too (RFC 5937) */
+};
+enum CrvCertStatus {
+    CRVSTATUS_NOT_ASKED = 0,
+    CRVSTATUS_GOOD = 1,
+    CRVSTATUS_REVOKED = 2, /* or on hold: reason 6 */
+    CRVSTATUS_UNKNOWN = 3, /* no stored CRL covers it */
+    CRVSTATUS_UNUSABLE = 4 /* one does, but cannot be relied on */
+};
+
+/* What a certificate is to be good for. With every member but the size 0 or null: for anything, now. */
+typedef struct CrvVerifyParams {
+    long size;                     /* sizeof(CrvVerifyParams) */
+    long time;                     /* seconds since 1970 UTC; 0: now */
+    unsigned long key_usage;       /* bit n is bit n of KeyUsage (RFC 5280 4.2.1.3) */
+    const char* const* ext_usages; /* purposes as dotted identifiers, a null pointer behind the last; null: any */
+    const char* const* policies;   /* the same for certificate policies */
+    long revocation;               /* CRVVERIFY_REVOCATION_ value */
+    unsigned long flags;           /* CRVVERIFY_ bits */
+    long depth;                    /* certificates on a path at most; 0: 64 */
+} CrvVerifyParams;
+
+/* The verdict. Its texts, as those of a step, belong to the result; none is null. */
+typedef struct CrvVerifyInfo {
+    long size;          /* sizeof(CrvVerifyInfo), set by the caller */
+    int code;           /* what crvVerifyCertAPI answered */
+    const char* clause; /* of RFC 5280, the rule that does not hold; empty when all do */
+    const char* reason; /* the same in words */
+    long failed_at;     /* index of the certificate that fails */
+    long steps;         /* certificates on the path, the one asked about first, the trust point last */
+    int exhausted;      /* 1: the limit of work ended the search before every path was tried */
+} CrvVerifyInfo;
+
+typedef struct CrvVerifyStep {
+    long size;                /* sizeof(CrvVerifyStep), set by the caller */
+    const unsigned char* der; /* the certificate */
+    long der_len;
+    const char* subject;
+    long status;               /* CRVSTATUS_ value */
+    int status_code;           /* unknown, unusable: why, as a code of the library */
+    const char* status_clause; /* of RFC 5280: what makes the CRL unusable */
+    const char* status_text;
+    long reason;               /* revoked: reason of RFC 5280 5.3.1 */
+    long revoked_at;           /* seconds since 1970 UTC */
+    const char* source;        /* who issued the CRL that tells the status; empty: none */
+    const char* source_number; /* its number in decimal */
+    long this_update;          /* its time, seconds since 1970 UTC */
+    long age;                  /* seconds from then to the moment asked about */
+    const char* algorithm;     /* of the signature and the key that made it */
+    const char* weakness;      /* what the algorithm policy of the profile says against them */
+} CrvVerifyStep;
+
+/* Judges the first certificate of the octets (DER, one behind another, PEM or a PKCS#7 bundle) by RFC 5280 section 6
+ * under the trust points, the database and the algorithm policy of the profile that is logged in; the other
+ * certificates of the octets may stand on its path. Answers 0 for a good one, else why it is not (64 to 70, 88, 101,
+ * 102, 155 and the like); params may be null. *result is the verdict, to be freed with crvFreeVerifyResultAPI, or null
+ * when there is none: ECRV_API_NOT_INITED before the log-in, ECRV_INV_CRT_FMT for octets without a certificate,
+ * ECRV_API_INV_PAR for an unfit size, value or identifier. */
+CRV_API int crvVerifyCertAPI(CRVctx* ctx, const unsigned char* certs, long len, const CrvVerifyParams* params,
+                             CrvVerifyResult** result);
+/* The verdict and the certificates of its path by index from 0. The caller sets size; no more is written. */
+CRV_API int crvGetVerifyInfoAPI(CRVctx* ctx, const CrvVerifyResult* result, CrvVerifyInfo* info);
+CRV_API int crvGetVerifyStepAPI(CRVctx* ctx, const CrvVerifyResult* result, long index, CrvVerifyStep* step);
+CRV_API int crvFreeVerifyResultAPI(CRVctx* ctx, CrvVerifyResult* result);
 
 #ifdef __cplusplus
 }

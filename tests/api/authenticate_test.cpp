@@ -125,5 +125,62 @@ TEST_F(Authenticate, MovesWhatWasFetchedIntoTheDatabase) {
     EXPECT_THAT(ctx.state.warnings, testing::ElementsAre(WARN_NET_STORE_NOT_MOVED));
 }
 
+TEST_F(Authenticate, JudgesCertificatesForPrograms) {
+    CRVctx ctx;
+    const MadeCert root = makeCert({.subject = {{"CN", "Korzeń"}}, .extensions = caExtensions()});
+    const MadeCert ca = makeCert({.subject = {{"CN", "CA"}}, .extensions = caExtensions()}, &root);
+    const MadeCert leaf = makeCert({.subject = {{"CN", "Jan"}}, .serial = "07"}, &ca);
+    Bytes both = leaf.der;
+    both.insert(both.end(), ca.der.begin(), ca.der.end());
+    const auto verify = [&](const Bytes& certs, const CrvVerifyParams* params, CrvVerifyResult** result) {
+        return crvVerifyCertAPI(&ctx, certs.data(), static_cast<long>(certs.size()), params, result);
+    };
+    CrvVerifyResult* result = nullptr;
+    EXPECT_EQ(verify(both, nullptr, &result), ECRV_API_NOT_INITED);
+    create(ctx);
+    bind(ctx);
+    ASSERT_EQ(crvAuthenticateExAPI(&ctx, 0), CRV_OK);
+    ASSERT_EQ(ctx.keyManager.addTrustedCA(crv::makeCert(root.der)), kKmOk);
+    EXPECT_EQ(verify({0x30, 0x00}, nullptr, &result), ECRV_INV_CRT_FMT);
+    EXPECT_EQ(result, nullptr);
+    const char* const wanted[] = {"1.2.3", nullptr};
+    const char* const none[] = {"1..3", nullptr};
+    constexpr long kSize = sizeof(CrvVerifyParams);
+    const struct {
+        CrvVerifyParams params;
+        int code;
+    } rows[] = {{{kSize, 0, 0, nullptr, nullptr, 0, 0, 0}, CRV_OK},
+                {{kSize, 1, 0, nullptr, nullptr, 0, 0, 0}, ECRV_CRTBEFORE},
+                {{kSize, 0, 0, nullptr, wanted, 0, CRVVERIFY_EXPLICIT_POLICY, 0}, ECRV_PATH_VER_ERR},
+                {{kSize, 0, 0, nullptr, nullptr, CRVVERIFY_REVOCATION_REQUIRED, 0, 0}, ECRV_CRL_NOT_FOUND},
+                {{kSize, 0, 0, none, nullptr, 0, 0, 0}, ECRV_API_INV_PAR},
+                {{kSize, 0, 0, nullptr, nullptr, 0, 32, 0}, ECRV_API_INV_PAR},
+                {{kSize, 0, 0, nullptr, nullptr, 3, 0, 0}, ECRV_API_INV_PAR},
+                {{kSize - 8, 0, 0, nullptr, nullptr, 0, 0, 0}, ECRV_API_INV_PAR}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(verify(both, &row.params, &result), row.code) << &row - rows;
+        EXPECT_EQ(crvFreeVerifyResultAPI(&ctx, result), CRV_OK);
+    }
+    ASSERT_EQ(ctx.revocationManager.insert(makeCrl({.entries = {{"07", 1}}, .extensions = {}}, ca)), kCrlInserted);
+    ASSERT_EQ(verify(both, nullptr, &result), ECRV_CRTREV);
+    CrvVerifyInfo info{};
+    info.size = sizeof info;
+    ASSERT_EQ(crvGetVerifyInfoAPI(&ctx, result, &info), CRV_OK);
+    EXPECT_EQ(std::tuple(info.code, std::string(info.clause), info.failed_at, info.steps),
+              std::tuple(ECRV_CRTREV, std::string("6.1.3 (a)(3)"), 0L, 3L));
+    CrvVerifyStep step{};
+    step.size = offsetof(CrvVerifyStep, reason);  // of a program that knows no more
+    EXPECT_EQ(crvGetVerifyStepAPI(&ctx, result, 0, &step), CRV_OK);
+    EXPECT_EQ(step.status, CRVSTATUS_REVOKED);
+    EXPECT_EQ(step.source, nullptr);
+    step.size = sizeof step;
+    EXPECT_EQ(crvGetVerifyStepAPI(&ctx, result, 0, &step), CRV_OK);
+    EXPECT_EQ(std::string(step.subject) + '|' + step.source, "CN=Jan|CN=CA");
+    EXPECT_EQ(step.reason, 1);
+    EXPECT_TRUE(std::ranges::equal(leaf.der, ByteView(step.der, static_cast<size_t>(step.der_len))));
+    EXPECT_EQ(crvGetVerifyStepAPI(&ctx, result, 3, &step), ECRV_API_INV_PAR);
+    EXPECT_EQ(crvFreeVerifyResultAPI(&ctx, result), CRV_OK);
+}
+
 }  // namespace
 }  // namespace crv::test
