@@ -17,6 +17,7 @@ function(crv_program name)
   endif()
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LINK} crv_options)
+  target_compile_definitions(${name} PRIVATE CRV_VERSION="${PROJECT_VERSION}")
 endfunction()
 
 # crv_test(<folder> LINK libraries... [TIMEOUT seconds] [CASES]): GoogleTest program test_<folder> of every .cpp in the

@@ -64,7 +64,7 @@ std::string manualPage() {
     text += section("EXIT STATUS");
     for (const StatusRow& status : statusRows())
         text += ".TP\n" + std::string(status.number) + "\n" + roff(tr(status.meaning)) + "\n";
-    text += section("SEE ALSO") + "crvconfd(1), crvasn(1)\n";
+    text += section("SEE ALSO") + "crvconfd(1), crvasn(1), crvdb(1), crvprofiles.conf(5)\n";
     return text;
 }
 

@@ -49,6 +49,9 @@ const std::vector<FieldRow> kCrlFields{
     {"der", "string", "Octets in Base64"},
 };
 
+const std::vector<FieldRow> kSoundness{
+    {"sound", "boolean", "Sound"}, {"file", "string", "File", true}, {"finding", "string", "Finding", true}};
+
 }  // namespace
 
 std::vector<VerbRow> certVerbs() {
@@ -264,7 +267,55 @@ std::vector<VerbRow> crlVerbs() {
 
 std::vector<VerbRow> dbVerbs() {
     return {
-        {"db", "create", Needs::Profile, Effect::Changes, dbCreate, "make the database of a profile", {}, {}, {}, 0},
+        {"db", "create", Needs::Profile, Effect::Changes, dbCreate, "make the database of a profile"},
+        {"db",
+         "check",
+         Needs::Profile,
+         Effect::Reads,
+         dbCheck,
+         "verify every table, reference and revocation list; status 1 when something is damaged",
+         {},
+         {},
+         kSoundness},
+        {"db",
+         "repair",
+         Needs::Profile,
+         Effect::Changes,
+         dbRepair,
+         "make the tables anew from their data files, then check",
+         {},
+         {},
+         kSoundness},
+        {"db",
+         "stat",
+         Needs::Profile,
+         Effect::Reads,
+         dbStat,
+         "show records, sizes and depths of the tables",
+         {},
+         {},
+         {{"table", "string", "Table", true},
+          {"live", "number", "Live records", true},
+          {"deleted", "number", "Deleted records", true},
+          {"insertions", "number", "Insertions", true},
+          {"dataOctets", "number", "Octets of data", true},
+          {"indexOctets", "number", "Octets of the index", true},
+          {"indexes", "array", "Pages and levels of each index", true},
+          {"sound", "boolean", "Sound", true}}},
+        {"db",
+         "dump",
+         Needs::Profile,
+         Effect::Reads,
+         dbDump,
+         "show every record of a table",
+         {{"TABLE", Choice, "certific|dnfld|ca|addidx|netCertTime"}},
+         {},
+         {{"record", "number", "Record", true},
+          {"live", "boolean", "Live", true},
+          {"length", "number", "Length", true},
+          {"capacity", "number", "Capacity", true},
+          {"keys", "array", "Keys", true},
+          {"body", "string", "Body", true}}},
     };
 }
 

@@ -6,6 +6,7 @@
 #include "crypto/random_bridge.h"
 #include "misc/atomic_write.h"
 #include "misc/whole_file.h"
+#include "ops/database_files.h"
 #include "ops/op_error.h"
 #include "ops/password_rules.h"
 
@@ -167,6 +168,7 @@ void Session::changePassword(const SecretText& password) {
 }
 
 void Session::demandDatabase() {
+    waitForDatabase(profile(), mode_);
     switch (context_->dbManager.isDbCreated()) {
         case DbState::Complete:
             return;

@@ -38,10 +38,10 @@ class Case(unittest.TestCase):
         """The JSON of a run, which is the same in every locale."""
         return json.loads(self.run_it("--json", *words, status=status, **more).stdout)
 
-    def changed(self, *words, **more):
+    def changed(self, *words, dry=0, **more):
         """Does a change: first dry, which must tell the same changes and leave every octet."""
         before = tree(self.home)
-        told = self.answer("--dry-run", *words, **more)["changes"]
+        told = self.answer("--dry-run", *words, status=dry, **more)["changes"]
         self.assertEqual(tree(self.home), before, words)
         done = self.answer(*words, **more)
         self.assertEqual(done["changes"], told)
@@ -223,7 +223,8 @@ class Stores(Case):
             answer = self.read(*words, *self.KEYS, status=status)
             self.assertEqual(answer["command"], " ".join(words[:2]))
         for words, status in ((["cert", "list"], 0), (["cert", "search", "--subject", "KOWALSKI"], 0), (["crl", "list"], 0),
-                              (["cert", "search", "--email", "nobody"], 1), (["crl", "show", "1"], 0), (["crl", "show", "9"], 3)):
+                              (["cert", "search", "--email", "nobody"], 1), (["crl", "show", "1"], 0), (["crl", "show", "9"], 3),
+                              (["db", "check"], 0), (["db", "stat"], 0), (["db", "dump", "certific"], 0)):
             self.assertEqual(self.read(*words, status=status), self.read(*words, status=status, LC_ALL="C", LANGUAGE="pl"))
         self.assertEqual(self.read("policy", "list", *self.KEYS)["result"]["items"][0]["name"], "Polityka firmy")
         self.assertEqual(self.answer("store", "check", "--password-env", "P", status=4, P="Falsz-123")["name"], "ECRV_PASSWORD")
@@ -251,6 +252,10 @@ class Stores(Case):
         self.changed("cert", "import", "moj.crt")
         self.changed("cert", "purge", "--now", "2028-06-01")
         self.assertEqual(self.read("cert", "list")["result"]["count"], 1)
+        pathlib.Path("db/DROGA/ca.idx").unlink()
+        self.assertEqual(self.answer("db", "check", status=1)["result"]["items"][0], {"file": "ca.idx", "finding": "missing"})
+        self.changed("db", "repair", dry=1)
+        self.read("db", "check")
         self.changed("key", "request", "nowe.pem", *self.KEYS)
         subprocess.run(["openssl", "req", "-verify", "-noout", "-in", "nowe.pem"], check=True, capture_output=True)
         new = pathlib.Path("nowe"); new.write_text("Nowe-Haslo7\n"); new.chmod(0o600)

@@ -13,7 +13,7 @@
 
 using namespace crv;
 using namespace crv::test;
-using testing::AllOf, testing::ContainsRegex, testing::HasSubstr, testing::StartsWith;
+using testing::AllOf, testing::ContainsRegex, testing::HasSubstr, testing::Not, testing::StartsWith;
 namespace fs = std::filesystem;
 
 namespace {
@@ -78,6 +78,7 @@ TEST_F(Crvdb, WrongCallsAndPlacesAreNotUsable) {
     }
     EXPECT_FALSE(fs::exists(none));
     EXPECT_THAT(run("--help"), StartsWith("0 usage"));
+    EXPECT_THAT(run("-V"), StartsWith("0 crvdb "));
 }
 
 TEST_F(Crvdb, DamageIsNamedAndRepaired) {
@@ -126,6 +127,12 @@ TEST_F(Crvdb, DamageIsNamedAndRepaired) {
         EXPECT_EQ(run("check " + path), before) << "a check changes nothing";
         EXPECT_THAT(run("repair " + path), StartsWith(row.repaired ? "0" : "1"));
     }
+}
+
+TEST_F(Crvdb, ManyFaultsOfOneKindAreCounted) {
+    for (int i = 100; i < 125; ++i) test::writeFile(file(std::to_string(i) + ".crl"), "foreign");
+    EXPECT_THAT(run("check " + path), AllOf(HasSubstr("119.crl: has no tag\n"), Not(HasSubstr("120.crl")),
+                                            HasSubstr(".crl: and 5 more: not in the index\n")));
 }
 
 TEST_F(Crvdb, CertificateWithoutItsIdentifiersIsNamed) {

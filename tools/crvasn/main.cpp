@@ -21,10 +21,13 @@ constexpr char kUsage[] =
     "Prints DER, BER, PEM or Base64: what structure it is, and an indented tree of offset, length, type, value.\n"
     "  -s         do not look inside OCTET STRING and BIT STRING values\n"
     "  -w octets  show at most so many octets of a value (64)\n"
+    "  -h, --help  -V, --version\n"
     "Without a file, or for \"-\", reads the standard input.\n";
+constexpr char kVersion[] = "crvasn " CRV_VERSION "\n";
 
 struct Arguments {
     TreeOptions options;
+    const char* said = nullptr;  ///< what was asked for instead of a tree
     std::vector<std::string> files;
 };
 
@@ -38,6 +41,10 @@ bool parse(int argc, char** argv, Arguments& arguments) {
             const long shown = std::strtol(argv[++i], &end, 10);
             if (end == argv[i] || *end != '\0' || shown < 0) return false;
             arguments.options.shownOctets = static_cast<size_t>(shown);
+        } else if (argument == "-h" || argument == "--help") {
+            arguments.said = kUsage;
+        } else if (argument == "-V" || argument == "--version") {
+            arguments.said = kVersion;
         } else if (argument.size() > 1 && argument[0] == '-') {
             return false;
         } else {
@@ -98,6 +105,7 @@ int run(int argc, char** argv) {
         std::fputs(kUsage, stderr);
         return 2;
     }
+    if (arguments.said) arguments.files.clear(), std::fputs(arguments.said, stdout);
     int status = 0;
     for (const std::string& name : arguments.files) {
         if (arguments.files.size() > 1) std::printf("## %s\n", name.c_str());

@@ -1,4 +1,4 @@
-#include "directory.h"
+#include "ops/database_files.h"
 
 #include <algorithm>
 #include <array>
@@ -12,20 +12,19 @@
 #include "db_sql/crt_maintenance.h"
 #include "db_sql/crt_table_set.h"
 #include "db_sql/dangling_records.h"
-#include "db_sql/db_crl_files.h"
+#include "db_sql/db_connection.h"
 #include "db_sql/no_oop.h"
-#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/hex.h"
 #include "misc/whole_file.h"
+#include "ops/op_error.h"
+#include "profiles/crv_profile.h"
 
-using namespace crv;
-
-namespace crvdb {
+namespace crv {
 
 namespace {
 
-std::string printable(std::string_view text) {
+std::string escaped(std::string_view text) {
     std::string out;
     for (const char c : text) {
         if (c >= 0x20 && c < 0x7F && c != '\\') {
@@ -59,33 +58,62 @@ bool hasOwnKeys(const DataScan& scan) {
 
 }  // namespace
 
-void Findings::add(const std::string& where, const std::string& what, Status status) {
-    // A table that is damaged throughout has as many faults of one kind as records.
-    const size_t seen = ++kinds_[where + what.substr(0, what.rfind(" at "))];
-    if (seen <= kMaxProblems) *out_ << where << ": " << (seen < kMaxProblems ? what : "... and more") << "\n";
-    status_ = std::max(status_, status);
+/// What is wrong, told while it is found. A table that is damaged throughout has as many faults of one kind as records.
+class DbFindings {
+  public:
+    explicit DbFindings(const DbTell& tell) : tell_(tell) {}
+
+    void add(const std::string& where, const std::string& what) {
+        const std::string place = where.ends_with(kCrlExtension) ? std::string(kCrlExtension) : where;
+        if (++kinds_[{place, what.substr(0, what.rfind(" at "))}] <= kMaxProblems) tell_(where, what);
+    }
+
+    /// Tells how many were not told; true when there was nothing to tell.
+    bool finish() {
+        for (const auto& [kind, seen] : kinds_)
+            if (seen > kMaxProblems)
+                tell_(kind.first, "and " + std::to_string(seen - kMaxProblems) + " more: " + kind.second);
+        return kinds_.empty();
+    }
+
+  private:
+    const DbTell& tell_;
+    std::map<std::pair<std::string, std::string>, size_t> kinds_;
+};
+
+std::string databaseDirectory(const CrvProfile& profile) {
+    if (connFactory(profile.dbConfig()).dbType != kDbKindFile) throw OpError(OpFault::WrongKind, profile.name());
+    return profile.dbConfig().db;
 }
 
-Directory::Directory(const std::string& path) {
-    db_.connect(path);
-    if (db_.getFilesCount() < 0) throw StoreError(StoreCause::NotOpened, "cannot be reached: " + path);
-    if (db_.getFilesCount() == 0) throw StoreError(StoreCause::NotFound, "no database: " + path);
+void waitForDatabase(const CrvProfile& profile, const OpMode& mode) {
+    std::string directory;
+    if (connFactory(profile.dbConfig()).dbType != kDbKindFile) return;
+    if (buildDBDirectory(profile.dbConfig().db, directory))
+        const TimedLock lock(directory + std::string(kLockFileName), OpMode{true, mode.waitSeconds});
+}
+
+DatabaseFiles::DatabaseFiles(const std::string& directory, const OpMode& mode) {
+    db_.connect(directory);
+    if (db_.getFilesCount() < 0) throw OpError(OpFault::DatabaseFailed, directory);
+    if (db_.getFilesCount() == 0) throw OpError(OpFault::DatabaseMissing, directory);
+    lock_ = std::make_unique<TimedLock>(db_.createSemaforeName(), OpMode{true, mode.waitSeconds});
     if (!fileExists(db_.createSemaforeName())) return;
     DbLock probe(db_.createSemaforeName());
     cutOff_ = probe.acquire(kSharedLock) == DbLock::Result::NeedsMending;
-    lock_ = std::make_unique<FileSemaphore>(db_.createSemaforeName());
-    if (lock_->p(kSharedLock) == 0) throw StoreError(StoreCause::NotLocked, "cannot be locked: " + path);
 }
 
-void Directory::check(Findings& findings) {
+bool DatabaseFiles::check(const DbTell& tell) {
+    DbFindings findings(tell);
     if (cutOff_) findings.add(std::string(kLockFileName), "a change was cut off; the next opening mends it");
     checkFiles(findings);
     checkTables(findings);
     checkReferences(findings);
     checkCrls(findings);
+    return findings.finish();
 }
 
-void Directory::checkFiles(Findings& findings) const {
+void DatabaseFiles::checkFiles(DbFindings& findings) const {
     for (const std::string_view name : DbCrv::m_dbFileNames) {
         if (!fileExists(db_.pathOf(name))) findings.add(std::string(name), "missing");
     }
@@ -94,8 +122,9 @@ void Directory::checkFiles(Findings& findings) const {
     }
 }
 
-void Directory::checkTables(Findings& findings) const {
+void DatabaseFiles::checkTables(DbFindings& findings) const {
     for (const TableLayout* layout : kAllTables) {
+        stopIfEnding();
         const std::string name = db_.pathOf(layout->file);
         if (layout == &netCertTimeTb && !fileExists(name + kDataExtension)) continue;
         const TableReport report = checkTable(name);
@@ -108,7 +137,7 @@ void Directory::checkTables(Findings& findings) const {
     }
 }
 
-void Directory::checkReferences(Findings& findings) const {
+void DatabaseFiles::checkReferences(DbFindings& findings) const {
     DanglingRecords dangling(db_.directory());
     for (const TableLayout* layout : kSideTables) {
         std::vector<int64_t> records;
@@ -121,12 +150,13 @@ void Directory::checkReferences(Findings& findings) const {
     checkSides(findings);
 }
 
-void Directory::checkCertificates(Findings& findings) const {
+void DatabaseFiles::checkCertificates(DbFindings& findings) const {
     const auto named = namedCertificates(db_.pathOf(addIdxTb.file) + kDataExtension);
     DataFile data;
     if (data.open(db_.pathOf(crtTb.file) + kDataExtension) != kDbOk) return;
     DataScan scan(data);
     while (scan.next() == DataScan::Result::Record) {
+        stopIfEnding();
         if (scan.deleted()) continue;
         const std::string at = " at " + std::to_string(scan.recNo());
         const auto hash = named.find(scan.recNo());
@@ -140,7 +170,7 @@ void Directory::checkCertificates(Findings& findings) const {
     }
 }
 
-void Directory::checkSides(Findings& findings) const {
+void DatabaseFiles::checkSides(DbFindings& findings) const {
     DataFile certificates;
     if (certificates.open(db_.pathOf(crtTb.file) + kDataExtension) != kDbOk) return;
     SideJudge judge(certificates);
@@ -156,7 +186,29 @@ void Directory::checkSides(Findings& findings) const {
     }
 }
 
-void Directory::checkCrls(Findings& findings) const {
+namespace {
+
+void checkCrlRows(const CrlFileGuard& crls, const CrlIndex& index, DbFindings& findings) {
+    const std::vector<long> numbers = crls.numbers();
+    const auto nameOf = [](long n) { return std::to_string(n) + std::string(kCrlExtension); };
+    for (const CrlIndexEntry& row : index) {
+        const long n = row.fileNumber();
+        if (!std::ranges::binary_search(numbers, n)) {
+            findings.add(nameOf(n), "missing");
+        } else if (!std::ranges::equal(hashOf(KcHashAlgo::Sha256, crls.readCrl(n)), row.sha256.value())) {
+            findings.add(nameOf(n), "not the CRL that the index names");
+        }
+    }
+    for (const long n : numbers) {
+        if (std::ranges::find(index, n, &CrlIndexEntry::fileNumber) == index.end()) {
+            findings.add(nameOf(n), "not in the index");
+        }
+    }
+}
+
+}  // namespace
+
+void DatabaseFiles::checkCrls(DbFindings& findings) const {
     const CrlFileGuard crls(db_.directory());
     CrlIndex index;
     if (fileExists(db_.pathOf(kCrlIndexFileName)) && crls.checkIndex() == 1) {
@@ -178,54 +230,28 @@ void Directory::checkCrls(Findings& findings) const {
     }
 }
 
-void Directory::checkCrlRows(const CrlFileGuard& crls, const CrlIndex& index, Findings& findings) {
-    const std::vector<long> numbers = crls.numbers();
-    const auto nameOf = [](long n) { return std::to_string(n) + std::string(kCrlExtension); };
-    for (const CrlIndexEntry& row : index) {
-        const long n = row.fileNumber();
-        if (!std::ranges::binary_search(numbers, n)) {
-            findings.add(nameOf(n), "missing");
-        } else if (!std::ranges::equal(hashOf(KcHashAlgo::Sha256, crls.readCrl(n)), row.sha256.value())) {
-            findings.add(nameOf(n), "not the CRL that the index names");
-        }
-    }
-    for (const long n : numbers) {
-        if (std::ranges::find(index, n, &CrlIndexEntry::fileNumber) == index.end()) {
-            findings.add(nameOf(n), "not in the index");
-        }
-    }
-}
-
-void Directory::stat(std::ostream& out) {
+void DatabaseFiles::figures(const std::function<void(const std::string&, const TableReport&)>& visit) {
     for (const TableLayout* layout : kAllTables) {
+        stopIfEnding();
         const std::string name = db_.pathOf(layout->file);
-        if (!fileExists(name + kDataExtension)) continue;
-        const TableReport report = checkTable(name);
-        out << layout->file << ": " << report.live << " live, " << report.deleted << " deleted, " << report.insertions
-            << " insertions, data " << report.dataOctets << " octets, index " << report.indexOctets << " octets\n";
-        for (size_t i = 0; i < report.pages.size(); ++i) {
-            out << "  index " << i << ": " << report.pages[i] << " pages, " << report.depths[i] << " levels\n";
-        }
-        if (!report.problems.empty()) out << "  damaged\n";
+        if (fileExists(name + kDataExtension)) visit(std::string(layout->file), checkTable(name));
     }
 }
 
-void Directory::dump(const std::string& table, std::ostream& out) {
-    const bool known =
-        std::any_of(kAllTables.begin(), kAllTables.end(), [&](const TableLayout* l) { return l->file == table; });
+void DatabaseFiles::records(const std::string& table, const std::function<void(const DbRecordView&)>& visit) {
+    const bool known = std::ranges::any_of(kAllTables, [&](const TableLayout* l) { return l->file == table; });
     DataFile data;
-    if (!known || data.open(db_.pathOf(table) + kDataExtension) != kDbOk)
-        throw StoreError(StoreCause::NotFound, "no table: " + table);
+    if (!known || data.open(db_.pathOf(table) + kDataExtension) != kDbOk) throw OpError(OpFault::ObjectMissing, table);
     DataScan scan(data);
     DataScan::Result result{};
     while ((result = scan.next()) == DataScan::Result::Record) {
-        out << recNoEncode(scan.recNo()) << (scan.deleted() ? " deleted" : " live") << " length " << scan.head().length
-            << " of " << scan.head().capacity << "\n";
-        for (int i = 0; i < data.numIndexes(); ++i) out << "  key " << i << ": " << printable(scan.key(i)) << "\n";
-        if (scan.head().length != 0) out << "  body: " << toHex(scan.body()) << "\n";
+        stopIfEnding();
+        DbRecordView view{scan.recNo(), !scan.deleted(), scan.head().length, scan.head().capacity, {}, scan.body()};
+        for (int i = 0; i < data.numIndexes(); ++i) view.keys.push_back(escaped(scan.key(i)));
+        visit(view);
     }
     if (result != DataScan::Result::End)
-        throw StoreError(StoreCause::Damaged, "damaged at " + std::to_string(scan.recNo()));
+        throw OpError(OpFault::DatabaseFailed, table + " at " + std::to_string(scan.recNo()));
 }
 
-}  // namespace crvdb
+}  // namespace crv

@@ -1,4 +1,5 @@
-// crvdb repair: rebuilds what is damaged in a database and says what was lost.
+#include "ops/database_files.h"
+
 #include <string>
 #include <vector>
 
@@ -8,24 +9,23 @@
 #include "db_sql/crt_keys.h"
 #include "db_sql/crt_maintenance.h"
 #include "db_sql/crt_table_set.h"
-#include "db_sql/db_crl_files.h"
-#include "directory.h"
-#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/whole_file.h"
+#include "ops/op_error.h"
 
-using namespace crv;
-
-namespace crvdb {
+namespace crv {
 
 namespace {
 
 class Repair {
   public:
-    Repair(const std::string& path, std::ostream& out) : out_(&out) { db_.connect(path); }
+    Repair(const std::string& directory, const OpMode& mode, const DbTell& tell) : mode_(mode), tell_(tell) {
+        db_.connect(directory);
+        if (db_.getFilesCount() <= 0) throw OpError(OpFault::DatabaseMissing, directory);
+    }
 
     bool run() {
-        if (db_.getFilesCount() <= 0) throw StoreError(StoreCause::NotFound, "no database: " + db_.directory());
+        const TimedLock lock(db_.createSemaforeName(), mode_);
         // A swap cut off is finished first; everything else is what the repair does anyway.
         db_.lock().setMender([this](DbMark mark, const std::vector<std::string>& names) {
             return mark != DbMark::Swapping || db_.mend(mark, names);
@@ -43,16 +43,23 @@ class Repair {
     }
 
   private:
-    void say(std::string_view where, const std::string& what) { *out_ << where << ": " << what << "\n"; }
+    void say(std::string_view where, const std::string& what) { tell_(std::string(where), what); }
 
     void fail(std::string_view where, const std::string& what) {
         say(where, what);
         ok_ = false;
     }
 
+    /// A repair that is stopped leaves its mark, so the next opening goes on.
+    void stopIfAsked() {
+        if (processEnding()) db_.lock().spoil();
+        stopIfEnding();
+    }
+
     void repairTables() {
         std::vector<std::string> remade;
         for (const TableLayout* layout : kAllTables) {
+            stopIfAsked();
             if (layout == &netCertTimeTb && !fileExists(db_.pathOf(layout->file) + kDataExtension)) continue;
             if (remake(*layout)) remade.emplace_back(layout->file);
         }
@@ -127,7 +134,10 @@ class Repair {
     }
 
     void repairFiles() {
-        for (const std::string& note : CrlFileGuard(db_.directory()).mend()) *out_ << note << "\n";
+        for (const std::string& note : CrlFileGuard(db_.directory()).mend()) {
+            const size_t end = note.find(": ");
+            say(note.substr(0, end), note.substr(end + 2));
+        }
         if (!fileExists(db_.pathOf(kImportsFileName))) replace(kImportsFileName, {});
         if (db_.stateOfFiles() != DbState::Complete) replace(kVersionFileName, kVersionText);
     }
@@ -149,14 +159,17 @@ class Repair {
     }
 
     DbCrv db_;
-    std::ostream* out_;
+    OpMode mode_;
+    const DbTell& tell_;
     bool ok_ = true;
 };
 
 }  // namespace
 
-bool repair(const std::string& path, std::ostream& out) {
-    return Repair(path, out).run();
+bool repairDatabase(const std::string& directory, const OpMode& mode, const DbTell& tell) {
+    const bool repaired = mode.dryRun || Repair(directory, mode, tell).run();
+    const bool sound = DatabaseFiles(directory, mode).check(tell);
+    return repaired && sound;
 }
 
-}  // namespace crvdb
+}  // namespace crv

@@ -1,4 +1,4 @@
-// Verbs on revocation lists and on the database as a whole.
+// Verbs on revocation lists.
 #include <ctime>
 
 #include "api/error_table.h"
@@ -120,16 +120,6 @@ void crlExport(Run& run) {
     readStoredCrl(session, run.call.operand(0), crl);
     exportFile(targetOf(run, run.call.operand(1)), session.profile(), crl.der);
     run.out.change("write", "crl", run.call.operand(1));
-}
-
-void dbCreate(Run& run) {
-    Session session(run.profile(), run.mode);
-    DbManager& database = session.context().dbManager;
-    const DbState state = database.isDbCreated();
-    if (state == DbState::Complete) throw OpError(OpFault::DatabaseExists, session.profile().dbConfig().db);
-    if (state != DbState::Missing) session.failDatabase();
-    run.out.change("add", "database", session.profile().dbConfig().db);
-    if (!run.mode.dryRun && !database.createDb()) session.failDatabase();
 }
 
 }  // namespace crv::ctl
