@@ -46,7 +46,7 @@ bool isSecret(std::string_view name) {
 
 /// The options that may stand anywhere before the verb is known, too.
 std::vector<OptionRow> allowed(const VerbRow* verb) {
-    return verb ? optionsOf(*verb) : globalOptions();
+    return verb ? optionsOf(*verb) : earlyOptions();
 }
 
 class Reader {
@@ -72,12 +72,13 @@ class Reader {
     /// The words are found first, so that the options before them are known.
     void chooseVerb() {
         std::vector<std::string> words;
+        const auto options = earlyOptions();
         for (size_t i = 0; i < arguments_.size() && words.size() < 2; ++i) {
             const std::string& argument = arguments_[i];
             if (argument == "--") break;
             if (!argument.starts_with('-')) {
                 words.push_back(argument);
-            } else if (const OptionRow* known = find(argument.substr(0, argument.find('=')), globalOptions());
+            } else if (const OptionRow* known = find(argument.substr(0, argument.find('=')), options);
                        known && known->kind != ValueKind::Flag && argument.find('=') == std::string::npos) {
                 ++i;
             }

@@ -149,8 +149,15 @@ std::string Output::labelOf(const std::string& key, bool item) const {
     return key;
 }
 
+void Output::printField(const std::string& key, const Value& value) {
+    const auto* list = std::get_if<Values>(&value.held);
+    const bool ofObjects = list && !list->empty() && std::holds_alternative<Fields>(list->front().held);
+    print(forTerminal(labelOf(key, false) + ": " + (ofObjects ? "" : textOf(value))) + "\n");
+    for (size_t i = 0; ofObjects && i < list->size(); ++i) print(forTerminal("  " + textOf((*list)[i])) + "\n");
+}
+
 void Output::printText() {
-    for (const auto& [key, value] : result_) print(forTerminal(labelOf(key, false) + ": " + textOf(value)) + "\n");
+    for (const auto& [key, value] : result_) printField(key, value);
     std::string told;
     for (const Value& change : changes_) {
         const auto& fields = std::get<Fields>(change.held);

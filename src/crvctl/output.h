@@ -47,6 +47,7 @@ class Output {
     void print(const std::string& text);
     void flush();
     [[nodiscard]] std::string labelOf(const std::string& key, bool item) const;
+    void printField(const std::string& key, const Value& value);
     void printText();
     void printSummary(bool ok, int code, const std::string& fault, const std::string& message);
 

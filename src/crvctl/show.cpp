@@ -74,8 +74,8 @@ Values namesOf(const DistinguishedName& name) {
 Fields certFields(const SignedCertificate& certificate, bool der) {
     Values emails;
     for (const std::string& email : certificate.emails()) emails.emplace_back(email);
-    Fields fields{{"subject", certificate.subject().text()},
-                  {"issuer", certificate.issuer().text()},
+    Fields fields{{"subject", certificate.subject().rfc4514()},
+                  {"issuer", certificate.issuer().rfc4514()},
                   {"serial", hexOf(certificate.serialNumber().contents())},
                   {"notBefore", timeOf(certificate.tbs.validity.notBefore)},
                   {"notAfter", timeOf(certificate.tbs.validity.notAfter)},

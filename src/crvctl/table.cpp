@@ -83,6 +83,12 @@ const VerbRow* findVerb(std::string_view group, std::string_view verb) {
     return nullptr;
 }
 
+std::vector<OptionRow> earlyOptions() {
+    VerbRow any{};
+    any.secrets = ~0U;
+    return optionsOf(any);
+}
+
 const std::vector<OptionRow>& globalOptions() {
     static const std::vector<OptionRow> all{
         {"profile", Profile, "NAME", "the profile to work on (else CRV_PROFILE)", 'p'},
@@ -94,7 +100,7 @@ const std::vector<OptionRow>& globalOptions() {
         {"json", Flag, nullptr, "answer with one JSON object"},
         {"json-lines", Flag, nullptr, "answer with a JSON object a line: the items, then the summary"},
         {"dry-run", Flag, nullptr, "do everything but the write, and tell what would change"},
-        {"wait", Number, "SECONDS", "how long to wait for another program's lock (30)"},
+        {"wait", Number, "SECONDS", "how many whole seconds to wait for another program's lock (30)"},
         {"yes", Flag, nullptr, "answer every question with yes", 'y'},
         {"non-interactive", Flag, nullptr, "ask nothing on the terminal"},
         {"lang", Choice, "pl|en", "language of the texts (else the locale's)"},

@@ -81,6 +81,8 @@ const std::vector<OptionRow>& globalOptions();
 const std::vector<const char*>& secretKinds();
 /// The options of a verb: its own, those of its secrets, the global ones.
 std::vector<OptionRow> optionsOf(const VerbRow& verb);
+/// Options that may stand before the verb: those of all secrets and the global ones.
+std::vector<OptionRow> earlyOptions();
 /// The words of a choice.
 std::vector<std::string> choices(const char* value);
 

@@ -30,6 +30,8 @@ const std::vector<OptionRow> kServerOptions{
     {"user", Text, "NAME", "user to log in as"},
     {"period", Number, "SECONDS", "how often a CRL is fetched; 0 is when needed"},
     {"system-login", Choice, "yes|no", "log in with the system's own credentials"},
+    {"ca", File, "FILE", "the server belongs to the authority of this certificate"},
+    {"any-ca", Flag, nullptr, "the server belongs to any authority"},
 };
 
 const std::vector<FieldRow> kProfileItem{

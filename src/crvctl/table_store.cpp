@@ -11,7 +11,7 @@ const std::vector<OptionRow> kRequestOptions{
     {"use", Choice, "sign|decrypt|both", "what the key is for (sign)"},
     {"sign-algo", Choice, "sha1|sha224|sha256|sha384|sha512|sha3-256|sha3-384|sha3-512",
      "hash of the request's signature (sha256)"},
-    {"subject", Text, "DN", "name in the request (that of the certificate, else the profile's)"},
+    {"subject", Text, "DN", "name in the request, its last part first (that of the certificate, else the profile's)"},
     {"pem", Flag, nullptr, "write the request as PEM (the default)"},
     {"der", Flag, nullptr, "write the request as DER"},
     kForce,

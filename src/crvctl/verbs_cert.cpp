@@ -9,6 +9,7 @@
 #include "crvctl/verbs.h"
 #include "misc/hex.h"
 #include "misc/path.h"
+#include "ops/path_advice.h"
 
 namespace crv::ctl {
 namespace {
@@ -78,6 +79,61 @@ PathOptions pathOptions(const Call& call) {
     if (usage == "sign") options.keyUsage = 1U << KeyUsage::kDigitalSignature;
     if (usage == "decrypt") options.keyUsage = 1U << KeyUsage::kKeyEncipherment;
     return options;
+}
+
+std::string codeName(int code) {
+    const ErrorRow* row = findErrorRow(code);
+    return row ? row->name : std::to_string(code);
+}
+
+std::string rfc4514(const std::string& text) {
+    const auto name = DistinguishedName::fromText(text);
+    return name ? name->rfc4514() : text;
+}
+
+/// A certificate of a path with its own verdict.
+Fields stepFields(const PathStep& step, bool der) {
+    static constexpr const char* kStates[] = {"good", "revoked", "unknown", "unusable"};
+    const CrtStatus& status = step.status;
+    const bool byCrl = status.source.thisUpdate != 0;
+    Fields fields = certFields(*step.certificate, der);
+    fields.insert(
+        fields.end(),
+        {{"status", step.asked ? kStates[static_cast<size_t>(status.state)] : "not-asked"},
+         {"statusReason", status.state == CrtStatus::State::Revoked ? crlReasonName(status.reason) : status.text},
+         {"revokedAt", status.revokedAt != 0 ? timeOf(status.revokedAt) : Value()},
+         {"crlIssuer", rfc4514(status.source.issuer)},
+         {"crlNumber", status.source.number},
+         {"deltaNumber", status.source.delta},
+         {"crlIssued", byCrl ? timeOf(status.source.thisUpdate) : Value()},
+         {"crlAge", byCrl ? Value(status.source.age) : Value()},
+         {"algorithm", step.algorithm},
+         {"weakness", step.weakness}});
+    return fields;
+}
+
+/// A path that was tried and what became of it.
+Fields candidateFields(const PathVerdict& tried) {
+    Values names;
+    for (const CertPtr& one : tried.certs) names.emplace_back(one->subject().rfc4514());
+    const PathAdvice advice = adviceOn(tried);
+    return {{"path", std::move(names)},
+            {"verdict", codeName(tried.code)},
+            {"failedAt", tried.good() ? Value() : Value(tried.failedAt)},
+            {"clause", tried.clause},
+            {"reason", tried.reason},
+            {"mend", advice.command},
+            {"mendAbout", advice.about}};
+}
+
+/// Collects every path once, in the order of trial.
+std::function<void(const PathVerdict&)> collectIn(std::vector<PathVerdict>& tried) {
+    return [&tried](const PathVerdict& verdict) {
+        const auto same = [&](const PathVerdict& one) {
+            return one.certs == verdict.certs && one.code == verdict.code && one.failedAt == verdict.failedAt;
+        };
+        if (std::ranges::none_of(tried, same)) tried.push_back(verdict);
+    };
 }
 
 }  // namespace
@@ -164,7 +220,7 @@ void certDelete(Run& run) {
     if (selector.empty()) throw CallError("missing", "--sha256, --serial, --subject, --email");
     Session session = openDatabase(run);
     const CertPtr certificate = findOne(session, selector);
-    run.confirm("Delete the certificate from the database?", certificate->subject().text());
+    run.confirm("Delete the certificate from the database?", certificate->subject().rfc4514());
     run.out.change("remove", "certificate", nameOf(*certificate));
     if (run.mode.dryRun) return;
     int64_t id = 0;
@@ -197,7 +253,9 @@ void certPurge(Run& run) {
 }
 
 void certVerify(Run& run) {
-    const PathOptions options = pathOptions(run.call);
+    PathOptions options = pathOptions(run.call);
+    std::vector<PathVerdict> tried;
+    if (run.call.has("explain")) options.onPath = collectIn(tried);
     Session session = openReading(run);
     session.demandDatabase();
     CertPtr certificate;
@@ -213,12 +271,17 @@ void certVerify(Run& run) {
         certificate = findOne(session, selector);
     }
     const auto verdict = session.context().certificateManager.buildPath(certificate, options, extra);
-    const ErrorRow* row = findErrorRow(verdict.code);
     run.out.field("good", verdict.good());
-    run.out.field("verdict", row ? row->name : std::to_string(verdict.code));
+    run.out.field("verdict", codeName(verdict.code));
     run.out.field("reason", verdict.reason);
+    run.out.field("clause", verdict.clause);
     run.out.field("at", timeOf(options.time));
-    for (const CertPtr& step : verdict.certs) run.out.item(certFields(*step, run.call.has("der")));
+    if (run.call.has("explain")) {
+        Values candidates;
+        for (const PathVerdict& one : tried) candidates.emplace_back(candidateFields(one));
+        run.out.field("candidates", std::move(candidates));
+    }
+    for (const PathStep& step : verdict.steps) run.out.item(stepFields(step, run.call.has("der")));
     if (!verdict.good()) run.out.no(verdict.code);
 }
 
@@ -238,7 +301,7 @@ void trustAdd(Run& run) {
     if (!session.keys().signingKey() || !session.keys().signingCertificate())
         throw OpError(OpFault::NoSigningCertificate, session.profile().name());
     if (!list.front()->isValidAt(std::time(nullptr)))
-        run.confirm("The certificate is not valid now. Trust it?", list.front()->subject().text());
+        run.confirm("The certificate is not valid now. Trust it?", list.front()->subject().rfc4514());
     demandKeys(session.keys().addTrustedCA(list.front()));
     session.save();
     run.out.change("add", "trust", nameOf(*list.front()));
@@ -248,7 +311,7 @@ void trustRemove(Run& run) {
     Session session = openChanging(run);
     const TrustPoint point = chosenTrustPoint(run, session);
     if (point.flag != TrustPointFlag::User) demandKeys(kKmNotOnThisMedium);
-    run.confirm("Trust this authority no longer?", point.certificate->subject().text());
+    run.confirm("Trust this authority no longer?", point.certificate->subject().rfc4514());
     demandKeys(session.keys().delTrustedCA(point.certificate, static_cast<int>(TrustPointFlag::User)));
     session.save();
     run.out.change("remove", "trust", nameOf(*point.certificate));

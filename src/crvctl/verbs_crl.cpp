@@ -39,7 +39,7 @@ Value decimal(const std::optional<ASNinteger>& number) {
 }
 
 Fields crlFields(const ReadCrl& crl, bool der) {
-    Fields fields{{"issuer", crl.list.issuer().text()},          {"number", decimal(crl.list.crlNumber())},
+    Fields fields{{"issuer", crl.list.issuer().rfc4514()},       {"number", decimal(crl.list.crlNumber())},
                   {"base", decimal(crl.list.baseCrlNumber())},   {"thisUpdate", timeOf(crl.list.thisUpdate())},
                   {"nextUpdate", timeOf(crl.list.nextUpdate())}, {"revoked", crl.list.entryCount()},
                   {"issuerNames", namesOf(crl.list.issuer())}};
@@ -55,7 +55,7 @@ void crlList(Run& run) {
     if (!session.context().dbManager.getCrlIndex(index)) session.failDatabase();
     for (const CrlIndexEntry& entry : index) {
         run.out.item({{"file", entry.fileNumber()},
-                      {"issuer", entry.issuer.text()},
+                      {"issuer", entry.issuer.rfc4514()},
                       {"number", entry.crlNumber ? Value(entry.crlNumber->decimal()) : Value()},
                       {"base", entry.baseCrlNumber ? Value(entry.baseCrlNumber->decimal()) : Value()},
                       {"thisUpdate", timeOf(entry.thisUpdate)},
@@ -87,13 +87,13 @@ void crlImport(Run& run) {
         run.confirm("The list does not verify. Store it all the same?", row ? row->name : std::to_string(code));
         run.out.warn("the list does not verify", row ? row->name : std::to_string(code));
     }
-    run.out.change("import", "crl", crl.list.issuer().text());
+    run.out.change("import", "crl", crl.list.issuer().rfc4514());
     if (run.mode.dryRun) return;
     switch (session.context().revocationManager.insert(crl.der)) {
         case kCrlInserted:
             return;
         case kCrlOlder:
-            throw OpError(OpFault::ObjectExists, crl.list.issuer().text());
+            throw OpError(OpFault::ObjectExists, crl.list.issuer().rfc4514());
         default:
             session.failDatabase();
     }

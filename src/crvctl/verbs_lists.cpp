@@ -3,10 +3,11 @@
 #include <cstdlib>
 
 #include "asn/asn_object_id.h"
-#include "asn/x509/distinguished_name.h"
+#include "asn/x509/signed_certificate.h"
 #include "crvctl/secrets.h"
 #include "crvctl/verbs.h"
 #include "misc/hex.h"
+#include "ops/certificates.h"
 
 namespace crv::ctl {
 namespace {
@@ -32,13 +33,26 @@ long numberOf(const std::string& text) {
     return std::strtol(text.c_str(), nullptr, 10);
 }
 
+std::string authorityOf(const SrvParams& server) {
+    DistinguishedName name;
+    return name.readExactly(server.caDn, ASN_FLAG_CONST) ? name.rfc4514() : server.caDnUtf8;
+}
+
+void setAuthority(const std::string& file, SrvParams& server) {
+    const CertPtr certificate = certsOfFile(file).front();
+    if (!certificate->isCaCrt()) throw OpError(OpFault::BadValue, file);
+    server.caDn.clear();
+    if (!certificate->subject().writeToVector(server.caDn)) throw OpError(OpFault::BadFile, file);
+    server.caDnUtf8 = certificate->subject().text();
+}
+
 Fields fieldsOf(const SrvParams& server) {
     const auto* protocol = std::ranges::find(kProtocols, server.type, &Word::value);
     return {{"name", server.name},           {"type", protocol == std::end(kProtocols) ? "?" : protocol->name},
             {"address", server.addr},        {"port", server.port},
             {"path", server.path},           {"use", usesOf(server.usage)},
             {"user", server.user},           {"period", server.periodSeconds},
-            {"systemLogin", server.winAuth}, {"ca", server.caDnUtf8}};
+            {"systemLogin", server.winAuth}, {"ca", authorityOf(server)}};
 }
 
 /// Takes what the call names over into the server.
@@ -52,6 +66,11 @@ void apply(const Call& call, SrvParams& server) {
     if (const auto port = call.value("port")) server.port = numberOf(*port);
     if (const auto period = call.value("period")) server.periodSeconds = numberOf(*period);
     if (const auto login = call.value("system-login")) server.winAuth = *login == "yes";
+    if (call.has("any-ca")) {
+        server.caDn.clear();
+        server.caDnUtf8.clear();
+    }
+    if (const auto file = call.value("ca")) setAuthority(*file, server);
     if (const auto type = call.value("type")) {
         server.type = std::ranges::find(kProtocols, *type, [](const Word& w) { return std::string(w.name); })->value;
     }

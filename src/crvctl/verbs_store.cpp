@@ -78,8 +78,9 @@ KeyPlan planOf(const Call& call, KeyScheme standard) {
     if (const auto hash = call.value("sign-algo")) plan.request.hash = rowOf(kHashes, *hash).hash;
     plan.request.format = call.has("der") ? RequestFormat::Der : RequestFormat::Pem;
     if (const auto subject = call.value("subject")) {
-        plan.subject = DistinguishedName::fromText(*subject);
-        if (!plan.subject) throw OpError(OpFault::BadValue, *subject);
+        const auto name = DistinguishedName::fromText(*subject);
+        if (!name) throw OpError(OpFault::BadValue, *subject);
+        plan.subject = name->reversed();
     }
     if (!isHashSupported(plan.scheme, plan.request.hash)) demandKeys(kKmHashNotSupported);
     return plan;
@@ -201,7 +202,7 @@ void keyList(Run& run) {
                       {"algorithm", signAlgoName(key.scheme(), KcHashAlgo::None)},
                       {"bits", static_cast<long>(key.bits())},
                       {"keyId", hexOf(key.keyId())},
-                      {"subject", certificate ? Value(certificate->subject().text()) : Value()},
+                      {"subject", certificate ? Value(certificate->subject().rfc4514()) : Value()},
                       {"notAfter", certificate ? timeOf(certificate->tbs.validity.notAfter) : Value()}};
         run.out.item(std::move(fields));
     }

@@ -28,6 +28,18 @@ struct PathBuilder::Search {
     std::map<Bytes, FactsList> bySubject{};  // every certificate that may stand on a path
     std::map<Bytes, size_t> distance{};      // from a name to the nearest trust point
 
+    void tell(const PathVerdict& tried) const {
+        if (options.onPath) options.onPath(tried);
+    }
+    void tell(const FactsPtr& next, const PathFault& fault, size_t failedAt) const {
+        if (options.onPath) tell(verdictOn(through(next), fault, failedAt));
+    }
+    /// The path and one certificate more.
+    [[nodiscard]] FactsList through(const FactsPtr& next) const {
+        FactsList longer = path;
+        longer.push_back(next);
+        return longer;
+    }
     [[nodiscard]] bool over() const { return (judged && (hopeless || best.good())) || budget.exhausted; }
 };
 
@@ -104,19 +116,21 @@ FactsList PathBuilder::issuersOf(const Search& search, const CertificateFacts& c
     return list;
 }
 
-bool PathBuilder::mayFollow(const Search& search, const CertificateFacts& issuer) const {
-    if (isTrustPoint(issuer)) return true;
-    if (!search.distance.contains(issuer.issuer)) return false;
+/// Why a path does not go on with an issuer that leads to a trust point.
+PathFault PathBuilder::hindrance(const Search& search, const CertificateFacts& issuer) const {
+    if (isTrustPoint(issuer)) return {};
     // Once a path was judged, one with a certificate that is faulty by itself cannot be better.
-    if (search.judged && ownFault(issuer, search.options, true)) return false;
-    return std::ranges::none_of(search.path, [&](const FactsPtr& one) {
+    if (PathFault fault = search.judged ? ownFault(issuer, search.options, true) : PathFault{}) return fault;
+    const bool again = std::ranges::any_of(search.path, [&](const FactsPtr& one) {
         return one->subject == issuer.subject && one->keyDigest() == issuer.keyDigest();
     });
+    return again ? PathFault{ECRV_PATH_VER_ERR, "6.1", "leads back to itself"} : PathFault{};
 }
 
 void PathBuilder::judge(Search& search) {
     if (!search.budget.take(&WorkLimits::paths)) return;
     PathVerdict found = validator_.validate(search.path, search.options, search.budget);
+    search.tell(found);
     // Among bad paths the first one counts: its issuers are the likeliest.
     if (found.good() || !search.judged) search.best = std::move(found);
     search.judged = true;
@@ -125,13 +139,24 @@ void PathBuilder::judge(Search& search) {
 void PathBuilder::extend(Search& search) {
     const FactsPtr last = search.path.back();
     if (isTrustPoint(*last)) return judge(search);
-    if (search.path.size() >= search.options.depth) return;
+    if (search.path.size() >= search.options.depth)
+        return search.tell(verdictOn(search.path, {ECRV_PATH_VER_ERR, "6.1", "path too long"}, 0));
     for (const FactsPtr& issuer : issuersOf(search, *last)) {
         if (!search.budget.take(&WorkLimits::candidates)) return;
-        if (!mayFollow(search, *issuer)) continue;
+        if (!isTrustPoint(*issuer) && !search.distance.contains(issuer->issuer)) {
+            if (search.options.onPath) search.tell(withoutPath(search, search.through(issuer)));
+            continue;
+        }
+        if (const PathFault fault = hindrance(search, *issuer)) {
+            search.tell(issuer, fault, search.path.size());
+            continue;
+        }
         // A key without DSA parameters cannot be tried before those above are known.
         const WorkingKey key = keyOf(*issuer, {});
-        if (key.key && signatureFault(cache_, search.budget, *last, key)) continue;
+        if (const PathFault fault = key.key ? signatureFault(cache_, search.budget, *last, key) : PathFault{}) {
+            search.tell(issuer, fault, search.path.size() - 1);
+            continue;
+        }
         search.path.push_back(issuer);
         extend(search);
         search.path.pop_back();
@@ -139,9 +164,8 @@ void PathBuilder::extend(Search& search) {
     }
 }
 
-/// Only when no issuer of that name fits is the signature what is wrong.
-PathVerdict PathBuilder::withoutPath(Search& search) const {
-    FactsList path{search.path.front()};
+/// Goes on with a path that leads nowhere. Only when no issuer of a name fits is the signature what is wrong.
+PathVerdict PathBuilder::withoutPath(Search& search, FactsList path) const {
     while (path.size() < search.options.depth) {
         PathFault misfit;
         FactsPtr next, misfitting;
@@ -176,7 +200,10 @@ PathVerdict PathBuilder::build(const CertPtr& certificate, const PathOptions& op
         measure(search);
         extend(search);
     }
-    if (!search.judged) search.best = withoutPath(search);
+    if (!search.judged) {
+        search.best = withoutPath(search, search.path);
+        search.tell(search.best);
+    }
     search.best.exhausted = budget.exhausted && !search.best.good();
     return std::move(search.best);
 }

@@ -26,10 +26,10 @@ class PathBuilder {
     void collect(Search& search, bool all);
     void measure(Search& search) const;
     [[nodiscard]] FactsList issuersOf(const Search& search, const CertificateFacts& certificate) const;
-    [[nodiscard]] bool mayFollow(const Search& search, const CertificateFacts& issuer) const;
+    [[nodiscard]] PathFault hindrance(const Search& search, const CertificateFacts& issuer) const;
     void extend(Search& search);
     void judge(Search& search);
-    [[nodiscard]] PathVerdict withoutPath(Search& search) const;
+    [[nodiscard]] PathVerdict withoutPath(Search& search, FactsList path) const;
     [[nodiscard]] bool isTrustPoint(const CertificateFacts& certificate) const {
         return trusted_.contains(certificate.digest);
     }

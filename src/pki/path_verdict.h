@@ -53,6 +53,8 @@ struct WorkLimits {
     size_t nameComparisons = 250'000;  ///< names against name constraints, on one path
 };
 
+struct PathVerdict;
+
 struct PathOptions {
     int64_t time = 0;       ///< seconds since 1970 UTC
     uint32_t keyUsage = 0;  ///< uses that the certificate must be good for, bit n is KeyUsage::Bit n
@@ -68,6 +70,8 @@ struct PathOptions {
     bool constrainedTrustPoint = false;
     size_t depth = 64;  ///< certificates on a path at most
     WorkLimits limits{};
+    /// Hears of every path that was tried, as far as it came, with what became of it.
+    std::function<void(const PathVerdict& tried)> onPath{};
 };
 
 /// One certificate of a path.

@@ -13,6 +13,7 @@ import unittest
 CRVCTL, SOURCE = os.path.realpath(sys.argv[1]), pathlib.Path(sys.argv[2])
 ENV = {"PATH": os.path.dirname(CRVCTL) + ":" + os.environ["PATH"], "LC_ALL": "C.UTF-8"}
 STRANGE = "Jan 'K' $x;`y` (z)"
+CA = "CN=Urząd pokazowy,OU=Pokaz,O=Corvane,C=PL"
 MANUAL = (SOURCE / "docs/man/crvctl.1").read_text("utf-8").replace("\\-", "-")
 VERBS = re.findall(r"^\.SS (.+)$", MANUAL, re.M)
 
@@ -82,6 +83,8 @@ class Table(Case):
             if file.name == "statuses.cpp":
                 used += re.findall(r', "([^"]+)"}', text)
             self.assertFalse(set(used) - known, file.name)
+        results = re.findall(r'X\(kKm.*"([^"]+)"\)', (SOURCE / "src/keystore/key_manager_result.h").read_text("utf-8"))
+        self.assertFalse(set(results) - known)
 
     def test_a_wrong_call_is_told_and_never_takes_a_secret(self):
         for words in (["--password", "x", "profile", "list"], ["profile", "list", "--new-password=x"], ["profile"], [],
@@ -134,6 +137,8 @@ class Lists(Case):
         servers = self.read(*profile, "server", "list")["result"]["items"]
         self.assertEqual([(s["name"], s["port"], s["use"]) for s in servers],
                          [("T", 0, ["ocsp", "time-stamp"]), ("S 1", 389, ["crl"])])
+        answer = self.answer(*profile, "server", "set", "T", "--ca", str(SOURCE / "LICENSE"), status=1)
+        self.assertEqual(answer["fault"], "bad-file")
         self.changed(*profile, "server", "remove", "T", "--yes")
         # The dry run and the run each take the secret from its variable.
         self.changed(*profile, "proxy", "set", "--address", "p", "--proxy-password-env", "SECRET", SECRET="tajne")
@@ -246,7 +251,12 @@ class Stores(Case):
             self.assertEqual(self.answer("cert", "export", own, "--all", "--force", status=6)["fault"], "file-protected")
         self.answer("trust", "remove", "--subject", "pokazowy", *self.KEYS, status=6)
         self.changed("trust", "remove", "--subject", "pokazowy", "--yes", *self.KEYS)
-        self.assertEqual(self.read("cert", "verify", "moj.crt", *self.KEYS, status=1)["result"]["good"], False)
+        answer = self.read(*self.KEYS, "cert", "verify", "moj.crt", "--explain", status=1)["result"]
+        self.assertEqual([(c["path"], c["clause"], c["mend"], c["mendAbout"]) for c in answer["candidates"]],
+                         [(["CN=Jan Kowalski,O=Firma,C=PL", CA], "6.1.1", "crvctl trust add FILE", CA)])
+        self.changed("server", "set", "LDAP", "--ca", "ca/ca.pem")
+        self.assertEqual(self.read("server", "list")["result"]["items"][0]["ca"], CA)
+        self.changed("server", "set", "LDAP", "--any-ca")
         self.answer("cert", "delete", "--issuer", "pokazowy", "--yes", status=6)
         self.changed("cert", "delete", "--subject", "Kowalski", "--yes")
         self.changed("cert", "import", "moj.crt")

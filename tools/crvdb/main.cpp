@@ -45,7 +45,8 @@ void printFigures(const std::string& table, const TableReport& report) {
 }
 
 void printRecord(const DbRecordView& record) {
-    std::cout << crv::recNoEncode(record.number) << (record.live ? " live" : " deleted") << " length " << record.length << " of " << record.capacity << "\n";
+    std::cout << crv::recNoEncode(record.number) << (record.live ? " live" : " deleted") << " length " << record.length
+              << " of " << record.capacity << "\n";
     for (size_t i = 0; i < record.keys.size(); ++i) std::cout << "  key " << i << ": " << record.keys[i] << "\n";
     if (!record.body.empty()) std::cout << "  body: " << crv::toHex(record.body) << "\n";
 }
@@ -83,8 +84,8 @@ struct CommandRow {
     size_t arguments;
     int (*run)(const std::vector<std::string>& args);
 };
-constexpr CommandRow kCommands[] = {{"check", 2, check}, {"repair", 2, repair}, {"stat", 2, stat},
-                                    {"dump", 3, dump},   {"--help", 1, help},   {"-h", 1, help},
+constexpr CommandRow kCommands[] = {{"check", 2, check}, {"repair", 2, repair},    {"stat", 2, stat},
+                                    {"dump", 3, dump},   {"--help", 1, help},      {"-h", 1, help},
                                     {"-V", 1, version},  {"--version", 1, version}};
 
 int run(const std::vector<std::string>& args) {

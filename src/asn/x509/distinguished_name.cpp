@@ -74,6 +74,26 @@ std::string escapeValue(std::string_view value) {
     return out;
 }
 
+std::string joined(const std::vector<std::string>& texts, const char* separator) {
+    std::string out;
+    for (const std::string& text : texts) out += (&text == &texts.front() ? "" : separator) + text;
+    return out;
+}
+
+/// The sets of a name in their order.
+std::vector<std::string> textsOf(const DistinguishedName& name, const char* plus) {
+    std::vector<std::string> texts;
+    for (const RelativeDistinguishedName& set : name) {
+        std::vector<std::string> attributes;
+        for (const AttributeTypeAndValue& one : set) {
+            const std::string value = one.valueUtf8();
+            attributes.push_back(one.label() + "=" + (one.isText() ? escapeValue(value) : value));
+        }
+        texts.push_back(joined(attributes, plus));
+    }
+    return texts;
+}
+
 unsigned char stringTagOf(const ASNobjectId& type, std::string_view value) {
     const bool ascii = std::ranges::all_of(value, [](char c) { return static_cast<uint8_t>(c) < 0x80; });
     if (ascii && (type == OID_PKCS9_EMAIL || type == OID_AT_DOMAIN_COMPONENT)) return ASN_TAG_IA5;
@@ -235,16 +255,21 @@ std::optional<DistinguishedName> DistinguishedName::fromText(std::string_view te
 }
 
 std::string DistinguishedName::text() const {
-    std::string out;
-    for (const RelativeDistinguishedName& set : *this) {
-        const char* separator = out.empty() ? "" : ", ";
-        for (const AttributeTypeAndValue& attribute : set) {
-            const std::string value = attribute.valueUtf8();
-            out += separator + attribute.label() + "=" + (attribute.isText() ? escapeValue(value) : value);
-            separator = " + ";
-        }
-    }
-    return out;
+    return joined(textsOf(*this, " + "), ", ");
+}
+
+std::string DistinguishedName::rfc4514() const {
+    std::vector<std::string> texts = textsOf(*this, "+");
+    std::ranges::reverse(texts);
+    return joined(texts, ",");
+}
+
+DistinguishedName DistinguishedName::reversed() const {
+    std::vector<const RelativeDistinguishedName*> sets;
+    for (const RelativeDistinguishedName& set : *this) sets.insert(sets.begin(), &set);
+    DistinguishedName name;
+    for (const RelativeDistinguishedName* set : sets) name.add() = *set;
+    return name;
 }
 
 std::vector<std::string> DistinguishedName::lines(DnDisplay display) const {

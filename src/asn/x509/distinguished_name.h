@@ -54,6 +54,9 @@ class DistinguishedName : public ASNsequenceList<RelativeDistinguishedName> {
     [[nodiscard]] static std::optional<DistinguishedName> fromText(std::string_view text);
     /// The whole name on one line in UTF-8, in the form that `fromText` reads.
     [[nodiscard]] std::string text() const;
+    /// As RFC 4514 2.1 writes it: the last element first, "CN=Jan Kowalski,O=Firma,C=PL".
+    [[nodiscard]] std::string rfc4514() const;
+    [[nodiscard]] DistinguishedName reversed() const;
     /// One attribute a line, "label=value", ready for a screen.
     [[nodiscard]] std::vector<std::string> lines(DnDisplay display) const;
 
