@@ -88,12 +88,12 @@ std::string textOf(const Value& value) {
         value.held);
 }
 
+}  // namespace
+
 std::string codeName(int code) {
     const ErrorRow* row = findErrorRow(code);
     return row ? row->name : std::to_string(code);
 }
-
-}  // namespace
 
 bool Output::write(int fd, const std::string& text) {
     size_t done = 0;

@@ -14,6 +14,9 @@ namespace crv::ctl {
 
 struct VerbRow;
 
+/// The name of a library code, "CRV_OK".
+std::string codeName(int code);
+
 enum class OutputForm { Text, Json, JsonLines };
 
 /// Collects and writes. Everything that is written is checked; a reader who went away ends the run with OpStopped.

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <ctime>
 
-#include "api/error_table.h"
 #include "asn/x509/signed_certificate.h"
 #include "crvctl/secrets.h"
 #include "crvctl/show.h"
@@ -79,11 +78,6 @@ PathOptions pathOptions(const Call& call) {
     if (usage == "sign") options.keyUsage = 1U << KeyUsage::kDigitalSignature;
     if (usage == "decrypt") options.keyUsage = 1U << KeyUsage::kKeyEncipherment;
     return options;
-}
-
-std::string codeName(int code) {
-    const ErrorRow* row = findErrorRow(code);
-    return row ? row->name : std::to_string(code);
 }
 
 std::string rfc4514(const std::string& text) {

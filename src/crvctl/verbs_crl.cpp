@@ -1,7 +1,6 @@
 // Verbs on revocation lists.
 #include <ctime>
 
-#include "api/error_table.h"
 #include "asn/x509/signed_cert_rev_list.h"
 #include "crvctl/secrets.h"
 #include "crvctl/show.h"
@@ -83,9 +82,8 @@ void crlImport(Run& run) {
     Session session = openReading(run);
     session.demandDatabase();
     if (const int code = session.context().revocationManager.verify(crl.der, std::time(nullptr)); code != 0) {
-        const ErrorRow* row = findErrorRow(code);
-        run.confirm("The list does not verify. Store it all the same?", row ? row->name : std::to_string(code));
-        run.out.warn("the list does not verify", row ? row->name : std::to_string(code));
+        run.confirm("The list does not verify. Store it all the same?", codeName(code));
+        run.out.warn("the list does not verify", codeName(code));
     }
     run.out.change("import", "crl", crl.list.issuer().rfc4514());
     if (run.mode.dryRun) return;
@@ -106,9 +104,8 @@ void crlVerify(Run& run) {
     session.demandDatabase();
     const int64_t time = run.call.has("at") ? timeFrom(*run.call.value("at")) : std::time(nullptr);
     const int code = session.context().revocationManager.verify(crl.der, time);
-    const ErrorRow* row = findErrorRow(code);
     run.out.field("good", code == 0);
-    run.out.field("verdict", row ? row->name : std::to_string(code));
+    run.out.field("verdict", codeName(code));
     run.out.field("at", timeOf(time));
     for (auto& [key, value] : crlFields(crl, run.call.has("der"))) run.out.field(key, value);
     if (code != 0) run.out.no(code);

@@ -109,6 +109,18 @@ KeyManagerResult generate(KeyManager& keys, const KeyPlan& plan, const KeyGenHoo
     return keys.generateRsaUserKey(plan.use, kPublicExponent, plan.bits, plan.scheme, hooks);
 }
 
+Value valueOf(const SettingValue& value) {
+    if (const auto* number = std::get_if<long>(&value)) return *number;
+    if (const auto* text = std::get_if<std::string>(&value)) return *text;
+    return {};
+}
+
+Fields settingFields(Session& session, const Setting& setting) {
+    return {{"name", setting.name},
+            {"value", valueOf(setting.get(session, setting))},
+            {"default", valueOf(setting.standard)}};
+}
+
 }  // namespace
 
 void storeInit(Run& run) {
@@ -161,25 +173,19 @@ void policyRemove(Run& run) {
 
 void settingList(Run& run) {
     Session session = openReading(run);
-    for (const Setting& setting : settings()) {
-        run.out.item({{"name", setting.name},
-                      {"value", session.configuration().record().getIntOpt(setting.id)},
-                      {"default", setting.standard}});
-    }
+    for (const Setting& setting : settings()) run.out.item(settingFields(session, setting));
 }
 
 void settingGet(Run& run) {
     const Setting& setting = findSetting(run.call.operand(0));
     Session session = openReading(run);
-    run.out.field("name", setting.name);
-    run.out.field("value", session.configuration().record().getIntOpt(setting.id));
-    run.out.field("default", setting.standard);
+    for (auto& [key, value] : settingFields(session, setting)) run.out.field(key, value);
 }
 
 void settingSet(Run& run) {
     const Setting& setting = findSetting(run.call.operand(0));
     Session session = openChanging(run);
-    session.configuration().editRecord().setIntOpt(setting.id, std::strtol(run.call.operand(1).c_str(), nullptr, 10));
+    setting.set(session, setting, run.call.operand(1));
     session.save();
     run.out.change("set", "setting", setting.name + "=" + run.call.operand(1));
 }
@@ -187,7 +193,7 @@ void settingSet(Run& run) {
 void settingReset(Run& run) {
     const Setting& setting = findSetting(run.call.operand(0));
     Session session = openChanging(run);
-    session.configuration().editRecord().setField(*setting.field, nullptr);
+    resetSetting(session, setting);
     session.save();
     run.out.change("reset", "setting", setting.name);
 }

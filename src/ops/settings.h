@@ -1,25 +1,36 @@
-// The integer options of a configuration record by name.
+// The options of a configuration record by name, with values as text.
 #pragma once
 
 #include <span>
 #include <string>
+#include <variant>
 
-#include "config/config_oids.h"
+#include "asn/asn_object_id.h"
 
 namespace crv {
 
-class CRVCfgFile;
+class Session;
+
+/// Nothing: the record holds no value and there is no fixed default.
+using SettingValue = std::variant<std::monostate, long, std::string>;
 
 struct Setting {
-    long id;
-    std::string name;  ///< the identifier's name in lower case: "connect-timeout"
+    std::string name;  ///< "connect-timeout"
+    long option;       ///< its number among the library's options; 0 when it is none
     const KnownOid* field;
-    long standard;  ///< while the record has no such field
+    SettingValue standard;  ///< while the record has no such field
+    SettingValue (*get)(Session& session, const Setting& setting);
+    /// Changes the record of the session, which is not saved. Throws OpError: BadValue for a text that does not fit,
+    /// KeyStoreFailed for an algorithm that the signing key cannot use.
+    void (*set)(Session& session, const Setting& setting, const std::string& text);
 };
 
-/// In the order of their registration.
+/// Integer options in the order of their registration, then the others.
 std::span<const Setting> settings();
 /// Throws OpError (ObjectMissing).
 const Setting& findSetting(const std::string& name);
+
+/// The default again; not saved.
+void resetSetting(Session& session, const Setting& setting);
 
 }  // namespace crv

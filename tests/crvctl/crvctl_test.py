@@ -240,6 +240,14 @@ class Stores(Case):
         self.changed("setting", "set", "no-net", "1", *self.KEYS)
         self.changed("setting", "reset", "no-net", *self.KEYS)
         self.assertEqual(self.read("setting", "get", "no-net", *self.KEYS)["result"]["value"], 0)
+        for name, good, bad in (("algorithm-policy", "sha1 never; rsa<2048 2030-12-31", "nonsense"), ("text-option-36", "ąę", None),
+                                ("hash-algo", "sha512", "sha3"), ("sym-algo", "aes128-cbc", "rot13"),
+                                ("connect-timeout", "5", "5s")):
+            self.changed("setting", "set", name, good, *self.KEYS)
+            shown = self.read("setting", "get", name, *self.KEYS)["result"]
+            self.assertEqual((str(shown["value"]), bad and self.answer("setting", "set", name, bad, *self.KEYS, status=2)["fault"]),
+                             (good, bad and "bad-value"))
+            self.changed("setting", "reset", name, *self.KEYS)
         self.answer("policy", "add", "2.5.29.32.0", "any", *self.KEYS, status=2)
         self.changed("policy", "remove", "1.2.616.1.113527.2", *self.KEYS)
         self.assertEqual(self.answer("policy", "remove", "1.2.616.1.113527.2", *self.KEYS, status=3)["fault"], "object-missing")
