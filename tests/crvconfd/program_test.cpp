@@ -225,6 +225,8 @@ TEST_F(Selection, NothingToChooseFromAndABrokenListEndTheProgram) {
     none.waitFor("Brak zdefiniowanych profili.");
     EXPECT_FALSE(none.cell(0, 0).reverse);
     none.send(" ");
+    none.waitFor("Czy chcesz utworzyć profil");
+    none.send("n");
     EXPECT_EQ(none.waitExit(), 0);
     writeFile(dir.file(".crvprofiles.conf"), "broken\n");
     ScreenProgram broken = open();
@@ -232,6 +234,40 @@ TEST_F(Selection, NothingToChooseFromAndABrokenListEndTheProgram) {
     broken.send(" ");
     EXPECT_EQ(broken.waitExit(), 255);
     EXPECT_EQ(broken.errors(), "");
+}
+
+TEST_F(Selection, ListsAreChangedByTheKeysOfRow21) {
+    ScreenProgram console = open();
+    console.waitFor("Brak zdefiniowanych profili.");
+    const std::pair<std::string, std::string> steps[] = {
+        {" ", "utworzyć profil"},
+        {"t", "Nazwa profilu:"},
+        {"a" + keys::kEnter, ">A  "},
+        {"k", "Pliki będą"},
+        {"t", "Nazwa profilu: A"},
+        {"2" + keys::kEnter, ">A2  "},
+        {"z", "nazwę profilu A2"},
+        {"t", "Nazwa profilu: A2"},
+        {"b" + keys::kEnter, ">A2B  "},
+        {"n", "utworzyć profil"},
+        {"t", "Nazwa profilu:"},
+        {"a" + keys::kEnter, "już istnieje"},
+        {" ", ">A2B  "},
+        {keys::kDown, ">A  "},
+        {"U", "usunąć profil A z"},
+        {"n", "U: usunięcie z listy"},
+        {"u", "usunąć profil A z"},
+        {"t", ">A2B  "},
+        {"u", "usunąć profil A2B"},
+        {"t", "Brak zdefiniowanych profili."},
+        {" ", "utworzyć profil"},
+    };
+    for (const auto& [typed, shown] : steps) {
+        console.send(typed);
+        console.waitFor(shown);
+    }
+    console.send("n");
+    EXPECT_EQ(console.waitExit(), 0);
 }
 
 TEST_F(Selection, SignalsEndTheProgramAsSuch) {

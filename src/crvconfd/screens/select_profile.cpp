@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "crvconfd/engines/screen.h"
+#include "crvconfd/screens/profile_actions.h"
 #include "crvconfd/session/profile_names.h"
 #include "crvconfd/session/program_info.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -16,6 +18,7 @@ constexpr size_t kLongestShown = 72;
 constexpr size_t kNarrowest = 40;
 constexpr int kProfilesRow = 3;
 constexpr int kProfileRows = 17;
+constexpr int kActionsRow = 21;
 
 /// What the screen and its callback know.
 struct Selection {
@@ -24,6 +27,8 @@ struct Selection {
     const ProfileDetails& details;
     std::vector<std::string> names{};
     int userCount = 0;
+    const ProfileAction* chosen = nullptr;  // by its key, at the index
+    int chosenAt = 0;
 
     [[nodiscard]] ProfileMedia mediaOf(int index) const {
         switch (kind) {
@@ -37,6 +42,12 @@ struct Selection {
                 break;
         }
         return index < userCount ? ProfileMedia::User : ProfileMedia::Common;
+    }
+
+    /// The lists that an action works on: that of the profile, or where new ones go.
+    [[nodiscard]] ListPlace placeOf(const ProfileAction& action, int index) const {
+        if (kind != AvailableProfiles::All || !action.needsProfile) return {kind, file ? file : ""};
+        return {index < userCount ? AvailableProfiles::User : AvailableProfiles::Common, {}};
     }
 
     /// Null also when the list has changed so that it cannot be read any more.
@@ -80,11 +91,21 @@ struct Selection {
 void drawFixedLines() {
     displayProgramInfo(0);
     displCentText(2, "Wybierz profil:");
+    std::string actions;
+    for (const ProfileAction& action : profileActions())
+        actions += (actions.empty() ? "" : ", ") + std::string(action.label);
+    displText(kActionsRow, 0, "%s", actions.c_str());
     displText(22, 0, "Wybór: klawisze nawigacyjne, spacja, +, -; Enter: zatwierdź");
     displText(23, 0, "Esc,W: koniec, I: szczegóły profilu");
 }
 
-ShowMenuListCallbackRet selectProfileCallback(int key, int index, const Selection& state) {
+ShowMenuListCallbackRet selectProfileCallback(int key, int index, Selection& state) {
+    for (const ProfileAction& action : profileActions()) {
+        if (!isLetter(key, action.key) || index < 0) continue;
+        state.chosen = &action;
+        state.chosenAt = index;
+        return ShowMenuListCallbackRet::LeaveCancel;
+    }
     switch (key) {
         case 'W':
         case 'w':
@@ -103,27 +124,51 @@ ShowMenuListCallbackRet selectProfileCallback(int key, int index, const Selectio
     return ShowMenuListCallbackRet::Redraw;
 }
 
+/// Does what was chosen; the cursor stays where it was unless something was done.
+void runChosen(const Selection& state, std::string& name, std::optional<ProfileMedia>& source) {
+    const std::string current = state.names[static_cast<size_t>(state.chosenAt)];
+    const ListPlace place = state.placeOf(*state.chosen, state.chosenAt);
+    const auto next = runProfileAction(*state.chosen, place, current);
+    name = next.value_or(current);
+    source = next ? place.home() : state.mediaOf(state.chosenAt);
+}
+
+/// False when the list stays empty.
+bool offerFirstProfile(const Selection& state) {
+    errInfo(kMessageRow, "Brak zdefiniowanych profili.");
+    const ProfileAction& create = profileActions().front();
+    return runProfileAction(create, state.placeOf(create, -1), {}).has_value();
+}
+
 }  // namespace
 
 std::unique_ptr<CrvProfile> selectProfile(AvailableProfiles kind, const std::string& lastName, const char* file,
                                           std::optional<ProfileMedia>& source, const ProfileDetails& details) {
-    clrScr();
-    displayProgramInfo(0);
-    Selection state{kind, file, details};
-    readProfileList(state.names, kind, state.userCount, file);
-    if (state.names.empty()) {
-        errInfo(kMessageRow, "Brak zdefiniowanych profili.");
-        return nullptr;
+    std::string name = lastName;
+    for (;;) {
+        clrScr();
+        displayProgramInfo(0);
+        Selection state{kind, file, details};
+        readProfileList(state.names, kind, state.userCount, file);
+        if (state.names.empty()) {
+            if (!offerFirstProfile(state)) return nullptr;
+            continue;
+        }
+        drawFixedLines();
+        const int index =
+            showCentMenuList(kProfilesRow, state.items(), state.indexOf(name, source), kProfileRows, true,
+                             [&state](int key, int current) { return selectProfileCallback(key, current, state); });
+        if (state.chosen) {
+            runChosen(state, name, source);
+            continue;
+        }
+        if (index < 0) return nullptr;
+        source = state.mediaOf(index);
+        auto profile = state.load(index);
+        if (!profile)
+            errInfo(kMessageRow, "Błąd ładowania profilu: %s", state.names[static_cast<size_t>(index)].c_str());
+        return profile;
     }
-    drawFixedLines();
-    const int index =
-        showCentMenuList(kProfilesRow, state.items(), state.indexOf(lastName, source), kProfileRows, true,
-                         [&state](int key, int current) { return selectProfileCallback(key, current, state); });
-    if (index < 0) return nullptr;
-    source = state.mediaOf(index);
-    auto profile = state.load(index);
-    if (!profile) errInfo(kMessageRow, "Błąd ładowania profilu: %s", state.names[static_cast<size_t>(index)].c_str());
-    return profile;
 }
 
 }  // namespace crv
