@@ -84,7 +84,8 @@ int crvVerifyCertInt(CRVctx* ctx, const unsigned char* octets, long len, const C
     const CertList certs = certsOf(octets, len);
     if (!ctx->keyManager.isLoggedIn()) return ECRV_API_NOT_INITED;
     if (certs.empty()) return ECRV_INV_CRT_FMT;
-    auto made = std::make_unique<VerifyResult>(ctx->certificateManager.buildPath(certs.front(), options, certs));
+    auto made = std::make_unique<VerifyResult>();
+    made->verdict = ctx->certificateManager.buildPath(certs.front(), options, certs);
     for (const CertPtr& one : made->verdict.certs) made->subjects.push_back(one->subject().text());
     const int code = made->verdict.code;
     if (code != CRV_OK) ctx->state.setDiagnosticText(made->verdict.reason);
