@@ -137,7 +137,15 @@ TEST(ToolkitInput, EditsAndEnds) {
         {"line 0 20 0 stary", "Plik:", "\177\177X\r", "4 [staX]"},
         {"line 0 4 0", "Plik:", "abcdef\r", "3 [abc]"},
         {"line 0 20 0", "Plik:", "ab\033\033", "-1 [ab]"},
-        {"line 0 20 0", "Plik:", "\177\033[Ała\r", "1 [a]"},
+        {"line 0 20 0", "Plik:", "\177\033[Ała\r", "3 [ła]"},
+        {"line 0 20 0", "Plik:", "łą\177b\r", "3 [łb]"},
+        {"line 0 4 0", "Plik:", "abł\r", "2 [ab]"},
+        {"line 0 20 0", "Plik:", "acd\033[D\033[D\033[Db\033[C\033[3~x\r", "4 [baxd]"},
+        {"line 0 20 0", "Plik:", "żb\033[Ha\033[Fc\r", "5 [ażbc]"},
+        {"line 0 20 0", "Plik:", "ab cd\027e\001\005f\r", "5 [ab ef]"},
+        {"line 0 20 0", "Plik:", "ab cd\033[D\025\r", "1 [d]"},
+        {"line 0 20 0", "Plik:", "a\033[200~b\tc\033[Hd\nq\033[201~e\r", "7 [abc[Hde]"},
+        {"line 0 20 0", "Plik:", "\xC5z\xFF\r", "1 [z]"},
         {"word", "Słowo:", "a b\r", "2 [ab]"},
         {"number", "Liczba:", "12x3\r", "123"},
         {"number", "Liczba:", "\r", "-2"},
@@ -145,6 +153,7 @@ TEST(ToolkitInput, EditsAndEnds) {
         {"number", "Liczba:", nines + "\r", "2147483647"},
         {"yesno", "(t/n) ?", "x\r\033[At", "1"},
         {"yesno", "(t/n) ?", "qT", "1"},
+        {"yesno", "(t/n) ?", "\033[200~n\r\033[201~t", "1"},
         {"yesno", "(t/n) ?", "\033\033N", "0"},
         {"question", "Tak, Powrót", "tWw", "119"},
         {"question", "Tak, Powrót", "T", "84"},
@@ -168,7 +177,10 @@ TEST(ToolkitInput, LongTextShowsItsTailBehindAMark) {
     demo.send("l");
     demo.waitFor("Plik: <cdefghijkl");
     EXPECT_TRUE(demo.cell(5, 16).reverse && !demo.cell(5, 17).reverse);
-    demo.send("\177");
+    demo.send("\033[H");
+    demo.waitFor("Plik: abcdefghij>");
+    EXPECT_EQ(demo.cursor(), std::pair(5, 16));
+    demo.send("\033[F\177");
     demo.waitFor("Plik: abcdefghijk");
     EXPECT_FALSE(demo.cell(5, 16).reverse);
 }
@@ -176,10 +188,15 @@ TEST(ToolkitInput, LongTextShowsItsTailBehindAMark) {
 TEST(ToolkitPassword, TakesBytesAsTypedAndShowsEchoesOnly) {
     const std::string hundred(100, 'a');
     const std::array<std::string, 4> cases[] = {
-        {"255 *", "ał \r", "4 [61C58220]", "****"}, {"255", "abc\r", "3 [616263]", ""},
-        {"4 *", "abcdef\r", "3 [616263]", "***"},   {"255 *", "ab\177\177\177c\r", "1 [63]", "*"},
-        {"255 * ab", "c\r", "3 [616263]", "***"},   {"255 *", "a\033[Ab\033[3~\r", "2 [6162]", "**"},
-        {"255 *", "ab\033", "-1 []", "**"},         {"255 *", hundred + "\r", "100 [", std::string(73, '*')},
+        {"255 *", "ał \r", "4 [61C58220]", "****"},
+        {"255", "abc\r", "3 [616263]", ""},
+        {"4 *", "abcdef\r", "3 [616263]", "***"},
+        {"255 *", "ab\177\177\177c\r", "1 [63]", "*"},
+        {"255 * ab", "c\r", "3 [616263]", "***"},
+        {"255 *", "a\033[Ab\033[3~\r", "2 [6162]", "**"},
+        {"255 *", "ab\033", "-1 []", "**"},
+        {"255 *", "\033[200~ab\n\033[201~c\r", "3 [616263]", "***"},
+        {"255 *", hundred + "\r", "100 [", std::string(73, '*')},
     };
     for (const auto& [arguments, keys, result, shown] : cases) {
         Demo demo(2, "password " + arguments);

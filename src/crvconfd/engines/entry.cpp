@@ -2,10 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <vector>
 
 #include "crvconfd/toolkit/encoding.h"
-#include "crvconfd/toolkit/toolkit.h"
+#include "crvconfd/toolkit/line_editor.h"
 #include "misc/utf8.h"
 
 namespace crv {
@@ -27,15 +26,13 @@ const char* faultOf(std::array<char, kFieldSize>& field, int length, int& utf8Le
 
 }  // namespace
 
-std::optional<std::string> askLine(const char* prompt, size_t longest, bool word, const std::string& start) {
-    std::vector<char> buffer(longest + 1);
+std::optional<std::string> askLine(const char* prompt, size_t longest, bool word, const std::string& start,
+                                   const LineKey& other) {
     for (;;) {
-        const size_t kept = start.copy(buffer.data(), longest);
-        bool lost = false;
-        const int length = input_yx(kMessageRow, 0, prompt, buffer.data(), static_cast<int>(buffer.size()),
-                                    word ? kSpace + 1 : kSpace, static_cast<int>(kept), 0, &lost);
-        if (length < 0) return std::nullopt;
-        if (!lost) return std::string(buffer.data(), static_cast<size_t>(length));
+        LineEditor line(start, longest);
+        const LineField field{kMessageRow, 0, prompt, 0, word ? kSpace + 1 : kSpace};
+        if (!editLine(field, line, other)) return std::nullopt;
+        if (!line.lost()) return line.text();
         errInfo(kMessageRow, "Tekst jest za długi, mieści się najwyżej %zu znaków", longest);
     }
 }

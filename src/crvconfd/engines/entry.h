@@ -6,14 +6,15 @@
 #include <optional>
 #include <string>
 
+#include "crvconfd/toolkit/toolkit.h"
 #include "misc/secret.h"
 
 namespace crv {
 
-/// A line of at most so many characters, edited from the start text on; without spaces when word is set. Nothing after
-/// Escape.
+/// A line of at most so many octets, edited from the start text on; without spaces when word is set. `other` sees the
+/// keys that edit nothing. Nothing after Escape.
 [[nodiscard]] std::optional<std::string> askLine(const char* prompt, size_t longest, bool word = false,
-                                                 const std::string& start = {});
+                                                 const std::string& start = {}, const LineKey& other = {});
 
 /// Looks at a password's octets as typed, with a terminating zero; false, after a message, asks again.
 using PasswordRule = std::function<bool(const char* typed)>;

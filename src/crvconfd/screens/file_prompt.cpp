@@ -2,6 +2,7 @@
 
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/entry.h"
+#include "crvconfd/engines/name_keys.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/current_profile.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -11,8 +12,11 @@
 namespace crv {
 
 std::optional<TypedFile> askForFile(const char* prompt, bool word, size_t longest) {
-    const auto name = askLine(prompt, longest, word);
+    NameKeys keys(word);
+    const auto name =
+        askLine(prompt, longest, word, {}, [&](int key, LineEditor& line) { return keys.take(key, line); });
     if (!name) return std::nullopt;
+    NameKeys::remember(*name);
     return TypedFile{*name, expandHome(*name)};
 }
 

@@ -21,6 +21,8 @@
 
 #include "misc/secret.h"
 
+struct _win_st;  // NOLINT(bugprone-reserved-identifier): the tag that curses gives its windows
+
 namespace crv {
 
 inline constexpr int kScreenRows = 24;
@@ -44,6 +46,8 @@ enum InternalKey : int {
     kKeyPageDown = 1081,
     kKeyRight = 1082,
     kKeyEnd = 1083,
+    kKeyDelete = 1084,  ///< in text fields only, as the next one
+    kKeyPaste = 1085,
 };
 
 /// Keys as a list menu's callback sees them: curses' own codes (checked against curses in the source).
@@ -124,6 +128,18 @@ void setShortcutAttr(int bits);
 void attrOn(int code);
 void attrOff(int code);
 
+/// What the screen showed stands there again at the end of the scope.
+class ScreenKeeper {
+  public:
+    ScreenKeeper();
+    ~ScreenKeeper();
+    ScreenKeeper(const ScreenKeeper&) = delete;
+    ScreenKeeper& operator=(const ScreenKeeper&) = delete;
+
+  private:
+    _win_st* kept_;
+};
+
 /// Shows or hides the cursor for a scope.
 class CursorGuard {
   public:
@@ -184,13 +200,26 @@ void printTextWithShortcuts(const char* text, int length);
 /// The same, with Home and End too: for screens that scroll.
 [[nodiscard]] int getScrollKey();
 
-/// Edits a line in the caller's buffer of size bytes, the terminating zero included. The first start bytes of the
-/// buffer are kept and edited further; codes from lowest to 127 are accepted; width limits the field (0: up to the
-/// right edge). Keys that are not accepted, and all when the buffer is full, beep; lost, when given, receives whether
-/// the last one found no room. Returns the length on Enter, -1 on Escape (the buffer keeps what was typed); the prompt
-/// disappears.
-int input_yx(int row, int col, const char* prompt, char* buffer, int size, int lowest, int start = 0, int width = 0,
-             bool* lost = nullptr);
+class LineEditor;
+
+/// Where a line is typed and what may stand in it.
+struct LineField {
+    int row;
+    int col;
+    const char* prompt;
+    int width = 0;    ///< columns of the field; 0: up to the right edge
+    int lowest = 32;  ///< code of the first character that is accepted: 33 takes no spaces
+};
+/// Offered each key that neither types nor edits (Tab, Up, Down ...); answers whether it was of use.
+using LineKey = std::function<bool(int key, LineEditor& line)>;
+
+/// Edits a line until Enter (true) or Escape; the prompt disappears. Typed characters of the display encoding become
+/// UTF-8; what is pasted goes in as far as it is accepted. What is not accepted or finds no room beeps.
+bool editLine(const LineField& field, LineEditor& line, const LineKey& other = {});
+
+/// editLine in the caller's buffer of size bytes, the terminating zero included. The first start bytes of the buffer
+/// are kept and edited further. Returns the length on Enter, -1 on Escape (the buffer keeps what was typed).
+int input_yx(int row, int col, const char* prompt, char* buffer, int size, int lowest, int start = 0, int width = 0);
 /// input_yx from code 32 (space) upward.
 int inputText(int row, int col, const char* prompt, char* buffer, int size, int start = 0, int width = 0);
 /// input_yx from code 33 upward: no spaces.
@@ -200,7 +229,7 @@ int inputWord(int row, int col, const char* prompt, char* buffer, int size, int 
 /// -1 on Escape.
 int input_positive_number_yx(int row, int col, const char* prompt);
 
-/// Reads a password into the caller's buffer of size bytes and nowhere else; bytes 128 to 255 are taken as typed. For
+/// Reads a password into the caller's buffer of size bytes; bytes 128 to 255 are taken as typed or pasted. For
 /// each byte one echo character is drawn, nothing for 0. With keep, the text already in the buffer is continued. Keys
 /// beep when the buffer is full; lost, when given, receives whether one did.
 /// Returns the length on Enter; -1 on Escape, with the buffer unterminated: wipe it all. The line is not cleared

@@ -10,15 +10,18 @@
 #include <string_view>
 
 #include "crvconfd/toolkit/encoding.h"
+#include "crvconfd/toolkit/line_editor.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "crvconfd/toolkit/toolkit_internal.h"
 #include "crypto/kc_hash.h"
+#include "misc/utf8.h"
 
 namespace crv {
 
 namespace {
 
 constexpr size_t kNumberDigits = 39;
+constexpr int kRestOfCharacter = 100;  // ms in which the further octets of a typed character come
 
 bool isEnter(int key) {
     return key == kKeyEnter || key == '\r';
@@ -29,60 +32,137 @@ bool isBackspace(int key) {
 }
 
 /// Where typed text stands on the row: from a column on, so many columns wide, the last one kept free for the cursor.
-struct Field {
-    int row;
-    int col;
-    int width;
+class FieldView {
+  public:
+    FieldView(int row, int col, int width) : row_(row), col_(col), room_(std::max(width - 1, 2)) {}
 
-    void draw(std::string_view text) const {
-        const int room = width - 1;
-        const bool hidden = static_cast<int>(text.size()) > room;
-        if (!toolkit::movePen(row, col)) return;
-        if (hidden) {
-            {
-                const AttrGuard guard(kAttrStandout);
-                toolkit::put("<");
-            }
-            text.remove_prefix(text.size() - static_cast<size_t>(std::max(room - 1, 0)));
-        }
-        toolkit::put(pl(text), col + room);
-        const toolkit::Pen end = toolkit::pen();
-        toolkit::fillTo(col + width);
-        toolkit::movePen(end.row, std::min(end.col, kScreenColumns - 1));
+    /// Shows the part of the line around the cursor, with a mark at each end where more is hidden.
+    void draw(const LineEditor& line) {
+        const std::string_view text = line.text();
+        scrollTo(text, line.cursor());
+        if (!toolkit::movePen(row_, col_)) return;
+        if (first_ > 0) putMark("<");
+        const std::string_view shown = text.substr(first_);
+        const bool cut = columns(shown) > left();
+        const size_t bytes = bytesWithin(shown, static_cast<size_t>(left() - (cut ? 1 : 0)));
+        toolkit::put(pl(shown.substr(0, bytes)), col_ + room_);
+        if (cut) putMark(">");
+        toolkit::fillTo(col_ + room_ + 1);
+        const int cursor = col_ + (first_ > 0 ? 1 : 0) + columns(text.substr(first_, line.cursor() - first_));
+        toolkit::movePen(row_, std::min(cursor, kScreenColumns - 1));
     }
+
+  private:
+    [[nodiscard]] static int columns(std::string_view text) { return static_cast<int>(columnsOf(text)); }
+    [[nodiscard]] int left() const { return room_ - (first_ > 0 ? 1 : 0); }
+
+    static void putMark(const char* mark) {
+        const AttrGuard guard(kAttrStandout);
+        toolkit::put(mark);
+    }
+
+    /// From the end back as much as fits, unless the cursor stands before that.
+    void scrollTo(std::string_view text, size_t cursor) {
+        first_ = 0;
+        if (columns(text) <= room_) return;
+        const bool atStart = columns(text.substr(0, cursor)) < room_ - 1;
+        if (atStart) return;
+        first_ = cursor;
+        while (first_ > 0) {
+            const size_t previous = cutText(text.substr(0, first_), first_ - 1).size();
+            const bool more = cursor < text.size();
+            if (columns(text.substr(previous, cursor - previous)) > room_ - 1 - (more ? 1 : 0)) break;
+            first_ = previous;
+        }
+    }
+
+    int row_;
+    int col_;
+    int room_;
+    size_t first_ = 0;  // octet at which the shown part begins
 };
 
 /// Draws the prompt and says what is left of the row behind it.
-Field promptField(int row, int col, const char* prompt, int width) {
-    const std::string shown = pl(prompt);
-    displTextNoPl(row, col, "%s", shown.c_str());
-    const int left = kScreenColumns - (col + static_cast<int>(shown.size()));
-    return {row, std::min(toolkit::pen().col, kScreenColumns - 1), width > 0 ? std::min(width, left) : left};
+FieldView promptField(const LineField& field) {
+    const std::string shown = pl(field.prompt);
+    displTextNoPl(field.row, field.col, "%s", shown.c_str());
+    const int left = kScreenColumns - (field.col + static_cast<int>(shown.size()));
+    const int width = field.width > 0 ? std::min(field.width, left) : left;
+    return {field.row, std::min(toolkit::pen().col, kScreenColumns - 1), width};
+}
+
+/// The character that a key began, in UTF-8; empty for what is none. On a terminal of UTF-8 its further octets follow.
+std::string typedCharacter(int key) {
+    if (key < 32 || key > 255) return {};
+    std::string octets(1, static_cast<char>(key));
+    if (key < 0x80 || displayEncoding() == DisplayEncoding::Ascii) return key < 0x80 ? octets : std::string();
+    if (displayEncoding() != DisplayEncoding::Utf8) {
+        std::array<char, 8> buffer{octets.front()};
+        return {buffer.data(), static_cast<size_t>(typedToUtf8(buffer.data(), 1, buffer.size()))};
+    }
+    const int further = key >= 0xF0 ? 3 : key >= 0xE0 ? 2 : key >= 0xC0 ? 1 : 0;
+    for (int i = 0; i < further; ++i) {
+        const int next = toolkit::readKey(kRestOfCharacter);
+        if ((next & ~0x3F) != 0x80) {
+            if (next != kNoKey) toolkit::unreadKey(next);
+            return {};
+        }
+        octets += static_cast<char>(next);
+    }
+    return isUtf8(octets) ? octets : std::string();
+}
+
+/// Puts the characters in that are accepted; true when that was all of them.
+template <class Accepts>
+bool typeInto(LineEditor& line, std::string_view text, const Accepts& accepts) {
+    bool all = !text.empty();
+    while (!text.empty()) {
+        const std::string_view front = text;
+        const auto character = takeCharacter(text);
+        const bool taken = character && accepts(*character) && line.insert(front.substr(0, front.size() - text.size()));
+        all = all && taken;
+    }
+    return all;
+}
+
+/// The first line of what was pasted that is not empty, as it came: several would be entered one by one. Further ones
+/// beep.
+SecretText pastedLine() {
+    const SecretText pasted = toolkit::takePaste();
+    std::string_view text = pasted.view();
+    text.remove_prefix(std::min(text.find_first_not_of("\r\n"), text.size()));
+    const size_t end = std::min(text.find_first_of("\r\n"), text.size());
+    if (text.find_first_not_of("\r\n", end) != std::string_view::npos) beepSignal();
+    return SecretText(text.substr(0, end));
+}
+
+/// The same in UTF-8.
+std::string pastedText() {
+    const SecretText line = pastedLine();
+    if (displayEncoding() == DisplayEncoding::Utf8) return std::string(line.view());
+    std::string converted;
+    for (const char octet : line.view()) converted += typedCharacter(static_cast<unsigned char>(octet));
+    return converted;
 }
 
 /// Beeps for a key that types something and found no room or no favour.
 void refuseKey(int key) {
-    if (key >= 32 && key <= 255) beepSignal();
+    if (key == kKeyPaste || (key >= 32 && key <= 255)) beepSignal();
 }
 
-/// Edits text of at most size - 1 bytes until Enter (true) or Escape; accepts tells which keys are appended. lost: the
-/// last key that was accepted found no room.
-template <typename Accepts>
-bool editLine(const Field& field, char* buffer, int size, int& length, bool& lost, Accepts accepts) {
+template <class Accepts>
+bool editField(const LineField& field, LineEditor& line, const LineKey& other, const Accepts& accepts) {
+    FieldView view = promptField(field);
     const CursorGuard cursor(true);
     for (;;) {
-        field.draw({buffer, static_cast<size_t>(length)});
-        const int key = getKey();
-        if (isEnter(key) || key == kKeyEscape) return key != kKeyEscape;
-        if (isBackspace(key)) {
-            length = std::max(length - 1, 0);
-            lost = false;
-        } else if (accepts(key) && length < size - 1) {
-            buffer[length++] = static_cast<char>(key);
-        } else {
-            lost = lost || accepts(key);
-            refuseKey(key);
+        view.draw(line);
+        const int key = toolkit::readLineKey();
+        if (isEnter(key) || key == kKeyEscape) {
+            clrToEol(field.row, field.col);
+            return key != kKeyEscape;
         }
+        if (line.edit(key) || (other && other(key, line))) continue;
+        if (!typeInto(line, key == kKeyPaste ? pastedText() : typedCharacter(key), accepts)) refuseKey(key);
     }
 }
 
@@ -149,17 +229,17 @@ int askKeys(std::string_view keys) {
 
 }  // namespace
 
-int input_yx(int row, int col, const char* prompt, char* buffer, int size, int lowest, int start, int width,
-             bool* lost) {
-    const Field field = promptField(row, col, prompt, width);
-    int length = std::clamp(start, 0, size - 1);
-    bool noRoom = false;
-    const bool entered =
-        editLine(field, buffer, size, length, noRoom, [lowest](int key) { return key >= lowest && key <= 127; });
-    if (lost) *lost = noRoom;
-    clrToEol(row, col);
-    buffer[length] = 0;
-    return entered ? length : -1;
+bool editLine(const LineField& field, LineEditor& line, const LineKey& other) {
+    const auto lowest = static_cast<char32_t>(field.lowest);
+    return editField(field, line, other, [lowest](char32_t one) { return one >= lowest && !isHarmful(one); });
+}
+
+int input_yx(int row, int col, const char* prompt, char* buffer, int size, int lowest, int start, int width) {
+    const auto longest = static_cast<size_t>(size - 1);
+    LineEditor line({buffer, static_cast<size_t>(std::clamp(start, 0, size - 1))}, longest);
+    const bool entered = editLine({row, col, prompt, width, lowest}, line);
+    buffer[line.text().copy(buffer, longest)] = 0;
+    return entered ? static_cast<int>(line.text().size()) : -1;
 }
 
 int inputText(int row, int col, const char* prompt, char* buffer, int size, int start, int width) {
@@ -171,18 +251,12 @@ int inputWord(int row, int col, const char* prompt, char* buffer, int size, int 
 }
 
 int input_positive_number_yx(int row, int col, const char* prompt) {
-    std::array<char, kNumberDigits + 1> digits{};
-    const Field field = promptField(row, col, prompt, 0);
-    int length = 0;
-    bool lost = false;  // does not matter: the number is beyond all others by then
-    const bool entered = editLine(field, digits.data(), static_cast<int>(digits.size()), length, lost,
-                                  [](int key) { return key >= '0' && key <= '9'; });
-    clrToEol(row, col);
-    if (!entered) return -1;
-    if (length == 0) return -2;
-    digits[static_cast<size_t>(length)] = 0;
+    LineEditor digits({}, kNumberDigits);
+    const auto isDigit = [](char32_t one) { return one >= '0' && one <= '9'; };
+    if (!editField({row, col, prompt}, digits, {}, isDigit)) return -1;
+    if (digits.text().empty()) return -2;
     // Saturates at LONG_MAX by itself.
-    return static_cast<int>(std::min<long>(std::strtol(digits.data(), nullptr, 10), INT_MAX));
+    return static_cast<int>(std::min<long>(std::strtol(digits.text().c_str(), nullptr, 10), INT_MAX));
 }
 
 int inputPassword(int row, int col, const char* prompt, char* buffer, int size, char echo, bool keep, bool* lost) {
@@ -191,6 +265,15 @@ int inputPassword(int row, int col, const char* prompt, char* buffer, int size, 
     const toolkit::Pen start = {row, std::min(toolkit::pen().col, kScreenColumns - 1)};
     int length = keep ? static_cast<int>(strnlen(buffer, static_cast<size_t>(size - 1))) : 0;
     bool noRoom = false;
+    const auto append = [&](int octet) {
+        if (octet >= 1 && octet <= 255 && length < size - 1) {
+            buffer[length++] = static_cast<char>(octet);
+        } else if (octet >= 1 && octet <= 255) {
+            // For good: nobody sees which octet Backspace would take.
+            noRoom = true;
+            refuseKey(octet);
+        }
+    };
     toolkit::translateKeys(false);
     const CursorGuard cursor(true);
     for (;;) {
@@ -200,12 +283,11 @@ int inputPassword(int row, int col, const char* prompt, char* buffer, int size, 
         if (isEnter(key)) break;
         if (isBackspace(key) || key == 127) {
             length = std::max(length - 1, 0);
-        } else if (key >= 1 && key <= 255 && length < size - 1) {
-            buffer[length++] = static_cast<char>(key);
-        } else if (key >= 1 && key <= 255) {
-            // For good: nobody sees which octet Backspace would take.
-            noRoom = true;
-            refuseKey(key);
+        } else if (key == kKeyPaste) {
+            const SecretText line = pastedLine();
+            for (const char octet : line.view()) append(static_cast<unsigned char>(octet));
+        } else {
+            append(key);
         }
     }
     if (lost) *lost = noRoom;

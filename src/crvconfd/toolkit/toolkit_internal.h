@@ -5,7 +5,8 @@
 #include <string>
 #include <string_view>
 
-struct _win_st;  // NOLINT(bugprone-reserved-identifier): the tag that curses gives its windows
+#include "crvconfd/toolkit/toolkit.h"
+#include "misc/secret.h"
 
 namespace crv::toolkit {
 
@@ -38,8 +39,15 @@ void unreadKey(int key);
 /// "OA").
 [[nodiscard]] std::string readEscape(int milliseconds);
 
-/// A byte for inputs that take single keys: bytes as they are, a single ESC as Escape, sequences as 0.
+/// A byte for inputs that take single keys: bytes as they are, a single ESC as Escape, a paste as kKeyPaste, other
+/// sequences as 0.
 [[nodiscard]] int readPlainKey(int milliseconds = -1);
+
+/// A key for text fields: getKey's and the sides, both ends, Delete, and kKeyPaste.
+[[nodiscard]] int readLineKey();
+
+/// What was pasted last (bracketed paste), once.
+[[nodiscard]] SecretText takePaste();
 
 /// A key for lists: a character, a curses code, or 0 for a sequence that means nothing.
 [[nodiscard]] int readListKey();

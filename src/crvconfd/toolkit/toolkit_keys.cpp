@@ -31,6 +31,15 @@ constexpr size_t kLongestSequence = 32;  // longer ones are hostile
 constexpr std::chrono::milliseconds kSwallowAfterLone{1000};
 constexpr std::chrono::milliseconds kSwallowAfterSingle{300};
 
+// Bracketed paste of xterm: what stands between these, after ESC each, was pasted and not typed.
+constexpr std::string_view kPasteBegin = "[200~";
+constexpr std::string_view kPasteEnd = "\x1b[201~";
+constexpr int kPasteSilence = 2000;  // ms after which a paste without an end is over
+constexpr size_t kLongestPaste = 64 * 1024;
+
+/// What was pasted last; perhaps a password.
+SecretText pasted;
+
 /// Until then a lone ESC is the second half of a habitual double press.
 Clock::time_point swallowUntil;
 
@@ -57,6 +66,28 @@ constexpr std::array<std::pair<std::string_view, int>, 8> kScrollSequences{{
     {"[4~", kKeyEnd},
     {"[8~", kKeyEnd},
 }};
+
+// What text fields know besides.
+constexpr std::array<std::pair<std::string_view, int>, 16> kLineSequences{{
+    {"[D", kKeyLeft},
+    {"OD", kKeyLeft},
+    {"[C", kKeyRight},
+    {"OC", kKeyRight},
+    {"OA", kKeyUp},
+    {"OB", kKeyDown},
+    {"[H", kKeyHome},
+    {"OH", kKeyHome},
+    {"[1~", kKeyHome},
+    {"[7~", kKeyHome},
+    {"[F", kKeyEnd},
+    {"OF", kKeyEnd},
+    {"[4~", kKeyEnd},
+    {"[8~", kKeyEnd},
+    {"[3~", kKeyDelete},
+    {kPasteBegin, kKeyPaste},
+}};
+
+constexpr std::array<std::pair<std::string_view, int>, 1> kPlainSequences{{{kPasteBegin, kKeyPaste}}};
 
 // What curses passes on untranslated because the terminal description has the other form of the key.
 constexpr std::array<std::pair<std::string_view, int>, 17> kListSequences{{
@@ -136,6 +167,29 @@ int takeKey() {
         if (key != KEY_RESIZE) return key;
         clearok(curscr, TRUE);
         toolkit::show();
+    }
+}
+
+/// Takes in a paste that has begun, up to its end; beyond the longest the rest is dropped.
+void readPaste() {
+    pasted.clear();
+    std::string_view end = kPasteEnd;
+    while (!end.empty()) {
+        const int key = toolkit::readKey(kPasteSilence);
+        if (key == kNoKey) return;
+        const char octet = static_cast<char>(key);
+        if (octet == end.front()) {
+            end.remove_prefix(1);
+            continue;
+        }
+        // What began like the end belongs to the paste.
+        pasted.append(kPasteEnd.substr(0, kPasteEnd.size() - end.size()));
+        end = kPasteEnd;
+        if (octet == end.front()) {
+            end.remove_prefix(1);
+        } else if (pasted.size() < kLongestPaste) {
+            pasted.append({&octet, 1});
+        }
     }
 }
 
@@ -240,12 +294,21 @@ std::string readEscape(int milliseconds) {
         if (key == '[') key = take();
         while (key >= 0x20 && key < 0x40 && sequence.size() < kLongestSequence) key = take();
     }
+    if (sequence == kPasteBegin) readPaste();
     return sequence;
 }
 
 int readPlainKey(int milliseconds) {
     const int key = readKey(milliseconds);
-    return key == kKeyEscape ? decodeSingleEscape(kEscapeTail, {}) : key;
+    return key == kKeyEscape ? decodeSingleEscape(kEscapeTail, kPlainSequences) : key;
+}
+
+int readLineKey() {
+    return readAnyKey(kLineSequences);
+}
+
+SecretText takePaste() {
+    return std::exchange(pasted, {});
 }
 
 int readListKey() {

@@ -50,15 +50,29 @@ LogicalAttributes attributes;
 std::array<char, 128> leaveSequence;
 size_t leaveLength = 0;
 
+/// Terminals that do not know the mode pass over it (ECMA-48 5.4).
+constexpr const char* kPasteOn = "\x1b[?2004h";
+constexpr const char* kPasteOff = "\x1b[?2004l";
+
+/// Makes the terminal say what is pasted, so that it never runs as commands of a menu.
+void markPastes(bool on) {
+    std::fputs(on ? kPasteOn : kPasteOff, stdout);
+    std::fflush(stdout);
+}
+
+void addToLeaveSequence(const char* sequence) {
+    const size_t length = std::strlen(sequence);
+    if (leaveLength + length > leaveSequence.size()) return;
+    std::memcpy(leaveSequence.data() + leaveLength, sequence, length);
+    leaveLength += length;
+}
+
 void keepLeaveSequence() {
     leaveLength = 0;
+    addToLeaveSequence(kPasteOff);
     for (const char* name : {"rmcup", "cnorm", "sgr0"}) {
         const char* sequence = tigetstr(name);
-        if (!sequence || sequence == reinterpret_cast<const char*>(-1)) continue;
-        const size_t length = std::strlen(sequence);
-        if (leaveLength + length > leaveSequence.size()) continue;
-        std::memcpy(leaveSequence.data() + leaveLength, sequence, length);
-        leaveLength += length;
+        if (sequence && sequence != reinterpret_cast<const char*>(-1)) addToLeaveSequence(sequence);
     }
 }
 
@@ -202,6 +216,7 @@ void initScr() {
     set_escdelay(100);
     setKeyModes();
     keepLeaveSequence();
+    markPastes(true);
     catchEndSignals();
 }
 
@@ -211,6 +226,7 @@ void downScr() {
     echo();
     clrScr();
     toolkit::show();
+    markPastes(false);
     endwin();
     delwin(screen.pad);
     delscreen(screen.handle);
@@ -241,6 +257,7 @@ void clrToEol(int row, int col) {
 void suspendScr() {
     clrScr();
     toolkit::show();
+    markPastes(false);
     def_prog_mode();
     endwin();
 }
@@ -248,7 +265,17 @@ void suspendScr() {
 void resumeScr() {
     reset_prog_mode();
     setKeyModes();
+    markPastes(true);
     clearok(curscr, TRUE);
+    toolkit::show();
+}
+
+ScreenKeeper::ScreenKeeper() : kept_(dupwin(screen.pad)) {}
+
+ScreenKeeper::~ScreenKeeper() {
+    if (!kept_) return;
+    overwrite(kept_, screen.pad);
+    delwin(kept_);
     toolkit::show();
 }
 
