@@ -79,7 +79,7 @@ class Ours {
         root_ = world.root.der;
         start();
         for (const MadeCert& one : world.middle) must(certificates_->db().insert(ByteView(one.der)));
-        for (const Bytes& one : world.crls) must(revocation_->insert(one) == kCrlInserted);
+        for (const Bytes& one : world.crls) must(revocation_->insert(one) == CrlInsert::Stored);
     }
     /// Forgets all that was decoded or verified.
     void start() {

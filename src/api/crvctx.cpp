@@ -75,8 +75,8 @@ void CRVctx::setProfile(std::unique_ptr<CrvProfile> profile) {
 void CRVctx::moveFromNetStoreToDB() {
     networkManager.moveFromNetStoreToDB([this](ByteView der) { return certificateManager.db().insert(der); },
                                         [this](ByteView der) {
-                                            const CrlInsertResult result = revocationManager.insert(der);
-                                            return result == kCrlInserted || result == kCrlOlder;
+                                            const CrlInsert result = revocationManager.insert(der);
+                                            return result == CrlInsert::Stored || result == CrlInsert::Older;
                                         });
 }
 

@@ -5,6 +5,7 @@
 #include "asn/x509/signed_certificate.h"
 #include "crvctl/secrets.h"
 #include "crvctl/show.h"
+#include "crvctl/texts.h"
 #include "crvctl/verbs.h"
 #include "misc/hex.h"
 #include "misc/path.h"
@@ -65,6 +66,19 @@ TrustPoint chosenTrustPoint(const Run& run, Session& session) {
 
 std::string nameOf(const SignedCertificate& certificate) {
     return hexOf(certificate.fingerprint(KcHashAlgo::Sha256));
+}
+
+const char* refusalText(CrtRefusal refusal) {
+    switch (refusal) {
+        case CrtRefusal::EmailTooLong:
+            return "its e-mail address is longer than 128 characters";
+        case CrtRefusal::KeyIdUnfit:
+            return "its key identifier is unfit";
+        case CrtRefusal::TooManyFields:
+            return "its name has more than 1000 fields";
+        default:
+            return "";
+    }
 }
 
 PathOptions pathOptions(const Call& call) {
@@ -161,8 +175,8 @@ void certImport(Run& run) {
         der = encodingOf(*certificates[at++]);
         return true;
     };
-    const auto refused = [&](size_t index, const std::string& reason) {
-        run.out.warn("a certificate was not stored", std::to_string(index + 1) + ": " + reason);
+    const auto refused = [&](size_t index, CrtRefusal refusal) {
+        run.out.warn("a certificate was not stored", std::to_string(index + 1) + ": " + tr(refusalText(refusal)));
     };
     const auto goOn = [](const ImportProgress&) { return !processEnding(); };
     if (!session.context().certificateManager.db().insertMany(next, goOn, refused, done)) session.failDatabase();

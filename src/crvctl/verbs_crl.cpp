@@ -88,9 +88,9 @@ void crlImport(Run& run) {
     run.out.change("import", "crl", crl.list.issuer().rfc4514());
     if (run.mode.dryRun) return;
     switch (session.context().revocationManager.insert(crl.der)) {
-        case kCrlInserted:
+        case CrlInsert::Stored:
             return;
-        case kCrlOlder:
+        case CrlInsert::Older:
             throw OpError(OpFault::ObjectExists, crl.list.issuer().rfc4514());
         default:
             session.failDatabase();

@@ -174,8 +174,9 @@ DbAnswer DataBase::skip(int n) {
             fail(Error::Index);
         }
     }
-    if (answer != kDbOk) index_.setCursor(start);
-    if (answer != kDbOk) steps_ = 0;
+    if (answer == kDbOk) return kDbOk;
+    index_.setCursor(start);
+    steps_ = 0;
     return answer;
 }
 
@@ -208,11 +209,9 @@ DbAnswer DataBase::data(TableRecord& record) {
     return answer == kDbDeleted ? kDbNoRecord : kDbOk;
 }
 
-int64_t DataBase::recNo() {
-    int64_t recNo = 0;
-    DbAnswer answer = settle();
-    if (answer == kDbOk) answer = current(recNo);
-    return answer == kDbOk ? recNo : static_cast<int64_t>(answer);
+DbAnswer DataBase::recNo(int64_t& number) {
+    const DbAnswer answer = settle();
+    return answer == kDbOk ? current(number) : answer;
 }
 
 DbAnswer DataBase::update(ByteView body) {

@@ -59,8 +59,8 @@ class DataBase {
     [[nodiscard]] DbAnswer seek(std::string_view key);
     /// The record at the cursor.
     [[nodiscard]] DbAnswer data(TableRecord& record);
-    /// Number of the record at the cursor; 0 on failure, dbNoRecord when there is none.
-    [[nodiscard]] int64_t recNo();
+    /// Number of the record at the cursor.
+    [[nodiscard]] DbAnswer recNo(int64_t& number);
     /// Rewrites the body of the record at the cursor: dbOk, dbTooLong, dbNoRecord for none or a deleted one.
     [[nodiscard]] DbAnswer update(ByteView body);
     /// Deletes the record at the cursor; its index entries stay.

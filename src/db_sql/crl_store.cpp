@@ -4,7 +4,6 @@
 
 #include "asn/known_oids.h"
 #include "asn/x509/signed_cert_rev_list.h"
-#include "corvane/crverrors.h"
 #include "crypto/kc_hash.h"
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
@@ -48,7 +47,7 @@ CrlIndex CrlStore::readIndex() {
 
 CrlInsert CrlStore::insertCrl(ByteView der, bool verified) {
     ParsedCrl parsed;
-    if (!parseCrl(der, parsed)) throw CrvApiException(ECRV_INV_CRL_FMT);
+    if (!parseCrl(der, parsed)) return CrlInsert::Malformed;
     if (verified) parsed.entry.verified.emplace().setValue(true);
     CrlInsert result = CrlInsert::Stored;
     locked(kExclusiveLock, [&] { result = insertLocked(parsed, der); });

@@ -14,10 +14,14 @@ namespace crv {
 
 class SignedCertRevList;
 
-enum class CrlInsert {
-    Stored,   ///< now in the store, in the place of an older one of the same issuer, key and scope
-    Present,  ///< the same CRL is there already
-    Older     ///< the one that is there is not older
+/// What became of a CRL that was to be stored.
+enum class CrlInsert : int {
+    Stored,       ///< now in the store, in the place of an older one of the same issuer, key and scope
+    Present,      ///< the same CRL is there already
+    Older,        ///< the one that is there is not older
+    Malformed,    ///< the octets are no CRL
+    Failed,       ///< the database failed (DbManager::lastCause)
+    DeviceFailed  ///< stored, but the Tarvo device refused it (RevocationManager::deviceError)
 };
 
 /// At most one CRL of an authority, key and scope that verified when it was stored, and one that did not: what anybody
@@ -30,7 +34,6 @@ class CrlStore {
     CrlStore(const CrlStore&) = delete;
     CrlStore& operator=(const CrlStore&) = delete;
 
-    /// Throws CrvApiException with 88 for octets that are no CRL.
     CrlInsert insertCrl(ByteView der, bool verified);
     /// False when there is no CRL of that number.
     [[nodiscard]] bool deleteCrl(long number);

@@ -64,9 +64,7 @@ bool CrtDb::insertBatch(std::vector<CrtRecord>& batch, size_t first, const Progr
         }
         for (size_t i = 0; i < handled; ++i) {
             count(done, outcomes[i].result);
-            if (outcomes[i].result != InsertResult::Refused) continue;
-            if (done.reasons.size() < ImportProgress::kMaxReasons) done.reasons.push_back(outcomes[i].reason);
-            if (refused) refused(first + at + i, outcomes[i].reason);
+            if (refused && outcomes[i].result == InsertResult::Refused) refused(first + at + i, outcomes[i].refusal);
         }
         at += handled;
         stopped = progress && !progress(done);

@@ -20,8 +20,6 @@ struct ImportProgress {
     size_t stored = 0;
     size_t present = 0;  ///< were there already
     size_t refused = 0;
-    std::vector<std::string> reasons;  ///< of the first refusals
-    static constexpr size_t kMaxReasons = 3;
     bool unreadable = false;  ///< it ended at octets that are no certificate
     [[nodiscard]] size_t handled() const { return stored + present + refused; }
 };
@@ -42,7 +40,7 @@ class CrtDb {
     /// Called after each slice; false stops.
     using Progress = std::function<bool(const ImportProgress&)>;
     /// Called for each certificate that was not stored: its place in the source, from 0, and why.
-    using Refused = std::function<void(size_t index, const std::string& reason)>;
+    using Refused = std::function<void(size_t index, CrtRefusal refusal)>;
     /// Stores many certificates. The lock is held for slices of about sliceTime, so that others get their turn, and
     /// what a progress call reports as stored is on the disk. False when the database fails; progress then tells what
     /// was reached.

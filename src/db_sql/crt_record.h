@@ -36,20 +36,22 @@ struct CrtRecord {
 enum class InsertResult {
     Stored,   ///< now in the database
     Present,  ///< the same certificate was there already
-    Refused   ///< not stored; the reason says why
+    Refused   ///< not stored; the refusal says why
 };
+
+/// Why a record cannot be stored.
+enum class CrtRefusal { None, EmailTooLong, KeyIdUnfit, TooManyFields };
 
 struct InsertOutcome {
     InsertResult result = InsertResult::Stored;
-    std::string reason;
+    CrtRefusal refusal = CrtRefusal::None;
 };
 
-/// Why a record cannot be stored; empty when it can.
-std::string refusalOf(const CrtRecord& record);
+[[nodiscard]] CrtRefusal refusalOf(const CrtRecord& record);
+/// Throws StoreError (Refused) for a record that cannot be stored.
+void demandStorable(const CrtRecord& record);
 
 /// Longest name of a network fetch time.
 constexpr size_t kMaxNetCertName = 128;
-
-inline constexpr const char* kTextEmailTooLong = "DbCrtCrv::insertCert. Za dlugie pole email w certyfikacie";
 
 }  // namespace crv

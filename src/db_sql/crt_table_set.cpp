@@ -70,12 +70,13 @@ bool CrtTableSet::readCrt(int64_t id, Bytes& der) {
     return true;
 }
 
-void CrtTableSet::insertInto(Tb table, std::initializer_list<std::string_view> keys, ByteView body,
-                             const char* failure) {
+int64_t CrtTableSet::insertInto(Tb table, std::initializer_list<std::string_view> keys, ByteView body,
+                                const char* failure) {
     int64_t recNo = 0;
     noteChange(table);
     if (tables_[table].insert({keys.begin(), keys.size()}, body, recNo) != kDbOk)
         throw StoreError(StoreCause::Failed, failure);
+    return recNo;
 }
 
 void CrtTableSet::insertSide(const std::string& idKey, const CrtRecord& record) {
@@ -91,10 +92,15 @@ void CrtTableSet::insertAddIdx(const std::string& idKey, const CrtRecord& record
     insertInto(kAddIdx, {idKey, keys[0], keys[1]}, {}, "DbCrtCrv::insertIntoCaTb. Blad wstawienie do addIdxTb");
 }
 
+int64_t CrtTableSet::recNo(Tb table) {
+    int64_t number = 0;
+    return returnCode(tables_[table].recNo(number)) ? number : 0;
+}
+
 int64_t CrtTableSet::insertCrt(const CrtRecord& record) {
     const auto keys = crtTbKeys(record);
-    insertInto(kCrt, {keys[0], keys[1], keys[2]}, record.der, "DbCrtCrv::insertCert. Blad zapisu do crtTb");
-    const int64_t id = tables_[kCrt].recNo();
+    const int64_t id =
+        insertInto(kCrt, {keys[0], keys[1], keys[2]}, record.der, "DbCrtCrv::insertCert. Blad zapisu do crtTb");
     const std::string idKey = recNoEncode(id);
     insertSide(idKey, record);
     insertAddIdx(idKey, record);

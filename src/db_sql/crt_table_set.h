@@ -45,9 +45,12 @@ class CrtTableSet {
     /// Shows each live record with that key, first to last, until the visitor answers false; the cursor rests on it.
     using Visit = std::function<bool(TableRecord& record)>;
     void forEachEqual(Tb table, int index, std::string_view key, const Visit& visit);
+    /// Number of the record at the cursor; 0 when there is none.
+    [[nodiscard]] int64_t recNo(Tb table);
     /// Reads the live certificate with that record number; false when it is gone.
     [[nodiscard]] bool readCrt(int64_t id, Bytes& der);
-    void insertInto(Tb table, std::initializer_list<std::string_view> keys, ByteView body, const char* failure);
+    /// Answers the number of the record.
+    int64_t insertInto(Tb table, std::initializer_list<std::string_view> keys, ByteView body, const char* failure);
     /// Stores the records of a certificate; answers its id.
     int64_t insertCrt(const CrtRecord& record);
     /// Adds the side records of a certificate that are not there.

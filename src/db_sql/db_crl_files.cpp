@@ -19,7 +19,6 @@ namespace crv {
 
 namespace {
 
-constexpr const char* kPlace = "src/db_sql/db_crl_crv";
 constexpr size_t kTailOctets = 4;
 constexpr size_t kTagOctets = 4 + kTailOctets;
 constexpr std::array<uint8_t, 2> kEmptyIndex{0x30, 0x00};
@@ -50,7 +49,7 @@ Bytes makeDataForIntChk(ByteView content) {
     return tagOf(content.size(), content.last(std::min(content.size(), kTailOctets)));
 }
 
-int checkIntegrity(const std::string& file, const std::string& tag) {
+Integrity checkIntegrity(const std::string& file, const std::string& tag) {
     Bytes expected;
     try {
         expected = readFile(tag, kTagOctets + 1);
@@ -58,17 +57,17 @@ int checkIntegrity(const std::string& file, const std::string& tag) {
         // A tag that is there but longer than the limit is a wrong tag, not a missing one.
         struct stat info {};
         return fileOps().stat(tag, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > static_cast<off_t>(kTagOctets)
-                   ? 1
-                   : 2;
+                   ? Integrity::Broken
+                   : Integrity::NoTag;
     }
     File guarded;
-    if (!guarded.open(file)) return 1;
+    if (!guarded.open(file)) return Integrity::Broken;
     std::array<uint8_t, kTailOctets> tail{};
     const int64_t have = std::min<int64_t>(guarded.length(), kTailOctets);
-    if (!guarded.readAt(guarded.length() - have, tail.data(), static_cast<size_t>(have))) return 1;
+    if (!guarded.readAt(guarded.length() - have, tail.data(), static_cast<size_t>(have))) return Integrity::Broken;
     return tagOf(static_cast<uint64_t>(guarded.length()), ByteView(tail).first(static_cast<size_t>(have))) == expected
-               ? 0
-               : 1;
+               ? Integrity::Sound
+               : Integrity::Broken;
 }
 
 std::string CrlFileGuard::crlPath(long n) const {
@@ -96,17 +95,18 @@ Bytes CrlFileGuard::readCrl(long n) const {
     return readFile(crlPath(n));
 }
 
-int CrlFileGuard::checkIndex() const {
+Integrity CrlFileGuard::checkIndex() const {
     return checkIntegrity(pathOf(kCrlIndexFileName), pathOf(kCrlIndexTagName));
 }
 
-int CrlFileGuard::checkCrl(long n) const {
+Integrity CrlFileGuard::checkCrl(long n) const {
     return checkIntegrity(crlPath(n), tagPath(n));
 }
 
 bool CrlFileGuard::isIndexSound() const {
     CrlIndex index;
-    return checkIndex() != 1 && fileExists(pathOf(kCrlIndexFileName)) && parseCrlIndex(readIndex(), index);
+    return checkIndex() != Integrity::Broken && fileExists(pathOf(kCrlIndexFileName)) &&
+           parseCrlIndex(readIndex(), index);
 }
 
 void CrlFileGuard::checkIndexOrRollback(long n) {
@@ -118,17 +118,15 @@ void CrlFileGuard::checkIndexOrRollback(long n) {
 
 void CrlFileGuard::write(long n, ByteView index, ByteView crl) {
     switch (checkCrl(n - 1)) {
-        case 0:
+        case Integrity::Sound:
             checkIndexOrRollback(n);
             break;
-        case 1:
+        case Integrity::Broken:
             rollback(n);
             throw StoreError(StoreCause::Damaged,
                              "Naruszona integralność bazy CRL (plik CRL). Wykonano operację restore");
-        case 2:
+        case Integrity::NoTag:
             break;
-        default:
-            failAssertion("0", kPlace, __LINE__);
     }
     keepBackup();
     storeIndex(index);
@@ -175,7 +173,7 @@ std::optional<CrlIndexEntry> CrlFileGuard::settle(long n, std::initializer_list<
                                                   std::vector<std::string>& notes) {
     const Bytes der = readCrl(n), hash = hashOf(KcHashAlgo::Sha256, der);
     const std::string name = std::to_string(n) + std::string(kCrlExtension) + ": ";
-    const int tag = checkCrl(n);
+    const Integrity tag = checkCrl(n);
     std::optional<CrlIndexEntry> row;
     for (const CrlIndex* index : indexes) {
         const auto same = std::ranges::find_if(*index, [&](const CrlIndexEntry& one) {
@@ -183,7 +181,7 @@ std::optional<CrlIndexEntry> CrlFileGuard::settle(long n, std::initializer_list<
         });
         if (!row && same != index->end()) row = *same;
     }
-    if (ParsedCrl parsed; !row && tag != 1 && parseCrl(der, parsed)) {
+    if (ParsedCrl parsed; !row && tag != Integrity::Broken && parseCrl(der, parsed)) {
         row = parsed.entry;
         row->number.setValue(n);
         notes.push_back(name + "not the one of the index, taken up as not verified");
@@ -192,7 +190,7 @@ std::optional<CrlIndexEntry> CrlFileGuard::settle(long n, std::initializer_list<
         notes.push_back(name + "damaged, deleted");
         fileOps().unlink(crlPath(n));
         fileOps().unlink(tagPath(n));
-    } else if (tag != 0) {
+    } else if (tag != Integrity::Sound) {
         notes.push_back(name + "tag made anew");
         writeTag(n, der);
     }

@@ -14,9 +14,12 @@ namespace crv {
 /// The tag of a file: its length (32 bits, big-endian) and its last four octets, with zeros after a shorter content.
 Bytes makeDataForIntChk(ByteView content);
 
-/// 0 when the tag file matches the file; 1 when it does not, is not 8 octets long or the file cannot be opened; 2 when
-/// the tag cannot be read.
-int checkIntegrity(const std::string& file, const std::string& tag);
+enum class Integrity {
+    Sound = 0,   ///< the tag file matches the file
+    Broken = 1,  ///< it does not, is not 8 octets long or the file cannot be opened
+    NoTag = 2    ///< the tag cannot be read
+};
+[[nodiscard]] Integrity checkIntegrity(const std::string& file, const std::string& tag);
 
 /// Writes and reads "crl_idx.asn" and the numbered CRL files of one directory. The caller holds the exclusive lock to
 /// write, with its mark set, and the shared one to read.
@@ -39,9 +42,8 @@ class CrlFileGuard {
 
     [[nodiscard]] Bytes readIndex() const;
     [[nodiscard]] Bytes readCrl(long n) const;
-    /// Answers of checkIntegrity for the index and for the CRL of that number.
-    [[nodiscard]] int checkIndex() const;
-    [[nodiscard]] int checkCrl(long n) const;
+    [[nodiscard]] Integrity checkIndex() const;
+    [[nodiscard]] Integrity checkCrl(long n) const;
     /// Whether the index agrees with its tag and can be read.
     [[nodiscard]] bool isIndexSound() const;
     /// Puts a damaged index right and fails as write() does; n is the number for the log.

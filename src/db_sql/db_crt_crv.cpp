@@ -64,7 +64,7 @@ void DbCrtCrv::setSync(bool on) {
 void DbCrtCrv::findInCrtTb(CrtItemList& list, CrtIndex index, ByteView digest) {
     const Use use(*this, kSharedLock, {Tb::kCrt});
     tables_.forEachEqual(Tb::kCrt, index, codeDigest(digest), [&](TableRecord& record) {
-        insertCrtItem(list, tables_[Tb::kCrt].recNo(), std::move(record.body));
+        insertCrtItem(list, tables_.recNo(Tb::kCrt), std::move(record.body));
         return true;
     });
 }
@@ -134,7 +134,7 @@ int64_t DbCrtCrv::findSame(const CrtRecord& record) {
     int left = kMostOfOneSerial;
     tables_.forEachEqual(Tb::kCrt, kCrtBySerNum, codeDigest(record.serNumHash), [&](const TableRecord& stored) {
         if (left-- == 0) return false;
-        if (std::ranges::equal(stored.body, record.der)) same = tables_[Tb::kCrt].recNo();
+        if (std::ranges::equal(stored.body, record.der)) same = tables_.recNo(Tb::kCrt);
         return same == 0;
     });
     return left < 0 ? findByHash(record) : same;
@@ -158,7 +158,7 @@ InsertResult DbCrtCrv::insertOne(const CrtRecord& record) {
 }
 
 InsertResult DbCrtCrv::insertCert(const CrtRecord& record) {
-    if (const std::string reason = refusalOf(record); !reason.empty()) throw StoreError(StoreCause::Refused, reason);
+    demandStorable(record);
     const Use use(*this, kExclusiveLock, tablesFor({&record, 1}));
     const InsertResult result = insertOne(record);
     tables_.finishChange(sync());
@@ -171,9 +171,8 @@ size_t DbCrtCrv::insertSlice(std::span<const CrtRecord> records, const SliceEnd&
     std::vector<InsertOutcome> slice;
     do {
         const CrtRecord& record = records[slice.size()];
-        std::string reason = refusalOf(record);
-        slice.push_back(reason.empty() ? InsertOutcome{insertOne(record), {}}
-                                       : InsertOutcome{InsertResult::Refused, std::move(reason)});
+        const CrtRefusal refusal = refusalOf(record);
+        slice.push_back({refusal == CrtRefusal::None ? insertOne(record) : InsertResult::Refused, refusal});
     } while (slice.size() < records.size() && !atEnd());
     tables_.finishChange(sync());
     outcomes.insert(outcomes.end(), std::make_move_iterator(slice.begin()), std::make_move_iterator(slice.end()));

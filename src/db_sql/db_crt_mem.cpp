@@ -63,7 +63,7 @@ bool DbCrtMem::holds(const std::string& serNumKey, ByteView der) const {
 }
 
 InsertResult DbCrtMem::insertCert(const CrtRecord& record) {
-    if (const std::string reason = refusalOf(record); !reason.empty()) throw StoreError(StoreCause::Refused, reason);
+    demandStorable(record);
     const std::string serNumKey = codeDigest(record.serNumHash);
     const std::scoped_lock guard(mutex_);
     if (holds(serNumKey, record.der)) return InsertResult::Present;
@@ -84,9 +84,8 @@ size_t DbCrtMem::insertSlice(std::span<const CrtRecord> records, const SliceEnd&
                              std::vector<InsertOutcome>& outcomes) {
     size_t done = 0;
     do {
-        const std::string reason = refusalOf(records[done]);
-        outcomes.push_back(reason.empty() ? InsertOutcome{insertCert(records[done]), {}}
-                                          : InsertOutcome{InsertResult::Refused, reason});
+        const CrtRefusal refusal = refusalOf(records[done]);
+        outcomes.push_back({refusal == CrtRefusal::None ? insertCert(records[done]) : InsertResult::Refused, refusal});
     } while (++done < records.size() && !atEnd());
     return done;
 }

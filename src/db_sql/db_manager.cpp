@@ -54,14 +54,12 @@ void DbManager::fail(const char* name, const char* text, StoreCause cause) {
 
 /// Every operation goes through here: its name, its work, and what becomes of an exception.
 bool DbManager::run(const char* name, const Work& work) {
-    outOfMemory_ = false;
     try {
         connect();
         work(*connection_);
         return true;
     } catch (const std::bad_alloc& e) {
-        outOfMemory_ = true;
-        fail(name, e.what());
+        fail(name, e.what(), StoreCause::NoMemory);
     } catch (const StoreError& e) {
         fail(name, e.what(), e.cause());
     } catch (const std::exception& e) {
@@ -196,8 +194,10 @@ bool DbManager::getNetCertTime(const std::string& name, int64_t& time) {
     return run("getNetCertTime", [&](DbConnection& db) { time = db.crts().getNetCertTime(name); });
 }
 
-bool DbManager::insertCrl(ByteView der, bool verified, CrlInsert& result) {
-    return run("insertCrl", [&](DbConnection& db) { result = db.crls().insertCrl(der, verified); });
+CrlInsert DbManager::insertCrl(ByteView der, bool verified) {
+    CrlInsert result = CrlInsert::Failed;
+    (void)run("insertCrl", [&](DbConnection& db) { result = db.crls().insertCrl(der, verified); });
+    return result;
 }
 
 bool DbManager::deleteCrl(long number) {

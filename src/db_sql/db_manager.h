@@ -23,8 +23,7 @@ enum class DbStep {
 ///
 /// No operation throws. An exception of the store is written to the log ("Wyjatek w funkcji: DbManager::" name "()" and
 /// the exception's text), the connection is dropped, so that the next operation makes a new one, and the operation
-/// answers false (or failed). lastFailure() then has the text, outOfMemory() tells a lack of memory from a failing
-/// database.
+/// answers false (or failed). lastFailure() then has the text, lastCause() the cause.
 class DbManager {
   public:
     using ConfigSource = std::function<DbConfig()>;
@@ -93,7 +92,7 @@ class DbManager {
 
     bool getAllCrls(std::vector<Bytes>& list) { return inCrl("getAllCrls", &CrlStore::getAllCrls, list); }
     /// Stores a CRL; see CrlStore for what `verified` decides.
-    bool insertCrl(ByteView der, bool verified, CrlInsert& result);
+    CrlInsert insertCrl(ByteView der, bool verified);
     /// Fails for a number that no CRL has.
     bool deleteCrl(long number);
     bool getCrlIndex(CrlIndex& index) { return inCrl("getCrlIndex", &CrlStore::getCrlIndex, index); }
@@ -108,7 +107,6 @@ class DbManager {
     [[nodiscard]] const std::string& lastFailure() const { return lastFailure_; }
     /// Why the store failed; Failed too when the failure was none of the store's.
     [[nodiscard]] StoreCause lastCause() const { return lastCause_; }
-    [[nodiscard]] bool outOfMemory() const { return outOfMemory_; }
     /// Hears, in the middle of an operation, how far mending after a crash has come; must not use the manager.
     void setMendProgress(DbCrv::MendProgress progress) { mendProgress_ = std::move(progress); }
     /// Whether insertions wait until the disk has the data (the default); off only for measuring.
@@ -141,7 +139,6 @@ class DbManager {
     std::optional<DbHash> seen_;  // the current certificate as it was shown
     std::string lastFailure_;
     StoreCause lastCause_ = StoreCause::Failed;
-    bool outOfMemory_ = false;
     bool sync_ = true;
     DbCrv::MendProgress mendProgress_;
 };

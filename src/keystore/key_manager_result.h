@@ -63,6 +63,7 @@ namespace crv {
     X(kKmProtectionNotSupported, 66, ECRV_INV_KEY_PROT,                                                       \
       "the file's protection is unknown here or has too many rounds")                                         \
     X(kKmStopped, 67, ECRV_ACTION_CANCELLED, "the user stopped the opening")                                  \
+    X(kKmPasswordNotText, 68, ECRV_TEXT_CONVERT, "the password is no UTF-8 text")                             \
     X(kKmLockFailed, 70, ECRV_LOCK, "the lock on the security file cannot be had or given back")              \
     X(kKmLockGivenUp, 71, ECRV_LOCK, "the wait for the lock was ended")                                       \
     X(kKmReadOnly, 72, ECRV_SFT_WRITE, "the key store was opened for reading only")

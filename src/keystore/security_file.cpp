@@ -12,6 +12,7 @@
 #include "crypto/crypto_error.h"
 #include "misc/exceptions.h"
 #include "misc/memory_file.h"
+#include "misc/utf8.h"
 
 namespace crv {
 namespace {
@@ -240,6 +241,7 @@ KeyManagerResult readSecurityFile(ByteView octets, const SecretText& password, b
 
 KeyManagerResult buildSecurityFile(const KeyStoreContents& contents, const SecretText& password, SaltOrigin salt,
                                    Bytes& octets) {
+    if (!isUtf8(password.view())) return kKmPasswordNotText;
     try {
         Pfx pfx;
         addKeys(contents, pfx);

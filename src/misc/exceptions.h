@@ -44,7 +44,8 @@ enum class StoreCause {
     NotLocked,     ///< the lock cannot be had
     NeedsMending,  ///< a change was cut off, and mending it failed or is not permitted
     Refused,       ///< what was given cannot be stored
-    NotFound       ///< there is no such record, value or file
+    NotFound,      ///< there is no such record, value or file
+    NoMemory       ///< memory ran out (answered, never thrown: that is std::bad_alloc)
 };
 
 /// A failure of a database, a profile list or a file read as a whole, with its text. No std::runtime_error, so that

@@ -211,7 +211,7 @@ void checkCrlRows(const CrlFileGuard& crls, const CrlIndex& index, DbFindings& f
 void DatabaseFiles::checkCrls(DbFindings& findings) const {
     const CrlFileGuard crls(db_.directory());
     CrlIndex index;
-    if (fileExists(db_.pathOf(kCrlIndexFileName)) && crls.checkIndex() == 1) {
+    if (fileExists(db_.pathOf(kCrlIndexFileName)) && crls.checkIndex() == Integrity::Broken) {
         findings.add(std::string(kCrlIndexFileName), "does not match its tag");
     } else if (!crls.isIndexSound()) {
         findings.add(std::string(kCrlIndexFileName), "cannot be read");
@@ -225,8 +225,9 @@ void DatabaseFiles::checkCrls(DbFindings& findings) const {
     for (const std::string& name : names) {
         if (!name.ends_with(kCrlExtension)) continue;
         const std::string tag = name.substr(0, name.size() - kCrlExtension.size()) + std::string(kTagExtension);
-        const int answer = checkIntegrity(db_.pathOf(name), db_.pathOf(tag));
-        if (answer != 0) findings.add(name, answer == 1 ? "does not match its tag" : "has no tag");
+        const Integrity answer = checkIntegrity(db_.pathOf(name), db_.pathOf(tag));
+        if (answer == Integrity::Sound) continue;
+        findings.add(name, answer == Integrity::Broken ? "does not match its tag" : "has no tag");
     }
 }
 

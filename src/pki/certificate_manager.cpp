@@ -17,10 +17,6 @@ namespace {
 /// Certificates from one report of progress to the next.
 constexpr size_t kExportStep = 256;
 
-TransferEnd databaseFailure(const DbManager& database) {
-    return database.outOfMemory() ? TransferEnd::NoMemory : TransferEnd::Database;
-}
-
 PathFault unreadablePolicy() {
     return {ECRV_PATH_VER_ERR, "", "the algorithm policy of the configuration cannot be read"};
 }
@@ -58,7 +54,7 @@ TransferEnd CertificateManager::importCerts(const std::string& path, const CrtDb
         return !stopped;
     };
     const auto next = [&](ByteView& der) { return reader->next(der); };
-    if (!db().insertMany(next, step, refused, done)) return databaseFailure(*database_);
+    if (!db().insertMany(next, step, refused, done)) return TransferEnd::Database;
     if (stopped) return TransferEnd::Stopped;
     return done.unreadable || reader->stoppedEarly() ? TransferEnd::BadInput : TransferEnd::Done;
 }
@@ -74,7 +70,7 @@ TransferEnd CertificateManager::exportCerts(const std::string& path, size_t& cou
         return !stopped;
     };
     // In one go: a compaction by another process in between would move certificates past us.
-    if (!database_->visitCerts(take)) return databaseFailure(*database_);
+    if (!database_->visitCerts(take)) return TransferEnd::Database;
     if (stopped) return TransferEnd::Stopped;
     const WriteResult written = writeFileAtomically(path, content, {WriteMode::KeepOrCommon, /*inPlaceFallback=*/true});
     if (written) return TransferEnd::Done;

@@ -17,8 +17,7 @@ enum class TransferEnd {
     Stopped,   ///< the caller stopped it
     NotOpened,
     NotWritten,
-    Database,  ///< the database failed
-    NoMemory
+    Database  ///< the database failed (DbManager::lastCause)
 };
 
 /// One per library context, used by one thread at a time.

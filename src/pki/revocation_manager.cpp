@@ -114,16 +114,13 @@ bool RevocationManager::isGenuine(const CrlFacts& crl, int64_t now) {
     return verify(crl, crl.nextUpdate && *crl.nextUpdate < now ? crl.thisUpdate : now) == 0;
 }
 
-CrlInsertResult RevocationManager::insert(ByteView der) {
+CrlInsert RevocationManager::insert(ByteView der) {
     const CrlFactsPtr crl = CrlFacts::make(toBytes(der));
-    if (!crl || !crl->crl().thisUpdate()) return kCrlFormat;
-    CrlInsert result{};
-    DbManager& database = certificates_->database();
-    if (!database.insertCrl(der, isGenuine(*crl, std::time(nullptr)), result))
-        return database.outOfMemory() ? kCrlNoMemory : kCrlDatabase;
-    if (result == CrlInsert::Older) return kCrlOlder;
+    if (!crl || !crl->crl().thisUpdate()) return CrlInsert::Malformed;
+    const CrlInsert result = certificates_->database().insertCrl(der, isGenuine(*crl, std::time(nullptr)));
+    if (result != CrlInsert::Stored && result != CrlInsert::Present) return result;
     deviceError_ = deviceUpdate_ ? deviceUpdate_(der) : 0;
-    return deviceError_ == 0 ? kCrlInserted : kCrlDevice;
+    return deviceError_ == 0 ? CrlInsert::Stored : CrlInsert::DeviceFailed;
 }
 
 void RevocationManager::makeRoom() {

@@ -15,16 +15,6 @@ namespace crv {
 
 class ContextServices;
 
-/// Results of RevocationManager::insert.
-enum CrlInsertResult : int {
-    kCrlInserted = 0,
-    kCrlNoMemory = 1,
-    kCrlDatabase = 2,
-    kCrlFormat = 4,
-    kCrlOlder = 6,  ///< the stored one of the same authority and scope is not older
-    kCrlDevice = 9  ///< the Tarvo device refused it; see deviceError
-};
-
 /// The last CRLs of an authority.
 struct AuthorityCrls {
     std::optional<CrlIndexEntry> complete;
@@ -49,8 +39,9 @@ class RevocationManager {
     /// certificate or path is not there, 70 signature, 66 algorithm, 101 not current, 155 and the like for the issuer's
     /// path.
     [[nodiscard]] int verify(ByteView der, int64_t time);
-    /// Stores a CRL, verified or not: status() believes only those that verify.
-    [[nodiscard]] CrlInsertResult insert(ByteView der);
+    /// Stores a CRL, verified or not: status() believes only those that verify. One that is there already counts as
+    /// stored.
+    [[nodiscard]] CrlInsert insert(ByteView der);
     /// Number of the last device error.
     [[nodiscard]] unsigned deviceError() const { return deviceError_; }
 

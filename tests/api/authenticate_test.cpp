@@ -161,7 +161,7 @@ TEST_F(Authenticate, JudgesCertificatesForPrograms) {
         EXPECT_EQ(verify(both, &row.params, &result), row.code) << &row - rows;
         EXPECT_EQ(crvFreeVerifyResultAPI(&ctx, result), CRV_OK);
     }
-    ASSERT_EQ(ctx.revocationManager.insert(makeCrl({.entries = {{"07", 1}}, .extensions = {}}, ca)), kCrlInserted);
+    ASSERT_EQ(ctx.revocationManager.insert(makeCrl({.entries = {{"07", 1}}, .extensions = {}}, ca)), CrlInsert::Stored);
     ASSERT_EQ(verify(both, nullptr, &result), ECRV_CRTREV);
     CrvVerifyInfo info{};
     info.size = sizeof info;

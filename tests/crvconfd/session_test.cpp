@@ -310,7 +310,7 @@ TEST_F(DataBaseScreen, CertificatesAreImportedInEveryFormOnceAndExportedButNotOv
     save("dlugi.der",
          makeCert({.subject = {{"CN", "D"}}, .extensions = {{"subjectAltName", "email:" + longName}}}).der);
     play({{"6) Usuń", "3"}, {"Poda", "~/dlugi.der\r"}, {"Wczytano 0 certyfikatów. Odrzucono: 1.", " "}});
-    play({{"Odrzucone certyfikaty", ""}, {"Certyfikat nr 1:", "w"}});
+    play({{"Odrzucone certyfikaty", ""}, {"adres e-mail dłuższy niż 128 znaków", "w"}});
     const std::string p12 = readFile(file("praca.p12")), list = readFile(file("lista.conf"));
     const std::string isList = "To jest lista profili, podaj inną nazwę: ", notOpened = "Błąd otwarcia pliku ";
     const std::pair<std::string, std::string> refusals[] = {

@@ -48,7 +48,8 @@ TEST_F(Table, RemovedOnlyRecordIsNowhere) {
     EXPECT_EQ(table.top(), kDbNoRecord);
     EXPECT_EQ(table.bottom(), kDbNoRecord);
     EXPECT_EQ(table.seek("x"), kDbNoRecord);
-    EXPECT_EQ(table.recNo(), kDbNoRecord);
+    int64_t number = 0;
+    EXPECT_EQ(table.recNo(number), kDbNoRecord);
     EXPECT_EQ(table.remove(), kDbNoRecord);
     EXPECT_EQ(table.update({}), kDbNoRecord);
     EXPECT_EQ(table.setRec(56), kDbError);
@@ -64,7 +65,8 @@ TEST_F(Table, UpdateFitsTheFirstLengthAndAfterARebuildTheLengthInUse) {
         EXPECT_EQ(bodyAt(table), kept);
     }
     DataFile& data = table.dataFile();
-    const int64_t recNo = table.recNo();
+    int64_t recNo = 0;
+    ASSERT_EQ(table.recNo(recNo), kDbOk);
     EXPECT_EQ(table.remove(), kDbOk);
     EXPECT_EQ(data.update(recNo, {}), kDbDeleted);
     TableRecord record;
@@ -250,7 +252,9 @@ class Model {
 
     void expectAt(int64_t recNo) {
         TableRecord record;
-        ASSERT_EQ(table_.recNo(), recNo);
+        int64_t number = 0;
+        ASSERT_EQ(table_.recNo(number), kDbOk);
+        ASSERT_EQ(number, recNo);
         ASSERT_EQ(table_.data(record), kDbOk);
         ASSERT_EQ(record, records_[recNo]);
     }

@@ -155,13 +155,12 @@ TEST_P(CrtStoreTest, ManyCertificatesWithOneSerialNumber) {
 }
 
 TEST_P(CrtStoreTest, CrlsAreReplacedByNewerOnesAndDeleted) {
-    CrlInsert result{};
     std::vector<Bytes> crls, stored;
     for (const char* name : {"A", "B"}) {
         const MadeCert issuer = makeCert({.subject = {{"CN", name}}, .extensions = caExtensions()});
         for (long number : {1, 2}) crls.push_back(makeCrl({.number = number, .nextUpdate = number * kDay}, issuer));
     }
-    for (const Bytes& crl : {crls[0], crls[1], crls[3]}) EXPECT_TRUE(manager.insertCrl(crl, true, result));
+    for (const Bytes& crl : {crls[0], crls[1], crls[3]}) EXPECT_EQ(manager.insertCrl(crl, true), CrlInsert::Stored);
     EXPECT_TRUE(manager.getAllCrls(stored));
     EXPECT_EQ(stored, (std::vector{crls[1], crls[3]}));
     EXPECT_TRUE(manager.deleteCrl(1));
@@ -293,18 +292,14 @@ TEST_P(CrtStoreTest, AnImportTellsEachCertificatesFate) {
     file.push_back(certPool()[9]);
     size_t at = 0;
     const auto source = [&](ByteView& der) { return at < file.size() && (der = file[at++], true); };
-    std::vector<size_t> refused;
-    const auto onRefused = [&](size_t index, const std::string& reason) {
-        refused.push_back(index);
-        EXPECT_FALSE(reason.empty());
-    };
+    std::map<size_t, CrtRefusal> refused;
+    const auto onRefused = [&](size_t index, CrtRefusal refusal) { refused[index] = refusal; };
     ImportProgress done, last;
     ASSERT_TRUE(db.insertMany(
         source, [&](const auto& progress) { return last = progress, true; }, onRefused, done));
     EXPECT_EQ(done.stored, 4U);
     EXPECT_EQ(done.present, 2U);
-    EXPECT_EQ(refused, (std::vector<size_t>{5, 6}));
-    EXPECT_EQ(done.reasons.size(), 2U);
+    EXPECT_EQ(refused, (std::map<size_t, CrtRefusal>{{5, CrtRefusal::EmailTooLong}, {6, CrtRefusal::TooManyFields}}));
     EXPECT_TRUE(done.unreadable) << "it stops at what is no certificate";
     EXPECT_EQ(last.handled(), done.handled());
     at = 0;

@@ -74,25 +74,29 @@ TEST(IntegrityTag, LengthAndLastFourOctets) {
 TEST(IntegrityTag, AnswersOfTheCheck) {
     const TempDir dir;
     const std::string file = dir.file("f"), tag = dir.file("t"), right("\0\0\0\5bcde", 8);
-    EXPECT_EQ(checkIntegrity(file, tag), 2) << "no tag";
+    EXPECT_EQ(checkIntegrity(file, tag), Integrity::NoTag) << "no tag";
     test::writeFile(tag, right);
-    EXPECT_EQ(checkIntegrity(file, tag), 1) << "no file";
-    for (const auto& [content, answer] :
-         {std::pair{"abcdf", 1}, {"xbcde", 0}, {"aabcde", 1}, {"bcde", 1}, {"", 1}, {"abcde", 0}}) {
+    EXPECT_EQ(checkIntegrity(file, tag), Integrity::Broken) << "no file";
+    for (const auto& [content, answer] : {std::pair{"abcdf", false},
+                                          {"xbcde", true},
+                                          {"aabcde", false},
+                                          {"bcde", false},
+                                          {"", false},
+                                          {"abcde", true}}) {
         test::writeFile(file, content);
-        EXPECT_EQ(checkIntegrity(file, tag), answer) << content;
+        EXPECT_EQ(checkIntegrity(file, tag) == Integrity::Sound, answer) << content;
     }
     for (const size_t size : {0, 7, 9, 100}) {
         test::writeFile(tag, (right + std::string(100, 'x')).substr(0, size));
-        EXPECT_EQ(checkIntegrity(file, tag), 1) << size;
+        EXPECT_EQ(checkIntegrity(file, tag), Integrity::Broken) << size;
     }
-    EXPECT_EQ(checkIntegrity(file, dir.path()), 2);
+    EXPECT_EQ(checkIntegrity(file, dir.path()), Integrity::NoTag);
 }
 
 TEST_F(CrlFiles, WritesEachWithItsTag) {
-    EXPECT_EQ(guard.checkCrl(2), 0);
+    EXPECT_EQ(guard.checkCrl(2), Integrity::Sound);
     EXPECT_EQ(guard.readCrl(1), a);
-    EXPECT_EQ(guard.checkIndex(), 0);
+    EXPECT_EQ(guard.checkIndex(), Integrity::Sound);
     CrlIndex former;
     EXPECT_TRUE(parseCrlIndex(toBytes(asBytes(test::readFile(file("crl_idx.asn.bak")))), former));
     EXPECT_EQ(former.size(), 1U);
@@ -129,7 +133,7 @@ TEST_F(CrlFiles, DamageIsToldOnceAndCostsTheDamagedListOnly) {
 TEST_F(CrlFiles, AReaderTakesADamagedIndexBack) {
     test::writeFile(file("crl_idx.asn"), test::readFile(file("crl_idx.asn")) + "x");
     EXPECT_EQ(stored(), (std::vector{a, b}));
-    EXPECT_EQ(guard.checkIndex(), 0);
+    EXPECT_EQ(guard.checkIndex(), Integrity::Sound);
 }
 
 TEST_F(CrlFiles, AListThatDidNotVerifyNeverReplacesOneThatDid) {

@@ -51,7 +51,9 @@ class ManagersTest : public testing::Test {
         return certificates.buildPath(crv::makeCert(made.der), {kNow, usage, check});
     }
     CrtStatus status(const MadeCert& made) { return revocation.status(crv::makeCert(made.der), kNow); }
-    int insertCrl(const CrlPlan& plan, const MadeCert& issuer) { return revocation.insert(makeCrl(plan, issuer)); }
+    CrlInsert insertCrl(const CrlPlan& plan, const MadeCert& issuer) {
+        return revocation.insert(makeCrl(plan, issuer));
+    }
 
     const TempDir dir;
     int databases = 0;
@@ -176,10 +178,10 @@ TEST_F(ManagersTest, StatusComesFromCurrentVerifiedCrlsAndTheirDeltas) {
     EXPECT_EQ(path(good, RevocationCheck::Required).code, ECRV_CRL_NOT_FOUND);
     EXPECT_EQ(path(good).code, 0);
     const CrlPlan first{.entries = {{"11", 1, -7200}, {"12", 6}}};
-    EXPECT_EQ(insertCrl(first, middle), kCrlInserted);
+    EXPECT_EQ(insertCrl(first, middle), CrlInsert::Stored);
     EXPECT_EQ(status(good).state, CrtStatus::State::Good);
     EXPECT_EQ(path(good, RevocationCheck::Required).code, ECRV_CRL_NOT_FOUND) << "nothing is known of the authority";
-    EXPECT_EQ(insertCrl({}, root), kCrlInserted);
+    EXPECT_EQ(insertCrl({}, root), CrlInsert::Stored);
     EXPECT_EQ(path(good, RevocationCheck::Required).code, 0);
     const CrtStatus found = status(revoked);
     EXPECT_EQ(found.state, CrtStatus::State::Revoked);
@@ -188,7 +190,7 @@ TEST_F(ManagersTest, StatusComesFromCurrentVerifiedCrlsAndTheirDeltas) {
     EXPECT_EQ(path(revoked).code, ECRV_CRTREV);
     EXPECT_EQ(path(held).code, ECRV_CRTHANG);
     // The delta lifts the hold and revokes another one.
-    EXPECT_EQ(insertCrl({.entries = {{"12", 8}, {"13", 4}}, .number = 2, .base = 1}, middle), kCrlInserted);
+    EXPECT_EQ(insertCrl({.entries = {{"12", 8}, {"13", 4}}, .number = 2, .base = 1}, middle), CrlInsert::Stored);
     EXPECT_EQ(status(held).state, CrtStatus::State::Good);
     EXPECT_EQ(status(later).reason, CrlReason::Superseded);
     AuthorityCrls last;
@@ -196,7 +198,7 @@ TEST_F(ManagersTest, StatusComesFromCurrentVerifiedCrlsAndTheirDeltas) {
     ASSERT_TRUE(last.complete && last.delta);
     EXPECT_EQ(last.delta->crlNumber->decimal(), "2");
     // A newer complete CRL makes the delta meaningless.
-    EXPECT_EQ(insertCrl({.number = 3}, middle), kCrlInserted);
+    EXPECT_EQ(insertCrl({.number = 3}, middle), CrlInsert::Stored);
     EXPECT_EQ(status(later).state, CrtStatus::State::Good);
 }
 
@@ -240,8 +242,8 @@ TEST_F(ManagersTest, CrlsThatMustNotBeBelievedMakeTheStatusUnusable) {
         freshDatabase();
         store(middle);
         const Bytes stale = makeCrl(rows[0].plan, middle);
-        EXPECT_EQ(revocation.insert(row.plan.number == 8 ? stale : crl), kCrlInserted);
-        EXPECT_EQ(revocation.insert(crl), kCrlInserted) << row.what << ": the user may want it all the same";
+        EXPECT_EQ(revocation.insert(row.plan.number == 8 ? stale : crl), CrlInsert::Stored);
+        EXPECT_EQ(revocation.insert(crl), CrlInsert::Stored) << row.what << ": the user may want it all the same";
         const bool about = row.plan.number != 5;
         EXPECT_EQ(status(leaf).state, about ? CrtStatus::State::Unusable : CrtStatus::State::Unknown) << row.what;
         EXPECT_EQ(path(leaf).good(), !about) << row.what << " passes as unknown";
@@ -252,32 +254,32 @@ TEST_F(ManagersTest, CrlsThatMustNotBeBelievedMakeTheStatusUnusable) {
     trust.push_back(makeCert(ByteView(otherRoot.der)));
     const MadeCert twin = issue(authority("Urząd pośredni"), otherRoot);
     store(twin);
-    EXPECT_EQ(insertCrl({.number = 9, .extensions = {}}, twin), kCrlInserted);
+    EXPECT_EQ(insertCrl({.number = 9, .extensions = {}}, twin), CrlInsert::Stored);
     EXPECT_EQ(status(leaf).state, CrtStatus::State::Unknown) << "an authority of that name under another trust point";
 }
 
 TEST_F(ManagersTest, CrlInsertionAnswersWithItsCodes) {
-    EXPECT_EQ(revocation.insert(Bytes{0x30, 0x00}), kCrlFormat);
-    EXPECT_EQ(insertCrl({.number = 5}, root), kCrlInserted);
-    EXPECT_EQ(insertCrl({.number = 4}, root), kCrlOlder);
+    EXPECT_EQ(revocation.insert(Bytes{0x30, 0x00}), CrlInsert::Malformed);
+    EXPECT_EQ(insertCrl({.number = 5}, root), CrlInsert::Stored);
+    EXPECT_EQ(insertCrl({.number = 4}, root), CrlInsert::Older);
     const Bytes six = makeCrl({.number = 6}, root);
-    EXPECT_EQ(revocation.insert(six), kCrlInserted);
-    EXPECT_EQ(revocation.insert(six), kCrlInserted) << "equal content";
-    EXPECT_EQ(insertCrl({.entries = {{"1"}}, .number = 6, .thisUpdate = -61}, root), kCrlOlder);
+    EXPECT_EQ(revocation.insert(six), CrlInsert::Stored);
+    EXPECT_EQ(revocation.insert(six), CrlInsert::Stored) << "equal content";
+    EXPECT_EQ(insertCrl({.entries = {{"1"}}, .number = 6, .thisUpdate = -61}, root), CrlInsert::Older);
     const MadeCert forger = test::makeCert(authority("Korzeń"));
-    EXPECT_EQ(insertCrl({.number = 65535, .thisUpdate = -1}, forger), kCrlInserted) << "as the user wished";
+    EXPECT_EQ(insertCrl({.number = 65535, .thisUpdate = -1}, forger), CrlInsert::Stored) << "as the user wished";
     AuthorityCrls last;
     const CertPtr issuer = makeCert(ByteView(root.der));
     EXPECT_TRUE(revocation.lastCrls(*issuer, last));
     EXPECT_EQ(last.complete->crlNumber->decimal(), "6");
-    EXPECT_EQ(insertCrl({.number = 7, .thisUpdate = -40}, root), kCrlInserted) << "a forged list outranks nothing";
+    EXPECT_EQ(insertCrl({.number = 7, .thisUpdate = -40}, root), CrlInsert::Stored) << "a forged list outranks nothing";
     revocation.setDeviceUpdate([](ByteView) { return 0x1234U; });
-    EXPECT_EQ(insertCrl({.number = 8}, root), kCrlDevice);
+    EXPECT_EQ(insertCrl({.number = 8}, root), CrlInsert::DeviceFailed);
     EXPECT_EQ(revocation.deviceError(), 0x1234U);
     DbConfig none;
     none.setType("brak");
     database.init(none);
-    EXPECT_EQ(insertCrl({.number = 9}, root), kCrlDatabase);
+    EXPECT_EQ(insertCrl({.number = 9}, root), CrlInsert::Failed);
 }
 
 TEST_F(ManagersTest, CertificatesAreReadFromFilesInAnyUsualForm) {

@@ -577,7 +577,7 @@ TEST_F(PathCasesTest, CrlsAndWhatTheyAreAbout) {
         fresh();
         const MadeCert leaf = issue({.subject = {{"CN", "Jan"}}, .serial = "07", .extensions = row.leaf}, root);
         for (const CrlPlan& plan : row.crls)
-            EXPECT_EQ(revocation.insert(makeCrl(plan, root)), kCrlInserted) << row.what;
+            EXPECT_EQ(revocation.insert(makeCrl(plan, root)), CrlInsert::Stored) << row.what;
         const CrtStatus found = revocation.status(crv::makeCert(leaf.der), kAsked);
         EXPECT_EQ(found.state, row.state) << row.what << ": " << found.text;
         EXPECT_EQ(path(leaf).good(), row.state == State::Good || row.state == State::Unknown) << row.what;
@@ -608,7 +608,7 @@ TEST_F(PathCasesTest, WhoeverMaySignsACrl) {
         MadeCert by = row.signer;
         if (by.der.empty()) by.der = ca.der;
         const Bytes crl = makeCrl({.entries = {{"07", 1}}, .extensions = {}}, by);
-        EXPECT_EQ(revocation.insert(crl), kCrlInserted) << row.what;
+        EXPECT_EQ(revocation.insert(crl), CrlInsert::Stored) << row.what;
         EXPECT_EQ(revocation.status(crv::makeCert(leaf.der), kAsked).state, row.state) << row.what;
         fresh();
         for (const MadeCert* one : {&ca, &leaf}) EXPECT_TRUE(certificates.db().insert(ByteView(one->der)));

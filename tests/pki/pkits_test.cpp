@@ -84,7 +84,7 @@ class PkitsTest : public testing::Test {
         for (const std::string& name : one.list("path"))
             path.insert(path.begin(), cache.certificate(contentOf("certs/" + name + ".crt")));
         for (const std::string& name : one.list("crls"))
-            EXPECT_EQ(revocation.insert(contentOf("crls/" + name + ".crl")), kCrlInserted) << name;
+            EXPECT_EQ(revocation.insert(contentOf("crls/" + name + ".crl")), CrlInsert::Stored) << name;
         for (const CertPtr& certificate : path) EXPECT_TRUE(certificates.db().insert(encodingOf(*certificate)));
     }
     static bool isSigned(const CertPtr& one, const CertPtr& by) {

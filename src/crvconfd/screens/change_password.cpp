@@ -24,6 +24,7 @@ constexpr CodeText kPasswordTexts[] = {
     {kKmLockFailed, kLockFailedText},
     {kKmLockGivenUp, kGivenUpText},
     {kKmReadOnly, kReadOnlyText},
+    {kKmPasswordNotText, kPasswordNotTextText},
 };
 
 }  // namespace

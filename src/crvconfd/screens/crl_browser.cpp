@@ -63,7 +63,7 @@ void addEntries(std::vector<std::string>& lines, const SignedCertRevList& list) 
 
 std::vector<std::string> CrlBrowser::items() {
     index_.clear();
-    if (!dbManager->getCrlIndex(index_)) showDatabaseFailure("Błąd bazy danych");
+    if (!dbManager->getCrlIndex(index_)) showDatabaseFailure();
     std::vector<std::string> rows;
     for (const CrlIndexEntry& entry : index_) rows.push_back(crlRow(entry));
     return rows;
@@ -72,7 +72,7 @@ std::vector<std::string> CrlBrowser::items() {
 void CrlBrowser::details(size_t index) const {
     const CrlIndexEntry& entry = index_[index];
     StoredCrl crl;
-    if (!crl.load(entry.fileNumber())) return showDatabaseFailure("Błąd bazy danych");
+    if (!crl.load(entry.fileNumber())) return showDatabaseFailure();
     std::vector<std::string> lines;
     addField(lines, "Rodzaj:", entry.isDelta() ? "przyrost do listy nr " + entry.baseCrlNumber->decimal() : "pełna");
     const int code = revManager->verify(crl.der, std::time(nullptr));
@@ -90,14 +90,14 @@ void CrlBrowser::details(size_t index) const {
 
 void CrlBrowser::save(size_t index) const {
     StoredCrl crl;
-    if (!crl.load(index_[index].fileNumber())) return showDatabaseFailure("Błąd bazy danych");
+    if (!crl.load(index_[index].fileNumber())) return showDatabaseFailure();
     if (const auto file = askForFile("Podaj nazwę pliku listy CRL:"); file && !file->typed.empty())
         saveToFile(file->typed, crl.list);
 }
 
 void CrlBrowser::remove(size_t index) const {
     if (displCentQuestion(kMessageRow, "Czy na pewno chcesz usunąć listę CRL (t/n)?") == 0) return;
-    if (!dbManager->deleteCrl(index_[index].fileNumber())) return showDatabaseFailure("Błąd bazy danych");
+    if (!dbManager->deleteCrl(index_[index].fileNumber())) return showDatabaseFailure();
     displCentInfo(kMessageRow, "Lista CRL usunięta", 2);
 }
 

@@ -77,13 +77,13 @@ bool DbBrowser::show(const CrtItemList& items, size_t selected) {
 
 bool DbBrowser::loadForward(int64_t after, size_t selected) {
     CrtItemList items;
-    if (!source_.forward(after, kPage, items)) showDatabaseFailure("Błąd bazy danych");
+    if (!source_.forward(after, kPage, items)) showDatabaseFailure();
     return show(items, selected);
 }
 
 void DbBrowser::loadLast() {
     CrtItemList items;
-    if (!source_.backward(CrtSource::kBehindAll, kPage, items)) showDatabaseFailure("Błąd bazy danych");
+    if (!source_.backward(CrtSource::kBehindAll, kPage, items)) showDatabaseFailure();
     show(items, kPage);
 }
 
@@ -185,7 +185,7 @@ void DbBrowser::remove() {
         source_.forget(id);
         displCentInfo(kMessageRow, "Certyfikat usunięty", 2);
     } else {
-        showDatabaseFailure("Błąd bazy danych");
+        showDatabaseFailure();
     }
     reload();
 }
@@ -197,7 +197,7 @@ void DbBrowser::search() {
     displHeader(0, "Szukanie certyfikatów");
     std::vector<int64_t> ids;
     const SearchEnd end = searchCertificates(*dbManager, query, showProgress, ids);
-    if (end == SearchEnd::Failed) return showDatabaseFailure("Błąd bazy danych");
+    if (end == SearchEnd::Failed) return showDatabaseFailure();
     stopped_ = end == SearchEnd::Stopped;
     source_ = CrtSource(std::move(ids));
     rows_.clear();

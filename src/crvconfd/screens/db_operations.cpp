@@ -19,7 +19,6 @@ namespace crv {
 namespace {
 
 constexpr const char* kNotOpened = "Błąd otwarcia pliku %s !!!";
-constexpr const char* kDatabase = "Błąd bazy danych !!!";
 constexpr const char* kNoMemory = "Brak pamięci !!!";
 /// Of a question's reason, above the question.
 constexpr int kReasonRow = kMessageRow - 1;
@@ -27,9 +26,15 @@ constexpr int kReasonRow = kMessageRow - 1;
 constexpr int kLong = 2;
 
 constexpr CodeText kCrlTexts[] = {
-    {kCrlNoMemory, "Brak pamięci"},
-    {kCrlFormat, "Niepoprawny format listy CRL"},
-    {kCrlOlder, "Wczytywana lista CRL jest starsza niż znajdująca się w bazie danych."},
+    {static_cast<int>(CrlInsert::Stored), "Lista CRL poprawnie wczytana"},
+    {static_cast<int>(CrlInsert::Malformed), "Niepoprawny format listy CRL"},
+    {static_cast<int>(CrlInsert::Older), "Wczytywana lista CRL jest starsza niż znajdująca się w bazie danych."},
+};
+
+constexpr CodeText kRefusalTexts[] = {
+    {static_cast<int>(CrtRefusal::EmailTooLong), "adres e-mail dłuższy niż 128 znaków"},
+    {static_cast<int>(CrtRefusal::KeyIdUnfit), "niepoprawny identyfikator klucza"},
+    {static_cast<int>(CrtRefusal::TooManyFields), "nazwa z ponad 1000 pól"},
 };
 
 bool escapePressed() {
@@ -58,10 +63,8 @@ void showFailure(TransferEnd end, const TypedFile& file, const char* databaseTex
             return errInfo(kMessageRow, kNotOpened, file.typed.c_str());
         case TransferEnd::NotWritten:
             return errInfo(kMessageRow, "Błąd zapisu pliku %s !!!", file.typed.c_str());
-        case TransferEnd::NoMemory:
-            return errInfo(kMessageRow, "%s", kNoMemory);
         default:
-            return showDatabaseFailure(databaseText);
+            return showDatabaseFailure(databaseText, kNoMemory);
     }
 }
 
@@ -97,16 +100,10 @@ bool wantedThoughUnverified(int code) {
 }
 
 void insertCrl(ByteView der) {
-    const CrlInsertResult result = revManager->insert(der);
-    if (result == kCrlDevice) {
-        errInfo(kMessageRow, "Urządzenie tarvo zwróciło błąd aktualizacji listy CRL (%x)", revManager->deviceError());
-    } else if (result == kCrlInserted) {
-        errInfo(kMessageRow, "Lista CRL poprawnie wczytana");
-    } else if (result == kCrlDatabase) {
-        showDatabaseFailure("Błąd bazy danych");
-    } else {
-        showCode(kCrlTexts, result);
-    }
+    const CrlInsert result = revManager->insert(der);
+    if (result == CrlInsert::Failed) return showDatabaseFailure();
+    if (result != CrlInsert::DeviceFailed) return showCode(kCrlTexts, static_cast<int>(result));
+    errInfo(kMessageRow, "Urządzenie tarvo zwróciło błąd aktualizacji listy CRL (%x)", revManager->deviceError());
 }
 
 void importCrl(const TypedFile& file) {
@@ -131,8 +128,10 @@ std::string summaryOf(const ImportProgress& done, TransferEnd end) {
 /// The certificates that the database did not take, as far as they are worth reading.
 class Refusals {
   public:
-    void add(size_t index, const std::string& reason) {
-        if (lines_.size() < kShown) addField(lines_, "Certyfikat nr " + std::to_string(index + 1) + ":", reason);
+    void add(size_t index, CrtRefusal refusal) {
+        if (lines_.size() == kShown) return;
+        addField(lines_, "Certyfikat nr " + std::to_string(index + 1) + ":",
+                 findText(kRefusalTexts, static_cast<int>(refusal)));
     }
     void show(size_t count) {
         if (lines_.empty()) return;
@@ -149,9 +148,9 @@ void importCertificates(const TypedFile& file) {
     ImportProgress done;
     Refusals refusals;
     (void)showImport(done);
-    const auto refused = [&](size_t index, const std::string& reason) { refusals.add(index, reason); };
+    const auto refused = [&](size_t index, CrtRefusal refusal) { refusals.add(index, refusal); };
     const TransferEnd end = crtManager->importCerts(file.path, showImport, done, refused);
-    if (isFailure(end)) showFailure(end, file, kDatabase);
+    if (isFailure(end)) showFailure(end, file, "Błąd bazy danych !!!");
     if (!isFailure(end) || done.handled() > 0) showSummary(summaryOf(done, end));
     refusals.show(done.refused);
 }
@@ -160,7 +159,7 @@ void exportCertificates(const TypedFile& file) {
     size_t count = 0;
     if (!file.path.empty() && !mayWrite(file)) return;
     const TransferEnd end = file.path.empty() ? TransferEnd::NotOpened : crtManager->exportCerts(file.path, count);
-    if (isFailure(end)) return showFailure(end, file, "Błąd bazy danych");
+    if (isFailure(end)) return showFailure(end, file, kDatabaseFailed);
     errInfo(kMessageRow, "Zapisano certyfikaty w liczbie: %zu", count);
 }
 
@@ -187,7 +186,7 @@ void OnCrlImport() {
 
 void OnAllCrtsExport() {
     size_t count = 0;
-    if (!dbManager->countCerts(count)) return showDatabaseFailure("Błąd bazy danych");
+    if (!dbManager->countCerts(count)) return showDatabaseFailure();
     if (count == 0) return errInfo(kMessageRow, "Brak certyfikatów w bazie danych");
     withFile("Podaj nazwą pliku do ktorego zapisać certyfikaty: ", true, exportCertificates);
 }

@@ -82,7 +82,7 @@ CertList installAll(const CertList& certificates, const CertList& own) {
 bool storeInDatabase(const CertList& certificates) {
     const bool stored = std::all_of(certificates.begin(), certificates.end(),
                                     [](const CertPtr& one) { return crtManager->db().insert(*one); });
-    if (!stored) errInfo(kMessageRow, "Błąd bazy danych !!!");
+    if (!stored) showDatabaseFailure("Błąd bazy danych !!!", "Brak pamięci !!!");
     return stored;
 }
 

@@ -21,7 +21,7 @@ void showCode(std::span<const CodeText> table, int code, const char* place) {
     errInfo(kMessageRow, "%s", text);
 }
 
-void showDatabaseFailure(const char* text) {
+void showDatabaseFailure(const char* text, const char* noMemoryText) {
     static constexpr struct {
         StoreCause cause;
         const char* text;
@@ -30,7 +30,9 @@ void showDatabaseFailure(const char* text) {
         {StoreCause::Damaged, " (uszkodzony plik, użyj crvdb)"},
         {StoreCause::NotLocked, " (nie można założyć blokady)"},
         {StoreCause::NeedsMending, " (baza wymaga naprawy, użyj crvdb)"},
+        {StoreCause::Refused, " (baza nie przyjmuje tych danych)"},
     };
+    if (dbManager->lastCause() == StoreCause::NoMemory) return errInfo(kMessageRow, "%s", noMemoryText);
     const auto found = std::find_if(std::begin(kCauses), std::end(kCauses),
                                     [](const auto& row) { return row.cause == dbManager->lastCause(); });
     errInfo(kMessageRow, "%s%s", text, found == std::end(kCauses) ? "" : found->text);

@@ -19,8 +19,10 @@ struct CodeText {
 /// failed in" the place.
 void showCode(std::span<const CodeText> table, int code, const char* place = "src/crvconfd/main");
 
-/// Shows the text with what the database said last of the cause, where that helps.
-void showDatabaseFailure(const char* text);
+inline constexpr const char* kDatabaseFailed = "Błąd bazy danych";
+
+/// Shows the text with what the database said last of the cause, where that helps; a lack of memory has its own.
+void showDatabaseFailure(const char* text = kDatabaseFailed, const char* noMemoryText = "Brak pamięci");
 
 /// What to tell the user of an exception: its own text, or for a bare library code the code's text.
 [[nodiscard]] std::string failureText(const std::exception& failure);

@@ -29,6 +29,7 @@ constexpr CodeText kSaveTexts[] = {
     {kKmLockFailed, kLockFailedText},
     {kKmLockGivenUp, kGivenUpText},
     {kKmReadOnly, kReadOnlyText},
+    {kKmPasswordNotText, kPasswordNotTextText},
     {kKmKeyHasTwoNames, "Wykryty klucz recertyfikowany dla różnych identyfikatorów wyróżniających !!!"},
 };
 
