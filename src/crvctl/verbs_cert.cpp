@@ -9,7 +9,9 @@
 #include "crvctl/verbs.h"
 #include "misc/hex.h"
 #include "misc/path.h"
+#include "ops/installation.h"
 #include "ops/path_advice.h"
+#include "ops/trust.h"
 
 namespace crv::ctl {
 namespace {
@@ -207,20 +209,26 @@ void certExport(Run& run) {
 }
 
 void certInstall(Run& run) {
+    static constexpr const char* kQuestions[] = {"", "The certificate is not valid yet. Install it?",
+                                                 "The certificate has expired. Install it?",
+                                                 "The key has a valid certificate. Put the newer one in its place?"};
     Session session = openChanging(run);
     session.demandDatabase();
-    CertList fitting;
-    for (const CertPtr& certificate : certsOfFile(run.call.operand(0))) {
-        const KeyId id = certificate->computeKeyIdentifierSha1Hash();
-        const bool ours = std::ranges::any_of(session.keys().keys(),
-                                              [&](const StoredKey& stored) { return stored.key->keyId() == id; });
-        if (ours) fitting.push_back(certificate);
-    }
-    if (fitting.empty()) demandKeys(kKmNoKeyForCertificate);
-    for (const CertPtr& certificate : fitting) {
-        installCertificate(session, certificate);
-        run.out.change("install", "certificate", nameOf(*certificate));
-    }
+    const auto confirm = [&](InstallDoubt doubt, const SignedCertificate& certificate) {
+        run.confirm(kQuestions[static_cast<size_t>(doubt)], certificate.subject().rfc4514());
+        return true;
+    };
+    const auto store = [&](const CertList& list) {
+        CrtDb database = session.context().certificateManager.db();
+        const auto insert = [&](const CertPtr& one) { return run.mode.dryRun || database.insert(*one); };
+        if (!std::ranges::all_of(list, insert)) session.failDatabase();
+        return true;
+    };
+    const auto save = [&] { return session.save(), true; };
+    const Installation done =
+        installCertificates(session.keys(), certsOfFile(run.call.operand(0)), {confirm, store, save});
+    demandKeys(done.refusal);
+    for (const CertPtr& one : done.certificates) run.out.change("install", "certificate", nameOf(*one));
 }
 
 void certDelete(Run& run) {
@@ -306,11 +314,11 @@ void trustAdd(Run& run) {
     const CertList list = certsOfFile(run.call.operand(0));
     if (list.size() > 1) throw OpError(OpFault::Ambiguous, run.call.operand(0));
     Session session = openChanging(run);
-    if (!session.keys().signingKey() || !session.keys().signingCertificate())
-        throw OpError(OpFault::NoSigningCertificate, session.profile().name());
-    if (!list.front()->isValidAt(std::time(nullptr)))
-        run.confirm("The certificate is not valid now. Trust it?", list.front()->subject().rfc4514());
-    demandKeys(session.keys().addTrustedCA(list.front()));
+    if (!mayAddTrust(session.access())) throw OpError(OpFault::NoSigningCertificate, session.profile().name());
+    demandKeys(addTrustPoint(session.access(), list.front(), [&] {
+        run.confirm("The certificate has expired. Trust it?", list.front()->subject().rfc4514());
+        return true;
+    }));
     session.save();
     run.out.change("add", "trust", nameOf(*list.front()));
 }
@@ -318,9 +326,9 @@ void trustAdd(Run& run) {
 void trustRemove(Run& run) {
     Session session = openChanging(run);
     const TrustPoint point = chosenTrustPoint(run, session);
-    if (point.flag != TrustPointFlag::User) demandKeys(kKmNotOnThisMedium);
+    if (!isRemovable(point)) demandKeys(kKmNotOnThisMedium);
     run.confirm("Trust this authority no longer?", point.certificate->subject().rfc4514());
-    demandKeys(session.keys().delTrustedCA(point.certificate, static_cast<int>(TrustPointFlag::User)));
+    demandKeys(removeTrustPoint(session.access(), point));
     session.save();
     run.out.change("remove", "trust", nameOf(*point.certificate));
 }

@@ -9,13 +9,12 @@
 #include "keystore/crt_request.h"
 #include "misc/ascii.h"
 #include "misc/file_ops.h"
+#include "ops/key_plan.h"
 #include "ops/policies.h"
 #include "ops/settings.h"
 
 namespace crv::ctl {
 namespace {
-
-constexpr uint64_t kPublicExponent = 65537;
 
 template <class Row, size_t N>
 const Row& rowOf(const Row (&rows)[N], const std::string& name) {
@@ -49,11 +48,8 @@ constexpr HashRow kHashes[] = {{"sha1", KcHashAlgo::Sha1},        {"sha224", KcH
                                {"sha3-384", KcHashAlgo::Sha3384}, {"sha3-512", KcHashAlgo::Sha3512}};
 
 /// What the call says of a key and its request.
-struct KeyPlan {
-    KeyType use;
-    KeyScheme scheme;
-    unsigned bits;
-    StdECId curve;
+struct RequestPlan {
+    KeyPlan key;
     CrtRequestParams request;
     std::optional<DistinguishedName> subject;
 };
@@ -65,16 +61,16 @@ StdECId curveOf(const std::string& name) {
     return found->id;
 }
 
-KeyPlan planOf(const Call& call, KeyScheme standard) {
-    KeyPlan plan{};
-    plan.use = rowOf(kUses, call.value("use").value_or("sign")).use;
+RequestPlan planOf(const Call& call, KeyScheme standard) {
+    RequestPlan plan{};
+    plan.key.use = rowOf(kUses, call.value("use").value_or("sign")).use;
     const auto algo = call.value("algo");
-    plan.scheme = algo ? rowOf(kSchemes, *algo).scheme : standard;
-    plan.bits = static_cast<unsigned>(std::strtoul(
-        call.value("bits").value_or(plan.scheme == KeyScheme::Dsa ? "1024" : "2048").c_str(), nullptr, 10));
-    plan.curve = call.has("curve") ? curveOf(*call.value("curve")) : kDefaultCurve;
-    plan.request.scheme = plan.scheme;
-    plan.request.hash = plan.scheme == KeyScheme::Dsa ? KcHashAlgo::Sha1 : KcHashAlgo::Sha256;
+    plan.key.scheme = algo ? rowOf(kSchemes, *algo).scheme : standard;
+    plan.key.bits = static_cast<unsigned>(std::strtoul(
+        call.value("bits").value_or(plan.key.scheme == KeyScheme::Dsa ? "1024" : "2048").c_str(), nullptr, 10));
+    plan.key.curve = call.has("curve") ? curveOf(*call.value("curve")) : kDefaultCurve;
+    plan.request.scheme = plan.key.scheme;
+    plan.request.hash = plan.key.scheme == KeyScheme::Dsa ? KcHashAlgo::Sha1 : KcHashAlgo::Sha256;
     if (const auto hash = call.value("sign-algo")) plan.request.hash = rowOf(kHashes, *hash).hash;
     plan.request.format = call.has("der") ? RequestFormat::Der : RequestFormat::Pem;
     if (const auto subject = call.value("subject")) {
@@ -82,7 +78,7 @@ KeyPlan planOf(const Call& call, KeyScheme standard) {
         if (!name) throw OpError(OpFault::BadValue, *subject);
         plan.subject = name->reversed();
     }
-    if (!isHashSupported(plan.scheme, plan.request.hash)) demandKeys(kKmHashNotSupported);
+    if (!isHashSupported(plan.key.scheme, plan.request.hash)) demandKeys(kKmHashNotSupported);
     return plan;
 }
 
@@ -93,20 +89,14 @@ void checkTarget(const Run& run, Session& session, const std::string& path) {
     exportFile(look, session.profile(), {});
 }
 
-void writeRequest(Run& run, Session& session, KeyPlan& plan, const std::string& path) {
+void writeRequest(Run& run, Session& session, RequestPlan& plan, const std::string& path) {
     if (plan.subject) plan.request.subject = &*plan.subject;
     run.out.change("write", "request", path);
     checkTarget(run, session, path);
     if (run.mode.dryRun) return;
     Bytes request;
-    demandKeys(prepareCrtRequest(session.keys(), plan.use, plan.request, request));
+    demandKeys(prepareCrtRequest(session.keys(), plan.key.use, plan.request, request));
     exportFile(targetOf(run, path), session.profile(), request);
-}
-
-KeyManagerResult generate(KeyManager& keys, const KeyPlan& plan, const KeyGenHooks& hooks) {
-    if (plan.scheme == KeyScheme::Dsa) return keys.generateDsaUserKey(plan.bits, hooks);
-    if (plan.scheme == KeyScheme::Ecdsa) return keys.generateECDsaUserKey(plan.use, plan.curve, false, hooks);
-    return keys.generateRsaUserKey(plan.use, kPublicExponent, plan.bits, plan.scheme, hooks);
 }
 
 Value valueOf(const SettingValue& value) {
@@ -159,14 +149,14 @@ void policyList(Run& run) {
 
 void policyAdd(Run& run) {
     Session session = openChanging(run);
-    addPolicyTo(session, run.call.operand(0), run.call.operand(1));
+    addPolicyTo(session.access(), run.call.operand(0), run.call.operand(1));
     session.save();
     run.out.change("add", "policy", run.call.operand(0));
 }
 
 void policyRemove(Run& run) {
     Session session = openChanging(run);
-    removePolicyFrom(session, run.call.operand(0));
+    removePolicyFrom(session.access(), run.call.operand(0));
     session.save();
     run.out.change("remove", "policy", run.call.operand(0));
 }
@@ -215,11 +205,12 @@ void keyList(Run& run) {
 }
 
 void keyGenerate(Run& run) {
-    KeyPlan plan = planOf(run.call, KeyScheme::Rsa);
+    RequestPlan plan = planOf(run.call, KeyScheme::Rsa);
     Session session = openChanging(run);
     if (session.configuration().keyMedium() != KeyMedium::File)
         throw OpError(OpFault::WrongKind, session.profile().name());
-    if (session.keys().hasKey(plan.use)) throw OpError(OpFault::ObjectExists, run.call.value("use").value_or("sign"));
+    if (session.keys().hasKey(plan.key.use))
+        throw OpError(OpFault::ObjectExists, run.call.value("use").value_or("sign"));
     const auto path = run.call.value("request");
     if (path) checkTarget(run, session, *path);
     run.out.change("add", "key", run.call.value("use").value_or("sign"));
@@ -227,9 +218,8 @@ void keyGenerate(Run& run) {
         // A long generation does not keep others from the store.
         session.unlock();
         const KeyStoreAccess access = session.access();
-        demandKeys(
-            generateIntoKeyStore(access, {[] { return !processEnding(); }, {}, plan.request.forcedPss},
-                                 [&](const KeyGenHooks& hooks) { return generate(session.keys(), plan, hooks); }));
+        plan.key.forcedPss = plan.request.forcedPss;
+        demandKeys(generateKey(access, plan.key, [] { return !processEnding(); }));
     }
     if (path) writeRequest(run, session, plan, *path);
 }
@@ -240,7 +230,7 @@ void keyRequest(Run& run) {
     const Signer* key = use == KeyType::Encryption ? session.keys().encryptionKey() : session.keys().signingKey();
     if (!key) demandKeys(kKmKeyNotFound);
     const KeyScheme own = use == KeyType::Encryption ? key->publicKey().scheme() : session.keys().signingKeyType();
-    KeyPlan plan = planOf(run.call, own);
+    RequestPlan plan = planOf(run.call, own);
     writeRequest(run, session, plan, run.call.operand(0));
 }
 

@@ -83,16 +83,4 @@ CertList certsOfFile(const std::string& path) {
     return list;
 }
 
-void installCertificate(Session& session, const CertPtr& certificate) {
-    demandKeys(session.keys().installUserCrt(certificate));
-    if (session.mode().dryRun) return;
-    try {
-        if (!session.context().certificateManager.db().insert(*certificate)) session.failDatabase();
-        session.save();
-    } catch (...) {
-        session.keys().undoInstallUserCrt();
-        throw;
-    }
-}
-
 }  // namespace crv

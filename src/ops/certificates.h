@@ -34,7 +34,4 @@ CertPtr findOne(Session& session, const CertSelector& selector, const CertList* 
 /// All certificates of a file; "-" is standard input. Throws OpError (FileMissing, BadFile).
 CertList certsOfFile(const std::string& path);
 
-/// Installs a certificate of the user in a session open for a change, stores it in the database and saves.
-void installCertificate(Session& session, const CertPtr& certificate);
-
 }  // namespace crv

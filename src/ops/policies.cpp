@@ -3,44 +3,52 @@
 #include <algorithm>
 
 #include "config/config_oids.h"
+#include "config/configuration_manager.h"
 #include "ops/op_error.h"
-#include "ops/session.h"
 
 namespace crv {
 namespace {
 
-void demandCertificate(Session& session) {
-    if (!mayChangePolicies(session)) throw OpError(OpFault::NoSigningCertificate, session.profile().name());
+void demandCertificate(const KeyStoreAccess& access) {
+    if (!mayChangePolicies(access))
+        throw OpError(OpFault::NoSigningCertificate, access.configuration.profile()->name());
 }
 
 }  // namespace
 
-bool mayChangePolicies(Session& session) {
-    return (session.keys().signingKey() && session.keys().signingCertificate()) ||
-           session.configuration().record().getIntOpt(kOptDecryptOnly) != 0;
+bool mayChangePolicies(const KeyStoreAccess& access) {
+    return (access.keys.signingKey() && access.keys.signingCertificate()) ||
+           access.configuration.record().getIntOpt(kOptDecryptOnly) != 0;
 }
 
-void addPolicyTo(Session& session, const std::string& oid, const std::string& name) {
-    demandCertificate(session);
+PolicyFault faultOfPolicy(const CRVCfgFile::Policies& list, const ASNobjectId& oid, const std::string& name) {
+    if (oid.text() == kAnyPolicy) return PolicyFault::AnyPolicy;
+    const PolicyIdAndNote added(oid, name);
+    const auto any = [&](auto same) { return std::any_of(list.begin(), list.end(), same); };
+    if (any([&](const auto& policy) { return policy.policyId == oid; })) return PolicyFault::SameIdentifier;
+    const bool sameName = any([&](const auto& policy) { return policy.note == added.note; });
+    return sameName && !name.empty() ? PolicyFault::SameName : PolicyFault::None;
+}
+
+void addPolicyTo(const KeyStoreAccess& access, const std::string& oid, const std::string& name) {
+    demandCertificate(access);
+    auto list = access.configuration.record().getPolicies();
     const auto id = ASNobjectId::fromText(oid);
-    if (!id || oid == kAnyPolicy || name.empty()) throw OpError(OpFault::BadValue, oid);
-    const PolicyIdAndNote added(*id, name);
-    auto list = session.configuration().record().getPolicies();
-    if (std::any_of(list.begin(), list.end(),
-                    [&](const auto& policy) { return policy.policyId == added.policyId || policy.note == added.note; }))
-        throw OpError(OpFault::ObjectExists, oid);
-    list.add(added);
-    session.configuration().editRecord().setPolicies(list);
+    const PolicyFault fault = id ? faultOfPolicy(list, *id, name) : PolicyFault::AnyPolicy;
+    if (fault == PolicyFault::AnyPolicy || name.empty()) throw OpError(OpFault::BadValue, oid);
+    if (fault != PolicyFault::None) throw OpError(OpFault::ObjectExists, oid);
+    list.add(PolicyIdAndNote(*id, name));
+    access.configuration.editRecord().setPolicies(list);
 }
 
-void removePolicyFrom(Session& session, const std::string& oid) {
-    demandCertificate(session);
-    auto list = session.configuration().record().getPolicies();
+void removePolicyFrom(const KeyStoreAccess& access, const std::string& oid) {
+    demandCertificate(access);
+    auto list = access.configuration.record().getPolicies();
     size_t at = 0;
     while (at < list.size() && list[at].policyId.text() != oid) ++at;
     if (at == list.size()) throw OpError(OpFault::ObjectMissing, oid);
     list.remove(at);
-    session.configuration().editRecord().setPolicies(list);
+    access.configuration.editRecord().setPolicies(list);
 }
 
 }  // namespace crv

@@ -3,19 +3,25 @@
 
 #include <string>
 
-namespace crv {
+#include "config/crv_cfg_file.h"
+#include "keystore/key_store_door.h"
 
-class Session;
+namespace crv {
 
 inline constexpr const char* kAnyPolicy = "2.5.29.32.0";
 
 /// Whether the profile has what its policies are about: a signing key with its certificate, or option 19 (decrypts
 /// only).
-[[nodiscard]] bool mayChangePolicies(Session& session);
+[[nodiscard]] bool mayChangePolicies(const KeyStoreAccess& access);
 
-/// Both change the record of a session open for a change; the caller saves. Throw OpError: NoSigningCertificate,
+/// Why a policy is not added; without a name only the identifier is looked at.
+enum class PolicyFault { None, AnyPolicy, SameIdentifier, SameName };
+[[nodiscard]] PolicyFault faultOfPolicy(const CRVCfgFile::Policies& list, const ASNobjectId& oid,
+                                        const std::string& name = {});
+
+/// Both change the record of a key store open for a change; the caller saves. Throw OpError: NoSigningCertificate,
 /// BadValue for the identifier of any policy, ObjectExists for an identifier or a name that is there, ObjectMissing.
-void addPolicyTo(Session& session, const std::string& oid, const std::string& name);
-void removePolicyFrom(Session& session, const std::string& oid);
+void addPolicyTo(const KeyStoreAccess& access, const std::string& oid, const std::string& name);
+void removePolicyFrom(const KeyStoreAccess& access, const std::string& oid);
 
 }  // namespace crv

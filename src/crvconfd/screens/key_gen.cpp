@@ -15,6 +15,7 @@
 #include "keystore/crt_request.h"
 #include "misc/atomic_write.h"
 #include "misc/path.h"
+#include "ops/key_plan.h"
 
 namespace crv {
 
@@ -27,7 +28,6 @@ constexpr int kParamsFooterRow = 20;
 constexpr int kParamsRow = 5;
 constexpr int kParamsRows = 12;
 constexpr size_t kLongestRequestName = 254;
-constexpr uint64_t kPublicExponent = 65537;
 
 constexpr CodeText kKeyGenTexts[] = {
     {kKmNoMemory, "Brak pamięci"},
@@ -221,14 +221,9 @@ KeyManagerResult generate(KeyType usage, const KeyGenParams& params) {
     drawWaiting(params);
     dropTypedKeys();
     const bool forced = isPss(params) && params.forceAlgorithm;
-    const auto progress = [] { return waitForKeyOrTimeout(0) != kKeyEscape; };
-    return generateIntoKeyStore(
-        keyStoreAccess(), {progress, {}, forced ? params.hash : KcHashAlgo::None}, [&](const KeyGenHooks& hooks) {
-            if (params.keyScheme == KeyScheme::Dsa) return keyManager->generateDsaUserKey(params.keyLength, hooks);
-            if (params.keyScheme == KeyScheme::Ecdsa)
-                return keyManager->generateECDsaUserKey(usage, params.curve, params.explicitDomain, hooks);
-            return keyManager->generateRsaUserKey(usage, kPublicExponent, params.keyLength, params.keyScheme, hooks);
-        });
+    const KeyPlan plan{usage,        params.keyScheme,      params.keyLength,
+                       params.curve, params.explicitDomain, forced ? params.hash : KcHashAlgo::None};
+    return generateKey(keyStoreAccess(), plan, [] { return waitForKeyOrTimeout(0) != kKeyEscape; });
 }
 
 CrtRequestParams requestOf(const KeyGenParams& params) {

@@ -1,7 +1,5 @@
 #include "crvconfd/screens/trusted_points.h"
 
-#include <ctime>
-
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/cert_view.h"
@@ -11,6 +9,7 @@
 #include "crvconfd/session/messages.h"
 #include "crvconfd/session/prot_cfg.h"
 #include "crvconfd/toolkit/toolkit.h"
+#include "ops/trust.h"
 #include "pki/revocation_manager.h"
 
 namespace crv {
@@ -129,18 +128,18 @@ void displayMenu(size_t index, size_t count) {
 }
 
 bool OnTrustedPointAdd() {
-    if (!keyManager->signingKey() || !keyManager->signingCertificate()) {
+    if (!mayAddTrust(keyStoreAccess())) {
         errInfo(kMessageRow, "Do zmiany konfiguracji wymagany jest certyfikat i klucz do podpisywania");
         return false;
     }
     const CertPtr certificate = askForCertificate();
     if (!certificate) return false;
-    const auto end = certificate->tbs.validity.notAfter.seconds();
-    if (end && *end < std::time(nullptr) &&
-        displCentQuestion(kMessageRow,
-                          "Zaświadczenie certyfikacyjne jest przeterminowane, czy chcesz kontynuować (t/n)?") == 0)
-        return false;
-    const KeyManagerResult result = keyManager->addTrustedCA(certificate);
+    const KeyManagerResult result = addTrustPoint(keyStoreAccess(), certificate, [] {
+        return displCentQuestion(kMessageRow,
+                                 "Zaświadczenie certyfikacyjne jest przeterminowane, czy chcesz kontynuować (t/n)?") ==
+               1;
+    });
+    if (result == kKmCancelled) return false;
     if (result == kKmOk) {
         if (saveChange("Punkt zaufania poprawnie dodany")) showSummary("Dodany punkt zaufania", {certificate});
     } else {
@@ -152,11 +151,11 @@ bool OnTrustedPointAdd() {
 bool OnTrustedPointDel(const TrustPointList& list, size_t index) {
     if (displCentQuestion(kMessageRow, "Czy na pewno chcesz usunąć punkt zaufania (t/n)?") == 0) return false;
     const TrustPoint& point = list.at(index);
-    if (point.flag != TrustPointFlag::User) {
+    if (!isRemovable(point)) {
         errInfo(kMessageRow, "Wskazany punkt zaufania nie może zostać usunięty.");
         return false;
     }
-    const KeyManagerResult result = keyManager->delTrustedCA(point.certificate, static_cast<int>(TrustPointFlag::User));
+    const KeyManagerResult result = removeTrustPoint(keyStoreAccess(), point);
     if (result == kKmOk) {
         static_cast<void>(saveChange("Punkt zaufania usunięty"));
     } else {

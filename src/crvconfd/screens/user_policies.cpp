@@ -1,15 +1,12 @@
 #include "crvconfd/screens/user_policies.h"
 
-#include <algorithm>
-
-#include "config/config_oids.h"
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/numbered_list.h"
 #include "crvconfd/screens/oid_prompt.h"
 #include "crvconfd/session/context.h"
+#include "crvconfd/session/messages.h"
 #include "crvconfd/session/prot_cfg.h"
 #include "crvconfd/toolkit/toolkit.h"
-#include "keystore/key_manager.h"
 #include "ops/policies.h"
 
 namespace crv {
@@ -20,6 +17,12 @@ constexpr NumberedListTexts kPolicyTexts{
     "Lista polityk użytkownika",
     "Podaj numer polityki do usuniecia: ",
     "Brak polityki o podanym numerze",
+};
+
+constexpr CodeText kPolicyFaults[] = {
+    {static_cast<int>(PolicyFault::AnyPolicy), "Nie można dodawać identyfikatora ANY POLICY"},
+    {static_cast<int>(PolicyFault::SameIdentifier), "Polityka o podanym identyfikatorze została już zdefiniowana."},
+    {static_cast<int>(PolicyFault::SameName), "Polityka o podanej nazwie zostala już zdefiniowana."},
 };
 
 NumberedEntry entryOf(const PolicyIdAndNote& policy) {
@@ -37,22 +40,24 @@ void drawAnyPolicy() {
     displText(2, 25, "ANY POLICY");
 }
 
-bool allowed() {
-    return (keyManager->signingKey() && keyManager->signingCertificate()) ||
-           cfgManager->record().getIntOpt(kOptDecryptOnly) != 0;
-}
-
-/// A list that could not be saved is not kept either.
-void store(const CRVCfgFile::Policies& list) {
+/// Changes the list and saves; a list that could not be saved is not kept either.
+template <class Change>
+void changePolicies(const Change& change) {
     const auto before = cfgManager->record().getPolicies();
-    cfgManager->editRecord().setPolicies(list);
+    change(keyStoreAccess());
     if (!writeProtCfg()) cfgManager->editRecord().setPolicies(before);
 }
 
 void removePolicy(size_t index) {
-    auto list = cfgManager->record().getPolicies();
-    list.remove(index);
-    store(list);
+    const std::string oid = cfgManager->record().getPolicies()[index].policyId.text();
+    changePolicies([&](const KeyStoreAccess& access) { removePolicyFrom(access, oid); });
+}
+
+/// False, after a message, for a policy that cannot be added.
+bool mayAdd(const ASNobjectId& oid, const std::string& name = {}) {
+    const PolicyFault fault = faultOfPolicy(cfgManager->record().getPolicies(), oid, name);
+    if (fault != PolicyFault::None) showCode(kPolicyFaults, static_cast<int>(fault));
+    return fault == PolicyFault::None;
 }
 
 NumberedListEditor policyEditor() {
@@ -66,7 +71,7 @@ void showPolicy(size_t index, const PolicyIdAndNote& policy) {
 }
 
 bool showPolicies() {
-    if (!allowed()) {
+    if (!mayChangePolicies(keyStoreAccess())) {
         errInfo(kMessageRow, "Brak klucza lub certyfikatu do podpisywania");
         return false;
     }
@@ -82,18 +87,11 @@ void addPolicy() {
                     "Błędny identyfikator polityki"},
                    oid))
         return;
-    auto list = cfgManager->record().getPolicies();
-    const auto any = [&](auto same) { return std::any_of(list.begin(), list.end(), same); };
-    if (oid.text() == kAnyPolicy) return errInfo(kMessageRow, "Nie można dodawać identyfikatora ANY POLICY");
-    if (any([&](const auto& policy) { return policy.policyId == oid; }))
-        return errInfo(kMessageRow, "Polityka o podanym identyfikatorze została już zdefiniowana.");
+    if (!mayAdd(oid)) return;
     std::string name;
-    if (!askForName({"Podaj nazwę polityki: ", "Nazwa polityki nie może być pusta"}, name)) return;
-    const PolicyIdAndNote added(oid, name);
-    if (any([&](const auto& policy) { return policy.note == added.note; }))
-        return errInfo(kMessageRow, "Polityka o podanej nazwie zostala już zdefiniowana.");
-    list.add(added);
-    store(list);
+    if (!askForName({"Podaj nazwę polityki: ", "Nazwa polityki nie może być pusta"}, name) || !mayAdd(oid, name))
+        return;
+    changePolicies([&](const KeyStoreAccess& access) { addPolicyTo(access, oid.text(), name); });
 }
 
 void delPolicy() {

@@ -1,0 +1,20 @@
+#include "ops/key_plan.h"
+
+namespace crv {
+namespace {
+
+constexpr uint64_t kPublicExponent = 65537;
+
+}  // namespace
+
+KeyManagerResult generateKey(const KeyStoreAccess& access, const KeyPlan& plan, const std::function<bool()>& goOn) {
+    return generateIntoKeyStore(access, {goOn, {}, plan.forcedPss}, [&](const KeyGenHooks& hooks) {
+        KeyManager& keys = access.keys;
+        if (plan.scheme == KeyScheme::Dsa) return keys.generateDsaUserKey(plan.bits, hooks);
+        if (plan.scheme == KeyScheme::Ecdsa)
+            return keys.generateECDsaUserKey(plan.use, plan.curve, plan.explicitDomain, hooks);
+        return keys.generateRsaUserKey(plan.use, kPublicExponent, plan.bits, plan.scheme, hooks);
+    });
+}
+
+}  // namespace crv
