@@ -1,5 +1,4 @@
 // PIN calls.
-#include <iconv.h>
 #include <langinfo.h>
 
 #include <cerrno>
@@ -7,6 +6,7 @@
 
 #include "api/api_frame.h"
 #include "misc/ascii.h"
+#include "misc/charset.h"
 #include "misc/exceptions.h"
 
 namespace crv {
@@ -19,16 +19,9 @@ SecretText localToUtf8(const char* text) {
     const bool ascii = given.find_first_of("\x80\xff") == std::string_view::npos &&
                        std::ranges::all_of(given, [](char c) { return c > 0; });
     if (ascii || equalIgnoreCase(local, "UTF-8")) return SecretText(given);
-    iconv_t converter = iconv_open("UTF-8", local);
-    if (converter == reinterpret_cast<iconv_t>(-1)) throw CrvApiException(ECRV_TEXT_CONVERT, local);
-    SecretBytes utf8(given.size() * 4);
-    char* in = const_cast<char*>(given.data());
-    char* out = reinterpret_cast<char*>(utf8.data());
-    size_t left = given.size(), room = utf8.size();
-    const size_t answer = iconv(converter, &in, &left, &out, &room);
-    iconv_close(converter);
-    if (answer == static_cast<size_t>(-1)) throw CrvApiException(ECRV_TEXT_CONVERT, local);
-    return SecretText(asText(ByteView(utf8).first(utf8.size() - room)));
+    SecretBytes utf8;
+    if (!convertCharset(local, "UTF-8", given, utf8)) throw CrvApiException(ECRV_TEXT_CONVERT, local);
+    return SecretText(asText(utf8));
 }
 
 int crvStorePINInt(CRVctx* ctx, long id, const SecretText& pin) {

@@ -71,7 +71,7 @@ std::string textOf(const Value& value) {
             } else if constexpr (std::is_same_v<Held, int64_t>) {
                 return std::to_string(held);
             } else if constexpr (std::is_same_v<Held, std::string>) {
-                return printable(held);
+                return harmlessUtf8(held);
             } else {
                 std::string text;
                 for (const auto& one : held) {
@@ -165,7 +165,7 @@ void Output::printText() {
                 textOf(fields[2].second) + "\n";
     }
     for (const auto& [text, about] : warnings_)
-        told += std::string(tr("warning")) + ": " + tr(text) + ": " + printable(about) + "\n";
+        told += std::string(tr("warning")) + ": " + tr(text) + ": " + harmlessUtf8(about) + "\n";
     write(STDERR_FILENO, forTerminal(told));
 }
 
@@ -205,7 +205,7 @@ int Output::fail(const OpError& error, const std::string& text) {
         printSummary(false, error.code(), faultName(error.fault()), error.what());
     }
     flush();
-    write(STDERR_FILENO, forTerminal("crvctl: " + printable(text)) + "\n");
+    write(STDERR_FILENO, forTerminal("crvctl: " + harmlessUtf8(text)) + "\n");
     return static_cast<int>(error.status());
 }
 

@@ -151,7 +151,7 @@ SecretText readSecret(const Call& call, const std::string& kind, bool twice) {
 bool askYesNo(const Call& call, const std::string& question) {
     const FileDescriptor terminal(openTerminal(call));
     if (!terminal.valid()) throw OpError(OpFault::NotConfirmed, question);
-    Output::write(terminal.get(), forTerminal(printable(question) + " " + tr("(y/n)") + " "));
+    Output::write(terminal.get(), forTerminal(harmlessUtf8(question) + " " + tr("(y/n)") + " "));
     const SecretText answer = readLine(terminal.get(), {});
     const std::string_view words[] = {"y", "Y", "yes", "t", "T", "tak"};
     return std::ranges::find(words, answer.view()) != std::end(words);

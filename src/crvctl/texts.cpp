@@ -1,6 +1,5 @@
 #include "crvctl/texts.h"
 
-#include <iconv.h>
 #include <langinfo.h>
 #include <libintl.h>
 
@@ -8,7 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "misc/utf8.h"
+#include "misc/charset.h"
 
 namespace crv::ctl {
 namespace {
@@ -40,36 +39,9 @@ const char* tr(const char* text) {
 std::string forTerminal(std::string_view text) {
     const std::string_view charset = nl_langinfo(CODESET);
     if (charset == "UTF-8") return std::string(text);
-    iconv_t conversion = iconv_open((std::string(charset) + "//TRANSLIT").c_str(), "UTF-8");
-    std::string out;
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): the value that iconv_open answers a failure with
-    if (conversion == reinterpret_cast<iconv_t>(-1)) return std::string(text);
-    char* from = const_cast<char*>(text.data());
-    size_t left = text.size();
-    while (left > 0) {
-        char block[256];
-        char* to = block;
-        size_t room = sizeof block;
-        const size_t converted = iconv(conversion, &from, &left, &to, &room);
-        out.append(block, sizeof block - room);
-        if (converted != static_cast<size_t>(-1) || left == 0 || room < sizeof block / 2) continue;
-        out += '?';
-        do {
-            ++from;
-            --left;
-        } while (left > 0 && (static_cast<unsigned char>(*from) & 0xC0U) == 0x80U);
-    }
-    iconv_close(conversion);
-    return out;
-}
-
-std::string printable(std::string_view text) {
-    std::string line;
-    while (!text.empty()) {
-        const char32_t character = takeUtf8(text);
-        isHarmful(character) ? line.push_back('?') : appendUtf8(line, character);
-    }
-    return line;
+    SecretBytes out;
+    return convertCharset("UTF-8", std::string(charset) + "//TRANSLIT", text, out, '?') ? std::string(asText(out))
+                                                                                        : std::string(text);
 }
 
 }  // namespace crv::ctl

@@ -16,7 +16,4 @@ const char* tr(const char* text);
 /// UTF-8 as the terminal's character set wants it; what that does not have is transliterated or becomes "?".
 std::string forTerminal(std::string_view text);
 
-/// Text from files, for a line of a terminal: control characters become "?".
-std::string printable(std::string_view text);
-
 }  // namespace crv::ctl

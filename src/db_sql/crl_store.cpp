@@ -14,11 +14,15 @@ namespace crv {
 
 namespace {
 
+/// An authority that changes its key issues CRLs under both for a while, and deltas stand beside the complete ones (RFC
+/// 5280 5.2.4): neither may take the other's place. The scope, a critical extension (5.2.5), is compared by the caller.
 bool sameAuthority(const CrlIndexEntry& a, const CrlIndexEntry& b) {
     return a.isDelta() == b.isDelta() && a.authorityKeyId.has_value() == b.authorityKeyId.has_value() &&
            (!a.authorityKeyId || *a.authorityKeyId == *b.authorityKeyId) && a.issuer == b.issuer;
 }
 
+/// By the number, which only grows (RFC 5280 5.2.3); the time orders two with one number, issued anew, and those
+/// without one.
 bool isNewer(const CrlIndexEntry& a, const CrlIndexEntry& b) {
     const int order = a.crlNumber && b.crlNumber ? compareNumbers(*a.crlNumber, *b.crlNumber) : 0;
     return order != 0 ? order > 0 : a.issued() > b.issued();

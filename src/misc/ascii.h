@@ -7,6 +7,10 @@
 
 namespace crv {
 
+constexpr bool isAsciiUpper(char c) {
+    return c >= 'A' && c <= 'Z';
+}
+
 constexpr char asciiUpper(char c) {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
@@ -25,6 +29,10 @@ constexpr Character asciiLower(Character c) {
 
 inline bool equalIgnoreCase(std::string_view a, std::string_view b) {
     return std::ranges::equal(a, b, [](char x, char y) { return asciiUpper(x) == asciiUpper(y); });
+}
+
+inline bool containsIgnoreCase(std::string_view text, std::string_view part) {
+    return asciiUpper(text).find(asciiUpper(part)) != std::string::npos;
 }
 
 }  // namespace crv

@@ -34,7 +34,9 @@ static_assert(std::atomic<bool>::is_always_lock_free, "set in signal handlers");
 
 }  // namespace
 
-/// One lock file of the process. The descriptors close together, when nobody holds or asks for the lock any more.
+/// One lock file of the process. A record lock (fcntl) belongs to the whole process: it does not keep threads apart,
+/// and closing any descriptor of the file gives it back. So the process holds one lock for all who ask, in the
+/// strongest of their modes, and the descriptors close together, when nobody holds or asks for the lock any more.
 struct LockedFile {
     FileId id;
     std::vector<FileDescriptor> descriptors;  // the last one is the best: writable when any is

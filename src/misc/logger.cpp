@@ -41,7 +41,7 @@ spdlog::logger* logger() noexcept {
     return instance.get();
 }
 
-std::string printable(std::string_view text) {
+std::string escaped(std::string_view text) {
     std::string out;
     for (const char c : text) {
         const auto octet = static_cast<unsigned char>(c);
@@ -63,7 +63,7 @@ bool logEnabled(LogLevel level) noexcept {
 void logLine(LogLevel level, std::string_view text) noexcept {
     if (!logEnabled(level)) return;
     try {
-        logger()->log(toSpdlog(level), "{}", printable(text));
+        logger()->log(toSpdlog(level), "{}", escaped(text));
     } catch (const std::exception&) {  // no memory for a log line: go on without it
         return;
     }

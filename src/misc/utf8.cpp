@@ -65,4 +65,13 @@ bool isUtf8(std::string_view text) {
     return true;
 }
 
+std::string harmlessUtf8(std::string_view text) {
+    std::string out;
+    while (!text.empty()) {
+        const auto character = takeCharacter(text);
+        !character || isHarmful(*character) ? out.push_back('?') : appendUtf8(out, *character);
+    }
+    return out;
+}
+
 }  // namespace crv

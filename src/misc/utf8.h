@@ -42,5 +42,7 @@ inline void appendUtf8(std::string& out, char32_t character) {
 /// Whether a character does something else than show itself: controls, separators of lines and paragraphs, marks of no
 /// width or that change the direction of writing. Texts of others are shown with such characters escaped.
 [[nodiscard]] bool isHarmful(char32_t character);
+/// The text for a line of a terminal: harmful characters and octets that are none become "?".
+[[nodiscard]] std::string harmlessUtf8(std::string_view text);
 
 }  // namespace crv

@@ -1,8 +1,8 @@
 #include "ops/op_error.h"
 
 #include <array>
-#include <cctype>
 
+#include "misc/ascii.h"
 #include "misc/file_semaphore.h"
 
 namespace crv {
@@ -27,9 +27,8 @@ const FaultRow& rowOf(OpFault fault) {
 std::string faultName(OpFault fault) {
     std::string name;
     for (const char* at = rowOf(fault).name; *at; ++at) {
-        const bool upper = std::isupper(static_cast<unsigned char>(*at)) != 0;
-        if (upper && !name.empty()) name += '-';
-        name += static_cast<char>(std::tolower(static_cast<unsigned char>(*at)));
+        if (isAsciiUpper(*at) && !name.empty()) name += '-';
+        name += asciiLower(*at);
     }
     return name;
 }

@@ -3,14 +3,12 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <exception>
-#include <thread>
+#include <future>
 
 #include "asn/x509/signed_certificate.h"
 #include "misc/ascii.h"
 #include "misc/hex.h"
 #include "misc/utf8.h"
-#include "pki/condition_counter.h"
 
 namespace crv {
 
@@ -63,7 +61,6 @@ struct Runner {
     std::atomic<size_t> looked = 0;
     std::atomic<bool> stop = false;
     bool failed = false;
-    std::exception_ptr thrown;
 
     void look(const CrtItem& item) {
         SignedCertificate certificate;
@@ -107,29 +104,18 @@ bool CertificateQuery::matches(const SignedCertificate& certificate) const {
 
 SearchEnd searchCertificates(DbManager& database, const CertificateQuery& query, const SearchProgress& progress,
                              std::vector<int64_t>& ids) {
-    Runner runner{.database = database, .query = query, .ids = ids, .thrown = nullptr};
-    ConditionCounter atWork;
-    atWork.up();
-    std::jthread worker([&] {
-        try {
-            runner.run();
-        } catch (...) {
-            runner.thrown = std::current_exception();
-        }
-        atWork.down();
-    });
+    Runner runner{.database = database, .query = query, .ids = ids};
+    auto work = std::async(std::launch::async, [&] { runner.run(); });
     try {
         do {
             if (progress && !progress(runner.found, runner.looked)) runner.stop = true;
-            if (runner.stop) atWork.waitZero();
-        } while (!atWork.waitZero(kProgressStep));
+            if (runner.stop) work.wait();
+        } while (work.wait_for(kProgressStep) != std::future_status::ready);
     } catch (...) {
-        runner.stop = true;
-        worker.join();
+        runner.stop = true;  // the future waits for the end
         throw;
     }
-    worker.join();
-    if (runner.thrown) std::rethrow_exception(runner.thrown);
+    work.get();
     if (runner.failed) return SearchEnd::Failed;
     return runner.stop ? SearchEnd::Stopped : SearchEnd::Done;
 }

@@ -95,7 +95,7 @@ int CrvProfile::setAttr(long id, const char* value, long len) {
     if (own_.knows(id)) return own_.set(id, value, len);
     if (common_.knows(id)) return common_.set(id, value, len);
     if (len < 0 || (!value && len > 0)) return kAttrBadArgument;
-    const std::string text(value ? value : "", static_cast<size_t>(len));
+    const std::string text = value ? std::string(value, static_cast<size_t>(len)) : std::string();
     if (id == CRVPROFILE_ATTR_NAME) {
         if (!fitsListName(text)) return kAttrBadArgument;
         name_ = text;

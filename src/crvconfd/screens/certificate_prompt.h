@@ -1,7 +1,7 @@
 // The prompt for a file of certificates.
 #pragma once
 
-#include "keystore/key_store_contents.h"
+#include "asn/x509/cert_ptr.h"
 
 namespace crv {
 

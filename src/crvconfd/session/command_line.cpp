@@ -157,7 +157,7 @@ std::string baseName(const std::string& path) {
 }
 
 bool isSignerName(const std::string& base) {
-    return strcasestr(base.c_str(), "sign") != nullptr;
+    return containsIgnoreCase(base, "sign");
 }
 
 CommandLine readCommandLine(int count, const char* const* arguments) {

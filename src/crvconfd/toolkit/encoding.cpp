@@ -152,17 +152,7 @@ std::string printableOctets(std::string_view text) {
 }  // namespace
 
 std::string printable(std::string_view text) {
-    if (current != DisplayEncoding::Utf8) return printableOctets(text);
-    std::string result;
-    while (!text.empty()) {
-        const auto character = takeCharacter(text);
-        if (!character || isHarmful(*character)) {
-            result += '?';
-        } else {
-            appendUtf8(result, *character);
-        }
-    }
-    return result;
+    return current == DisplayEncoding::Utf8 ? harmlessUtf8(text) : printableOctets(text);
 }
 
 int typedToUtf8(char* buffer, int length, int size) {
