@@ -79,7 +79,7 @@ std::vector<std::string> NameKeys::candidates(std::string_view folder, std::stri
 }
 
 void NameKeys::complete(LineEditor& line) {
-    const std::string_view typed = std::string_view(line.text()).substr(0, line.cursor());
+    const std::string_view typed = std::string_view{line.text()}.substr(0, line.cursor());
     const size_t slash = typed.rfind('/');
     const std::string_view folder = slash == std::string_view::npos ? "" : typed.substr(0, slash + 1);
     const std::string begun(typed.substr(folder.size()));

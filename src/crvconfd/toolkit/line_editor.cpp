@@ -7,6 +7,15 @@
 
 namespace crv {
 
+namespace {
+
+/// The key of a letter with Ctrl.
+constexpr int control(char letter) {
+    return letter - '@';
+}
+
+}  // namespace
+
 LineEditor::LineEditor(std::string_view start, size_t longest)
     : text_(cutText(start, longest)), cursor_(text_.size()), longest_(longest) {}
 
@@ -28,12 +37,12 @@ void LineEditor::replace(std::string_view text) {
 
 /// Start of the character that ends at the octet.
 size_t LineEditor::before(size_t at) const {
-    const std::string_view front = std::string_view(text_).substr(0, at);
+    const std::string_view front = std::string_view{text_}.substr(0, at);
     return front.empty() ? 0 : cutText(front, front.size() - 1).size();
 }
 
 size_t LineEditor::behind(size_t at) const {
-    std::string_view rest = std::string_view(text_).substr(at);
+    std::string_view rest = std::string_view{text_}.substr(at);
     if (!rest.empty()) static_cast<void>(takeCharacter(rest));
     return text_.size() - rest.size();
 }
@@ -52,7 +61,6 @@ void LineEditor::erase(size_t from, size_t to) {
 }
 
 bool LineEditor::edit(int key) {
-    constexpr auto control = [](char letter) { return letter - '@'; };
     switch (key) {
         case kKeyLeft:
             cursor_ = before(cursor_);
