@@ -340,8 +340,8 @@ TEST(ToolkitTerminal, WithoutAFitTerminalSaysSo) {
         {"no-such-terminal", 24, 80, "Nieznany rodzaj terminala (TERM=no-such-terminal).\n"},
         {"", 24, 80, "Nieznany rodzaj terminala (TERM=).\n"},
         {"dumb", 24, 80, "Terminal nie umie ustawić kursora (TERM=dumb).\n"},
-        {"xterm", 23, 80, "Terminal jest za mały: 80x23, potrzeba co najmniej 80x24.\n"},
-        {"xterm", 24, 79, "Terminal jest za mały: 79x24, potrzeba co najmniej 80x24.\n"}};
+        {"xterm", 7, 80, "Terminal jest za mały: 80x7, potrzeba co najmniej 40x8.\n"},
+        {"xterm", 24, 39, "Terminal jest za mały: 39x24, potrzeba co najmniej 40x8.\n"}};
     for (const auto& [term, rows, columns, error] : cases) {
         // Curses itself leaks when it knows no such terminal.
         ScreenProgram demo({.arguments = Demo::arguments(2, "keys"),

@@ -7,6 +7,8 @@
 // reaches the terminal raw. Lengths and centring count bytes. Functions with a format take printf formats: data is
 // never the format, "%s" is. At most 256 bytes remain after formatting. Moves outside the screen are ignored.
 //
+// A smaller terminal shows the part of the screen in which something was drawn or is typed last.
+//
 // The terminal may be resized and the process suspended at any time: the contents survive and are drawn again. When the
 // process is asked to end (SIGINT, SIGTERM, SIGHUP, SIGQUIT) or the terminal hangs up, whichever function waits for a
 // key throws ScreenClosed.
@@ -75,7 +77,7 @@ enum AttrBit : int { kAttrStandout = 1, kAttrReverse = 2, kAttrBold = 4, kAttrUn
 /// Pseudo-attribute codes: they stand for whatever the logical attribute is set to.
 enum AttrCode : int { kAttrEmphasis = 4096, kAttrSelected = 4097, kAttrHeader = 4098, kAttrShortcut = 4099 };
 
-/// The screen cannot be started: no terminal, an unknown one, or one below 80x24. The text is Polish, for standard
+/// The screen cannot be started: no terminal, an unknown one, or one below 40x8. The text is Polish, for standard
 /// error.
 class NoScreen : public std::runtime_error {
   public:

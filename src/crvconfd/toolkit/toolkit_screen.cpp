@@ -27,6 +27,10 @@ namespace {
 
 constexpr std::array kEndSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 
+/// A terminal that shows less of the screen than this is of no use.
+constexpr int kLeastRows = 8;
+constexpr int kLeastColumns = 40;
+
 struct Screen {
     SCREEN* handle = nullptr;
     WINDOW* pad = nullptr;
@@ -112,13 +116,13 @@ std::string terminalName() {
 
 std::string tooSmall(int columns, int rows) {
     return "Terminal jest za mały: " + std::to_string(columns) + "x" + std::to_string(rows) +
-           ", potrzeba co najmniej 80x24.";
+           ", potrzeba co najmniej " + std::to_string(kLeastColumns) + "x" + std::to_string(kLeastRows) + ".";
 }
 
 /// Why curses cannot draw the screens on the terminal; empty when it can.
 std::string unfitness() {
     if (!tigetstr("cup")) return "Terminal nie umie ustawić kursora (TERM=" + terminalName() + ").";
-    return LINES < kScreenRows || COLS < kScreenColumns ? tooSmall(COLS, LINES) : "";
+    return LINES < kLeastRows || COLS < kLeastColumns ? tooSmall(COLS, LINES) : "";
 }
 
 void requireTerminal() {
@@ -127,7 +131,7 @@ void requireTerminal() {
     }
     winsize size{};
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 && size.ws_col > 0 &&
-        (size.ws_row < kScreenRows || size.ws_col < kScreenColumns)) {
+        (size.ws_row < kLeastRows || size.ws_col < kLeastColumns)) {
         throw NoScreen(tooSmall(size.ws_col, size.ws_row));
     }
 }
@@ -169,6 +173,11 @@ attr_t cursesAttributes(int code) {
     return result;
 }
 
+/// The first row or column to show so that the pen, where the prompt or message in use ends, is seen.
+int firstShown(int pen, int shown, int all) {
+    return std::clamp(pen - shown + 1, 0, all - shown);
+}
+
 }  // namespace
 
 namespace toolkit {
@@ -178,7 +187,11 @@ WINDOW* pad() {
 }
 
 void show() {
-    pnoutrefresh(screen.pad, 0, 0, 0, 0, std::min(kScreenRows, LINES) - 1, std::min(kScreenColumns, COLS) - 1);
+    const int rows = std::min(kScreenRows, LINES), columns = std::min(kScreenColumns, COLS);
+    const int row = getcury(screen.pad);
+    const bool inUse = screen.cursorVisible || row == kMessageRow;
+    const int left = inUse ? firstShown(getcurx(screen.pad), columns, kScreenColumns) : 0;
+    pnoutrefresh(screen.pad, firstShown(row, rows, kScreenRows), left, 0, 0, rows - 1, columns - 1);
     doupdate();
 }
 
