@@ -44,7 +44,8 @@ const Command kCommands[] = {
 TEST_F(MenuScreen, KeyGenerationObeysItsCommandsAndStops) {
     prepare();
     open("1");
-    play({{kKeys, "1"}, {kChoose, ""}});
+    const std::string back = "W) Wyjście";
+    play({{back, "?"}, {"ta pomoc", " "}, {back, "\033OP"}, {"ta pomoc", " "}, {back, "1"}, {kChoose, ""}});
     EXPECT_EQ(screen->row(0), std::string(24, ' ') + "Generowanie klucza do podpisów");
     for (const auto& [typed, row, text] : kCommands) expectRow(typed, row, text);
     screen->send("g");

@@ -47,11 +47,51 @@ bool hasItems(const ScreenOps& ops) {
     return ops.hasItems && ops.hasItems();
 }
 
+bool isHelp(int key) {
+    return key == '?' || key == kKeyHelp || key == kListKeyHelp;
+}
+
+std::string keyName(int key) {
+    if (key == kKeyEnter) return "Enter";
+    return key < 128 ? std::string(1, static_cast<char>(upper(key))) : std::string();
+}
+
+/// The keys of the screen with what they do, in the order of its actions.
+std::vector<std::pair<std::string, std::string>> keysOf(const ScreenOps& ops, bool withItems) {
+    std::vector<std::pair<std::string, std::string>> rows;
+    bool scrolls = ops.items && withItems;
+    for (const ScreenAction& action : ops.actions) {
+        scrolls = scrolls || action.key == kKeyPageDown;
+        if (!action.label || !isOffered(action, withItems)) continue;
+        std::string label = action.label;
+        std::erase(label, '~');
+        rows.emplace_back(keyName(action.key), std::move(label));
+    }
+    if (scrolls) rows.emplace_back("strzałki, PgUp, PgDn, Home, End", "przewijanie i wybór");
+    rows.emplace_back(ops.escapeLeaves ? "W, Esc" : "W", "powrót");
+    rows.emplace_back("F1, ?", "ta pomoc");
+    return rows;
+}
+
+void showKeys(const ScreenOps& ops, bool withItems) {
+    constexpr int kNameColumn = 2, kMeaningColumn = 34;
+    const ScreenKeeper keeper;
+    clrScr();
+    displHeader(0, "%s", "Klawisze");
+    int row = kFirstRow;
+    for (const auto& [name, meaning] : keysOf(ops, withItems)) {
+        displText(row, kNameColumn, "%s", name.c_str());
+        displText(row++, kMeaningColumn, "%s", meaning.c_str());
+    }
+    static_cast<void>(getKey());
+}
+
 /// An action chosen by its key; null to go back.
 const ScreenAction* chooseByKey(const ScreenOps& ops) {
     for (;;) {
         const int key = getScrollKey();
         if (const ScreenAction* action = actionOfKey(ops, key, hasItems(ops))) return action;
+        if (isHelp(key)) showKeys(ops, hasItems(ops));
         if (isLetter(key, kLeave) || (key == kKeyEscape && ops.escapeLeaves)) return nullptr;
     }
 }
@@ -63,6 +103,10 @@ const ScreenAction* chooseInList(ScreenOps& ops, const std::vector<std::string>&
         ops.selected = static_cast<size_t>(std::max(index, 0));
         if (isLetter(key, kLeave)) return ShowMenuListCallbackRet::LeaveCancel;
         chosen = actionOfKey(ops, key, true);
+        if (!chosen && isHelp(key)) {
+            showKeys(ops, true);
+            return ShowMenuListCallbackRet::NextKey;
+        }
         return chosen ? ShowMenuListCallbackRet::LeaveCancel : ShowMenuListCallbackRet::Continue;
     };
     const int index = showMenuList(kFirstRow, 0, items, static_cast<int>(ops.selected),

@@ -48,6 +48,7 @@ enum InternalKey : int {
     kKeyPageDown = 1081,
     kKeyRight = 1082,
     kKeyEnd = 1083,
+    kKeyHelp = 1086,    ///< F1, from getScrollKey only
     kKeyDelete = 1084,  ///< in text fields only, as the next one
     kKeyPaste = 1085,
 };
@@ -59,6 +60,7 @@ enum ListKey : int {
     kListKeyLeft = 0404,
     kListKeyRight = 0405,
     kListKeyHome = 0406,
+    kListKeyHelp = 0411,  ///< F1
     kListKeyBackspace = 0407,
     kListKeyDelete = 0512,
     kListKeyInsert = 0513,

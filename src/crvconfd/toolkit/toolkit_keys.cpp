@@ -21,7 +21,8 @@ namespace {
 static_assert(KEY_DOWN == kListKeyDown && KEY_UP == kListKeyUp && KEY_LEFT == kListKeyLeft &&
               KEY_RIGHT == kListKeyRight && KEY_HOME == kListKeyHome && KEY_BACKSPACE == kListKeyBackspace &&
               KEY_DC == kListKeyDelete && KEY_IC == kListKeyInsert && KEY_NPAGE == kListKeyPageDown &&
-              KEY_PPAGE == kListKeyPageUp && KEY_ENTER == kListKeyEnter && KEY_END == kListKeyEnd && ERR == kNoKey);
+              KEY_PPAGE == kListKeyPageUp && KEY_ENTER == kListKeyEnter && KEY_END == kListKeyEnd &&
+              KEY_F(1) == kListKeyHelp && ERR == kNoKey);
 
 using Clock = std::chrono::steady_clock;
 
@@ -56,7 +57,10 @@ constexpr std::array<std::pair<std::string_view, int>, 7> kRawSequences{{
 }};
 
 // What getScrollKey knows besides.
-constexpr std::array<std::pair<std::string_view, int>, 8> kScrollSequences{{
+constexpr std::array<std::pair<std::string_view, int>, 11> kScrollSequences{{
+    {"OP", kKeyHelp},
+    {"[11~", kKeyHelp},
+    {"[[A", kKeyHelp},
     {"[H", kKeyHome},
     {"OH", kKeyHome},
     {"[1~", kKeyHome},
@@ -90,27 +94,15 @@ constexpr std::array<std::pair<std::string_view, int>, 16> kLineSequences{{
 constexpr std::array<std::pair<std::string_view, int>, 1> kPlainSequences{{{kPasteBegin, kKeyPaste}}};
 
 // What curses passes on untranslated because the terminal description has the other form of the key.
-constexpr std::array<std::pair<std::string_view, int>, 17> kListSequences{{
-    {"\x1b", kKeyEscape},
-    {"[A", KEY_UP},
-    {"OA", KEY_UP},
-    {"[B", KEY_DOWN},
-    {"OB", KEY_DOWN},
-    {"[H", KEY_HOME},
-    {"OH", KEY_HOME},
-    {"[1~", KEY_HOME},
-    {"[F", KEY_END},
-    {"OF", KEY_END},
-    {"[4~", KEY_END},
-    {"[5~", KEY_PPAGE},
-    {"[6~", KEY_NPAGE},
-    {"[2~", KEY_IC},
-    {"[3~", KEY_DC},
-    {"[7~", KEY_HOME},
-    {"[8~", KEY_END},
+constexpr std::array<std::pair<std::string_view, int>, 20> kListSequences{{
+    {"\x1b", kKeyEscape}, {"OP", KEY_F(1)}, {"[11~", KEY_F(1)}, {"[[A", KEY_F(1)}, {"[A", KEY_UP},
+    {"OA", KEY_UP},       {"[B", KEY_DOWN}, {"OB", KEY_DOWN},   {"[H", KEY_HOME},  {"OH", KEY_HOME},
+    {"[1~", KEY_HOME},    {"[F", KEY_END},  {"OF", KEY_END},    {"[4~", KEY_END},  {"[5~", KEY_PPAGE},
+    {"[6~", KEY_NPAGE},   {"[2~", KEY_IC},  {"[3~", KEY_DC},    {"[7~", KEY_HOME}, {"[8~", KEY_END},
 }};
 
-constexpr std::array<std::pair<int, int>, 11> kTranslatedKeys{{
+constexpr std::array<std::pair<int, int>, 12> kTranslatedKeys{{
+    {KEY_F(1), kKeyHelp},
     {KEY_DOWN, kKeyDown},
     {KEY_UP, kKeyUp},
     {KEY_LEFT, kKeyLeft},
