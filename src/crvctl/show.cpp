@@ -103,20 +103,27 @@ Session::Secrets storeSecrets(const Run& run, const CrvProfile& profile) {
     return secrets;
 }
 
-Session openReading(const Run& run) {
+namespace {
+
+Session openStore(const Run& run, void (Session::*open)(const Session::Secrets& secrets)) {
     FoundProfile found = run.profile();
     const Session::Secrets secrets = storeSecrets(run, *found.profile);
     Session session(std::move(found), run.mode);
-    session.openForReading(secrets);
+    (session.*open)(secrets);
+    if (session.keys().wasCutOff())
+        run.out.warn("a write was cut off; what stood there before was opened",
+                     session.configuration().securityFileName());
     return session;
 }
 
+}  // namespace
+
+Session openReading(const Run& run) {
+    return openStore(run, &Session::openForReading);
+}
+
 Session openChanging(const Run& run) {
-    FoundProfile found = run.profile();
-    const Session::Secrets secrets = storeSecrets(run, *found.profile);
-    Session session(std::move(found), run.mode);
-    session.openForChange(secrets);
-    return session;
+    return openStore(run, &Session::openForChange);
 }
 
 Session openDatabase(const Run& run) {

@@ -34,6 +34,10 @@ void KeyManager::demand(std::initializer_list<State> states) const {
     VTEST(std::ranges::find(states, state_) != states.end(), kKeyManagerPlace);
 }
 
+bool KeyManager::wasCutOff() const {
+    return media_ && media_->wasCutOff();
+}
+
 ConfigurationManager& KeyManager::configuration() const {
     VTEST(context_, kKeyManagerPlace);
     return context_->configuration();
@@ -155,6 +159,7 @@ KeyManagerResult KeyManager::loadKey(const SecretText& password) {
         }
         return read;
     }
+    if (media().wasCutOff()) logLine(LogLevel::Warning, "a write was cut off: " + configuration().securityFileName());
     const bool withSecrets = !ignoresSecurityFile();
     LoadedSecurityFile loaded;
     if (const KeyManagerResult read = readSecurityFile(octets, password, withSecrets, loaded, progress_); read != kKmOk)

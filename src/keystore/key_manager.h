@@ -108,6 +108,8 @@ class KeyManager {
     [[nodiscard]] bool isLoggedIn() const { return state_ == State::Open; }
     /// Whether another program wrote the file and it was not adopted.
     [[nodiscard]] bool isForeign() const { return foreign_; }
+    /// Whether the last write of the file was cut off, so that what stood there before was opened; a save puts it back.
+    [[nodiscard]] bool wasCutOff() const;
     /// Whether saves are refused with kKmReadOnly.
     [[nodiscard]] bool isReadOnly() const {
         return mode_ == OpenMode::ReadOnly || (foreign_ && mode_ != OpenMode::AdoptForeign);

@@ -41,6 +41,8 @@ class KeyStoreMedia {
 
     /// The security file's octets. kKmOpenFailed, kKmReadFailed; `missing` tells that there is none yet.
     [[nodiscard]] virtual KeyManagerResult readFile(Bytes& octets, bool& missing);
+    /// Whether readFile met a write that was cut off, and gave what stood there before.
+    [[nodiscard]] virtual bool wasCutOff() const { return false; }
     /// Replaces it. kKmOpenFailed, kKmWriteFailed.
     [[nodiscard]] virtual KeyManagerResult writeFile(ByteView octets);
 

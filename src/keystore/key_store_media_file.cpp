@@ -28,7 +28,16 @@ class DiskFileMedia final : public FileMedia {
   public:
     explicit DiskFileMedia(std::string path) : path_(std::move(path)) {}
 
-    KeyManagerResult readFile(Bytes& octets, bool& missing) override { return readKeyFile(path_, octets, missing); }
+    KeyManagerResult readFile(Bytes& octets, bool& missing) override {
+        const KeyManagerResult read = readKeyFile(path_, octets, missing);
+        if (read != kKmOk) return read;
+        if (auto before = octetsBeforeCutOff(path_, octets)) {
+            octets = std::move(*before);
+            cutOff_ = true;
+        }
+        return kKmOk;
+    }
+    [[nodiscard]] bool wasCutOff() const override { return cutOff_; }
     KeyManagerResult writeFile(ByteView octets) override {
         switch (writeFileAtomically(path_, octets, {.mode = WriteMode::Secret}).failed) {
             case WriteStep::None:
@@ -55,6 +64,7 @@ class DiskFileMedia final : public FileMedia {
     static constexpr int kMostOriginals = 99;
 
     std::string path_;
+    bool cutOff_ = false;
 };
 
 /// The profile carries the file's octets as an attribute. A profile that has neither path nor octets has no store.

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -10,8 +11,10 @@
 #include <new>
 #include <vector>
 
+#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/logger.h"
+#include "misc/whole_file.h"
 
 namespace crv {
 
@@ -123,15 +126,56 @@ bool folderRefuses(int error) {
     return error == EACCES || error == EPERM || error == EROFS;
 }
 
+std::string copyOf(const std::string& path) {
+    return path + ".crv-old";
+}
+
+/// Whether the octets are one SEQUENCE in DER, of the length that its header says.
+bool isWholeSequence(ByteView octets) {
+    constexpr uint8_t kSequence = 0x30;
+    if (octets.size() < 2 || octets[0] != kSequence) return false;
+    const size_t more = octets[1] < 0x80 ? 0 : octets[1] & 0x7FU;
+    if (more > sizeof(size_t) || octets.size() < 2 + more) return false;
+    size_t length = more == 0 ? octets[1] : 0;
+    for (size_t i = 0; i < more; ++i) length = length << 8 | octets[2 + i];
+    return length == octets.size() - 2 - more;
+}
+
+/// Whether a rewriting came to its middle: the disk takes whole sectors, in any order.
+bool isTorn(ByteView now, ByteView before) {
+    constexpr size_t kSector = 512;
+    if (std::ranges::equal(now, before)) return false;
+    if (!isWholeSequence(now)) return true;
+    for (size_t at = 0; at < std::min(now.size(), before.size()); at += kSector) {
+        const ByteView mine = now.subspan(at).first(std::min(kSector, now.size() - at));
+        const ByteView old = before.subspan(at).first(std::min(kSector, before.size() - at));
+        if (std::ranges::equal(mine, old)) return true;
+    }
+    return false;
+}
+
+/// Ends a rewriting that was cut off, and removes the copy that it left.
+bool settleCopy(const std::string& path) {
+    if (!fileExists(copyOf(path))) return true;
+    const std::optional<Bytes> before = octetsBeforeCutOff(path, readFile(path));
+    if (before && !writeInto(path, *before, kSecretMode, true)) return false;
+    fileOps().unlink(copyOf(path));
+    return true;
+}
+
 /// Over an old file that stays what it is. Its octets stand beside it while the new ones are on their way.
 WriteResult rewrite(const std::string& path, ByteView content, const struct stat& old) {
     Bytes before(static_cast<size_t>(old.st_size));
     const FileDescriptor in(fileOps().open(path, O_RDONLY | O_CLOEXEC));
     if (!in.valid() || readUpTo(in.get(), before.data(), before.size(), 0) != old.st_size)
         return failed(WriteStep::Open);
-    const std::string copy = path + ".bak";
+    const std::string copy = copyOf(path);
     TemporaryFile temporary(folderOf(path));
     if (!temporary.exists()) return failed(WriteStep::Open);
+    // Whoever may read the file may put it back.
+    struct stat like = old;
+    like.st_mode &= ~static_cast<mode_t>(S_IRWXO);
+    (void)setRights(temporary.fd(), &like, WriteMode::Secret);
     if (!writeAll(temporary.fd(), before.data(), before.size(), 0) || fileOps().fsync(temporary.fd()) != 0 ||
         !temporary.renameTo(copy) || !syncFolder(folderOf(path)))
         return failed(WriteStep::Write);
@@ -166,6 +210,7 @@ WriteResult write(std::string path, ByteView content, const WriteOptions& option
     struct stat info {};
     const bool exists = fileOps().stat(path, &info) == 0;
     if (exists && !S_ISREG(info.st_mode)) return writeInto(path, content, kCommonMode, false);
+    if (exists && options.mode == WriteMode::Secret && !settleCopy(path)) return failed(WriteStep::Write);
     return replace(path, content, exists ? &info : nullptr, options);
 }
 
@@ -174,6 +219,18 @@ WriteResult write(std::string path, ByteView content, const WriteOptions& option
 std::string folderOf(const std::string& path) {
     const size_t slash = path.rfind('/');
     return slash == std::string::npos ? "./" : path.substr(0, slash + 1);
+}
+
+std::optional<Bytes> octetsBeforeCutOff(const std::string& path, ByteView now) {
+    std::string target = path;
+    if (!resolve(target) || !fileExists(copyOf(target))) return std::nullopt;
+    try {
+        Bytes before = readFile(copyOf(target));
+        if (isTorn(now, before)) return before;
+    } catch (const StoreError&) {  // somebody else's
+        logLine(LogLevel::Warning, "cannot be read: " + copyOf(target));
+    }
+    return std::nullopt;
 }
 
 void removeStaleTemporaries(const std::string& folder) {

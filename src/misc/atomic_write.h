@@ -1,6 +1,7 @@
 // Writing a whole file so that after a failure or a crash either the old or the new content is there.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "misc/bytes.h"
@@ -9,11 +10,11 @@ namespace crv {
 
 /// Access rights of the written file.
 enum class WriteMode {
-    /// Keys: 0600. Over an old file its owner, group, mode (0600 where others had rights: that was no choice), access
-    /// control list and extended
-    /// attributes; where a new file cannot have them, the old one is rewritten in place after its octets were put
-    /// beside
-    /// it ("<file>.bak"), which stay there if the rewriting fails.
+    /// Keys, in one DER encoding that no sector of the old one survives in: 0600. Over an old file its owner, group,
+    /// mode
+    /// (0600 where others had rights: that was no choice), access control list and extended attributes; where a new
+    /// file cannot have them, the old one is rewritten in place after its octets were put beside it ("<file>.crv-old").
+    /// They stay there when the process dies or the rewriting fails; the next writer puts them back.
     Secret,
     KeepOrSecret,  ///< mode and owner of the old file; 0600 when there was none
     KeepOrCommon   ///< mode and owner of the old file; 0644 when there was none
@@ -38,6 +39,10 @@ struct WriteOptions {
 /// link is followed first, and its target replaced; a target that is no regular file (pipe, device) is written
 /// directly. A failed write removes the temporary file and leaves the old one. Never throws.
 WriteResult writeFileAtomically(const std::string& path, ByteView content, const WriteOptions& options = {}) noexcept;
+
+/// What a Secret file held before a rewriting in place that was cut off; nothing when it holds what it should. `now` is
+/// what stands in it.
+std::optional<Bytes> octetsBeforeCutOff(const std::string& path, ByteView now);
 
 /// Deletes the temporary files that killed processes left in a folder: those of processes of this machine that are
 /// gone, and old enough not to be another machine's.

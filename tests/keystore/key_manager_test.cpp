@@ -293,5 +293,41 @@ TEST_F(KeyManagerTest, EveryFailingWriteLeavesFileAndMemoryAlone) {
     EXPECT_EQ(Session(path).login(), kKmOk);
 }
 
+/// As one who cannot give a new file the rights of the old one.
+struct MemberFileOps : FaultyFileOps {
+    int copyAttributes(const std::string&, int) override { return errno = EPERM, -1; }
+};
+
+TEST_F(KeyManagerTest, AFileRewrittenInPlaceOpensWhereverTheWriterDied) {
+    create({{KeyType::Signing, "ec"}});
+    const std::string before = readFile(path);
+    std::set<bool> cutOff;
+    bool died = true;
+    for (int n = 0; died; ++n) {
+        SCOPED_TRACE(n);
+        writeFile(path, before);
+        Session writer(path), reader(path), next(path);
+        ASSERT_EQ(writer.login(), kKmOk);
+        {
+            MemberFileOps ops;
+            ops.changesLeft = n / 2;
+            ops.tearLast = n % 2 == 1;
+            const ScopedFileOps scope(ops);
+            died = writer.keys.addNewKey(KeyType::Encryption, sharedKey("rsa2")) != kKmOk;
+        }
+        const std::string left = readFile(path);
+        ASSERT_EQ(reader.keys.initProfile(static_cast<int>(OpenMode::ReadOnly), false), kKmOk);
+        EXPECT_EQ(readFile(path), left) << "reading changes nothing";
+        cutOff.insert(reader.keys.wasCutOff());
+        ASSERT_EQ(next.login(), kKmOk);
+        EXPECT_EQ(next.keys.wasCutOff(), reader.keys.wasCutOff());
+        EXPECT_TRUE(next.keys.hasKey(KeyType::Signing));
+        EXPECT_FALSE(fs::exists(path + ".crv-old"));
+        ASSERT_EQ(next.login(), kKmOk);
+        EXPECT_FALSE(next.keys.wasCutOff());
+    }
+    EXPECT_EQ(cutOff.size(), 2u) << "the middle of a rewriting was met";
+}
+
 }  // namespace
 }  // namespace crv::test
