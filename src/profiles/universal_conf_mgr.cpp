@@ -11,7 +11,9 @@
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/file_semaphore.h"
+#include "misc/logger.h"
 #include "misc/path.h"
+#include "misc/whole_file.h"
 #include "profiles/list_line.h"
 
 namespace crv {
@@ -86,7 +88,8 @@ class ListReader {
     void appendClean(std::string_view part) { line_.append(part.substr(0, UniversalConfMgr::kMaxLine - line_.size())); }
 
     void finishLine() {
-        ++number_;
+        constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+        if (++number_ == 1 && line_.starts_with(kByteOrderMark)) line_.erase(0, kByteOrderMark.size());
         std::string name;
         NodeDesc node;
         ListLine kind = parseListLine(line_, name, node);
@@ -151,11 +154,46 @@ void UniversalConfMgr::loadFromText(std::string_view text, const std::string& pa
     nodes_ = std::move(fresh.nodes_);
 }
 
+namespace {
+
+/// Whether a save would write the values of a list as they stand there.
+bool isAsSaved(ByteView octets, const std::string& path) {
+    UniversalConfMgr list;
+    try {
+        list.loadFromText(asText(octets), path);
+    } catch (const StoreError&) {
+        return false;
+    }
+    return list.toText() == asText(octets);
+}
+
+/// Comments, order and letters of a list that somebody wrote do not survive a save: that list stays as "<list>~".
+void keepHandWritten(const std::string& path) {
+    Bytes old;
+    try {
+        old = readFile(path);
+    } catch (const StoreError&) {
+        return;  // there is none
+    }
+    if (isAsSaved(old, path)) return;
+    if (!writeFileAtomically(path + "~", old, {WriteMode::KeepOrSecret}))
+        logLine(LogLevel::Warning, "the list as it was written by hand could not be kept: " + path + "~");
+}
+
+}  // namespace
+
+/// Lists hold passwords of servers, proxies and databases, which are hidden from a glance and no more.
+WriteMode UniversalConfMgr::writeMode() const {
+    if (media_ == ProfileMedia::Common) return WriteMode::KeepOrCommon;
+    const bool secret = std::ranges::any_of(nodes_, [](const auto& entry) { return entry.first.ends_with("PASS"); });
+    return secret ? WriteMode::Secret : WriteMode::KeepOrSecret;
+}
+
 void UniversalConfMgr::seveToFile(const std::string& path) {
     if (const std::string* name = findUnwritable())
         throw CrvApiException(ECRV_API_INV_PAR, "Niepoprawna wartosc parametru konfiguracyjnego: " + *name);
-    const WriteMode mode = media_ == ProfileMedia::Common ? WriteMode::KeepOrCommon : WriteMode::KeepOrSecret;
-    const WriteResult result = writeFileAtomically(expandHome(path), asBytes(toText()), {mode, true});
+    keepHandWritten(expandHome(path));
+    const WriteResult result = writeFileAtomically(expandHome(path), asBytes(toText()), {writeMode(), true});
     if (result.failed == WriteStep::Open) throw StoreError(StoreCause::NotOpened, "Blad otwarcia pliku: " + path);
     if (result.failed == WriteStep::Write) throw StoreError(StoreCause::Failed, "Błąd zapisu pliku: " + path);
     pendingChanges_ = false;

@@ -9,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include "misc/atomic_write.h"
 #include "profiles/profile_media.h"
 
 namespace crv {
@@ -45,9 +46,10 @@ class UniversalConfMgr {
     bool loadIfExists(const std::string& path);
     /// The same from the text of a list; the path only stands in the error texts.
     void loadFromText(std::string_view text, const std::string& path);
-    /// Replaces the file ("~/" expanded) in one step by the whole store and clears the mark of pending changes. A new
-    /// common list gets mode 0644, any other new list 0600; where no file can be made beside it, the list is rewritten
-    /// in place. Throws CrvApiException (ECRV_API_INV_PAR) for a value that a reader could not read back, before
+    /// Replaces the file ("~/" expanded) in one step by the whole store and clears the mark of pending changes. A list
+    /// that was written by hand is kept as "<list>~" first. A new common list gets mode 0644, any other new list 0600,
+    /// as does one with passwords that others may read; where no file can be made beside it, the list is rewritten in
+    /// place. Throws CrvApiException (ECRV_API_INV_PAR) for a value that a reader could not read back, before
     /// anything is touched, and StoreError for a failed open or write, after which the old file is still there.
     void seveToFile(const std::string& path);
     /// Path of the first node that a reader could not read back; null when all of them could.
@@ -94,6 +96,8 @@ class UniversalConfMgr {
 
     template <class T>
     bool getTyped(const std::string& path, T& value, bool demanded, const char* typeName) const;
+
+    [[nodiscard]] WriteMode writeMode() const;
 
     Nodes nodes_;
     ProfileMedia media_;

@@ -152,6 +152,20 @@ TEST_F(Lists, ReadBackTheSameWithTheModeOfTheirMedium) {
     }
 }
 
+TEST_F(Lists, WrittenByHandAreKeptAndHideTheirPasswords) {
+    const std::string hand = "\xEF\xBB\xBF# mine\n\\B\\Type [l] = 1\n\\A\\Type [l] = 1\n";
+    writeFile(list, hand);
+    std::filesystem::permissions(list, std::filesystem::perms(0644));
+    UniversalConfMgr own(ProfileMedia::User);
+    for (const char* value : {"one", "two"}) {
+        own.loadFromFile(list);
+        own.setData("\\A\\SRV\\PASS", value);
+        own.seveToFile(list);
+    }
+    EXPECT_EQ(readFile(list + "~"), hand) << "the second save loses nothing";
+    EXPECT_EQ(std::filesystem::status(list).permissions(), std::filesystem::perms(0600));
+}
+
 TEST_F(Lists, ProfilesAreFoundByNameAndListedWithoutTheRest) {
     writeFile(list,
               "\\Two\\Type[l]=2\n\\Ala\\Type[l]=1\n\\zoo\\TYPE[l]=7\n\\Txt\\Type[s]=1\n\\None\\X[l]=1\n\\T[l]=1\n");
