@@ -3,19 +3,32 @@ import hashlib
 import json
 import os
 import pathlib
+import pty
 import re
+import select
 import shutil
+import signal
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 
-CRVCTL, SOURCE = os.path.realpath(sys.argv[1]), pathlib.Path(sys.argv[2])
+CRVCTL, SOURCE = os.path.realpath(sys.argv[1]), pathlib.Path(sys.argv[2]).resolve()
 ENV = {"PATH": os.path.dirname(CRVCTL) + ":" + os.environ["PATH"], "LC_ALL": "C.UTF-8"}
 STRANGE = "Jan 'K' $x;`y` (z)"
 CA = "CN=Urząd pokazowy,OU=Pokaz,O=Corvane,C=PL"
 MANUAL = (SOURCE / "docs/man/crvctl.1").read_text("utf-8").replace("\\-", "-")
 VERBS = re.findall(r"^\.SS (.+)$", MANUAL, re.M)
+
+
+LOCALES = tempfile.mkdtemp()
+
+
+def setUpModule():
+    for charset in ("UTF-8", "ISO8859-2"):
+        subprocess.run(["localedef", "-i", "pl_PL", "-f", charset.replace("ISO8859", "ISO-8859"), f"{LOCALES}/pl_PL.{charset}"], check=True)
+    unittest.addModuleCleanup(shutil.rmtree, LOCALES)
 
 
 def tree(folder):
@@ -50,10 +63,13 @@ class Case(unittest.TestCase):
         return done
 
     def read(self, *words, **more):
+        """Leaves every octet, and the answer is the same in every locale."""
         before = tree(self.home)
-        answer = self.answer(*words, **more)
+        answers = [self.run_it("--json", *words, LC_ALL=name, LANGUAGE="", LOCPATH=LOCALES, **more).stdout
+                   for name in ("C", "pl_PL.UTF-8", "pl_PL.ISO8859-2")]
+        self.assertEqual(answers[1:], answers[:1] * 2)
         self.assertEqual(tree(self.home), before, words)
-        return answer
+        return json.loads(answers[0])
 
 
 class Table(Case):
@@ -92,6 +108,13 @@ class Table(Case):
                       ["completion", "tcsh"], ["usage", "add", "1.a"], ["profile", "list", "more"]):
             self.run_it(*words, status=2)
         self.assertEqual(self.answer("profile", "shw", status=2)["fault"], "wrong-call")
+
+    def test_every_verb_answers_in_json_whatever_happens(self):
+        for verb in VERBS:
+            done = subprocess.run([CRVCTL, "--json", "--non-interactive", *verb.split()], env=self.env, capture_output=True,
+                                  stdin=subprocess.DEVNULL)
+            answer = json.loads(done.stdout)
+            self.assertEqual((answer["v"], answer["command"], answer["ok"]), (1, verb, done.returncode == 0))
 
     def test_output_that_nobody_reads_ends_quietly_and_a_full_disk_is_told(self):
         for target, status, said in (("| true", 0, b""), (">/dev/full", 7, b"crvctl: ")):
@@ -227,10 +250,12 @@ class Stores(Case):
                               (["crl", "verify", "moj.crt"], 1), (["trust", "export", "x", "--subject", "nobody"], 3)):
             answer = self.read(*words, *self.KEYS, status=status)
             self.assertEqual(answer["command"], " ".join(words[:2]))
+        told = self.run_it("cert", "show", "--role", "sign", *self.KEYS, LC_ALL="pl_PL.ISO8859-2", LOCPATH=LOCALES).stdout
+        self.assertIn("Wystawca: CN=Urząd".encode("iso8859-2"), told)
         for words, status in ((["cert", "list"], 0), (["cert", "search", "--subject", "KOWALSKI"], 0), (["crl", "list"], 0),
                               (["cert", "search", "--email", "nobody"], 1), (["crl", "show", "1"], 0), (["crl", "show", "9"], 3),
                               (["db", "check"], 0), (["db", "stat"], 0), (["db", "dump", "certific"], 0)):
-            self.assertEqual(self.read(*words, status=status), self.read(*words, status=status, LC_ALL="C", LANGUAGE="pl"))
+            self.read(*words, status=status)
         self.assertEqual(self.read("policy", "list", *self.KEYS)["result"]["items"][0]["name"], "Polityka firmy")
         self.assertEqual(self.answer("store", "check", "--password-env", "P", status=4, P="Falsz-123")["name"], "ECRV_PASSWORD")
 
@@ -283,11 +308,64 @@ class Stores(Case):
         weak = self.answer("store", "passwd", "--password-file", "nowe", "--new-password-env", "W", status=6, W="slabe")
         self.assertEqual(weak["fault"], "weak-password")
 
-    def test_policies_added_at_the_same_time_are_all_there_once(self):
-        runs = [subprocess.Popen([CRVCTL, "policy", "add", f"1.2.{i}", f"n{i}", *self.KEYS], env=self.env,
-                                 stderr=subprocess.DEVNULL) for i in range(20)]
-        self.assertEqual([run.wait() for run in runs], [0] * 20)
-        self.assertEqual(len(self.read("policy", "list", *self.KEYS)["result"]["items"]), 21)
+    def test_the_second_profile_of_a_list(self):
+        keys = ("-p", "DRUGI", *self.KEYS)
+        self.changed("profile", "create", "DRUGI")
+        self.changed("store", "init", *keys)
+        self.changed("db", "create", "-p", "DRUGI")
+        self.changed("key", "generate", "--algo", "ecdsa", "--request", "drugi.pem", "--subject", "CN=Drugi,C=PL", *keys)
+        demo = [str(SOURCE / "examples/demo-ca/demo-ca"), "sign", "ca", "drugi.pem", "drugi.crt"]
+        subprocess.run(demo, env=self.env, check=True, capture_output=True)
+        self.changed("cert", "install", "drugi.crt", *keys)
+        self.changed("trust", "add", "ca/ca.pem", *keys)
+        self.changed("crl", "import", "ca/ca.crl", *keys)
+        self.changed("policy", "add", "1.2.3", "trzy", *keys)
+        self.changed("usage", "remove", "1.3.6.1.5.5.7.3.4")
+        self.changed("store", "backup", "drugi.bak", *keys)
+        self.changed("cert", "export", "drugi.out", "--role", "sign", *keys)
+        self.changed("crl", "export", "1", "drugi.crl", "-p", "DRUGI")
+        self.assertEqual(self.read("cert", "verify", "--role", "sign", *keys)["result"]["items"][0]["subject"], "CN=Drugi,C=PL")
+
+    def test_additions_at_the_same_time_are_all_there_once(self):
+        new = ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-keyout", "/dev/null"]
+        for i in range(20):
+            subprocess.run([*new, "-subj", f"/CN=u{i}", "-out", f"u{i}"], check=True, capture_output=True)
+        for before, verb in ((1, lambda i: ("policy", "add", f"1.2.{i}", f"n{i}")), (1, lambda i: ("trust", "add", f"u{i}"))):
+            runs = [subprocess.Popen([CRVCTL, *verb(i), *self.KEYS], env=self.env, stderr=subprocess.DEVNULL) for i in range(20)]
+            self.assertEqual([run.wait() for run in runs], [0] * 20)
+            listed = [json.dumps(item) for item in self.read(verb(0)[0], "list", *self.KEYS)["result"]["items"]]
+            self.assertEqual((len(listed), len(set(listed))), (before + 20, before + 20))
+
+    def test_an_import_that_is_ended_leaves_a_sound_database(self):
+        der = subprocess.run(["openssl", "x509", "-in", "ca/ca.pem", "-outform", "der"], check=True, capture_output=True).stdout
+        serial = bytes.fromhex(self.read("cert", "search", "--subject", "pokazowy")["result"]["items"][0]["serial"])
+        self.assertEqual(der.count(serial), 1)
+        many = b"".join(der.replace(serial, b"\x01" + os.urandom(len(serial) - 1)) for _ in range(8000))
+        pathlib.Path("wiele").write_bytes(many)
+        data = pathlib.Path("db/DROGA/certific.dta")
+        for number, status in ((signal.SIGINT, 130), (signal.SIGKILL, -9)):
+            size = data.stat().st_size
+            run = subprocess.Popen([CRVCTL, "cert", "import", "wiele"], env=self.env, stderr=subprocess.DEVNULL)
+            while run.poll() is None and data.stat().st_size == size:
+                time.sleep(0.001)
+            run.send_signal(number)
+            self.assertEqual(run.wait(), status)
+            count = self.answer("cert", "list")["result"]["count"]  # the next opening mends
+            self.assertTrue(2 < count < 8002, count)
+            self.read("db", "check")
+
+    def test_the_console_opens_what_was_made(self):
+        child, terminal = pty.fork()
+        if child == 0:
+            os.execve(os.path.dirname(CRVCTL) + "/crvconfd", ["crvconfd"], dict(self.env, TERM="xterm", LINES="24", COLUMNS="80"))
+        for shown, typed in (("Wprowadź hasło dostępu:", self.secret + b"\r"), ("Klucze użytkownika:", b"w")):
+            seen = b""
+            while shown.encode() not in seen:
+                self.assertTrue(select.select([terminal], [], [], 20)[0], (shown, seen))
+                seen += os.read(terminal, 65536)
+            os.write(terminal, typed)
+        os.close(terminal)
+        os.waitpid(child, 0)
 
 
 if __name__ == "__main__":
