@@ -1,9 +1,11 @@
 #include "crvctl/show.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstdio>
 
+#include "asn/known_oids.h"
 #include "asn/x509/signed_certificate.h"
 #include "crvctl/secrets.h"
 #include "crypto/crypto_error.h"
@@ -17,10 +19,36 @@ namespace {
 
 constexpr const char* kMidnight = "T00:00:00Z";
 
+/// RFC 8017 A.1.1.
+class RsaNumbers : public ASNsequenceF {
+  public:
+    ASNinteger modulus, exponent;
+
+  protected:
+    [[nodiscard]] MemberTable members() const override {
+        static constexpr Member kMembers[] = {member<&RsaNumbers::modulus>, member<&RsaNumbers::exponent>};
+        return kMembers;
+    }
+};
+
+/// The length of an RSA key alone; making the key takes as long as everything else in a list.
+std::optional<size_t> rsaBits(const SubjectPublicKeyInfo& info) {
+    RsaNumbers numbers;
+    if (info.algorithm.algorithm != OID_RSA_ENC) return {};
+    if (!numbers.readExactly(info.subjectPublicKey.octets(), ASN_FLAG_CONST)) return {};
+    const ByteView octets = numbers.modulus.magnitude();
+    if (octets.empty()) return {};
+    return octets.size() * 8 - static_cast<size_t>(std::countl_zero(octets.front()));
+}
+
 std::string keyText(const SubjectPublicKeyInfo& info) {
+    const auto named = [](KeyScheme scheme, size_t bits) {
+        return std::string(signAlgoName(scheme, KcHashAlgo::None)) + " " + std::to_string(bits);
+    };
+    if (const auto bits = rsaBits(info)) return named(KeyScheme::Rsa, *bits);
     try {
         const PublicKey key = info.publicKey();
-        return std::string(signAlgoName(key.scheme(), KcHashAlgo::None)) + " " + std::to_string(key.bits());
+        return named(key.scheme(), key.bits());
     } catch (const CryptoError&) {
         return info.algorithm.algorithm.text();
     }

@@ -65,7 +65,8 @@ class Case(unittest.TestCase):
     def read(self, *words, **more):
         """Leaves every octet, and the answer is the same in every locale."""
         before = tree(self.home)
-        answers = [self.run_it("--json", *words, LC_ALL=name, LANGUAGE="", LOCPATH=LOCALES, **more).stdout
+        now = rb'"at":"[^"]*"|"crlAge":[0-9]+'
+        answers = [re.sub(now, b'"":0', self.run_it("--json", *words, LC_ALL=name, LANGUAGE="", LOCPATH=LOCALES, **more).stdout)
                    for name in ("C", "pl_PL.UTF-8", "pl_PL.ISO8859-2")]
         self.assertEqual(answers[1:], answers[:1] * 2)
         self.assertEqual(tree(self.home), before, words)
