@@ -138,9 +138,10 @@ Session openStore(const Run& run, void (Session::*open)(const Session::Secrets& 
     const Session::Secrets secrets = storeSecrets(run, *found.profile);
     Session session(std::move(found), run.mode);
     (session.*open)(secrets);
-    if (session.keys().wasCutOff())
+    if (session.keys().wasCutOff()) {
         run.out.warn("a write was cut off; what stood there before was opened",
                      session.configuration().securityFileName());
+    }
     return session;
 }
 

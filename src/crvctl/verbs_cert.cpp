@@ -190,21 +190,20 @@ void certImport(Run& run) {
 
 void certExport(Run& run) {
     const std::string path = run.call.operand(0);
-    Bytes content;
+    const ExportTarget target = targetOf(run, path);
     std::optional<Session> session;
-    size_t count = 0;
-    const auto add = [&](ByteView der) {
-        content.insert(content.end(), der.begin(), der.end());
-        ++count;
-    };
     if (run.call.has("all")) {
         session.emplace(openDatabase(run));
-        eachCert(*session, [&](int64_t, const SignedCertificate&, ByteView der) { return add(der), true; });
+        exportPieces(target, *run.profile().profile, [&](const ContentSink& put) {
+            bool any = false;
+            eachCert(*session, [&](int64_t, const SignedCertificate&, ByteView der) { return any = true, put(der); });
+            if (!any) throw OpError(OpFault::ObjectMissing);
+            return true;
+        });
     } else {
-        add(encodingOf(*chosenCert(run, session)));
+        const CertPtr one = chosenCert(run, session);
+        exportFile(target, *run.profile().profile, encodingOf(*one));
     }
-    if (count == 0) throw OpError(OpFault::ObjectMissing);
-    exportFile(targetOf(run, path), *run.profile().profile, content);
     run.out.change("write", "certificates", path);
 }
 

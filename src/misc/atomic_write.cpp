@@ -110,13 +110,62 @@ bool takesOver(int fd, const std::string& path, const struct stat& old) {
            setMode(fd, (old.st_mode & S_IRWXO) != 0 ? kSecretMode : old.st_mode & kSharedBits);
 }
 
+/// Writes pieces one behind the other, small ones together.
+class PieceWriter {
+  public:
+    PieceWriter(int fd, bool regular) : fd_(fd), regular_(regular) {}
+
+    /// The step that failed: the source, or the writing, whose errno is kept.
+    WriteStep take(const ContentSource& source) {
+        const bool whole = source([this](ByteView piece) { return put(piece); });
+        if (whole && error_ == 0) flush();
+        if (error_ == 0) return whole ? WriteStep::None : WriteStep::Content;
+        errno = error_;
+        return WriteStep::Write;
+    }
+    [[nodiscard]] int64_t length() const { return length_; }
+
+  private:
+    static constexpr size_t kTogether = size_t{1} << 18;
+
+    bool put(ByteView piece) {
+        if (held_.size() + piece.size() > kTogether) flush();
+        if (piece.size() > kTogether) {
+            write(piece);
+        } else {
+            held_.insert(held_.end(), piece.begin(), piece.end());
+        }
+        return error_ == 0;
+    }
+    void flush() {
+        write(held_);
+        held_.clear();
+    }
+    void write(ByteView octets) {
+        if (error_ != 0 || octets.empty()) return;
+        if (!writeAll(fd_, octets.data(), octets.size(), regular_ ? length_ : -1)) error_ = errno;
+        length_ += static_cast<int64_t>(octets.size());
+    }
+
+    int fd_;
+    bool regular_;
+    int error_ = 0;
+    int64_t length_ = 0;
+    Bytes held_;
+};
+
+ContentSource sourceOf(ByteView content) {
+    return [content](const ContentSink& put) { return put(content); };
+}
+
 /// Pipes and devices take the octets as they come; a regular file is cut to its new length and synced.
-WriteResult writeInto(const std::string& path, ByteView content, mode_t mode, bool regular) {
+WriteResult writeInto(const std::string& path, const ContentSource& source, mode_t mode, bool regular) {
     const FileDescriptor fd(fileOps().open(path, regular ? O_WRONLY | O_CREAT : O_WRONLY, mode));
     if (!fd.valid()) return failed(WriteStep::Open);
-    if (!writeAll(fd.get(), content.data(), content.size(), regular ? 0 : -1)) return failed(WriteStep::Write);
+    PieceWriter writer(fd.get(), regular);
+    if (const WriteStep step = writer.take(source); step != WriteStep::None) return failed(step);
     if (!regular) return {};
-    if (fileOps().ftruncate(fd.get(), static_cast<int64_t>(content.size())) != 0 || fileOps().fsync(fd.get()) != 0) {
+    if (fileOps().ftruncate(fd.get(), writer.length()) != 0 || fileOps().fsync(fd.get()) != 0) {
         return failed(WriteStep::Write);
     }
     return {};
@@ -158,13 +207,13 @@ bool isTorn(ByteView now, ByteView before) {
 bool settleCopy(const std::string& path) {
     if (!fileExists(copyOf(path))) return true;
     const std::optional<Bytes> before = octetsBeforeCutOff(path, readFile(path));
-    if (before && !writeInto(path, *before, kSecretMode, true)) return false;
+    if (before && !writeInto(path, sourceOf(*before), kSecretMode, true)) return false;
     fileOps().unlink(copyOf(path));
     return true;
 }
 
 /// Over an old file that stays what it is. Its octets stand beside it while the new ones are on their way.
-WriteResult rewrite(const std::string& path, ByteView content, const struct stat& old) {
+WriteResult rewrite(const std::string& path, const ContentSource& source, const struct stat& old) {
     Bytes before(static_cast<size_t>(old.st_size));
     const FileDescriptor in(fileOps().open(path, O_RDONLY | O_CLOEXEC));
     if (!in.valid() || readUpTo(in.get(), before.data(), before.size(), 0) != old.st_size)
@@ -179,39 +228,40 @@ WriteResult rewrite(const std::string& path, ByteView content, const struct stat
     if (!writeAll(temporary.fd(), before.data(), before.size(), 0) || fileOps().fsync(temporary.fd()) != 0 ||
         !temporary.renameTo(copy) || !syncFolder(folderOf(path)))
         return failed(WriteStep::Write);
-    WriteResult result = writeInto(path, content, kSecretMode, true);
-    if (result.failed == WriteStep::Write && !writeInto(path, before, kSecretMode, true)) return result;
+    WriteResult result = writeInto(path, source, kSecretMode, true);
+    const bool begun = result.failed == WriteStep::Write || result.failed == WriteStep::Content;
+    if (begun && !writeInto(path, sourceOf(before), kSecretMode, true)) return result;
     fileOps().unlink(copy);
     return result;
 }
 
-WriteResult replace(const std::string& path, ByteView content, const struct stat* old, const WriteOptions& options) {
+WriteResult replace(const std::string& path, const ContentSource& source, const struct stat* old,
+                    const WriteOptions& options) {
     TemporaryFile temporary(folderOf(path));
     if (!temporary.exists()) {
         const mode_t newMode = options.mode == WriteMode::KeepOrCommon ? kCommonMode : kSecretMode;
-        if (options.inPlaceFallback && folderRefuses(errno)) return writeInto(path, content, newMode, true);
+        if (options.inPlaceFallback && folderRefuses(errno)) return writeInto(path, source, newMode, true);
         return failed(WriteStep::Open);
     }
     if (old && options.mode == WriteMode::Secret) {
-        if (!takesOver(temporary.fd(), path, *old)) return rewrite(path, content, *old);
+        if (!takesOver(temporary.fd(), path, *old)) return rewrite(path, source, *old);
     } else if (!setRights(temporary.fd(), old, options.mode)) {
         return failed(WriteStep::Write);
     }
-    if (!writeAll(temporary.fd(), content.data(), content.size(), 0) || fileOps().fsync(temporary.fd()) != 0 ||
-        !temporary.renameTo(path)) {
-        return failed(WriteStep::Write);
-    }
+    if (const WriteStep step = PieceWriter(temporary.fd(), true).take(source); step != WriteStep::None)
+        return failed(step);
+    if (fileOps().fsync(temporary.fd()) != 0 || !temporary.renameTo(path)) return failed(WriteStep::Write);
     if (!syncFolder(folderOf(path))) logLine(LogLevel::Warning, "folder not synced after writing " + path);
     return {};
 }
 
-WriteResult write(std::string path, ByteView content, const WriteOptions& options) {
+WriteResult write(std::string path, const ContentSource& source, const WriteOptions& options) {
     if (!resolve(path)) return failed(WriteStep::Open);
     struct stat info {};
     const bool exists = fileOps().stat(path, &info) == 0;
-    if (exists && !S_ISREG(info.st_mode)) return writeInto(path, content, kCommonMode, false);
+    if (exists && !S_ISREG(info.st_mode)) return writeInto(path, source, kCommonMode, false);
     if (exists && options.mode == WriteMode::Secret && !settleCopy(path)) return failed(WriteStep::Write);
-    return replace(path, content, exists ? &info : nullptr, options);
+    return replace(path, source, exists ? &info : nullptr, options);
 }
 
 }  // namespace
@@ -261,10 +311,14 @@ bool copyRights(const std::string& from, const std::string& to) {
 
 WriteResult writeFileAtomically(const std::string& path, ByteView content, const WriteOptions& options) noexcept {
     try {
-        return write(path, content, options);
+        return write(path, sourceOf(content), options);
     } catch (const std::exception&) {  // no memory for a path
         return {WriteStep::Write, ENOMEM};
     }
+}
+
+WriteResult writePiecesAtomically(const std::string& path, const ContentSource& source, const WriteOptions& options) {
+    return write(path, source, options);
 }
 
 }  // namespace crv

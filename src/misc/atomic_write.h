@@ -1,6 +1,7 @@
 // Writing a whole file so that after a failure or a crash either the old or the new content is there.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -20,7 +21,12 @@ enum class WriteMode {
     KeepOrCommon   ///< mode and owner of the old file; 0644 when there was none
 };
 
-enum class WriteStep { None, Open, Write };
+enum class WriteStep {
+    None,
+    Open,
+    Write,
+    Content  ///< the source of the content gave up
+};
 
 /// The step that failed and the errno it left; WriteStep::none is success.
 struct [[nodiscard]] WriteResult {
@@ -39,6 +45,15 @@ struct WriteOptions {
 /// link is followed first, and its target replaced; a target that is no regular file (pipe, device) is written
 /// directly. A failed write removes the temporary file and leaves the old one. Never throws.
 WriteResult writeFileAtomically(const std::string& path, ByteView content, const WriteOptions& options = {}) noexcept;
+
+/// Takes the next piece of a content; false when it cannot be written, after which no more is wanted.
+using ContentSink = std::function<bool(ByteView piece)>;
+/// Gives a content piece by piece; false when it gives up.
+using ContentSource = std::function<bool(const ContentSink& put)>;
+/// The same for a content that nobody holds as a whole. What the source throws passes, and leaves the old file as a
+/// failure does.
+WriteResult writePiecesAtomically(const std::string& path, const ContentSource& source,
+                                  const WriteOptions& options = {});
 
 /// What a Secret file held before a rewriting in place that was cut off; nothing when it holds what it should. `now` is
 /// what stands in it.

@@ -14,10 +14,27 @@
 
 namespace crv {
 
-void exportFile(const ExportTarget& target, const CrvProfile& profile, ByteView content, WriteMode mode) {
-    if (target.path == "-") {
-        if (target.write && !writeAll(STDOUT_FILENO, content.data(), content.size(), -1))
+namespace {
+
+void putOut(const ContentSource& source) {
+    const auto put = [](ByteView piece) {
+        if (!writeAll(STDOUT_FILENO, piece.data(), piece.size(), -1))
             throw OpError(OpFault::OutputFailed, std::strerror(errno));
+        return true;
+    };
+    (void)source(put);
+}
+
+}  // namespace
+
+void exportFile(const ExportTarget& target, const CrvProfile& profile, ByteView content, WriteMode mode) {
+    exportPieces(
+        target, profile, [content](const ContentSink& put) { return put(content); }, mode);
+}
+
+void exportPieces(const ExportTarget& target, const CrvProfile& profile, const ContentSource& source, WriteMode mode) {
+    if (target.path == "-") {
+        if (target.write) putOut(source);
         return;
     }
     FileGuard guard({target.list});
@@ -26,7 +43,7 @@ void exportFile(const ExportTarget& target, const CrvProfile& profile, ByteView 
     if (verdict.claim != FileClaim::None) throw OpError(OpFault::FileProtected, target.path);
     if (verdict.exists && !target.force) throw OpError(OpFault::FileExists, target.path);
     if (!target.write) return;
-    const WriteResult written = writeFileAtomically(expandHome(target.path), content, {mode, true});
+    const WriteResult written = writePiecesAtomically(expandHome(target.path), source, {mode, true});
     if (!written) throw OpError(OpFault::FileUnwritable, target.path + ": " + std::strerror(written.error));
 }
 

@@ -20,6 +20,9 @@ struct ExportTarget {
 };
 void exportFile(const ExportTarget& target, const CrvProfile& profile, ByteView content,
                 WriteMode mode = WriteMode::KeepOrCommon);
+/// The same piece by piece; what the source throws passes.
+void exportPieces(const ExportTarget& target, const CrvProfile& profile, const ContentSource& source,
+                  WriteMode mode = WriteMode::KeepOrCommon);
 
 /// The octets of a file; "-" is standard input. Throws OpError (FileMissing, FileUnreadable).
 Bytes importFile(const std::string& path);

@@ -61,19 +61,20 @@ TransferEnd CertificateManager::importCerts(const std::string& path, const CrtDb
 
 TransferEnd CertificateManager::exportCerts(const std::string& path, size_t& count,
                                             const std::function<bool(size_t written)>& progress) {
-    Bytes content;
-    bool stopped = false;
     count = 0;
-    const auto take = [&](int64_t, ByteView der) {
-        content.insert(content.end(), der.begin(), der.end());
-        stopped = ++count % kExportStep == 0 && progress && !progress(count);
-        return !stopped;
+    TransferEnd end = TransferEnd::Done;
+    const ContentSource certificates = [&](const ContentSink& put) {
+        const auto take = [&](int64_t, ByteView der) {
+            if (!put(der)) return false;
+            if (++count % kExportStep == 0 && progress && !progress(count)) end = TransferEnd::Stopped;
+            return end == TransferEnd::Done;
+        };
+        // In one go: a compaction by another process in between would move certificates past us.
+        if (!database_->visitCerts(take)) end = TransferEnd::Database;
+        return end == TransferEnd::Done;
     };
-    // In one go: a compaction by another process in between would move certificates past us.
-    if (!database_->visitCerts(take)) return TransferEnd::Database;
-    if (stopped) return TransferEnd::Stopped;
-    const WriteResult written = writeFileAtomically(path, content, {WriteMode::KeepOrCommon, /*inPlaceFallback=*/true});
-    if (written) return TransferEnd::Done;
+    const WriteResult written = writePiecesAtomically(path, certificates, {WriteMode::KeepOrCommon, true});
+    if (written || written.failed == WriteStep::Content) return end;
     return written.failed == WriteStep::Open ? TransferEnd::NotOpened : TransferEnd::NotWritten;
 }
 

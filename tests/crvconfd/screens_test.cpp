@@ -251,6 +251,7 @@ TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
                                            {keys::kEnd, 20, ">  Osoba 300 "},
                                            {"P", 2, ">! Osoba 1 "}})
         expectIn(typed, row, text);
+    play({{"Osoba 1", "d"}, {"PRZETERMINOWANY od ", "w"}});
     const auto search = [&](const std::string& name, const std::string& found) {
         play({{"Szukaj", "z"}, {"Szukanie certyfikatów", "\r" + name + "\r"}});
         expectIn("", 2, name);

@@ -53,7 +53,7 @@ TEST_F(SessionScreen, PasswordsAreAskedUntilTheyAreGoodAndRepeatedThreeTimesAtMo
 
 TEST_F(SessionScreen, AWrongPasswordIsAskedAgainAsOftenAsNeeded) {
     prepare();
-    start();
+    startUnder("export CRV_LOG=" + file("log"));
     play({{kSelection, "\r"}});
     for (const std::string& wrong :
          std::vector<std::string>{"", "Abcdefg2", "abcdefg1", std::string(254, 'x'), "Zażółć gęślą"})
@@ -65,6 +65,9 @@ TEST_F(SessionScreen, AWrongPasswordIsAskedAgainAsOftenAsNeeded) {
     play({{kAskPassword, kPassword.substr(4)}, {kAskPassword + "********", "\r"}, {kMainMenu, ""}});
     EXPECT_EQ(screen->row(0).substr(8), "Konfiguracja pakietu CORVANE 3.9.18.18 (K.2023030101) - [PRACA]");
     EXPECT_EQ(leave(), 0);
+    EXPECT_NE(
+        readFile(file("log")).find("log-in to profile \"PRACA\", file \"" + file("praca.p12") + "\": wrong password"),
+        std::string::npos);
 }
 
 TEST_F(SessionScreen, FilesThatCannotBeUsedAreNamedAndLeftAlone) {
@@ -338,7 +341,7 @@ TEST_F(DataBaseScreen, AnImportStopsOnEscapeAndKeepsWhatItHas) {
         return screen->shows("Trwa wczytywanie certyfikatów: ") && !screen->shows("certyfikatów: 0");
     });
     screen->send(keys::kEscapeTwice);
-    screen->waitFor("Wczytano ");
+    screen->waitFor("certyfikatów. (przerwano)");
     EXPECT_FALSE(screen->shows("Wczytano 102400")) << screen->row(23);
     screen->send(" ");
     expectCertificates(1);
@@ -394,6 +397,17 @@ TEST_F(DataBaseScreen, ExpiredCertificatesAreRemovedAfterTheTimeIsConfirmed) {
     }
 }
 
+TEST_F(SessionScreen, ALogInWhoseRoundsTakeLongStopsOnEscape) {
+    prepareKey(false);
+    // The count is the end of the file; 2^23 rounds make no key that is right, but take their time.
+    run("openssl pkcs12 -export -inkey user.key -nocerts -iter 70000 -out praca.p12 -passout pass:" + kPassword +
+        " && printf '\\177\\377\\377' | dd of=praca.p12 bs=1 seek=$(($(stat -c %s praca.p12) - 3)) conv=notrunc 2>&1");
+    start();
+    play({{kSelection, "\r"}, {kAskPassword, kPassword + "\r"}, {"Trwa odczyt kluczy", keys::kEscapeTwice}});
+    message("Przerwano otwieranie pliku bezpieczeństwa");
+    EXPECT_EQ(leave(kSelection), 0);
+}
+
 // Installing the user's certificate.
 
 TEST_F(SessionScreen, TheUsersCertificateIsInstalledOnceForItsKey) {
@@ -424,6 +438,8 @@ TEST_F(SessionScreen, TheUsersCertificateIsInstalledOnceForItsKey) {
          "n"},
         {"20470101000000Z -enddate 20480101000000Z", "Certyfikat nie jest jeszcze ważny. Czy go zainstalować (t/n)?",
          "n"},
+        {"$(date -u +%Y%m%d%H%M%SZ) -enddate 20480101000000Z",
+         "Klucz ma już ważny certyfikat. Czy zastąpić go nowszym (t/n)?", "n"},
     };
     for (const auto& [dates, question, answer] : cases) {
         run(ca + "-startdate " + dates + " -out inny.pem 2>&1");

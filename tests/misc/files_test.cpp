@@ -65,6 +65,18 @@ TEST_F(AtomicWrite, FailuresKeepTheOldFileAndRemoveTheTemporary) {
     }
 }
 
+TEST_F(AtomicWrite, AFileSystemWithoutModesIsTakenAsItIs) {
+    struct NoModes : FileOps {
+        int fchmod(int, mode_t) override { return errno = EPERM, -1; }
+    } ops;
+    const ScopedFileOps use(ops);
+    for (const auto& [mode, written] : {std::pair{0600, true}, {0640, false}}) {
+        writeFile(path, "old");
+        fs::permissions(path, fs::perms(mode));
+        EXPECT_EQ(bool(writeFileAtomically(path, asBytes("new"), {WriteMode::KeepOrSecret, false})), written) << mode;
+    }
+}
+
 TEST_F(AtomicWrite, ModesFollowTheRule) {
     using enum WriteMode;
     const std::tuple<WriteMode, mode_t, mode_t> cases[] = {{Secret, 0, 0600},       {Secret, 0644, 0600},

@@ -152,7 +152,8 @@ bool seedAndReopen() {
 
 bool createDB() {
     dbManager->setMendProgress([](int percent) {
-        displText(kMessageRow, 0, "Trwa naprawa bazy danych po przerwanej zmianie: %d%%", percent);
+        displText(kMessageRow, 0, "Trwa naprawa bazy danych po przerwanej zmianie, może potrwać kilka minut: %d%%",
+                  percent);
         refreshScr();
     });
     switch (const DbState state = dbManager->isDbCreated()) {
