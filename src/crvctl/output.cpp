@@ -85,6 +85,11 @@ std::string lineOf(const Fields& fields) {
     return line += '\n';
 }
 
+/// What a person need not read.
+bool saysNothing(const std::string& text) {
+    return text.empty() || text == "-";
+}
+
 std::string textOf(const Value& value) {
     return std::visit(
         [](const auto& held) -> std::string {
@@ -100,12 +105,14 @@ std::string textOf(const Value& value) {
             } else {
                 std::string text;
                 for (const auto& one : held) {
-                    if (!text.empty()) text += ", ";
+                    std::string part;
                     if constexpr (std::is_same_v<Held, Fields>) {
-                        text += one.first + "=" + textOf(one.second);
+                        part = textOf(one.second);
+                        part = saysNothing(part) ? "" : one.first + "=" + part;
                     } else {
-                        text += textOf(one);
+                        part = textOf(one);
                     }
+                    text += (text.empty() || part.empty() ? "" : ", ") + part;
                 }
                 return text;
             }
@@ -144,7 +151,7 @@ void Output::flush() {
 
 void Output::item(Fields fields) {
     ++count_;
-    if (form_ == OutputForm::Json) {
+    if (form_ == OutputForm::Json || (form_ == OutputForm::Text && verb_->sheets)) {
         items_.emplace_back(std::move(fields));
         return;
     }
@@ -174,15 +181,27 @@ std::string Output::labelOf(const std::string& key, bool item) const {
     return key;
 }
 
+void Output::printSheet(const Fields& fields) {
+    std::string sheet = "\n";
+    for (const auto& [key, value] : fields) {
+        const std::string text = textOf(value);
+        if (!saysNothing(text)) sheet += labelOf(key, true) + ": " + text + "\n";
+    }
+    print(forTerminal(sheet));
+}
+
 void Output::printField(const std::string& key, const Value& value) {
     const auto* list = std::get_if<Values>(&value.held);
     const bool ofObjects = list && !list->empty() && std::holds_alternative<Fields>(list->front().held);
-    print(forTerminal(labelOf(key, false) + ": " + (ofObjects ? "" : textOf(value))) + "\n");
+    const std::string text = ofObjects ? "" : textOf(value);
+    if (!ofObjects && saysNothing(text)) return;
+    print(forTerminal(labelOf(key, false) + ": " + text) + "\n");
     for (size_t i = 0; ofObjects && i < list->size(); ++i) print(forTerminal("  " + textOf((*list)[i])) + "\n");
 }
 
 void Output::printText() {
     for (const auto& [key, value] : result_) printField(key, value);
+    for (const Value& item : items_) printSheet(std::get<Fields>(item.held));
     std::string told;
     for (const Value& change : changes_) {
         const auto& fields = std::get<Fields>(change.held);

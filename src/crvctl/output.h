@@ -50,6 +50,7 @@ class Output {
     void print(const std::string& text);
     void flush();
     [[nodiscard]] std::string labelOf(const std::string& key, bool item) const;
+    void printSheet(const Fields& fields);
     void printField(const std::string& key, const Value& value);
     void printText();
     void printSummary(bool ok, int code, const std::string& fault, const std::string& message);

@@ -62,6 +62,7 @@ struct VerbRow {
     std::vector<OptionRow> options = {};
     std::vector<FieldRow> fields = {};
     unsigned secrets = 0;
+    bool sheets = false;  ///< as text an item is a sheet of labelled lines below the result, not a line of its own
 
     /// "cert list"
     [[nodiscard]] std::string words() const;

@@ -166,7 +166,8 @@ std::vector<VerbRow> certVerbs() {
                                              {"crlAge", "number", "Age of the list in seconds", true},
                                              {"algorithm", "string", "Algorithm of the signature", true},
                                              {"weakness", "string", "Weakness of the algorithm", true}})),
-         kOpen},
+         kOpen,
+         true},
     };
 }
 
