@@ -116,8 +116,10 @@ class Reader {
     void option(const std::string& argument) {
         const size_t equals = argument.starts_with("--") ? argument.find('=') : std::string::npos;
         const std::string name = argument.substr(0, equals);
-        const auto options = allowed(call_.verb);
+        const auto options = allowed(call_.verb), early = earlyOptions();
         const OptionRow* known = find(name, options);
+        // Scripts begin each call alike: before the verb a secret may stand that the verb does not need.
+        if (!known && skip_ > 0) known = find(name, early);
         if (!known && isSecret(name.substr(std::min<size_t>(2, name.size()))))
             return fault_.emplace("a secret is never taken from the command line; see --password-fd", name), void();
         if (!known) return note("unknown option", name);
