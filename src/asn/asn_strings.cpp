@@ -64,10 +64,13 @@ bool isStringTag(unsigned char tag) {
 }
 
 std::string stringToUtf8(unsigned char tag, ByteView octets) {
+    const StringKind* kind = kindOf(tag);
+    // Most strings are ASCII, which stands for itself in all types of octets.
+    const bool narrow = !kind || kind->width <= 1;
+    if (narrow && std::ranges::all_of(octets, [](uint8_t c) { return c < 0x80; })) return std::string(asText(octets));
     std::string out;
     out.reserve(octets.size());
-    eachCharacter(kindOf(tag), octets,
-                  [&](std::optional<char32_t> c) { appendUtf8(out, c.value_or(kReplacementCharacter)); });
+    eachCharacter(kind, octets, [&](std::optional<char32_t> c) { appendUtf8(out, c.value_or(kReplacementCharacter)); });
     return out;
 }
 

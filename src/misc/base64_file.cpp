@@ -25,18 +25,17 @@ bool isSpace(int octet) {
 }
 
 std::string encode(ByteView octets) {
-    std::string text;
-    text.reserve((octets.size() + 2) / 3 * 4);
-    for (size_t i = 0; i < octets.size(); i += 3) {
-        const size_t left = octets.size() - i;
-        const uint32_t group = static_cast<uint32_t>(octets[i]) << 16 |
-                               (left > 1 ? static_cast<uint32_t>(octets[i + 1]) << 8 : 0) |
-                               (left > 2 ? static_cast<uint32_t>(octets[i + 2]) : 0);
-        text += kAlphabet[group >> 18];
-        text += kAlphabet[group >> 12 & 63];
-        text += left > 1 ? kAlphabet[group >> 6 & 63] : '=';
-        text += left > 2 ? kAlphabet[group & 63] : '=';
-    }
+    std::string text((octets.size() + 2) / 3 * 4, '=');
+    char* out = text.data();
+    const auto put = [&](uint32_t group, size_t digits) {
+        for (size_t i = 0; i < digits; ++i) *out++ = kAlphabet[group >> (18 - 6 * i) & 63];
+    };
+    size_t i = 0;
+    for (; i + 3 <= octets.size(); i += 3)
+        put(static_cast<uint32_t>(octets[i]) << 16 | static_cast<uint32_t>(octets[i + 1]) << 8 | octets[i + 2], 4);
+    const size_t left = octets.size() - i;
+    if (left == 1) put(static_cast<uint32_t>(octets[i]) << 16, 2);
+    if (left == 2) put(static_cast<uint32_t>(octets[i]) << 16 | static_cast<uint32_t>(octets[i + 1]) << 8, 3);
     return text;
 }
 

@@ -32,19 +32,19 @@ std::optional<std::string> askForProfileName(const std::string& start) {
 }
 
 std::optional<std::string> makeNew(const ListPlace& place, const std::string&) {
-    const auto name = askForProfileName({});
+    auto name = askForProfileName({});
     if (name) createProfile(place, static_cast<long>(ProfileKind::Pkcs12), *name, {}, kMode);
     return name;
 }
 
 std::optional<std::string> copy(const ListPlace& place, const std::string& name) {
-    const auto newName = askForProfileName(name);
+    auto newName = askForProfileName(name);
     if (newName) copyProfile(place, name, *newName, {}, kMode);
     return newName;
 }
 
 std::optional<std::string> rename(const ListPlace& place, const std::string& name) {
-    const auto newName = askForProfileName(name);
+    auto newName = askForProfileName(name);
     if (newName) renameProfile(place, name, *newName, kMode);
     return newName;
 }
