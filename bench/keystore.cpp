@@ -59,7 +59,7 @@ KeyStoreContents makeContents() {
             uint8_t* out = der.data();
             i2d_PKCS8_PRIV_KEY_INFO(info, &out);
             PKCS8_PRIV_KEY_INFO_free(info);
-            contents.keys.push_back({PrivateKey::fromPkcs8(der), KeyRole::Signing});
+            contents.keys.push_back({std::make_shared<const PrivateKey>(PrivateKey::fromPkcs8(der)), KeyRole::Signing});
         }
         EVP_PKEY_free(key);
     }
@@ -121,6 +121,7 @@ class Context final : public ContextServices {
   public:
     ConfigurationManager& configuration() override { return configuration_; }
     PinResult getPIN(PinSlot, SecretText& pin, bool*, bool) override { return pin = SecretText(kPassword), kPinOk; }
+    bool tokenNotice(TokenNotice, const std::string&) override { return true; }
     void removePINs() override {}
     void report(std::string_view) override {}
     void addWarning(int) override {}

@@ -13,6 +13,9 @@ namespace crv {
 /// Asks the user for the PIN of a slot; answers as ContextServices::getPIN.
 using PinPrompt = std::function<PinResult(PinSlot slot, SecretText& pin)>;
 
+/// Tells the user what a token says; answers as ContextServices::tokenNotice.
+using TokenNotices = std::function<bool(TokenNotice notice, const std::string& label)>;
+
 class ContextState final : public ContextServices {
   public:
     /// Diagnostic texts are recorded for `owner`.
@@ -22,6 +25,9 @@ class ContextState final : public ContextServices {
     ConfigurationManager& configuration() override { return configuration_; }
     PinResult getPIN(PinSlot slot, SecretText& pin, bool* fromCache = nullptr, bool ask = true) override;
     void storePIN(PinSlot slot, const SecretText& pin) override { pins.store(slot, pin); }
+    bool tokenNotice(TokenNotice notice, const std::string& label) override {
+        return !tokenNotices || tokenNotices(notice, label);
+    }
     void removePINs() override { pins.removeAll(); }
     void report(std::string_view line) override;
     void addWarning(int code) override { warnings.push_back(code); }
@@ -36,6 +42,7 @@ class ContextState final : public ContextServices {
 
     PinCache pins;
     PinPrompt prompt;
+    TokenNotices tokenNotices;  ///< none: tokens' PINs are used without a word
     std::vector<int> warnings;
     unsigned lastDeviceError = 0;
     unsigned long lastPkcs11Rv = 0;

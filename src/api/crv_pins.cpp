@@ -57,7 +57,7 @@ int crvGetPINInfoInt(CRVctx* ctx, long id, long* needed) {
     if (slot == PinSlot::Roots) {
         *needed = rootsNeedPassword(*profile) ? id : 0;
     } else {
-        *needed = flagOf(*profile, external) ? 0 : first;
+        *needed = flagOf(*profile, external) || !ctx->keyManager.wantsTypedPin(slot) ? 0 : first;
     }
     return CRV_OK;
 }

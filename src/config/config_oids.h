@@ -35,6 +35,9 @@ CRV_CONFIG_OID(OID_CRV_BAG_ORDINARY, "6.3");  // NULL: not a trust point, though
 CRV_CONFIG_OID(OID_CRV_SAFE_BAG_CONFIG, "6.1");  // the configuration record
 CRV_CONFIG_OID(OID_CRV_SAFE_BAG_SEED, "6.2");    // OCTET STRING of 20 octets
 
+// Data objects of tokens.
+CRV_CONFIG_OID(OID_CRV_TOKEN_RECORD, "7.1");  // the configuration record, signed by the user's key where there is one
+
 /// The integer options in the order of their registration: X(option, name, identifier, arc, default).
 #define CRV_INT_OPTIONS(X)                                                                               \
     X(3, kOptTimeStampSignReqInfo, OID_CRV_CONFIG_TIME_STAMP_SIGN_REQ_INFO, "5.7", 1)                    \

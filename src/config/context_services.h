@@ -1,6 +1,7 @@
 // What the managers know of the library context that owns them.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "misc/secret.h"
@@ -20,6 +21,13 @@ enum class PinSlot : long {
 /// Results of ContextServices::getPIN.
 enum PinResult : int { kPinOk = 0, kPinWrong = 34, kPinCancelled = 41 };
 
+/// What a token has to say of its PIN.
+enum class TokenNotice {
+    PinOnReader,  ///< it is entered on the reader now
+    FinalTry,     ///< the next wrong one locks the token
+    FewTries      ///< a wrong one was given before
+};
+
 /// Implemented by a member object of the context. A manager gets a reference in its init, keeps it, and uses it from
 /// the thread of the running call only (worker threads hand their findings to it).
 class ContextServices {
@@ -34,6 +42,8 @@ class ContextServices {
                                            bool ask = true) = 0;
     /// Puts a PIN into its slot; the one that was there is wiped.
     virtual void storePIN(PinSlot slot, const SecretText& pin) = 0;
+    /// Tells the user what a token says of its PIN. For FinalTry asks, too: false keeps the PIN back.
+    [[nodiscard]] virtual bool tokenNotice(TokenNotice notice, const std::string& label) = 0;
     /// Wipes every slot, so that the next getPIN asks again.
     virtual void removePINs() = 0;
 

@@ -96,6 +96,8 @@ const char* promptOf(const std::string& kind) {
         {"password", "Password of the security file: "},
         {"new-password", "New password: "},
         {"pin", "PIN of the card: "},
+        {"decryption-pin", "PIN of the card with the decryption key: "},
+        {"key-pin", "PIN of the signing key: "},
         {"roots-password", "Password of the additional trust points: "},
         {"server-password", "Password of the server: "},
         {"proxy-password", "Password of the proxy: "},

@@ -119,8 +119,9 @@ Fields certFields(const SignedCertificate& certificate, bool der) {
 }
 
 Session::Secrets storeSecrets(const Run& run, const CrvProfile& profile) {
-    const bool onDevice = profile.kind() == ProfileKind::Tarvo23 || profile.kind() == ProfileKind::Pkcs11;
-    Session::Secrets secrets{readSecret(run.call, onDevice ? "pin" : "password"), {}};
+    Session::Secrets secrets;
+    if (profile.kind() != ProfileKind::Pkcs11)
+        secrets.password = readSecret(run.call, profile.kind() == ProfileKind::Tarvo23 ? "pin" : "password");
     std::string roots;
     profile.getAttr(CRVPROFILE_ATTR_ROOTS_FILE, roots);
     long empty = 0;
@@ -133,10 +134,26 @@ Session::Secrets storeSecrets(const Run& run, const CrvProfile& profile) {
 
 namespace {
 
+/// Tokens say themselves which PIN they want, and may have it entered on the reader.
+void letTokensAsk(const Run& run, Session& session) {
+    session.context().state.prompt = [&run](PinSlot slot, SecretText& pin) {
+        const bool decrypts = slot == PinSlot::DecryptionToken;
+        pin = readSecret(run.call, decrypts ? "decryption-pin" : slot == PinSlot::SigningKey ? "key-pin" : "pin");
+        return kPinOk;
+    };
+    session.context().state.tokenNotices = [&run](TokenNotice notice, const std::string& label) {
+        if (notice == TokenNotice::FinalTry) run.confirm("A wrong PIN locks the card now. Go on?", label);
+        if (notice == TokenNotice::FewTries) run.out.warn("a wrong PIN was given to the card before", label);
+        if (notice == TokenNotice::PinOnReader) run.out.warn("the PIN is entered on the reader", label);
+        return true;
+    };
+}
+
 Session openStore(const Run& run, void (Session::*open)(const Session::Secrets& secrets)) {
     FoundProfile found = run.profile();
     const Session::Secrets secrets = storeSecrets(run, *found.profile);
     Session session(std::move(found), run.mode);
+    letTokensAsk(run, session);
     (session.*open)(secrets);
     if (session.keys().wasCutOff()) {
         run.out.warn("a write was cut off; what stood there before was opened",

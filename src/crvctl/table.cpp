@@ -112,7 +112,8 @@ const std::vector<OptionRow>& globalOptions() {
 
 const std::vector<const char*>& secretKinds() {
     static const std::vector<const char*> all{"password",       "new-password",    "pin",
-                                              "roots-password", "server-password", "proxy-password"};
+                                              "roots-password", "server-password", "proxy-password",
+                                              "decryption-pin", "key-pin"};
     return all;
 }
 

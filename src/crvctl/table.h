@@ -48,7 +48,9 @@ enum SecretBit : unsigned {
     kPinBit = 4,
     kRootsPasswordBit = 8,
     kServerPasswordBit = 16,
-    kProxyPasswordBit = 32
+    kProxyPasswordBit = 32,
+    kDecryptionPinBit = 64,
+    kKeyPinBit = 128
 };
 
 struct VerbRow {

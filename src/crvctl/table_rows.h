@@ -10,7 +10,7 @@ namespace crv::ctl {
 inline const OptionRow kForce{"force", ValueKind::Flag, nullptr, "replace a file that is there"};
 
 /// The secrets that open a key store.
-inline constexpr unsigned kOpen = kPasswordBit | kPinBit | kRootsPasswordBit;
+inline constexpr unsigned kOpen = kPasswordBit | kPinBit | kRootsPasswordBit | kDecryptionPinBit | kKeyPinBit;
 
 template <class Item>
 std::vector<Item> join(std::vector<Item> first, const std::vector<Item>& second) {

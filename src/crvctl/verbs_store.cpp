@@ -207,7 +207,7 @@ void keyList(Run& run) {
 void keyGenerate(Run& run) {
     RequestPlan plan = planOf(run.call, KeyScheme::Rsa);
     Session session = openChanging(run);
-    if (session.configuration().keyMedium() != KeyMedium::File)
+    if (session.configuration().keyMedium() != KeyMedium::File && !session.keys().keyLimits(plan.key.use))
         throw OpError(OpFault::WrongKind, session.profile().name());
     if (session.keys().hasKey(plan.key.use))
         throw OpError(OpFault::ObjectExists, run.call.value("use").value_or("sign"));

@@ -7,6 +7,7 @@
 #include "crypto/crypto_error.h"
 #include "crypto/sign_algo_map.h"
 #include "keystore/key_manager.h"
+#include "keystore/token_session.h"
 #include "misc/base64_file.h"
 
 namespace crv {
@@ -62,6 +63,8 @@ KeyManagerResult prepareCrtRequest(KeyManager& keys, KeyType use, const CrtReque
     request.setRequestedExtensions(extensions);
     try {
         request.sign(*key, params.scheme, params.hash, keys.random());
+    } catch (const TokenFailure& failure) {
+        return failure.result();
     } catch (const CryptoError& error) {
         const KeyManagerResult result = keyResultOf(error.failure(), isRsa(params.scheme));
         return result == kKmAlgorithmNotSupported ? kKmHashNotSupported : result;

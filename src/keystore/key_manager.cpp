@@ -55,11 +55,13 @@ void KeyManager::selectMedia() {
 
 void KeyManager::forget() noexcept {
     if (media_) media_->logout();
-    media_.reset();
     contents_ = {};
+    media_.reset();
+    startedFor_ = nullptr;
     trust_.clearAdditional();
     stored_.reset();
     deviceRecord_.reset();
+    deviceStored_.clear();
     beforeInstall_.reset();
     unsaved_.reset();
     wipe(signedConfiguration_);
@@ -85,12 +87,35 @@ void KeyManager::beginNewProfile() {
 KeyManagerResult KeyManager::deviceInit() {
     forget();
     selectMedia();
-    return media().start();
+    const KeyManagerResult started = media().start();
+    if (started == kKmOk) startedFor_ = configuration().profile();
+    return started;
+}
+
+KeyManagerResult KeyManager::announceTokens() {
+    demand({State::Closed});
+    return media().announce();
+}
+
+bool KeyManager::wantsTypedPin(PinSlot slot) const {
+    return !media_ || media_->wantsTypedPin(slot);
+}
+
+std::string KeyManager::tokenLabel(PinSlot slot) const {
+    return media_ ? media_->tokenLabel(slot) : std::string();
+}
+
+std::vector<std::pair<std::string, std::string>> KeyManager::mediumDetails() {
+    if (!media_) return {};
+    return media_->details();
 }
 
 KeyManagerResult KeyManager::initProfile(int mode, bool readAdditional) {
     VTEST(mode >= static_cast<int>(OpenMode::LogIn) && mode <= static_cast<int>(OpenMode::ReadOnly), kKeyManagerPlace);
-    forget();
+    // The token that was started is the one that the PIN is meant for.
+    const bool started = startedFor_ && startedFor_ == configuration().profile();
+    if (!started) forget();
+    startedFor_ = nullptr;
     mode_ = static_cast<OpenMode>(mode);
     selectMedia();
     KeyManagerResult result = kKmNoMemory;
@@ -113,6 +138,8 @@ KeyManagerResult KeyManager::initProfile(int mode, bool readAdditional) {
 
 KeyManagerResult KeyManager::openContents(bool readAdditional) {
     SecretText pin;
+    if (const KeyManagerResult ready = media().announce(); ready != kKmOk) return ready;
+    const auto together = media().together(false);
     KeyManagerResult result = media().needsPin() ? askPin(pin) : kKmOk;
     if (result == kKmOk) result = media().hasSecurityFile() ? loadKey(pin) : openDevice(pin);
     if (result == kKmOk && media().needsPin()) result = verifyConfiguration();
@@ -181,9 +208,11 @@ KeyManagerResult KeyManager::loadKey(const SecretText& password) {
 }
 
 KeyManagerResult KeyManager::openDevice(const SecretText& pin) {
-    if (const KeyManagerResult result = media().login(pin); result != kKmOk) return result;
+    KeyManagerResult result = media().login(pin);
+    if (result == kKmOk) result = media().readKeys(contents_);
     Bytes encoding;
-    if (const KeyManagerResult result = media().readConfiguration(encoding); result != kKmOk) return result;
+    if (result == kKmOk) result = readRecord(encoding);
+    if (result != kKmOk) return result;
     state_ = State::Unseeded;
     if (encoding.empty()) return kKmOk;
     const auto record = CRVCfgFile::decodeRecord(encoding);
@@ -192,6 +221,21 @@ KeyManagerResult KeyManager::openDevice(const SecretText& pin) {
     takeRecord(record);
     copyUserUnqualifiedTrustedCA();
     return kKmOk;
+}
+
+KeyManagerResult KeyManager::readRecord(Bytes& encoding) {
+    const Signer* key = signingKey();
+    const RecordCheck check = [&](ByteView stored, Bytes& content) {
+        // What was accepted before the user had a key stays good until the key signs.
+        const bool known = deviceRecord_ && std::ranges::equal(stored, deviceStored_);
+        const bool plain = known || !key;
+        content = known ? toBytes(deviceRecord_->encoded()) : toBytes(stored);
+        const KeyManagerResult good = plain ? kKmOk : verifySignedData(stored, key->publicKey(), content);
+        if (good != kKmOk || !CRVCfgFile::decodeRecord(content)) return kKmBadSignature;
+        deviceStored_ = toBytes(stored);
+        return kKmOk;
+    };
+    return media().readConfiguration(check, encoding);
 }
 
 KeyManagerResult KeyManager::verifyConfiguration() {

@@ -17,6 +17,7 @@
 #include "keystore/generators.h"
 #include "keystore/key_manager_result.h"
 #include "keystore/key_store_contents.h"
+#include "keystore/token_modules.h"
 #include "keystore/trust_points.h"
 
 namespace crv {
@@ -28,6 +29,8 @@ class ConfigurationManager;
 class ContextServices;
 class DistinguishedName;
 class CRVCfgFile;
+class CrvProfile;
+enum class PinSlot : long;
 class KeyStoreMedia;
 struct StoredFile;
 
@@ -83,8 +86,17 @@ class KeyManager {
 
     /// Device start (Tarvo, token): forgets the previous profile, finds the device and makes it
     /// ready for log-in. kKmDeviceError, kKmDeviceNotFound, kKmDeviceLibrary, kKmDeviceFunction,
-    /// kKmPkcs11NotInitialised. Media without a device answer kKmOk.
+    /// kKmPkcs11NotInitialised, kKmPkcs11Init. Media without a device answer kKmOk.
     [[nodiscard]] KeyManagerResult deviceInit();
+    /// After it, before a PIN is asked for: what keeps a token from a log-in already (kKmCardNotFound, kKmCardBlocked,
+    /// kKmManyCards and so on). Tells the user how many tries are left; kKmCancelled when he gives none.
+    [[nodiscard]] KeyManagerResult announceTokens();
+    /// Whether log-in wants the PIN of a slot typed: no for one that is entered on a reader.
+    [[nodiscard]] bool wantsTypedPin(PinSlot slot) const;
+    /// The label of the token that a slot's PIN is for; empty without one.
+    [[nodiscard]] std::string tokenLabel(PinSlot slot) const;
+    /// What the medium at work says of itself: names for the user with their values.
+    [[nodiscard]] std::vector<std::pair<std::string, std::string>> mediumDetails();
 
     /// Log-in: opens the key store of the context's current profile with the password from the PIN cache, restores the
     /// configuration record into the configuration manager, seeds the generators, stores a fresh seed and, when asked,
@@ -141,7 +153,7 @@ class KeyManager {
     [[nodiscard]] KeyManagerResult saveConfiguration();
 
     /// Enciphers the file under a new password, which takes the old one's place in the PIN cache. The old one is not
-    /// looked at: the user is logged in.
+    /// looked at: the user is logged in. On a token it is the PIN, and the old one counts.
     [[nodiscard]] KeyManagerResult changePin(const SecretText& oldPassword, const SecretText& newPassword);
 
     // --- Random generators
@@ -177,6 +189,8 @@ class KeyManager {
     // minutes, and its cause may pass. kKmCancelled when a hook ends it, kKmKeyTooShort, kKmAlgorithmNotSupported,
     // kKmGenerationFailed, kKmRsaFailed, kKmNoSeed, and what saving answers.
 
+    /// What the medium offers that makes its own keys; nothing for one that takes keys made here.
+    [[nodiscard]] std::optional<KeyLimits> keyLimits(KeyType use);
     /// An RSA key of 2048 bits or more; for a signing key the scheme (rsa or rsaPss) is remembered in the
     /// configuration.
     [[nodiscard]] KeyManagerResult generateRsaUserKey(KeyType use, uint64_t publicExponent, unsigned bits,
@@ -239,6 +253,9 @@ class KeyManager {
 
     [[nodiscard]] KeyManagerResult openContents(bool readAdditional);
     [[nodiscard]] KeyManagerResult openDevice(const SecretText& pin);
+    [[nodiscard]] KeyManagerResult readRecord(Bytes& encoding);
+    [[nodiscard]] KeyManagerResult saveOnDevice();
+    [[nodiscard]] KeyManagerResult signedRecord(const CRVCfgFile& record, Bytes& stored);
     [[nodiscard]] KeyManagerResult verifyConfiguration();
     [[nodiscard]] KeyManagerResult askPin(SecretText& pin);
     [[nodiscard]] bool ignoresSecurityFile() const;
@@ -253,6 +270,7 @@ class KeyManager {
     };
 
     [[nodiscard]] KeyManagerResult saveNewKey(const NewKey& generated);
+    [[nodiscard]] KeyManagerResult keepKey(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks, SignerPtr key);
     [[nodiscard]] KeyManagerResult keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
                                                  const std::function<SignerPtr()>& generate);
 
@@ -260,15 +278,19 @@ class KeyManager {
     [[nodiscard]] KeyStoreContents currentContents() const;
     [[nodiscard]] KeyManagerResult mergeWithDisk(const SecretText* password, KeyStoreContents& contents);
     [[nodiscard]] KeyManagerResult mergeWithDevice(KeyStoreContents& contents);
+    [[nodiscard]] KeyManagerResult readKeysAgain();
     [[nodiscard]] KeyManagerResult writeContents(KeyStoreContents contents, const SecretText& password);
     void noteSaved();
 
+    TokenModulesUse tokenModules_;
     ContextServices* context_ = nullptr;
     State state_ = State::Closed;
     std::unique_ptr<KeyStoreMedia> media_;
+    const CrvProfile* startedFor_ = nullptr;  // the profile whose device was started and not yet logged in to
     KeyStoreContents contents_;
     std::unique_ptr<StoredFile> stored_;              // the security file as last read or written; null: not at all
     std::shared_ptr<const CRVCfgFile> deviceRecord_;  // a device's record as last read or written; null: it had none
+    Bytes deviceStored_;                              // what the device kept for it
     std::unique_ptr<KeyStoreContents> beforeInstall_;
     std::optional<NewKey> unsaved_;
     SecretBytes signedConfiguration_;  // a configuration still to be verified

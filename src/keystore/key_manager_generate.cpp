@@ -24,13 +24,23 @@ KeyManagerResult KeyManager::keepGenerated(KeyType use, KeyScheme scheme, const 
     VTEST(!hasKey(use), kKeyManagerPlace);
     if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
     if (!generators_.refresh()) return kKmNoSeed;
+    SignerPtr key;
     try {
-        unsaved_ = NewKey{use, scheme, hooks.forcedHash, generate()};
+        key = generate();
     } catch (const CryptoError& error) {
         return keyResultOf(error.failure(), isRsa(scheme));
     }
+    return keepKey(use, scheme, hooks, std::move(key));
+}
+
+KeyManagerResult KeyManager::keepKey(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks, SignerPtr key) {
+    unsaved_ = NewKey{use, scheme, hooks.forcedHash, std::move(key)};
     const KeyManagerResult ready = hooks.beforeSave ? hooks.beforeSave() : kKmOk;
     return ready == kKmOk ? saveUnsavedKey() : ready;
+}
+
+std::optional<KeyLimits> KeyManager::keyLimits(KeyType use) {
+    return media().keyLimits(use);
 }
 
 std::optional<KeyType> KeyManager::unsavedKey() const {
@@ -73,6 +83,13 @@ KeyManagerResult KeyManager::generateRsaUserKey(KeyType use, uint64_t publicExpo
                                                 const KeyGenHooks& hooks) {
     VTEST(isRsa(scheme), kKeyManagerPlace);
     if (bits < kFewestRsaBits) return kKmKeyTooShort;
+    if (media().keyLimits(use)) {
+        demand({State::Open});
+        VTEST(!hasKey(use), kKeyManagerPlace);
+        SignerPtr key;
+        const KeyManagerResult made = media().generateRsa({use, bits, publicExponent, hooks.progress}, key);
+        return made == kKmOk ? keepKey(use, scheme, hooks, std::move(key)) : made;
+    }
     return keepGenerated(use, scheme, hooks, [&] {
         return shared(PrivateKey::generateRsa(bits, publicExponent, random_, hooks.progress));
     });

@@ -40,7 +40,7 @@ KeyScheme KeyManager::signingKeyType() const {
 KeyManagerResult KeyManager::addNewKey(KeyType use, SignerPtr key) {
     demand({State::Open});
     VTEST(!hasKey(use), kKeyManagerPlace);
-    if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
+    if (!media().hasSecurityFile() && !media().keyLimits(use)) return kKmNotOnThisMedium;
     const std::vector<StoredKey> before = contents_.keys;
     contents_.keys.push_back({std::move(key), roleOf(use)});
     sortByRole(contents_.keys);

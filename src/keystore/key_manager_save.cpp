@@ -1,11 +1,14 @@
 // Saving, and merging with what another session saved.
+#include <ctime>
 #include <new>
 
 #include "config/configuration_manager.h"
 #include "config/context_services.h"
+#include "crypto/sign_algo_map.h"
 #include "keystore/key_manager.h"
 #include "keystore/key_pairing.h"
 #include "keystore/key_store_media.h"
+#include "keystore/signed_configuration.h"
 #include "keystore/stored_file.h"
 #include "misc/exceptions.h"
 
@@ -99,14 +102,23 @@ KeyManagerResult KeyManager::saveConfiguration() {
         const KeyManagerResult asked = askPin(pin);
         return asked == kKmOk ? saveKey(pin, 0) : asked;
     }
-    if (isReadOnly()) return kKmReadOnly;
+    return isReadOnly() ? kKmReadOnly : saveOnDevice();
+}
+
+KeyManagerResult KeyManager::saveOnDevice() {
+    const auto together = media().together(true);
     const auto record = configuration().sharedRecord();
     KeyStoreContents contents;
     contents.configuration = record;
-    if (const KeyManagerResult merged = mergeWithDevice(contents); merged != kKmOk) return merged;
-    const KeyManagerResult written = media().writeConfiguration(contents.configuration->encoded());
+    KeyManagerResult written = media().writeCertificates(contents_.userCerts);
+    if (written == kKmOk) written = mergeWithDevice(contents);
+    Bytes stored;
+    if (written == kKmOk) written = signedRecord(*contents.configuration, stored);
+    if (written == kKmOk) written = media().writeConfiguration(stored);
     if (written != kKmOk) return written;
+    beforeInstall_.reset();
     deviceRecord_ = contents.configuration;
+    deviceStored_ = std::move(stored);
     if (deviceRecord_ != record) {
         takeRecord(deviceRecord_);
         contents_.trustedCerts.clear();
@@ -117,9 +129,25 @@ KeyManagerResult KeyManager::saveConfiguration() {
     return kKmOk;
 }
 
+/// As the medium keeps it.
+KeyManagerResult KeyManager::signedRecord(const CRVCfgFile& record, Bytes& stored) {
+    const Bytes encoding = toBytes(record.encoded());
+    const Signer* key = media().signsConfiguration() ? signingKey() : nullptr;
+    stored = encoding;
+    if (!key) return kKmOk;
+    const KeyScheme scheme = signingKeyType();
+    const KcHashAlgo chosen = record.getHashAlgo(scheme);
+    const KcHashAlgo hash = isHashSupported(scheme, chosen) ? chosen : CRVCfgFile().getHashAlgo(scheme);
+    const CertPtr certificate = signingCertificate();
+    return signData(encoding, {*key, certificate.get(), scheme, hash, std::time(nullptr)}, random_, stored);
+}
+
 KeyManagerResult KeyManager::mergeWithDevice(KeyStoreContents& contents) {
     Bytes encoding;
-    if (const KeyManagerResult read = media().readConfiguration(encoding); read != kKmOk) return read;
+    KeyManagerResult read = readRecord(encoding);
+    // Another session may have made the key that signed it.
+    if (read == kKmConfigurationSignature && readKeysAgain() == kKmOk) read = readRecord(encoding);
+    if (read != kKmOk) return read;
     if (encoding.empty()) return kKmOk;
     KeyStoreContents base, theirs;
     base.configuration = deviceRecord_;
@@ -129,9 +157,18 @@ KeyManagerResult KeyManager::mergeWithDevice(KeyStoreContents& contents) {
     return kKmOk;
 }
 
-KeyManagerResult KeyManager::changePin(const SecretText&, const SecretText& newPassword) {
+KeyManagerResult KeyManager::readKeysAgain() {
+    KeyStoreContents now;
+    KeyManagerResult read = media().login({});
+    if (read == kKmOk) read = media().readKeys(now);
+    if (read == kKmOk) contents_.keys = std::move(now.keys);
+    return read;
+}
+
+KeyManagerResult KeyManager::changePin(const SecretText& oldPassword, const SecretText& newPassword) {
     demand({State::Open});
-    const KeyManagerResult result = saveKey(newPassword, kSaveNewPassword);
+    const KeyManagerResult result = media().hasSecurityFile() ? saveKey(newPassword, kSaveNewPassword)
+                                                              : media().changePin(oldPassword, newPassword);
     // From now on the old one opens nothing: it must not stay anywhere.
     if (result == kKmOk) context_->storePIN(PinSlot::SigningToken, newPassword);
     return result;

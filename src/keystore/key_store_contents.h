@@ -19,6 +19,15 @@ class SignedCertificate;
 /// The use that a new key is generated for, as the menu numbers it.
 enum class KeyType : int { Signing = 0, Encryption = 1, Both = 2 };
 
+/// What a medium that makes its own keys offers for one use.
+struct KeyLimits {
+    bool generates = false;
+    bool signs = false;
+    bool decrypts = false;
+    unsigned minBits = 0;
+    unsigned maxBits = 0;
+};
+
 /// What a stored key does; a set of bits. At most one key of a store signs and at most one decrypts.
 enum class KeyRole : uint8_t { Further = 0, Signing = 1, Encryption = 2, Both = 3 };
 

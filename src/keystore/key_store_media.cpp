@@ -17,15 +17,6 @@ constexpr MediaRow kMedia[] = {
     {KeyMedium::Provider, makeProviderMedia}, {KeyMedium::Memory, makeMemoryMedia},
 };
 
-/// Keys of a PKCS#11 token: until a module is bound, its interface is not initialised.
-class TokenMedia final : public KeyStoreMedia {
-  public:
-    KeyManagerResult start() override { return kKmPkcs11NotInitialised; }
-    KeyManagerResult login(const SecretText&) override { return kKmPkcs11NotInitialised; }
-    KeyManagerResult readConfiguration(Bytes&) override { return kKmPkcs11NotInitialised; }
-    KeyManagerResult writeConfiguration(ByteView) override { return kKmPkcs11NotInitialised; }
-};
-
 /// Nothing lasting: a profile in memory.
 class MemoryMedia : public KeyStoreMedia {
   public:
@@ -47,10 +38,6 @@ std::unique_ptr<KeyStoreMedia> KeyStoreMedia::create(ContextServices& context) {
         if (row.medium == medium) return row.make(context);
     VTEST(0, "src/src/keymgr");
     return nullptr;
-}
-
-std::unique_ptr<KeyStoreMedia> makeTokenMedia(ContextServices&) {
-    return std::make_unique<TokenMedia>();
 }
 
 std::unique_ptr<KeyStoreMedia> makeProviderMedia(ContextServices&) {
@@ -75,13 +62,21 @@ bool KeyStoreMedia::keepOriginal(ByteView) {
     return true;
 }
 
-KeyManagerResult KeyStoreMedia::readConfiguration(Bytes& record) {
+KeyManagerResult KeyStoreMedia::readConfiguration(const RecordCheck&, Bytes& record) {
     record.clear();
     return kKmOk;
 }
 
 KeyManagerResult KeyStoreMedia::writeConfiguration(ByteView) {
     return kKmOk;
+}
+
+KeyManagerResult KeyStoreMedia::generateRsa(const KeyOrder&, SignerPtr&) {
+    return kKmNotOnThisMedium;
+}
+
+KeyManagerResult KeyStoreMedia::changePin(const SecretText&, const SecretText&) {
+    return kKmNotOnThisMedium;
 }
 
 KeyManagerResult KeyStoreMedia::gatherSeed(const std::optional<RbgSeed>&, SeedMaterial, bool& filled) {

@@ -1,8 +1,11 @@
 // The media on which a profile's keys can live. All differences between them stand behind this interface.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <span>
+#include <string>
+#include <vector>
 
 #include "keystore/key_manager_result.h"
 #include "keystore/key_store_contents.h"
@@ -12,6 +15,7 @@
 namespace crv {
 
 class ContextServices;
+enum class PinSlot : long;
 
 /// Where random octets of a profile come from.
 enum class RandomSource {
@@ -22,6 +26,17 @@ enum class RandomSource {
 
 /// Octets of seed material that a medium can give.
 using SeedMaterial = std::span<uint8_t, 32>;
+
+/// An RSA key to be made.
+struct KeyOrder {
+    KeyType use;
+    unsigned bits;
+    uint64_t exponent;
+    std::function<bool()> progress;  ///< called again and again; its answer stops nothing
+};
+
+/// What a stored record is to be taken for: its content, or why not.
+using RecordCheck = std::function<KeyManagerResult(ByteView stored, Bytes& content)>;
 
 /// One medium, bound to the profile that was current when it was made.
 class KeyStoreMedia {
@@ -51,12 +66,39 @@ class KeyStoreMedia {
 
     /// Device start.
     [[nodiscard]] virtual KeyManagerResult start() { return kKmOk; }
+    /// What can be said before a PIN is asked for: that there is nothing to log in to, or that the PIN is locked. Tells
+    /// the user how many tries are left. kKmCancelled when the user rather gives none.
+    [[nodiscard]] virtual KeyManagerResult announce() { return kKmOk; }
+    /// Whether log-in wants the PIN of a slot typed.
+    [[nodiscard]] virtual bool wantsTypedPin(PinSlot) const { return true; }
+    /// The label of the token that a slot's PIN is for; empty without one.
+    [[nodiscard]] virtual std::string tokenLabel(PinSlot) const { return {}; }
+    /// What the medium says of itself: names for the user with their values.
+    [[nodiscard]] virtual std::vector<std::pair<std::string, std::string>> details() { return {}; }
+    /// Until it is released the medium stays open; with `forChange` nobody else saves meanwhile.
+    [[nodiscard]] virtual std::shared_ptr<void> together(bool forChange) {
+        static_cast<void>(forChange);
+        return nullptr;
+    }
     /// Log-in to a medium without a security file.
     [[nodiscard]] virtual KeyManagerResult login(const SecretText& pin) = 0;
     virtual void logout() noexcept {}
-    /// The configuration record's encoding on a medium without a security file; empty when it has none.
-    [[nodiscard]] virtual KeyManagerResult readConfiguration(Bytes& record);
+    /// Keys and certificates on a medium without a security file, after log-in.
+    [[nodiscard]] virtual KeyManagerResult readKeys(KeyStoreContents&) { return kKmOk; }
+    /// What the medium keeps of the user's certificates: adds those that it lacks, and removes those that it gave with
+    /// readKeys and that the list lacks.
+    [[nodiscard]] virtual KeyManagerResult writeCertificates(const CertList&) { return kKmOk; }
+    /// The configuration record's encoding on a medium without a security file; empty when it has none. What a medium
+    /// keeps that anybody could have put there has to pass the check.
+    [[nodiscard]] virtual KeyManagerResult readConfiguration(const RecordCheck& check, Bytes& record);
     [[nodiscard]] virtual KeyManagerResult writeConfiguration(ByteView record);
+    /// Whether the record is to be signed by the user's key before it is written.
+    [[nodiscard]] virtual bool signsConfiguration() const { return false; }
+    /// Nothing for a medium that takes keys made here.
+    [[nodiscard]] virtual std::optional<KeyLimits> keyLimits(KeyType) { return std::nullopt; }
+    /// Makes a key inside the medium; it takes minutes and cannot be stopped. kKmGenerationFailed.
+    [[nodiscard]] virtual KeyManagerResult generateRsa(const KeyOrder& order, SignerPtr& key);
+    [[nodiscard]] virtual KeyManagerResult changePin(const SecretText& oldPin, const SecretText& newPin);
 
     /// Puts the medium's share of the seed material into the zeroed octets; `filled` tells whether it has one.
     [[nodiscard]] virtual KeyManagerResult gatherSeed(const std::optional<RbgSeed>& stored, SeedMaterial out,

@@ -52,7 +52,7 @@ class TarvoMedia final : public KeyStoreMedia {
         loggedIn_ = false;
     }
 
-    KeyManagerResult readConfiguration(Bytes& record) override {
+    KeyManagerResult readConfiguration(const RecordCheck&, Bytes& record) override {
         record.clear();
         unsigned length = 0;
         const int answer = library_->DtReadConfig(nullptr, &length);

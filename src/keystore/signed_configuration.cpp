@@ -1,7 +1,8 @@
 #include "keystore/signed_configuration.h"
 
 #include "asn/known_oids.h"
-#include "asn/pkcs/signed_data.h"
+#include "crypto/crypto_error.h"
+#include "keystore/token_session.h"
 
 namespace crv {
 
@@ -14,6 +15,22 @@ KeyManagerResult verifySignedData(ByteView signedData, const PublicKey& signer, 
     if (!octets) return kKmBadFormat;
     if (data.verify(signer) != SignatureCheck::Good) return kKmBadSignature;
     content = *octets;
+    return kKmOk;
+}
+
+KeyManagerResult signData(ByteView content, const SignOrder& order, RandomBridge& random, Bytes& signedData) {
+    SignedData data;
+    try {
+        data.sign(content, order, random);
+    } catch (const TokenFailure& failure) {
+        return failure.result();
+    } catch (const CryptoError& error) {
+        const KeyManagerResult result = keyResultOf(error.failure(), isRsa(order.scheme));
+        return result == kKmAlgorithmNotSupported ? kKmHashNotSupported : result;
+    }
+    ContentInfo wrapped;
+    wrapped.build(OID_PKCS7_SIGNED_DATA, data);
+    signedData = wrapped.encoded();
     return kKmOk;
 }
 

@@ -92,6 +92,11 @@ void Session::demandFileProfile() {
     if (!hasFile()) throw OpError(OpFault::WrongKind, profile().name());
 }
 
+void Session::storePassword(const Secrets& secrets) {
+    if (configuration().keyMedium() != KeyMedium::Token)
+        context_->state.storePIN(PinSlot::SigningToken, secrets.password);
+}
+
 void Session::lock() {
     access_ = std::make_unique<KeyStoreAccess>(access());
     lock_ = std::make_unique<KeyStoreLock>(*access_);
@@ -100,7 +105,7 @@ void Session::lock() {
 
 void Session::openForReading(const Secrets& secrets) {
     if (!hasFile()) {
-        context_->state.storePIN(PinSlot::SigningToken, secrets.password);
+        storePassword(secrets);
         demandKeys(keys().deviceInit());
         return demandKeys(openKeyStore(access(), OpenMode::LogIn, false));
     }
@@ -118,7 +123,7 @@ void Session::openForChange(const Secrets& secrets) {
     if (mode_.dryRun) return openForReading(secrets);
     const std::string file = configuration().securityFileName();
     if (hasFile() && !fileExists(file)) throw OpError(OpFault::StoreMissing, file);
-    context_->state.storePIN(PinSlot::SigningToken, secrets.password);
+    storePassword(secrets);
     if (secrets.roots) context_->state.storePIN(PinSlot::Roots, *secrets.roots);
     lock();
     if (!hasFile()) demandKeys(keys().deviceInit());
@@ -162,9 +167,16 @@ void Session::create(const SecretText& password) {
 }
 
 void Session::changePassword(const SecretText& password) {
+    if (configuration().keyMedium() == KeyMedium::Token) return changePin(password);
     demandFileProfile();
     demandGoodPassword(password);
     if (!mode_.dryRun) demandKeys(changeKeyStorePassword(*access_, password));
+}
+
+void Session::changePin(const SecretText& pin) {
+    SecretText old;
+    static_cast<void>(context_->state.getPIN(PinSlot::SigningToken, old, nullptr, false));
+    if (!mode_.dryRun) demandKeys(keys().changePin(old, pin));
 }
 
 void Session::demandDatabase() {

@@ -18,7 +18,7 @@ void demandKeys(KeyManagerResult result);
 /// media. A change holds the lock on the key store from the log-in to the end of the object; a dry run only reads.
 class Session {
   public:
-    /// What opens the key store.
+    /// What opens the key store. The PINs of tokens are asked for when the tokens want them (ContextState::prompt).
     struct Secrets {
         SecretText password;
         std::optional<SecretText> roots;  ///< of the additional trust points; without it they are left out
@@ -43,7 +43,8 @@ class Session {
 
     /// Makes the key store of a file profile, seeded by the system. StoreExists, WeakPassword.
     void create(const SecretText& password);
-    /// Enciphers the key store, open for a change, under a new password. WeakPassword.
+    /// Enciphers the key store, open for a change, under a new password. WeakPassword. On a token it is the PIN, for
+    /// which the token has rules.
     void changePassword(const SecretText& password);
 
     /// Throws OpError (DatabaseMissing, DatabaseFailed) unless the database is there.
@@ -55,6 +56,8 @@ class Session {
     [[nodiscard]] KeyStoreAccess access();
 
   private:
+    void changePin(const SecretText& pin);
+    void storePassword(const Secrets& secrets);
     void lock();
     void logIn(bool withRoots);
     void seed();

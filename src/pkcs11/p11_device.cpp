@@ -207,6 +207,10 @@ void PKCS11Device::forgetSession() {
     slot_ = -1;
 }
 
+bool PKCS11Device::isSessionGone() const {
+    return hasSession() && (library_->pid != getpid() || epoch_ != library_->epoch);
+}
+
 P11Result PKCS11Device::login(const char* pin, size_t length, CK_USER_TYPE user, bool externalPin) {
     logLine(LogLevel::Info, "Run PKCS11Device::login BEGIN");
     if (!hasSession()) failAssertion("isSession == -1", kPlace, __LINE__);

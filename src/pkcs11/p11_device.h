@@ -97,6 +97,8 @@ class PKCS11Device {
     /// Forgets the session also when the module fails to close it.
     P11Result closeSession();
     [[nodiscard]] bool hasSession() const { return session_ != kNoSession; }
+    /// Whether the module was initialised anew since the session was opened, here or in a forked process.
+    [[nodiscard]] bool isSessionGone() const;
     /// Without a session a failed assertion. `externalPin`: the PIN is entered on the reader, and `pin` is not looked
     /// at. To be logged in already is success.
     [[nodiscard]] P11Result login(const char* pin, size_t length, CK_USER_TYPE user, bool externalPin);

@@ -32,6 +32,10 @@ class TestContext final : public ContextServices {
         return pinAnswer;
     }
     void storePIN(PinSlot slot, const SecretText& pin) override { pins.insert_or_assign(slot, pin); }
+    bool tokenNotice(TokenNotice notice, const std::string&) override {
+        notices.push_back(notice);
+        return notice != TokenNotice::FinalTry || takesRisk;
+    }
     void removePINs() override { pins.clear(); }
     void report(std::string_view) override {}
     void addWarning(int) override {}
@@ -40,6 +44,8 @@ class TestContext final : public ContextServices {
     void setLastPkcs11Rv(unsigned long) override {}
 
     std::map<PinSlot, SecretText> pins;
+    std::vector<TokenNotice> notices;
+    bool takesRisk = true;
     PinResult pinAnswer = kPinOk;
     std::string diagnostic;
     unsigned deviceError = 0;

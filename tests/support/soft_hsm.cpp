@@ -32,7 +32,8 @@ SoftHsm::~SoftHsm() {
     for (const char* name : {"SOFTHSM2_CONF", "XDG_RUNTIME_DIR", "CRV_MOCK_LOG", "CRV_MOCK_SCRIPT"}) unsetenv(name);
 }
 
-void SoftHsm::initToken(const std::string& label, const std::string& pin) const {
+void SoftHsm::initToken(const std::string& label, const std::string& pin) {
+    pins_[label] = pin;
     mustRun("softhsm2-util --init-token --free --label '" + label + "' --so-pin 12345678 --pin " + pin);
 }
 
@@ -42,7 +43,7 @@ void SoftHsm::deleteToken(const std::string& label) const {
 
 std::string SoftHsm::tool(const std::string& label, const std::string& options) const {
     return shell(std::string("pkcs11-tool --module ") + kModule + " --token-label '" + label + "' --login --pin " +
-                 kPin + " " + options + " 2>&1");
+                 pins_.at(label) + " " + options + " 2>&1");
 }
 
 void SoftHsm::generateKey(const std::string& label, const std::string& type, const std::string& id,

@@ -1,13 +1,15 @@
 // SoftHSM with a folder of tokens of its own, and the mock module in front of it.
 #pragma once
 
+#include <map>
 #include <string>
 
 #include "support/temp_dir.h"
 
 namespace crv::test {
 
-/// Tokens live as long as the object; tools and modules of this process and its children see them. All PINs are 1234.
+/// Tokens live as long as the object; tools and modules of this process and its children see them. The PIN is 1234
+/// unless given otherwise.
 class SoftHsm {
   public:
     static constexpr const char* kModule = "/usr/lib/softhsm/libsofthsm2.so";
@@ -16,13 +18,13 @@ class SoftHsm {
     SoftHsm();
     ~SoftHsm();
 
-    void initToken(const std::string& label, const std::string& pin = kPin) const;
+    void initToken(const std::string& label, const std::string& pin = kPin);
     void deleteToken(const std::string& label) const;
     /// A key pair made by OpenSC's tool; `more` are further options ("--usage-sign").
     void generateKey(const std::string& label, const std::string& type, const std::string& id,
                      const std::string& more = {}) const;
     /// What the tool says, logged in to the token.
-    [[nodiscard]] std::string tool(const std::string& label, const std::string& options) const;
+    std::string tool(const std::string& label, const std::string& options) const;
 
     /// The mock in the program's folder.
     [[nodiscard]] static std::string mock();
@@ -36,6 +38,7 @@ class SoftHsm {
 
   private:
     TempDir dir_;
+    std::map<std::string, std::string> pins_;
 };
 
 }  // namespace crv::test

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdio>
 
 #include "asn/x509/sign_algo.h"
@@ -41,6 +42,11 @@ constexpr CodeText kKeyGenTexts[] = {
     {kKmCardNotFound, "Karta nieznaleziona"},
     {kKmCardError, "Błąd przy komunikacji z kartą"},
     {kKmCardBlocked, "Karta zablokowana"},
+    {kKmCardFileSystem, "Błąd tworzenia systemu plików karty"},
+    {kKmTokenKeyNotFound, "Nie znaleziono klucza do podpisu"},
+    {kKmNoDecryptionPin, "Brak PINu do klucza deszyfrującego !!!"},
+    {kKmRoleTaken, "Wykryto wiele kluczy spełniających warunki profilu !!!"},
+    {kKmConfigurationSignature, "Zapisana na karcie konfiguracja nie weryfikuje się"},
     {kKmNoSeed, "Brak ziarna !!!"},
     {kKmNoSigningKeyPin, "Brak PINu klucza do podpisywania"},
     {kKmWrongSigningKeyPin, "Błędny PIN klucza do podpisywania"},
@@ -80,6 +86,7 @@ KeyGenParams paramsFor(KeyType usage) {
         return isHashSupported(scheme, chosen) ? chosen : CRVCfgFile().getHashAlgo(scheme);
     };
     params.hash = params.defaultHash(params.signScheme);
+    if (const auto limits = keyManager->keyLimits(usage)) params.limitTo(limits->minBits, limits->maxBits);
     return params;
 }
 
@@ -205,15 +212,26 @@ void dropTypedKeys() {
     }
 }
 
-void drawWaiting(const KeyGenParams& params) {
+void drawWaiting(const KeyGenParams& params, const std::string& passed = {}) {
     clrToEol(kMessageRow, 0);
     if (params.keyScheme == KeyScheme::Ecdsa) {
         displText(kMessageRow, 0, "Proszę czekać, trwa generowanie klucza %s...", params.schemeName());
     } else {
-        displText(kMessageRow, 0, "Proszę czekać, trwa generowanie klucza %s (%u %s)...", params.schemeName(),
-                  params.keyLength, "bitów");
+        displText(kMessageRow, 0, "Proszę czekać, trwa generowanie klucza %s (%u %s)...%s", params.schemeName(),
+                  params.keyLength, "bitów", passed.c_str());
     }
     refreshScr();
+}
+
+/// Counts the seconds behind the waiting text: a token says nothing while it generates, and cannot be stopped.
+std::function<bool()> countSeconds(const KeyGenParams& params) {
+    const auto begin = std::chrono::steady_clock::now();
+    return [&params, begin, shown = std::chrono::seconds(0)]() mutable {
+        const auto passed = std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begin);
+        if (passed > shown) drawWaiting(params, " " + std::to_string(passed.count()) + " s");
+        shown = passed;
+        return true;
+    };
 }
 
 /// Generates the key and saves it under the lock of the security file. Escape stops the generation.
@@ -223,7 +241,8 @@ KeyManagerResult generate(KeyType usage, const KeyGenParams& params) {
     const bool forced = isPss(params) && params.forceAlgorithm;
     const KeyPlan plan{usage,        params.keyScheme,      params.keyLength,
                        params.curve, params.explicitDomain, forced ? params.hash : KcHashAlgo::None};
-    return generateKey(keyStoreAccess(), plan, [] { return waitForKeyOrTimeout(0) != kKeyEscape; });
+    const auto stoppable = [] { return waitForKeyOrTimeout(0) != kKeyEscape; };
+    return generateKey(keyStoreAccess(), plan, params.token ? countSeconds(params) : stoppable);
 }
 
 CrtRequestParams requestOf(const KeyGenParams& params) {
@@ -296,12 +315,22 @@ bool saveUnsaved() {
     return true;
 }
 
+/// Whether a token can make such a key; says why not.
+bool tokenTakes(const KeyLimits& limits, KeyType usage) {
+    const KeyRole role = roleOf(usage);
+    const char* refusal = tokenRefusal({limits.generates, limits.signs, limits.decrypts},
+                                       shares(role, KeyRole::Signing), shares(role, KeyRole::Encryption));
+    if (refusal) errInfo(kMessageRow, "%s", refusal);
+    return !refusal;
+}
+
 bool mayGenerate(KeyType usage) {
-    if (cfgManager->keyMedium() != KeyMedium::File) {
+    const auto limits = keyManager->keyLimits(usage);
+    if (cfgManager->keyMedium() != KeyMedium::File && !limits) {
         errInfo(kMessageRow, "Funckja niedostępna dla aktualnego nośnika");
         return false;
     }
-    if (!keyManager->hasKey(usage)) return true;
+    if (!keyManager->hasKey(usage)) return !limits || tokenTakes(*limits, usage);
     errInfo(kMessageRow, "Klucz dla danego zastosowania już istnieje i nie może zostać nadpisany");
     if (displCentQuestion(kMessageRow, "Zapisać zgłoszenie dla istniejącego klucza (t/n)?") == 1)
         saveRequestAgain(usage);

@@ -57,6 +57,14 @@ std::vector<unsigned> KeyGenParams::lengths() const {
     return {};
 }
 
+void KeyGenParams::limitTo(unsigned minimum, unsigned maximum) {
+    token = true;
+    tokenMinimum = minimum;
+    tokenMaximum = maximum;
+    const auto valid = lengths();
+    if (!valid.empty() && std::find(valid.begin(), valid.end(), keyLength) == valid.end()) keyLength = valid.back();
+}
+
 void KeyGenParams::chooseScheme(KeyScheme scheme) {
     if (scheme == keyScheme) return;
     keyScheme = scheme;

@@ -66,6 +66,8 @@ struct KeyGenParams {
     /// 1024 - for RSA, too, which generation then refuses.
     void chooseScheme(KeyScheme scheme);
 
+    /// Makes it the screen of a token with these bounds; 2048 bits are chosen where it makes them, else its most.
+    void limitTo(unsigned minimum, unsigned maximum);
     /// The lengths offered for the scheme.
     [[nodiscard]] std::vector<unsigned> lengths() const;
     /// Takes a length; a signature algorithm that it has no room for falls back to the default hash.

@@ -113,6 +113,13 @@ void showOpenFailure(KeyManagerResult result) {
     }
 }
 
+/// Whether there is a token to log in to whose PIN is not locked.
+bool tokensReady() {
+    const KeyManagerResult result = keyManager->announceTokens();
+    if (result != kKmOk && result != kKmCancelled) showOpenFailure(result);
+    return result == kKmOk;
+}
+
 /// Offers the certificates of authorities that came with another program's file as trust points; each is looked at as
 /// one that the user adds.
 void offerTrustPoints() {
@@ -214,9 +221,11 @@ KeyManagerResult initProfile(OpenMode mode) {
 }
 
 bool OnProfileZaloguj() {
-    const char* prompt =
-        cfgManager->keyMedium() == KeyMedium::Token ? "Podaj PIN do karty:" : "Wprowadź hasło dostępu:";
-    for (;;) {
+    const bool card = cfgManager->keyMedium() == KeyMedium::Token;
+    const char* prompt = card ? "Podaj PIN do karty:" : "Wprowadź hasło dostępu:";
+    for (bool again = false;; again = true) {
+        // A refused PIN changes what the token says of the tries that are left.
+        if (card && ((again && !deviceInit()) || !tokensReady())) return false;
         const long needed = neededPins();
         if (!askPins(prompt, needed)) return false;
         const KeyManagerResult result = initProfile();

@@ -10,6 +10,7 @@
 #include "corvane/crvprofile.h"
 #include "crvconfd/engines/text_view.h"
 #include "crvconfd/session/context.h"
+#include "keystore/key_manager.h"
 #include "misc/hex.h"
 #include "profiles/crv_profile.h"
 
@@ -107,8 +108,11 @@ std::vector<std::string> detailLines(const CrvProfile& profile) {
 }  // namespace
 
 void OnProfileDetails(const CrvProfile* profile) {
-    if (!profile) profile = cfgManager->profile();
-    runTextView({"Szczegóły profilu", detailLines(*profile)});
+    std::vector<std::string> lines = detailLines(profile ? *profile : *cfgManager->profile());
+    // What the tokens at work say of themselves.
+    if (!profile)
+        for (const auto& [name, value] : keyManager->mediumDetails()) addField(lines, name, value);
+    runTextView({"Szczegóły profilu", std::move(lines)});
 }
 
 }  // namespace crv

@@ -1,6 +1,7 @@
 #include "crvconfd/session/context.h"
 
 #include "api/crvctx.h"
+#include "crvconfd/session/token_dialog.h"
 
 namespace crv {
 
@@ -17,6 +18,7 @@ ContextOwner::ContextOwner() : context_(std::make_unique<CRVctx>()) {
     revManager = &context_->revocationManager;
     crtCache = &context_->certificateCache;
     netManager = &context_->networkManager;
+    talkToTokens(context_->state);
 }
 
 ContextOwner::~ContextOwner() {

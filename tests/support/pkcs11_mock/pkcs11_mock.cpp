@@ -1,10 +1,11 @@
 // A PKCS#11 module in front of SoftHSM that logs calls and does as a script says, so that tests meet tokens that are
 // full, locked, removed or lie.
 //   CRV_MOCK_LOG     file that gets a line for every call: its name; "C_Login null" for a PIN of the reader
-//   CRV_MOCK_SCRIPT  file of lines "<function or *> <number of the call, or *> <action> [value]", read at each call
+//   CRV_MOCK_SCRIPT  file of lines "<function or *> <number of the call, or *> <action> [value]", read at each call;
+//   calls count from a new script on
 // Actions: rv <number> answers that; kill ends the process before the call; flags <number> adds flags of the token; lie
-// makes the answer absurd in the way of its function; pause leaves time for another process to call in. Calls that two
-// processes make at once are logged as "overlap".
+// makes the answer absurd in the way of its function; hide <number> denies a mechanism; pause [seconds] leaves time
+// for another process to call in. Calls that two processes make at once are logged as "overlap".
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -36,8 +37,12 @@ struct Action {
 
 Action actionFor(const std::string& function) {
     static std::map<std::string, int> calls;
+    static std::string last;
+    std::stringstream script;
+    script << std::ifstream(env("CRV_MOCK_SCRIPT")).rdbuf();
+    if (script.str() != last) calls.clear();
+    last = script.str();
     const int own = ++calls[function], all = ++calls["*"];
-    std::ifstream script(env("CRV_MOCK_SCRIPT"));
     std::string line;
     while (std::getline(script, line)) {
         std::istringstream words(line);
@@ -79,6 +84,14 @@ void lie(const char*, CK_SESSION_HANDLE, CK_BYTE*, CK_ULONG, CK_BYTE* out, CK_UL
 }
 
 template <class... Args>
+bool isHidden(unsigned long, Args...) {
+    return false;
+}
+bool isHidden(unsigned long mechanism, CK_SLOT_ID, CK_MECHANISM_TYPE asked, CK_MECHANISM_INFO*) {
+    return asked == mechanism;
+}
+
+template <class... Args>
 void addFlags(unsigned long, Args...) {}
 void addFlags(unsigned long flags, CK_SLOT_ID, CK_TOKEN_INFO* info) {
     info->flags |= flags;
@@ -108,9 +121,10 @@ CK_RV handle(const char* name, Function function, Args... args) {
     const Action action = actionFor(name);
     note(name + argumentsOf(args...));
     if (action.what == "kill") _exit(9);
-    if (action.what == "pause") usleep(200);
+    if (action.what == "pause") usleep(static_cast<useconds_t>(200 + action.value * 1000000));
     CK_RV rv = action.value;
     if (action.what != "rv") rv = forward(function, args...);
+    if (action.what == "hide" && isHidden(action.value, args...)) rv = CKR_MECHANISM_INVALID;
     if (action.what == "lie") lie(name, args...);
     if (action.what == "flags") addFlags(action.value, args...);
     close(turn);
