@@ -12,6 +12,7 @@
 #include "ops/installation.h"
 #include "ops/path_advice.h"
 #include "ops/trust.h"
+#include "pki/cert_file_reader.h"
 
 namespace crv::ctl {
 namespace {
@@ -166,23 +167,24 @@ void certShow(Run& run) {
 
 void certImport(Run& run) {
     const std::string path = run.call.operand(0);
-    const CertList certificates = certsOfFile(path);
+    CertFileReader reader(importFile(path));
     Session session = openDatabase(run);
-    run.out.change("import", "certificates", std::to_string(certificates.size()));
-    if (run.mode.dryRun) return;
     ImportProgress done;
-    size_t at = 0;
-    const auto next = [&](ByteView& der) {
-        if (at == certificates.size()) return false;
-        der = encodingOf(*certificates[at++]);
-        return true;
-    };
+    const auto next = [&](ByteView& der) { return reader.next(der); };
     const auto refused = [&](size_t index, CrtRefusal refusal) {
         run.out.warn("a certificate was not stored", std::to_string(index + 1) + ": " + tr(refusalText(refusal)));
     };
     const auto goOn = [](const ImportProgress&) { return !processEnding(); };
-    if (!session.context().certificateManager.db().insertMany(next, goOn, refused, done)) session.failDatabase();
+    if (run.mode.dryRun) {
+        for (ByteView der; reader.next(der) && makeCert(der);) ++done.stored;
+    } else if (!session.context().certificateManager.db().insertMany(next, goOn, refused, done)) {
+        session.failDatabase();
+    }
     stopIfEnding();
+    if (done.handled() == 0) throw OpError(OpFault::BadFile, path);
+    if (done.unreadable || reader.stoppedEarly()) run.out.warn("the rest of the file is no certificate", path);
+    run.out.change("import", "certificates", std::to_string(done.handled()));
+    if (run.mode.dryRun) return;
     run.out.field("stored", done.stored);
     run.out.field("present", done.present);
     run.out.field("refused", done.refused);

@@ -70,9 +70,10 @@ class DbFindings {
 
     /// Tells how many were not told; true when there was nothing to tell.
     bool finish() {
-        for (const auto& [kind, seen] : kinds_)
-            if (seen > kMaxProblems)
-                tell_(kind.first, "and " + std::to_string(seen - kMaxProblems) + " more: " + kind.second);
+        for (const auto& [kind, seen] : kinds_) {
+            if (seen <= kMaxProblems) continue;
+            tell_(kind.first, "and " + std::to_string(seen - kMaxProblems) + " more: " + kind.second);
+        }
         return kinds_.empty();
     }
 
