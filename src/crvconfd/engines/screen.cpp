@@ -74,13 +74,13 @@ std::vector<std::pair<std::string, std::string>> keysOf(const ScreenOps& ops, bo
 }
 
 void showKeys(const ScreenOps& ops, bool withItems) {
-    constexpr int kNameColumn = 2, kMeaningColumn = 34;
+    constexpr int kKeyColumn = 2, kMeaningColumn = 34;
     const ScreenKeeper keeper;
     clrScr();
     displHeader(0, "%s", "Klawisze");
     int row = kFirstRow;
     for (const auto& [name, meaning] : keysOf(ops, withItems)) {
-        displText(row, kNameColumn, "%s", name.c_str());
+        displText(row, kKeyColumn, "%s", name.c_str());
         displText(row++, kMeaningColumn, "%s", meaning.c_str());
     }
     static_cast<void>(getKey());

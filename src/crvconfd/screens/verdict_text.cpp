@@ -15,11 +15,11 @@ namespace crv {
 
 namespace {
 
-constexpr int64_t kHour = 3600, kDay = 24 * kHour;
+constexpr int64_t kHour = 3600, kDayOfSeconds = 24 * kHour;
 
 std::string ageText(int64_t age) {
-    const bool days = age >= 2 * kDay;
-    const int count = static_cast<int>(std::min<int64_t>(age / (days ? kDay : kHour), 9'999'999));
+    const bool days = age >= 2 * kDayOfSeconds;
+    const int count = static_cast<int>(std::min<int64_t>(age / (days ? kDayOfSeconds : kHour), 9'999'999));
     const char* unit =
         days ? declension(count, "dzień", "dni", "dni") : declension(count, "godzina", "godziny", "godzin");
     return std::to_string(count) + " " + unit;
