@@ -70,13 +70,24 @@ std::vector<int64_t> openAll(CrtTableSet& tables) {
     return ids;
 }
 
-/// A certificate that cannot be parsed stays, found by what is stored of it.
-void completeCrt(CrtTableSet& tables, int64_t id) {
+/// Shows each live record of a side table with the place that its certificate has among the ids.
+void scanSide(CrtTableSet& tables, Tb side, const std::vector<int64_t>& ids, const std::function<void(size_t)>& visit) {
+    scanLive(tables[side].dataFile(), [&](const DataScan& record) {
+        const std::optional<int64_t> id = recNoDecode(record.key(0));
+        const auto at = id ? std::ranges::lower_bound(ids, *id) : ids.end();
+        if (at != ids.end() && *at == *id) visit(static_cast<size_t>(at - ids.begin()));
+    });
+}
+
+/// A certificate that cannot be parsed stays, found by what is stored of it. `present`: its side records, none of which
+/// stands twice; looking for each would take most of the time of mending.
+void completeCrt(CrtTableSet& tables, int64_t id, size_t present = 0) {
     Bytes der;
     CrtRecord record;
     if (!tables.readCrt(id, der)) return;
     if (makeCrtRecord(der, record)) {
-        tables.completeSide(id, record);
+        const size_t wanted = record.dnFlds.size() + (record.isCa ? 1 : 0) + 1;
+        if (present != wanted) tables.completeSide(id, record);
     } else {
         logLine(LogLevel::Warning, "certificate that cannot be read, record " + std::to_string(id));
     }
@@ -89,11 +100,7 @@ void completeUnfinished(const std::string& directory, DbLock& lock) {
     tables.bindLock(&lock);
     const std::vector<int64_t> ids = openAll(tables);
     std::vector<bool> finished(ids.size());
-    scanLive(tables[CrtTableSet::kAddIdx].dataFile(), [&](const DataScan& record) {
-        const std::optional<int64_t> id = recNoDecode(record.key(0));
-        const auto at = id ? std::ranges::lower_bound(ids, *id) : ids.end();
-        if (at != ids.end() && *at == *id) finished[static_cast<size_t>(at - ids.begin())] = true;
-    });
+    scanSide(tables, CrtTableSet::kAddIdx, ids, [&](size_t at) { finished[at] = true; });
     for (size_t i = 0; i < ids.size(); ++i) {
         if (!finished[i]) completeCrt(tables, ids[i]);
     }
@@ -196,9 +203,11 @@ size_t mendSideRecords(const std::string& directory, SideMend extent,
     // After a crash those without a certificate are gone already.
     if (extent == SideMend::Everything) dropDangling(tables, directory);
     const size_t dropped = extent == SideMend::Everything ? dropWrong(tables) : 0;
+    std::vector<uint32_t> present(ids.size());
+    for (const Tb side : CrtTableSet::kSides) scanSide(tables, side, ids, [&](size_t at) { ++present[at]; });
     for (size_t i = 0; i < ids.size(); ++i) {
         if (progress && i % kProgressStep == 0) progress(static_cast<int>(100 * i / ids.size()));
-        completeCrt(tables, ids[i]);
+        completeCrt(tables, ids[i], present[i]);
     }
     tables.finishChange(true);
     return dropped;
