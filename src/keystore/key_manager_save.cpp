@@ -107,6 +107,7 @@ KeyManagerResult KeyManager::saveConfiguration() {
 
 KeyManagerResult KeyManager::saveOnDevice() {
     const auto together = media().together(true);
+    if (!together) return kKmLockFailed;
     const auto record = configuration().sharedRecord();
     KeyStoreContents contents;
     contents.configuration = record;

@@ -75,10 +75,11 @@ class KeyStoreMedia {
     [[nodiscard]] virtual std::string tokenLabel(PinSlot) const { return {}; }
     /// What the medium says of itself: names for the user with their values.
     [[nodiscard]] virtual std::vector<std::pair<std::string, std::string>> details() { return {}; }
-    /// Until it is released the medium stays open; with `forChange` nobody else saves meanwhile.
+    /// Until it is released the medium stays open; with `forChange` nobody else saves meanwhile. Null when that lock
+    /// cannot be had.
     [[nodiscard]] virtual std::shared_ptr<void> together(bool forChange) {
         static_cast<void>(forChange);
-        return nullptr;
+        return std::make_shared<char>();
     }
     /// Log-in to a medium without a security file.
     [[nodiscard]] virtual KeyManagerResult login(const SecretText& pin) = 0;

@@ -102,8 +102,10 @@ bool TokenSession::isSame(const P11TokenInfo& other) const {
 
 KeyManagerResult TokenSession::perform(const Work& work, bool loggedIn) {
     for (bool again = false;; again = true) {
+        // Nobody else waits for the module while the user types.
+        KeyManagerResult result = loggedIn ? prepareLogin() : kKmOk;
         const auto together = token_.device.hold();
-        KeyManagerResult result = enter(loggedIn);
+        if (result == kKmOk) result = enter(loggedIn);
         if (result == kKmOk) result = work(token_.device);
         const CK_RV rv = token_.device.lastRv();
         if (!use_.keepOpen && together_ == 0) close();
@@ -146,14 +148,19 @@ KeyManagerResult TokenSession::findAgain() {
     return kKmCardNotFound;
 }
 
-KeyManagerResult TokenSession::announce() {
+KeyManagerResult TokenSession::recognise() {
     P11TokenInfo now;
     if (const P11Result read = token_.device.getTokenInfo(token_.slot, now); read != kP11Ok) return resultOf(read);
     // Another token in the reader gets no PIN of this one.
     if (!isSame(now)) return kKmCardNotFound;
     token_.info = now;
-    if (now.flags & CKF_USER_PIN_LOCKED) return kKmCardBlocked;
-    if (announced_) return kKmOk;
+    return now.flags & CKF_USER_PIN_LOCKED ? kKmCardBlocked : kKmOk;
+}
+
+KeyManagerResult TokenSession::announce() {
+    const KeyManagerResult known = recognise();
+    if (known != kKmOk || announced_) return known;
+    const P11TokenInfo& now = token_.info;
     if ((now.flags & CKF_USER_PIN_FINAL_TRY) && !context_.tokenNotice(TokenNotice::FinalTry, now.label))
         return kKmCancelled;
     const bool few = (now.flags & CKF_USER_PIN_COUNT_LOW) && !(now.flags & CKF_USER_PIN_FINAL_TRY);
@@ -162,27 +169,39 @@ KeyManagerResult TokenSession::announce() {
     return kKmOk;
 }
 
+KeyManagerResult TokenSession::prepareLogin() {
+    const bool open = token_.device.hasSession() && !token_.device.isSessionGone();
+    if (open && loggedIn_) return kKmOk;
+    const KeyManagerResult may = announce();
+    return may == kKmOk && !hasPinPad() ? askPin() : may;
+}
+
+KeyManagerResult TokenSession::askPin() {
+    const PinResult answer = context_.getPIN(use_.pin, pin_, &pinFromCache_);
+    if (answer == kPinWrong) return kKmWrongPassword;
+    if (answer != kPinOk) return withoutPin(use_.pin);
+    return fits(pin_) && !(pinFromCache_ && wasRefused(pin_)) ? kKmOk : kKmWrongPassword;
+}
+
 KeyManagerResult TokenSession::login() {
-    if (const KeyManagerResult may = announce(); may != kKmOk) return may;
     announced_ = false;
+    // The token may have been exchanged while the user typed.
+    if (const KeyManagerResult known = recognise(); known != kKmOk) return known;
     if (!hasPinPad()) return loginTyped();
     static_cast<void>(context_.tokenNotice(TokenNotice::PinOnReader, token_.info.label));
     return resultOf(token_.device.login(nullptr, 0, CKU_USER, true));
 }
 
 KeyManagerResult TokenSession::loginTyped() {
-    SecretText pin;
-    bool fromCache = false;
-    const PinResult answer = context_.getPIN(use_.pin, pin, &fromCache);
-    if (answer == kPinWrong) return kKmWrongPassword;
-    if (answer != kPinOk) return withoutPin(use_.pin);
-    const P11TokenInfo& info = token_.info;
-    if (pin.size() < info.minPin || (info.maxPin > 0 && pin.size() > info.maxPin)) return kKmWrongPassword;
-    if (fromCache && wasRefused(pin)) return kKmWrongPassword;
+    const SecretText pin = std::move(pin_);
     const KeyManagerResult result = resultOf(token_.device.login(pin.c_str(), pin.size(), CKU_USER, false));
     if (result == kKmWrongPassword) noteRefused(pin);
     if (result == kKmOk) refused_.reset();
     return result;
+}
+
+bool TokenSession::fits(const SecretText& pin) const {
+    return pin.size() >= info().minPin && (info().maxPin == 0 || pin.size() <= info().maxPin);
 }
 
 Bytes TokenSession::digestOf(const SecretArray<16>& salt, const SecretText& pin) {
@@ -203,8 +222,7 @@ void TokenSession::noteRefused(const SecretText& pin) {
 }
 
 KeyManagerResult TokenSession::changePin(const SecretText& oldPin, const SecretText& newPin) {
-    const bool fits = newPin.size() >= info().minPin && (info().maxPin == 0 || newPin.size() <= info().maxPin);
-    if (!hasPinPad() && !fits) return kKmWrongPassword;
+    if (!hasPinPad() && !fits(newPin)) return kKmWrongPassword;
     return run([&](PKCS11Device& device) { return resultOf(device.changePIN(oldPin, newPin, hasPinPad())); });
 }
 

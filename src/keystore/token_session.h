@@ -89,6 +89,9 @@ class TokenSession {
   private:
     [[nodiscard]] KeyManagerResult perform(const Work& work, bool loggedIn);
     [[nodiscard]] KeyManagerResult enter(bool loggedIn);
+    [[nodiscard]] KeyManagerResult recognise();
+    [[nodiscard]] KeyManagerResult prepareLogin();
+    [[nodiscard]] KeyManagerResult askPin();
     [[nodiscard]] KeyManagerResult login();
     [[nodiscard]] KeyManagerResult loginTyped();
     [[nodiscard]] KeyManagerResult findAgain();
@@ -100,6 +103,8 @@ class TokenSession {
         SecretArray<16> salt;
         Bytes digest;
     };
+    /// Whether the token takes PINs of that length.
+    [[nodiscard]] bool fits(const SecretText& pin) const;
     [[nodiscard]] static Bytes digestOf(const SecretArray<16>& salt, const SecretText& pin);
     [[nodiscard]] bool wasRefused(const SecretText& pin) const;
     void noteRefused(const SecretText& pin);
@@ -109,6 +114,8 @@ class TokenSession {
     TokenUse use_;
     std::map<std::pair<CK_MECHANISM_TYPE, CK_FLAGS>, bool> offers_;
     std::optional<Refused> refused_;
+    SecretText pin_;  // for the log-in that follows
+    bool pinFromCache_ = false;
     unsigned generation_ = 0;
     int together_ = 0;
     bool loggedIn_ = false;

@@ -204,6 +204,28 @@ class Lists(Case):
                 self.assertEqual(done.stdout.decode().rstrip("\n"), name, (shell, done.stderr))
 
 
+class Tokens(Case):
+    MODULE = "/usr/lib/softhsm/libsofthsm2.so"
+
+    def test_a_card_takes_a_key_a_setting_and_another_pin(self):
+        pathlib.Path(self.home, "tokens").mkdir()
+        conf = pathlib.Path(self.home, "softhsm2.conf")
+        conf.write_text(f"directories.tokendir = {self.home}/tokens\n")
+        self.env |= {"SOFTHSM2_CONF": str(conf), "CRV_PROFILE": "K", "P": "1234", "N": "98765", "W": "4321"}
+        subprocess.run("softhsm2-util --init-token --free --label k --so-pin 12345678 --pin 1234", shell=True, check=True,
+                       env=self.env, capture_output=True)
+        self.run_it("profile", "create", "K", "--type", "token", "--pkcs11-library", self.MODULE)
+        pin, request = ["--pin-env", "P"], self.home + "/req.pem"
+        self.assertEqual(self.answer("key", "list", "--non-interactive", status=4)["fault"], "secret-missing")
+        self.assertEqual(self.answer("key", "list", "--pin-env", "W", status=4)["name"], "ECRV_PASSWORD")
+        self.answer("key", "generate", "--use", "both", "--request", request, *pin)
+        subprocess.run(["openssl", "req", "-in", request, "-verify", "-noout"], check=True, capture_output=True)
+        self.assertEqual([k["use"] for k in self.answer("key", "list", *pin)["result"]["items"]], ["both"])
+        self.answer("setting", "set", "connect-timeout", "77", *pin)
+        self.answer("store", "passwd", *pin, "--new-password-env", "N")
+        self.assertEqual(self.answer("setting", "get", "connect-timeout", "--pin-env", "N")["result"]["value"], 77)
+
+
 class Stores(Case):
     """What needs keys and a database; they are made once, by the road of the manual."""
     KEYS = ("--password-file", "password")

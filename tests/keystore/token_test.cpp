@@ -258,6 +258,21 @@ TEST_F(TokenTest, PinsAreSentOnceAndOnlyWhenTheTokenTakesThem) {
     EXPECT_EQ(hsm.calls("C_Login"), 2) << "a PIN that was refused is not sent again";
 }
 
+TEST_F(TokenTest, ASafeProfileIsLoggedInToWhenItHasTo) {
+    prepare("Profil bezpieczny");
+    TokenStore store({}, nullptr);
+    hsm.script("");
+    ASSERT_EQ(store.login(), kKmOk);
+    EXPECT_TRUE(store.keys.signingKey()) << "by its public half";
+    EXPECT_EQ(store.sign(), kKmCancelled);
+    EXPECT_EQ(hsm.calls("C_Login"), 0);
+    store.context.pins[PinSlot::SigningToken] = SecretText(SoftHsm::kPin);
+    EXPECT_EQ(store.save(3), kKmOk);
+    EXPECT_EQ(hsm.calls("C_Login"), 1);
+    store.context.configuration().editRecord().setIntOpt(46, 1);
+    EXPECT_EQ(store.login(), kKmOk);
+}
+
 TEST_F(TokenTest, AKeyThatWantsItsPinEachTimeGetsIt) {
     hsm.initToken(kCard);
     hsm.generateKey(kCard, "rsa:2048", "01", "--usage-sign --always-auth");
