@@ -1,3 +1,4 @@
+// crvctl: from the command line to the exit status.
 #include <unistd.h>
 
 #include <csignal>

@@ -1,3 +1,4 @@
+// The verbs of profiles: making, copying, showing, changing and checking them.
 #include <algorithm>
 
 #include "crvctl/verbs.h"

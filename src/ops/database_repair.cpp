@@ -1,3 +1,4 @@
+// Repair of what "crvdb check" finds, table by table.
 #include "ops/database_files.h"
 
 #include <string>
