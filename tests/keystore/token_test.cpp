@@ -129,6 +129,7 @@ TEST_F(TokenTest, EveryMechanismSignsAndDecrypts) {
     } rows[] = {
         {"karta", "", KeyScheme::Rsa, KcHashAlgo::Sha3256, true},
         {"karta", "0x1", KeyScheme::Rsa, KcHashAlgo::Sha512, true},
+        {"karta", "0x9", KeyScheme::Rsa, KcHashAlgo::Sha1, true},
         {"karta", "0x1", KeyScheme::Rsa, KcHashAlgo::Sha3256, false},
         {"karta", "", KeyScheme::RsaPss, KcHashAlgo::Sha256, true},
         {"karta", "0xd", KeyScheme::RsaPss, KcHashAlgo::Sha384, true},
