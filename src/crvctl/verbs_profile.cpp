@@ -47,7 +47,8 @@ void showRecord(Run& run, const CrvProfile& profile, ProfileMedia media) {
         if (field.isNumber) {
             if (profile.getAttr(field.attribute, number) == kAttrOk) run.out.field(field.name, number);
         } else if (profile.getAttr(field.attribute, text) == kAttrOk && !text.empty()) {
-            run.out.field(field.name, text);
+            // Labels of tokens are padded.
+            run.out.field(field.name, text.substr(0, text.find_last_not_of(' ') + 1));
         }
     }
     run.out.field("servers", profile.servers().size());

@@ -214,7 +214,8 @@ class Tokens(Case):
         self.env |= {"SOFTHSM2_CONF": str(conf), "CRV_PROFILE": "K", "P": "1234", "N": "98765", "W": "4321"}
         subprocess.run("softhsm2-util --init-token --free --label k --so-pin 12345678 --pin 1234", shell=True, check=True,
                        env=self.env, capture_output=True)
-        self.run_it("profile", "create", "K", "--type", "token", "--pkcs11-library", self.MODULE)
+        self.run_it("profile", "create", "K", "--type", "token", "--pkcs11-library", self.MODULE, "--signing-token", "k",
+                    "--keep-session-open", "1")
         pin, request = ["--pin-env", "P"], self.home + "/req.pem"
         self.assertEqual(self.answer("key", "list", "--non-interactive", status=4)["fault"], "secret-missing")
         self.assertEqual(self.answer("key", "list", "--pin-env", "W", status=4)["name"], "ECRV_PASSWORD")
