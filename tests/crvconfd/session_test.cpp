@@ -375,7 +375,9 @@ TEST_F(DataBaseScreen, ARevokedCertificateIsShownAsSuchEverywhere) {
     play({{"1/1", "w"}, {"9) Rozszerzone", "w"}, {"(nieznany)", "3"}});
     answer("4", "~/ca/ca.crl", "Lista CRL poprawnie wczytana");
     answer("3", "~/user.crt", "Wczytano 1");
-    play({{"6) Usuń", "1"}, {" unieważniony", "d"}, {"UNIEWAŻNIONY ", "w"}, {"Koniec", "w"}, {"6) Usuń", "w"}});
+    play({{"6) Usuń", "1"}, {" unieważniony", "d"}, {"UNIEWAŻNIONY ", ""}});
+    EXPECT_FALSE(screen->shows("unspecified")) << "no reason is given";
+    play({{"UNIEWAŻNIONY ", "w"}, {"Koniec", "w"}, {"6) Usuń", "w"}});
     play({{"(unieważniony)", ""}});
 }
 

@@ -131,7 +131,9 @@ void addState(std::vector<std::string>& lines, const CertificateState& state) {
     const CrtStatus& status = state.status;
     std::string text = "nieunieważniony";
     if (status.state == CrtStatus::State::Revoked) {
-        text = "UNIEWAŻNIONY " + timeLine(Time(status.revokedAt)) + ", przyczyna: " + crlReasonName(status.reason);
+        text = "UNIEWAŻNIONY " + timeLine(Time(status.revokedAt));
+        if (status.reason != CrlReason::Unspecified)  // what an entry without a reason means (RFC 5280 5.3.1)
+            text += std::string(", przyczyna: ") + crlReasonName(status.reason);
     } else if (state.isTrustPoint()) {
         text = "nie dotyczy";
     } else if (status.state != CrtStatus::State::Good) {

@@ -54,7 +54,7 @@ std::string statusText(const PathStep& step) {
     std::string text;
     for (const StateText& row : kStates)
         if (row.state == step.status.state) text = row.text;
-    if (step.status.state == CrtStatus::State::Revoked)
+    if (step.status.state == CrtStatus::State::Revoked && step.status.reason != CrlReason::Unspecified)
         text += std::string(" (") + crlReasonName(step.status.reason) + ")";
     if (*step.status.clause) text += std::string(", RFC 5280 ") + step.status.clause;
     return text + sourceText(step.status.source);
