@@ -85,34 +85,37 @@ OSSL_DISPATCH entry(int id, Function* function) {
     return {id, reinterpret_cast<void (*)()>(function)};
 }
 
-const OSSL_DISPATCH kRandFunctions[] = {
-    entry(OSSL_FUNC_RAND_NEWCTX, newGenerator),
-    entry(OSSL_FUNC_RAND_FREECTX, freeGenerator),
-    entry(OSSL_FUNC_RAND_INSTANTIATE, instantiate),
-    entry(OSSL_FUNC_RAND_UNINSTANTIATE, uninstantiate),
-    entry(OSSL_FUNC_RAND_GENERATE, generateOctets),
-    entry(OSSL_FUNC_RAND_RESEED, reseed),
-    entry(OSSL_FUNC_RAND_ENABLE_LOCKING, enableLocking),
-    entry(OSSL_FUNC_RAND_LOCK, lock),
-    entry(OSSL_FUNC_RAND_UNLOCK, unlock),
-    entry(OSSL_FUNC_RAND_GETTABLE_CTX_PARAMS, gettableParams),
-    entry(OSSL_FUNC_RAND_GET_CTX_PARAMS, getParams),
-    {0, nullptr},
-};
+// The tables are made when they are asked for: a program may use a context before its main begins.
 
-const OSSL_ALGORITHM kProviderAlgorithms[] = {
-    {kGenerator, "provider=corvane", kRandFunctions, "generator of the key store"},
-    {nullptr, nullptr, nullptr, nullptr}};
-
-const OSSL_ALGORITHM* queryOperation(void*, int operation, int* noCache) {
-    *noCache = 0;
-    return operation == OSSL_OP_RAND ? kProviderAlgorithms : nullptr;
+const OSSL_DISPATCH* randFunctions() {
+    static const OSSL_DISPATCH functions[] = {
+        entry(OSSL_FUNC_RAND_NEWCTX, newGenerator),
+        entry(OSSL_FUNC_RAND_FREECTX, freeGenerator),
+        entry(OSSL_FUNC_RAND_INSTANTIATE, instantiate),
+        entry(OSSL_FUNC_RAND_UNINSTANTIATE, uninstantiate),
+        entry(OSSL_FUNC_RAND_GENERATE, generateOctets),
+        entry(OSSL_FUNC_RAND_RESEED, reseed),
+        entry(OSSL_FUNC_RAND_ENABLE_LOCKING, enableLocking),
+        entry(OSSL_FUNC_RAND_LOCK, lock),
+        entry(OSSL_FUNC_RAND_UNLOCK, unlock),
+        entry(OSSL_FUNC_RAND_GETTABLE_CTX_PARAMS, gettableParams),
+        entry(OSSL_FUNC_RAND_GET_CTX_PARAMS, getParams),
+        {0, nullptr},
+    };
+    return functions;
 }
 
-const OSSL_DISPATCH kProviderFunctions[] = {entry(OSSL_FUNC_PROVIDER_QUERY_OPERATION, queryOperation), {0, nullptr}};
+const OSSL_ALGORITHM* queryOperation(void*, int operation, int* noCache) {
+    static const OSSL_ALGORITHM algorithms[] = {
+        {kGenerator, "provider=corvane", randFunctions(), "generator of the key store"},
+        {nullptr, nullptr, nullptr, nullptr}};
+    *noCache = 0;
+    return operation == OSSL_OP_RAND ? algorithms : nullptr;
+}
 
 int initProvider(const OSSL_CORE_HANDLE* handle, const OSSL_DISPATCH*, const OSSL_DISPATCH** out, void** context) {
-    *out = kProviderFunctions;
+    static const OSSL_DISPATCH functions[] = {entry(OSSL_FUNC_PROVIDER_QUERY_OPERATION, queryOperation), {0, nullptr}};
+    *out = functions;
     *context = const_cast<OSSL_CORE_HANDLE*>(handle);  // must not be null; nothing reads it
     return 1;
 }
