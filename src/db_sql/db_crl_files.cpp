@@ -132,6 +132,7 @@ void CrlFileGuard::write(long n, ByteView index, ByteView crl) {
     storeIndex(index);
     writeFile(crlPath(n), crl);
     writeTag(n, crl);
+    keepBackup();
 }
 
 /// The files go first: a row without its file is dropped by whoever mends, a file without its row is taken up again.
@@ -140,6 +141,7 @@ void CrlFileGuard::erase(long n, ByteView index) {
     fileOps().unlink(crlPath(n));
     fileOps().unlink(tagPath(n));
     storeIndex(index);
+    keepBackup();
 }
 
 void CrlFileGuard::writeTag(long n, ByteView crl) {
@@ -148,8 +150,10 @@ void CrlFileGuard::writeTag(long n, ByteView crl) {
 
 void CrlFileGuard::keepBackup() {
     for (const std::string_view name : {kCrlIndexFileName, kCrlIndexTagName}) {
-        const std::string path = pathOf(name);
-        if (fileExists(path)) writeFile(backupOf(path), readFile(path));
+        const std::string path = pathOf(name), copy = backupOf(path);
+        if (!fileExists(path)) continue;
+        const Bytes content = readFile(path);
+        if (!fileExists(copy) || readFile(copy) != content) writeFile(copy, content);
     }
 }
 

@@ -24,8 +24,8 @@ enum class Integrity {
 /// Writes and reads "crl_idx.asn" and the numbered CRL files of one directory. The caller holds the exclusive lock to
 /// write, with its mark set, and the shared one to read.
 ///
-/// Before a change the index and its tag are copied to ".bak" files, which stay until the next change. What they say
-/// of a CRL counts when the file is still that CRL.
+/// The index and its tag stand in ".bak" files, too, which are made to agree before a change and again after it: only
+/// the index knows which CRLs verified. What either says of a CRL counts when the file is still that CRL.
 class CrlFileGuard {
   public:
     explicit CrlFileGuard(std::string directory) : directory_(std::move(directory)) {}

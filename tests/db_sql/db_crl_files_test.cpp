@@ -97,9 +97,9 @@ TEST_F(CrlFiles, WritesEachWithItsTag) {
     EXPECT_EQ(guard.checkCrl(2), Integrity::Sound);
     EXPECT_EQ(guard.readCrl(1), a);
     EXPECT_EQ(guard.checkIndex(), Integrity::Sound);
-    CrlIndex former;
-    EXPECT_TRUE(parseCrlIndex(toBytes(asBytes(test::readFile(file("crl_idx.asn.bak")))), former));
-    EXPECT_EQ(former.size(), 1U);
+    CrlIndex copy;
+    EXPECT_TRUE(parseCrlIndex(toBytes(asBytes(test::readFile(file("crl_idx.asn.bak")))), copy));
+    EXPECT_EQ(copy.size(), 2U);
     EXPECT_FALSE(std::filesystem::exists(file("crl_rollback_log.txt")));
     EXPECT_EQ(test::readFile(file("db.lck")).substr(0, 8), "CRVMARK0");
 }
@@ -130,10 +130,17 @@ TEST_F(CrlFiles, DamageIsToldOnceAndCostsTheDamagedListOnly) {
     }
 }
 
-TEST_F(CrlFiles, AReaderTakesADamagedIndexBack) {
-    test::writeFile(file("crl_idx.asn"), test::readFile(file("crl_idx.asn")) + "x");
-    EXPECT_EQ(stored(), (std::vector{a, b}));
-    EXPECT_EQ(guard.checkIndex(), Integrity::Sound);
+TEST_F(CrlFiles, ADamagedIndexIsTakenBackAndForgetsNoVerifiedList) {
+    const Bytes forged = crlOf("B", 65535);
+    const std::string index = test::readFile(file("crl_idx.asn"));
+    for (const std::string& damaged : {index + "x", index.substr(0, 9), index.substr(0, index.size() - 1) + "x"}) {
+        begin();
+        test::writeFile(file("crl_idx.asn"), damaged);
+        EXPECT_EQ(stored(), (std::vector{a, b}));
+        EXPECT_EQ(guard.checkIndex(), Integrity::Sound);
+        EXPECT_EQ(insert(forged, false), "stored");
+        EXPECT_EQ(stored(), (std::vector{a, b, forged})) << "no list takes the place of one that verified";
+    }
 }
 
 TEST_F(CrlFiles, AListThatDidNotVerifyNeverReplacesOneThatDid) {
