@@ -95,7 +95,8 @@ class IndexMaker {
     bool headIsWrong(const DataScan& scan, bool& done) {
         RecordHead head = scan.head();
         const bool uneven = knowledge_.bodiesFill && head.length != head.capacity;
-        if (!uneven && head.flag == (head.deleted ? 1 : 0)) return false;
+        const bool live = scan.deleted() && knowledge_.isLive && knowledge_.isLive(scan.recNo(), scan.body());
+        if (!uneven && !live && head.flag == (head.deleted ? 1 : 0)) return false;
         // One octet is damaged, not two: the number that leads to a record is the right one.
         const int64_t after = scan.recNo() + data_.recordSize(head.length);
         if (uneven) {
@@ -103,14 +104,14 @@ class IndexMaker {
             const bool byLength = after == data_.length() || headAt(data_, after, next);
             (byLength ? head.capacity : head.length) = byLength ? head.length : head.capacity;
         }
-        head.deleted = (head.flag & 1) != 0;
+        head.deleted = (head.flag & 1) != 0 && !live;
         done = restore(scan.recNo(), head);
         return true;
     }
 
     /// What was made from the body counts more than what stands in the slots.
     bool rightKeys(const DataScan& scan) {
-        if (!knowledge_.keysOf || !knowledge_.keysOf(scan.body(), made_)) return true;
+        if (!knowledge_.keysOf || !knowledge_.keysOf(scan.recNo(), scan.body(), made_)) return true;
         if (std::ranges::equal(made_, keys_, {}, [](const std::string& key) { return keyText(key); })) return true;
         Bytes slots(static_cast<size_t>(data_.keyOctets()));
         auto to = slots.begin();

@@ -24,7 +24,9 @@ struct TableKnowledge {
     /// Bodies never changed their length, so one that differs from the capacity is a damage.
     bool bodiesFill = false;
     /// Makes the keys of a record from its body; false when that cannot be done. Null: nobody can.
-    std::function<bool(ByteView body, std::vector<std::string>& keys)> keysOf;
+    std::function<bool(int64_t recNo, ByteView body, std::vector<std::string>& keys)> keysOf;
+    /// Whether a record that is marked as deleted never was. Null: each was.
+    std::function<bool(int64_t recNo, ByteView body)> isLive;
 };
 
 /// Damaged places of a data file.

@@ -47,9 +47,9 @@ void dropDangling(CrtTableSet& tables, const std::string& directory) {
     }
 }
 
-size_t dropWrong(CrtTableSet& tables) {
+size_t dropWrong(CrtTableSet& tables, const StoredHashes& stored) {
     size_t dropped = 0;
-    SideJudge judge(tables[CrtTableSet::kCrt].dataFile());
+    SideJudge judge(tables[CrtTableSet::kCrt].dataFile(), stored);
     for (const Tb side : CrtTableSet::kSides) {
         std::vector<int64_t> wrong;
         scanLive(tables[side].dataFile(), [&](const DataScan& record) {
@@ -80,14 +80,16 @@ void scanSide(CrtTableSet& tables, Tb side, const std::vector<int64_t>& ids, con
 }
 
 /// A certificate that cannot be parsed stays, found by what is stored of it. `present`: its side records, none of which
-/// stands twice; looking for each would take most of the time of mending.
-void completeCrt(CrtTableSet& tables, int64_t id, size_t present = 0) {
+/// stands twice; looking for each would take most of the time of mending. A damaged one keeps those that it was stored
+/// with.
+void completeCrt(CrtTableSet& tables, int64_t id, size_t present = 0, const StoredHashes& stored = {}) {
     Bytes der;
     CrtRecord record;
     if (!tables.readCrt(id, der)) return;
     if (makeCrtRecord(der, record)) {
         const size_t wanted = record.dnFlds.size() + (record.isCa ? 1 : 0) + 1;
-        if (present != wanted) tables.completeSide(id, record);
+        const bool damaged = stored.compare(id, record.crtHash) == StoredHashes::Answer::Other;
+        if (present != wanted && !damaged) tables.completeSide(id, record);
     } else {
         logLine(LogLevel::Warning, "certificate that cannot be read, record " + std::to_string(id));
     }
@@ -179,10 +181,11 @@ class Compaction {
 }  // namespace
 
 bool SideJudge::load(int64_t id) {
-    if (id == id_) return readable_;
+    if (id == id_) return intact_;
     id_ = id;
-    readable_ = certificates_->data(id, stored_, false) == kDbOk && makeCrtRecord(stored_.body, record_);
-    return readable_;
+    intact_ = certificates_->data(id, row_, false) == kDbOk && makeCrtRecord(row_.body, record_) &&
+              stored_->compare(id, record_.crtHash) != StoredHashes::Answer::Other;
+    return intact_;
 }
 
 bool SideJudge::isWrong(const TableLayout& side, const DataScan& record) {
@@ -201,13 +204,15 @@ size_t mendSideRecords(const std::string& directory, SideMend extent,
     CrtTableSet tables(directory);
     const std::vector<int64_t> ids = openAll(tables);
     // After a crash those without a certificate are gone already.
-    if (extent == SideMend::Everything) dropDangling(tables, directory);
-    const size_t dropped = extent == SideMend::Everything ? dropWrong(tables) : 0;
+    const bool everything = extent == SideMend::Everything;
+    if (everything) dropDangling(tables, directory);
+    const StoredHashes stored = everything ? StoredHashes(directory) : StoredHashes();
+    const size_t dropped = everything ? dropWrong(tables, stored) : 0;
     std::vector<uint32_t> present(ids.size());
     for (const Tb side : CrtTableSet::kSides) scanSide(tables, side, ids, [&](size_t at) { ++present[at]; });
     for (size_t i = 0; i < ids.size(); ++i) {
         if (progress && i % kProgressStep == 0) progress(static_cast<int>(100 * i / ids.size()));
-        completeCrt(tables, ids[i], present[i]);
+        completeCrt(tables, ids[i], present[i], stored);
     }
     tables.finishChange(true);
     return dropped;

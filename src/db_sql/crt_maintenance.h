@@ -8,12 +8,13 @@
 #include "db/db_lock.h"
 #include "db_sql/crt_store.h"
 #include "db_sql/db_layout.h"
+#include "db_sql/stored_hashes.h"
 
 namespace crv {
 
 enum class SideMend {
     Missing,    ///< after a crash: makes missing records from the certificates
-    Everything  ///< a repair: drops also those that their certificate does not have
+    Everything  ///< a repair: drops also those that their certificate does not have; a damaged one keeps what it has
 };
 
 /// When each table is sound in itself: drops side records without a certificate and makes missing ones. The caller
@@ -24,9 +25,9 @@ size_t mendSideRecords(const std::string& directory, SideMend extent,
 /// Compares a side record with its certificate.
 class SideJudge {
   public:
-    explicit SideJudge(DataFile& certificates) : certificates_(&certificates) {}
+    SideJudge(DataFile& certificates, const StoredHashes& stored) : certificates_(&certificates), stored_(&stored) {}
 
-    /// Whether the certificate is there, can be parsed, and would not be stored with this record. Records of one
+    /// Whether the certificate is there as it was stored, and would not be stored with this record. Records of one
     /// certificate after another cost one look at it.
     [[nodiscard]] bool isWrong(const TableLayout& side, const DataScan& record);
 
@@ -34,9 +35,10 @@ class SideJudge {
     [[nodiscard]] bool load(int64_t id);
 
     DataFile* certificates_;
+    const StoredHashes* stored_;
     int64_t id_ = 0;
-    bool readable_ = false;
-    TableRecord stored_;
+    bool intact_ = false;
+    TableRecord row_;
     CrtRecord record_;
 };
 

@@ -36,18 +36,6 @@ std::string escaped(std::string_view text) {
     return out;
 }
 
-/// Ids of the certificates that the table of additional identifiers names, with the hashes that stand there.
-std::map<int64_t, std::string> namedCertificates(const std::string& path) {
-    std::map<int64_t, std::string> hashes;
-    DataFile data;
-    if (data.open(path) != kDbOk) return hashes;
-    DataScan scan(data);
-    while (scan.next() == DataScan::Result::Record) {
-        if (!scan.deleted()) hashes[recNoDecode(scan.key(kAddByRecId)).value_or(0)] = scan.key(kAddByCrtHash);
-    }
-    return hashes;
-}
-
 bool hasOwnKeys(const DataScan& scan) {
     CrtRecord record;
     if (!makeCrtRecord(scan.body(), record)) return true;  // nobody knows what its keys were
@@ -147,35 +135,35 @@ void DatabaseFiles::checkReferences(DbFindings& findings) const {
             findings.add(std::string(layout->file), "record without its certificate at " + std::to_string(recNo));
         }
     }
-    checkCertificates(findings);
-    checkSides(findings);
+    DataFile certificates;
+    const StoredHashes stored(db_.directory());
+    if (certificates.open(db_.pathOf(crtTb.file) + kDataExtension) != kDbOk) return;
+    checkCertificates(certificates, stored, findings);
+    checkSides(certificates, stored, findings);
 }
 
-void DatabaseFiles::checkCertificates(DbFindings& findings) const {
-    const auto named = namedCertificates(db_.pathOf(addIdxTb.file) + kDataExtension);
-    DataFile data;
-    if (data.open(db_.pathOf(crtTb.file) + kDataExtension) != kDbOk) return;
-    DataScan scan(data);
+void DatabaseFiles::checkCertificates(DataFile& certificates, const StoredHashes& stored, DbFindings& findings) {
+    DataScan scan(certificates);
     while (scan.next() == DataScan::Result::Record) {
         stopIfEnding();
         if (scan.deleted()) continue;
         const std::string at = " at " + std::to_string(scan.recNo());
-        const auto hash = named.find(scan.recNo());
-        if (hash == named.end()) {
+        const auto answer = stored.compare(scan.recNo(), crtHash(scan.body()));
+        if (answer == StoredHashes::Answer::Unknown) {
             findings.add(std::string(addIdxTb.file), "no record of the certificate" + at);
-        } else if (hash->second != keyText(asText(crtHash(scan.body())))) {
-            findings.add(std::string(crtTb.file), "not the certificate that was stored" + at);
+        } else if (answer == StoredHashes::Answer::Other) {
+            findings.add(std::string(crtTb.file), "not the certificate that was stored" + at +
+                                                      ", delete it and import it again: SHA-256 " +
+                                                      toHex(hashOf(KcHashAlgo::Sha256, scan.body())));
         } else if (!hasOwnKeys(scan)) {
             findings.add(std::string(crtTb.file), "keys of another certificate" + at);
         }
     }
 }
 
-void DatabaseFiles::checkSides(DbFindings& findings) const {
-    DataFile certificates;
-    if (certificates.open(db_.pathOf(crtTb.file) + kDataExtension) != kDbOk) return;
-    SideJudge judge(certificates);
-    for (const TableLayout* layout : {&dnTb, &caTb}) {
+void DatabaseFiles::checkSides(DataFile& certificates, const StoredHashes& stored, DbFindings& findings) const {
+    SideJudge judge(certificates, stored);
+    for (const TableLayout* layout : kSideTables) {
         DataFile data;
         if (data.open(db_.pathOf(layout->file) + kDataExtension) != kDbOk) continue;
         DataScan scan(data);

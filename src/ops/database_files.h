@@ -16,6 +16,7 @@ namespace crv {
 
 class CrvProfile;
 class DbFindings;
+class StoredHashes;
 
 /// Hears of a file, or of all of one ending, what was found or done.
 using DbTell = std::function<void(const std::string& where, const std::string& what)>;
@@ -53,8 +54,8 @@ class DatabaseFiles {
     void checkFiles(DbFindings& findings) const;
     void checkTables(DbFindings& findings) const;
     void checkReferences(DbFindings& findings) const;
-    void checkCertificates(DbFindings& findings) const;
-    void checkSides(DbFindings& findings) const;
+    static void checkCertificates(DataFile& certificates, const StoredHashes& stored, DbFindings& findings);
+    void checkSides(DataFile& certificates, const StoredHashes& stored, DbFindings& findings) const;
     void checkCrls(DbFindings& findings) const;
 
     DbCrv db_;

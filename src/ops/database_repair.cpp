@@ -1,6 +1,7 @@
 // Repair of what "crvdb check" finds, table by table.
 #include "ops/database_files.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,7 @@ class Repair {
         const TimedLock lock(db_.createSemaforeName(), mode_);
         // A swap cut off is finished first; everything else is what the repair does anyway.
         db_.lock().setMender([this](DbMark mark, const std::vector<std::string>& names) {
+            cutOff_ = true;
             return mark != DbMark::Swapping || db_.mend(mark, names);
         });
         const DbGuard guard(db_.lock(), kExclusiveLock);
@@ -59,10 +61,11 @@ class Repair {
 
     void repairTables() {
         std::vector<std::string> remade;
+        const StoredHashes stored(db_.directory());
         for (const TableLayout* layout : kAllTables) {
             stopIfAsked();
             if (layout == &netCertTimeTb && !fileExists(db_.pathOf(layout->file) + kDataExtension)) continue;
-            if (remake(*layout)) remade.emplace_back(layout->file);
+            if (remake(*layout, stored)) remade.emplace_back(layout->file);
         }
         if (!db_.lock().setMark(DbMark::Swapping, remade)) return fail(kLockFileName, "cannot be written");
         for (const std::string& name : remade) {
@@ -80,17 +83,27 @@ class Repair {
             fileOps().rename(data, data + std::string(kBackupExtension));
     }
 
-    /// The keys of a certificate's record as they would be stored now.
-    static bool keysOfCertificate(ByteView der, std::vector<std::string>& keys) {
+    /// The keys of a certificate's record as they would be stored now, unless it is damaged itself.
+    static bool keysOfCertificate(const StoredHashes& stored, int64_t id, ByteView der,
+                                  std::vector<std::string>& keys) {
         CrtRecord record;
-        if (!makeCrtRecord(der, record)) return false;
+        if (!makeCrtRecord(der, record) || stored.compare(id, record.crtHash) == StoredHashes::Answer::Other)
+            return false;
         const auto made = crtTbKeys(record);
         keys.assign(made.begin(), made.end());
         return true;
     }
 
+    /// A deletion marks the certificate first and its SHA-1 last, so only one that was cut off leaves the SHA-1.
+    [[nodiscard]] TableKnowledge knowledgeOf(const TableLayout& layout, const StoredHashes& stored) const {
+        if (&layout != &crtTb) return {true, {}, {}};
+        return {true, std::bind_front(keysOfCertificate, std::cref(stored)), [&](int64_t id, ByteView der) {
+                    return !cutOff_ && stored.compare(id, crtHash(der)) == StoredHashes::Answer::Same;
+                }};
+    }
+
     /// Makes new files beside the old ones; false when there is nothing to swap.
-    bool remake(const TableLayout& layout) {
+    bool remake(const TableLayout& layout, const StoredHashes& stored) {
         const std::string name = db_.pathOf(layout.file);
         if (!fileExists(name + kDataExtension)) {
             DataBase empty;
@@ -104,9 +117,7 @@ class Repair {
         restoreHeader(layout, name + kDataExtension);
         fileOps().unlink(name + kDataExtension + std::string(kBackupExtension));
         Salvaged found;
-        TableKnowledge knowledge{true, {}};
-        if (&layout == &crtTb) knowledge.keysOf = keysOfCertificate;
-        if (!remakeIndexes(name, MendExtent::Salvage, found, std::move(knowledge))) {
+        if (!remakeIndexes(name, MendExtent::Salvage, found, knowledgeOf(layout, stored))) {
             fail(layout.file, "cannot be repaired");
             return false;
         }
@@ -163,6 +174,7 @@ class Repair {
     OpMode mode_;
     const DbTell& tell_;
     bool ok_ = true;
+    bool cutOff_ = false;  // the mark of a writer that died was found
 };
 
 }  // namespace

@@ -236,11 +236,14 @@ TEST_F(CrtCrash, ADamagedBitCostsARepairNoCertificate) {
     CrtItemList all;
     ASSERT_TRUE(Base(path).manager.readForward(0, 40, all));
     const auto third = static_cast<size_t>(all[2].id), last = static_cast<size_t>(all[39].id);
+    const size_t body = third + 32 + 41 + 129 + 41, name = asText(all[2].der).find("Firma");
     struct Row {
         const char* what;
         const char* table;
         size_t octet;
         int bit;
+        int left = 0;  // status of the repair
+        bool cutOff = false;
     };
     for (const Row& row : {Row{"capacity leads past others", "certific", third + 25, 4},
                            {"capacity leads past the end", "certific", third + 26, 5},
@@ -252,7 +255,12 @@ TEST_F(CrtCrash, ADamagedBitCostsARepairNoCertificate) {
                            {"mark of deletion", "certific", third + 1, 6},
                            {"key", "certific", third + 40, 1},
                            {"key of a field", "dnfld", 56 + 32 + 17 + 3, 1},
-                           {"key of the identifiers", "addidx", 56 + 32 + 17 + 3, 1}}) {
+                           {"key of the identifiers", "addidx", 56 + 32 + 17 + 3, 1},
+                           {"hash", "addidx", 56 + 32 + 17 + 41 + 3, 1},
+                           {"name", "certific", body + name, 1, 1},
+                           {"signature", "certific", body + all[2].der.size() - 1, 1, 1},
+                           {"deleted", "certific", third, 0},
+                           {"deleted by a change that was cut off", "certific", third, 0, 0, true}}) {
         SCOPED_TRACE(row.what);
         std::filesystem::remove_all(path);
         std::filesystem::copy(dir->file("good"), path);
@@ -260,12 +268,22 @@ TEST_F(CrtCrash, ADamagedBitCostsARepairNoCertificate) {
         std::string octets = test::readFile(file);
         octets[row.octet] = static_cast<char>(octets[row.octet] ^ 1 << row.bit);
         test::writeFile(file, octets);
+        if (row.cutOff) test::writeFile(path + "db.lck", "CRVMARK2\n");
+        if (row.cutOff) told[2] = kRemoved;
         int status = 0;
         static_cast<void>(shell(CRV_BIN_DIR "/crvdb check " + path, &status));
         EXPECT_EQ(status, 1) << "the check finds it";
-        static_cast<void>(shell(CRV_BIN_DIR "/crvdb repair " + path, &status));
-        EXPECT_EQ(status, 0);
-        EXPECT_TRUE(row.table != std::string("certific") || test::readFile(file + ".bak") == octets);
+        const std::string said = shell(CRV_BIN_DIR "/crvdb repair " + path, &status);
+        EXPECT_EQ(status, row.left) << said;
+        const bool replaced = row.table == std::string("certific") && row.left == 0 && !row.cutOff;
+        EXPECT_TRUE(!replaced || test::readFile(file + ".bak") == octets);
+        if (row.left != 0) {
+            EXPECT_NE(said.find("certific: not the certificate that was stored"), std::string::npos);
+            Base base(path);
+            Bytes damaged;
+            EXPECT_TRUE(base.insert(told, 2)) << "the intact one is stored beside it";
+            EXPECT_TRUE(base.manager.setCrtId(all[2].id) && base.manager.get(damaged) && base.manager.deleteCert());
+        }
         expectMended();
     }
 }
