@@ -92,7 +92,7 @@ PathOptions pathOptions(const Call& call) {
                          : revocation == "known" ? RevocationCheck::IfKnown
                                                  : RevocationCheck::Required;
     const std::string usage = call.value("usage").value_or("");
-    if (usage == "sign") options.keyUsage = 1U << KeyUsage::kDigitalSignature;
+    if (usage == "sign") options.anyKeyUsage = 1U << KeyUsage::kDigitalSignature | 1U << KeyUsage::kNonRepudiation;
     if (usage == "decrypt") options.keyUsage = 1U << KeyUsage::kKeyEncipherment;
     return options;
 }

@@ -126,7 +126,8 @@ PathVerdict CertificateManager::checkPath(const CertList& path, const PathOption
     for (const CertPtr& one : path) facts.push_back(cache_->facts(one));
     if (path.empty() || !contains(trustPoints(), *path.back()))
         return verdictOn(facts, {ECRV_CRTNOTFOUND, "6.1.1 (d)", "the path ends at no trust point"}, 0);
-    if (path.size() > options.depth) return verdictOn(facts, {ECRV_PATH_VER_ERR, "6.1", "path too long"}, 0);
+    if (path.size() > options.depth)
+        return verdictOn(facts, {ECRV_PATH_VER_ERR, "6.1", "more certificates than the depth allows"}, 0);
     const AlgorithmPolicy* policy = algorithms();
     if (!policy) return verdictOn(facts, unreadablePolicy(), 0);
     WorkBudget budget(options.limits);

@@ -50,24 +50,55 @@ bool dnsFits(std::string_view host, std::string_view base, bool excluded) {
     return excluded && host.starts_with("*.") && inDomain(base, host.substr(2), true);
 }
 
+bool isAlphanumeric(char c) {
+    return (asciiLower(c) >= 'a' && asciiLower(c) <= 'z') || (c >= '0' && c <= '9');
+}
+
+bool isScheme(std::string_view text) {
+    const auto fits = [](char c) { return isAlphanumeric(c) || c == '+' || c == '-' || c == '.'; };
+    return !text.empty() && std::ranges::all_of(text, fits);
+}
+
+/// The host of a URI; empty when it has none, or what names it is read in more than one way (RFC 3986 3.2).
 std::string_view hostOf(std::string_view uri) {
-    const size_t scheme = uri.find("://");
-    if (scheme == std::string_view::npos) return {};
-    uri.remove_prefix(scheme + 3);
-    uri = uri.substr(0, uri.find_first_of("/?#"));
-    if (const size_t at = uri.rfind('@'); at != std::string_view::npos) uri.remove_prefix(at + 1);
+    const size_t scheme = uri.find(':');
+    if (scheme == std::string_view::npos || !isScheme(uri.substr(0, scheme))) return {};
+    uri.remove_prefix(scheme);
+    if (!uri.starts_with("://")) return {};
+    uri = uri.substr(3, uri.find_first_of("/?#", 3) - 3);
+    if (std::ranges::any_of(uri, [](char c) { return c <= ' ' || c > '~' || c == '\\'; })) return {};
+    if (const size_t at = uri.find('@'); at != std::string_view::npos) uri.remove_prefix(at + 1);
     return uri.starts_with('[') ? uri : uri.substr(0, uri.find(':'));
 }
 
-/// Whether the host of a URI is a name: one without a host, or with an address in its place, cannot be judged (RFC 5280
-/// 4.2.1.10).
+/// Labels of letters, digits, hyphens and underscores; a dot may end them.
+bool isHost(std::string_view host) {
+    char last = '.';
+    for (const char c : withoutFinalDot(host)) {
+        if (c == '.' ? last == '.' : !isAlphanumeric(c) && c != '-' && c != '_') return false;
+        last = c;
+    }
+    return last != '.';
+}
+
+/// "*" stands for labels as a whole first one only.
+bool isDnsName(std::string_view name) {
+    return isHost(name.substr(name.starts_with("*.") ? 2 : 0));
+}
+
+/// An address in place of the host of a URI cannot be judged (RFC 5280 4.2.1.10).
 bool isHostName(std::string_view host) {
-    return host.find_first_not_of("0123456789.") != std::string_view::npos && host.front() != '[';
+    return isHost(host) && host.find_first_not_of("0123456789.") != std::string_view::npos;
 }
 
 bool isMailbox(std::string_view address) {
     const size_t at = address.rfind('@');
-    return at != std::string_view::npos && at > 0 && at + 1 < address.size();
+    return at != std::string_view::npos && at > 0 && isHost(address.substr(at + 1));
+}
+
+/// A host, or after a dot those below it.
+bool isDomain(std::string_view base) {
+    return isHost(base.substr(base.starts_with('.') ? 1 : 0));
 }
 
 /// Address and mask of one length, the mask all ones and then all zeros (RFC 4632).
@@ -92,9 +123,11 @@ bool addressFits(ByteView address, ByteView range) {
 bool isMalformed(Form form, std::string_view text, bool base) {
     switch (form) {
         case GeneralName::kRfc822Name:
-            return base ? text.empty() : !isMailbox(text);
+            return !isMailbox(text) && !(base && isDomain(text));
+        case GeneralName::kDnsName:
+            return base ? !text.empty() && !isDomain(text) : !isDnsName(text);
         case GeneralName::kUri:
-            return !base && !isHostName(text);
+            return base ? !isDomain(text) : !isHostName(text);
         case GeneralName::kIpAddress:
             return base ? !isRange(asBytes(text)) : text.size() != 4 && text.size() != 16;
         default:
@@ -150,7 +183,7 @@ NameConstraintsState::Match NameConstraintsState::match(const Name& name, const 
     }
 }
 
-/// The subject, the alternative names, and without these the e-mail addresses in the subject.
+/// The subject, the alternative names and the e-mail addresses in the subject, which are used like the others.
 std::vector<NameConstraintsState::Name> NameConstraintsState::namesOf(const CertificateFacts& facts) {
     std::vector<Name> names;
     GeneralName name;
@@ -159,10 +192,8 @@ std::vector<NameConstraintsState::Name> NameConstraintsState::namesOf(const Cert
         name.setName(certificate.subject());
         names.push_back(prepared(name, false));
     }
-    if (facts.alternativeNames) {
+    if (facts.alternativeNames)
         for (const GeneralName& one : *facts.alternativeNames) names.push_back(prepared(one, false));
-        return names;
-    }
     for (const std::string& email : certificate.emails()) {
         name.setText(GeneralName::kRfc822Name, email);
         names.push_back(prepared(name, false));

@@ -24,6 +24,7 @@ struct PathBuilder::Search {
     PathVerdict best{};
     bool judged = false;
     bool shortened = false;                  // collecting left something out
+    bool cut = false;                        // there are more names than are looked at
     bool hopeless = false;                   // no path can mend what is wrong with the certificate itself
     std::map<Bytes, FactsList> bySubject{};  // every certificate that may stand on a path
     std::map<Bytes, size_t> distance{};      // from a name to the nearest trust point
@@ -40,6 +41,14 @@ struct PathBuilder::Search {
         longer.push_back(next);
         return longer;
     }
+    /// Notes that the path is as long as one may be.
+    void endTooLong() {
+        PathVerdict ended =
+            verdictOn(path, {ECRV_PATH_VER_ERR, "6.1", "more certificates than the depth allows"}, path.size() - 1);
+        tell(ended);
+        if (!judged) best = std::move(ended);
+    }
+    [[nodiscard]] bool limited() const { return budget.exhausted || cut; }
     [[nodiscard]] bool over() const { return (judged && (hopeless || best.good())) || budget.exhausted; }
 };
 
@@ -55,7 +64,11 @@ PathBuilder::PathBuilder(CertificateCache& cache, const CertList& trustPoints, I
 /// trust point's name are those of trust points only.
 void PathBuilder::collect(Search& search, bool all) {
     std::vector<FactsPtr> open{search.path.front()};
-    for (size_t i = 0; i < open.size() && search.bySubject.size() < kMaxNames; ++i) {
+    for (size_t i = 0; i < open.size(); ++i) {
+        if (search.bySubject.size() >= kMaxNames) {
+            search.cut = true;
+            return;
+        }
         const FactsPtr certificate = open[i];
         if (isTrustPoint(*certificate) || search.bySubject.contains(certificate->issuer)) continue;
         FactsList& list = search.bySubject[certificate->issuer];
@@ -139,8 +152,7 @@ void PathBuilder::judge(Search& search) {
 void PathBuilder::extend(Search& search) {
     const FactsPtr last = search.path.back();
     if (isTrustPoint(*last)) return judge(search);
-    if (search.path.size() >= search.options.depth)
-        return search.tell(verdictOn(search.path, {ECRV_PATH_VER_ERR, "6.1", "path too long"}, 0));
+    if (search.path.size() >= search.options.depth) return search.endTooLong();
     for (const FactsPtr& issuer : issuersOf(search, *last)) {
         if (!search.budget.take(&WorkLimits::candidates)) return;
         if (!isTrustPoint(*issuer) && !search.distance.contains(issuer->issuer)) {
@@ -181,11 +193,14 @@ PathVerdict PathBuilder::withoutPath(Search& search, FactsList path) const {
                 misfitting = issuer;
             }
         }
-        if (!next && !misfit) break;
+        if (search.limited() || (!next && !misfit)) break;
         path.push_back(next ? next : misfitting);
         if (!next) return verdictOn(path, misfit, path.size() - 2);
     }
-    return verdictOn(path, {ECRV_CRTNOTFOUND, "6.1.1", "no path to a trust point"}, path.size() - 1);
+    return verdictOn(path,
+                     search.limited() ? PathFault{ECRV_PATH_VER_ERR, "6.1", "more work than is allowed"}
+                                      : PathFault{ECRV_CRTNOTFOUND, "6.1.1", "no path to a trust point"},
+                     path.size() - 1);
 }
 
 PathVerdict PathBuilder::build(const CertPtr& certificate, const PathOptions& options, WorkBudget& budget) {
@@ -200,11 +215,11 @@ PathVerdict PathBuilder::build(const CertPtr& certificate, const PathOptions& op
         measure(search);
         extend(search);
     }
-    if (!search.judged) {
+    if (!search.judged && search.best.good()) {
         search.best = withoutPath(search, search.path);
         search.tell(search.best);
     }
-    search.best.exhausted = budget.exhausted && !search.best.good();
+    search.best.exhausted = search.limited() && !search.best.good();
     return std::move(search.best);
 }
 

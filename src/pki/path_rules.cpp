@@ -42,7 +42,7 @@ const SignedCertRevList& signedOf(const CrlFacts& facts) {
 }
 
 void noteWeakness(PathStep& step, const AlgorithmPolicy::Answer& answer) {
-    if (answer.weakness.empty()) return;
+    if (answer.weakness.empty() || step.weakness.find(answer.weakness) != std::string::npos) return;
     step.weakness += (step.weakness.empty() ? "" : "; ") + answer.weakness;
 }
 
@@ -73,6 +73,19 @@ AlgorithmPolicy::Answer answerOnLast(const AlgorithmPolicy& policy, const Certif
     if (info.algorithm.algorithm == OID_EC_PUBLIC_KEY && !policy.limits(KeyScheme::Ecdsa)) return {};
     const auto key = keyOf(certificate, above).key;
     return key ? policy.key(*key, time) : AlgorithmPolicy::Answer{};
+}
+
+/// Notes what the policy says; a refusal is no rule of RFC 5280.
+PathFault refusalOf(const std::vector<AlgorithmPolicy::Answer>& answers, PathStep& step) {
+    for (const auto& answer : answers) noteWeakness(step, answer);
+    const bool refused = std::ranges::any_of(answers, [](const auto& answer) { return answer.refused; });
+    return refused ? broken("", "algorithm policy: " + step.weakness, ECRV_CRTALG) : PathFault{};
+}
+
+bool allowsUses(const CertificateFacts& certificate, const PathOptions& options) {
+    const uint32_t uses = certificate.keyUsage.value_or(~0U);
+    const bool one = options.anyKeyUsage == 0 || (uses & options.anyKeyUsage) != 0;
+    return one && (uses & options.keyUsage) == options.keyUsage;
 }
 
 void lower(size_t& counter, const std::optional<size_t>& limit) {
@@ -127,8 +140,7 @@ PathFault ownFault(const CertificateFacts& certificate, const PathOptions& optio
             return broken("6.1.4 (n)", "issuer must not sign certificates");
         return {};
     }
-    if ((certificate.keyUsage.value_or(options.keyUsage) & options.keyUsage) != options.keyUsage)
-        return broken("4.2.1.3", "key usage does not allow it");
+    if (!allowsUses(certificate, options)) return broken("4.2.1.3", "key usage does not allow it");
     if (!allowsPurposes(certificate, options.extendedUsages))
         return broken("4.2.1.12", "extended key usage does not allow it");
     return {};
@@ -146,7 +158,11 @@ PathRules::PathRules(CertificateCache& cache, const AlgorithmPolicy& algorithms,
 /// is kept to all the same: whoever made it said so.
 PathFault PathRules::start(const CertificateFacts& trustPoint, size_t length) {
     if (PathFault fault = timeFault(trustPoint, options_.time)) return fault;
-    if (length == 0) return ownFault(trustPoint, options_, false);
+    if (length == 0) {
+        PathStep only;
+        const PathFault fault = ownFault(trustPoint, options_, false);
+        return fault ? fault : refusalOf({answerOnLast(algorithms_, trustPoint, {}, options_.time)}, only);
+    }
     const bool entitled = !trustPoint.hasBasicConstraints || trustPoint.isAuthority;
     if (!entitled || !trustPoint.allows(KeyUsage::kKeyCertSign))
         return broken("6.1.4 (k)", "trust point is no authority");
@@ -176,9 +192,7 @@ PathFault PathRules::checkAlgorithms(const CertificateFacts& certificate, PathSt
     }
     // The last key signs nothing here, but what is checked is what it is worth.
     if (left_ == 1) answers.push_back(answerOnLast(algorithms_, certificate, key_, options_.time));
-    for (const auto& answer : answers) noteWeakness(step, answer);
-    const bool refused = std::ranges::any_of(answers, [](const auto& answer) { return answer.refused; });
-    return refused ? broken("6.1.1 (d)", "algorithm policy: " + step.weakness, ECRV_CRTALG) : PathFault{};
+    return refusalOf(answers, step);
 }
 
 /// 6.1.3.

@@ -59,6 +59,7 @@ struct PathOptions {
     int64_t time = 0;       ///< seconds since 1970 UTC
     uint32_t keyUsage = 0;  ///< uses that the certificate must be good for, bit n is KeyUsage::Bit n
     RevocationCheck revocation = RevocationCheck::IfKnown;
+    uint32_t anyKeyUsage = 0;                   ///< uses of which one is enough, in the bits of `keyUsage`
     std::vector<ASNobjectId> extendedUsages{};  ///< purposes that extKeyUsage must allow where it stands
     std::vector<ASNobjectId> policies{};        ///< user-initial-policy-set; empty means any policy
     bool explicitPolicy = false;                ///< initial-explicit-policy
@@ -87,7 +88,7 @@ struct PathStep {
 struct PathVerdict {
     int code = 0;                         ///< 0, or the library's code: 64 to 70, 88, 101, 102, 155 and the like
     std::string reason{};                 ///< in words, for the log and the diagnostic text
-    std::string clause{};                 ///< of RFC 5280 unless it says another; empty when good
+    std::string clause{};                 ///< of RFC 5280 unless it says another; empty when good or no rule of it
     size_t failedAt = 0;                  ///< index in `certs` of the certificate that failed
     CertList certs{};                     ///< from the certificate to the trust point, as far as it was built
     std::vector<PathStep> steps{};        ///< the same certificates in the same order

@@ -133,6 +133,7 @@ TEST_F(PathCasesTest, NamesAndTheirConstraints) {
         const char* constraints;
         const char* names;
         bool good;
+        const char* email = nullptr;  // in the subject
     };
     const Row rows[] = {
         {"permitted;email:Jan@firma.pl", "email:Jan@FIRMA.pl", true},
@@ -191,13 +192,31 @@ TEST_F(PathCasesTest, NamesAndTheirConstraints) {
         {"excluded;URI:.zla.pl", "URI:https://zla.pl", true},
         {"permitted;RID:1.2.3", "RID:1.2.3", false},
         {"excluded;RID:1.2.3", "DNS:a.pl", true},
+        {"permitted;email:firma.pl", "DNS:a.pl", false, "a@zla.pl"},
+        {"permitted;email:firma.pl", "email:a@firma.pl", true, "b@firma.pl"},
+        {"excluded;email:zla.pl", "email:a@firma.pl", false, "bez-malpy"},
+        {"permitted;URI:firma.pl", "URI:urn:x?y://firma.pl", false},
+        {"permitted;URI:firma.pl", "URI:javascript:alert(1)//://firma.pl/", false},
+        {"permitted;URI:firma.pl", "URI:http:zla.pl/x://firma.pl", false},
+        {"permitted;URI:firma.pl", "URI:http://zla.pl\\@firma.pl/", false},
+        {"permitted;URI:firma.pl", "URI:http://a@zla.pl@firma.pl/", false},
+        {"permitted;URI:firma.pl", "URI:http://a b@firma.pl/", false},
+        {"excluded;URI:zla.pl", "URI:http://zla%2epl/", false},
+        {"excluded;email:@zla.pl", "email:a@firma.pl", false},
+        {"excluded;email:zla.pl", "email:a@zla..pl", false},
+        {"excluded;DNS:.", "DNS:firma.pl", false},
+        {"excluded;DNS:zla.pl", "DNS:zla.pl..", false},
+        {"excluded;DNS:zla.pl", "DNS:zla .pl", false},
+        {"excluded;DNS:www.zla.pl", "DNS:w*.zla.pl", false},
+        {"permitted;DNS:firma.pl", "DNS:a.*.firma.pl", false},
     };
     for (const Row& row : rows) {
         fresh();
         const std::string name = std::string(row.constraints) + " " + row.names;
         const MadeCert ca = issue(caPlan(name, {{"nameConstraints", row.constraints}}), root);
-        const PathVerdict found =
-            path(issue({.subject = {{"CN", "Jan"}}, .extensions = {{"subjectAltName", row.names}}}, ca));
+        CertPlan plan{.subject = {{"CN", "Jan"}}, .extensions = {{"subjectAltName", row.names}}};
+        if (row.email) plan.subject.push_back({"emailAddress", row.email, kIa5String});
+        const PathVerdict found = path(issue(plan, ca));
         EXPECT_EQ(found.good(), row.good) << name << ": " << found.clause << " " << found.reason;
     }
     // The trust point's own constraints bind only where that is asked for.
@@ -230,6 +249,10 @@ TEST_F(PathCasesTest, NamesAreEqualAsPeopleRead) {
         EXPECT_EQ(path(issue({.subject = {{"CN", "Jan"}}}, renamed)).good(), row.equal)
             << row.issuer << "=" << row.meant;
     }
+    DistinguishedName one, other;  // values that are no UTF-8
+    ASSERT_TRUE(one.readExactly(fromHex("300D310B300906035504030C02FFFF").value()));
+    ASSERT_TRUE(other.readExactly(fromHex("300D310B300906035504030C02FFFE").value()));
+    EXPECT_NE(nameKey(one), nameKey(other));
 }
 
 TEST_F(PathCasesTest, ChainsAndTheirCounters) {
@@ -306,6 +329,8 @@ TEST_F(PathCasesTest, ChainsAndTheirCounters) {
         {"usage that was not asked", {leaf({{"keyUsage", "keyEncipherment"}})}},
         {"usage that is not there", {leaf({{"keyUsage", "keyEncipherment"}})}, "4.2.1.3", signing},
         {"no usage allows every one", {leaf()}, "", signing},
+        {"one usage of two", {leaf({{"keyUsage", "nonRepudiation"}})}, "", {.anyKeyUsage = 3}},
+        {"none of two", {leaf({{"keyUsage", "keyEncipherment"}})}, "4.2.1.3", {.anyKeyUsage = 3}},
         {"several usages", {leaf({{"keyUsage", "critical,digitalSignature,nonRepudiation"}})}, "", signing},
         {"purposes of the authority bind nobody", {caPlan("A", {{"extendedKeyUsage", "serverAuth"}}), leaf()}},
         {"one purpose of two",
@@ -318,7 +343,7 @@ TEST_F(PathCasesTest, ChainsAndTheirCounters) {
          {.extendedUsages = {ASNobjectId(OID_KP_EMAIL_PROTECTION), ASNobjectId(OID_KP_CODE_SIGNING)}}},
         {"no purposes allow every one", {leaf()}, "", {.extendedUsages = {ASNobjectId(OID_KP_CODE_SIGNING)}}},
         {"as deep as asked", {ca("A"), leaf()}, "", {.depth = 3}},
-        {"deeper than asked", {ca("A"), ca("B"), leaf()}, "6.1.1", {.depth = 3}},
+        {"deeper than asked", {ca("A"), ca("B"), leaf()}, "6.1", {.depth = 3}},
         {"no name, but alternative ones", {{.subject = {}, .extensions = {{"subjectAltName", "critical,DNS:a.pl"}}}}},
         {"one policy all along", {caPlan("A", p1), leaf(p1)}, "", strict},
         {"policies that differ", {caPlan("A", p1), leaf(p2)}, "6.1.3 (f)", strict},
@@ -405,6 +430,8 @@ TEST_F(PathCasesTest, AlgorithmsThatThePolicyRefuses) {
         policy = row.policy;
         EXPECT_EQ(path(leaf).good(), row.good) << row.policy;
     }
+    policy = "ec<257 never";
+    for (const MadeCert* one : {&leaf, &root}) EXPECT_EQ(path(*one).reason, "algorithm policy: ec<257 never");
     policy = "sha256 2999-12-31";
     EXPECT_EQ(path(leaf).steps[0].weakness, "sha256 2999-12-31") << "what will end is shown before";
     policy.reset();
@@ -442,6 +469,9 @@ TEST_F(PathCasesTest, WebsEndWithinTheirLimit) {
     const PathVerdict bad = path(leaf, {.explicitPolicy = true});
     EXPECT_EQ(bad.clause, "6.1.3 (f)");
     EXPECT_TRUE(bad.exhausted) << "more paths than anybody walks";
+    const PathVerdict none = path(leaf, {.limits = {.candidates = 1}});
+    EXPECT_EQ(none.reason, "more work than is allowed");
+    EXPECT_TRUE(none.exhausted);
 }
 
 /// What makes a CRL stand for a certificate or not.

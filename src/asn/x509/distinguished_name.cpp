@@ -198,18 +198,6 @@ class NameText {
     bool danglingSeparator_ = false;
 };
 
-/// The values that are no text of their type, of which the normalised form shows U+FFFD only.
-std::vector<Bytes> invalidTextsOf(const DistinguishedName& name) {
-    std::vector<Bytes> out;
-    for (const RelativeDistinguishedName& set : name) {
-        for (const AttributeTypeAndValue& attribute : set) {
-            const ASNany& value = attribute.value;
-            if (attribute.isText() && !isValidString(value.getTag(), value.contents())) out.push_back(value.encoded());
-        }
-    }
-    return out;
-}
-
 }  // namespace
 
 std::string displayText(std::string_view utf8, DnDisplay display) {
@@ -303,7 +291,7 @@ DistinguishedName DistinguishedName::normalize(NameFolding folding) const {
         for (const AttributeTypeAndValue& attribute : set) {
             AttributeTypeAndValue& copy = copies.add();
             copy.type = attribute.type;
-            if (attribute.isText()) {
+            if (attribute.isText() && isValidString(attribute.value.getTag(), attribute.value.contents())) {
                 copy.value.build(ASN_TAG_UTF8, asBytes(prepared(attribute.valueUtf8())));
             } else {
                 copy.value = attribute.value;
@@ -316,7 +304,7 @@ DistinguishedName DistinguishedName::normalize(NameFolding folding) const {
 bool operator==(const DistinguishedName& a, const DistinguishedName& b) {
     if (a.size() != b.size()) return false;
     if (!a.keptEncoding().empty() && std::ranges::equal(a.keptEncoding(), b.keptEncoding())) return true;
-    return a.normalize().encoded() == b.normalize().encoded() && invalidTextsOf(a) == invalidTextsOf(b);
+    return a.normalize().encoded() == b.normalize().encoded();
 }
 
 }  // namespace crv

@@ -66,7 +66,8 @@ class DistinguishedName : public ASNsequenceList<RelativeDistinguishedName> {
     /// Value of the first attribute of the type in UTF-8.
     [[nodiscard]] std::optional<std::string> find(const KnownOid& type) const;
 
-    /// The form under which equal names have equal encodings: every text a UTF8String prepared as name_prep.h says.
+    /// The form under which equal names have equal encodings: every text a UTF8String prepared as name_prep.h says,
+    /// what is no text of its type as it came.
     [[nodiscard]] DistinguishedName normalize(NameFolding folding = NameFolding::Unicode) const;
     /// Names are equal when their normalised forms are.
     friend bool operator==(const DistinguishedName& a, const DistinguishedName& b);
