@@ -195,7 +195,7 @@ void keyList(Run& run) {
         const auto* use = std::ranges::find(kUses, stored.role, &UseRow::role);
         const CertPtr certificate = session.keys().certificateOf(stored);
         Fields fields{{"use", use->name},
-                      {"algorithm", signAlgoName(key.scheme(), KcHashAlgo::None)},
+                      {"algorithm", signAlgoName(session.keys().schemeOf(stored), KcHashAlgo::None)},
                       {"bits", static_cast<long>(key.bits())},
                       {"keyId", hexOf(key.keyId())},
                       {"subject", certificate ? Value(certificate->subject().rfc4514()) : Value()},

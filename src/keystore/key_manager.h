@@ -180,6 +180,8 @@ class KeyManager {
     /// How the signing key signs: an RSA key by PSS when the configured signature algorithm says so. `none` without a
     /// key.
     [[nodiscard]] KeyScheme signingKeyType() const;
+    /// How a key is used: that of the signing key as the configuration says, of any other its own.
+    [[nodiscard]] KeyScheme schemeOf(const StoredKey& stored) const;
     /// Takes a newly generated key into its role and saves everything. When that fails the key is dropped again and the
     /// result of the save is answered. A role that is taken is a failed assertion: ask hasKey first.
     [[nodiscard]] KeyManagerResult addNewKey(KeyType use, SignerPtr key);

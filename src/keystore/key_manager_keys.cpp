@@ -37,6 +37,10 @@ KeyScheme KeyManager::signingKeyType() const {
     return chosen && chosen->algorithm == OID_RSA_PSS ? KeyScheme::RsaPss : KeyScheme::Rsa;
 }
 
+KeyScheme KeyManager::schemeOf(const StoredKey& stored) const {
+    return shares(stored.role, KeyRole::Signing) ? signingKeyType() : stored.key->scheme();
+}
+
 KeyManagerResult KeyManager::addNewKey(KeyType use, SignerPtr key) {
     demand({State::Open});
     VTEST(!hasKey(use), kKeyManagerPlace);

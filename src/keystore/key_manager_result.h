@@ -66,7 +66,8 @@ namespace crv {
     X(kKmPasswordNotText, 68, ECRV_TEXT_CONVERT, "the password is no UTF-8 text")                             \
     X(kKmLockFailed, 70, ECRV_LOCK, "the lock on the security file cannot be had or given back")              \
     X(kKmLockGivenUp, 71, ECRV_LOCK, "the wait for the lock was ended")                                       \
-    X(kKmReadOnly, 72, ECRV_SFT_WRITE, "the key store was opened for reading only")
+    X(kKmReadOnly, 72, ECRV_SFT_WRITE, "the key store was opened for reading only")                           \
+    X(kKmForeignFile, 73, ECRV_SFT_WRITE, "another program's file stands where ours was opened")
 
 #define CRV_KM_RESULT(name, number, library, meaning) name = (number),
 enum KeyManagerResult : int { KEY_MANAGER_RESULTS(CRV_KM_RESULT) };

@@ -54,7 +54,10 @@ KeyManagerResult KeyManager::mergeWithDisk(const SecretText* password, KeyStoreC
     bool foreign = false;
     const KeyManagerResult merged =
         mergeWithFile(stored_.get(), octets, password ? *password : current, !ignoresSecurityFile(), contents, foreign);
-    return merged == kKmOk && foreign && !media().keepOriginal(octets) ? kKmWriteFailed : merged;
+    if (merged != kKmOk || !foreign) return merged;
+    // Nobody was asked about this file: the next log-in does.
+    if (!foreign_) return kKmForeignFile;
+    return media().keepOriginal(octets) ? kKmOk : kKmWriteFailed;
 }
 
 KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const SecretText& password) {

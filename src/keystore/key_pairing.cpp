@@ -151,8 +151,8 @@ KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& cert
         if (sameKey && !sameName && !recertification) return kKmKeyHasTwoNames;
         const bool valid = certificate->isValidAt(now), oldValid = old->isValidAt(now);
         if (sameName && !isNewer(*certificate, *old) && (oldValid || !valid)) return kKmCertificateExists;
-        // One that is valid now goes only for another one that is.
-        if (!sameName || (oldValid && !valid)) kept.push_back(old);
+        // One that is valid now goes only for another one that is, and one that is still to come for none.
+        if (!sameName || (oldValid && !valid) || isNewer(*old, *certificate)) kept.push_back(old);
     }
     kept.push_back(certificate);
     contents.userCerts = std::move(kept);

@@ -115,8 +115,9 @@ struct Records {
 
 using Certificates = CRVCfgFile::Certificates;
 
-Certificates mergeCertificates(const Records& from, Certificates (CRVCfgFile::*get)() const) {
-    return mergeLists((from.base.*get)(), (from.mine.*get)(), (from.theirs.*get)(), std::equal_to<>());
+template <class... Dropped>
+Certificates mergeCertificates(const Records& from, Certificates (CRVCfgFile::*get)() const, Dropped... dropped) {
+    return mergeLists((from.base.*get)(), (from.mine.*get)(), (from.theirs.*get)(), std::equal_to<>(), dropped...);
 }
 
 /// Identifiers with notes. Where one of the lists is none, the field stays as a whole.
@@ -140,7 +141,7 @@ RecordPtr mergeRecords(const RecordPtr& base, const RecordPtr& mine, const Recor
     auto merged = std::make_shared<CRVCfgFile>();
     mergePairs(from.base, from.mine, from.theirs, *merged);
     merged->setTrustedCAs(mergeCertificates(from, &CRVCfgFile::getTrustedCAs));
-    merged->setQualifiedTrustedCAs(mergeCertificates(from, &CRVCfgFile::getQualifiedTrustedCAs));
+    merged->setQualifiedTrustedCAs(mergeCertificates(from, &CRVCfgFile::getQualifiedTrustedCAs, kNever));
     for (const KnownOid* oid : {&OID_CRV_CONFIG_POLICIES, &OID_CRV_CONFIG_ACCEPTED_KEY_USAGE})
         mergeNoted(*oid, from, *merged);
     return merged;

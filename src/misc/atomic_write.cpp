@@ -101,13 +101,19 @@ bool setRights(int fd, const struct stat* old, WriteMode mode) {
     return setMode(fd, rights);
 }
 
+/// Rights of keys that others could read were no choice, but those of a group that may write are.
+mode_t secretMode(mode_t old) {
+    const bool chosen = (old & S_IRWXO) == 0 || (old & S_IWGRP) != 0;
+    return chosen ? old & kSharedBits : kSecretMode;
+}
+
 /// Whether a new file could take over all that says who may do what with the old one.
 bool takesOver(int fd, const std::string& path, const struct stat& old) {
     struct stat now {};
     if (fileOps().fstat(fd, &now) != 0) return false;
     const bool same = now.st_uid == old.st_uid && now.st_gid == old.st_gid;
     return (same || fileOps().fchown(fd, old.st_uid, old.st_gid) == 0) && fileOps().copyAttributes(path, fd) == 0 &&
-           setMode(fd, (old.st_mode & S_IRWXO) != 0 ? kSecretMode : old.st_mode & kSharedBits);
+           setMode(fd, secretMode(old.st_mode));
 }
 
 /// Writes pieces one behind the other, small ones together.

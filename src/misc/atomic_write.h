@@ -12,10 +12,10 @@ namespace crv {
 /// Access rights of the written file.
 enum class WriteMode {
     /// Keys, in one DER encoding that no sector of the old one survives in: 0600. Over an old file its owner, group,
-    /// mode
-    /// (0600 where others had rights: that was no choice), access control list and extended attributes; where a new
-    /// file cannot have them, the old one is rewritten in place after its octets were put beside it ("<file>.crv-old").
-    /// They stay there when the process dies or the rewriting fails; the next writer puts them back.
+    /// mode (without the rights of others, and 0600 where others had some and the group could not write: that was no
+    /// choice), access control list and extended attributes; where a new file cannot have them, the old one is
+    /// rewritten in place after its octets were put beside it ("<file>.crv-old"). They stay there when the process dies
+    /// or the rewriting fails; the next writer puts them back.
     Secret,
     KeepOrSecret,  ///< mode and owner of the old file; 0600 when there was none
     KeepOrCommon   ///< mode and owner of the old file; 0644 when there was none

@@ -48,6 +48,7 @@ constexpr StatusRow kStatuses[] = {
     {kKmTokenKeyNotFound, OpStatus::Missing},
     {kKmNotOnThisMedium, OpStatus::Refused},
     {kKmReadOnly, OpStatus::Refused},
+    {kKmForeignFile, OpStatus::Refused},
     {kKmNoCaCertificate, OpStatus::Refused},
     {kKmBadSignature, OpStatus::Refused},
     {kKmTrustPointExists, OpStatus::Refused},

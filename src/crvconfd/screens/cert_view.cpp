@@ -49,7 +49,7 @@ void drawKey(int row, const StoredKey& key) {
     const CertPtr certificate = keyManager->certificateOf(key);
     const PublicKey publicKey = key.key->publicKey();
     displText(row, 1, "%s", roleText(key.role));
-    std::string text = signAlgoName(publicKey.scheme(), KcHashAlgo::None);
+    std::string text = signAlgoName(keyManager->schemeOf(key), KcHashAlgo::None);
     text = fitText(text + " " + std::to_string(publicKey.bits()), 19) + " ";
     if (certificate) {
         const CertificateState state = currentState(certificate);

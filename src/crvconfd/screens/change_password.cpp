@@ -24,6 +24,7 @@ constexpr CodeText kPasswordTexts[] = {
     {kKmLockFailed, kLockFailedText},
     {kKmLockGivenUp, kGivenUpText},
     {kKmReadOnly, kReadOnlyText},
+    {kKmForeignFile, kForeignFileText},
     {kKmPasswordNotText, kPasswordNotTextText},
 };
 

@@ -58,6 +58,7 @@ constexpr CodeText kKeyGenTexts[] = {
     {kKmLockFailed, kLockFailedText},
     {kKmLockGivenUp, kGivenUpText},
     {kKmReadOnly, kReadOnlyText},
+    {kKmForeignFile, kForeignFileText},
     {kKmPasswordNotText, kPasswordNotTextText},
     {kKmKeyTooShort, "Klucze o długości mniejszej niż 2048 bitów nie są wspierane !!!"},
     {kKmAlgorithmNotSupported, "Nieobsługiwany algorytm w certyfikowanej wersji biblioteki!!!"},

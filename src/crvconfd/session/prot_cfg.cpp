@@ -36,6 +36,7 @@ constexpr CodeText kSaveTexts[] = {
     {kKmLockFailed, kLockFailedText},
     {kKmLockGivenUp, kGivenUpText},
     {kKmReadOnly, kReadOnlyText},
+    {kKmForeignFile, kForeignFileText},
     {kKmPasswordNotText, kPasswordNotTextText},
     {kKmKeyHasTwoNames, "Wykryty klucz recertyfikowany dla różnych identyfikatorów wyróżniających !!!"},
 };

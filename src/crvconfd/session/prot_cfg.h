@@ -10,6 +10,8 @@ inline constexpr const char* kLockFailedText = "Błąd blokady pliku bezpieczeń
 inline constexpr const char* kGivenUpText = "Operacja przerwana przez użytkownika !!!";
 
 inline constexpr const char* kPasswordNotTextText = "Hasło zawiera bajty, które nie są tekstem UTF-8";
+inline constexpr const char* kForeignFileText =
+    "W miejscu pliku bezpieczeństwa jest plik innego programu, zaloguj się ponownie";
 inline constexpr const char* kReadOnlyText = "Plik bezpieczeństwa otwarto tylko do odczytu, zmian nie można zapisać";
 
 /// The key store of the current profile. Who waits for its lock is told so on the message row and gives up with Escape.
