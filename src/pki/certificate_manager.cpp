@@ -111,7 +111,7 @@ PathVerdict CertificateManager::buildPath(const CertPtr& certificate, const Path
         list.insert(list.end(), stored.begin(), stored.end());
         return list;
     };
-    const PathValidator validator(*cache_, *policy, status_);
+    const PathValidator validator(*cache_, *policy, status_, question.extra);
     return PathBuilder(*cache_, question.trusted, issuers, validator).build(certificate, options, question.budget);
 }
 
@@ -131,7 +131,7 @@ PathVerdict CertificateManager::checkPath(const CertList& path, const PathOption
     const AlgorithmPolicy* policy = algorithms();
     if (!policy) return verdictOn(facts, unreadablePolicy(), 0);
     WorkBudget budget(options.limits);
-    return PathValidator(*cache_, *policy, status_).validate(facts, options, budget);
+    return PathValidator(*cache_, *policy, status_, path).validate(facts, options, budget);
 }
 
 }  // namespace crv

@@ -47,6 +47,12 @@ std::optional<EntryExtension> takeEntryExtension(ByteView& extensions) {
     return out;
 }
 
+/// Serial numbers are compared as numbers: certificates are read with more octets than DER would spend on one.
+ByteView shortest(ByteView serial) {
+    while (serial.size() > 1 && serial[0] == ((serial[1] & 0x80U) != 0 ? 0xFF : 0)) serial = serial.subspan(1);
+    return serial;
+}
+
 CrlReason reasonOf(ByteView extensions) {
     const auto all = takeTlv(extensions);
     ByteView rest = all ? all->body : ByteView();
@@ -117,12 +123,13 @@ PathFault CrlEntryIndex::look(ByteView extensions, bool indirect, size_t offset)
         Owner& owner = owners_.emplace_back(Owner{offset, {}});
         for (const GeneralName& name : names)
             if (name.name()) owner.names.push_back(nameKey(*name.name()));
+        if (owner.names.empty()) return badCrl("5.3.3", "certificate issuer without a directory name");
     }
     return {};
 }
 
 size_t CrlEntryIndex::placeOf(ByteView serial) const {
-    return serialHash(serial) & (places_.size() - 1);
+    return serialHash(shortest(serial)) & (places_.size() - 1);
 }
 
 PathFault CrlEntryIndex::build(ByteView entries, bool indirect, const Bytes& crlIssuer) {
@@ -162,7 +169,7 @@ std::optional<CrlEntryIndex::Entry> CrlEntryIndex::find(ByteView serial, const B
         const size_t offset = places_[place] - 1;
         ByteView rest = entries_.subspan(offset);
         const auto entry = takeRevokedEntry(rest);
-        if (!std::ranges::equal(entry->serial, serial) || !belongsTo(offset, issuer)) continue;
+        if (!std::ranges::equal(shortest(entry->serial), shortest(serial)) || !belongsTo(offset, issuer)) continue;
         found = Entry{reasonOf(entry->extensions), momentOf(entry->date)};
         if (found->reason != CrlReason::RemoveFromCrl) break;
     }

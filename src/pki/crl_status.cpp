@@ -1,6 +1,7 @@
 #include "pki/crl_status.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "corvane/crverrors.h"
@@ -16,10 +17,11 @@ constexpr uint32_t kAllReasons = 0x1FE;
 
 /// A distribution point of the certificate, or the one that stands for CRLs that no point names.
 struct Point {
-    std::vector<Bytes> names;       ///< see pointKey
-    std::vector<Bytes> crlIssuers;  ///< normalised
+    std::vector<Bytes> names{};       ///< see pointKey
+    std::vector<Bytes> crlIssuers{};  ///< normalised
     uint32_t reasons = kAllReasons;
     bool indirect = false;  ///< it names who issues the CRL
+    bool named = false;     ///< it stands in the certificate
 };
 
 /// Octets that are equal for equal names: scheme and host of a URI whatever their case (RFC 5280 7.4), directory names
@@ -54,7 +56,7 @@ bool meet(const std::vector<Bytes>& a, const std::vector<Bytes>& b) {
 }
 
 Point pointOf(const DistributionPoint& given, const CertificateFacts& certificate) {
-    Point point;
+    Point point{.named = true};
     const DistinguishedName* issuer = &certificate.certificate->issuer();
     if (given.cRLIssuer) {
         point.indirect = true;
@@ -105,6 +107,24 @@ bool completes(const CrlFacts& delta, const CrlFacts& base) {
            delta.scope == base.scope && delta.authorityKeyId == base.authorityKeyId;
 }
 
+/// Whether a list was issued after another.
+bool isNewer(const CrlFacts& a, const CrlFacts& b) {
+    if (a.thisUpdate != b.thisUpdate) return a.thisUpdate > b.thisUpdate;
+    return a.number && b.number && compareNumbers(*a.number, *b.number) > 0;
+}
+
+/// What a complete CRL says of the certificate, brought up to date by a delta.
+struct Reading {
+    const CrlFacts* base;
+    const CrlFacts* delta;  // null without one
+    std::optional<CrlEntryIndex::Entry> entry{};
+
+    [[nodiscard]] const CrlFacts& newest() const { return delta ? *delta : *base; }
+    [[nodiscard]] bool isAbout(const CrlFacts& crl) const {
+        return base->issuer == crl.issuer && base->scope == crl.scope;
+    }
+};
+
 /// The look through the CRLs for one certificate.
 class Search {
   public:
@@ -119,7 +139,11 @@ class Search {
         Point issuer;
         issuer.crlIssuers = issuer.names = {certificate_.issuer};
         if (visit(issuer)) return found_;
-        if (reasons_ == kAllReasons) return found_;
+        for (const Reading& one : readings_)
+            if (isHold(one)) return revokedBy(one);
+        rejectUncombined();
+        if (reasons_ == kAllReasons && !undecided_) return found_;
+        rejectLate();
         if (unusable_.state == CrtStatus::State::Unusable) return unusable_;
         CrtStatus unknown;
         unknown.code = ECRV_CRL_NOT_FOUND;
@@ -127,19 +151,21 @@ class Search {
     }
 
   private:
-    /// True when the certificate is revoked.
+    /// True when the certificate is revoked for good.
     bool visit(const Point& point) {
-        std::vector<const CrlFacts*> seen;
         for (const CrlFactsPtr& crl : crls_) {
-            if (std::ranges::find(used_, crl.get()) != used_.end() || !isInScope(*crl, point, certificate_)) continue;
-            seen.push_back(crl.get());
+            if (!isInScope(*crl, point, certificate_)) continue;
+            if (point.named) {
+                used_.insert(crl.get());
+            } else if (used_.contains(crl.get())) {
+                continue;
+            }
             if (crl->isDelta()) {
                 if (!hasBase(*crl)) reject(*crl, {ECRV_CRL_NOT_FOUND, "5.2.4", "no complete CRL for the delta"});
-            } else if ((reasonsOf(*crl, point) & ~reasons_) != 0 && read(*crl, point)) {
+            } else if (read(*crl, point)) {
                 return true;
             }
         }
-        used_.insert(used_.end(), seen.begin(), seen.end());
         return false;
     }
 
@@ -159,61 +185,121 @@ class Search {
         return best;
     }
 
+    /// Whether a delta that is current, if it is genuine, keeps that complete CRL going although it is not.
+    bool isKeptGoing(const CrlFacts& base) const {
+        return useDeltas_ && time_ >= base.thisUpdate && std::ranges::any_of(crls_, [&](const auto& one) {
+                   return completes(*one, base) && !faultOfTime(*one, time_);
+               });
+    }
+
     bool read(const CrlFacts& base, const Point& point) {
         if (base.fault) return reject(base, base.fault);
+        const PathFault late = faultOfTime(base, time_);
+        if (late && !isKeptGoing(base)) {
+            late_.push_back(&base);
+            return false;
+        }
         const CrlSigner signer = verify_(base);
         if (signer.otherAuthority) return false;
-        if (signer.fault) return reject(base, signer.fault);
-        const CrlFacts* delta = deltaFor(base, signer.key);
-        // A delta that is current keeps a complete CRL going that is not.
-        if (PathFault late = faultOfTime(base, time_); late && (!delta || time_ < base.thisUpdate))
-            return reject(base, late);
-        auto entry = delta ? delta->find(certificate_) : std::nullopt;
-        const bool removed = entry && entry->reason == CrlReason::RemoveFromCrl;
-        if (!entry) {
-            entry = base.find(certificate_);
-            if (entry && entry->reason == CrlReason::RemoveFromCrl)
-                return reject(base, {ECRV_INV_CRL_FMT, "5.3.1", "removeFromCRL in a complete CRL"});
-        }
-        note(base, delta);
+        if (signer.fault) return reject(base, signer.fault, signer.undecided);
+        Reading reading{&base, deltaFor(base, signer.key)};
+        if (late && !reading.delta) return reject(base, late);
+        if (const PathFault fault = look(reading)) return reject(base, fault);
+        if (signer.inQuestion) reading.entry.reset();
+        note(reading);
         reasons_ |= reasonsOf(base, point);
-        found_.state = CrtStatus::State::Good;
-        if (!entry || removed) return false;
-        found_.state = CrtStatus::State::Revoked;
-        found_.reason = entry->reason;
-        found_.revokedAt = entry->revokedAt;
+        readings_.push_back(reading);
+        if (!reading.entry || reading.entry->reason == CrlReason::CertificateHold) return false;
+        revokedBy(reading);
         return true;
     }
 
-    /// The first CRL that cannot be used is the one that is told.
-    bool reject(const CrlFacts& crl, const PathFault& fault) {
-        if (unusable_.state == CrtStatus::State::Unusable) return false;
+    PathFault look(Reading& reading) const {
+        const auto removed = [](const auto& entry) { return entry && entry->reason == CrlReason::RemoveFromCrl; };
+        if (reading.delta) reading.entry = reading.delta->find(certificate_);
+        if (removed(reading.entry)) {
+            reading.entry.reset();
+            return {};
+        }
+        if (!reading.entry) reading.entry = reading.base->find(certificate_);
+        if (!removed(reading.entry)) return {};
+        return {ECRV_INV_CRL_FMT, "5.3.1", "removeFromCRL in a complete CRL"};
+    }
+
+    /// Whether a hold stands: no newer list of the same issuer and scope is silent.
+    bool isHold(const Reading& held) const {
+        return held.entry && std::ranges::none_of(readings_, [&](const Reading& one) {
+                   return !one.entry && one.isAbout(*held.base) && isNewer(one.newest(), held.newest());
+               });
+    }
+
+    CrtStatus revokedBy(const Reading& reading) {
+        found_.state = CrtStatus::State::Revoked;
+        found_.reason = reading.entry->reason;
+        found_.revokedAt = reading.entry->revokedAt;
+        found_.source = noteOf(reading);
+        return found_;
+    }
+
+    /// Whether a delta was issued after all that was read of its issuer and scope.
+    bool isAhead(const CrlFacts& delta) const {
+        bool read = false;
+        for (const Reading& one : readings_) {
+            if (!one.isAbout(delta)) continue;
+            if (!isNewer(delta, one.newest())) return false;
+            read = true;
+        }
+        return read;
+    }
+
+    /// A genuine delta newer than what was read says what nobody has heard.
+    void rejectUncombined() {
+        for (const CrlFactsPtr& one : crls_) {
+            if (!useDeltas_ || !one->isDelta() || time_ < one->thisUpdate || !isAhead(*one)) continue;
+            const CrlSigner signer = verify_(*one);
+            PathFault fault = one->fault ? one->fault : faultOfTime(*one, time_);
+            if (!fault) fault = {ECRV_CRL_NOT_FOUND, "5.2.4", "no complete CRL for the delta"};
+            if (signer.undecided) fault = signer.fault;
+            if (!signer.fault || signer.undecided) reject(*one, fault, true);
+        }
+    }
+
+    /// A CRL that is not current is looked at only as long as nothing else was found: another authority may have made
+    /// it.
+    void rejectLate() {
+        for (const CrlFacts* one : late_) {
+            if (unusable_.state == CrtStatus::State::Unusable) return;
+            if (!verify_(*one).otherAuthority) reject(*one, faultOfTime(*one, time_));
+        }
+    }
+
+    /// The first CRL that cannot be used is the one that is told, but before all one without which nothing is certain.
+    bool reject(const CrlFacts& crl, const PathFault& fault, bool decisive = false) {
+        if (unusable_.state == CrtStatus::State::Unusable && (undecided_ || !decisive)) return false;
+        undecided_ = decisive;
         unusable_.state = CrtStatus::State::Unusable;
         unusable_.code = fault.code;
         unusable_.clause = fault.clause;
         unusable_.text = fault.text;
-        unusable_.source = noteOf(crl);
+        unusable_.source = noteOf({&crl, nullptr});
         return false;
     }
 
-    [[nodiscard]] StatusSourceNote noteOf(const CrlFacts& crl) const {
+    [[nodiscard]] StatusSourceNote noteOf(const Reading& reading) const {
         StatusSourceNote note;
-        note.issuer = crl.issuerName().text();
-        note.thisUpdate = crl.thisUpdate;
-        if (crl.number) note.number = crl.number->decimal();
-        note.age = time_ - crl.thisUpdate;
+        note.issuer = reading.base->issuerName().text();
+        if (reading.base->number) note.number = reading.base->number->decimal();
+        if (reading.delta) note.delta = reading.delta->number->decimal();
+        note.thisUpdate = reading.newest().thisUpdate;
+        note.age = time_ - note.thisUpdate;
         return note;
     }
 
     /// Of several CRLs the oldest is the source: what is known is as old as that one.
-    void note(const CrlFacts& base, const CrlFacts* delta) {
-        StatusSourceNote note = noteOf(base);
-        if (delta) {
-            note.delta = delta->number->decimal();
-            note.thisUpdate = delta->thisUpdate;
-            note.age = time_ - delta->thisUpdate;
-        }
-        if (found_.source.issuer.empty() || note.thisUpdate < found_.source.thisUpdate) found_.source = note;
+    void note(const Reading& reading) {
+        found_.state = CrtStatus::State::Good;
+        StatusSourceNote note = noteOf(reading);
+        if (found_.source.issuer.empty() || note.thisUpdate < found_.source.thisUpdate) found_.source = std::move(note);
     }
 
     const CertificateFacts& certificate_;
@@ -222,7 +308,10 @@ class Search {
     const bool useDeltas_;
     const CrlVerifier& verify_;
     uint32_t reasons_ = 0;
-    std::vector<const CrlFacts*> used_;  // by a distribution point of the certificate
+    std::set<const CrlFacts*> used_;  // by a distribution point of the certificate
+    std::vector<const CrlFacts*> late_;
+    std::vector<Reading> readings_;
+    bool undecided_ = false;  // unusable_ stands whatever other CRLs say
     CrtStatus found_{};
     CrtStatus unusable_{};
 };

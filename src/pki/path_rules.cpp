@@ -114,12 +114,16 @@ template <class Facts>
 PathFault signatureFault(CertificateCache& cache, WorkBudget& budget, const Facts& object, const WorkingKey& key) {
     if (!key.key) return broken("6.1.3 (a)(1)", "the issuer's key cannot be used", ECRV_CRTALG);
     if (cache.isKnownSignature(object.digest, key.digest)) return {};
+    if (const auto known = budget.wrong.find({object.digest, key.digest}); known != budget.wrong.end())
+        return known->second;
     if (!budget.take(&WorkLimits::signatures)) return broken("6.1.3 (a)(1)", "more signatures than are looked at");
+    PathFault fault;
     try {
-        if (!signedOf(object).isSignedBy(*key.key)) return broken("6.1.3 (a)(1)", "signature", ECRV_CRTSIGN);
+        if (!signedOf(object).isSignedBy(*key.key)) fault = broken("6.1.3 (a)(1)", "signature", ECRV_CRTSIGN);
     } catch (const CryptoError&) {
-        return broken("6.1.3 (a)(1)", "signature algorithm", ECRV_CRTALG);
+        fault = broken("6.1.3 (a)(1)", "signature algorithm", ECRV_CRTALG);
     }
+    if (fault) return budget.wrong[{object.digest, key.digest}] = fault;
     cache.keepSignature(object.digest, key.digest);
     return {};
 }

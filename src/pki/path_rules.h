@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <map>
 
 #include "pki/algorithm_policy.h"
 #include "pki/certificate_cache.h"
@@ -25,6 +26,8 @@ struct WorkBudget {
     WorkLimits left;
     bool exhausted = false;
     uint64_t question = 0;  ///< tells questions apart
+    /// Signatures that were looked at and do not hold, by the digest of what is signed and that of the key.
+    std::map<std::pair<Digest, Digest>, PathFault> wrong{};
 };
 
 /// A key that may sign what stands below it.

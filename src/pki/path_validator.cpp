@@ -47,7 +47,7 @@ PathVerdict verdictOn(const FactsList& path, const PathFault& fault, size_t inde
 
 PathFault PathValidator::askStatus(const FactsList& path, size_t index, const PathOptions& options, WorkBudget& budget,
                                    PathStep& step) const {
-    step.status = status_({path, index, options, budget});
+    step.status = status_({path, index, extra_, options, budget});
     step.asked = true;
     return faultOf(step.status, options.revocation);
 }

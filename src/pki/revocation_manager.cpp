@@ -41,6 +41,10 @@ std::vector<WorkingKey> keysAbove(const FactsList& path, size_t index) {
     return keys;
 }
 
+bool contains(const FactsList& list, const CertificateFacts& one) {
+    return std::ranges::any_of(list, [&](const FactsPtr& other) { return other->digest == one.digest; });
+}
+
 /// Certificates of the CRL's issuer, those with the key identifier that it names first: a hint, no more (RFC 5280
 /// 5.2.1).
 void sortByHint(FactsList& signers, const CrlFacts& crl) {
@@ -80,10 +84,20 @@ PathFault RevocationManager::faultOfSigner(const CrlFacts& crl, const Certificat
     return {};
 }
 
-FactsList RevocationManager::signersOf(const CrlFacts& crl) {
+/// Certificates that may have signed the CRL. Among those of its issuer's name may be users': without keyUsage only
+/// authorities and trust points are taken.
+FactsList RevocationManager::signersOf(const CrlFacts& crl, const CertList& extra) {
     FactsList signers;
-    for (const CertPtr& one : certificates_->findBySubject(crl.issuerName()))
-        signers.push_back(certificates_->cache().facts(one));
+    const CertList trusted = certificates_->trustPoints();
+    CertList all = certificates_->findBySubject(crl.issuerName());
+    all.insert(all.end(), extra.begin(), extra.end());
+    for (const CertPtr& one : all) {
+        const FactsPtr facts = certificates_->cache().facts(one);
+        if (facts->subject == crl.issuer && (facts->keyUsage || facts->isAuthority || contains(trusted, *one)) &&
+            !contains(signers, *facts)) {
+            signers.push_back(facts);
+        }
+    }
     sortByHint(signers, crl);
     return signers;
 }
@@ -99,7 +113,7 @@ int RevocationManager::verify(const CrlFacts& crl, int64_t time) {
     const PathOptions options{time, 0, RevocationCheck::None};
     WorkBudget budget(options.limits);
     int code = ECRV_CRTNOTFOUND;
-    for (const FactsPtr& signer : signersOf(crl)) {
+    for (const FactsPtr& signer : signersOf(crl, {})) {
         PathFault fault = faultOfSigner(crl, *signer, keyOf(*signer, {}), options, budget);
         const int found = fault ? fault.code : certificates_->buildPath(signer->certificate, options).code;
         if (found == 0) return 0;
@@ -154,6 +168,7 @@ bool RevocationManager::load(const StatusQuestion& question, CrlFactsList& crls)
     if (indexOf_ != question.budget.question) {
         indexOf_ = 0;
         index_ = CrlIndex();
+        judged_.clear();
         if (!certificates_->database().getCrlIndex(index_)) return false;
         indexOf_ = question.budget.question;
     }
@@ -166,22 +181,40 @@ bool RevocationManager::load(const StatusQuestion& question, CrlFactsList& crls)
 
 /// Judges a certificate that made the CRL and does not stand on the path (6.3.3 (f)): its own path must lead to the
 /// same trust point.
-CrlSigner RevocationManager::judgeSigner(const CrlFacts& crl, const FactsPtr& signer, const StatusQuestion& question) {
+CrlSigner RevocationManager::judgeSigner(const CrlFacts& crl, const FactsPtr& signer, const StatusQuestion& question,
+                                         bool withStatus) {
     const WorkingKey key = keyOf(*signer, {});
     if (PathFault fault = faultOfSigner(crl, *signer, key, question.options, question.budget)) return {fault};
-    PathOptions options{question.options.time, 0, question.options.revocation};
+    PathOptions options{question.options.time, 0, withStatus ? question.options.revocation : RevocationCheck::None};
     options.depth = question.options.depth;
     options.constrainedTrustPoint = question.options.constrainedTrustPoint;
-    CertList extra, same{question.path.back()->certificate};
+    CertList extra = question.extra, same{question.path.back()->certificate};
     for (const FactsPtr& one : question.path) extra.push_back(one->certificate);
     const PathVerdict found = certificates_->buildPath(signer->certificate, options, {same, extra, question.budget});
-    if (found.good()) return {.key = key.digest};
+    if (found.good()) return {.inQuestion = !withStatus, .key = key.digest};
     options.revocation = RevocationCheck::None;
     const bool other =
         found.code == ECRV_CRTNOTFOUND &&
         certificates_->buildPath(signer->certificate, options, {certificates_->trustPoints(), {}, question.budget})
             .good();
-    return {{found.code, "6.3.3 (f)", "the path of who signed the CRL: " + found.reason}, other, key.digest};
+    return {.fault = {ECRV_PATH_VER_ERR, "6.3.3 (f)", "the path of who signed the CRL: " + found.reason},
+            .otherAuthority = other};
+}
+
+/// The same, remembered. Signers of one issuer's CRLs may be told of by each other's: the status of the second one is
+/// found by its own CRL and those of the authorities, so that the answer does not run in circles.
+CrlSigner RevocationManager::judgeOnce(const CrlFacts& crl, const FactsPtr& signer, const StatusQuestion& question) {
+    const auto within = std::ranges::count(judging_, crl.issuer);
+    const bool own = asked_.back() == signer->digest;
+    const Judged what{crl.digest, signer->digest, question.path.back()->digest, within};
+    if (const auto known = judged_.find(what); known != judged_.end()) return known->second;
+    const size_t before = std::exchange(assumed_, asked_.size());
+    judging_.push_back(crl.issuer);
+    CrlSigner found = judgeSigner(crl, signer, question, own || within < 2);
+    judging_.pop_back();
+    if (assumed_ >= asked_.size()) judged_.emplace(what, found);
+    assumed_ = std::min(assumed_, before);
+    return found;
 }
 
 /// Who signed the CRL: an authority on the path, or any certificate of that name under the same trust point.
@@ -198,22 +231,25 @@ CrlSigner RevocationManager::signerOf(const CrlFacts& crl, const StatusQuestion&
         if (!fault) return {.key = keys[i].digest};
         misfit(fault);
     }
-    for (const FactsPtr& signer : signersOf(crl)) {
+    for (const FactsPtr& signer : signersOf(crl, question.extra)) {
         const auto above = path.begin() + static_cast<std::ptrdiff_t>(question.index) + 1;
         if (std::find(above, path.end(), signer) != path.end()) continue;
-        CrlSigner found = judgeSigner(crl, signer, question);
+        CrlSigner found = judgeOnce(crl, signer, question);
         if (!found.fault) return found;
         best.otherAuthority = best.otherAuthority || found.otherAuthority;
         misfit(found.fault);
     }
+    best.undecided = question.budget.exhausted;
     return best;
 }
 
 CrtStatus RevocationManager::answer(const StatusQuestion& question) {
     const CertificateFacts& certificate = *question.path[question.index];
     // Who signed a CRL may stand on no other one than that.
-    if (std::ranges::find(asked_, certificate.digest) != asked_.end())
+    if (const auto open = std::ranges::find(asked_, certificate.digest); open != asked_.end()) {
+        assumed_ = std::min(assumed_, static_cast<size_t>(open - asked_.begin()));
         return withoutAnswer(CrtStatus::State::Good, 0, "", "told by its own CRL");
+    }
     if (asked_.size() >= kMaxDepth)
         return withoutAnswer(CrtStatus::State::Unusable, ECRV_PATH_VER_ERR, "6.3.3 (f)", "too many CRLs about CRLs");
     struct Asked {
@@ -234,21 +270,21 @@ CrtStatus RevocationManager::answer(const StatusQuestion& question) {
 }
 
 /// The status of the first certificate of a path whatever else is wrong with it, as long as it leads to a trust point.
-CrtStatus RevocationManager::statusOnPath(const PathVerdict& path, const PathOptions& options) {
+CrtStatus RevocationManager::statusOnPath(const PathVerdict& path, const PathOptions& options, const CertList& extra) {
     FactsList facts;
     for (const CertPtr& one : path.certs) facts.push_back(certificates_->cache().facts(one));
     if (!contains(certificates_->trustPoints(), *path.certs.back()))
         return withoutAnswer(CrtStatus::State::Unknown, ECRV_CRTNOTFOUND, "6.1.1 (d)", "no path to a trust point");
     if (facts.size() == 1) facts.push_back(facts.front());
     WorkBudget budget(options.limits);
-    return answer({facts, 0, options, budget});
+    return answer({facts, 0, extra, options, budget});
 }
 
 CrtStatus RevocationManager::status(const CertPtr& certificate, int64_t time) {
     const PathOptions options{time};
     PathOptions unasked = options;
     unasked.revocation = RevocationCheck::None;
-    return statusOnPath(certificates_->buildPath(certificate, unasked), options);
+    return statusOnPath(certificates_->buildPath(certificate, unasked), options, {});
 }
 
 CrtStatus RevocationManager::status(const SignedCertificate& certificate, const SignedCertificate& issuer,
@@ -258,7 +294,8 @@ CrtStatus RevocationManager::status(const SignedCertificate& certificate, const 
     PathOptions unasked = options;
     unasked.revocation = RevocationCheck::None;
     const CertList extra{cache.certificate(encodingOf(issuer))};
-    return statusOnPath(certificates_->buildPath(cache.certificate(encodingOf(certificate)), unasked, extra), options);
+    return statusOnPath(certificates_->buildPath(cache.certificate(encodingOf(certificate)), unasked, extra), options,
+                        extra);
 }
 
 bool RevocationManager::lastCrls(const SignedCertificate& authority, AuthorityCrls& crls) {

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "db_sql/crl_index.h"
@@ -69,18 +70,25 @@ class RevocationManager {
     [[nodiscard]] CrlSigner signerOf(const CrlFacts& crl, const StatusQuestion& question);
     [[nodiscard]] PathFault faultOfSigner(const CrlFacts& crl, const CertificateFacts& signer, const WorkingKey& key,
                                           const PathOptions& options, WorkBudget& budget);
-    [[nodiscard]] CrlSigner judgeSigner(const CrlFacts& crl, const FactsPtr& signer, const StatusQuestion& question);
-    [[nodiscard]] FactsList signersOf(const CrlFacts& crl);
-    [[nodiscard]] CrtStatus statusOnPath(const PathVerdict& path, const PathOptions& options);
+    [[nodiscard]] CrlSigner judgeSigner(const CrlFacts& crl, const FactsPtr& signer, const StatusQuestion& question,
+                                        bool withStatus);
+    [[nodiscard]] CrlSigner judgeOnce(const CrlFacts& crl, const FactsPtr& signer, const StatusQuestion& question);
+    [[nodiscard]] FactsList signersOf(const CrlFacts& crl, const CertList& extra);
+    [[nodiscard]] CrtStatus statusOnPath(const PathVerdict& path, const PathOptions& options, const CertList& extra);
 
     CertificateManager* certificates_ = nullptr;
     DeviceUpdate deviceUpdate_;
     unsigned deviceError_ = 0;
     CrlIndex index_;  // as the question `indexOf_` found it: one question sees one state of the store
     uint64_t indexOf_ = 0;
+    /// What was found of who signed a CRL: the CRL, the signer, the trust point, lists of that issuer in judgement.
+    using Judged = std::tuple<Digest, Digest, Digest, std::ptrdiff_t>;
+    std::map<Judged, CrlSigner> judged_;  // in the course of the same question
     std::map<Bytes, Cached> crls_;
-    size_t held_ = 0;            // octets in crls_
-    std::vector<Digest> asked_;  // certificates whose status is being asked for, one question within the other
+    size_t held_ = 0;             // octets in crls_
+    std::vector<Digest> asked_;   // certificates whose status is being asked for, one question within the other
+    std::vector<Bytes> judging_;  // issuers of the CRLs whose signers are being judged, one within the other
+    size_t assumed_ = 0;          // the first of asked_ whose answer was taken for good on the way
 };
 
 }  // namespace crv

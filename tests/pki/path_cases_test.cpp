@@ -488,11 +488,14 @@ GeneralNames uri(const char* text) {
     return names;
 }
 
-std::string points(const char* text, uint32_t reasons = 0) {
+std::string points(const char* text, uint32_t reasons = 0, uint32_t second = 0) {
     CrlDistributionPoints points;
-    DistributionPoint& point = points.add();
-    static_cast<void>(static_cast<GeneralNames&>(*point.distributionPoint.emplace().setChosenIndex(0)) = uri(text));
-    if (reasons != 0) point.reasons.emplace().setNamedBits(reasons);
+    for (const uint32_t some : {reasons, second}) {
+        if (some == 0 && some != reasons) continue;
+        DistributionPoint& point = points.add();
+        static_cast<void>(static_cast<GeneralNames&>(*point.distributionPoint.emplace().setChosenIndex(0)) = uri(text));
+        if (some != 0) point.reasons.emplace().setNamedBits(some);
+    }
     return der(points);
 }
 
@@ -598,10 +601,17 @@ TEST_F(PathCasesTest, CrlsAndWhatTheyAreAbout) {
         {"delta removes",
          {},
          {crl({}, {{"07", 6}}), {.entries = {{"07", 8}}, .number = 2, .base = 1, .extensions = {}}}},
-        {"delta of a later base", {}, {crl({}), {.entries = {{"07"}}, .number = 9, .base = 5, .extensions = {}}}},
+        {"delta of a later base", {}, {crl({}), {.number = 9, .base = 5, .extensions = {}}}, State::Unusable},
         {"delta out of date",
          {},
-         {crl({}), {.entries = {{"07"}}, .number = 2, .base = 1, .nextUpdate = -30, .extensions = {}}}},
+         {crl({}), {.number = 2, .base = 1, .nextUpdate = -30, .extensions = {}}},
+         State::Unusable},
+        {"delta out of date and older than its list",
+         {},
+         {crl({}), {.entries = {{"07"}}, .base = 0, .thisUpdate = -90, .nextUpdate = -30, .extensions = {}}}},
+        {"two points, one list for all reasons",
+         {{kPoints, points("http://a.pl", kSome, kRest)}},
+         {crl({{kScope, scope("http://a.pl")}})}},
     };
     for (const CrlRow& row : rows) {
         fresh();
@@ -645,6 +655,106 @@ TEST_F(PathCasesTest, WhoeverMaySignsACrl) {
         for (const auto& other : rows)
             EXPECT_TRUE(other.signer.der.empty() || certificates.db().insert(ByteView(other.signer.der)));
     }
+}
+
+TEST_F(PathCasesTest, SeveralListsOfOneIssuer) {
+    using State = CrtStatus::State;
+    enum By { kCa, kNewKey, kFirst, kSecond, kUser };
+    const MadeCert ca = test::makeCert(caPlan("Urząd"), &root, key);
+    const auto named = [&](const MadeCert& issuer, const char* serial, const Texts& extensions) {
+        return test::makeCert({.subject = ca.subject, .serial = serial, .extensions = extensions}, &issuer,
+                              test::makeKey());
+    };
+    const Texts user{{"subjectKeyIdentifier", "hash"}}, signs{user[0], {"keyUsage", "cRLSign"}};
+    const std::vector<MadeCert> by{ca, named(root, "0A", caExtensions()), named(ca, "61", signs),
+                                   named(ca, "62", signs), named(ca, "63", user)};
+    const MadeCert leaf = test::makeCert({.subject = {{"CN", "Jan"}}, .serial = "07"}, &ca);
+    const Texts keyId = CrlPlan().extensions, forUsers{keyId[0], {"2.5.29.28", scope(nullptr, 0, 1)}},
+                forSome{keyId[0], {"2.5.29.28", scope(nullptr, 0x06)}};
+    const auto older = [](std::vector<CrlEntry> entries = {}) {
+        return CrlPlan{.entries = std::move(entries), .thisUpdate = -7200};
+    };
+    const CrlPlan bare{.thisUpdate = -7200, .extensions = {}};
+    const auto newer = [](std::vector<CrlEntry> entries = {}, Texts extensions = CrlPlan().extensions) {
+        return CrlPlan{.entries = std::move(entries), .number = 2, .extensions = std::move(extensions)};
+    };
+    const struct {
+        const char* what;
+        std::vector<std::pair<By, CrlPlan>> crls;
+        State state;
+        int code = 0;
+    } rows[] = {
+        {"the new key revokes", {{kCa, older()}, {kNewKey, newer({{"07", 1}})}}, State::Revoked},
+        {"the old key revoked", {{kCa, older({{"07", 1}})}, {kNewKey, newer()}}, State::Revoked},
+        {"key identifier in one", {{kCa, bare}, {kCa, newer({{"07"}})}}, State::Revoked},
+        {"one for users", {{kCa, older()}, {kCa, newer({{"07"}}, forUsers)}}, State::Revoked},
+        {"a hold that ended", {{kCa, older({{"07", 6}})}, {kNewKey, newer()}}, State::Good},
+        {"a hold that began", {{kCa, older()}, {kNewKey, newer({{"07", 6}})}}, State::Revoked},
+        {"a hold in another scope", {{kCa, older({{"07", 6}})}, {kNewKey, newer({}, forUsers)}}, State::Revoked},
+        {"a stolen key", {{kFirst, newer()}, {kSecond, newer({{"61"}}, forSome)}}, State::Unusable, ECRV_PATH_VER_ERR},
+        {"keys against each other",
+         {{kFirst, newer({{"62"}})}, {kSecond, newer({{"61"}})}},
+         State::Unusable,
+         ECRV_PATH_VER_ERR},
+        {"a user of that name", {{kUser, newer()}}, State::Unusable, ECRV_CRTSIGN},
+        {"a delta without key identifier",
+         {{kCa, older()}, {kCa, {.number = 2, .base = 1, .extensions = {}}}},
+         State::Unusable,
+         ECRV_CRL_NOT_FOUND},
+    };
+    for (const auto& row : rows) {
+        auto crls = row.crls;
+        for (const char* order : {"", ", the other way round"}) {
+            fresh();
+            for (const MadeCert& one : by) EXPECT_TRUE(certificates.db().insert(ByteView(one.der)));
+            for (const auto& [signer, plan] : crls)
+                EXPECT_EQ(revocation.insert(makeCrl(plan, by[signer])), CrlInsert::Stored) << row.what;
+            const CrtStatus found = revocation.status(crv::makeCert(leaf.der), kAsked);
+            EXPECT_EQ(found.state, row.state) << row.what << order << ": " << found.text;
+            EXPECT_EQ(found.code, row.code) << row.what << order;
+            std::ranges::reverse(crls);
+        }
+    }
+}
+
+TEST_F(PathCasesTest, ManyKeysForLists) {
+    const MadeCert leaf = issue({.subject = {{"CN", "Jan"}}, .serial = "07"}, root);
+    const auto sign = [&](int64_t nextUpdate, std::vector<CrlEntry> entries = {}) {
+        const MadeCert signer =
+            issue({.subject = root.subject, .extensions = {{"subjectKeyIdentifier", "hash"}, {"keyUsage", "cRLSign"}}},
+                  root, test::makeKey());
+        const CrlPlan plan{.entries = std::move(entries), .thisUpdate = -kDay, .nextUpdate = nextUpdate};
+        EXPECT_EQ(revocation.insert(makeCrl(plan, signer)), CrlInsert::Stored);
+    };
+    for (int i = 0; i < 8; ++i) sign(-60);
+    EXPECT_EQ(revocation.insert(makeCrl({}, root)), CrlInsert::Stored);
+    EXPECT_TRUE(path(leaf, {.revocation = RevocationCheck::Required}).good()) << "lists of former keys";
+    for (int i = 0; i < 8; ++i) sign(kDay);
+    EXPECT_TRUE(path(leaf, {.revocation = RevocationCheck::Required}).good()) << "lists of eight keys";
+    sign(kDay, {{"07", 1}});
+    EXPECT_EQ(path(leaf).code, ECRV_CRTREV);
+}
+
+TEST(CrlEntryIndexTest, SerialsAndIssuers) {
+    const Bytes issuer{1};
+    const struct {
+        const char* entry;
+        const char* serial;
+        bool found;
+    } rows[] = {{"3012 020107", "0007", true},     {"3013 02020007", "07", true}, {"3013 02020087", "0087", true},
+                {"3013 02020087", "87", false},    {"3013 0202FF87", "87", true}, {"3012 020100", "0000", true},
+                {"3013 02020107", "000107", true}, {"3013 02020107", "07", false}};
+    for (const auto& row : rows) {
+        std::string text = row.entry;
+        std::erase(text, ' ');
+        const Bytes entries = *fromHex(text + "170D3236303130313030303030305A");
+        CrlEntryIndex index;
+        EXPECT_FALSE(index.build(entries, false, issuer));
+        EXPECT_EQ(index.find(*fromHex(row.serial), issuer).has_value(), row.found) << row.entry << " " << row.serial;
+    }
+    // certificateIssuer with nothing but a URI.
+    const Bytes entries = *fromHex("3024020107170D3236303130313030303030305A3010300E0603551D1D0101FF040430028600");
+    EXPECT_STREQ(CrlEntryIndex().build(entries, true, issuer).clause, "5.3.3");
 }
 
 }  // namespace
