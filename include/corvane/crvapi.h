@@ -259,13 +259,14 @@ typedef struct CrvVerifyParams {
 
 /* The verdict. Its texts, as those of a step, belong to the result; none is null. */
 typedef struct CrvVerifyInfo {
-    long size;          /* sizeof(CrvVerifyInfo), set by the caller */
-    int code;           /* what crvVerifyCertAPI answered */
-    const char* clause; /* of RFC 5280, the rule that does not hold; empty when all do */
-    const char* reason; /* the same in words */
-    long failed_at;     /* index of the certificate that fails */
-    long steps;         /* certificates on the path, the one asked about first, the trust point last */
-    int exhausted;      /* 1: the limit of work ended the search before every path was tried */
+    long size;            /* sizeof(CrvVerifyInfo), set by the caller */
+    int code;             /* what crvVerifyCertAPI answered */
+    const char* clause;   /* of RFC 5280, the rule that does not hold; empty when all do or it is no rule of it */
+    const char* reason;   /* what is wrong in words */
+    long failed_at;       /* index of the certificate that fails */
+    long steps;           /* certificates on the path, the one asked about first, the trust point last */
+    int exhausted;        /* 1: the limit of work ended the search before every path was tried */
+    const char* policies; /* valid for the path (RFC 5280 6.1.6): dotted identifiers with spaces between */
 } CrvVerifyInfo;
 
 typedef struct CrvVerifyStep {
@@ -285,6 +286,7 @@ typedef struct CrvVerifyStep {
     long age;                  /* seconds from then to the moment asked about */
     const char* algorithm;     /* of the signature and the key that made it */
     const char* weakness;      /* what the algorithm policy of the profile says against them */
+    const char* source_delta;  /* number of the delta that was applied; empty: none */
 } CrvVerifyStep;
 
 /* Judges the first certificate of the octets (DER, one behind another, PEM or a PKCS#7 bundle) by RFC 5280 section 6

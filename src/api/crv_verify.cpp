@@ -13,6 +13,7 @@ namespace crv {
 struct VerifyResult {
     PathVerdict verdict;
     std::vector<std::string> subjects{};
+    std::string policies{};
 };
 
 namespace {
@@ -87,6 +88,7 @@ int crvVerifyCertInt(CRVctx* ctx, const unsigned char* octets, long len, const C
     auto made = std::make_unique<VerifyResult>();
     made->verdict = ctx->certificateManager.buildPath(certs.front(), options, certs);
     for (const CertPtr& one : made->verdict.certs) made->subjects.push_back(one->subject().text());
+    made->policies = made->verdict.policyText();
     const int code = made->verdict.code;
     if (code != CRV_OK) ctx->state.setDiagnosticText(made->verdict.reason);
     *result = made.release();
@@ -116,14 +118,16 @@ long statusNumber(const PathStep& step) {
     return CRVSTATUS_UNKNOWN;
 }
 
-CrvVerifyInfo infoOf(const PathVerdict& verdict) {
+CrvVerifyInfo infoOf(const VerifyResult& result) {
+    const PathVerdict& verdict = result.verdict;
     return {0,
             verdict.code,
             verdict.clause.c_str(),
             verdict.reason.c_str(),
             static_cast<long>(verdict.failedAt),
             static_cast<long>(verdict.steps.size()),
-            verdict.exhausted};
+            verdict.exhausted,
+            result.policies.c_str()};
 }
 
 CrvVerifyStep stepOf(const PathStep& step, const std::string& subject) {
@@ -144,7 +148,8 @@ CrvVerifyStep stepOf(const PathStep& step, const std::string& subject) {
             status.source.thisUpdate,
             status.source.age,
             step.algorithm.c_str(),
-            step.weakness.c_str()};
+            step.weakness.c_str(),
+            status.source.delta.c_str()};
 }
 
 }  // namespace
@@ -160,7 +165,7 @@ int crvVerifyCertAPI(CRVctx* ctx, const unsigned char* certs, long len, const Cr
 int crvGetVerifyInfoAPI(CRVctx* ctx, const CrvVerifyResult* result, CrvVerifyInfo* info) {
     return apiFrame(ctx, [&] {
         demand(result);
-        handOut(infoOf(result->verdict), info);
+        handOut(infoOf(*result), info);
         return CRV_OK;
     });
 }

@@ -84,6 +84,24 @@ const char* refusalText(CrtRefusal refusal) {
     }
 }
 
+constexpr struct {
+    const char* name;
+    bool PathOptions::*option;
+    bool value;
+} kPathFlags[] = {{"explicit-policy", &PathOptions::explicitPolicy, true},
+                  {"inhibit-mapping", &PathOptions::inhibitMapping, true},
+                  {"inhibit-any-policy", &PathOptions::inhibitAnyPolicy, true},
+                  {"no-deltas", &PathOptions::useDeltas, false},
+                  {"constrained-trust-point", &PathOptions::constrainedTrustPoint, true}};
+
+/// Every value of an option whose values are identifiers.
+std::vector<ASNobjectId> identifiersOf(const Call& call, const char* name) {
+    std::vector<ASNobjectId> list;
+    if (!call.has(name)) return list;
+    for (const std::string& text : call.options.find(name)->second) list.push_back(*ASNobjectId::fromText(text));
+    return list;
+}
+
 PathOptions pathOptions(const Call& call) {
     PathOptions options;
     options.time = call.has("at") ? timeFrom(*call.value("at")) : std::time(nullptr);
@@ -94,6 +112,11 @@ PathOptions pathOptions(const Call& call) {
     const std::string usage = call.value("usage").value_or("");
     if (usage == "sign") options.anyKeyUsage = 1U << KeyUsage::kDigitalSignature | 1U << KeyUsage::kNonRepudiation;
     if (usage == "decrypt") options.keyUsage = 1U << KeyUsage::kKeyEncipherment;
+    options.extendedUsages = identifiersOf(call, "ext-usage");
+    options.policies = identifiersOf(call, "policy");
+    for (const auto& row : kPathFlags)
+        if (call.has(row.name)) options.*row.option = row.value;
+    if (const auto depth = call.value("depth")) options.depth = std::stoul(*depth);
     return options;
 }
 
@@ -112,6 +135,7 @@ Fields stepFields(const PathStep& step, bool der) {
         fields.end(),
         {{"status", step.asked ? kStates[static_cast<size_t>(status.state)] : "not-asked"},
          {"statusReason", status.state == CrtStatus::State::Revoked ? crlReasonName(status.reason) : status.text},
+         {"statusClause", status.clause},
          {"revokedAt", status.revokedAt != 0 ? timeOf(status.revokedAt) : Value()},
          {"crlIssuer", rfc4514(status.source.issuer)},
          {"crlNumber", status.source.number},
@@ -137,14 +161,46 @@ Fields candidateFields(const PathVerdict& tried) {
             {"mendAbout", advice.about}};
 }
 
-/// Collects every path once, in the order of trial.
-std::function<void(const PathVerdict&)> collectIn(std::vector<PathVerdict>& tried) {
-    return [&tried](const PathVerdict& verdict) {
+/// Paths that are listed at most; a hostile web has more than anybody reads.
+constexpr size_t kMaxTried = 100;
+
+struct Trials {
+    std::vector<PathVerdict> listed{};
+    size_t omitted = 0;  // trials beyond those
+};
+
+/// Lists every path once, in the order of trial.
+std::function<void(const PathVerdict&)> collectIn(Trials& trials) {
+    return [&trials](const PathVerdict& verdict) {
         const auto same = [&](const PathVerdict& one) {
             return one.certs == verdict.certs && one.code == verdict.code && one.failedAt == verdict.failedAt;
         };
-        if (std::ranges::none_of(tried, same)) tried.push_back(verdict);
+        if (std::ranges::any_of(trials.listed, same)) return;
+        if (trials.listed.size() < kMaxTried) {
+            trials.listed.push_back(verdict);
+        } else {
+            ++trials.omitted;
+        }
     };
+}
+
+void showTrials(Run& run, const Trials& trials) {
+    Values candidates;
+    for (const PathVerdict& one : trials.listed) candidates.emplace_back(candidateFields(one));
+    run.out.field("candidates", std::move(candidates));
+    run.out.field("candidatesOmitted", trials.omitted);
+}
+
+void showVerdict(Run& run, const PathVerdict& verdict) {
+    Values policies;
+    for (const ASNobjectId& one : verdict.policies) policies.emplace_back(one.text());
+    run.out.field("good", verdict.good());
+    run.out.field("verdict", codeName(verdict.code));
+    run.out.field("reason", verdict.reason);
+    run.out.field("clause", verdict.clause);
+    run.out.field("failedAt", verdict.good() ? Value() : Value(verdict.failedAt));
+    run.out.field("exhausted", verdict.exhausted);
+    run.out.field("policies", std::move(policies));
 }
 
 }  // namespace
@@ -271,8 +327,8 @@ void certPurge(Run& run) {
 
 void certVerify(Run& run) {
     PathOptions options = pathOptions(run.call);
-    std::vector<PathVerdict> tried;
-    if (run.call.has("explain")) options.onPath = collectIn(tried);
+    Trials trials;
+    if (run.call.has("explain")) options.onPath = collectIn(trials);
     Session session = openReading(run);
     session.demandDatabase();
     CertPtr certificate;
@@ -288,16 +344,9 @@ void certVerify(Run& run) {
         certificate = findOne(session, selector);
     }
     const auto verdict = session.context().certificateManager.buildPath(certificate, options, extra);
-    run.out.field("good", verdict.good());
-    run.out.field("verdict", codeName(verdict.code));
-    run.out.field("reason", verdict.reason);
-    run.out.field("clause", verdict.clause);
+    showVerdict(run, verdict);
     run.out.field("at", timeOf(options.time));
-    if (run.call.has("explain")) {
-        Values candidates;
-        for (const PathVerdict& one : tried) candidates.emplace_back(candidateFields(one));
-        run.out.field("candidates", std::move(candidates));
-    }
+    if (run.call.has("explain")) showTrials(run, trials);
     for (const PathStep& step : verdict.steps) run.out.item(stepFields(step, run.call.has("der")));
     if (!verdict.good()) run.out.no(verdict.code);
 }

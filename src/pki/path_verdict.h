@@ -95,6 +95,12 @@ struct PathVerdict {
     std::vector<ASNobjectId> policies{};  ///< user-constrained-policy-set (6.1.6)
     bool exhausted = false;               ///< the work limit ended the search
     [[nodiscard]] bool good() const { return code == 0; }
+    /// The policies as dotted identifiers with spaces between.
+    [[nodiscard]] std::string policyText() const {
+        std::string text;
+        for (const ASNobjectId& one : policies) text += (text.empty() ? "" : " ") + one.text();
+        return text;
+    }
 };
 
 }  // namespace crv

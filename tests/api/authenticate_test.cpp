@@ -128,9 +128,14 @@ TEST_F(Authenticate, MovesWhatWasFetchedIntoTheDatabase) {
 TEST_F(Authenticate, JudgesCertificatesForPrograms) {
     CRVctx ctx;
     const MadeCert root = makeCert({.subject = {{"CN", "Korzeń"}}, .extensions = caExtensions()});
-    const MadeCert ca = makeCert({.subject = {{"CN", "CA"}}, .extensions = caExtensions()}, &root);
-    const MadeCert leaf = makeCert({.subject = {{"CN", "Jan"}}, .serial = "07"}, &ca);
+    auto extensions = caExtensions();
+    const std::pair<std::string, std::string> policy{"2.5.29.32", "DER:3006300406022A04"};  // 1.2.4
+    extensions.push_back(policy);
+    const MadeCert ca = makeCert({.subject = {{"CN", "CA"}}, .extensions = extensions}, &root);
+    const MadeCert leaf = makeCert({.subject = {{"CN", "Jan"}}, .serial = "07", .extensions = {policy}}, &ca);
     Bytes both = leaf.der;
+    CrvVerifyInfo info{};
+    info.size = sizeof info;
     both.insert(both.end(), ca.der.begin(), ca.der.end());
     const auto verify = [&](const Bytes& certs, const CrvVerifyParams* params, CrvVerifyResult** result) {
         return crvVerifyCertAPI(&ctx, certs.data(), static_cast<long>(certs.size()), params, result);
@@ -161,10 +166,12 @@ TEST_F(Authenticate, JudgesCertificatesForPrograms) {
         EXPECT_EQ(verify(both, &row.params, &result), row.code) << &row - rows;
         EXPECT_EQ(crvFreeVerifyResultAPI(&ctx, result), CRV_OK);
     }
+    ASSERT_EQ(verify(both, nullptr, &result), CRV_OK);
+    ASSERT_EQ(crvGetVerifyInfoAPI(&ctx, result, &info), CRV_OK);
+    EXPECT_STREQ(info.policies, "1.2.4");
+    EXPECT_EQ(crvFreeVerifyResultAPI(&ctx, result), CRV_OK);
     ASSERT_EQ(ctx.revocationManager.insert(makeCrl({.entries = {{"07", 1}}, .extensions = {}}, ca)), CrlInsert::Stored);
     ASSERT_EQ(verify(both, nullptr, &result), ECRV_CRTREV);
-    CrvVerifyInfo info{};
-    info.size = sizeof info;
     ASSERT_EQ(crvGetVerifyInfoAPI(&ctx, result, &info), CRV_OK);
     EXPECT_EQ(std::tuple(info.code, std::string(info.clause), info.failed_at, info.steps),
               std::tuple(ECRV_CRTREV, std::string("6.1.3 (a)(3)"), 0L, 3L));
@@ -175,7 +182,7 @@ TEST_F(Authenticate, JudgesCertificatesForPrograms) {
     EXPECT_EQ(step.source, nullptr);
     step.size = sizeof step;
     EXPECT_EQ(crvGetVerifyStepAPI(&ctx, result, 0, &step), CRV_OK);
-    EXPECT_EQ(std::string(step.subject) + '|' + step.source, "CN=Jan|CN=CA");
+    EXPECT_EQ(std::string(step.subject) + '|' + step.source + '|' + step.source_delta, "CN=Jan|CN=CA|");
     EXPECT_EQ(step.reason, 1);
     EXPECT_TRUE(std::ranges::equal(leaf.der, ByteView(step.der, static_cast<size_t>(step.der_len))));
     EXPECT_EQ(crvGetVerifyStepAPI(&ctx, result, 3, &step), ECRV_API_INV_PAR);

@@ -262,7 +262,8 @@ TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
     play({{"Osoba 299", keys::kDown + "u"}, {question, "n"}, {"11", "u"}, {question, "t"}});
     play({{"Certyfikat usunięty", " "}, {"znaleziono: 10", ""}});
     expectIn("", 3, "Osoba 291 ");
-    play({{"Osoba 291", "d"}, {"CN=Osoba 291", "w"}, {"Cała baza", "s"}, {"Podaj nazwę", "~/jeden.crt\r"}});
+    play({{"Osoba 291", "d"}, {"CN=Osoba 291", "r"}, {"Ścieżka:", ""}, {"RFC 5280 6.1.1", ""}});
+    play({{"no path to a trust point", "w"}, {"Cała baza", "s"}, {"Podaj nazwę", "~/jeden.crt\r"}});
     message(kSaved);
     search("Osoba 290", "0");
     EXPECT_EQ(screen->row(22).find("Dane"), std::string::npos);

@@ -265,11 +265,12 @@ class Stores(Case):
                 self.assertNotIn(self.secret, file.read_bytes(), file)
 
     def test_reading_leaves_every_octet_and_answers_alike_in_every_locale(self):
-        at = ("--at", "2027-01-01")
+        verify = ("cert", "verify", "--role", "sign", "--at", "2027-01-01", "--revocation", "none")
         for words, status in ((["store", "check"], 0), (["key", "list"], 0), (["policy", "list"], 0), (["setting", "list"], 0),
                               (["setting", "get", "connect-timeout"], 0), (["setting", "get", "nope"], 3),
                               (["cert", "show", "--role", "sign", "--der"], 0), (["trust", "list"], 0),
-                              (["cert", "verify", "--role", "sign", *at, "--revocation", "none"], 0),
+                              ([*verify, "--ext-usage", "1.2.3", "--policy", "1.2", "--depth", "2", "--no-deltas"], 0),
+                              ([*verify, "--explicit-policy"], 1), ([*verify, "--depth", "1"], 1),
                               (["cert", "verify", "moj.crt", "--at", "2020-01-01"], 1), (["crl", "verify", "ca/ca.crl"], 0),
                               (["crl", "verify", "moj.crt"], 1), (["trust", "export", "x", "--subject", "nobody"], 3)):
             answer = self.read(*words, *self.KEYS, status=status)
@@ -311,6 +312,7 @@ class Stores(Case):
         answer = self.read(*self.KEYS, "cert", "verify", "moj.crt", "--explain", status=1)["result"]
         self.assertEqual([(c["path"], c["clause"], c["mend"], c["mendAbout"]) for c in answer["candidates"]],
                          [(["CN=Jan Kowalski,O=Firma,C=PL", CA], "6.1.1", "crvctl trust add FILE", CA)])
+        self.assertEqual((answer["failedAt"], answer["exhausted"], answer["candidatesOmitted"]), (1, False, 0))
         self.changed("server", "set", "LDAP", "--ca", "ca/ca.pem")
         self.assertEqual(self.read("server", "list")["result"]["items"][0]["ca"], CA)
         self.changed("server", "set", "LDAP", "--any-ca")

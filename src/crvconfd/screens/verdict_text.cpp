@@ -57,6 +57,7 @@ std::string statusText(const PathStep& step) {
     if (step.status.state == CrtStatus::State::Revoked && step.status.reason != CrlReason::Unspecified)
         text += std::string(" (") + crlReasonName(step.status.reason) + ")";
     if (*step.status.clause) text += std::string(", RFC 5280 ") + step.status.clause;
+    if (!step.status.text.empty()) text += ": " + step.status.text;
     return text + sourceText(step.status.source);
 }
 
@@ -75,8 +76,11 @@ std::vector<std::string> verdictLines(const SignedCertificate& certificate) {
     addField(lines, "Ścieżka:", verdict.good() ? "poprawna" : codeText(verdict.code));
     if (!verdict.good()) {
         addField(lines, "Niespełniona reguła:", verdict.clause.empty() ? "-" : "RFC 5280 " + verdict.clause);
+        addField(lines, "Powód:", verdict.reason);
         addField(lines, "Zawiódł certyfikat:", shortName(verdict.certs[verdict.failedAt]->subject()));
     }
+    if (verdict.exhausted) addField(lines, "Szukanie:", "przerwane na granicy pracy");
+    if (!verdict.policies.empty()) addField(lines, "Ważne polityki:", verdict.policyText());
     const bool rooted = contains(crtManager->trustPoints(), *verdict.certs.back());
     for (size_t i = 0; i < verdict.steps.size(); ++i)
         addStep(lines, verdict.steps[i], rooted && i + 1 == verdict.steps.size());
