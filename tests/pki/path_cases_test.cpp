@@ -735,6 +735,22 @@ TEST_F(PathCasesTest, ManyKeysForLists) {
     EXPECT_EQ(path(leaf).code, ECRV_CRTREV);
 }
 
+TEST_F(PathCasesTest, WhatIsNotAtHandOrNotDoneNeverMakesGood) {
+    const MadeCert leaf = issue({.subject = {{"CN", "Jan"}}, .serial = "07"}, root);
+    EXPECT_EQ(revocation.insert(makeCrl({}, root)), CrlInsert::Stored);
+    EXPECT_EQ(revocation.insert(makeCrl({.entries = {{"07"}}, .number = 2, .base = 1}, root)), CrlInsert::Stored);
+    for (size_t signatures = 0; signatures < 5; ++signatures) {
+        cache.clear();
+        EXPECT_FALSE(path(leaf, {.limits = {.signatures = signatures}}).good()) << signatures;
+    }
+    fresh();
+    const Texts signs{{"subjectKeyIdentifier", "hash"}, {"keyUsage", "cRLSign"}};
+    const MadeCert signer = test::makeCert({.subject = root.subject, .extensions = signs}, &root, test::makeKey());
+    EXPECT_EQ(revocation.insert(makeCrl({}, signer)), CrlInsert::Stored);
+    EXPECT_FALSE(path(leaf).good());
+    EXPECT_TRUE(certificates.buildPath(crv::makeCert(leaf.der), {.time = kAsked}, {crv::makeCert(signer.der)}).good());
+}
+
 TEST(CrlEntryIndexTest, SerialsAndIssuers) {
     const Bytes issuer{1};
     const struct {
