@@ -29,6 +29,7 @@ CRV_CONFIG_OID(OID_CRV_CONFIG_TEXT_OPTION_43, "5.53");
 CRV_CONFIG_OID(OID_CRV_CONFIG_ALGORITHM_POLICY, "5.60");  // UTF8String
 
 // Attribute of certificate bags.
+CRV_CONFIG_OID(OID_CRV_BAG_PSS_ONLY, "6.4");  // AlgorithmIdentifier: the only one that the key signs with
 CRV_CONFIG_OID(OID_CRV_BAG_ORDINARY, "6.3");  // NULL: not a trust point, though the certificate of an authority
 
 // Secret bags.

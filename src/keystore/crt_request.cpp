@@ -1,9 +1,11 @@
 #include "keystore/crt_request.h"
 
 #include "asn/known_oids.h"
+#include "asn/pkcs/attribute.h"
 #include "asn/pkcs/certification_request.h"
 #include "asn/x509/ext_key.h"
 #include "asn/x509/sign_algo.h"
+#include "config/config_oids.h"
 #include "crypto/crypto_error.h"
 #include "crypto/sign_algo_map.h"
 #include "keystore/key_manager.h"
@@ -43,11 +45,32 @@ Bytes requestPem(ByteView der) {
     return text;
 }
 
+/// The hash that a key is tied to; None for a free one.
+KcHashAlgo markedPss(const KeyManager& keys, const Signer& key) {
+    Attributes held;
+    AlgorithmIdentifier only;
+    for (const StoredKey& stored : keys.keys()) {
+        if (stored.key.get() != &key || !held.readExactly(stored.bagAttributes)) continue;
+        const auto how = held.get(OID_CRV_BAG_PSS_ONLY, only) ? readSignAlgorithm(only) : std::nullopt;
+        return how && how->scheme == KeyScheme::RsaPss ? how->hash : KcHashAlgo::None;
+    }
+    return KcHashAlgo::None;
+}
+
 }  // namespace
 
-KeyManagerResult prepareCrtRequest(KeyManager& keys, KeyType use, const CrtRequestParams& params, Bytes& out) {
+Bytes pssMark(KcHashAlgo hash) {
+    const auto only = hash == KcHashAlgo::None ? std::nullopt : signAlgorithm(KeyScheme::RsaPss, hash);
+    Attributes held;
+    if (only) held.set(OID_CRV_BAG_PSS_ONLY, *only);
+    return only ? held.encoded() : Bytes();
+}
+
+KeyManagerResult prepareCrtRequest(KeyManager& keys, KeyType use, const CrtRequestParams& asked, Bytes& out) {
     const Signer* key = use == KeyType::Encryption ? keys.encryptionKey() : keys.signingKey();
     if (!key) return kKmKeyNotFound;
+    CrtRequestParams params = asked;
+    if (const KcHashAlgo only = markedPss(keys, *key); only != KcHashAlgo::None) params.hash = params.forcedPss = only;
     // A key that is tied to RSA-PSS makes no other signature, its own request's included (RFC 4055 1.2).
     if (params.forcedPss != KcHashAlgo::None && params.scheme != KeyScheme::RsaPss) return kKmHashNotSupported;
     if (!isHashSupported(params.scheme, params.hash) ||

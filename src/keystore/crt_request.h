@@ -14,6 +14,10 @@ class KeyManager;
 enum class RequestFormat { Pem, Der };
 
 /// What a certification request is to be like.
+/// Attributes of the bag of a key that is tied to RSA-PSS with the hash (RFC 4055 1.2), by which further requests know
+/// it; none for KcHashAlgo::None.
+[[nodiscard]] Bytes pssMark(KcHashAlgo hash);
+
 struct CrtRequestParams {
     RequestFormat format = RequestFormat::Pem;
     const DistinguishedName* subject = nullptr;  ///< null: KeyManager::requestSubject

@@ -184,7 +184,7 @@ class KeyManager {
     [[nodiscard]] KeyScheme schemeOf(const StoredKey& stored) const;
     /// Takes a newly generated key into its role and saves everything. When that fails the key is dropped again and the
     /// result of the save is answered. A role that is taken is a failed assertion: ask hasKey first.
-    [[nodiscard]] KeyManagerResult addNewKey(KeyType use, SignerPtr key);
+    [[nodiscard]] KeyManagerResult addNewKey(KeyType use, SignerPtr key, Bytes bagAttributes = {});
 
     // --- Generation of keys for the user. Each generates a key, takes it into its role and saves everything; a failure
     // or a stop changes nothing, but a key that could not be saved is kept aside until it is saved or dropped: it took

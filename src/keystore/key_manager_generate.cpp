@@ -3,6 +3,7 @@
 #include "config/configuration_manager.h"
 #include "crypto/crypto_error.h"
 #include "crypto/private_key.h"
+#include "keystore/crt_request.h"
 #include "keystore/key_manager.h"
 #include "keystore/key_store_media.h"
 #include "misc/exceptions.h"
@@ -70,7 +71,7 @@ KeyManagerResult KeyManager::saveNewKey(const NewKey& generated) {
         configuration().setRecordChanged(changed);
     };
     try {
-        const KeyManagerResult result = addNewKey(generated.use, generated.key);
+        const KeyManagerResult result = addNewKey(generated.use, generated.key, pssMark(generated.hash));
         if (result != kKmOk) undo();
         return result;
     } catch (...) {

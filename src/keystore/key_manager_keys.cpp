@@ -41,12 +41,12 @@ KeyScheme KeyManager::schemeOf(const StoredKey& stored) const {
     return shares(stored.role, KeyRole::Signing) ? signingKeyType() : stored.key->scheme();
 }
 
-KeyManagerResult KeyManager::addNewKey(KeyType use, SignerPtr key) {
+KeyManagerResult KeyManager::addNewKey(KeyType use, SignerPtr key, Bytes bagAttributes) {
     demand({State::Open});
     VTEST(!hasKey(use), kKeyManagerPlace);
     if (!media().hasSecurityFile() && !media().keyLimits(use)) return kKmNotOnThisMedium;
     const std::vector<StoredKey> before = contents_.keys;
-    contents_.keys.push_back({std::move(key), roleOf(use)});
+    contents_.keys.push_back({std::move(key), roleOf(use), {}, std::move(bagAttributes)});
     sortByRole(contents_.keys);
     KeyManagerResult result = kKmNoMemory;
     try {

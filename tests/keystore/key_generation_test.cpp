@@ -76,6 +76,14 @@ TEST_F(KeyGenerationTest, OpensslAcceptsEveryRequestAndTheKeyIsInTheReopenedFile
         Session reopened(path);
         ASSERT_EQ(reopened.login(), kKmOk);
         ASSERT_TRUE(reopened.keys.hasKey(one.use));
+        CrtRequestParams later = one.request;
+        later.forcedPss = KcHashAlgo::None;
+        later.format = RequestFormat::Pem;
+        ASSERT_EQ(prepareCrtRequest(reopened.keys, one.use, later, request), kKmOk);
+        writeFile(dir.file("later"), std::string(asText(request)));
+        EXPECT_EQ(openssl("req -noout -text -in later").find("Public Key Algorithm: rsassaPss") != std::string::npos,
+                  pssKey)
+            << "a request made anew keeps the tie";
         const bool encrypts = one.use == KeyType::Encryption;
         const Signer& key = encrypts ? *reopened.keys.encryptionKey() : *reopened.keys.signingKey();
         writeFile(dir.file("spki"), std::string(asText(key.publicKey().toSpki())));
