@@ -35,9 +35,7 @@ target_compile_definitions(crv_options INTERFACE OPENSSL_NO_DEPRECATED OPENSSL_A
 target_compile_options(crv_options INTERFACE -ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
 
 # Hardening everywhere: return addresses, buffers of known size, indirect branches, addresses, and tables of the linker.
-if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug" OR CRV_SANITIZE)
-  target_compile_options(crv_options INTERFACE -fstack-protector-strong -fcf-protection)
-endif()
+target_compile_options(crv_options INTERFACE -fstack-protector-strong -fcf-protection)
 if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")  # it needs the optimiser
   target_compile_definitions(crv_options INTERFACE _FORTIFY_SOURCE=2)
 endif()
