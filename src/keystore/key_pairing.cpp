@@ -116,9 +116,10 @@ std::optional<KeyRole> roleOfCertificate(const SignedCertificate& certificate) {
 
 KeyManagerResult analyzeKeysAndCerts(const LoadedSecurityFile& file, bool recertification, KeyStoreContents& out) {
     KeyStoreContents contents;
-    for (const LoadedSecurityFile::Key& key : file.keys)
+    for (const LoadedSecurityFile::Key& key : file.keys) {
         contents.keys.push_back(
             {std::make_shared<PrivateKey>(key.key), KeyRole::Further, key.attributes, key.bagAttributes});
+    }
     contents.certAttributes = file.certAttributes;
     sortCertificates(file, contents);
     if (!recertification && hasTwoNames(contents)) return kKmKeyHasTwoNames;
