@@ -7,7 +7,7 @@
 // reaches the terminal raw. Lengths and centring count bytes. Functions with a format take printf formats: data is
 // never the format, "%s" is. At most 256 bytes remain after formatting. Moves outside the screen are ignored.
 //
-// A smaller terminal shows the part of the screen in which something was drawn or is typed last.
+// A smaller terminal shows the rows and columns in which something was drawn or typed last.
 //
 // The terminal may be resized and the process suspended at any time: the contents survive and are drawn again. When the
 // process is asked to end (SIGINT, SIGTERM, SIGHUP, SIGQUIT) or the terminal hangs up, whichever function waits for a
@@ -48,9 +48,9 @@ enum InternalKey : int {
     kKeyPageDown = 1081,
     kKeyRight = 1082,
     kKeyEnd = 1083,
-    kKeyHelp = 1086,    ///< F1, from getScrollKey only
-    kKeyDelete = 1084,  ///< in text fields only, as the next one
+    kKeyDelete = 1084,  ///< from getScrollKey only, as the next ones
     kKeyPaste = 1085,
+    kKeyHelp = 1086,  ///< F1
 };
 
 /// Keys as a list menu's callback sees them: curses' own codes (checked against curses in the source).
@@ -201,7 +201,7 @@ void printTextWithShortcuts(const char* text, int length);
 /// One key as an internal code. A lone ESC counts as Escape after 500 ms of silence (a second one within a second after
 /// that is swallowed); ESC ESC is Escape at once; any other sequence that is not known is taken in whole and answers 0.
 [[nodiscard]] int getKey();
-/// The same, with Home and End too: for screens that scroll.
+/// The same with both sides, both ends, Delete, F1 and pastes: for text fields and screens that scroll.
 [[nodiscard]] int getScrollKey();
 
 class LineEditor;

@@ -36,7 +36,7 @@ class FieldView {
   public:
     FieldView(int row, int col, int width) : row_(row), col_(col), room_(std::max(width - 1, 2)) {}
 
-    /// Shows the part of the line around the cursor, with a mark at each end where more is hidden.
+    /// Shows what of the line stands around the cursor, with a mark at each end where more is hidden.
     void draw(const LineEditor& line) {
         const std::string_view text = line.text();
         scrollTo(text, line.cursor());
@@ -156,7 +156,7 @@ bool editField(const LineField& field, LineEditor& line, const LineKey& other, c
     const CursorGuard cursor(true);
     for (;;) {
         view.draw(line);
-        const int key = toolkit::readLineKey();
+        const int key = getScrollKey();
         if (isEnter(key) || key == kKeyEscape) {
             clrToEol(field.row, field.col);
             return key != kKeyEscape;

@@ -43,9 +43,6 @@ void unreadKey(int key);
 /// sequences as 0.
 [[nodiscard]] int readPlainKey(int milliseconds = -1);
 
-/// A key for text fields: getKey's and the sides, both ends, Delete, and kKeyPaste.
-[[nodiscard]] int readLineKey();
-
 /// What was pasted last (bracketed paste), once.
 [[nodiscard]] SecretText takePaste();
 

@@ -56,39 +56,12 @@ constexpr std::array<std::pair<std::string_view, int>, 7> kRawSequences{{
     {"[B", kKeyDown},
 }};
 
-// What getScrollKey knows besides.
-constexpr std::array<std::pair<std::string_view, int>, 11> kScrollSequences{{
-    {"OP", kKeyHelp},
-    {"[11~", kKeyHelp},
-    {"[[A", kKeyHelp},
-    {"[H", kKeyHome},
-    {"OH", kKeyHome},
-    {"[1~", kKeyHome},
-    {"[7~", kKeyHome},
-    {"[F", kKeyEnd},
-    {"OF", kKeyEnd},
-    {"[4~", kKeyEnd},
-    {"[8~", kKeyEnd},
-}};
-
-// What text fields know besides.
-constexpr std::array<std::pair<std::string_view, int>, 16> kLineSequences{{
-    {"[D", kKeyLeft},
-    {"OD", kKeyLeft},
-    {"[C", kKeyRight},
-    {"OC", kKeyRight},
-    {"OA", kKeyUp},
-    {"OB", kKeyDown},
-    {"[H", kKeyHome},
-    {"OH", kKeyHome},
-    {"[1~", kKeyHome},
-    {"[7~", kKeyHome},
-    {"[F", kKeyEnd},
-    {"OF", kKeyEnd},
-    {"[4~", kKeyEnd},
-    {"[8~", kKeyEnd},
-    {"[3~", kKeyDelete},
-    {kPasteBegin, kKeyPaste},
+// What text fields and screens that scroll know besides.
+constexpr std::array<std::pair<std::string_view, int>, 19> kFurtherSequences{{
+    {"OP", kKeyHelp},  {"[11~", kKeyHelp}, {"[[A", kKeyHelp},   {"[D", kKeyLeft},         {"OD", kKeyLeft},
+    {"[C", kKeyRight}, {"OC", kKeyRight},  {"OA", kKeyUp},      {"OB", kKeyDown},         {"[H", kKeyHome},
+    {"OH", kKeyHome},  {"[1~", kKeyHome},  {"[7~", kKeyHome},   {"[F", kKeyEnd},          {"OF", kKeyEnd},
+    {"[4~", kKeyEnd},  {"[8~", kKeyEnd},   {"[3~", kKeyDelete}, {kPasteBegin, kKeyPaste},
 }};
 
 constexpr std::array<std::pair<std::string_view, int>, 1> kPlainSequences{{{kPasteBegin, kKeyPaste}}};
@@ -295,10 +268,6 @@ int readPlainKey(int milliseconds) {
     return key == kKeyEscape ? decodeSingleEscape(kEscapeTail, kPlainSequences) : key;
 }
 
-int readLineKey() {
-    return readAnyKey(kLineSequences);
-}
-
 SecretText takePaste() {
     return std::exchange(pasted, {});
 }
@@ -316,7 +285,7 @@ int getKey() {
 }
 
 int getScrollKey() {
-    return readAnyKey(kScrollSequences);
+    return readAnyKey(kFurtherSequences);
 }
 
 int waitForKeyOrTimeout(int tenths) {
