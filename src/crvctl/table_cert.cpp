@@ -52,9 +52,8 @@ const std::vector<FieldRow> kCrlFields{
 const std::vector<FieldRow> kSoundness{
     {"sound", "boolean", "Sound"}, {"file", "string", "File", true}, {"finding", "string", "Finding", true}};
 
-}  // namespace
-
-std::vector<VerbRow> certVerbs() {
+/// What finds and shows certificates.
+std::vector<VerbRow> lookingVerbs() {
     return {
         {"cert",
          "list",
@@ -86,6 +85,12 @@ std::vector<VerbRow> certVerbs() {
          join(kSelector, {kRole, kOfFile, kDer}),
          certificateFields(false),
          kOpen},
+    };
+}
+
+/// What takes certificates in, out and away.
+std::vector<VerbRow> movingVerbs() {
+    return {
         {"cert",
          "import",
          Needs::Database,
@@ -136,52 +141,61 @@ std::vector<VerbRow> certVerbs() {
          {{"now", Time, "TIME", "what the time is, instead of the question whether the clock is right"}},
          {{"removed", "number", "Removed"}, {"remaining", "number", "Remaining"}},
          0},
-        {"cert",
-         "verify",
-         Needs::Keys,
-         Effect::Reads,
-         certVerify,
-         "build and check the path of a certificate; status 1 when it is not good",
-         {{"FILE", File, nullptr, true}},
-         join(kSelector,
-              {kRole,
-               kAt,
-               {"usage", Choice, "sign|decrypt", "what the certificate must be good for"},
-               {"ext-usage", Oid, "OID", "a purpose that it must be good for; may be repeated"},
-               {"policy", Oid, "OID", "a certificate policy that is acceptable; may be repeated"},
-               {"explicit-policy", Flag, nullptr, "a policy must hold all along the path"},
-               {"inhibit-mapping", Flag, nullptr, "no policy stands for another one"},
-               {"inhibit-any-policy", Flag, nullptr, "anyPolicy stands for no policy"},
-               {"constrained-trust-point", Flag, nullptr, "constraints of the trust point bind, too (RFC 5937)"},
-               {"depth", Number, "N", "certificates on a path at most (64)"},
-               {"revocation", Choice, "none|known|required", "whether its status must be known (known)"},
-               {"no-deltas", Flag, nullptr, "leave delta lists alone"},
-               {"explain", Flag, nullptr, "list every path that was tried, why it fell and what would mend it"},
-               kDer}),
-         join({{"good", "boolean", "Good"},
-               {"verdict", "string", "Verdict"},
-               {"reason", "string", "Reason"},
-               {"clause", "string", "Clause of RFC 5280"},
-               {"failedAt", "number", "Certificate that failed, from 0"},
-               {"exhausted", "boolean", "Ended by the limit of work"},
-               {"policies", "array", "Valid policies"},
-               {"at", "string", "Moment"},
-               {"candidates", "array", "Paths that were tried"},
-               {"candidatesOmitted", "number", "Trials that are not listed"}},
-              join(certificateFields(true), {{"status", "string", "Status", true},
-                                             {"statusReason", "string", "Reason of the status", true},
-                                             {"statusClause", "string", "Clause of the status", true},
-                                             {"revokedAt", "string", "Revoked", true},
-                                             {"crlIssuer", "string", "Issuer of the list", true},
-                                             {"crlNumber", "string", "Number of the list", true},
-                                             {"deltaNumber", "string", "Number of the delta", true},
-                                             {"crlIssued", "string", "List issued", true},
-                                             {"crlAge", "number", "Age of the list in seconds", true},
-                                             {"algorithm", "string", "Algorithm of the signature", true},
-                                             {"weakness", "string", "Weakness of the algorithm", true}})),
-         kOpen,
-         true},
     };
+}
+
+VerbRow verifyVerb() {
+    return {"cert",
+            "verify",
+            Needs::Keys,
+            Effect::Reads,
+            certVerify,
+            "build and check the path of a certificate; status 1 when it is not good",
+            {{"FILE", File, nullptr, true}},
+            join(kSelector,
+                 {kRole,
+                  kAt,
+                  {"usage", Choice, "sign|decrypt", "what the certificate must be good for"},
+                  {"ext-usage", Oid, "OID", "a purpose that it must be good for; may be repeated"},
+                  {"policy", Oid, "OID", "a certificate policy that is acceptable; may be repeated"},
+                  {"explicit-policy", Flag, nullptr, "a policy must hold all along the path"},
+                  {"inhibit-mapping", Flag, nullptr, "no policy stands for another one"},
+                  {"inhibit-any-policy", Flag, nullptr, "anyPolicy stands for no policy"},
+                  {"constrained-trust-point", Flag, nullptr, "constraints of the trust point bind, too (RFC 5937)"},
+                  {"depth", Number, "N", "certificates on a path at most (64)"},
+                  {"revocation", Choice, "none|known|required", "whether its status must be known (known)"},
+                  {"no-deltas", Flag, nullptr, "leave delta lists alone"},
+                  {"explain", Flag, nullptr, "list every path that was tried, why it fell and what would mend it"},
+                  kDer}),
+            join({{"good", "boolean", "Good"},
+                  {"verdict", "string", "Verdict"},
+                  {"reason", "string", "Reason"},
+                  {"clause", "string", "Clause of RFC 5280"},
+                  {"failedAt", "number", "Certificate that failed, from 0"},
+                  {"exhausted", "boolean", "Ended by the limit of work"},
+                  {"policies", "array", "Valid policies"},
+                  {"at", "string", "Moment"},
+                  {"candidates", "array", "Paths that were tried"},
+                  {"candidatesOmitted", "number", "Trials that are not listed"}},
+                 join(certificateFields(true), {{"status", "string", "Status", true},
+                                                {"statusReason", "string", "Reason of the status", true},
+                                                {"statusClause", "string", "Clause of the status", true},
+                                                {"revokedAt", "string", "Revoked", true},
+                                                {"crlIssuer", "string", "Issuer of the list", true},
+                                                {"crlNumber", "string", "Number of the list", true},
+                                                {"deltaNumber", "string", "Number of the delta", true},
+                                                {"crlIssued", "string", "List issued", true},
+                                                {"crlAge", "number", "Age of the list in seconds", true},
+                                                {"algorithm", "string", "Algorithm of the signature", true},
+                                                {"weakness", "string", "Weakness of the algorithm", true}})),
+            kOpen,
+            true};
+}
+
+}  // namespace
+
+std::vector<VerbRow> certVerbs() {
+    return join(join(lookingVerbs(), movingVerbs()), {verifyVerb()});
 }
 
 std::vector<VerbRow> trustVerbs() {
