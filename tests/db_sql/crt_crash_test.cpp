@@ -237,6 +237,17 @@ TEST_F(CrtCrash, ADamagedBitCostsARepairNoCertificate) {
     ASSERT_TRUE(Base(path).manager.readForward(0, 40, all));
     const auto third = static_cast<size_t>(all[2].id), last = static_cast<size_t>(all[39].id);
     const size_t body = third + 32 + 41 + 129 + 41, name = asText(all[2].der).find("Firma");
+    // Keys end at their first zero octet; what is damaged behind it belongs to nobody.
+    const std::string sides = test::readFile(path + "addidx.dta");
+    const auto whole = std::ranges::find_if(certPool(), [&](const Bytes& der) {
+        CrtRecord record;
+        return makeCrtRecord(der, record) && asText(record.keyId).find('\0') == std::string_view::npos &&
+               asText(record.crtHash).find('\0') == std::string_view::npos;
+    });
+    CrtRecord chosen;
+    ASSERT_TRUE(whole - certPool().begin() < 40 && makeCrtRecord(*whole, chosen));
+    const size_t hash = sides.find(asText(chosen.crtHash)), keyId = sides.find(asText(chosen.keyId));
+    ASSERT_EQ(hash, keyId + 41);
     struct Row {
         const char* what;
         const char* table;
@@ -255,8 +266,8 @@ TEST_F(CrtCrash, ADamagedBitCostsARepairNoCertificate) {
                            {"mark of deletion", "certific", third + 1, 6},
                            {"key", "certific", third + 40, 1},
                            {"key of a field", "dnfld", 56 + 32 + 17 + 3, 1},
-                           {"key of the identifiers", "addidx", 56 + 32 + 17 + 3, 1},
-                           {"hash", "addidx", 56 + 32 + 17 + 41 + 3, 1},
+                           {"key of the identifiers", "addidx", keyId + 3, 1},
+                           {"hash", "addidx", hash + 3, 1},
                            {"name", "certific", body + name, 1, 1},
                            {"signature", "certific", body + all[2].der.size() - 1, 1, 1},
                            {"deleted", "certific", third, 0},
