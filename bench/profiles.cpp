@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "api/crvctx.h"
+#include "context/crvctx.h"
 #include "crypto/self_test.h"
 #include "misc/whole_file.h"
 #include "profiles/crv_profile.h"

@@ -8,8 +8,8 @@
 
 #include <p11-kit/pkcs11.h>
 
-#include "api/crvctx.h"
 #include "asn/pkcs/digest_info.h"
+#include "context/crvctx.h"
 #include "corvane/crvprofile.h"
 #include "keystore/key_manager.h"
 #include "profiles/profile_kinds.h"

@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "api/vtest_text_buffer.h"
+#include "context/vtest_text_buffer.h"
 #include "misc/exceptions.h"
 
 namespace crv {
@@ -44,10 +44,6 @@ int codeOfException(CRVctx* ctx) noexcept {
     } catch (...) {
         return ECRV_UNKNOWN_EXCEPTION;
     }
-}
-
-void demand(bool condition) {
-    if (!condition) throw CrvApiException(ECRV_API_INV_PAR);
 }
 
 int copyOut(std::string_view value, char* buf, long* len) {

@@ -1,7 +1,7 @@
 // The frame around every operation of the library.
 #pragma once
 
-#include "api/crvctx.h"
+#include "context/crvctx.h"
 
 namespace crv {
 
@@ -35,9 +35,6 @@ auto apiPointerFrame(CRVctx* ctx, Inner inner) noexcept -> decltype(inner()) {
         return nullptr;
     }
 }
-
-/// Throws CrvApiException (ECRV_API_INV_PAR) unless the condition holds.
-void demand(bool condition);
 
 /// A value by the buffer rule: ECRV_API_INV_PAR, ECRV_BUFF_TO_SHORT or 0.
 int copyOut(std::string_view value, char* buf, long* len);

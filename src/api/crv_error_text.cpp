@@ -3,8 +3,8 @@
 #include <cstring>
 
 #include "api/api_frame.h"
-#include "api/error_table.h"
-#include "api/vtest_text_buffer.h"
+#include "context/error_table.h"
+#include "context/vtest_text_buffer.h"
 #include "misc/logger.h"
 #include "misc/utf8.h"
 #include "pkcs11/ckr_name.h"

@@ -7,7 +7,7 @@
 #include <cstring>
 #include <nlohmann/json.hpp>
 
-#include "api/error_table.h"
+#include "context/error_table.h"
 #include "crvctl/table.h"
 #include "crvctl/texts.h"
 #include "misc/ascii.h"

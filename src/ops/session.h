@@ -4,7 +4,7 @@
 #include <memory>
 #include <optional>
 
-#include "api/crvctx.h"
+#include "context/crvctx.h"
 #include "keystore/key_store_door.h"
 #include "ops/lock_wait.h"
 #include "ops/profiles.h"

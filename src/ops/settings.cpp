@@ -4,9 +4,9 @@
 #include <charconv>
 #include <vector>
 
-#include "api/crv_options.h"
 #include "asn/known_oids.h"
 #include "config/config_oids.h"
+#include "context/context_options.h"
 #include "misc/ascii.h"
 #include "misc/exceptions.h"
 #include "misc/utf8.h"

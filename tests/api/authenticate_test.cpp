@@ -1,9 +1,9 @@
 // Log-in through the library, and what a key changes for the options.
 #include <gmock/gmock.h>
 
-#include "api/crvctx.h"
 #include "config/config_oids.h"
 #include "config/warning_codes.h"
+#include "context/crvctx.h"
 #include "crypto/private_key.h"
 #include "misc/file_semaphore.h"
 #include "support/cert_maker.h"

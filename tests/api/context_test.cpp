@@ -5,10 +5,10 @@
 #include <thread>
 
 #include "api/api_frame.h"
-#include "api/crv_options.h"
-#include "api/error_table.h"
-#include "api/vtest_text_buffer.h"
 #include "config/warning_codes.h"
+#include "context/context_options.h"
+#include "context/error_table.h"
+#include "context/vtest_text_buffer.h"
 #include "misc/exceptions.h"
 #include "profiles/profile_kinds.h"
 

@@ -1,7 +1,7 @@
 #include "crvconfd/screens/open_profile.h"
 
-#include "api/crvctx.h"
 #include "config/configuration_manager.h"
+#include "context/crvctx.h"
 #include "corvane/crvapi.h"
 #include "crvconfd/screens/keystroke_seed.h"
 #include "crvconfd/screens/password_entry.h"

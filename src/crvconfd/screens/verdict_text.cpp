@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <ctime>
 
-#include "api/error_table.h"
 #include "asn/x509/signed_certificate.h"
+#include "context/error_table.h"
 #include "crvconfd/engines/text_view.h"
 #include "crvconfd/screens/crt_text.h"
 #include "crvconfd/screens/password_quality.h"

@@ -1,6 +1,6 @@
 #include "crvconfd/session/context.h"
 
-#include "api/crvctx.h"
+#include "context/crvctx.h"
 #include "crvconfd/session/token_dialog.h"
 
 namespace crv {

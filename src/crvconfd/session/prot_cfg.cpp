@@ -1,6 +1,6 @@
 #include "crvconfd/session/prot_cfg.h"
 
-#include "api/error_table.h"
+#include "context/error_table.h"
 #include "corvane/crvapi.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"

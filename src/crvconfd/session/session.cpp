@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "api/crvctx.h"
+#include "context/crvctx.h"
 #include "crvconfd/screens/key_gen.h"
 #include "crvconfd/screens/menus.h"
 #include "crvconfd/screens/open_profile.h"

@@ -1,6 +1,6 @@
 #include "crvconfd/session/token_dialog.h"
 
-#include "api/context_state.h"
+#include "context/context_state.h"
 #include "crvconfd/screens/password_entry.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/toolkit/toolkit.h"

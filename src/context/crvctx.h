@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "api/context_state.h"
 #include "config/configuration_manager.h"
+#include "context/context_state.h"
 #include "corvane/crvapi.h"
 #include "db_sql/db_manager.h"
 #include "keystore/key_manager.h"
@@ -77,5 +77,8 @@ struct CRVctx {
 
 /// ECRV_API_INV_PAR for null, ECRV_API_INV_CTX for what is no context, else 0.
 int checkCRVctx(const CRVctx* ctx) noexcept;
+
+/// Throws CrvApiException (ECRV_API_INV_PAR) unless the condition holds.
+void demand(bool condition);
 
 }  // namespace crv

@@ -1,7 +1,7 @@
-// Options of a context, as its own operations read and change them.
+// The options of a context, as calls and operations read and change them.
 #pragma once
 
-#include "api/crvctx.h"
+#include "context/crvctx.h"
 
 namespace crv {
 

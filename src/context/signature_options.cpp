@@ -1,9 +1,8 @@
 // The options of the signature algorithm: digest, scheme, both.
 #include <algorithm>
 
-#include "api/api_frame.h"
-#include "api/crv_options.h"
 #include "asn/x509/sign_algo.h"
+#include "context/context_options.h"
 #include "crypto/private_key.h"
 #include "crypto/sign_algo_map.h"
 #include "misc/c_string.h"

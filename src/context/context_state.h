@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "api/pin_cache.h"
 #include "config/context_services.h"
+#include "context/pin_cache.h"
 
 namespace crv {
 

@@ -1,10 +1,10 @@
-#include "api/crvctx.h"
+#include "context/crvctx.h"
 
 #include <atomic>
 #include <cstring>
 #include <mutex>
 
-#include "api/vtest_text_buffer.h"
+#include "context/vtest_text_buffer.h"
 #include "crypto/crypto_error.h"
 #include "crypto/self_test.h"
 #include "misc/exceptions.h"
@@ -83,6 +83,10 @@ void CRVctx::moveFromNetStoreToDB() {
 int checkCRVctx(const CRVctx* ctx) noexcept {
     if (!ctx) return ECRV_API_INV_PAR;
     return std::strcmp(ctx->marker.data(), CRVctx::kMarker.data()) == 0 ? CRV_OK : ECRV_API_INV_CTX;
+}
+
+void demand(bool condition) {
+    if (!condition) throw CrvApiException(ECRV_API_INV_PAR);
 }
 
 }  // namespace crv

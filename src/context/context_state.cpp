@@ -1,6 +1,6 @@
-#include "api/context_state.h"
+#include "context/context_state.h"
 
-#include "api/vtest_text_buffer.h"
+#include "context/vtest_text_buffer.h"
 
 namespace crv {
 

@@ -1,4 +1,4 @@
-#include "api/pin_cache.h"
+#include "context/pin_cache.h"
 
 #include <algorithm>
 

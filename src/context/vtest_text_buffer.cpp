@@ -1,4 +1,4 @@
-#include "api/vtest_text_buffer.h"
+#include "context/vtest_text_buffer.h"
 
 #include <map>
 #include <mutex>

@@ -1,4 +1,4 @@
-#include "api/error_table.h"
+#include "context/error_table.h"
 
 #include <algorithm>
 #include <iterator>
