@@ -1,0 +1,48 @@
+#include "asn/tsp/signing_certificate.h"
+
+#include <algorithm>
+
+#include "asn/x509/signed_certificate.h"
+
+namespace crv {
+
+namespace {
+
+bool isIdentified(KcHashAlgo hash, ByteView digest, const std::optional<IssuerSerial>& issuerSerial,
+                  const SignedCertificate& certificate) {
+    if (!isHash(hash) || !std::ranges::equal(digest, certificate.fingerprint(hash))) return false;
+    if (!issuerSerial) return true;
+    return issuerSerial->serialNumber == certificate.serialNumber() &&
+           std::ranges::any_of(issuerSerial->issuer, [&](const GeneralName& one) {
+               return one.name() && *one.name() == certificate.issuer();
+           });
+}
+
+}  // namespace
+
+MemberTable IssuerSerial::members() const {
+    static constexpr Member kMembers[] = {member<&IssuerSerial::issuer>, member<&IssuerSerial::serialNumber>};
+    return kMembers;
+}
+
+MemberTable EssCertId::members() const {
+    static constexpr Member kMembers[] = {member<&EssCertId::certHash>, member<&EssCertId::issuerSerial>};
+    return kMembers;
+}
+
+MemberTable EssCertIdV2::members() const {
+    static constexpr Member kMembers[] = {member<&EssCertIdV2::hashAlgorithm>, member<&EssCertIdV2::certHash>,
+                                          member<&EssCertIdV2::issuerSerial>};
+    return kMembers;
+}
+
+bool namesCertificate(const EssCertId& id, const SignedCertificate& certificate) {
+    return isIdentified(KcHashAlgo::Sha1, id.certHash.value(), id.issuerSerial, certificate);
+}
+
+bool namesCertificate(const EssCertIdV2& id, const SignedCertificate& certificate) {
+    return isIdentified(id.hashAlgorithm ? hashAlgoOf(*id.hashAlgorithm) : KcHashAlgo::Sha256, id.certHash.value(),
+                        id.issuerSerial, certificate);
+}
+
+}  // namespace crv
