@@ -1,5 +1,6 @@
 #include "crypto/cipher.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "crypto/libcrypto.h"
@@ -29,6 +30,9 @@ constexpr CipherRow kCiphers[] = {
     {CipherAlgo::Camellia128Cbc, 16, 16, "CAMELLIA-128-CBC"},
     {CipherAlgo::Camellia192Cbc, 24, 16, "CAMELLIA-192-CBC"},
     {CipherAlgo::Camellia256Cbc, 32, 16, "CAMELLIA-256-CBC"},
+    {CipherAlgo::Aes128Gcm, 16, 12, "AES-128-GCM"},
+    {CipherAlgo::Aes192Gcm, 24, 12, "AES-192-GCM"},
+    {CipherAlgo::Aes256Gcm, 32, 12, "AES-256-GCM"},
 };
 
 const CipherRow& cipherRow(CipherAlgo algo) {
@@ -38,19 +42,32 @@ const CipherRow& cipherRow(CipherAlgo algo) {
     throw CryptoError(CryptoFailure::BadParameter, "no such cipher");
 }
 
-enum class Direction { Decrypt = 0, Encrypt = 1 };
+using Direction = CipherStream::Direction;
+
+constexpr size_t kLongestGcmVector = 64;
 
 ossl::CipherCtx startCipher(CipherAlgo algo, Direction direction, ByteView key, ByteView iv) {
     const CipherRow& row = cipherRow(algo);
-    if (key.size() != row.key || iv.size() != row.vector) {
+    const bool vectorFits =
+        isAuthenticated(algo) ? !iv.empty() && iv.size() <= kLongestGcmVector : iv.size() == row.vector;
+    if (key.size() != row.key || !vectorFits) {
         throw CryptoError(CryptoFailure::BadParameter, "cipher key or initial vector of the wrong length");
     }
     const ossl::Cipher cipher(EVP_CIPHER_fetch(ossl::context(), row.name, nullptr));
     if (!cipher) ossl::fail(CryptoFailure::Unsupported, std::string("libcrypto lacks ") + row.name);
     ossl::CipherCtx ctx(ossl::made(EVP_CIPHER_CTX_new(), CryptoFailure::Internal, "no memory for a cipher"));
-    ossl::must(EVP_CipherInit_ex2(ctx.get(), cipher.get(), key.data(), iv.data(), static_cast<int>(direction), nullptr),
+    size_t vectorLength = iv.size();
+    const OSSL_PARAM lengths[] = {OSSL_PARAM_construct_size_t(OSSL_CIPHER_PARAM_IVLEN, &vectorLength),
+                                  OSSL_PARAM_construct_end()};
+    ossl::must(EVP_CipherInit_ex2(ctx.get(), cipher.get(), key.data(), iv.data(), static_cast<int>(direction),
+                                  isAuthenticated(algo) ? lengths : nullptr),
                CryptoFailure::Internal, "cipher does not start");
     return ctx;
+}
+
+ossl::CipherCtx startWhole(CipherAlgo algo, Direction direction, ByteView key, ByteView iv) {
+    if (isAuthenticated(algo)) throw CryptoError(CryptoFailure::BadParameter, "the cipher has a tag");
+    return startCipher(algo, direction, key, iv);
 }
 
 // Fills `out`, which must be one block longer than the input, and cuts it to what came out.
@@ -77,18 +94,71 @@ size_t cipherVectorLength(CipherAlgo algo) {
     return cipherRow(algo).vector;
 }
 
+bool isAuthenticated(CipherAlgo algo) {
+    return algo == CipherAlgo::Aes128Gcm || algo == CipherAlgo::Aes192Gcm || algo == CipherAlgo::Aes256Gcm;
+}
+
 Bytes encipher(CipherAlgo algo, ByteView key, ByteView iv, ByteView plain) {
-    const ossl::CipherCtx ctx = startCipher(algo, Direction::Encrypt, key, iv);
+    const ossl::CipherCtx ctx = startWhole(algo, Direction::Encrypt, key, iv);
     Bytes out(plain.size() + iv.size());
     runCipher(ctx.get(), plain, out, "encryption failed");
     return out;
 }
 
 SecretBytes decipher(CipherAlgo algo, ByteView key, ByteView iv, ByteView ciphertext) {
-    const ossl::CipherCtx ctx = startCipher(algo, Direction::Decrypt, key, iv);
+    const ossl::CipherCtx ctx = startWhole(algo, Direction::Decrypt, key, iv);
     SecretBytes out(ciphertext.size() + iv.size());
     runCipher(ctx.get(), ciphertext, out, "the ciphertext does not decrypt");
     return out;
+}
+
+void CipherStream::Free::operator()(evp_cipher_ctx_st* ctx) const noexcept {
+    EVP_CIPHER_CTX_free(ctx);
+}
+
+CipherStream::CipherStream(CipherAlgo algo, Direction direction, ByteView key, ByteView iv)
+    : ctx_(startCipher(algo, direction, key, iv).release()) {}
+CipherStream::CipherStream(CipherStream&&) noexcept = default;
+CipherStream& CipherStream::operator=(CipherStream&&) noexcept = default;
+CipherStream::~CipherStream() = default;
+
+void CipherStream::update(ByteView in, SecretBytes& out) {
+    constexpr size_t kMostAtOnce = size_t{1} << 30;
+    size_t filled = 0;
+    out.resize(in.size() + EVP_MAX_BLOCK_LENGTH);
+    while (!in.empty()) {
+        const ByteView piece = in.first(std::min(in.size(), kMostAtOnce));
+        int length = 0;
+        ossl::must(
+            EVP_CipherUpdate(ctx_.get(), out.data() + filled, &length, piece.data(), static_cast<int>(piece.size())),
+            CryptoFailure::BadData, "too much data for the cipher");
+        filled += static_cast<size_t>(length);
+        in = in.subspan(piece.size());
+    }
+    out.resize(filled);
+}
+
+void CipherStream::finish(SecretBytes& out) {
+    out.resize(EVP_MAX_BLOCK_LENGTH);
+    int length = 0;
+    ossl::must(EVP_CipherFinal_ex(ctx_.get(), out.data(), &length), CryptoFailure::BadData,
+               "the ciphertext does not decrypt");
+    out.resize(static_cast<size_t>(length));
+}
+
+Bytes CipherStream::tag() {
+    Bytes tag(kTagLength);
+    ossl::must(EVP_CIPHER_CTX_ctrl(ctx_.get(), EVP_CTRL_AEAD_GET_TAG, static_cast<int>(kTagLength), tag.data()),
+               CryptoFailure::Internal, "the cipher has no tag");
+    return tag;
+}
+
+void CipherStream::expectTag(ByteView tag) {
+    Bytes wanted = toBytes(tag);
+    if (tag.size() < kLeastTagLength || tag.size() > kTagLength)
+        throw CryptoError(CryptoFailure::BadData, "a tag of that length does not protect");
+    ossl::must(EVP_CIPHER_CTX_ctrl(ctx_.get(), EVP_CTRL_AEAD_SET_TAG, static_cast<int>(wanted.size()), wanted.data()),
+               CryptoFailure::BadData, "the cipher takes no tag");
 }
 
 }  // namespace crv

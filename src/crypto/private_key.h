@@ -41,6 +41,7 @@ class PrivateKey final : public Signer {
                              const PssParams& pss = {}) const override;
     [[nodiscard]] SecretBytes decrypt(RsaPadding padding, ByteView ciphertext,
                                       const OaepParams& oaep = {}) const override;
+    [[nodiscard]] SecretBytes agree(const PublicKey& other) const override;
 
   private:
     struct State;

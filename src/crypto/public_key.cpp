@@ -234,6 +234,10 @@ Bytes PublicKey::toSpki() const {
     return plainBytes(der::element(der::kSequence, {state_->algorithm, der::bits(state_->keyBits)}));
 }
 
+PublicKey PublicKey::withBits(ByteView keyBits) const {
+    return PublicKey(State::make(state_->algorithm, keyBits));
+}
+
 KeyScheme PublicKey::scheme() const noexcept {
     return state_->scheme;
 }

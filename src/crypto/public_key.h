@@ -45,6 +45,8 @@ class PublicKey {
     [[nodiscard]] static PublicKey fromRsa(ByteView modulus, ByteView exponent);
 
     [[nodiscard]] Bytes toSpki() const;
+    /// A key with this key's domain and other key bits; checked likewise.
+    [[nodiscard]] PublicKey withBits(ByteView keyBits) const;
 
     /// `rsaPss` only for a key whose algorithm is id-RSASSA-PSS, which signs with PSS alone; `rsa` keys do both.
     [[nodiscard]] KeyScheme scheme() const noexcept;

@@ -33,6 +33,10 @@ class Signer {
     [[nodiscard]] virtual SecretBytes decrypt(RsaPadding padding, ByteView ciphertext,
                                               const OaepParams& oaep = {}) const = 0;
 
+    /// Diffie-Hellman with a public key on the same curve: the x coordinate of the common point (SEC 1 3.3.1).
+    /// CryptoError (badParameter) for keys that do not go together, (unsupported) for a key that cannot do it.
+    [[nodiscard]] virtual SecretBytes agree(const PublicKey& other) const;
+
   protected:
     Signer() = default;
     Signer(const Signer&) = default;

@@ -1,0 +1,23 @@
+// What messages take from a profile that is logged in: its keys, certificates and configured algorithms.
+#pragma once
+
+#include "messages/message_decryptor.h"
+#include "messages/message_encryptor.h"
+#include "messages/message_signer.h"
+
+namespace crv {
+
+class ConfigurationManager;
+class KeyManager;
+
+/// The signing key with its certificate, scheme and hash as configured. Throws CrvApiException (ECRV_SKEYS_NOT_PRES).
+[[nodiscard]] MessageSignerKey signerOf(const KeyManager& keys, const ConfigurationManager& configuration);
+/// Every key that may decrypt, the encryption key first, then the further (old) ones, each with its certificates.
+/// Throws CrvApiException (ECRV_EKEYS_NOT_PRES) when there is none.
+[[nodiscard]] std::vector<DecryptionKey> decryptionKeysOf(const KeyManager& keys);
+/// The configured symmetric algorithm for these recipients; `self`: for the profile's encryption certificate, too
+/// (CrvApiException, ECRV_EKEYS_NOT_PRES, when there is none).
+[[nodiscard]] EncryptParams encryptParamsOf(const KeyManager& keys, const ConfigurationManager& configuration,
+                                            CertList recipients, bool self);
+
+}  // namespace crv
