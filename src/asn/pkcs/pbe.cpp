@@ -86,13 +86,10 @@ void takeCipher(const AlgorithmIdentifier& scheme, Pbes2Params& out) {
     if (scheme.algorithm == OID_RC2_CBC) {
         const auto rc2 = parametersOf<Rc2CbcParameters>(scheme, "RC2");
         out.iv = toBytes(rc2.iv.value());
-        for (const Rc2Row& row : kRc2Versions) {
-            if (rc2.rc2ParameterVersion.value() == row.version) {
-                out.cipher = row.cipher;
-                return;
-            }
-        }
-        throw CryptoError(CryptoFailure::Unsupported, "RC2 of another effective key length");
+        const auto cipher = rc2Cipher(rc2);
+        if (!cipher) throw CryptoError(CryptoFailure::Unsupported, "RC2 of another effective key length");
+        out.cipher = *cipher;
+        return;
     }
     out.cipher = valueOf(kCiphers, scheme.algorithm);
     out.iv = toBytes(parametersOf<ASNoctstr>(scheme, "a cipher").value());
@@ -132,6 +129,12 @@ Pbes2Params readPbes2(const AlgorithmIdentifier& algorithm) {
 }
 
 }  // namespace
+
+std::optional<CipherAlgo> rc2Cipher(const Rc2CbcParameters& parameters) {
+    for (const Rc2Row& row : kRc2Versions)
+        if (parameters.rc2ParameterVersion.value() == row.version) return row.cipher;
+    return std::nullopt;
+}
 
 PbePassword::PbePassword(std::string_view utf8, PbeProgress progress)
     : utf8_(toSecret(asBytes(utf8))), unicode_(utf16BePassword(utf8)), progress_(std::move(progress)) {}

@@ -89,6 +89,9 @@ class Rc2CbcParameters : public ASNsequenceF {
     [[nodiscard]] MemberTable members() const override;
 };
 
+/// The cipher of that effective key length; nothing for lengths that nobody uses.
+[[nodiscard]] std::optional<CipherAlgo> rc2Cipher(const Rc2CbcParameters& parameters);
+
 /// How to encipher: one of the PKCS#12 schemes with everything it needs. Refers to password and salt.
 struct PbeSettings {
     PbeAlgo algo;

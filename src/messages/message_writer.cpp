@@ -1,0 +1,115 @@
+#include "messages/message_writer.h"
+
+#include <algorithm>
+#include <array>
+
+#include "asn/asn_object.h"
+#include "corvane/crverrors.h"
+#include "misc/exceptions.h"
+
+namespace crv {
+
+namespace {
+
+constexpr uint8_t kSequence = 0x30, kOidTag = 0x06, kExplicit0 = 0xA0, kImplicit0 = 0x80, kOctets = 0x04,
+                  kConstructedOctets = 0x24;
+constexpr size_t kSegment = size_t{64} << 10;
+constexpr uint8_t kIndefiniteLength = 0x80;
+constexpr std::array<uint8_t, 8> kEnds{};
+
+void append(Bytes& out, ByteView octets) {
+    out.insert(out.end(), octets.begin(), octets.end());
+}
+
+void appendHeader(Bytes& out, uint8_t tag, size_t length) {
+    std::array<uint8_t, 5> octets{};
+    const int count = write_length(static_cast<long>(length), octets.data());
+    out.push_back(tag);
+    append(out, ByteView(octets).first(static_cast<size_t>(count)));
+}
+
+}  // namespace
+
+Bytes elementOf(uint8_t tag, std::initializer_list<ByteView> parts) {
+    size_t length = 0;
+    for (const ByteView part : parts) length += part.size();
+    Bytes out;
+    out.reserve(length + 6);
+    appendHeader(out, tag, length);
+    for (const ByteView part : parts) append(out, part);
+    return out;
+}
+
+Bytes setOf(uint8_t tag, std::vector<Bytes> elements) {
+    std::ranges::sort(elements);
+    Bytes body;
+    for (const Bytes& one : elements) append(body, one);
+    return elementOf(tag, {body});
+}
+
+void MessageWriter::put(ByteView octets) {
+    if (!octets.empty() && !sink_(octets))
+        throw CrvApiException(ECRV_WR_OUTFILE, "the message could not be written");
+}
+
+void MessageWriter::putWhole(const MessageFrame& frame, ByteView content, ByteView after) {
+    const Bytes inner = elementOf(kSequence, {frame.innerHead, content});
+    const Bytes structure = elementOf(kSequence, {frame.before, inner, after});
+    put(elementOf(kSequence, {elementOf(kOidTag, {frame.type.octets()}), elementOf(kExplicit0, {structure})}));
+}
+
+void MessageWriter::putSegment(ByteView piece) {
+    Bytes header;
+    appendHeader(header, kOctets, piece.size());
+    put(header);
+    put(piece);
+}
+
+void MessageWriter::content(const MessageFrame& frame, ByteView piece) {
+    if (!streaming_) {
+        if (piece.size() <= mostHeld_ - held_.size()) return append(held_, piece);
+        streaming_ = true;
+        Bytes head{kSequence, kIndefiniteLength};
+        append(head, elementOf(kOidTag, {frame.type.octets()}));
+        append(head, Bytes{kExplicit0, kIndefiniteLength, kSequence, kIndefiniteLength});
+        append(head, frame.before);
+        append(head, Bytes{kSequence, kIndefiniteLength});
+        append(head, frame.innerHead);
+        append(head, Bytes{kExplicit0, kIndefiniteLength});
+        if (frame.explicitContent) append(head, Bytes{kConstructedOctets, kIndefiniteLength});
+        put(head);
+    }
+    while (!piece.empty()) {
+        const size_t room = held_.size() < kSegment ? kSegment - held_.size() : 0;
+        const ByteView some = piece.first(std::min(room, piece.size()));
+        piece = piece.subspan(some.size());
+        if (held_.empty() && some.size() == kSegment) {
+            putSegment(some);
+            continue;
+        }
+        append(held_, some);
+        if (held_.size() >= kSegment) {
+            for (ByteView rest = held_; !rest.empty();) {
+                const ByteView segment = rest.first(std::min(kSegment, rest.size()));
+                putSegment(segment);
+                rest = rest.subspan(segment.size());
+            }
+            held_.clear();
+        }
+    }
+}
+
+void MessageWriter::finish(const MessageFrame& frame, ByteView after) {
+    if (!streaming_) {
+        const Bytes octets = elementOf(frame.explicitContent ? kOctets : kImplicit0, {held_});
+        return putWhole(frame, frame.explicitContent ? ByteView(elementOf(kExplicit0, {octets})) : ByteView(octets),
+                        after);
+    }
+    if (!held_.empty()) putSegment(held_);
+    // Of the constructed string, its explicit tag and the part around it.
+    put(ByteView(kEnds).first(frame.explicitContent ? 6 : 4));
+    put(after);
+    put(ByteView(kEnds).first(6));
+}
+
+}  // namespace crv
