@@ -16,12 +16,12 @@ enum class MessagePart : uint8_t {
     Explicit,
     Structure,
     Version,
-    Originator,   ///< enveloped
-    Digests,      ///< signed
-    Recipients,   ///< enveloped
+    Originator,  ///< enveloped
+    Digests,     ///< signed
+    Recipients,  ///< enveloped
     Inner,
     InnerType,
-    Cipher,       ///< enveloped
+    Cipher,         ///< enveloped
     InnerExplicit,  ///< signed
     Content,
     Certificates,  ///< signed

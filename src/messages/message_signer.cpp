@@ -125,8 +125,7 @@ struct MessageSigner::State {
         std::map<KcHashAlgo, Bytes> digests;
         for (auto& [algo, hash] : hashes) digests[algo] = hash.final();
         for (const MessageSignerKey& one : params.signers)
-            parts.signers.push_back(
-                makeSignerInfo({one, parts.contentType, digests[one.hash], params}, random));
+            parts.signers.push_back(makeSignerInfo({one, parts.contentType, digests[one.hash], params}, random));
         Bytes out = setOf(kCertificatesTag, parts.certificates);
         if (!parts.crls.empty()) out = joined(std::move(out), setOf(kCrlsTag, parts.crls));
         return joined(std::move(out), setOf(kSetTag, parts.signers));

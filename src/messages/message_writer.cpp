@@ -48,8 +48,7 @@ Bytes setOf(uint8_t tag, std::vector<Bytes> elements) {
 }
 
 void MessageWriter::put(ByteView octets) {
-    if (!octets.empty() && !sink_(octets))
-        throw CrvApiException(ECRV_WR_OUTFILE, "the message could not be written");
+    if (!octets.empty() && !sink_(octets)) throw CrvApiException(ECRV_WR_OUTFILE, "the message could not be written");
 }
 
 void MessageWriter::putWhole(const MessageFrame& frame, ByteView content, ByteView after) {

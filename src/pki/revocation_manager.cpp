@@ -169,14 +169,25 @@ bool RevocationManager::load(const StatusQuestion& question, CrlFactsList& crls)
         indexOf_ = 0;
         index_ = CrlIndex();
         judged_.clear();
-        if (!certificates_->database().getCrlIndex(index_)) return false;
+        DbManager& database = certificates_->database();
+        const bool read = database.getCrlIndex(index_);
+        if (!read && (more_.empty() || database.isDbCreated() != DbState::Missing)) return false;
         indexOf_ = question.budget.question;
     }
     const std::vector<Bytes> issuers = crlIssuersOf(*question.path[question.index]);
     makeRoom();
     for (const CrlIndexEntry& row : index_)
         if (CrlFactsPtr crl = load(row, issuers)) crls.push_back(std::move(crl));
+    for (const CrlFactsPtr& one : more_)
+        if (std::ranges::find(issuers, one->issuer) != issuers.end()) crls.push_back(one);
     return true;
+}
+
+RevocationManager::MoreCrls::MoreCrls(RevocationManager& manager, CrlFactsList crls)
+    : manager_(manager), before_(std::exchange(manager.more_, std::move(crls))) {}
+
+RevocationManager::MoreCrls::~MoreCrls() {
+    manager_.more_ = std::move(before_);
 }
 
 /// Judges a certificate that made the CRL and does not stand on the path (6.3.3 (f)): its own path must lead to the
@@ -296,6 +307,14 @@ CrtStatus RevocationManager::status(const SignedCertificate& certificate, const 
     const CertList extra{cache.certificate(encodingOf(issuer))};
     return statusOnPath(certificates_->buildPath(cache.certificate(encodingOf(certificate)), unasked, extra), options,
                         extra);
+}
+
+CrtStatus RevocationManager::status(const PathVerdict& path, size_t index, int64_t time, const CertList& extra) {
+    FactsList facts;
+    for (const CertPtr& one : path.certs) facts.push_back(certificates_->cache().facts(one));
+    const PathOptions options{time};
+    WorkBudget budget(options.limits);
+    return answer({facts, index, extra, options, budget});
 }
 
 bool RevocationManager::lastCrls(const SignedCertificate& authority, AuthorityCrls& crls) {

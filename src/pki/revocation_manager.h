@@ -51,6 +51,20 @@ class RevocationManager {
     [[nodiscard]] CrtStatus status(const CertPtr& certificate, int64_t time);
     /// The same with one more certificate that may be its issuer.
     [[nodiscard]] CrtStatus status(const SignedCertificate& certificate, const SignedCertificate& issuer, int64_t time);
+    /// The same of a certificate on a path that a certificate manager built.
+    [[nodiscard]] CrtStatus status(const PathVerdict& path, size_t index, int64_t time, const CertList& extra);
+    /// CRLs that count beside the stored ones while somebody holds this; they are believed as those are.
+    class MoreCrls {
+      public:
+        MoreCrls(RevocationManager& manager, CrlFactsList crls);
+        MoreCrls(const MoreCrls&) = delete;
+        MoreCrls& operator=(const MoreCrls&) = delete;
+        ~MoreCrls();
+
+      private:
+        RevocationManager& manager_;
+        CrlFactsList before_;
+    };
 
     /// The stored CRLs of an authority, the newest of each kind. False when the database fails.
     bool lastCrls(const SignedCertificate& authority, AuthorityCrls& crls);
@@ -85,6 +99,7 @@ class RevocationManager {
     using Judged = std::tuple<Digest, Digest, Digest, std::ptrdiff_t>;
     std::map<Judged, CrlSigner> judged_;  // in the course of the same question
     std::map<Bytes, Cached> crls_;
+    CrlFactsList more_;
     size_t held_ = 0;             // octets in crls_
     std::vector<Digest> asked_;   // certificates whose status is being asked for, one question within the other
     std::vector<Bytes> judging_;  // issuers of the CRLs whose signers are being judged, one within the other

@@ -24,9 +24,9 @@ constexpr ContentCipherRow kContentCiphers[] = {
 }  // namespace
 
 MemberTable KeyTransRecipientInfo::members() const {
-    static constexpr Member kMembers[] = {
-        member<&KeyTransRecipientInfo::version>, member<&KeyTransRecipientInfo::rid>,
-        member<&KeyTransRecipientInfo::keyEncryptionAlgorithm>, member<&KeyTransRecipientInfo::encryptedKey>};
+    static constexpr Member kMembers[] = {member<&KeyTransRecipientInfo::version>, member<&KeyTransRecipientInfo::rid>,
+                                          member<&KeyTransRecipientInfo::keyEncryptionAlgorithm>,
+                                          member<&KeyTransRecipientInfo::encryptedKey>};
     return kMembers;
 }
 

@@ -41,8 +41,7 @@ class RecipientKeyIdentifier : public ASNsequenceF {
     [[nodiscard]] MemberTable members() const override;
 };
 
-class KeyAgreeRecipientIdentifier
-    : public ASNchoiceOf<IssuerAndSerialNumber, Implicit<0, RecipientKeyIdentifier>> {};
+class KeyAgreeRecipientIdentifier : public ASNchoiceOf<IssuerAndSerialNumber, Implicit<0, RecipientKeyIdentifier>> {};
 
 class RecipientEncryptedKey : public ASNsequenceF {
   public:
@@ -68,9 +67,9 @@ class KeyAgreeRecipientInfo : public ASNsequenceF {
 };
 
 /// Of the five kinds the three that need a secret other than a private key are carried and not looked into.
-class RecipientInfo : public ASNchoiceOf<KeyTransRecipientInfo, Implicit<1, KeyAgreeRecipientInfo>,
-                                         Implicit<2, OpaqueSequence>, Implicit<3, OpaqueSequence>,
-                                         Implicit<4, OpaqueSequence>> {};
+class RecipientInfo
+    : public ASNchoiceOf<KeyTransRecipientInfo, Implicit<1, KeyAgreeRecipientInfo>, Implicit<2, OpaqueSequence>,
+                         Implicit<3, OpaqueSequence>, Implicit<4, OpaqueSequence>> {};
 
 /// ECC-CMS-SharedInfo (RFC 5753 7.2).
 class EccCmsSharedInfo : public ASNsequenceF {

@@ -15,16 +15,16 @@ namespace {
 /// Of SignedData and SignerInfo where a key identifier names the signer (RFC 5652 5.1, 5.3).
 constexpr int kKeyIdVersion = 3;
 
-/// An identifier of a bare scheme (rsaEncryption) leaves the hash to digestAlgorithm.
-std::optional<SignatureAlgorithm> algorithmOf(const SignerInfo& signer, KcHashAlgo digestHash) {
+}  // namespace
+
+std::optional<SignatureAlgorithm> signatureAlgorithmOf(const SignerInfo& signer) {
     if (auto algorithm = readSignAlgorithm(signer.signatureAlgorithm)) return algorithm;
     const SignAlgo* row = findSignAlgo(signer.signatureAlgorithm.algorithm.text());
     if (!row || row->scheme == KeyScheme::None || row->hash != KcHashAlgo::None) return std::nullopt;
-    return SignatureAlgorithm{row->scheme, digestHash, {}};
+    return SignatureAlgorithm{row->scheme, hashAlgoOf(signer.digestAlgorithm), {}};
 }
 
-/// An algorithm that does not suit the key makes a wrong signature, no failure.
-bool isRight(const PublicKey& key, const SignatureAlgorithm& algorithm, ByteView digest, ByteView signature) {
+bool isRightSignature(const PublicKey& key, const SignatureAlgorithm& algorithm, ByteView digest, ByteView signature) {
     try {
         return key.verify(algorithm.scheme, algorithm.hash, digest, signature, algorithm.pss);
     } catch (const CryptoError& error) {
@@ -32,8 +32,6 @@ bool isRight(const PublicKey& key, const SignatureAlgorithm& algorithm, ByteView
         throw;
     }
 }
-
-}  // namespace
 
 MemberTable IssuerAndSerialNumber::members() const {
     static constexpr Member kMembers[] = {member<&IssuerAndSerialNumber::issuer>,
@@ -156,7 +154,7 @@ bool SignedData::attributesFit(const SignerInfo& signer, KcHashAlgo hash, ByteVi
 
 SignatureCheck SignedData::verifySigner(const SignerInfo& signer, const PublicKey& key, ByteView octets) const {
     const KcHashAlgo hash = hashAlgoOf(signer.digestAlgorithm);
-    const auto algorithm = algorithmOf(signer, hash);
+    const auto algorithm = signatureAlgorithmOf(signer);
     if (hash == KcHashAlgo::None || !algorithm) return SignatureCheck::Unsupported;
     Bytes digest = hashOf(algorithm->hash, octets);
     if (signer.signedAttrs) {
@@ -166,7 +164,8 @@ SignatureCheck SignedData::verifySigner(const SignerInfo& signer, const PublicKe
             static_cast<void>(attributes.add().copyObject(attribute));
         digest = hashOf(algorithm->hash, attributes.encoded());
     }
-    return isRight(key, *algorithm, digest, signer.signature.value()) ? SignatureCheck::Good : SignatureCheck::Bad;
+    return isRightSignature(key, *algorithm, digest, signer.signature.value()) ? SignatureCheck::Good
+                                                                               : SignatureCheck::Bad;
 }
 
 template <class KeyOf>

@@ -46,6 +46,14 @@ class SignerInfo : public ASNsequenceF {
     [[nodiscard]] MemberTable members() const override;
 };
 
+/// Scheme, hash and parameters of its signature; an identifier of a bare scheme (rsaEncryption) leaves the hash to
+/// digestAlgorithm. Nothing for an algorithm that is unknown here.
+[[nodiscard]] std::optional<SignatureAlgorithm> signatureAlgorithmOf(const SignerInfo& signer);
+/// Whether the signature over the digest is right; an algorithm that does not suit the key makes a wrong signature.
+/// Throws CryptoError when the primitive itself fails.
+[[nodiscard]] bool isRightSignature(const PublicKey& key, const SignatureAlgorithm& algorithm, ByteView digest,
+                                    ByteView signature);
+
 enum class SignatureCheck {
     Good,
     Bad,            ///< the signature or the digest is wrong, or the signed attributes are not those of the content
