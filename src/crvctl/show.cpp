@@ -185,6 +185,19 @@ CertSelector selectorOf(const Call& call) {
     return selector;
 }
 
+std::vector<ASNobjectId> identifiersOf(const Call& call, const char* name) {
+    std::vector<ASNobjectId> list;
+    if (!call.has(name)) return list;
+    for (const std::string& text : call.options.find(name)->second) list.push_back(*ASNobjectId::fromText(text));
+    return list;
+}
+
+RevocationCheck revocationOf(const Call& call) {
+    const std::string word = call.value("revocation").value_or("known");
+    if (word == "none") return RevocationCheck::None;
+    return word == "known" ? RevocationCheck::IfKnown : RevocationCheck::Required;
+}
+
 ExportTarget targetOf(const Run& run, const std::string& path) {
     // Octets and an answer in JSON would stand on one stream.
     if (path == "-" && run.out.form() != OutputForm::Text) throw CallError("the value does not fit", "- --json");

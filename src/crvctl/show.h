@@ -39,6 +39,10 @@ Session openChanging(const Run& run);
 Session openDatabase(const Run& run);
 /// The selector options of the call.
 CertSelector selectorOf(const Call& call);
+/// Every value of an option whose values are identifiers.
+std::vector<ASNobjectId> identifiersOf(const Call& call, const char* name);
+/// The value of --revocation.
+RevocationCheck revocationOf(const Call& call);
 /// Where the call's `path` is to be written.
 ExportTarget targetOf(const Run& run, const std::string& path);
 

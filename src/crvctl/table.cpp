@@ -70,7 +70,7 @@ const std::vector<VerbRow>& verbs() {
     static const std::vector<VerbRow> all = [] {
         std::vector<VerbRow> rows;
         for (auto* group : {profileVerbs, storeVerbs, keyVerbs, policyVerbs, settingVerbs, certVerbs, trustVerbs,
-                            crlVerbs, dbVerbs, usageVerbs, serverVerbs, proxyVerbs, ownVerbs})
+                            crlVerbs, dbVerbs, usageVerbs, serverVerbs, proxyVerbs, messageVerbs, ownVerbs})
             rows = join(std::move(rows), group());
         return rows;
     }();

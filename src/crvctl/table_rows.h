@@ -31,5 +31,6 @@ std::vector<VerbRow> dbVerbs();
 std::vector<VerbRow> usageVerbs();
 std::vector<VerbRow> serverVerbs();
 std::vector<VerbRow> proxyVerbs();
+std::vector<VerbRow> messageVerbs();
 
 }  // namespace crv::ctl

@@ -94,21 +94,10 @@ constexpr struct {
                   {"no-deltas", &PathOptions::useDeltas, false},
                   {"constrained-trust-point", &PathOptions::constrainedTrustPoint, true}};
 
-/// Every value of an option whose values are identifiers.
-std::vector<ASNobjectId> identifiersOf(const Call& call, const char* name) {
-    std::vector<ASNobjectId> list;
-    if (!call.has(name)) return list;
-    for (const std::string& text : call.options.find(name)->second) list.push_back(*ASNobjectId::fromText(text));
-    return list;
-}
-
 PathOptions pathOptions(const Call& call) {
     PathOptions options;
     options.time = call.has("at") ? timeFrom(*call.value("at")) : std::time(nullptr);
-    const std::string revocation = call.value("revocation").value_or("known");
-    options.revocation = revocation == "none"    ? RevocationCheck::None
-                         : revocation == "known" ? RevocationCheck::IfKnown
-                                                 : RevocationCheck::Required;
+    options.revocation = revocationOf(call);
     const std::string usage = call.value("usage").value_or("");
     if (usage == "sign") options.anyKeyUsage = 1U << KeyUsage::kDigitalSignature | 1U << KeyUsage::kNonRepudiation;
     if (usage == "decrypt") options.keyUsage = 1U << KeyUsage::kKeyEncipherment;

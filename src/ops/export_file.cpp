@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
@@ -25,6 +26,13 @@ void putOut(const ContentSource& source) {
     (void)source(put);
 }
 
+void demandPlainFile(const std::string& path) {
+    std::error_code none;
+    const std::string name = expandHome(path);
+    if (path == "-" || (std::filesystem::exists(name, none) && !std::filesystem::is_regular_file(name, none)))
+        throw OpError(OpFault::WrongCall, path);
+}
+
 }  // namespace
 
 void exportFile(const ExportTarget& target, const CrvProfile& profile, ByteView content, WriteMode mode) {
@@ -33,6 +41,7 @@ void exportFile(const ExportTarget& target, const CrvProfile& profile, ByteView 
 }
 
 void exportPieces(const ExportTarget& target, const CrvProfile& profile, const ContentSource& source, WriteMode mode) {
+    if (target.wholeOrNothing) demandPlainFile(target.path);
     if (target.path == "-") {
         if (target.write) putOut(source);
         return;
@@ -43,7 +52,7 @@ void exportPieces(const ExportTarget& target, const CrvProfile& profile, const C
     if (verdict.claim != FileClaim::None) throw OpError(OpFault::FileProtected, target.path);
     if (verdict.exists && !target.force) throw OpError(OpFault::FileExists, target.path);
     if (!target.write) return;
-    const WriteResult written = writePiecesAtomically(expandHome(target.path), source, {mode, true});
+    const WriteResult written = writePiecesAtomically(expandHome(target.path), source, {mode, !target.wholeOrNothing});
     if (!written) throw OpError(OpFault::FileUnwritable, target.path + ": " + std::strerror(written.error));
 }
 

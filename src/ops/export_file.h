@@ -17,6 +17,8 @@ struct ExportTarget {
     std::string list;  ///< a profile list to spare, too
     bool force = false;
     bool write = true;
+    /// Whether nothing of a failed write may be seen: no rewriting in place, no pipe, no standard output (WrongCall).
+    bool wholeOrNothing = false;
 };
 void exportFile(const ExportTarget& target, const CrvProfile& profile, ByteView content,
                 WriteMode mode = WriteMode::KeepOrCommon);

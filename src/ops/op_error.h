@@ -23,41 +23,45 @@ enum class OpStatus : int {
 };
 
 /// X(fault, status, library code). The texts for people belong to the program that shows them.
-#define CRV_OP_FAULTS(X)                                  \
-    X(WrongCall, WrongCall, ECRV_API_INV_PAR)             \
-    X(BadValue, WrongCall, ECRV_API_INV_PAR)              \
-    X(NoProfileNamed, WrongCall, ECRV_NO_PROFILE_NAME)    \
-    X(ProfileMissing, Missing, ECRV_CONF_NOT_PRES)        \
-    X(ProfileExists, Refused, ECRV_API_INV_PAR)           \
-    X(WrongKind, Refused, ECRV_API_INV_PAR)               \
-    X(ListFailed, Io, ECRV_INV_REG)                       \
-    X(StoreMissing, Missing, ECRV_SFT_OPEN)               \
-    X(StoreExists, Refused, ECRV_SFT_OPEN)                \
-    X(KeyStoreFailed, Internal, ECRV_INTERNAL_ERROR)      \
-    X(WeakPassword, Refused, ECRV_PASSWORD)               \
-    X(NoSigningCertificate, Refused, ECRV_SKEYS_NOT_PRES) \
-    X(DatabaseMissing, Missing, ECRV_DB)                  \
-    X(DatabaseExists, Refused, ECRV_API_INV_PAR)          \
-    X(DatabaseFailed, Io, ECRV_DB)                        \
-    X(BadFile, No, ECRV_INV_CRT_FMT)                      \
-    X(Ambiguous, Refused, ECRV_API_INV_PAR)               \
-    X(ServerMissing, Missing, ECRV_SRV_NOT_FND)           \
-    X(ServerExists, Refused, ECRV_SRV_EXIST)              \
-    X(ObjectMissing, Missing, ECRV_API_INV_PAR)           \
-    X(ObjectExists, Refused, ECRV_API_INV_PAR)            \
-    X(FileMissing, Missing, ECRV_OP_INFILE)               \
-    X(FileExists, Refused, ECRV_OP_OUTFILE)               \
-    X(FileProtected, Refused, ECRV_OP_OUTFILE)            \
-    X(FileUnreadable, Io, ECRV_RD_INFILE)                 \
-    X(FileUnwritable, Io, ECRV_WR_OUTFILE)                \
-    X(FolderFailed, Io, ECRV_WR_OUTFILE)                  \
-    X(SecretMissing, Secret, ECRV_PASSWORD)               \
-    X(SecretUnfit, Secret, ECRV_PASSWORD)                 \
-    X(SecretExposed, Refused, ECRV_PASSWORD)              \
-    X(NotConfirmed, Refused, ECRV_API_INV_PAR)            \
-    X(LockBusy, Locked, ECRV_API_INV_PAR)                 \
-    X(LockFailed, Io, ECRV_API_INV_PAR)                   \
-    X(LibraryFailed, Internal, ECRV_UNKNOWN_EXCEPTION)    \
+#define CRV_OP_FAULTS(X)                                   \
+    X(WrongCall, WrongCall, ECRV_API_INV_PAR)              \
+    X(BadValue, WrongCall, ECRV_API_INV_PAR)               \
+    X(NoProfileNamed, WrongCall, ECRV_NO_PROFILE_NAME)     \
+    X(ProfileMissing, Missing, ECRV_CONF_NOT_PRES)         \
+    X(ProfileExists, Refused, ECRV_API_INV_PAR)            \
+    X(WrongKind, Refused, ECRV_API_INV_PAR)                \
+    X(ListFailed, Io, ECRV_INV_REG)                        \
+    X(StoreMissing, Missing, ECRV_SFT_OPEN)                \
+    X(StoreExists, Refused, ECRV_SFT_OPEN)                 \
+    X(KeyStoreFailed, Internal, ECRV_INTERNAL_ERROR)       \
+    X(WeakPassword, Refused, ECRV_PASSWORD)                \
+    X(NoSigningCertificate, Refused, ECRV_SKEYS_NOT_PRES)  \
+    X(DatabaseMissing, Missing, ECRV_DB)                   \
+    X(DatabaseExists, Refused, ECRV_API_INV_PAR)           \
+    X(DatabaseFailed, Io, ECRV_DB)                         \
+    X(BadFile, No, ECRV_INV_CRT_FMT)                       \
+    X(BadMessage, No, ECRV_INV_CRV_MSG)                    \
+    X(ContentMissing, Missing, ECRV_DETACHED_FILE_MISSING) \
+    X(NotAddressed, Missing, ECRV_NOTADDR)                 \
+    X(CertificateRefused, Refused, ECRV_INV_CRT_PROF)      \
+    X(Ambiguous, Refused, ECRV_API_INV_PAR)                \
+    X(ServerMissing, Missing, ECRV_SRV_NOT_FND)            \
+    X(ServerExists, Refused, ECRV_SRV_EXIST)               \
+    X(ObjectMissing, Missing, ECRV_API_INV_PAR)            \
+    X(ObjectExists, Refused, ECRV_API_INV_PAR)             \
+    X(FileMissing, Missing, ECRV_OP_INFILE)                \
+    X(FileExists, Refused, ECRV_OP_OUTFILE)                \
+    X(FileProtected, Refused, ECRV_OP_OUTFILE)             \
+    X(FileUnreadable, Io, ECRV_RD_INFILE)                  \
+    X(FileUnwritable, Io, ECRV_WR_OUTFILE)                 \
+    X(FolderFailed, Io, ECRV_WR_OUTFILE)                   \
+    X(SecretMissing, Secret, ECRV_PASSWORD)                \
+    X(SecretUnfit, Secret, ECRV_PASSWORD)                  \
+    X(SecretExposed, Refused, ECRV_PASSWORD)               \
+    X(NotConfirmed, Refused, ECRV_API_INV_PAR)             \
+    X(LockBusy, Locked, ECRV_API_INV_PAR)                  \
+    X(LockFailed, Io, ECRV_API_INV_PAR)                    \
+    X(LibraryFailed, Internal, ECRV_UNKNOWN_EXCEPTION)     \
     X(OutputFailed, Io, ECRV_WR_OUTFILE)
 
 enum class OpFault {

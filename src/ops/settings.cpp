@@ -70,10 +70,10 @@ struct CipherRow {
     const char* word;
     const KnownOid* oid;
 };
-constexpr CipherRow kCiphers[] = {{"aes256-cbc", &OID_AES256_CBC},
-                                  {"aes192-cbc", &OID_AES192_CBC},
-                                  {"aes128-cbc", &OID_AES128_CBC},
-                                  {"3des-cbc", &OID_DES_EDE3_CBC}};
+constexpr CipherRow kCiphers[] = {{"aes256-cbc", &OID_AES256_CBC}, {"aes192-cbc", &OID_AES192_CBC},
+                                  {"aes128-cbc", &OID_AES128_CBC}, {"3des-cbc", &OID_DES_EDE3_CBC},
+                                  {"aes256-gcm", &OID_AES256_GCM}, {"aes192-gcm", &OID_AES192_GCM},
+                                  {"aes128-gcm", &OID_AES128_GCM}};
 
 SettingValue getCipher(Session& session, const Setting&) {
     const ASNobjectId oid = recordOf(session).getSymAlgo();
@@ -82,9 +82,9 @@ SettingValue getCipher(Session& session, const Setting&) {
 }
 
 void setCipher(Session& session, const Setting&, const std::string& text) {
-    const auto* row = std::ranges::find_if(kCiphers, [&](const CipherRow& one) { return text == one.word; });
-    if (row == std::end(kCiphers)) throw OpError(OpFault::BadValue, text);
-    session.configuration().editRecord().setSymAlgo(ASNobjectId(*row->oid));
+    const KnownOid* oid = cipherOf(text);
+    if (!oid) throw OpError(OpFault::BadValue, text);
+    session.configuration().editRecord().setSymAlgo(ASNobjectId(*oid));
 }
 
 constexpr long kDigestOption = 15, kSchemeOption = 21;
@@ -153,6 +153,11 @@ const Setting& findSetting(const std::string& name) {
 
 void resetSetting(Session& session, const Setting& setting) {
     session.configuration().editRecord().setField(*setting.field, nullptr);
+}
+
+const KnownOid* cipherOf(const std::string& word) {
+    const auto* row = std::ranges::find_if(kCiphers, [&](const CipherRow& one) { return word == one.word; });
+    return row == std::end(kCiphers) ? nullptr : row->oid;
 }
 
 }  // namespace crv

@@ -30,6 +30,9 @@ std::span<const Setting> settings();
 /// Throws OpError (ObjectMissing).
 const Setting& findSetting(const std::string& name);
 
+/// The cipher of content with that word; null when there is none.
+const KnownOid* cipherOf(const std::string& word);
+
 /// The default again; not saved.
 void resetSetting(Session& session, const Setting& setting);
 

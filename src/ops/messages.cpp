@@ -1,0 +1,262 @@
+#include "ops/messages.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "asn/x509/signed_certificate.h"
+#include "messages/profile_messages.h"
+#include "misc/ascii.h"
+#include "misc/base64_file.h"
+#include "misc/exceptions.h"
+#include "misc/file_ops.h"
+#include "misc/path.h"
+#include "misc/whole_file.h"
+#include "ops/certificates.h"
+#include "ops/op_error.h"
+
+namespace crv {
+
+namespace {
+
+constexpr size_t kPiece = size_t{256} << 10;
+constexpr const char* kPemLabel = "CMS";
+constexpr uint32_t kReceivingUses = 1U << KeyUsage::kKeyEncipherment | 1U << KeyUsage::kKeyAgreement;
+
+struct FaultRow {
+    int code;
+    OpFault fault;
+};
+constexpr FaultRow kMessageFaults[] = {
+    {ECRV_NO_CRV_MSG, OpFault::BadMessage},
+    {ECRV_INV_CRV_MSG, OpFault::BadMessage},
+    {ECRV_DEKKEY, OpFault::BadMessage},
+    {ECRV_SYMALG, OpFault::BadMessage},
+    {ECRV_FILE_NOT_SGN_FOR_COUNTERSGN, OpFault::BadMessage},
+    {ECRV_UNSUPPORTED_KEY_ALGO, OpFault::WrongKind},
+    {ECRV_SIG_WITH_DIG_NOT_SUPPORTED, OpFault::WrongKind},
+    {ECRV_DETACHED_FILE_MISSING, OpFault::ContentMissing},
+    {ECRV_NOTADDR, OpFault::NotAddressed},
+    {ECRV_SKEYS_NOT_PRES, OpFault::NoSigningCertificate},
+    {ECRV_EKEYS_NOT_PRES, OpFault::ObjectMissing},
+    {ECRV_RECCRT, OpFault::ObjectMissing},
+    {ECRV_INV_CRT_PROF, OpFault::CertificateRefused},
+};
+
+/// What the library says of messages, as failures of operations.
+template <class Work>
+auto told(Work work) {
+    try {
+        return work();
+    } catch (const CrvApiException& failure) {
+        const auto* row = std::ranges::find(kMessageFaults, failure.code(), &FaultRow::code);
+        if (row == std::end(kMessageFaults)) throw;
+        throw OpError(row->fault, failure.code(), failure.hasText() ? failure.what() : "");
+    }
+}
+
+/// A store that was opened for reading has no generator: it gets one that is never stored.
+RandomBridge& randomOf(Session& session) {
+    KeyManager& keys = session.keys();
+    if (keys.state() == KeyManager::State::Unseeded) {
+        SecretArray<48> material;
+        if (!systemRandom(material)) demandKeys(kKmNoSeed);
+        demandKeys(keys.rbgInit(material));
+    }
+    return keys.random();
+}
+
+/// A stream onto a sink.
+class SinkFile final : public GenericFile {
+  public:
+    explicit SinkFile(const ContentSink& sink) : sink_(sink) {}
+    [[nodiscard]] bool write(ByteView octets) override { return sink_(octets); }
+
+  private:
+    const ContentSink& sink_;
+};
+
+/// Runs work that makes a message, in PEM when asked for.
+template <class Work>
+bool putMessage(bool pem, const ContentSink& put, Work work) {
+    if (!pem) {
+        work(put);
+        return true;
+    }
+    SinkFile file(put);
+    Base64Writer writer(file, kPemLabel);
+    work([&writer](ByteView piece) { return writer.write(piece); });
+    return writer.finish();
+}
+
+/// What goes to a pipe cannot be taken back when the message turns out to be bad at its end.
+ExportTarget wholeOnly(ExportTarget target) {
+    target.wholeOrNothing = true;
+    return target;
+}
+
+SignaturePolicy policyOf(Session& session, const SignFileOrder& order) {
+    const auto list = session.configuration().record().getPolicies();
+    const auto known = std::ranges::find_if(list, [&](const auto& one) { return one.policyId.text() == order.policy; });
+    if (known == list.end()) throw OpError(OpFault::ObjectMissing, order.policy);
+    SignaturePolicy policy{known->policyId};
+    if (!order.policyDocument.empty()) {
+        policy.hash = KcHashAlgo::Sha256;
+        policy.digest = hashOf(policy.hash, importFile(order.policyDocument));
+    }
+    return policy;
+}
+
+/// The path of the signer's certificate and the CRLs about it.
+void addProofs(Session& session, SignParams& params) {
+    CRVctx& context = session.context();
+    PathOptions options{std::time(nullptr)};
+    options.revocation = RevocationCheck::None;
+    const CertPtr& own = params.signers.front().certificate;
+    const PathVerdict path = context.certificateManager.buildPath(own, options);
+    if (!path.good()) throw OpError(OpFault::CertificateRefused, path.code, path.reason);
+    params.certificates = path.certs;
+    for (const CertPtr& authority : path.certs) {
+        AuthorityCrls crls;
+        if (authority == own || !context.revocationManager.lastCrls(*authority, crls)) continue;
+        for (const auto& entry : {crls.complete, crls.delta}) {
+            Bytes der;
+            if (entry && context.dbManager.getCrlByFileNum(entry->fileNumber(), der)) params.crls.push_back(der);
+        }
+    }
+    if (params.crls.empty()) throw OpError(OpFault::ObjectMissing, ECRV_CRL_NOT_FOUND, own->issuer().text());
+}
+
+void demandGoodPath(Session& session, const CertPtr& certificate) {
+    PathOptions options{std::time(nullptr)};
+    const PathVerdict path = session.context().certificateManager.buildPath(certificate, options);
+    if (path.good()) return;
+    throw OpError(OpFault::CertificateRefused, path.code, certificate->subject().text() + ": " + path.reason);
+}
+
+}  // namespace
+
+void readPieces(const std::string& path, const std::function<void(ByteView)>& take) {
+    const bool standard = path == "-";
+    if (!standard && !fileExists(expandHome(path))) throw OpError(OpFault::FileMissing, path);
+    const FileDescriptor file(standard ? -1 : fileOps().open(expandHome(path), O_RDONLY | O_CLOEXEC));
+    if (!standard && !file.valid()) throw OpError(OpFault::FileUnreadable, path + ": " + std::strerror(errno));
+    SecretBytes piece(kPiece);
+    for (;;) {
+        const ssize_t count = fileOps().read(standard ? STDIN_FILENO : file.get(), piece.data(), piece.size());
+        if (count < 0 && errno == EINTR) {
+            stopIfEnding();
+            continue;
+        }
+        if (count < 0) throw OpError(OpFault::FileUnreadable, path + ": " + std::strerror(errno));
+        if (count == 0) return;
+        stopIfEnding();
+        take(ByteView(piece).first(static_cast<size_t>(count)));
+    }
+}
+
+SignResult signFile(Session& session, const SignFileOrder& order) {
+    return told([&] {
+        SignParams params{{signerOf(session.keys(), session.configuration())}, order.detached};
+        if (order.claimTime) params.time = std::time(nullptr);
+        if (!order.policy.empty()) params.policy = policyOf(session, order);
+        if (order.level != SignatureLevel::Basic)
+            throw OpError(OpFault::ServerMissing, ECRV_TS_NO_SERVER_DEF, "no server of time stamps");
+        if (order.level == SignatureLevel::LongTerm) addProofs(session, params);
+        params.cosign = order.cosign;
+        if (!order.detachedMessage.empty()) params.detachedMessage = importFile(order.detachedMessage);
+        SignResult result;
+        exportPieces(order.target, session.profile(), [&](const ContentSink& put) {
+            return putMessage(order.pem, put, [&](const ContentSink& sink) {
+                MessageSigner signer(params, randomOf(session), sink);
+                readPieces(order.input, [&](ByteView piece) { signer.update(piece); });
+                result = signer.finish();
+            });
+        });
+        return result;
+    });
+}
+
+MessageVerdict verifyFile(Session& session, const VerifyFileOrder& order, VerifyParams params) {
+    return told([&] {
+        if (!order.detachedMessage.empty()) {
+            params.detached = true;
+            params.message = importFile(order.detachedMessage);
+        }
+        CRVctx& context = session.context();
+        const auto verify = [&](const ContentSink& sink) {
+            params.content = sink;
+            MessageVerifier verifier(params, context.certificateManager, context.revocationManager);
+            readPieces(order.input, [&](ByteView piece) { verifier.update(piece); });
+            return verifier.finish();
+        };
+        MessageVerdict verdict;
+        if (order.out.empty() || params.detached || !order.target.write) return verify({});
+        // The file appears with a good verdict only.
+        struct NotGood {};
+        try {
+            exportPieces(wholeOnly(order.target), session.profile(), [&](const ContentSink& put) {
+                verdict = verify(put);
+                if (!verdict.good()) throw NotGood();
+                return true;
+            });
+        } catch (const NotGood&) {
+        }
+        return verdict;
+    });
+}
+
+void encryptFile(Session& session, const std::string& input, const ExportTarget& target, const EncryptParams& params,
+                 bool pem, bool unchecked) {
+    told([&] {
+        if (!unchecked)
+            for (const CertPtr& one : params.recipients) demandGoodPath(session, one);
+        exportPieces(target, session.profile(), [&](const ContentSink& put) {
+            return putMessage(pem, put, [&](const ContentSink& sink) {
+                MessageEncryptor encryptor(params, randomOf(session), sink);
+                readPieces(input, [&](ByteView piece) { encryptor.update(piece); });
+                encryptor.finish();
+            });
+        });
+    });
+}
+
+DecryptResult decryptFile(Session& session, const std::string& input, const ExportTarget& target) {
+    return told([&] {
+        DecryptResult result;
+        exportPieces(
+            wholeOnly(target), session.profile(),
+            [&](const ContentSink& put) {
+                MessageDecryptor decryptor(decryptionKeysOf(session.keys()), put);
+                readPieces(input, [&](ByteView piece) { decryptor.update(piece); });
+                result = decryptor.finish();
+                return true;
+            },
+            WriteMode::KeepOrSecret);
+        return result;
+    });
+}
+
+CertPtr recipientByEmail(Session& session, const std::string& email) {
+    CertPtr found;
+    const int64_t now = std::time(nullptr);
+    eachCert(session, [&](int64_t, const SignedCertificate& one, ByteView der) {
+        const auto usage = one.keyUsage();
+        const auto emails = one.emails();
+        const auto same = [&](const std::string& address) { return equalIgnoreCase(address, email); };
+        if (!std::ranges::any_of(emails, same) || !one.isValidAt(now) ||
+            (usage && (usage->namedBits() & kReceivingUses) == 0))
+            return true;
+        if (found && !(found->subject() == one.subject())) throw OpError(OpFault::Ambiguous, email);
+        if (!found || isNewer(one, *found)) found = makeCert(der);
+        return true;
+    });
+    if (!found) throw OpError(OpFault::ObjectMissing, email);
+    return found;
+}
+
+}  // namespace crv
