@@ -6,6 +6,7 @@
 #include "crvctl/show.h"
 #include "crvctl/verbs.h"
 #include "messages/profile_messages.h"
+#include "misc/ascii.h"
 #include "ops/messages.h"
 #include "ops/settings.h"
 
@@ -50,6 +51,12 @@ VerifyParams verifyParams(const Call& call) {
     return params;
 }
 
+/// As certificates show their numbers.
+std::string smallDigits(std::string hex) {
+    for (char& digit : hex) digit = asciiLower(digit);
+    return hex;
+}
+
 Fields signerFields(const SignerVerdict& one) {
     Values notSigned;
     for (const std::string& what : one.notSigned) notSigned.emplace_back(what);
@@ -59,7 +66,7 @@ Fields signerFields(const SignerVerdict& one) {
             {"reason", reason},
             {"signer", one.certificate ? one.certificate->subject().rfc4514() : ""},
             {"issuer", one.certificate ? one.certificate->issuer().rfc4514() : one.issuer},
-            {"serial", one.serial},
+            {"serial", smallDigits(one.serial)},
             {"sha256", one.certificate ? hexOf(one.certificate->fingerprint(KcHashAlgo::Sha256)) : ""},
             {"signature", kSignatureChecks[static_cast<size_t>(one.signature)]},
             {"algorithm", one.algorithm},
@@ -153,7 +160,7 @@ void decrypt(Run& run) {
     run.out.field("recipient", result.recipient);
     for (const MessageRecipient& one : result.recipients)
         run.out.item({{"issuer", one.issuer},
-                      {"serial", one.serial},
+                      {"serial", smallDigits(one.serial)},
                       {"keyId", hexOf(one.keyId)},
                       {"algorithm", one.algorithm}});
 }

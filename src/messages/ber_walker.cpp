@@ -11,7 +11,7 @@ namespace crv {
 namespace {
 
 constexpr size_t kDeepest = GenericFile::kMaxNesting;
-constexpr uint8_t kOctetString = 0x04;
+constexpr uint8_t kStringTag = 0x04;
 constexpr size_t kLongestLength = 7;  // octets of a length: more than any file has
 
 [[noreturn]] void failBer(const char* text) {
@@ -71,7 +71,7 @@ bool BerWalker::takeHeader(ByteView& octets) {
 }
 
 BerWalker::Treat BerWalker::treatInside(const Level& outer, uint8_t tag, bool primitive) {
-    if (outer.treat == Treat::Octets && (tag & ~ASN_CONSTRUCTED_BIT) != kOctetString)
+    if (outer.treat == Treat::Octets && (tag & ~ASN_CONSTRUCTED_BIT) != kStringTag)
         failBer("a string of pieces that are none");
     if (outer.treat != Treat::Enter) return outer.treat;
     const Treat treat = visitor_.begin(levels_.size(), tag);

@@ -43,7 +43,30 @@ class SignedMessage final : public MessageReader {
 
   private:
     [[nodiscard]] bool wants(MessageKind kind) const override { return kind == MessageKind::Signed; }
-    void part(MessagePart part, ByteView encoding) override;
+    void part(MessagePart part, ByteView encoding) override {
+        switch (part) {
+            case MessagePart::Digests: {
+                ASNsetList<AlgorithmIdentifier> algorithms;
+                readPart(algorithms, encoding);
+                for (const AlgorithmIdentifier& one : algorithms) addHash(one);
+                break;
+            }
+            case MessagePart::InnerType:
+                readPart(content_.type, encoding);
+                break;
+            case MessagePart::Certificates:
+                takeElements(encoding, 0xA0, certificates_);
+                break;
+            case MessagePart::Crls:
+                takeElements(encoding, 0xA1, crls_);
+                break;
+            case MessagePart::Signers:
+                readPart(signers_, encoding, ASN_FLAG_CONST | ASN_FLAG_COPY);
+                break;
+            default:
+                break;
+        }
+    }
     void contentBegins() override {}
     void content(ByteView piece) override {
         take(piece);
@@ -65,31 +88,6 @@ class SignedMessage final : public MessageReader {
     ASNsetList<SignerInfo> signers_;
     std::vector<Bytes> certificates_, crls_;
 };
-
-void SignedMessage::part(MessagePart part, ByteView encoding) {
-    switch (part) {
-        case MessagePart::Digests: {
-            ASNsetList<AlgorithmIdentifier> algorithms;
-            readPart(algorithms, encoding);
-            for (const AlgorithmIdentifier& one : algorithms) addHash(one);
-            break;
-        }
-        case MessagePart::InnerType:
-            readPart(content_.type, encoding);
-            break;
-        case MessagePart::Certificates:
-            takeElements(encoding, 0xA0, certificates_);
-            break;
-        case MessagePart::Crls:
-            takeElements(encoding, 0xA1, crls_);
-            break;
-        case MessagePart::Signers:
-            readPart(signers_, encoding, ASN_FLAG_CONST | ASN_FLAG_COPY);
-            break;
-        default:
-            break;
-    }
-}
 
 }  // namespace
 

@@ -11,7 +11,7 @@ namespace crv {
 
 namespace {
 
-constexpr uint8_t kSequence = 0x30, kOidTag = 0x06, kExplicit0 = 0xA0, kImplicit0 = 0x80, kOctets = 0x04,
+constexpr uint8_t kSequenceOf = 0x30, kOidTag = 0x06, kExplicit0 = 0xA0, kImplicit0 = 0x80, kOctets = 0x04,
                   kConstructedOctets = 0x24;
 constexpr size_t kSegment = size_t{64} << 10;
 constexpr uint8_t kIndefiniteLength = 0x80;
@@ -52,9 +52,9 @@ void MessageWriter::put(ByteView octets) {
 }
 
 void MessageWriter::putWhole(const MessageFrame& frame, ByteView content, ByteView after) {
-    const Bytes inner = elementOf(kSequence, {frame.innerHead, content});
-    const Bytes structure = elementOf(kSequence, {frame.before, inner, after});
-    put(elementOf(kSequence, {elementOf(kOidTag, {frame.type.octets()}), elementOf(kExplicit0, {structure})}));
+    const Bytes inner = elementOf(kSequenceOf, {frame.innerHead, content});
+    const Bytes structure = elementOf(kSequenceOf, {frame.before, inner, after});
+    put(elementOf(kSequenceOf, {elementOf(kOidTag, {frame.type.octets()}), elementOf(kExplicit0, {structure})}));
 }
 
 void MessageWriter::putSegment(ByteView piece) {
@@ -68,11 +68,11 @@ void MessageWriter::content(const MessageFrame& frame, ByteView piece) {
     if (!streaming_) {
         if (piece.size() <= mostHeld_ - held_.size()) return append(held_, piece);
         streaming_ = true;
-        Bytes head{kSequence, kIndefiniteLength};
+        Bytes head{kSequenceOf, kIndefiniteLength};
         append(head, elementOf(kOidTag, {frame.type.octets()}));
-        append(head, Bytes{kExplicit0, kIndefiniteLength, kSequence, kIndefiniteLength});
+        append(head, Bytes{kExplicit0, kIndefiniteLength, kSequenceOf, kIndefiniteLength});
         append(head, frame.before);
-        append(head, Bytes{kSequence, kIndefiniteLength});
+        append(head, Bytes{kSequenceOf, kIndefiniteLength});
         append(head, frame.innerHead);
         append(head, Bytes{kExplicit0, kIndefiniteLength});
         if (frame.explicitContent) append(head, Bytes{kConstructedOctets, kIndefiniteLength});

@@ -27,11 +27,11 @@ constexpr size_t kPiece = size_t{256} << 10;
 constexpr const char* kPemLabel = "CMS";
 constexpr uint32_t kReceivingUses = 1U << KeyUsage::kKeyEncipherment | 1U << KeyUsage::kKeyAgreement;
 
-struct FaultRow {
+struct MessageFaultRow {
     int code;
     OpFault fault;
 };
-constexpr FaultRow kMessageFaults[] = {
+constexpr MessageFaultRow kMessageFaults[] = {
     {ECRV_NO_CRV_MSG, OpFault::BadMessage},
     {ECRV_INV_CRV_MSG, OpFault::BadMessage},
     {ECRV_DEKKEY, OpFault::BadMessage},
@@ -53,7 +53,7 @@ auto told(Work work) {
     try {
         return work();
     } catch (const CrvApiException& failure) {
-        const auto* row = std::ranges::find(kMessageFaults, failure.code(), &FaultRow::code);
+        const auto* row = std::ranges::find(kMessageFaults, failure.code(), &MessageFaultRow::code);
         if (row == std::end(kMessageFaults)) throw;
         throw OpError(row->fault, failure.code(), failure.hasText() ? failure.what() : "");
     }
