@@ -103,13 +103,37 @@ struct Registry {
         if (!fd.valid() || fileOps().fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return nullptr;
         if (writable && !like.empty()) giveRights(fd.get(), info, like);
         LockedFile* file = find(info);
-        if (!file) {
-            file = &files.emplace_back();
-            file->id = FileId::of(info);
+        return file ? addDescriptor(*file, std::move(fd), writable) : add(FileId::of(info), std::move(fd), writable);
+    }
+
+    LockedFile* add(FileId id, FileDescriptor fd, bool writable) {
+        LockedFile fresh{};
+        fresh.id = id;
+        fresh.descriptors.push_back(std::move(fd));
+        fresh.writable = writable;
+        return &files.emplace_back(std::move(fresh));
+    }
+
+    static LockedFile* addDescriptor(LockedFile& file, FileDescriptor fd, bool writable) {
+        try {
+            file.descriptors.push_back(std::move(fd));
+        } catch (const std::bad_alloc&) {
+            // Closing it would give back every lock of this process on the file.
+            static_cast<void>(fd.release());
+            throw;
         }
-        file->descriptors.push_back(std::move(fd));
-        file->writable = file->writable || writable;
-        return file;
+        file.writable = file.writable || writable;
+        return &file;
+    }
+
+    /// Room for one more holder: once the lock is held, nothing may fail any more.
+    void makeRoom(LockedFile* file) {
+        try {
+            file->holders.reserve(file->holders.size() + 1);
+        } catch (const std::bad_alloc&) {
+            closeIfUnused(file);
+            throw;
+        }
     }
 
     void closeIfUnused(LockedFile* file) {
@@ -196,6 +220,7 @@ int FileSemaphore::acquire(int mode, bool wait) {
             registry.changed.wait_for(guard, kEndingCheckPeriod);
             continue;
         }
+        registry.makeRoom(file);
         if (!strongEnough(*file, type)) {
             file->asking = true;
             guard.unlock();
