@@ -38,6 +38,8 @@ target_compile_options(crv_options INTERFACE -ffile-prefix-map=${CMAKE_SOURCE_DI
 target_compile_options(crv_options INTERFACE -fstack-protector-strong -fcf-protection)
 if(NOT CMAKE_BUILD_TYPE STREQUAL "Debug")  # it needs the optimiser
   target_compile_definitions(crv_options INTERFACE _FORTIFY_SOURCE=2)
+  # Unique symbols cannot be made local to the archive for other programs.
+  target_compile_options(crv_options INTERFACE $<$<AND:$<CXX_COMPILER_ID:GNU>,$<COMPILE_LANGUAGE:CXX>>:-fno-gnu-unique>)
 endif()
 include(CheckPIESupported)
 check_pie_supported()

@@ -36,26 +36,43 @@ while(at LESS count)
   math(EXPR at "${at} + 1")
 endwhile()
 
+# One object with everything in it, of which other programs see the public calls alone: neither our names nor those of the
+# libraries whose templates are compiled in meet theirs. Groups of sections that a program might share with its own are
+# dissolved, so that the linker cannot take ours away.
 set(archive ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/libcorvane.a)
-set(script "CREATE ${archive}\n")
+set(whole ${CMAKE_BINARY_DIR}/corvane_whole.o)
 set(archives "")
 foreach(part ${parts})
-  string(APPEND script "ADDLIB $<TARGET_FILE:${part}>\n")
   list(APPEND archives $<TARGET_FILE:${part}>)
 endforeach()
-string(APPEND script "SAVE\nEND\n")
-file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/corvane.mri CONTENT "${script}")
-add_custom_command(OUTPUT ${archive} COMMAND ${CMAKE_AR} -M < ${CMAKE_BINARY_DIR}/corvane.mri
-  DEPENDS ${parts} ${archives} ${CMAKE_BINARY_DIR}/corvane.mri VERBATIM)
+if(CRV_SANITIZE OR CRV_FUZZ)
+  set(localize ${CMAKE_COMMAND} -E true)
+else()
+  set(localize ${CMAKE_OBJCOPY} --wildcard --keep-global-symbol=crv[A-Z]* ${whole})
+endif()
+add_custom_command(OUTPUT ${archive}
+  COMMAND ${CMAKE_LINKER} -r --force-group-allocation -o ${whole} --whole-archive ${archives}
+  COMMAND ${localize}
+  COMMAND ${CMAKE_COMMAND} -E rm -f ${archive}
+  COMMAND ${CMAKE_AR} qcs ${archive} ${whole}
+  DEPENDS ${parts} ${archives} VERBATIM)
 add_custom_target(corvane_static ALL DEPENDS ${archive})
 
+# Whoever moves the installed tree as a whole moves what it says of itself.
+file(RELATIVE_PATH corvane_prefix /root/${CMAKE_INSTALL_LIBDIR}/pkgconfig /root)
+cmake_path(IS_ABSOLUTE CMAKE_INSTALL_LIBDIR absolute)
+if(absolute)
+  set(corvane_prefix ${CMAKE_INSTALL_PREFIX})
+else()
+  string(REGEX REPLACE "/$" "" corvane_prefix "\${pcfiledir}/${corvane_prefix}")
+endif()
 configure_file(${CMAKE_SOURCE_DIR}/cmake/corvane.pc.in ${CMAKE_BINARY_DIR}/corvane.pc @ONLY)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Corvane)
 configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/CorvaneConfig.cmake.in ${CMAKE_BINARY_DIR}/CorvaneConfig.cmake
   INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_LIBDIR CMAKE_INSTALL_INCLUDEDIR)
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/CorvaneConfigVersion.cmake COMPATIBILITY SameMajorVersion)
 
-install(TARGETS corvane EXPORT CorvaneTargets LIBRARY COMPONENT development)
+install(TARGETS corvane EXPORT CorvaneTargets LIBRARY COMPONENT runtime NAMELINK_COMPONENT development)
 install(FILES ${archive} DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/include/corvane DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 install(FILES ${CMAKE_BINARY_DIR}/corvane.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

@@ -7,9 +7,11 @@ build=$1 source=$2 cc=$3
 shift 3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cmake --install "$build" --prefix "$work/root" --component development >/dev/null
+cmake --install "$build" --prefix "$work/made" --component runtime >/dev/null
+find "$work/made" -name 'libcorvane.so.3*' | grep -q .
+cmake --install "$build" --prefix "$work/made" --component development >/dev/null
+mv "$work/made" "$work/root"  # what is installed must not know where
 lib=$(dirname "$(find "$work/root" -name libcorvane.so)")
-sed -i "s#^prefix=.*#prefix=$work/root#" "$lib/pkgconfig/corvane.pc"
 export PKG_CONFIG_PATH=$lib/pkgconfig LD_LIBRARY_PATH=$lib
 
 cat >"$work/expected" <<EOF
@@ -37,18 +39,36 @@ try "$work/static"
 mkdir "$work/cmake"
 cat >"$work/cmake/CMakeLists.txt" <<EOF
 cmake_minimum_required(VERSION 3.25)
-project(client C CXX)
+project(client C)
 find_package(Corvane 3 REQUIRED)
-add_executable(client "$source/client.c")
-target_compile_options(client PRIVATE $*)
-target_link_options(client PRIVATE $*)
-target_link_libraries(client Corvane::corvane)
+foreach(kind corvane corvane_static)
+  add_executable(client_\${kind} "$source/client.c")
+  target_compile_options(client_\${kind} PRIVATE $*)
+  target_link_options(client_\${kind} PRIVATE $*)
+  target_link_libraries(client_\${kind} Corvane::\${kind})
+endforeach()
 EOF
 cmake -S "$work/cmake" -B "$work/cmake/build" -DCMAKE_PREFIX_PATH="$work/root" -DCMAKE_C_COMPILER="$cc" >"$work/log" &&
   cmake --build "$work/cmake/build" >>"$work/log" || { cat "$work/log"; exit 1; }
-try "$work/cmake/build/client"
+try "$work/cmake/build/client_corvane"
+try "$work/cmake/build/client_corvane_static"
 
-grep -hoE '\bcrv[A-Z][A-Za-z0-9]*\(' "$work"/root/include/corvane/crvapi.h | tr -d '(' | sort -u >"$work/declared"
+# C and C++ of every age take the header, also beside a declaration of the program's own.
+printf 'struct CRVctx;\nstruct CrvProfile;\n#include <corvane/crvapi.h>\nstruct CRVctx;\nstruct CrvCert;\n' >"$work/header.c"
+for std in c89 c99 c11 c17 c++98 c++11 c++17 c++20; do
+  "$cc" -x "$(case $std in c++*) echo c++ ;; *) echo c ;; esac)" -std=$std -Wall -Wextra -Wpedantic -Werror -fsyntax-only \
+    "-I$work/root/include" "$work/header.c"
+done
+
+if [ $# = 0 ]; then
+  # A debug build has unique symbols, which no tool makes local.
+  unique=$(grep -q '^CMAKE_BUILD_TYPE:STRING=Debug' "$build/CMakeCache.txt" && echo u || echo none)
+  nm -g --defined-only "$lib/libcorvane.a" | awk -v unique="$unique" 'NF == 3 && $2 != unique && $3 !~ /^crv[A-Z]/' |
+    tee "$work/foreign" | head
+  [ ! -s "$work/foreign" ]
+fi
+
+grep -hoE '\bCRV_API.*\bcrv[A-Z][A-Za-z0-9]*\(' "$work"/root/include/corvane/*.h | grep -oE 'crv[A-Z][A-Za-z0-9]*\('  | tr -d '(' | sort -u >"$work/declared"
 nm -D --defined-only "$lib/libcorvane.so" | awk '$2 == "T" {sub("@.*", "", $3); print $3}' | sort -u >"$work/exported"
 diff "$work/declared" "$work/exported"
 # Unloading it would crash the threads that used it when they end.
