@@ -9,41 +9,27 @@
  *   - no exception leaves the library; operations that answer a pointer answer null instead of a failure.
  * Calls that fill a buffer take the buffer's size in *len and put the value's length there; a null buffer asks for the
  * length only (*len is then not looked at), and a buffer that is too short answers ECRV_BUFF_TO_SHORT (120) with *len
- * set to the size needed. Values carry no terminator. All texts are UTF-8. A context may be used by one caller at a
- * time; different contexts may be used by several threads at once. */
+ * set to the size needed. Values carry no terminator. All texts are UTF-8. Structures begin with their size, which the
+ * caller sets: a program that was compiled for fewer or more members is served as far as both know them, and what it
+ * gives in members that the library does not know must be zero (ECRV_API_INV_PAR).
+ *
+ * Threads: a context is used by one caller at a time; a second one, also a prompt of the running call, is answered
+ * ECRV_INV_WRK_MODE (113), and the first goes on. Different contexts may be used by several threads at once.
+ * Processes: make contexts after a fork. In a child of a process that had made one every call answers
+ * ECRV_INV_WRK_MODE: locks, tokens and random generators are the parent's. Such a child may call exec. Handles are
+ * freed before their context. PINs are wiped when a call that used one ends, whatever it answers, unless
+ * CRVOPT_REMEMBER_PIN_INFO is set: store them again for the next call that needs one. */
 #ifndef CORVANE_CRVAPI_H
 #define CORVANE_CRVAPI_H
 
+#include "corvane/crvcerts.h"
 #include "corvane/crverrors.h"
+#include "corvane/crvoptions.h"
 #include "corvane/crvprofile.h"
+#include "corvane/crvtypes.h"
 
-#if defined(__GNUC__)
-#define CRV_API __attribute__((visibility("default")))
-#else
-#define CRV_API
-#endif
-
-/* Handles. Their contents belong to the library. */
 #ifdef __cplusplus
-namespace crv {
-struct CRVctx;
-class CrvProfile;
-class ProfileIterator;
-struct ServerIterator;
-struct VerifyResult;
-}  // namespace crv
-typedef crv::CRVctx CRVctx;
-typedef crv::CrvProfile CrvProfile;
-typedef crv::ProfileIterator CrvProfileIterator;
-typedef crv::ServerIterator CrvServerIterator;
-typedef crv::VerifyResult CrvVerifyResult;
 extern "C" {
-#else
-typedef struct CRVctx CRVctx;
-typedef struct CrvProfile CrvProfile;
-typedef struct CrvProfileIterator CrvProfileIterator;
-typedef struct CrvServerIterator CrvServerIterator;
-typedef struct CrvVerifyResult CrvVerifyResult;
 #endif
 
 /* --- Contexts ---------------------------------------------------------------------------------------------------- */
@@ -55,17 +41,29 @@ typedef struct CrvVerifyResult CrvVerifyResult;
  * ECRV_PROFILE_LOAD_ERROR: the list cannot be read. */
 CRV_API int crvInitExAPI(CRVctx** ctx, int media, const char* file, const char* name);
 
+/* Why the last crvInitExAPI of this thread failed, in words, by the buffer rule; empty when it is not known. */
+CRV_API int crvGetInitFailureAPI(char* buf, long* len);
+
+/* CRV_VERSION_NUMBER and CRV_VERSION_TEXT of the library that the program runs with. */
+CRV_API long crvVersionAPI(void);
+CRV_API const char* crvVersionTextAPI(void);
+
 /* Ends a context: logs out, wipes its PINs and keys and frees it. The pointer is no context afterwards. */
 CRV_API int crvDeinitExAPI(CRVctx* ctx);
 
-/* Binds a copy of a profile to the context in place of the current one, which is logged out; null binds none. */
+/* Binds a copy of a profile to the context in place of the current one, which is logged out; null binds none. PINs and
+ * options that were set while there was no profile are for the new one; those of a former profile go, PINs with
+ * WARN_PINS_REMOVED. */
 CRV_API int crvLoadProfileAPI(CRVctx* ctx, const CrvProfile* profile);
 
-/* Logs in to the keys of the context's profile with the PINs stored before: takes the exclusive lock on the security
- * file (not for tokens, providers and memory), checks that the databases exist, opens the keys and, when readAdditional
- * is not 0, the additional trust points. 1 to 3: logged in, the keys are on a device. ECRV_PROFILE_NOT_LOADED without a
- * profile, ECRV_LOCK when the lock fails, ECRV_PASSWORD for a wrong password, after which every stored PIN is gone;
- * ECRV_DB, ECRV_DB_VER, ECRV_DB_ACCESS for the databases; others as the keys' medium gives them. */
+/* Logs in to the keys of the context's profile with the PINs stored before or the prompt's: takes the exclusive lock on
+ * the security file (not for tokens, providers and memory), checks that the databases exist, opens the keys and, when
+ * readAdditional is not 0, the additional trust points. 1 to 3: logged in, the keys are on a device. Options that were
+ * set before and not saved hold again (WARN_OPTION_NOT_APPLIED: one does not go with the signing key).
+ * ECRV_PROFILE_NOT_LOADED without a profile, ECRV_LOCK when the lock cannot be had in time, ECRV_PASSWORD for a wrong
+ * password, ECRV_SGN_PIN_NOT_PRES, ECRV_DEC_PIN_NOT_PRES, ECRV_ROOTS_PIN_NOT_PRES, ECRV_SGN_KEY_PIN_NOT_PRES for a PIN
+ * that is neither stored nor asked for, ECRV_ACTION_CANCELLED when the prompt gave none; ECRV_DB, ECRV_DB_VER,
+ * ECRV_DB_ACCESS for the databases; others as the keys' medium gives them. WARN_USER_CRT_NOT_VALID. */
 CRV_API int crvAuthenticateExAPI(CRVctx* ctx, int readAdditional);
 
 /* Text of a code, refined by what the context knows about its last failure. Never fails: a code without a row gives
@@ -74,24 +72,54 @@ CRV_API int crvAuthenticateExAPI(CRVctx* ctx, int readAdditional);
 CRV_API const char* crvErrorTextAPI(CRVctx* ctx, int code);
 CRV_API const char* crvErrorText(CRVctx* ctx, int code);
 
-/* Texts of the warnings of the last operation, one a line, each "NAME: text". Does not end that operation's report. */
-CRV_API int crvGetWarnings(CRVctx* ctx, char* buf, long* len);
+/* Code of the last operation with the context: tells why it answered a null pointer, 0 for the end of an iteration.
+ * Calls that free something, this one and the next four are no operations: they leave code, warnings, report and text
+ * as they are. */
+CRV_API int crvGetLastCodeAPI(CRVctx* ctx);
 
-/* The report of every operation of the context so far, one line a step. Does not end the running operation's report. */
+/* The warnings (WARN_ values) of the last operation. *count is the room in codes; it receives the number of warnings. A
+ * null codes asks for the number; too little room answers ECRV_BUFF_TO_SHORT. */
+CRV_API int crvGetWarnings(CRVctx* ctx, long* codes, long* count);
+
+/* "NAME: text" of a warning; static. Null for a number that is none. */
+CRV_API const char* crvWarningTextAPI(long code);
+
+/* The report of the last operation, one line a step. */
 CRV_API int crvGetReportAPI(CRVctx* ctx, char* buf, long* len);
+
+/* The reports of all operations of the context, the newest 256 KiB in whole lines. */
+CRV_API int crvGetRunReportAPI(CRVctx* ctx, char* buf, long* len);
+
+/* How long a lock that another program holds is waited for, in seconds: 0 not at all, -1 as long as it takes.
+ * Default 30. Without the lock a call answers ECRV_LOCK. */
+CRV_API int crvSetLockTimeoutAPI(CRVctx* ctx, long seconds);
+
+/* Saves keys and configuration with the options and trust points that were set since the log-in; needs the PIN of the
+ * key store. What another program saved meanwhile stays where this one changed nothing. ECRV_API_NOT_INITED,
+ * ECRV_SFT_WRITE, ECRV_PASSWORD: not the key store's PIN. */
+CRV_API int crvSaveConfigurationAPI(CRVctx* ctx);
+
+/* Enciphers the key store under a new password, on a token changes the PIN, which needs the old one stored. UTF-8.
+ * ECRV_PASSWORD: the old PIN is wrong, or the new password breaks a rule, which the text names: 8 octets or more, upper
+ * and lower case and another character. ECRV_API_NOT_INITED, ECRV_SFT_WRITE. */
+CRV_API int crvChangePasswordAPI(CRVctx* ctx, const char* password);
+
+/* Frees octets that a call handed out, after wiping them; null does nothing. No context is needed. */
+CRV_API int crvFreeOctetsAPI(unsigned char* octets);
 
 /* --- Options ----------------------------------------------------------------------------------------------------- */
 
-/* Sets or reads an integer option of the context's profile. Special numbers: 1 cannot be set; 2 takes 3 (stores 0) or 4
- * (stores 1); 15 the digest: 1 SHA-1, 3 SHA-224, 4 SHA-256, 5 SHA-384, 6 SHA-512, 8 RIPEMD-160, 9 to 12 SHA3-224 to
- * SHA3-512; 21 the signature scheme: 2 RSA with PKCS#1 v1.5, 4 DSA, 5 ECDSA, 6 RSA-PSS; 25 both, the scheme times 256
- * plus the digest; 31 is accepted and ignored. ECRV_API_INV_PAR: unknown option or value.
- * ECRV_SIG_WITH_DIG_NOT_SUPPORTED: the signing key cannot be used so; the report says why. ECRV_MEM: not stored. */
+/* Sets or reads an integer option of the context's profile (a CRVOPT_ value of corvane/crvoptions.h). It holds at once,
+ * also over a log-in, and is stored by crvSaveConfigurationAPI; until then it is lost with the profile. Special
+ * numbers: 1 cannot be set; CRVOPT_ADD_SIGNER_MODE takes 3 (stores 0) or 4 (stores 1); CRVOPT_DIGEST, CRVOPT_SCHEME and
+ * CRVOPT_SIGNATURE take CRVDIGEST_ and CRVSCHEME_ values; CRVOPT_IGNORED is accepted and ignored. ECRV_API_INV_PAR:
+ * unknown option or value. ECRV_SIG_WITH_DIG_NOT_SUPPORTED: the signing key cannot be used so; the report says why.
+ * ECRV_MEM: not stored. */
 CRV_API int crvSetOptionAPI(CRVctx* ctx, long id, long value);
 CRV_API int crvGetOptionAPI(CRVctx* ctx, long id, long* value);
 
-/* Sets or reads a text option: 36, 42 or 43. A null value removes it. The text read is valid until the next operation
- * with the context; null: not set, or no text option. */
+/* Sets or reads a text option: 36, 42 or 43. A null value removes it. ECRV_TEXT_CONVERT: the value is no UTF-8. The
+ * text read is valid until the next operation with the context; null: not set, or no text option. */
 CRV_API int crvSetTextOptionAPI(CRVctx* ctx, long id, const char* value);
 CRV_API const char* crvGetTextOptionAPI(CRVctx* ctx, long id);
 
@@ -102,9 +130,9 @@ CRV_API int crvGetGlobalOption(long id, long* value);
 
 /* --- PINs -------------------------------------------------------------------------------------------------------- */
 
-/* Stores a PIN or password, which is copied, in a slot: 1 security file or token with the signing key, 2 token with the
- * decryption key, 8 additional trust points, 16 signing key. The first form takes the text in the character set of the
- * process's locale (ECRV_TEXT_CONVERT when it is none), the second in UTF-8. Any other slot is ECRV_INTERNAL_ERROR. */
+/* Stores a PIN or password, which is copied, in a slot (a CRVPIN_ value of corvane/crvoptions.h). The first form takes
+ * the text in the character set of the process's locale (ECRV_TEXT_CONVERT when it is none), the second in UTF-8. Any
+ * other slot is ECRV_INTERNAL_ERROR. */
 CRV_API int crvStorePINAPI(CRVctx* ctx, long id, const char* pin);
 CRV_API int crvStorePINUtf8API(CRVctx* ctx, long id, const char* pin);
 
@@ -117,22 +145,25 @@ CRV_API int crvCleanPINAPI(CRVctx* ctx, long mask);
 CRV_API int crvGetPINInfo(CRVctx* ctx, long id, long* needed);
 
 /* Gives the library a way to ask for a PIN that is not stored; null takes it away. The function fills pin with at most
- * size bytes of UTF-8 with the terminator and answers 0, or 41 when the user cancels, or 34 for a wrong PIN. */
+ * size bytes of UTF-8 with the terminator and answers a CRVPIN_ value: given, cancelled, wrong. It is called before a
+ * lock is taken, and no call with the same context may be made from it. */
 typedef int (*CrvPinPrompt)(void* user, long id, char* pin, long size);
 CRV_API int crvSetPINPromptAPI(CRVctx* ctx, CrvPinPrompt prompt, void* user);
 
 /* --- Profiles ---------------------------------------------------------------------------------------------------- */
 
 /* Iterates the profiles of a list in the order of their names, which come out in upper case. *count (may be null)
- * receives their number. crvGetNextProfileAPI answers a new profile, or null at the end. The iterator holds the list as
- * it was; free it with crvFreeProfileIteratorAPI. ECRV_PROFILE_LOAD_ERROR: the list cannot be read; the text says
- * where. */
+ * receives their number. crvGetNextProfileAPI answers a new profile, or null: crvGetLastCodeAPI then tells the end (0)
+ * from a damaged record (ECRV_INV_REG, the text says which), behind which the iteration goes on. The iterator holds the
+ * list as it was; free it with crvFreeProfileIteratorAPI. ECRV_PROFILE_LOAD_ERROR: the list cannot be read; the text
+ * says where. */
 CRV_API int crvGetProfileIteratorAPI(CRVctx* ctx, int media, const char* file, long* count,
                                      CrvProfileIterator** iterator);
 CRV_API CrvProfile* crvGetNextProfileAPI(CRVctx* ctx, CrvProfileIterator* iterator);
 CRV_API int crvFreeProfileIteratorAPI(CRVctx* ctx, CrvProfileIterator* iterator);
 
-/* A profile by name, in any case of ASCII letters, or null. Free it with crvFreeProfileAPI. */
+/* A profile by name, in any case of ASCII letters, or null: crvGetLastCodeAPI then tells why, ECRV_PROFILE_NOT_LOADED
+ * for one that is not in the list. Free it with crvFreeProfileAPI. */
 CRV_API CrvProfile* crvReadProfileAPI(CRVctx* ctx, int media, const char* file, const char* name);
 
 /* A new profile of a kind (a CRVPROFILE_TYPE_ value), or null. It has no name and no kind of database yet. */
@@ -166,6 +197,7 @@ CRV_API int crvGetAcceptedExtKeyUsageAPI(CRVctx* ctx, const CrvProfile* profile,
 /* A server. Texts given to the library are copied; a null one counts as empty. Texts handed out belong to the library
  * and are valid until the next operation with the context. */
 typedef struct CrvSrvParams {
+    long size;        /* sizeof(CrvSrvParams), set by the caller */
     const char* name; /* not empty; unique but for the case of ASCII letters */
     long usage;       /* CRVSRV_USAGE_ values combined */
     long type;        /* CRVSRV_TYPE_ value */
@@ -181,7 +213,8 @@ typedef struct CrvSrvParams {
     int win_auth;           /* log in with the system's own credentials */
 } CrvSrvParams;
 
-/* ECRV_SRV_EXIST: the name is taken. ECRV_SRV_NOT_FND: no server of the name. */
+/* ECRV_SRV_EXIST: the name is taken. ECRV_SRV_NOT_FND: no server of the name. ECRV_API_INV_PAR: a null name, a value
+ * out of range, a text that is no UTF-8, a ca_dn that is no name; the text says which. */
 CRV_API int crvAddSrvAPI(CRVctx* ctx, CrvProfile* profile, const CrvSrvParams* server);
 CRV_API int crvUpdateSrvAPI(CRVctx* ctx, CrvProfile* profile, const CrvSrvParams* server);
 CRV_API int crvDelSrvAPI(CRVctx* ctx, CrvProfile* profile, const char* name);
@@ -205,6 +238,7 @@ CRV_API int crvGetServerAPI(CRVctx* ctx, const CrvProfile* profile, long usage, 
 
 /* A proxy handed out; addr is empty when there is none. Valid as the texts of a server. */
 typedef struct CrvProxy {
+    long size; /* sizeof(CrvProxy), set by the caller */
     const char* addr;
     long port;
     const char* user;
@@ -221,86 +255,6 @@ CRV_API int crvGetProxyAPI(CRVctx* ctx, const CrvProfile* profile, CrvProxy* pro
 CRV_API int crvGetProxyForUrlAPI(CRVctx* ctx, const CrvProfile* profile, const char* url, CrvProxy* proxy);
 CRV_API int crvUseProxyForSpecifiedUrlAPI(CRVctx* ctx, const CrvProfile* profile, const char* url, int* use);
 CRV_API int crvSetUseProxyFromSystemSettingsAPI(CRVctx* ctx, CrvProfile* profile, int use);
-
-/* --- Certificates ------------------------------------------------------------------------------------------------ */
-
-/* Values of CrvVerifyParams.revocation, bits of its flags, and of CrvVerifyStep.status. */
-enum CrvVerifyRevocation {
-    CRVVERIFY_REVOCATION_KNOWN = 0,    /* what the stored CRLs tell counts, an unknown status does not (the default) */
-    CRVVERIFY_REVOCATION_REQUIRED = 1, /* an unknown status fails */
-    CRVVERIFY_REVOCATION_NONE = 2      /* nobody asks */
-};
-enum CrvVerifyFlags {
-    CRVVERIFY_EXPLICIT_POLICY = 1,         /* initial-explicit-policy of RFC 5280 6.1.1 */
-    CRVVERIFY_INHIBIT_MAPPING = 2,         /* initial-policy-mapping-inhibit */
-    CRVVERIFY_INHIBIT_ANY_POLICY = 4,      /* initial-any-policy-inhibit */
-    CRVVERIFY_NO_DELTAS = 8,               /* delta CRLs are left alone */
-    CRVVERIFY_CONSTRAINED_TRUST_POINT = 16 /* constraints in the trust point's certificate bind, too (RFC 5937) */
-};
-enum CrvCertStatus {
-    CRVSTATUS_NOT_ASKED = 0,
-    CRVSTATUS_GOOD = 1,
-    CRVSTATUS_REVOKED = 2, /* or on hold: reason 6 */
-    CRVSTATUS_UNKNOWN = 3, /* no stored CRL covers it */
-    CRVSTATUS_UNUSABLE = 4 /* one does, but cannot be relied on */
-};
-
-/* What a certificate is to be good for. With every member but the size 0 or null: for anything, now. */
-typedef struct CrvVerifyParams {
-    long size;                     /* sizeof(CrvVerifyParams) */
-    long time;                     /* seconds since 1970 UTC; 0: now */
-    unsigned long key_usage;       /* bit n is bit n of KeyUsage (RFC 5280 4.2.1.3) */
-    const char* const* ext_usages; /* purposes as dotted identifiers, a null pointer behind the last; null: any */
-    const char* const* policies;   /* the same for certificate policies */
-    long revocation;               /* CRVVERIFY_REVOCATION_ value */
-    unsigned long flags;           /* CRVVERIFY_ bits */
-    long depth;                    /* certificates on a path at most; 0: 64 */
-} CrvVerifyParams;
-
-/* The verdict. Its texts, as those of a step, belong to the result; none is null. */
-typedef struct CrvVerifyInfo {
-    long size;            /* sizeof(CrvVerifyInfo), set by the caller */
-    int code;             /* what crvVerifyCertAPI answered */
-    const char* clause;   /* of RFC 5280, the rule that does not hold; empty when all do or it is no rule of it */
-    const char* reason;   /* what is wrong in words */
-    long failed_at;       /* index of the certificate that fails */
-    long steps;           /* certificates on the path, the one asked about first, the trust point last */
-    int exhausted;        /* 1: the limit of work ended the search before every path was tried */
-    const char* policies; /* valid for the path (RFC 5280 6.1.6): dotted identifiers with spaces between */
-} CrvVerifyInfo;
-
-typedef struct CrvVerifyStep {
-    long size;                /* sizeof(CrvVerifyStep), set by the caller */
-    const unsigned char* der; /* the certificate */
-    long der_len;
-    const char* subject;
-    long status;               /* CRVSTATUS_ value */
-    int status_code;           /* unknown, unusable: why, as a code of the library */
-    const char* status_clause; /* of RFC 5280: what makes the CRL unusable */
-    const char* status_text;
-    long reason;               /* revoked: reason of RFC 5280 5.3.1 */
-    long revoked_at;           /* seconds since 1970 UTC */
-    const char* source;        /* who issued the CRL that tells the status; empty: none */
-    const char* source_number; /* its number in decimal */
-    long this_update;          /* its time, seconds since 1970 UTC */
-    long age;                  /* seconds from then to the moment asked about */
-    const char* algorithm;     /* of the signature and the key that made it */
-    const char* weakness;      /* what the algorithm policy of the profile says against them */
-    const char* source_delta;  /* number of the delta that was applied; empty: none */
-} CrvVerifyStep;
-
-/* Judges the first certificate of the octets (DER, one behind another, PEM or a PKCS#7 bundle) by RFC 5280 section 6
- * under the trust points, the database and the algorithm policy of the profile that is logged in; the other
- * certificates of the octets may stand on its path. Answers 0 for a good one, else why it is not (64 to 70, 88, 101,
- * 102, 155 and the like); params may be null. *result is the verdict, to be freed with crvFreeVerifyResultAPI, or null
- * when there is none: ECRV_API_NOT_INITED before the log-in, ECRV_INV_CRT_FMT for octets without a certificate,
- * ECRV_API_INV_PAR for an unfit size, value or identifier. */
-CRV_API int crvVerifyCertAPI(CRVctx* ctx, const unsigned char* certs, long len, const CrvVerifyParams* params,
-                             CrvVerifyResult** result);
-/* The verdict and the certificates of its path by index from 0. The caller sets size; no more is written. */
-CRV_API int crvGetVerifyInfoAPI(CRVctx* ctx, const CrvVerifyResult* result, CrvVerifyInfo* info);
-CRV_API int crvGetVerifyStepAPI(CRVctx* ctx, const CrvVerifyResult* result, long index, CrvVerifyStep* step);
-CRV_API int crvFreeVerifyResultAPI(CRVctx* ctx, CrvVerifyResult* result);
 
 #ifdef __cplusplus
 }

@@ -1,23 +1,13 @@
 // Log-in.
 #include <ctime>
 
-#include "api/api_frame.h"
+#include "api/key_store_call.h"
 #include "asn/x509/signed_certificate.h"
 #include "config/warning_codes.h"
-#include "keystore/key_store_door.h"
+#include "context/context_options.h"
 
 namespace crv {
 namespace {
-
-/// Codes of the states of a database; the state that a profile needs has none.
-constexpr struct {
-    DbState state;
-    int code;
-} kDbCodes[] = {{DbState::Complete, CRV_OK},
-                {DbState::Incomplete, ECRV_DB},
-                {DbState::OtherVersion, ECRV_DB_VER},
-                {DbState::Missing, ECRV_DB},
-                {DbState::NoAccess, ECRV_DB_ACCESS}};
 
 /// Codes of a successful log-in, which tell where the keys are. No class of profile has medium 3.
 constexpr struct {
@@ -28,12 +18,6 @@ constexpr struct {
     {static_cast<KeyMedium>(3), CRV_OK_NEED_CARD},
     {KeyMedium::Token, CRV_OK_NEED_CRYPTO_CARD},
 };
-
-int codeOfDbState(DbState state) {
-    for (const auto& row : kDbCodes)
-        if (row.state == state) return row.code;
-    return ECRV_DB;
-}
 
 int codeOfSuccess(KeyMedium medium) {
     for (const auto& row : kSuccessCodes)
@@ -52,20 +36,21 @@ void loadUserCertificates(CRVctx* ctx) {
 int crvAuthenticateExInt(CRVctx* ctx, int readAdditional) {
     const ConfigurationManager& configuration = ctx->configurationManager;
     if (!configuration.profile()) return ECRV_PROFILE_NOT_LOADED;
+    fetchPins(*ctx, readAdditional != 0);
     int databases = CRV_OK;
-    const KeyManagerResult result =
-        openKeyStore({ctx->configurationManager, ctx->keyManager}, OpenMode::LogIn, readAdditional != 0, [&] {
-            databases = codeOfDbState(ctx->dbManager.isDbCreated());
-            if (databases == CRV_OK) ctx->userCerts.clear();
-            return databases == CRV_OK;
-        });
+    const KeyManagerResult result = openKeyStore(accessOf(*ctx), OpenMode::LogIn, readAdditional != 0, [&] {
+        databases = codeOfDbState(ctx->dbManager.isDbCreated());
+        if (databases == CRV_OK) ctx->userCerts.clear();
+        return databases == CRV_OK;
+    });
     if (databases != CRV_OK) return databases;
-    if (result == kKmLockFailed) return ECRV_LOCK;
+    if (result == kKmLockFailed || result == kKmLockGivenUp) return ECRV_LOCK;
     // What a missing seed leaves open can only be mended at the console.
     if (result != kKmOk) ctx->keyManager.deinitProfile();
     ctx->state.report("Otwarcie profilu " + configuration.profileName() + ": " + std::to_string(result));
     if (result == kKmWrongPassword) ctx->removePINs();
     if (result != kKmOk) return libraryCode(result);
+    applyUnsavedOptions(ctx);
     loadUserCertificates(ctx);
     return codeOfSuccess(configuration.keyMedium());
 }

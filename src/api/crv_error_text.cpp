@@ -59,7 +59,8 @@ using namespace crv;
 
 const char* crvErrorTextAPI(CRVctx* ctx, int code) {
     thread_local TextBuffer threadText;
-    CRVctx* valid = checkCRVctx(ctx) ? nullptr : ctx;
+    const CallGuard call(ctx);
+    CRVctx* valid = call.code() ? nullptr : ctx;
     try {
         return errorText(valid, code, valid ? valid->errorText : threadText);
     } catch (...) {

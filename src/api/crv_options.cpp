@@ -11,13 +11,33 @@ bool isGlobalOption(long id) {
     return id == kOptTslDownloadWithWget;
 }
 
+/// Remembers what a program set until it is saved: the log-in brings the record of the key store.
+void remember(CRVctx* ctx, OptionSetting setting) {
+    auto& list = ctx->unsavedOptions;
+    list.push_back(std::move(setting));
+    const auto before = std::ranges::find(list, list.back().id, &OptionSetting::id);
+    if (before != list.end() - 1) list.erase(before);
+}
+
+int crvSetTextOptionInt(CRVctx* ctx, long id, const char* value) {
+    demand(CRVCfgFile::isSuchTextOpt(id));
+    const auto text = value ? std::optional<std::string>(textIn(value)) : std::nullopt;
+    ctx->configurationManager.editRecord().setTextOpt(id, text);
+    remember(ctx, {id, text});
+    return CRV_OK;
+}
+
 }  // namespace
 }  // namespace crv
 
 using namespace crv;
 
 int crvSetOptionAPI(CRVctx* ctx, long id, long value) {
-    return apiFrame(ctx, [&] { return crvSetOptionInt(ctx, id, value); });
+    return apiFrame(ctx, [&] {
+        const int code = crvSetOptionInt(ctx, id, value);
+        if (code == CRV_OK) remember(ctx, {id, value});
+        return code;
+    });
 }
 
 int crvGetOptionAPI(CRVctx* ctx, long id, long* value) {
@@ -25,11 +45,7 @@ int crvGetOptionAPI(CRVctx* ctx, long id, long* value) {
 }
 
 int crvSetTextOptionAPI(CRVctx* ctx, long id, const char* value) {
-    return apiFrame(ctx, [&] {
-        demand(CRVCfgFile::isSuchTextOpt(id));
-        ctx->configurationManager.editRecord().setTextOpt(id, value ? std::optional<std::string>(value) : std::nullopt);
-        return CRV_OK;
-    });
+    return apiFrame(ctx, [&] { return crvSetTextOptionInt(ctx, id, value); });
 }
 
 const char* crvGetTextOptionAPI(CRVctx* ctx, long id) {

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "api/api_frame.h"
+#include "api/key_store_call.h"
 #include "misc/ascii.h"
 #include "misc/charset.h"
 #include "misc/exceptions.h"
@@ -33,18 +33,6 @@ int crvCleanPINInt(CRVctx* ctx, long mask) {
     demand((mask & ~PinCache::kAllSlots) == 0);
     ctx->state.pins.clean(mask);
     return CRV_OK;
-}
-
-bool flagOf(const CrvProfile& profile, long id) {
-    long value = 0;
-    return profile.getAttr(id, value) == kAttrOk && value != 0;
-}
-
-/// The additional trust points have a place and a password.
-bool rootsNeedPassword(const CrvProfile& profile) {
-    std::string file;
-    profile.getAttr(CRVPROFILE_ATTR_ROOTS_FILE, file);
-    return !file.empty() && !flagOf(profile, CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD);
 }
 
 int crvGetPINInfoInt(CRVctx* ctx, long id, long* needed) {
@@ -91,7 +79,7 @@ int crvStorePINAPI(CRVctx* ctx, long id, const char* pin) {
 int crvStorePINUtf8API(CRVctx* ctx, long id, const char* pin) {
     return apiFrame(ctx, [&] {
         demand(pin);
-        return crvStorePINInt(ctx, id, SecretText(pin));
+        return crvStorePINInt(ctx, id, SecretText(textIn(pin)));
     });
 }
 

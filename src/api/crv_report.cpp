@@ -1,25 +1,18 @@
-// Calls that show what the others did; they leave report and warnings of the last operation alone.
+// Calls that show what the others did; they leave report, warnings and code of the last operation alone.
 #include "api/api_frame.h"
 #include "config/warning_codes.h"
 
 namespace crv {
 namespace {
 
-/// The frame of a call that does not begin an operation of its own.
-template <class Inner>
-int lookBack(CRVctx* ctx, Inner inner) noexcept {
-    if (const int code = checkCRVctx(ctx)) return code;
-    try {
-        return inner();
-    } catch (...) {
-        return codeOfException(ctx);
-    }
-}
-
-std::string warningTexts(const CRVctx* ctx) {
-    std::string texts;
-    for (int code : ctx->state.warnings) texts.append(warningText(code)).push_back('\n');
-    return texts;
+int crvGetWarningsInt(const std::vector<int>& warnings, long* codes, long* count) {
+    demand(count && (!codes || *count >= 0));
+    const auto needed = static_cast<long>(warnings.size());
+    const long room = std::exchange(*count, needed);
+    if (!codes) return CRV_OK;
+    if (room < needed) return ECRV_BUFF_TO_SHORT;
+    std::ranges::copy(warnings, codes);
+    return CRV_OK;
 }
 
 }  // namespace
@@ -27,10 +20,22 @@ std::string warningTexts(const CRVctx* ctx) {
 
 using namespace crv;
 
-int crvGetWarnings(CRVctx* ctx, char* buf, long* len) {
-    return lookBack(ctx, [&] { return copyOut(warningTexts(ctx), buf, len); });
+int crvGetLastCodeAPI(CRVctx* ctx) {
+    return lookBack(ctx, [&] { return ctx->state.lastCode; });
+}
+
+int crvGetWarnings(CRVctx* ctx, long* codes, long* count) {
+    return lookBack(ctx, [&] { return crvGetWarningsInt(ctx->state.warnings, codes, count); });
+}
+
+const char* crvWarningTextAPI(long code) {
+    return warningText(code);
 }
 
 int crvGetReportAPI(CRVctx* ctx, char* buf, long* len) {
+    return lookBack(ctx, [&] { return copyOut(ctx->state.callReport(), buf, len); });
+}
+
+int crvGetRunReportAPI(CRVctx* ctx, char* buf, long* len) {
     return lookBack(ctx, [&] { return copyOut(ctx->state.wholeReport(), buf, len); });
 }

@@ -1,5 +1,7 @@
 // Calls on the servers and the proxy of a profile.
 #include "api/api_frame.h"
+#include "api/handles.h"
+#include "asn/x509/distinguished_name.h"
 #include "misc/c_string.h"
 #include "misc/exceptions.h"
 #include "profiles/crv_profile.h"
@@ -7,71 +9,85 @@
 namespace crv {
 namespace {
 
-ByteView octets(const unsigned char* data, long len) {
-    demand(len >= 0 && (data || len == 0));
-    return {data, static_cast<size_t>(len)};
+/// The DER name of an authority: empty, or a name and nothing behind it.
+ByteView nameIn(const unsigned char* data, long len) {
+    const ByteView der = octetsIn(data, len);
+    if (!der.empty() && !DistinguishedName().readExactly(der, ASN_FLAG_CONST))
+        throw CrvApiException(ECRV_API_INV_PAR, "ca_dn");
+    return der;
 }
 
-SrvParams fromC(const CrvSrvParams* server) {
-    demand(server);
+/// A text that has to be there.
+std::string_view needed(const char* text) {
+    demand(text);
+    return textIn(text);
+}
+
+SrvParams fromC(const CrvSrvParams* given) {
+    const CrvSrvParams server = takeIn(given);
     SrvParams params;
-    params.name = viewOrEmpty(server->name);
-    params.usage = server->usage;
-    params.type = server->type;
-    params.addr = viewOrEmpty(server->addr);
-    params.port = server->port;
-    params.path = viewOrEmpty(server->path);
-    params.user = viewOrEmpty(server->user);
-    params.pass = SecretText(viewOrEmpty(server->pass));
-    params.caDn = toBytes(octets(server->ca_dn, server->ca_dn_len));
-    params.caDnUtf8 = viewOrEmpty(server->ca_dn_utf8);
-    params.periodSeconds = server->period_seconds;
-    params.winAuth = server->win_auth != 0;
+    params.name = needed(server.name);
+    params.usage = server.usage;
+    params.type = server.type;
+    params.addr = textIn(server.addr);
+    params.port = server.port;
+    params.path = textIn(server.path);
+    params.user = textIn(server.user);
+    params.pass = SecretText(textIn(server.pass));
+    params.caDn = toBytes(nameIn(server.ca_dn, server.ca_dn_len));
+    params.caDnUtf8 = textIn(server.ca_dn_utf8);
+    params.periodSeconds = server.period_seconds;
+    params.winAuth = server.win_auth != 0;
     return params;
 }
 
 /// Shows the server that the context holds.
 void toC(const SrvParams& params, CrvSrvParams* server) {
-    *server = {params.name.c_str(),
-               params.usage,
-               params.type,
-               params.addr.c_str(),
-               params.port,
-               params.path.c_str(),
-               params.user.c_str(),
-               params.pass.c_str(),
-               params.caDn.data(),
-               static_cast<long>(params.caDn.size()),
-               params.caDnUtf8.c_str(),
-               params.periodSeconds,
-               params.winAuth};
+    const CrvSrvParams whole{0,
+                             params.name.c_str(),
+                             params.usage,
+                             params.type,
+                             params.addr.c_str(),
+                             params.port,
+                             params.path.c_str(),
+                             params.user.c_str(),
+                             params.pass.c_str(),
+                             params.caDn.data(),
+                             static_cast<long>(params.caDn.size()),
+                             params.caDnUtf8.c_str(),
+                             params.periodSeconds,
+                             params.winAuth};
+    handOut(whole, server);
 }
 
-int handOut(CRVctx* ctx, bool found, CrvSrvParams* server) {
+int giveServer(CRVctx* ctx, bool found, CrvSrvParams* server) {
     if (!found) return ECRV_SRV_NOT_FND;
     toC(ctx->server, server);
     return CRV_OK;
 }
 
-int handOut(CRVctx* ctx, CrvProxy* proxy) {
+int giveProxy(CRVctx* ctx, CrvProxy* proxy) {
     const Proxy& held = ctx->proxy;
-    *proxy = {held.addr.c_str(), held.port, held.user.c_str(), held.password.c_str()};
+    const CrvProxy whole{0, held.addr.c_str(), held.port, held.user.c_str(), held.password.c_str()};
+    handOut(whole, proxy);
     return CRV_OK;
 }
 
 int crvGetServerIteratorInt(ServerIterator found, long* count, CrvServerIterator** iterator) {
     demand(iterator);
     if (count) *count = static_cast<long>(found.servers.size());
-    *iterator = std::make_unique<ServerIterator>(std::move(found)).release();
+    auto made = std::make_unique<CrvServerIterator>();
+    made->at = std::move(found);
+    give(std::move(made), iterator);
     return CRV_OK;
 }
 
 /// Runs a change of a profile.
 template <class Change>
-int change(CRVctx* ctx, CrvProfile* profile, Change work) {
+int change(CRVctx* ctx, ::CrvProfile* profile, Change work) {
     return apiFrame(ctx, [&] {
         demand(profile);
-        work();
+        work(*profile->record);
         return CRV_OK;
     });
 }
@@ -81,112 +97,112 @@ int change(CRVctx* ctx, CrvProfile* profile, Change work) {
 
 using namespace crv;
 
-int crvAddSrvAPI(CRVctx* ctx, CrvProfile* profile, const CrvSrvParams* server) {
-    return change(ctx, profile, [&] { profile->addSrv(fromC(server)); });
+int crvAddSrvAPI(CRVctx* ctx, ::CrvProfile* profile, const CrvSrvParams* server) {
+    return change(ctx, profile, [&](crv::CrvProfile& record) { record.addSrv(fromC(server)); });
 }
 
-int crvUpdateSrvAPI(CRVctx* ctx, CrvProfile* profile, const CrvSrvParams* server) {
-    return change(ctx, profile, [&] {
+int crvUpdateSrvAPI(CRVctx* ctx, ::CrvProfile* profile, const CrvSrvParams* server) {
+    return change(ctx, profile, [&](crv::CrvProfile& record) {
         SrvParams params = fromC(server), old;
-        if (profile->findSrv(params.name, &old)) params.others = old.others;
-        profile->updateSrv(params);
+        if (record.findSrv(params.name, &old)) params.others = old.others;
+        record.updateSrv(params);
     });
 }
 
-int crvDelSrvAPI(CRVctx* ctx, CrvProfile* profile, const char* name) {
-    return change(ctx, profile, [&] { profile->delSrv(viewOrEmpty(name)); });
+int crvDelSrvAPI(CRVctx* ctx, ::CrvProfile* profile, const char* name) {
+    return change(ctx, profile, [&](crv::CrvProfile& record) { record.delSrv(needed(name)); });
 }
 
-int crvFindSrvAPI(CRVctx* ctx, const CrvProfile* profile, const char* name, CrvSrvParams* server) {
+int crvFindSrvAPI(CRVctx* ctx, const ::CrvProfile* profile, const char* name, CrvSrvParams* server) {
     return apiFrame(ctx, [&] {
         demand(profile && server);
-        return handOut(ctx, profile->findSrv(viewOrEmpty(name), &ctx->server), server);
+        return giveServer(ctx, profile->record->findSrv(needed(name), &ctx->server), server);
     });
 }
 
-int crvMoveSrvFirstAPI(CRVctx* ctx, CrvProfile* profile, const char* name) {
-    return change(ctx, profile, [&] { profile->moveSrvFirst(viewOrEmpty(name)); });
+int crvMoveSrvFirstAPI(CRVctx* ctx, ::CrvProfile* profile, const char* name) {
+    return change(ctx, profile, [&](crv::CrvProfile& record) { record.moveSrvFirst(needed(name)); });
 }
 
-int crvMoveSrvLastAPI(CRVctx* ctx, CrvProfile* profile, const char* name) {
-    return change(ctx, profile, [&] { profile->moveSrvLast(viewOrEmpty(name)); });
+int crvMoveSrvLastAPI(CRVctx* ctx, ::CrvProfile* profile, const char* name) {
+    return change(ctx, profile, [&](crv::CrvProfile& record) { record.moveSrvLast(needed(name)); });
 }
 
-int crvGetServerIteratorAPI(CRVctx* ctx, const CrvProfile* profile, long usage, const unsigned char* ca_dn,
+int crvGetServerIteratorAPI(CRVctx* ctx, const ::CrvProfile* profile, long usage, const unsigned char* ca_dn,
                             long ca_dn_len, long* count, CrvServerIterator** iterator) {
     return apiFrame(ctx, [&] {
         demand(profile);
         const auto use = static_cast<ServerUsage>(usage);
-        return crvGetServerIteratorInt(profile->getServerIterator(use, octets(ca_dn, ca_dn_len)), count, iterator);
+        return crvGetServerIteratorInt(profile->record->getServerIterator(use, nameIn(ca_dn, ca_dn_len)), count,
+                                       iterator);
     });
 }
 
-int crvGetSrvListForCaAPI(CRVctx* ctx, const CrvProfile* profile, long usage, const unsigned char* ca_dn,
+int crvGetSrvListForCaAPI(CRVctx* ctx, const ::CrvProfile* profile, long usage, const unsigned char* ca_dn,
                           long ca_dn_len, long* count, CrvServerIterator** iterator) {
     return apiFrame(ctx, [&] {
         demand(profile);
         const auto use = static_cast<ServerUsage>(usage);
-        return crvGetServerIteratorInt({profile->getSrvListForCa(use, octets(ca_dn, ca_dn_len))}, count, iterator);
+        return crvGetServerIteratorInt({profile->record->getSrvListForCa(use, nameIn(ca_dn, ca_dn_len))}, count,
+                                       iterator);
     });
 }
 
 int crvGetNextServerAPI(CRVctx* ctx, CrvServerIterator* iterator, CrvSrvParams* server) {
     return apiFrame(ctx, [&] {
         demand(iterator && server);
-        return handOut(ctx, CrvProfile::getNextServer(*iterator, ctx->server), server);
+        return giveServer(ctx, crv::CrvProfile::getNextServer(iterator->at, ctx->server), server);
     });
 }
 
 int crvFreeServerIteratorAPI(CRVctx* ctx, CrvServerIterator* iterator) {
-    return apiFrame(ctx, [&] {
-        const std::unique_ptr<CrvServerIterator> ended(iterator);
-        return CRV_OK;
-    });
+    return freeHandle(ctx, iterator);
 }
 
-int crvGetServerAPI(CRVctx* ctx, const CrvProfile* profile, long usage, const unsigned char* ca_dn, long ca_dn_len,
+int crvGetServerAPI(CRVctx* ctx, const ::CrvProfile* profile, long usage, const unsigned char* ca_dn, long ca_dn_len,
                     long index, CrvSrvParams* server) {
     return apiFrame(ctx, [&] {
         demand(profile && server);
         const auto use = static_cast<ServerUsage>(usage);
-        return handOut(ctx, profile->getServer(use, octets(ca_dn, ca_dn_len), index, ctx->server), server);
+        return giveServer(ctx, profile->record->getServer(use, nameIn(ca_dn, ca_dn_len), index, ctx->server), server);
     });
 }
 
-int crvInsertProxyAPI(CRVctx* ctx, CrvProfile* profile, const char* addr, long port, const char* user,
+int crvInsertProxyAPI(CRVctx* ctx, ::CrvProfile* profile, const char* addr, long port, const char* user,
                       const char* password) {
-    return change(ctx, profile,
-                  [&] { profile->insertProxy(orEmpty(addr), port, orEmpty(user), SecretText(viewOrEmpty(password))); });
+    return change(ctx, profile, [&](crv::CrvProfile& record) {
+        record.insertProxy(std::string(textIn(addr)), port, std::string(textIn(user)), SecretText(textIn(password)));
+    });
 }
 
-int crvDeleteProxyAPI(CRVctx* ctx, CrvProfile* profile) {
-    return change(ctx, profile, [&] { profile->deleteProxy(); });
+int crvDeleteProxyAPI(CRVctx* ctx, ::CrvProfile* profile) {
+    return change(ctx, profile, [&](crv::CrvProfile& record) { record.deleteProxy(); });
 }
 
-int crvGetProxyAPI(CRVctx* ctx, const CrvProfile* profile, CrvProxy* proxy) {
+int crvGetProxyAPI(CRVctx* ctx, const ::CrvProfile* profile, CrvProxy* proxy) {
     return apiFrame(ctx, [&] {
         demand(profile && proxy);
-        profile->getProxy(ctx->proxy);
-        return handOut(ctx, proxy);
+        profile->record->getProxy(ctx->proxy);
+        return giveProxy(ctx, proxy);
     });
 }
 
-int crvGetProxyForUrlAPI(CRVctx* ctx, const CrvProfile* profile, const char* url, CrvProxy* proxy) {
+int crvGetProxyForUrlAPI(CRVctx* ctx, const ::CrvProfile* profile, const char* url, CrvProxy* proxy) {
     return apiFrame(ctx, [&] {
         demand(profile && proxy && url);
-        profile->getProxyForUrl(url, ctx->proxy);
-        return handOut(ctx, proxy);
+        profile->record->getProxyForUrl(url, ctx->proxy);
+        return giveProxy(ctx, proxy);
     });
 }
 
-int crvUseProxyForSpecifiedUrlAPI(CRVctx* ctx, const CrvProfile* profile, const char* url, int* use) {
+int crvUseProxyForSpecifiedUrlAPI(CRVctx* ctx, const ::CrvProfile* profile, const char* url, int* use) {
     return apiFrame(ctx, [&] {
         demand(profile && url && use);
-        *use = profile->useProxyForSpecifiedUrl(url);
+        *use = profile->record->useProxyForSpecifiedUrl(url);
         return CRV_OK;
     });
 }
 
-int crvSetUseProxyFromSystemSettingsAPI(CRVctx* ctx, CrvProfile* profile, int use) {
-    return change(ctx, profile, [&] { profile->setUseProxyFromSystemSettings(use != 0); });
+int crvSetUseProxyFromSystemSettingsAPI(CRVctx* ctx, ::CrvProfile* profile, int use) {
+    return change(ctx, profile, [&](crv::CrvProfile& record) { record.setUseProxyFromSystemSettings(use != 0); });
 }

@@ -3,19 +3,11 @@
 #include <cstring>
 #include <ctime>
 
-#include "api/api_frame.h"
+#include "api/handles.h"
+#include "api/key_store_call.h"
 #include "asn/x509/signed_certificate.h"
-#include "pki/cert_file_reader.h"
 
 namespace crv {
-
-/// A verdict with what is handed out of it.
-struct VerifyResult {
-    PathVerdict verdict;
-    std::vector<std::string> subjects{};
-    std::string policies{};
-};
-
 namespace {
 
 constexpr struct {
@@ -50,57 +42,29 @@ void setFlags(unsigned long flags, PathOptions& options) {
     demand(flags == 0);
 }
 
-PathOptions optionsFromC(const CrvVerifyParams* params) {
-    PathOptions options{std::time(nullptr)};
-    if (!params) return options;
-    demand(params->size == sizeof(CrvVerifyParams) && params->depth >= 0 && params->key_usage <= UINT32_MAX);
-    demand(params->revocation >= 0 && params->revocation < std::ssize(kRevocationChecks));
-    if (params->time != 0) options.time = params->time;
-    if (params->depth != 0) options.depth = static_cast<size_t>(params->depth);
-    options.keyUsage = static_cast<uint32_t>(params->key_usage);
-    options.extendedUsages = identifiersOf(params->ext_usages);
-    options.policies = identifiersOf(params->policies);
-    options.revocation = kRevocationChecks[params->revocation];
-    setFlags(params->flags, options);
-    return options;
-}
-
-CertList certsOf(const unsigned char* octets, long len) {
-    demand(octets && len >= 0);
+CertList certsIn(const CrvVerifyParams* params) {
     CertList list;
-    CertFileReader reader(Bytes(octets, octets + len));
-    for (ByteView der; reader.next(der);) {
-        CertPtr one = makeCert(der);
-        if (!one) break;
-        list.push_back(std::move(one));
+    if (!params) return list;
+    const CrvVerifyParams given = takeIn(params);
+    demand(given.certs_count >= 0 && (given.certs || given.certs_count == 0));
+    for (long i = 0; i < given.certs_count; ++i) {
+        demand(given.certs[i]);
+        list.push_back(given.certs[i]->certificate);
     }
     return list;
 }
 
-int crvVerifyCertInt(CRVctx* ctx, const unsigned char* octets, long len, const CrvVerifyParams* params,
-                     CrvVerifyResult** result) {
-    demand(result);
+int crvVerifyCertInt(CRVctx& ctx, const CrvCert* cert, const CrvVerifyParams* params, CrvVerifyResult** result) {
+    demand(cert && result);
     *result = nullptr;
-    const PathOptions options = optionsFromC(params);
-    const CertList certs = certsOf(octets, len);
-    if (!ctx->keyManager.isLoggedIn()) return ECRV_API_NOT_INITED;
-    if (certs.empty()) return ECRV_INV_CRT_FMT;
-    auto made = std::make_unique<VerifyResult>();
-    made->verdict = ctx->certificateManager.buildPath(certs.front(), options, certs);
-    for (const CertPtr& one : made->verdict.certs) made->subjects.push_back(one->subject().text());
-    made->policies = made->verdict.policyText();
+    const PathOptions options = pathOptionsIn(params);
+    const CertList extra = certsIn(params);
+    demandLogIn(ctx);
+    auto made = std::make_unique<CrvVerifyResult>(ctx.certificateManager.buildPath(cert->certificate, options, extra));
     const int code = made->verdict.code;
-    if (code != CRV_OK) ctx->state.setDiagnosticText(made->verdict.reason);
-    *result = made.release();
+    if (code != CRV_OK) ctx.state.setDiagnosticText(made->verdict.reason);
+    give(std::move(made), result);
     return code;
-}
-
-/// Gives a caller's structure as much of ours as its size says.
-template <class Structure>
-void handOut(Structure whole, Structure* to) {
-    demand(to && to->size >= static_cast<long>(sizeof to->size));
-    whole.size = to->size;
-    std::memcpy(to, &whole, std::min(static_cast<size_t>(to->size), sizeof whole));
 }
 
 long statusNumber(const PathStep& step) {
@@ -118,7 +82,7 @@ long statusNumber(const PathStep& step) {
     return CRVSTATUS_UNKNOWN;
 }
 
-CrvVerifyInfo infoOf(const VerifyResult& result) {
+CrvVerifyInfo infoOf(const CrvVerifyResult& result) {
     const PathVerdict& verdict = result.verdict;
     return {0,
             verdict.code,
@@ -153,13 +117,33 @@ CrvVerifyStep stepOf(const PathStep& step, const std::string& subject) {
 }
 
 }  // namespace
+
+PathOptions pathOptionsIn(const CrvVerifyParams* params) {
+    PathOptions options{std::time(nullptr)};
+    if (!params) return options;
+    const CrvVerifyParams given = takeIn(params);
+    demand(given.depth >= 0 && given.key_usage <= UINT32_MAX);
+    demand(given.revocation >= 0 && given.revocation < std::ssize(kRevocationChecks));
+    if (given.time != 0) options.time = given.time;
+    if (given.depth != 0) options.depth = static_cast<size_t>(given.depth);
+    options.keyUsage = static_cast<uint32_t>(given.key_usage);
+    options.extendedUsages = identifiersOf(given.ext_usages);
+    options.policies = identifiersOf(given.policies);
+    options.revocation = kRevocationChecks[given.revocation];
+    setFlags(given.flags, options);
+    return options;
+}
+
 }  // namespace crv
+
+CrvVerifyResult::CrvVerifyResult(crv::PathVerdict made) : verdict(std::move(made)), policies(verdict.policyText()) {
+    for (const crv::CertPtr& one : verdict.certs) subjects.push_back(one->subject().text());
+}
 
 using namespace crv;
 
-int crvVerifyCertAPI(CRVctx* ctx, const unsigned char* certs, long len, const CrvVerifyParams* params,
-                     CrvVerifyResult** result) {
-    return apiFrame(ctx, [&] { return crvVerifyCertInt(ctx, certs, len, params, result); });
+int crvVerifyCertAPI(CRVctx* ctx, const CrvCert* cert, const CrvVerifyParams* params, CrvVerifyResult** result) {
+    return apiFrame(ctx, [&] { return crvVerifyCertInt(*ctx, cert, params, result); });
 }
 
 int crvGetVerifyInfoAPI(CRVctx* ctx, const CrvVerifyResult* result, CrvVerifyInfo* info) {
@@ -179,8 +163,5 @@ int crvGetVerifyStepAPI(CRVctx* ctx, const CrvVerifyResult* result, long index, 
 }
 
 int crvFreeVerifyResultAPI(CRVctx* ctx, CrvVerifyResult* result) {
-    return apiFrame(ctx, [&] {
-        const std::unique_ptr<CrvVerifyResult> ended(result);
-        return CRV_OK;
-    });
+    return freeHandle(ctx, result);
 }

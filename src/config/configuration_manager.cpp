@@ -52,8 +52,7 @@ CRVCfgFile& ConfigurationManager::editRecord() {
 }
 
 void ConfigurationManager::setRecord(const std::shared_ptr<const CRVCfgFile>& record) {
-    record_ = std::make_shared<CRVCfgFile>();
-    if (record) *record_ = *record;
+    record_ = record ? std::make_shared<CRVCfgFile>(*record) : empty_;
     recordChanged_ = false;
 }
 

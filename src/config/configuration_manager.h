@@ -39,7 +39,7 @@ class ConfigurationManager {
     [[nodiscard]] std::shared_ptr<const CRVCfgFile> sharedRecord() const { return record_; }
     /// The record for a change, which is marked; a record that somebody shares is copied first. Not to be kept.
     CRVCfgFile& editRecord();
-    /// Takes the key store's record; null gives an empty one. Clears the mark.
+    /// Takes the key store's record; null gives an empty one, which needs no memory. Clears the mark.
     void setRecord(const std::shared_ptr<const CRVCfgFile>& record);
     /// Gives every field its default and marks the change.
     void resetRecord();
@@ -49,7 +49,8 @@ class ConfigurationManager {
 
   private:
     std::unique_ptr<CrvProfile> profile_;
-    std::shared_ptr<CRVCfgFile> record_ = std::make_shared<CRVCfgFile>();
+    std::shared_ptr<CRVCfgFile> empty_ = std::make_shared<CRVCfgFile>();  // never changed
+    std::shared_ptr<CRVCfgFile> record_ = empty_;
     bool recordChanged_ = false;
 };
 

@@ -3,21 +3,19 @@
 namespace crv {
 namespace {
 
+#define CRV_WARNING_ROW(number, constant, text) {number, #constant ": " text},
 constexpr struct {
-    int code;
+    long code;
     const char* text;
-} kWarnings[] = {
-    {WARN_USER_CRT_NOT_VALID, "WARN_USER_CRT_NOT_VALID: Certyfikat użytkownika jest poza okresem ważności"},
-    {WARN_NET_STORE_NOT_MOVED,
-     "WARN_NET_STORE_NOT_MOVED: Nie wszystkie pobrane certyfikaty i listy CRL zapisano w bazie danych"},
-};
+} kWarnings[] = {CRV_WARNING_LIST(CRV_WARNING_ROW)};
+#undef CRV_WARNING_ROW
 
 }  // namespace
 
-std::string warningText(int code) {
+const char* warningText(long code) noexcept {
     for (const auto& row : kWarnings)
         if (row.code == code) return row.text;
-    return "WARN_" + std::to_string(code);
+    return nullptr;
 }
 
 }  // namespace crv

@@ -1,17 +1,11 @@
-// Warnings: what a call got by with. They have numbers and texts of their own.
+// Warnings: what a call got by with. Their numbers stand in corvane/crvoptions.h.
 #pragma once
 
-#include <string>
+#include "corvane/crvoptions.h"
 
 namespace crv {
 
-/// Numbers for ContextServices::addWarning.
-enum WarningCode : int {
-    WARN_USER_CRT_NOT_VALID = 1,
-    WARN_NET_STORE_NOT_MOVED = 2,
-};
-
-/// "NAME: text" of a warning; of an unknown number the number.
-std::string warningText(int code);
+/// "NAME: text" of a warning; null for an unknown number.
+const char* warningText(long code) noexcept;
 
 }  // namespace crv

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "config/config_oids.h"
+#include "config/warning_codes.h"
 #include "misc/exceptions.h"
 #include "misc/logger.h"
 
@@ -70,6 +71,18 @@ int crvGetOptionInt(CRVctx* ctx, long id, long* value) {
     demand(CRVCfgFile::isSuchIntOpt(id));
     *value = ctx->configurationManager.record().getIntOpt(id);
     return CRV_OK;
+}
+
+void applyUnsavedOptions(CRVctx* ctx) {
+    for (const OptionSetting& setting : ctx->unsavedOptions) {
+        int code = CRV_OK;
+        if (const long* value = std::get_if<long>(&setting.value)) {
+            code = crvSetOptionInt(ctx, setting.id, *value);
+        } else {
+            ctx->configurationManager.editRecord().setTextOpt(setting.id, std::get<1>(setting.value));
+        }
+        if (code != CRV_OK) ctx->state.addWarning(WARN_OPTION_NOT_APPLIED);
+    }
 }
 
 CrvOptionGuard::CrvOptionGuard(CRVctx* ctx, long id, long value) : ctx_(ctx), id_(id) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,13 +38,24 @@ class ContextState final : public ContextServices {
 
     /// Starts a call: the report so far goes to the run-long one, warnings and diagnostic text are emptied.
     void beginCall();
-    /// The reports of all calls, the running one's included.
-    [[nodiscard]] std::string wholeReport() const { return runReport_ + report_; }
+    /// Ends it: wipes every PIN when the call used one, unless `remember`.
+    void endCall(bool remember) noexcept;
+    /// The slot whose PIN the running call wanted and which nobody gives: none is stored, and there is no prompt.
+    [[nodiscard]] std::optional<PinSlot> missingPin() const { return missingPin_; }
+    [[nodiscard]] bool usedPin() const { return usedPin_; }
+
+    /// Octets of the run-long report that are kept: the newest whole lines.
+    static constexpr size_t kMaxRunReport = size_t{256} << 10;
+    /// The report of the running call, or between calls of the last one.
+    [[nodiscard]] const std::string& callReport() const { return report_; }
+    /// The reports of all calls, the running one's included, cut to kMaxRunReport.
+    [[nodiscard]] std::string wholeReport() const;
 
     PinCache pins;
     PinPrompt prompt;
     TokenNotices tokenNotices;  ///< none: tokens' PINs are used without a word
     std::vector<int> warnings;
+    int lastCode = 0;  ///< of the last call
     unsigned lastDeviceError = 0;
     unsigned long lastPkcs11Rv = 0;
 
@@ -52,6 +64,8 @@ class ContextState final : public ContextServices {
     ConfigurationManager& configuration_;
     std::string report_;
     std::string runReport_;
+    bool usedPin_ = false;
+    std::optional<PinSlot> missingPin_;
 };
 
 }  // namespace crv

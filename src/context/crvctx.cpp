@@ -39,6 +39,10 @@ ContextCount::~ContextCount() {
     --alive;
 }
 
+}  // namespace crv
+
+using namespace crv;
+
 void CRVctx::testPrimitives() {
     static std::once_flag passed;
     try {
@@ -58,16 +62,21 @@ CRVctx::CRVctx() {
 }
 
 CRVctx::~CRVctx() {
-    setProfile(nullptr);
+    // Nothing here may need memory: there may be none.
+    keyManager.deinitProfile();
+    state.removePINs();
     VtestTextBuffer::forget(this);
     wipeMemory(marker.data(), marker.size());
 }
 
-void CRVctx::setProfile(std::unique_ptr<CrvProfile> profile) {
+void CRVctx::setProfile(std::unique_ptr<crv::CrvProfile> profile) {
     if (profile) testPrimitives();
     keyManager.deinitProfile();
     userCerts.clear();
-    removePINs();
+    if (configurationManager.profile()) {
+        removePINs();
+        unsavedOptions.clear();
+    }
     networkManager.clearNetStore();
     configurationManager.setProfile(std::move(profile));
 }
@@ -79,6 +88,8 @@ void CRVctx::moveFromNetStoreToDB() {
                                             return result == CrlInsert::Stored || result == CrlInsert::Older;
                                         });
 }
+
+namespace crv {
 
 int checkCRVctx(const CRVctx* ctx) noexcept {
     if (!ctx) return ECRV_API_INV_PAR;

@@ -34,6 +34,10 @@ void PinCache::clean(long mask) {
     }
 }
 
+bool PinCache::any() const {
+    return std::ranges::any_of(slots_, &Slot::present);
+}
+
 void PinCache::removeAll() {
     slots_.fill({});
 }

@@ -33,6 +33,8 @@ class PinCache {
     void clean(long mask);
     /// Empties every slot.
     void removeAll();
+    /// Whether a slot is filled.
+    [[nodiscard]] bool any() const;
     [[nodiscard]] const Slot& slot(PinSlot slot) const { return slots_[index(slot)]; }
 
   private:

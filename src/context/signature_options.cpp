@@ -123,6 +123,22 @@ int store(CRVctx* ctx, KeyScheme scheme, KcHashAlgo hash, int chosen) {
 
 }  // namespace
 
+KcHashAlgo hashOfOption(long value) {
+    return hashOf(value);
+}
+
+KeyScheme schemeOfOption(long value) {
+    return schemeOf(value);
+}
+
+long optionOfScheme(KeyScheme scheme) {
+    return optionOf(scheme);
+}
+
+long optionOfHash(KcHashAlgo hash) {
+    return optionOf(hash);
+}
+
 int setDigestOption(CRVctx* ctx, long value) {
     return store(ctx, currentAlgorithm(ctx).scheme, hashOf(value), kDigest);
 }

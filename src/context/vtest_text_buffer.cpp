@@ -19,12 +19,14 @@ Buffer& buffer() {
 }  // namespace
 
 void VtestTextBuffer::setVtestTxt(const void* ctx, std::string_view text) {
+    if (text.empty()) return forget(ctx);
     std::scoped_lock lock(buffer().mutex);
-    if (text.empty()) {
-        buffer().texts.erase(ctx);
-    } else {
-        buffer().texts.insert_or_assign(ctx, std::string(text));
-    }
+    buffer().texts.insert_or_assign(ctx, std::string(text));
+}
+
+void VtestTextBuffer::forget(const void* ctx) noexcept {
+    std::scoped_lock lock(buffer().mutex);
+    buffer().texts.erase(ctx);
 }
 
 std::string VtestTextBuffer::getVtestTxt(const void* ctx) {

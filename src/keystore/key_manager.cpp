@@ -54,7 +54,10 @@ void KeyManager::selectMedia() {
 }
 
 void KeyManager::forget() noexcept {
-    if (media_) media_->logout();
+    try {
+        if (media_) media_->logout();
+    } catch (...) {  // a token that cannot be told is closed with its session
+    }
     contents_ = {};
     media_.reset();
     startedFor_ = nullptr;

@@ -152,6 +152,9 @@ class KeyManager {
     /// kKmDeviceError.
     [[nodiscard]] KeyManagerResult saveConfiguration();
 
+    /// Whether the password is that of the security file as last read or written; false without a file.
+    [[nodiscard]] bool opensWith(const SecretText& password) const;
+
     /// Enciphers the file under a new password, which takes the old one's place in the PIN cache. The old one is not
     /// looked at: the user is logged in. On a token it is the PIN, and the old one counts.
     [[nodiscard]] KeyManagerResult changePin(const SecretText& oldPassword, const SecretText& newPassword);

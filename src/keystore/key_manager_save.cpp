@@ -169,6 +169,10 @@ KeyManagerResult KeyManager::readKeysAgain() {
     return read;
 }
 
+bool KeyManager::opensWith(const SecretText& password) const {
+    return stored_ && stored_->opensWith(password);
+}
+
 KeyManagerResult KeyManager::changePin(const SecretText& oldPassword, const SecretText& newPassword) {
     demand({State::Open});
     const KeyManagerResult result = media().hasSecurityFile() ? saveKey(newPassword, kSaveNewPassword)

@@ -36,11 +36,13 @@ bool CertSelector::matches(const SignedCertificate& certificate) const {
     return query.matches(certificate);
 }
 
-void eachCert(Session& session, const std::function<bool(int64_t, const SignedCertificate&, ByteView)>& visit) {
-    DbManager& database = session.context().dbManager;
+void eachCert(DbManager& database, const std::function<bool(int64_t, const SignedCertificate&, ByteView)>& visit) {
     for (int64_t after = 0;;) {
         CrtItemList page;
-        if (!database.readForward(after, kPage, page)) session.failDatabase();
+        if (!database.readForward(after, kPage, page)) {
+            stopIfEnding();
+            throw OpError(OpFault::DatabaseFailed, database.lastFailure());
+        }
         if (page.empty()) return;
         for (const CrtItem& item : page) {
             stopIfEnding();
@@ -49,6 +51,10 @@ void eachCert(Session& session, const std::function<bool(int64_t, const SignedCe
         }
         after = page.back().id;
     }
+}
+
+void eachCert(Session& session, const std::function<bool(int64_t, const SignedCertificate&, ByteView)>& visit) {
+    eachCert(session.context().dbManager, visit);
 }
 
 CertPtr findOne(Session& session, const CertSelector& selector, const CertList* list) {

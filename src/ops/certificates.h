@@ -10,6 +10,7 @@
 
 namespace crv {
 
+class DbManager;
 class Session;
 class SignedCertificate;
 
@@ -25,7 +26,10 @@ struct CertSelector {
     [[nodiscard]] bool matches(const SignedCertificate& certificate) const;
 };
 
-/// Every certificate of the database in its order, a page at a time. False in the visitor stops.
+/// Every certificate of the database in its order, a page at a time. False in the visitor stops. Throws OpError
+/// (DatabaseFailed).
+void eachCert(DbManager& database,
+              const std::function<bool(int64_t id, const SignedCertificate&, ByteView der)>& visit);
 void eachCert(Session& session, const std::function<bool(int64_t id, const SignedCertificate&, ByteView der)>& visit);
 
 /// The one certificate in the list or the database that a selector means. Throws OpError (ObjectMissing, Ambiguous).

@@ -72,8 +72,9 @@ class CrvProfile : public CRVObject, public ServerList, public ProxySettings, pu
     /// above.
     static std::unique_ptr<ProfileIterator> getProfileIterator(ProfileMedia media, const std::string& file,
                                                                long* count = nullptr);
-    /// The next record, or null at the end. Its name is upper-cased.
-    static std::unique_ptr<CrvProfile> getNextProfile(ProfileIterator& iterator);
+    /// The next record, or null at the end and for a record that is no profile, behind which the iteration goes on. Its
+    /// name is upper-cased. `met`, when given, receives the name, whatever stands under it; at the end it is empty.
+    static std::unique_ptr<CrvProfile> getNextProfile(ProfileIterator& iterator, std::string* met = nullptr);
     /// The name of the next record without reading the rest of it; false at the end.
     static bool getNextProfileName(ProfileIterator& iterator, std::string& name);
     /// The record at an index from 0, or null.

@@ -111,9 +111,11 @@ bool CrvProfile::getNextProfileName(ProfileIterator& iterator, std::string& name
     return nextName(iterator.list_, iterator.at_, name);
 }
 
-std::unique_ptr<CrvProfile> CrvProfile::getNextProfile(ProfileIterator& iterator) {
+std::unique_ptr<CrvProfile> CrvProfile::getNextProfile(ProfileIterator& iterator, std::string* met) {
     std::string name;
-    auto profile = nextName(iterator.list_, iterator.at_, name) ? readProfile(iterator.list_, name) : nullptr;
+    const bool there = nextName(iterator.list_, iterator.at_, name);
+    if (met) *met = there ? name : std::string();
+    auto profile = there ? readProfile(iterator.list_, name) : nullptr;
     if (profile) profile->listFile_ = iterator.file_;
     return profile;
 }

@@ -4,6 +4,7 @@
 #include "config/config_oids.h"
 #include "config/warning_codes.h"
 #include "context/crvctx.h"
+#include "corvane/crvapi.h"
 #include "crypto/private_key.h"
 #include "misc/file_semaphore.h"
 #include "support/cert_maker.h"
@@ -54,7 +55,7 @@ TEST_F(Authenticate, OpensTheKeyStoreUnderItsLock) {
         EXPECT_EQ(crvAuthenticateExAPI(&ctx, 0), ECRV_PASSWORD);
         SecretText pin;
         EXPECT_EQ(ctx.getPIN(PinSlot::SigningToken, pin), kPinCancelled);
-        EXPECT_EQ(crvAuthenticateExAPI(&ctx, 0), ECRV_ACTION_CANCELLED);
+        EXPECT_EQ(crvAuthenticateExAPI(&ctx, 0), ECRV_SGN_PIN_NOT_PRES);
         EXPECT_FALSE(ctx.keyManager.isLoggedIn());
     }
     bind(ctx);
@@ -78,9 +79,11 @@ TEST_F(Authenticate, TellsWhatIsMissing) {
     bind(ctx);
     EXPECT_EQ(crvAuthenticateExAPI(&ctx, 0), ECRV_SFT_OPEN);
     writeFile(dir_.file("keys.p12"), "no key store");
+    bind(ctx);
     EXPECT_EQ(crvAuthenticateExAPI(&ctx, 0), ECRV_SFT_FMT);
     std::filesystem::remove(dir_.file("keys.p12.lck"));
     std::filesystem::create_directory(dir_.file("keys.p12.lck"));
+    bind(ctx);
     EXPECT_EQ(crvAuthenticateExAPI(&ctx, 0), ECRV_LOCK);
 }
 
@@ -133,45 +136,53 @@ TEST_F(Authenticate, JudgesCertificatesForPrograms) {
     extensions.push_back(policy);
     const MadeCert ca = makeCert({.subject = {{"CN", "CA"}}, .extensions = extensions}, &root);
     const MadeCert leaf = makeCert({.subject = {{"CN", "Jan"}}, .serial = "07", .extensions = {policy}}, &ca);
-    Bytes both = leaf.der;
     CrvVerifyInfo info{};
     info.size = sizeof info;
-    both.insert(both.end(), ca.der.begin(), ca.der.end());
-    const auto verify = [&](const Bytes& certs, const CrvVerifyParams* params, CrvVerifyResult** result) {
-        return crvVerifyCertAPI(&ctx, certs.data(), static_cast<long>(certs.size()), params, result);
+    const auto certOf = [&](const Bytes& der) {
+        CrvCertIterator* found = nullptr;
+        CrvCert* cert = nullptr;
+        EXPECT_EQ(crvReadCertsAPI(&ctx, der.data(), static_cast<long>(der.size()), nullptr, &found), CRV_OK);
+        EXPECT_EQ(crvGetNextCertAPI(&ctx, found, &cert), CRV_OK);
+        EXPECT_EQ(crvFreeCertIteratorAPI(&ctx, found), CRV_OK);
+        return cert;
     };
+    CrvCert *const asked = certOf(leaf.der), *const above = certOf(ca.der);
+    const auto verify = [&](CrvVerifyParams params, CrvVerifyResult** result) {
+        params.certs = &above;
+        params.certs_count = 1;
+        return crvVerifyCertAPI(&ctx, asked, &params, result);
+    };
+    constexpr long kSize = sizeof(CrvVerifyParams);
+    const CrvVerifyParams plain{kSize, 0, 0, nullptr, nullptr, 0, 0, 0, nullptr, 0};
     CrvVerifyResult* result = nullptr;
-    EXPECT_EQ(verify(both, nullptr, &result), ECRV_API_NOT_INITED);
+    EXPECT_EQ(verify(plain, &result), ECRV_API_NOT_INITED);
     create(ctx);
     bind(ctx);
     ASSERT_EQ(crvAuthenticateExAPI(&ctx, 0), CRV_OK);
     ASSERT_EQ(ctx.keyManager.addTrustedCA(crv::makeCert(root.der)), kKmOk);
-    EXPECT_EQ(verify({0x30, 0x00}, nullptr, &result), ECRV_INV_CRT_FMT);
-    EXPECT_EQ(result, nullptr);
     const char* const wanted[] = {"1.2.3", nullptr};
     const char* const none[] = {"1..3", nullptr};
-    constexpr long kSize = sizeof(CrvVerifyParams);
     const struct {
         CrvVerifyParams params;
         int code;
-    } rows[] = {{{kSize, 0, 0, nullptr, nullptr, 0, 0, 0}, CRV_OK},
-                {{kSize, 1, 0, nullptr, nullptr, 0, 0, 0}, ECRV_CRTBEFORE},
-                {{kSize, 0, 0, nullptr, wanted, 0, CRVVERIFY_EXPLICIT_POLICY, 0}, ECRV_PATH_VER_ERR},
-                {{kSize, 0, 0, nullptr, nullptr, CRVVERIFY_REVOCATION_REQUIRED, 0, 0}, ECRV_CRL_NOT_FOUND},
-                {{kSize, 0, 0, none, nullptr, 0, 0, 0}, ECRV_API_INV_PAR},
-                {{kSize, 0, 0, nullptr, nullptr, 0, 32, 0}, ECRV_API_INV_PAR},
-                {{kSize, 0, 0, nullptr, nullptr, 3, 0, 0}, ECRV_API_INV_PAR},
-                {{kSize - 8, 0, 0, nullptr, nullptr, 0, 0, 0}, ECRV_API_INV_PAR}};
+    } rows[] = {{{kSize, 0, 0, nullptr, nullptr, 0, 0, 0, nullptr, 0}, CRV_OK},
+                {{kSize, 1, 0, nullptr, nullptr, 0, 0, 0, nullptr, 0}, ECRV_CRTBEFORE},
+                {{kSize, 0, 0, nullptr, wanted, 0, CRVVERIFY_EXPLICIT_POLICY, 0, nullptr, 0}, ECRV_PATH_VER_ERR},
+                {{kSize, 0, 0, nullptr, nullptr, CRVVERIFY_REVOCATION_REQUIRED, 0, 0, nullptr, 0}, ECRV_CRL_NOT_FOUND},
+                {{kSize, 0, 0, none, nullptr, 0, 0, 0, nullptr, 0}, ECRV_API_INV_PAR},
+                {{kSize, 0, 0, nullptr, nullptr, 0, 32, 0, nullptr, 0}, ECRV_API_INV_PAR},
+                {{kSize, 0, 0, nullptr, nullptr, 3, 0, 0, nullptr, 0}, ECRV_API_INV_PAR},
+                {{4, 0, 0, nullptr, nullptr, 0, 0, 0, nullptr, 0}, ECRV_API_INV_PAR}};
     for (const auto& row : rows) {
-        EXPECT_EQ(verify(both, &row.params, &result), row.code) << &row - rows;
+        EXPECT_EQ(verify(row.params, &result), row.code) << &row - rows;
         EXPECT_EQ(crvFreeVerifyResultAPI(&ctx, result), CRV_OK);
     }
-    ASSERT_EQ(verify(both, nullptr, &result), CRV_OK);
+    ASSERT_EQ(verify(plain, &result), CRV_OK);
     ASSERT_EQ(crvGetVerifyInfoAPI(&ctx, result, &info), CRV_OK);
     EXPECT_STREQ(info.policies, "1.2.4");
     EXPECT_EQ(crvFreeVerifyResultAPI(&ctx, result), CRV_OK);
     ASSERT_EQ(ctx.revocationManager.insert(makeCrl({.entries = {{"07", 1}}, .extensions = {}}, ca)), CrlInsert::Stored);
-    ASSERT_EQ(verify(both, nullptr, &result), ECRV_CRTREV);
+    ASSERT_EQ(verify(plain, &result), ECRV_CRTREV);
     ASSERT_EQ(crvGetVerifyInfoAPI(&ctx, result, &info), CRV_OK);
     EXPECT_EQ(std::tuple(info.code, std::string(info.clause), info.failed_at, info.steps),
               std::tuple(ECRV_CRTREV, std::string("6.1.3 (a)(3)"), 0L, 3L));
@@ -187,6 +198,7 @@ TEST_F(Authenticate, JudgesCertificatesForPrograms) {
     EXPECT_TRUE(std::ranges::equal(leaf.der, ByteView(step.der, static_cast<size_t>(step.der_len))));
     EXPECT_EQ(crvGetVerifyStepAPI(&ctx, result, 3, &step), ECRV_API_INV_PAR);
     EXPECT_EQ(crvFreeVerifyResultAPI(&ctx, result), CRV_OK);
+    for (CrvCert* one : {asked, above}) EXPECT_EQ(crvFreeCertAPI(&ctx, one), CRV_OK);
 }
 
 }  // namespace

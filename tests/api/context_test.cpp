@@ -119,18 +119,36 @@ TEST_F(Context, EachCallBeginsWithAnEmptyReportAndNoWarnings) {
             return code;
         });
     };
-    EXPECT_EQ(warn(CRV_OK), WCRV_GENERIC_WARNING);
-    EXPECT_EQ(taken(&ctx, crvGetWarnings),
-              "WARN_USER_CRT_NOT_VALID: Certyfikat użytkownika jest poza okresem ważności\n");
-    for (int code : {CRV_OK_NEED_CARD, ECRV_PASSWORD}) EXPECT_EQ(warn(code), code);
+    const auto warnings = [&] {
+        long codes[3] = {}, count = 3;
+        EXPECT_EQ(crvGetWarnings(&ctx, codes, &count), CRV_OK);
+        return std::vector<long>(codes, codes + count);
+    };
+    // Failures keep their code, successes tell of the warning.
+    for (int code : {CRV_OK, CRV_OK_NEED_CARD}) EXPECT_EQ(warn(code), WCRV_GENERIC_WARNING);
+    EXPECT_EQ(warn(ECRV_PASSWORD), ECRV_PASSWORD);
+    EXPECT_EQ(warnings(), std::vector<long>{WARN_USER_CRT_NOT_VALID});
+    long count = 0;
+    EXPECT_EQ(crvGetWarnings(&ctx, &count, &count), ECRV_BUFF_TO_SHORT);
+    EXPECT_EQ(count, 1);
+    EXPECT_STREQ(crvWarningTextAPI(WARN_USER_CRT_NOT_VALID),
+                 "WARN_USER_CRT_NOT_VALID: Certyfikat użytkownika jest poza okresem ważności");
+    EXPECT_EQ(crvWarningTextAPI(99), nullptr);
+    EXPECT_EQ(taken(&ctx, crvGetReportAPI), "krok 46\n") << "the last operation's alone";
     EXPECT_EQ(apiFrame(&ctx, [] { return 0; }), 0);
-    EXPECT_EQ(taken(&ctx, crvGetWarnings), "");
-    EXPECT_EQ(taken(&ctx, crvGetReportAPI), "krok 0\nkrok 1\nkrok 46\n");
+    EXPECT_TRUE(warnings().empty());
+    EXPECT_EQ(taken(&ctx, crvGetReportAPI), "");
+    EXPECT_EQ(taken(&ctx, crvGetRunReportAPI), "krok 0\nkrok 1\nkrok 46\n");
+    EXPECT_EQ(warn(CRV_OK), WCRV_GENERIC_WARNING);
     long len = 3;
     char small[3];
     EXPECT_EQ(crvGetReportAPI(&ctx, small, &len), ECRV_BUFF_TO_SHORT);
-    EXPECT_EQ(len, 22);
+    EXPECT_EQ(len, 7);
     EXPECT_EQ(crvGetReportAPI(&ctx, small, nullptr), kBadValue);
+    for (size_t i = 0; i < 100; ++i) apiFrame(&ctx, [&] { return ctx.state.report(std::string(5000, 'x')), 0; });
+    const std::string whole = taken(&ctx, crvGetRunReportAPI);
+    EXPECT_LE(whole.size(), ContextState::kMaxRunReport);
+    EXPECT_EQ(whole.size() % 5001, 0u) << "whole lines";
 }
 
 TEST_F(Context, OptionsTakeTheCodesOfEachNumber) {
@@ -175,7 +193,7 @@ TEST_F(Context, OptionsTakeTheCodesOfEachNumber) {
     }
     EXPECT_EQ(ctx.configurationManager.record().getHashAlgo(), KcHashAlgo::Sha224);
     EXPECT_THAT(
-        taken(&ctx, crvGetReportAPI),
+        taken(&ctx, crvGetRunReportAPI),
         HasSubstr("Funkcja skrótu ripemd160 nie jest wspierana z aktualnym schematem klucza do podpisywania\n"));
     EXPECT_EQ(crvGetOptionAPI(&ctx, kTimeout, nullptr), kBadValue);
     EXPECT_EQ(crvSetOptionAPI(nullptr, kTimeout, 1), kBadValue);

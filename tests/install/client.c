@@ -29,7 +29,7 @@ static void setText(CrvProfile *profile, long id, const char *value) {
 
 static void createProfile(const char *list, const char *name, long type) {
     CrvProfile *profile = crvCreateProfileAPI(ctx, type);
-    const CrvSrvParams crl = {"Ldap", CRVSRV_USAGE_CRL, CRVSRV_TYPE_LDAP, "ldap.pl", 389, "o=CA", NULL, "tajne", NULL, 0, NULL, 0, 0};
+    const CrvSrvParams crl = {sizeof(CrvSrvParams), "Ldap", CRVSRV_USAGE_CRL, CRVSRV_TYPE_LDAP, "ldap.pl", 389, "o=CA", NULL, "tajne", NULL, 0, NULL, 0, 0};
     CHECK(profile != NULL);
     CHECK(crvWriteProfileAPI(ctx, profile, CRVPROFILE_MEDIA_FILE, list) == ECRV_NO_PROFILE_NAME);
     setText(profile, CRVPROFILE_ATTR_NAME, name);
@@ -91,12 +91,14 @@ static void readServers(const char *list) {
     char oid[16], description[16];
     long count = 0, oidLen = sizeof oid, descriptionLen = sizeof description;
     int use = 0;
+    server.size = sizeof server;
+    proxy.size = sizeof proxy;
     CHECK(crvGetServerIteratorAPI(ctx, profile, CRVSRV_USAGE_CRL, NULL, 0, &count, &iterator) == CRV_OK && count == 1);
     CHECK(crvGetNextServerAPI(ctx, iterator, &server) == CRV_OK);
     printf("%s %s:%ld/%s %s\n", server.name, server.addr, server.port, server.path, server.pass);
     CHECK(crvGetNextServerAPI(ctx, iterator, &server) == ECRV_SRV_NOT_FND);
     CHECK(crvFreeServerIteratorAPI(ctx, iterator) == CRV_OK);
-    CHECK(crvGetServerIteratorAPI(ctx, profile, CRVSRV_USAGE_CRL, NULL, -1, &count, &iterator) == ECRV_API_INV_PAR);
+    CHECK(crvDelSrvAPI(ctx, profile, NULL) == ECRV_API_INV_PAR);
     CHECK(crvGetServerAPI(ctx, profile, CRVSRV_USAGE_OCSP, NULL, 0, 0, &server) == ECRV_SRV_NOT_FND);
     CHECK(crvGetSrvListForCaAPI(ctx, profile, CRVSRV_USAGE_CRL, NULL, 0, &count, &iterator) == CRV_OK && count == 1);
     CHECK(crvFreeServerIteratorAPI(ctx, iterator) == CRV_OK);
@@ -135,7 +137,7 @@ static void meetErrors(const char *list) {
     CrvProfileIterator *iterator = NULL;
     CHECK(crvGetOptionAPI(other, 17, NULL) == ECRV_API_INV_CTX);
     CHECK(crvGetOptionAPI(NULL, 17, NULL) == ECRV_API_INV_PAR);
-    CHECK(crvReadProfileAPI(ctx, CRVPROFILE_MEDIA_FILE, list, "Brak") == NULL);
+    CHECK(crvReadProfileAPI(ctx, CRVPROFILE_MEDIA_FILE, list, "Brak") == NULL && crvGetLastCodeAPI(ctx) == ECRV_PROFILE_NOT_LOADED);
     CHECK(crvReadProfileAPI(ctx, 3, list, "Plik") == NULL);
     CHECK(crvGetProfileIteratorAPI(ctx, CRVPROFILE_MEDIA_FILE, "/brak", NULL, &iterator) == ECRV_PROFILE_LOAD_ERROR);
     printf("%s\n", crvErrorTextAPI(ctx, ECRV_PROFILE_LOAD_ERROR));
@@ -147,6 +149,7 @@ static void meetErrors(const char *list) {
 
 int main(int argc, char **argv) {
     if (argc != 2) return 99;
+    CHECK(crvVersionAPI() == CRV_VERSION_NUMBER && strcmp(crvVersionTextAPI(), CRV_VERSION_TEXT) == 0);
     CHECK(crvInitExAPI(&ctx, 0, NULL, NULL) == CRV_OK);
     createProfile(argv[1], "Plik", CRVPROFILE_TYPE_PKCS12);
     createProfile(argv[1], "Karta", CRVPROFILE_TYPE_PKCS11);

@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+struct CRVctx;
+
 namespace crv {
 
 class CertificateCache;
@@ -15,7 +17,6 @@ class DbManager;
 class KeyManager;
 class NetworkManager;
 class RevocationManager;
-struct CRVctx;
 
 inline CRVctx* crvCtx = nullptr;
 inline ConfigurationManager* cfgManager = nullptr;
