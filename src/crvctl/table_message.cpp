@@ -55,6 +55,8 @@ std::vector<VerbRow> signingVerbs() {
          {{"detached", Flag, nullptr, "leave the content out of the message"},
           {"cosign", Flag, nullptr, "FILE is a signed message: add a signature to it"},
           {"message", File, "FILE", "the detached message to add a signature to; FILE is its content"},
+          {"pss", Flag, nullptr, "sign by RSA-PSS, whatever the profile says"},
+          {"digest", Choice, "sha256|sha384|sha512|sha3-256|sha3-384|sha3-512", "the digest (as the profile says)"},
           {"level", Choice, "B|T|LT",
            "what stands beside the signature: nothing, a time stamp, all that proves it (B)"},
           {"policy", Oid, "OID", "the policy of the user that the signature follows"},

@@ -17,6 +17,13 @@ constexpr const char* kSignatureChecks[] = {"good",           "bad",       "unsu
                                             "no-certificate", "no-content"};
 constexpr const char* kMomentSources[] = {"stamp", "claim", "now", "given"};
 
+constexpr struct {
+    const char* word;
+    KcHashAlgo hash;
+} kDigests[] = {{"sha256", KcHashAlgo::Sha256},    {"sha384", KcHashAlgo::Sha384},
+                {"sha512", KcHashAlgo::Sha512},    {"sha3-256", KcHashAlgo::Sha3256},
+                {"sha3-384", KcHashAlgo::Sha3384}, {"sha3-512", KcHashAlgo::Sha3512}};
+
 SignFileOrder signOrder(const Run& run) {
     const Call& call = run.call;
     SignFileOrder order{call.operand(0), targetOf(run, call.operand(1))};
@@ -28,6 +35,9 @@ SignFileOrder signOrder(const Run& run) {
     order.cosign = call.has("cosign");
     order.claimTime = !call.has("no-time");
     order.pem = call.has("pem");
+    order.pss = call.has("pss");
+    for (const auto& row : kDigests)
+        if (call.value("digest") == row.word) order.hash = row.hash;
     order.detachedMessage = call.value("message").value_or("");
     order.policy = call.value("policy").value_or("");
     order.policyDocument = call.value("policy-document").value_or("");

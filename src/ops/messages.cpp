@@ -162,6 +162,8 @@ void readPieces(const std::string& path, const std::function<void(ByteView)>& ta
 SignResult signFile(Session& session, const SignFileOrder& order) {
     return told([&] {
         SignParams params{{signerOf(session.keys(), session.configuration())}, order.detached};
+        if (order.pss) params.signers.front().scheme = KeyScheme::RsaPss;
+        if (order.hash != KcHashAlgo::None) params.signers.front().hash = order.hash;
         if (order.claimTime) params.time = std::time(nullptr);
         if (!order.policy.empty()) params.policy = policyOf(session, order);
         if (order.level != SignatureLevel::Basic)

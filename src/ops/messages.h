@@ -31,9 +31,11 @@ struct SignFileOrder {
     bool cosign = false;
     bool claimTime = true;
     bool pem = false;
-    std::string detachedMessage{};  ///< co-signing: `input` is its content; empty: none
-    std::string policy{};           ///< one of the user's policies, dotted; empty: none
-    std::string policyDocument{};   ///< file whose digest the policy's identifier carries; empty: none
+    bool pss = false;                    ///< sign by RSA-PSS whatever the profile says
+    KcHashAlgo hash = KcHashAlgo::None;  ///< none: the profile's
+    std::string detachedMessage{};       ///< co-signing: `input` is its content; empty: none
+    std::string policy{};                ///< one of the user's policies, dotted; empty: none
+    std::string policyDocument{};        ///< file whose digest the policy's identifier carries; empty: none
 };
 
 // Each throws OpError: BadMessage, NoSigningCertificate, ObjectMissing, WrongKind, and what exportPieces throws. An

@@ -1,0 +1,181 @@
+"""Messages of crvctl and of other tools, each read by the other. usage: interop_test.py <crvctl> <make.sh>"""
+import json
+import os
+import pathlib
+import random
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+CRVCTL, MAKE = (os.path.realpath(a) for a in sys.argv[1:3])
+SIGNERS = ("rsa", "pss", "ec", "ec5", "bp", "dsa")
+RECEIVERS = ("rsa", "ec", "ec5", "bp")
+CIPHERS = ("aes256-cbc", "aes192-cbc", "aes128-cbc", "aes256-gcm", "aes128-gcm", "3des-cbc")
+# Short ones are DER, long ones have indefinite lengths; none at all, and a block's edges.
+SIZES = (0, 1, 15, 16, 3000, 1 << 20, (1 << 20) + 1, 3 << 20)
+
+
+class Interop(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.home = tempfile.mkdtemp()
+        cls.addClassCleanup(shutil.rmtree, cls.home)
+        os.chdir(cls.home)
+        cls.env = {"PATH": os.environ["PATH"], "LC_ALL": "C.UTF-8", "HOME": cls.home, "CRV_PROFILE_FILE": cls.home + "/list",
+                   "OPENSSL_CONF": "/dev/null", "GNUPGHOME": cls.home + "/gnupg"}
+        cls.tool("bash", MAKE)
+        for name in SIGNERS + ("rsb",):
+            cls.ours(name, "profile", "create", name, "--key-file", f"{cls.home}/{name}.p12", "--db", f"{cls.home}/db_{name}",
+                     "--roots-file", cls.home + "/roots.p12", "--roots-empty-password", "1")
+            cls.ours(name, "db", "create")
+        for size in SIZES:
+            pathlib.Path(f"c{size}").write_bytes(random.Random(size).randbytes(size))
+
+    @classmethod
+    def tool(cls, *words, status=0):
+        done = subprocess.run(words, env=cls.env, capture_output=True, timeout=120)
+        assert (done.returncode == 0) == (status == 0), (words, done.stdout[-500:], done.stderr[-2000:])
+        return done
+
+    @classmethod
+    def ours(cls, profile, *words, status=0):
+        secret = () if words[0] in ("profile", "db") else ("--password-file", "pw")
+        done = subprocess.run([CRVCTL, "--json", "-p", profile, *words, *secret], env=cls.env, capture_output=True, timeout=120)
+        assert done.returncode == status, (words, done.stdout, done.stderr)
+        answer = json.loads(done.stdout)
+        return answer["result"] if status == 0 or words[0] == "verify" else answer
+
+    def same(self, a, b):
+        self.assertEqual(pathlib.Path(a).read_bytes(), pathlib.Path(b).read_bytes())
+
+    def test_what_we_sign_others_verify(self):
+        for signer in SIGNERS:
+            for size in SIZES if signer == "rsa" else (3000, 3 << 20):
+                for form in ((), ("--detached",), ("--pem",)):
+                    with self.subTest(signer=signer, size=size, form=form):
+                        scheme = ("--pss", "--digest", "sha512") if signer == "pss" else ("--digest", "sha384") if signer == "ec5" else ()
+                        self.ours(signer, "sign", f"c{size}", "m", "--force", *form, *scheme)
+                        shape = "PEM" if "--pem" in form else "DER"
+                        apart = ("-content", f"c{size}") if "--detached" in form else ()
+                        self.tool("openssl", "cms", "-verify", "-binary", "-inform", shape, "-in", "m", "-CAfile", "ca.pem", "-purpose",
+                                  "any", "-cades", "-out", "out", *apart)
+                        self.same("out", f"c{size}")
+
+    def test_what_openssl_signs_we_verify(self):
+        forms = {"plain": (), "stream": ("-stream",), "cades": ("-cades",), "key id": ("-keyid",), "bare": ("-noattr",),
+                 "no certificate": ("-nocerts",)}
+        for signer in SIGNERS + ("psk",):
+            pss = ("-keyopt", "rsa_padding_mode:pss") if signer in ("pss", "psk") else ()
+            for name, form in forms.items():
+                if pss and name == "stream":
+                    continue  # openssl fails to write them
+                for detached in (False, True) if name != "stream" else (False,):
+                    with self.subTest(signer=signer, form=name, detached=detached):
+                        self.tool("openssl", "cms", "-sign", "-binary", "-in", "c3000", "-signer", signer + ".pem", "-inkey", signer + ".key",
+                                  "-md", "sha256", "-outform", "DER", "-out", "m", *form, *pss, *(() if detached else ("-nodetach",)))
+                        more = ("--content", "c3000") if detached else ("--out", "out", "--force")
+                        verdict = self.ours("rsb", "verify", "m", "--certs", signer + ".pem", *more)
+                        one = verdict["items"][0]
+                        self.assertEqual((one["signature"], verdict["attached"]), ("good", not detached))
+                        self.assertEqual("attributes" in one["notSigned"], name == "bare")
+                        self.assertEqual("signing-certificate" in one["notSigned"], name != "cades")
+                        if not detached:
+                            self.same("out", "c3000")
+
+    def test_many_signers_each_have_a_verdict(self):
+        self.ours("rsa", "sign", "c3000", "m1", "--force")
+        self.ours("ec", "sign", "m1", "m2", "--cosign", "--force")
+        self.ours("pss", "sign", "m2", "m3", "--cosign", "--force", "--pem", "--pss")
+        self.tool("openssl", "cms", "-verify", "-binary", "-inform", "PEM", "-in", "m3", "-CAfile", "ca.pem", "-purpose", "any", "-out", "out")
+        self.same("out", "c3000")
+        items = self.ours("rsb", "verify", "m3")["items"]
+        self.assertEqual(sorted(i["signer"] for i in items), [f"CN={n},O=Test,C=PL" for n in ("ec", "pss", "rsa")])
+        self.ours("rsa", "sign", "c3145728", "d1", "--force", "--detached")
+        self.ours("ec", "sign", "c3145728", "d2", "--message", "d1", "--force")
+        self.assertEqual(len(self.ours("rsb", "verify", "d2", "--content", "c3145728")["items"]), 2)
+        self.assertEqual(self.ours("rsb", "verify", "d2", "--content", "c3000", status=1)["verdict"], "ECRV_MSGSIGN")
+        # One that nobody here vouches for spoils the whole, and only its own verdict.
+        self.tool("openssl", "cms", "-resign", "-binary", "-inform", "DER", "-in", "m2", "-signer", "ca2.pem", "-inkey", "ca2.key",
+                  "-outform", "DER", "-nodetach", "-out", "m4")
+        verdict = self.ours("rsb", "verify", "m4", "--out", "never", status=1)
+        self.assertEqual(sorted(i["good"] for i in verdict["items"]), [False, True, True])
+        self.assertFalse(os.path.exists("never"))
+
+    def test_what_we_encrypt_others_decrypt(self):
+        for receiver in RECEIVERS:
+            for cipher in CIPHERS:
+                for size in SIZES if receiver == "rsa" else (3000,):
+                    for padding in ((), ("--oaep",)) if receiver == "rsa" else ((),):
+                        with self.subTest(receiver=receiver, cipher=cipher, size=size, padding=padding):
+                            self.ours("rsb", "encrypt", f"c{size}", "m", "--for-file", receiver + ".pem", "--self", "--cipher", cipher,
+                                      "--force", *padding)
+                            self.tool("openssl", "cms", "-decrypt", "-binary", "-inform", "DER", "-in", "m", "-recip", receiver + ".pem",
+                                      "-inkey", receiver + ".key", "-out", "out")
+                            self.same("out", f"c{size}")
+        self.ours("rsb", "decrypt", "m", "out", "--force")
+        self.same("out", "c3000")
+
+    def test_what_openssl_encrypts_we_decrypt(self):
+        for receiver in RECEIVERS:
+            for cipher in ("-aes256", "-aes128", "-aes-256-gcm", "-camellia256") + (("-des3", "-rc2-128") if receiver == "rsa" else ()):
+                for more in ((), ("-keyid",), ("-stream",)):
+                    oaep = (("-keyopt", "rsa_padding_mode:oaep"), ("-keyopt", "rsa_padding_mode:oaep", "-keyopt", "rsa_oaep_md:sha256"))
+                    agree = (("-keyopt", "ecdh_kdf_md:sha256"), ("-keyopt", "ecdh_kdf_md:sha1"))
+                    for option in ((),) + (oaep if receiver == "rsa" else agree):
+                        with self.subTest(receiver=receiver, cipher=cipher, more=more, option=option):
+                            self.tool("openssl", "cms", "-encrypt", "-binary", "-in", "c3000", cipher, "-outform", "DER", "-out", "m", *more,
+                                      "-provider", "legacy", "-provider", "default", "-recip", receiver + ".pem", *option)
+                            result = self.ours(receiver, "decrypt", "m", "out", "--force")
+                            self.same("out", "c3000")
+                            self.assertEqual(result["authenticated"], "gcm" in cipher)
+
+    def test_a_message_for_others_or_damaged_leaves_no_file(self):
+        self.ours("rsa", "encrypt", "c3000", "m", "--for-file", "ec.pem", "--cipher", "aes256-gcm", "--force")
+        self.assertEqual(self.ours("rsb", "decrypt", "m", "never", status=3)["name"], "ECRV_NOTADDR")
+        octets = bytearray(pathlib.Path("m").read_bytes())
+        octets[-1] ^= 1
+        pathlib.Path("m").write_bytes(octets)
+        self.assertEqual(self.ours("ec", "decrypt", "m", "never", status=1)["name"], "ECRV_DEKKEY")
+        self.assertFalse(os.path.exists("never"))
+        self.ours("ec", "decrypt", "m", "-", status=2)
+        # No path leads from it to a trust point.
+        self.assertEqual(self.ours("rsa", "encrypt", "c1", "x", "--for-file", "ca2.pem", status=6)["fault"], "certificate-refused")
+
+    def test_gpgsm_and_certtool(self):
+        os.makedirs(self.home + "/gnupg", mode=0o700, exist_ok=True)
+        pathlib.Path(self.home, "gnupg/gpgsm.conf").write_text("disable-crl-checks\n")
+        pathlib.Path(self.home, "gnupg/gpg-agent.conf").write_text("allow-preset-passphrase\nallow-mark-trusted\n")
+        self.addCleanup(subprocess.run, ["gpgconf", "--kill", "all"], env=self.env, capture_output=True)
+        print_of = self.tool("openssl", "x509", "-in", "ca.pem", "-noout", "-fingerprint", "-sha1").stdout.decode().split("=")[1].strip()
+        pathlib.Path(self.home, "gnupg/trustlist.txt").write_text(print_of + " S relax\n")
+        gpgsm = ("gpgsm", "--batch", "--yes", "--pinentry-mode", "loopback", "--passphrase-fd", "0")
+        self.tool("gpgsm", "--batch", "--import", "ca.pem", "rsa.pem", "rsb.pem")
+        self.tool("openssl", "pkcs12", "-export", "-inkey", "rsa.key", "-in", "rsa.pem", "-out", "old.p12", "-passout", "pass:haslo",
+                  "-keypbe", "PBE-SHA1-3DES", "-certpbe", "PBE-SHA1-3DES", "-macalg", "sha1")
+        subprocess.run([*gpgsm, "--import", "old.p12"], env=self.env, input=b"haslo", capture_output=True, check=True)
+        self.ours("rsa", "sign", "c3000", "m", "--force")
+        self.tool("gpgsm", "--batch", "--verify", "m")
+        self.ours("rsb", "encrypt", "c3000", "m", "--for-file", "rsa.pem", "--cipher", "aes256-cbc", "--force")
+        subprocess.run([*gpgsm, "--output", "out", "--decrypt", "m"], env=self.env, input=b"haslo", capture_output=True, check=True)
+        self.same("out", "c3000")
+        self.tool("gpgsm", "--batch", "--yes", "--output", "m", "--encrypt", "--recipient", "rsb@example.org", "c3000")
+        self.ours("rsb", "decrypt", "m", "out", "--force")
+        self.same("out", "c3000")
+        subprocess.run([*gpgsm, "--output", "m", "--local-user", "rsa@example.org", "--sign", "c3000"], env=self.env, input=b"haslo",
+                       capture_output=True, check=True)
+        self.ours("rsb", "verify", "m", "--out", "out", "--force")
+        self.same("out", "c3000")
+        self.tool("certtool", "--p7-sign", "--load-certificate", "rsa.pem", "--load-privkey", "rsa.key", "--infile", "c3000", "--outder",
+                  "--outfile", "m")
+        self.ours("rsb", "verify", "m", "--out", "out", "--force")
+        self.same("out", "c3000")
+        self.ours("ec", "sign", "c3000", "m", "--force", "--pem")
+        text = pathlib.Path("m").read_text().replace(" CMS-", " PKCS7-")
+        pathlib.Path("m").write_text(text)
+        self.tool("certtool", "--p7-verify", "--load-ca-certificate", "ca.pem", "--infile", "m")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=sys.argv[:1] + sys.argv[3:])
