@@ -93,6 +93,12 @@ class Ours {
     void verify(const Bytes& leaf) {
         must(certificates_->buildPath(makeCert(leaf), {std::time(nullptr), 0, RevocationCheck::Required}).good());
     }
+    void verifyAll(const std::vector<Bytes>& leaves) {
+        CertList parsed;
+        for (const Bytes& leaf : leaves) parsed.push_back(makeCert(leaf));
+        const auto isGood = [](size_t, const PathVerdict& verdict) { return must(verdict.good()), true; };
+        certificates_->buildPaths(parsed, {std::time(nullptr), 0, RevocationCheck::Required}, {}, isGood);
+    }
 
   private:
     DbManager database_;
@@ -132,6 +138,9 @@ class Theirs {
         }
         for (const MadeCert& one : world_.middle) sk_X509_push(untrusted_, parse(d2i_X509, one.der));
         X509_STORE_set_flags(store_, X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL);
+    }
+    void verifyAll(const std::vector<Bytes>& leaves) {
+        for (const Bytes& leaf : leaves) verify(leaf);
     }
     void verify(const Bytes& der) {
         X509* leaf = parse(d2i_X509, der);
@@ -196,7 +205,7 @@ void manyLeaves(benchmark::State& state) {
     const World world(state.range(0), 3, 3334, static_cast<int>(state.range(1)));
     const auto all = [&](auto& verifier) {
         verifier.start();
-        for (const Bytes& leaf : world.leaves) verifier.verify(leaf);
+        verifier.verifyAll(world.leaves);
     };
     Ours ours(world);
     Theirs theirs(world);

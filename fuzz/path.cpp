@@ -1,5 +1,5 @@
-// Chains made from what the fuzzer says, judged by us, by libcrypto and by GnuTLS. Each disagreement is one that a row
-// of kExplained accounts for.
+// Chains with CRLs made from what the fuzzer says, judged by us, by libcrypto and by GnuTLS. Each disagreement is one
+// that a row of kExplained accounts for.
 #include <fuzzer/FuzzedDataProvider.h>
 #include <gnutls/x509.h>
 #include <openssl/evp.h>
@@ -15,6 +15,7 @@
 #include "asn/tlv_view.h"
 #include "misc/hex.h"
 #include "pki/certificate_manager.h"
+#include "pki/revocation_manager.h"
 #include "support/cert_maker.h"
 
 namespace {
@@ -157,20 +158,53 @@ void mutate(FuzzedDataProvider& input, Bytes& der, const TestKey& signer) {
     der = element(0x30, whole);
 }
 
-/// From the certificate to the trust point.
-using Chain = std::vector<Bytes>;
+/// From the certificate to the trust point, and the CRLs of those above it; without any nobody asks for a status.
+struct Chain {
+    std::vector<Bytes> certificates, crls;
+};
+
+constexpr const char* kScopes[] = {"",
+                                   "",
+                                   "critical,onlyuser:TRUE",
+                                   "critical,onlyCA:TRUE",
+                                   "critical,onlyAA:TRUE",
+                                   "critical,indirectCRL:TRUE",
+                                   "critical,onlysomereasons:keyCompromise",
+                                   "critical,fullname:URI:http://a.firma.pl/x"};
+
+/// A CRL of an authority about the certificate below it, or one that should not count.
+Bytes crlOf(FuzzedDataProvider& input, const MadeCert& authority, size_t below) {
+    test::CrlPlan plan;
+    const auto number = [&](int64_t most) { return input.ConsumeIntegralInRange<int64_t>(0, most); };
+    constexpr int64_t kUntil[] = {test::kDay, test::kDay, -60};
+    constexpr int kReasons[] = {-1, 1, 6, 8};
+    if (number(2) == 0) plan.entries.push_back({"0" + std::to_string(below + 1), kReasons[number(3)]});
+    plan.nextUpdate = kUntil[number(2)];
+    plan.thisUpdate = number(5) == 0 ? 3600 : -3600;
+    if (const char* scope = pick(input, kScopes); *scope)
+        plan.extensions.emplace_back("issuingDistributionPoint", scope);
+    if (const char* other = pick(input, kOther); *other) plan.extensions.emplace_back("1.2.3.4", other);
+    MadeCert signer = authority;
+    if (number(5) == 0) signer.key = key(below + 2);
+    Bytes der = makeCrl(plan, signer);
+    if (number(3) == 0) mutate(input, der, signer.key);
+    return der;
+}
 
 Chain chainOf(FuzzedDataProvider& input) {
     MadeCert above =
         test::makeCert({.subject = {{"CN", "Korzeń"}}, .extensions = test::caExtensions()}, nullptr, key(0));
-    Chain chain{above.der};
+    Chain chain{{above.der}, {}};
     const size_t count = input.ConsumeIntegralInRange<size_t>(1, 4);
+    const bool withCrls = input.ConsumeBool();
     for (size_t i = 0; i < count; ++i) {
         const CertPlan plan = planOf(input, i);
         const MadeCert next = test::makeCert(plan, &above, key(i + 1));
         Bytes der = next.der;
         if (input.ConsumeIntegralInRange(0, 3) == 0) mutate(input, der, above.key);
-        chain.insert(chain.begin(), der);
+        chain.certificates.insert(chain.certificates.begin(), der);
+        for (size_t left = withCrls ? input.ConsumeIntegralInRange<size_t>(1, 2) : 0; left > 0; --left)
+            chain.crls.push_back(crlOf(input, above, i));
         above = next;
     }
     return chain;
@@ -182,20 +216,26 @@ struct Answer {
 };
 
 Answer ours(const Chain& chain) {
+    static int databases = 0;
     DbManager database;
-    DbConfig none;
-    none.setType("brak");
-    database.init(none);
+    DbConfig config;
+    config.setType("w pamieci");
+    config.dbName = std::to_string(++databases);
+    database.init(config);
     CertificateCache cache;
     CertificateManager manager;
+    RevocationManager revocation;
     CertList all;
-    for (const Bytes& der : chain) {
+    for (const Bytes& der : chain.certificates) {
         all.push_back(makeCert(ByteView(der)));
         if (!all.back()) return {false, "6.1.1"};
     }
     manager.init(database, cache, [&] { return CertList{all.back()}; });
-    const PathVerdict found = manager.buildPath(all.front(), {std::time(nullptr), 0, RevocationCheck::None}, all);
-    const PathVerdict given = manager.checkPath(all, {std::time(nullptr), 0, RevocationCheck::None});
+    revocation.init(manager);
+    for (const Bytes& der : chain.crls) static_cast<void>(revocation.insert(der));
+    const RevocationCheck check = chain.crls.empty() ? RevocationCheck::None : RevocationCheck::Required;
+    const PathVerdict found = manager.buildPath(all.front(), {std::time(nullptr), 0, check}, all);
+    const PathVerdict given = manager.checkPath(all, {std::time(nullptr), 0, check});
     if (given.good() && !found.good()) std::abort();
     return {found.good(), found.clause};
 }
@@ -203,14 +243,24 @@ Answer ours(const Chain& chain) {
 Answer libcrypto(const Chain& chain) {
     std::vector<X509*> all;
     STACK_OF(X509)* untrusted = sk_X509_new_null();
-    for (const Bytes& der : chain) {
+    for (const Bytes& der : chain.certificates) {
         const uint8_t* at = der.data();
         if (X509* one = d2i_X509(nullptr, &at, static_cast<long>(der.size()))) sk_X509_push(untrusted, one);
     }
     Answer answer{false, "decode"};
     X509_STORE* store = X509_STORE_new();
-    if (static_cast<size_t>(sk_X509_num(untrusted)) == chain.size()) {
-        X509_STORE_add_cert(store, sk_X509_value(untrusted, static_cast<int>(chain.size()) - 1));
+    if (static_cast<size_t>(sk_X509_num(untrusted)) == chain.certificates.size()) {
+        X509_STORE_add_cert(store, sk_X509_value(untrusted, sk_X509_num(untrusted) - 1));
+        for (const Bytes& der : chain.crls) {
+            const uint8_t* at = der.data();
+            if (X509_CRL* crl = d2i_X509_CRL(nullptr, &at, static_cast<long>(der.size()))) {
+                X509_STORE_add_crl(store, crl);
+                X509_CRL_free(crl);
+            }
+        }
+        constexpr unsigned long kWithCrls =
+            X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL | X509_V_FLAG_EXTENDED_CRL_SUPPORT;
+        if (!chain.crls.empty()) X509_STORE_set_flags(store, kWithCrls);
         X509_STORE_CTX* ctx = X509_STORE_CTX_new();
         X509_STORE_CTX_init(ctx, store, sk_X509_value(untrusted, 0), untrusted);
         answer.good = X509_verify_cert(ctx) == 1;
@@ -225,7 +275,7 @@ Answer libcrypto(const Chain& chain) {
 Answer gnutls(const Chain& chain) {
     std::vector<gnutls_x509_crt_t> all;
     bool read = true;
-    for (const Bytes& der : chain) {
+    for (const Bytes& der : chain.certificates) {
         gnutls_x509_crt_init(&all.emplace_back());
         const gnutls_datum_t datum{const_cast<unsigned char*>(der.data()), static_cast<unsigned>(der.size())};
         read = gnutls_x509_crt_import(all.back(), &datum, GNUTLS_X509_FMT_DER) == 0 && read;
@@ -235,12 +285,23 @@ Answer gnutls(const Chain& chain) {
         gnutls_x509_trust_list_t list = nullptr;
         gnutls_x509_trust_list_init(&list, 0);
         gnutls_x509_trust_list_add_cas(list, &all.back(), 1, 0);
+        for (const Bytes& der : chain.crls) {
+            gnutls_x509_crl_t crl = nullptr;
+            gnutls_x509_crl_init(&crl);
+            const gnutls_datum_t datum{const_cast<unsigned char*>(der.data()), static_cast<unsigned>(der.size())};
+            // The list owns what it takes.
+            if (gnutls_x509_crl_import(crl, &datum, GNUTLS_X509_FMT_DER) != 0 ||
+                gnutls_x509_trust_list_add_crls(list, &crl, 1, 0, 0) != 1) {
+                gnutls_x509_crl_deinit(crl);
+            }
+        }
         unsigned status = 0;
         const int done =
             gnutls_x509_trust_list_verify_crt(list, all.data(), static_cast<unsigned>(all.size()), 0, &status, nullptr);
         char text[16];
         std::snprintf(text, sizeof text, "%x", status);
         answer = {done == 0 && status == 0, text};
+        // The trust point is the caller's, the CRLs are the list's.
         gnutls_x509_trust_list_deinit(list, 0);
     }
     for (gnutls_x509_crt_t one : all) gnutls_x509_crt_deinit(one);
@@ -257,7 +318,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (!explain(who, refused.says).empty()) return;
         std::cerr << "not explained: ours " << own.good << ' ' << own.says << ", libcrypto " << ssl.good << ' '
                   << ssl.says << ", GnuTLS " << tls.good << ' ' << tls.says << '\n';
-        for (const Bytes& der : chain) std::cerr << toHex(der) << '\n';
+        for (const auto* part : {&chain.certificates, &chain.crls})
+            for (const Bytes& der : *part) std::cerr << toHex(der) << '\n';
         if (!std::getenv("CRV_FUZZ_LIST")) std::abort();
     };
     if (!own.good && (ssl.good || tls.good)) demand(Explained::kOurs, own);

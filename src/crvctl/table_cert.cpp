@@ -144,6 +144,39 @@ std::vector<VerbRow> movingVerbs() {
     };
 }
 
+/// What a path is asked to be good for.
+const std::vector<OptionRow> kPathOptions{
+    kAt,
+    {"usage", Choice, "sign|decrypt", "what the certificate must be good for"},
+    {"ext-usage", Oid, "OID", "a purpose that it must be good for; may be repeated"},
+    {"policy", Oid, "OID", "a certificate policy that is acceptable; may be repeated"},
+    {"explicit-policy", Flag, nullptr, "a policy must hold all along the path"},
+    {"inhibit-mapping", Flag, nullptr, "no policy stands for another one"},
+    {"inhibit-any-policy", Flag, nullptr, "anyPolicy stands for no policy"},
+    {"constrained-trust-point", Flag, nullptr, "constraints of the trust point bind, too (RFC 5937)"},
+    {"depth", Number, "N", "certificates on a path at most (64)"},
+    {"revocation", Choice, "none|known|required", "whether its status must be known (known)"},
+    {"no-deltas", Flag, nullptr, "leave delta lists alone"},
+};
+
+VerbRow checkVerb() {
+    return {"cert",
+            "check",
+            Needs::Keys,
+            Effect::Reads,
+            certCheck,
+            "judge every certificate of a file or of the database; status 1 when one is not good",
+            {{"FILE", File, nullptr, true}},
+            join(kPathOptions, {{"bad", Flag, nullptr, "list only those that are not good"}, kDer}),
+            join({{"checked", "number", "Certificates"}, {"bad", "number", "Not good"}, {"at", "string", "Moment"}},
+                 join(certificateFields(true), {{"good", "boolean", "Good", true},
+                                                {"verdict", "string", "Verdict", true},
+                                                {"reason", "string", "Reason", true},
+                                                {"clause", "string", "Clause of RFC 5280", true}})),
+            kOpen,
+            true};
+}
+
 VerbRow verifyVerb() {
     return {"cert",
             "verify",
@@ -152,21 +185,10 @@ VerbRow verifyVerb() {
             certVerify,
             "build and check the path of a certificate; status 1 when it is not good",
             {{"FILE", File, nullptr, true}},
-            join(kSelector,
-                 {kRole,
-                  kAt,
-                  {"usage", Choice, "sign|decrypt", "what the certificate must be good for"},
-                  {"ext-usage", Oid, "OID", "a purpose that it must be good for; may be repeated"},
-                  {"policy", Oid, "OID", "a certificate policy that is acceptable; may be repeated"},
-                  {"explicit-policy", Flag, nullptr, "a policy must hold all along the path"},
-                  {"inhibit-mapping", Flag, nullptr, "no policy stands for another one"},
-                  {"inhibit-any-policy", Flag, nullptr, "anyPolicy stands for no policy"},
-                  {"constrained-trust-point", Flag, nullptr, "constraints of the trust point bind, too (RFC 5937)"},
-                  {"depth", Number, "N", "certificates on a path at most (64)"},
-                  {"revocation", Choice, "none|known|required", "whether its status must be known (known)"},
-                  {"no-deltas", Flag, nullptr, "leave delta lists alone"},
-                  {"explain", Flag, nullptr, "list every path that was tried, why it fell and what would mend it"},
-                  kDer}),
+            join(join(kSelector, {kRole}),
+                 join(kPathOptions,
+                      {{"explain", Flag, nullptr, "list every path that was tried, why it fell and what would mend it"},
+                       kDer})),
             join({{"good", "boolean", "Good"},
                   {"verdict", "string", "Verdict"},
                   {"reason", "string", "Reason"},
@@ -195,7 +217,7 @@ VerbRow verifyVerb() {
 }  // namespace
 
 std::vector<VerbRow> certVerbs() {
-    return join(join(lookingVerbs(), movingVerbs()), {verifyVerb()});
+    return join(join(lookingVerbs(), movingVerbs()), {verifyVerb(), checkVerb()});
 }
 
 std::vector<VerbRow> trustVerbs() {

@@ -47,6 +47,7 @@ void certInstall(Run& run);
 void certDelete(Run& run);
 void certPurge(Run& run);
 void certVerify(Run& run);
+void certCheck(Run& run);
 void trustList(Run& run);
 void trustAdd(Run& run);
 void trustRemove(Run& run);

@@ -340,6 +340,32 @@ void certVerify(Run& run) {
     if (!verdict.good()) run.out.no(verdict.code);
 }
 
+void certCheck(Run& run) {
+    const PathOptions options = pathOptions(run.call);
+    Session session = openReading(run);
+    session.demandDatabase();
+    const bool wholly = !run.call.has("bad"), der = run.call.has("der");
+    size_t checked = 0, bad = 0;
+    CertList list;
+    if (!run.call.operands.empty()) list = certsOfFile(run.call.operand(0));
+    judgeCerts(session, run.call.operands.empty() ? nullptr : &list, options,
+               [&](const SignedCertificate& certificate, const PathVerdict& verdict) {
+                   ++checked;
+                   bad += !verdict.good();
+                   if (verdict.good() && !wholly) return;
+                   Fields fields = certFields(certificate, der);
+                   fields.insert(fields.end(), {{"good", verdict.good()},
+                                                {"verdict", codeName(verdict.code)},
+                                                {"reason", verdict.reason},
+                                                {"clause", verdict.clause}});
+                   run.out.item(std::move(fields));
+               });
+    run.out.field("checked", checked);
+    run.out.field("bad", bad);
+    run.out.field("at", timeOf(options.time));
+    if (bad != 0) run.out.no(ECRV_PATH_VER_ERR);
+}
+
 void trustList(Run& run) {
     Session session = openReading(run);
     for (const TrustPoint& point : session.keys().trustedPoints()) {

@@ -56,7 +56,7 @@ uint8_t dnFldType(const ASNobjectId& type) {
 }
 
 DbHash dnHash(const DistinguishedName& name, NameFolding folding) {
-    return sha1(name.normalize(folding).encoded());
+    return sha1(name.normalizedEncoding(folding));
 }
 
 DbHash crtHash(ByteView der) {

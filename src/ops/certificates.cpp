@@ -15,9 +15,24 @@ namespace crv {
 namespace {
 
 constexpr size_t kPage = 200;
+/// Certificates that are judged at one state of the database.
+constexpr size_t kJudgedPage = 2048;
 
 bool sameHex(ByteView octets, const std::string& digits) {
     return equalIgnoreCase(toHex(octets), digits);
+}
+
+/// The database page by page; false from the visitor ends it.
+void eachPage(DbManager& database, size_t size, const std::function<bool(const CrtItemList& page)>& visit) {
+    CrtItemList page;
+    for (int64_t after = 0;; after = page.back().id) {
+        page.clear();
+        if (!database.readForward(after, size, page)) {
+            stopIfEnding();
+            throw OpError(OpFault::DatabaseFailed, database.lastFailure());
+        }
+        if (page.empty() || !visit(page)) return;
+    }
 }
 
 }  // namespace
@@ -37,20 +52,33 @@ bool CertSelector::matches(const SignedCertificate& certificate) const {
 }
 
 void eachCert(DbManager& database, const std::function<bool(int64_t, const SignedCertificate&, ByteView)>& visit) {
-    for (int64_t after = 0;;) {
-        CrtItemList page;
-        if (!database.readForward(after, kPage, page)) {
-            stopIfEnding();
-            throw OpError(OpFault::DatabaseFailed, database.lastFailure());
-        }
-        if (page.empty()) return;
-        for (const CrtItem& item : page) {
+    eachPage(database, kPage, [&](const CrtItemList& page) {
+        return std::ranges::all_of(page, [&](const CrtItem& item) {
             stopIfEnding();
             SignedCertificate certificate;
-            if (certificate.readExactly(item.der, ASN_FLAG_CONST) && !visit(item.id, certificate, item.der)) return;
-        }
-        after = page.back().id;
-    }
+            return !certificate.readExactly(item.der, ASN_FLAG_CONST) || visit(item.id, certificate, item.der);
+        });
+    });
+}
+
+void judgeCerts(Session& session, const CertList* list, const PathOptions& options,
+                const std::function<void(const SignedCertificate&, const PathVerdict&)>& tell) {
+    const auto judge = [&](const CertList& certificates, const CertList& extra) {
+        session.context().certificateManager.buildPaths(certificates, options, extra,
+                                                        [&](size_t index, const PathVerdict& verdict) {
+                                                            stopIfEnding();
+                                                            tell(*certificates[index], verdict);
+                                                            return true;
+                                                        });
+    };
+    if (list) return judge(*list, *list);
+    eachPage(session.context().dbManager, kJudgedPage, [&](const CrtItemList& page) {
+        CertList certificates;
+        for (const CrtItem& item : page)
+            if (CertPtr one = makeCert(item.der)) certificates.push_back(std::move(one));
+        judge(certificates, {});
+        return true;
+    });
 }
 
 void eachCert(Session& session, const std::function<bool(int64_t, const SignedCertificate&, ByteView)>& visit) {

@@ -13,6 +13,8 @@ namespace crv {
 class DbManager;
 class Session;
 class SignedCertificate;
+struct PathOptions;
+struct PathVerdict;
 
 /// What certificates are looked for by. Empty fields do not matter; texts are parts of the value, whatever the case.
 struct CertSelector {
@@ -31,6 +33,10 @@ struct CertSelector {
 void eachCert(DbManager& database,
               const std::function<bool(int64_t id, const SignedCertificate&, ByteView der)>& visit);
 void eachCert(Session& session, const std::function<bool(int64_t id, const SignedCertificate&, ByteView der)>& visit);
+/// Tells the verdict on each certificate of a list, whose certificates may stand on each other's paths, or of the
+/// database when there is none. Throws like eachCert.
+void judgeCerts(Session& session, const CertList* list, const PathOptions& options,
+                const std::function<void(const SignedCertificate&, const PathVerdict&)>& tell);
 
 /// The one certificate in the list or the database that a selector means. Throws OpError (ObjectMissing, Ambiguous).
 CertPtr findOne(Session& session, const CertSelector& selector, const CertList* list = nullptr);

@@ -180,7 +180,7 @@ Digest digestOf(ByteView octets) {
 }
 
 Bytes nameKey(const DistinguishedName& name) {
-    return name.normalize().encoded();
+    return name.normalizedEncoding();
 }
 
 bool isDerBool(const ASNbool& value) {

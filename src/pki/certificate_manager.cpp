@@ -9,6 +9,7 @@
 #include "corvane/crverrors.h"
 #include "misc/atomic_write.h"
 #include "pki/cert_file_reader.h"
+#include "pki/signatures_ahead.h"
 
 namespace crv {
 
@@ -16,6 +17,8 @@ namespace {
 
 /// Certificates from one report of progress to the next.
 constexpr size_t kExportStep = 256;
+/// Certificates whose signatures are checked ahead in one go.
+constexpr size_t kVerdictStep = 256;
 
 PathFault unreadablePolicy() {
     return {ECRV_PATH_VER_ERR, "", "the algorithm policy of the configuration cannot be read"};
@@ -101,18 +104,62 @@ const AlgorithmPolicy* CertificateManager::algorithms() {
     return policy_ ? &*policy_ : nullptr;
 }
 
+PathBuilder::IssuerSource CertificateManager::issuersFrom(const CertList& extra) {
+    return [this, &extra](const SignedCertificate& certificate) {
+        CertList list = extra;
+        const CertList stored = findBySubject(certificate.issuer());
+        list.insert(list.end(), stored.begin(), stored.end());
+        return list;
+    };
+}
+
 PathVerdict CertificateManager::buildPath(const CertPtr& certificate, const PathOptions& options,
                                           const SubQuestion& question) {
     const AlgorithmPolicy* policy = algorithms();
     if (!policy) return verdictOn({cache_->facts(certificate)}, unreadablePolicy(), 0);
-    const auto issuers = [&](const SignedCertificate& of) {
-        CertList list = question.extra;
-        const CertList stored = findBySubject(of.issuer());
-        list.insert(list.end(), stored.begin(), stored.end());
-        return list;
-    };
     const PathValidator validator(*cache_, *policy, status_, question.extra);
-    return PathBuilder(*cache_, question.trusted, issuers, validator).build(certificate, options, question.budget);
+    PathBuilder builder(*cache_, question.trusted, issuersFrom(question.extra), validator);
+    return builder.build(certificate, options, question.budget);
+}
+
+void CertificateManager::buildPaths(const CertList& certificates, const PathOptions& options, const CertList& extra,
+                                    const VerdictSink& sink) {
+    const AlgorithmPolicy* policy = algorithms();
+    if (!policy) {
+        size_t i = 0;
+        const auto tell = [&](const CertPtr& one) {
+            return sink(i++, verdictOn({cache_->facts(one)}, unreadablePolicy(), 0));
+        };
+        static_cast<void>(std::ranges::all_of(certificates, tell));
+        return;
+    }
+    std::map<Bytes, CertList> known;  // by the issuer's name as it is encoded
+    const auto issuers = [&, find = issuersFrom(extra)](const SignedCertificate& certificate) {
+        const auto [at, fresh] = known.try_emplace(certificate.issuer().encoded());
+        if (fresh) at->second = find(certificate);
+        return at->second;
+    };
+    const PathValidator validator(*cache_, *policy, status_, extra);
+    PathBuilder builder(*cache_, trustPoints(), issuers, validator);
+    SignaturesAhead ahead(*cache_);
+    const auto beginSlice = [&](size_t from) {
+        std::vector<SignaturesAhead::Task> tasks;
+        for (size_t i = from; i < std::min(from + kVerdictStep, certificates.size()); ++i) {
+            const FactsPtr facts = cache_->facts(certificates[i]);
+            if (const FactsPtr issuer = builder.likelyIssuer(*facts)) tasks.push_back({facts, keyOf(*issuer, {})});
+        }
+        ahead.begin(std::move(tasks));
+    };
+    const uint64_t state = WorkBudget::nextQuestion();
+    beginSlice(0);
+    for (size_t i = 0; i < certificates.size(); ++i) {
+        if (i % kVerdictStep == 0) {
+            beginSlice(i + kVerdictStep);
+            ahead.finish();
+        }
+        WorkBudget budget(options.limits, state);
+        if (!sink(i, builder.build(certificates[i], options, budget))) return;
+    }
 }
 
 PathVerdict CertificateManager::buildPath(const CertPtr& certificate, const PathOptions& options,

@@ -57,6 +57,12 @@ class CertificateManager {
     /// Builds a path from the certificate to a trust point through `extra` and the database, and checks it.
     [[nodiscard]] PathVerdict buildPath(const CertPtr& certificate, const PathOptions& options,
                                         const CertList& extra = {});
+    /// Hears the verdict on one of many; false ends the work.
+    using VerdictSink = std::function<bool(size_t index, const PathVerdict& verdict)>;
+    /// The same for many certificates in their order, all at the state in which the first finds the database. Their
+    /// signatures are checked ahead by a thread a processor; everything else, the sink too, runs on the caller's.
+    void buildPaths(const CertList& certificates, const PathOptions& options, const CertList& extra,
+                    const VerdictSink& sink);
     /// Checks the given path, which runs from the certificate to a trust point, as it stands.
     [[nodiscard]] PathVerdict checkPath(const CertList& path, const PathOptions& options);
 
@@ -72,6 +78,8 @@ class CertificateManager {
     [[nodiscard]] CertList findBySubject(const DistinguishedName& subject);
 
   private:
+    [[nodiscard]] PathBuilder::IssuerSource issuersFrom(const CertList& extra);
+
     DbManager* database_ = nullptr;
     CertificateCache* cache_ = nullptr;
     TrustSource trustPoints_;

@@ -208,6 +208,7 @@ CrlFactsPtr CrlFacts::make(Bytes der) {
     if (!crl.readExactly(facts->der_, ASN_FLAG_CONST)) return nullptr;
     facts->digest = digestOf(facts->der_);
     facts->issuer = nameKey(crl.issuer());
+    facts->issuerText = crl.issuer().text();
     facts->thisUpdate = crl.thisUpdate().value_or(0);
     facts->nextUpdate = crl.nextUpdate();
     facts->number = crl.crlNumber();

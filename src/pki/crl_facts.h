@@ -48,7 +48,8 @@ class CrlFacts {
     /// Stands for a stored CRL that cannot be read.
     [[nodiscard]] static std::shared_ptr<const CrlFacts> unreadable(const DistinguishedName& issuer);
 
-    Bytes issuer;  ///< normalised encoding
+    Bytes issuer;              ///< normalised encoding
+    std::string issuerText{};  ///< on one line; empty for a list that cannot be read
     Digest digest{};
     PathFault fault{};  ///< why the CRL must not be relied on, whatever its signature
     int64_t thisUpdate = 0;

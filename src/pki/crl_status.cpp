@@ -287,7 +287,7 @@ class Search {
 
     [[nodiscard]] StatusSourceNote noteOf(const Reading& reading) const {
         StatusSourceNote note;
-        note.issuer = reading.base->issuerName().text();
+        note.issuer = reading.base->issuerText;
         if (reading.base->number) note.number = reading.base->number->decimal();
         if (reading.delta) note.delta = reading.delta->number->decimal();
         note.thisUpdate = reading.newest().thisUpdate;

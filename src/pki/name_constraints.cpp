@@ -135,12 +135,6 @@ bool isMalformed(Form form, std::string_view text, bool base) {
     }
 }
 
-std::vector<Bytes> setsOf(const DistinguishedName& name) {
-    std::vector<Bytes> sets;
-    for (const RelativeDistinguishedName& set : name.normalize()) sets.push_back(set.encoded());
-    return sets;
-}
-
 PathFault notPermitted(const char* text, const char* clause) {
     return {ECRV_PATH_VER_ERR, clause, text};
 }
@@ -150,7 +144,7 @@ PathFault notPermitted(const char* text, const char* clause) {
 NameConstraintsState::Name NameConstraintsState::prepared(const GeneralName& name, bool base) {
     Name out{.form = name.getChosenIndex()};
     if (const DistinguishedName* directory = name.name()) {
-        out.sets = setsOf(*directory);
+        out.sets = directory->normalizedSets();
     } else if (name.is(GeneralName::kIpAddress)) {
         out.text = asText(name.chosenAs<ASNoctstr>()->value());
     } else if (name.is(GeneralName::kUri) && !base) {

@@ -56,8 +56,24 @@ PathBuilder::PathBuilder(CertificateCache& cache, const CertList& trustPoints, I
                          const PathValidator& validator)
     : cache_(cache), issuers_(std::move(issuers)), validator_(validator) {
     for (const CertPtr& one : trustPoints) {
-        if (one && trusted_.insert(cache_.facts(one)->digest).second) trustPoints_.push_back(cache_.facts(one));
+        if (!one) continue;
+        const FactsPtr facts = cache_.facts(one);
+        if (trusted_.insert(facts->digest).second) trustPoints_[facts->subject].push_back(facts);
     }
+}
+
+FactsPtr PathBuilder::likelyIssuer(const CertificateFacts& certificate) const {
+    const auto fits = [&](const FactsPtr& one) {
+        return one->subject == certificate.issuer && (certificate.authorityKeyId.empty() || one->subjectKeyId.empty() ||
+                                                      one->subjectKeyId == certificate.authorityKeyId);
+    };
+    if (const auto trusted = trustPoints_.find(certificate.issuer); trusted != trustPoints_.end()) {
+        const auto found = std::ranges::find_if(trusted->second, fits);
+        if (found != trusted->second.end()) return *found;
+    }
+    for (const CertPtr& one : issuers_(*certificate.certificate))
+        if (const FactsPtr facts = one ? cache_.facts(one) : nullptr; facts && fits(facts)) return facts;
+    return nullptr;
 }
 
 /// Every name above the certificate, with its certificates, each looked up once. Unless `all`, the certificates of a
@@ -78,7 +94,8 @@ void PathBuilder::collect(Search& search, bool all) {
             list.push_back(one);
             open.push_back(one);
         };
-        std::ranges::for_each(trustPoints_, add);
+        if (const auto trusted = trustPoints_.find(certificate->issuer); trusted != trustPoints_.end())
+            std::ranges::for_each(trusted->second, add);
         if (!list.empty() && !all) {
             search.shortened = true;
             continue;

@@ -20,6 +20,8 @@ class PathBuilder {
 
     /// The first good path, else the verdict on the likeliest one.
     [[nodiscard]] PathVerdict build(const CertPtr& certificate, const PathOptions& options, WorkBudget& budget);
+    /// The issuer that is tried first where nothing speaks against it; null without one.
+    [[nodiscard]] FactsPtr likelyIssuer(const CertificateFacts& certificate) const;
 
   private:
     struct Search;
@@ -35,7 +37,7 @@ class PathBuilder {
     }
 
     CertificateCache& cache_;
-    FactsList trustPoints_;
+    std::map<Bytes, FactsList> trustPoints_;  // by subject
     std::set<Digest> trusted_;
     IssuerSource issuers_;
     const PathValidator& validator_;

@@ -14,9 +14,13 @@ namespace crv {
 
 /// What a question has cost so far; shared by all that it leads to.
 struct WorkBudget {
-    explicit WorkBudget(const WorkLimits& limits) : left(limits) {
+    /// `state`: a state of the database that the question shares with others, the number of the first of them; 0 for
+    /// one of its own.
+    explicit WorkBudget(const WorkLimits& limits, uint64_t state = 0)
+        : left(limits), question(nextQuestion()), storeState(state == 0 ? question : state) {}
+    [[nodiscard]] static uint64_t nextQuestion() {
         static std::atomic<uint64_t> questions = 0;
-        question = ++questions;
+        return ++questions;
     }
     /// Takes one piece of work; false, and noted, when there is none left.
     bool take(size_t WorkLimits::*kind) {
@@ -25,7 +29,8 @@ struct WorkBudget {
     }
     WorkLimits left;
     bool exhausted = false;
-    uint64_t question = 0;  ///< tells questions apart
+    uint64_t question;    ///< tells questions apart
+    uint64_t storeState;  ///< tells states of the database apart
     /// Signatures that were looked at and do not hold, by the digest of what is signed and that of the key.
     std::map<std::pair<Digest, Digest>, PathFault> wrong{};
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <set>
 #include <utility>
 
 #include "asn/x509/signed_cert_rev_list.h"
@@ -143,13 +144,10 @@ void RevocationManager::makeRoom() {
     held_ = 0;
 }
 
-/// The CRL of a row when its issuer is one of those asked for, else null.
-CrlFactsPtr RevocationManager::load(const CrlIndexEntry& row, const std::vector<Bytes>& issuers) {
+/// The CRL of a row, or what stands for one that cannot be read.
+CrlFactsPtr RevocationManager::load(const CrlIndexEntry& row) {
     const Bytes digest = toBytes(row.sha256.value());
-    const auto known = crls_.try_emplace(digest).first;
-    Cached& cached = known->second;
-    if (cached.issuer.empty()) cached.issuer = nameKey(row.issuer);
-    if (std::ranges::find(issuers, cached.issuer) == issuers.end()) return nullptr;
+    Cached& cached = crls_[digest];
     if (cached.facts) return cached.facts;
     Bytes der;
     CrlFactsPtr facts;
@@ -164,20 +162,33 @@ CrlFactsPtr RevocationManager::load(const CrlIndexEntry& row, const std::vector<
     return facts;
 }
 
-bool RevocationManager::load(const StatusQuestion& question, CrlFactsList& crls) {
-    if (indexOf_ != question.budget.question) {
-        indexOf_ = 0;
-        index_ = CrlIndex();
-        judged_.clear();
-        DbManager& database = certificates_->database();
-        const bool read = database.getCrlIndex(index_);
-        if (!read && (more_.empty() || database.isDbCreated() != DbState::Missing)) return false;
-        indexOf_ = question.budget.question;
+bool RevocationManager::readIndex() {
+    indexOf_ = 0;
+    index_ = CrlIndex();
+    rowsOf_.clear();
+    DbManager& database = certificates_->database();
+    const bool read = database.getCrlIndex(index_);
+    if (!read && (more_.empty() || database.isDbCreated() != DbState::Missing)) return false;
+    for (size_t i = 0; i < index_.size(); ++i) {
+        Cached& cached = crls_[toBytes(index_[i].sha256.value())];
+        if (cached.issuer.empty()) cached.issuer = nameKey(index_[i].issuer);
+        rowsOf_[cached.issuer].push_back(i);
     }
-    const std::vector<Bytes> issuers = crlIssuersOf(*question.path[question.index]);
+    return true;
+}
+
+bool RevocationManager::load(const StatusQuestion& question, CrlFactsList& crls) {
+    if (std::exchange(judgedOf_, question.budget.question) != question.budget.question) judged_.clear();
     makeRoom();
-    for (const CrlIndexEntry& row : index_)
-        if (CrlFactsPtr crl = load(row, issuers)) crls.push_back(std::move(crl));
+    if (indexOf_ != question.budget.storeState && !readIndex()) return false;
+    indexOf_ = question.budget.storeState;
+    const std::vector<Bytes> issuers = crlIssuersOf(*question.path[question.index]);
+    std::set<size_t> rows;
+    for (const Bytes& issuer : issuers) {
+        const auto of = rowsOf_.find(issuer);
+        if (of != rowsOf_.end()) rows.insert(of->second.begin(), of->second.end());
+    }
+    for (const size_t row : rows) crls.push_back(load(index_[row]));
     for (const CrlFactsPtr& one : more_)
         if (std::ranges::find(issuers, one->issuer) != issuers.end()) crls.push_back(one);
     return true;

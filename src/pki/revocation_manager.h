@@ -79,7 +79,8 @@ class RevocationManager {
     [[nodiscard]] int verify(const CrlFacts& crl, int64_t time);
     [[nodiscard]] CrtStatus answer(const StatusQuestion& question);
     [[nodiscard]] bool load(const StatusQuestion& question, CrlFactsList& crls);
-    [[nodiscard]] CrlFactsPtr load(const CrlIndexEntry& row, const std::vector<Bytes>& issuers);
+    [[nodiscard]] CrlFactsPtr load(const CrlIndexEntry& row);
+    [[nodiscard]] bool readIndex();
     void makeRoom();
     [[nodiscard]] CrlSigner signerOf(const CrlFacts& crl, const StatusQuestion& question);
     [[nodiscard]] PathFault faultOfSigner(const CrlFacts& crl, const CertificateFacts& signer, const WorkingKey& key,
@@ -93,11 +94,13 @@ class RevocationManager {
     CertificateManager* certificates_ = nullptr;
     DeviceUpdate deviceUpdate_;
     unsigned deviceError_ = 0;
-    CrlIndex index_;  // as the question `indexOf_` found it: one question sees one state of the store
+    CrlIndex index_;  // of the state `indexOf_` of the store
     uint64_t indexOf_ = 0;
+    std::map<Bytes, std::vector<size_t>> rowsOf_;  // by issuer, normalised
     /// What was found of who signed a CRL: the CRL, the signer, the trust point, lists of that issuer in judgement.
     using Judged = std::tuple<Digest, Digest, Digest, std::ptrdiff_t>;
-    std::map<Judged, CrlSigner> judged_;  // in the course of the same question
+    std::map<Judged, CrlSigner> judged_;  // in the course of the question `judgedOf_`
+    uint64_t judgedOf_ = 0;
     std::map<Bytes, Cached> crls_;
     CrlFactsList more_;
     size_t held_ = 0;             // octets in crls_

@@ -271,7 +271,8 @@ class Stores(Case):
                               (["cert", "show", "--role", "sign", "--der"], 0), (["trust", "list"], 0),
                               ([*verify, "--ext-usage", "1.2.3", "--policy", "1.2", "--depth", "2", "--no-deltas"], 0),
                               ([*verify, "--explicit-policy"], 1), ([*verify, "--depth", "1"], 1),
-                              (["cert", "verify", "moj.crt", "--at", "2020-01-01"], 1), (["crl", "verify", "ca/ca.crl"], 0),
+                              (["cert", "verify", "moj.crt", "--at", "2020-01-01"], 1),
+                              (["cert", "check", "moj.crt", "--at", "2027-01-01", "--revocation", "none"], 0), (["cert", "check", "--at", "2020-01-01"], 1), (["crl", "verify", "ca/ca.crl"], 0),
                               (["crl", "verify", "moj.crt"], 1), (["trust", "export", "x", "--subject", "nobody"], 3)):
             answer = self.read(*words, *self.KEYS, status=status)
             self.assertEqual(answer["command"], " ".join(words[:2]))

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 
@@ -119,6 +120,37 @@ TEST_F(ManagersTest, PathsEndWithTheAnswerThatTheirFaultDeserves) {
         EXPECT_EQ(found.code, one.code) << one.name << ": " << found.reason;
         EXPECT_EQ(found.certs.size(), one.code == ECRV_CRTSIGN ? 2U : 3U) << one.name;
     }
+}
+
+TEST_F(ManagersTest, ManyVerdictsAreThoseOfEachAlone) {
+    store(middle);
+    const MadeCert other = issue(authority("Urząd pośredni"), root), stranger = test::makeCert(authority("Obcy"));
+    ASSERT_EQ(insertCrl({.entries = {{"7", 1}, {"300", 1}}}, middle), CrlInsert::Stored);
+    CertList many;
+    for (int i = 0; i < 700; ++i) {
+        const MadeCert& issuer = i % 50 == 3 ? stranger : i % 50 == 4 ? other : middle;
+        MadeCert leaf = leafOf(issuer, std::to_string(i).c_str());
+        if (i % 50 == 5) leaf.der.back() ^= 1;
+        many.push_back(crv::makeCert(leaf.der));
+    }
+    const PathOptions options{kNow};
+    std::vector<int> alone, together;
+    for (const CertPtr& one : many) {
+        cache.clear();
+        alone.push_back(certificates.buildPath(one, options).code);
+    }
+    cache.clear();
+    certificates.buildPaths(many, options, {}, [&](size_t index, const PathVerdict& verdict) {
+        EXPECT_EQ(index, together.size());
+        together.push_back(verdict.code);
+        return true;
+    });
+    EXPECT_EQ(together, alone);
+    EXPECT_EQ(std::ranges::count(together, ECRV_CRTREV), 2);
+    EXPECT_EQ(std::ranges::count(together, ECRV_CRTSIGN), 28);
+    size_t heard = 0;
+    certificates.buildPaths(many, options, {}, [&](size_t, const PathVerdict&) { return ++heard < 300; });
+    EXPECT_EQ(heard, 300U);
 }
 
 TEST_F(ManagersTest, PathLengthNameAndIssuerAreChecked) {

@@ -6,6 +6,7 @@
 #include "asn/known_oids.h"
 #include "asn/x509/name_prep.h"
 #include "misc/ascii.h"
+#include "misc/exceptions.h"
 #include "misc/hex.h"
 #include "misc/utf8.h"
 #include "misc/windows1250.h"
@@ -198,6 +199,32 @@ class NameText {
     bool danglingSeparator_ = false;
 };
 
+void putHeader(Bytes& out, unsigned char tag, size_t length) {
+    uint8_t header[6] = {tag};
+    const int size = 1 + write_length(static_cast<long>(length), header + 1);
+    out.insert(out.end(), header, header + size);
+}
+
+void putElement(Bytes& out, unsigned char tag, ByteView body) {
+    putHeader(out, tag, body.size());
+    out.insert(out.end(), body.begin(), body.end());
+}
+
+Bytes elementOf(unsigned char tag, const std::vector<Bytes>& parts) {
+    size_t length = 0;
+    for (const Bytes& part : parts) length += part.size();
+    Bytes out;
+    putHeader(out, tag, length);
+    for (const Bytes& part : parts) out.insert(out.end(), part.begin(), part.end());
+    return out;
+}
+
+void putEncoding(Bytes& out, const ASNobject& object) {
+    const Bytes made = object.keptEncoding().empty() ? object.encoded() : Bytes();
+    const ByteView octets = made.empty() ? object.keptEncoding() : ByteView(made);
+    out.insert(out.end(), octets.begin(), octets.end());
+}
+
 }  // namespace
 
 std::string displayText(std::string_view utf8, DnDisplay display) {
@@ -284,27 +311,41 @@ std::optional<std::string> DistinguishedName::find(const KnownOid& type) const {
 }
 
 DistinguishedName DistinguishedName::normalize(NameFolding folding) const {
-    const auto prepared = folding == NameFolding::Unicode ? preparedText : preparedAsciiText;
     DistinguishedName out;
-    for (const RelativeDistinguishedName& set : *this) {
-        RelativeDistinguishedName& copies = out.add();
-        for (const AttributeTypeAndValue& attribute : set) {
-            AttributeTypeAndValue& copy = copies.add();
-            copy.type = attribute.type;
-            if (attribute.isText() && isValidString(attribute.value.getTag(), attribute.value.contents())) {
-                copy.value.build(ASN_TAG_UTF8, asBytes(prepared(attribute.valueUtf8())));
-            } else {
-                copy.value = attribute.value;
-            }
-        }
-    }
+    VTEST(out.readExactly(normalizedEncoding(folding)), "src/asn/x509/distinguished_name");
     return out;
+}
+
+Bytes DistinguishedName::normalizedEncoding(NameFolding folding) const {
+    return elementOf(kTag, normalizedSets(folding));
+}
+
+std::vector<Bytes> DistinguishedName::normalizedSets(NameFolding folding) const {
+    const auto prepared = folding == NameFolding::Unicode ? preparedText : preparedAsciiText;
+    std::vector<Bytes> sets;
+    for (const RelativeDistinguishedName& set : *this) {
+        std::vector<Bytes> attributes;
+        for (const AttributeTypeAndValue& attribute : set) {
+            Bytes body;
+            putEncoding(body, attribute.type);
+            if (attribute.isText() && isValidString(attribute.value.getTag(), attribute.value.contents())) {
+                const std::string text = prepared(attribute.valueUtf8());
+                putElement(body, ASN_TAG_UTF8, asBytes(text));
+            } else {
+                putEncoding(body, attribute.value);
+            }
+            putElement(attributes.emplace_back(), ASNsequenceF::kTag, body);
+        }
+        std::ranges::sort(attributes);
+        sets.push_back(elementOf(RelativeDistinguishedName::kTag, attributes));
+    }
+    return sets;
 }
 
 bool operator==(const DistinguishedName& a, const DistinguishedName& b) {
     if (a.size() != b.size()) return false;
     if (!a.keptEncoding().empty() && std::ranges::equal(a.keptEncoding(), b.keptEncoding())) return true;
-    return a.normalize().encoded() == b.normalize().encoded();
+    return a.normalizedEncoding() == b.normalizedEncoding();
 }
 
 }  // namespace crv

@@ -69,6 +69,10 @@ class DistinguishedName : public ASNsequenceList<RelativeDistinguishedName> {
     /// The form under which equal names have equal encodings: every text a UTF8String prepared as name_prep.h says,
     /// what is no text of its type as it came.
     [[nodiscard]] DistinguishedName normalize(NameFolding folding = NameFolding::Unicode) const;
+    /// Encoding of the normalised form, made without its objects: names are normalised for every certificate.
+    [[nodiscard]] Bytes normalizedEncoding(NameFolding folding = NameFolding::Unicode) const;
+    /// The same in the encodings of its sets.
+    [[nodiscard]] std::vector<Bytes> normalizedSets(NameFolding folding = NameFolding::Unicode) const;
     /// Names are equal when their normalised forms are.
     friend bool operator==(const DistinguishedName& a, const DistinguishedName& b);
 };
