@@ -79,3 +79,17 @@ install(FILES ${CMAKE_BINARY_DIR}/corvane.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}
 install(EXPORT CorvaneTargets NAMESPACE Corvane:: DESTINATION ${package_dir} COMPONENT development)
 install(FILES ${CMAKE_BINARY_DIR}/CorvaneConfig.cmake ${CMAKE_BINARY_DIR}/CorvaneConfigVersion.cmake
   DESTINATION ${package_dir} COMPONENT development)
+
+# A page for each chapter of the headers, and a name for each call that leads to it.
+file(GLOB call_pages CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/docs/man/man3/*.3)
+install(FILES ${call_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
+set(stubs ${CMAKE_BINARY_DIR}/man3)
+foreach(page ${call_pages})
+  get_filename_component(page_name ${page} NAME)
+  file(STRINGS ${page} calls REGEX "calls: crv" LIMIT_COUNT 1)
+  string(REGEX MATCHALL "crv[A-Z][A-Za-z0-9]*" calls "${calls}")
+  foreach(call ${calls})
+    file(CONFIGURE OUTPUT ${stubs}/${call}.3 CONTENT ".so man3/@page_name@\n" @ONLY)
+    install(FILES ${stubs}/${call}.3 DESTINATION ${CMAKE_INSTALL_MANDIR}/man3 COMPONENT development)
+  endforeach()
+endforeach()

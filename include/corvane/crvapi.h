@@ -24,6 +24,7 @@
 
 #include "corvane/crvcerts.h"
 #include "corvane/crverrors.h"
+#include "corvane/crvmessages.h"
 #include "corvane/crvoptions.h"
 #include "corvane/crvprofile.h"
 #include "corvane/crvtypes.h"

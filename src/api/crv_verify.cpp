@@ -5,6 +5,7 @@
 
 #include "api/handles.h"
 #include "api/key_store_call.h"
+#include "api/message_streams.h"
 #include "asn/x509/signed_certificate.h"
 
 namespace crv {
@@ -40,18 +41,6 @@ void setFlags(unsigned long flags, PathOptions& options) {
         flags &= ~row.flag;
     }
     demand(flags == 0);
-}
-
-CertList certsIn(const CrvVerifyParams* params) {
-    CertList list;
-    if (!params) return list;
-    const CrvVerifyParams given = takeIn(params);
-    demand(given.certs_count >= 0 && (given.certs || given.certs_count == 0));
-    for (long i = 0; i < given.certs_count; ++i) {
-        demand(given.certs[i]);
-        list.push_back(given.certs[i]->certificate);
-    }
-    return list;
 }
 
 int crvVerifyCertInt(CRVctx& ctx, const CrvCert* cert, const CrvVerifyParams* params, CrvVerifyResult** result) {
@@ -132,6 +121,12 @@ PathOptions pathOptionsIn(const CrvVerifyParams* params) {
     options.revocation = kRevocationChecks[given.revocation];
     setFlags(given.flags, options);
     return options;
+}
+
+CertList certsIn(const CrvVerifyParams* params) {
+    if (!params) return {};
+    const CrvVerifyParams given = takeIn(params);
+    return certsOfHandles(given.certs, given.certs_count);
 }
 
 }  // namespace crv

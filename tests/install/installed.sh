@@ -53,6 +53,20 @@ cmake -S "$work/cmake" -B "$work/cmake/build" -DCMAKE_PREFIX_PATH="$work/root" -
 try "$work/cmake/build/client_corvane"
 try "$work/cmake/build/client_corvane_static"
 
+# The example, on a profile that has been set up by the commands.
+examples=$source/../../examples
+"$cc" -std=c99 -Wall -Wextra -Werror "$@" "$examples/messages.c" -o "$work/messages" $(pkg-config --cflags --libs corvane)
+CFLAGS="$*" LDFLAGS="$*" cmake -S "$examples" -B "$work/examples" -DCMAKE_PREFIX_PATH="$work/root" -DCMAKE_C_COMPILER="$cc" >"$work/log" &&
+  cmake --build "$work/examples" >>"$work/log" || { cat "$work/log"; exit 1; }
+PATH=$build/bin:$PATH "$examples/road.sh" "$work/road" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+head -c 300000 /dev/urandom >"$work/file"
+for program in "$work/messages" "$work/examples/messages"; do
+  CORVANE_PASSWORD=$(cat "$work/road/password") "$program" "$work/road/profiles.conf" DROGA "$work/file" >"$work/out"
+  printf 'signed by CN=Jan Kowalski,O=Firma,C=PL\ndecrypted 300000 octets\n' | diff - "$work/out"
+  openssl cms -verify -binary -inform DER -in "$work/file.p7s" -content "$work/file" -CAfile "$work/road/ca/ca.pem" \
+    -purpose any -out /dev/null 2>"$work/log" || { cat "$work/log"; exit 1; }
+done
+
 # C and C++ of every age take the header, also beside a declaration of the program's own.
 printf 'struct CRVctx;\nstruct CrvProfile;\n#include <corvane/crvapi.h>\nstruct CRVctx;\nstruct CrvCert;\n' >"$work/header.c"
 for std in c89 c99 c11 c17 c++98 c++11 c++17 c++20; do
