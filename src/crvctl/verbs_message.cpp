@@ -116,7 +116,7 @@ void sign(Run& run) {
     Session session = openReading(run);
     const SignResult result = signFile(session, order);
     run.out.change("write", "message", order.target.path);
-    if (run.mode.dryRun) return;
+    if (run.mode.dryRun || order.target.path == "-") return;  // nothing may stand behind the message
     run.out.field("detached", result.detached);
     run.out.field("contentLength", result.contentLength);
     run.out.field("signers", result.signers);
@@ -154,7 +154,7 @@ void encrypt(Run& run) {
     if (run.call.has("oaep")) params.rsaPadding = RsaPadding::Oaep;
     encryptFile(session, run.call.operand(0), target, params, run.call.has("pem"), run.call.has("unchecked"));
     run.out.change("write", "message", target.path);
-    run.out.field("recipients", params.recipients.size());
+    if (target.path != "-") run.out.field("recipients", params.recipients.size());
 }
 
 void decrypt(Run& run) {

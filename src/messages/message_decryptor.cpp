@@ -62,7 +62,8 @@ class SealedMessage final : public MessageReader {
 };
 
 void SealedMessage::part(MessagePart part, ByteView encoding) {
-    if (part == MessagePart::Recipients) readPart(recipients_, encoding);
+    if (part == MessagePart::Recipients)
+        for (const ByteView one : elementsOf(encoding)) readPart(recipients_.emplace_back(), one);
     if (part == MessagePart::InnerType) {
         ASNobjectId type;
         readPart(type, encoding);

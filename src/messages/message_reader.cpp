@@ -3,6 +3,7 @@
 #include "asn/known_oids.h"
 #include "corvane/crverrors.h"
 #include "misc/exceptions.h"
+#include "misc/memory_file.h"
 
 namespace crv {
 
@@ -79,6 +80,20 @@ bool skipsNeeded(MessageKind kind, std::optional<MessagePart> from, MessagePart 
 
 void readPart(ASNobject& object, ByteView encoding, unsigned char mode) {
     if (!object.readExactly(encoding, mode)) failStructure();
+}
+
+std::vector<ByteView> elementsOf(ByteView set, size_t most) {
+    MemoryFile in(set);
+    std::vector<ByteView> elements;
+    long length = 0;
+    if (in.get() < 0 || read_length(in, length) <= 0) failStructure();
+    BodyCursor body = length < 0 ? BodyCursor::indefinite(in, 0) : BodyCursor(in, length);
+    while (!body.atEnd()) {
+        const auto begin = static_cast<size_t>(in.position());
+        if (elements.size() == most || walkElement(in, 0, nullptr) <= 0) failStructure();
+        elements.push_back(set.subspan(begin, static_cast<size_t>(in.position()) - begin));
+    }
+    return elements;
 }
 
 BerWalker::Treat MessageReader::begin(size_t depth, uint8_t tag) {

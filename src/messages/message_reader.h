@@ -74,6 +74,10 @@ class MessageReader : private BerWalker::Visitor {
     int64_t contentLength_ = 0;
 };
 
+/// Elements of a SET OF that a message has at most.
+constexpr size_t kMostElements = 10'000, kMostSigners = 1000;
+/// The encodings in a SET OF; ECRV_INV_CRV_MSG for more than `most` and for what is none. They refer to `set`.
+[[nodiscard]] std::vector<ByteView> elementsOf(ByteView set, size_t most = kMostElements);
 /// Reads a structure from a part of a message; ECRV_INV_CRV_MSG when it is none.
 void readPart(ASNobject& object, ByteView encoding, unsigned char mode = 0);
 

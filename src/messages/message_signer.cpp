@@ -33,13 +33,10 @@ Bytes ocspInfo(ByteView response) {
     return elementOf(kCrlsTag, {elementOf(ASNobjectId::kTag, {OID_RI_OCSP_RESPONSE.octets()}), response});
 }
 
-std::vector<Bytes> elementsOf(ByteView set, uint8_t tag) {
-    ASNsetList<ASNany> list;
-    list.setTag(tag);
-    readPart(list, set);
-    std::vector<Bytes> elements;
-    for (const ASNany& one : list) elements.push_back(toBytes(one.getMemory()));
-    return elements;
+std::vector<Bytes> copiesOf(ByteView set) {
+    std::vector<Bytes> copies;
+    for (const ByteView one : elementsOf(set)) copies.push_back(toBytes(one));
+    return copies;
 }
 
 /// The message that signers are added to.
@@ -60,10 +57,10 @@ class SignedBefore final : public MessageReader {
             parts_.version = version.valueOr(1);
         }
         if (part == MessagePart::InnerType) readPart(parts_.contentType, encoding);
-        if (part == MessagePart::Digests) parts_.digests = elementsOf(encoding, kSetTag);
-        if (part == MessagePart::Certificates) parts_.certificates = elementsOf(encoding, kCertificatesTag);
-        if (part == MessagePart::Crls) parts_.crls = elementsOf(encoding, kCrlsTag);
-        if (part == MessagePart::Signers) parts_.signers = elementsOf(encoding, kSetTag);
+        if (part == MessagePart::Digests) parts_.digests = copiesOf(encoding);
+        if (part == MessagePart::Certificates) parts_.certificates = copiesOf(encoding);
+        if (part == MessagePart::Crls) parts_.crls = copiesOf(encoding);
+        if (part == MessagePart::Signers) parts_.signers = copiesOf(encoding);
     }
     void contentBegins() override {}
     void content(ByteView piece) override { content_(piece); }

@@ -1,6 +1,7 @@
 #include "messages/message_verifier.h"
 
 #include <algorithm>
+#include <list>
 
 #include "asn/known_oids.h"
 #include "corvane/crverrors.h"
@@ -36,7 +37,7 @@ class SignedMessage final : public MessageReader {
         for (const SignerInfo& one : signerInfos()) addHash(one.digestAlgorithm);
     }
 
-    [[nodiscard]] const ASNsetList<SignerInfo>& signerInfos() const { return signers_; }
+    [[nodiscard]] const std::list<SignerInfo>& signerInfos() const { return signers_; }
     /// Encodings of the elements of both sets.
     [[nodiscard]] const std::vector<Bytes>& certificates() const { return certificates_; }
     [[nodiscard]] const std::vector<Bytes>& crls() const { return crls_; }
@@ -45,23 +46,25 @@ class SignedMessage final : public MessageReader {
     [[nodiscard]] bool wants(MessageKind kind) const override { return kind == MessageKind::Signed; }
     void part(MessagePart part, ByteView encoding) override {
         switch (part) {
-            case MessagePart::Digests: {
-                ASNsetList<AlgorithmIdentifier> algorithms;
-                readPart(algorithms, encoding);
-                for (const AlgorithmIdentifier& one : algorithms) addHash(one);
+            case MessagePart::Digests:
+                for (const ByteView one : elementsOf(encoding, kMostSigners)) {
+                    AlgorithmIdentifier algorithm;
+                    readPart(algorithm, one);
+                    addHash(algorithm);
+                }
                 break;
-            }
             case MessagePart::InnerType:
                 readPart(content_.type, encoding);
                 break;
             case MessagePart::Certificates:
-                takeElements(encoding, 0xA0, certificates_);
+                takeElements(encoding, certificates_);
                 break;
             case MessagePart::Crls:
-                takeElements(encoding, 0xA1, crls_);
+                takeElements(encoding, crls_);
                 break;
             case MessagePart::Signers:
-                readPart(signers_, encoding, ASN_FLAG_CONST | ASN_FLAG_COPY);
+                for (const ByteView one : elementsOf(encoding, kMostSigners))
+                    readPart(signers_.emplace_back(), one, ASN_FLAG_CONST | ASN_FLAG_COPY);
                 break;
             default:
                 break;
@@ -75,17 +78,14 @@ class SignedMessage final : public MessageReader {
     void addHash(const AlgorithmIdentifier& algorithm) {
         if (const KcHashAlgo hash = hashAlgoOf(algorithm); isHash(hash)) hashes_.try_emplace(hash, hash);
     }
-    static void takeElements(ByteView set, uint8_t tag, std::vector<Bytes>& list) {
-        ASNsetList<ASNany> elements;
-        elements.setTag(tag);
-        readPart(elements, set, ASN_FLAG_CONST);
-        for (const ASNany& one : elements) list.push_back(toBytes(one.getMemory()));
+    static void takeElements(ByteView set, std::vector<Bytes>& list) {
+        for (const ByteView one : elementsOf(set)) list.push_back(toBytes(one));
     }
 
     ContentSink sink_;
     SignedContent content_;
     std::map<KcHashAlgo, KcHash> hashes_;
-    ASNsetList<SignerInfo> signers_;
+    std::list<SignerInfo> signers_;
     std::vector<Bytes> certificates_, crls_;
 };
 

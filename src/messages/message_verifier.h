@@ -98,7 +98,6 @@ class MessageVerifier {
     /// Octets of certificates, CRLs and signatures beside the content that are held at most.
     static constexpr size_t kMaxHeld = size_t{64} << 20;
 
-    /// Without managers (null) paths are not judged: code ECRV_PATH_VER_ERR.
     MessageVerifier(VerifyParams params, CertificateManager& certificates, RevocationManager& revocation);
     MessageVerifier(MessageVerifier&&) noexcept;
     MessageVerifier& operator=(MessageVerifier&&) noexcept;

@@ -1,6 +1,8 @@
 // The content key of a message on its way to and from the recipients' keys (RFC 5652 6.2, RFC 5753).
 #pragma once
 
+#include <list>
+
 #include "asn/pkcs/enveloped_data.h"
 #include "messages/message_decryptor.h"
 #include "messages/message_encryptor.h"
@@ -15,7 +17,7 @@ namespace crv {
 [[nodiscard]] bool agreesOnSecrets(const SignedCertificate& certificate);
 
 /// Everybody whom the message is for.
-using RecipientInfos = ASNsetList<RecipientInfo>;
+using RecipientInfos = std::list<RecipientInfo>;
 [[nodiscard]] std::vector<MessageRecipient> recipientsOf(const RecipientInfos& infos);
 
 struct OpenedKey {

@@ -39,7 +39,7 @@ bool standsOnce(const Attributes& attributes, const KnownOid& type) {
 
 /// Whether the octets are elements of definite lengths in their shortest form and every SET OF is in order: what our
 /// writer would make of them.
-bool isDer(ByteView octets) {
+bool isDer(ByteView octets, int depth = 0) {
     while (!octets.empty()) {
         const auto one = takeTlv(octets);
         if (!one) return false;
@@ -50,7 +50,7 @@ bool isDer(ByteView octets) {
                                                            : 4;
         if (header != shortest) return false;
         if ((one->tag & ASN_CONSTRUCTED_BIT) == 0) continue;
-        if (!isDer(one->body)) return false;
+        if (depth == GenericFile::kMaxNesting || !isDer(one->body, depth + 1)) return false;
         if (one->tag != kAttributesTag) continue;
         ByteView rest = one->body, before;
         while (!rest.empty()) {

@@ -118,8 +118,11 @@ void SignerJudge::judgePath(SignerVerdict& verdict) {
 void SignerJudge::judgeStatus(SignerVerdict& verdict, size_t index) {
     using enum CrtStatus::State;
     PathStep& step = verdict.path.steps[index];
-    const CrtStatus then = revocation_.status(verdict.path, index, verdict.moment, extra_);
-    const CrtStatus today = revocation_.status(verdict.path, index, params_.now, extra_);
+    PathOptions options = params_.path;
+    options.time = verdict.moment;
+    const CrtStatus then = manager_.statusOnPath(verdict.path, index, options, extra_);
+    options.time = params_.now;
+    const CrtStatus today = manager_.statusOnPath(verdict.path, index, options, extra_);
     step.asked = true;
     step.status = today.state == Good || today.state == Revoked ? today : then;
     const bool revokedThen = then.state == Revoked || (today.state == Revoked && today.revokedAt <= verdict.moment);

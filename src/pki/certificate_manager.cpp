@@ -96,6 +96,15 @@ CertList CertificateManager::findBySubject(const DistinguishedName& subject) {
     return list;
 }
 
+CrtStatus CertificateManager::statusOnPath(const PathVerdict& path, size_t index, const PathOptions& options,
+                                           const CertList& extra) {
+    if (!status_) return {};
+    FactsList facts;
+    for (const CertPtr& one : path.certs) facts.push_back(cache_->facts(one));
+    WorkBudget budget(options.limits);
+    return status_({facts, index, extra, options, budget});
+}
+
 const AlgorithmPolicy* CertificateManager::algorithms() {
     std::optional<std::string> text = policyText_ ? policyText_() : std::nullopt;
     if (!text) text = AlgorithmPolicy::kDefault;

@@ -65,6 +65,9 @@ class CertificateManager {
                     const VerdictSink& sink);
     /// Checks the given path, which runs from the certificate to a trust point, as it stands.
     [[nodiscard]] PathVerdict checkPath(const CertList& path, const PathOptions& options);
+    /// The status at a time of a certificate on a path that was built; its options are those of the path but the time.
+    [[nodiscard]] CrtStatus statusOnPath(const PathVerdict& path, size_t index, const PathOptions& options,
+                                         const CertList& extra);
 
     /// What is asked in the course of another question: whom to trust, and the work that both may cost.
     struct SubQuestion {

@@ -320,14 +320,6 @@ CrtStatus RevocationManager::status(const SignedCertificate& certificate, const 
                         extra);
 }
 
-CrtStatus RevocationManager::status(const PathVerdict& path, size_t index, int64_t time, const CertList& extra) {
-    FactsList facts;
-    for (const CertPtr& one : path.certs) facts.push_back(certificates_->cache().facts(one));
-    const PathOptions options{time};
-    WorkBudget budget(options.limits);
-    return answer({facts, index, extra, options, budget});
-}
-
 bool RevocationManager::lastCrls(const SignedCertificate& authority, AuthorityCrls& crls) {
     CrlIndex index;
     if (!certificates_->database().getCrlIndex(index)) return false;

@@ -51,8 +51,6 @@ class RevocationManager {
     [[nodiscard]] CrtStatus status(const CertPtr& certificate, int64_t time);
     /// The same with one more certificate that may be its issuer.
     [[nodiscard]] CrtStatus status(const SignedCertificate& certificate, const SignedCertificate& issuer, int64_t time);
-    /// The same of a certificate on a path that a certificate manager built.
-    [[nodiscard]] CrtStatus status(const PathVerdict& path, size_t index, int64_t time, const CertList& extra);
     /// CRLs that count beside the stored ones while somebody holds this; they are believed as those are.
     class MoreCrls {
       public:
