@@ -27,14 +27,21 @@ CRV_CONFIG_OID(OID_CRV_CONFIG_TEXT_OPTION_36, "5.51");        // UTF8String, as 
 CRV_CONFIG_OID(OID_CRV_CONFIG_TEXT_OPTION_42, "5.52");
 CRV_CONFIG_OID(OID_CRV_CONFIG_TEXT_OPTION_43, "5.53");
 CRV_CONFIG_OID(OID_CRV_CONFIG_ALGORITHM_POLICY, "5.60");  // UTF8String
+CRV_CONFIG_OID(OID_CRV_CONFIG_STORE_HISTORY, "5.61");     // INTEGER: how many former security files are kept
+CRV_CONFIG_OID(OID_CRV_CONFIG_DELETED_KEYS, "5.62");      // SEQUENCE OF OCTET STRING: identifiers
 
 // Attribute of certificate bags.
-CRV_CONFIG_OID(OID_CRV_BAG_PSS_ONLY, "6.4");  // AlgorithmIdentifier: the only one that the key signs with
 CRV_CONFIG_OID(OID_CRV_BAG_ORDINARY, "6.3");  // NULL: not a trust point, though the certificate of an authority
+
+// Attributes of key bags.
+CRV_CONFIG_OID(OID_CRV_BAG_PSS_ONLY, "6.4");          // AlgorithmIdentifier: the only one that the key signs with
+CRV_CONFIG_OID(OID_CRV_BAG_SUCCESSOR, "6.5");         // OCTET STRING: the key whose place it takes when it is certified
+CRV_CONFIG_OID(OID_CRV_BAG_SUCCESSOR_SCHEME, "6.6");  // AlgorithmIdentifier: what it signs with from then on
 
 // Secret bags.
 CRV_CONFIG_OID(OID_CRV_SAFE_BAG_CONFIG, "6.1");  // the configuration record
 CRV_CONFIG_OID(OID_CRV_SAFE_BAG_SEED, "6.2");    // OCTET STRING of 20 octets
+CRV_CONFIG_OID(OID_CRV_SAFE_BAG_STRONG, "6.7");  // INTEGER: the version of the strong layout, which is 1
 
 // Data objects of tokens.
 CRV_CONFIG_OID(OID_CRV_TOKEN_RECORD, "7.1");  // the configuration record, signed by the user's key where there is one

@@ -95,14 +95,44 @@ bool CRVCfgFile::isSuchIntOpt(long id) {
 
 long CRVCfgFile::getIntOpt(long id) const {
     const IntOption& option = demandRow(kIntOptions, id);
-    const auto value = decoded<ASNinteger>(option.oid, ASNinteger(option.absent)).value();
+    return numberField(option.oid, option.absent);
+}
+
+void CRVCfgFile::setIntOpt(long id, long value) {
+    setNumberField(demandRow(kIntOptions, id).oid, value);
+}
+
+long CRVCfgFile::numberField(const KnownOid& oid, long absent) const {
+    const auto value = decoded<ASNinteger>(oid, ASNinteger(absent)).value();
     VTEST(value, kPlace);
     return *value;
 }
 
-void CRVCfgFile::setIntOpt(long id, long value) {
+void CRVCfgFile::setNumberField(const KnownOid& oid, long value) {
     const ASNinteger number(value);
-    setField(demandRow(kIntOptions, id).oid, &number);
+    setField(oid, &number);
+}
+
+long CRVCfgFile::getStoreHistory() const {
+    constexpr long kUsual = 10;
+    return numberField(OID_CRV_CONFIG_STORE_HISTORY, kUsual);
+}
+
+void CRVCfgFile::setStoreHistory(long count) {
+    setNumberField(OID_CRV_CONFIG_STORE_HISTORY, count);
+}
+
+std::vector<Bytes> CRVCfgFile::getDeletedKeys() const {
+    std::vector<Bytes> ids;
+    for (const ASNoctstr& id : decoded<ASNsequenceList<ASNoctstr>>(OID_CRV_CONFIG_DELETED_KEYS))
+        ids.push_back(toBytes(id.value()));
+    return ids;
+}
+
+void CRVCfgFile::setDeletedKeys(const std::vector<Bytes>& ids) {
+    ASNsequenceList<ASNoctstr> list;
+    for (const Bytes& id : ids) list.add().build(id);
+    setField(OID_CRV_CONFIG_DELETED_KEYS, ids.empty() ? nullptr : &list);
 }
 
 bool CRVCfgFile::allowsRecertification() const {
@@ -140,14 +170,11 @@ void CRVCfgFile::setAlgorithmPolicy(const std::optional<std::string>& text) {
 }
 
 long CRVCfgFile::getProtMsgFmt() const {
-    const auto value = decoded<ASNinteger>(OID_CRV_CONFIG_PROT_MSG_FMT, ASNinteger(1)).value();
-    VTEST(value, kPlace);
-    return *value;
+    return numberField(OID_CRV_CONFIG_PROT_MSG_FMT, 1);
 }
 
 void CRVCfgFile::setProtMsgFmt(int format) {
-    const ASNinteger number(format);
-    setField(OID_CRV_CONFIG_PROT_MSG_FMT, &number);
+    setNumberField(OID_CRV_CONFIG_PROT_MSG_FMT, format);
 }
 
 CRVCfgFile::Policies CRVCfgFile::getPolicies() const {

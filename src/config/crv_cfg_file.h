@@ -86,7 +86,16 @@ class CRVCfgFile : public ASNsequenceList<CfgField> {
     [[nodiscard]] std::optional<std::string> getAlgorithmPolicy() const;
     void setAlgorithmPolicy(const std::optional<std::string>& text);
 
+    /// How many former security files are kept beside the file; 10 when absent.
+    [[nodiscard]] long getStoreHistory() const;
+    void setStoreHistory(long count);
+    /// Identifiers of keys that the user deleted, so that no merge brings them back.
+    [[nodiscard]] std::vector<Bytes> getDeletedKeys() const;
+    void setDeletedKeys(const std::vector<Bytes>& ids);
+
   private:
+    [[nodiscard]] long numberField(const KnownOid& oid, long absent) const;
+    void setNumberField(const KnownOid& oid, long value);
     [[nodiscard]] std::optional<std::string> textField(const KnownOid& oid) const;
     void setTextField(const KnownOid& oid, const std::optional<std::string>& value);
     template <class Object>

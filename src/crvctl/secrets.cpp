@@ -101,6 +101,7 @@ const char* promptOf(const std::string& kind) {
         {"roots-password", "Password of the additional trust points: "},
         {"server-password", "Password of the server: "},
         {"proxy-password", "Password of the proxy: "},
+        {"import-password", "Password of the file with the key: "},
     };
     const auto* row = std::ranges::find(kPrompts, kind, [](const auto& pair) { return std::string_view(pair.first); });
     return tr(row->second);

@@ -10,6 +10,7 @@
 #include "crvctl/secrets.h"
 #include "crypto/crypto_error.h"
 #include "crypto/sign_algo_map.h"
+#include "keystore/file_history.h"
 #include "misc/ascii.h"
 #include "misc/base64_file.h"
 #include "misc/hex.h"
@@ -170,6 +171,12 @@ Session openReading(const Run& run) {
 
 Session openChanging(const Run& run) {
     return openStore(run, &Session::openForChange);
+}
+
+void warnOfHistory(const Run& run, Session& session) {
+    if (session.keys().wasHistoryKept()) return;
+    run.out.warn("the security file of before could not be kept",
+                 historyFolder(session.configuration().securityFileName()));
 }
 
 Session openDatabase(const Run& run) {

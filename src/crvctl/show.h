@@ -35,6 +35,8 @@ Session::Secrets storeSecrets(const Run& run, const CrvProfile& profile);
 /// The profile of the run with its key store open.
 Session openReading(const Run& run);
 Session openChanging(const Run& run);
+/// Warns when a save could not keep the security file of before.
+void warnOfHistory(const Run& run, Session& session);
 /// The profile of the run with its database there; its keys are not opened.
 Session openDatabase(const Run& run);
 /// The selector options of the call.

@@ -51,6 +51,7 @@ constexpr FaultRow kFaults[] = {
     {OpFault::ServerExists, "there is such a server already"},
     {OpFault::ObjectMissing, "there is no such object"},
     {OpFault::ObjectExists, "it is there already"},
+    {OpFault::KeyInUse, "the key signs or decrypts; --in-use deletes it all the same"},
     {OpFault::FileMissing, "there is no such file"},
     {OpFault::FileExists, "the file exists; --force replaces it"},
     {OpFault::FileProtected, "the file belongs to a profile and is never replaced"},

@@ -113,7 +113,7 @@ const std::vector<OptionRow>& globalOptions() {
 const std::vector<const char*>& secretKinds() {
     static const std::vector<const char*> all{"password",       "new-password",    "pin",
                                               "roots-password", "server-password", "proxy-password",
-                                              "decryption-pin", "key-pin"};
+                                              "decryption-pin", "key-pin",         "import-password"};
     return all;
 }
 

@@ -50,7 +50,8 @@ enum SecretBit : unsigned {
     kServerPasswordBit = 16,
     kProxyPasswordBit = 32,
     kDecryptionPinBit = 64,
-    kKeyPinBit = 128
+    kKeyPinBit = 128,
+    kImportPasswordBit = 256
 };
 
 struct VerbRow {

@@ -252,10 +252,4 @@ SecretBytes deriveKey(const KeyDerivation& how, ByteView password, size_t length
     return std::visit([&](const auto& params) { return derive(params, password, length, progress); }, how);
 }
 
-SecretBytes pbes2Decrypt(const Pbes2Params& params, ByteView password, ByteView ciphertext,
-                         const PbeProgress& progress) {
-    const SecretBytes key = deriveKey(params.derivation, password, cipherKeyLength(params.cipher), progress);
-    return decipher(params.cipher, key, params.iv, ciphertext);
-}
-
 }  // namespace crv

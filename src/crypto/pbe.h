@@ -66,12 +66,14 @@ struct Pbkdf2Params {
     PrfAlgo prf = PrfAlgo::Sha1;  ///< HMAC-SHA1 is what an absent prf means
     Bytes salt;
     uint64_t iterations = 0;
+    bool operator==(const Pbkdf2Params&) const = default;
 };
 /// scrypt (RFC 7914). It cannot be stopped, so its cost is bounded: more than 256 MiB of memory, or of work, is
 /// CryptoError (unsupported).
 struct ScryptParams {
     Bytes salt;
     uint64_t cost = 0, blockSize = 0, parallel = 0;
+    bool operator==(const ScryptParams&) const = default;
 };
 using KeyDerivation = std::variant<Pbkdf2Params, ScryptParams>;
 
@@ -85,9 +87,5 @@ struct Pbes2Params {
     CipherAlgo cipher = CipherAlgo::Aes256Cbc;
     Bytes iv;
 };
-
-/// Decrypts; the password is as for `deriveKey`. Errors as `pbeDecrypt`.
-[[nodiscard]] SecretBytes pbes2Decrypt(const Pbes2Params& params, ByteView password, ByteView ciphertext,
-                                       const PbeProgress& progress = {});
 
 }  // namespace crv

@@ -25,10 +25,16 @@ struct CrtRequestParams {
     KcHashAlgo hash = KcHashAlgo::Sha256;        ///< of the request's signature
     /// Hash of the parameters of id-RSASSA-PSS that are written into the key's algorithm; none: rsaEncryption.
     KcHashAlgo forcedPss = KcHashAlgo::None;
+    /// For the key that waits for the place of the one of that use: subject and extensions are those of that one's
+    /// certificate, the scheme is what it was generated for.
+    bool successor = false;
+    /// The request inside a CMS SignedData by the signing key in use, which tells the authority whose it is.
+    bool signedByKeyInUse = false;
 };
 
 /// A certification request (PKCS#10, RFC 2986) for the key of a use, signed with that key by scheme and hash, in PEM
-/// (lines end in CR LF) or DER. kKmKeyNotFound, kKmHashNotSupported, kKmRsaFailed.
+/// (lines end in CR LF) or DER; in a SignedData in either form where that is asked for. kKmKeyNotFound,
+/// kKmHashNotSupported, kKmRsaFailed.
 [[nodiscard]] KeyManagerResult prepareCrtRequest(KeyManager& keys, KeyType use, const CrtRequestParams& params,
                                                  Bytes& out);
 

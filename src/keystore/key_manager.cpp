@@ -66,6 +66,8 @@ void KeyManager::forget() noexcept {
     deviceRecord_.reset();
     deviceStored_.clear();
     beforeInstall_.reset();
+    recordBeforeInstall_.reset();
+    historyKept_ = true;
     unsaved_.reset();
     wipe(signedConfiguration_);
     generators_.clear();

@@ -30,6 +30,7 @@ class ContextServices;
 class DistinguishedName;
 class CRVCfgFile;
 class CrvProfile;
+class PrivateKey;
 enum class PinSlot : long;
 class KeyStoreMedia;
 struct StoredFile;
@@ -44,6 +45,8 @@ struct KeyGenHooks {
     /// Hash to which the requested certificate ties an RSA-PSS key; signatures are configured with it. None: with the
     /// configured hash.
     KcHashAlgo forcedHash = KcHashAlgo::None;
+    /// The key is to take the place of the one that has the use, once it is certified; until then it is a further key.
+    bool successor = false;
 };
 
 /// What log-in may do to a key store.
@@ -159,6 +162,12 @@ class KeyManager {
     /// looked at: the user is logged in. On a token it is the PIN, and the old one counts.
     [[nodiscard]] KeyManagerResult changePin(const SecretText& oldPassword, const SecretText& newPassword);
 
+    /// The protection of the file from the next save on; the caller saves.
+    [[nodiscard]] bool isStronglyProtected() const { return contents_.strong; }
+    void protectStrongly(bool strong) { contents_.strong = strong; }
+    /// Whether the last save could keep the file of before in its history; true also where none is kept.
+    [[nodiscard]] bool wasHistoryKept() const { return historyKept_; }
+
     // --- Random generators
 
     [[nodiscard]] KeyManagerResult initRBGFromTheSeed();
@@ -205,6 +214,16 @@ class KeyManager {
     /// An EC key for signing, its domain by name or written out.
     [[nodiscard]] KeyManagerResult generateECDsaUserKey(KeyType use, StdECId curve, bool explicitDomain,
                                                         const KeyGenHooks& hooks = {});
+
+    /// The key that waits to take the place of the one that has the use (all of it, for Both); null when there is none.
+    [[nodiscard]] const StoredKey* successorOf(KeyType use) const;
+    /// Deletes a key with its certificates for good, also where another session merges, and saves; the file of before
+    /// stays in the history, unless that keeps none. kKmKeyNotFound, kKmNotOnThisMedium, kKmHistoryFailed, and what
+    /// saving answers; a failure changes nothing.
+    [[nodiscard]] KeyManagerResult deleteKey(const KeyId& id);
+    /// Takes a key from elsewhere and saves: into what no other key has of the role.
+    /// kKmKeyExists; kKmNotOnThisMedium; a failure changes nothing.
+    [[nodiscard]] KeyManagerResult importKey(const PrivateKey& key, KeyRole role, const CertList& certificates);
 
     /// The use of a generated key that could not be saved; nothing when there is none.
     [[nodiscard]] std::optional<KeyType> unsavedKey() const;
@@ -272,9 +291,14 @@ class KeyManager {
         KeyScheme scheme;
         KcHashAlgo hash;
         SignerPtr key;
+        bool successor;
     };
 
     [[nodiscard]] KeyManagerResult saveNewKey(const NewKey& generated);
+    [[nodiscard]] KeyManagerResult saveSuccessor(const NewKey& generated);
+    [[nodiscard]] KeyManagerResult saveOrRestore(const KeyStoreContents& before,
+                                                 const std::shared_ptr<const CRVCfgFile>& record);
+    [[nodiscard]] bool mayGenerate(KeyType use, bool successor) const;
     [[nodiscard]] KeyManagerResult keepKey(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks, SignerPtr key);
     [[nodiscard]] KeyManagerResult keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
                                                  const std::function<SignerPtr()>& generate);
@@ -285,6 +309,7 @@ class KeyManager {
     [[nodiscard]] KeyManagerResult mergeWithDevice(KeyStoreContents& contents);
     [[nodiscard]] KeyManagerResult readKeysAgain();
     [[nodiscard]] KeyManagerResult writeContents(KeyStoreContents contents, const SecretText& password);
+    [[nodiscard]] KeyManagerResult keepHistory(const KeyStoreContents& contents, const SecretText& password);
     void noteSaved();
 
     TokenModulesUse tokenModules_;
@@ -297,6 +322,7 @@ class KeyManager {
     std::shared_ptr<const CRVCfgFile> deviceRecord_;  // a device's record as last read or written; null: it had none
     Bytes deviceStored_;                              // what the device kept for it
     std::unique_ptr<KeyStoreContents> beforeInstall_;
+    std::shared_ptr<const CRVCfgFile> recordBeforeInstall_;
     std::optional<NewKey> unsaved_;
     SecretBytes signedConfiguration_;  // a configuration still to be verified
     std::function<bool()> progress_;
@@ -307,7 +333,9 @@ class KeyManager {
     OpenMode mode_ = OpenMode::LogIn;
     bool foreign_ = false;
     bool seedingSuppressed_ = false;
-    bool recordTaken_ = false;  // the configuration manager's record is this key store's
+    bool historyKept_ = true;
+    bool historyDemanded_ = false;  // without it nothing is written
+    bool recordTaken_ = false;      // the configuration manager's record is this key store's
 };
 
 }  // namespace crv

@@ -5,6 +5,7 @@
 #include "crypto/private_key.h"
 #include "keystore/crt_request.h"
 #include "keystore/key_manager.h"
+#include "keystore/key_pairing.h"
 #include "keystore/key_store_media.h"
 #include "misc/exceptions.h"
 
@@ -22,7 +23,7 @@ SignerPtr shared(PrivateKey key) {
 KeyManagerResult KeyManager::keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,
                                            const std::function<SignerPtr()>& generate) {
     demand({State::Open});
-    VTEST(!hasKey(use), kKeyManagerPlace);
+    VTEST(mayGenerate(use, hooks.successor), kKeyManagerPlace);
     if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
     if (!generators_.refresh()) return kKmNoSeed;
     SignerPtr key;
@@ -35,7 +36,7 @@ KeyManagerResult KeyManager::keepGenerated(KeyType use, KeyScheme scheme, const 
 }
 
 KeyManagerResult KeyManager::keepKey(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks, SignerPtr key) {
-    unsaved_ = NewKey{use, scheme, hooks.forcedHash, std::move(key)};
+    unsaved_ = NewKey{use, scheme, hooks.forcedHash, std::move(key), hooks.successor};
     const KeyManagerResult ready = hooks.beforeSave ? hooks.beforeSave() : kKmOk;
     return ready == kKmOk ? saveUnsavedKey() : ready;
 }
@@ -51,7 +52,7 @@ std::optional<KeyType> KeyManager::unsavedKey() const {
 KeyManagerResult KeyManager::saveUnsavedKey() {
     demand({State::Open});
     VTEST(unsaved_, kKeyManagerPlace);
-    const KeyManagerResult result = saveNewKey(*unsaved_);
+    const KeyManagerResult result = unsaved_->successor ? saveSuccessor(*unsaved_) : saveNewKey(*unsaved_);
     if (result == kKmOk) unsaved_.reset();
     return result;
 }
@@ -80,13 +81,36 @@ KeyManagerResult KeyManager::saveNewKey(const NewKey& generated) {
     }
 }
 
+bool KeyManager::mayGenerate(KeyType use, bool successor) const {
+    if (!successor) return !hasKey(use);
+    return contents_.keyInRole(roleOf(use)) && !successorOf(use);
+}
+
+/// What it will sign with is remembered beside it: the configuration still belongs to the key in use.
+KeyManagerResult KeyManager::saveSuccessor(const NewKey& generated) {
+    // Another session may have given the role away meanwhile.
+    const StoredKey* inUse = contents_.keyInRole(roleOf(generated.use));
+    if (!inUse) return saveNewKey(generated);
+    const auto record = configuration().sharedRecord();
+    const KcHashAlgo hash = generated.hash == KcHashAlgo::None ? record->getHashAlgo(generated.scheme) : generated.hash;
+    const KeyStoreContents before = contents_;
+    contents_.keys.push_back(
+        {generated.key,
+         KeyRole::Further,
+         {},
+         successorMark(inUse->key->keyId(), signAlgorithm(generated.scheme, hash), pssMark(generated.hash))});
+    return saveOrRestore(before, record);
+}
+
 KeyManagerResult KeyManager::generateRsaUserKey(KeyType use, uint64_t publicExponent, unsigned bits, KeyScheme scheme,
                                                 const KeyGenHooks& hooks) {
     VTEST(isRsa(scheme), kKeyManagerPlace);
     if (bits < kFewestRsaBits) return kKmKeyTooShort;
     if (media().keyLimits(use)) {
         demand({State::Open});
-        VTEST(!hasKey(use), kKeyManagerPlace);
+        // Which key of a token does what is for the token and the profile to say.
+        if (hooks.successor) return kKmNotOnThisMedium;
+        VTEST(mayGenerate(use, false), kKeyManagerPlace);
         SignerPtr key;
         const KeyManagerResult made = media().generateRsa({use, bits, publicExponent, hooks.progress}, key);
         return made == kKmOk ? keepKey(use, scheme, hooks, std::move(key)) : made;

@@ -1,7 +1,10 @@
 // The user's keys and certificates.
+#include <algorithm>
+
 #include "asn/known_oids.h"
 #include "asn/x509/signed_certificate.h"
 #include "config/configuration_manager.h"
+#include "crypto/private_key.h"
 #include "keystore/key_manager.h"
 #include "keystore/key_pairing.h"
 #include "keystore/key_store_media.h"
@@ -59,6 +62,65 @@ KeyManagerResult KeyManager::addNewKey(KeyType use, SignerPtr key, Bytes bagAttr
     return result;
 }
 
+const StoredKey* KeyManager::successorOf(KeyType use) const {
+    const StoredKey* inUse = contents_.keyInRole(roleOf(use));
+    if (!inUse) return nullptr;
+    const auto waits = [&](const StoredKey& key) { return successorTo(key) == inUse->key->keyId(); };
+    const auto found = std::ranges::find_if(contents_.keys, waits);
+    return found == contents_.keys.end() ? nullptr : &*found;
+}
+
+KeyManagerResult KeyManager::saveOrRestore(const KeyStoreContents& before,
+                                           const std::shared_ptr<const CRVCfgFile>& record) {
+    const auto undo = [&] {
+        contents_ = before;
+        configuration().setRecord(record);
+    };
+    try {
+        const KeyManagerResult result = saveConfiguration();
+        if (result != kKmOk) undo();
+        return result;
+    } catch (...) {
+        undo();
+        throw;
+    }
+}
+
+KeyManagerResult KeyManager::deleteKey(const KeyId& id) {
+    demand({State::Open});
+    if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
+    if (!contents_.findKey(id)) return kKmKeyNotFound;
+    const KeyStoreContents before = contents_;
+    const auto record = configuration().sharedRecord();
+    auto deleted = record->getDeletedKeys();
+    deleted.push_back(toBytes(ByteView(id)));
+    configuration().editRecord().setDeletedKeys(deleted);
+    dropDeleted(contents_, configuration().record());
+    historyDemanded_ = true;
+    const KeyManagerResult result = saveOrRestore(before, record);
+    historyDemanded_ = false;
+    return result;
+}
+
+KeyManagerResult KeyManager::importKey(const PrivateKey& key, KeyRole role, const CertList& certificates) {
+    demand({State::Open});
+    if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
+    if (contents_.findKey(key.keyId())) return kKmKeyExists;
+    const KeyStoreContents before = contents_;
+    const auto record = configuration().sharedRecord();
+    const KeyId id = key.keyId();
+    auto deleted = record->getDeletedKeys();
+    if (std::erase_if(deleted, [&](const Bytes& one) { return std::ranges::equal(one, id); }) != 0)
+        configuration().editRecord().setDeletedKeys(deleted);
+    for (const StoredKey& other : contents_.keys) role = without(role, other.role);
+    contents_.keys.push_back({std::make_shared<PrivateKey>(key), role});
+    sortByRole(contents_.keys);
+    for (const CertPtr& one : certificates)
+        if (one->computeKeyIdentifierSha1Hash() == id && !contains(contents_.userCerts, *one))
+            contents_.userCerts.push_back(one);
+    return saveOrRestore(before, record);
+}
+
 CertPtr KeyManager::certificateOf(const StoredKey& key) const {
     return contents_.certificateOf(key.key->keyId());
 }
@@ -84,15 +146,25 @@ DistinguishedName KeyManager::requestSubject() const {
 KeyManagerResult KeyManager::installUserCrt(const CertPtr& certificate) {
     demand({State::Unseeded, State::Open});
     auto before = std::make_unique<KeyStoreContents>(contents_);
+    const StoredKey* own = contents_.findKey(certificate->computeKeyIdentifierSha1Hash());
+    const auto algorithm = own && successorTo(*own) ? successorAlgorithm(*own) : std::nullopt;
     const KeyManagerResult result = pairCertificate(contents_, certificate, recertificationAllowed());
-    if (result == kKmOk && !beforeInstall_) beforeInstall_ = std::move(before);
-    return result;
+    if (result != kKmOk) return result;
+    const StoredKey* now = contents_.findKey(certificate->computeKeyIdentifierSha1Hash());
+    if (!beforeInstall_) beforeInstall_ = std::move(before);
+    if (algorithm && shares(now->role, KeyRole::Signing)) {
+        if (!recordBeforeInstall_) recordBeforeInstall_ = configuration().sharedRecord();
+        configuration().editRecord().setSignaturaAlgorithmIdentifier(*algorithm);
+    }
+    return kKmOk;
 }
 
 void KeyManager::undoInstallUserCrt() {
     if (!beforeInstall_) return;
     contents_.keys = std::move(beforeInstall_->keys);
     contents_.userCerts = std::move(beforeInstall_->userCerts);
+    if (recordBeforeInstall_) configuration().setRecord(recordBeforeInstall_);
+    recordBeforeInstall_.reset();
     beforeInstall_.reset();
 }
 

@@ -67,7 +67,9 @@ namespace crv {
     X(kKmLockFailed, 70, ECRV_LOCK, "the lock on the security file cannot be had or given back")              \
     X(kKmLockGivenUp, 71, ECRV_LOCK, "the wait for the lock was ended")                                       \
     X(kKmReadOnly, 72, ECRV_SFT_WRITE, "the key store was opened for reading only")                           \
-    X(kKmForeignFile, 73, ECRV_SFT_WRITE, "another program's file stands where ours was opened")
+    X(kKmForeignFile, 73, ECRV_SFT_WRITE, "another program's file stands where ours was opened")              \
+    X(kKmHistoryFailed, 74, ECRV_SFT_WRITE, "the file of before cannot be kept in its history")               \
+    X(kKmKeyExists, 75, ECRV_INTERNAL_ERROR, "the key is there already")
 
 #define CRV_KM_RESULT(name, number, library, meaning) name = (number),
 enum KeyManagerResult : int { KEY_MANAGER_RESULTS(CRV_KM_RESULT) };

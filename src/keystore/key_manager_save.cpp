@@ -32,8 +32,9 @@ KeyManagerResult KeyManager::saveKey(const SecretText& password, int flags) {
         KeyStoreContents contents = currentContents();
         if (const KeyManagerResult merged = mergeWithDisk(newPassword ? nullptr : &password, contents); merged != kKmOk)
             return merged;
-        // Such a file would let nobody log in again.
         const CRVCfgFile& record = contents.configuration ? *contents.configuration : configuration().record();
+        dropDeleted(contents, record);
+        // Such a file would let nobody log in again.
         if (!record.allowsRecertification() && hasTwoNames(contents)) return kKmKeyHasTwoNames;
         return writeContents(std::move(contents), password);
     } catch (const std::bad_alloc&) {
@@ -67,6 +68,7 @@ KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const Secr
     if (const KeyManagerResult built = buildSecurityFile(contents, password, salt, octets); built != kKmOk)
         return built;
     if (foreign_ && !media().keepOriginal(stored_->octets)) return kKmWriteFailed;
+    if (const KeyManagerResult kept = keepHistory(contents, password); kept != kKmOk) return kept;
     // Everything that may fail comes before the write, so that memory and file never disagree.
     auto state = std::make_unique<StoredFile>(StoredFile{octets, contents});
     if (const KeyManagerResult written = media().writeFile(octets); written != kKmOk) return written;
@@ -76,8 +78,23 @@ KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const Secr
     configuration().setRecordChanged(false);
     contents_ = std::move(contents);
     beforeInstall_.reset();
+    recordBeforeInstall_.reset();
     noteSaved();
     return kKmOk;
+}
+
+/// A save that only renews the seed, under the same password, loses nothing.
+KeyManagerResult KeyManager::keepHistory(const KeyStoreContents& contents, const SecretText& password) {
+    historyKept_ = true;
+    const CRVCfgFile& record = contents.configuration ? *contents.configuration : configuration().record();
+    const long most = record.getStoreHistory();
+    Bytes now;
+    bool missing = false;
+    if (most <= 0 || media().readFile(now, missing) != kKmOk) return kKmOk;
+    const bool untouched = stored_ && now == stored_->octets;
+    if (untouched && sameButSeed(contents, stored_->contents) && stored_->opensWith(password)) return kKmOk;
+    historyKept_ = media().keepInHistory(now, static_cast<size_t>(most));
+    return historyKept_ || !historyDemanded_ ? kKmOk : kKmHistoryFailed;
 }
 
 void KeyManager::noteSaved() {
@@ -121,6 +138,7 @@ KeyManagerResult KeyManager::saveOnDevice() {
     if (written == kKmOk) written = media().writeConfiguration(stored);
     if (written != kKmOk) return written;
     beforeInstall_.reset();
+    recordBeforeInstall_.reset();
     deviceRecord_ = contents.configuration;
     deviceStored_ = std::move(stored);
     if (deviceRecord_ != record) {

@@ -77,6 +77,15 @@ void giveRoles(const LoadedSecurityFile& file, KeyStoreContents& out) {
     });
 }
 
+/// It took its place.
+void dropMark(StoredKey& key) {
+    for (const KnownOid* mark : {&OID_CRV_BAG_SUCCESSOR, &OID_CRV_BAG_SUCCESSOR_SCHEME}) {
+        Attributes held;
+        held.addEncoded(key.bagAttributes);
+        key.bagAttributes = held.encodedWithout(*mark);
+    }
+}
+
 }  // namespace
 
 bool isOrdinary(const CertAttributes& attributes, const SignedCertificate& certificate) {
@@ -93,6 +102,32 @@ void markOrdinary(CertAttributes& attributes, const SignedCertificate& certifica
     Bytes kept = ordinary ? held.encoded() : held.encodedWithout(OID_CRV_BAG_ORDINARY);
     attributes.erase(encoding);
     if (!kept.empty()) attributes.emplace(std::move(encoding), std::move(kept));
+}
+
+Bytes successorMark(const KeyId& inUse, const std::optional<AlgorithmIdentifier>& signsWith, ByteView others) {
+    Attributes held;
+    held.addEncoded(others);
+    held.set(OID_CRV_BAG_SUCCESSOR, ASNoctstr(inUse));
+    if (signsWith) held.set(OID_CRV_BAG_SUCCESSOR_SCHEME, *signsWith);
+    return held.encoded();
+}
+
+std::optional<KeyId> successorTo(const StoredKey& key) {
+    Attributes held;
+    ASNoctstr id;
+    KeyId inUse{};
+    if (key.role != KeyRole::Further || !held.readExactly(key.bagAttributes) || !held.get(OID_CRV_BAG_SUCCESSOR, id) ||
+        id.value().size() != inUse.size())
+        return std::nullopt;
+    std::ranges::copy(id.value(), inUse.begin());
+    return inUse;
+}
+
+std::optional<AlgorithmIdentifier> successorAlgorithm(const StoredKey& key) {
+    Attributes held;
+    AlgorithmIdentifier algorithm;
+    const bool says = held.readExactly(key.bagAttributes) && held.get(OID_CRV_BAG_SUCCESSOR_SCHEME, algorithm);
+    return says ? std::optional(algorithm) : std::nullopt;
 }
 
 bool hasTwoNames(const KeyStoreContents& contents) {
@@ -128,6 +163,7 @@ KeyManagerResult analyzeKeysAndCerts(const LoadedSecurityFile& file, bool recert
     contents.configuration = file.configuration;
     contents.seed = file.seed;
     contents.others = file.others;
+    contents.strong = file.strong;
     out = std::move(contents);
     return kKmOk;
 }
@@ -138,11 +174,14 @@ KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& cert
         std::ranges::find_if(contents.keys, [&](const StoredKey& stored) { return stored.key->keyId() == id; });
     if (key == contents.keys.end()) return kKmNoKeyForCertificate;
 
-    const KeyRole wanted = possibleRole(
-        *key->key,
-        roleOfCertificate(*certificate).value_or(key->role == KeyRole::Further ? KeyRole::Signing : key->role));
+    const auto inUse = successorTo(*key);
+    const StoredKey* predecessor = inUse ? contents.findKey(*inUse) : nullptr;
+    const KeyRole usual = predecessor                     ? predecessor->role
+                          : key->role == KeyRole::Further ? KeyRole::Signing
+                                                          : key->role;
+    const KeyRole wanted = possibleRole(*key->key, roleOfCertificate(*certificate).value_or(usual));
     for (const StoredKey& other : contents.keys)
-        if (&other != &*key && shares(other.role, wanted)) return kKmRoleTaken;
+        if (&other != &*key && &other != predecessor && shares(other.role, wanted)) return kKmRoleTaken;
 
     const int64_t now = std::time(nullptr);
     CertList kept;
@@ -157,7 +196,10 @@ KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& cert
     }
     kept.push_back(certificate);
     contents.userCerts = std::move(kept);
+    for (StoredKey& other : contents.keys)
+        if (&other == predecessor) other.role = without(other.role, wanted);
     key->role = key->role | wanted;
+    if (predecessor) dropMark(*key);
     sortByRole(contents.keys);
     return kKmOk;
 }

@@ -2,6 +2,7 @@
 // with the same public key, told by its identifier.
 #pragma once
 
+#include "asn/x509/algorithm_identifier.h"
 #include "keystore/key_manager_result.h"
 #include "keystore/key_store_contents.h"
 
@@ -25,11 +26,20 @@ struct LoadedSecurityFile;
 [[nodiscard]] bool isOrdinary(const CertAttributes& attributes, const SignedCertificate& certificate);
 void markOrdinary(CertAttributes& attributes, const SignedCertificate& certificate, bool ordinary);
 
+/// Attributes of the bag of a key that will take another one's place, besides those that are there already.
+[[nodiscard]] Bytes successorMark(const KeyId& inUse, const std::optional<AlgorithmIdentifier>& signsWith,
+                                  ByteView others);
+/// Whose place a key waits for; nothing for one that waits for none.
+[[nodiscard]] std::optional<KeyId> successorTo(const StoredKey& key);
+/// What such a key will sign with; nothing when it does not say.
+[[nodiscard]] std::optional<AlgorithmIdentifier> successorAlgorithm(const StoredKey& key);
+
 /// Whether a key is certified under two names.
 [[nodiscard]] bool hasTwoNames(const KeyStoreContents& contents);
 
-/// Installs a certificate for the key that it belongs to; results as KeyManager::installUserCrt, a failure changes
-/// nothing.
+/// Installs a certificate for the key that it belongs to; one that waits for another key's place takes over its roles,
+/// as far as the certificate allows them, and the other becomes or stays a further key. Results as
+/// KeyManager::installUserCrt, a failure changes nothing.
 [[nodiscard]] KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& certificate,
                                                bool recertification);
 

@@ -142,6 +142,7 @@ RecordPtr mergeRecords(const RecordPtr& base, const RecordPtr& mine, const Recor
     mergePairs(from.base, from.mine, from.theirs, *merged);
     merged->setTrustedCAs(mergeCertificates(from, &CRVCfgFile::getTrustedCAs));
     merged->setQualifiedTrustedCAs(mergeCertificates(from, &CRVCfgFile::getQualifiedTrustedCAs, kNever));
+    merged->setDeletedKeys(mergeCertificates(from, &CRVCfgFile::getDeletedKeys));
     for (const KnownOid* oid : {&OID_CRV_CONFIG_POLICIES, &OID_CRV_CONFIG_ACCEPTED_KEY_USAGE})
         mergeNoted(*oid, from, *merged);
     return merged;
@@ -188,8 +189,31 @@ KeyStoreContents mergeContents(const KeyStoreContents& base, const KeyStoreConte
     merged.seed = mine.seed;
     merged.certAttributes = mergeAttributes(base.certAttributes, mine.certAttributes, theirs.certAttributes);
     merged.others = mergeLists(base.others, mine.others, theirs.others, std::equal_to<>(), kNever);
+    merged.strong = (mine.strong == base.strong ? theirs : mine).strong;
     sortByRole(merged.keys);
     return merged;
+}
+
+bool sameButSeed(const KeyStoreContents& a, const KeyStoreContents& b) {
+    const auto same = [](const StoredKey& x, const StoredKey& y) {
+        return kSameKey(x, y) && x.role == y.role && x.attributes == y.attributes && x.bagAttributes == y.bagAttributes;
+    };
+    const auto record = [](const KeyStoreContents& from) {
+        return from.configuration ? toBytes(from.configuration->encoded()) : Bytes();
+    };
+    return a.strong == b.strong && std::ranges::equal(a.keys, b.keys, same) &&
+           std::ranges::equal(a.userCerts, b.userCerts, kSameCert) &&
+           std::ranges::equal(a.trustedCerts, b.trustedCerts, kSameCert) && a.certAttributes == b.certAttributes &&
+           a.others == b.others && (a.configuration == b.configuration || record(a) == record(b));
+}
+
+void dropDeleted(KeyStoreContents& contents, const CRVCfgFile& record) {
+    const auto deleted = record.getDeletedKeys();
+    const auto gone = [&](const KeyId& id) {
+        return std::ranges::any_of(deleted, [&](const Bytes& one) { return std::ranges::equal(one, id); });
+    };
+    std::erase_if(contents.keys, [&](const StoredKey& key) { return gone(key.key->keyId()); });
+    std::erase_if(contents.userCerts, [&](const CertPtr& one) { return gone(one->computeKeyIdentifierSha1Hash()); });
 }
 
 void sortByRole(std::vector<StoredKey>& keys) {

@@ -73,6 +73,7 @@ struct KeyStoreContents {
     std::optional<RbgSeed> seed;
     CertAttributes certAttributes;
     std::vector<SecretBytes> others;  ///< encodings of bags that nobody here understands, kept as they are
+    bool strong = false;              ///< whether its file has the strong protection
 
     /// The key that has the role (or both), null when none has.
     [[nodiscard]] const StoredKey* keyInRole(KeyRole role) const;
@@ -82,6 +83,12 @@ struct KeyStoreContents {
     /// none.
     [[nodiscard]] CertPtr certificateOf(const KeyId& id) const;
 };
+
+/// Whether nothing but the seed differs.
+[[nodiscard]] bool sameButSeed(const KeyStoreContents& a, const KeyStoreContents& b);
+
+/// Takes out what the record names as deleted, keys with their certificates.
+void dropDeleted(KeyStoreContents& contents, const CRVCfgFile& record);
 
 /// Brings two descendants of one ancestor together: what `mine` added, changed or deleted since `base` wins, everything
 /// else is as in `theirs`. Keys, certificates and the record's fields are compared one by one, in the record's lists of

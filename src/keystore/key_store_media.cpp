@@ -62,6 +62,10 @@ bool KeyStoreMedia::keepOriginal(ByteView) {
     return true;
 }
 
+bool KeyStoreMedia::keepInHistory(ByteView, size_t) {
+    return true;
+}
+
 KeyManagerResult KeyStoreMedia::readConfiguration(const RecordCheck&, Bytes& record) {
     record.clear();
     return kKmOk;

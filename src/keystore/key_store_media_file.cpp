@@ -5,6 +5,7 @@
 #include "config/configuration_manager.h"
 #include "config/context_services.h"
 #include "corvane/crvprofile.h"
+#include "keystore/file_history.h"
 #include "keystore/key_store_media.h"
 #include "keystore/security_file.h"
 #include "misc/atomic_write.h"
@@ -49,6 +50,7 @@ class DiskFileMedia final : public FileMedia {
         }
     }
 
+    bool keepInHistory(ByteView octets, size_t most) override { return keepFormer(path_, octets, most); }
     bool keepOriginal(ByteView octets) override {
         for (int copy = 1; copy <= kMostOriginals; ++copy) {
             const std::string name = path_ + ".orig" + (copy == 1 ? "" : "." + std::to_string(copy));

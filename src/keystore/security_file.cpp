@@ -153,8 +153,9 @@ bool takeSecrets(const PfxContents& contents, LoadedSecurityFile& out) {
 /// Secrets of other programs get the layout that those know.
 void keepOthers(PfxContents& contents, LoadedSecurityFile& out) {
     std::ranges::move(contents.others, std::back_inserter(out.others));
+    constexpr const KnownOid* kOurs[] = {&OID_CRV_SAFE_BAG_CONFIG, &OID_CRV_SAFE_BAG_SEED, &OID_CRV_SAFE_BAG_STRONG};
     for (const PfxContents::Secret& secret : contents.secrets) {
-        if (secret.type == OID_CRV_SAFE_BAG_CONFIG || secret.type == OID_CRV_SAFE_BAG_SEED) continue;
+        if (std::ranges::any_of(kOurs, [&](const KnownOid* oid) { return secret.type == *oid; })) continue;
         SecretBag value;
         value.secretTypeId = secret.type;
         value.secretValue.value = secret.value;
@@ -218,6 +219,16 @@ void addOthers(const KeyStoreContents& contents, Pfx& pfx) {
     }
 }
 
+PfxResult seal(Pfx& pfx, bool strong, const SecretText& password, SaltOrigin salt) {
+    constexpr long kStrongLayout = 1;
+    if (strong) {
+        pfx.update(OID_CRV_SAFE_BAG_STRONG, ASNinteger(kStrongLayout));
+        return pfx.finalStrong(password.view(), salt);
+    }
+    const SecretBytes unicode = Pfx::convertToUTF16BE(password.view());
+    return pfx.final(PbeAlgo::Sha1TripleDesCbc, true, unicode, salt.data(), salt.size());
+}
+
 }  // namespace
 
 KeyManagerResult readSecurityFile(ByteView octets, const SecretText& password, bool withSecrets,
@@ -230,7 +241,9 @@ KeyManagerResult readSecurityFile(ByteView octets, const SecretText& password, b
         PfxContents contents;
         if (const PfxResult result = pfx.getContents(*pbe, contents); result != PfxResult::Ok) return pfxResult(result);
         LoadedSecurityFile loaded;
-        loaded.foreign = !contents.secret(OID_CRV_SAFE_BAG_CONFIG) && !writesDefaultCount(*pfx.macData);
+        loaded.strong = contents.secret(OID_CRV_SAFE_BAG_STRONG) != nullptr;
+        loaded.foreign =
+            !loaded.strong && !contents.secret(OID_CRV_SAFE_BAG_CONFIG) && !writesDefaultCount(*pfx.macData);
         const KeyManagerResult result = sortContents(contents, withSecrets, loaded);
         if (result == kKmOk) out = std::move(loaded);
         return result;
@@ -249,8 +262,7 @@ KeyManagerResult buildSecurityFile(const KeyStoreContents& contents, const Secre
         addOthers(contents, pfx);
         if (contents.configuration) pfx.update(OID_CRV_SAFE_BAG_CONFIG, *contents.configuration);
         if (contents.configuration && contents.seed) pfx.update(OID_CRV_SAFE_BAG_SEED, ASNoctstr(*contents.seed));
-        const SecretBytes unicode = Pfx::convertToUTF16BE(password.view());
-        const PfxResult sealed = pfx.final(PbeAlgo::Sha1TripleDesCbc, true, unicode, salt.data(), salt.size());
+        const PfxResult sealed = seal(pfx, contents.strong, password, salt);
         return sealed == PfxResult::Ok && pfx.writeToVector(octets) ? kKmOk : kKmNoMemory;
     } catch (const CryptoError&) {
         return kKmNoMemory;

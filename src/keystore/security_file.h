@@ -32,6 +32,7 @@ struct LoadedSecurityFile {
     SecretBytes signedConfiguration;  ///< a CMS SignedData in the place of the plain record
     std::optional<RbgSeed> seed;
     CertAttributes certAttributes;
+    bool strong = false;   ///< as KeyStoreContents
     bool foreign = false;  ///< another program wrote it: no configuration, and not our way of writing the MAC
     std::vector<SecretBytes> others;
 };

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "asn/pkcs/pfx.h"
+#include "keystore/file_history.h"
 #include "misc/atomic_write.h"
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
@@ -70,6 +71,8 @@ void FileGuard::addPath(const std::string& path, const std::string& owner, bool 
 }
 
 void FileGuard::add(const CrvProfile& profile) {
+    if (std::string path; profile.getAttr(CRVPROFILE_ATTR_PKCS12_FILE, path) == kAttrOk && !path.empty())
+        addPath(historyFolder(expandHome(path)), profile.name(), true);
     for (const long attribute : {CRVPROFILE_ATTR_PKCS12_FILE, CRVPROFILE_ATTR_ROOTS_FILE}) {
         std::string path;
         if (profile.getAttr(attribute, path) != kAttrOk || path.empty()) continue;

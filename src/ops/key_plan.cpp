@@ -7,8 +7,15 @@ constexpr uint64_t kPublicExponent = 65537;
 
 }  // namespace
 
+std::optional<KeyType> wholeUse(const KeyManager& keys, KeyType use) {
+    for (const KeyType whole : {KeyType::Both, KeyType::Signing, KeyType::Encryption})
+        for (const StoredKey& key : keys.keys())
+            if (key.role == roleOf(whole) && shares(key.role, roleOf(use))) return whole;
+    return std::nullopt;
+}
+
 KeyManagerResult generateKey(const KeyStoreAccess& access, const KeyPlan& plan, const std::function<bool()>& goOn) {
-    return generateIntoKeyStore(access, {goOn, {}, plan.forcedPss}, [&](const KeyGenHooks& hooks) {
+    return generateIntoKeyStore(access, {goOn, {}, plan.forcedPss, plan.successor}, [&](const KeyGenHooks& hooks) {
         KeyManager& keys = access.keys;
         if (plan.scheme == KeyScheme::Dsa) return keys.generateDsaUserKey(plan.bits, hooks);
         if (plan.scheme == KeyScheme::Ecdsa)

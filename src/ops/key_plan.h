@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 
 #include "keystore/key_store_door.h"
 
@@ -14,7 +15,11 @@ struct KeyPlan {
     StdECId curve = kDefaultCurve;
     bool explicitDomain = false;              ///< write the curve's parameters instead of its name
     KcHashAlgo forcedPss = KcHashAlgo::None;  ///< ties an RSA-PSS key to this hash
+    bool successor = false;                   ///< takes the place of the key of that use when it is certified
 };
+
+/// The use of the key that does what `use` names, as a whole: Both for one that does both. Nothing without one.
+[[nodiscard]] std::optional<KeyType> wholeUse(const KeyManager& keys, KeyType use);
 
 /// Generates the key and saves it under the lock of the key store; `goOn` is asked while it is generated.
 [[nodiscard]] KeyManagerResult generateKey(const KeyStoreAccess& access, const KeyPlan& plan,

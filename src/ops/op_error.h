@@ -49,6 +49,7 @@ enum class OpStatus : int {
     X(ServerExists, Refused, ECRV_SRV_EXIST)               \
     X(ObjectMissing, Missing, ECRV_API_INV_PAR)            \
     X(ObjectExists, Refused, ECRV_API_INV_PAR)             \
+    X(KeyInUse, Refused, ECRV_API_INV_PAR)                 \
     X(FileMissing, Missing, ECRV_OP_INFILE)                \
     X(FileExists, Refused, ECRV_OP_OUTFILE)                \
     X(FileProtected, Refused, ECRV_OP_OUTFILE)             \

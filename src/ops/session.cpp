@@ -4,9 +4,13 @@
 #include <chrono>
 
 #include "crypto/random_bridge.h"
+#include "keystore/file_history.h"
+#include "keystore/security_file.h"
 #include "misc/atomic_write.h"
+#include "misc/memory_file.h"
 #include "misc/whole_file.h"
 #include "ops/database_files.h"
+#include "ops/export_file.h"
 #include "ops/op_error.h"
 #include "ops/password_rules.h"
 
@@ -37,6 +41,7 @@ constexpr StatusRow kStatuses[] = {
     {kKmWriteFailed, OpStatus::Io},
     {kKmReadFailed, OpStatus::Io},
     {kKmLockFailed, OpStatus::Io},
+    {kKmHistoryFailed, OpStatus::Io},
     {kKmDeviceError, OpStatus::Io},
     {kKmCardError, OpStatus::Io},
     {kKmLockGivenUp, OpStatus::Locked},
@@ -53,6 +58,7 @@ constexpr StatusRow kStatuses[] = {
     {kKmBadSignature, OpStatus::Refused},
     {kKmTrustPointExists, OpStatus::Refused},
     {kKmRoleTaken, OpStatus::Refused},
+    {kKmKeyExists, OpStatus::Refused},
     {kKmTrustPointRefused, OpStatus::Refused},
     {kKmHashNotSupported, OpStatus::Refused},
     {kKmCertificateExists, OpStatus::Refused},
@@ -151,7 +157,7 @@ void Session::save() {
     if (!mode_.dryRun) demandKeys(saveKeyStore(*access_));
 }
 
-void Session::create(const SecretText& password) {
+void Session::create(const SecretText& password, bool strong) {
     demandFileProfile();
     const std::string file = configuration().securityFileName();
     demandGoodPassword(password);
@@ -161,6 +167,7 @@ void Session::create(const SecretText& password) {
     if (fileExists(file)) throw OpError(OpFault::StoreExists, file);
     if (mode_.dryRun) return;
     keys().beginNewProfile();
+    keys().protectStrongly(strong);
     seed();
     configuration().resetRecord();
     context_->state.storePIN(PinSlot::SigningToken, password);
@@ -172,6 +179,34 @@ void Session::changePassword(const SecretText& password) {
     demandFileProfile();
     demandGoodPassword(password);
     if (!mode_.dryRun) demandKeys(changeKeyStorePassword(*access_, password));
+}
+
+void Session::protect(bool strong) {
+    demandFileProfile();
+    const bool before = keys().isStronglyProtected();
+    keys().protectStrongly(strong);
+    try {
+        save();
+    } catch (...) {
+        keys().protectStrongly(before);
+        throw;
+    }
+}
+
+void Session::restoreFormer(const std::string& name, const SecretText& password) {
+    demandFileProfile();
+    const std::string file = configuration().securityFileName();
+    const auto history = historyOf(file);
+    const auto former = std::ranges::find(history, name, &FormerFile::name);
+    if (former == history.end()) throw OpError(OpFault::ObjectMissing, historyFolder(file) + name);
+    if (!mode_.dryRun) lock();
+    const Bytes octets = importFile(former->path);
+    MemoryFile memory(octets);
+    demandKeys(checkPasswdGF(memory, password));
+    if (mode_.dryRun) return;
+    const bool kept = !fileExists(file) || keepFormer(file, importFile(file), history.size() + 1);
+    if (!kept) demandKeys(kKmHistoryFailed);
+    if (!writeFileAtomically(file, octets, {.mode = WriteMode::Secret})) demandKeys(kKmWriteFailed);
 }
 
 void Session::changePin(const SecretText& pin) {

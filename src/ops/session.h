@@ -42,10 +42,15 @@ class Session {
     void unlock() { lock_.reset(); }
 
     /// Makes the key store of a file profile, seeded by the system. StoreExists, WeakPassword.
-    void create(const SecretText& password);
+    void create(const SecretText& password, bool strong = false);
     /// Enciphers the key store, open for a change, under a new password. WeakPassword. On a token it is the PIN, for
     /// which the token has rules.
     void changePassword(const SecretText& password);
+    /// Gives the security file, open for a change, the strong protection or the compatible one.
+    void protect(bool strong);
+    /// Puts a former security file, by its name in the history, back; the one of now goes into the history, of which
+    /// nothing is deleted. The key store need not be open. The password is that of the former file. ObjectMissing.
+    void restoreFormer(const std::string& name, const SecretText& password);
 
     /// Throws OpError (DatabaseMissing, DatabaseFailed) unless the database is there.
     void demandDatabase();

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <limits>
 #include <vector>
 
 #include "asn/known_oids.h"
@@ -36,11 +37,26 @@ SettingValue getNumber(Session& session, const Setting& setting) {
     return recordOf(session).getIntOpt(setting.option);
 }
 
-void setNumber(Session& session, const Setting& setting, const std::string& text) {
+long numberOf(const std::string& text, long most = std::numeric_limits<long>::max()) {
     long value = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < 0) throw OpError(OpFault::BadValue, text);
-    session.configuration().editRecord().setIntOpt(setting.option, value);
+    const bool number = error == std::errc() && end == text.data() + text.size();
+    if (!number || value < 0 || value > most) throw OpError(OpFault::BadValue, text);
+    return value;
+}
+
+void setNumber(Session& session, const Setting& setting, const std::string& text) {
+    session.configuration().editRecord().setIntOpt(setting.option, numberOf(text));
+}
+
+constexpr long kUsualHistory = 10, kMostHistory = 1000;
+
+SettingValue getHistory(Session& session, const Setting&) {
+    return recordOf(session).getStoreHistory();
+}
+
+void setHistory(Session& session, const Setting&, const std::string& text) {
+    session.configuration().editRecord().setStoreHistory(numberOf(text, kMostHistory));
 }
 
 void demandText(const std::string& text) {
@@ -131,6 +147,7 @@ std::vector<Setting> makeSettings() {
         {"signature-scheme", kSchemeOption, &OID_CRV_CONFIG_SIGNATURE_ALGO, {}, getWord, setWord},
         {"hash-algo", kDigestOption, &OID_CRV_CONFIG_HASH_ALGO, {}, getWord, setWord},
         {"sym-algo", 0, &OID_CRV_CONFIG_SYM_ALGO, kCiphers[0].word, getCipher, setCipher},
+        {"store-history", 0, &OID_CRV_CONFIG_STORE_HISTORY, kUsualHistory, getHistory, setHistory},
         {"algorithm-policy", 0, &OID_CRV_CONFIG_ALGORITHM_POLICY, std::string(AlgorithmPolicy::kDefault), getPolicy,
          setPolicy},
     };

@@ -285,6 +285,39 @@ class Stores(Case):
         self.assertEqual(self.read("policy", "list", *self.KEYS)["result"]["items"][0]["name"], "Polityka firmy")
         self.assertEqual(self.answer("store", "check", "--password-env", "P", status=4, P="Falsz-123")["name"], "ECRV_PASSWORD")
 
+    def test_keys_are_replaced_carried_and_deleted_and_files_come_back(self):
+        def keys():
+            return [(one["use"], one["keyId"] == old) for one in self.read("key", "list", *self.KEYS)["result"]["items"]]
+
+        old = self.read("key", "list", *self.KEYS)["result"]["items"][0]["keyId"]
+        self.changed("key", "replace", "nast.pem", "--algo", "ecdsa", "--signed", *self.KEYS)
+        self.assertEqual(self.answer("key", "replace", "x.pem", *self.KEYS, status=6)["fault"], "object-exists")
+        self.changed("key", "request", "nast2.pem", "--successor", *self.KEYS)
+        subprocess.run([SOURCE / "examples/demo-ca/demo-ca", "sign", "ca", "nast2.pem", "nast.crt"], check=True, capture_output=True)
+        self.assertEqual(keys(), [("both", True), ("none", False)])
+        self.changed("cert", "install", "nast.crt", *self.KEYS)
+        self.assertEqual(keys(), [("sign", False), ("decrypt", True)], "the old key still reads what was enciphered for it")
+        for form in ("p12", "pem"):
+            self.changed("key", "export", "k." + form, "--format", form, "--key-id", old[:8], "--new-password-file", "password", "--yes", *self.KEYS)
+            self.assertEqual(os.stat("k." + form).st_mode & 0o777, 0o600)
+        delete = ("key", "delete", old, "--yes", *self.KEYS)
+        self.assertEqual(self.answer(*delete, status=6)["fault"], "key-in-use")
+        self.assertEqual(self.answer(*delete, "--in-use", status=6)["fault"], "not-confirmed", "twice")
+        for form in ("p12", "pem"):
+            self.changed(*delete, "--in-use", "--again", old)
+            self.assertEqual(keys(), [("sign", False)])
+            self.changed("key", "import", "k." + form, "--import-password-file", "password", "--yes", *self.KEYS)
+            self.assertEqual(keys(), [("sign", False), ("decrypt", True)])
+        self.changed(*delete, "--in-use", "--again", old)
+        former = self.read("store", "history")["result"]["items"]
+        self.answer("store", "restore", former[-1]["name"], "--yes", "--password-env", "P", status=4, P="Falsz-123")
+        self.changed("store", "restore", former[-1]["name"], "--yes", *self.KEYS)
+        self.assertEqual(len(keys()), 2, "with the key that was deleted")
+        self.assertEqual(len(self.read("store", "history")["result"]["items"]), len(former) + 1, "the file of now is kept")
+        for form in ("strong", "compatible"):
+            self.changed("store", "protect", form, *self.KEYS)
+            self.assertEqual(self.read("store", "check", *self.KEYS)["result"]["protection"], form)
+
     def test_changes_of_keys_certificates_and_lists(self):
         self.assertEqual(self.answer("store", "init", *self.KEYS, status=6)["fault"], "store-exists")
         self.assertEqual(self.answer("key", "generate", *self.KEYS, status=6)["fault"], "object-exists")

@@ -14,10 +14,10 @@
 namespace crv::test {
 namespace {
 
-Bytes build(const KeyStoreContents& contents) {
+Bytes build(const KeyStoreContents& contents, const char* password = kPassword) {
     SecretArray<20> salt;
     Bytes octets;
-    EXPECT_EQ(buildSecurityFile(contents, SecretText(kPassword), salt, octets), kKmOk);
+    EXPECT_EQ(buildSecurityFile(contents, SecretText(password), salt, octets), kKmOk);
     return octets;
 }
 
@@ -71,7 +71,8 @@ TEST(SecurityFile, HoldsWhateverWasPutIntoIt) {
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
     for (int i = 0; i < 30; ++i) {
-        const KeyStoreContents contents = randomContents(random);
+        KeyStoreContents contents = randomContents(random);
+        contents.strong = i == 7;
         KeyStoreContents again;
         ASSERT_EQ(load(build(contents), again), kKmOk);
         ASSERT_EQ(outline(again), outline(contents));
@@ -173,6 +174,42 @@ TEST(SecurityFile, OpensInOtherTools) {
         run("mkdir n && certutil -N -d sql:n --empty-password && pk12util -i f.p12 -d sql:n -W " + password);
         EXPECT_EQ(count(run("certutil -K -d sql:n"), "> rsa"), 2u);
     }
+}
+
+TEST(SecurityFile, StrongFilesOpenInFourToolsWithAllTheirSecrets) {
+    const TempDir dir;
+    KeyStoreContents contents;
+    contents.keys = {{sharedKey("rsa1"), KeyRole::Signing}, {sharedKey("rsa2"), KeyRole::Encryption}};
+    contents.userCerts = {testCert("sign"), testCert("enc")};
+    contents.trustedCerts = {testCert("ca")};
+    contents.configuration = std::make_shared<CRVCfgFile>();
+    contents.seed.emplace();
+    contents.strong = true;
+    constexpr const char* kAscii = "Haslo-1234";  // keytool takes no other letters
+    writeFile(dir.file("f.p12"), std::string(asText(build(contents))));
+    writeFile(dir.file("a.p12"), std::string(asText(build(contents, kAscii))));
+    const std::tuple<const char*, const char*, size_t> looks[] = {
+        {"openssl pkcs12 -info -in f.p12 -nodes -passin pass:", "MAC: sha256, Iteration 600000\n", 1},
+        {"openssl pkcs12 -info -in f.p12 -nodes -passin pass:",
+         "PBES2, PBKDF2, AES-256-CBC, Iteration 600000, PRF hmacWithSHA256", 3},
+        {"openssl pkcs12 -in f.p12 -nodes -passin pass:", "BEGIN PRIVATE KEY", 2},
+        {"certtool --p12-info --inder --infile f.p12 --password ", "BEGIN CERTIFICATE", 3},
+        {"certtool --p12-info --inder --infile f.p12 --password ", "BEGIN ENCRYPTED PRIVATE KEY", 2},
+        {"mkdir n && certutil -N -d sql:n --empty-password && certutil -K -d sql:n; pk12util -i f.p12 -d sql:n -W ",
+         "PKCS12 IMPORT SUCCESSFUL", 1},
+        {"keytool -list -storetype PKCS12 -keystore a.p12 -storepass ", "PrivateKeyEntry", 2},
+    };
+    for (const auto& [command, what, times] : looks) {
+        const std::string said =
+            shell("cd " + dir.path().string() + " && " + command + "'" +
+                      (std::string_view(command).starts_with("keytool") ? kAscii : kPassword) + "' 2>&1",
+                  nullptr);
+        EXPECT_EQ(count(said, what), times) << command << said;
+    }
+    KeyStoreContents again;
+    ASSERT_EQ(load(asBytes(readFile(dir.file("f.p12"))), again), kKmOk);
+    EXPECT_EQ(outline(again), "12 2 1 record seed");
+    EXPECT_TRUE(again.strong);
 }
 
 /// A file of another tool: named bags, an attribute of a key, a CRL, a secret, a bag that nobody knows, a key of an

@@ -18,11 +18,11 @@ MemberTable EncryptedData::members() const {
     return kMembers;
 }
 
-void EncryptedData::encrypt(const PbeSettings& pbe, const ASNobject& plain) {
+void EncryptedData::take(const AlgorithmIdentifier& algorithm, ByteView ciphertext) {
     version.setValue(0);
     encryptedContentInfo.contentType = OID_PKCS7_DATA;
-    encryptedContentInfo.contentEncryptionAlgorithm = pbe.algorithm();
-    encryptedContentInfo.encryptedContent.emplace().build(pbe.encrypt(plain));
+    encryptedContentInfo.contentEncryptionAlgorithm = algorithm;
+    encryptedContentInfo.encryptedContent.emplace().build(ciphertext);
 }
 
 SecretBytes EncryptedData::decrypt(const PbePassword& password) const {

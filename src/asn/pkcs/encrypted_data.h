@@ -26,13 +26,17 @@ class EncryptedData : public ASNsequenceF {
     std::optional<Implicit<1, Attributes>> unprotectedAttrs;
 
     /// Becomes version 0 with the encoding of an object as a content of type data. Throws CryptoError.
-    void encrypt(const PbeSettings& pbe, const ASNobject& plain);
+    void encrypt(const PbeSettings& pbe, const ASNobject& plain) { take(pbe.algorithm(), pbe.encrypt(plain)); }
+    void encrypt(const Pbes2Settings& pbe, const ASNobject& plain) { take(pbe.algorithm(), pbe.encrypt(plain)); }
     /// The plaintext. Throws CryptoError: badData for a wrong password or damage, unsupported for an algorithm that is
     /// unknown here, badParameter for parameters that make no sense or an absent content.
     [[nodiscard]] SecretBytes decrypt(const PbePassword& password) const;
 
   protected:
     [[nodiscard]] MemberTable members() const override;
+
+  private:
+    void take(const AlgorithmIdentifier& algorithm, ByteView ciphertext);
 };
 
 }  // namespace crv

@@ -139,6 +139,12 @@ std::optional<CipherAlgo> rc2Cipher(const Rc2CbcParameters& parameters) {
 PbePassword::PbePassword(std::string_view utf8, PbeProgress progress)
     : utf8_(toSecret(asBytes(utf8))), unicode_(utf16BePassword(utf8)), progress_(std::move(progress)) {}
 
+ByteView PbePassword::derived(const KeyDerivation& how, size_t length) const {
+    if (!last_ || !(last_->how == how) || last_->key.size() != length)
+        last_ = Derived{how, deriveKey(how, utf8_, length, progress_)};
+    return last_->key;
+}
+
 MemberTable PbeParameters::members() const {
     static constexpr Member kMembers[] = {member<&PbeParameters::salt>, member<&PbeParameters::iterations>};
     return kMembers;
@@ -182,9 +188,31 @@ Bytes PbeSettings::encrypt(const ASNobject& plain) const {
     return pbeEncrypt(algo, unicodePassword, salt, static_cast<uint64_t>(iterations), encodedSecret(plain));
 }
 
+Pbes2Settings::Pbes2Settings(const PbePassword& password, ByteView salt, long iterations)
+    : password_(password), derivation_{PrfAlgo::Sha256, toBytes(salt), static_cast<uint64_t>(iterations)} {}
+
+AlgorithmIdentifier Pbes2Settings::algorithm() const {
+    Pbkdf2Parameters pbkdf2;
+    pbkdf2.salt.build(derivation_.salt);
+    pbkdf2.iterationCount.setValue(static_cast<long>(derivation_.iterations));
+    pbkdf2.prf.emplace(OID_HMAC_SHA256, ASNnull());
+    Pbes2Parameters pbes2;
+    pbes2.keyDerivationFunc = AlgorithmIdentifier(OID_PBKDF2, pbkdf2);
+    pbes2.scheme = AlgorithmIdentifier(OID_AES256_CBC, ASNoctstr(iv_));
+    return AlgorithmIdentifier(OID_PBES2, pbes2);
+}
+
+Bytes Pbes2Settings::encrypt(const ASNobject& plain) const {
+    const ByteView key = password_.derived(derivation_, cipherKeyLength(CipherAlgo::Aes256Cbc));
+    return encipher(CipherAlgo::Aes256Cbc, key, iv_, encodedSecret(plain));
+}
+
 SecretBytes decryptPbe(const AlgorithmIdentifier& algorithm, const PbePassword& password, ByteView ciphertext) {
-    if (algorithm.algorithm == OID_PBES2)
-        return pbes2Decrypt(readPbes2(algorithm), password.utf8(), ciphertext, password.progress());
+    if (algorithm.algorithm == OID_PBES2) {
+        const Pbes2Params pbes2 = readPbes2(algorithm);
+        const ByteView key = password.derived(pbes2.derivation, cipherKeyLength(pbes2.cipher));
+        return decipher(pbes2.cipher, key, pbes2.iv, ciphertext);
+    }
     const CipherAlgo cipher = valueOf(kSchemes, algorithm.algorithm);
     const auto parameters = parametersOf<PbeParameters>(algorithm, "a PKCS#12 scheme");
     return pbeDecrypt(cipher, password.unicode(), parameters.salt.value(), countOf(parameters.iterations), ciphertext,

@@ -27,13 +27,22 @@ class PbePassword {
         password.progress_ = progress_;
         return password;
     }
+    /// A key from the UTF-8 form. The last one is remembered, since the items of a file often share theirs. Valid until
+    /// the next call. Throws CryptoError.
+    [[nodiscard]] ByteView derived(const KeyDerivation& how, size_t length) const;
 
   private:
+    struct Derived {
+        KeyDerivation how;
+        SecretBytes key;
+    };
+
     PbePassword() = default;
 
     SecretBytes utf8_;
     SecretBytes unicode_;
     PbeProgress progress_;
+    mutable std::optional<Derived> last_;
 };
 
 /// Parameters of the PKCS#12 schemes and of PBES1: SEQUENCE {salt, iterations}.
@@ -102,6 +111,26 @@ struct PbeSettings {
     [[nodiscard]] AlgorithmIdentifier algorithm() const;
     /// Enciphers the encoding of an object. Throws CryptoError.
     [[nodiscard]] Bytes encrypt(const ASNobject& plain) const;
+};
+
+/// How to encipher strongly: PBES2 with PBKDF2 over HMAC-SHA-256 and AES-256 in CBC mode (RFC 8018). The key is derived
+/// once for all items; each gets a vector of its own. Refers to the password.
+class Pbes2Settings {
+  public:
+    static constexpr size_t kVectorLength = 16;
+
+    Pbes2Settings(const PbePassword& password, ByteView salt, long iterations);
+
+    /// For the next item: 16 octets that nobody can foretell and that no other item has.
+    void setVector(ByteView iv) { iv_ = toBytes(iv); }
+    [[nodiscard]] AlgorithmIdentifier algorithm() const;
+    /// Enciphers the encoding of an object. Throws CryptoError.
+    [[nodiscard]] Bytes encrypt(const ASNobject& plain) const;
+
+  private:
+    const PbePassword& password_;
+    Pbkdf2Params derivation_;
+    Bytes iv_;
 };
 
 /// Deciphers by whatever scheme the identifier names: those of PKCS#12; PBES2 with PBKDF2 over any HMAC or with scrypt,

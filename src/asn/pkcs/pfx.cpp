@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 #include "asn/known_oids.h"
 #include "asn/pkcs/dsa_private_key.h"
@@ -13,6 +14,7 @@
 #include "asn/x509/signed_certificate.h"
 #include "crypto/crypto_error.h"
 #include "crypto/hmac.h"
+#include "misc/byte_order.h"
 
 namespace crv {
 
@@ -141,11 +143,60 @@ void Pfx::seal(PbeAlgo cipher, ByteView unicodePassword, ByteView salt) {
     }
     if (!secrets.empty()) addData(safe, secrets);
 
+    finish(safe, KcHashAlgo::Sha1, chain.salt(), kMacIterations, unicodePassword);
+}
+
+void Pfx::finish(const AuthenticatedSafe& safe, KcHashAlgo hash, ByteView salt, long iterations,
+                 ByteView unicodePassword) {
     version.setValue(3);
     authSafe.buildData(safe.encoded());
-    macData.emplace().macSalt.build(chain.salt());
-    macData->iterations.setValue(kMacIterations);
-    macData->mac = DigestInfo(KcHashAlgo::Sha1, computeHMAC_SHA1(unicodePassword));
+    macData.emplace().macSalt.build(salt);
+    macData->iterations.setValue(iterations);
+    macData->mac = DigestInfo(hash, computeMac(hash, unicodePassword));
+}
+
+PfxResult Pfx::finalStrong(std::string_view utf8Password, ByteView random) {
+    return guarded(PfxResult::NoMemory, [&] {
+        sealStrongly(PbePassword(utf8Password), random);
+        return PfxResult::Ok;
+    });
+}
+
+void Pfx::sealStrongly(const PbePassword& password, ByteView random) {
+    uint8_t octets[4];
+    uint32_t number = 0;
+    const auto next = [&] {
+        storeBe(octets, number++);
+        SecretBytes made = hmac(KcHashAlgo::Sha256, random, octets);
+        made.resize(kStrongSaltLength);
+        return made;
+    };
+    Pbes2Settings pbes2(password, next(), kStrongIterations);
+    const auto sealed = [&](auto structure, const auto& plain) {
+        pbes2.setVector(next());
+        structure.encrypt(pbes2, plain);
+        return structure;
+    };
+    AuthenticatedSafe safe;
+    Attributes secrets;
+    for (const SecretBag& secret : secrets_) {
+        if (secrets.empty()) secrets.add().type = OID_CRV_SECRETS;
+        secrets[0].values.add().build(sealed(EncryptedData(), secret));
+    }
+    SafeContents bags = certificates_;
+    if (bags.empty() && keys_.empty()) bags.add(SafeBag(OID_CRV_SECRETS_BAG, ASNnull()));
+    Bytes carried = secrets.empty() ? Bytes() : secrets.encoded();
+    if (keys_.empty()) bags[0].addAttributes(std::exchange(carried, {}));
+    if (!bags.empty()) safe.add().build(OID_PKCS7_ENCRYPTED_DATA, sealed(EncryptedData(), bags));
+    for (const PendingKey& pending : keys_) {
+        SafeContents alone;
+        SafeBag& bag = alone.add(SafeBag(OID_PKCS12_SHROUDED_KEY_BAG, sealed(EncryptedPrivateKeyInfo(), pending.key)));
+        bag.addAttributes(pending.attributes);
+        bag.addAttributes(std::exchange(carried, {}));
+        bag.setLocalKeyId(pending.localKeyId);
+        addData(safe, alone);
+    }
+    finish(safe, KcHashAlgo::Sha256, next(), kStrongIterations, password.unicode());
 }
 
 ASNoctstr Pfx::contents() const {

@@ -37,6 +37,8 @@ enum class PfxResult {
     NoMemory,     ///< out of memory, or the file could not be built
 };
 
+using AuthenticatedSafe = ASNsequenceList<ContentInfo>;
+
 /// What a file holds, in the file's order.
 struct PfxContents {
     struct Key {
@@ -77,6 +79,8 @@ class Pfx : public ASNsequenceF {
     static constexpr long kIterations = 2048;  ///< of every encryption written
     static constexpr long kMacIterations = 1;  ///< deliberate: as all files of this format have it
     static constexpr size_t kSaltLength = 8;
+    static constexpr long kStrongIterations = 600'000;  ///< of the strong protection, encryption and MAC alike
+    static constexpr size_t kStrongSaltLength = 16;
 
     ASNinteger version{3};
     ContentInfo authSafe;
@@ -101,6 +105,13 @@ class Pfx : public ASNsequenceF {
     /// authentication code takes the first 8 octets of what is left. Result ok or noMemory.
     [[nodiscard]] PfxResult final(PbeAlgo cipher, bool unicode, ByteView password, const uint8_t* salt,
                                   size_t saltLength);
+
+    /// The strong protection, which other programs read, too: one EncryptedData of everything but the keys, a content
+    /// for each key; PBES2 with PBKDF2-HMAC-SHA-256 and AES-256-CBC, an HMAC-SHA-256 keyed by the PKCS#12 derivation,
+    /// kStrongIterations each. Secrets stand, each an EncryptedData, in an attribute of the first bag of a key, else
+    /// of a certificate, else of a bag that holds nothing: others skip an attribute, but not all skip a bag. `random`:
+    /// 20 octets or more that nobody knows, from which salts and vectors are made. Result as final.
+    [[nodiscard]] PfxResult finalStrong(std::string_view utf8Password, ByteView random);
 
     /// Checks the integrity, deciphers and sorts everything. A failure leaves `out` empty.
     [[nodiscard]] PfxResult getContents(const PbePassword& password, PfxContents& out) const;
@@ -129,6 +140,9 @@ class Pfx : public ASNsequenceF {
 
     class SaltChain;
     void seal(PbeAlgo cipher, ByteView unicodePassword, ByteView salt);
+    void sealStrongly(const PbePassword& password, ByteView random);
+    void finish(const AuthenticatedSafe& safe, KcHashAlgo hash, ByteView salt, long iterations,
+                ByteView unicodePassword);
     [[nodiscard]] ASNoctstr contents() const;
     [[nodiscard]] SecretBytes computeMac(KcHashAlgo hash, ByteView unicodePassword,
                                          const PbeProgress& progress = {}) const;
@@ -139,7 +153,5 @@ class Pfx : public ASNsequenceF {
     std::vector<PendingKey> keys_;
     std::vector<SecretBag> secrets_;
 };
-
-using AuthenticatedSafe = ASNsequenceList<ContentInfo>;
 
 }  // namespace crv

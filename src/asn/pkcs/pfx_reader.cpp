@@ -9,11 +9,9 @@
 namespace crv {
 
 const PfxReader::BagKind PfxReader::kKinds[] = {
-    {OID_PKCS12_KEY_BAG, &PfxReader::readKey},
-    {OID_PKCS12_SHROUDED_KEY_BAG, &PfxReader::readShroudedKey},
-    {OID_PKCS12_CERT_BAG, &PfxReader::readCertificate},
-    {OID_PKCS12_SECRET_BAG, &PfxReader::readSecret},
-    {OID_PKCS12_SAFE_CONTENTS_BAG, &PfxReader::readNested},
+    {OID_PKCS12_KEY_BAG, &PfxReader::readKey},          {OID_PKCS12_SHROUDED_KEY_BAG, &PfxReader::readShroudedKey},
+    {OID_PKCS12_CERT_BAG, &PfxReader::readCertificate}, {OID_PKCS12_SECRET_BAG, &PfxReader::readSecret},
+    {OID_CRV_SECRETS_BAG, &PfxReader::passOver},        {OID_PKCS12_SAFE_CONTENTS_BAG, &PfxReader::readNested},
 };
 
 bool PfxReader::readSafe(const ContentInfo& authSafe) {
@@ -34,10 +32,33 @@ bool PfxReader::readBags(ByteView safeContents) {
     SafeContents bags;
     if (!bags.readExactly(safeContents, ASN_FLAG_CONST)) return false;
     return std::ranges::all_of(bags, [&](const SafeBag& bag) {
-        for (const BagKind& kind : kKinds)
-            if (bag.bagId == kind.oid) return (this->*kind.reader)(bag);
-        return keep(bag);
+        if (!bag.bagAttributes || !bag.bagAttributes->find(OID_CRV_SECRETS)) return readBag(bag);
+        SafeBag without;
+        return readSecretsOf(bag, without) && readBag(without);
     });
+}
+
+bool PfxReader::readBag(const SafeBag& bag) {
+    for (const BagKind& kind : kKinds)
+        if (bag.bagId == kind.oid) return (this->*kind.reader)(bag);
+    return keep(bag);
+}
+
+bool PfxReader::readSecretsOf(const SafeBag& bag, SafeBag& without) {
+    for (const Attribute& attribute : *bag.bagAttributes) {
+        if (!(attribute.type == OID_CRV_SECRETS)) continue;
+        for (const ASNany& value : attribute.values) {
+            EncryptedData enciphered;
+            SecretBag secret;
+            if (!value.decode(enciphered, ASN_FLAG_CONST) || !secret.readExactly(enciphered.decrypt(password_)))
+                return false;
+            out_.secrets.push_back({std::move(secret.secretTypeId), std::move(secret.secretValue.value), {}});
+        }
+    }
+    without = bag;
+    without.bagAttributes.reset();
+    without.addAttributes(bag.bagAttributes->encodedWithout(OID_CRV_SECRETS));
+    return true;
 }
 
 bool PfxReader::keep(const SafeBag& bag) {

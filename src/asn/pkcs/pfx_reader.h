@@ -26,11 +26,14 @@ class PfxReader {
 
     [[nodiscard]] bool readContent(const ContentInfo& content);
     [[nodiscard]] bool readBags(ByteView safeContents);
+    [[nodiscard]] bool readBag(const SafeBag& bag);
+    [[nodiscard]] bool readSecretsOf(const SafeBag& bag, SafeBag& without);
     [[nodiscard]] bool readKey(const SafeBag& bag);
     [[nodiscard]] bool readShroudedKey(const SafeBag& bag);
     [[nodiscard]] bool readCertificate(const SafeBag& bag);
     [[nodiscard]] bool readSecret(const SafeBag& bag);
     [[nodiscard]] bool readNested(const SafeBag& bag);
+    [[nodiscard]] bool passOver(const SafeBag&) { return true; }
     bool keep(const SafeBag& bag);
     bool addKey(PrivateKeyInfo key, const SafeBag& bag);
 

@@ -50,9 +50,9 @@ MemberTable EncryptedPrivateKeyInfo::members() const {
     return kMembers;
 }
 
-void EncryptedPrivateKeyInfo::encrypt(const PbeSettings& pbe, const PrivateKeyInfo& key) {
-    encryptionAlgorithm = pbe.algorithm();
-    encryptedData.build(pbe.encrypt(key));
+void EncryptedPrivateKeyInfo::take(const AlgorithmIdentifier& algorithm, ByteView ciphertext) {
+    encryptionAlgorithm = algorithm;
+    encryptedData.build(ciphertext);
 }
 
 PrivateKeyInfo EncryptedPrivateKeyInfo::decrypt(const PbePassword& password) const {

@@ -50,12 +50,16 @@ class EncryptedPrivateKeyInfo : public ASNsequenceF {
     ASNoctstr encryptedData;
 
     /// Throws CryptoError.
-    void encrypt(const PbeSettings& pbe, const PrivateKeyInfo& key);
+    void encrypt(const PbeSettings& pbe, const PrivateKeyInfo& key) { take(pbe.algorithm(), pbe.encrypt(key)); }
+    void encrypt(const Pbes2Settings& pbe, const PrivateKeyInfo& key) { take(pbe.algorithm(), pbe.encrypt(key)); }
     /// Throws CryptoError: as decryptPbe, and badData when the plaintext is no PrivateKeyInfo.
     [[nodiscard]] PrivateKeyInfo decrypt(const PbePassword& password) const;
 
   protected:
     [[nodiscard]] MemberTable members() const override;
+
+  private:
+    void take(const AlgorithmIdentifier& algorithm, ByteView ciphertext);
 };
 
 }  // namespace crv

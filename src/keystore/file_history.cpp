@@ -1,0 +1,95 @@
+#include "keystore/file_history.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+
+#include "misc/atomic_write.h"
+#include "misc/file_ops.h"
+
+namespace crv {
+namespace {
+
+constexpr std::string_view kEnding = ".p12";
+constexpr std::string_view kTimePattern = "00000000T000000Z-";  // a zero stands for any digit
+constexpr size_t kTimeLength = kTimePattern.size();
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+/// The number behind the time; -1 for a name that is none of ours.
+long numberIn(const std::string& name) {
+    if (name.size() <= kTimeLength + kEnding.size() || !name.ends_with(kEnding)) return -1;
+    const auto fits = [](char c, char pattern) { return pattern == '0' ? isDigit(c) : c == pattern; };
+    if (!std::ranges::equal(name.substr(0, kTimeLength), kTimePattern, fits)) return -1;
+    const std::string digits = name.substr(kTimeLength, name.size() - kTimeLength - kEnding.size());
+    return digits.size() <= 6 && std::ranges::all_of(digits, isDigit) ? std::strtol(digits.c_str(), nullptr, 10) : -1;
+}
+
+std::string timeNow() {
+    const std::time_t now = std::time(nullptr);
+    std::tm parts{};
+    gmtime_r(&now, &parts);
+    char text[kTimeLength + 1];
+    std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ-", &parts);
+    return text;
+}
+
+/// Where a group keeps a security file together, its members keep the history together.
+void shareWithGroup(const std::string& securityFile, const std::string& path, mode_t mode) {
+    struct stat info {};
+    if (fileOps().stat(securityFile, &info) != 0 || !(info.st_mode & S_IWGRP)) return;
+    const FileDescriptor fd(fileOps().open(path, O_RDONLY | O_CLOEXEC));
+    if (fd.valid() && fileOps().fchown(fd.get(), static_cast<uid_t>(-1), info.st_gid) == 0)
+        static_cast<void>(fileOps().fchmod(fd.get(), mode));
+}
+
+/// Above all of its second, also when the clock went back: the newest is the last one in order.
+std::string nextName(const std::vector<FormerFile>& kept) {
+    const std::string now = timeNow();
+    if (kept.empty()) return now + "1" + std::string(kEnding);
+    const std::string& last = kept.back().name;
+    if (last.substr(0, kTimeLength) < now) return now + "1" + std::string(kEnding);
+    return last.substr(0, kTimeLength) + std::to_string(numberIn(last) + 1) + std::string(kEnding);
+}
+
+}  // namespace
+
+std::string historyFolder(const std::string& securityFile) {
+    return securityFile + ".d/";
+}
+
+std::vector<FormerFile> historyOf(const std::string& securityFile) {
+    const std::string folder = historyFolder(securityFile);
+    std::vector<std::string> names;
+    if (fileOps().list(folder, names) != 0) return {};
+    std::vector<FormerFile> kept;
+    for (const std::string& name : names) {
+        struct stat info {};
+        if (numberIn(name) < 0 || fileOps().lstat(folder + name, &info) != 0 || !S_ISREG(info.st_mode)) continue;
+        kept.push_back({name, folder + name, info.st_size});
+    }
+    std::ranges::sort(
+        kept, {}, [](const FormerFile& one) { return std::pair(one.name.substr(0, kTimeLength), numberIn(one.name)); });
+    return kept;
+}
+
+bool keepFormer(const std::string& securityFile, ByteView octets, size_t most) {
+    const std::string folder = historyFolder(securityFile);
+    if (fileOps().mkdir(folder, 0700) == 0) {
+        shareWithGroup(securityFile, folder, 0770);
+    } else if (errno != EEXIST) {
+        return false;
+    }
+    const std::vector<FormerFile> kept = historyOf(securityFile);
+    const std::string path = folder + nextName(kept);
+    if (!writeFileAtomically(path, octets, {.mode = WriteMode::KeepOrSecret})) return false;
+    shareWithGroup(securityFile, path, 0660);
+    // One that cannot be deleted does no harm.
+    for (size_t i = 0; i + most < kept.size() + 1; ++i) static_cast<void>(fileOps().unlink(kept[i].path));
+    return true;
+}
+
+}  // namespace crv

@@ -1,0 +1,39 @@
+// Keys that leave a profile for other programs, and keys that come from them.
+#pragma once
+
+#include <vector>
+
+#include "asn/x509/cert_ptr.h"
+#include "crypto/private_key.h"
+#include "keystore/key_store_contents.h"
+#include "misc/secret.h"
+
+namespace crv {
+
+class Session;
+
+enum class KeyFileFormat {
+    Pkcs12,  ///< one PKCS#12 file of the key and its chain, with the strong protection
+    Pem      ///< the key as "ENCRYPTED PRIVATE KEY" (PBES2), the certificates behind it
+};
+
+/// The certificate of the key and those of the authorities above it, as far as they are at hand; empty without one.
+[[nodiscard]] CertList chainOf(Session& session, const StoredKey& key);
+
+/// The key with its chain under a password. WeakPassword; KeyStoreFailed for a key that never leaves its token.
+[[nodiscard]] SecretBytes exportedKey(const StoredKey& key, const CertList& chain, KeyFileFormat format,
+                                      const SecretText& password);
+
+struct KeysOfFile {
+    std::vector<PrivateKey> keys;
+    CertList certificates;
+};
+/// What a PKCS#12 file, or PEM blocks of keys (plain or enciphered) and certificates hold. Throws OpError:
+/// KeyStoreFailed (a wrong password, a protection that is unknown here), BadFile for what holds no key.
+[[nodiscard]] KeysOfFile keysOfFile(ByteView octets, const SecretText& password);
+
+/// Takes the key and its certificates into the session's store, open for a change, and saves. Without a role the
+/// keyUsage of its certificate says, else it signs.
+void importKeyInto(Session& session, const PrivateKey& key, const CertList& certificates, std::optional<KeyRole> role);
+
+}  // namespace crv
