@@ -115,9 +115,10 @@ KeyManagerResult KeyManager::importKey(const PrivateKey& key, KeyRole role, cons
     for (const StoredKey& other : contents_.keys) role = without(role, other.role);
     contents_.keys.push_back({std::make_shared<PrivateKey>(key), role});
     sortByRole(contents_.keys);
-    for (const CertPtr& one : certificates)
+    for (const CertPtr& one : certificates) {
         if (one->computeKeyIdentifierSha1Hash() == id && !contains(contents_.userCerts, *one))
             contents_.userCerts.push_back(one);
+    }
     return saveOrRestore(before, record);
 }
 

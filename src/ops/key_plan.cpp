@@ -8,9 +8,8 @@ constexpr uint64_t kPublicExponent = 65537;
 }  // namespace
 
 std::optional<KeyType> wholeUse(const KeyManager& keys, KeyType use) {
-    for (const KeyType whole : {KeyType::Both, KeyType::Signing, KeyType::Encryption})
-        for (const StoredKey& key : keys.keys())
-            if (key.role == roleOf(whole) && shares(key.role, roleOf(use))) return whole;
+    for (const StoredKey& key : keys.keys())
+        if (shares(key.role, roleOf(use))) return static_cast<KeyType>(static_cast<int>(key.role) - 1);
     return std::nullopt;
 }
 

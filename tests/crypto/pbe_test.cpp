@@ -29,9 +29,9 @@ TEST(Pbe, DerivesAndDecryptsAsOthersDo) {
             EXPECT_EQ(asText(pbeDecrypt(cipherOf(PbeAlgo(detail)), utf16, salt, iterations, output)), kPlain);
             EXPECT_EQ(pbeEncrypt(PbeAlgo(detail), utf16, salt, iterations, asBytes(kPlain)), output);
         } else {
-            const CipherAlgo cipher{static_cast<uint8_t>(detail)};
-            const SecretBytes key =
-                deriveKey(Pbkdf2Params{PrfAlgo(hash), salt, iterations}, password, cipherKeyLength(cipher));
+            const auto cipher = static_cast<CipherAlgo>(detail);
+            const SecretBytes key = deriveKey(Pbkdf2Params{static_cast<PrfAlgo>(hash), salt, iterations}, password,
+                                              cipherKeyLength(cipher));
             EXPECT_EQ(asText(decipher(cipher, key, iv, output)), kPlain);
         }
         ++cases[kind];

@@ -34,17 +34,6 @@ constexpr RoleText kRoles[] = {
     {KeyRole::Further, "dodatkowy"},
 };
 
-const char* roleText(KeyRole role) {
-    return std::find_if(std::begin(kRoles), std::end(kRoles), [&](const auto& row) { return row.role == role; })->text;
-}
-
-std::vector<std::string> parametersAndVerdict(const SignedCertificate& certificate) {
-    std::vector<std::string> lines = parameterLines(certificate);
-    const std::vector<std::string> verdict = verdictLines(certificate);
-    lines.insert(lines.end(), verdict.begin(), verdict.end());
-    return lines;
-}
-
 void drawKey(int row, const StoredKey& key) {
     const CertPtr certificate = keyManager->certificateOf(key);
     const PublicKey publicKey = key.key->publicKey();
@@ -63,6 +52,17 @@ void drawKey(int row, const StoredKey& key) {
 }
 
 }  // namespace
+
+const char* roleText(KeyRole role) {
+    return std::find_if(std::begin(kRoles), std::end(kRoles), [&](const auto& row) { return row.role == role; })->text;
+}
+
+std::vector<std::string> parametersAndVerdict(const SignedCertificate& certificate) {
+    std::vector<std::string> lines = parameterLines(certificate);
+    const std::vector<std::string> verdict = verdictLines(certificate);
+    lines.insert(lines.end(), verdict.begin(), verdict.end());
+    return lines;
+}
 
 int displayDN(int row, const DistinguishedName& name) {
     const AttrGuard emphasis(kAttrEmphasis);
@@ -88,16 +88,6 @@ void showCertificate(const SignedCertificate& certificate, const std::string& ti
                     {'r', "Pa~rametry", false, [&](size_t) { turnTo(parametersAndVerdict(certificate)); }},
                     {'s', "Zapi~sz", false, [&](size_t) { saveCertificateToFile(certificate); }}};
     runTextView(view);
-}
-
-void showCert(KeyType key) {
-    const bool signing = key == KeyType::Signing;
-    const CertPtr certificate = signing ? keyManager->signingCertificate() : keyManager->encryptionCertificate();
-    if (!certificate) {
-        return errInfo(kMessageRow, "%s",
-                       signing ? "Brak certyfikatu klucza podpisującego" : "Brak certyfikatu klucza szyfrującego");
-    }
-    showCertificate(*certificate, signing ? "Certyfikat klucza podpisującego" : "Certyfikat klucza szyfrującego");
 }
 
 int showKeyInfo() {

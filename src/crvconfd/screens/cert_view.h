@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "keystore/key_store_contents.h"
 
@@ -10,11 +11,14 @@ namespace crv {
 class DistinguishedName;
 class SignedCertificate;
 
+/// The second page of a certificate: its parameters, and what is to be said of its standing.
+[[nodiscard]] std::vector<std::string> parametersAndVerdict(const SignedCertificate& certificate);
+
+/// "podpis", "szyfrowanie" and so on.
+[[nodiscard]] const char* roleText(KeyRole role);
+
 /// Two pages, "Dane" and "Parametry", which scroll; S saves the certificate to a file, W or Escape returns.
 void showCertificate(const SignedCertificate& certificate, const std::string& title);
-
-/// The certificate of the key that signs, or decrypts; a message when there is none.
-void showCert(KeyType key);
 
 /// Asks for a file name and writes the certificate there in DER. Shows what went wrong.
 void saveCertificateToFile(const SignedCertificate& certificate);

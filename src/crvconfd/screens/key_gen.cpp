@@ -14,6 +14,7 @@
 #include "crvconfd/session/prot_cfg.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "keystore/crt_request.h"
+#include "keystore/key_pairing.h"
 #include "misc/atomic_write.h"
 #include "misc/path.h"
 #include "ops/key_plan.h"
@@ -29,6 +30,7 @@ constexpr int kParamsFooterRow = 20;
 constexpr int kParamsRow = 5;
 constexpr int kParamsRows = 12;
 constexpr size_t kLongestRequestName = 254;
+constexpr const char* kRequestSaved = "Zgłoszenie certyfikacyjne zostało zapisane.";
 
 constexpr CodeText kKeyGenTexts[] = {
     {kKmNoMemory, "Brak pamięci"},
@@ -236,12 +238,13 @@ std::function<bool()> countSeconds(const KeyGenParams& params) {
 }
 
 /// Generates the key and saves it under the lock of the security file. Escape stops the generation.
-KeyManagerResult generate(KeyType usage, const KeyGenParams& params) {
+KeyManagerResult generate(KeyType usage, const KeyGenParams& params, bool successor) {
     drawWaiting(params);
     dropTypedKeys();
     const bool forced = isPss(params) && params.forceAlgorithm;
     const KeyPlan plan{usage,        params.keyScheme,      params.keyLength,
-                       params.curve, params.explicitDomain, forced ? params.hash : KcHashAlgo::None};
+                       params.curve, params.explicitDomain, forced ? params.hash : KcHashAlgo::None,
+                       successor};
     const auto stoppable = [] { return waitForKeyOrTimeout(0) != kKeyEscape; };
     return generateKey(keyStoreAccess(), plan, params.token ? countSeconds(params) : stoppable);
 }
@@ -269,10 +272,10 @@ bool writeRequest(const TypedFile& file, const Bytes& request) {
 
 /// Asks for a file until the request is written or the user gives up: the key is saved, so the request can be made
 /// again.
-void saveRequest(KeyType usage, const KeyGenParams& params,
+void saveRequest(KeyType usage, const CrtRequestParams& params,
                  const char* done = "Klucz został poprawnie wygenerowany i zapisany.") {
     Bytes request;
-    const KeyManagerResult result = prepareCrtRequest(*keyManager, usage, requestOf(params), request);
+    const KeyManagerResult result = prepareCrtRequest(*keyManager, usage, params, request);
     if (result != kKmOk) return showCode(kKeyGenTexts, result);
     for (;;) {
         const auto file = askForFile("Podaj nazwę pliku zgłoszenia certyfikacyjnego: ", false, kLongestRequestName);
@@ -282,22 +285,33 @@ void saveRequest(KeyType usage, const KeyGenParams& params,
     displCentInfo(kMessageRow, done, 2);
 }
 
-/// The request for a key that is there: its own use and algorithm, the configured hash.
-void saveRequestAgain(KeyType usage) {
-    const auto keys = keyManager->keys();
-    const auto key = std::find_if(keys.begin(), keys.end(), [&](const StoredKey& one) {
-        return usage == KeyType::Both ? one.role != KeyRole::Further : shares(one.role, roleOf(usage));
-    });
-    if (key == keys.end()) return;
-    const KeyType use = static_cast<KeyType>(static_cast<int>(key->role) - 1);
+/// For a key that is there: its own scheme, with the hash that `configured` names where it goes with it.
+CrtRequestParams requestAgain(KeyType use, const StoredKey& key, KeyScheme scheme,
+                              const std::optional<AlgorithmIdentifier>& configured) {
     KeyGenParams params = paramsFor(use);
     params.offersDsa = params.offersEcdsa = params.offersRsaPss = true;
-    params.chooseScheme(use == KeyType::Encryption ? KeyScheme::Rsa : keyManager->signingKeyType());
-    if (params.keyScheme != KeyScheme::Ecdsa) params.chooseLength(key->key->publicKey().bits());
-    const auto configured =
-        readSignAlgorithm(cfgManager->record().getSignatureAlgorithmIdentifier().value_or(AlgorithmIdentifier()));
-    if (configured && configured->scheme == params.signScheme) params.hash = configured->hash;
-    saveRequest(use, params, "Zgłoszenie certyfikacyjne zostało zapisane.");
+    params.chooseScheme(scheme);
+    if (params.keyScheme != KeyScheme::Ecdsa) params.chooseLength(key.key->publicKey().bits());
+    const auto how = readSignAlgorithm(configured.value_or(AlgorithmIdentifier()));
+    if (how && how->scheme == params.signScheme) params.hash = how->hash;
+    return requestOf(params);
+}
+
+/// Tells the authority whose the new key is.
+void askForSignature(CrtRequestParams& request) {
+    request.successor = true;
+    request.signedByKeyInUse =
+        keyManager->signingKey() &&
+        displCentQuestion(kMessageRow, "Podpisać zgłoszenie także dotychczasowym kluczem (t/n)?") == 1;
+}
+
+void saveSuccessorRequest(KeyType use, const StoredKey& successor) {
+    const auto algorithm = successorAlgorithm(successor);
+    const auto how = algorithm ? readSignAlgorithm(*algorithm) : std::nullopt;
+    CrtRequestParams request =
+        requestAgain(use, successor, how ? how->scheme : successor.key->publicKey().scheme(), algorithm);
+    askForSignature(request);
+    saveRequest(use, request, kRequestSaved);
 }
 
 /// Tries to save a key that was generated and could not be saved, as often as the user wants it. True when it is saved;
@@ -409,18 +423,33 @@ KeyGenCommand ProcessKeyGenCommand(int key, KeyGenParams& params) {
 }
 
 void offerUnsavedKey() {
-    if (const auto use = keyManager->unsavedKey(); use && saveUnsaved()) saveRequestAgain(*use);
+    const auto use = keyManager->unsavedKey();
+    if (!use || !saveUnsaved()) return;
+    if (const StoredKey* successor = keyManager->successorOf(*use)) return saveSuccessorRequest(*use, *successor);
+    saveRequestAgain(*use);
 }
 
-void OnKeyGen(KeyType usage) {
-    if (!mayGenerate(usage)) return;
-    if (keyManager->unsavedKey()) return offerUnsavedKey();
-    KeyGenParams params = paramsFor(usage);
+void saveRequestAgain(KeyType usage) {
+    const auto keys = keyManager->keys();
+    const auto key = std::find_if(keys.begin(), keys.end(), [&](const StoredKey& one) {
+        return usage == KeyType::Both ? one.role != KeyRole::Further : shares(one.role, roleOf(usage));
+    });
+    if (key == keys.end()) return;
+    const KeyType use = static_cast<KeyType>(static_cast<int>(key->role) - 1);
+    const KeyScheme scheme = use == KeyType::Encryption ? KeyScheme::Rsa : keyManager->signingKeyType();
+    saveRequest(use, requestAgain(use, *key, scheme, cfgManager->record().getSignatureAlgorithmIdentifier()),
+                kRequestSaved);
+}
+
+namespace {
+
+/// From the screen of parameters to the saved request. A successor takes the place of the key in use later.
+void generateBy(KeyGenParams params, KeyType usage, bool successor) {
     if (!runScreen(params)) return;
     // A key for whose request there is no signature would be generated in vain. RSA keys that are too short are refused
     // by the generation.
     if (!isHashSupported(params.signScheme, params.hash)) return showCode(kKeyGenTexts, kKmHashNotSupported);
-    const KeyManagerResult result = generate(usage, params);
+    const KeyManagerResult result = generate(usage, params, successor);
     clrToEol(kMessageRow, 0);
     if (result != kKmOk) {
         if (result != kKmCancelled) showCode(kKeyGenTexts, result);
@@ -428,7 +457,30 @@ void OnKeyGen(KeyType usage) {
     }
     const std::string done = std::string("Klucz ") + params.schemeName() + " został poprawnie wygenerowany.";
     displCentInfo(kMessageRow, done.c_str(), 1);
-    saveRequest(usage, params);
+    CrtRequestParams request = requestOf(params);
+    if (successor) askForSignature(request);
+    saveRequest(usage, request);
+}
+
+}  // namespace
+
+void OnKeyReplace(KeyType usage) {
+    if (cfgManager->keyMedium() != KeyMedium::File)
+        return errInfo(kMessageRow, "Funckja niedostępna dla aktualnego nośnika");
+    if (keyManager->unsavedKey()) return offerUnsavedKey();
+    if (const StoredKey* successor = keyManager->successorOf(usage)) {
+        errInfo(kMessageRow, "Nowy klucz już czeka na swój certyfikat");
+        return saveSuccessorRequest(usage, *successor);
+    }
+    KeyGenParams params = paramsFor(usage);
+    params.title = "Wymiana klucza";
+    generateBy(params, usage, true);
+}
+
+void OnKeyGen(KeyType usage) {
+    if (!mayGenerate(usage)) return;
+    if (keyManager->unsavedKey()) return offerUnsavedKey();
+    generateBy(paramsFor(usage), usage, false);
 }
 
 }  // namespace crv

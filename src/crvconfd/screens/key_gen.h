@@ -10,6 +10,13 @@ namespace crv {
 /// certificate.
 void OnKeyGen(KeyType usage);
 
+/// The same for a key that takes the place of the one with the use when its certificate is installed; where one waits
+/// already, its request is written again. Only in a security file.
+void OnKeyReplace(KeyType usage);
+
+/// Writes the request of the key with the use once more.
+void saveRequestAgain(KeyType usage);
+
 /// At the end of a session: a generated key that could not be saved is offered once more, or it is lost.
 void offerUnsavedKey();
 

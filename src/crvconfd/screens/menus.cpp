@@ -13,6 +13,7 @@
 #include "crvconfd/screens/db_operations.h"
 #include "crvconfd/screens/extended_key_usage.h"
 #include "crvconfd/screens/key_gen.h"
+#include "crvconfd/screens/key_view.h"
 #include "crvconfd/screens/profile_details.h"
 #include "crvconfd/screens/server_screens.h"
 #include "crvconfd/screens/trusted_points.h"

@@ -71,7 +71,10 @@ struct Settings {
     long scheme;
     long hash;
     long symmetric;
+    long protection;
 };
+
+constexpr FormChoice kProtections[] = {{0, "zgodna"}, {1, "mocna"}};
 
 /// Takes the settings into the record; false, after a message, for a hash that the scheme and the key do not allow.
 bool take(const Settings& settings, unsigned bits) {
@@ -96,20 +99,26 @@ void OnUserSettings() {
     const KeyScheme scheme = key ? keyManager->signingKeyType() : KeyScheme::Rsa;
     const unsigned bits = key ? key->publicKey().bits() : 0;
     const CRVCfgFile& record = cfgManager->record();
-    Settings settings{static_cast<long>(scheme), static_cast<long>(record.getHashAlgo(scheme)), currentSymAlgo(record)};
+    Settings settings{static_cast<long>(scheme), static_cast<long>(record.getHashAlgo(scheme)), currentSymAlgo(record),
+                      keyManager->isStronglyProtected() ? 1L : 0L};
     const auto schemes = schemeChoices(scheme);
     const auto hashes = hashChoices(isRsa(scheme) ? KeyScheme::Rsa : scheme, bits);
     const auto symmetric = symChoices();
-    const std::vector<FormField> fields{
+    std::vector<FormField> fields{
         choiceField("Algorytm podpisu", settings.scheme, schemes),
         choiceField("Funkcja skrótu", settings.hash, hashes),
         choiceField("Algorytm szyfrowania", settings.symmetric, symmetric),
     };
+    if (cfgManager->keyMedium() == KeyMedium::File)
+        fields.push_back(choiceField("Ochrona pliku", settings.protection, kProtections));
     runForm("Ustawienia kryptograficzne", fields, [&] {
         const auto before = cfgManager->sharedRecord();
         const bool changed = cfgManager->isRecordChanged();
+        const bool strong = keyManager->isStronglyProtected();
         if (!take(settings, bits)) return false;
+        keyManager->protectStrongly(settings.protection == 1);
         if (writeProtCfg()) return true;
+        keyManager->protectStrongly(strong);
         cfgManager->setRecord(before);
         cfgManager->setRecordChanged(changed);
         return false;

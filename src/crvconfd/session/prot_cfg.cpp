@@ -38,6 +38,7 @@ constexpr CodeText kSaveTexts[] = {
     {kKmReadOnly, kReadOnlyText},
     {kKmForeignFile, kForeignFileText},
     {kKmPasswordNotText, kPasswordNotTextText},
+    {kKmHistoryFailed, "Nie udało się zachować poprzedniego pliku bezpieczeństwa"},
     {kKmKeyHasTwoNames, "Wykryty klucz recertyfikowany dla różnych identyfikatorów wyróżniających !!!"},
 };
 
@@ -66,7 +67,10 @@ bool storePin(PinSlot slot, const SecretText& pin) {
 
 bool writeProtCfg() {
     const KeyManagerResult result = saveKeyStore(keyStoreAccess());
-    if (result == kKmOk) return true;
+    if (result == kKmOk) {
+        if (!keyManager->wasHistoryKept()) errInfo(kMessageRow, "%s", findText(kSaveTexts, kKmHistoryFailed));
+        return true;
+    }
     showCode(kSaveTexts, result);
     return false;
 }
