@@ -130,7 +130,7 @@ TEST_F(SessionScreen, AFullDiskKeepsTheOldSecurityFileAndFailsAnImport) {
     play({{kSelection, "\r"}, {kAskPassword, kPassword + "\r"}, {"Błąd zapisu pliku bezpieczeństwa !!!", " "}});
     screen->waitFor(kSelection);
     EXPECT_EQ(readFile(file("praca.p12")), before);
-    EXPECT_EQ(run("ls -A | grep -c praca"), "2\n") << "the file and its lock, nothing half written";
+    EXPECT_EQ(run("ls -A | grep -c praca"), "3\n") << "the file, its lock and its history, nothing half written";
     prepare();
     demoCa("correspondents ca 9 osoby.der");
     for (const char* end : {"Błąd bazy danych !!!", "Wczytano 9 certyfikatów."}) {
