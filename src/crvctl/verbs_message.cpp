@@ -168,11 +168,12 @@ void decrypt(Run& run) {
     run.out.field("cipher", result.algorithm);
     run.out.field("authenticated", result.authenticated);
     run.out.field("recipient", result.recipient);
-    for (const MessageRecipient& one : result.recipients)
+    for (const MessageRecipient& one : result.recipients) {
         run.out.item({{"issuer", one.issuer},
                       {"serial", smallDigits(one.serial)},
                       {"keyId", hexOf(one.keyId)},
                       {"algorithm", one.algorithm}});
+    }
 }
 
 }  // namespace crv::ctl

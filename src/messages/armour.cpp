@@ -84,7 +84,7 @@ void MessageArmour::takeLetter(uint8_t letter) {
 void MessageArmour::finish() const {
     if (form_ == Form::Unknown || form_ == Form::Before)
         throw CrvApiException(ECRV_NO_CRV_MSG, "there is no CMS message in it, in DER, BER, PEM or Base64");
-    const bool ended = form_ == Form::Behind || std::string_view(line_).starts_with(kEnd);
+    const bool ended = form_ == Form::Behind || line_.starts_with(kEnd);
     if (form_ != Form::Binary && ((letters_ != 0 && padding_ == 0) || (pem_ && !ended))) failArmour();
 }
 

@@ -62,8 +62,9 @@ class SealedMessage final : public MessageReader {
 };
 
 void SealedMessage::part(MessagePart part, ByteView encoding) {
-    if (part == MessagePart::Recipients)
+    if (part == MessagePart::Recipients) {
         for (const ByteView one : elementsOf(encoding)) readPart(recipients_.emplace_back(), one);
+    }
     if (part == MessagePart::InnerType) {
         ASNobjectId type;
         readPart(type, encoding);

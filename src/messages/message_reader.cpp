@@ -100,8 +100,8 @@ BerWalker::Treat MessageReader::begin(size_t depth, uint8_t tag) {
     const unsigned kinds = typeKnown_ ? bitOf(kind_) : kInAll;
     for (const PartRow& row : kParts) {
         const bool follows = !at_ || row.part > *at_;
-        if (!follows || row.depth != depth || (row.kinds & kinds) == 0 || (row.tag != tag && row.tag != kAnyTag))
-            continue;
+        const bool tagFits = row.tag == tag || row.tag == kAnyTag;
+        if (!follows || !tagFits || row.depth != depth || (row.kinds & kinds) == 0) continue;
         if (skipsNeeded(kind_, at_, row.part)) failStructure();
         at_ = row.part;
         if (row.part == MessagePart::Content) {

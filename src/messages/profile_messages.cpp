@@ -25,9 +25,10 @@ std::vector<DecryptionKey> decryptionKeysOf(const KeyManager& keys) {
         for (const StoredKey& stored : keys.keys()) {
             if (shares(stored.role, KeyRole::Encryption) == further) continue;
             DecryptionKey& one = list.emplace_back(DecryptionKey{stored.key});
-            for (const CertPtr& certificate : keys.userCerts())
+            for (const CertPtr& certificate : keys.userCerts()) {
                 if (certificate->computeKeyIdentifierSha1Hash() == stored.key->keyId())
                     one.certificates.push_back(certificate);
+            }
         }
     };
     take(false);

@@ -86,9 +86,10 @@ bool looksLikeAttributes(ByteView beginning) {
 }
 
 SignatureFault faultOfAttributes(const Attributes& attributes, const SignedContent& content, KcHashAlgo hash) {
-    for (const KnownOid* type : kSingle)
+    for (const KnownOid* type : kSingle) {
         if (!standsOnce(attributes, *type))
             return {SignatureCheck::Bad, ECRV_MSGSIGN_STR, "a signed attribute stands there more than once"};
+    }
     ASNobjectId type;
     ASNoctstr digest;
     if (!attributes.get(OID_PKCS9_CONTENT_TYPE, type) || !attributes.get(OID_PKCS9_MESSAGE_DIGEST, digest))

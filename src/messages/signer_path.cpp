@@ -37,9 +37,10 @@ void failPath(SignerVerdict& verdict, int code, size_t index, const std::string&
 SignerJudge::SignerJudge(const VerifyParams& params, CertificateManager& certificates, RevocationManager& revocation,
                          const std::vector<Bytes>& certificatesInside, const std::vector<Bytes>& crlsInside)
     : params_(params), manager_(certificates), revocation_(revocation) {
-    for (const Bytes& one : certificatesInside)
+    for (const Bytes& one : certificatesInside) {
         if (CertPtr certificate = one[0] == kCertificateTag ? manager_.cache().certificate(one) : nullptr)
             inside_.push_back(std::move(certificate));
+    }
     extra_ = inside_;
     extra_.insert(extra_.end(), params.certificates.begin(), params.certificates.end());
     for (const Bytes& one : crlsInside) {
@@ -105,8 +106,8 @@ void SignerJudge::judgePath(SignerVerdict& verdict) {
     options.time = verdict.moment;
     if (options.keyUsage == 0 && options.anyKeyUsage == 0) options.anyKeyUsage = kSigningUses;
     const RevocationManager::MoreCrls more(revocation_, crls_);
-    // What is revoked is asked of today's CRLs below: those of a moment long past are seldom there.
-    const bool past = verdict.moment < params_.now - kClockSkew && options.revocation != RevocationCheck::None;
+    // What is revoked is asked of today's CRLs below: those of a moment in the past are seldom there.
+    const bool past = verdict.moment < params_.now && options.revocation != RevocationCheck::None;
     if (past) options.revocation = RevocationCheck::None;
     verdict.path = manager_.buildPath(verdict.certificate, options, extra_);
     verdict.code = verdict.path.code;
