@@ -23,7 +23,7 @@ int record(CRVctx* ctx, int code, const char* text) noexcept {
         if (ctx) {
             VtestTextBuffer::setVtestTxt(ctx, text);
         } else {
-            initFailure() = text;
+            putText(initFailure(), text);
         }
     } catch (...) {
         // The code stands without its text.
@@ -89,9 +89,14 @@ void watchForks() {
     });
 }
 
-std::string& initFailure() {
-    thread_local std::string text;
+TextBuffer& initFailure() noexcept {
+    thread_local TextBuffer text{};
     return text;
+}
+
+void putText(TextBuffer& buffer, std::string_view text) noexcept {
+    const std::string_view fitting = cutText(text, buffer.size() - 1);
+    buffer[fitting.copy(buffer.data(), fitting.size())] = '\0';
 }
 
 int endOperation(CRVctx* ctx, int code) noexcept {

@@ -36,8 +36,13 @@ void watchForks();
 /// handler. Without a context the text is that of initFailure.
 int codeOfException(CRVctx* ctx) noexcept;
 
-/// Why the last making of a context failed on this thread.
-std::string& initFailure();
+/// Why the last making of a context failed on this thread. No object with a destructor: glibc ends the process when
+/// there is no memory to remember one for a thread.
+/// A text of a context or a thread.
+using TextBuffer = std::array<char, CRVctx::kErrorTextSize>;
+TextBuffer& initFailure() noexcept;
+/// Copies a text into a buffer of this kind, cut before a character that does not fit whole.
+void putText(TextBuffer& buffer, std::string_view text) noexcept;
 
 /// Ends an operation that answers a code; answers what the caller gets.
 int endOperation(CRVctx* ctx, int code) noexcept;

@@ -82,7 +82,7 @@ int crvFreeOctetsAPI(unsigned char* octets) {
 
 int crvGetInitFailureAPI(char* buf, long* len) {
     try {
-        return copyOut(initFailure(), buf, len);
+        return copyOut(initFailure().data(), buf, len);
     } catch (...) {
         return ECRV_UNKNOWN_EXCEPTION;
     }

@@ -12,12 +12,8 @@
 namespace crv {
 namespace {
 
-using TextBuffer = std::array<char, CRVctx::kErrorTextSize>;
-
-/// Copies the text into the buffer, cut before a character that does not fit whole.
 const char* put(TextBuffer& buffer, std::string_view text) {
-    const std::string_view fitting = cutText(text, buffer.size() - 1);
-    buffer[fitting.copy(buffer.data(), fitting.size())] = '\0';
+    putText(buffer, text);
     return buffer.data();
 }
 

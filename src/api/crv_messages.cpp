@@ -107,7 +107,7 @@ int crvVerifyInt(CRVctx& ctx, ByteView octets, const CrvMessageParams* params, u
     return judge(ctx, std::move(made), verdict);
 }
 
-void putText(std::string_view text, std::span<char> to) {
+void putShort(std::string_view text, std::span<char> to) {
     to[text.copy(to.data(), to.size() - 1)] = '\0';
 }
 
@@ -118,8 +118,8 @@ void tell(const DecryptResult& result, CrvDecryptInfo* info) {
     whole.content_len = result.contentLength;
     whole.recipients = static_cast<long>(result.recipients.size());
     whole.recipient = static_cast<long>(result.recipient);
-    putText(result.contentType, whole.content_type);
-    putText(result.algorithm, whole.algorithm);
+    putShort(result.contentType, whole.content_type);
+    putShort(result.algorithm, whole.algorithm);
     handOut(whole, info);
 }
 

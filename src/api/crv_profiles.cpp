@@ -142,7 +142,7 @@ int crvInitExAPI(CRVctx** ctx, int media, const char* file, const char* name) {
     *ctx = nullptr;
     if (isForkedChild()) return ECRV_INV_WRK_MODE;
     try {
-        initFailure().clear();
+        putText(initFailure(), {});
         watchForks();
         return crvInitExInt(ctx, media, file, name);
     } catch (...) {

@@ -33,8 +33,11 @@ void ContextState::setDiagnosticText(std::string_view text) {
     VtestTextBuffer::setVtestTxt(owner_, text);
 }
 
-void ContextState::beginCall() {
-    runReport_ = wholeReport();
+void ContextState::beginCall() noexcept {
+    try {
+        runReport_ = wholeReport();
+    } catch (...) {  // a call must not fail for want of its predecessor's report
+    }
     report_.clear();
     warnings.clear();
     usedPin_ = false;

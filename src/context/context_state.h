@@ -37,7 +37,7 @@ class ContextState final : public ContextServices {
     void setLastPkcs11Rv(unsigned long rv) override { lastPkcs11Rv = rv; }
 
     /// Starts a call: the report so far goes to the run-long one, warnings and diagnostic text are emptied.
-    void beginCall();
+    void beginCall() noexcept;
     /// Ends it: wipes every PIN when the call used one, unless `remember`.
     void endCall(bool remember) noexcept;
     /// The slot whose PIN the running call wanted and which nobody gives: none is stored, and there is no prompt.

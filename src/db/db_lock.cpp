@@ -89,10 +89,17 @@ DbLock::Result DbLock::acquire(int mode) {
     }
     for (int asked = mode;;) {
         if (semaphore_.p(asked) == 0) return asked == mode ? Result::NotHad : Result::NeedsMending;
-        const State state = readMark();
-        const bool marked = state.mark != DbMark::None;
+        bool marked = false, mended = true;
+        try {
+            const State state = readMark();
+            marked = state.mark != DbMark::None;
+            mended = !marked || asked == kSharedLock || mend(state);
+        } catch (...) {  // memory ran out
+            semaphore_.v();
+            throw;
+        }
         if (!marked && asked == mode) break;
-        if (marked && asked != kSharedLock && !mend(state)) {
+        if (!mended) {
             semaphore_.v();
             return Result::NeedsMending;
         }
