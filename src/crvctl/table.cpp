@@ -12,6 +12,19 @@ using enum ValueKind;
 
 std::vector<VerbRow> ownVerbs() {
     return {
+        {"module",
+         "status",
+         Needs::Nothing,
+         Effect::Reads,
+         moduleStatus,
+         "tell whether other programs find the PKCS#11 module over profiles, and which tokens it shows them",
+         {},
+         {},
+         {{"library", "string", "PKCS#11 module"},
+          {"registration", "string", "File for p11-kit"},
+          {"label", "string", "Label", true},
+          {"serialNumber", "string", "Serial number", true},
+          {"slot", "string", "Slot", true}}},
         {"",
          "completion",
          Needs::Nothing,
@@ -62,6 +75,7 @@ const std::vector<GroupRow>& groups() {
         {"usage", "extended key usages that a profile accepts"},
         {"server", "network servers of a profile"},
         {"proxy", "HTTP proxy of a profile"},
+        {"module", "profiles as tokens for other programs"},
     };
     return all;
 }

@@ -73,6 +73,7 @@ void sign(Run& run);
 void verify(Run& run);
 void encrypt(Run& run);
 void decrypt(Run& run);
+void moduleStatus(Run& run);
 void completion(Run& run);
 void version(Run& run);
 void help(Run& run);

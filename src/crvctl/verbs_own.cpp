@@ -2,6 +2,7 @@
 #include "crvctl/completion.h"
 #include "crvctl/help.h"
 #include "crvctl/verbs.h"
+#include "ops/module_status.h"
 
 namespace crv::ctl {
 
@@ -12,6 +13,16 @@ void completion(Run& run) {
     } else {
         run.out.raw(completionScript(shell));
     }
+}
+
+void moduleStatus(Run& run) {
+    const ModuleStatus status = crv::moduleStatus();
+    run.out.field("library", status.library);
+    run.out.field("registration", status.registration);
+    if (status.registration.empty())
+        run.out.warn("programs that ask p11-kit do not find the module: link its file into the folder", status.folder);
+    for (const ModuleToken& token : status.tokens)
+        run.out.item({{"label", token.label}, {"serialNumber", token.serialNumber}, {"slot", token.slot}});
 }
 
 void version(Run& run) {

@@ -65,7 +65,7 @@ PrivateKey PrivateKey::generateRsa(unsigned bits, uint64_t publicExponent, Rando
         publicExponent % 2 == 0) {
         throw CryptoError(CryptoFailure::BadParameter, "RSA keys of this length or exponent cannot be generated");
     }
-    const ossl::PkeyCtx ctx = generatorFor("RSA");
+    const ossl::PkeyCtx ctx = generatorFor(ossl::kRsaType);
     const ossl::Num exponent = ossl::newNum();
     BN_set_word(exponent.get(), publicExponent);
     ossl::must(EVP_PKEY_keygen_init(ctx.get()), CryptoFailure::Internal, "RSA generation does not start");
@@ -84,7 +84,7 @@ PrivateKey PrivateKey::generateRsa(unsigned bits, uint64_t publicExponent, Rando
 
 PrivateKey PrivateKey::generateDsa(unsigned bits, RandomBridge& random, const KeyGenProgress& progress) {
     if (bits != kDsaBits) throw CryptoError(CryptoFailure::BadParameter, "DSA keys have 1024 bits");
-    const ossl::PkeyCtx domainCtx = generatorFor("DSA");
+    const ossl::PkeyCtx domainCtx = generatorFor(ossl::kDsaType);
     ossl::must(EVP_PKEY_paramgen_init(domainCtx.get()), CryptoFailure::Internal, "DSA generation does not start");
     ossl::must(EVP_PKEY_CTX_set_dsa_paramgen_bits(domainCtx.get(), kDsaBits), CryptoFailure::Internal, "DSA bits");
     ossl::must(EVP_PKEY_CTX_set_dsa_paramgen_q_bits(domainCtx.get(), 160), CryptoFailure::Internal, "DSA q bits");
@@ -100,7 +100,7 @@ PrivateKey PrivateKey::generateDsa(unsigned bits, RandomBridge& random, const Ke
 
 PrivateKey PrivateKey::generateEc(StdECId curve, bool explicitDomain, RandomBridge& random) {
     const Bytes domain = encodeEcDomain(curve, explicitDomain);
-    const ossl::PkeyCtx ctx = generatorFor("EC");
+    const ossl::PkeyCtx ctx = generatorFor(ossl::kEcType);
     ossl::must(EVP_PKEY_keygen_init(ctx.get()), CryptoFailure::Internal, "EC generation does not start");
     ossl::must(EVP_PKEY_CTX_set_group_name(ctx.get(), findCurve(curve)->name), CryptoFailure::Unsupported,
                "unknown elliptic curve");

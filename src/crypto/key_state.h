@@ -44,6 +44,12 @@ struct PrivateKey::State {
 
 namespace ossl {
 
+/// libcrypto's names for types of keys. By the names that it has from of old it would ask the engines of the program
+/// first, which know nothing of our context: one that lends keys of tokens (ours, too) would be asked for its own.
+inline constexpr const char* kRsaType = "1.2.840.113549.1.1.1";
+inline constexpr const char* kDsaType = "1.2.840.10040.4.1";
+inline constexpr const char* kEcType = "1.2.840.10045.2.1";
+
 /// Numbers, octets and names from which libcrypto builds a key; all wiped with the set.
 class KeyParts {
   public:

@@ -71,7 +71,7 @@ Halves readRsa(der::Reader, ByteView inner) {
     if (BN_num_bits(numbers[kN].get()) < static_cast<int>(PublicKey::kMinRsaBits)) failKey("RSA modulus too short");
     checkRsaNumbers(numbers);
     const auto element = [&](RsaIndex i) { return der::number(ossl::fromNum(numbers[i].get())); };
-    return {parts.build("RSA", true), der::element(der::kSequence, {element(kN), element(kE)})};
+    return {parts.build(ossl::kRsaType, true), der::element(der::kSequence, {element(kN), element(kE)})};
 }
 
 // The public number is y = g^x mod p, with 1 <= x < q (FIPS 186-4 4.1); the domain is checked with it.
@@ -100,7 +100,7 @@ Halves readDsa(der::Reader parameters, ByteView inner) {
     ossl::mustCompute(BN_mod_exp_mont_consttime(y.get(), g.get(), x.get(), p.get(), ctx.get(), nullptr));
     const SecretBytes octets = ossl::fromNum(y.get());
     parts.number(OSSL_PKEY_PARAM_PUB_KEY, octets);
-    return {parts.build("DSA", true), der::number(octets)};
+    return {parts.build(ossl::kDsaType, true), der::number(octets)};
 }
 
 // ECPrivateKey (RFC 5915 3). A domain and a public point in it must say the same as the rest.
@@ -128,7 +128,7 @@ Halves readEc(der::Reader parameters, ByteView inner) {
     parts.text(OSSL_PKEY_PARAM_GROUP_NAME, findCurve(wanted.id)->name);
     parts.number(OSSL_PKEY_PARAM_PRIV_KEY, secret);
     parts.octets(OSSL_PKEY_PARAM_PUB_KEY, point);
-    return {parts.build("EC", true), keyBits};
+    return {parts.build(ossl::kEcType, true), keyBits};
 }
 
 }  // namespace

@@ -39,6 +39,10 @@ class PrivateKey final : public Signer {
     /// Every pair of the signature table goes, given a key that is long enough.
     [[nodiscard]] Bytes sign(KeyScheme scheme, KcHashAlgo hash, ByteView digest, RandomBridge& random,
                              const PssParams& pss = {}) const override;
+    /// Signs what the caller made ready: with an RSA key the octets that go into the block of RSASSA-PKCS1-v1_5 behind
+    /// the padding (RFC 8017 9.2, a DigestInfo as a rule), with others a digest of any length, whose leftmost bits
+    /// count. CryptoError (badParameter) for octets that are too many, and for a key that signs with PSS alone.
+    [[nodiscard]] Bytes signPrepared(ByteView input, RandomBridge& random) const;
     [[nodiscard]] SecretBytes decrypt(RsaPadding padding, ByteView ciphertext,
                                       const OaepParams& oaep = {}) const override;
     [[nodiscard]] SecretBytes agree(const PublicKey& other) const override;

@@ -127,7 +127,7 @@ void readPublicRsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     checkRsa(modulus.get(), ossl::toNum(e).get());
     parts.number(OSSL_PKEY_PARAM_RSA_N, n);
     parts.number(OSSL_PKEY_PARAM_RSA_E, e);
-    state.pkey = parts.build("RSA", false);
+    state.pkey = parts.build(ossl::kRsaType, false);
     state.bits = static_cast<unsigned>(BN_num_bits(modulus.get()));
 }
 
@@ -146,14 +146,24 @@ void readPublicDsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     domain.end();
     key.end();
     checkDsa(numbers[0].get(), numbers[1].get(), numbers[2].get(), numbers[3].get());
-    state.pkey = parts.build("DSA", false);
+    state.pkey = parts.build(ossl::kDsaType, false);
     state.bits = static_cast<unsigned>(BN_num_bits(numbers[0].get()));
 }
 
-bool hasCofactorOne(StdECId curve) {
+/// Whether the octets are a point of the group. Asked of the curve and not of the key: where an engine of the program
+/// stands in front of all keys, libcrypto does not check them. Only where the curve has more points than the group a
+/// point may have another order.
+bool isInGroup(StdECId curve, ByteView octets) {
     const ossl::Group group(EC_GROUP_new_by_curve_name_ex(ossl::context(), nullptr, static_cast<int>(curve)));
-    const BIGNUM* cofactor = group ? EC_GROUP_get0_cofactor(group.get()) : nullptr;
-    return cofactor && BN_is_one(cofactor);
+    const ossl::Owned<EC_POINT, EC_POINT_free> point(group ? EC_POINT_new(group.get()) : nullptr);
+    const ossl::NumCtx ctx = ossl::numContext();
+    if (!point || EC_POINT_oct2point(group.get(), point.get(), octets.data(), octets.size(), ctx.get()) != 1)
+        return false;
+    if (EC_POINT_is_at_infinity(group.get(), point.get()) != 0) return false;
+    if (BN_is_one(EC_GROUP_get0_cofactor(group.get()))) return true;
+    ossl::mustCompute(
+        EC_POINT_mul(group.get(), point.get(), nullptr, point.get(), EC_GROUP_get0_order(group.get()), ctx.get()));
+    return EC_POINT_is_at_infinity(group.get(), point.get()) != 0;
 }
 
 void readPublicEc(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
@@ -162,12 +172,9 @@ void readPublicEc(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
     ossl::KeyParts parts;
     parts.text(OSSL_PKEY_PARAM_GROUP_NAME, OBJ_nid2sn(static_cast<int>(state.domain.id)));
     parts.octets(OSSL_PKEY_PARAM_PUB_KEY, keyBits);
-    state.pkey = parts.build("EC", false);
-    // Where the curve has more points than the group, only the slow check finds one of another order.
-    const ossl::PkeyCtx ctx = ossl::keyContext(state.pkey.get());
-    const bool whole = hasCofactorOne(state.domain.id);
-    ossl::must(whole ? EVP_PKEY_public_check_quick(ctx.get()) : EVP_PKEY_public_check(ctx.get()), CryptoFailure::BadKey,
-               "the point is not in the group of its curve");
+    state.pkey = parts.build(ossl::kEcType, false);
+    if (!isInGroup(state.domain.id, keyBits))
+        ossl::fail(CryptoFailure::BadKey, "the point is not in the group of its curve");
     state.bits = findCurve(state.domain.id)->bits;
 }
 

@@ -71,6 +71,11 @@ class PublicKey {
     [[nodiscard]] bool verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteView signature,
                               const PssParams& pss = {}) const;
 
+    /// The counterpart of PrivateKey::signPrepared; a wrong signature answers false.
+    [[nodiscard]] bool verifyPrepared(ByteView input, ByteView signature) const;
+    /// Octets of each of the two numbers of a DSA or ECDSA signature: those of the group's order. 0 for RSA keys.
+    [[nodiscard]] size_t orderSize() const;
+
     /// RSA encryption, the counterpart of PrivateKey::decrypt; padding draws from the system. CryptoError
     /// (badParameter) for a key that is not RSA or data that is too long.
     [[nodiscard]] Bytes encrypt(RsaPadding padding, ByteView plain, const OaepParams& oaep = {}) const;

@@ -68,6 +68,24 @@ void setPadding(EVP_PKEY_CTX* ctx, RsaPadding padding, const OaepParams& oaep) {
     }
 }
 
+/// No hash is named, so libcrypto takes the octets as they are.
+void setPrepared(EVP_PKEY_CTX* ctx, const PublicKey& key) {
+    if (key.scheme() == KeyScheme::RsaPss)
+        throw CryptoError(CryptoFailure::BadParameter, "the key signs with PSS alone");
+    if (key.scheme() == KeyScheme::Rsa) must(EVP_PKEY_CTX_set_rsa_padding(ctx, RSA_PKCS1_PADDING));
+}
+
+Bytes signatureOf(EVP_PKEY_CTX* ctx, ByteView input, RandomBridge& random) {
+    size_t length = 0;
+    must(EVP_PKEY_sign(ctx, nullptr, &length, input.data(), input.size()));
+    Bytes signature(length);
+    RandomBridge::Scope scope(random);
+    const int answer = EVP_PKEY_sign(ctx, signature.data(), &length, input.data(), input.size());
+    ossl::finish(scope, answer, CryptoFailure::BadParameter, "the signature failed");
+    signature.resize(length);
+    return signature;
+}
+
 void mustBeRsa(const PublicKey& key) {
     if (key.scheme() != KeyScheme::Rsa) throw CryptoError(CryptoFailure::BadParameter, "the key does not encrypt");
 }
@@ -87,6 +105,24 @@ bool PublicKey::verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteV
     return right;
 }
 
+size_t PublicKey::orderSize() const {
+    if (isRsa(scheme())) return 0;
+    const bool dsa = scheme() == KeyScheme::Dsa;
+    BIGNUM* order = nullptr;
+    must(EVP_PKEY_get_bn_param(state_->pkey.get(), dsa ? OSSL_PKEY_PARAM_FFC_Q : OSSL_PKEY_PARAM_EC_ORDER, &order));
+    const ossl::Num owned(order);
+    return static_cast<size_t>(BN_num_bytes(order));
+}
+
+bool PublicKey::verifyPrepared(ByteView input, ByteView signature) const {
+    const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
+    must(EVP_PKEY_verify_init(ctx.get()));
+    setPrepared(ctx.get(), *this);
+    const bool right = EVP_PKEY_verify(ctx.get(), signature.data(), signature.size(), input.data(), input.size()) == 1;
+    if (!right) ERR_clear_error();
+    return right;
+}
+
 Bytes PrivateKey::sign(KeyScheme scheme, KcHashAlgo hash, ByteView digest, RandomBridge& random,
                        const PssParams& pss) const {
     checkFit(Use::Sign, publicKey(), scheme, hash, digest);
@@ -94,14 +130,14 @@ Bytes PrivateKey::sign(KeyScheme scheme, KcHashAlgo hash, ByteView digest, Rando
     const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
     must(EVP_PKEY_sign_init(ctx.get()));
     setScheme(ctx.get(), scheme, hash, pss);
-    size_t length = 0;
-    must(EVP_PKEY_sign(ctx.get(), nullptr, &length, digest.data(), digest.size()));
-    Bytes signature(length);
-    RandomBridge::Scope scope(random);
-    const int answer = EVP_PKEY_sign(ctx.get(), signature.data(), &length, digest.data(), digest.size());
-    ossl::finish(scope, answer, CryptoFailure::BadParameter, "the signature failed");
-    signature.resize(length);
-    return signature;
+    return signatureOf(ctx.get(), digest, random);
+}
+
+Bytes PrivateKey::signPrepared(ByteView input, RandomBridge& random) const {
+    const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
+    must(EVP_PKEY_sign_init(ctx.get()));
+    setPrepared(ctx.get(), publicKey());
+    return signatureOf(ctx.get(), input, random);
 }
 
 Bytes PublicKey::encrypt(RsaPadding padding, ByteView plain, const OaepParams& oaep) const {

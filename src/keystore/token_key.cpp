@@ -2,36 +2,14 @@
 
 #include <algorithm>
 
-#include "asn/asn_primitives.h"
 #include "asn/pkcs/digest_info.h"
 #include "crypto/crypto_error.h"
+#include "crypto/plain_signature.h"
 #include "crypto/rsa_padding.h"
 #include "pkcs11/p11_mechanisms.h"
 
 namespace crv {
 namespace {
-
-/// Ecdsa-Sig-Value (RFC 3279 2.2.3).
-class EcdsaSigValue : public ASNsequenceF {
-  public:
-    ASNinteger r;
-    ASNinteger s;
-
-  protected:
-    [[nodiscard]] MemberTable members() const override {
-        static constexpr Member kMembers[] = {member<&EcdsaSigValue::r>, member<&EcdsaSigValue::s>};
-        return kMembers;
-    }
-};
-
-/// The two numbers of PKCS#11 2.40 2.3.1 in DER; empty when there are no two halves.
-Bytes ecdsaToDer(ByteView halves) {
-    if (halves.empty() || halves.size() % 2 != 0) return {};
-    EcdsaSigValue value;
-    value.r.setUnsigned(halves.first(halves.size() / 2));
-    value.s.setUnsigned(halves.subspan(halves.size() / 2));
-    return value.encoded();
-}
 
 template <class Parameters>
 std::span<uint8_t> octetsOfParameters(Parameters& parameters) {
@@ -99,7 +77,7 @@ Bytes TokenKey::signWith(const Order& order, CK_MECHANISM_TYPE mechanism, ByteVi
             return device.signRSAWithMechanism(key, how, input, signature, before);
         });
     if (result != kKmOk) throw TokenFailure(result);
-    if (order.scheme == KeyScheme::Ecdsa) signature = ecdsaToDer(signature);
+    if (order.scheme == KeyScheme::Ecdsa) signature = toDerSignature(signature);
     if (!publicKey().verify(order.scheme, order.hash, order.digest, signature, order.pss))
         throw TokenFailure(kKmCardError);
     return signature;

@@ -1,0 +1,48 @@
+// The profiles that become tokens: those of the lists whose keys stand in a security file.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "pkcs11_module/file_stamp.h"
+#include "profiles/profile_media.h"
+
+namespace crv::p11 {
+
+struct ListedProfile {
+    std::string name;  ///< upper-cased, as lists have it
+    ProfileMedia media = ProfileMedia::User;
+    std::string list;     ///< for ProfileMedia::File
+    std::string keyFile;  ///< path of the security file, "~/" expanded
+    std::string dbLock;   ///< path of the lock of its database; empty without a database that is shown
+
+    bool operator==(const ListedProfile&) const = default;
+};
+
+/// The lists are those of CRV_PROFILE_FILE, else the user's and the common one, of which the first to have a name keeps
+/// it. CRV_PROFILE leaves one profile. A program with more rights than its user (secure_getenv(3)) is shown the common
+/// list only: it must not read what its user chose. CRV_PKCS11_DATABASE=1 shows the certificates of databases, too.
+class ListedProfiles {
+  public:
+    ListedProfiles();
+
+    /// Whether a list is another one than at the last reading.
+    [[nodiscard]] bool changed() const;
+    /// Reads the lists in order. One that cannot be read has no profiles and is told to the log: a slip in it must not
+    /// stop every program that loads modules.
+    [[nodiscard]] std::vector<ListedProfile> read();
+
+  private:
+    struct List {
+        ProfileMedia media;
+        std::string path;
+        FileStamp stamp = {};
+    };
+    void readInto(const List& list, std::vector<ListedProfile>& found) const;
+
+    std::vector<List> lists_;
+    std::string only_;  // upper-cased; empty: all
+    bool databases_;
+};
+
+}  // namespace crv::p11

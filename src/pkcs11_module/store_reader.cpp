@@ -1,0 +1,163 @@
+#include "pkcs11_module/store_reader.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include "config/configuration_manager.h"
+#include "config/context_services.h"
+#include "crypto/self_test.h"
+#include "db_sql/db_manager.h"
+#include "keystore/key_store_door.h"
+#include "misc/logger.h"
+#include "misc/utf8.h"
+#include "ops/lock_wait.h"
+#include "ops/op_error.h"
+#include "ops/password_rules.h"
+#include "pkcs11_module/refusal.h"
+#include "profiles/crv_profile.h"
+
+namespace crv::p11 {
+namespace {
+
+constexpr size_t kSeedSize = 64;
+
+/// What a key manager knows of its user here: one password, nobody to ask.
+class ModuleContext final : public ContextServices {
+  public:
+    ModuleContext(std::unique_ptr<CrvProfile> profile, const SecretText& password) : password_(password) {
+        configuration_.setProfile(std::move(profile));
+    }
+
+    ConfigurationManager& configuration() override { return configuration_; }
+    PinResult getPIN(PinSlot slot, SecretText& pin, bool* fromCache, bool) override {
+        const bool known = slot == PinSlot::SigningToken;
+        if (fromCache) *fromCache = known;
+        pin = known ? password_ : SecretText();
+        return known ? kPinOk : kPinCancelled;
+    }
+    void storePIN(PinSlot slot, const SecretText& pin) override {
+        if (slot == PinSlot::SigningToken) password_ = pin;
+    }
+    bool tokenNotice(TokenNotice, const std::string&) override { return true; }
+    void removePINs() override { password_.clear(); }
+    void report(std::string_view) override {}
+    void addWarning(int) override {}
+    void setDiagnosticText(std::string_view) override {}
+    void setLastDeviceError(unsigned) override {}
+    void setLastPkcs11Rv(unsigned long) override {}
+
+  private:
+    ConfigurationManager configuration_;
+    SecretText password_;
+};
+
+/// A profile with its key manager for the time of one call.
+struct OpenProfile {
+    OpenProfile(const ListedProfile& listed, const SecretText& password)
+        : context(find(listed), password), access{context.configuration(), keys, {{}, [] { return false; }}} {
+        keys.init(context);
+        // The list may have changed a moment ago.
+        demand(access.configuration.securityFileName() == listed.keyFile, CKR_DEVICE_REMOVED);
+        demand(FileStamp::of(listed.keyFile).there, CKR_DEVICE_REMOVED);
+    }
+
+    static std::unique_ptr<CrvProfile> find(const ListedProfile& listed) {
+        auto profile = CrvProfile::getProfileByName(listed.media, listed.list, listed.name);
+        demand(profile && profile->kind() == ProfileKind::Pkcs12, CKR_DEVICE_REMOVED);
+        return profile;
+    }
+
+    ModuleContext context;
+    KeyManager keys;
+    KeyStoreAccess access;
+};
+
+struct RvRow {
+    KeyManagerResult result;
+    CK_RV rv;
+};
+constexpr RvRow kRvRows[] = {
+    {kKmWrongPassword, CKR_PIN_INCORRECT},
+    {kKmPasswordNotText, CKR_PIN_INCORRECT},
+    {kKmNoMemory, CKR_HOST_MEMORY},
+    {kKmReadOnly, CKR_TOKEN_WRITE_PROTECTED},
+    {kKmWriteFailed, CKR_DEVICE_ERROR},
+    {kKmForeignFile, CKR_TOKEN_WRITE_PROTECTED},
+    {kKmLockFailed, CKR_TOKEN_WRITE_PROTECTED},
+    {kKmLockGivenUp, kBusy},
+};
+
+void demandKeys(KeyManagerResult result, const ListedProfile& profile) {
+    if (result == kKmOk) return;
+    const auto* row = std::ranges::find(kRvRows, result, &RvRow::result);
+    const CK_RV rv = row == std::end(kRvRows) ? CKR_DEVICE_ERROR : row->rv;
+    if (rv == CKR_DEVICE_ERROR) logLine(LogLevel::Error, profile.keyFile + ": " + resultText(result));
+    throw Refusal{rv};
+}
+
+/// The self-tests of the primitives stand before the first key, as in the library.
+void testPrimitives() {
+    static std::once_flag passed;
+    std::call_once(passed, [] { runSelfTests(); });
+}
+
+CK_RV faultOf(const SecretText& password) {
+    if (password.size() > 254) return CKR_PIN_LEN_RANGE;
+    if (password.view().find('\0') != std::string_view::npos || !isUtf8(password.view())) return CKR_PIN_INVALID;
+    const int fault = passTest(password.c_str());
+    return fault == kPasswordGood ? CKR_OK : fault == kPasswordTooShort ? CKR_PIN_LEN_RANGE : CKR_PIN_INVALID;
+}
+
+void logIn(OpenProfile& open, const ListedProfile& profile) {
+    KeyManagerResult result = openKeyStore(open.access, OpenMode::LogIn, false);
+    if (result == kKmNoSeed) {
+        SecretArray<kSeedSize> material;
+        demand(systemRandom(material), CKR_DEVICE_ERROR);
+        demandKeys(open.keys.rbgInit(material), profile);
+        demandKeys(saveKeyStore(open.access), profile);
+        result = openKeyStore(open.access, OpenMode::LogIn, false);
+    }
+    demandKeys(result, profile);
+}
+
+}  // namespace
+
+ReadStore readStore(const ListedProfile& profile, const SecretText& password) try {
+    testPrimitives();
+    OpenProfile open(profile, password);
+    const TimedLock lock(open.context.configuration().securityFileLockName(), OpMode{true, 0});
+    demandKeys(open.keys.loadKey(password), profile);
+    ReadStore store;
+    store.contents.keys.assign(open.keys.keys().begin(), open.keys.keys().end());
+    store.contents.userCerts = open.keys.userCerts();
+    for (TrustPoint& point : open.keys.trustedPoints()) store.trusted.push_back(std::move(point.certificate));
+    return store;
+} catch (const OpError& error) {
+    throw Refusal{error.fault() == OpFault::LockBusy ? kBusy : CKR_DEVICE_ERROR};
+}
+
+std::vector<Bytes> readDatabase(const ListedProfile& profile) {
+    DbManager database;
+    database.init(OpenProfile::find(profile)->dbConfig());
+    std::vector<Bytes> certificates;
+    const DbState state = database.isDbCreated();
+    if (state == DbState::Missing) return certificates;
+    const bool read = state == DbState::Complete && database.visitCerts([&](int64_t, ByteView der) {
+        certificates.push_back(toBytes(der));
+        return true;
+    });
+    demand(read, CKR_DEVICE_ERROR);  // DbManager tells the log why
+    return certificates;
+}
+
+void changePassword(const ListedProfile& profile, const SecretText& password, const SecretText& newPassword) {
+    testPrimitives();
+    demand(faultOf(newPassword) == CKR_OK, faultOf(newPassword));
+    OpenProfile open(profile, password);
+    KeyStoreLock lock(open.access);
+    demandKeys(lock.take(), profile);
+    logIn(open, profile);
+    demandKeys(lock.release(changeKeyStorePassword(open.access, newPassword)), profile);
+}
+
+}  // namespace crv::p11

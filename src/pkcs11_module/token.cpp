@@ -1,0 +1,103 @@
+#include "pkcs11_module/token.h"
+
+#include <set>
+
+#include "misc/hex.h"
+
+namespace crv::p11 {
+namespace {
+
+constexpr size_t kSerialOctets = 8;
+
+}  // namespace
+
+void SeenObjects::each(const std::function<void(const TokenObject&)>& visit) const {
+    std::set<Bytes> met;
+    if (ofFile) {
+        for (const TokenObject& object : *ofFile) {
+            if (ofDatabase) met.insert(object.identity);
+            visit(object);
+        }
+    }
+    if (!ofDatabase) return;
+    for (const TokenObject& object : *ofDatabase)
+        if (!met.contains(object.identity)) visit(object);
+}
+
+Token::Token(ListedProfile profile)
+    : profile_(std::move(profile)),
+      serialNumber_(toHex(ByteView(hashOf(KcHashAlgo::Sha256, asBytes(profile_.keyFile))).first(kSerialOctets))) {}
+
+bool Token::present() const {
+    return listed_ && FileStamp::of(profile_.keyFile).there;
+}
+
+void Token::setListed(bool listed) {
+    listed_ = listed;
+    if (!listed) logout();
+}
+
+Token::Open Token::read(const SecretText& pin, const TokenObjects* before) const {
+    // A change behind this look is met at the next one.
+    const FileStamp stamp = FileStamp::of(profile_.keyFile);
+    return {pin, stamp, makeObjects(readStore(profile_, pin), profile_.name, before)};
+}
+
+void Token::refresh() {
+    const FileStamp now = FileStamp::of(profile_.keyFile);
+    if (!listed_ || !now.there) {
+        open_.reset();
+        throw Refusal{CKR_DEVICE_REMOVED};
+    }
+    if (!open_ || now == open_->stamp) return;
+    try {
+        Open fresh = read(open_->pin, open_->objects.get());
+        open_ = std::move(fresh);
+    } catch (const Refusal& refusal) {
+        if (refusal.rv != CKR_PIN_INCORRECT) throw;
+        open_.reset();
+    }
+}
+
+void Token::login(const SecretText& pin) {
+    const std::scoped_lock guard(mutex_);
+    refresh();
+    demand(!open_, CKR_USER_ALREADY_LOGGED_IN);
+    open_ = read(pin, nullptr);
+}
+
+bool Token::logout() {
+    const std::scoped_lock guard(mutex_);
+    const bool was = open_.has_value();
+    open_.reset();
+    return was;
+}
+
+void Token::changePin(const SecretText& pin, const SecretText& newPin) {
+    const std::scoped_lock guard(mutex_);
+    refresh();
+    changePassword(profile_, pin, newPin);
+    if (open_) open_->pin = newPin;
+}
+
+bool Token::loggedIn() {
+    const std::scoped_lock guard(mutex_);
+    refresh();
+    return open_.has_value();
+}
+
+void Token::refreshDatabase() {
+    const FileStamp now = FileStamp::of(profile_.dbLock);
+    if (profile_.dbLock.empty() || (dbObjects_ && now == dbStamp_)) return;
+    dbObjects_ = makeCertificates(readDatabase(profile_), dbObjects_.get());
+    dbStamp_ = now;
+}
+
+SeenObjects Token::objects(bool withDatabase) {
+    const std::scoped_lock guard(mutex_);
+    refresh();
+    if (withDatabase) refreshDatabase();
+    return {open_ ? open_->objects : nullptr, dbObjects_};
+}
+
+}  // namespace crv::p11
