@@ -75,6 +75,7 @@ void encrypt(Run& run);
 void decrypt(Run& run);
 void moduleStatus(Run& run);
 void completion(Run& run);
+void watch(Run& run);
 void version(Run& run);
 void help(Run& run);
 

@@ -318,6 +318,21 @@ class Stores(Case):
             self.changed("store", "protect", form, *self.KEYS)
             self.assertEqual(self.read("store", "check", *self.KEYS)["result"]["protection"], form)
 
+    def test_watch_tells_what_ends_soon(self):
+        def watched(*words, status=0):
+            return {one["kind"]: one["state"] for one in self.answer("watch", *words, *self.KEYS, status=status)["result"].get("items", [])}
+
+        everything = watched("--all", status=1)
+        self.assertEqual(set(everything), {"certificate", "trust-point", "crl"})
+        self.assertEqual(watched("--days", "40000", status=1), dict.fromkeys(everything, "soon"))
+        self.assertEqual(watched("--days", "0"), {})
+        metrics = self.run_it("watch", "--format", "prometheus", *self.KEYS, status=1).stdout.decode()
+        self.assertEqual(len(re.findall(r'^corvane_end_timestamp_seconds\{profile="DROGA",kind="[a-z-]+",name="[^"]+"\} [0-9]+$', metrics, re.M)), 3)
+        for keys, looked in ((self.KEYS, "1"), ((), "0")):
+            told = self.run_it("watch", "--format", "prometheus", *keys, status=1).stdout.decode()
+            self.assertIn('corvane_profile_looked_at{profile="DROGA"} ' + looked, told)
+            self.assertIn('kind="crl"', told)  # the database is looked at although the keys are not
+
     def test_changes_of_keys_certificates_and_lists(self):
         self.assertEqual(self.answer("store", "init", *self.KEYS, status=6)["fault"], "store-exists")
         self.assertEqual(self.answer("key", "generate", *self.KEYS, status=6)["fault"], "object-exists")

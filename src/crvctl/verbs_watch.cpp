@@ -1,0 +1,170 @@
+// Watching over all profiles for what ends soon.
+#include <algorithm>
+#include <ctime>
+#include <map>
+
+#include "crvctl/secrets.h"
+#include "crvctl/show.h"
+#include "crvctl/statuses.h"
+#include "crvctl/texts.h"
+#include "crvctl/verbs.h"
+#include "misc/utf8.h"
+#include "ops/watch.h"
+
+namespace crv::ctl {
+namespace {
+
+constexpr int64_t kSecondsOfDay = 86400;
+constexpr const char* kKindNames[] = {"certificate", "trust-point", "crl"};
+
+/// Beyond this every number of days means the same: all that ends at all.
+constexpr int64_t kMostDays = 1000000;
+constexpr int64_t kDefaultDays = 30;
+
+class Watch {
+  public:
+    explicit Watch(Run& run)
+        : run_(run),
+          hasPassword_(readGivenSecret(run.call, "password", password_)),
+          hasPin_(readGivenSecret(run.call, "pin", pin_)),
+          prometheus_(run.call.value("format") == "prometheus"),
+          now_(std::time(nullptr)) {
+        const auto days = run.call.value("days");
+        const int64_t number = days ? std::strtoll(days->c_str(), nullptr, 10) : kDefaultDays;
+        limit_ = std::min(number, kMostDays) * kSecondsOfDay;
+    }
+
+    /// What fails of one profile does not keep the others from being looked at.
+    void look(const std::string& name, ProfileMedia media) {
+        ListPlace place = run_.place;
+        if (place.kind == AvailableProfiles::All && media == ProfileMedia::Common)
+            place.kind = AvailableProfiles::Common;
+        profile_ = name;
+        bool whole = attempt([&] {
+            Session session(findProfile(place, name), run_.mode);
+            watchDatabase(session, [this](const Watched& one) { show(one); });
+        });
+        whole = attempt([&] {
+                    Session session(findProfile(place, name), run_.mode);
+                    open(session);
+                    watchKeys(session, [this](const Watched& one) { show(one); });
+                }) &&
+                whole;
+        bool& looked = looked_.try_emplace(name, true).first->second;
+        looked = looked && whole;
+    }
+
+    void finish() {
+        if (prometheus_) run_.out.raw(metrics());
+        if (failure_ != 0 || ends_) run_.out.no(failure_ != 0 ? failure_ : ECRV_CRTAFTER);
+    }
+
+  private:
+    /// Labels of a series, and the earliest end among those of the same name.
+    using Series = std::map<std::string, int64_t>;
+
+    template <class Work>
+    bool attempt(const Work& work) {
+        try {
+            work();
+            return true;
+        } catch (const OpError& failure) {
+            stopIfEnding();
+            const std::string about = tr(failure.what());
+            run_.out.warn(faultText(failure.fault()), profile_ + (about.empty() ? "" : ": " + about));
+            failure_ = failure.code();
+        } catch (const std::exception& failure) {
+            stopIfEnding();
+            run_.out.warn(faultText(OpFault::LibraryFailed), profile_ + ": " + failure.what());
+            failure_ = ECRV_INTERNAL_ERROR;
+        }
+        return false;
+    }
+
+    /// The secrets of the call serve every profile; nobody is asked, and no card is brought to its last try.
+    void open(Session& session) {
+        const bool token = session.profile().kind() != ProfileKind::Pkcs12;
+        if (!(token ? hasPin_ : hasPassword_)) throw OpError(OpFault::SecretMissing, token ? "pin" : "password");
+        session.context().state.prompt = [this](PinSlot, SecretText& pin) {
+            pin = pin_;
+            return kPinOk;
+        };
+        session.context().state.tokenNotices = [](TokenNotice notice, const std::string&) {
+            return notice != TokenNotice::FinalTry && notice != TokenNotice::PinOnReader;
+        };
+        session.openForReading({token ? pin_ : password_, std::nullopt});
+    }
+
+    void show(const Watched& one) {
+        const char* kind = kKindNames[static_cast<size_t>(one.kind)];
+        const int64_t left = one.ends.value_or(INT64_MAX) - now_;
+        const bool soon = left < limit_;
+        ends_ = ends_ || soon;
+        if (prometheus_) return addSeries(kind, one);
+        if (!soon && !run_.call.has("all")) return;
+        run_.out.item({{"profile", profile_},
+                       {"kind", kind},
+                       {"name", one.name},
+                       {"ends", timeOf(one.ends)},
+                       {"days", one.ends ? Value(static_cast<long>(left / kSecondsOfDay)) : Value()},
+                       {"state", left < 0 ? "ended"
+                                 : soon   ? "soon"
+                                          : "good"}});
+    }
+
+    void addSeries(const char* kind, const Watched& one) {
+        if (!one.ends) return;
+        const std::string labels = "profile=" + quoted(profile_) + ",kind=\"" + kind + "\",name=" + quoted(one.name);
+        const auto [at, added] = series_.try_emplace(labels, *one.ends);
+        if (!added) at->second = std::min(at->second, *one.ends);
+    }
+
+    /// The text format of version 0.0.4.
+    [[nodiscard]] std::string metrics() const {
+        std::string text =
+            "# HELP corvane_profile_looked_at Whether keys and database of the profile could be looked at.\n"
+            "# TYPE corvane_profile_looked_at gauge\n";
+        for (const auto& [name, whole] : looked_)
+            text += "corvane_profile_looked_at{profile=" + quoted(name) + "} " + (whole ? "1\n" : "0\n");
+        text +=
+            "# HELP corvane_end_timestamp_seconds When it ends, in seconds since 1970 UTC.\n"
+            "# TYPE corvane_end_timestamp_seconds gauge\n";
+        for (const auto& [labels, ends] : series_)
+            text += "corvane_end_timestamp_seconds{" + labels + "} " + std::to_string(ends) + "\n";
+        return text;
+    }
+
+    static std::string quoted(const std::string& text) {
+        std::string out = "\"";
+        for (const char c : harmlessUtf8(text)) {
+            if (c == '\\' || c == '"') out += '\\';
+            out += c == '\n' ? std::string("\\n") : std::string(1, c);
+        }
+        return out + "\"";
+    }
+
+    Run& run_;
+    SecretText password_, pin_;  // before what tells whether they were read
+    bool hasPassword_, hasPin_;
+    bool prometheus_;
+    int64_t now_;
+    int64_t limit_ = 0;
+    std::string profile_;
+    Series series_;
+    std::map<std::string, bool> looked_;
+    int failure_ = 0;
+    bool ends_ = false;
+};
+
+}  // namespace
+
+void watch(Run& run) {
+    std::vector<std::pair<std::string, ProfileMedia>> listed;
+    eachProfile(run.place,
+                [&](const CrvProfile& profile, ProfileMedia media) { listed.emplace_back(profile.name(), media); });
+    Watch all(run);
+    for (const auto& [name, media] : listed) all.look(name, media);
+    all.finish();
+}
+
+}  // namespace crv::ctl
