@@ -7,7 +7,7 @@ import sys
 
 ROWS = [["crvconfd", "crvctl"], ["api", "pkcs11_module"], ["ops"], ["context"], ["messages"], ["keystore"], ["pki"], ["config"],
         ["db_sql", "pkcs11"], ["profiles"],
-        ["db", "asn"], ["crypto"], ["misc"]]
+        ["db", "asn"], ["crypto", "net"], ["misc"]]
 # The session runs the screens and they work on its profile, so these two share a row and may include each other.
 CONSOLE_ROWS = [["main.cpp"], ["session", "screens"], ["engines"], ["toolkit"]]
 INCLUDE = re.compile(r'^\s*#\s*include\s*["<]([^">]+)[">]', re.M)
