@@ -73,6 +73,9 @@ enum CrvServerUsage {
 };
 
 /* Protocol of a server. */
-enum CrvServerType { CRVSRV_TYPE_LDAP = 1, CRVSRV_TYPE_HTTP = 2, CRVSRV_TYPE_FTP = 3 };
+enum CrvServerType { CRVSRV_TYPE_LDAP = 1, CRVSRV_TYPE_HTTP = 2, CRVSRV_TYPE_FTP = 3, CRVSRV_TYPE_FILE = 4 };
+
+/* TLS of a connection: none; always (https, ldaps, or FTP over TLS); begun on an open connection (LDAP, FTP). */
+enum CrvServerTls { CRVSRV_TLS_NONE = 0, CRVSRV_TLS_ALWAYS = 1, CRVSRV_TLS_START = 2 };
 
 #endif

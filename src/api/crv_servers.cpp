@@ -82,6 +82,12 @@ int crvGetServerIteratorInt(ServerIterator found, long* count, CrvServerIterator
     return CRV_OK;
 }
 
+/// What the call's structure has no place for stays as it was.
+void keepUnshown(const SrvParams& old, SrvParams& params) {
+    params.others = old.others;
+    params.tls = old.tls;
+}
+
 /// Runs a change of a profile.
 template <class Change>
 int change(CRVctx* ctx, ::CrvProfile* profile, Change work) {
@@ -104,7 +110,7 @@ int crvAddSrvAPI(CRVctx* ctx, ::CrvProfile* profile, const CrvSrvParams* server)
 int crvUpdateSrvAPI(CRVctx* ctx, ::CrvProfile* profile, const CrvSrvParams* server) {
     return change(ctx, profile, [&](crv::CrvProfile& record) {
         SrvParams params = fromC(server), old;
-        if (record.findSrv(params.name, &old)) params.others = old.others;
+        if (record.findSrv(params.name, &old)) keepUnshown(old, params);
         record.updateSrv(params);
     });
 }

@@ -1,6 +1,7 @@
 #include "profiles/server_list.h"
 
 #include <algorithm>
+#include <charconv>
 #include <limits>
 #include <variant>
 
@@ -27,9 +28,10 @@ const SrvKey kKeys[] = {
     {"PATH", &SrvParams::path},          {"USER", &SrvParams::user},
     {"PASS", &SrvParams::pass},          {"CADN", &SrvParams::caDn},
     {"CADN_UTF8", &SrvParams::caDnUtf8}, {"PERIODSECONDS", &SrvParams::periodSeconds},
-    {"WINAUTH", &SrvParams::winAuth},
+    {"WINAUTH", &SrvParams::winAuth},    {"TLS", &SrvParams::tls},
 };
 
+constexpr const char* kNetAllowKey = "NetAllow";
 constexpr const char* kSequenceKey = "SEQUENCE";
 
 /// Reads and writes one member below the path of a server.
@@ -81,6 +83,17 @@ SrvParams loadServer(const UniversalConfMgr& store, const std::string& path, std
     return server;
 }
 
+/// "host:port".
+bool isPlace(std::string_view text) {
+    const size_t colon = text.rfind(':');
+    if (colon == std::string_view::npos || colon == 0) return false;
+    long port = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, port);
+    return error == std::errc() && stop == end && port > 0 && port <= 65535 &&
+           text.find_first_of(" \t/@") == std::string_view::npos;
+}
+
 [[noreturn]] void refuse(const std::string& reason) {
     throw CrvApiException(ECRV_API_INV_PAR, reason);
 }
@@ -92,12 +105,29 @@ void SrvParams::validate() const {
         CRVSRV_USAGE_CERTIFICATES | CRVSRV_USAGE_CRL | CRVSRV_USAGE_OCSP | CRVSRV_USAGE_TIME_STAMP;
     if (name.empty() || !fitsListName(name)) refuse("Niepoprawna nazwa serwera");
     if (usage <= 0 || (usage & ~kAllUsages)) refuse("Niepoprawne zastosowanie serwera");
-    if (type < CRVSRV_TYPE_LDAP || type > CRVSRV_TYPE_FTP) refuse("Niepoprawny typ serwera");
-    if (addr.empty() || addr.find_first_of(" \t/@") != std::string::npos) refuse("Niepoprawny adres serwera");
+    if (type < CRVSRV_TYPE_LDAP || type > CRVSRV_TYPE_FILE) refuse("Niepoprawny typ serwera");
+    const bool isFile = type == CRVSRV_TYPE_FILE;
+    if (tls < CRVSRV_TLS_NONE || tls > CRVSRV_TLS_START || (isFile && tls != CRVSRV_TLS_NONE) ||
+        (type == CRVSRV_TYPE_HTTP && tls == CRVSRV_TLS_START)) {
+        refuse("Niepoprawny tryb TLS serwera");
+    }
+    if (isFile && path.empty()) refuse("Brak ścieżki pliku");
+    if ((addr.empty() && !isFile) || addr.find_first_of(" \t/@") != std::string::npos)
+        refuse("Niepoprawny adres serwera");
     if (port < 0 || port > 65535) refuse("Niepoprawny port serwera");
     if (periodSeconds < 0) refuse("Niepoprawny okres pobierania");
     for (const std::string* text : {&addr, &path, &user, &caDnUtf8})
         if (!fitsList(*text)) refuse("Niedozwolony znak w parametrach serwera");
+}
+
+void ServerList::setNetAllow(const std::string& list) {
+    if (!fitsList(list)) refuse("Niepoprawna lista NetAllow");
+    for (std::string_view rest = list; !rest.empty();) {
+        const size_t end = std::min(rest.find(';'), rest.size());
+        if (!isPlace(rest.substr(0, end))) refuse("Niepoprawna lista NetAllow: oczekiwano host:port;host:port");
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    netAllow_ = list;
 }
 
 ServerList::Servers::const_iterator ServerList::find(std::string_view name) const {
@@ -187,12 +217,15 @@ void ServerList::loadServers(const UniversalConfMgr& store, const std::string& p
         store.getData(path + kSequenceKey, sequence);
         bySequence.emplace(sequence, loadServer(store, path, std::move(name)));
     }
+    netAllow_.clear();
+    store.getData(prefix + kNetAllowKey, netAllow_);
     servers_.clear();
     long sequence = 0;
     for (auto& [place, server] : bySequence) servers_.emplace(++sequence, std::move(server));
 }
 
 void ServerList::saveServers(UniversalConfMgr& store, const std::string& prefix) const {
+    if (!netAllow_.empty()) store.setData((prefix + kNetAllowKey).c_str(), netAllow_.c_str());
     for (const auto& entry : servers_) {
         const SrvParams& server = entry.second;
         const std::string path = prefix + "SRV\\" + server.name + "\\";

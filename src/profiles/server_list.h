@@ -30,6 +30,7 @@ struct SrvParams {
     std::string caDnUtf8;    ///< the same as a text for display
     long periodSeconds = 0;  ///< how often a CRL is fetched; 0: when needed
     bool winAuth = false;    ///< log in with the system's own credentials
+    long tls = CRVSRV_TLS_NONE;
     /// Keys of the server's subtree that this program does not know; they survive a save.
     std::map<std::string, NodeDesc> others;
 
@@ -66,6 +67,11 @@ class ServerList {
     bool getServer(ServerUsage usage, ByteView caDn, long index, SrvParams& server) const;
     /// Servers with a use that belong to the CA and to no other.
     [[nodiscard]] std::vector<SrvParams> getSrvListForCa(ServerUsage usage, ByteView caDn) const;
+    /// "host:port;host:port": places to which certificates and redirects may lead although their address is one of this
+    /// machine or of its own net.
+    [[nodiscard]] const std::string& netAllow() const { return netAllow_; }
+    /// Throws CrvApiException (ECRV_API_INV_PAR) for what is no such list.
+    void setNetAllow(const std::string& list);
     /// All servers by sequence number.
     [[nodiscard]] const std::map<long, SrvParams>& servers() const { return servers_; }
 
@@ -81,6 +87,7 @@ class ServerList {
     void move(std::string_view name, bool toFront);
 
     Servers servers_;
+    std::string netAllow_;
 };
 
 }  // namespace crv
