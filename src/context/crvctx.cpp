@@ -58,7 +58,7 @@ CRVctx::CRVctx() {
     certificateManager.setAlgorithmPolicy([this] { return configurationManager.record().getAlgorithmPolicy(); });
     revocationManager.init(certificateManager);
     dbManager.init([this] { return databaseOf(configurationManager.profile()); });
-    networkManager.init(state);
+    networkManager.init(state, certificateManager, revocationManager);
 }
 
 CRVctx::~CRVctx() {

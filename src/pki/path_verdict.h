@@ -15,11 +15,12 @@ namespace crv {
 
 /// Where a status comes from.
 struct StatusSourceNote {
-    std::string issuer;      ///< name of who signed the CRL, on one line; empty when there was none
+    std::string issuer;      ///< name of who signed the CRL or OCSP answer, on one line; empty when there was none
     std::string number;      ///< cRLNumber in decimal; empty when it has none
     std::string delta;       ///< number of the delta that was applied; empty when there was none
     int64_t thisUpdate = 0;  ///< of the newer of both, seconds since 1970 UTC
     int64_t age = 0;         ///< seconds from then to the moment asked about
+    bool ocsp = false;       ///< an OCSP answer, which has no numbers
 };
 
 /// Whether a certificate is revoked, as far as the stored CRLs tell.

@@ -46,6 +46,8 @@ class RevocationManager {
     /// Number of the last device error.
     [[nodiscard]] unsigned deviceError() const { return deviceError_; }
 
+    /// What the stored CRLs say about a certificate on a path.
+    [[nodiscard]] CrtStatus answer(const StatusQuestion& question);
     /// What the stored CRLs say about a certificate at a time, deltas applied. The issuer, and the trust point whose
     /// authorities may sign the CRLs, are looked for; unknown with code 67 when no path leads to one.
     [[nodiscard]] CrtStatus status(const CertPtr& certificate, int64_t time);
@@ -75,7 +77,6 @@ class RevocationManager {
     };
     [[nodiscard]] bool isGenuine(const CrlFacts& crl, int64_t now);
     [[nodiscard]] int verify(const CrlFacts& crl, int64_t time);
-    [[nodiscard]] CrtStatus answer(const StatusQuestion& question);
     [[nodiscard]] bool load(const StatusQuestion& question, CrlFactsList& crls);
     [[nodiscard]] CrlFactsPtr load(const CrlIndexEntry& row);
     [[nodiscard]] bool readIndex();

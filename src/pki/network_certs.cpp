@@ -1,0 +1,144 @@
+// The part of NetworkManager that fetches certificates, and what is asked for of servers.
+#include <algorithm>
+#include <ctime>
+
+#include "asn/known_oids.h"
+#include "asn/x509/ext_distribution.h"
+#include "asn/x509/signed_certificate.h"
+#include "config/config_oids.h"
+#include "config/context_services.h"
+#include "corvane/crverrors.h"
+#include "crypto/crypto_error.h"
+#include "misc/ascii.h"
+#include "pki/cert_file_reader.h"
+#include "pki/network_manager.h"
+#include "pki/network_objects.h"
+
+namespace crv {
+
+namespace {
+
+/// Levels of issuers that are fetched.
+constexpr int kMostLevels = 4;
+
+CertList certificatesIn(const FetchResult& result) {
+    CertList list;
+    for (const Bytes& value : result.values) {
+        CertFileReader reader(value);
+        for (ByteView der; list.size() < kCertLimits.maxValues && reader.next(der);)
+            if (CertPtr one = makeCert(der)) list.push_back(std::move(one));
+    }
+    return list;
+}
+
+bool fits(const SignedCertificate& certificate, const CertQuery& query) {
+    const auto same = [](const std::string& a, const std::string& b) { return equalIgnoreCase(a, b); };
+    if (!query.email.empty()) {
+        const auto addresses = certificate.emails();
+        return std::ranges::any_of(addresses, [&](const std::string& one) { return same(one, query.email); });
+    }
+    const auto name = certificate.subject().find(OID_AT_COMMON_NAME);
+    return name && same(*name, query.name);
+}
+
+bool isIssuedBy(const SignedCertificate& certificate, const CertificateFacts& issuer) {
+    try {
+        return issuer.key() && certificate.isSignedBy(*issuer.key());
+    } catch (const CryptoError&) {
+        return false;
+    }
+}
+
+}  // namespace
+
+Bytes encodedName(const DistinguishedName& name) {
+    return name.encoded();
+}
+
+NetObject crlObject(const DistinguishedName& authority) {
+    return {kCrlLimits, "certificateRevocationList,authorityRevocationList,deltaRevocationList", authority.rfc4514()};
+}
+
+NetObject issuerObject(const DistinguishedName& authority) {
+    return {kCertLimits, "cACertificate", authority.rfc4514()};
+}
+
+NetObject certObject(const CertQuery& query) {
+    NetObject object{kCertLimits, "userCertificate"};
+    const bool byEmail = !query.email.empty();
+    const std::string& value = byEmail ? query.email : query.name;
+    object.filter = std::string(byEmail ? "(mail=" : "(cn=") + escapedFilterValue(value) + ")";
+    object.query = std::string(byEmail ? "email=" : "name=") + percentEncoded(value);
+    return object;
+}
+
+NetReport NetworkManager::fetchCerts(const CertQuery& query, const NetProgress& progress, CertList& found) {
+    NetSources sources(*context_, *manager_);
+    NetErrand errand;
+    errand.name = query.email.empty() ? query.name : query.email;
+    if (sources.networkIsOff()) return {errand.name, ECRV_TCP_NO_SRV, "the network is switched off (option 18)"};
+    errand.attempts = sources.servers(CRVSRV_USAGE_CERTIFICATES, {}, certObject(query));
+    errand.notFound = ECRV_RECCRT;
+    errand.judge = [&](const NetAttempt&, FetchResult& result) {
+        for (CertPtr& one : certificatesIn(result)) {
+            if (!fits(*one, query) || contains(found, *one)) continue;
+            addCertToNetStore(encodingOf(*one));
+            found.push_back(std::move(one));
+        }
+        return found.empty() ? NetVerdict{ECRV_RECCRT, "no certificate of that name"} : NetVerdict();
+    };
+    return goOne(std::move(errand), progress);
+}
+
+NetReport NetworkManager::fetchRecipient(const std::string& email, const NetProgress& progress, CertList& found) {
+    NetSources sources(*context_, *manager_);
+    if (sources.option(kOptEncCrtFromNet) == 0)
+        return {email, ECRV_TCP_NO_SRV, "recipients' certificates are not to be fetched (option 6)"};
+    const std::string name = "CRT:" + email;
+    int64_t last = 0;
+    const int64_t now = std::time(nullptr);
+    if (const long pause = sources.option(kOptNetCertTimeout);
+        pause > 0 && manager_->database().getNetCertTime(name, last) && last <= now && now - last < pause) {
+        return {email, ECRV_RECCRT, "asked for within the time of option 32"};
+    }
+    NetReport report = fetchCerts({.email = email, .name = {}}, progress, found);
+    if (report.code == 0 || report.code == ECRV_RECCRT) fetched_.push_back(name);
+    return report;
+}
+
+NetReport NetworkManager::fetchIssuers(const CertPtr& certificate, const NetProgress& progress, CertList& found) {
+    NetSources sources(*context_, *manager_);
+    NetReport report{certificate->subject().text()};
+    if (sources.networkIsOff()) return {report.name, ECRV_TCP_NO_SRV, "the network is switched off (option 18)"};
+    CertPtr below = certificate;
+    for (int level = 0; level < kMostLevels && !below->isSelfIssued(); ++level) {
+        NetErrand errand;
+        const NetObject object = issuerObject(below->issuer());
+        errand.name = below->issuer().text();
+        errand.notFound = ECRV_CRTNOTFOUND;
+        errand.attempts = sources.servers(CRVSRV_USAGE_CERTIFICATES, encodedName(below->issuer()), object);
+        if (const auto access = below->extensions().get<InfoAccess>(OID_PE_AUTHORITY_INFO_ACCESS))
+            sources.addUris(errand.attempts, access->uris(OID_AD_CA_ISSUERS), object);
+        CertPtr above;
+        errand.judge = [&](const NetAttempt&, FetchResult& result) {
+            for (CertPtr& one : certificatesIn(result)) {
+                const FactsPtr facts = manager_->cache().facts(manager_->cache().certificate(encodingOf(*one)));
+                if (!(one->subject() == below->issuer()) || !isIssuedBy(*below, *facts)) continue;
+                if (addCertToNetStore(encodingOf(*one))) found.push_back(one);
+                above = std::move(one);
+            }
+            return above ? NetVerdict() : NetVerdict{ECRV_CRTNOTFOUND, "no certificate that made the signature"};
+        };
+        report = goOne(std::move(errand), progress);
+        if (!above) break;
+        below = above;
+        CertList known = found;
+        if (manager_->buildPath(certificate, {std::time(nullptr), 0, RevocationCheck::None}, known).code !=
+            ECRV_CRTNOTFOUND) {
+            break;
+        }
+    }
+    return report;
+}
+
+}  // namespace crv

@@ -1,0 +1,68 @@
+#include "pki/ocsp_cache.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "crypto/kc_hash.h"
+#include "misc/atomic_write.h"
+#include "misc/exceptions.h"
+#include "misc/file_ops.h"
+#include "misc/hex.h"
+#include "misc/whole_file.h"
+
+namespace crv {
+
+namespace {
+
+std::string nameOfAnswer(ByteView certId) {
+    return toHex(hashOf(KcHashAlgo::Sha256, certId));
+}
+
+}  // namespace
+
+void OcspCache::setFolder(const std::string& database) {
+    const std::string folder = database.empty() ? std::string() : database + "ocsp/";
+    if (folder == folder_) return;
+    folder_ = folder;
+    forget();
+}
+
+bool OcspCache::mayHold() const {
+    return !fresh_.empty() || (!folder_.empty() && fileExists(folder_));
+}
+
+std::optional<Bytes> OcspCache::find(ByteView certId) const {
+    const std::string name = nameOfAnswer(certId);
+    if (const auto known = fresh_.find(name); known != fresh_.end()) return known->second;
+    if (folder_.empty() || !fileExists(folder_ + name)) return std::nullopt;
+    try {
+        return readFile(folder_ + name, kMaxAnswer);
+    } catch (const StoreError&) {
+        return std::nullopt;
+    }
+}
+
+void OcspCache::store(ByteView certId, ByteView answer, bool onDisk) {
+    const std::string name = nameOfAnswer(certId);
+    fresh_[name] = toBytes(answer);
+    if (!onDisk || folder_.empty() || !createDirectoryPath(folder_, 0700)) return;
+    if (!fileExists(folder_ + name)) makeRoom();
+    static_cast<void>(writeFileAtomically(folder_ + name, answer, {WriteMode::KeepOrSecret}));
+}
+
+void OcspCache::makeRoom() const {
+    std::vector<std::string> names;
+    if (fileOps().list(folder_, names) != 0 || names.size() < kMostFiles) return;
+    std::vector<std::pair<time_t, std::string>> byAge;
+    for (const std::string& name : names) {
+        struct stat info {};
+        if (fileOps().lstat(folder_ + name, &info) == 0) byAge.emplace_back(info.st_mtime, name);
+    }
+    std::ranges::sort(byAge);
+    // An eighth at once, so that the folder is not read for each answer.
+    const size_t keep = kMostFiles - kMostFiles / 8;
+    for (size_t i = 0; i + keep < byAge.size(); ++i) fileOps().unlink(folder_ + byAge[i].second);
+}
+
+}  // namespace crv
