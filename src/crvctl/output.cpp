@@ -170,8 +170,8 @@ void Output::change(const char* action, const char* what, const std::string& nam
     changes_.emplace_back(Fields{{"action", action}, {"what", what}, {"name", name}});
 }
 
-void Output::no(int code) {
-    no_ = true;
+void Output::no(int code, OpStatus status) {
+    no_ = status;
     code_ = code;
 }
 
@@ -233,14 +233,14 @@ void Output::printSummary(bool ok, int code, const std::string& fault, const std
 
 int Output::finish() {
     if (form_ != OutputForm::Text) {
-        printSummary(!no_, code_, {}, {});
+        printSummary(no_ == OpStatus::Done, code_, {}, {});
     } else {
         print(raw_);
         flush();
         printText();
     }
     flush();
-    return static_cast<int>(no_ ? OpStatus::No : OpStatus::Done);
+    return static_cast<int>(no_);
 }
 
 int Output::fail(const OpError& error, const std::string& text) {

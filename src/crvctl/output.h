@@ -5,10 +5,7 @@
 #include <vector>
 
 #include "crvctl/value.h"
-
-namespace crv {
-class OpError;
-}
+#include "ops/op_error.h"
 
 namespace crv::ctl {
 
@@ -37,8 +34,8 @@ class Output {
     void change(const char* action, const char* what, const std::string& name);
     /// `text` is translated for people and stands in English in JSON.
     void warn(const char* text, const std::string& about) { warnings_.emplace_back(text, about); }
-    /// The answer is no: status 1 with a library code.
-    void no(int code);
+    /// The answer is no: status 1, or another one, with a library code.
+    void no(int code, OpStatus status = OpStatus::No);
 
     /// Writes what is left; answers the exit status.
     int finish();
@@ -65,7 +62,7 @@ class Output {
     std::string raw_;
     std::string pending_;
     int code_ = 0;
-    bool no_ = false;
+    OpStatus no_{};
 };
 
 }  // namespace crv::ctl

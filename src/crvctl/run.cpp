@@ -1,5 +1,6 @@
 #include "crvctl/run.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "crvctl/secrets.h"
@@ -8,11 +9,18 @@
 namespace crv::ctl {
 namespace {
 
+/// Whether a word that stands for a list was given, and is not one of the verb's own that has a value.
+bool asksForList(const Call& call, const char* name) {
+    const auto& own = call.verb->options;
+    return call.has(name) &&
+           std::ranges::none_of(own, [&](const OptionRow& row) { return std::string_view(row.name) == name; });
+}
+
 ListPlace placeOf(const Call& call) {
     const char* list = std::getenv("CRV_PROFILE_FILE");
     if (call.has("list-file")) return {AvailableProfiles::File, *call.value("list-file")};
-    if (call.has("user")) return {AvailableProfiles::User, {}};
-    if (call.has("common")) return {AvailableProfiles::Common, {}};
+    if (asksForList(call, "user")) return {AvailableProfiles::User, {}};
+    if (asksForList(call, "common")) return {AvailableProfiles::Common, {}};
     if (list) return {AvailableProfiles::File, list};
     return {};
 }

@@ -7,6 +7,7 @@
 #include "crvctl/show.h"
 #include "crvctl/texts.h"
 #include "crvctl/verbs.h"
+#include "crvctl/verbs_net.h"
 #include "misc/hex.h"
 #include "misc/path.h"
 #include "ops/installation.h"
@@ -118,7 +119,8 @@ std::string rfc4514(const std::string& text) {
 Fields stepFields(const PathStep& step, bool der) {
     static constexpr const char* kStates[] = {"good", "revoked", "unknown", "unusable"};
     const CrtStatus& status = step.status;
-    const bool byCrl = status.source.thisUpdate != 0;
+    const bool byOcsp = status.source.ocsp;
+    const bool byCrl = status.source.thisUpdate != 0 && !byOcsp;
     Fields fields = certFields(*step.certificate, der);
     fields.insert(
         fields.end(),
@@ -126,7 +128,13 @@ Fields stepFields(const PathStep& step, bool der) {
          {"statusReason", status.state == CrtStatus::State::Revoked ? crlReasonName(status.reason) : status.text},
          {"statusClause", status.clause},
          {"revokedAt", status.revokedAt != 0 ? timeOf(status.revokedAt) : Value()},
-         {"crlIssuer", rfc4514(status.source.issuer)},
+         {"statusSource", byOcsp  ? Value("ocsp")
+                          : byCrl ? Value("crl")
+                                  : Value()},
+         {"responder", byOcsp ? Value(rfc4514(status.source.issuer)) : Value()},
+         {"ocspIssued", byOcsp ? timeOf(status.source.thisUpdate) : Value()},
+         {"ocspAge", byOcsp ? Value(status.source.age) : Value()},
+         {"crlIssuer", byOcsp ? "" : rfc4514(status.source.issuer)},
          {"crlNumber", status.source.number},
          {"deltaNumber", status.source.delta},
          {"crlIssued", byCrl ? timeOf(status.source.thisUpdate) : Value()},
@@ -331,6 +339,14 @@ void certVerify(Run& run) {
         const CertSelector selector = selectorOf(run.call);
         if (selector.empty()) throw CallError("missing", "FILE, --sha256, --serial, --subject, --email, --role");
         certificate = findOne(session, selector);
+    }
+    // The network tells of the present only.
+    if (options.revocation == RevocationCheck::Required && !run.call.has("offline") && !run.call.has("at")) {
+        for (const NetReport& report : session.context().networkManager.refreshStatus(certificate, extra, goesOn))
+            if (report.code != 0) run.out.warn("not fetched", report.url + " " + report.cause);
+        for (const Bytes& one : session.context().networkManager.netStoreCerts()) extra.push_back(makeCert(one));
+        storeFetched(run, session);
+        options.time = std::time(nullptr);
     }
     const auto verdict = session.context().certificateManager.buildPath(certificate, options, extra);
     showVerdict(run, verdict);

@@ -8,6 +8,7 @@
 #include "crvctl/verbs.h"
 #include "misc/hex.h"
 #include "ops/certificates.h"
+#include "ops/session.h"
 
 namespace crv::ctl {
 namespace {
@@ -16,7 +17,9 @@ struct Word {
     long value;
     const char* name;
 };
-constexpr Word kProtocols[] = {{CRVSRV_TYPE_LDAP, "ldap"}, {CRVSRV_TYPE_HTTP, "http"}, {CRVSRV_TYPE_FTP, "ftp"}};
+constexpr Word kProtocols[] = {
+    {CRVSRV_TYPE_LDAP, "ldap"}, {CRVSRV_TYPE_HTTP, "http"}, {CRVSRV_TYPE_FTP, "ftp"}, {CRVSRV_TYPE_FILE, "file"}};
+constexpr Word kTlsModes[] = {{CRVSRV_TLS_NONE, "no"}, {CRVSRV_TLS_ALWAYS, "yes"}, {CRVSRV_TLS_START, "starttls"}};
 constexpr Word kServerUses[] = {{CRVSRV_USAGE_CERTIFICATES, "certificates"},
                                 {CRVSRV_USAGE_CRL, "crl"},
                                 {CRVSRV_USAGE_OCSP, "ocsp"},
@@ -46,13 +49,26 @@ void setAuthority(const std::string& file, SrvParams& server) {
     server.caDnUtf8 = certificate->subject().text();
 }
 
+/// The word for a number that a list may hold.
+template <size_t N>
+const char* wordFor(const Word (&words)[N], long value) {
+    const auto* row = std::ranges::find(words, value, &Word::value);
+    return row == std::end(words) ? "?" : row->name;
+}
+
+/// The number for a word, which the parser has checked.
+template <size_t N>
+long numberFor(const Word (&words)[N], const std::string& name) {
+    return std::ranges::find(words, name, [](const Word& w) { return std::string(w.name); })->value;
+}
+
 Fields fieldsOf(const SrvParams& server) {
-    const auto* protocol = std::ranges::find(kProtocols, server.type, &Word::value);
-    return {{"name", server.name},           {"type", protocol == std::end(kProtocols) ? "?" : protocol->name},
+    return {{"name", server.name},           {"type", wordFor(kProtocols, server.type)},
             {"address", server.addr},        {"port", server.port},
             {"path", server.path},           {"use", usesOf(server.usage)},
             {"user", server.user},           {"period", server.periodSeconds},
-            {"systemLogin", server.winAuth}, {"ca", authorityOf(server)}};
+            {"systemLogin", server.winAuth}, {"tls", wordFor(kTlsModes, server.tls)},
+            {"ca", authorityOf(server)}};
 }
 
 /// Takes what the call names over into the server.
@@ -71,16 +87,20 @@ void apply(const Call& call, SrvParams& server) {
         server.caDnUtf8.clear();
     }
     if (const auto file = call.value("ca")) setAuthority(*file, server);
-    if (const auto type = call.value("type")) {
-        server.type = std::ranges::find(kProtocols, *type, [](const Word& w) { return std::string(w.name); })->value;
-    }
+    if (const auto type = call.value("type")) server.type = numberFor(kProtocols, *type);
+    if (const auto tls = call.value("tls")) server.tls = numberFor(kTlsModes, *tls);
     if (call.has("use")) {
         server.usage = 0;
-        for (const std::string& use : call.options.at("use")) {
-            server.usage |=
-                std::ranges::find(kServerUses, use, [](const Word& w) { return std::string(w.name); })->value;
-        }
+        for (const std::string& use : call.options.at("use")) server.usage |= numberFor(kServerUses, use);
     }
+}
+
+void forgetServer(const Run& run, const std::string& name) {
+    if (run.mode.dryRun) return;
+    Session session(run.profile(), run.mode);
+    DbManager& database = session.context().dbManager;
+    // Numbers of imports from it are nobody's now; a database that is missing has none.
+    if (database.isDbCreated() == DbState::Complete && !database.delSrv(name)) session.failDatabase();
 }
 
 }  // namespace
@@ -124,7 +144,8 @@ void serverList(Run& run) {
 void serverAdd(Run& run) {
     SrvParams server;
     server.name = run.call.operand(0);
-    for (const char* needed : {"address", "use"})
+    const bool isFile = run.call.value("type").value_or("") == "file";
+    for (const char* needed : {isFile ? "path" : "address", "use"})
         if (!run.call.has(needed)) throw CallError("missing", std::string("--") + needed);
     apply(run.call, server);
     readGivenSecret(run.call, "server-password", server.pass);
@@ -151,6 +172,7 @@ void serverRemove(Run& run) {
     if (!run.profile().profile->findSrv(name)) throw OpError(OpFault::ServerMissing, name);
     run.confirm("Remove the server?", name);
     changeListed(run.place, run.profileName(), run.mode, [&](CrvProfile& profile) { profile.delSrv(name); });
+    forgetServer(run, name);
     run.out.change("remove", "server", name);
 }
 
@@ -160,6 +182,12 @@ void serverMove(Run& run) {
         place == "first" ? profile.moveSrvFirst(name) : profile.moveSrvLast(name);
     });
     run.out.change("move", "server", name + " -> " + place);
+}
+
+void serverAllow(Run& run) {
+    const std::string places = run.call.operand(0);
+    changeListed(run.place, run.profileName(), run.mode, [&](CrvProfile& profile) { profile.setNetAllow(places); });
+    run.out.change("set", "net-allow", places);
 }
 
 void proxyShow(Run& run) {

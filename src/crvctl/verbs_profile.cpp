@@ -51,6 +51,7 @@ void showRecord(Run& run, const CrvProfile& profile, ProfileMedia media) {
             run.out.field(field.name, text.substr(0, text.find_last_not_of(' ') + 1));
         }
     }
+    if (!profile.netAllow().empty()) run.out.field("net-allow", profile.netAllow());
     run.out.field("servers", profile.servers().size());
     run.out.field("usages", profile.getAcceptedExtKeyUsagesCount());
 }

@@ -1,0 +1,98 @@
+// Verbs that ask the network.
+#include <algorithm>
+
+#include "asn/asn_time.h"
+#include "asn/x509/signed_certificate.h"
+#include "crvctl/show.h"
+#include "crvctl/verbs.h"
+#include "crvctl/verbs_net.h"
+
+namespace crv::ctl {
+namespace {
+
+Fields reportFields(const NetReport& report) {
+    return {{"verdict", codeName(report.code)},
+            {"reason", report.cause},
+            {"url", report.url},
+            {"server", report.server},
+            {"octets", report.size}};
+}
+
+/// The one certificate of a file, of an authority.
+CertList authoritiesOf(const Run& run, Session& session) {
+    const auto file = run.call.value("ca");
+    return file ? certsOfFile(*file) : session.context().networkManager.authorities();
+}
+
+const char* useName(long usage) {
+    return usage == CRVSRV_USAGE_TIME_STAMP ? "time-stamp" : "";
+}
+
+}  // namespace
+
+bool goesOn(const FetchProgress&) {
+    return !processEnding();
+}
+
+void storeFetched(Run& run, Session& session) {
+    stopIfEnding();
+    if (run.mode.dryRun) return session.context().networkManager.clearNetStore();
+    NetworkManager& network = session.context().networkManager;
+    if (network.netStoreCerts().empty() && network.netStoreCrls().empty()) return;
+    session.demandDatabase();
+    session.context().moveFromNetStoreToDB();
+    if (!session.context().state.warnings.empty()) session.failDatabase();
+}
+
+void crlRefresh(Run& run) {
+    Session session = openReading(run);
+    session.demandDatabase();
+    const NetReports reports =
+        session.context().networkManager.fetchCrls(authoritiesOf(run, session), run.call.has("due"), goesOn);
+    storeFetched(run, session);
+    for (const NetReport& report : reports) {
+        Fields fields = reportFields(report);
+        fields.emplace(fields.begin(), "authority", report.name);
+        run.out.item(std::move(fields));
+        if (report.code == 0) run.out.change("import", "crl", report.name);
+        if (report.code != 0) run.out.no(report.code, OpStatus::Network);
+    }
+}
+
+void certFetch(Run& run) {
+    const CertQuery query{run.call.value("email").value_or(""), run.call.value("name").value_or("")};
+    if (query.email.empty() == query.name.empty()) throw CallError("missing", "--email, --name");
+    Session session = openReading(run);
+    session.demandDatabase();
+    CertList found;
+    const NetReport report = session.context().networkManager.fetchCerts(query, goesOn, found);
+    storeFetched(run, session);
+    for (auto& [key, value] : reportFields(report)) run.out.field(key, value);
+    for (const CertPtr& one : found) {
+        run.out.item(certFields(*one, run.call.has("der")));
+        run.out.change("import", "certificate", hexOf(one->fingerprint(KcHashAlgo::Sha256)));
+    }
+    if (report.code != 0) run.out.no(report.code, OpStatus::Network);
+}
+
+void serverTest(Run& run) {
+    const std::string name = run.call.operand(0);
+    Session session = openReading(run);
+    SrvParams server;
+    if (!session.profile().findSrv(name, &server)) throw OpError(OpFault::ServerMissing, name);
+    std::optional<TimeStampFacts> stamp;
+    const NetReports reports = session.context().networkManager.testServer(server, goesOn, stamp);
+    stopIfEnding();
+    for (const NetReport& report : reports) {
+        Fields fields = reportFields(report);
+        fields.emplace(fields.begin(), "use", report.name);
+        const bool stamped = stamp && report.name == useName(CRVSRV_USAGE_TIME_STAMP);
+        fields.emplace_back("time", stamped ? timeOf(stamp->genTime) : Value());
+        fields.emplace_back("accuracy", stamped && stamp->accuracy ? Value(long{*stamp->accuracy}) : Value());
+        fields.emplace_back("clockAhead", stamped ? Value(long{stamp->difference}) : Value());
+        run.out.item(std::move(fields));
+        if (report.code != 0) run.out.no(report.code, OpStatus::Network);
+    }
+}
+
+}  // namespace crv::ctl
