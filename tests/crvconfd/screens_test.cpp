@@ -170,7 +170,7 @@ TEST_F(MenuScreen, ServersAreAddedOrderedEditedAndDeletedInTheListOfProfiles) {
     }
     expectIn(keys::kEnd + "p", 2, "BUDZIK");
     play({{"BUDZIK", keys::kHome + "e"},
-          {"- BUDZIK", keys::kEnd + keys::kUp + "\rZa\xc5\x82" + keys::kBackspace + "\r"}});
+          {"- BUDZIK", keys::kEnd + keys::kUp + keys::kUp + "\rZa\xc5\x82" + keys::kBackspace + "\r"}});
     play({{"Hasło zawiera niepełny znak, wpisz je jeszcze raz", " "}, {"Hasło: ", keys::kEscape}, {"Powrót", "w"}});
     play({{"BUDZIK", keys::kHome + "e"}, {"Serwery datowania - BUDZIK", keys::kDown + "\r2\r"}});
     expectIn("w", 23, "Zapisać zmiany (t/n)?");

@@ -86,10 +86,15 @@ void showKeys(const ScreenOps& ops, bool withItems) {
     static_cast<void>(getKey());
 }
 
+int awaitKey(const ScreenOps& ops) {
+    const IdleWork idle(ops.idle);
+    return getScrollKey();
+}
+
 /// An action chosen by its key; null to go back.
 const ScreenAction* chooseByKey(const ScreenOps& ops) {
     for (;;) {
-        const int key = getScrollKey();
+        const int key = awaitKey(ops);
         if (const ScreenAction* action = actionOfKey(ops, key, hasItems(ops))) return action;
         if (isHelp(key)) showKeys(ops, hasItems(ops));
         if (isLetter(key, kLeave) || (key == kKeyEscape && ops.escapeLeaves)) return nullptr;

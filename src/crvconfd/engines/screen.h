@@ -38,7 +38,8 @@ struct ScreenOps {
     std::function<bool()> mayLeave = {};
     /// Asked after every action; true leaves the screen. Null: never.
     std::function<bool()> done = {};
-    size_t selected = 0;  ///< item of the list under the cursor; an action may move it
+    void (*idle)() = nullptr;  ///< goes on while a screen without a list waits for a key (IdleWork)
+    size_t selected = 0;       ///< item of the list under the cursor; an action may move it
 };
 
 /// Draws a header on row 0: the usual draw of a list.

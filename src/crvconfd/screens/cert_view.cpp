@@ -7,6 +7,7 @@
 #include "crvconfd/engines/text_view.h"
 #include "crvconfd/screens/crt_text.h"
 #include "crvconfd/screens/file_prompt.h"
+#include "crvconfd/screens/net_screens.h"
 #include "crvconfd/screens/save_to_file.h"
 #include "crvconfd/screens/verdict_text.h"
 #include "crvconfd/session/context.h"
@@ -86,6 +87,7 @@ void showCertificate(const SignedCertificate& certificate, const std::string& ti
     };
     view.actions = {{'d', "~Dane", false, [&](size_t) { turnTo(dataLines(certificate)); }},
                     {'r', "Pa~rametry", false, [&](size_t) { turnTo(parametersAndVerdict(certificate)); }},
+                    {'t', "Stan ~teraz", false, [&](size_t) { turnTo(statusNow(certificate)); }},
                     {'s', "Zapi~sz", false, [&](size_t) { saveCertificateToFile(certificate); }}};
     runTextView(view);
 }

@@ -8,6 +8,7 @@
 #include "crvconfd/engines/text_view.h"
 #include "crvconfd/screens/crt_text.h"
 #include "crvconfd/screens/file_prompt.h"
+#include "crvconfd/screens/net_screens.h"
 #include "crvconfd/screens/save_to_file.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
@@ -112,7 +113,8 @@ void CrlBrowser::run() {
                .empty = "Brak list CRL",
                .actions = {{'d', "~Dane", true, [this](size_t index) { details(index); }},
                            {'u', "~Usuń", true, [this](size_t index) { remove(index); }},
-                           {'s', "Zapi~sz", true, [this](size_t index) { save(index); }}}});
+                           {'s', "Zapi~sz", true, [this](size_t index) { save(index); }},
+                           {'r', "Pobie~rz", false, [](size_t) { fetchAllCrls(); }}}});
 }
 
 }  // namespace crv

@@ -7,6 +7,7 @@
 #include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/cert_view.h"
 #include "crvconfd/screens/crt_text.h"
+#include "crvconfd/screens/net_screens.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -204,6 +205,10 @@ void DbBrowser::search() {
     loadForward(0, 0);
 }
 
+void DbBrowser::fetch() {
+    if (fetchCertificates()) reload();
+}
+
 void DbBrowser::showAll() {
     source_ = CrtSource();
     rows_.clear();
@@ -222,6 +227,7 @@ void DbBrowser::run() {
                      {'s', "Zapi~sz", true, calling(&DbBrowser::save)},
                      {'p', "~Początek", true, first},
                      {'k', "~Koniec", true, last},
+                     {'r', "Pobie~rz", false, calling(&DbBrowser::fetch)},
                      {'z', "S~zukaj", false, calling(&DbBrowser::search)},
                      {'b', "Cała ~baza", false, calling(&DbBrowser::showAll), [this] { return source_.isSearch(); }},
                      {kKeyEnter, nullptr, true, calling(&DbBrowser::details)},
@@ -231,7 +237,8 @@ void DbBrowser::run() {
                      {kKeyPageDown, nullptr, true, calling(&DbBrowser::pageDown)},
                      {kKeyHome, nullptr, true, first},
                      {kKeyEnd, nullptr, true, last}},
-         .hasItems = [this] { return !rows_.empty(); }});
+         .hasItems = [this] { return !rows_.empty(); },
+         .gap = "  "});
 }
 
 }  // namespace crv

@@ -37,6 +37,7 @@ class DbBrowser {
     void pageUp();
     void pageDown();
     void search();
+    void fetch();
     /// Back from a search to the whole database.
     void showAll();
     void details();

@@ -9,6 +9,7 @@
 #include "corvane/crvapi.h"
 #include "crvconfd/engines/text_view.h"
 #include "crvconfd/screens/file_prompt.h"
+#include "crvconfd/screens/net_screens.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -36,12 +37,6 @@ constexpr CodeText kRefusalTexts[] = {
     {static_cast<int>(CrtRefusal::KeyIdUnfit), "niepoprawny identyfikator klucza"},
     {static_cast<int>(CrtRefusal::TooManyFields), "nazwa z ponad 1000 pól"},
 };
-
-bool escapePressed() {
-    for (int key = waitForKeyOrTimeout(0); key != kNoKey; key = waitForKeyOrTimeout(0))
-        if (key == kKeyEscape) return true;
-    return false;
-}
 
 size_t inDatabase(const ImportProgress& progress) {
     return progress.stored + progress.present;
@@ -195,6 +190,7 @@ void OnDbRebuild() {
     clrScr();
     displHeader(0, "Porządkowanie bazy certyfikatów");
     const std::time_t now = std::time(nullptr);
+    compareClock(kReasonRow);
     const std::string question = "Czy czas systemowy: " + momentText(now) + " jest poprawny (t/n) ?";
     if (displCentQuestion(kMessageRow, question.c_str()) == 0) return;
     try {

@@ -14,6 +14,7 @@
 #include "crvconfd/screens/extended_key_usage.h"
 #include "crvconfd/screens/key_gen.h"
 #include "crvconfd/screens/key_view.h"
+#include "crvconfd/screens/net_screens.h"
 #include "crvconfd/screens/profile_details.h"
 #include "crvconfd/screens/server_screens.h"
 #include "crvconfd/screens/trusted_points.h"
@@ -102,7 +103,8 @@ ScreenOps menuOps(const Menu& menu) {
     return {.draw = menu.draw,
             .actions = std::move(actions),
             .drawLabels = [&menu](const auto& labels) { drawEntries(menu.firstRow(), labels); },
-            .escapeLeaves = false};
+            .escapeLeaves = false,
+            .idle = CrlKeeper::idle};
 }
 
 /// First row of the main menu below a key table that ends on a row.

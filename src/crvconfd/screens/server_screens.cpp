@@ -6,9 +6,11 @@
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/form.h"
 #include "crvconfd/engines/screen.h"
+#include "crvconfd/screens/net_screens.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/current_profile.h"
 #include "crvconfd/toolkit/toolkit.h"
+#include "db_sql/db_manager.h"
 #include "profiles/crv_profile.h"
 
 namespace crv {
@@ -24,6 +26,13 @@ constexpr std::array kProtocols{
     FormChoice{CRVSRV_TYPE_LDAP, "LDAP"},
     FormChoice{CRVSRV_TYPE_HTTP, "HTTP"},
     FormChoice{CRVSRV_TYPE_FTP, "FTP"},
+    FormChoice{CRVSRV_TYPE_FILE, "PLIK"},
+};
+
+constexpr std::array kTlsChoices{
+    FormChoice{CRVSRV_TLS_NONE, "nie"},
+    FormChoice{CRVSRV_TLS_ALWAYS, "tak"},
+    FormChoice{CRVSRV_TLS_START, "StartTLS"},
 };
 
 const char* protocolText(long type) {
@@ -87,6 +96,7 @@ void SrvDatViewer::edit(SrvParams server, bool isNew) {
     fields.push_back(textField("Użytkownik", server.user));
     fields.push_back(passwordField("Hasło", server.pass));
     fields.push_back(flagField("Logowanie systemowe", server.winAuth));
+    fields.push_back(choiceField("TLS", server.tls, kTlsChoices));
     if (usage_ == CRVSRV_USAGE_CRL)
         fields.push_back(numberField("Okres pobierania w sekundach", server.periodSeconds, kMaxPeriod));
     if (usage_ != CRVSRV_USAGE_TIME_STAMP) fields.push_back(authorityField(server, authorities_));
@@ -102,12 +112,15 @@ void SrvDatViewer::edit(SrvParams server, bool isNew) {
 
 void SrvDatViewer::remove(const SrvParams& server) {
     if (displCentQuestion(kMessageRow, "Czy na pewno chcesz usunąć serwer (t/n)?") == 0) return;
-    changeCurrentProfile([&](CrvProfile& target) {
+    const bool done = changeCurrentProfile([&](CrvProfile& target) {
         // A server may have other uses: it goes only with the last of them.
         SrvParams rest = server;
         rest.usage &= ~static_cast<long>(usage_);
         rest.usage == 0 ? (void)target.delSrv(server.name) : target.updateSrv(rest);
     });
+    // Numbers of imports from it are nobody's now; a database that is missing has none.
+    if (done && !boundProfile().findSrv(server.name) && dbManager->isDbCreated() == DbState::Complete)
+        static_cast<void>(dbManager->delSrv(server.name));
 }
 
 void SrvDatViewer::run() {
@@ -130,11 +143,14 @@ void SrvDatViewer::run() {
         if (changeCurrentProfile([&](CrvProfile& target) { target.moveSrvLast(name); }))
             ops.selected = servers().size() - 1;
     };
-    ops.actions = {{'d', "~Dodaj", false, add},
-                   {'e', "~Edytuj", true, [&](size_t i) { edit(at(i), false); }},
-                   {'u', "~Usuń", true, [&](size_t i) { remove(at(i)); }},
-                   {'p', "Na ~początek", true, first},
-                   {'k', "Na ~koniec", true, last}};
+    ops.actions = {
+        {'d', "~Dodaj", false, add},
+        {'e', "~Edytuj", true, [&](size_t i) { edit(at(i), false); }},
+        {'u', "~Usuń", true, [&](size_t i) { remove(at(i)); }},
+        {'p', "Na ~początek", true, first},
+        {'k', "Na ~koniec", true, last},
+        {'t', "Tes~t", true, [&](size_t i) { testServer(at(i)); }},
+        {'r', "Pobie~rz", false, [](size_t) { fetchAllCrls(); }, [this] { return usage_ == CRVSRV_USAGE_CRL; }}};
     runScreen(ops);
 }
 

@@ -27,6 +27,10 @@ std::string ageText(int64_t age) {
 
 std::string sourceText(const StatusSourceNote& source) {
     if (source.issuer.empty()) return {};
+    if (source.ocsp) {
+        return ", OCSP " + source.issuer + " z " + timeLine(Time(source.thisUpdate)) +
+               " (wiek: " + ageText(source.age) + ")";
+    }
     std::string text = ", CRL";
     if (!source.number.empty()) text += " nr " + source.number;
     if (!source.delta.empty()) text += " z przyrostową nr " + source.delta;

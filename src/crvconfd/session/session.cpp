@@ -5,6 +5,7 @@
 #include "context/crvctx.h"
 #include "crvconfd/screens/key_gen.h"
 #include "crvconfd/screens/menus.h"
+#include "crvconfd/screens/net_screens.h"
 #include "crvconfd/screens/open_profile.h"
 #include "crvconfd/screens/profile_details.h"
 #include "crvconfd/screens/select_profile.h"
@@ -73,6 +74,7 @@ void runSession(std::unique_ptr<CrvProfile> profile, ProfileSource source) {
     clrScr();
     displayProgramInfo(0);
     if (!createDB() || !openKeys()) return;
+    const CrlKeeper keeper;
     OnMainMenu();
     offerUnsavedKey();
 }

@@ -262,6 +262,23 @@ int inputRandomText(int row, int col, const char* prompt, SecretArray<20>& diges
 /// Waits up to that many tenths of a second: the key as getKey decodes it, or kNoKey.
 [[nodiscard]] int waitForKeyOrTimeout(int tenths);
 
+/// Takes the keys that were typed meanwhile; whether one of them was Escape. One ESC is enough, and is told within a
+/// twentieth of a second.
+[[nodiscard]] bool escapePressed();
+
+/// Work that goes on twice a second while somebody waits for a key without an end, for the time of a scope. It must
+/// neither read keys nor take long; what it draws is shown.
+class IdleWork {
+  public:
+    explicit IdleWork(void (*work)());
+    ~IdleWork();
+    IdleWork(const IdleWork&) = delete;
+    IdleWork& operator=(const IdleWork&) = delete;
+
+  private:
+    void (*before_)();
+};
+
 /// What a list menu's callback wants done with the key.
 enum class ShowMenuListCallbackRet : int {
     Continue = 0,       ///< default handling of the key

@@ -124,6 +124,9 @@ bool hungUp() {
     return poll(&input, 1, 0) == 1 && (ioctl(STDIN_FILENO, FIONREAD, &available) != 0 || available == 0);
 }
 
+constexpr int kIdleStep = 500;  // ms
+void (*idleWork)() = nullptr;
+
 /// A curses code or byte that is there already, after dealing with resizes; kNoKey when there is none.
 int takeKey() {
     wtimeout(toolkit::pad(), 0);
@@ -156,6 +159,16 @@ void readPaste() {
             pasted.append({&octet, 1});
         }
     }
+}
+
+bool inputWaits() {
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    return poll(&input, 1, 0) == 1;
+}
+
+void doIdleWork() {
+    idleWork();
+    toolkit::show();
 }
 
 /// Waits for input or a signal; false when the deadline has passed.
@@ -232,6 +245,11 @@ int readKey(int milliseconds) {
             noteHangUp();
             continue;
         }
+        if (idleWork && milliseconds < 0) {
+            waited = waitForInput(kIdleStep, Clock::now() + std::chrono::milliseconds(kIdleStep), mask.before());
+            if (!inputWaits()) doIdleWork();
+            continue;
+        }
         if (!waitForInput(milliseconds, deadline, mask.before())) return kNoKey;
         waited = true;
     }
@@ -286,6 +304,20 @@ int getKey() {
 
 int getScrollKey() {
     return readAnyKey(kFurtherSequences);
+}
+
+bool escapePressed() {
+    toolkit::translateKeys(false);
+    bool escape = false;
+    for (int key = toolkit::readKey(0); key != kNoKey; key = toolkit::readKey(0))
+        escape = escape || (key == kKeyEscape && decodeSingleEscape(kEscapeTail / 2, kPlainSequences) == kKeyEscape);
+    return escape;
+}
+
+IdleWork::IdleWork(void (*work)()) : before_(std::exchange(idleWork, work)) {}
+
+IdleWork::~IdleWork() {
+    idleWork = before_;
 }
 
 int waitForKeyOrTimeout(int tenths) {
