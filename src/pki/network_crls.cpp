@@ -139,7 +139,25 @@ NetReports NetworkManager::fetchCrls(const CertList& authorities, bool onlyDue, 
     if (sources.networkIsOff()) return {{"CRL", ECRV_TCP_NO_SRV, "the network is switched off (option 18)"}};
     if (sources.option(kOptDontGetCrlFromNet) != 0)
         return {{"CRL", ECRV_TCP_NO_SRV, "CRLs are not to be fetched (option 16)"}};
-    return go(crlErrands(authorities, onlyDue), progress);
+    NetReports reports = go(crlErrands(authorities, onlyDue), progress);
+    dropForeign(reports);
+    return reports;
+}
+
+/// A server of any authority gives the CRL of one: that it is not another one's is no failure when it was of use.
+void NetworkManager::dropForeign(NetReports& reports) const {
+    const CrvProfile* profile = context_->configuration().profile();
+    const auto isForeign = [&](const NetReport& report) {
+        SrvParams server;
+        return report.code == ECRV_SRV_BAD_CA && profile && profile->findSrv(report.server, &server) &&
+               server.caDn.empty() && std::ranges::any_of(reports, [&](const NetReport& other) {
+                   return other.code == 0 && other.server == report.server;
+               });
+    };
+    NetReports kept;
+    for (const NetReport& report : reports)
+        if (!isForeign(report)) kept.push_back(report);
+    reports = std::move(kept);
 }
 
 std::unique_ptr<CrlRun> NetworkManager::startDueCrls() {

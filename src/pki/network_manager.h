@@ -112,6 +112,7 @@ class NetworkManager {
     [[nodiscard]] NetReport goOne(NetErrand errand, const NetProgress& progress);
     [[nodiscard]] std::vector<NetErrand> crlErrands(const CertList& authorities, bool onlyDue);
     [[nodiscard]] NetErrand crlErrand(NetSources& sources, const SignedCertificate& authority);
+    void dropForeign(NetReports& reports) const;
     [[nodiscard]] bool isDue(const SignedCertificate& authority);
     [[nodiscard]] NetVerdict judgeCrls(const SignedCertificate& authority, const NetAttempt& attempt,
                                        FetchResult& result, bool keep);
