@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstring>
 
+#include "misc/ascii.h"
 #include "profiles/universal_conf_mgr.h"
 
 namespace crv {
@@ -113,6 +114,14 @@ int AttrSet::set(long id, const char* value, long len) {
     }
     values_[at] = std::move(fresh);
     return kAttrOk;
+}
+
+bool AttrSet::writes(std::string_view key) const {
+    return std::ranges::any_of(rows_, [&](const AttrRow& row) {
+        if (!row.key) return false;
+        const std::string name = asciiUpper(row.key);
+        return key == name || (row.hasStatus && key == name + "STATUS");
+    });
 }
 
 void AttrSet::load(const UniversalConfMgr& store, const std::string& prefix) {

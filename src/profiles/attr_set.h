@@ -66,6 +66,8 @@ class AttrSet {
     /// A null value makes an attribute with a status its default; length 0 takes the value of any text away.
     int set(long id, const char* value, long len);
 
+    /// Whether a key below a record's path, in capitals, is one of the table or its companion.
+    [[nodiscard]] bool writes(std::string_view key) const;
     void load(const UniversalConfMgr& store, const std::string& prefix);
     void save(UniversalConfMgr& store, const std::string& prefix) const;
 

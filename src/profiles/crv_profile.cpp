@@ -1,5 +1,6 @@
 #include "profiles/crv_profile.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
@@ -129,10 +130,32 @@ void CrvProfile::loadProfile(const UniversalConfMgr& store, const std::string& n
     loadCfgDependingOnDevType(store, prefix);
 }
 
+CrvProfile::Nodes CrvProfile::foreignNodes(const UniversalConfMgr& store, const std::string& prefix) const {
+    static constexpr std::string_view kKeys[] = {"TYPE",   "LASTPROFILEUPDATE", "DB",    "DBTYPE",
+                                                 "DBNAME", "DBLOGIN",           "DBPASS"};
+    static constexpr std::string_view kTrees[] = {"SRV\\", "PROXY\\HTTP\\", "EXTKEYUSAGES\\"};
+    const auto ours = [&](const std::string& key) {
+        return std::ranges::find(kKeys, key) != std::end(kKeys) || common_.writes(key) || own_.writes(key) ||
+               std::ranges::any_of(kTrees, [&](std::string_view tree) { return key.starts_with(tree); });
+    };
+    Nodes kept;
+    const NodeDesc* node = store.findNode(prefix + "Type");
+    const long* listed = node ? std::get_if<long>(&node->value) : nullptr;
+    if (!listed || *listed != type()) return kept;
+    for (const UCMNodeType type : {UCMNodeType::Long, UCMNodeType::String, UCMNodeType::Binary}) {
+        UniversalConfMgr::Iterator at;
+        for (store.getIterator(at, prefix, type); at; ++at)
+            if (!ours(at.getDescr())) kept.emplace_back(prefix + at.getDescr(), at.getData());
+    }
+    return kept;
+}
+
 void CrvProfile::writeRecord(UniversalConfMgr& store) const {
     const std::string prefix = "\\" + name_ + "\\";
     CfgIo io(store, &store, prefix);
+    const auto foreign = foreignNodes(store, prefix);
     store.remove(prefix);
+    for (const auto& [path, node] : foreign) store.setNode(path.c_str(), node);
     store.setData((prefix + "Type").c_str(), type());
     common_.save(store, prefix);
     db_.save(io);

@@ -110,6 +110,10 @@ class CrvProfile : public CRVObject, public ServerList, public ProxySettings, pu
   private:
     void loadProfile(const UniversalConfMgr& store, const std::string& name);
     void writeRecord(UniversalConfMgr& store) const;
+    using Nodes = std::vector<std::pair<std::string, NodeDesc>>;
+    /// What other versions and other programs put into the record below the prefix, by its paths; nothing of a record
+    /// of another kind.
+    [[nodiscard]] Nodes foreignNodes(const UniversalConfMgr& store, const std::string& prefix) const;
     /// The record of this name and kind in the list; null when it cannot be read.
     [[nodiscard]] std::unique_ptr<CrvProfile> savedRecord(ProfileMedia media, const std::string& file) const;
     /// The keys of the kind.

@@ -356,6 +356,24 @@ TEST_F(ProfileRecord, ReplacesOnlyItsOwnSubtree) {
     EXPECT_EQ(text, dir.file("db/"));
 }
 
+TEST_F(ProfileRecord, KeepsKeysOfOthersUnlessItsKindChanges) {
+    for (const auto& [type, kept] : {std::pair(kFile, true), {kToken, false}}) {
+        writeFile(list, R"(\P\Type [l] = 1
+\P\Pkcs12File [s] = old
+\P\DBpath [s] = theirs
+\P\New\Deep [l] = 7
+)");
+        named(type, "p")->saveProfile(ProfileMedia::File, list);
+        UniversalConfMgr store;
+        store.loadFromFile(list);
+        std::string text;
+        long number = 0;
+        EXPECT_EQ(store.getData("\\P\\DBpath", text) && store.getData("\\P\\New\\Deep", number), kept);
+        EXPECT_EQ(text + std::to_string(number), kept ? "theirs7" : "0");
+        EXPECT_FALSE(store.doesPathExist("\\P\\Pkcs12File"));
+    }
+}
+
 TEST_F(ProfileRecord, GoesBackToTheListWhenASaveFails) {
     auto profile = named(kFile, "Ala");
     profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, "old");
