@@ -106,7 +106,9 @@ bool isWrongPassword(KeyManagerResult result) {
 }
 
 void showOpenFailure(KeyManagerResult result) {
-    if (const char* text = findText(kOpenTexts, result)) {
+    const char* text = findText(kOpenTexts, result);
+    note((text ? text : "Nie otwarto profilu") + (" (" + std::to_string(result) + ")"));
+    if (text) {
         errInfo(kMessageRow, "%s", text);
     } else {
         showLibraryText(result);
@@ -216,7 +218,11 @@ KeyManagerResult initProfile(OpenMode mode) {
     const KeyManagerResult result = openKeyStore(keyStoreAccess(), mode, true, reading);
     keyManager->setProgress({});
     clrToEol(kMessageRow, 0);
-    if (result != kKmOk) showOpenFailure(result);
+    if (result == kKmOk) {
+        note("Otwarto profil: " + boundProfile().name());
+    } else {
+        showOpenFailure(result);
+    }
     return result;
 }
 

@@ -4,6 +4,7 @@
 
 #include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/profile_actions.h"
+#include "crvconfd/session/messages.h"
 #include "crvconfd/session/profile_names.h"
 #include "crvconfd/session/program_info.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -50,13 +51,15 @@ struct Selection {
         return {index < userCount ? AvailableProfiles::User : AvailableProfiles::Common, {}};
     }
 
-    /// Null also when the list has changed so that it cannot be read any more.
-    [[nodiscard]] std::unique_ptr<CrvProfile> load(int index) const {
+    /// Null also when the list has changed so that it cannot be read any more; `why` then says so.
+    [[nodiscard]] std::unique_ptr<CrvProfile> load(int index, std::string& why) const {
         const ProfileMedia media = mediaOf(index);
+        why.clear();
         try {
             return CrvProfile::getProfileByName(media, media == ProfileMedia::File ? file : "",
                                                 names[static_cast<size_t>(index)]);
-        } catch (const std::exception&) {
+        } catch (const std::exception& failure) {
+            why = failureText(failure);
             return nullptr;
         }
     }
@@ -116,7 +119,8 @@ ShowMenuListCallbackRet selectProfileCallback(int key, int index, Selection& sta
         default:
             return ShowMenuListCallbackRet::Continue;
     }
-    const auto profile = index < 0 ? nullptr : state.load(index);
+    std::string why;
+    const auto profile = index < 0 ? nullptr : state.load(index, why);
     if (!profile || !state.details) return ShowMenuListCallbackRet::NextKey;
     state.details(*profile);
     clrScr();
@@ -164,10 +168,11 @@ std::unique_ptr<CrvProfile> selectProfile(AvailableProfiles kind, const std::str
         }
         if (index < 0) return nullptr;
         source = state.mediaOf(index);
-        auto profile = state.load(index);
-        if (!profile)
-            errInfo(kMessageRow, "Błąd ładowania profilu: %s", state.names[static_cast<size_t>(index)].c_str());
-        return profile;
+        std::string why;
+        if (auto profile = state.load(index, why)) return profile;
+        name = state.names[static_cast<size_t>(index)];
+        errInfo(kMessageRow, "Błąd ładowania profilu: %s", name.c_str());
+        if (!why.empty()) errInfo(kMessageRow, "%s", why.c_str());
     }
 }
 

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
+#include "context/crvctx.h"
 #include "corvane/crvapi.h"
 #include "crvconfd/session/context.h"
+#include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "db_sql/db_manager.h"
 #include "misc/exceptions.h"
@@ -18,7 +20,12 @@ const char* findText(std::span<const CodeText> table, int code) {
 void showCode(std::span<const CodeText> table, int code, const char* place) {
     const char* text = findText(table, code);
     if (!text) failAssertion("0", place, __LINE__);
+    note(text + (" (" + std::to_string(code) + ")"));
     errInfo(kMessageRow, "%s", text);
+}
+
+void note(const std::string& line) {
+    if (crvCtx) crvCtx->state.report(printable(line));
 }
 
 void showDatabaseFailure(const char* text, const char* noMemoryText) {
@@ -32,6 +39,7 @@ void showDatabaseFailure(const char* text, const char* noMemoryText) {
         {StoreCause::NeedsMending, " (baza wymaga naprawy, użyj crvdb)"},
         {StoreCause::Refused, " (baza nie przyjmuje tych danych)"},
     };
+    note(std::string(text) + ": " + dbManager->lastFailure());
     if (dbManager->lastCause() == StoreCause::NoMemory) return errInfo(kMessageRow, "%s", noMemoryText);
     const auto found = std::find_if(std::begin(kCauses), std::end(kCauses),
                                     [](const auto& row) { return row.cause == dbManager->lastCause(); });

@@ -19,6 +19,9 @@ struct CodeText {
 /// failed in" the place.
 void showCode(std::span<const CodeText> table, int code, const char* place = "src/crvconfd/main");
 
+/// A line of the report that -verbose prints at the end, made printable. Never a secret.
+void note(const std::string& line);
+
 inline constexpr const char* kDatabaseFailed = "Błąd bazy danych";
 
 /// Shows the text with what the database said last of the cause, where that helps; a lack of memory has its own.

@@ -152,6 +152,8 @@ int failWith(const char* text) {
     } else {
         errInfo(kMessageRow, "%s", text);
         downScr();
+        // The row may have been too short for it.
+        complain(printable(text));
     }
     return kStatusException;
 }

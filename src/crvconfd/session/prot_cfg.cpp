@@ -1,5 +1,6 @@
 #include "crvconfd/session/prot_cfg.h"
 
+#include "config/configuration_manager.h"
 #include "context/error_table.h"
 #include "corvane/crvapi.h"
 #include "crvconfd/session/context.h"
@@ -68,6 +69,7 @@ bool storePin(PinSlot slot, const SecretText& pin) {
 bool writeProtCfg() {
     const KeyManagerResult result = saveKeyStore(keyStoreAccess());
     if (result == kKmOk) {
+        note("Zapisano klucze i ustawienia: " + cfgManager->securityFileName());
         if (!keyManager->wasHistoryKept()) errInfo(kMessageRow, "%s", findText(kSaveTexts, kKmHistoryFailed));
         return true;
     }
