@@ -126,6 +126,8 @@ Structure takeIn(const Structure* from) {
     Structure whole{};
     demand(from && from->size >= static_cast<long>(sizeof from->size));
     const auto size = static_cast<size_t>(from->size);
+    constexpr size_t kMost = 4096;  // beyond what any version has: memory that nobody filled
+    demand(size <= kMost);
     const auto* octets = reinterpret_cast<const unsigned char*>(from);
     if (size > sizeof whole)
         demand(std::all_of(octets + sizeof whole, octets + size, [](unsigned char c) { return c == 0; }));

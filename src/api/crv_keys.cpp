@@ -3,6 +3,7 @@
 #include "api/key_store_call.h"
 #include "asn/x509/signed_certificate.h"
 #include "context/context_options.h"
+#include "crypto/crypto_error.h"
 #include "keystore/crt_request.h"
 #include "ops/key_plan.h"
 
@@ -131,9 +132,10 @@ int crvGetRandomInt(CRVctx& ctx, char* buf, long len) {
     const std::span<uint8_t> out(reinterpret_cast<uint8_t*>(buf), static_cast<size_t>(len));
     std::ranges::fill(out, uint8_t{0});
     demandLogIn(ctx);
-    // It refuses where the medium would answer success and leave the buffer as it is.
-    if (!ctx.keyManager.random().fill(out)) {
-        std::ranges::fill(out, uint8_t{0});
+    try {
+        ctx.keyManager.random().draw(out);
+    } catch (const CryptoError&) {
+        // It refuses where the medium would answer success and leave the buffer as it is.
         return ECRV_NOT_IMPL;
     }
     return CRV_OK;

@@ -82,11 +82,16 @@ int makeMessage(CRVctx* ctx, const unsigned char* content, long len, unsigned ch
     });
 }
 
-int judge(CRVctx& ctx, MessageVerdict made, CrvMessageVerdict** verdict) {
-    const int code = made.code();
+/// The verdict for the caller; what is wrong becomes the diagnostic text.
+std::unique_ptr<CrvMessageVerdict> judge(CRVctx& ctx, MessageVerdict made) {
     const auto bad = std::ranges::find_if(made.signers, [](const SignerVerdict& one) { return !one.good(); });
     if (bad != made.signers.end()) ctx.state.setDiagnosticText(bad->fault.empty() ? bad->path.reason : bad->fault);
-    give(std::make_unique<CrvMessageVerdict>(std::move(made)), verdict);
+    return std::make_unique<CrvMessageVerdict>(std::move(made));
+}
+
+int giveVerdict(std::unique_ptr<CrvMessageVerdict> made, CrvMessageVerdict** verdict) {
+    const int code = made->verdict.code();
+    give(std::move(made), verdict);
     return code;
 }
 
@@ -95,6 +100,7 @@ int crvVerifyInt(CRVctx& ctx, ByteView octets, const CrvMessageParams* params, u
     demand(verdict && (!content || contentLen));
     *verdict = nullptr;
     if (content) *content = nullptr;
+    if (contentLen) *contentLen = 0;
     Bytes inside;
     const auto stream = beginVerifying(ctx, params, [&](ByteView piece) {
         if (content) inside.insert(inside.end(), piece.begin(), piece.end());
@@ -102,9 +108,10 @@ int crvVerifyInt(CRVctx& ctx, ByteView octets, const CrvMessageParams* params, u
     });
     auto& work = std::get<MessageVerifier>(stream->work);
     work.update(octets);
-    MessageVerdict made = work.finish();
-    if (content && made.good() && made.attached) giveOctets(inside, content, contentLen);
-    return judge(ctx, std::move(made), verdict);
+    auto made = judge(ctx, work.finish());
+    // Last of what may fail: who gets a failure has nothing to free.
+    if (content && made->verdict.good() && made->verdict.attached) giveOctets(inside, content, contentLen);
+    return giveVerdict(std::move(made), verdict);
 }
 
 void putShort(std::string_view text, std::span<char> to) {
@@ -227,7 +234,7 @@ int crvVerifyFinalAPI(CRVctx* ctx, CrvStream* stream, CrvMessageVerdict** verdic
     return finishStream<MessageVerifier>(ctx, stream, [&](MessageVerifier& work) {
         demand(verdict);
         *verdict = nullptr;
-        return judge(*ctx, work.finish(), verdict);
+        return giveVerdict(judge(*ctx, work.finish()), verdict);
     });
 }
 
@@ -294,6 +301,7 @@ int crvDecryptUpdateAPI(CRVctx* ctx, CrvStream* stream, const unsigned char* oct
 
 int crvDecryptFinalAPI(CRVctx* ctx, CrvStream* stream, CrvDecryptInfo* info) {
     return finishStream<MessageDecryptor>(ctx, stream, [&](MessageDecryptor& work) {
+        if (info) clearOut(info);
         tell(work.finish(), info);
         return CRV_OK;
     });

@@ -11,6 +11,11 @@ bool isGlobalOption(long id) {
     return id == kOptTslDownloadWithWget;
 }
 
+/// Comes before the change that is to be remembered, which then needs no memory.
+void makeRoom(CRVctx* ctx) {
+    ctx->unsavedOptions.reserve(ctx->unsavedOptions.size() + 1);
+}
+
 /// Remembers what a program set until it is saved: the log-in brings the record of the key store.
 void remember(CRVctx* ctx, OptionSetting setting) {
     auto& list = ctx->unsavedOptions;
@@ -22,8 +27,10 @@ void remember(CRVctx* ctx, OptionSetting setting) {
 int crvSetTextOptionInt(CRVctx* ctx, long id, const char* value) {
     demand(CRVCfgFile::isSuchTextOpt(id));
     const auto text = value ? std::optional<std::string>(textIn(value)) : std::nullopt;
+    OptionSetting setting{id, text};
+    makeRoom(ctx);
     ctx->configurationManager.editRecord().setTextOpt(id, text);
-    remember(ctx, {id, text});
+    remember(ctx, std::move(setting));
     return CRV_OK;
 }
 
@@ -34,6 +41,7 @@ using namespace crv;
 
 int crvSetOptionAPI(CRVctx* ctx, long id, long value) {
     return apiFrame(ctx, [&] {
+        makeRoom(ctx);
         const int code = crvSetOptionInt(ctx, id, value);
         if (code == CRV_OK) remember(ctx, {id, value});
         return code;

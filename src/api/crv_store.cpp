@@ -74,17 +74,10 @@ CertList certsOfOctets(ByteView octets) {
 /// Everything that the calls on trust points do but the change; saves it or takes it back.
 template <class Change>
 int changeTrust(CRVctx& ctx, Change change) {
-    const auto before = ctx.configurationManager.sharedRecord();
-    const bool changed = ctx.configurationManager.isRecordChanged();
-    int code = codeOfKeys(ctx, change());
-    if (code != CRV_OK) return code;
-    code = codeOfKeys(ctx, saveKeyStore(accessOf(ctx)));
-    if (code == CRV_OK) {
-        ctx.unsavedOptions.clear();
-        return code;
-    }
-    ctx.configurationManager.setRecord(before);
-    ctx.configurationManager.setRecordChanged(changed);
+    KeyManager::Undo undo(ctx.keyManager);
+    if (const int code = codeOfKeys(ctx, change())) return code;
+    const int code = codeOfKeys(ctx, undo.keep(saveKeyStore(accessOf(ctx))));
+    if (code == CRV_OK) ctx.unsavedOptions.clear();
     return code;
 }
 

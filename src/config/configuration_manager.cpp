@@ -46,13 +46,18 @@ void ConfigurationManager::setProfile(std::unique_ptr<CrvProfile> profile) {
 }
 
 CRVCfgFile& ConfigurationManager::editRecord() {
-    if (record_.use_count() > 1) record_ = std::make_shared<CRVCfgFile>(*record_);
+    constexpr long kOurs = 2;
+    if (!edited_ || edited_.use_count() > kOurs) {
+        edited_ = std::make_shared<CRVCfgFile>(*record_);
+        record_ = edited_;
+    }
     recordChanged_ = true;
-    return *record_;
+    return *edited_;
 }
 
-void ConfigurationManager::setRecord(const std::shared_ptr<const CRVCfgFile>& record) {
-    record_ = record ? std::make_shared<CRVCfgFile>(*record) : empty_;
+void ConfigurationManager::setRecord(std::shared_ptr<const CRVCfgFile> record) noexcept {
+    record_ = record ? std::move(record) : empty_;
+    edited_.reset();
     recordChanged_ = false;
 }
 

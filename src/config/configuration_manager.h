@@ -39,8 +39,9 @@ class ConfigurationManager {
     [[nodiscard]] std::shared_ptr<const CRVCfgFile> sharedRecord() const { return record_; }
     /// The record for a change, which is marked; a record that somebody shares is copied first. Not to be kept.
     CRVCfgFile& editRecord();
-    /// Takes the key store's record; null gives an empty one, which needs no memory. Clears the mark.
-    void setRecord(const std::shared_ptr<const CRVCfgFile>& record);
+    /// Takes the key store's record; null gives an empty one. Clears the mark. Needs no memory, so that it can take a
+    /// change back.
+    void setRecord(std::shared_ptr<const CRVCfgFile> record) noexcept;
     /// Gives every field its default and marks the change.
     void resetRecord();
     /// Whether the record was changed since it was taken or saved.
@@ -49,8 +50,9 @@ class ConfigurationManager {
 
   private:
     std::unique_ptr<CrvProfile> profile_;
-    std::shared_ptr<CRVCfgFile> empty_ = std::make_shared<CRVCfgFile>();  // never changed
-    std::shared_ptr<CRVCfgFile> record_ = empty_;
+    std::shared_ptr<const CRVCfgFile> empty_ = std::make_shared<CRVCfgFile>();  // never changed
+    std::shared_ptr<const CRVCfgFile> record_ = empty_;
+    std::shared_ptr<CRVCfgFile> edited_;  // record_ where it was made here for a change; null elsewhere
     bool recordChanged_ = false;
 };
 

@@ -77,9 +77,15 @@ void CRVCfgFile::setField(const KnownOid& oid, const ASNobject* value) {
         if (at < size()) remove(at);
         return;
     }
-    CfgField& field = at < size() ? (*this)[at] : add();
+    // Whole before it is in the list: half a field could not be written, nor anything with it.
+    CfgField field;
     field.id = oid;
     field.value.build(*value);
+    if (at < size()) {
+        (*this)[at].value = std::move(field.value);
+    } else {
+        add(std::move(field));
+    }
 }
 
 template <class Object>

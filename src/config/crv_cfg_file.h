@@ -40,7 +40,7 @@ class CRVCfgFile : public ASNsequenceList<CfgField> {
 
     /// The value of a field, or null.
     [[nodiscard]] const ASNany* findField(const KnownOid& oid) const;
-    /// Sets a field to the object's encoding; null removes the field.
+    /// Sets a field to the object's encoding; null removes the field. A failure changes nothing.
     void setField(const KnownOid& oid, const ASNobject* value);
 
     /// Whether the number is that of an integer option.

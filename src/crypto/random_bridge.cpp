@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "crypto/crypto_error.h"
+#include "misc/secret.h"
 
 namespace crv {
 
@@ -32,6 +33,17 @@ bool RandomBridge::fill(std::span<uint8_t> out) noexcept {
     }
     failed_ = true;
     return false;
+}
+
+void RandomBridge::draw(std::span<uint8_t> out) const {
+    try {
+        if (fill_ && fill_(out)) return;
+    } catch (...) {
+        wipeMemory(out.data(), out.size());
+        throw;
+    }
+    wipeMemory(out.data(), out.size());
+    throw CryptoError(CryptoFailure::NoRandom, "the source of random octets failed");
 }
 
 RandomBridge::Scope::Scope(RandomBridge& bridge) noexcept

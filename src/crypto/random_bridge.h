@@ -24,9 +24,12 @@ class RandomBridge {
     RandomBridge(const RandomBridge&) = delete;
     RandomBridge& operator=(const RandomBridge&) = delete;
 
-    /// Asks the source; false when it failed, was left without a function, or threw (the exception is kept for
-    /// `rethrow`).
+    /// Asks the source on libcrypto's behalf; false when it failed, was left without a function, or threw (the exception
+    /// is kept for `rethrow`). Once false, it stays so until the next scope: the operation is lost.
     [[nodiscard]] bool fill(std::span<uint8_t> out) noexcept;
+    /// Asks the source for the caller, whatever became of an earlier request. Throws what the source throws, and
+    /// CryptoError (noRandom) when it fails; the buffer is zeroed then.
+    void draw(std::span<uint8_t> out) const;
 
     /// Makes a bridge the source of this thread for the time of a libcrypto call. Scopes nest.
     class Scope {

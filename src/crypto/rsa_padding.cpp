@@ -79,7 +79,7 @@ Bytes encodePss(KcHashAlgo hash, ByteView digest, unsigned keyBits, RandomBridge
     Bytes salted(8 + length + saltLength);
     std::ranges::copy(digest, salted.begin() + 8);
     const auto salt = std::span(salted).subspan(8 + length);
-    if (!random.fill(salt)) throw CryptoError(CryptoFailure::NoRandom, "no salt");
+    random.draw(salt);
     // As long as the modulus, which may be an octet longer than the encoded message.
     Bytes block((keyBits + 7) / 8);
     const auto encoded = std::span(block).subspan(block.size() - blockLength);

@@ -76,6 +76,25 @@ class KeyManager {
         Open       ///< logged in
     };
 
+    /// Takes back, when it ends, what became of keys, certificates, trust points of the key store and the configuration
+    /// record meanwhile, unless that was kept. Taking back needs no memory.
+    class Undo {
+      public:
+        explicit Undo(KeyManager& keys);
+        Undo(const Undo&) = delete;
+        Undo& operator=(const Undo&) = delete;
+        ~Undo();
+        /// The change stands; answers the result that it is given: anything but kKmOk keeps nothing.
+        KeyManagerResult keep(KeyManagerResult result) noexcept;
+
+      private:
+        KeyManager& keys_;
+        KeyStoreContents contents_;
+        std::shared_ptr<const CRVCfgFile> record_;
+        bool changed_;
+        bool kept_ = false;
+    };
+
     /// `generatorCycle`: steps of the generator before it is seeded anew (tests shorten it).
     explicit KeyManager(uint64_t generatorCycle = KcRbgHashIso18031::kCycle);
     ~KeyManager();
@@ -296,8 +315,6 @@ class KeyManager {
 
     [[nodiscard]] KeyManagerResult saveNewKey(const NewKey& generated);
     [[nodiscard]] KeyManagerResult saveSuccessor(const NewKey& generated);
-    [[nodiscard]] KeyManagerResult saveOrRestore(const KeyStoreContents& before,
-                                                 const std::shared_ptr<const CRVCfgFile>& record);
     [[nodiscard]] bool mayGenerate(KeyType use, bool successor) const;
     [[nodiscard]] KeyManagerResult keepKey(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks, SignerPtr key);
     [[nodiscard]] KeyManagerResult keepGenerated(KeyType use, KeyScheme scheme, const KeyGenHooks& hooks,

@@ -58,8 +58,8 @@ KeyManagerResult KeyManager::saveUnsavedKey() {
 }
 
 KeyManagerResult KeyManager::saveNewKey(const NewKey& generated) {
+    Undo undo(*this);
     const auto record = configuration().sharedRecord();
-    const bool changed = configuration().isRecordChanged();
     const KcHashAlgo hash = generated.hash == KcHashAlgo::None ? record->getHashAlgo(generated.scheme) : generated.hash;
     const auto algorithm = signAlgorithm(generated.scheme, hash);
     if (generated.use != KeyType::Encryption && algorithm) {
@@ -67,18 +67,7 @@ KeyManagerResult KeyManager::saveNewKey(const NewKey& generated) {
         if (generated.hash != KcHashAlgo::None) edited.setHashAlgo(hash);
         edited.setSignaturaAlgorithmIdentifier(*algorithm);
     }
-    const auto undo = [&] {
-        configuration().setRecord(record);
-        configuration().setRecordChanged(changed);
-    };
-    try {
-        const KeyManagerResult result = addNewKey(generated.use, generated.key, pssMark(generated.hash));
-        if (result != kKmOk) undo();
-        return result;
-    } catch (...) {
-        undo();
-        throw;
-    }
+    return undo.keep(addNewKey(generated.use, generated.key, pssMark(generated.hash)));
 }
 
 bool KeyManager::mayGenerate(KeyType use, bool successor) const {
@@ -93,13 +82,13 @@ KeyManagerResult KeyManager::saveSuccessor(const NewKey& generated) {
     if (!inUse) return saveNewKey(generated);
     const auto record = configuration().sharedRecord();
     const KcHashAlgo hash = generated.hash == KcHashAlgo::None ? record->getHashAlgo(generated.scheme) : generated.hash;
-    const KeyStoreContents before = contents_;
+    Undo undo(*this);
     contents_.keys.push_back(
         {generated.key,
          KeyRole::Further,
          {},
          successorMark(inUse->key->keyId(), signAlgorithm(generated.scheme, hash), pssMark(generated.hash))});
-    return saveOrRestore(before, record);
+    return undo.keep(saveConfiguration());
 }
 
 KeyManagerResult KeyManager::generateRsaUserKey(KeyType use, uint64_t publicExponent, unsigned bits, KeyScheme scheme,

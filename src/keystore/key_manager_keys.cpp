@@ -4,6 +4,7 @@
 #include "asn/known_oids.h"
 #include "asn/x509/signed_certificate.h"
 #include "config/configuration_manager.h"
+#include "config/context_services.h"
 #include "crypto/private_key.h"
 #include "keystore/key_manager.h"
 #include "keystore/key_pairing.h"
@@ -48,18 +49,10 @@ KeyManagerResult KeyManager::addNewKey(KeyType use, SignerPtr key, Bytes bagAttr
     demand({State::Open});
     VTEST(!hasKey(use), kKeyManagerPlace);
     if (!media().hasSecurityFile() && !media().keyLimits(use)) return kKmNotOnThisMedium;
-    const std::vector<StoredKey> before = contents_.keys;
+    Undo undo(*this);
     contents_.keys.push_back({std::move(key), roleOf(use), {}, std::move(bagAttributes)});
     sortByRole(contents_.keys);
-    KeyManagerResult result = kKmNoMemory;
-    try {
-        result = saveConfiguration();
-    } catch (...) {
-        contents_.keys = before;
-        throw;
-    }
-    if (result != kKmOk) contents_.keys = before;
-    return result;
+    return undo.keep(saveConfiguration());
 }
 
 const StoredKey* KeyManager::successorOf(KeyType use) const {
@@ -70,46 +63,46 @@ const StoredKey* KeyManager::successorOf(KeyType use) const {
     return found == contents_.keys.end() ? nullptr : &*found;
 }
 
-KeyManagerResult KeyManager::saveOrRestore(const KeyStoreContents& before,
-                                           const std::shared_ptr<const CRVCfgFile>& record) {
-    const auto undo = [&] {
-        contents_ = before;
-        configuration().setRecord(record);
-    };
-    try {
-        const KeyManagerResult result = saveConfiguration();
-        if (result != kKmOk) undo();
-        return result;
-    } catch (...) {
-        undo();
-        throw;
-    }
+KeyManager::Undo::Undo(KeyManager& keys)
+    : keys_(keys),
+      contents_(keys.contents_),
+      record_(keys.configuration().sharedRecord()),
+      changed_(keys.configuration().isRecordChanged()) {}
+
+KeyManager::Undo::~Undo() {
+    keys_.historyDemanded_ = false;
+    if (kept_) return;
+    keys_.contents_ = std::move(contents_);
+    ConfigurationManager& configuration = keys_.context_->configuration();
+    configuration.setRecord(std::move(record_));
+    configuration.setRecordChanged(changed_);
+}
+
+KeyManagerResult KeyManager::Undo::keep(KeyManagerResult result) noexcept {
+    kept_ = result == kKmOk;
+    return result;
 }
 
 KeyManagerResult KeyManager::deleteKey(const KeyId& id) {
     demand({State::Open});
     if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
     if (!contents_.findKey(id)) return kKmKeyNotFound;
-    const KeyStoreContents before = contents_;
-    const auto record = configuration().sharedRecord();
-    auto deleted = record->getDeletedKeys();
+    Undo undo(*this);
+    auto deleted = configuration().record().getDeletedKeys();
     deleted.push_back(toBytes(ByteView(id)));
     configuration().editRecord().setDeletedKeys(deleted);
     dropDeleted(contents_, configuration().record());
     historyDemanded_ = true;
-    const KeyManagerResult result = saveOrRestore(before, record);
-    historyDemanded_ = false;
-    return result;
+    return undo.keep(saveConfiguration());
 }
 
 KeyManagerResult KeyManager::importKey(const PrivateKey& key, KeyRole role, const CertList& certificates) {
     demand({State::Open});
     if (!media().hasSecurityFile()) return kKmNotOnThisMedium;
     if (contents_.findKey(key.keyId())) return kKmKeyExists;
-    const KeyStoreContents before = contents_;
-    const auto record = configuration().sharedRecord();
+    Undo undo(*this);
     const KeyId id = key.keyId();
-    auto deleted = record->getDeletedKeys();
+    auto deleted = configuration().record().getDeletedKeys();
     if (std::erase_if(deleted, [&](const Bytes& one) { return std::ranges::equal(one, id); }) != 0)
         configuration().editRecord().setDeletedKeys(deleted);
     for (const StoredKey& other : contents_.keys) role = without(role, other.role);
@@ -119,7 +112,7 @@ KeyManagerResult KeyManager::importKey(const PrivateKey& key, KeyRole role, cons
         if (one->computeKeyIdentifierSha1Hash() == id && !contains(contents_.userCerts, *one))
             contents_.userCerts.push_back(one);
     }
-    return saveOrRestore(before, record);
+    return undo.keep(saveConfiguration());
 }
 
 CertPtr KeyManager::certificateOf(const StoredKey& key) const {
@@ -146,18 +139,19 @@ DistinguishedName KeyManager::requestSubject() const {
 
 KeyManagerResult KeyManager::installUserCrt(const CertPtr& certificate) {
     demand({State::Unseeded, State::Open});
+    Undo undo(*this);
     auto before = std::make_unique<KeyStoreContents>(contents_);
+    const auto record = configuration().sharedRecord();
     const StoredKey* own = contents_.findKey(certificate->computeKeyIdentifierSha1Hash());
     const auto algorithm = own && successorTo(*own) ? successorAlgorithm(*own) : std::nullopt;
     const KeyManagerResult result = pairCertificate(contents_, certificate, recertificationAllowed());
     if (result != kKmOk) return result;
     const StoredKey* now = contents_.findKey(certificate->computeKeyIdentifierSha1Hash());
+    const bool signs = algorithm && shares(now->role, KeyRole::Signing);
+    if (signs) configuration().editRecord().setSignaturaAlgorithmIdentifier(*algorithm);
     if (!beforeInstall_) beforeInstall_ = std::move(before);
-    if (algorithm && shares(now->role, KeyRole::Signing)) {
-        if (!recordBeforeInstall_) recordBeforeInstall_ = configuration().sharedRecord();
-        configuration().editRecord().setSignaturaAlgorithmIdentifier(*algorithm);
-    }
-    return kKmOk;
+    if (signs && !recordBeforeInstall_) recordBeforeInstall_ = record;
+    return undo.keep(kKmOk);
 }
 
 void KeyManager::undoInstallUserCrt() {

@@ -27,6 +27,7 @@ KeyManagerResult KeyManager::addTrustedCA(const CertPtr& certificate) {
     if (checked != kKmOk && checked != kKmTrustPointRefused) return checked;
     if (trust_.holds(configuration().record(), contents_.trustedCerts, *certificate)) return kKmTrustPointExists;
     if (checked != kKmOk) return checked;
+    Undo undo(*this);
     CRVCfgFile& record = configuration().editRecord();
     CRVCfgFile::Certificates list = record.getTrustedCAs();
     list.push_back(toBytes(encodingOf(*certificate)));
@@ -34,7 +35,7 @@ KeyManagerResult KeyManager::addTrustedCA(const CertPtr& certificate) {
     contents_.trustedCerts.push_back(certificate);
     removeFrom(contents_.userCerts, *certificate);
     markOrdinary(contents_.certAttributes, *certificate, false);
-    return kKmOk;
+    return undo.keep(kKmOk);
 }
 
 CertList KeyManager::trustCandidates() const {
@@ -52,9 +53,10 @@ KeyManagerResult KeyManager::delTrustedCA(const CertPtr& certificate, int flag) 
         const bool there = trust_.holds(configuration().record(), contents_.trustedCerts, *certificate);
         return there ? kKmNotOnThisMedium : kKmOk;
     }
+    Undo undo(*this);
     configuration().editRecord().setTrustedCAs(list);
     removeFrom(contents_.trustedCerts, *certificate);
-    return kKmOk;
+    return undo.keep(kKmOk);
 }
 
 KeyManagerResult KeyManager::readAdditionalTrustedCA() {

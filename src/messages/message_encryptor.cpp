@@ -19,7 +19,7 @@ constexpr uint8_t kRecipientsTag = 0x31;
 
 SecretBytes drawn(RandomBridge& random, size_t length) {
     SecretBytes octets(length);
-    if (!random.fill(octets)) throw CryptoError(CryptoFailure::NoRandom, "there are no random octets for the message");
+    random.draw(octets);
     return octets;
 }
 

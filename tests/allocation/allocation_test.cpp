@@ -57,12 +57,14 @@ class SlowAllocation : public FileProfile {
         ASSERT_EQ(crvAuthenticateExAPI(ctx_, 0), 0);
     }
 
-    /// Runs the call with the n-th allocation failing, alone or with all behind it, until it does not need so many.
+    /// Runs the call with the n-th allocation failing, alone or with all behind it, until it does not need so many: the
+    /// last time it must succeed, whatever failed before. `skip`: the smaller, the larger the steps.
     void sweep(
-        const char* name, const std::function<int()>& call, const std::function<void()>& prepare = [] {}) {
+        const char* name, const std::function<int()>& call, const std::function<void()>& prepare = [] {},
+        long skip = 50) {
         for (int forEver : {0, 1}) {
             long n = 1;
-            for (bool failed = true; failed; n += 1 + n / kSkip) {
+            for (bool failed = true; failed; n += 1 + n / skip) {
                 prepare();
                 failAllocation(n, forEver);
                 const int code = call();
@@ -77,7 +79,8 @@ class SlowAllocation : public FileProfile {
         }
     }
 
-    static constexpr long kSkip = 50;  // beyond 50 allocations in growing steps, so that long calls end
+    void setPin() const { ASSERT_EQ(crvStorePINUtf8API(ctx_, CRVPIN_SIGNING_TOKEN, "Tajne123"), 0); }
+
     const MadeCert root_ = makeCert({.subject = {{"CN", "Korzeń"}}, .extensions = caExtensions()});
     Bytes leaf_;
     const std::string list_ = dir_.file("list.conf");
@@ -85,7 +88,7 @@ class SlowAllocation : public FileProfile {
 };
 
 TEST_F(SlowAllocation, FailsWithAnAnswerInEveryCall) {
-    const auto pin = [&] { ASSERT_EQ(crvStorePINUtf8API(ctx_, CRVPIN_SIGNING_TOKEN, "Tajne123"), 0); };
+    const auto pin = [&] { setPin(); };
     CRVctx* other = nullptr;
     sweep("init", [&] {
         const int code = crvInitExAPI(&other, CRVPROFILE_MEDIA_FILE, list_.c_str(), "Ala");
@@ -158,6 +161,76 @@ TEST_F(SlowAllocation, FailsWithAnAnswerInEveryCall) {
     ASSERT_EQ(crvFreeCertAPI(ctx_, cert), 0);
     sweep(
         "deinit", [&] { return crvDeinitExAPI(ctx_); }, [&] { begin(); });
+}
+
+TEST_F(SlowAllocation, FailsWithAnAnswerInEveryCallThatWritesOrEnciphers) {
+    constexpr long kLarge = 4;
+    begin();
+    const auto pin = [&] { setPin(); };
+    const Bytes content(100, 'a');
+    const CrvEncryptParams self{sizeof self, nullptr, 0, CRVENCRYPT_SELF | CRVENCRYPT_UNCHECKED, nullptr, 0};
+    unsigned char *message = nullptr, *octets = nullptr;
+    long messageLen = 0, len = 0;
+    const auto encrypt = [&](unsigned char** to, long* size) {
+        return crvEncryptAPI(ctx_, content.data(), sizeOf(content), &self, to, size);
+    };
+    sweep("encrypt", [&] {
+        const int code = encrypt(&octets, &len);
+        return crvFreeOctetsAPI(octets), code;
+    });
+    char drawn[8];
+    sweep("random", [&] { return crvGetRandomAPI(ctx_, drawn, sizeof drawn); });
+    ASSERT_EQ(encrypt(&message, &messageLen), 0);
+    sweep("decrypt", [&] {
+        const int code = crvDecryptAPI(ctx_, message, messageLen, &octets, &len, nullptr);
+        return crvFreeOctetsAPI(octets), code;
+    });
+    crvFreeOctetsAPI(message);
+    const Bytes crl = makeCrl({}, root_);
+    sweep(
+        "import CRL",
+        [&] {
+            const int code = crvImportCrlAPI(ctx_, crl.data(), sizeOf(crl), 0);
+            return code == ECRV_OLD_CRL ? 0 : code;
+        },
+        [] {}, kLarge);
+    const auto install = [&] {
+        const int code = crvInstallUserCrtAPI(ctx_, leaf_.data(), sizeOf(leaf_), CRVINSTALL_ALL, nullptr);
+        return code == ECRV_CRT_WITH_SUCH_USAGE_EXISTS ? 0 : code;
+    };
+    sweep("install", install, pin, kLarge);
+    const auto change = [&] { return crvChangePasswordAPI(ctx_, "Tajne1234"); };
+    const auto changeBack = [&] {
+        crvStorePINUtf8API(ctx_, CRVPIN_SIGNING_TOKEN, "Tajne1234");
+        if (crvChangePasswordAPI(ctx_, "Tajne123") != 0) setPin();
+    };
+    sweep("change password", change, changeBack, kLarge);
+    changeBack();
+    const MadeCert other = makeCert({.subject = {{"CN", "Inny"}}, .extensions = caExtensions()});
+    CrvCertIterator* read = nullptr;
+    CrvCert* cert = nullptr;
+    ASSERT_EQ(crvReadCertsAPI(ctx_, other.der.data(), sizeOf(other.der), nullptr, &read), 0);
+    ASSERT_EQ(crvGetNextCertAPI(ctx_, read, &cert), 0);
+    const auto forget = [&] {
+        setPin();
+        crvDelTrustPointAPI(ctx_, cert);
+        setPin();
+    };
+    sweep("add trust point", [&] { return crvAddTrustPointAPI(ctx_, cert); }, forget, kLarge);
+    ASSERT_EQ(crvFreeCertAPI(ctx_, cert) | crvFreeCertIteratorAPI(ctx_, read), 0);
+    const auto deleteKeys = [&] {
+        while (ctx_->keyManager.hasAnyKey()) {
+            setPin();
+            ASSERT_EQ(ctx_->keyManager.deleteKey(ctx_->keyManager.keys().front().key->keyId()), kKmOk);
+        }
+        setPin();
+    };
+    CrvKeyPlan plan{};
+    plan.size = sizeof plan;
+    plan.use = CRVKEY_USE_SIGN;
+    plan.scheme = CRVSCHEME_ECDSA;
+    sweep("generate key", [&] { return crvGenerateKeyAPI(ctx_, &plan); }, deleteKeys, kLarge);
+    ASSERT_EQ(crvDeinitExAPI(ctx_), 0);
 }
 
 }  // namespace
