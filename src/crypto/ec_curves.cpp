@@ -14,10 +14,6 @@ namespace {
 constexpr unsigned kMinBits = 160;
 constexpr size_t kMaxEncoding = 4096;  // the longest explicit domain takes well under 1 KiB
 
-ossl::Group groupOf(StdECId id) {
-    return ossl::Group(EC_GROUP_new_by_curve_name_ex(ossl::context(), nullptr, static_cast<int>(id)));
-}
-
 std::vector<EcCurve> makeTable() {
     std::vector<EC_builtin_curve> builtin(EC_get_builtin_curves(nullptr, 0));
     EC_get_builtin_curves(builtin.data(), builtin.size());
@@ -26,7 +22,8 @@ std::vector<EcCurve> makeTable() {
         // SM2 has a signature scheme of its own; the Oakley curves are for key agreement, as libcrypto's own note says.
         if (known.nid == NID_sm2 || std::strstr(known.comment, "Not suitable for ECDSA")) continue;
         const auto id = static_cast<StdECId>(known.nid);
-        const ossl::Group group = groupOf(id);
+        const ossl::Group group(EC_GROUP_new_by_curve_name_ex(ossl::context(), nullptr, known.nid));
+        if (!group) ossl::throwIfNoMemory();
         const unsigned bits = group ? static_cast<unsigned>(EC_GROUP_get_degree(group.get())) : 0;
         if (bits < kMinBits) continue;
         table.push_back({id, OBJ_nid2sn(known.nid), bits, OBJ_length(OBJ_nid2obj(known.nid)) != 0});
@@ -53,7 +50,7 @@ const EcCurve* findCurve(StdECId id) {
 Bytes encodeEcDomain(StdECId id, bool explicitDomain) {
     const EcCurve* curve = findCurve(id);
     if (!curve) throw CryptoError(CryptoFailure::Unsupported, "unknown elliptic curve");
-    const ossl::Group group = groupOf(id);
+    const ossl::Group group = ossl::groupOf(static_cast<int>(id));
     EC_GROUP_set_asn1_flag(group.get(),
                            explicitDomain || !curve->hasOid ? OPENSSL_EC_EXPLICIT_CURVE : OPENSSL_EC_NAMED_CURVE);
     const int length = i2d_ECPKParameters(group.get(), nullptr);

@@ -43,7 +43,9 @@ struct Methods {
 
     Methods() {
         for (size_t i = 0; i < all.size(); ++i) {
-            if (kHashes[i].name) all[i].reset(EVP_MD_fetch(ossl::context(), kHashes[i].name, nullptr));
+            if (!kHashes[i].name) continue;
+            all[i].reset(EVP_MD_fetch(ossl::context(), kHashes[i].name, nullptr));
+            if (!all[i]) ossl::throwIfNoMemory();
         }
     }
 };

@@ -105,7 +105,7 @@ PrivateKey PrivateKey::generateEc(StdECId curve, bool explicitDomain, RandomBrid
     ossl::must(EVP_PKEY_CTX_set_group_name(ctx.get(), findCurve(curve)->name), CryptoFailure::Unsupported,
                "unknown elliptic curve");
     const ossl::Pkey key = generate(ctx.get(), random, {});
-    const ossl::Group group(EC_GROUP_new_by_curve_name_ex(ossl::context(), nullptr, static_cast<int>(curve)));
+    const ossl::Group group = ossl::groupOf(static_cast<int>(curve));
     const auto octets = static_cast<size_t>(EC_GROUP_order_bits(group.get()) + 7) / 8;
     const SecretBytes secret = ossl::fromNum(numberOf(key.get(), OSSL_PKEY_PARAM_PRIV_KEY).get(), octets);
     constexpr uint8_t kOne[] = {1};

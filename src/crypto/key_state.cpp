@@ -8,11 +8,12 @@
 namespace crv {
 
 SecretBytes ecPublicPoint(StdECId curve, ByteView secret) {
-    const ossl::Group group(EC_GROUP_new_by_curve_name_ex(ossl::context(), nullptr, static_cast<int>(curve)));
+    const ossl::Group group = ossl::groupOf(static_cast<int>(curve));
     const ossl::Num x = ossl::toNum(secret);
     if (BN_is_zero(x.get()) || BN_cmp(x.get(), EC_GROUP_get0_order(group.get())) >= 0)
         ossl::fail(CryptoFailure::BadKey, "EC number out of range");
-    const ossl::Owned<EC_POINT, EC_POINT_free> point(EC_POINT_new(group.get()));
+    const ossl::Owned<EC_POINT, EC_POINT_free> point(
+        ossl::made(EC_POINT_new(group.get()), CryptoFailure::Internal, "no memory for a point"));
     const ossl::NumCtx ctx = ossl::numContext();
     ossl::mustCompute(EC_POINT_mul(group.get(), point.get(), x.get(), nullptr, nullptr, ctx.get()));
     const auto encode = [&](uint8_t* out, size_t length) {

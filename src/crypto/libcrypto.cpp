@@ -3,6 +3,8 @@
 #include <openssl/err.h>
 #include <openssl/provider.h>
 
+#include <new>
+
 #include "crypto/rand_provider.h"
 
 namespace crv::ossl {
@@ -30,6 +32,18 @@ OSSL_LIB_CTX* context() {
 void fail(CryptoFailure failure, const std::string& text) {
     ERR_clear_error();
     throw CryptoError(failure, text);
+}
+
+void throwIfNoMemory() {
+    bool lacking = ERR_peek_error() == 0;
+    while (const unsigned long error = ERR_get_error())
+        if (ERR_GET_REASON(error) == ERR_R_MALLOC_FAILURE) lacking = true;
+    if (lacking) throw std::bad_alloc();
+}
+
+Group groupOf(int curve) {
+    return Group(made(EC_GROUP_new_by_curve_name_ex(context(), nullptr, curve), CryptoFailure::Internal,
+                      "no memory for an elliptic curve"));
 }
 
 }  // namespace crv::ossl

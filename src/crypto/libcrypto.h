@@ -60,4 +60,11 @@ Ptr made(Ptr object, CryptoFailure failure, const char* text) {
     return object;
 }
 
+/// Empties the error queue; throws std::bad_alloc when memory ran out, or nothing is noted. For what is made once: a
+/// lack of memory must not pass for something that libcrypto does not have.
+void throwIfNoMemory();
+
+/// The group of a curve; never null.
+Group groupOf(int curve);
+
 }  // namespace crv::ossl

@@ -154,11 +154,11 @@ void readPublicDsa(ParsedKey& state, der::Reader parameters, ByteView keyBits) {
 /// stands in front of all keys, libcrypto does not check them. Only where the curve has more points than the group a
 /// point may have another order.
 bool isInGroup(StdECId curve, ByteView octets) {
-    const ossl::Group group(EC_GROUP_new_by_curve_name_ex(ossl::context(), nullptr, static_cast<int>(curve)));
-    const ossl::Owned<EC_POINT, EC_POINT_free> point(group ? EC_POINT_new(group.get()) : nullptr);
+    const ossl::Group group = ossl::groupOf(static_cast<int>(curve));
+    const ossl::Owned<EC_POINT, EC_POINT_free> point(
+        ossl::made(EC_POINT_new(group.get()), CryptoFailure::Internal, "no memory for a point"));
     const ossl::NumCtx ctx = ossl::numContext();
-    if (!point || EC_POINT_oct2point(group.get(), point.get(), octets.data(), octets.size(), ctx.get()) != 1)
-        return false;
+    if (EC_POINT_oct2point(group.get(), point.get(), octets.data(), octets.size(), ctx.get()) != 1) return false;
     if (EC_POINT_is_at_infinity(group.get(), point.get()) != 0) return false;
     if (BN_is_one(EC_GROUP_get0_cofactor(group.get()))) return true;
     ossl::mustCompute(

@@ -24,8 +24,8 @@ class RandomBridge {
     RandomBridge(const RandomBridge&) = delete;
     RandomBridge& operator=(const RandomBridge&) = delete;
 
-    /// Asks the source on libcrypto's behalf; false when it failed, was left without a function, or threw (the exception
-    /// is kept for `rethrow`). Once false, it stays so until the next scope: the operation is lost.
+    /// Asks the source on libcrypto's behalf; false when it failed, was left without a function, or threw (the
+    /// exception is kept for `rethrow`). Once false, it stays so until the next scope: the operation is lost.
     [[nodiscard]] bool fill(std::span<uint8_t> out) noexcept;
     /// Asks the source for the caller, whatever became of an earlier request. Throws what the source throws, and
     /// CryptoError (noRandom) when it fails; the buffer is zeroed then.

@@ -216,7 +216,8 @@ TEST_F(SlowAllocation, FailsWithAnAnswerInEveryCallThatWritesOrEnciphers) {
         crvDelTrustPointAPI(ctx_, cert);
         setPin();
     };
-    sweep("add trust point", [&] { return crvAddTrustPointAPI(ctx_, cert); }, forget, kLarge);
+    sweep(
+        "add trust point", [&] { return crvAddTrustPointAPI(ctx_, cert); }, forget, kLarge);
     ASSERT_EQ(crvFreeCertAPI(ctx_, cert) | crvFreeCertIteratorAPI(ctx_, read), 0);
     const auto deleteKeys = [&] {
         while (ctx_->keyManager.hasAnyKey()) {
@@ -229,7 +230,8 @@ TEST_F(SlowAllocation, FailsWithAnAnswerInEveryCallThatWritesOrEnciphers) {
     plan.size = sizeof plan;
     plan.use = CRVKEY_USE_SIGN;
     plan.scheme = CRVSCHEME_ECDSA;
-    sweep("generate key", [&] { return crvGenerateKeyAPI(ctx_, &plan); }, deleteKeys, kLarge);
+    sweep(
+        "generate key", [&] { return crvGenerateKeyAPI(ctx_, &plan); }, deleteKeys, kLarge);
     ASSERT_EQ(crvDeinitExAPI(ctx_), 0);
 }
 
