@@ -193,9 +193,8 @@ NetReports NetworkManager::refreshStatus(const CertPtr& certificate, const CertL
         const CrtStatus at = now(i);
         if (at.state == CrtStatus::State::Good || at.state == CrtStatus::State::Revoked) continue;
         NetErrand errand = crlErrand(sources, *path.certs[i + 1]);
-        if (facts[i]->distributionPoints)
-            sources.addUris(errand.attempts, facts[i]->distributionPoints->uris(),
-                            crlObject(path.certs[i + 1]->subject()));
+        const NetObject object = crlObject(path.certs[i + 1]->subject());
+        if (const auto& points = facts[i]->distributionPoints) sources.addUris(errand.attempts, points->uris(), object);
         if (!errand.attempts.empty()) errands.push_back(std::move(errand));
     }
     if (!errands.empty()) run();
@@ -220,9 +219,8 @@ NetReport NetworkManager::timeStamp(KcHashAlgo hash, ByteView digest, const NetP
     NetSources sources(*context_, *manager_);
     const TimeStampReq request = TimeStampClient::request(hash, digest);
     NetAttempts attempts = sources.servers(CRVSRV_USAGE_TIME_STAMP, {}, TimeStampClient::object(request));
-    if (attempts.empty() || sources.networkIsOff())
-        return refusal("TSA", ECRV_TS_NO_SERVER_DEF,
-                       attempts.empty() ? "no server is set up for it" : "the network is switched off (option 18)");
+    const char* none = attempts.empty() ? "no server is set up for it" : "the network is switched off (option 18)";
+    if (attempts.empty() || sources.networkIsOff()) return refusal("TSA", ECRV_TS_NO_SERVER_DEF, none);
     const bool several = attempts.size() > 1;
     NetReport report = goOne(stampErrand(std::move(attempts), request, facts), progress);
     const bool told = report.code == 0 || report.code == ECRV_ACTION_CANCELLED;

@@ -41,7 +41,7 @@ int codeOfOutcome(FetchOutcome outcome, int notFound) {
 
 NetRun::NetRun(std::vector<NetErrand> errands) : errands_(std::move(errands)) {
     for (NetErrand& errand : errands_) {
-        std::ranges::stable_partition(errand.attempts, [](const NetAttempt& attempt) {
+        std::stable_partition(errand.attempts.begin(), errand.attempts.end(), [](const NetAttempt& attempt) {
             return !FailedHosts::instance().isBehind(attempt.request);
         });
         errand.done = errand.attempts.empty();

@@ -48,10 +48,9 @@ FetchResult fetch(const FetchRequest& request) {
     const UrlScheme scheme = parseUrl(request.url).scheme;
     const bool ldap = scheme == UrlScheme::Ldap || scheme == UrlScheme::Ldaps;
     FetchResult result = ldap ? fetchByLdap(request, answer) : fetchByCurl(request, answer);
-    if (answer.tooLong())
-        return outcome(FetchOutcome::TooLong, "longer than the limit of " + std::to_string(request.maxSize) + " octets",
-                       request.url);
-    return result;
+    if (!answer.tooLong()) return result;
+    return outcome(FetchOutcome::TooLong, "longer than the limit of " + std::to_string(request.maxSize) + " octets",
+                   request.url);
 }
 
 int run() {
