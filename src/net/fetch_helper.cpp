@@ -98,7 +98,11 @@ class HelperProcess {
             return error;
         }
         process_.reset(pidfd_open(pid_, 0));
-        return 0;
+        if (process_.valid()) return 0;
+        // Without a descriptor it could not be ended later.
+        const int why = errno;
+        kill(pid_, SIGKILL);
+        return why;
     }
 
   private:
@@ -112,7 +116,7 @@ class Exchange {
     Exchange(const FetchRequest& request, FetchState& state)
         : state_(state),
           out_(encodeRequest(request)),
-          reader_(request.maxSize),
+          reader_(request.maxSize, request.maxValues),
           end_(Clock::now() + std::chrono::milliseconds(request.totalTime) + kGrace) {}
 
     FetchResult run(Pipe& input, Pipe& output) {

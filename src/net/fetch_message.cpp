@@ -117,6 +117,8 @@ Bytes encodeEnd(const FetchResult& result) {
 bool FrameReader::take(FrameKind kind, ByteView octets) {
     switch (kind) {
         case FrameKind::Value:
+            if (valuesLeft_ == 0) return false;
+            --valuesLeft_;
             result_.values.emplace_back();
             return octets.empty();
         case FrameKind::Body: {

@@ -82,8 +82,8 @@ inline constexpr size_t kMaxFrame = size_t{1} << 16;
 /// Takes the frames of an answer as they come, in pieces of any size.
 class FrameReader {
   public:
-    /// More than `maxSize` octets of values are an error of the helper.
-    explicit FrameReader(uint64_t maxSize) : left_(maxSize) {}
+    /// More than `maxSize` octets of values, or more than `maxValues` of them, are an error of the helper.
+    FrameReader(uint64_t maxSize, uint64_t maxValues) : left_(maxSize), valuesLeft_(maxValues) {}
     /// False for what is no frame; nothing more is to be fed then, nor after the end.
     [[nodiscard]] bool feed(ByteView octets);
     [[nodiscard]] bool ended() const { return ended_; }
@@ -94,7 +94,7 @@ class FrameReader {
   private:
     [[nodiscard]] bool take(FrameKind kind, ByteView octets);
     Bytes pending_;
-    uint64_t left_;
+    uint64_t left_, valuesLeft_;
     uint64_t received_ = 0;
     bool ended_ = false;
     FetchResult result_;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <exception>
+#include <system_error>
 
 namespace crv {
 
@@ -88,7 +90,12 @@ FetchScheduler::FetchScheduler(std::vector<FetchJob> jobs) {
         slots_.push_back(std::move(slot));
     }
     const SignalBlock noSignals;
-    for (size_t i = 0; i < std::min(kMostAtOnce, slots_.size()); ++i) threads_.emplace_back([this] { work(); });
+    try {
+        for (size_t i = 0; i < std::min(kMostAtOnce, slots_.size()); ++i) threads_.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {
+        // Those that there are do the work of all.
+        if (threads_.empty()) work();
+    }
 }
 
 FetchScheduler::~FetchScheduler() {
@@ -122,7 +129,12 @@ FetchScheduler::Slot* FetchScheduler::takeSlot() {
 void FetchScheduler::work() {
     while (Slot* slot = takeSlot()) {
         const FetchRequest& request = slot->job.request;
-        if (!slot->state.stop) slot->result = runFetch(request, slot->state);
+        try {
+            if (!slot->state.stop) slot->result = runFetch(request, slot->state);
+        } catch (const std::exception&) {  // no memory for what came
+            slot->result = {};
+            slot->result.outcome = FetchOutcome::TooLong;
+        }
         if (slot->result.url.empty()) slot->result.url = urlForPeople(request.url);
         FailedHosts::instance().note(request, !isServersFault(slot->result.outcome));
         const std::lock_guard lock(mutex_);

@@ -44,11 +44,15 @@ bool maySignOcsp(const CertificateFacts& facts) {
            facts.allows(KeyUsage::kDigitalSignature);
 }
 
-std::string faultOfAlgorithm(const OcspBasicResponse& basic) {
-    const auto algorithm = readSignAlgorithm(basic.signatureAlgorithm);
+/// Whether what is signed so may be relied on; an answer signed with SHA-1 is not, whatever the policy.
+std::string faultOfAlgorithm(const AlgorithmIdentifier& signature, const AlgorithmPolicy* policy, int64_t time) {
+    const auto algorithm = readSignAlgorithm(signature);
     if (!algorithm) return "unknown signature algorithm";
-    if (algorithm->hash == KcHashAlgo::Md5 || algorithm->hash == KcHashAlgo::Sha1)
+    if (!policy) return "the algorithm policy of the configuration cannot be read";
+    if (algorithm->hash == KcHashAlgo::Md5 || algorithm->hash == KcHashAlgo::Sha1 ||
+        policy->hash(algorithm->hash, time).refused) {
         return "signed with a hash that is not relied on";
+    }
     return {};
 }
 
@@ -123,13 +127,22 @@ std::string OcspClient::faultOfDelegate(const OcspQuestion& question, const Sign
     if (!(delegate.issuer() == question.issuer->subject()) || !isIssued(delegate, *question.issuerKey))
         return "the responder's certificate is not of the authority";
     if (!maySignOcsp(*facts)) return "the responder's certificate is not for OCSP";
+    if (std::string why = faultOfAlgorithm(delegate.signatureAlgorithm, policy, question.time); !why.empty())
+        return "the responder's certificate: " + why;
     if (question.time < facts->notBefore || question.time > facts->notAfter)
         return "the responder's certificate is not valid now";
-    if (!policy || !facts->key() || policy->key(*facts->key(), question.time).refused)
-        return "the responder's key is too weak";
+    if (!facts->key() || policy->key(*facts->key(), question.time).refused) return "the responder's key is too weak";
     if (delegate.extensions().find(OID_OCSP_NO_CHECK)) return {};
     const CrtStatus status = revocation_->status(*kept, *question.issuer, question.time);
     return status.state == CrtStatus::State::Good ? "" : "no CRL tells that the responder's certificate is good";
+}
+
+/// A trust point that the user chose to answer for authorities: one for OCSP alone, no authority itself.
+bool OcspClient::isResponder(const CertificateFacts& facts, int64_t time) const {
+    const AlgorithmPolicy* policy = certificates_->algorithms();
+    return maySignOcsp(facts) && !facts.isAuthority && !facts.fault && facts.unknownCritical.empty() &&
+           time >= facts.notBefore && time <= facts.notAfter && policy && facts.key() &&
+           !policy->key(*facts.key(), time).refused;
 }
 
 std::string OcspClient::faultOfSigner(const OcspQuestion& question, const OcspBasicResponse& basic,
@@ -151,8 +164,7 @@ std::string OcspClient::faultOfSigner(const OcspQuestion& question, const OcspBa
     }
     for (const CertPtr& one : certificates_->trustPoints()) {
         const FactsPtr facts = certificates_->cache().facts(one);
-        if (!id.matches(*one) || !maySignOcsp(*facts) || !facts->key() || !isSigned(basic, *facts->key())) continue;
-        if (question.time < facts->notBefore || question.time > facts->notAfter) continue;
+        if (!id.matches(*one) || !isResponder(*facts, question.time) || !isSigned(basic, *facts->key())) continue;
         signer = one->subject().text();
         return {};
     }
@@ -168,7 +180,9 @@ NetVerdict OcspClient::judge(const OcspQuestion& question, ByteView octets, Ocsp
     if (!response.isSuccessful())
         return refuse("the responder answers with status " + response.responseStatus.decimal());
     if (!response.getBasic(basic)) return refuse("an answer of an unknown kind");
-    if (std::string why = faultOfAlgorithm(basic); !why.empty()) return refuse(why);
+    const AlgorithmPolicy* policy = certificates_->algorithms();
+    if (std::string why = faultOfAlgorithm(basic.signatureAlgorithm, policy, question.time); !why.empty())
+        return refuse(why);
     if (hasUnknownCritical(basic.tbs.extensions)) return refuse("an unknown critical extension");
     if (const auto nonce = basic.tbs.nonce(); nonce && !question.nonce.empty() && *nonce != question.nonce)
         return refuse("the nonce is another one");

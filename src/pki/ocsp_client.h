@@ -41,6 +41,7 @@ class OcspClient {
     [[nodiscard]] NetVerdict judge(const OcspQuestion& question, ByteView response, OcspAnswer& answer) const;
 
   private:
+    [[nodiscard]] bool isResponder(const CertificateFacts& facts, int64_t time) const;
     [[nodiscard]] std::string faultOfSigner(const OcspQuestion& question, const OcspBasicResponse& basic,
                                             std::string& signer) const;
     [[nodiscard]] std::string faultOfDelegate(const OcspQuestion& question, const SignedCertificate& delegate) const;

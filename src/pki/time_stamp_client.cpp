@@ -98,8 +98,15 @@ NetVerdict TimeStampClient::judgeToken(ByteView der, const MessageImprint& impri
     if (!time) return unverified("it names no time");
     if (info.extensions && std::ranges::any_of(*info.extensions, [](const Extension& e) { return e.critical.value(); }))
         return unverified("an unknown critical extension");
+    const AlgorithmPolicy* policy = certificates_->algorithms();
+    const SignerInfo& signer = token.data.signerInfos[0];
+    const auto algorithm = readSignAlgorithm(signer.signatureAlgorithm);
+    std::vector<KcHashAlgo> hashes{hashAlgoOf(imprint.hashAlgorithm), hashAlgoOf(signer.digestAlgorithm)};
+    if (algorithm) hashes.push_back(algorithm->hash);
+    if (!policy || std::ranges::any_of(hashes, [&](KcHashAlgo hash) { return policy->hash(hash, now).refused; }))
+        return unverified("a hash that the algorithm policy refuses");
     if (checkSignature(token.data) != SignatureCheck::Good) return unverified("the signature is wrong");
-    if (!namesSigner(token.data.signerInfos[0], *token.signer)) return unverified("it names another signer");
+    if (!namesSigner(signer, *token.signer)) return unverified("it names another signer");
     if (!isOnlyForStamps(*token.signer)) return unverified("the signer's certificate is not only for time stamps");
     PathOptions options{now};
     options.extendedUsages.emplace_back(OID_KP_TIME_STAMPING);

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -58,7 +59,8 @@ int run() {
         std::fputs("crvfetch is started by the programs of the package; it does nothing by itself.\n", stdout);
         return 2;
     }
-    if (!confine()) {
+    // The LDAP library would take its trust from files of the folder it runs in, too.
+    if (setenv("LDAPNOINIT", "1", 1) != 0 || chdir("/") != 0 || !confine()) {
         Answer::end(outcome(FetchOutcome::NoHelper, "crvfetch cannot confine itself", ""));
         return 1;
     }
