@@ -152,6 +152,7 @@ typedef struct CrvSignerInfo {
     int revoked_since;           /* 1: revoked after a moment that only the signer claims */
     const char* policy;          /* signature policy that the signer says to follow, dotted */
     const char* not_signed;      /* what the signature does not protect, one a line */
+    int expired_since;           /* 1: the path expired after a moment that only the signer claims */
 } CrvSignerInfo;
 
 /* The verdict, and those on its signatures by index from 0. */

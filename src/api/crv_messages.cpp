@@ -177,6 +177,7 @@ CrvSignerInfo signerInfo(const SignerVerdict& one, const CrvMessageVerdict::Sign
     info.moment_source = static_cast<long>(one.momentSource);
     info.path = row.path.get();
     info.revoked_since = one.revokedSince;
+    info.expired_since = one.expiredSince;
     info.policy = row.policy.c_str();
     info.not_signed = row.notSigned.c_str();
     return info;

@@ -39,6 +39,7 @@ std::vector<FieldRow> verdictFields() {
         {"path", "string", "Verdict on the path", true},
         {"clause", "string", "Clause of RFC 5280", true},
         {"revokedSince", "boolean", "Revoked since", true},
+        {"expiredSince", "boolean", "Expired since", true},
         {"notSigned", "array", "Not protected by the signature", true},
     };
 }

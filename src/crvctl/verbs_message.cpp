@@ -90,6 +90,7 @@ Fields signerFields(const SignerVerdict& one) {
             {"path", one.path.certs.empty() ? Value() : Value(codeName(one.path.code))},
             {"clause", one.path.clause},
             {"revokedSince", one.revokedSince},
+            {"expiredSince", one.expiredSince},
             {"notSigned", std::move(notSigned)}};
 }
 

@@ -32,7 +32,7 @@ struct VerifyParams {
     VerifyMoment moment = VerifyMoment::Signing;
     int64_t time = 0;         ///< for VerifyMoment::Given
     int64_t now = 0;          ///< seconds since 1970 UTC
-    PathOptions path{};       ///< its time does not matter
+    PathOptions path{};       ///< its time does not matter; its limits are for the message as a whole
     CertList certificates{};  ///< that may be the signers' or lead to a trust point
 };
 
@@ -65,6 +65,9 @@ struct SignerVerdict {
     PathVerdict path{};  ///< code 0 and no certificates when nobody looked because the signature is not good
     /// Revoked after a moment that only the signer claims: who has the key now may have made the signature.
     bool revokedSince = false;
+    /// The same of a path that has expired after such a moment; the signature counts only as long as no status is
+    /// required.
+    bool expiredSince = false;
 
     /// What is not protected by the signature, each in words.
     std::vector<std::string> notSigned{};

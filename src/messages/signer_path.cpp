@@ -4,7 +4,9 @@
 
 #include "asn/tlv_view.h"
 #include "corvane/crverrors.h"
+#include "messages/message_reader.h"
 #include "pki/algorithm_policy.h"
+#include "pki/path_rules.h"
 
 namespace crv {
 
@@ -13,6 +15,8 @@ namespace {
 constexpr uint8_t kCertificateTag = 0x30, kOtherRevocationTag = 0xA1;
 /// Seconds by which clocks may differ.
 constexpr int64_t kClockSkew = 300;
+/// Certificates that are tried for one signature at most.
+constexpr size_t kMostCandidates = 8;
 
 constexpr uint32_t kSigningUses = 1U << KeyUsage::kDigitalSignature | 1U << KeyUsage::kNonRepudiation;
 
@@ -36,7 +40,8 @@ void failPath(SignerVerdict& verdict, int code, size_t index, const std::string&
 
 SignerJudge::SignerJudge(const VerifyParams& params, CertificateManager& certificates, RevocationManager& revocation,
                          const std::vector<Bytes>& certificatesInside, const std::vector<Bytes>& crlsInside)
-    : params_(params), manager_(certificates), revocation_(revocation) {
+    : params_(params), manager_(certificates), revocation_(revocation), left_(params.path.limits) {
+    left_.paths += 2 * kMostSigners;  // each has its own, at two moments
     for (const Bytes& one : certificatesInside) {
         if (CertPtr certificate = one[0] == kCertificateTag ? manager_.cache().certificate(one) : nullptr)
             inside_.push_back(std::move(certificate));
@@ -52,28 +57,64 @@ SignerJudge::SignerJudge(const VerifyParams& params, CertificateManager& certifi
     }
 }
 
-CertList SignerJudge::candidates(const SignerInfo& signer) {
-    CertList list;
-    for (const CertPtr& one : extra_)
-        if (signer.sid.matches(*one)) list.push_back(one);
-    if (!list.empty()) return list;
-    for (const CertPtr& one : manager_.trustPoints())
-        if (signer.sid.matches(*one)) list.push_back(one);
-    const auto* id = signer.sid.chosenAs<IssuerAndSerialNumber>();
+void SignerJudge::takeStored(const SignerInfo& signer, CertList& list) {
     CrtItemList items;
-    if (id) static_cast<void>(manager_.db().findByIssuerAndSerNum(items, id->issuer, id->serialNumber));
+    if (const auto* id = signer.sid.chosenAs<IssuerAndSerialNumber>()) {
+        static_cast<void>(manager_.db().findByIssuerAndSerNum(items, id->issuer, id->serialNumber));
+    } else if (const auto* keyId = signer.sid.chosenAs<ASNoctstr>()) {
+        static_cast<void>(manager_.database().findCertsByKeyIdHash(items, keyId->value()));
+    }
     for (const CrtItem& item : items)
         if (CertPtr one = manager_.cache().certificate(item.der)) list.push_back(std::move(one));
+}
+
+/// Certificates to try, each once. Trying one costs a check of a signature.
+CertList SignerJudge::candidates(const SignerInfo& signer) {
+    CertList list;
+    const auto take = [&](const CertList& from) {
+        for (const CertPtr& one : from) {
+            if (list.size() == std::min(kMostCandidates, left_.signatures)) return;
+            if (signer.sid.matches(*one) && !contains(list, *one)) list.push_back(one);
+        }
+    };
+    take(extra_);
+    if (list.empty()) {
+        CertList stored = manager_.trustPoints();
+        takeStored(signer, stored);
+        take(stored);
+    }
+    left_.signatures -= list.size();
     return list;
 }
 
 SignerVerdict SignerJudge::judge(const SignerInfo& signer, const SignedContent& content) {
+    const bool exhausted = left_.signatures == 0;
     SignerVerdict verdict = checkSignature(signer, content, [this](const SignerInfo& of) { return candidates(of); });
+    if (exhausted) {
+        verdict.code = ECRV_PATH_VER_ERR;
+        verdict.fault = "the message has more signatures than are looked at";
+    }
     verdict.certificateInside = verdict.certificate && contains(inside_, *verdict.certificate);
     chooseMoment(verdict);
     if (verdict.code == 0) judgeAlgorithm(verdict);
     if (verdict.code == 0) judgePath(verdict);
     return verdict;
+}
+
+/// Answers a question at the cost of the whole message. Each has a budget of its own around what is left, because
+/// answers for one moment are none for another.
+template <class Ask>
+auto SignerJudge::atCost(Ask ask) {
+    WorkBudget budget(left_);
+    auto answer = ask(budget);
+    left_ = budget.left;
+    return answer;
+}
+
+PathVerdict SignerJudge::pathOf(const CertPtr& certificate, const PathOptions& options) {
+    return atCost([&](WorkBudget& budget) {
+        return manager_.buildPath(certificate, options, {manager_.trustPoints(), extra_, budget});
+    });
 }
 
 void SignerJudge::chooseMoment(SignerVerdict& verdict) const {
@@ -92,10 +133,15 @@ void SignerJudge::chooseMoment(SignerVerdict& verdict) const {
     }
 }
 
+/// Who has broken an algorithm can claim any time.
+int64_t SignerJudge::policyTime(const SignerVerdict& verdict) const {
+    return verdict.momentSource == MomentSource::Claim ? params_.now : verdict.moment;
+}
+
 void SignerJudge::judgeAlgorithm(SignerVerdict& verdict) {
     const AlgorithmPolicy* policy = manager_.algorithms();
     if (!policy) return;  // the path tells
-    const AlgorithmPolicy::Answer answer = policy->hash(verdict.hash, verdict.moment);
+    const AlgorithmPolicy::Answer answer = policy->hash(verdict.hash, policyTime(verdict));
     if (!answer.refused) return;
     verdict.code = ECRV_DIGALG;
     verdict.fault = "the algorithm policy does not allow the digest: " + answer.weakness;
@@ -104,28 +150,49 @@ void SignerJudge::judgeAlgorithm(SignerVerdict& verdict) {
 void SignerJudge::judgePath(SignerVerdict& verdict) {
     PathOptions options = params_.path;
     options.time = verdict.moment;
+    options.policyTime = policyTime(verdict);
     if (options.keyUsage == 0 && options.anyKeyUsage == 0) options.anyKeyUsage = kSigningUses;
     const RevocationManager::MoreCrls more(revocation_, crls_);
     // What is revoked is asked of today's CRLs below: those of a moment in the past are seldom there.
-    const bool past = verdict.moment < params_.now && options.revocation != RevocationCheck::None;
+    const bool past = verdict.moment < params_.now;
+    const bool asks = past && options.revocation != RevocationCheck::None;
     if (past) options.revocation = RevocationCheck::None;
-    verdict.path = manager_.buildPath(verdict.certificate, options, extra_);
+    verdict.path = pathOf(verdict.certificate, options);
     verdict.code = verdict.path.code;
-    for (size_t i = 0; past && verdict.code == 0 && i + 1 < verdict.path.steps.size(); ++i) judgeStatus(verdict, i);
+    if (past && verdict.code == 0 && verdict.momentSource == MomentSource::Claim) judgeExpiry(verdict, options);
+    for (size_t i = 0; asks && verdict.code == 0 && i + 1 < verdict.path.steps.size(); ++i) judgeStatus(verdict, i);
+}
+
+/// Whether the path that was good at a moment that is only claimed has expired since: then authorities need no longer
+/// say what is revoked, and whoever has the key now may have dated the signature back.
+void SignerJudge::judgeExpiry(SignerVerdict& verdict, PathOptions options) {
+    options.time = params_.now;
+    PathVerdict today = pathOf(verdict.certificate, options);
+    verdict.expiredSince = today.code == ECRV_CRTAFTER;
+    if (verdict.expiredSince && params_.path.revocation != RevocationCheck::Required) return;
+    verdict.code = today.code;
+    verdict.path = std::move(today);
+    if (verdict.expiredSince)
+        verdict.path.reason = "expired since, and nothing but the signer's word shows that it was signed before";
 }
 
 /// The status of a certificate of the path for a moment that is past: by what is known today, else by what was known
-/// then. A revocation after the moment counts unless a time stamp shows that the signature is older.
+/// then, unless the moment is only claimed: nobody chooses the CRLs by which he is judged. A revocation after the
+/// moment counts unless a time stamp shows that the signature is older.
 void SignerJudge::judgeStatus(SignerVerdict& verdict, size_t index) {
     using enum CrtStatus::State;
     PathStep& step = verdict.path.steps[index];
     PathOptions options = params_.path;
-    options.time = verdict.moment;
-    const CrtStatus then = manager_.statusOnPath(verdict.path, index, options, extra_);
-    options.time = params_.now;
-    const CrtStatus today = manager_.statusOnPath(verdict.path, index, options, extra_);
+    const auto statusAt = [&](int64_t time) {
+        options.time = time;
+        return atCost(
+            [&](WorkBudget& budget) { return manager_.statusOnPath(verdict.path, index, options, extra_, budget); });
+    };
+    const CrtStatus then = statusAt(verdict.moment);
+    const CrtStatus today = statusAt(params_.now);
     step.asked = true;
-    step.status = today.state == Good || today.state == Revoked ? today : then;
+    const bool claimed = verdict.momentSource == MomentSource::Claim && then.state != Revoked;
+    step.status = claimed || today.state == Good || today.state == Revoked ? today : then;
     const bool revokedThen = then.state == Revoked || (today.state == Revoked && today.revokedAt <= verdict.moment);
     if (revokedThen || today.state == Revoked) {
         const bool hold = step.status.reason == CrlReason::CertificateHold;

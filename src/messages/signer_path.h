@@ -21,9 +21,15 @@ class SignerJudge {
 
   private:
     [[nodiscard]] CertList candidates(const SignerInfo& signer);
+    void takeStored(const SignerInfo& signer, CertList& list);
+    template <class Ask>
+    [[nodiscard]] auto atCost(Ask ask);
+    [[nodiscard]] PathVerdict pathOf(const CertPtr& certificate, const PathOptions& options);
+    [[nodiscard]] int64_t policyTime(const SignerVerdict& verdict) const;
     void chooseMoment(SignerVerdict& verdict) const;
     void judgeAlgorithm(SignerVerdict& verdict);
     void judgePath(SignerVerdict& verdict);
+    void judgeExpiry(SignerVerdict& verdict, PathOptions options);
     void judgeStatus(SignerVerdict& verdict, size_t index);
 
     const VerifyParams& params_;
@@ -32,6 +38,7 @@ class SignerJudge {
     CertList inside_, extra_;
     CrlFactsList crls_;
     std::vector<Bytes> ocsp_;
+    WorkLimits left_;  // of the work that the message may cost
 };
 
 }  // namespace crv

@@ -98,10 +98,15 @@ CertList CertificateManager::findBySubject(const DistinguishedName& subject) {
 
 CrtStatus CertificateManager::statusOnPath(const PathVerdict& path, size_t index, const PathOptions& options,
                                            const CertList& extra) {
+    WorkBudget budget(options.limits);
+    return statusOnPath(path, index, options, extra, budget);
+}
+
+CrtStatus CertificateManager::statusOnPath(const PathVerdict& path, size_t index, const PathOptions& options,
+                                           const CertList& extra, WorkBudget& budget) {
     if (!status_) return {};
     FactsList facts;
     for (const CertPtr& one : path.certs) facts.push_back(cache_->facts(one));
-    WorkBudget budget(options.limits);
     return status_({facts, index, extra, options, budget});
 }
 

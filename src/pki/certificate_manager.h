@@ -68,6 +68,9 @@ class CertificateManager {
     /// The status at a time of a certificate on a path that was built; its options are those of the path but the time.
     [[nodiscard]] CrtStatus statusOnPath(const PathVerdict& path, size_t index, const PathOptions& options,
                                          const CertList& extra);
+    /// The same at the cost of the caller's budget.
+    [[nodiscard]] CrtStatus statusOnPath(const PathVerdict& path, size_t index, const PathOptions& options,
+                                         const CertList& extra, WorkBudget& budget);
 
     /// What is asked in the course of another question: whom to trust, and the work that both may cost.
     struct SubQuestion {

@@ -165,7 +165,7 @@ PathFault PathRules::start(const CertificateFacts& trustPoint, size_t length) {
     if (length == 0) {
         PathStep only;
         const PathFault fault = ownFault(trustPoint, options_, false);
-        return fault ? fault : refusalOf({answerOnLast(algorithms_, trustPoint, {}, options_.time)}, only);
+        return fault ? fault : refusalOf({answerOnLast(algorithms_, trustPoint, {}, policyTime())}, only);
     }
     const bool entitled = !trustPoint.hasBasicConstraints || trustPoint.isAuthority;
     if (!entitled || !trustPoint.allows(KeyUsage::kKeyCertSign))
@@ -189,13 +189,13 @@ PathFault PathRules::checkAlgorithms(const CertificateFacts& certificate, PathSt
     const auto how = readSignAlgorithm(certificate.certificate->signatureAlgorithm);
     step.algorithm = signAlgorithmName(certificate.certificate->signatureAlgorithm);
     std::vector<AlgorithmPolicy::Answer> answers;
-    if (how) answers.push_back(algorithms_.hash(how->hash, options_.time));
+    if (how) answers.push_back(algorithms_.hash(how->hash, policyTime()));
     if (key_.key) {
         step.algorithm += ", " + std::to_string(key_.key->bits());
-        answers.push_back(algorithms_.key(*key_.key, options_.time));
+        answers.push_back(algorithms_.key(*key_.key, policyTime()));
     }
     // The last key signs nothing here, but what is checked is what it is worth.
-    if (left_ == 1) answers.push_back(answerOnLast(algorithms_, certificate, key_, options_.time));
+    if (left_ == 1) answers.push_back(answerOnLast(algorithms_, certificate, key_, policyTime()));
     return refusalOf(answers, step);
 }
 

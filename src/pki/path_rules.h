@@ -67,6 +67,7 @@ class PathRules {
     [[nodiscard]] PolicyGraph::Policies policies() const { return graph_.constrained(options_.policies); }
 
   private:
+    [[nodiscard]] int64_t policyTime() const { return options_.policyTime.value_or(options_.time); }
     [[nodiscard]] PathFault checkAlgorithms(const CertificateFacts& certificate, PathStep& step) const;
     [[nodiscard]] PathFault basic(const CertificateFacts& certificate, PathStep& step);
     [[nodiscard]] PathFault prepare(const CertificateFacts& certificate);

@@ -71,6 +71,8 @@ struct PathOptions {
     /// point is a name and a key.
     bool constrainedTrustPoint = false;
     size_t depth = 64;  ///< certificates on a path at most
+    /// Moment for the algorithm policy, where that is another one than `time`.
+    std::optional<int64_t> policyTime{};
     WorkLimits limits{};
     /// Hears of every path that was tried, as far as it came, with what became of it.
     std::function<void(const PathVerdict& tried)> onPath{};

@@ -99,10 +99,12 @@ class MessagesTest : public testing::Test {
     RevocationManager revocation;
     RandomBridge random{[](std::span<uint8_t> out) { return systemRandom(out); }};
     CertList trust;
-    const MadeCert root = test::makeCert({.subject = {{"CN", "Korzeń"}}, .extensions = caExtensions()});
+    const MadeCert root =
+        test::makeCert({.subject = {{"CN", "Korzeń"}}, .notBefore = -9 * kDay, .extensions = caExtensions()});
     const MadeCert leaf =
         test::makeCert({.subject = {{"CN", "Jan"}},
                         .serial = "17",
+                        .notBefore = -9 * kDay,
                         .extensions = {{"keyUsage", "digitalSignature"}, {"subjectKeyIdentifier", "hash"}}},
                        &root);
 };
@@ -189,6 +191,11 @@ TEST_F(MessagesTest, LongContentsTakeConstantMemory) {
 }
 
 TEST_F(MessagesTest, SignaturesOfThePastAreJudgedByWhatIsKnownToday) {
+    const MadeCert old = test::makeCert(
+        {.subject = {{"CN", "Jan"}}, .serial = "18", .notBefore = -9 * kDay, .notAfter = -kDay}, &root, leaf.key);
+    const time_t dayBefore = kNow - kDay;
+    char yesterday[16];
+    strftime(yesterday, sizeof yesterday, "%Y-%m-%d", gmtime(&dayBefore));
     const auto revokedAt = [&](int64_t when) {
         CrlPlan plan;
         plan.entries.push_back({"17", 1, when});
@@ -201,25 +208,39 @@ TEST_F(MessagesTest, SignaturesOfThePastAreJudgedByWhatIsKnownToday) {
         int code = 0;
         bool since = false;
         VerifyMoment moment = VerifyMoment::Signing;
+        bool expired = false, weakened = false;
     };
+    const Bytes good = makeCrl({}, root);
+    const Bytes outOfDate = makeCrl({.thisUpdate = -3 * kDay, .nextUpdate = -kDay}, root);
+    const auto required = RevocationCheck::Required, known = RevocationCheck::IfKnown;
     const Case cases[] = {
         {"nobody knows", {}},
         {"somebody must know", {}, RevocationCheck::Required, ECRV_CRL_NOT_FOUND},
-        {"a list inside says good", makeCrl({}, root), RevocationCheck::Required},
-        {"revoked before it was signed", revokedAt(-kDay), RevocationCheck::IfKnown, ECRV_CRTREV},
+        {"a list inside says good", good, required},
+        {"a list inside said good", outOfDate, required, ECRV_CRL_EXPIRED},
+        {"revoked before it was signed", revokedAt(-3 * kDay), known, ECRV_CRTREV},
         {"revoked since, and only the signer's word for it", revokedAt(-60), RevocationCheck::IfKnown, ECRV_CRTREV,
          true},
         {"nobody asks", revokedAt(-60), RevocationCheck::None},
         {"as of now", revokedAt(-60), RevocationCheck::IfKnown, ECRV_CRTREV, false, VerifyMoment::Now},
+        {"expired since", good, known, 0, false, VerifyMoment::Signing, true},
+        {"expired since, and somebody must know", good, required, ECRV_CRTAFTER, false, VerifyMoment::Signing, true},
+        {"weak by now", {}, known, ECRV_DIGALG, false, VerifyMoment::Signing, false, true},
+        {"strong at a moment that is no claim", {}, known, 0, false, VerifyMoment::Given, false, true},
     };
     for (const Case& one : cases) {
         SignParams params = signParams();
+        params.time = kNow - 2 * kDay;
+        if (one.expired) params.signers[0].certificate = crv::makeCert(ByteView(old.der));
+        certificates.setAlgorithmPolicy(
+            [&] { return one.weakened ? std::optional(std::string("sha256 ") + yesterday) : std::nullopt; });
         if (!one.crl.empty()) params.crls.push_back(one.crl);
-        VerifyParams how{.moment = one.moment};
+        VerifyParams how{.moment = one.moment, .time = kNow - 2 * kDay};
         how.path.revocation = one.check;
         const MessageVerdict verdict = verify(signedMessage(params), nullptr, how);
         EXPECT_EQ(verdict.code(), one.code) << one.name << ": " << verdict.signers[0].path.reason;
         EXPECT_EQ(verdict.signers[0].revokedSince, one.since) << one.name;
+        EXPECT_EQ(verdict.signers[0].expiredSince, one.expired) << one.name;
     }
 }
 
