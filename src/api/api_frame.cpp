@@ -8,6 +8,8 @@
 
 #include "config/config_oids.h"
 #include "context/vtest_text_buffer.h"
+#include "crypto/crypto_error.h"
+#include "keystore/token_session.h"
 #include "misc/c_string.h"
 #include "misc/exceptions.h"
 #include "misc/utf8.h"
@@ -116,6 +118,10 @@ int codeOfException(CRVctx* ctx) noexcept {
         return record(ctx, error.code(), error.hasText() ? error.what() : "");
     } catch (const OpError& error) {
         return record(ctx, error.code(), error.what());
+    } catch (const TokenFailure& error) {
+        return record(ctx, libraryCode(error.result()), error.what());
+    } catch (const CryptoError& error) {
+        return record(ctx, codeOfCrypto(error.failure()), error.what());
     } catch (const OpStopped&) {
         return ECRV_ACTION_CANCELLED;
     } catch (const StoreError& error) {

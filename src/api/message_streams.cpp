@@ -108,6 +108,8 @@ std::unique_ptr<CrvStream> beginVerifying(CRVctx& ctx, const CrvMessageParams* p
     plan.message = toBytes(octetsIn(given.message, given.message_len));
     plan.path = pathOptionsIn(given.path);
     plan.certificates = certsIn(given.path);
+    const CertList& own = ctx.keyManager.userCerts();
+    plan.certificates.insert(plan.certificates.end(), own.begin(), own.end());
     auto made = streamInto(ctx, std::move(sink), false);
     plan.content = made->output->sink();
     made->work.emplace<MessageVerifier>(std::move(plan), ctx.certificateManager, ctx.revocationManager);
@@ -138,7 +140,8 @@ std::unique_ptr<CrvStream> beginEncrypting(CRVctx& ctx, const CrvEncryptParams* 
 std::unique_ptr<CrvStream> beginDecrypting(CRVctx& ctx, ContentSink sink) {
     demandLogIn(ctx);
     auto made = streamInto(ctx, std::move(sink), false);
-    made->work.emplace<MessageDecryptor>(decryptionKeysOf(ctx.keyManager), made->output->sink());
+    made->work.emplace<MessageDecryptor>(decryptionKeysOf(ctx.keyManager, ctx.certificateManager),
+                                         made->output->sink());
     return made;
 }
 

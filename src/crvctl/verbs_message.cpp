@@ -124,6 +124,7 @@ void sign(Run& run) {
 }
 
 void verify(Run& run) {
+    if (run.call.has("content") && run.call.has("out")) throw CallError("not together", "--content, --out");
     VerifyFileOrder order{run.call.value("content").value_or(run.call.operand(0))};
     if (run.call.has("content")) order.detachedMessage = run.call.operand(0);
     if (const auto out = run.call.value("out")) {

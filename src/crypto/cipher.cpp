@@ -44,12 +44,10 @@ const CipherRow& cipherRow(CipherAlgo algo) {
 
 using Direction = CipherStream::Direction;
 
-constexpr size_t kLongestGcmVector = 64;
-
 ossl::CipherCtx startCipher(CipherAlgo algo, Direction direction, ByteView key, ByteView iv) {
     const CipherRow& row = cipherRow(algo);
     const bool vectorFits =
-        isAuthenticated(algo) ? !iv.empty() && iv.size() <= kLongestGcmVector : iv.size() == row.vector;
+        isAuthenticated(algo) ? !iv.empty() && iv.size() <= CipherStream::kLongestNonce : iv.size() == row.vector;
     if (key.size() != row.key || !vectorFits) {
         throw CryptoError(CryptoFailure::BadParameter, "cipher key or initial vector of the wrong length");
     }

@@ -48,6 +48,7 @@ class CipherStream {
     enum class Direction { Decrypt = 0, Encrypt = 1 };
     static constexpr size_t kTagLength = 16;
     static constexpr size_t kLeastTagLength = 12;
+    static constexpr size_t kLongestNonce = 64;  ///< of GCM
 
     /// CryptoError as for encipher; GCM takes vectors of 1 to 64 octets.
     CipherStream(CipherAlgo algo, Direction direction, ByteView key, ByteView iv);

@@ -29,7 +29,8 @@ class Signer {
     }
 
     /// RSA decryption. A ciphertext that does not decrypt is CryptoError (badData), whatever the reason: the caller
-    /// must not let others tell the cases apart. A key that does not decrypt is CryptoError (badParameter).
+    /// must not let others tell the cases apart. A key that does not decrypt is CryptoError: badParameter by its
+    /// kind, unsupported where its token forbids it.
     [[nodiscard]] virtual SecretBytes decrypt(RsaPadding padding, ByteView ciphertext,
                                               const OaepParams& oaep = {}) const = 0;
 

@@ -84,7 +84,7 @@ Bytes TokenKey::signWith(const Order& order, CK_MECHANISM_TYPE mechanism, ByteVi
 }
 
 SecretBytes TokenKey::decrypt(RsaPadding padding, ByteView ciphertext, const OaepParams& oaep) const {
-    if (!facts_.decrypts) throw CryptoError(CryptoFailure::BadParameter, "the key does not decrypt");
+    if (!facts_.decrypts) throw CryptoError(CryptoFailure::Unsupported, "the key does not decrypt");
     const P11HashNames hash = p11HashNames(oaep.hash);
     const P11HashNames mgf = p11HashNames(orElse(oaep.mgfHash, oaep.hash));
     Bytes label = oaep.label;

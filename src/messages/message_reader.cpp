@@ -78,7 +78,14 @@ bool skipsNeeded(MessageKind kind, std::optional<MessagePart> from, MessagePart 
 
 }  // namespace
 
+void demandModest(ByteView encoding, int depth) {
+    if (encoding.empty() || (encoding[0] & ASN_CONSTRUCTED_BIT) == 0) return;
+    for (const ByteView one : elementsOf(encoding))
+        if (depth > 0) demandModest(one, depth - 1);
+}
+
 void readPart(ASNobject& object, ByteView encoding, unsigned char mode) {
+    demandModest(encoding);
     if (!object.readExactly(encoding, mode)) failStructure();
 }
 

@@ -76,9 +76,14 @@ class MessageReader : private BerWalker::Visitor {
 
 /// Elements of a SET OF that a message has at most.
 constexpr size_t kMostElements = 10'000, kMostSigners = 1000;
+/// Octets of one SignerInfo at most.
+constexpr size_t kMostOfSigner = size_t{4} << 20;
 /// The encodings in a SET OF; ECRV_INV_CRV_MSG for more than `most` and for what is none. They refer to `set`.
 [[nodiscard]] std::vector<ByteView> elementsOf(ByteView set, size_t most = kMostElements);
-/// Reads a structure from a part of a message; ECRV_INV_CRV_MSG when it is none.
+/// ECRV_INV_CRV_MSG where a list in an element, `depth` levels down, has more than kMostElements: objects take many
+/// times the memory of the octets that they are read from. What stands deeper is held as octets.
+void demandModest(ByteView encoding, int depth = 3);
+/// Reads a structure from a part of a message; ECRV_INV_CRV_MSG when it is none or has too long lists.
 void readPart(ASNobject& object, ByteView encoding, unsigned char mode = 0);
 
 }  // namespace crv

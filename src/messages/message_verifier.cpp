@@ -58,13 +58,17 @@ class SignedMessage final : public MessageReader {
                 break;
             case MessagePart::Certificates:
                 takeElements(encoding, certificates_);
+                for (const Bytes& one : certificates_) demandModest(one);
                 break;
             case MessagePart::Crls:
                 takeElements(encoding, crls_);
                 break;
             case MessagePart::Signers:
-                for (const ByteView one : elementsOf(encoding, kMostSigners))
+                for (const ByteView one : elementsOf(encoding, kMostSigners)) {
+                    if (one.size() > kMostOfSigner)
+                        throw CrvApiException(ECRV_INV_CRV_MSG, "a signature with more beside it than anybody needs");
                     readPart(signers_.emplace_back(), one, ASN_FLAG_CONST | ASN_FLAG_COPY);
+                }
                 break;
             default:
                 break;

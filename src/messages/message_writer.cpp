@@ -17,7 +17,8 @@ constexpr size_t kSegment = size_t{64} << 10;
 constexpr uint8_t kIndefiniteLength = 0x80;
 constexpr std::array<uint8_t, 8> kEnds{};
 
-void append(Bytes& out, ByteView octets) {
+template <class Octets>
+void append(Octets& out, ByteView octets) {
     out.insert(out.end(), octets.begin(), octets.end());
 }
 

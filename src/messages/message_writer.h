@@ -6,6 +6,7 @@
 
 #include "asn/asn_object_id.h"
 #include "misc/atomic_write.h"
+#include "misc/secret.h"
 
 namespace crv {
 
@@ -42,7 +43,7 @@ class MessageWriter {
 
     ContentSink sink_;
     size_t mostHeld_;
-    Bytes held_;
+    SecretBytes held_;
     bool streaming_ = false;
 };
 

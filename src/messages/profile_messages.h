@@ -7,16 +7,18 @@
 
 namespace crv {
 
+class CertificateManager;
 class ConfigurationManager;
 class KeyManager;
 
 /// The signing key with its certificate, scheme and hash as configured. Throws CrvApiException (ECRV_SKEYS_NOT_PRES).
 [[nodiscard]] MessageSignerKey signerOf(const KeyManager& keys, const ConfigurationManager& configuration);
-/// Every key that may decrypt, the encryption key first, then the further (old) ones, each with its certificates.
-/// Throws CrvApiException (ECRV_EKEYS_NOT_PRES) when there is none.
-[[nodiscard]] std::vector<DecryptionKey> decryptionKeysOf(const KeyManager& keys);
-/// The configured symmetric algorithm for these recipients; `self`: for the profile's encryption certificate, too
-/// (CrvApiException, ECRV_EKEYS_NOT_PRES, when there is none).
+/// Every key that may decrypt, the encryption key first, then the further (old) ones, each with its certificates:
+/// the user's and those of the database, because senders go on using one that was renewed on the same key. Throws
+/// CrvApiException (ECRV_EKEYS_NOT_PRES) when there is none.
+[[nodiscard]] std::vector<DecryptionKey> decryptionKeysOf(const KeyManager& keys, CertificateManager& certificates);
+/// The configured symmetric algorithm for these recipients; `self`: for a certificate of the profile's that can be
+/// encrypted for, too, that of the encryption key first (CrvApiException, ECRV_EKEYS_NOT_PRES, when there is none).
 [[nodiscard]] EncryptParams encryptParamsOf(const KeyManager& keys, const ConfigurationManager& configuration,
                                             CertList recipients, bool self);
 

@@ -187,6 +187,34 @@ SecretBytes randomKey(size_t length) {
     return key;
 }
 
+/// The content key, or a random one in its place. Nothing, with the reason, when the key cannot open such an entry
+/// whatever stands in it: then another one may.
+std::optional<SecretBytes> tryEntry(const Entry& entry, const Signer& key, size_t length, std::string& refusal) {
+    if (key.scheme() != (entry.transport ? KeyScheme::Rsa : KeyScheme::Ecdsa)) {
+        refusal = "the key that the message is for is of another kind";
+        return std::nullopt;
+    }
+    // Made before, so that its time is spent whether it is used or not.
+    SecretBytes substitute = randomKey(length);
+    try {
+        SecretBytes opened = entry.transport ? openTransported(*entry.transport, key) : openAgreed(entry, key);
+        if (opened.size() == length) return opened;
+    } catch (const CryptoError& error) {
+        if (error.failure() == CryptoFailure::Unsupported) {
+            refusal = error.what();
+            return std::nullopt;
+        }
+        constexpr std::array kOfTheMessage = {CryptoFailure::BadData, CryptoFailure::BadKey,
+                                              CryptoFailure::BadParameter};
+        if (std::ranges::find(kOfTheMessage, error.failure()) == kOfTheMessage.end()) throw;
+    } catch (const CrvApiException& error) {
+        if (error.code() != ECRV_UNSUPPORTED_KEY_ALGO) throw;
+        refusal = error.what();
+        return std::nullopt;
+    }
+    return substitute;
+}
+
 }  // namespace
 
 bool agreesOnSecrets(const SignedCertificate& certificate) {
@@ -216,23 +244,14 @@ std::vector<MessageRecipient> recipientsOf(const RecipientInfos& infos) {
 
 OpenedKey openContentKey(const RecipientInfos& infos, const std::vector<DecryptionKey>& keys, size_t length) {
     const std::vector<Entry> entries = entriesOf(infos);
+    std::string refusal;
     for (const DecryptionKey& key : keys) {
-        const auto entry = std::ranges::find_if(entries, [&](const Entry& one) { return one.name.means(key); });
-        if (entry == entries.end()) continue;
-        const auto index = static_cast<size_t>(entry - entries.begin());
-        // Made before, so that its time is spent whether it is used or not.
-        SecretBytes substitute = randomKey(length);
-        try {
-            SecretBytes opened =
-                entry->transport ? openTransported(*entry->transport, *key.key) : openAgreed(*entry, *key.key);
-            if (opened.size() == length) return {std::move(opened), index};
-        } catch (const CryptoError& error) {
-            constexpr std::array kOfTheMessage = {CryptoFailure::BadData, CryptoFailure::BadKey,
-                                                  CryptoFailure::BadParameter};
-            if (std::ranges::find(kOfTheMessage, error.failure()) == kOfTheMessage.end()) throw;
+        for (size_t i = 0; i < entries.size(); ++i) {
+            if (!entries[i].name.means(key)) continue;
+            if (auto opened = tryEntry(entries[i], *key.key, length, refusal)) return {std::move(*opened), i};
         }
-        return {std::move(substitute), index};
     }
+    if (!refusal.empty()) failKeyAlgorithm(refusal);
     std::string names;
     for (const MessageRecipient& one : recipientsOf(infos))
         names += "\n" + (one.issuer.empty() ? toHex(one.keyId) : one.issuer + ", " + one.serial);

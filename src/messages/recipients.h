@@ -24,9 +24,9 @@ struct OpenedKey {
     SecretBytes key;
     size_t recipient = 0;  ///< the index in recipientsOf
 };
-/// The content key of `length` octets by the first of the keys that is one of a recipient's. One that does not come out
-/// right is a random one (RFC 3218 2.3.2). Throws CrvApiException (ECRV_NOTADDR, ECRV_UNSUPPORTED_KEY_ALGO); what a
-/// token throws passes.
+/// The content key of `length` octets by the first of the keys that is one of a recipient's and can open what stands
+/// there. One that does not come out right is a random one (RFC 3218 2.3.2), and no other is tried. Throws
+/// CrvApiException (ECRV_NOTADDR, ECRV_UNSUPPORTED_KEY_ALGO); what a token throws passes.
 [[nodiscard]] OpenedKey openContentKey(const RecipientInfos& infos, const std::vector<DecryptionKey>& keys,
                                        size_t length);
 

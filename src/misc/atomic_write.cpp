@@ -14,6 +14,7 @@
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/logger.h"
+#include "misc/secret.h"
 #include "misc/whole_file.h"
 
 namespace crv {
@@ -157,7 +158,7 @@ class PieceWriter {
     bool regular_;
     int error_ = 0;
     int64_t length_ = 0;
-    Bytes held_;
+    SecretBytes held_;
 };
 
 ContentSource sourceOf(ByteView content) {

@@ -9,6 +9,9 @@
 #include <ctime>
 
 #include "asn/x509/signed_certificate.h"
+#include "corvane/crverrors.h"
+#include "crypto/crypto_error.h"
+#include "keystore/token_session.h"
 #include "messages/profile_messages.h"
 #include "misc/ascii.h"
 #include "misc/base64_file.h"
@@ -56,6 +59,13 @@ auto told(Work work) {
         const auto* row = std::ranges::find(kMessageFaults, failure.code(), &MessageFaultRow::code);
         if (row == std::end(kMessageFaults)) throw;
         throw OpError(row->fault, failure.code(), failure.hasText() ? failure.what() : "");
+    } catch (const TokenFailure& failure) {
+        demandKeys(failure.result());
+        throw;
+    } catch (const CryptoError& failure) {
+        const int code = codeOfCrypto(failure.failure());
+        const auto* row = std::ranges::find(kMessageFaults, code, &MessageFaultRow::code);
+        throw OpError(row == std::end(kMessageFaults) ? OpFault::LibraryFailed : row->fault, code, failure.what());
     }
 }
 
@@ -167,7 +177,8 @@ SignResult signFile(Session& session, const SignFileOrder& order) {
         if (order.claimTime) params.time = std::time(nullptr);
         if (!order.policy.empty()) params.policy = policyOf(session, order);
         if (order.level != SignatureLevel::Basic)
-            throw OpError(OpFault::ServerMissing, ECRV_TS_NO_SERVER_DEF, "no server of time stamps");
+            throw OpError(OpFault::ServerMissing, ECRV_TS_NO_SERVER_DEF,
+                          "time stamps cannot be had yet; only level B can be made");
         if (order.level == SignatureLevel::LongTerm) addProofs(session, params);
         params.cosign = order.cosign;
         if (!order.detachedMessage.empty()) params.detachedMessage = importFile(order.detachedMessage);
@@ -189,6 +200,8 @@ MessageVerdict verifyFile(Session& session, const VerifyFileOrder& order, Verify
             params.detached = true;
             params.message = importFile(order.detachedMessage);
         }
+        const CertList& own = session.keys().userCerts();
+        params.certificates.insert(params.certificates.end(), own.begin(), own.end());
         CRVctx& context = session.context();
         const auto verify = [&](const ContentSink& sink) {
             params.content = sink;
@@ -233,7 +246,7 @@ DecryptResult decryptFile(Session& session, const std::string& input, const Expo
         exportPieces(
             wholeOnly(target), session.profile(),
             [&](const ContentSink& put) {
-                MessageDecryptor decryptor(decryptionKeysOf(session.keys()), put);
+                MessageDecryptor decryptor(decryptionKeysOf(session.keys(), session.context().certificateManager), put);
                 readPieces(input, [&](ByteView piece) { decryptor.update(piece); });
                 result = decryptor.finish();
                 return true;

@@ -41,4 +41,25 @@ void stopIfEnding() {
     if (processEnding()) throw OpStopped();
 }
 
+int codeOfCrypto(CryptoFailure failure) noexcept {
+    switch (failure) {
+        case CryptoFailure::BadData:
+            return ECRV_INV_CRV_MSG;
+        case CryptoFailure::BadParameter:
+        case CryptoFailure::BadKey:
+        case CryptoFailure::Unsupported:
+            return ECRV_UNSUPPORTED_KEY_ALGO;
+        case CryptoFailure::NoRandom:
+        case CryptoFailure::NotSeeded:
+        case CryptoFailure::ReseedRequired:
+            return ECRV_SEED_NOT_PRES;
+        case CryptoFailure::Cancelled:
+            return ECRV_ACTION_CANCELLED;
+        case CryptoFailure::SelfTest:
+        case CryptoFailure::Internal:
+            break;
+    }
+    return ECRV_INTERNAL_ERROR;
+}
+
 }  // namespace crv

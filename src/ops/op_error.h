@@ -5,6 +5,7 @@
 #include <string>
 
 #include "corvane/crverrors.h"
+#include "crypto/crypto_error.h"
 
 namespace crv {
 
@@ -70,6 +71,9 @@ enum class OpFault {
     CRV_OP_FAULTS(CRV_OP_FAULT)
 #undef CRV_OP_FAULT
 };
+
+/// The library's code for a primitive that failed.
+[[nodiscard]] int codeOfCrypto(CryptoFailure failure) noexcept;
 
 /// The fault's name in lower case with hyphens, as "profile-missing".
 [[nodiscard]] std::string faultName(OpFault fault);

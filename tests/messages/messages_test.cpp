@@ -118,7 +118,6 @@ void eachDamage(const Bytes& message, const std::function<void(ByteView)>& work)
             try {
                 work(damaged);
             } catch (const CrvApiException&) {
-            } catch (const CryptoError&) {
             }
         }
         EXPECT_THROW(work(ByteView(message).first(i)), CrvApiException) << i;
@@ -241,6 +240,54 @@ TEST_F(MessagesTest, SignaturesOfThePastAreJudgedByWhatIsKnownToday) {
         EXPECT_EQ(verdict.code(), one.code) << one.name << ": " << verdict.signers[0].path.reason;
         EXPECT_EQ(verdict.signers[0].revokedSince, one.since) << one.name;
         EXPECT_EQ(verdict.signers[0].expiredSince, one.expired) << one.name;
+    }
+}
+
+TEST_F(MessagesTest, ASignerNamedByItsKeyIsLookedForInTheDatabase) {
+    SignedData data;
+    ContentInfo info;
+    ASSERT_TRUE(info.readExactly(signedMessage(signParams())) && info.get(OID_PKCS7_SIGNED_DATA, data));
+    const CertPtr certificate = crv::makeCert(ByteView(leaf.der));
+    data.certificates.reset();
+    auto byKey = std::make_unique<Implicit<0, ASNoctstr>>();
+    byKey->build(ByteView(certificate->getKeyIdFromCert()));
+    data.signerInfos[0].sid.setChosen(std::move(byKey));
+    info.build(OID_PKCS7_SIGNED_DATA, data);
+    EXPECT_EQ(verify(info.encoded()).code(), ECRV_NO_SENDR_CRT);
+    ASSERT_TRUE(CrtDb(database).insert(*certificate));
+    EXPECT_EQ(verify(info.encoded()).code(), 0);
+    Attribute& many = data.signerInfos[0].unsignedAttrs.emplace().add();
+    many.type = ASNobjectId(OID_PKCS9_SIGNING_TIME);
+    for (int i = 0; i <= 10'000; ++i) many.values.add().build(0x05, ByteView());
+    info.build(OID_PKCS7_SIGNED_DATA, data);
+    EXPECT_THROW(verify(info.encoded()), CrvApiException);
+}
+
+/// A key whose token does nothing for it.
+struct LockedKey final : Signer {
+    explicit LockedKey(PublicKey of) : key(std::move(of)) {}
+    [[nodiscard]] const PublicKey& publicKey() const noexcept override { return key; }
+    Bytes sign(KeyScheme, KcHashAlgo, ByteView, RandomBridge&, const PssParams&) const override { return {}; }
+    SecretBytes decrypt(RsaPadding, ByteView, const OaepParams&) const override { return {}; }
+    PublicKey key;
+};
+
+TEST_F(MessagesTest, AKeyThatMustNotDecryptLetsTheNextOneTry) {
+    const CertList named{crv::makeCert(ByteView(leaf.der))};
+    const auto locked = std::make_shared<LockedKey>(named[0]->keyInfo().publicKey());
+    const Bytes message = sealedMessage(OID_AES256_GCM);
+    for (const bool alone : {false, true}) {
+        std::vector<DecryptionKey> keys{{locked, named}};
+        if (!alone) keys.push_back({keyOf(leaf), named});
+        Bytes plain;
+        MessageDecryptor decryptor(keys, into(plain));
+        try {
+            decryptor.update(message);
+            static_cast<void>(decryptor.finish());
+            EXPECT_TRUE(!alone && plain == kContent);
+        } catch (const CrvApiException& failure) {
+            EXPECT_TRUE(alone && failure.code() == ECRV_UNSUPPORTED_KEY_ALGO) << failure.what();
+        }
     }
 }
 

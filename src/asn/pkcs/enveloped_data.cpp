@@ -116,7 +116,7 @@ std::optional<ContentEncryption> readContentEncryption(const AlgorithmIdentifier
         Rc2CbcParameters rc2;
         if (!(rc2 << *algorithm.parameters)) return std::nullopt;
         const auto cipher = rc2Cipher(rc2);
-        if (!cipher) return std::nullopt;
+        if (!cipher || rc2.iv.value().size() != cipherVectorLength(*cipher)) return std::nullopt;
         return ContentEncryption{*cipher, toBytes(rc2.iv.value())};
     }
     const auto cipher = contentCipher(algorithm.algorithm);
@@ -124,6 +124,8 @@ std::optional<ContentEncryption> readContentEncryption(const AlgorithmIdentifier
     if (isAuthenticated(*cipher)) {
         GcmParameters gcm;
         if (!(gcm << *algorithm.parameters)) return std::nullopt;
+        const size_t nonce = gcm.nonce.value().size();
+        if (nonce == 0 || nonce > CipherStream::kLongestNonce) return std::nullopt;
         const long tag = gcm.tagLength.valueOr(0);
         if (tag < static_cast<long>(CipherStream::kLeastTagLength) || tag > static_cast<long>(CipherStream::kTagLength))
             return std::nullopt;
