@@ -114,6 +114,27 @@ DbLock::Result DbLock::acquire(int mode) {
     return Result::Ok;
 }
 
+DbLock::Result DbLock::acquireIfSound() {
+    if (depth_ > 0) return acquire(kSharedLock);
+    if (semaphore_.pCond(kSharedLock) == 0) return Result::NotHad;
+    bool marked = true;
+    try {
+        marked = readMark().mark != DbMark::None;
+    } catch (...) {  // memory ran out
+        semaphore_.v();
+        throw;
+    }
+    if (marked) {
+        semaphore_.v();
+        return Result::NeedsMending;
+    }
+    mode_ = kSharedLock;
+    depth_ = 1;
+    mark_ = DbMark::None;
+    spoilt_ = false;
+    return Result::Ok;
+}
+
 void DbLock::release() {
     if (depth_ == 0 || --depth_ > 0) return;
     if (mark_ != DbMark::None && !spoilt_ && !writeMark({})) {

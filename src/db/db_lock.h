@@ -49,6 +49,8 @@ class DbLock {
 
     /// Waits for the lock (LockMode). An exclusive one cannot be had under a shared one.
     [[nodiscard]] Result acquire(int mode);
+    /// As acquire(kSharedLock), but neither waits nor mends: NotHad while somebody else changes the database.
+    [[nodiscard]] Result acquireIfSound();
     /// Clears the mark, unless the change was spoilt, and releases the lock.
     void release();
     [[nodiscard]] bool held() const { return depth_ > 0; }

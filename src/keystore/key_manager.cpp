@@ -146,7 +146,7 @@ KeyManagerResult KeyManager::openContents(bool readAdditional) {
     if (const KeyManagerResult ready = media().announce(); ready != kKmOk) return ready;
     const auto together = media().together(false);
     KeyManagerResult result = media().needsPin() ? askPin(pin) : kKmOk;
-    if (result == kKmOk) result = media().hasSecurityFile() ? loadKey(pin) : openDevice(pin);
+    if (result == kKmOk) result = media().hasSecurityFile() ? readKeyFile(pin) : openDevice(pin);
     if (result == kKmOk && media().needsPin()) result = verifyConfiguration();
     if (result != kKmOk) return result;
     result = initRBGFromTheSeed();
@@ -178,6 +178,19 @@ bool KeyManager::recertificationAllowed() const {
 }
 
 KeyManagerResult KeyManager::loadKey(const SecretText& password) {
+    KeyManagerResult result = readKeyFile(password);
+    if (result != kKmOk) return result;
+    try {
+        result = takeSignedConfiguration();
+    } catch (...) {
+        forget();
+        throw;
+    }
+    if (result != kKmOk) forget();
+    return result;
+}
+
+KeyManagerResult KeyManager::readKeyFile(const SecretText& password) {
     demand({State::Closed});
     selectMedia();
     VTEST(media().hasSecurityFile(), kKeyManagerPlace);
@@ -249,8 +262,11 @@ KeyManagerResult KeyManager::verifyConfiguration() {
     if (answer == kPinWrong) return kKmWrongPassword;
     if (answer != kPinOk) return kKmOk;
     if (pin.empty()) logLine(LogLevel::Info, "KeyManager::initProfile. crvCtx->getPIN sgnPIN is empty ");
-    if (signedConfiguration_.empty()) return kKmOk;
+    return takeSignedConfiguration();
+}
 
+KeyManagerResult KeyManager::takeSignedConfiguration() {
+    if (signedConfiguration_.empty()) return kKmOk;
     const Signer* key = signingKey();
     Bytes content;
     const KeyManagerResult verified =

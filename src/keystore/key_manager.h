@@ -154,8 +154,8 @@ class KeyManager {
 
     // --- The security file
 
-    /// Reads and deciphers the security file of a file profile and pairs its keys with its certificates; success ends
-    /// Unseeded.
+    /// Reads and deciphers the security file of a file profile, pairs its keys with its certificates and takes over its
+    /// configuration, a signed one when it verifies (else kKmConfigurationSignature); success ends Unseeded.
     [[nodiscard]] KeyManagerResult loadKey(const SecretText& password);
 
     /// Writes the security file, whole and atomically; a new file gets mode 0600. Only for file profiles (assertion).
@@ -299,7 +299,9 @@ class KeyManager {
     [[nodiscard]] KeyManagerResult readRecord(Bytes& encoding);
     [[nodiscard]] KeyManagerResult saveOnDevice();
     [[nodiscard]] KeyManagerResult signedRecord(const CRVCfgFile& record, Bytes& stored);
+    [[nodiscard]] KeyManagerResult readKeyFile(const SecretText& password);
     [[nodiscard]] KeyManagerResult verifyConfiguration();
+    [[nodiscard]] KeyManagerResult takeSignedConfiguration();
     [[nodiscard]] KeyManagerResult askPin(SecretText& pin);
     [[nodiscard]] bool ignoresSecurityFile() const;
     [[nodiscard]] bool recertificationAllowed() const;

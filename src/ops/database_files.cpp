@@ -89,7 +89,10 @@ DatabaseFiles::DatabaseFiles(const std::string& directory, const OpMode& mode) {
     lock_ = std::make_unique<TimedLock>(db_.createSemaforeName(), OpMode{true, mode.waitSeconds});
     if (!fileExists(db_.createSemaforeName())) return;
     DbLock probe(db_.createSemaforeName());
-    cutOff_ = probe.acquire(kSharedLock) == DbLock::Result::NeedsMending;
+    // Not acquire(): it would wait until it may mend.
+    const DbLock::Result result = probe.acquireIfSound();
+    if (result == DbLock::Result::NotHad) throw OpError(OpFault::LockBusy, db_.createSemaforeName());
+    cutOff_ = result == DbLock::Result::NeedsMending;
 }
 
 bool DatabaseFiles::check(const DbTell& tell) {

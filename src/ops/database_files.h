@@ -43,6 +43,8 @@ class DatabaseFiles {
     /// (DatabaseMissing, DatabaseFailed).
     DatabaseFiles(const std::string& directory, const OpMode& mode);
 
+    /// Whether all files are there and no change was cut off; what stands in them is not looked at.
+    [[nodiscard]] bool isWhole() const { return !cutOff_ && db_.stateOfFiles() == DbState::Complete; }
     /// Every table, reference and CRL; false when something is damaged. Of each kind of damage a few are told, and how
     /// many more there are.
     bool check(const DbTell& tell);

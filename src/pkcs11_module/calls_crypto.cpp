@@ -34,24 +34,32 @@ void addPart(std::optional<SignatureOperation>& operation, const void* part, CK_
     ending.goOn();
 }
 
-void finishSignature(Session& session, unsigned char* signature, CK_ULONG* length, const ByteView* data) {
+/// What a call hands over in one piece, as the caller gave it.
+struct Given {
+    const void* octets;
+    CK_ULONG length;
+};
+
+void finishSignature(Session& session, unsigned char* signature, CK_ULONG* length, const Given* data) {
     SignatureOperation& operation = running(session.signing);
     // Parts are ended by C_SignFinal, data in one piece by C_Sign.
     demand(!data || !operation.inParts(), CKR_OPERATION_NOT_INITIALIZED);
     Ending ending(session.signing);
+    const ByteView view = data ? viewOf(data->octets, data->length) : ByteView();
     if (!ending.fits(signature, length, operation.length())) return;
-    if (data) operation.update(*data, false);
+    if (data) operation.update(view, false);
     const Bytes made = operation.sign();
     std::ranges::copy(made, signature);
     *length = made.size();
 }
 
-void handDigest(Session& session, unsigned char* digest, CK_ULONG* length, const ByteView* data) {
+void handDigest(Session& session, unsigned char* digest, CK_ULONG* length, const Given* data) {
     Digest& operation = running(session.digesting);
     demand(!data || !operation.inParts, CKR_OPERATION_NOT_INITIALIZED);
     Ending ending(session.digesting);
+    const ByteView view = data ? viewOf(data->octets, data->length) : ByteView();
     if (!ending.fits(digest, length, operation.hash.length())) return;
-    if (data) operation.hash.update(*data);
+    if (data) operation.hash.update(view);
     operation.hash.final({digest, operation.hash.length()});
 }
 
@@ -59,7 +67,6 @@ void handDigest(Session& session, unsigned char* digest, CK_ULONG* length, const
 }  // namespace crv::p11
 
 using namespace crv::p11;
-using crv::ByteView;
 
 CK_RV C_SignInit(CK_SESSION_HANDLE handle, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE key) {
     return beginSignature(handle, mechanism, key, CKF_SIGN);
@@ -68,8 +75,8 @@ CK_RV C_SignInit(CK_SESSION_HANDLE handle, CK_MECHANISM* mechanism, CK_OBJECT_HA
 CK_RV C_Sign(CK_SESSION_HANDLE handle, unsigned char* data, CK_ULONG dataLength, unsigned char* signature,
              CK_ULONG* length) {
     return inSession(handle, [&](Session& session) {
-        const ByteView view = viewOf(data, dataLength);
-        finishSignature(session, signature, length, &view);
+        const Given given{data, dataLength};
+        finishSignature(session, signature, length, &given);
     });
 }
 
@@ -140,16 +147,18 @@ CK_RV C_DigestInit(CK_SESSION_HANDLE handle, CK_MECHANISM* mechanism) {
 CK_RV C_Digest(CK_SESSION_HANDLE handle, unsigned char* data, CK_ULONG dataLength, unsigned char* digest,
                CK_ULONG* length) {
     return inSession(handle, [&](Session& session) {
-        const ByteView view = viewOf(data, dataLength);
-        handDigest(session, digest, length, &view);
+        const Given given{data, dataLength};
+        handDigest(session, digest, length, &given);
     });
 }
 
 CK_RV C_DigestUpdate(CK_SESSION_HANDLE handle, unsigned char* part, CK_ULONG length) {
     return inSession(handle, [&](Session& session) {
         Digest& operation = running(session.digesting);
+        Ending ending(session.digesting);
         operation.inParts = true;
         operation.hash.update(viewOf(part, length));
+        ending.goOn();
     });
 }
 

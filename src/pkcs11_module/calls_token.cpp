@@ -11,6 +11,7 @@ constexpr CK_VERSION kLibraryVersion{CRV_VERSION_MAJOR, CRV_VERSION_MINOR};
 constexpr std::string_view kMaker = "Corvane";
 /// The security file's own; other programs' files may have passwords of any length.
 constexpr CK_ULONG kLongestPin = 254;
+constexpr CK_ULONG kLongestForeignPin = 65536;
 
 /// Texts are padded with spaces and never cut inside a character.
 template <size_t Size>
@@ -169,6 +170,7 @@ CK_RV C_GetSessionInfo(CK_SESSION_HANDLE handle, CK_SESSION_INFO* info) {
 namespace {
 
 crv::SecretText pinOf(const unsigned char* pin, CK_ULONG length) {
+    demand(length <= kLongestForeignPin, CKR_PIN_INCORRECT);
     return crv::SecretText(crv::asText(viewOf(pin, length)));
 }
 
@@ -176,12 +178,12 @@ crv::SecretText pinOf(const unsigned char* pin, CK_ULONG length) {
 
 CK_RV C_Login(CK_SESSION_HANDLE handle, CK_USER_TYPE user, unsigned char* pin, CK_ULONG length) {
     return inModule([&](Module& module) -> CK_RV {
-        const SessionPtr session = module.session(handle);
+        static_cast<void>(module.session(handle));
         // No key asks for its PIN again.
         demand(user != CKU_CONTEXT_SPECIFIC, CKR_OPERATION_NOT_INITIALIZED);
         demand(user == CKU_USER, CKR_USER_TYPE_INVALID);
         demand(pin, CKR_ARGUMENTS_BAD);
-        session->token->login(pinOf(pin, length));
+        module.login(handle, pinOf(pin, length));
         return CKR_OK;
     });
 }
@@ -199,6 +201,7 @@ CK_RV C_SetPIN(CK_SESSION_HANDLE handle, unsigned char* oldPin, CK_ULONG oldLeng
         const SessionPtr session = module.session(handle);
         demand(session->readWrite, CKR_SESSION_READ_ONLY);
         demand(oldPin && newPin, CKR_ARGUMENTS_BAD);
+        demand(newLength <= kLongestPin, CKR_PIN_LEN_RANGE);
         session->token->changePin(pinOf(oldPin, oldLength), pinOf(newPin, newLength));
         return CKR_OK;
     });

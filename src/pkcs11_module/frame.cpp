@@ -54,7 +54,7 @@ class Gate {
     pthread_rwlock_t lock_{};
 };
 
-CK_RV once(const std::function<CK_RV(Module&)>& work) noexcept try {
+CK_RV once(CallWork work) noexcept try {
     Gate& gate = Gate::instance();
     const std::shared_lock hold(gate);
     if (!gate.module || gate.forked) return CKR_CRYPTOKI_NOT_INITIALIZED;
@@ -86,15 +86,17 @@ CK_RV startModule() noexcept try {
     return CKR_GENERAL_ERROR;
 }
 
-CK_RV stopModule() noexcept {
+CK_RV stopModule() noexcept try {
     Gate& gate = Gate::instance();
     const std::scoped_lock hold(gate);
     if (!gate.module || gate.forked) return CKR_CRYPTOKI_NOT_INITIALIZED;
     gate.module.reset();
     return CKR_OK;
+} catch (...) {
+    return CKR_GENERAL_ERROR;
 }
 
-CK_RV inModule(const std::function<CK_RV(Module&)>& work) noexcept {
+CK_RV inModule(CallWork work) noexcept {
     using Clock = std::chrono::steady_clock;
     CK_RV rv = once(work);
     if (rv != kBusy) return rv;

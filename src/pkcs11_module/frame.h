@@ -3,7 +3,7 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
+#include <type_traits>
 
 #include "pkcs11_module/module.h"
 
@@ -18,13 +18,28 @@ namespace crv::p11 {
 /// How long a lock that another program holds on a security file is waited for.
 inline constexpr std::chrono::seconds kLockWait{5};
 
+/// A call's work by reference, which costs no memory. The work outlives it.
+class CallWork {
+  public:
+    template <class Work>
+    requires std::is_invocable_r_v<CK_RV, const Work&, Module&> CallWork(const Work& work)
+    noexcept  // NOLINT(google-explicit-constructor): a lambda is the work
+        : work_(&work),
+          run_([](const void* of, Module& module) -> CK_RV { return (*static_cast<const Work*>(of))(module); }) {}
+    CK_RV operator()(Module& module) const { return run_(work_, module); }
+
+  private:
+    const void* work_;
+    CK_RV (*run_)(const void* work, Module& module);
+};
+
 /// Runs a call's work. Where another program holds the file it is begun again, for kLockWait, then the answer is
 /// CKR_FUNCTION_FAILED: nothing is wrong with the token, and the call may be repeated.
-[[nodiscard]] CK_RV inModule(const std::function<CK_RV(Module&)>& work) noexcept;
+[[nodiscard]] CK_RV inModule(CallWork work) noexcept;
 
 /// The same with a session, which the call has for itself.
 template <class Work>
-[[nodiscard]] CK_RV inSession(CK_SESSION_HANDLE handle, Work work) noexcept {
+[[nodiscard]] CK_RV inSession(CK_SESSION_HANDLE handle, const Work& work) noexcept {
     return inModule([&](Module& module) -> CK_RV {
         const SessionPtr session = module.session(handle);
         const std::scoped_lock guard(session->mutex);

@@ -1,6 +1,7 @@
 // The profiles that become tokens: those of the lists whose keys stand in a security file.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,32 +14,41 @@ struct ListedProfile {
     std::string name;  ///< upper-cased, as lists have it
     ProfileMedia media = ProfileMedia::User;
     std::string list;     ///< for ProfileMedia::File
-    std::string keyFile;  ///< path of the security file, "~/" expanded
+    std::string folder;   ///< what relative paths are relative to: where the process stood when it began
+    std::string keyFile;  ///< absolute path of the security file
     std::string dbLock;   ///< path of the lock of its database; empty without a database that is shown
+
+    /// An absolute path for one of the list; "~/" is expanded.
+    [[nodiscard]] std::string resolve(const std::string& path) const;
 
     bool operator==(const ListedProfile&) const = default;
 };
 
 /// The lists are those of CRV_PROFILE_FILE, else the user's and the common one, of which the first to have a name keeps
 /// it. CRV_PROFILE leaves one profile. A program with more rights than its user (secure_getenv(3)) is shown the common
-/// list only: it must not read what its user chose. CRV_PKCS11_DATABASE=1 shows the certificates of databases, too.
+/// list only, and of it no profile below "~/": it must not read what its user chose. CRV_PKCS11_DATABASE=1 shows the
+/// certificates of databases, too.
 class ListedProfiles {
   public:
     ListedProfiles();
 
     /// Whether a list is another one than at the last reading.
     [[nodiscard]] bool changed() const;
-    /// Reads the lists in order. One that cannot be read has no profiles and is told to the log: a slip in it must not
-    /// stop every program that loads modules.
+    /// Reads the lists in order. One that cannot be read keeps the profiles that it had and is told to the log: neither
+    /// a slip in it nor a moment without files may stop the programs that load modules.
     [[nodiscard]] std::vector<ListedProfile> read();
 
   private:
     struct List {
         ProfileMedia media;
         std::string path;
-        FileStamp stamp = {};
+        std::string folder;
+        std::optional<FileStamp> stamp = {};  ///< none: to be read
+        std::vector<ListedProfile> profiles = {};
+        std::string told = {};  ///< the last fault
     };
-    void readInto(const List& list, std::vector<ListedProfile>& found) const;
+    void readAgain(List& list) const;
+    [[nodiscard]] std::vector<ListedProfile> profilesOf(const List& list) const;
 
     std::vector<List> lists_;
     std::string only_;  // upper-cased; empty: all

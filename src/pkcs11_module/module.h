@@ -39,7 +39,7 @@ struct Session {
 using SessionPtr = std::shared_ptr<Session>;
 
 /// Used by many threads. A slot keeps its number as long as the module is initialised; one whose profile left the list
-/// is empty. Locks are taken in the order session, table, token.
+/// is empty. Locks are taken in the order session, table; session, token: nobody waits for a token under the table's.
 class Module {
   public:
     static constexpr size_t kMostSessions = 16384;
@@ -58,6 +58,9 @@ class Module {
     /// The last session of a token takes the log-in with it.
     void close(CK_SESSION_HANDLE handle);
     void closeAll(CK_SLOT_ID slot);
+    /// As Token::login. CKR_SESSION_HANDLE_INVALID also when the last session is closed meanwhile: nobody stays logged
+    /// in without one.
+    void login(CK_SESSION_HANDLE handle, const SecretText& pin);
     /// Ends the log-in and every operation with its keys, and waits for those that run. CKR_USER_NOT_LOGGED_IN.
     void logout(const std::shared_ptr<Token>& token);
     /// Sessions of a slot: all, and those for reading and writing.
@@ -67,7 +70,19 @@ class Module {
     [[nodiscard]] Counts counts(CK_SLOT_ID slot);
 
   private:
-    void refreshSlots();
+    /// Holds the table with the slots as the lists are now; wipes what was open of lost ones behind the lock.
+    class Table {
+      public:
+        explicit Table(Module& module);
+        ~Table();
+        Table(const Table&) = delete;
+        Table& operator=(const Table&) = delete;
+
+      private:
+        std::vector<std::shared_ptr<Token>> lost_;
+        std::unique_lock<std::mutex> guard_;
+    };
+    void refreshSlots(std::vector<std::shared_ptr<Token>>& lost);
     [[nodiscard]] std::vector<SessionPtr> sessionsOf(const Token& token);
 
     std::mutex mutex_;
@@ -75,7 +90,6 @@ class Module {
     bool read_ = false;
     std::vector<std::shared_ptr<Token>> slots_;  // by number
     std::map<CK_SESSION_HANDLE, SessionPtr> sessions_;
-    CK_SESSION_HANDLE lastSession_ = 0;
 };
 
 }  // namespace crv::p11

@@ -5,11 +5,15 @@
 
 #include "config/configuration_manager.h"
 #include "config/context_services.h"
+#include "corvane/crvprofile.h"
 #include "crypto/self_test.h"
-#include "db_sql/db_manager.h"
+#include "db_sql/db_layout.h"
 #include "keystore/key_store_door.h"
+#include "misc/atomic_write.h"
+#include "misc/exceptions.h"
 #include "misc/logger.h"
 #include "misc/utf8.h"
+#include "ops/database_files.h"
 #include "ops/lock_wait.h"
 #include "ops/op_error.h"
 #include "ops/password_rules.h"
@@ -64,6 +68,9 @@ struct OpenProfile {
     static std::unique_ptr<CrvProfile> find(const ListedProfile& listed) {
         auto profile = CrvProfile::getProfileByName(listed.media, listed.list, listed.name);
         demand(profile && profile->kind() == ProfileKind::Pkcs12, CKR_DEVICE_REMOVED);
+        std::string file;
+        profile->getAttr(CRVPROFILE_ATTR_PKCS12_FILE, file);
+        demand(profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, listed.resolve(file)) == kAttrOk, CKR_DEVICE_REMOVED);
         return profile;
     }
 
@@ -137,16 +144,23 @@ ReadStore readStore(const ListedProfile& profile, const SecretText& password) tr
 }
 
 std::vector<Bytes> readDatabase(const ListedProfile& profile) {
-    DbManager database;
-    database.init(OpenProfile::find(profile)->dbConfig());
+    const auto refuse = [&](const std::string& why) {
+        logLine(LogLevel::Error, "PKCS#11 module: no certificates of the database " + profile.dbLock + ": " + why);
+        throw Refusal{CKR_DEVICE_ERROR};
+    };
     std::vector<Bytes> certificates;
-    const DbState state = database.isDbCreated();
-    if (state == DbState::Missing) return certificates;
-    const bool read = state == DbState::Complete && database.visitCerts([&](int64_t, ByteView der) {
-        certificates.push_back(toBytes(der));
-        return true;
-    });
-    demand(read, CKR_DEVICE_ERROR);  // DbManager tells the log why
+    try {
+        DatabaseFiles files(folderOf(profile.dbLock), OpMode{true, 0});
+        if (!files.isWhole()) refuse("it needs mending, which the console does when it opens it");
+        files.records(std::string(crtTb.file), [&](const DbRecordView& record) {
+            if (record.live) certificates.push_back(toBytes(record.body));
+        });
+    } catch (const OpError& error) {
+        if (error.fault() == OpFault::LockBusy) throw Refusal{kBusy};
+        if (error.fault() != OpFault::DatabaseMissing) refuse(error.what());
+    } catch (const StoreError& error) {
+        refuse(error.what());
+    }
     return certificates;
 }
 

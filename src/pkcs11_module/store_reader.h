@@ -15,8 +15,9 @@ struct ReadStore {
 /// CKR_DEVICE_REMOVED (no file, or no such profile), CKR_DEVICE_ERROR, kBusy.
 [[nodiscard]] ReadStore readStore(const ListedProfile& profile, const SecretText& password);
 
-/// The certificates of the profile's database, in DER; none where it has no database. CKR_DEVICE_REMOVED,
-/// CKR_DEVICE_ERROR.
+/// The certificates of the profile's database, in DER; none where it has no database. Never waits, and writes nothing:
+/// kBusy while another program changes it; CKR_DEVICE_ERROR, told to the log, for one that needs mending or cannot be
+/// read.
 [[nodiscard]] std::vector<Bytes> readDatabase(const ListedProfile& profile);
 
 /// Enciphers the file under another password that follows the rules of passwords, else CKR_PIN_LEN_RANGE or

@@ -32,15 +32,25 @@ bool Token::present() const {
     return listed_ && FileStamp::of(profile_.keyFile).there;
 }
 
-void Token::setListed(bool listed) {
-    listed_ = listed;
-    if (!listed) logout();
+bool Token::setListed(bool listed) {
+    const bool lost = listed_.exchange(listed) && !listed;
+    if (lost) endLogin();
+    return lost;
 }
 
-Token::Open Token::read(const SecretText& pin, const TokenObjects* before) const {
+void Token::wipeEnded() {
+    const std::scoped_lock guard(mutex_);
+    dropEnded();
+}
+
+void Token::dropEnded() {
+    if (open_ && open_->login != logins_) open_.reset();
+}
+
+Token::Open Token::read(uint64_t login, const SecretText& pin, const TokenObjects* before) const {
     // A change behind this look is met at the next one.
     const FileStamp stamp = FileStamp::of(profile_.keyFile);
-    return {pin, stamp, makeObjects(readStore(profile_, pin), profile_.name, before)};
+    return {login, pin, stamp, makeObjects(readStore(profile_, pin), profile_.name, before)};
 }
 
 void Token::refresh() {
@@ -49,9 +59,10 @@ void Token::refresh() {
         open_.reset();
         throw Refusal{CKR_DEVICE_REMOVED};
     }
+    dropEnded();
     if (!open_ || now == open_->stamp) return;
     try {
-        Open fresh = read(open_->pin, open_->objects.get());
+        Open fresh = read(open_->login, open_->pin, open_->objects.get());
         open_ = std::move(fresh);
     } catch (const Refusal& refusal) {
         if (refusal.rv != CKR_PIN_INCORRECT) throw;
@@ -59,15 +70,19 @@ void Token::refresh() {
     }
 }
 
-void Token::login(const SecretText& pin) {
+void Token::login(uint64_t current, const SecretText& pin) {
     const std::scoped_lock guard(mutex_);
     refresh();
     demand(!open_, CKR_USER_ALREADY_LOGGED_IN);
-    open_ = read(pin, nullptr);
+    Open fresh = read(current, pin, nullptr);
+    demand(listed_, CKR_DEVICE_REMOVED);
+    demand(logins_ == current, CKR_SESSION_HANDLE_INVALID);
+    open_ = std::move(fresh);
 }
 
 bool Token::logout() {
     const std::scoped_lock guard(mutex_);
+    dropEnded();
     const bool was = open_.has_value();
     open_.reset();
     return was;
@@ -89,7 +104,13 @@ bool Token::loggedIn() {
 void Token::refreshDatabase() {
     const FileStamp now = FileStamp::of(profile_.dbLock);
     if (profile_.dbLock.empty() || (dbObjects_ && now == dbStamp_)) return;
-    dbObjects_ = makeCertificates(readDatabase(profile_), dbObjects_.get());
+    try {
+        dbObjects_ = makeCertificates(readDatabase(profile_), dbObjects_.get());
+    } catch (const Refusal& refusal) {
+        // The keys do not need it: what was read of it stays until it changes.
+        if (refusal.rv == kBusy) throw;
+        if (!dbObjects_) dbObjects_ = std::make_shared<const TokenObjects>();
+    }
     dbStamp_ = now;
 }
 

@@ -35,11 +35,19 @@ class Token {
     [[nodiscard]] const std::string& serialNumber() const { return serialNumber_; }
     /// Whether it is listed and has its file.
     [[nodiscard]] bool present() const;
-    /// The list lost the profile, or gave it back.
-    void setListed(bool listed);
+    /// The list lost the profile, or gave it back. True when it was lost now: the log-in has ended, and wipeEnded() is
+    /// to be called. Waits for nothing.
+    [[nodiscard]] bool setListed(bool listed);
 
-    /// CKR_USER_ALREADY_LOGGED_IN, CKR_PIN_INCORRECT, CKR_DEVICE_ERROR, kBusy.
-    void login(const SecretText& pin);
+    /// Changes when what is logged in, or just logging in, has ended.
+    [[nodiscard]] uint64_t loginNumber() const { return logins_; }
+    /// Ends the log-in and one that is under way, without waiting for anything; wipeEnded() wipes it.
+    void endLogin() { ++logins_; }
+    /// Waits for the call that works with the token.
+    void wipeEnded();
+    /// `current` is loginNumber() of a moment at which the session was open. CKR_USER_ALREADY_LOGGED_IN,
+    /// CKR_PIN_INCORRECT, CKR_DEVICE_ERROR, kBusy; CKR_SESSION_HANDLE_INVALID when endLogin() was called since.
+    void login(uint64_t current, const SecretText& pin);
     /// Wipes what is open; false when nothing was. Operations that are running hold their keys until they end.
     bool logout();
     /// As changePassword of store_reader.h. Who is logged in stays so.
@@ -50,11 +58,13 @@ class Token {
 
   private:
     struct Open {
+        uint64_t login;  ///< loginNumber() while it counts
         SecretText pin;
         FileStamp stamp;
         ObjectsPtr objects;
     };
-    [[nodiscard]] Open read(const SecretText& pin, const TokenObjects* before) const;
+    [[nodiscard]] Open read(uint64_t login, const SecretText& pin, const TokenObjects* before) const;
+    void dropEnded();
     void refresh();
     void refreshDatabase();
 
@@ -62,6 +72,7 @@ class Token {
     const std::string serialNumber_;
     std::mutex mutex_;
     std::atomic<bool> listed_{true};
+    std::atomic<uint64_t> logins_{0};
     std::optional<Open> open_;
     FileStamp dbStamp_;  // of the lock file, which every change of the database writes
     ObjectsPtr dbObjects_;

@@ -64,6 +64,23 @@ def tree():
     return {str(p): (p.stat().st_mode, hashlib.sha256(p.read_bytes()).hexdigest()) for p in pathlib.Path(HOME).rglob("*") if p.is_file()}
 
 
+@contextlib.contextmanager
+def held(path):
+    """The lock in the hands of a child."""
+    with open(path, "r+") as lock:
+        holder = os.fork()
+        if holder == 0:
+            fcntl.lockf(lock, fcntl.LOCK_EX)
+            time.sleep(60)
+            os._exit(0)
+        time.sleep(0.3)
+        try:
+            yield
+        finally:
+            os.kill(holder, signal.SIGKILL)
+            os.waitpid(holder, 0)
+
+
 def free_port():
     with socket.socket() as s:
         s.bind(("127.0.0.1", 0))
@@ -203,6 +220,67 @@ class Calls(unittest.TestCase):
         after = self.m.find(session, ck.CERTIFICATE)
         self.assertEqual((after[:1], len(after)), (before, 2))
         self.assertEqual([self.m.attribute(session, one, 0x86) for one in after], [(ck.OK, b"\0")] * 2)
+        lock = next(p for p in pathlib.Path(HOME).rglob("db.lck") if "rsa" in str(p).lower())
+        self.addCleanup(lock.write_bytes, lock.read_bytes())
+        with held(lock):
+            begun = time.monotonic()
+            self.assertEqual(self.m.FindObjectsInit(session, None, 0), ck.FUNCTION_FAILED)
+            self.assertLess(time.monotonic() - begun, 30)
+        lock.write_bytes(b"CRVMARK2\n")  # a change was cut off
+        left = tree()
+        self.m.must(self.m.Finalize(None))
+        self.m.must(self.m.Initialize(None))
+        session = self.opened("RSA")
+        self.assertEqual([len(self.m.find(session, kind)) for kind in (1, 2, 3)], [2, 1, 1])  # those of the file
+        self.assertEqual(tree(), left)
+
+    def test_a_list_that_cannot_be_read_keeps_its_tokens(self):
+        session, listed = self.opened("EC"), pathlib.Path("list.conf")
+        kept = listed.read_bytes()
+        self.addCleanup(listed.write_bytes, kept)
+        listed.unlink()
+        listed.mkdir()
+        self.assertEqual(self.m.labels(), self.slot)
+        listed.rmdir()
+        listed.write_bytes(b"no list")
+        self.assertEqual(self.m.labels(), self.slot)
+        listed.write_bytes(kept)
+        self.assertEqual((self.m.labels(), len(self.m.find(session, ck.PRIVATE_KEY))), (self.slot, 1))
+
+    def test_relative_paths_do_not_follow_the_process(self):
+        self.m.must(self.m.Finalize(None))
+        listed = os.environ["CRV_PROFILE_FILE"]
+        self.addCleanup(os.environ.update, CRV_PROFILE_FILE=listed)
+        self.addCleanup(os.chdir, HOME)
+        text = pathlib.Path(listed).read_text()
+        self.addCleanup(pathlib.Path(listed).write_text, text)
+        pathlib.Path(listed).write_text(text.replace(HOME + "/ec.p12", "ec.p12"))
+        os.environ["CRV_PROFILE_FILE"] = "list.conf"
+        self.m.must(self.m.Initialize(None))
+        os.chdir("/")
+        self.assertEqual(len(self.m.find(self.opened("EC"), ck.PRIVATE_KEY)), 1)
+
+    def test_nobody_stays_logged_in_without_a_session(self):
+        for pause in range(12):
+            session = self.m.open(self.slot["EC"])
+            thread = threading.Thread(target=self.m.login, args=(session, PIN))
+            thread.start()
+            time.sleep(pause / 500)
+            self.assertEqual(self.m.CloseSession(session), ck.OK)
+            thread.join()
+            session = self.m.open(self.slot["EC"])
+            self.assertEqual(self.m.find(session, ck.PRIVATE_KEY), [])
+            self.m.must(self.m.CloseSession(session))
+
+    def test_oaep_opens_what_openssl_closed(self):
+        session = self.opened("RSA")
+        for kind, mgf, name in (0x220, 1, "sha1"), (0x250, 2, "sha256"):
+            how = ck.mechanism(9, kind, mgf, 1, 0, 0)
+            closed = subprocess.run(["openssl", "pkeyutl", "-encrypt", "-certin", "-inkey", "rsa.pem", "-pkeyopt", "rsa_padding_mode:oaep",
+                                     "-pkeyopt", "rsa_oaep_md:" + name], input=b"secret", capture_output=True, check=True).stdout
+            for data, wanted in (closed, (ck.OK, b"secret")), (closed[:-1] + bytes([closed[-1] ^ 1]), (0x40, 4096)):
+                self.m.must(self.m.DecryptInit(session, byref(how), self.keys(session)[0]))
+                self.assertEqual(self.m.out(self.m.Decrypt, session, c_char_p(data), len(data)), wanted)
 
     def test_every_mechanism_signs_what_openssl_verifies(self):
         data = b"abc" * 100
@@ -252,6 +330,9 @@ class Calls(unittest.TestCase):
             (first(good, private), ck.OK), (first(good, private), ck.OPERATION_ACTIVE),
             (m.Sign(session, c_char_p(b"x" * 20), 20, None, byref(length)), ck.OK),
             (m.out(m.Sign, session, c_char_p(b"x" * 200), 200)[0], ck.DATA_LEN_RANGE), (first(good, private), ck.OK),
+            (m.Sign(session, None, 5, None, byref(length)), ck.ARGUMENTS_BAD), (first(good, private), ck.OK),
+            (m.DigestInit(session, byref(ck.mechanism(0x250))), ck.OK), (m.DigestUpdate(session, None, 5), ck.ARGUMENTS_BAD),
+            (m.DigestFinal(session, None, byref(c_ulong())), ck.OPERATION_NOT_INITIALIZED),
             (m.CloseSession(session), ck.OK), (m.CloseSession(session), ck.SESSION_HANDLE_INVALID)):
             self.assertEqual(hex(rv), hex(wanted))
         self.assertEqual(length.value, 64)
@@ -265,6 +346,8 @@ class Calls(unittest.TestCase):
         self.addCleanup(pathlib.Path("list.conf").write_text, listed)
         session, how = self.opened("EC", write=True), ck.mechanism(0x1041)
         begin = lambda: m.SignInit(session, byref(how), self.keys(session)[0])
+        self.assertEqual([m.Login(session, 1, c_char_p(PIN), 1 << 40), m.SetPIN(session, c_char_p(PIN), 10, c_char_p(PIN), 1 << 40)],
+                         [ck.PIN_INCORRECT, ck.PIN_LEN_RANGE])
         set_pin = lambda old, to: m.SetPIN(session, c_char_p(old), len(old), c_char_p(to), len(to))
         self.assertEqual([set_pin(PIN, p) for p in (b"Ab1", b"abcdefgh1", b"Ab1\0efgh", b"Abcdefg1" * 40)],
                          [ck.PIN_LEN_RANGE, ck.PIN_INVALID, ck.PIN_INVALID, ck.PIN_LEN_RANGE])
@@ -272,19 +355,11 @@ class Calls(unittest.TestCase):
         ctl("-p", "ec", "key", "generate", "--use", "decrypt", pin=new)  # operations go on, and the new key is there
         self.assertEqual(m.out(m.Sign, session, c_char_p(b"d" * 20), 20)[0], ck.OK)
         self.assertEqual(len(m.find(session, ck.PRIVATE_KEY)), 2)
-        with open("ec.p12.lck", "r+") as lock:  # held by this process's child
-            holder = os.fork()
-            if holder == 0:
-                fcntl.lockf(lock, fcntl.LOCK_EX)
-                time.sleep(60)
-                os._exit(0)
-            time.sleep(0.3)
+        with held("ec.p12.lck"):
             begun = time.monotonic()
             m.must(m.Logout(session))
             self.assertEqual(m.login(session, new), ck.FUNCTION_FAILED)
             self.assertGreater(time.monotonic() - begun, 4)
-            os.kill(holder, signal.SIGKILL)
-            os.waitpid(holder, 0)
         self.assertEqual(m.login(session, new), ck.OK)
         private = self.keys(session)[0]
         file.write_bytes(kept)  # it is under the old password
