@@ -222,6 +222,9 @@ class Calls(unittest.TestCase):
         self.assertEqual([self.m.attribute(session, one, 0x86) for one in after], [(ck.OK, b"\0")] * 2)
         lock = next(p for p in pathlib.Path(HOME).rglob("db.lck") if "rsa" in str(p).lower())
         self.addCleanup(lock.write_bytes, lock.read_bytes())
+        self.m.must(self.m.Finalize(None))
+        self.m.must(self.m.Initialize(None))
+        session = self.m.open(self.slot["RSA"])
         with held(lock):
             begun = time.monotonic()
             self.assertEqual(self.m.FindObjectsInit(session, None, 0), ck.FUNCTION_FAILED)
