@@ -1,4 +1,5 @@
 // Calls on the module, its slots and tokens.
+#include <algorithm>
 #include <cstring>
 
 #include "misc/utf8.h"
@@ -18,7 +19,7 @@ template <size_t Size>
 void put(unsigned char (&field)[Size], std::string_view text) {
     std::memset(field, ' ', Size);
     const std::string_view cut = cutText(text, Size);
-    std::memcpy(field, cut.data(), cut.size());
+    std::copy(cut.begin(), cut.end(), field);
 }
 
 bool locksAreOurs(const CK_C_INITIALIZE_ARGS& args) {

@@ -45,6 +45,9 @@ void* operator new(size_t size) {
     if (!block) throw std::bad_alloc();
     return block;
 }
+void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return std::malloc(size == 0 ? 1 : size);
+}
 void operator delete(void* block) noexcept {
     crv::heap_watch::giveBack(block);
 }
