@@ -25,6 +25,9 @@ long lengthOf(const Bytes& octets) {
 class Calls : public FileProfile {
   protected:
     Calls() { create(ctx_); }
+    ~Calls() override {
+        for (::CrvProfile* handle : handles_) crvFreeProfileAPI(&ctx_, handle);
+    }
 
     void logIn(const char* password = kFilePassword) {
         ASSERT_EQ(crvLoadProfileAPI(&ctx_, profileHandle()) % WCRV_GENERIC_WARNING, CRV_OK);
@@ -39,6 +42,7 @@ class Calls : public FileProfile {
     const ::CrvProfile* profileHandle() {
         ctx_.setProfile(nullptr);
         bound_ = crvCreateProfileAPI(&ctx_, CRVPROFILE_TYPE_PKCS12);
+        handles_.push_back(bound_);
         const std::pair<long, std::string> values[] = {{CRVPROFILE_ATTR_NAME, "Ala"},
                                                        {CRVPROFILE_ATTR_DB_TYPE, "corvane"},
                                                        {CRVPROFILE_ATTR_DB, dir_.file("db")},
@@ -106,6 +110,7 @@ class Calls : public FileProfile {
 
     CRVctx ctx_;
     ::CrvProfile* bound_ = nullptr;
+    std::vector<::CrvProfile*> handles_;
     const MadeCert root_ = makeCert({.subject = {{"CN", "Korzeń"}}, .extensions = caExtensions()});
 };
 
