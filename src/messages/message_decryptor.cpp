@@ -76,9 +76,10 @@ void SealedMessage::part(MessagePart part, ByteView encoding) {
         encryption_ = readContentEncryption(algorithm);
         result_.algorithm = algorithm.algorithm.name();
         const bool fits = encryption_ && isAuthenticated(encryption_->cipher) == (kind() == MessageKind::AuthEnveloped);
-        if (!fits)
+        if (!fits) {
             throw CrvApiException(ECRV_SYMALG,
                                   "the content is enciphered in a way that is unknown here: " + result_.algorithm);
+        }
     }
     if (part == MessagePart::Mac) {
         ASNoctstr mac;

@@ -129,7 +129,7 @@ void MessageReader::takeType(ByteView encoding) {
         typeKnown_ = true;
         return;
     }
-    throw CrvApiException(ECRV_NO_CRV_MSG, "the message is of another kind: " + std::string(type.name()));
+    throw CrvApiException(ECRV_NO_CRV_MSG, "the message is of another kind: " + type.name());
 }
 
 void MessageReader::whole(ByteView encoding) {

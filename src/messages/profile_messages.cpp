@@ -38,7 +38,7 @@ CertPtr ownRecipient(const KeyManager& keys) {
     CertPtr found = keys.encryptionCertificate();
     if (found && canReceive(*found)) return found;
     for (const StoredKey& stored : keys.keys()) {
-        const CertPtr one = keys.certificateOf(stored);
+        CertPtr one = keys.certificateOf(stored);
         if (one && canReceive(*one)) return one;
     }
     return found;  // the encryptor tells what is wrong with it

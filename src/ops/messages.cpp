@@ -176,9 +176,10 @@ SignResult signFile(Session& session, const SignFileOrder& order) {
         if (order.hash != KcHashAlgo::None) params.signers.front().hash = order.hash;
         if (order.claimTime) params.time = std::time(nullptr);
         if (!order.policy.empty()) params.policy = policyOf(session, order);
-        if (order.level != SignatureLevel::Basic)
+        if (order.level != SignatureLevel::Basic) {
             throw OpError(OpFault::ServerMissing, ECRV_TS_NO_SERVER_DEF,
                           "time stamps cannot be had yet; only level B can be made");
+        }
         if (order.level == SignatureLevel::LongTerm) addProofs(session, params);
         params.cosign = order.cosign;
         if (!order.detachedMessage.empty()) params.detachedMessage = importFile(order.detachedMessage);

@@ -72,7 +72,7 @@ FactsPtr PathBuilder::likelyIssuer(const CertificateFacts& certificate) const {
         if (found != trusted->second.end()) return *found;
     }
     for (const CertPtr& one : issuers_(*certificate.certificate))
-        if (const FactsPtr facts = one ? cache_.facts(one) : nullptr; facts && fits(facts)) return facts;
+        if (FactsPtr facts = one ? cache_.facts(one) : nullptr; facts && fits(facts)) return facts;
     return nullptr;
 }
 
