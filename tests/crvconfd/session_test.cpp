@@ -335,14 +335,14 @@ TEST_F(DataBaseScreen, CertificatesAreImportedInEveryFormOnceAndExportedButNotOv
 
 TEST_F(DataBaseScreen, AnImportStopsOnEscapeAndKeepsWhatItHas) {
     run("for i in 1 2 3 4 5 6 7 8; do cat user.crt user.crt > b; mv b user.crt; done; cp user.crt c; "
-        "for i in $(seq 400); do cat c; done > wiele.der");
+        "for i in $(seq 1500); do cat c; done > wiele.der");
     play({{"6) Usuń", "3"}, {"Podaj nazwę pliku z certyfikatami:", "~/wiele.der\r"}});
     screen->waitUntil("a count", [&] {
         return screen->shows("Trwa wczytywanie certyfikatów: ") && !screen->shows("certyfikatów: 0");
     });
     screen->send(keys::kEscapeTwice);
     screen->waitFor("certyfikatów. (przerwano)");
-    EXPECT_FALSE(screen->shows("Wczytano 102400")) << screen->row(23);
+    EXPECT_FALSE(screen->shows("Wczytano 384000")) << screen->row(23);
     screen->send(" ");
     expectCertificates(1);
 }
