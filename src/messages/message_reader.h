@@ -9,7 +9,7 @@
 
 namespace crv {
 
-/// The parts of a message, in the order of their encoding (RFC 5652 3, 5.1, 6.1; RFC 5083 2.1).
+/// What a message consists of, in the order of their encoding (RFC 5652 3, 5.1, 6.1; RFC 5083 2.1).
 enum class MessagePart : uint8_t {
     Whole,
     Type,

@@ -106,7 +106,7 @@ void MessageWriter::finish(const MessageFrame& frame, ByteView after) {
                         after);
     }
     if (!held_.empty()) putSegment(held_);
-    // Of the constructed string, its explicit tag and the part around it.
+    // Of the constructed string, its explicit tag and the element around it.
     put(ByteView(kEnds).first(frame.explicitContent ? 6 : 4));
     put(after);
     put(ByteView(kEnds).first(6));

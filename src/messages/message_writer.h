@@ -18,7 +18,7 @@ namespace crv {
 /// What stands around the content.
 struct MessageFrame {
     const KnownOid& type;
-    Bytes before;          ///< in the structure before the part with the content
+    Bytes before;          ///< in the structure before the element with the content
     Bytes innerHead;       ///< in that part before the content
     bool explicitContent;  ///< [0] EXPLICIT OCTET STRING, else [0] IMPLICIT
 };
@@ -31,7 +31,7 @@ class MessageWriter {
     MessageWriter(ContentSink sink, size_t mostHeld) : sink_(std::move(sink)), mostHeld_(mostHeld) {}
 
     void content(const MessageFrame& frame, ByteView piece);
-    /// `after`: what the structure has behind the part with the content.
+    /// `after`: what the structure has behind the element with the content.
     void finish(const MessageFrame& frame, ByteView after);
     /// A message without its content.
     void finishDetached(const MessageFrame& frame, ByteView after) { putWhole(frame, {}, after); }

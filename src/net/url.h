@@ -12,7 +12,7 @@ namespace crv {
 
 enum class UrlScheme { Other, Http, Https, Ldap, Ldaps, Ftp, File };
 
-/// The parts of a URL (RFC 3986 3) that rules look at.
+/// Components of a URL (RFC 3986 3) that rules look at.
 struct Url {
     UrlScheme scheme = UrlScheme::Other;
     bool hasLogin = false;  ///< user information stands before the host

@@ -1,4 +1,4 @@
-// The part of NetworkManager that fetches certificates, and what is asked for of servers.
+// NetworkManager fetches certificates; what is asked for of servers.
 #include <algorithm>
 #include <ctime>
 

@@ -1,4 +1,4 @@
-// The part of NetworkManager that fetches CRLs.
+// NetworkManager fetches CRLs.
 #include <algorithm>
 #include <ctime>
 
