@@ -161,7 +161,9 @@ std::vector<VerbRow> usageVerbs() {
     };
 }
 
-std::vector<VerbRow> serverVerbs() {
+namespace {
+
+std::vector<VerbRow> serverRowVerbs() {
     return {
         {"server",
          "list",
@@ -216,6 +218,11 @@ std::vector<VerbRow> serverVerbs() {
          serverMove,
          "let a server be asked first or last",
          {{"NAME", Server, nullptr}, {"PLACE", Choice, "first|last"}}},
+    };
+}
+
+std::vector<VerbRow> serverUseVerbs() {
+    return {
         {"server",
          "test",
          Needs::Keys,
@@ -243,6 +250,12 @@ std::vector<VerbRow> serverVerbs() {
          "let certificates and redirects lead to these places of the own net; an empty list to none",
          {{"PLACES", Text, nullptr}}},
     };
+}
+
+}  // namespace
+
+std::vector<VerbRow> serverVerbs() {
+    return join(serverRowVerbs(), serverUseVerbs());
 }
 
 std::vector<VerbRow> proxyVerbs() {

@@ -105,7 +105,9 @@ std::vector<VerbRow> storeVerbs() {
     };
 }
 
-std::vector<VerbRow> keyVerbs() {
+namespace {
+
+std::vector<VerbRow> keyMakingVerbs() {
     return {
         {"key",
          "list",
@@ -155,6 +157,11 @@ std::vector<VerbRow> keyVerbs() {
          join(join(kNewKeyOptions, {kSigned}), kRequestOptions),
          {},
          kOpen},
+    };
+}
+
+std::vector<VerbRow> keyKeepingVerbs() {
+    return {
         {"key",
          "delete",
          Needs::Keys,
@@ -190,6 +197,12 @@ std::vector<VerbRow> keyVerbs() {
          {},
          kOpen | kImportPasswordBit},
     };
+}
+
+}  // namespace
+
+std::vector<VerbRow> keyVerbs() {
+    return join(keyMakingVerbs(), keyKeepingVerbs());
 }
 
 std::vector<VerbRow> policyVerbs() {
