@@ -91,8 +91,8 @@ CK_FUNCTION_LIST& load(const char* path) {
     return *functions;
 }
 
-/// SHA256_RSA_PKCS signatures with the private key of the first slot's token.
-void signThrough(benchmark::State& state, CK_FUNCTION_LIST& module, std::string pin) {
+/// Signatures of 32 octets with the private key of the first slot's token.
+void signThrough(benchmark::State& state, CK_FUNCTION_LIST& module, std::string pin, CK_MECHANISM mechanism) {
     must(module.C_Initialize(nullptr) == CKR_OK, "C_Initialize");
     CK_SLOT_ID slots[8];
     CK_ULONG count = 8;
@@ -106,7 +106,6 @@ void signThrough(benchmark::State& state, CK_FUNCTION_LIST& module, std::string 
     must(module.C_FindObjectsInit(session, &wanted, 1) == CKR_OK, "C_FindObjectsInit");
     must(module.C_FindObjects(session, &key, 1, &count) == CKR_OK && count == 1, "C_FindObjects");
     must(module.C_FindObjectsFinal(session) == CKR_OK, "C_FindObjectsFinal");
-    CK_MECHANISM mechanism{CKM_SHA256_RSA_PKCS, nullptr, 0};
     std::array<uint8_t, 32> data{};
     std::array<uint8_t, 256> signature{};
     for (auto _ : state) {
@@ -117,16 +116,21 @@ void signThrough(benchmark::State& state, CK_FUNCTION_LIST& module, std::string 
     must(module.C_Finalize(nullptr) == CKR_OK, "C_Finalize");
 }
 
-void signModule(benchmark::State& state) {
+void throughModule(benchmark::State& state, CK_MECHANISM mechanism) {
     static CK_FUNCTION_LIST& module = load(CRV_MODULE);
     setenv("CRV_PROFILE_FILE", (Bench::instance().folder + "one.conf").c_str(), 1);
-    signThrough(state, module, std::string(kPin));
+    signThrough(state, module, std::string(kPin), mechanism);
 }
 
-void signSoftHsm(benchmark::State& state) {
+void throughSoftHsm(benchmark::State& state, CK_MECHANISM mechanism) {
     static CK_FUNCTION_LIST& module = load("/usr/lib/softhsm/libsofthsm2.so");
-    signThrough(state, module, "1234");
+    signThrough(state, module, "1234", mechanism);
 }
+
+CK_RSA_PKCS_PSS_PARAMS pss{CKM_SHA256, CKG_MGF1_SHA256, 32};
+constexpr CK_MECHANISM kPkcs1{CKM_SHA256_RSA_PKCS, nullptr, 0};
+/// The octets are the digest.
+const CK_MECHANISM kRawPss{CKM_RSA_PKCS_PSS, &pss, sizeof pss};
 
 void signLibcrypto(benchmark::State& state) {
     EVP_PKEY* key = Bench::instance().key;
@@ -141,9 +145,28 @@ void signLibcrypto(benchmark::State& state) {
     }
 }
 
+void signLibcryptoRawPss(benchmark::State& state) {
+    EVP_PKEY* key = Bench::instance().key;
+    std::array<uint8_t, 32> digest{};
+    std::array<uint8_t, 256> signature{};
+    for (auto _ : state) {
+        size_t length = signature.size();
+        EVP_PKEY_CTX* ctx = EVP_PKEY_CTX_new(key, nullptr);
+        must(EVP_PKEY_sign_init(ctx) == 1 && EVP_PKEY_CTX_set_rsa_padding(ctx, RSA_PKCS1_PSS_PADDING) == 1 &&
+                 EVP_PKEY_CTX_set_signature_md(ctx, EVP_sha256()) == 1 &&
+                 EVP_PKEY_CTX_set_rsa_pss_saltlen(ctx, 32) == 1,
+             "EVP_PKEY_sign_init");
+        must(EVP_PKEY_sign(ctx, signature.data(), &length, digest.data(), digest.size()) == 1, "EVP_PKEY_sign");
+        EVP_PKEY_CTX_free(ctx);
+    }
+}
+
 BENCHMARK(signLibcrypto)->Unit(benchmark::kMicrosecond)->Repetitions(5);
-BENCHMARK(signModule)->Unit(benchmark::kMicrosecond)->Repetitions(5);
-BENCHMARK(signSoftHsm)->Unit(benchmark::kMicrosecond)->Repetitions(5);
+BENCHMARK_CAPTURE(throughModule, pkcs1, kPkcs1)->Unit(benchmark::kMicrosecond)->Repetitions(5);
+BENCHMARK_CAPTURE(throughSoftHsm, pkcs1, kPkcs1)->Unit(benchmark::kMicrosecond)->Repetitions(5);
+BENCHMARK(signLibcryptoRawPss)->Unit(benchmark::kMicrosecond)->Repetitions(5);
+BENCHMARK_CAPTURE(throughModule, rawPss, kRawPss)->Unit(benchmark::kMicrosecond)->Repetitions(5);
+BENCHMARK_CAPTURE(throughSoftHsm, rawPss, kRawPss)->Unit(benchmark::kMicrosecond)->Repetitions(5);
 
 void slotsOfThousandProfiles(benchmark::State& state) {
     static CK_FUNCTION_LIST& module = load(CRV_MODULE);

@@ -36,6 +36,7 @@ class Watch {
 
     /// What fails of one profile does not keep the others from being looked at.
     void look(const std::string& name, ProfileMedia media) {
+        stopIfEnding();
         ListPlace place = run_.place;
         if (place.kind == AvailableProfiles::All && media == ProfileMedia::Common)
             place.kind = AvailableProfiles::Common;

@@ -68,7 +68,7 @@ KeyManagerResult KeyManager::readAdditionalTrustedCA() {
     if (path.empty()) return kKmOk;
     Bytes octets;
     bool missing = false;
-    const KeyManagerResult read = crv::readKeyFile(expandHome(path), octets, missing);
+    const KeyManagerResult read = readSecurityOctets(expandHome(path), octets, missing);
     if (missing) return kKmOk;
     if (read != kKmOk) return kKmRootsFormat;
 

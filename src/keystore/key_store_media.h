@@ -123,6 +123,6 @@ std::unique_ptr<KeyStoreMedia> makeMemoryMedia(ContextServices& context);
 
 /// The content of a regular file of at most `limit` octets; a longer one is cut behind that. kKmOpenFailed with
 /// `missing` when there is no such file; kKmReadFailed also for what is no regular file.
-[[nodiscard]] KeyManagerResult readKeyFile(const std::string& path, Bytes& octets, bool& missing);
+[[nodiscard]] KeyManagerResult readSecurityOctets(const std::string& path, Bytes& octets, bool& missing);
 
 }  // namespace crv

@@ -30,7 +30,7 @@ class DiskFileMedia final : public FileMedia {
     explicit DiskFileMedia(std::string path) : path_(std::move(path)) {}
 
     KeyManagerResult readFile(Bytes& octets, bool& missing) override {
-        const KeyManagerResult read = readKeyFile(path_, octets, missing);
+        const KeyManagerResult read = readSecurityOctets(path_, octets, missing);
         if (read != kKmOk) return read;
         if (auto before = octetsBeforeCutOff(path_, octets)) {
             octets = std::move(*before);
@@ -102,7 +102,7 @@ std::unique_ptr<KeyStoreMedia> makeFileMedia(ContextServices& context) {
     return std::make_unique<DiskFileMedia>(path);
 }
 
-KeyManagerResult readKeyFile(const std::string& path, Bytes& octets, bool& missing) {
+KeyManagerResult readSecurityOctets(const std::string& path, Bytes& octets, bool& missing) {
     // A name that leads to a pipe must not make the opening wait for a writer.
     const FileDescriptor fd(fileOps().open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     missing = !fd.valid() && errno == ENOENT;

@@ -3,8 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
-#include <span>
 
 #include "misc/file_ops.h"
 #include "misc/path.h"
@@ -16,8 +16,25 @@ namespace crv {
 namespace {
 
 constexpr char kModuleName[] = "libcorvane-pkcs11.so";
-/// Where p11-kit looks for files that name modules (pkcs11.conf(5)).
-constexpr const char* kModuleFolders[] = {"~/.config/pkcs11/modules", "/etc/pkcs11/modules", CRV_P11KIT_FILES};
+/// The user's files for p11-kit (its p11_path_expand: an empty XDG_CONFIG_HOME is none).
+std::string userFolder() {
+    const char* config = std::getenv("XDG_CONFIG_HOME");
+    return (config && *config ? std::string(config) : expandHome("~/.config")) + "/pkcs11/modules";
+}
+
+/// Where p11-kit looks for files that name modules (pkcs11.conf(5)); for the superuser it leaves the user's alone.
+std::vector<std::string> moduleFolders() {
+    std::vector<std::string> folders{"/etc/pkcs11/modules", CRV_P11KIT_FILES};
+    if (::geteuid() != 0) folders.insert(folders.begin(), userFolder());
+    return folders;
+}
+
+/// A word of a shell's command line.
+std::string shellWord(std::string_view word) {
+    std::string text = "'";
+    for (const char c : word) text += c == '\'' ? "'\\''" : std::string(1, c);
+    return text + "'";
+}
 
 /// The path that a p11-kit file names, when it is a module of this name; else empty.
 std::string moduleOf(const std::string& file) {
@@ -37,21 +54,24 @@ std::string moduleOf(const std::string& file) {
     return {};
 }
 
-/// The first file that names the module, with the module's path.
+/// The first file whose module is there, with its path; those before whose module is not.
 void findRegistration(ModuleStatus& status) {
-    // For the superuser p11-kit leaves the user's files alone.
-    const bool all = ::geteuid() != 0;
-    status.folder = kModuleFolders[all ? 0 : 1];
-    for (const char* folder : std::span(kModuleFolders).subspan(all ? 0 : 1)) {
-        const std::string path = expandHome(folder);
+    for (const std::string& folder : moduleFolders()) {
         std::vector<std::string> names;
-        if (fileOps().list(path, names) != 0) continue;
+        if (fileOps().list(folder, names) != 0) continue;
         std::ranges::sort(names);
         for (const std::string& name : names) {
-            const std::string file = path + "/" + name;
+            const std::string file = folder + "/" + name;
             if (!name.ends_with(".module")) continue;
-            status.library = moduleOf(file);
-            if (!status.library.empty()) return void(status.registration = file);
+            std::string library = moduleOf(file);
+            if (library.empty()) continue;
+            if (!fileExists(library)) {
+                status.stale.push_back(file);
+                continue;
+            }
+            status.library = std::move(library);
+            status.registration = file;
+            return;
         }
     }
 }
@@ -59,8 +79,11 @@ void findRegistration(ModuleStatus& status) {
 std::string installedModule() {
     std::string own;
     if (fileOps().readlink("/proc/self/exe", own) == 0) {
-        const auto beside = std::filesystem::path(own).parent_path().parent_path() / "lib" / kModuleName;
-        if (fileExists(beside.string())) return beside.string();
+        const auto folder = std::filesystem::path(own).parent_path();
+        for (const char* way : {"../lib", CRV_MODULE_FROM_PROGRAM}) {
+            const auto path = (folder / way / kModuleName).lexically_normal();
+            if (fileExists(path.string())) return path.string();
+        }
     }
     return std::string(CRV_MODULE_FOLDER "/") + kModuleName;
 }
@@ -74,7 +97,12 @@ void demandModule(P11Result result, const std::string& path) {
 ModuleStatus moduleStatus() {
     ModuleStatus status;
     findRegistration(status);
-    if (status.library.empty()) status.library = installedModule();
+    if (status.registration.empty()) {
+        status.library = installedModule();
+        const std::string folder = shellWord(moduleFolders().front());
+        status.remedy = "mkdir -p " + folder + " && echo " + shellWord("module: " + status.library) + " > " + folder +
+                        "/corvane.module";
+    }
     if (!fileExists(status.library)) throw OpError(OpFault::FileMissing, status.library);
     PKCS11Device device;
     demandModule(device.initLibMap(status.library, true), status.library);

@@ -8,6 +8,8 @@ namespace crv::p11 {
 namespace {
 
 constexpr size_t kSerialOctets = 8;
+/// How long a database that another program changes is waited for.
+constexpr std::chrono::seconds kDatabaseWait{2};
 
 }  // namespace
 
@@ -108,9 +110,16 @@ void Token::refreshDatabase() {
         dbObjects_ = makeCertificates(readDatabase(profile_), dbObjects_.get());
     } catch (const Refusal& refusal) {
         // The keys do not need it: what was read of it stays until it changes.
-        if (refusal.rv == kBusy) throw;
+        const bool busy = refusal.rv == kBusy;
+        const auto moment = std::chrono::steady_clock::now();
+        if (busy && !dbBusySince_) dbBusySince_ = moment;
+        if (busy && moment - *dbBusySince_ < kDatabaseWait) throw;
         if (!dbObjects_) dbObjects_ = std::make_shared<const TokenObjects>();
+        // One that is busy yet is looked at again by the next call, which does not wait for it.
+        dbStamp_ = busy ? FileStamp() : now;
+        return;
     }
+    dbBusySince_.reset();
     dbStamp_ = now;
 }
 

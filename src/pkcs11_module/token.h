@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -76,6 +77,7 @@ class Token {
     std::optional<Open> open_;
     FileStamp dbStamp_;  // of the lock file, which every change of the database writes
     ObjectsPtr dbObjects_;
+    std::optional<std::chrono::steady_clock::time_point> dbBusySince_;
 };
 
 }  // namespace crv::p11

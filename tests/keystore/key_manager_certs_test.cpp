@@ -162,6 +162,8 @@ TEST_F(KeyManagerCertsTest, ASignedConfigurationMustVerify) {
         create();
         writeSigned(session, signer, content);
         ASSERT_EQ(session.login(), result);
+        Session reader(path);
+        EXPECT_EQ(reader.keys.loadKey(SecretText(kPassword)), result) << "whoever only reads asks no less";
         EXPECT_TRUE(result == kKmOk || session.create() == kKmWriteFailed) << "a file that is not ours to replace";
     }
     EXPECT_EQ(session.record().getIntOpt(kOptConnectTimeout), 99);

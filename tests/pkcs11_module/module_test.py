@@ -22,7 +22,7 @@ import cryptoki as ck
 
 CRVCTL, MODULE = (os.path.realpath(a) for a in sys.argv[1:3])
 CHILD = sys.argv[3:]  # what a process of this test is to do, started by itself
-PIN = bytes(10) if CHILD == ["wipe"] else b"-".join([b"Haslo", b"1234"])  # not in the memory that is looked through
+PIN = bytes(10) if CHILD[:1] == ["wipe"] else b"-".join([b"Haslo", b"1234"])  # not in the memory that is looked through
 URL = "pkcs11:token=%s;object=%s;type=%s"
 
 
@@ -111,6 +111,37 @@ class Programs(unittest.TestCase):
     def test_crvctl_tells_what_the_module_shows(self):
         told = json.loads(ctl("--json", "module", "status"))["result"]
         self.assertEqual([t["label"] for t in told["items"]], ["DSA", "EC", "RSA"])
+
+    def test_crvctl_tells_how_p11_kit_finds_the_module(self):
+        root = pathlib.Path(tempfile.mkdtemp())  # an installation that was moved, for a user who is not the superuser
+        self.addCleanup(shutil.rmtree, root)
+        for source, place in (CRVCTL, "bin"), (MODULE, "lib"):
+            (root / place).mkdir()
+            shutil.copy(source, root / place)
+        root.chmod(0o755)
+        user = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"] if os.geteuid() == 0 else []
+        module, home, other = (str(root / name) for name in ("lib/libcorvane-pkcs11.so", "home", "set by\tXDG"))
+        for folder, env, text, registered, warned in (
+            (home + "/.config", {}, None, False, "mkdir -p"),
+            (home + "/.config", {"XDG_CONFIG_HOME": ""}, "# x\nmodule: %s \n" % module, True, ""),
+            (other, {"XDG_CONFIG_HOME": other}, None, False, "mkdir -p"),
+            (other, {"XDG_CONFIG_HOME": other}, "module: %s\n" % module, True, ""),
+            (other, {"XDG_CONFIG_HOME": other}, "module: /gone/libcorvane-pkcs11.so\n", False, "names a module that is not there")):
+            file = pathlib.Path(folder, "pkcs11/modules/corvane.module")
+            shutil.rmtree(folder, ignore_errors=True)
+            if text:
+                file.parent.mkdir(parents=True)
+                file.write_text(text)
+            done = subprocess.run([*user, str(root / "bin/crvctl"), "--json", "module", "status"], capture_output=True, timeout=60, text=True,
+                                  env={"HOME": home, "CRV_PROFILE_FILE": str(root / "none"), "PATH": os.environ["PATH"], **env})
+            answer = json.loads(done.stdout)
+            told = answer["result"]
+            self.assertEqual((told["library"], told["registration"]), (module, str(file) if registered else ""))
+            self.assertEqual(bool(answer["warnings"]), not registered)
+            self.assertIn(warned, "".join(answer["warnings"]))
+            if warned == "mkdir -p":  # the command does what it says
+                run("sh", "-c", answer["warnings"][0].split(": ", 1)[1])
+                self.assertEqual(file.read_text(), "module: %s\n" % module)
 
     def test_gnutls_lists_and_signs(self):
         said = run("p11tool", "--provider", MODULE, "--login", "--list-all", "pkcs11:token=RSA")
@@ -224,11 +255,12 @@ class Calls(unittest.TestCase):
         self.addCleanup(lock.write_bytes, lock.read_bytes())
         self.m.must(self.m.Finalize(None))
         self.m.must(self.m.Initialize(None))
-        session = self.m.open(self.slot["RSA"])
-        with held(lock):
+        session = self.opened("RSA")
+        with held(lock):  # the keys do not wait for it more than once
             begun = time.monotonic()
-            self.assertEqual(self.m.FindObjectsInit(session, None, 0), ck.FUNCTION_FAILED)
-            self.assertLess(time.monotonic() - begun, 30)
+            self.assertEqual([len(self.m.find(session, kind)) for kind in (1, 2, 3, 1, 2, 3)], [2, 1, 1] * 2)
+            self.assertLess(time.monotonic() - begun, 4)
+        self.assertEqual(len(self.m.find(session, ck.CERTIFICATE)), 3)
         lock.write_bytes(b"CRVMARK2\n")  # a change was cut off
         left = tree()
         self.m.must(self.m.Finalize(None))
@@ -309,8 +341,9 @@ class Calls(unittest.TestCase):
                     options = ["-sigopt", "rsa_padding_mode:pss"] if kind in pss else []
                     pathlib.Path("sig").write_bytes(parts)
                     run("openssl", "dgst", "-" + digest, "-verify", "RSA.pub", *options, "-signature", "sig", stdin=None, input=data)
-            raw = ck.mechanism({"RSA": 1, "EC": 0x1041, "DSA": 0x11}[label])
-            self.assertEqual(self.m.verify(session, public, raw, b"d" * 20, self.m.sign(session, private, raw, b"d" * 20)), ck.OK)
+            for raw in {"RSA": [(1,), (0x0D, 0x220, 1, 20)], "EC": [(0x1041,)], "DSA": [(0x11,)]}[label]:
+                how = ck.mechanism(*raw)
+                self.assertEqual(self.m.verify(session, public, how, b"d" * 20, self.m.sign(session, private, how, b"d" * 20)), ck.OK)
 
     def test_wrong_calls_have_their_answers(self):
         m, session = self.m, self.opened("EC")
@@ -403,25 +436,26 @@ class Calls(unittest.TestCase):
             stop.set()
             thread.join()
 
-    def test_log_out_leaves_no_secret_behind(self):
+    def test_the_end_of_a_log_in_leaves_no_secret_behind(self):
         words = ["openssl", "pkcs12", "-in", "rsa.p12", "-nocerts", "-nodes", "-passin", "env:P"]  # it stops behind the key, at other bags
         key = subprocess.run(words, capture_output=True).stdout
         numbers = run("openssl", "rsa", "-text", "-noout", stdin=None, input=key)
         prime = bytes.fromhex("".join(numbers.split("prime1:")[1].split("prime2:")[0].replace(":", "").split())).lstrip(b"\0")
         secrets = [PIN, PIN.decode().encode("utf-16-be"), prime, prime[::-1]]
         env = {k: v for k, v in os.environ.items() if PIN.decode() not in v}
-        child = subprocess.Popen([sys.executable, __file__, CRVCTL, MODULE, "wipe"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, env=env)
-        child.stdin.write(PIN)
-        child.stdin.flush()
-        self.assertEqual(child.stdout.readline(), b"in\n")
-        self.assertIn(True, [s in memory_of(child.pid) for s in secrets[2:]])
-        self.assertIn(PIN, memory_of(child.pid))
-        child.stdin.write(b"x")
-        child.stdin.flush()
-        self.assertEqual(child.stdout.readline(), b"out\n")
-        self.assertEqual([s in memory_of(child.pid) for s in secrets], [False] * 4)
-        child.communicate(b"x")
-        self.assertEqual(child.returncode, 0)
+        for end in "Logout", "CloseAllSessions", "Finalize":
+            child = subprocess.Popen([sys.executable, __file__, CRVCTL, MODULE, "wipe", end], stdin=subprocess.PIPE, stdout=subprocess.PIPE, env=env)
+            child.stdin.write(PIN)
+            child.stdin.flush()
+            self.assertEqual(child.stdout.readline(), b"in\n")
+            self.assertIn(True, [s in memory_of(child.pid) for s in secrets[2:]])
+            self.assertIn(PIN, memory_of(child.pid))
+            child.stdin.write(b"x")
+            child.stdin.flush()
+            self.assertEqual(child.stdout.readline(), b"out\n")
+            self.assertEqual([s in memory_of(child.pid) for s in secrets], [False] * 4, end)
+            child.communicate(b"x")
+            self.assertEqual(child.returncode, 0)
 
 
 def memory_of(pid):
@@ -457,21 +491,22 @@ def sign_much(m, slot):
     return faults
 
 
-def child(what):
+def child(what, end=None):
     m = ck.Module(MODULE)
     m.must(m.Initialize(None))
     if what == "sign":
         sys.exit(1 if sign_much(m, m.labels()["EC"]) else 0)
     pin = (ctypes.c_char * len(PIN))()
     os.readv(0, [pin])
-    session, how = m.open(m.labels()["RSA"]), ck.mechanism(0x40)
+    slot, how = m.labels()["RSA"], ck.mechanism(0x40)
+    session = m.open(slot)
     m.must(m.Login(session, 1, pin, len(PIN)))
     ctypes.memset(pin, 0, len(PIN))
     m.sign(session, m.find(session, ck.PRIVATE_KEY)[0], how, b"abc")
     m.must(m.SignInit(session, byref(how), m.find(session, ck.PRIVATE_KEY)[0]))
     print("in", flush=True)
     os.read(0, 1)
-    m.must(m.Logout(session))
+    m.must(getattr(m, end)({"Logout": session, "CloseAllSessions": slot, "Finalize": None}[end]))
     print("out", flush=True)
     os.read(0, 1)
 
