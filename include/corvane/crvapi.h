@@ -212,12 +212,15 @@ typedef struct CrvSrvParams {
     const char* ca_dn_utf8; /* the same for display */
     long period_seconds;    /* how often a CRL is fetched; 0: when needed */
     int win_auth;           /* log in with the system's own credentials */
+    long tls;               /* CRVSRV_TLS_ value; crvUpdateSrvAPI leaves it as it is for a structure without it */
 } CrvSrvParams;
 
 /* ECRV_SRV_EXIST: the name is taken. ECRV_SRV_NOT_FND: no server of the name. ECRV_API_INV_PAR: a null name, a value
  * out of range, a text that is no UTF-8, a ca_dn that is no name; the text says which. */
 CRV_API int crvAddSrvAPI(CRVctx* ctx, CrvProfile* profile, const CrvSrvParams* server);
 CRV_API int crvUpdateSrvAPI(CRVctx* ctx, CrvProfile* profile, const CrvSrvParams* server);
+/* Of the profile that the context works with, what the database knows of the server's imports and fetches goes, too;
+ * ECRV_DB when it cannot be changed: the server is gone from the profile all the same. */
 CRV_API int crvDelSrvAPI(CRVctx* ctx, CrvProfile* profile, const char* name);
 CRV_API int crvFindSrvAPI(CRVctx* ctx, const CrvProfile* profile, const char* name, CrvSrvParams* server);
 CRV_API int crvMoveSrvFirstAPI(CRVctx* ctx, CrvProfile* profile, const char* name);

@@ -1,4 +1,6 @@
 // Calls on the servers and the proxy of a profile.
+#include <cstddef>
+
 #include "api/api_frame.h"
 #include "api/handles.h"
 #include "asn/x509/distinguished_name.h"
@@ -38,6 +40,7 @@ SrvParams fromC(const CrvSrvParams* given) {
     params.caDnUtf8 = textIn(server.ca_dn_utf8);
     params.periodSeconds = server.period_seconds;
     params.winAuth = server.win_auth != 0;
+    params.tls = server.tls;
     return params;
 }
 
@@ -56,7 +59,8 @@ void toC(const SrvParams& params, CrvSrvParams* server) {
                              static_cast<long>(params.caDn.size()),
                              params.caDnUtf8.c_str(),
                              params.periodSeconds,
-                             params.winAuth};
+                             params.winAuth,
+                             params.tls};
     handOut(whole, server);
 }
 
@@ -82,10 +86,17 @@ int crvGetServerIteratorInt(ServerIterator found, long* count, CrvServerIterator
     return CRV_OK;
 }
 
-/// What the call's structure has no place for stays as it was.
-void keepUnshown(const SrvParams& old, SrvParams& params) {
+/// What the caller's structure has no place for stays as it was.
+void keepUnshown(const CrvSrvParams& given, const SrvParams& old, SrvParams& params) {
     params.others = old.others;
-    params.tls = old.tls;
+    if (given.size < static_cast<long>(offsetof(CrvSrvParams, tls) + sizeof given.tls)) params.tls = old.tls;
+}
+
+/// The database of the context's own profile forgets a server; one that is missing knows of none.
+int forgetServer(CRVctx* ctx, const crv::CrvProfile& profile, const std::string& name) {
+    const crv::CrvProfile* own = ctx->configurationManager.profile();
+    if (!own || own->name() != profile.name() || ctx->dbManager.isDbCreated() != DbState::Complete) return CRV_OK;
+    return ctx->dbManager.delSrv(name) ? CRV_OK : ECRV_DB;
 }
 
 /// Runs a change of a profile.
@@ -110,13 +121,19 @@ int crvAddSrvAPI(CRVctx* ctx, ::CrvProfile* profile, const CrvSrvParams* server)
 int crvUpdateSrvAPI(CRVctx* ctx, ::CrvProfile* profile, const CrvSrvParams* server) {
     return change(ctx, profile, [&](crv::CrvProfile& record) {
         SrvParams params = fromC(server), old;
-        if (record.findSrv(params.name, &old)) keepUnshown(old, params);
+        if (record.findSrv(params.name, &old)) keepUnshown(*server, old, params);
         record.updateSrv(params);
     });
 }
 
 int crvDelSrvAPI(CRVctx* ctx, ::CrvProfile* profile, const char* name) {
-    return change(ctx, profile, [&](crv::CrvProfile& record) { record.delSrv(needed(name)); });
+    return apiFrame(ctx, [&] {
+        demand(profile);
+        SrvParams server;
+        const bool known = profile->record->findSrv(needed(name), &server);
+        profile->record->delSrv(needed(name));
+        return known ? forgetServer(ctx, *profile->record, server.name) : CRV_OK;
+    });
 }
 
 int crvFindSrvAPI(CRVctx* ctx, const ::CrvProfile* profile, const char* name, CrvSrvParams* server) {

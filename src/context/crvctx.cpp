@@ -59,6 +59,7 @@ CRVctx::CRVctx() {
     revocationManager.init(certificateManager);
     dbManager.init([this] { return databaseOf(configurationManager.profile()); });
     networkManager.init(state, certificateManager, revocationManager);
+    networkManager.setOwnCertificates([this] { return keyManager.userCerts(); });
 }
 
 CRVctx::~CRVctx() {

@@ -153,9 +153,10 @@ std::vector<VerbRow> movingVerbs() {
          certPurge,
          "remove expired certificates from the database",
          {},
-         {{"now", Time, "TIME", "what the time is, instead of the question whether the clock is right"}},
+         {{"now", Time, "TIME", "what the time is, instead of the question whether the clock is right"},
+          {"offline", Flag, nullptr, "do not compare the clock with a time stamp"}},
          {{"removed", "number", "Removed"}, {"remaining", "number", "Remaining"}},
-         0},
+         kOpen},
     };
 }
 

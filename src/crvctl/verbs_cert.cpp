@@ -1,5 +1,6 @@
 // Verbs on certificates: those of the database and the user, and trust points.
 #include <algorithm>
+#include <cstdlib>
 #include <ctime>
 
 #include "asn/x509/signed_certificate.h"
@@ -303,7 +304,37 @@ void certDelete(Run& run) {
     if (id == 0 || !database.setCrtId(id) || !database.get(shown) || !database.deleteCert()) session.failDatabase();
 }
 
+namespace {
+
+/// What a time stamp says of the clock; empty when that is right, or nobody can say.
+std::string clockDoubt(Run& run) {
+    constexpr const char* kNotCompared = "the clock was not compared with a time stamp";
+    const auto servers = run.profile().profile->getServerIterator(CRVSRV_USAGE_TIME_STAMP).servers;
+    if (servers.empty() || run.call.has("offline") || run.call.has("now")) return {};
+    try {
+        Session session = openForNetwork(run);
+        TimeStampFacts stamp;
+        const NetReport report = session.context().networkManager.timeStampTest(servers.front(), goesOn, stamp);
+        stopIfEnding();
+        if (report.code != 0) {
+            run.out.warn(kNotCompared, report.url + " " + report.cause);
+        } else if (std::abs(stamp.difference) > kMostClockDifference) {
+            const std::string about = std::get<std::string>(timeOf(stamp.genTime).held);
+            run.out.warn("the clock differs from a time stamp by more than five minutes", about);
+            return " (" + servers.front().name + ": " + about + ")";
+        }
+    } catch (const OpError& error) {
+        // The trust points, to which the stamp's signature must lead, are in the key store.
+        if (error.fault() != OpFault::SecretMissing) throw;
+        run.out.warn(kNotCompared, error.what());
+    }
+    return {};
+}
+
+}  // namespace
+
 void certPurge(Run& run) {
+    const std::string doubt = clockDoubt(run);
     Session session = openDatabase(run);
     const auto now = run.call.value("now");
     const int64_t time = now ? timeFrom(*now) : std::time(nullptr);
@@ -313,7 +344,7 @@ void certPurge(Run& run) {
         expired += end && *end < time;
         return true;
     });
-    if (!now) run.confirm("Is this the right time?", std::get<std::string>(timeOf(time).held));
+    if (!now) run.confirm("Is this the right time?", std::get<std::string>(timeOf(time).held) + doubt);
     run.out.change("purge", "certificates", std::to_string(expired));
     if (run.mode.dryRun) return;
     CrtStore::Removed removed;
@@ -342,10 +373,12 @@ void certVerify(Run& run) {
     }
     // The network tells of the present only.
     if (options.revocation == RevocationCheck::Required && !run.call.has("offline") && !run.call.has("at")) {
-        for (const NetReport& report : session.context().networkManager.refreshStatus(certificate, extra, goesOn))
+        session.unlock();
+        for (const NetReport& report :
+             session.context().networkManager.refreshStatus(certificate, extra, StatusAsking::WhatIsMissing, goesOn))
             if (report.code != 0) run.out.warn("not fetched", report.url + " " + report.cause);
         for (const Bytes& one : session.context().networkManager.netStoreCerts()) extra.push_back(makeCert(one));
-        storeFetched(run, session);
+        session.storeFetched();
         options.time = std::time(nullptr);
     }
     const auto verdict = session.context().certificateManager.buildPath(certificate, options, extra);

@@ -34,22 +34,18 @@ bool goesOn(const FetchProgress&) {
     return !processEnding();
 }
 
-void storeFetched(Run& run, Session& session) {
-    stopIfEnding();
-    if (run.mode.dryRun) return session.context().networkManager.clearNetStore();
-    NetworkManager& network = session.context().networkManager;
-    if (network.netStoreCerts().empty() && network.netStoreCrls().empty()) return;
-    session.demandDatabase();
-    session.context().moveFromNetStoreToDB();
-    if (!session.context().state.warnings.empty()) session.failDatabase();
+Session openForNetwork(const Run& run) {
+    Session session = openReading(run);
+    session.unlock();
+    return session;
 }
 
 void crlRefresh(Run& run) {
-    Session session = openReading(run);
+    Session session = openForNetwork(run);
     session.demandDatabase();
     const NetReports reports =
         session.context().networkManager.fetchCrls(authoritiesOf(run, session), run.call.has("due"), goesOn);
-    storeFetched(run, session);
+    session.storeFetched();
     for (const NetReport& report : reports) {
         Fields fields = reportFields(report);
         fields.emplace(fields.begin(), "authority", report.name);
@@ -62,11 +58,11 @@ void crlRefresh(Run& run) {
 void certFetch(Run& run) {
     const CertQuery query{run.call.value("email").value_or(""), run.call.value("name").value_or("")};
     if (query.email.empty() == query.name.empty()) throw CallError("missing", "--email, --name");
-    Session session = openReading(run);
+    Session session = openForNetwork(run);
     session.demandDatabase();
     CertList found;
     const NetReport report = session.context().networkManager.fetchCerts(query, goesOn, found);
-    storeFetched(run, session);
+    session.storeFetched();
     for (auto& [key, value] : reportFields(report)) run.out.field(key, value);
     for (const CertPtr& one : found) {
         run.out.item(certFields(*one, run.call.has("der")));
@@ -77,7 +73,7 @@ void certFetch(Run& run) {
 
 void serverTest(Run& run) {
     const std::string name = run.call.operand(0);
-    Session session = openReading(run);
+    Session session = openForNetwork(run);
     SrvParams server;
     if (!session.profile().findSrv(name, &server)) throw OpError(OpFault::ServerMissing, name);
     std::optional<TimeStampFacts> stamp;

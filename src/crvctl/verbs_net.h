@@ -8,7 +8,7 @@ namespace crv::ctl {
 
 /// Goes on as long as nobody asks the process to end.
 bool goesOn(const FetchProgress& progress);
-/// Moves what was fetched into the databases; in a dry run it is dropped.
-void storeFetched(Run& run, Session& session);
+/// Opens the key store for reading and gives its lock back: nobody is to wait for the network with a change of theirs.
+[[nodiscard]] Session openForNetwork(const Run& run);
 
 }  // namespace crv::ctl

@@ -55,6 +55,8 @@ class CrtStore {
     virtual void setNetCertTime(const std::string& name) = 0;
     /// Seconds since 1970, 0 for an unknown name.
     virtual int64_t getNetCertTime(const std::string& name) = 0;
+    /// Forgets a time; nothing to do for an unknown name.
+    virtual void removeNetCertTime(const std::string& name) = 0;
 
     struct Removed {
         size_t removed = 0;

@@ -297,6 +297,14 @@ void DbCrtCrv::makeNetCertTime() {
     static_cast<void>(syncFolder(directory_));
 }
 
+void DbCrtCrv::removeNetCertTime(const std::string& name) {
+    if (getNetCertTime(name) == 0) return;
+    const DbGuard guard(*lock_, kExclusiveLock);
+    const Use use(*this, kExclusiveLock, {Tb::kNetCertTime});
+    tables_.removeSide(Tb::kNetCertTime, std::string(keyText(name)));
+    tables_.finishChange(sync());
+}
+
 void DbCrtCrv::setNetCertTime(const std::string& name) {
     if (name.size() > kMaxNetCertName)
         throw StoreError(StoreCause::Refused, "DbCrtCrv::setNetCertTime. Za dluga nazwa");

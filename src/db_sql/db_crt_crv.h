@@ -31,6 +31,7 @@ class DbCrtCrv final : public CrtStore {
     size_t count() override;
     void setNetCertTime(const std::string& name) override;
     int64_t getNetCertTime(const std::string& name) override;
+    void removeNetCertTime(const std::string& name) override;
     Removed removeCerts(const Expired& expired) override;
     void setSync(bool on) override;
 

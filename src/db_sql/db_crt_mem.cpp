@@ -133,6 +133,8 @@ size_t DbCrtMem::count() {
 
 void DbCrtMem::setNetCertTime(const std::string&) {}
 
+void DbCrtMem::removeNetCertTime(const std::string&) {}
+
 int64_t DbCrtMem::getNetCertTime(const std::string&) {
     return 0;
 }

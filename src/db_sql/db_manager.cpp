@@ -194,6 +194,15 @@ bool DbManager::getNetCertTime(const std::string& name, int64_t& time) {
     return run("getNetCertTime", [&](DbConnection& db) { time = db.crts().getNetCertTime(name); });
 }
 
+std::string crlTimeName(const std::string& server) {
+    return "CRL:" + server;
+}
+
+bool DbManager::delSrv(const std::string& name) {
+    return inSrv("delSrv", &SrvStore::delSrv, name) &&
+           run("delSrv", [&](DbConnection& db) { db.crts().removeNetCertTime(crlTimeName(name)); });
+}
+
 CrlInsert DbManager::insertCrl(ByteView der, bool verified) {
     CrlInsert result = CrlInsert::Failed;
     (void)run("insertCrl", [&](DbConnection& db) { result = db.crls().insertCrl(der, verified); });

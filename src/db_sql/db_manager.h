@@ -19,6 +19,9 @@ enum class DbStep {
     Failed  ///< as for every other operation
 };
 
+/// The name under which the time of the last fetch of CRLs from a server is remembered.
+[[nodiscard]] std::string crlTimeName(const std::string& server);
+
 /// One per library context; used by one thread at a time. Hides what kind the database is.
 ///
 /// No operation throws. An exception of the store is written to the log ("Wyjatek w funkcji: DbManager::" name "()" and
@@ -98,7 +101,8 @@ class DbManager {
     bool getCrlIndex(CrlIndex& index) { return inCrl("getCrlIndex", &CrlStore::getCrlIndex, index); }
     bool getCrlByFileNum(long number, Bytes& der);
 
-    bool delSrv(const std::string& name) { return inSrv("delSrv", &SrvStore::delSrv, name); }
+    /// Forgets the import number of a server and when its CRLs were fetched.
+    bool delSrv(const std::string& name);
     bool getLastImportNr(const std::string& name, long& number);
     bool setLastImportNr(const std::string& name, long number) {
         return inSrv("setLastImportNr", &SrvStore::setLastImportNr, name, number);

@@ -52,6 +52,8 @@ struct FetchRequest {
     uint64_t connectTime = 30'000;
     uint64_t totalTime = 30'000;
     uint64_t stallTime = 30'000;  ///< below 100 octets a second for so long is a time-out
+
+    friend bool operator==(const FetchRequest&, const FetchRequest&) = default;
 };
 
 struct FetchResult {

@@ -1,7 +1,6 @@
 #include "net/fetch_scheduler.h"
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <exception>
 #include <system_error>
@@ -9,8 +8,6 @@
 namespace crv {
 
 namespace {
-
-constexpr std::chrono::milliseconds kProgressStep{100};
 
 int64_t monotonicSeconds() {
     return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now().time_since_epoch())
@@ -23,18 +20,22 @@ std::string placeOf(const FetchRequest& request) {
     return url.host + ":" + std::to_string(url.port);
 }
 
-/// Outcomes that say nothing against the server itself.
-bool isServersFault(FetchOutcome outcome) {
+/// What an outcome says of the server.
+enum class Says { Nothing, Works, Fails };
+
+Says saysOfServer(FetchOutcome outcome) {
     switch (outcome) {
         case FetchOutcome::Done:
         case FetchOutcome::NotFound:
+            return Says::Works;
+        case FetchOutcome::Socket:
         case FetchOutcome::Refused:
         case FetchOutcome::Cancelled:
         case FetchOutcome::NoHelper:
         case FetchOutcome::HelperDied:
-            return false;
+            return Says::Nothing;
         default:
-            return true;
+            return Says::Fails;
     }
 }
 
@@ -61,9 +62,11 @@ FailedHosts& FailedHosts::instance() {
     return one;
 }
 
-void FailedHosts::note(const FetchRequest& request, bool good) {
+void FailedHosts::note(const FetchRequest& request, FetchOutcome outcome) {
+    const Says says = saysOfServer(outcome);
+    if (says == Says::Nothing) return;
     const std::lock_guard lock(mutex_);
-    if (good) {
+    if (says == Says::Works) {
         until_.erase(placeOf(request));
     } else {
         until_[placeOf(request)] = monotonicSeconds() + kPenaltySeconds;
@@ -81,74 +84,100 @@ void FailedHosts::clear() {
     until_.clear();
 }
 
-FetchScheduler::FetchScheduler(std::vector<FetchJob> jobs) {
-    for (FetchJob& job : jobs) {
-        auto slot = std::make_unique<Slot>();
-        slot->host = parseUrl(job.request.url).host;
-        slot->job = std::move(job);
-        slot->result.outcome = FetchOutcome::Cancelled;
-        slots_.push_back(std::move(slot));
-    }
-    const SignalBlock noSignals;
-    try {
-        for (size_t i = 0; i < std::min(kMostAtOnce, slots_.size()); ++i) threads_.emplace_back([this] { work(); });
-    } catch (const std::system_error&) {
-        // Those that there are do the work of all.
-        if (threads_.empty()) work();
-    }
-}
-
 FetchScheduler::~FetchScheduler() {
+    stop();
     {
         const std::lock_guard lock(mutex_);
-        stopping_ = true;
-        for (const auto& slot : slots_) slot->state.stop = true;
+        closing_ = true;
     }
-    changed_.notify_all();
+    forWorkers_.notify_all();
     for (std::thread& thread : threads_) thread.join();
 }
 
-/// The next job whose host has room; null when none is left.
+/// One more thread when all are busy and there may be more of them. Under the lock.
+void FetchScheduler::startThread() {
+    if (idle_ >= waiting_ || threads_.size() == kMostAtOnce) return;
+    const SignalBlock noSignals;
+    try {
+        threads_.emplace_back([this] { work(); });
+    } catch (const std::system_error&) {
+        // Those that there are do the work of all.
+        if (threads_.empty()) throw;
+    }
+}
+
+size_t FetchScheduler::add(FetchJob job) {
+    auto slot = std::make_unique<Slot>();
+    slot->host = parseUrl(job.request.url).host;
+    slot->job = std::move(job);
+    slot->result.outcome = FetchOutcome::Cancelled;
+    const std::lock_guard lock(mutex_);
+    slot->ended = stopping_;
+    waiting_ += !stopping_;
+    slots_.emplace(added_, std::move(slot));
+    if (!stopping_) startThread();
+    forWorkers_.notify_one();
+    return added_++;
+}
+
+/// The next job whose host has room; null at the end of the work.
 FetchScheduler::Slot* FetchScheduler::takeSlot() {
     std::unique_lock lock(mutex_);
-    while (true) {
-        const auto waiting = [&](const auto& slot) { return !slot->started; };
-        const auto next = std::ranges::find_if(slots_, [&](const auto& slot) {
-            return waiting(slot) && (stopping_ || busyHosts_[slot->host] < kMostPerHost);
+    while (!closing_) {
+        const auto next = std::ranges::find_if(slots_, [&](const auto& one) {
+            return !one.second->started && !one.second->ended && busyHosts_[one.second->host] < kMostPerHost;
         });
-        if (next == slots_.end() && std::ranges::none_of(slots_, waiting)) return nullptr;
         if (next != slots_.end()) {
-            (*next)->started = true;
-            ++busyHosts_[(*next)->host];
-            return next->get();
+            next->second->started = true;
+            --waiting_;
+            ++busyHosts_[next->second->host];
+            return next->second.get();
         }
-        changed_.wait(lock);
+        ++idle_;
+        forWorkers_.wait(lock);
+        --idle_;
     }
+    return nullptr;
 }
 
 void FetchScheduler::work() {
     while (Slot* slot = takeSlot()) {
         const FetchRequest& request = slot->job.request;
         try {
-            if (!slot->state.stop) slot->result = runFetch(request, slot->state);
+            slot->result = runFetch(request, slot->state);
         } catch (const std::exception&) {  // no memory for what came
             slot->result = {};
             slot->result.outcome = FetchOutcome::TooLong;
+            slot->result.cause = "more than there is memory for";
         }
         if (slot->result.url.empty()) slot->result.url = urlForPeople(request.url);
-        FailedHosts::instance().note(request, !isServersFault(slot->result.outcome));
+        FailedHosts::instance().note(request, slot->result.outcome);
         const std::lock_guard lock(mutex_);
-        slot->finished = true;
+        slot->ended = true;
         --busyHosts_[slot->host];
-        changed_.notify_all();
+        forWorkers_.notify_all();
+        forOwner_.notify_all();
     }
 }
 
+void FetchScheduler::stop() {
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+    for (const auto& [number, slot] : slots_) {
+        slot->state.stop = true;
+        slot->ended = slot->ended || !slot->started;
+    }
+    waiting_ = 0;
+    forOwner_.notify_all();
+}
+
 FetchProgress FetchScheduler::progress() {
+    const std::lock_guard lock(mutex_);
     FetchProgress now;
-    now.total = slots_.size();
-    for (const auto& slot : slots_) {
-        if (slot->finished) {
+    now.total = added_;
+    now.done = taken_;
+    for (const auto& [number, slot] : slots_) {
+        if (slot->ended) {
             ++now.done;
         } else if (slot->started) {
             if (now.name.empty()) now.name = slot->job.name;
@@ -158,27 +187,21 @@ FetchProgress FetchScheduler::progress() {
     return now;
 }
 
-bool FetchScheduler::done() {
-    const std::lock_guard lock(mutex_);
-    return std::ranges::all_of(slots_, [](const auto& slot) { return slot->finished; });
-}
-
-std::vector<FetchResult> FetchScheduler::wait(const std::function<bool(const FetchProgress&)>& goOn) {
+std::vector<FetchScheduler::Ended> FetchScheduler::take(std::chrono::milliseconds wait) {
     std::unique_lock lock(mutex_);
-    const auto allDone = [&] { return std::ranges::all_of(slots_, [](const auto& slot) { return slot->finished; }); };
-    while (!changed_.wait_for(lock, kProgressStep, allDone)) {
-        const FetchProgress now = progress();
-        lock.unlock();
-        const bool more = !goOn || goOn(now);
-        lock.lock();
-        if (more) continue;
-        stopping_ = true;
-        for (const auto& slot : slots_) slot->state.stop = true;
-        changed_.notify_all();
+    const auto hasEnded = [](const auto& one) { return one.second->ended; };
+    static_cast<void>(forOwner_.wait_for(lock, wait, [&] { return std::ranges::any_of(slots_, hasEnded); }));
+    std::vector<Ended> list;
+    for (auto at = slots_.begin(); at != slots_.end();) {
+        if (!hasEnded(*at)) {
+            ++at;
+            continue;
+        }
+        list.push_back({at->first, std::move(at->second->result)});
+        at = slots_.erase(at);
+        ++taken_;
     }
-    std::vector<FetchResult> results;
-    for (const auto& slot : slots_) results.push_back(std::move(slot->result));
-    return results;
+    return list;
 }
 
 }  // namespace crv

@@ -1,8 +1,8 @@
 // Several fetches at once, each on a thread of its own, within limits for all and for each host.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
-#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -32,8 +32,9 @@ class FailedHosts {
   public:
     static constexpr int64_t kPenaltySeconds = 60;
     static FailedHosts& instance();
-    /// Remembers how a server did; one that succeeds is forgiven.
-    void note(const FetchRequest& request, bool good);
+    /// Remembers how a server did; one that gave an answer is forgiven. What was stopped, or failed on this side, says
+    /// nothing of it.
+    void note(const FetchRequest& request, FetchOutcome outcome);
     /// Whether the server failed within the last minute.
     [[nodiscard]] bool isBehind(const FetchRequest& request);
     void clear();
@@ -43,22 +44,31 @@ class FailedHosts {
     std::map<std::string, int64_t> until_;
 };
 
+/// Runs jobs in the order in which they are added, each as soon as there is room for it.
 class FetchScheduler {
   public:
     static constexpr size_t kMostAtOnce = 6;
     static constexpr size_t kMostPerHost = 2;
 
-    explicit FetchScheduler(std::vector<FetchJob> jobs);
+    /// A job that has ended, by the number that it was given.
+    struct Ended {
+        size_t job;
+        FetchResult result;
+    };
+
+    FetchScheduler() = default;
     /// Stops what is still at work and waits for its end.
     ~FetchScheduler();
     FetchScheduler(const FetchScheduler&) = delete;
     FetchScheduler& operator=(const FetchScheduler&) = delete;
 
-    /// Waits until all are done, ten times a second calling `goOn`, whose false stops them. Results in the order of the
-    /// jobs; what was stopped is Cancelled.
-    std::vector<FetchResult> wait(const std::function<bool(const FetchProgress& progress)>& goOn = {});
-    /// Whether wait would answer at once.
-    [[nodiscard]] bool done();
+    /// Never waits. The number of the job, from 0 on.
+    size_t add(FetchJob job);
+    /// What has ended and was not taken yet; waits so long for it when there is nothing.
+    std::vector<Ended> take(std::chrono::milliseconds wait);
+    /// Ends what is at work and what waits: it ends as Cancelled, and so does what is added later.
+    void stop();
+    [[nodiscard]] FetchProgress progress();
 
   private:
     struct Slot {
@@ -66,17 +76,18 @@ class FetchScheduler {
         std::string host;
         FetchResult result;
         FetchState state;
-        bool started = false, finished = false;
+        bool started = false, ended = false;
     };
     void work();
     Slot* takeSlot();
-    FetchProgress progress();
+    void startThread();
 
     std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::unique_ptr<Slot>> slots_;
+    std::condition_variable forWorkers_, forOwner_;
+    std::map<size_t, std::unique_ptr<Slot>> slots_;  // those that nobody has taken
     std::map<std::string, size_t> busyHosts_;
-    bool stopping_ = false;
+    size_t added_ = 0, taken_ = 0, waiting_ = 0, idle_ = 0;
+    bool stopping_ = false, closing_ = false;
     std::vector<std::thread> threads_;
 };
 

@@ -9,6 +9,7 @@
 #include <ctime>
 
 #include "asn/x509/signed_certificate.h"
+#include "config/config_oids.h"
 #include "corvane/crverrors.h"
 #include "crypto/crypto_error.h"
 #include "keystore/token_session.h"
@@ -257,22 +258,50 @@ DecryptResult decryptFile(Session& session, const std::string& input, const Expo
     });
 }
 
-CertPtr recipientByEmail(Session& session, const std::string& email) {
-    CertPtr found;
-    const int64_t now = std::time(nullptr);
-    eachCert(session, [&](int64_t, const SignedCertificate& one, ByteView der) {
+namespace {
+
+/// The newest of certificates that can be encrypted for, all of one person.
+class RecipientChoice {
+  public:
+    explicit RecipientChoice(std::string email) : email_(std::move(email)) {}
+
+    [[nodiscard]] bool hasAddress(const SignedCertificate& one) const {
+        return std::ranges::any_of(one.emails(), [&](const auto& address) { return equalIgnoreCase(address, email_); });
+    }
+    void consider(const SignedCertificate& one) {
         const auto usage = one.keyUsage();
-        const auto emails = one.emails();
-        const auto same = [&](const std::string& address) { return equalIgnoreCase(address, email); };
-        if (!std::ranges::any_of(emails, same) || !one.isValidAt(now) ||
-            (usage && (usage->namedBits() & kReceivingUses) == 0))
-            return true;
-        if (found && !(found->subject() == one.subject())) throw OpError(OpFault::Ambiguous, email);
-        if (!found || isNewer(one, *found)) found = makeCert(der);
+        if (!one.isValidAt(now_) || (usage && (usage->namedBits() & kReceivingUses) == 0)) return;
+        if (found_ && !(found_->subject() == one.subject())) throw OpError(OpFault::Ambiguous, email_);
+        if (!found_ || isNewer(one, *found_)) found_ = makeCert(encodingOf(one));
+    }
+    [[nodiscard]] const CertPtr& found() const { return found_; }
+
+  private:
+    std::string email_;
+    int64_t now_ = std::time(nullptr);
+    CertPtr found_;
+};
+
+}  // namespace
+
+CertPtr recipientByEmail(Session& session, const std::string& email) {
+    RecipientChoice choice(email);
+    eachCert(session, [&](int64_t, const SignedCertificate& one, ByteView) {
+        if (choice.hasAddress(one)) choice.consider(one);
         return true;
     });
-    if (!found) throw OpError(OpFault::ObjectMissing, email);
-    return found;
+    if (choice.found()) return choice.found();
+    if (session.configuration().record().getIntOpt(kOptEncCrtFromNet) == 0)
+        throw OpError(OpFault::ObjectMissing, email);
+    session.unlock();
+    CertList came;
+    const NetReport report = session.context().networkManager.fetchRecipient(
+        email, [](const FetchProgress&) { return !processEnding(); }, came);
+    session.storeFetched();
+    for (const CertPtr& one : came) choice.consider(*one);
+    const std::string why = report.code == 0 ? "" : " (" + report.url + " " + report.cause + ")";
+    if (!choice.found()) throw OpError(OpFault::ObjectMissing, email + why);
+    return choice.found();
 }
 
 }  // namespace crv

@@ -56,8 +56,9 @@ void encryptFile(Session& session, const std::string& input, const ExportTarget&
                  bool pem, bool unchecked);
 DecryptResult decryptFile(Session& session, const std::string& input, const ExportTarget& target);
 
-/// The newest valid certificate in the database with the e-mail address that can be encrypted for. Throws OpError
-/// (ObjectMissing), (Ambiguous) when different people have it.
+/// The newest valid certificate in the database with the e-mail address that can be encrypted for; when there is none
+/// and option 6 asks for it, one from the servers of certificates. Throws OpError (ObjectMissing), (Ambiguous) when
+/// different people have it.
 CertPtr recipientByEmail(Session& session, const std::string& email);
 
 }  // namespace crv

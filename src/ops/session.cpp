@@ -227,6 +227,17 @@ void Session::demandDatabase() {
     }
 }
 
+void Session::storeFetched() {
+    NetworkManager& network = context_->networkManager;
+    stopIfEnding();
+    if (mode_.dryRun) return network.clearNetStore();
+    if (network.isNetStoreEmpty()) return;
+    demandDatabase();
+    context_->state.warnings.clear();
+    context_->moveFromNetStoreToDB();
+    if (!context_->state.warnings.empty()) failDatabase();
+}
+
 void Session::failDatabase() {
     stopIfEnding();
     const std::string& text = context_->dbManager.lastFailure();

@@ -38,8 +38,11 @@ class Session {
     /// Saves what was changed; nothing in a dry run.
     void save();
 
-    /// Gives the lock back early; the store stays open and later saves merge.
-    void unlock() { lock_.reset(); }
+    /// Gives the lock back early, before work that takes its time: the store stays open and later saves merge.
+    void unlock() {
+        lock_.reset();
+        shared_.reset();
+    }
 
     /// Makes the key store of a file profile, seeded by the system. StoreExists, WeakPassword.
     void create(const SecretText& password, bool strong = false);
@@ -56,6 +59,10 @@ class Session {
     void demandDatabase();
     /// For an operation of the database that answered false.
     [[noreturn]] void failDatabase();
+
+    /// Moves what was fetched from the network into the database; in a dry run it is dropped. Throws as demandDatabase,
+    /// and OpError (DatabaseFailed) when the database does not take all of it.
+    void storeFetched();
 
     /// How to wait for the lock of the key store.
     [[nodiscard]] KeyStoreAccess access();

@@ -21,14 +21,8 @@ namespace {
 /// Levels of issuers that are fetched.
 constexpr int kMostLevels = 4;
 
-CertList certificatesIn(const FetchResult& result) {
-    CertList list;
-    for (const Bytes& value : result.values) {
-        CertFileReader reader(value);
-        for (ByteView der; list.size() < kCertLimits.maxValues && reader.next(der);)
-            if (CertPtr one = makeCert(der)) list.push_back(std::move(one));
-    }
-    return list;
+NetVerdict tooManyCerts() {
+    return {ECRV_TCP_PROT, "more than " + std::to_string(kCertLimits.maxValues) + " certificates"};
 }
 
 bool fits(const SignedCertificate& certificate, const CertQuery& query) {
@@ -55,6 +49,20 @@ Bytes encodedName(const DistinguishedName& name) {
     return name.encoded();
 }
 
+FetchedCerts certificatesIn(const FetchResult& result) {
+    FetchedCerts found;
+    for (const Bytes& value : result.values) {
+        CertFileReader reader(value);
+        for (ByteView der; !found.tooMany && reader.next(der);) {
+            CertPtr one = makeCert(der);
+            if (!one) continue;
+            found.tooMany = found.list.size() == kCertLimits.maxValues;
+            if (!found.tooMany) found.list.push_back(std::move(one));
+        }
+    }
+    return found;
+}
+
 NetObject crlObject(const DistinguishedName& authority) {
     return {kCrlLimits, "certificateRevocationList,authorityRevocationList,deltaRevocationList", authority.rfc4514()};
 }
@@ -72,7 +80,9 @@ NetObject certObject(const CertQuery& query) {
     return object;
 }
 
-NetReport NetworkManager::fetchCerts(const CertQuery& query, const NetProgress& progress, CertList& found) {
+/// `anybody`: whatever the servers give for the query is of whom it asks for.
+NetReport NetworkManager::fetchPeople(const CertQuery& query, bool anybody, const NetProgress& progress,
+                                      CertList& found) {
     NetSources sources(*context_, *manager_);
     NetErrand errand;
     errand.name = query.email.empty() ? query.name : query.email;
@@ -80,14 +90,20 @@ NetReport NetworkManager::fetchCerts(const CertQuery& query, const NetProgress& 
     errand.attempts = sources.servers(CRVSRV_USAGE_CERTIFICATES, {}, certObject(query));
     errand.notFound = ECRV_RECCRT;
     errand.judge = [&](const NetAttempt&, FetchResult& result) {
-        for (CertPtr& one : certificatesIn(result)) {
-            if (!fits(*one, query) || contains(found, *one)) continue;
+        FetchedCerts came = certificatesIn(result);
+        if (came.tooMany) return tooManyCerts();
+        for (CertPtr& one : came.list) {
+            if ((!anybody && !fits(*one, query)) || contains(found, *one)) continue;
             addCertToNetStore(encodingOf(*one));
             found.push_back(std::move(one));
         }
         return found.empty() ? NetVerdict{ECRV_RECCRT, "no certificate of that name"} : NetVerdict();
     };
     return goOne(std::move(errand), progress);
+}
+
+NetReport NetworkManager::fetchCerts(const CertQuery& query, const NetProgress& progress, CertList& found) {
+    return fetchPeople(query, false, progress, found);
 }
 
 NetReport NetworkManager::fetchRecipient(const std::string& email, const NetProgress& progress, CertList& found) {
@@ -101,44 +117,56 @@ NetReport NetworkManager::fetchRecipient(const std::string& email, const NetProg
         pause > 0 && manager_->database().getNetCertTime(name, last) && last <= now && now - last < pause) {
         return {email, ECRV_RECCRT, "asked for within the time of option 32"};
     }
-    NetReport report = fetchCerts({.email = email, .name = {}}, progress, found);
-    if (report.code == 0 || report.code == ECRV_RECCRT) fetched_.push_back(name);
+    const bool anybody = sources.option(kOptDontCheckEmailInEncNetCrt) != 0;
+    NetReport report = fetchPeople({.email = email, .name = {}}, anybody, progress, found);
+    if (report.code == 0 || report.code == ECRV_RECCRT) times_.push_back({name, std::nullopt});
     return report;
 }
 
-NetReport NetworkManager::fetchIssuers(const CertPtr& certificate, const NetProgress& progress, CertList& found) {
-    NetSources sources(*context_, *manager_);
+NetErrand NetworkManager::issuerErrand(NetSources& sources, const CertPtr& below, CertList& found, CertPtr& above) {
+    NetErrand errand;
+    const NetObject object = issuerObject(below->issuer());
+    errand.name = below->issuer().text();
+    errand.notFound = ECRV_CRTNOTFOUND;
+    errand.attempts = sources.servers(CRVSRV_USAGE_CERTIFICATES, encodedName(below->issuer()), object);
+    if (const auto access = below->extensions().get<InfoAccess>(OID_PE_AUTHORITY_INFO_ACCESS))
+        sources.addUris(errand.attempts, *below, access->uris(OID_AD_CA_ISSUERS), object);
+    errand.judge = [&, below](const NetAttempt&, FetchResult& result) {
+        FetchedCerts came = certificatesIn(result);
+        for (CertPtr& one : came.list) {
+            const FactsPtr facts = manager_->cache().facts(manager_->cache().certificate(encodingOf(*one)));
+            if (!(one->subject() == below->issuer()) || !isIssuedBy(*below, *facts)) continue;
+            if (addCertToNetStore(encodingOf(*one))) found.push_back(one);
+            above = std::move(one);
+        }
+        if (above) return NetVerdict();
+        return came.tooMany ? tooManyCerts() : NetVerdict{ECRV_CRTNOTFOUND, "no certificate that made the signature"};
+    };
+    return errand;
+}
+
+NetReport NetworkManager::fetchIssuersFrom(NetSources& sources, const CertPtr& certificate, const NetProgress& progress,
+                                           CertList& found) {
     NetReport report{certificate->subject().text()};
-    if (sources.networkIsOff()) return {report.name, ECRV_TCP_NO_SRV, "the network is switched off (option 18)"};
     CertPtr below = certificate;
     for (int level = 0; level < kMostLevels && !below->isSelfIssued(); ++level) {
-        NetErrand errand;
-        const NetObject object = issuerObject(below->issuer());
-        errand.name = below->issuer().text();
-        errand.notFound = ECRV_CRTNOTFOUND;
-        errand.attempts = sources.servers(CRVSRV_USAGE_CERTIFICATES, encodedName(below->issuer()), object);
-        if (const auto access = below->extensions().get<InfoAccess>(OID_PE_AUTHORITY_INFO_ACCESS))
-            sources.addUris(errand.attempts, access->uris(OID_AD_CA_ISSUERS), object);
         CertPtr above;
-        errand.judge = [&](const NetAttempt&, FetchResult& result) {
-            for (CertPtr& one : certificatesIn(result)) {
-                const FactsPtr facts = manager_->cache().facts(manager_->cache().certificate(encodingOf(*one)));
-                if (!(one->subject() == below->issuer()) || !isIssuedBy(*below, *facts)) continue;
-                if (addCertToNetStore(encodingOf(*one))) found.push_back(one);
-                above = std::move(one);
-            }
-            return above ? NetVerdict() : NetVerdict{ECRV_CRTNOTFOUND, "no certificate that made the signature"};
-        };
-        report = goOne(std::move(errand), progress);
+        report = goOne(issuerErrand(sources, below, found, above), progress);
         if (!above) break;
         below = above;
-        CertList known = found;
-        if (manager_->buildPath(certificate, {std::time(nullptr), 0, RevocationCheck::None}, known).code !=
+        if (manager_->buildPath(certificate, {std::time(nullptr), 0, RevocationCheck::None}, found).code !=
             ECRV_CRTNOTFOUND) {
             break;
         }
     }
     return report;
+}
+
+NetReport NetworkManager::fetchIssuers(const CertPtr& certificate, const NetProgress& progress, CertList& found) {
+    NetSources sources(*context_, *manager_);
+    if (sources.networkIsOff())
+        return {certificate->subject().text(), ECRV_TCP_NO_SRV, "the network is switched off (option 18)"};
+    return fetchIssuersFrom(sources, certificate, progress, found);
 }
 
 }  // namespace crv

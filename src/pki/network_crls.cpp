@@ -8,7 +8,7 @@
 #include "config/context_services.h"
 #include "corvane/crverrors.h"
 #include "pki/cert_file_reader.h"
-#include "pki/crl_facts.h"
+#include "pki/crl_status.h"
 #include "pki/network_manager.h"
 #include "pki/network_objects.h"
 
@@ -26,8 +26,8 @@ constexpr CodeRow kCrlCodes[] = {{ECRV_CRTSIGN, ECRV_CRL_INV_SIGN},
                                  {ECRV_PATH_VER_ERR, ECRV_CRL_PATH_BUILD_ERROR},
                                  {ECRV_INV_CRL_FMT, ECRV_INV_CRL_FMT}};
 
-std::string timeName(const std::string& server) {
-    return "CRL:" + server;
+NetReport nothingFetched(int code, const char* cause) {
+    return {"CRL", code, cause};
 }
 
 }  // namespace
@@ -44,102 +44,144 @@ CertList NetworkManager::authorities() {
     return list;
 }
 
-/// Whether a CRL verifies and is not older than what is stored.
-NetVerdict NetworkManager::judgeCrl(ByteView der) {
+/// Whether a CRL verifies and is not older than what is stored. When it takes certificates that the database does not
+/// have, they are kept, too: without them nobody could believe it later.
+NetVerdict NetworkManager::judgeCrl(const CrlFacts& crl, const CrlWish& wish, bool keep) {
     const int64_t now = std::time(nullptr);
-    const CrlFactsPtr crl = CrlFacts::make(toBytes(der));
-    if (!crl) return {ECRV_INV_CRL_FMT, "malformed CRL"};
-    if (crl->thisUpdate > now) return {ECRV_CRL_NOT_VALID_YET, "issued later than now"};
-    if (crl->nextUpdate && *crl->nextUpdate < now) return {ECRV_OLD_CRL, "out of date"};
-    if (const int code = revocation_->verify(der, now); code != 0) {
+    if (crl.thisUpdate > now) return {ECRV_CRL_NOT_VALID_YET, "issued later than now"};
+    if (crl.nextUpdate && *crl.nextUpdate < now) return {ECRV_OLD_CRL, "out of date"};
+    int code = revocation_->verify(crl, now);
+    if (code == ECRV_CRTNOTFOUND || code == ECRV_CRTSIGN) {
+        CertList extra = wish.extra;
+        extra.push_back(wish.authority);
+        for (const Bytes& one : certificates_)
+            if (CertPtr kept = makeCert(one)) extra.push_back(std::move(kept));
+        code = revocation_->verify(crl, now, extra);
+        for (const CertPtr& one : extra)
+            if (code == 0 && keep && one->isCaCrt()) addCertToNetStore(encodingOf(*one));
+    }
+    if (code != 0) {
         const auto* row = std::ranges::find(kCrlCodes, code, &CodeRow::verified);
         return {row == std::end(kCrlCodes) ? ECRV_CRL_VERIF_ERR : row->told,
                 "the CRL does not verify (" + std::to_string(code) + ")"};
     }
+    if (revocation_->isOutdated(crl)) return {ECRV_OLD_CRL, "older than the stored one"};
     return {};
 }
 
-NetVerdict NetworkManager::judgeCrls(const SignedCertificate& authority, const NetAttempt& attempt, FetchResult& result,
+NetVerdict NetworkManager::judgeCrls(const CrlWish& wish, const NetAttempt& attempt, const FetchResult& result,
                                      bool keep) {
     NetVerdict verdict{ECRV_TCP_PROT, "what came is no CRL"};
-    AuthorityCrls last;
-    static_cast<void>(revocation_->lastCrls(authority, last));
-    bool any = false;
-    for (Bytes& value : result.values) {
-        const auto der = crlFromFile(value);
-        SignedCertRevList list;
-        if (!der || !list.readExactly(*der, ASN_FLAG_CONST)) continue;
-        if (!(list.issuer() == authority.subject()) && !list.issuingDistributionPoint()) {
-            verdict = {ECRV_SRV_BAD_CA, "a CRL of " + list.issuer().text()};
-            continue;
-        }
-        verdict = judgeCrl(*der);
-        if (verdict.code != 0) continue;
-        const auto& stored = list.baseCrlNumber() ? last.delta : last.complete;
-        if (stored && stored->isVerified() && !list.issuingDistributionPoint() &&
-            stored->issued() > list.thisUpdate().value_or(0)) {
-            verdict = {ECRV_OLD_CRL, "older than the stored one"};
-            continue;
-        }
-        any = true;
-        if (keep) addCRLToNetStore(*der);
+    std::vector<Bytes> issuers{nameKey(wish.authority->subject())};
+    for (const CertPtr& one : wish.subjects) {
+        const std::vector<Bytes> more = crlIssuersOf(*manager_->cache().facts(one));
+        issuers.insert(issuers.end(), more.begin(), more.end());
     }
-    if (!any) return verdict;
-    if (keep && !attempt.server.empty()) fetched_.push_back(timeName(attempt.server));
-    return {};
+    bool any = false;
+    for (const Bytes& value : result.values) {
+        auto der = crlFromFile(value);
+        const CrlFactsPtr crl = der ? CrlFacts::make(*der) : nullptr;
+        if (!crl) continue;
+        const bool isTheirs = std::ranges::find(issuers, crl->issuer) != issuers.end();
+        const NetVerdict foreign{ECRV_SRV_BAD_CA, "a CRL of " + crl->issuerText};
+        // One about certificates of several authorities is worth keeping, whoever else's it is.
+        verdict = isTheirs || crl->isIndirect() ? judgeCrl(*crl, wish, keep) : foreign;
+        if (verdict.code != 0) continue;
+        if (!isTheirs) verdict = foreign;
+        any = any || isTheirs;
+        if (!keep) continue;
+        addCRLToNetStore(*der);
+        const auto at = std::ranges::find(crls_, *der);
+        if (!attempt.server.empty() && isTheirs)
+            times_.push_back({crlTimeName(attempt.server), static_cast<size_t>(at - crls_.begin())});
+    }
+    return any ? NetVerdict() : verdict;
 }
 
-NetErrand NetworkManager::crlErrand(NetSources& sources, const SignedCertificate& authority) {
+NetErrand NetworkManager::crlErrand(NetSources& sources, CrlWish wish) {
     NetErrand errand;
-    errand.name = authority.subject().text();
+    const DistinguishedName& name = wish.authority->subject();
+    const NetObject object = crlObject(name);
+    errand.name = name.text();
     errand.notFound = ECRV_SRV_NO_CRL;
-    errand.attempts =
-        sources.servers(CRVSRV_USAGE_CRL, encodedName(authority.subject()), crlObject(authority.subject()));
-    errand.judge = [this, kept = manager_->cache().certificate(encodingOf(authority))](const NetAttempt& attempt,
-                                                                                       FetchResult& result) {
-        return judgeCrls(*kept, attempt, result, true);
+    errand.attempts = sources.servers(CRVSRV_USAGE_CRL, encodedName(name), object);
+    for (const CertPtr& one : wish.subjects)
+        if (const auto& points = manager_->cache().facts(one)->distributionPoints)
+            sources.addUris(errand.attempts, *one, points->uris(), object);
+    errand.judge = [this, kept = std::move(wish)](const NetAttempt& attempt, FetchResult& result) {
+        return judgeCrls(kept, attempt, result, true);
     };
     return errand;
 }
 
-bool NetworkManager::isDue(const SignedCertificate& authority) {
-    const int64_t now = std::time(nullptr);
+/// The shortest period of the authority's servers, from the last fetch from any of them: those behind the first are
+/// not asked as long as it answers.
+bool NetworkManager::isPeriodOver(const SignedCertificate& authority, int64_t now) {
     const CrvProfile* profile = context_->configuration().profile();
     if (!profile) return false;
+    int64_t last = 0;
+    long period = 0;
     for (const SrvParams& server :
          profile->getServerIterator(CRVSRV_USAGE_CRL, encodedName(authority.subject())).servers) {
-        int64_t last = 0;
-        if (server.periodSeconds <= 0 || !manager_->database().getNetCertTime(timeName(server.name), last)) continue;
-        if (now - last >= server.periodSeconds || last > now) return true;
+        int64_t time = 0;
+        if (!manager_->database().getNetCertTime(crlTimeName(server.name), time)) return false;
+        last = std::max(last, time);
+        if (server.periodSeconds > 0)
+            period = period == 0 ? server.periodSeconds : std::min(period, server.periodSeconds);
     }
+    return period > 0 && (now - last >= period || last > now);
+}
+
+bool NetworkManager::isDue(const SignedCertificate& authority) {
+    const int64_t now = std::time(nullptr);
+    if (isPeriodOver(authority, now)) return true;
     AuthorityCrls stored;
     if (!revocation_->lastCrls(authority, stored)) return false;
     const auto& complete = stored.complete;
     return !complete || !complete->isVerified() || complete->expires().value_or(0) < now;
 }
 
-std::vector<NetErrand> NetworkManager::crlErrands(const CertList& authorities, bool onlyDue) {
+/// `anySource`: whether there is a server or an address to ask for any of them.
+std::vector<NetErrand> NetworkManager::crlErrands(const CertList& authorities, bool onlyDue, bool& anySource) {
     NetSources sources(*context_, *manager_);
     std::vector<NetErrand> errands;
     if (sources.networkIsOff() || sources.option(kOptDontGetCrlFromNet) != 0) return errands;
+    CertList known = this->authorities();
+    if (own_) {
+        const CertList own = own_();
+        known.insert(known.begin(), own.begin(), own.end());
+    }
     std::vector<Bytes> names;
     for (const CertPtr& one : authorities) {
         Bytes name = nameKey(one->subject());
         if (std::ranges::find(names, name) != names.end()) continue;  // keys of one authority have its name
         names.push_back(std::move(name));
-        if (onlyDue && !isDue(*one)) continue;
-        NetErrand errand = crlErrand(sources, *one);
+        if (onlyDue && !isDue(*one)) {
+            anySource = true;
+            continue;
+        }
+        CrlWish wish{one};
+        for (const CertPtr& below : known)
+            if (below->issuer() == one->subject() && !below->isSelfIssued()) wish.subjects.push_back(below);
+        NetErrand errand = crlErrand(sources, std::move(wish));
         if (!errand.attempts.empty()) errands.push_back(std::move(errand));
     }
+    anySource = anySource || !errands.empty();
     return errands;
 }
 
 NetReports NetworkManager::fetchCrls(const CertList& authorities, bool onlyDue, const NetProgress& progress) {
     NetSources sources(*context_, *manager_);
-    if (sources.networkIsOff()) return {{"CRL", ECRV_TCP_NO_SRV, "the network is switched off (option 18)"}};
+    if (sources.networkIsOff()) return {nothingFetched(ECRV_TCP_NO_SRV, "the network is switched off (option 18)")};
     if (sources.option(kOptDontGetCrlFromNet) != 0)
-        return {{"CRL", ECRV_TCP_NO_SRV, "CRLs are not to be fetched (option 16)"}};
-    NetReports reports = go(crlErrands(authorities, onlyDue), progress);
+        return {nothingFetched(ECRV_TCP_NO_SRV, "CRLs are not to be fetched (option 16)")};
+    if (authorities.empty()) {
+        return {nothingFetched(ECRV_CRTNOTFOUND,
+                               "no authority is known: add a trust point or import an authority's certificate")};
+    }
+    bool anySource = false;
+    NetReports reports = go(crlErrands(authorities, onlyDue, anySource), progress);
+    if (!anySource) return {nothingFetched(ECRV_TCP_NO_SRV, "no server of CRLs is set up for it: add one")};
     dropForeign(reports);
     return reports;
 }
@@ -161,7 +203,8 @@ void NetworkManager::dropForeign(NetReports& reports) const {
 }
 
 std::unique_ptr<CrlRun> NetworkManager::startDueCrls() {
-    std::vector<NetErrand> errands = crlErrands(authorities(), true);
+    bool anySource = false;
+    std::vector<NetErrand> errands = crlErrands(authorities(), true, anySource);
     return errands.empty() ? nullptr : std::make_unique<CrlRun>(std::move(errands));
 }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <ctime>
+#include <set>
+#include <utility>
 
 #include "asn/known_oids.h"
 #include "asn/x509/ext_distribution.h"
@@ -21,6 +23,21 @@ namespace {
 
 /// Octets that a test stamps, and the hash over them.
 constexpr size_t kTestOctets = 32;
+/// In the test of a directory: it answers, and there is nobody of that name.
+constexpr int kNobodyThere = -1;
+
+/// Sets a flag for the length of the scope.
+class Raised {
+  public:
+    explicit Raised(bool& flag) : flag_(flag), before_(std::exchange(flag, true)) {}
+    Raised(const Raised&) = delete;
+    Raised& operator=(const Raised&) = delete;
+    ~Raised() { flag_ = before_; }
+
+  private:
+    bool& flag_;
+    bool before_;
+};
 
 NetReport reportOf(const NetErrand& errand) {
     return {errand.name, errand.verdict.code, errand.verdict.cause, errand.url, errand.server, errand.size};
@@ -59,9 +76,19 @@ bool NetworkManager::add(std::vector<Bytes>& store, ByteView item) {
 
 void NetworkManager::moveFromNetStoreToDB(const std::function<bool(ByteView)>& insertCert,
                                           const std::function<bool(ByteView)>& insertCrl) {
-    const auto refused = std::ranges::count_if(certificates_, std::not_fn(insertCert)) +
-                         std::ranges::count_if(crls_, std::not_fn(insertCrl));
-    for (const std::string& name : fetched_) static_cast<void>(manager_->database().setNetCertTime(name));
+    // Certificates first: they verify the CRLs.
+    auto refused = std::ranges::count_if(certificates_, std::not_fn(insertCert));
+    std::set<std::string> open;
+    for (size_t i = 0; i < crls_.size(); ++i) {
+        if (insertCrl(crls_[i])) continue;
+        ++refused;
+        for (const FetchTime& time : times_)
+            if (time.crl == i) open.insert(time.name);
+    }
+    std::set<std::string> names;
+    for (const FetchTime& time : times_)
+        if (!open.contains(time.name)) names.insert(time.name);
+    for (const std::string& name : names) static_cast<void>(manager_->database().setNetCertTime(name));
     clearNetStore();
     if (refused && context_) context_->addWarning(WARN_NET_STORE_NOT_MOVED);
 }
@@ -69,7 +96,7 @@ void NetworkManager::moveFromNetStoreToDB(const std::function<bool(ByteView)>& i
 void NetworkManager::clearNetStore() {
     certificates_.clear();
     crls_.clear();
-    fetched_.clear();
+    times_.clear();
 }
 
 NetReports NetworkManager::go(std::vector<NetErrand> errands, const NetProgress& progress) {
@@ -109,9 +136,8 @@ std::optional<CrtStatus> NetworkManager::ocspFromCache(const StatusQuestion& que
     const std::optional<Bytes> kept = cache_.find(asked.id.encoded());
     if (!kept) return std::nullopt;
     OcspAnswer answer;
-    inOcsp_ = true;
+    const Raised judging(inOcsp_);
     const NetVerdict verdict = ocsp_.judge(asked, *kept, answer);
-    inOcsp_ = false;
     if (verdict.code != 0 || answer.status.state == CrtStatus::State::Unknown) return std::nullopt;
     return answer.status;
 }
@@ -129,13 +155,12 @@ NetErrand NetworkManager::ocspErrand(NetSources& sources, const OcspQuestion& qu
     errand.name = question.certificate->subject().text();
     errand.attempts = sources.servers(CRVSRV_USAGE_OCSP, encodedName(question.issuer->subject()), object);
     if (const auto access = question.certificate->extensions().get<InfoAccess>(OID_PE_AUTHORITY_INFO_ACCESS))
-        sources.addUris(errand.attempts, access->uris(OID_AD_OCSP), object);
+        sources.addUris(errand.attempts, *question.certificate, access->uris(OID_AD_OCSP), object);
     errand.judge = [this, question, status](const NetAttempt&, FetchResult& result) {
         OcspAnswer answer;
-        inOcsp_ = true;
+        const Raised judging(inOcsp_);
         NetVerdict verdict = result.values.empty() ? NetVerdict{ECRV_TCP_PROT, "OCSP: an empty answer"}
                                                    : ocsp_.judge(question, result.values.front(), answer);
-        inOcsp_ = false;
         if (verdict.code != 0) return verdict;
         if (status) *status = answer.status;
         if (answer.status.state == CrtStatus::State::Unknown) return NetVerdict{ECRV_TCP_PROT, answer.status.text};
@@ -157,48 +182,80 @@ NetReport NetworkManager::ocspStatus(const CertPtr& certificate, const CertPtr& 
                  progress);
 }
 
-NetReports NetworkManager::refreshStatus(const CertPtr& certificate, const CertList& extra,
-                                         const NetProgress& progress) {
-    NetSources sources(*context_, *manager_);
-    if (sources.networkIsOff()) return {networkIsOffReport(certificate->subject().text())};
-    const PathOptions options{std::time(nullptr), 0, RevocationCheck::None};
-    NetReports reports;
-    CertList known = extra;
-    PathVerdict path = manager_->buildPath(certificate, options, known);
-    if (path.code == ECRV_CRTNOTFOUND) {
+/// One asking for the status of a certificate and of those above it.
+struct NetworkManager::StatusWork {
+    NetSources sources;
+    StatusAsking asking;
+    CertList known;  // beside the database's
+    PathOptions options{std::time(nullptr), 0, RevocationCheck::None};
+    PathVerdict path{};
+    FactsList facts{};
+    std::vector<bool> answered{};  // by OCSP, now
+    NetReports reports{};
+
+    void add(const NetReports& more) { reports.insert(reports.end(), more.begin(), more.end()); }
+    [[nodiscard]] bool isStopped() const {
+        return std::ranges::any_of(reports, [](const NetReport& one) { return one.code == ECRV_ACTION_CANCELLED; });
+    }
+    /// How many have an issuer on a good path.
+    [[nodiscard]] size_t count() const { return path.good() ? facts.size() - 1 : 0; }
+};
+
+void NetworkManager::findPath(StatusWork& work, const CertPtr& certificate, const NetProgress& progress) {
+    work.path = manager_->buildPath(certificate, work.options, work.known);
+    if (work.path.code == ECRV_CRTNOTFOUND) {
         CertList issuers;
-        reports.push_back(fetchIssuers(certificate, progress, issuers));
-        known.insert(known.end(), issuers.begin(), issuers.end());
-        path = manager_->buildPath(certificate, options, known);
+        work.add({fetchIssuersFrom(work.sources, certificate, progress, issuers)});
+        work.known.insert(work.known.end(), issuers.begin(), issuers.end());
+        work.path = manager_->buildPath(certificate, work.options, work.known);
     }
-    FactsList facts;
-    for (const CertPtr& one : path.certs) facts.push_back(manager_->cache().facts(one));
-    WorkBudget budget(options.limits);
-    const auto now = [&](size_t i) { return status({facts, i, known, options, budget}); };
+    for (const CertPtr& one : work.path.certs) work.facts.push_back(manager_->cache().facts(one));
+    work.answered.resize(work.facts.size());
+}
+
+void NetworkManager::askOcsp(StatusWork& work, const NetProgress& progress) {
     std::vector<NetErrand> errands;
-    for (size_t i = 0; i + 1 < facts.size() && path.good(); ++i) {
-        const CrtStatus at = now(i);
-        if (sources.option(kOptUseOcsp) == 0 || at.state == CrtStatus::State::Revoked || at.source.ocsp) continue;
-        const WorkingKey key = keyOf(*facts[i + 1], {});
-        errands.push_back(
-            ocspErrand(sources, ocsp_.question(path.certs[i], key, path.certs[i + 1], options.time, true), nullptr));
-        if (errands.back().attempts.empty()) errands.pop_back();
+    std::vector<size_t> about;
+    for (size_t i = 0; i < work.count() && work.sources.option(kOptUseOcsp) != 0; ++i) {
+        WorkBudget budget(work.options.limits);
+        const CrtStatus now = status({work.facts, i, work.known, work.options, budget});
+        const bool known = now.state == CrtStatus::State::Revoked || now.source.ocsp;
+        if (known && work.asking != StatusAsking::Anew) continue;
+        const WorkingKey key = keyOf(*work.facts[i + 1], {});
+        NetErrand errand = ocspErrand(
+            work.sources, ocsp_.question(work.path.certs[i], key, work.path.certs[i + 1], work.options.time, true),
+            nullptr);
+        if (errand.attempts.empty()) continue;
+        errands.push_back(std::move(errand));
+        about.push_back(i);
     }
-    const auto run = [&] {
-        for (NetReport& report : go(std::move(errands), progress)) reports.push_back(std::move(report));
-        errands.clear();
-    };
-    if (!errands.empty()) run();
-    for (size_t i = 0; i + 1 < facts.size() && path.good() && sources.option(kOptDontGetCrlFromNet) == 0; ++i) {
-        const CrtStatus at = now(i);
-        if (at.state == CrtStatus::State::Good || at.state == CrtStatus::State::Revoked) continue;
-        NetErrand errand = crlErrand(sources, *path.certs[i + 1]);
-        const NetObject object = crlObject(path.certs[i + 1]->subject());
-        if (const auto& points = facts[i]->distributionPoints) sources.addUris(errand.attempts, points->uris(), object);
+    if (errands.empty()) return;
+    const NetReports reports = go(std::move(errands), progress);
+    for (size_t i = 0; i < reports.size(); ++i) work.answered[about[i]] = reports[i].code == 0;
+    work.add(reports);
+}
+
+void NetworkManager::askCrls(StatusWork& work, const NetProgress& progress) {
+    std::vector<NetErrand> errands;
+    for (size_t i = 0; i < work.count() && work.sources.option(kOptDontGetCrlFromNet) == 0; ++i) {
+        WorkBudget budget(work.options.limits);
+        const CrtStatus now = status({work.facts, i, work.known, work.options, budget});
+        const bool known = now.state == CrtStatus::State::Good || now.state == CrtStatus::State::Revoked;
+        if (work.answered[i] || (known && work.asking != StatusAsking::Anew)) continue;
+        NetErrand errand = crlErrand(work.sources, {work.path.certs[i + 1], {work.path.certs[i]}, work.known});
         if (!errand.attempts.empty()) errands.push_back(std::move(errand));
     }
-    if (!errands.empty()) run();
-    return reports;
+    if (!errands.empty()) work.add(go(std::move(errands), progress));
+}
+
+NetReports NetworkManager::refreshStatus(const CertPtr& certificate, const CertList& extra, StatusAsking asking,
+                                         const NetProgress& progress) {
+    StatusWork work{NetSources(*context_, *manager_), asking, extra};
+    if (work.sources.networkIsOff()) return {networkIsOffReport(certificate->subject().text())};
+    findPath(work, certificate, progress);
+    if (!work.isStopped()) askOcsp(work, progress);
+    if (!work.isStopped()) askCrls(work, progress);
+    return work.reports;
 }
 
 // Time stamps
@@ -268,27 +325,15 @@ NetErrand NetworkManager::ocspTest(NetSources& sources, const SrvParams& server)
     errand.judge = [this, question](const NetAttempt&, FetchResult& result) {
         OcspAnswer answer;
         if (result.values.empty()) return NetVerdict{ECRV_TCP_PROT, "OCSP: an empty answer"};
+        const Raised judging(inOcsp_);
         return ocsp_.judge(question, result.values.front(), answer);
     };
     return errand;
 }
 
-NetErrand NetworkManager::testErrand(const SrvParams& server, ServerUsage usage, TimeStampFacts& facts) {
-    NetSources sources(*context_, *manager_);
+NetErrand NetworkManager::crlTest(NetSources& sources, const SrvParams& server) {
     NetErrand errand;
-    if (usage == CRVSRV_USAGE_OCSP) return ocspTest(sources, server);
-    if (usage == CRVSRV_USAGE_TIME_STAMP) {
-        const TimeStampReq request = TimeStampClient::request(KcHashAlgo::Sha256, Bytes(kTestOctets));
-        return stampErrand({sources.of(server, TimeStampClient::object(request))}, request, facts);
-    }
     const CertPtr authority = authorityOf(server);
-    if (usage == CRVSRV_USAGE_CERTIFICATES) {
-        const NetObject object = certObject({.email = {}, .name = "test"});
-        errand.attempts.push_back(sources.of(server, object));
-        errand.notFound = ECRV_RECCRT;
-        errand.judge = [](const NetAttempt&, FetchResult&) { return NetVerdict(); };
-        return errand;
-    }
     if (!authority) {
         errand.verdict = {ECRV_CRTNOTFOUND, "no certificate of an authority whose CRL could be asked for"};
         return errand;
@@ -299,12 +344,41 @@ NetErrand NetworkManager::testErrand(const SrvParams& server, ServerUsage usage,
         NetVerdict verdict;
         // A server of any authority: one of them issued what it gives.
         for (const CertPtr& one : any ? authorities() : CertList{authority}) {
-            verdict = judgeCrls(*one, attempt, result, false);
+            verdict = judgeCrls({one}, attempt, result, false);
             if (verdict.code != ECRV_SRV_BAD_CA) break;
         }
         return verdict;
     };
     return errand;
+}
+
+/// A directory that answers that there is nobody of that name works. A web server answers every wrong address so: it
+/// has to show a certificate.
+NetErrand NetworkManager::certTest(NetSources& sources, const SrvParams& server) {
+    NetErrand errand;
+    const CertList own = own_ ? own_() : CertList();
+    const CertPtr authority = authorityOf(server);
+    const CertPtr asked = own.empty() ? authority : own.front();
+    const std::string name = asked ? asked->subject().find(OID_AT_COMMON_NAME).value_or("test") : "test";
+    errand.attempts.push_back(sources.of(server, certObject({.email = {}, .name = name})));
+    errand.notFound = server.type == CRVSRV_TYPE_LDAP ? kNobodyThere : ECRV_RECCRT;
+    errand.judge = [name](const NetAttempt&, FetchResult& result) {
+        if (!certificatesIn(result).list.empty()) return NetVerdict();
+        return NetVerdict{ECRV_TCP_PROT, "what came for \"" + name + "\" holds no certificate"};
+    };
+    return errand;
+}
+
+NetErrand NetworkManager::testErrand(const SrvParams& server, ServerUsage usage) {
+    NetSources sources(*context_, *manager_);
+    switch (usage) {
+        case CRVSRV_USAGE_OCSP:
+            return ocspTest(sources, server);
+        case CRVSRV_USAGE_CRL:
+            return crlTest(sources, server);
+        default:
+            return certTest(sources, server);
+    }
 }
 
 NetReports NetworkManager::testServer(const SrvParams& server, const NetProgress& progress,
@@ -320,15 +394,20 @@ NetReports NetworkManager::testServer(const SrvParams& server, const NetProgress
     if (NetSources(*context_, *manager_).networkIsOff()) return {networkIsOffReport(server.name)};
     for (const auto& [usage, name] : kUsages) {
         if ((server.usage & usage) == 0) continue;
-        TimeStampFacts facts;
-        NetErrand errand = testErrand(server, usage, facts);
-        errand.name = server.name;
-        NetReport report = goOne(std::move(errand), progress);
-        // A directory that answers that there is no such person works.
-        if (usage == CRVSRV_USAGE_CERTIFICATES && report.code == ECRV_RECCRT) report.code = 0;
-        if (usage == CRVSRV_USAGE_TIME_STAMP && report.code == 0) stamp = facts;
+        NetReport report;
+        if (usage == CRVSRV_USAGE_TIME_STAMP) {
+            TimeStampFacts facts;
+            report = timeStampTest(server, progress, facts);
+            if (report.code == 0) stamp = facts;
+        } else {
+            NetErrand errand = testErrand(server, usage);
+            errand.name = server.name;
+            report = goOne(std::move(errand), progress);
+            if (report.code == kNobodyThere) report = {report.name, 0, "", report.url, report.server, report.size};
+        }
         report.name = name;
         reports.push_back(std::move(report));
+        if (reports.back().code == ECRV_ACTION_CANCELLED) break;
     }
     return reports;
 }

@@ -45,6 +45,15 @@ struct CertQuery {
     std::string name{};  ///< common name
 };
 
+/// Seconds by which the local clock may differ from a time stamp before the user is told.
+inline constexpr int64_t kMostClockDifference = 300;
+
+/// How the status of certificates is asked for.
+enum class StatusAsking {
+    WhatIsMissing,  ///< only where stored answers and CRLs do not tell
+    Anew            ///< everything, whatever is stored
+};
+
 /// Owner of the network store: certificates and CRLs, each once, until they are moved into the databases. Operations
 /// take a function that is told of progress ten times a second and stops them by false; what they find stands in the
 /// store. They tell the URL and the cause of the last failure as the diagnostic text. Used by one thread at a time.
@@ -52,24 +61,31 @@ class NetworkManager {
   public:
     /// Binds the manager to its context and makes stored OCSP answers count for status beside CRLs.
     void init(ContextServices& context, CertificateManager& certificates, RevocationManager& revocation);
+    /// The user's own certificates at the time of the call: what they name counts when CRLs are fetched (option 41).
+    using OwnCertificates = std::function<CertList()>;
+    void setOwnCertificates(OwnCertificates own) { own_ = std::move(own); }
 
     /// Adds the DER encoding unless an equal one is there; true when it was added.
     bool addCertToNetStore(ByteView certificate) { return add(certificates_, certificate); }
     bool addCRLToNetStore(ByteView crl) { return add(crls_, crl); }
+    /// Whether nothing is to be moved, times of fetches included.
+    [[nodiscard]] bool isNetStoreEmpty() const { return certificates_.empty() && crls_.empty() && times_.empty(); }
     [[nodiscard]] const std::vector<Bytes>& netStoreCerts() const { return certificates_; }
     [[nodiscard]] const std::vector<Bytes>& netStoreCrls() const { return crls_; }
 
-    /// Hands every item to the function of its kind and empties the store. A function answers whether its database took
-    /// the item; items that were refused are gone and leave a warning.
+    /// Hands every item to the function of its kind, certificates first, and empties the store. A function answers
+    /// whether its database took the item; items that were refused are gone and leave a warning, and the time of their
+    /// fetch is not remembered: they are due as before.
     void moveFromNetStoreToDB(const std::function<bool(ByteView)>& insertCert,
                               const std::function<bool(ByteView)>& insertCrl);
     void clearNetStore();
 
     /// Every authority whose CRLs may be wanted: trust points and the authorities of the database.
     [[nodiscard]] CertList authorities();
-    /// Fetches the CRLs of authorities that have a source, in the order of the servers; with `onlyDue` those whose
-    /// server's period is over, or of which none is current. Only CRLs that verify and are not older than the stored
-    /// ones are accepted. Options 16 and 18 forbid it (108).
+    /// Fetches the CRLs of authorities that have a source: the servers in their order, then, with option 41, what the
+    /// user's certificates and the authorities' name. With `onlyDue` those whose server's period is over, or of which
+    /// none is current. Only CRLs that verify and are not older than the stored ones are accepted. One report of 108
+    /// where options 16 or 18 forbid it, and where no authority has a source.
     [[nodiscard]] NetReports fetchCrls(const CertList& authorities, bool onlyDue, const NetProgress& progress);
     /// The same without waiting; null when there is nothing to fetch. `CrlRun::advance` must be called until it is
     /// done.
@@ -87,9 +103,9 @@ class NetworkManager {
     /// Asks about a certificate. The answer counts for the paths of this run, and as long as it holds.
     [[nodiscard]] NetReport ocspStatus(const CertPtr& certificate, const CertPtr& issuer, const NetProgress& progress,
                                        CrtStatus& status);
-    /// Fetches what a verdict on the certificate lacks: issuers where no path is found, OCSP answers, then CRLs for
-    /// what is still unknown.
-    [[nodiscard]] NetReports refreshStatus(const CertPtr& certificate, const CertList& extra,
+    /// Fetches what a verdict on the certificate needs: issuers where no path is found, OCSP answers, then CRLs for
+    /// what those leave open.
+    [[nodiscard]] NetReports refreshStatus(const CertPtr& certificate, const CertList& extra, StatusAsking asking,
                                            const NetProgress& progress);
 
     /// A stamp over a digest from the profile's servers: 0, 125 no server, 126 the network, 127 none verifies, 173
@@ -107,20 +123,44 @@ class NetworkManager {
     [[nodiscard]] CrtStatus status(const StatusQuestion& question);
 
   private:
+    /// Whose CRLs are wanted, and what may be of help to find and to verify them.
+    struct CrlWish {
+        CertPtr authority;
+        CertList subjects{};  ///< certificates whose status the CRLs are to tell: what they name counts
+        CertList extra{};     ///< certificates of authorities that the database may not have
+    };
+    /// A time to remember; that of a CRL of the store only when the database takes it.
+    struct FetchTime {
+        std::string name;
+        std::optional<size_t> crl;
+    };
+    struct StatusWork;
+
     static bool add(std::vector<Bytes>& store, ByteView item);
     [[nodiscard]] NetReports go(std::vector<NetErrand> errands, const NetProgress& progress);
     [[nodiscard]] NetReport goOne(NetErrand errand, const NetProgress& progress);
-    [[nodiscard]] std::vector<NetErrand> crlErrands(const CertList& authorities, bool onlyDue);
-    [[nodiscard]] NetErrand crlErrand(NetSources& sources, const SignedCertificate& authority);
+    [[nodiscard]] std::vector<NetErrand> crlErrands(const CertList& authorities, bool onlyDue, bool& anySource);
+    [[nodiscard]] NetErrand crlErrand(NetSources& sources, CrlWish wish);
     void dropForeign(NetReports& reports) const;
     [[nodiscard]] bool isDue(const SignedCertificate& authority);
-    [[nodiscard]] NetVerdict judgeCrls(const SignedCertificate& authority, const NetAttempt& attempt,
-                                       FetchResult& result, bool keep);
-    [[nodiscard]] NetVerdict judgeCrl(ByteView der);
+    [[nodiscard]] bool isPeriodOver(const SignedCertificate& authority, int64_t now);
+    [[nodiscard]] NetVerdict judgeCrls(const CrlWish& wish, const NetAttempt& attempt, const FetchResult& result,
+                                       bool keep);
+    [[nodiscard]] NetVerdict judgeCrl(const CrlFacts& crl, const CrlWish& wish, bool keep);
+    [[nodiscard]] NetReport fetchIssuersFrom(NetSources& sources, const CertPtr& certificate,
+                                             const NetProgress& progress, CertList& found);
+    [[nodiscard]] NetErrand issuerErrand(NetSources& sources, const CertPtr& below, CertList& found, CertPtr& above);
+    [[nodiscard]] NetReport fetchPeople(const CertQuery& query, bool anybody, const NetProgress& progress,
+                                        CertList& found);
     [[nodiscard]] NetErrand ocspErrand(NetSources& sources, const OcspQuestion& question, CrtStatus* status);
+    void findPath(StatusWork& work, const CertPtr& certificate, const NetProgress& progress);
+    void askOcsp(StatusWork& work, const NetProgress& progress);
+    void askCrls(StatusWork& work, const NetProgress& progress);
     [[nodiscard]] std::optional<CrtStatus> ocspFromCache(const StatusQuestion& question);
     [[nodiscard]] NetErrand stampErrand(NetAttempts attempts, const TimeStampReq& request, TimeStampFacts& facts) const;
-    [[nodiscard]] NetErrand testErrand(const SrvParams& server, ServerUsage usage, TimeStampFacts& facts);
+    [[nodiscard]] NetErrand testErrand(const SrvParams& server, ServerUsage usage);
+    [[nodiscard]] NetErrand certTest(NetSources& sources, const SrvParams& server);
+    [[nodiscard]] NetErrand crlTest(NetSources& sources, const SrvParams& server);
     [[nodiscard]] NetErrand ocspTest(NetSources& sources, const SrvParams& server);
     [[nodiscard]] CertPtr authorityOf(const SrvParams& server);
     void setCacheFolder();
@@ -128,13 +168,14 @@ class NetworkManager {
     ContextServices* context_ = nullptr;
     CertificateManager* manager_ = nullptr;
     RevocationManager* revocation_ = nullptr;
+    OwnCertificates own_;
     OcspClient ocsp_;
     TimeStampClient stamps_;
     OcspCache cache_;
     bool inOcsp_ = false;  // an OCSP answer is being judged: who signed it is told of by CRLs only
     std::vector<Bytes> certificates_;
     std::vector<Bytes> crls_;
-    std::vector<std::string> fetched_;  // names of times to remember once what came is stored
+    std::vector<FetchTime> times_;
 };
 
 }  // namespace crv

@@ -10,6 +10,12 @@ struct CertQuery;
 
 /// DER of a name.
 [[nodiscard]] Bytes encodedName(const DistinguishedName& name);
+/// The certificates in what came.
+struct FetchedCerts {
+    CertList list{};
+    bool tooMany = false;  ///< there are more of them than are looked at
+};
+[[nodiscard]] FetchedCerts certificatesIn(const FetchResult& result);
 /// The CRLs of an authority: in a directory those of its entry.
 [[nodiscard]] NetObject crlObject(const DistinguishedName& authority);
 /// The certificates of an authority.

@@ -1,13 +1,14 @@
 #include "pki/network_run.h"
 
 #include <algorithm>
-#include <map>
 
 #include "corvane/crverrors.h"
 
 namespace crv {
 
 namespace {
+
+constexpr std::chrono::milliseconds kRunStep{100};
 
 struct OutcomeRow {
     FetchOutcome outcome;
@@ -40,64 +41,64 @@ int codeOfOutcome(FetchOutcome outcome, int notFound) {
 }
 
 NetRun::NetRun(std::vector<NetErrand> errands) : errands_(std::move(errands)) {
-    for (NetErrand& errand : errands_) {
-        std::stable_partition(errand.attempts.begin(), errand.attempts.end(), [](const NetAttempt& attempt) {
-            return !FailedHosts::instance().isBehind(attempt.request);
-        });
-        errand.done = errand.attempts.empty();
-        if (errand.done && errand.verdict.code == 0) errand.verdict = {ECRV_TCP_NO_SRV, "no server is set up for it"};
-    }
-    startRound();
-}
-
-void NetRun::startRound() {
-    std::map<std::pair<std::string, Bytes>, size_t> known;
-    std::vector<FetchJob> jobs;
-    jobs_.clear();
     for (size_t i = 0; i < errands_.size(); ++i) {
         NetErrand& errand = errands_[i];
+        errand.done = errand.attempts.empty();
+        if (errand.done && errand.verdict.code == 0) errand.verdict = {ECRV_TCP_NO_SRV, "no server is set up for it"};
+        if (!errand.done) send(i);
+    }
+}
+
+/// The errand's next source.
+void NetRun::send(size_t number) {
+    NetErrand& errand = errands_[number];
+    std::stable_partition(errand.attempts.begin() + static_cast<std::ptrdiff_t>(errand.next), errand.attempts.end(),
+                          [](const NetAttempt& attempt) { return !FailedHosts::instance().isBehind(attempt.request); });
+    const FetchRequest& request = errand.attempts[errand.next].request;
+    const auto same = std::ranges::find_if(sent_, [&](const auto& one) { return one.second.request == request; });
+    if (same != sent_.end()) {
+        same->second.errands.push_back(number);
+    } else {
+        sent_.emplace(scheduler_.add({errand.name, request}), Sent{request, {number}});
+    }
+}
+
+void NetRun::judge(NetErrand& errand, FetchResult& result) {
+    const NetAttempt& attempt = errand.attempts[errand.next++];
+    errand.url = result.url;
+    errand.server = attempt.server;
+    errand.size = sizeOf(result);
+    errand.verdict = {codeOfOutcome(result.outcome, errand.notFound), result.cause};
+    if (result.good()) errand.verdict = errand.judge(attempt, result);
+    errand.done = errand.verdict.code == 0 || errand.verdict.code == ECRV_ACTION_CANCELLED ||
+                  errand.next == errand.attempts.size();
+}
+
+bool NetRun::advance(std::chrono::milliseconds wait) {
+    if (sent_.empty()) return true;
+    for (FetchScheduler::Ended& ended : scheduler_.take(wait)) {
+        const Sent sent = std::move(sent_.extract(ended.job).mapped());
+        for (const size_t number : sent.errands) judge(errands_[number], ended.result);
+        for (const size_t number : sent.errands)
+            if (!errands_[number].done) send(number);
+    }
+    return sent_.empty();
+}
+
+/// What was at work is ended; nothing more is asked.
+void NetRun::stop() {
+    scheduler_.stop();
+    sent_.clear();
+    for (NetErrand& errand : errands_) {
         if (errand.done) continue;
-        const FetchRequest& request = errand.attempts[errand.next].request;
-        const auto [at, isNew] = known.try_emplace({request.url, request.body}, jobs.size());
-        if (isNew) {
-            jobs.push_back({errand.name, request});
-            jobs_.emplace_back();
-        }
-        jobs_[at->second].push_back(i);
+        errand.verdict = {ECRV_ACTION_CANCELLED, "stopped"};
+        errand.done = true;
     }
-    round_ = jobs.empty() ? nullptr : std::make_unique<FetchScheduler>(std::move(jobs));
-}
-
-void NetRun::judgeRound(std::vector<FetchResult> results) {
-    for (size_t job = 0; job < results.size(); ++job) {
-        for (const size_t i : jobs_[job]) {
-            NetErrand& errand = errands_[i];
-            FetchResult& result = results[job];
-            const NetAttempt& attempt = errand.attempts[errand.next++];
-            errand.url = result.url;
-            errand.server = attempt.server;
-            errand.size = sizeOf(result);
-            errand.verdict = {codeOfOutcome(result.outcome, errand.notFound), result.cause};
-            if (result.good()) errand.verdict = errand.judge(attempt, result);
-            errand.done = errand.verdict.code == 0 || errand.verdict.code == ECRV_ACTION_CANCELLED ||
-                          errand.next == errand.attempts.size();
-        }
-    }
-}
-
-bool NetRun::advance() {
-    if (!round_) return true;
-    if (!round_->done()) return false;
-    judgeRound(round_->wait());
-    startRound();
-    return !round_;
 }
 
 void NetRun::finish(const NetProgress& progress) {
-    while (round_) {
-        judgeRound(round_->wait(progress));
-        startRound();
-    }
+    while (!advance(kRunStep))
+        if (progress && !progress(scheduler_.progress())) return stop();
 }
 
 }  // namespace crv

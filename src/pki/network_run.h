@@ -2,7 +2,7 @@
 #pragma once
 
 #include <functional>
-#include <memory>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -41,24 +41,31 @@ struct NetErrand {
 /// False stops the work.
 using NetProgress = std::function<bool(const FetchProgress& progress)>;
 
-/// Errands in rounds: every open one tries its next source, equal requests being made once. A server that failed within
-/// the last minute comes behind the others.
+/// Errands, each going on to its next source as soon as it may; equal requests that are on their way together are made
+/// once. A server that failed within the last minute comes behind the others.
 class NetRun {
   public:
     explicit NetRun(std::vector<NetErrand> errands);
-    /// Judges what has come and starts the next round; never waits. True when all are done.
-    bool advance();
+    /// Judges what has come and sends the next requests; never waits. True when all are done.
+    bool advance() { return advance(std::chrono::milliseconds(0)); }
     /// Goes on until all are done or progress stops it: those still open then have code 165.
     void finish(const NetProgress& progress);
     [[nodiscard]] std::vector<NetErrand>& errands() { return errands_; }
 
   private:
-    void startRound();
-    void judgeRound(std::vector<FetchResult> results);
+    /// A request on its way and the errands that wait for it.
+    struct Sent {
+        FetchRequest request;
+        std::vector<size_t> errands;
+    };
+    bool advance(std::chrono::milliseconds wait);
+    void send(size_t number);
+    void judge(NetErrand& errand, FetchResult& result);
+    void stop();
 
     std::vector<NetErrand> errands_;
-    std::vector<std::vector<size_t>> jobs_;  // errands of each job of the round
-    std::unique_ptr<FetchScheduler> round_;
+    std::map<size_t, Sent> sent_;  // by the number of the job
+    FetchScheduler scheduler_;
 };
 
 }  // namespace crv

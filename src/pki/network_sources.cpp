@@ -24,10 +24,10 @@ constexpr SchemeOfType kSchemesOfTypes[] = {{CRVSRV_TYPE_LDAP, "ldap://", "ldaps
                                             {CRVSRV_TYPE_FTP, "ftp://", "ftp://"},
                                             {CRVSRV_TYPE_FILE, "file://", "file://"}};
 
-std::string authorityOf(const SrvParams& server) {
-    const bool bare = server.addr.find(':') != std::string::npos && !server.addr.starts_with('[');
-    return (bare ? "[" + server.addr + "]" : server.addr) +
-           (server.port == 0 ? std::string() : ":" + std::to_string(server.port));
+/// "host:port", an IPv6 address in brackets; 0: without the port.
+std::string placeOf(const std::string& address, long port) {
+    const bool bare = address.find(':') != std::string::npos && !address.starts_with('[');
+    return (bare ? "[" + address + "]" : address) + (port == 0 ? std::string() : ":" + std::to_string(port));
 }
 
 /// "dn?attributes?scope?filter" (RFC 4516 2).
@@ -82,7 +82,7 @@ void NetSources::finish(FetchRequest& request, const NetObject& object) {
     request.allowed = profile->netAllow();
     Proxy proxy;
     if (!profile->getProxyForUrl(request.url, proxy)) return;
-    request.proxy = proxy.addr + ":" + std::to_string(proxy.port);
+    request.proxy = placeOf(proxy.addr, proxy.port);
     request.proxyUser = proxy.user;
     request.proxyPassword = proxy.password;
 }
@@ -101,9 +101,9 @@ NetAttempt NetSources::of(const SrvParams& server, const NetObject& object) {
         request.url += percentEncoded(expandHome(server.path), "/");
     } else if (server.type == CRVSRV_TYPE_LDAP) {
         const std::string base = pathOf(server).substr(1);
-        request.url += authorityOf(server) + ldapRest(base.empty() ? object.entry : base, object);
+        request.url += placeOf(server.addr, server.port) + ldapRest(base.empty() ? object.entry : base, object);
     } else {
-        request.url += authorityOf(server) + pathOf(server);
+        request.url += placeOf(server.addr, server.port) + pathOf(server);
         if (server.type == CRVSRV_TYPE_HTTP && !object.query.empty())
             request.url += (server.path.find('?') == std::string::npos ? "?" : "&") + object.query;
     }
@@ -143,15 +143,16 @@ void NetSources::addUri(NetAttempts& attempts, const std::string& uri, const Net
     attempts.push_back(std::move(attempt));
 }
 
-void NetSources::addUris(NetAttempts& attempts, const std::vector<std::string>& uris, const NetObject& object) {
+void NetSources::addUris(NetAttempts& attempts, const SignedCertificate& certificate,
+                         const std::vector<std::string>& uris, const NetObject& object) {
     if (option(kOptAutoCrlCrtDownload) == 0) return;
-    size_t left = std::min(kMostUrisOfCertificate, urisLeft_);
+    size_t& asked = urisOf_[certificate.fingerprint(KcHashAlgo::Sha256)];
     for (const std::string& uri : uris) {
         const Url url = parseUrl(uri);
         const bool hostless = isLdap(url.scheme) && url.host.empty() && url.valid;
         if (!hostless && !faultOfUrl(url, UrlOrigin::Certificate).empty()) continue;
-        if (left == 0) return;
-        --left;
+        if (asked == kMostUrisOfCertificate || urisLeft_ == 0) return;
+        ++asked;
         --urisLeft_;
         addUri(attempts, uri, object);
     }

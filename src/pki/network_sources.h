@@ -1,6 +1,7 @@
 // Where things are fetched from: the profile's servers in their order, then what certificates name.
 #pragma once
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -42,7 +43,7 @@ struct NetObject {
     std::string contentType{};
 };
 
-/// Addresses out of certificates that one operation may ask, and one certificate.
+/// Addresses out of certificates that one operation may ask, and those out of one certificate.
 inline constexpr size_t kMostUris = 16;
 inline constexpr size_t kMostUrisOfCertificate = 4;
 
@@ -58,7 +59,8 @@ class NetSources {
     [[nodiscard]] NetAttempts servers(ServerUsage usage, ByteView authority, const NetObject& object);
     /// Addresses out of a certificate, as far as the rules and the counts admit them and option 41 asks for them. One
     /// of LDAP without a host goes to the profile's LDAP servers.
-    void addUris(NetAttempts& attempts, const std::vector<std::string>& uris, const NetObject& object);
+    void addUris(NetAttempts& attempts, const SignedCertificate& certificate, const std::vector<std::string>& uris,
+                 const NetObject& object);
 
     [[nodiscard]] bool networkIsOff() const;
     [[nodiscard]] long option(long id) const;
@@ -71,6 +73,7 @@ class NetSources {
     ContextServices& context_;
     CertificateManager& certificates_;
     std::string roots_;
+    std::map<Bytes, size_t> urisOf_;  // asked of each certificate, by its digest
     size_t urisLeft_ = kMostUris;
 };
 

@@ -29,12 +29,13 @@ void OcspCache::setFolder(const std::string& database) {
 }
 
 bool OcspCache::mayHold() const {
-    return !fresh_.empty() || (!folder_.empty() && fileExists(folder_));
+    return !held_.empty() || (!folder_.empty() && fileExists(folder_));
 }
 
 std::optional<Bytes> OcspCache::find(ByteView certId) const {
     const std::string name = nameOfAnswer(certId);
-    if (const auto known = fresh_.find(name); known != fresh_.end()) return known->second;
+    if (const auto known = held_.find(name); known != held_.end() && Clock::now() < known->second.until)
+        return known->second.answer;
     if (folder_.empty() || !fileExists(folder_ + name)) return std::nullopt;
     try {
         return readFile(folder_ + name, kMaxAnswer);
@@ -43,12 +44,19 @@ std::optional<Bytes> OcspCache::find(ByteView certId) const {
     }
 }
 
-void OcspCache::store(ByteView certId, ByteView answer, bool onDisk) {
+void OcspCache::store(ByteView certId, ByteView answer, bool keeps) {
     const std::string name = nameOfAnswer(certId);
-    fresh_[name] = toBytes(answer);
-    if (!onDisk || folder_.empty() || !createDirectoryPath(folder_, 0700)) return;
+    std::erase_if(held_, [now = Clock::now()](const auto& one) { return one.second.until <= now; });
+    held_.erase(name);
+    if (keeps && write(name, answer)) return;
+    // Where there is no folder it stays for the run: whoever reads it looks whether it still holds.
+    held_[name] = {toBytes(answer), keeps ? Clock::time_point::max() : Clock::now() + kMoment};
+}
+
+bool OcspCache::write(const std::string& name, ByteView answer) const {
+    if (folder_.empty() || !createDirectoryPath(folder_, 0700)) return false;
     if (!fileExists(folder_ + name)) makeRoom();
-    static_cast<void>(writeFileAtomically(folder_ + name, answer, {WriteMode::KeepOrSecret}));
+    return static_cast<bool>(writeFileAtomically(folder_ + name, answer, {WriteMode::KeepOrSecret}));
 }
 
 void OcspCache::makeRoom() const {

@@ -1,6 +1,7 @@
 // OCSP answers that were accepted, kept for later: in the folder of the database, and in memory.
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
@@ -13,25 +14,33 @@ namespace crv {
 /// reads an answer verifies it again. A cache that cannot be read or written is an empty one.
 class OcspCache {
   public:
+    using Clock = std::chrono::steady_clock;
     static constexpr size_t kMostFiles = 4096;
+    static constexpr std::chrono::seconds kMoment{60};
     static constexpr size_t kMaxAnswer = size_t{256} << 10;
 
     /// The folder of the database with its slash; empty: in memory only.
     void setFolder(const std::string& database);
-    /// `certId` is the DER of a CertID. An answer of this run before one of a file.
+    /// `certId` is the DER of a CertID. What was kept for the moment comes before a file.
     [[nodiscard]] std::optional<Bytes> find(ByteView certId) const;
-    /// `onDisk`: whether it may outlive this run. Where there are too many files the oldest go.
-    void store(ByteView certId, ByteView answer, bool onDisk);
+    /// `keeps`: whether it says until when it holds; one that does not counts for what is done at the moment, and is
+    /// forgotten after kMoment. Where there are too many files the oldest go.
+    void store(ByteView certId, ByteView answer, bool keeps);
     /// Forgets what is in memory.
-    void forget() { fresh_.clear(); }
+    void forget() { held_.clear(); }
     /// Whether there may be any answer at all.
     [[nodiscard]] bool mayHold() const;
 
   private:
+    struct Held {
+        Bytes answer;
+        Clock::time_point until;
+    };
+    [[nodiscard]] bool write(const std::string& name, ByteView answer) const;
     void makeRoom() const;
 
     std::string folder_;
-    std::map<std::string, Bytes> fresh_;
+    std::map<std::string, Held> held_;
 };
 
 }  // namespace crv

@@ -108,15 +108,15 @@ int RevocationManager::verify(ByteView der, int64_t time) {
     return crl ? verify(*crl, time) : ECRV_INV_CRL_FMT;
 }
 
-int RevocationManager::verify(const CrlFacts& crl, int64_t time) {
+int RevocationManager::verify(const CrlFacts& crl, int64_t time, const CertList& extra) {
     if (crl.fault) return crl.fault.code;
     if (const PathFault late = faultOfTime(crl, time)) return late.code;
     const PathOptions options{time, 0, RevocationCheck::None};
     WorkBudget budget(options.limits);
     int code = ECRV_CRTNOTFOUND;
-    for (const FactsPtr& signer : signersOf(crl, {})) {
+    for (const FactsPtr& signer : signersOf(crl, extra)) {
         PathFault fault = faultOfSigner(crl, *signer, keyOf(*signer, {}), options, budget);
-        const int found = fault ? fault.code : certificates_->buildPath(signer->certificate, options).code;
+        const int found = fault ? fault.code : certificates_->buildPath(signer->certificate, options, extra).code;
         if (found == 0) return 0;
         // What a certificate that made the CRL lacks says more than that another one did not make it.
         if (code == ECRV_CRTNOTFOUND || code == ECRV_CRTSIGN) code = found;
@@ -318,6 +318,16 @@ CrtStatus RevocationManager::status(const SignedCertificate& certificate, const 
     const CertList extra{cache.certificate(encodingOf(issuer))};
     return statusOnPath(certificates_->buildPath(cache.certificate(encodingOf(certificate)), unasked, extra), options,
                         extra);
+}
+
+bool RevocationManager::isOutdated(const CrlFacts& crl) {
+    CrlIndex index;
+    if (!certificates_->database().getCrlIndex(index)) return false;
+    return std::ranges::any_of(index, [&](const CrlIndexEntry& row) {
+        return row.isVerified() && row.issued() > crl.thisUpdate && row.isDelta() == crl.isDelta() &&
+               row.issuer == crl.issuerName() && sameKeyId(row.authorityKeyId, crl.authorityKeyId) &&
+               load(row)->scope == crl.scope;
+    });
 }
 
 bool RevocationManager::lastCrls(const SignedCertificate& authority, AuthorityCrls& crls) {

@@ -40,6 +40,10 @@ class RevocationManager {
     /// certificate or path is not there, 70 signature, 66 algorithm, 101 not current, 155 and the like for the issuer's
     /// path.
     [[nodiscard]] int verify(ByteView der, int64_t time);
+    /// The same of one that is decoded; `extra` may hold its issuer's certificate and those above it.
+    [[nodiscard]] int verify(const CrlFacts& crl, int64_t time, const CertList& extra = {});
+    /// Whether a stored CRL that verified, of the same issuer, kind and scope, is newer.
+    [[nodiscard]] bool isOutdated(const CrlFacts& crl);
     /// Stores a CRL, verified or not: status() believes only those that verify. One that is there already counts as
     /// stored.
     [[nodiscard]] CrlInsert insert(ByteView der);
@@ -76,7 +80,6 @@ class RevocationManager {
         CrlFactsPtr facts;  // null as long as nobody asked for it
     };
     [[nodiscard]] bool isGenuine(const CrlFacts& crl, int64_t now);
-    [[nodiscard]] int verify(const CrlFacts& crl, int64_t time);
     [[nodiscard]] bool load(const StatusQuestion& question, CrlFactsList& crls);
     [[nodiscard]] CrlFactsPtr load(const CrlIndexEntry& row);
     [[nodiscard]] bool readIndex();

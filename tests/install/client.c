@@ -29,7 +29,7 @@ static void setText(CrvProfile *profile, long id, const char *value) {
 
 static void createProfile(const char *list, const char *name, long type) {
     CrvProfile *profile = crvCreateProfileAPI(ctx, type);
-    const CrvSrvParams crl = {sizeof(CrvSrvParams), "Ldap", CRVSRV_USAGE_CRL, CRVSRV_TYPE_LDAP, "ldap.pl", 389, "o=CA", NULL, "tajne", NULL, 0, NULL, 0, 0};
+    const CrvSrvParams crl = {sizeof(CrvSrvParams), "Ldap", CRVSRV_USAGE_CRL, CRVSRV_TYPE_LDAP, "ldap.pl", 389, "o=CA", NULL, "tajne", NULL, 0, NULL, 0, 0, 0};
     CHECK(profile != NULL);
     CHECK(crvWriteProfileAPI(ctx, profile, CRVPROFILE_MEDIA_FILE, list) == ECRV_NO_PROFILE_NAME);
     setText(profile, CRVPROFILE_ATTR_NAME, name);

@@ -89,9 +89,12 @@ class Connection {
         const std::unique_ptr<addrinfo, decltype(&freeaddrinfo)> owner(list, freeaddrinfo);
         FetchResult last;
         const auto end = Clock::now() + Millis(request.connectTime);
-        for (const addrinfo* one = list; one; one = one->ai_next) {
-            last = connectTo(*one, rule, end, request.url);
-            if (last.good() || last.outcome == FetchOutcome::Timeout) break;
+        std::ptrdiff_t left = 0;
+        for (const addrinfo* one = list; one; one = one->ai_next) ++left;
+        for (const addrinfo* one = list; one && !last.good(); one = one->ai_next, --left) {
+            // What is left of the time is for all that are left.
+            const auto now = Clock::now();
+            last = connectTo(*one, rule, now + (end - now) / left, request.url);
         }
         return last;
     }
@@ -231,6 +234,10 @@ class LdapSession {
         const int code = ldap_search_ext_s(ld_.get(), base, search.scope, search.filter.c_str(), names.data(), 0,
                                            nullptr, nullptr, nullptr, -1, &found);
         const std::unique_ptr<LDAPMessage, decltype(&ldap_msgfree)> owner(found, ldap_msgfree);
+        // A search that finds nobody succeeds: without the entry where it begins the server's path is wrong.
+        if (code == LDAP_NO_SUCH_OBJECT && search.scope != LDAP_SCOPE_BASE)
+            return outcome(FetchOutcome::BadData, "no entry where the search begins: \"" + std::string(base) + "\"",
+                           request_.url);
         if (code != LDAP_SUCCESS) return failed(code);
         bool any = false;
         for (LDAPMessage* entry = ldap_first_entry(ld_.get(), found); entry; entry = ldap_next_entry(ld_.get(), entry))

@@ -26,7 +26,6 @@ namespace {
 using IdleClock = std::chrono::steady_clock;
 
 constexpr size_t kFetchNameWidth = 40;
-constexpr int64_t kClockTolerance = 300;  // seconds
 constexpr std::chrono::seconds kNextLook{60};
 /// After failures, and when the database is held by another program.
 constexpr std::chrono::seconds kAfterFailure{600}, kAfterBusy{5};
@@ -61,7 +60,7 @@ void addStamp(std::vector<std::string>& lines, const TimeStampFacts& stamp) {
 
 /// Stores what was fetched; false, after a message, when the database does not take it.
 bool storeAll() {
-    if (netManager->netStoreCerts().empty() && netManager->netStoreCrls().empty()) return true;
+    if (netManager->isNetStoreEmpty()) return true;
     crvCtx->state.warnings.clear();
     crvCtx->moveFromNetStoreToDB();
     if (crvCtx->state.warnings.empty()) return true;
@@ -104,7 +103,6 @@ void fetchAllCrls() {
     clrToEol(kMessageRow, 0);
     // What came before the stop is as good as the rest.
     if (!storeAll() || wasStopped(reports)) return;
-    if (reports.empty()) return errInfo(kMessageRow, "%s", crvErrorTextAPI(nullptr, ECRV_TCP_NO_SRV));
     std::vector<std::string> lines;
     for (const NetReport& report : reports) addReport(lines, report.name, report);
     runTextView({"Pobieranie list CRL", std::move(lines)});
@@ -134,7 +132,8 @@ bool fetchCertificates() {
 
 std::vector<std::string> statusNow(const SignedCertificate& certificate) {
     static_cast<void>(showFetch({.name = shortName(certificate.subject())}));
-    const NetReports reports = netManager->refreshStatus(makeCert(certificate.encoded()), {}, showFetch);
+    const NetReports reports =
+        netManager->refreshStatus(makeCert(certificate.encoded()), {}, StatusAsking::Anew, showFetch);
     clrToEol(kMessageRow, 0);
     static_cast<void>(storeAll());
     std::vector<std::string> lines = verdictLines(certificate);
@@ -150,7 +149,7 @@ void compareClock(int row) {
     const NetReport report = netManager->timeStampTest(servers.front(), showFetch, stamp);
     clrToEol(kMessageRow, 0);
     if (report.code != 0) return displText(row, 0, "Nie porównano zegara: %s", crvErrorTextAPI(nullptr, report.code));
-    if (std::abs(stamp.difference) > kClockTolerance) {
+    if (std::abs(stamp.difference) > kMostClockDifference) {
         displText(row, 0, "Zegar systemowy różni się od znacznika czasu (%s UTC) o %lld s!",
                   timeText(stamp.genTime).c_str(), static_cast<long long>(stamp.difference));
     }
@@ -204,7 +203,7 @@ void CrlKeeper::step() {
         const bool failed = std::ranges::any_of(reports, [](const NetReport& one) { return one.code != 0; });
         work_->run.reset();
         work_->next = IdleClock::now() + (failed ? kAfterFailure : kNextLook);
-        if (!netManager->netStoreCrls().empty()) crvCtx->moveFromNetStoreToDB();
+        if (!netManager->isNetStoreEmpty()) crvCtx->moveFromNetStoreToDB();
     }
 }
 
