@@ -235,9 +235,10 @@ class LdapSession {
                                            nullptr, nullptr, nullptr, -1, &found);
         const std::unique_ptr<LDAPMessage, decltype(&ldap_msgfree)> owner(found, ldap_msgfree);
         // A search that finds nobody succeeds: without the entry where it begins the server's path is wrong.
-        if (code == LDAP_NO_SUCH_OBJECT && search.scope != LDAP_SCOPE_BASE)
+        if (code == LDAP_NO_SUCH_OBJECT && search.scope != LDAP_SCOPE_BASE) {
             return outcome(FetchOutcome::BadData, "no entry where the search begins: \"" + std::string(base) + "\"",
                            request_.url);
+        }
         if (code != LDAP_SUCCESS) return failed(code);
         bool any = false;
         for (LDAPMessage* entry = ldap_first_entry(ld_.get(), found); entry; entry = ldap_next_entry(ld_.get(), entry))
