@@ -41,8 +41,11 @@ static FILE *besideOf(const char *path, const char *ending) {
 }
 
 static void sign(FILE *content, FILE *signature) {
-    CrvSignParams params = {sizeof params, CRVSIGN_CONTENT_BESIDE, CRVMSG_FORM_DER, 0, NULL, 0, NULL, 0, NULL, 0, NULL, 0};
+    CrvSignParams params = {0};
     CrvStream *stream;
+    params.size = sizeof params;
+    params.content = CRVSIGN_CONTENT_BESIDE;
+    params.form = CRVMSG_FORM_DER;
     demand(crvSignInitAPI(ctx, &params, put, signature, &stream), "sign");
     feed(content, stream, crvSignUpdateAPI);
     demand(crvSignFinalAPI(ctx, stream), "sign");

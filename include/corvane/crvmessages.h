@@ -44,7 +44,15 @@ enum CrvSignFlags {
     CRVSIGN_COSIGN = 2 /* what is given is a signed message with its content inside, to which the signature is added */
 };
 
-/* How to sign (EN 319 122-1, level B-B). With every member but the size 0 or null: as configured. */
+/* What stands beside a signature (EN 319 122-1 6.3). */
+enum CrvSignLevel {
+    CRVSIGN_LEVEL_B = 0, /* nothing */
+    CRVSIGN_LEVEL_T = 1, /* a time stamp of one of the profile's servers */
+    CRVSIGN_LEVEL_LT = 2 /* and the paths of the signer and of who stamped, with what tells that nothing on them is
+                            revoked: CRLs and OCSP answers, fetched where none is current */
+};
+
+/* How to sign (EN 319 122-1). With every member but the size 0 or null: as configured. */
 typedef struct CrvSignParams {
     long size;                        /* sizeof(CrvSignParams) */
     long content;                     /* CRVSIGN_CONTENT_ value */
@@ -58,12 +66,18 @@ typedef struct CrvSignParams {
     long message_len;
     const CrvCert* const* certificates; /* to be put into the message, beside the signer's; null: none */
     long certificates_count;
+    long level;                    /* CRVSIGN_LEVEL_ value */
+    const CrvCert* const* signers; /* certificates of those of the profile's keys that sign; null: the signing key */
+    long signers_count;
 } CrvSignParams;
 
 /* Signs with the signing key of the profile and the configured digest; params may be null. *message is freed with
  * crvFreeOctetsAPI. ECRV_SKEYS_NOT_PRES: no signing key with a certificate. ECRV_SIG_WITH_DIG_NOT_SUPPORTED.
  * ECRV_API_INV_PAR: an unfit value, or a policy that is not the user's. ECRV_INV_CRV_MSG, ECRV_NO_CRV_MSG,
- * ECRV_FILE_NOT_SGN_FOR_COUNTERSGN: not a message that a signature can be added to. */
+ * ECRV_FILE_NOT_SGN_FOR_COUNTERSGN: not a message that a signature can be added to. ECRV_UNP_KEY_CRT: a signer whose
+ * key the profile has not. Levels T and LT: ECRV_TS_NO_SERVER_DEF, ECRV_TS_NETWORK_FAIL, ECRV_TS_VERIF,
+ * ECRV_TS_REJECTED, ECRV_TS_ALL_SERVERS_FAIL; ECRV_CRL_NOT_FOUND and what crvVerifyCertAPI answers, where nothing
+ * current tells of a certificate that it is not revoked. The text names the server or the certificate. */
 CRV_API int crvSignAPI(CRVctx* ctx, const unsigned char* content, long len, const CrvSignParams* params,
                        unsigned char** message, long* message_len);
 CRV_API int crvSignInitAPI(CRVctx* ctx, const CrvSignParams* params, CrvSink sink, void* user, CrvStream** stream);
@@ -153,6 +167,8 @@ typedef struct CrvSignerInfo {
     const char* policy;          /* signature policy that the signer says to follow, dotted */
     const char* not_signed;      /* what the signature does not protect, one a line */
     int expired_since;           /* 1: the path expired after a moment that only the signer claims */
+    const char* stamp_authority; /* who made the good time stamp */
+    const CrvVerifyResult* stamp_path; /* verdict on the certificate of who stamped; null: none stands there */
 } CrvSignerInfo;
 
 /* The verdict, and those on its signatures by index from 0. */

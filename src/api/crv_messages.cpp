@@ -13,6 +13,15 @@ ContentSink sinkOf(CrvSink sink, void* user) {
     };
 }
 
+/// CRLs and certificates that a signature was proved with are of use to the next one.
+void storeFetched(CRVctx& ctx) {
+    if (ctx.dbManager.isDbCreated() == DbState::Complete) {
+        ctx.moveFromNetStoreToDB();
+    } else {
+        ctx.networkManager.clearNetStore();
+    }
+}
+
 /// The work of a stream of this context; ECRV_INV_WRK_MODE for one that failed.
 template <class Work>
 Work& workOf(CRVctx& ctx, CrvStream* stream) {
@@ -59,6 +68,24 @@ int finishStream(CRVctx* ctx, CrvStream* stream, End end) {
     });
 }
 
+/// Begins a stream that writes into a program's sink.
+template <class Begin>
+int initWriting(CRVctx* ctx, CrvSink sink, void* user, CrvStream** stream, Begin begin) {
+    return initStream(ctx, stream, [&](CRVctx& at) {
+        demand(sink);
+        return begin(at, sinkOf(sink, user));
+    });
+}
+
+/// Ends a message that is made.
+template <class Work>
+int finishMaking(CRVctx& ctx, CrvStream& stream, Work& work) {
+    work.finish();
+    if (!stream.output->finish()) return ECRV_WR_OUTFILE;
+    storeFetched(ctx);
+    return CRV_OK;
+}
+
 /// Makes a message in memory.
 template <class Work, class Begin>
 int makeMessage(CRVctx* ctx, const unsigned char* content, long len, unsigned char** message, long* messageLen,
@@ -75,8 +102,7 @@ int makeMessage(CRVctx* ctx, const unsigned char* content, long len, unsigned ch
         });
         Work& work = std::get<Work>(stream->work);
         work.update(given);
-        work.finish();
-        if (!stream->output->finish()) return ECRV_MEM;
+        if (finishMaking(*ctx, *stream, work) != CRV_OK) return ECRV_MEM;
         giveOctets(made, message, messageLen);
         return CRV_OK;
     });
@@ -101,7 +127,7 @@ int crvVerifyInt(CRVctx& ctx, ByteView octets, const CrvMessageParams* params, u
     *verdict = nullptr;
     if (content) *content = nullptr;
     if (contentLen) *contentLen = 0;
-    Bytes inside;
+    SecretBytes inside;
     const auto stream = beginVerifying(ctx, params, [&](ByteView piece) {
         if (content) inside.insert(inside.end(), piece.begin(), piece.end());
         return true;
@@ -178,6 +204,8 @@ CrvSignerInfo signerInfo(const SignerVerdict& one, const CrvMessageVerdict::Sign
     info.path = row.path.get();
     info.revoked_since = one.revokedSince;
     info.expired_since = one.expiredSince;
+    info.stamp_authority = one.stampAuthority.c_str();
+    info.stamp_path = row.stampPath.get();
     info.policy = row.policy.c_str();
     info.not_signed = row.notSigned.c_str();
     return info;
@@ -200,10 +228,8 @@ int crvSignAPI(CRVctx* ctx, const unsigned char* content, long len, const CrvSig
 }
 
 int crvSignInitAPI(CRVctx* ctx, const CrvSignParams* params, CrvSink sink, void* user, CrvStream** stream) {
-    return initStream(ctx, stream, [&](CRVctx& at) {
-        demand(sink);
-        return beginSigning(at, params, sinkOf(sink, user));
-    });
+    return initWriting(ctx, sink, user, stream,
+                       [&](CRVctx& at, ContentSink to) { return beginSigning(at, params, std::move(to)); });
 }
 
 int crvSignUpdateAPI(CRVctx* ctx, CrvStream* stream, const unsigned char* octets, long len) {
@@ -211,10 +237,8 @@ int crvSignUpdateAPI(CRVctx* ctx, CrvStream* stream, const unsigned char* octets
 }
 
 int crvSignFinalAPI(CRVctx* ctx, CrvStream* stream) {
-    return finishStream<MessageSigner>(ctx, stream, [&](MessageSigner& work) {
-        work.finish();
-        return stream->output->finish() ? CRV_OK : ECRV_WR_OUTFILE;
-    });
+    return finishStream<MessageSigner>(ctx, stream,
+                                       [&](MessageSigner& work) { return finishMaking(*ctx, *stream, work); });
 }
 
 int crvVerifyAPI(CRVctx* ctx, const unsigned char* octets, long len, const CrvMessageParams* params,
@@ -267,10 +291,8 @@ int crvEncryptAPI(CRVctx* ctx, const unsigned char* content, long len, const Crv
 }
 
 int crvEncryptInitAPI(CRVctx* ctx, const CrvEncryptParams* params, CrvSink sink, void* user, CrvStream** stream) {
-    return initStream(ctx, stream, [&](CRVctx& at) {
-        demand(sink);
-        return beginEncrypting(at, params, sinkOf(sink, user));
-    });
+    return initWriting(ctx, sink, user, stream,
+                       [&](CRVctx& at, ContentSink to) { return beginEncrypting(at, params, std::move(to)); });
 }
 
 int crvEncryptUpdateAPI(CRVctx* ctx, CrvStream* stream, const unsigned char* octets, long len) {
@@ -278,10 +300,8 @@ int crvEncryptUpdateAPI(CRVctx* ctx, CrvStream* stream, const unsigned char* oct
 }
 
 int crvEncryptFinalAPI(CRVctx* ctx, CrvStream* stream) {
-    return finishStream<MessageEncryptor>(ctx, stream, [&](MessageEncryptor& work) {
-        work.finish();
-        return stream->output->finish() ? CRV_OK : ECRV_WR_OUTFILE;
-    });
+    return finishStream<MessageEncryptor>(ctx, stream,
+                                          [&](MessageEncryptor& work) { return finishMaking(*ctx, *stream, work); });
 }
 
 int crvDecryptAPI(CRVctx* ctx, const unsigned char* message, long len, unsigned char** content, long* content_len,
@@ -290,10 +310,8 @@ int crvDecryptAPI(CRVctx* ctx, const unsigned char* message, long len, unsigned 
 }
 
 int crvDecryptInitAPI(CRVctx* ctx, CrvSink sink, void* user, CrvStream** stream) {
-    return initStream(ctx, stream, [&](CRVctx& at) {
-        demand(sink);
-        return beginDecrypting(at, sinkOf(sink, user));
-    });
+    return initWriting(ctx, sink, user, stream,
+                       [](CRVctx& at, ContentSink to) { return beginDecrypting(at, std::move(to)); });
 }
 
 int crvDecryptUpdateAPI(CRVctx* ctx, CrvStream* stream, const unsigned char* octets, long len) {

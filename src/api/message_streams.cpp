@@ -7,6 +7,7 @@
 #include "config/config_oids.h"
 #include "context/context_options.h"
 #include "messages/profile_messages.h"
+#include "messages/signature_level.h"
 
 namespace crv {
 namespace {
@@ -14,6 +15,8 @@ namespace {
 constexpr const char* kMessageLabel = "CMS";
 
 constexpr VerifyMoment kMoments[] = {VerifyMoment::Signing, VerifyMoment::Now, VerifyMoment::Given};
+
+constexpr SignatureLevel kLevels[] = {SignatureLevel::Basic, SignatureLevel::Stamped, SignatureLevel::LongTerm};
 
 bool optionSet(const CRVctx& ctx, long id) {
     return ctx.configurationManager.record().getIntOpt(id) != 0;
@@ -35,6 +38,14 @@ SignaturePolicy policyOf(const CRVctx& ctx, const CrvSignParams& given) {
     policy.digest = toBytes(octetsIn(given.policy_hash, given.policy_hash_len));
     demand(policy.digest.size() == hashLength(policy.hash));
     return policy;
+}
+
+std::vector<MessageSignerKey> signersIn(const CRVctx& ctx, const CrvSignParams& given) {
+    std::vector<MessageSignerKey> list;
+    for (const CertPtr& one : certsOfHandles(given.signers, given.signers_count))
+        list.push_back(signerOf(ctx.keyManager, ctx.configurationManager, one));
+    if (list.empty()) list.push_back(signerOf(ctx.keyManager, ctx.configurationManager));
+    return list;
 }
 
 std::unique_ptr<CrvStream> streamInto(CRVctx& ctx, ContentSink sink, bool pem) {
@@ -80,7 +91,8 @@ std::unique_ptr<CrvStream> beginSigning(CRVctx& ctx, const CrvSignParams* params
     demand(given.content >= CRVSIGN_CONTENT_CONFIGURED && given.content <= CRVSIGN_CONTENT_BESIDE);
     demand((given.flags & ~kAll) == 0 && ((given.flags & CRVSIGN_COSIGN) == 0 || !given.message));
     demandLogIn(ctx);
-    SignParams plan{{signerOf(ctx.keyManager, ctx.configurationManager)}};
+    demand(given.level >= 0 && given.level < std::ssize(kLevels));
+    SignParams plan{signersIn(ctx, given)};
     plan.cosign = (given.flags & CRVSIGN_COSIGN) != 0;
     plan.detachedMessage = toBytes(octetsIn(given.message, given.message_len));
     const bool configured = given.content == CRVSIGN_CONTENT_CONFIGURED;
@@ -89,7 +101,8 @@ std::unique_ptr<CrvStream> beginSigning(CRVctx& ctx, const CrvSignParams* params
                     (configured ? optionSet(ctx, kOptContentinfoDetached) : given.content == CRVSIGN_CONTENT_BESIDE);
     if ((given.flags & CRVSIGN_NO_TIME) == 0) plan.time = std::time(nullptr);
     if (given.policy) plan.policy = policyOf(ctx, given);
-    plan.certificates = certsOfHandles(given.certificates, given.certificates_count);
+    plan.proofs.certificates = certsOfHandles(given.certificates, given.certificates_count);
+    raiseLevel(plan, kLevels[given.level], {ctx.certificateManager, ctx.revocationManager, ctx.networkManager});
     auto made = streamInto(ctx, std::move(sink), inPem(ctx, given.form));
     made->work.emplace<MessageSigner>(std::move(plan), ctx.keyManager.random(), made->output->sink());
     return made;
@@ -152,6 +165,7 @@ CrvMessageVerdict::CrvMessageVerdict(crv::MessageVerdict made) : verdict(std::mo
         Signer& row = signers.emplace_back();
         row.certificate.certificate = one.certificate;
         if (!one.path.certs.empty()) row.path = std::make_unique<CrvVerifyResult>(one.path);
+        if (!one.stampPath.certs.empty()) row.stampPath = std::make_unique<CrvVerifyResult>(one.stampPath);
         if (one.policy) row.policy = one.policy->text();
         for (const std::string& what : one.notSigned) row.notSigned.append(what).push_back('\n');
     }

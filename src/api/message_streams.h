@@ -49,7 +49,7 @@ struct CrvStream {
 struct CrvMessageVerdict {
     struct Signer {
         CrvCert certificate;
-        std::unique_ptr<CrvVerifyResult> path;
+        std::unique_ptr<CrvVerifyResult> path, stampPath;
         std::string policy;
         std::string notSigned;
     };

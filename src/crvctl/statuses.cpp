@@ -46,6 +46,7 @@ constexpr FaultRow kFaults[] = {
     {OpFault::ContentMissing, "the content stands elsewhere; name it with --content"},
     {OpFault::NotAddressed, "the message is for somebody else"},
     {OpFault::CertificateRefused, "the certificate is not good for it"},
+    {OpFault::NetworkFailed, "what the network was asked for did not come"},
     {OpFault::Ambiguous, "several match; name one with --sha256"},
     {OpFault::ServerMissing, "there is no such server"},
     {OpFault::ServerExists, "there is such a server already"},

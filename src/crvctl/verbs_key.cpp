@@ -110,18 +110,6 @@ void generate(const Run& run, Session& session, RequestPlan& plan) {
     warnOfHistory(run, session);
 }
 
-/// The key whose identifier the text begins.
-const StoredKey& keyNamed(Session& session, const std::string& text) {
-    const auto begins = [&](const StoredKey& key) {
-        return equalIgnoreCase(hexOf(key.key->keyId()).substr(0, text.size()), text);
-    };
-    const auto keys = session.keys().keys();
-    const auto found = std::ranges::find_if(keys, begins);
-    if (found == keys.end()) throw OpError(OpFault::ObjectMissing, text);
-    if (std::find_if(found + 1, keys.end(), begins) != keys.end()) throw OpError(OpFault::Ambiguous, text);
-    return *found;
-}
-
 /// Of the use that the call names, as a whole.
 KeyType useInStore(const Run& run, Session& session) {
     const auto whole = wholeUse(session.keys(), rowOf(kUses, run.call.value("use").value_or("sign")).use);

@@ -5,6 +5,7 @@
 #include "asn/x509/signed_certificate.h"
 #include "crvctl/show.h"
 #include "crvctl/verbs.h"
+#include "crvctl/verbs_net.h"
 #include "messages/profile_messages.h"
 #include "misc/ascii.h"
 #include "ops/messages.h"
@@ -31,6 +32,8 @@ SignFileOrder signOrder(const Run& run) {
     order.level = level == "B"   ? SignatureLevel::Basic
                   : level == "T" ? SignatureLevel::Stamped
                                  : SignatureLevel::LongTerm;
+    order.progress = goesOn;
+    if (call.has("key")) order.keys = call.options.find("key")->second;
     order.detached = call.has("detached");
     order.cosign = call.has("cosign");
     order.claimTime = !call.has("no-time");
@@ -67,6 +70,23 @@ std::string smallDigits(std::string hex) {
     return hex;
 }
 
+/// What is known of each certificate of a path below the trust point, and where it is from.
+Values statusOf(const PathVerdict& path) {
+    static constexpr const char* kStates[] = {"good", "revoked", "unknown", "unusable"};
+    Values list;
+    for (const PathStep& step : path.steps) {
+        if (!step.asked) continue;
+        const StatusSourceNote& source = step.status.source;
+        const bool known = source.thisUpdate != 0;
+        list.emplace_back(Fields{{"subject", step.certificate->subject().rfc4514()},
+                                 {"status", kStates[static_cast<size_t>(step.status.state)]},
+                                 {"source", !known ? Value() : Value(source.ocsp ? "ocsp" : "crl")},
+                                 {"issued", known ? timeOf(source.thisUpdate) : Value()},
+                                 {"age", known ? Value(source.age) : Value()}});
+    }
+    return list;
+}
+
 Fields signerFields(const SignerVerdict& one) {
     Values notSigned;
     for (const std::string& what : one.notSigned) notSigned.emplace_back(what);
@@ -84,11 +104,13 @@ Fields signerFields(const SignerVerdict& one) {
             {"stampTime", one.stampTime ? timeOf(one.stampTime) : Value()},
             {"stampAuthority", one.stampAuthority},
             {"stampFault", one.stampFault},
+            {"stampStatus", statusOf(one.stampPath)},
             {"at", timeOf(one.moment)},
             {"momentSource", kMomentSources[static_cast<size_t>(one.momentSource)]},
             {"policy", one.policy ? one.policy->text() : ""},
             {"path", one.path.certs.empty() ? Value() : Value(codeName(one.path.code))},
             {"clause", one.path.clause},
+            {"status", statusOf(one.path)},
             {"revokedSince", one.revokedSince},
             {"expiredSince", one.expiredSince},
             {"notSigned", std::move(notSigned)}};
@@ -116,6 +138,12 @@ void sign(Run& run) {
     const SignFileOrder order = signOrder(run);
     Session session = openReading(run);
     const SignResult result = signFile(session, order);
+    CRVctx& context = session.context();
+    if (context.dbManager.isDbCreated() == DbState::Complete) {
+        storeFetched(run, session);
+    } else {
+        context.networkManager.clearNetStore();
+    }
     run.out.change("write", "message", order.target.path);
     if (run.mode.dryRun || order.target.path == "-") return;  // nothing may stand behind the message
     run.out.field("detached", result.detached);

@@ -96,16 +96,29 @@ struct MessageSigner::State {
         if (!params.detached) writer.content(frame(), piece);
     }
 
-    /// Everything in it is known before the first octet of content.
-    const MessageFrame& frame() {
-        if (frame_) return *frame_;
-        for (const auto& [algo, hash] : hashes) addOnce(parts.digests, hashAlgorithm(algo).encoded());
-        // RFC 5652 5.1.
+    /// RFC 5652 5.1.
+    [[nodiscard]] long version(bool withOcsp) const {
         const bool other = !(parts.contentType == OID_PKCS7_DATA);
-        const long version = params.ocspResponses.empty() ? (other ? 3 : 1) : 5;
-        Bytes before = joined(ASNinteger(std::max(version, parts.version)).encoded(), setOf(kSetTag, parts.digests));
-        return frame_.emplace(
-            MessageFrame{OID_PKCS7_SIGNED_DATA, std::move(before), parts.contentType.encoded(), true});
+        return std::max(withOcsp ? 5L : other ? 3L : 1L, parts.version);
+    }
+
+    [[nodiscard]] MessageFrame makeFrame(bool withOcsp) {
+        for (const auto& [algo, hash] : hashes) addOnce(parts.digests, hashAlgorithm(algo).encoded());
+        Bytes before = joined(ASNinteger(version(withOcsp)).encoded(), setOf(kSetTag, parts.digests));
+        return {OID_PKCS7_SIGNED_DATA, std::move(before), parts.contentType.encoded(), true};
+    }
+
+    /// As far as it is known before the first octet of content.
+    const MessageFrame& frame() {
+        if (!frame_) frame_.emplace(makeFrame(!params.proofs.ocspResponses.empty() || params.stampsBringOcsp));
+        return *frame_;
+    }
+
+    /// Of a message that is written as a whole.
+    const MessageFrame& lastFrame() {
+        if (writer.isStreaming()) return frame();
+        frame_.reset();
+        return frame_.emplace(makeFrame(!ocsp.empty()));
     }
 
     static Bytes joined(Bytes first, const Bytes& second) {
@@ -113,16 +126,24 @@ struct MessageSigner::State {
         return first;
     }
 
+    void put(const SignatureProofs& proofs) {
+        for (const CertPtr& one : proofs.certificates) addOnce(parts.certificates, toBytes(encodingOf(*one)));
+        for (const Bytes& one : proofs.crls) addOnce(parts.crls, one);
+        for (const Bytes& one : proofs.ocspResponses) addOnce(ocsp, ocspInfo(one));
+    }
+
     Bytes after() {
         for (const MessageSignerKey& one : params.signers)
             addOnce(parts.certificates, toBytes(encodingOf(*one.certificate)));
-        for (const CertPtr& one : params.certificates) addOnce(parts.certificates, toBytes(encodingOf(*one)));
-        for (const Bytes& one : params.crls) addOnce(parts.crls, one);
-        for (const Bytes& one : params.ocspResponses) addOnce(parts.crls, ocspInfo(one));
+        put(params.proofs);
         std::map<KcHashAlgo, Bytes> digests;
         for (auto& [algo, hash] : hashes) digests[algo] = hash.final();
-        for (const MessageSignerKey& one : params.signers)
-            parts.signers.push_back(makeSignerInfo({one, parts.contentType, digests[one.hash], params}, random));
+        for (const MessageSignerKey& one : params.signers) {
+            MadeSigner made = makeSignerInfo({one, parts.contentType, digests[one.hash], params}, random);
+            parts.signers.push_back(std::move(made.encoding));
+            put(made.proofs);
+        }
+        parts.crls.insert(parts.crls.end(), ocsp.begin(), ocsp.end());
         Bytes out = setOf(kCertificatesTag, parts.certificates);
         if (!parts.crls.empty()) out = joined(std::move(out), setOf(kCrlsTag, parts.crls));
         return joined(std::move(out), setOf(kSetTag, parts.signers));
@@ -132,6 +153,7 @@ struct MessageSigner::State {
     RandomBridge& random;
     MessageWriter writer;
     SignedParts parts{};
+    std::vector<Bytes> ocsp{};  // that this signing adds
     std::map<KcHashAlgo, KcHash> hashes{};
     std::optional<SignedBefore> reader{};
     std::optional<MessageFrame> frame_{};
@@ -159,8 +181,8 @@ SignResult MessageSigner::finish() {
         if (!state.reader->hasContent())
             throw CrvApiException(ECRV_DETACHED_FILE_MISSING, "the content of the message stands elsewhere");
     }
-    const MessageFrame& frame = state.frame();
     const Bytes after = state.after();
+    const MessageFrame& frame = state.lastFrame();
     if (state.params.detached) {
         state.writer.finishDetached(frame, after);
     } else {

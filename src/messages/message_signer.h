@@ -28,20 +28,32 @@ struct SignaturePolicy {
     Bytes digest{};
 };
 
-/// Asks for a time stamp of a digest: the DER TimeStampToken (RFC 3161 2.4.2), checked. What it throws ends signing.
-using TimeStampSource = std::function<Bytes(KcHashAlgo hash, ByteView digest)>;
+/// What proves a signature long after it was made (EN 319 122-1 6.3, level B-LT).
+struct SignatureProofs {
+    CertList certificates{};             ///< the path
+    std::vector<Bytes> crls{};           ///< DER CertificateList
+    std::vector<Bytes> ocspResponses{};  ///< DER OCSPResponse (RFC 5940)
+};
+
+/// A time stamp that was asked for.
+struct SignatureStamp {
+    Bytes token{};             ///< the DER TimeStampToken (RFC 3161 2.4.2), checked
+    SignatureProofs proofs{};  ///< of who made it
+};
+/// Asks for a time stamp of a digest. What it throws ends signing.
+using TimeStampSource = std::function<SignatureStamp(KcHashAlgo hash, ByteView digest)>;
 
 struct SignParams {
     std::vector<MessageSignerKey> signers{};
     bool detached = false;          ///< leave the content out of the message
     std::optional<int64_t> time{};  ///< signing time that is claimed, seconds since 1970 UTC; nothing: none is claimed
     std::optional<SignaturePolicy> policy{};
-    CertList certificates{};             ///< to be put in beside the signers' own: their paths
-    std::vector<Bytes> crls{};           ///< to be put in, DER CertificateList
-    std::vector<Bytes> ocspResponses{};  ///< to be put in, DER OCSPResponse (RFC 5940)
-    TimeStampSource timeStamp{};         ///< makes a CAdES-B-T signature of each; empty: none
-    bool cosign = false;                 ///< `update` takes an attached message, to which the signers are added
-    Bytes detachedMessage{};             ///< co-signing: the message whose content `update` takes
+    SignatureProofs proofs{};     ///< to be put in beside the signers' certificates
+    TimeStampSource timeStamp{};  ///< makes a CAdES-B-T signature of each; empty: none
+    /// Stamps may bring OCSP answers; a message that is too long to be held announces them (version 5).
+    bool stampsBringOcsp = false;
+    bool cosign = false;      ///< `update` takes an attached message, to which the signers are added
+    Bytes detachedMessage{};  ///< co-signing: the message whose content `update` takes
 };
 
 /// What was made.

@@ -58,6 +58,7 @@ struct SignerVerdict {
     std::optional<int64_t> stampTime{};  ///< of a good one
     std::string stampFault{};            ///< why the one that stands there does not count; empty: none, or a good one
     std::string stampAuthority{};        ///< subject of who made a good one
+    PathVerdict stampPath{};             ///< of who made it, with the status of every certificate
 
     // The certificate.
     int64_t moment = 0;  ///< at which the path was judged

@@ -29,6 +29,18 @@ void appendHeader(Bytes& out, uint8_t tag, size_t length) {
     append(out, ByteView(octets).first(static_cast<size_t>(count)));
 }
 
+Bytes joinedParts(std::initializer_list<ByteView> parts) {
+    Bytes out;
+    for (const ByteView part : parts) append(out, part);
+    return out;
+}
+
+Bytes headerOf(uint8_t tag, size_t length) {
+    Bytes out;
+    appendHeader(out, tag, length);
+    return out;
+}
+
 }  // namespace
 
 Bytes elementOf(uint8_t tag, std::initializer_list<ByteView> parts) {
@@ -52,10 +64,16 @@ void MessageWriter::put(ByteView octets) {
     if (!octets.empty() && !sink_(octets)) throw CrvApiException(ECRV_WR_OUTFILE, "the message could not be written");
 }
 
-void MessageWriter::putWhole(const MessageFrame& frame, ByteView content, ByteView after) {
-    const Bytes inner = elementOf(kSequenceOf, {frame.innerHead, content});
-    const Bytes structure = elementOf(kSequenceOf, {frame.before, inner, after});
-    put(elementOf(kSequenceOf, {elementOf(kOidTag, {frame.type.octets()}), elementOf(kExplicit0, {structure})}));
+/// In pieces as they stand: the content may be a secret, of which no copy is made.
+void MessageWriter::putWhole(const MessageFrame& frame, const Bytes& contentHead, ByteView content, ByteView after) {
+    const size_t innerLength = frame.innerHead.size() + contentHead.size() + content.size();
+    const Bytes inner = headerOf(kSequenceOf, innerLength);
+    const size_t length = frame.before.size() + inner.size() + innerLength + after.size();
+    const Bytes structure = headerOf(kSequenceOf, length), type = elementOf(kOidTag, {frame.type.octets()});
+    const Bytes outer = headerOf(kExplicit0, structure.size() + length);
+    const Bytes first = headerOf(kSequenceOf, type.size() + outer.size() + structure.size() + length);
+    const Bytes head = joinedParts({first, type, outer, structure, frame.before, inner, frame.innerHead, contentHead});
+    for (const ByteView part : {ByteView(head), content, after}) put(part);
 }
 
 void MessageWriter::putSegment(ByteView piece) {
@@ -101,9 +119,9 @@ void MessageWriter::content(const MessageFrame& frame, ByteView piece) {
 
 void MessageWriter::finish(const MessageFrame& frame, ByteView after) {
     if (!streaming_) {
-        const Bytes octets = elementOf(frame.explicitContent ? kOctets : kImplicit0, {held_});
-        return putWhole(frame, frame.explicitContent ? ByteView(elementOf(kExplicit0, {octets})) : ByteView(octets),
-                        after);
+        Bytes head = headerOf(frame.explicitContent ? kOctets : kImplicit0, held_.size());
+        if (frame.explicitContent) head = joinedParts({headerOf(kExplicit0, head.size() + held_.size()), head});
+        return putWhole(frame, head, held_, after);
     }
     if (!held_.empty()) putSegment(held_);
     // Of the constructed string, its explicit tag and the element around it.

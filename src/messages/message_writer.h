@@ -34,11 +34,14 @@ class MessageWriter {
     /// `after`: what the structure has behind the element with the content.
     void finish(const MessageFrame& frame, ByteView after);
     /// A message without its content.
-    void finishDetached(const MessageFrame& frame, ByteView after) { putWhole(frame, {}, after); }
+    void finishDetached(const MessageFrame& frame, ByteView after) { putWhole(frame, {}, {}, after); }
+
+    /// Whether the frame is written already.
+    [[nodiscard]] bool isStreaming() const { return streaming_; }
 
   private:
     void put(ByteView octets);
-    void putWhole(const MessageFrame& frame, ByteView content, ByteView after);
+    void putWhole(const MessageFrame& frame, const Bytes& contentHead, ByteView content, ByteView after);
     void putSegment(ByteView piece);
 
     ContentSink sink_;

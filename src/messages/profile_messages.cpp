@@ -27,6 +27,12 @@ void addStored(CertificateManager& certificates, DecryptionKey& key) {
     }
 }
 
+MessageSignerKey signerWith(const KeyManager& keys, const ConfigurationManager& configuration, const StoredKey& key,
+                            CertPtr certificate) {
+    const KeyScheme scheme = keys.schemeOf(key);
+    return {key.key, std::move(certificate), scheme, configuration.record().getHashAlgo(scheme)};
+}
+
 bool canReceive(const SignedCertificate& certificate) {
     const auto usage = certificate.keyUsage();
     const bool rsa = certificate.keyInfo().publicKey().scheme() == KeyScheme::Rsa;
@@ -49,12 +55,25 @@ CertPtr ownRecipient(const KeyManager& keys) {
 MessageSignerKey signerOf(const KeyManager& keys, const ConfigurationManager& configuration) {
     for (const StoredKey& stored : keys.keys()) {
         if (!shares(stored.role, KeyRole::Signing)) continue;
-        const KeyScheme scheme = keys.schemeOf(stored);
-        CertPtr certificate = keys.certificateOf(stored);
-        if (!certificate) break;
-        return {stored.key, std::move(certificate), scheme, configuration.record().getHashAlgo(scheme)};
+        if (CertPtr certificate = keys.certificateOf(stored))
+            return signerWith(keys, configuration, stored, std::move(certificate));
+        break;
     }
     throw CrvApiException(ECRV_SKEYS_NOT_PRES);
+}
+
+MessageSignerKey signerOf(const KeyManager& keys, const ConfigurationManager& configuration, const StoredKey& key) {
+    CertPtr certificate = keys.certificateOf(key);
+    if (!certificate) throw CrvApiException(ECRV_UNP_KEY_CRT, "the key has no certificate");
+    return signerWith(keys, configuration, key, std::move(certificate));
+}
+
+MessageSignerKey signerOf(const KeyManager& keys, const ConfigurationManager& configuration,
+                          const CertPtr& certificate) {
+    const KeyId id = certificate->computeKeyIdentifierSha1Hash();
+    for (const StoredKey& stored : keys.keys())
+        if (stored.key->keyId() == id) return signerWith(keys, configuration, stored, certificate);
+    throw CrvApiException(ECRV_UNP_KEY_CRT, certificate->subject().text());
 }
 
 std::vector<DecryptionKey> decryptionKeysOf(const KeyManager& keys, CertificateManager& certificates) {

@@ -10,9 +10,16 @@ namespace crv {
 class CertificateManager;
 class ConfigurationManager;
 class KeyManager;
+struct StoredKey;
 
 /// The signing key with its certificate, scheme and hash as configured. Throws CrvApiException (ECRV_SKEYS_NOT_PRES).
 [[nodiscard]] MessageSignerKey signerOf(const KeyManager& keys, const ConfigurationManager& configuration);
+/// Another key of the profile's, and the key of a certificate, which then is the signer's. Throws CrvApiException
+/// (ECRV_UNP_KEY_CRT) for a key without certificate and a certificate without key.
+[[nodiscard]] MessageSignerKey signerOf(const KeyManager& keys, const ConfigurationManager& configuration,
+                                        const StoredKey& key);
+[[nodiscard]] MessageSignerKey signerOf(const KeyManager& keys, const ConfigurationManager& configuration,
+                                        const CertPtr& certificate);
 /// Every key that may decrypt, the encryption key first, then the further (old) ones, each with its certificates:
 /// the user's and those of the database, because senders go on using one that was renewed on the same key. Throws
 /// CrvApiException (ECRV_EKEYS_NOT_PRES) when there is none.

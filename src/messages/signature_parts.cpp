@@ -56,7 +56,7 @@ void demandFit(const MessageSignerKey& signer) {
         throw CrvApiException(ECRV_SIG_WITH_DIG_NOT_SUPPORTED);
 }
 
-Bytes makeSignerInfo(const SignatureOrder& order, RandomBridge& random) {
+MadeSigner makeSignerInfo(const SignatureOrder& order, RandomBridge& random) {
     const MessageSignerKey& who = order.signer;
     SignerInfo info;
     info.version.setValue(1);
@@ -66,14 +66,17 @@ Bytes makeSignerInfo(const SignatureOrder& order, RandomBridge& random) {
     const Attributes attributes = signedAttributes(order);
     info.signedAttrs.emplace(attributes);
     info.signature.build(who.key->signMessage(who.scheme, who.hash, attributes.encoded(), random));
+    MadeSigner made;
     if (order.params.timeStamp) {
-        // RFC 5126 6.1.1: of the octets of the signature.
-        const Bytes token = order.params.timeStamp(who.hash, hashOf(who.hash, info.signature.value()));
+        // EN 319 122-1 5.3: of the octets of the signature.
+        SignatureStamp stamp = order.params.timeStamp(who.hash, hashOf(who.hash, info.signature.value()));
         ASNany any;
-        if (!any.build(token)) throw CrvApiException(ECRV_TS_VERIF, "the time stamp is malformed");
+        if (!any.build(stamp.token)) throw CrvApiException(ECRV_TS_VERIF, "the time stamp is malformed");
         info.unsignedAttrs.emplace().set(OID_AA_TIME_STAMP_TOKEN, any);
+        made.proofs = std::move(stamp.proofs);
     }
-    return info.encoded();
+    made.encoding = info.encoded();
+    return made;
 }
 
 }  // namespace crv

@@ -5,8 +5,10 @@
 #include "asn/tlv_view.h"
 #include "corvane/crverrors.h"
 #include "messages/message_reader.h"
+#include "misc/exceptions.h"
 #include "pki/algorithm_policy.h"
 #include "pki/path_rules.h"
+#include "pki/time_stamp_token.h"
 
 namespace crv {
 
@@ -17,6 +19,12 @@ constexpr uint8_t kCertificateTag = 0x30, kOtherRevocationTag = 0xA1;
 constexpr int64_t kClockSkew = 300;
 /// Certificates that are tried for one signature at most.
 constexpr size_t kMostCandidates = 8;
+/// Time stamps of one signature that are looked at.
+constexpr size_t kMostStamps = 4;
+/// Its path at two moments, and that of a time stamp.
+constexpr size_t kPathsOfSigner = 3;
+/// Levels of a token on which lists are counted.
+constexpr int kDepthOfToken = 10;
 
 constexpr uint32_t kSigningUses = 1U << KeyUsage::kDigitalSignature | 1U << KeyUsage::kNonRepudiation;
 
@@ -30,6 +38,15 @@ Bytes ocspOf(ByteView other) {
     return toBytes(inside);
 }
 
+bool isModest(ByteView token) {
+    try {
+        demandModest(token, kDepthOfToken);
+        return true;
+    } catch (const CrvApiException&) {
+        return false;
+    }
+}
+
 void failPath(SignerVerdict& verdict, int code, size_t index, const std::string& reason) {
     verdict.path.code = verdict.code = code;
     verdict.path.failedAt = index;
@@ -40,21 +57,36 @@ void failPath(SignerVerdict& verdict, int code, size_t index, const std::string&
 
 SignerJudge::SignerJudge(const VerifyParams& params, CertificateManager& certificates, RevocationManager& revocation,
                          const std::vector<Bytes>& certificatesInside, const std::vector<Bytes>& crlsInside)
-    : params_(params), manager_(certificates), revocation_(revocation), left_(params.path.limits) {
-    left_.paths += 2 * kMostSigners;  // each has its own, at two moments
+    : params_(params),
+      manager_(certificates),
+      revocation_(revocation),
+      judge_(certificates, params.path.limits, params.now) {
+    judge_.left().paths += kPathsOfSigner * kMostSigners;
     for (const Bytes& one : certificatesInside) {
         if (CertPtr certificate = one[0] == kCertificateTag ? manager_.cache().certificate(one) : nullptr)
             inside_.push_back(std::move(certificate));
     }
     extra_ = inside_;
     extra_.insert(extra_.end(), params.certificates.begin(), params.certificates.end());
-    for (const Bytes& one : crlsInside) {
+    takeRevocation(crlsInside);
+}
+
+void SignerJudge::takeRevocation(const std::vector<Bytes>& inside) {
+    std::vector<Bytes> answers;
+    std::vector<int64_t> moments;
+    for (const Bytes& one : inside) {
         if (Bytes ocsp = ocspOf(one); !ocsp.empty()) {
-            ocsp_.push_back(std::move(ocsp));
+            answers.push_back(std::move(ocsp));
         } else if (CrlFactsPtr crl = CrlFacts::make(one)) {
+            moments.push_back(crl->thisUpdate);
             crls_.push_back(std::move(crl));
         }
     }
+    ocspCount_ = answers.size();
+    moreCrls_.emplace(revocation_, crls_);
+    moreOcsp_.emplace(manager_, revocation_, std::move(answers));
+    moments.insert(moments.end(), moreOcsp_->moments().begin(), moreOcsp_->moments().end());
+    judge_.setMoments(std::move(moments));
 }
 
 void SignerJudge::takeStored(const SignerInfo& signer, CertList& list) {
@@ -73,7 +105,7 @@ CertList SignerJudge::candidates(const SignerInfo& signer) {
     CertList list;
     const auto take = [&](const CertList& from) {
         for (const CertPtr& one : from) {
-            if (list.size() == std::min(kMostCandidates, left_.signatures)) return;
+            if (list.size() == std::min(kMostCandidates, judge_.left().signatures)) return;
             if (signer.sid.matches(*one) && !contains(list, *one)) list.push_back(one);
         }
     };
@@ -83,17 +115,18 @@ CertList SignerJudge::candidates(const SignerInfo& signer) {
         takeStored(signer, stored);
         take(stored);
     }
-    left_.signatures -= list.size();
+    judge_.left().signatures -= list.size();
     return list;
 }
 
 SignerVerdict SignerJudge::judge(const SignerInfo& signer, const SignedContent& content) {
-    const bool exhausted = left_.signatures == 0;
+    const bool exhausted = judge_.left().signatures == 0;
     SignerVerdict verdict = checkSignature(signer, content, [this](const SignerInfo& of) { return candidates(of); });
     if (exhausted) {
         verdict.code = ECRV_PATH_VER_ERR;
         verdict.fault = "the message has more signatures than are looked at";
     }
+    if (verdict.signature == SignatureCheck::Good) judgeStamps(signer, verdict);
     verdict.certificateInside = verdict.certificate && contains(inside_, *verdict.certificate);
     chooseMoment(verdict);
     if (verdict.code == 0) judgeAlgorithm(verdict);
@@ -101,20 +134,34 @@ SignerVerdict SignerJudge::judge(const SignerInfo& signer, const SignedContent& 
     return verdict;
 }
 
-/// Answers a question at the cost of the whole message. Each has a budget of its own around what is left, because
-/// answers for one moment are none for another.
-template <class Ask>
-auto SignerJudge::atCost(Ask ask) {
-    WorkBudget budget(left_);
-    auto answer = ask(budget);
-    left_ = budget.left;
-    return answer;
+/// The first time stamp over the signature that is good (EN 319 122-1 5.3); else what is wrong with the last one.
+void SignerJudge::judgeStamps(const SignerInfo& signer, SignerVerdict& verdict) {
+    if (!signer.unsignedAttrs) return;
+    size_t tried = 0;
+    for (const Attribute& one : *signer.unsignedAttrs) {
+        if (!(one.type == OID_AA_TIME_STAMP_TOKEN)) continue;
+        for (const ASNany& token : one.values) {
+            if (verdict.stampTime || ++tried > kMostStamps) return;
+            verdict.stampFault = judgeStamp(token.getMemory(), signer, verdict);
+        }
+    }
 }
 
-PathVerdict SignerJudge::pathOf(const CertPtr& certificate, const PathOptions& options) {
-    return atCost([&](WorkBudget& budget) {
-        return manager_.buildPath(certificate, options, {manager_.trustPoints(), extra_, budget});
-    });
+/// Why the stamp does not count; empty when it does.
+std::string SignerJudge::judgeStamp(ByteView octets, const SignerInfo& signer, SignerVerdict& verdict) {
+    TimeStampToken token;
+    TimeStampFacts facts;
+    if (!isModest(octets)) return "time stamp: it is malformed";
+    NetVerdict judged = token.read(octets);
+    MessageImprint imprint;
+    if (const KcHashAlgo hash = token.hash(); isHash(hash)) imprint.set(hash, hashOf(hash, signer.signature.value()));
+    if (judged.code == 0) judged = token.judge(imprint, {params_.path.revocation, extra_}, judge_, facts);
+    verdict.stampPath = facts.path;
+    if (judged.code != 0) return judged.cause;
+    if (facts.genTime > params_.now + kClockSkew) return "time stamp: it lies in the future";
+    verdict.stampTime = facts.genTime;
+    verdict.stampAuthority = facts.authority;
+    return {};
 }
 
 void SignerJudge::chooseMoment(SignerVerdict& verdict) const {
@@ -124,7 +171,7 @@ void SignerJudge::chooseMoment(SignerVerdict& verdict) const {
         verdict.moment = params_.time;
         verdict.momentSource = MomentSource::Given;
     } else if (params_.moment == VerifyMoment::Signing && verdict.stampTime) {
-        verdict.moment = *verdict.stampTime;
+        verdict.moment = std::min(*verdict.stampTime, params_.now);
         verdict.momentSource = MomentSource::Stamp;
     } else if (params_.moment == VerifyMoment::Signing && verdict.claimedTime &&
                *verdict.claimedTime <= params_.now + kClockSkew) {
@@ -152,12 +199,11 @@ void SignerJudge::judgePath(SignerVerdict& verdict) {
     options.time = verdict.moment;
     options.policyTime = policyTime(verdict);
     if (options.keyUsage == 0 && options.anyKeyUsage == 0) options.anyKeyUsage = kSigningUses;
-    const RevocationManager::MoreCrls more(revocation_, crls_);
     // What is revoked is asked of today's CRLs below: those of a moment in the past are seldom there.
     const bool past = verdict.moment < params_.now;
     const bool asks = past && options.revocation != RevocationCheck::None;
     if (past) options.revocation = RevocationCheck::None;
-    verdict.path = pathOf(verdict.certificate, options);
+    verdict.path = judge_.path(verdict.certificate, options, extra_);
     verdict.code = verdict.path.code;
     if (past && verdict.code == 0 && verdict.momentSource == MomentSource::Claim) judgeExpiry(verdict, options);
     for (size_t i = 0; asks && verdict.code == 0 && i + 1 < verdict.path.steps.size(); ++i) judgeStatus(verdict, i);
@@ -167,7 +213,7 @@ void SignerJudge::judgePath(SignerVerdict& verdict) {
 /// say what is revoked, and whoever has the key now may have dated the signature back.
 void SignerJudge::judgeExpiry(SignerVerdict& verdict, PathOptions options) {
     options.time = params_.now;
-    PathVerdict today = pathOf(verdict.certificate, options);
+    PathVerdict today = judge_.path(verdict.certificate, options, extra_);
     verdict.expiredSince = today.code == ECRV_CRTAFTER;
     if (verdict.expiredSince && params_.path.revocation != RevocationCheck::Required) return;
     verdict.code = today.code;
@@ -182,25 +228,21 @@ void SignerJudge::judgeExpiry(SignerVerdict& verdict, PathOptions options) {
 void SignerJudge::judgeStatus(SignerVerdict& verdict, size_t index) {
     using enum CrtStatus::State;
     PathStep& step = verdict.path.steps[index];
-    PathOptions options = params_.path;
-    const auto statusAt = [&](int64_t time) {
-        options.time = time;
-        return atCost(
-            [&](WorkBudget& budget) { return manager_.statusOnPath(verdict.path, index, options, extra_, budget); });
-    };
-    const CrtStatus then = statusAt(verdict.moment);
-    const CrtStatus today = statusAt(params_.now);
+    const bool stamped = verdict.momentSource == MomentSource::Stamp;
+    const auto belief =
+        verdict.momentSource == MomentSource::Claim ? PathJudge::Belief::Claimed : PathJudge::Belief::Shown;
+    const PathJudge::Standing standing =
+        judge_.standing(verdict.path, index, params_.path, extra_, verdict.moment, belief);
     step.asked = true;
-    const bool claimed = verdict.momentSource == MomentSource::Claim && then.state != Revoked;
-    step.status = claimed || today.state == Good || today.state == Revoked ? today : then;
-    const bool revokedThen = then.state == Revoked || (today.state == Revoked && today.revokedAt <= verdict.moment);
-    if (revokedThen || today.state == Revoked) {
+    step.status = standing.status;
+    if (standing.revokedThen || standing.revokedSince) {
         const bool hold = step.status.reason == CrlReason::CertificateHold;
-        verdict.revokedSince = !revokedThen;
-        if (!revokedThen && verdict.momentSource == MomentSource::Stamp) return;
+        verdict.revokedSince = !standing.revokedThen;
+        if (!standing.revokedThen && stamped) return;
         failPath(verdict, hold ? ECRV_CRTHANG : ECRV_CRTREV, index,
-                 revokedThen ? "revoked when it was signed"
-                             : "revoked since, and nothing but the signer's word shows that it was signed before");
+                 standing.revokedThen
+                     ? "revoked when it was signed"
+                     : "revoked since, and nothing but the signer's word shows that it was signed before");
     } else if (step.status.state != Good) {
         const bool fails = step.status.state == Unusable || params_.path.revocation == RevocationCheck::Required;
         if (fails) failPath(verdict, step.status.code, index, step.status.text);

@@ -11,7 +11,9 @@
 #include "crypto/random_bridge.h"
 #include "keystore/key_pairing.h"
 #include "keystore/security_file.h"
+#include "misc/ascii.h"
 #include "misc/base64_file.h"
+#include "misc/hex.h"
 #include "ops/op_error.h"
 #include "ops/password_rules.h"
 #include "ops/session.h"
@@ -90,6 +92,17 @@ KeyManagerResult resultOfFailure(CryptoFailure failure) {
 }
 
 }  // namespace
+
+const StoredKey& keyNamed(Session& session, const std::string& text) {
+    const auto begins = [&](const StoredKey& key) {
+        return equalIgnoreCase(toHex(key.key->keyId()).substr(0, text.size()), text);
+    };
+    const auto keys = session.keys().keys();
+    const auto found = std::ranges::find_if(keys, begins);
+    if (found == keys.end()) throw OpError(OpFault::ObjectMissing, text);
+    if (std::find_if(found + 1, keys.end(), begins) != keys.end()) throw OpError(OpFault::Ambiguous, text);
+    return *found;
+}
 
 CertList chainOf(Session& session, const StoredKey& key) {
     const CertPtr certificate = session.keys().certificateOf(key);

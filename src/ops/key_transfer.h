@@ -1,6 +1,7 @@
 // Keys that leave a profile for other programs, and keys that come from them.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "asn/x509/cert_ptr.h"
@@ -16,6 +17,9 @@ enum class KeyFileFormat {
     Pkcs12,  ///< one PKCS#12 file of the key and its chain, with the strong protection
     Pem      ///< the key as "ENCRYPTED PRIVATE KEY" (PBES2), the certificates behind it
 };
+
+/// The key whose identifier the text begins, in hexadecimal. Throws OpError (ObjectMissing, Ambiguous).
+[[nodiscard]] const StoredKey& keyNamed(Session& session, const std::string& text);
 
 /// The certificate of the key and those of the authorities above it, as far as they are at hand; empty without one.
 [[nodiscard]] CertList chainOf(Session& session, const StoredKey& key);

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <optional>
 
 #include "asn/x509/signed_certificate.h"
 #include "config/config_oids.h"
@@ -21,6 +22,7 @@
 #include "misc/path.h"
 #include "misc/whole_file.h"
 #include "ops/certificates.h"
+#include "ops/key_transfer.h"
 #include "ops/op_error.h"
 
 namespace crv {
@@ -48,8 +50,33 @@ constexpr MessageFaultRow kMessageFaults[] = {
     {ECRV_SKEYS_NOT_PRES, OpFault::NoSigningCertificate},
     {ECRV_EKEYS_NOT_PRES, OpFault::ObjectMissing},
     {ECRV_RECCRT, OpFault::ObjectMissing},
+    {ECRV_UNP_KEY_CRT, OpFault::NoSigningCertificate},
+    {ECRV_TS_NO_SERVER_DEF, OpFault::ServerMissing},
+    {ECRV_TS_REQ_SIGN, OpFault::NetworkFailed},
+    {ECRV_TS_NETWORK_FAIL, OpFault::NetworkFailed},
+    {ECRV_TS_VERIF, OpFault::NetworkFailed},
+    {ECRV_TS_ALL_SERVERS_FAIL, OpFault::NetworkFailed},
+    {ECRV_TS_REJECTED, OpFault::NetworkFailed},
     {ECRV_INV_CRT_PROF, OpFault::CertificateRefused},
+    {ECRV_CRTAFTER, OpFault::CertificateRefused},
+    {ECRV_CRTBEFORE, OpFault::CertificateRefused},
+    {ECRV_CRTALG, OpFault::CertificateRefused},
+    {ECRV_CRTNOTFOUND, OpFault::CertificateRefused},
+    {ECRV_CRTREV, OpFault::CertificateRefused},
+    {ECRV_CRTHANG, OpFault::CertificateRefused},
+    {ECRV_CRTSIGN, OpFault::CertificateRefused},
+    {ECRV_CRTPOL, OpFault::CertificateRefused},
+    {ECRV_INV_CRL_FMT, OpFault::CertificateRefused},
+    {ECRV_CRL_EXPIRED, OpFault::CertificateRefused},
+    {ECRV_CRL_NOT_FOUND, OpFault::CertificateRefused},
+    {ECRV_PATH_VER_ERR, OpFault::CertificateRefused},
 };
+
+/// The failure of an operation that a code of messages means; nothing for another code.
+std::optional<OpFault> faultOfMessage(int code) {
+    const auto* row = std::ranges::find(kMessageFaults, code, &MessageFaultRow::code);
+    return row == std::end(kMessageFaults) ? std::nullopt : std::optional(row->fault);
+}
 
 /// What the library says of messages, as failures of operations.
 template <class Work>
@@ -57,16 +84,16 @@ auto told(Work work) {
     try {
         return work();
     } catch (const CrvApiException& failure) {
-        const auto* row = std::ranges::find(kMessageFaults, failure.code(), &MessageFaultRow::code);
-        if (row == std::end(kMessageFaults)) throw;
-        throw OpError(row->fault, failure.code(), failure.hasText() ? failure.what() : "");
+        if (failure.code() == ECRV_ACTION_CANCELLED) stopIfEnding();
+        const auto fault = faultOfMessage(failure.code());
+        if (!fault) throw;
+        throw OpError(*fault, failure.code(), failure.hasText() ? failure.what() : "");
     } catch (const TokenFailure& failure) {
         demandKeys(failure.result());
         throw;
     } catch (const CryptoError& failure) {
         const int code = codeOfCrypto(failure.failure());
-        const auto* row = std::ranges::find(kMessageFaults, code, &MessageFaultRow::code);
-        throw OpError(row == std::end(kMessageFaults) ? OpFault::LibraryFailed : row->fault, code, failure.what());
+        throw OpError(faultOfMessage(code).value_or(OpFault::LibraryFailed), code, failure.what());
     }
 }
 
@@ -122,24 +149,16 @@ SignaturePolicy policyOf(Session& session, const SignFileOrder& order) {
     return policy;
 }
 
-/// The path of the signer's certificate and the CRLs about it.
-void addProofs(Session& session, SignParams& params) {
-    CRVctx& context = session.context();
-    PathOptions options{std::time(nullptr)};
-    options.revocation = RevocationCheck::None;
-    const CertPtr& own = params.signers.front().certificate;
-    const PathVerdict path = context.certificateManager.buildPath(own, options);
-    if (!path.good()) throw OpError(OpFault::CertificateRefused, path.code, path.reason);
-    params.certificates = path.certs;
-    for (const CertPtr& authority : path.certs) {
-        AuthorityCrls crls;
-        if (authority == own || !context.revocationManager.lastCrls(*authority, crls)) continue;
-        for (const auto& entry : {crls.complete, crls.delta}) {
-            Bytes der;
-            if (entry && context.dbManager.getCrlByFileNum(entry->fileNumber(), der)) params.crls.push_back(der);
-        }
+std::vector<MessageSignerKey> signersOf(Session& session, const SignFileOrder& order) {
+    std::vector<MessageSignerKey> list;
+    for (const std::string& name : order.keys)
+        list.push_back(signerOf(session.keys(), session.configuration(), keyNamed(session, name)));
+    if (list.empty()) list.push_back(signerOf(session.keys(), session.configuration()));
+    for (MessageSignerKey& one : list) {
+        if (order.pss && (list.size() == 1 || one.key->scheme() == KeyScheme::Rsa)) one.scheme = KeyScheme::RsaPss;
+        if (order.hash != KcHashAlgo::None) one.hash = order.hash;
     }
-    if (params.crls.empty()) throw OpError(OpFault::ObjectMissing, ECRV_CRL_NOT_FOUND, own->issuer().text());
+    return list;
 }
 
 void demandGoodPath(Session& session, const CertPtr& certificate) {
@@ -172,18 +191,14 @@ void readPieces(const std::string& path, const std::function<void(ByteView)>& ta
 
 SignResult signFile(Session& session, const SignFileOrder& order) {
     return told([&] {
-        SignParams params{{signerOf(session.keys(), session.configuration())}, order.detached};
-        if (order.pss) params.signers.front().scheme = KeyScheme::RsaPss;
-        if (order.hash != KcHashAlgo::None) params.signers.front().hash = order.hash;
+        SignParams params{signersOf(session, order), order.detached};
         if (order.claimTime) params.time = std::time(nullptr);
         if (!order.policy.empty()) params.policy = policyOf(session, order);
-        if (order.level != SignatureLevel::Basic) {
-            throw OpError(OpFault::ServerMissing, ECRV_TS_NO_SERVER_DEF,
-                          "time stamps cannot be had yet; only level B can be made");
-        }
-        if (order.level == SignatureLevel::LongTerm) addProofs(session, params);
         params.cosign = order.cosign;
         if (!order.detachedMessage.empty()) params.detachedMessage = importFile(order.detachedMessage);
+        CRVctx& context = session.context();
+        raiseLevel(params, order.level,
+                   {context.certificateManager, context.revocationManager, context.networkManager, order.progress});
         SignResult result;
         exportPieces(order.target, session.profile(), [&](const ContentSink& put) {
             return putMessage(order.pem, put, [&](const ContentSink& sink) {

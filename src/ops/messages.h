@@ -8,6 +8,7 @@
 #include "messages/message_encryptor.h"
 #include "messages/message_signer.h"
 #include "messages/message_verifier.h"
+#include "messages/signature_level.h"
 #include "ops/export_file.h"
 #include "ops/session.h"
 
@@ -16,17 +17,12 @@ namespace crv {
 /// The content of a file in pieces; "-" is standard input. Throws OpError (FileMissing, FileUnreadable), OpStopped.
 void readPieces(const std::string& path, const std::function<void(ByteView)>& take);
 
-/// What a signature carries beside itself (EN 319 122-1 6).
-enum class SignatureLevel {
-    Basic,    ///< B-B
-    Stamped,  ///< B-T: a time stamp
-    LongTerm  ///< B-LT: a time stamp, the path and its CRLs
-};
-
 struct SignFileOrder {
     std::string input;
     ExportTarget target;
     SignatureLevel level = SignatureLevel::Basic;
+    NetProgress progress{};           ///< while time stamps and proofs are fetched
+    std::vector<std::string> keys{};  ///< beginnings of identifiers of the keys that sign; none: the signing key
     bool detached = false;
     bool cosign = false;
     bool claimTime = true;

@@ -45,6 +45,7 @@ enum class OpStatus : int {
     X(ContentMissing, Missing, ECRV_DETACHED_FILE_MISSING) \
     X(NotAddressed, Missing, ECRV_NOTADDR)                 \
     X(CertificateRefused, Refused, ECRV_INV_CRT_PROF)      \
+    X(NetworkFailed, Network, ECRV_TS_NETWORK_FAIL)        \
     X(Ambiguous, Refused, ECRV_API_INV_PAR)                \
     X(ServerMissing, Missing, ECRV_SRV_NOT_FND)            \
     X(ServerExists, Refused, ECRV_SRV_EXIST)               \

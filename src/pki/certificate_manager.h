@@ -30,6 +30,7 @@ class CertificateManager {
     void init(DbManager& database, CertificateCache& cache, TrustSource trustPoints);
     /// Who knows about revocation; without it paths are checked without.
     void setStatusSource(StatusSource status) { status_ = std::move(status); }
+    [[nodiscard]] const StatusSource& statusSource() const { return status_; }
     /// Text of the algorithm policy at the time of the call; nothing means the default (see algorithm_policy.h).
     using PolicySource = std::function<std::optional<std::string>()>;
     void setAlgorithmPolicy(PolicySource policy) { policyText_ = std::move(policy); }

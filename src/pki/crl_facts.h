@@ -64,6 +64,7 @@ class CrlFacts {
     [[nodiscard]] const SignedCertRevList& crl() const { return crl_; }
     [[nodiscard]] const DistinguishedName& issuerName() const { return crl_.issuer(); }
     [[nodiscard]] std::optional<CrlEntryIndex::Entry> find(const CertificateFacts& certificate) const;
+    [[nodiscard]] ByteView der() const { return der_; }
     /// Octets held.
     [[nodiscard]] size_t size() const { return der_.size(); }
 

@@ -142,6 +142,13 @@ std::optional<CrtStatus> NetworkManager::ocspFromCache(const StatusQuestion& que
     return answer.status;
 }
 
+std::optional<Bytes> NetworkManager::keptAnswer(const SignedCertificate& certificate, const SignedCertificate& issuer) {
+    OcspCertId id;
+    id.set(certificate, issuer);
+    setCacheFolder();
+    return cache_.find(id.encoded());
+}
+
 CrtStatus NetworkManager::status(const StatusQuestion& question) {
     CrtStatus byCrl = revocation_->answer(question);
     if (byCrl.state == CrtStatus::State::Revoked) return byCrl;

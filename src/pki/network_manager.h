@@ -119,6 +119,9 @@ class NetworkManager {
     [[nodiscard]] NetReports testServer(const SrvParams& server, const NetProgress& progress,
                                         std::optional<TimeStampFacts>& stamp);
 
+    /// The kept OCSP answer by which `status` went.
+    [[nodiscard]] std::optional<Bytes> keptAnswer(const SignedCertificate& certificate,
+                                                  const SignedCertificate& issuer);
     /// What stored OCSP answers and CRLs say together: revoked before good, an OCSP answer before a CRL.
     [[nodiscard]] CrtStatus status(const StatusQuestion& question);
 

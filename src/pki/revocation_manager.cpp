@@ -239,6 +239,22 @@ CrlSigner RevocationManager::judgeOnce(const CrlFacts& crl, const FactsPtr& sign
     return found;
 }
 
+RevocationManager::Listener::Listener(RevocationManager& manager, Evidence& evidence)
+    : manager_(manager), before_(std::exchange(manager.evidence_, &evidence)) {}
+
+RevocationManager::Listener::~Listener() {
+    manager_.evidence_ = before_;
+}
+
+void RevocationManager::hear(const CrlFacts& crl, const CertPtr& signer) {
+    if (!evidence_) return;
+    const ByteView der = crl.der();
+    const bool known =
+        std::ranges::any_of(evidence_->crls, [&](const Bytes& one) { return std::ranges::equal(one, der); });
+    if (!known) evidence_->crls.push_back(toBytes(der));
+    if (!crv::contains(evidence_->signers, *signer)) evidence_->signers.push_back(signer);
+}
+
 /// Who signed the CRL: an authority on the path, or any certificate of that name under the same trust point.
 CrlSigner RevocationManager::signerOf(const CrlFacts& crl, const StatusQuestion& question) {
     CrlSigner best{{ECRV_CRTNOTFOUND, "6.3.3 (f)", "no certificate of who issued the CRL"}};
@@ -250,6 +266,7 @@ CrlSigner RevocationManager::signerOf(const CrlFacts& crl, const StatusQuestion&
     for (size_t i = question.index + 1; i < path.size(); ++i) {
         if (path[i]->subject != crl.issuer) continue;
         const PathFault fault = faultOfSigner(crl, *path[i], keys[i], question.options, question.budget);
+        if (!fault) hear(crl, path[i]->certificate);
         if (!fault) return {.key = keys[i].digest};
         misfit(fault);
     }
@@ -257,6 +274,7 @@ CrlSigner RevocationManager::signerOf(const CrlFacts& crl, const StatusQuestion&
         const auto above = path.begin() + static_cast<std::ptrdiff_t>(question.index) + 1;
         if (std::find(above, path.end(), signer) != path.end()) continue;
         CrlSigner found = judgeOnce(crl, signer, question);
+        if (!found.fault) hear(crl, signer->certificate);
         if (!found.fault) return found;
         best.otherAuthority = best.otherAuthority || found.otherAuthority;
         misfit(found.fault);

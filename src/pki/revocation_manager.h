@@ -70,6 +70,24 @@ class RevocationManager {
         CrlFactsList before_;
     };
 
+    /// What answers went by.
+    struct Evidence {
+        std::vector<Bytes> crls{};  ///< DER, each once
+        CertList signers{};         ///< who made them
+    };
+    /// Collects the evidence of what is answered while somebody holds this.
+    class Listener {
+      public:
+        Listener(RevocationManager& manager, Evidence& evidence);
+        Listener(const Listener&) = delete;
+        Listener& operator=(const Listener&) = delete;
+        ~Listener();
+
+      private:
+        RevocationManager& manager_;
+        Evidence* before_;
+    };
+
     /// The stored CRLs of an authority, the newest of each kind. False when the database fails.
     bool lastCrls(const SignedCertificate& authority, AuthorityCrls& crls);
 
@@ -84,6 +102,7 @@ class RevocationManager {
     [[nodiscard]] CrlFactsPtr load(const CrlIndexEntry& row);
     [[nodiscard]] bool readIndex();
     void makeRoom();
+    void hear(const CrlFacts& crl, const CertPtr& signer);
     [[nodiscard]] CrlSigner signerOf(const CrlFacts& crl, const StatusQuestion& question);
     [[nodiscard]] PathFault faultOfSigner(const CrlFacts& crl, const CertificateFacts& signer, const WorkingKey& key,
                                           const PathOptions& options, WorkBudget& budget);
@@ -105,10 +124,11 @@ class RevocationManager {
     uint64_t judgedOf_ = 0;
     std::map<Bytes, Cached> crls_;
     CrlFactsList more_;
-    size_t held_ = 0;             // octets in crls_
-    std::vector<Digest> asked_;   // certificates whose status is being asked for, one question within the other
-    std::vector<Bytes> judging_;  // issuers of the CRLs whose signers are being judged, one within the other
-    size_t assumed_ = 0;          // the first of asked_ whose answer was taken for good on the way
+    Evidence* evidence_ = nullptr;  // who hears of it
+    size_t held_ = 0;               // octets in crls_
+    std::vector<Digest> asked_;     // certificates whose status is being asked for, one question within the other
+    std::vector<Bytes> judging_;    // issuers of the CRLs whose signers are being judged, one within the other
+    size_t assumed_ = 0;            // the first of asked_ whose answer was taken for good on the way
 };
 
 }  // namespace crv

@@ -7,7 +7,11 @@ import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "net"))
+from servers import Answers, Scripted  # noqa: E402
 
 CRVCTL, MAKE = (os.path.realpath(a) for a in sys.argv[1:3])
 SIGNERS = ("rsa", "pss", "ec", "ec5", "bp", "dsa")
@@ -41,7 +45,7 @@ class Interop(unittest.TestCase):
 
     @classmethod
     def ours(cls, profile, *words, status=0):
-        secret = () if words[0] in ("profile", "db") else ("--password-file", "pw")
+        secret = () if words[0] in ("profile", "db", "server") else ("--password-file", "pw")
         done = subprocess.run([CRVCTL, "--json", "-p", profile, *words, *secret], env=cls.env, capture_output=True, timeout=120)
         assert done.returncode == status, (words, done.stdout, done.stderr)
         answer = json.loads(done.stdout)
@@ -143,6 +147,106 @@ class Interop(unittest.TestCase):
         # No path leads from it to a trust point.
         self.assertEqual(self.ours("rsa", "encrypt", "c1", "x", "--for-file", "ca2.pem", status=6)["fault"], "certificate-refused")
 
+    def serve(self, profile, use, path):
+        self.ours(profile, "server", "add", use, "--type", "http", "--use", use, "--address", "127.0.0.1", "--port", str(self.web.port), "--path",
+                  path)
+
+    def stamping(self, profile, config="tsa.cnf", change=lambda octets: octets):
+        """A profile's only server of time stamps."""
+        if not hasattr(self, "web"):
+            self.web = Scripted()
+            self.addCleanup(self.web.close)
+            self.serve(profile, "time-stamp", "/ts")
+        self.web.routes["/ts"] = Answers(self.home).stamp(f"{self.home}/{config}", change)
+
+    def resigned(self, octets):
+        """The answer with its stamp signed by somebody whose certificate does not say critically what it is for."""
+        pathlib.Path("a").write_bytes(octets)
+        self.tool("openssl", "ts", "-reply", "-in", "a", "-token_out", "-out", "token")
+        self.tool("openssl", "cms", "-verify", "-noverify", "-inform", "DER", "-in", "token", "-out", "info")
+        self.tool("openssl", "cms", "-sign", "-binary", "-nodetach", "-cades", "-md", "sha256", "-econtent_type", "1.2.840.113549.1.9.16.1.4", "-in",
+                  "info", "-signer", "loose.pem", "-inkey", "loose.key", "-outform", "DER", "-out", "token")
+        body = bytes.fromhex("3003020100") + pathlib.Path("token").read_bytes()
+        return b"\x30\x82" + len(body).to_bytes(2, "big") + body
+
+    def test_stamps_and_proofs(self):
+        def sign(out, level, status=0, *more):
+            return self.ours("rsa", "sign", "c3000", out, "--level", level, "--force", *more, status=status)
+
+        def judge(message, good, *more):
+            return self.ours("pss", "verify", message, *more, status=0 if good else 1)["items"][0]
+
+        self.assertEqual(sign("never", "T", 3)["name"], "ECRV_TS_NO_SERVER_DEF")
+        self.stamping("rsa")
+        missing = sign("never", "LT", 6)
+        self.assertEqual(missing["name"], "ECRV_CRL_NOT_FOUND", missing)
+        self.ours("rsa", "crl", "import", "good.crl")
+        # What a server does wrong is told with its reason, and nothing is written.
+        for name, (config, change, reason) in {
+                "of nobody": ("stranger.cnf", lambda octets: octets, "path of the signer"),
+                "loose purpose": ("tsa.cnf", self.resigned, "not only for time stamps"),
+                "altered": ("tsa.cnf", lambda octets: octets[:-1] + bytes([octets[-1] ^ 1]), "signature"),
+                "no answer": ("tsa.cnf", lambda octets: b"<html>", "no answer")}.items():
+            with self.subTest(answer=name):
+                self.stamping("rsa", config, change)
+                told = sign("never", "T", 8)
+                self.assertIn(told["name"], ("ECRV_TS_VERIF", "ECRV_TS_NETWORK_FAIL"))
+                self.assertIn(reason, json.dumps(told))
+        self.assertFalse(os.path.exists("never"))
+        self.stamping("rsa")
+        for level, out, more in (("T", "t", ()), ("LT", "lt", ()), ("LT", "ltd", ("--detached",)), ("B", "b", ())):
+            sign(out, level, 0, *more)
+        self.ours("rsa", "sign", "c3145728", "ltl", "--level", "LT", "--force")
+        # By OCSP where there is no CRL.
+        self.serve("ec", "time-stamp", "/ts")
+        self.serve("ec", "ocsp", "/ocsp")
+        self.web.routes["/ocsp"] = Answers(self.home).ocsp("index", "ca.pem", "ca.pem", "ca.key")
+        self.ours("ec", "sign", "c3000", "lto", "--level", "LT", "--force")
+        for message, apart, content in (("t", (), "c3000"), ("lt", (), "c3000"), ("ltd", ("-content", "c3000"), "c3000"), ("ltl", (), "c3145728"),
+                                        ("lto", (), "c3000")):
+            self.tool("openssl", "cms", "-verify", "-binary", "-inform", "DER", "-in", message, "-CAfile", "ca.pem", "-purpose", "any", "-cades",
+                      "-out", "out", *apart)
+            self.same("out", content)
+        # What stands inside is enough where nothing else is known, and not where it is missing.
+        for message, source in (("lt", "crl"), ("ltl", "crl"), ("lto", "ocsp")):
+            one = judge(message, True, "--revocation", "required")
+            self.assertEqual((one["momentSource"], one["stampAuthority"]), ("stamp", "C=PL, CN=tsa"))
+            self.assertEqual([(s["status"], s["source"]) for s in one["status"] + one["stampStatus"]], [("good", source)] * 2)
+        self.assertIn("stamp", judge("t", False, "--revocation", "required")["stampFault"])
+        # A token of another signature counts for nothing.
+        def cut(message):
+            octets = pathlib.Path(message).read_bytes()
+            return octets[:octets.rindex(mark)], octets[octets.rindex(mark):]
+
+        mark = bytes.fromhex("060b2a864886f70d010910020e")
+        (before, own), other = cut("t"), b""
+        while len(other) != len(own):  # the length of a nonce may differ
+            sign("t2", "T")
+            other = cut("t2")[1]
+        pathlib.Path("x").write_bytes(before + other)
+        self.assertIn("something else", judge("x", True)["stampFault"])
+        time.sleep(1.1)
+        for who, reason, good in (("rsa", "keyCompromise", {"t": True, "lt": True, "b": False}),
+                                  ("tsa", "keyCompromise", {"t": False, "lt": False, "b": False})):
+            self.tool("openssl", "ca", "-config", "ca.cnf", "-revoke", who + ".pem", "-crl_reason", reason)
+            self.tool("openssl", "ca", "-config", "ca.cnf", "-gencrl", "-out", "bad.crl")
+            self.ours("pss", "crl", "import", "bad.crl")
+            for message, outlives in good.items():
+                with self.subTest(revoked=who, message=message):
+                    self.assertEqual(judge(message, outlives)["revokedSince"], True)
+        self.assertEqual(self.ours("pss", "verify", "t", "--now", status=1)["verdict"], "ECRV_CRTREV")
+
+    def test_several_keys_sign_at_once(self):
+        self.ours("two", "profile", "create", "two", "--key-file", self.home + "/two.p12", "--db", self.home + "/db_two")
+        self.ours("two", "store", "init")
+        for name in ("rsa", "ec"):
+            self.ours("two", "key", "import", name + ".p12", "--use", "none", "--import-password-file", "pw", "--yes")
+        keys = [item["keyId"][:10] for item in self.ours("two", "key", "list")["items"]]
+        self.ours("two", "sign", "c3000", "m", "--force", *(word for key in keys for word in ("--key", key)))
+        self.tool("openssl", "cms", "-verify", "-binary", "-inform", "DER", "-in", "m", "-CAfile", "ca.pem", "-purpose", "any", "-out", "out")
+        items = self.ours("pss", "verify", "m")["items"]
+        self.assertEqual(sorted(i["signer"] for i in items), ["CN=ec,O=Test,C=PL", "CN=rsa,O=Test,C=PL"])
+
     def test_gpgsm_and_certtool(self):
         os.makedirs(self.home + "/gnupg", mode=0o700, exist_ok=True)
         pathlib.Path(self.home, "gnupg/gpgsm.conf").write_text("disable-crl-checks\n")
@@ -152,18 +256,18 @@ class Interop(unittest.TestCase):
         pathlib.Path(self.home, "gnupg/trustlist.txt").write_text(print_of + " S relax\n")
         gpgsm = ("gpgsm", "--batch", "--yes", "--pinentry-mode", "loopback", "--passphrase-fd", "0")
         self.tool("gpgsm", "--batch", "--import", "ca.pem", "rsa.pem", "rsb.pem")
-        self.tool("openssl", "pkcs12", "-export", "-inkey", "rsa.key", "-in", "rsa.pem", "-out", "old.p12", "-passout", "pass:haslo",
+        self.tool("openssl", "pkcs12", "-export", "-inkey", "rsa.key", "-in", "rsa.pem", "-out", "old.p12", "-passout", "pass:Haslo.12345",
                   "-keypbe", "PBE-SHA1-3DES", "-certpbe", "PBE-SHA1-3DES", "-macalg", "sha1")
-        subprocess.run([*gpgsm, "--import", "old.p12"], env=self.env, input=b"haslo", capture_output=True, check=True)
+        subprocess.run([*gpgsm, "--import", "old.p12"], env=self.env, input=b"Haslo.12345", capture_output=True, check=True)
         self.ours("rsa", "sign", "c3000", "m", "--force")
         self.tool("gpgsm", "--batch", "--verify", "m")
         self.ours("rsb", "encrypt", "c3000", "m", "--for-file", "rsa.pem", "--cipher", "aes256-cbc", "--force")
-        subprocess.run([*gpgsm, "--output", "out", "--decrypt", "m"], env=self.env, input=b"haslo", capture_output=True, check=True)
+        subprocess.run([*gpgsm, "--output", "out", "--decrypt", "m"], env=self.env, input=b"Haslo.12345", capture_output=True, check=True)
         self.same("out", "c3000")
         self.tool("gpgsm", "--batch", "--yes", "--output", "m", "--encrypt", "--recipient", "rsb@example.org", "c3000")
         self.ours("rsb", "decrypt", "m", "out", "--force")
         self.same("out", "c3000")
-        subprocess.run([*gpgsm, "--output", "m", "--local-user", "rsa@example.org", "--sign", "c3000"], env=self.env, input=b"haslo",
+        subprocess.run([*gpgsm, "--output", "m", "--local-user", "rsa@example.org", "--sign", "c3000"], env=self.env, input=b"Haslo.12345",
                        capture_output=True, check=True)
         self.ours("rsb", "verify", "m", "--out", "out", "--force")
         self.same("out", "c3000")

@@ -233,7 +233,7 @@ TEST_F(MessagesTest, SignaturesOfThePastAreJudgedByWhatIsKnownToday) {
         if (one.expired) params.signers[0].certificate = crv::makeCert(ByteView(old.der));
         certificates.setAlgorithmPolicy(
             [&] { return one.weakened ? std::optional(std::string("sha256 ") + yesterday) : std::nullopt; });
-        if (!one.crl.empty()) params.crls.push_back(one.crl);
+        if (!one.crl.empty()) params.proofs.crls.push_back(one.crl);
         VerifyParams how{.moment = one.moment, .time = kNow - 2 * kDay};
         how.path.revocation = one.check;
         const MessageVerdict verdict = verify(signedMessage(params), nullptr, how);

@@ -30,10 +30,10 @@ MemberTable OcspRequest::members() const {
     return kMembers;
 }
 
-void OcspCertId::set(const SignedCertificate& certificate, const SignedCertificate& issuer) {
-    hashAlgorithm = crv::hashAlgorithm(KcHashAlgo::Sha1);
-    issuerNameHash.build(ByteView(hashOf(KcHashAlgo::Sha1, certificate.issuer().encoded())));
-    issuerKeyHash.build(ByteView(issuer.computeKeyIdentifierSha1Hash()));
+void OcspCertId::set(const SignedCertificate& certificate, const SignedCertificate& issuer, KcHashAlgo hash) {
+    hashAlgorithm = crv::hashAlgorithm(hash);
+    issuerNameHash.build(ByteView(hashOf(hash, certificate.issuer().encoded())));
+    issuerKeyHash.build(ByteView(hashOf(hash, issuer.keyInfo().subjectPublicKey.octets())));
     serialNumber = certificate.serialNumber();
 }
 

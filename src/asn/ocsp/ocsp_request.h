@@ -18,7 +18,7 @@ class OcspCertId : public ASNsequenceF {
     ASNinteger serialNumber;
 
     /// With SHA-1, the only hash that every responder knows (RFC 5019 2.1.1): it is a name, nobody relies on it.
-    void set(const SignedCertificate& certificate, const SignedCertificate& issuer);
+    void set(const SignedCertificate& certificate, const SignedCertificate& issuer, KcHashAlgo hash = KcHashAlgo::Sha1);
     friend bool operator==(const OcspCertId& a, const OcspCertId& b);
 
   protected:

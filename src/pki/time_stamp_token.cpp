@@ -1,0 +1,157 @@
+#include "pki/time_stamp_token.h"
+
+#include <algorithm>
+
+#include "asn/known_oids.h"
+#include "asn/tsp/signing_certificate.h"
+#include "corvane/crverrors.h"
+#include "crypto/crypto_error.h"
+
+namespace crv {
+
+namespace {
+
+SignatureCheck checkToken(const SignedData& data, const SignedCertificate& signer) {
+    try {
+        return data.verify(signer.keyInfo().publicKey());
+    } catch (const CryptoError&) {
+        return SignatureCheck::Unsupported;
+    }
+}
+
+/// RFC 3161 2.4.2, RFC 5816 2.2.1: the signed attributes name the certificate, by either hash.
+bool namesSigner(const SignerInfo& signer, const SignedCertificate& certificate) {
+    SigningCertificateV2Attr newer;
+    SigningCertificateAttr older;
+    if (!signer.signedAttrs) return false;
+    if (signer.signedAttrs->find(OID_AA_SIGNING_CERTIFICATE_V2))
+        return signer.signedAttrs->get(OID_AA_SIGNING_CERTIFICATE_V2, newer) && newer.isOf(certificate);
+    return signer.signedAttrs->get(OID_AA_SIGNING_CERTIFICATE, older) && older.isOf(certificate);
+}
+
+/// RFC 3161 2.3.
+bool isOnlyForStamps(const SignedCertificate& certificate) {
+    const Extension* extension = certificate.extensions().find(OID_CE_EXT_KEY_USAGE);
+    const auto usages = certificate.extensions().get<ExtKeyUsage>(OID_CE_EXT_KEY_USAGE);
+    return extension && extension->critical.value() && usages && usages->size() == 1 &&
+           (*usages)[0] == OID_KP_TIME_STAMPING;
+}
+
+/// Reasons of a revocation that leave the stamps of before as they are (RFC 3161 4). One that is not told may be that
+/// of a stolen key.
+bool keepsStamps(CrlReason reason) {
+    return reason == CrlReason::AffiliationChanged || reason == CrlReason::Superseded ||
+           reason == CrlReason::CessationOfOperation;
+}
+
+NetVerdict unverified(std::string why) {
+    return {ECRV_TS_VERIF, "time stamp: " + std::move(why)};
+}
+
+NetVerdict noToken(const char* why) {
+    return {ECRV_TCP_PROT, std::string("time stamp: ") + why};
+}
+
+/// What the status of one certificate of the path says against the stamp.
+std::string faultOfStanding(const PathJudge::Standing& standing, RevocationCheck check) {
+    using enum CrtStatus::State;
+    const CrtStatus& status = standing.status;
+    if (standing.revokedThen) return "revoked when it stamped";
+    if (standing.revokedSince) return keepsStamps(status.reason) ? "" : "revoked since, and its key may be known";
+    const bool fails = status.state == Unusable || (status.state == Unknown && check == RevocationCheck::Required);
+    return fails ? "its status is not known: " + status.text : std::string();
+}
+
+}  // namespace
+
+NetVerdict TimeStampToken::read(ByteView der) {
+    der_ = toBytes(der);
+    if (!outer_.readExactly(der_) || !outer_.get(OID_PKCS7_SIGNED_DATA, data_, ASN_FLAG_CONST | ASN_FLAG_COPY))
+        return noToken("no signed data");
+    const auto content = data_.content();
+    if (!(data_.encapContentInfo.contentType == OID_CT_TST_INFO) || !content || !info_.readExactly(*content))
+        return noToken("it holds no stamp");
+    if (data_.signerInfos.size() != 1) return unverified("not signed exactly once");
+    for (const SignedCertificate& one : data_.certificateList()) {
+        if (certificates_.size() == kMostCertificates) break;
+        if (CertPtr kept = makeCert(encodingOf(one))) certificates_.push_back(std::move(kept));
+    }
+    return {};
+}
+
+std::string TimeStampToken::faultOfHashes(const AlgorithmPolicy* policy, int64_t now) const {
+    const SignerInfo& signer = data_.signerInfos[0];
+    const auto algorithm = signatureAlgorithmOf(signer);
+    if (!policy) return "the algorithm policy of the configuration cannot be read";
+    if (!algorithm || !isHash(hash())) return "an unknown algorithm";
+    for (const KcHashAlgo one : {hash(), hashAlgoOf(signer.digestAlgorithm), algorithm->hash})
+        if (policy->hash(one, now).refused) return "a hash that the algorithm policy refuses";
+    return {};
+}
+
+/// Of those whom the token may mean the one that it names by its hash.
+CertPtr TimeStampToken::signerAmong(const CertList& certificates) const {
+    const SignerInfo& signer = data_.signerInfos[0];
+    CertPtr found;
+    for (const CertPtr& one : certificates) {
+        if (!signer.sid.matches(*one)) continue;
+        if (namesSigner(signer, *one)) return one;
+        if (!found) found = one;
+    }
+    return found;
+}
+
+std::string TimeStampToken::faultOfPath(const CertPtr& signer, const TimeStampRules& rules, PathJudge& judge,
+                                        TimeStampFacts& facts) const {
+    PathOptions options{judge.now(), 0, RevocationCheck::None};
+    options.extendedUsages.emplace_back(OID_KP_TIME_STAMPING);
+    options.anyKeyUsage = 1U << KeyUsage::kDigitalSignature | 1U << KeyUsage::kNonRepudiation;
+    CertList extra = certificates_;
+    extra.insert(extra.end(), rules.extra.begin(), rules.extra.end());
+    facts.path = judge.path(signer, options, extra);
+    if (!facts.path.good()) return facts.path.reason;
+    if (rules.revocation == RevocationCheck::None) return {};
+    options.revocation = rules.revocation;
+    const int64_t moment = std::min(facts.genTime, judge.now());
+    for (size_t i = 0; i + 1 < facts.path.steps.size(); ++i) {
+        const PathJudge::Standing standing =
+            judge.standing(facts.path, i, options, extra, moment, PathJudge::Belief::Shown);
+        facts.path.steps[i].status = standing.status;
+        facts.path.steps[i].asked = true;
+        if (std::string why = faultOfStanding(standing, rules.revocation); !why.empty()) return why;
+    }
+    return {};
+}
+
+NetVerdict TimeStampToken::judge(const MessageImprint& imprint, const TimeStampRules& rules, PathJudge& judge,
+                                 TimeStampFacts& facts) const {
+    const auto time = info_.genTime.seconds();
+    const int64_t now = judge.now();
+    if (!(info_.messageImprint == imprint)) return unverified("it stamps something else");
+    if (!time) return unverified("it names no time");
+    if (info_.extensions &&
+        std::ranges::any_of(*info_.extensions, [](const Extension& e) { return e.critical.value(); }))
+        return unverified("an unknown critical extension");
+    if (std::string why = faultOfHashes(judge.manager().algorithms(), now); !why.empty())
+        return unverified(std::move(why));
+    CertList known = certificates_;
+    known.insert(known.end(), rules.extra.begin(), rules.extra.end());
+    const CertPtr signer = signerAmong(known);
+    if (!signer) return unverified("the signer's certificate is missing");
+    if (checkToken(data_, *signer) != SignatureCheck::Good) return unverified("the signature is wrong");
+    if (!namesSigner(data_.signerInfos[0], *signer)) return unverified("it names another signer");
+    if (!isOnlyForStamps(*signer)) return unverified("the signer's certificate is not only for time stamps");
+    facts.genTime = *time;
+    if (std::string why = faultOfPath(signer, rules, judge, facts); !why.empty())
+        return unverified("path of the signer: " + why);
+    if (info_.accuracy) facts.accuracy = info_.accuracy->microseconds();
+    facts.difference = now - *time;
+    facts.policy = info_.policy.text();
+    facts.serial = info_.serialNumber.decimal();
+    facts.authority = signer->subject().text();
+    facts.token = der_;
+    facts.certificates = certificates_;
+    return {};
+}
+
+}  // namespace crv
