@@ -68,7 +68,8 @@ class ProofCollector {
     }
 
     void fetch(const CertPtr& certificate) {
-        for (const NetReport& report : sources_.network.refreshStatus(certificate, extra_, sources_.progress)) {
+        for (const NetReport& report :
+             sources_.network.refreshStatus(certificate, extra_, StatusAsking::WhatIsMissing, sources_.progress)) {
             if (report.code == ECRV_ACTION_CANCELLED) throw CrvApiException(report.code, report.cause);
             if (report.code != 0 && !report.url.empty()) tried_ += "; " + report.url + ": " + report.cause;
         }
