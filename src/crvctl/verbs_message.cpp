@@ -138,12 +138,6 @@ void sign(Run& run) {
     const SignFileOrder order = signOrder(run);
     Session session = openReading(run);
     const SignResult result = signFile(session, order);
-    CRVctx& context = session.context();
-    if (context.dbManager.isDbCreated() == DbState::Complete) {
-        storeFetched(run, session);
-    } else {
-        context.networkManager.clearNetStore();
-    }
     run.out.change("write", "message", order.target.path);
     if (run.mode.dryRun || order.target.path == "-") return;  // nothing may stand behind the message
     run.out.field("detached", result.detached);

@@ -197,6 +197,8 @@ SignResult signFile(Session& session, const SignFileOrder& order) {
         params.cosign = order.cosign;
         if (!order.detachedMessage.empty()) params.detachedMessage = importFile(order.detachedMessage);
         CRVctx& context = session.context();
+        // Nobody is to wait for the network with a change of theirs.
+        if (order.level != SignatureLevel::Basic) session.unlock();
         raiseLevel(params, order.level,
                    {context.certificateManager, context.revocationManager, context.networkManager, order.progress});
         SignResult result;
@@ -207,6 +209,11 @@ SignResult signFile(Session& session, const SignFileOrder& order) {
                 result = signer.finish();
             });
         });
+        if (context.dbManager.isDbCreated() == DbState::Complete) {
+            session.storeFetched();
+        } else {
+            context.networkManager.clearNetStore();
+        }
         return result;
     });
 }
