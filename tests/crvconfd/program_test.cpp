@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <fstream>
 
 #include "crvconfd/session/profile_names.h"
 #include "misc/exceptions.h"
@@ -240,13 +241,14 @@ TEST_F(Selection, NothingToChooseFromAndABrokenListEndTheProgram) {
     none.waitFor("Czy chcesz utworzyć profil");
     none.send("n");
     EXPECT_EQ(none.waitExit(), 0);
-    writeFile(dir.file(".crvprofiles.conf"), "broken\n");
-    ScreenProgram broken = open();
-    broken.waitUntil("the message row speaks", [&] { return !broken.row(23).empty(); });
-    const std::string said = broken.row(23);
+    const std::string file = dir.file(".crvprofiles.conf"), searched = "\nSzukano w: " + file;
+    EXPECT_EQ(none.errors(), "Brak zdefiniowanych profili." + searched + " (nie ma pliku)\n");
+    writeFile(file, "\n\nbroken\n");
+    ScreenProgram broken = open({"-user"});
+    broken.waitFor("Plik: ~/.crvprofiles.conf: Blad skladni w linii: 3");
     broken.send(" ");
     EXPECT_EQ(broken.waitExit(), 255);
-    EXPECT_EQ(broken.errors(), said.substr(said.find_first_not_of(' ')) + "\n");
+    EXPECT_EQ(broken.errors(), "Blad skladni w linii: 3, plik: ~/.crvprofiles.conf" + searched + "\n");
 }
 
 TEST_F(Selection, ListsAreChangedByTheKeysOfRow21) {
@@ -280,6 +282,51 @@ TEST_F(Selection, ListsAreChangedByTheKeysOfRow21) {
         console.waitFor(shown);
     }
     console.send("n");
+    EXPECT_EQ(console.waitExit(), 0);
+}
+
+TEST_F(Selection, ProfilesAreFoundByLetterAndFilterInEverySizeOfTheTerminal) {
+    std::vector<std::string> names{"alfa", "gamma", "łąka", "lato"};
+    for (int i = 10; i < 40; ++i) names.push_back("p" + std::to_string(i));
+    list(".crvprofiles.conf", names);
+    std::ofstream(dir.file(".crvprofiles.conf"), std::ios::app) << "\\GAMMA\\Pkcs12File [s] = \"~/g.p12\"\n";
+    std::filesystem::create_directories(dir.file(".local/state/corvane"));
+    writeFile(dir.file(".local/state/corvane/ends"), "9999999999 /x\nrubbish\n1 " + dir.file("g.p12") + "\n");
+    ScreenProgram console = open();
+    console.waitFor("szczegóły profilu");
+    EXPECT_NE(console.row(5).find("GAMMA" + std::string(35, ' ') + "*(U) "), std::string::npos);
+    const std::pair<std::string, std::string> steps[] = {
+        {"G", ">GAMMA"},
+        {"l", ">LATO"},
+        {"l", ">łąKA"},
+        {"p", ">P10"},
+        {"/", "Pokaż zawierające:"},
+        {"p2\r", "\"p2\": 10 z 34"},
+        {"P", ">P21"},
+        {"?", "następny profil na tę literę"},
+        {" ", ">P21"},
+        {"/", "Pokaż zawierające: p2"},
+        {"x\r", "Nic na liście nie zawiera: p2x"},
+        {" ", ">P"},
+    };
+    for (const auto& [typed, shown] : steps) {
+        console.send(typed);
+        console.waitFor(shown);
+    }
+    console.send("p");
+    for (const auto& [rows, columns] : {std::pair{43, 132}, {24, 80}, {20, 80}, {15, 60}, {24, 80}}) {
+        const std::string size = std::to_string(columns) + "x" + std::to_string(rows);
+        console.resize(rows, columns);
+        console.waitUntil("the list fills " + size, [&, rows = rows, columns = columns] {
+            return rows < 24 ||
+                   (console.row(rows - 1).starts_with("Esc,W: koniec") && console.cell(0, columns - 1).reverse);
+        });
+        console.send(keys::kHome + keys::kEnd);
+        console.waitFor(">łąKA");
+        console.send("a");
+        console.waitFor(">ALFA");
+    }
+    console.send("w");
     EXPECT_EQ(console.waitExit(), 0);
 }
 

@@ -252,6 +252,21 @@ TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
                                            {"P", 2, ">! Osoba 1 "}})
         expectIn(typed, row, text);
     play({{"Osoba 1", "d"}, {"PRZETERMINOWANY od ", "w"}});
+    screen->resize(43, 132);
+    for (const auto& [typed, row, text] : {Command{"", 39, "   Osoba 38 "},
+                                           {keys::kPageDown, 2, ">  Osoba 39 "},
+                                           {"k", 39, ">  Osoba 300 "},
+                                           {"o", 2, ">! Osoba 1 "},
+                                           {"", 4, "   Osoba 100 "},
+                                           {keys::kPageDown, 2, ">  Osoba 133 "},
+                                           {"o", 1, "Wystawca v"},
+                                           {"o", 1, "Ważny do v"},
+                                           {"", 3, " * Osoba 2 "}})
+        expectIn(typed, row, text);
+    screen->resize(15, 60);
+    expectIn(keys::kEnd, 14, ">  Osoba 300");
+    screen->resize(24, 80);
+    expectIn("o", 2, ">! Osoba 1 ");
     const auto search = [&](const std::string& name, const std::string& found) {
         play({{"Szukaj", "z"}, {"Szukanie certyfikatów", "\r" + name + "\r"}});
         expectIn("", 2, name);

@@ -63,7 +63,7 @@ TEST_F(SessionScreen, AWrongPasswordIsAskedAgainAsOftenAsNeeded) {
     screen->waitFor(kAskPassword + "****");
     screen->resize(40, 120);
     play({{kAskPassword, kPassword.substr(4)}, {kAskPassword + "********", "\r"}, {kMainMenu, ""}});
-    EXPECT_EQ(screen->row(0).substr(8), "Konfiguracja pakietu CORVANE 3.9.18.18 (K.2023030101) - [PRACA]");
+    EXPECT_EQ(screen->row(0).substr(28), "Konfiguracja pakietu CORVANE 3.9.18.18 (K.2023030101) - [PRACA]");
     EXPECT_EQ(leave(), 0);
     EXPECT_NE(
         readFile(file("log")).find("log-in to profile \"PRACA\", file \"" + file("praca.p12") + "\": wrong password"),

@@ -9,22 +9,25 @@ namespace crv {
 
 namespace {
 
-constexpr size_t kPageSize = kFooterRow - kFirstRow;
 constexpr int kNumberColumn = 1;
 constexpr int kOidColumn = 6;
 constexpr int kNameColumn = 30;
 
+size_t pageSize() {
+    return static_cast<size_t>(kFooterRow - kFirstRow);
+}
+
 /// First entry of the last page.
 size_t lastPage(size_t count) {
-    return count == 0 ? 0 : (count - 1) / kPageSize * kPageSize;
+    return count == 0 ? 0 : (count - 1) / pageSize() * pageSize();
 }
 
 void drawPage(const NumberedListEditor& editor, const std::vector<NumberedEntry>& entries, size_t first) {
     displHeader(0, "%s", editor.texts.title);
     if (entries.empty() && editor.drawEmpty) return editor.drawEmpty();
-    const size_t end = std::min(entries.size(), first + kPageSize);
+    const size_t end = std::min(entries.size(), first + pageSize());
     for (size_t i = first; i < end; ++i) drawNumberedEntry(kFirstRow + static_cast<int>(i - first), i + 1, entries[i]);
-    if (entries.size() > kPageSize) displText(kFooterRow, 0, "%zu-%zu/%zu PgUp/PgDn", first + 1, end, entries.size());
+    if (entries.size() > pageSize()) displText(kFooterRow, 0, "%zu-%zu/%zu PgUp/PgDn", first + 1, end, entries.size());
 }
 
 }  // namespace
@@ -54,8 +57,8 @@ ScreenOps numberedListOps(const NumberedListEditor& editor, size_t& first) {
     const auto remove = [&editor, count](size_t) {
         if (const int index = askForEntry(editor.texts, count()); index >= 0) editor.remove(static_cast<size_t>(index));
     };
-    const auto down = [&first, count](size_t) { first = std::min(first + kPageSize, lastPage(count())); };
-    const auto up = [&first](size_t) { first -= std::min(first, kPageSize); };
+    const auto down = [&first, count](size_t) { first = std::min(first + pageSize(), lastPage(count())); };
+    const auto up = [&first](size_t) { first -= std::min(first, pageSize()); };
     const auto draw = [&editor, &first] {
         const auto entries = editor.entries();
         first = std::min(first, lastPage(entries.size()));

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "crvconfd/engines/list_search.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "misc/ascii.h"
 
@@ -9,8 +10,11 @@ namespace crv {
 
 namespace {
 
-constexpr int kListRows = kFooterRow - kFirstRow - 1;
 constexpr char kLeave = 'w';
+
+int listRows() {
+    return kFooterRow - kFirstRow - 1;
+}
 
 int upper(int key) {
     return key > 0 && key < 128 ? asciiUpper(static_cast<char>(key)) : key;
@@ -47,18 +51,14 @@ bool hasItems(const ScreenOps& ops) {
     return ops.hasItems && ops.hasItems();
 }
 
-bool isHelp(int key) {
-    return key == '?' || key == kKeyHelp || key == kListKeyHelp;
-}
-
 std::string keyName(int key) {
     if (key == kKeyEnter) return "Enter";
     return key < 128 ? std::string(1, static_cast<char>(upper(key))) : std::string();
 }
 
 /// The keys of the screen with what they do, in the order of its actions.
-std::vector<std::pair<std::string, std::string>> keysOf(const ScreenOps& ops, bool withItems) {
-    std::vector<std::pair<std::string, std::string>> rows;
+KeyRows keysOf(const ScreenOps& ops, bool withItems) {
+    KeyRows rows;
     bool scrolls = ops.items && withItems;
     for (const ScreenAction& action : ops.actions) {
         scrolls = scrolls || action.key == kKeyPageDown;
@@ -68,71 +68,121 @@ std::vector<std::pair<std::string, std::string>> keysOf(const ScreenOps& ops, bo
         rows.emplace_back(keyName(action.key), std::move(label));
     }
     if (scrolls) rows.emplace_back("strzałki, PgUp, PgDn, Home, End", "przewijanie i wybór");
+    if (ops.items && withItems) {
+        rows.emplace_back("/", "tylko wiersze z podanym tekstem");
+        rows.emplace_back("inne litery, cyfry", "następny wiersz na tę literę");
+    }
     rows.emplace_back(ops.escapeLeaves ? "W, Esc" : "W", "powrót");
     rows.emplace_back("F1, ?", "ta pomoc");
     return rows;
 }
 
-void showKeys(const ScreenOps& ops, bool withItems) {
-    constexpr int kKeyColumn = 2, kMeaningColumn = 34;
-    const ScreenKeeper keeper;
-    clrScr();
-    displHeader(0, "%s", "Klawisze");
-    int row = kFirstRow;
-    for (const auto& [name, meaning] : keysOf(ops, withItems)) {
-        displText(row, kKeyColumn, "%s", name.c_str());
-        displText(row++, kMeaningColumn, "%s", meaning.c_str());
-    }
-    static_cast<void>(getKey());
-}
-
 int awaitKey(const ScreenOps& ops) {
     const IdleWork idle(ops.idle);
-    return getScrollKey();
+    return getScreenKey();
 }
 
-/// An action chosen by its key; null to go back.
-const ScreenAction* chooseByKey(const ScreenOps& ops) {
+/// What the user wants of a screen as it is drawn.
+struct Choice {
+    const ScreenAction* action = nullptr;
+    bool again = false;  ///< draw it anew
+};
+
+/// An action chosen by its key; none to go back.
+Choice chooseByKey(const ScreenOps& ops) {
     for (;;) {
         const int key = awaitKey(ops);
-        if (const ScreenAction* action = actionOfKey(ops, key, hasItems(ops))) return action;
-        if (isHelp(key)) showKeys(ops, hasItems(ops));
-        if (isLetter(key, kLeave) || (key == kKeyEscape && ops.escapeLeaves)) return nullptr;
+        if (key == kKeyResized) return {.again = true};
+        if (const ScreenAction* action = actionOfKey(ops, key, hasItems(ops))) return {action};
+        if (isHelp(key)) showKeys(keysOf(ops, hasItems(ops)));
+        if (isLetter(key, kLeave) || (key == kKeyEscape && ops.escapeLeaves)) return {};
     }
 }
 
 /// The same with a list, in which the cursor moves.
-const ScreenAction* chooseInList(ScreenOps& ops, const std::vector<std::string>& items) {
-    const ScreenAction* chosen = nullptr;
-    const auto onKey = [&](int key, int index) {
-        ops.selected = static_cast<size_t>(std::max(index, 0));
+class ListChoice {
+  public:
+    ListChoice(ScreenOps& ops, ListSearch& search, const std::vector<std::string>& items)
+        : ops_(ops), search_(search), indices_(search.shown(items)), all_(items.size()) {
+        for (const size_t index : indices_) shown_.push_back(items[index]);
+    }
+
+    Choice run() {
+        search_.draw(shown_.size(), all_);
+        const auto at = std::ranges::lower_bound(indices_, ops_.selected);
+        int selected = static_cast<int>(std::min<ptrdiff_t>(at - indices_.begin(), std::ssize(indices_) - 1));
+        const int rows = std::min<int>(listRows(), static_cast<int>(shown_.size()));
+        for (;;) {
+            jumpTo_.reset();
+            const int index = showMenuList(kFirstRow, 0, shown_, selected, rows, false,
+                                           [this](int key, int current) { return onKey(key, current); });
+            if (jumpTo_) {
+                selected = static_cast<int>(*jumpTo_);
+                continue;
+            }
+            if (index < 0) return choice_;
+            select(index);
+            return {actionOfEnter(ops_)};
+        }
+    }
+
+  private:
+    void select(int index) { ops_.selected = indices_[static_cast<size_t>(std::max(index, 0))]; }
+
+    ShowMenuListCallbackRet onKey(int key, int index) {
+        select(index);
         if (isLetter(key, kLeave)) return ShowMenuListCallbackRet::LeaveCancel;
-        chosen = actionOfKey(ops, key, true);
-        if (!chosen && isHelp(key)) {
-            showKeys(ops, true);
+        choice_.action = actionOfKey(ops_, key, true);
+        if (choice_.action) return ShowMenuListCallbackRet::LeaveCancel;
+        if (isHelp(key)) {
+            showKeys(keysOf(ops_, true));
             return ShowMenuListCallbackRet::NextKey;
         }
-        return chosen ? ShowMenuListCallbackRet::LeaveCancel : ShowMenuListCallbackRet::Continue;
-    };
-    const int index = showMenuList(kFirstRow, 0, items, static_cast<int>(ops.selected),
-                                   std::min<int>(kListRows, static_cast<int>(items.size())), false, onKey);
-    if (index < 0) return chosen;
-    ops.selected = static_cast<size_t>(index);
-    return actionOfEnter(ops);
-}
+        if (key == ListSearch::kKey) search_.ask();
+        choice_.again = key == ListSearch::kKey || key == kListKeyResized;
+        jumpTo_ = ListSearch::jump(shown_, static_cast<size_t>(std::max(index, 0)), key);
+        return choice_.again || jumpTo_ ? ShowMenuListCallbackRet::LeaveCancel : ShowMenuListCallbackRet::Continue;
+    }
 
-const ScreenAction* choose(ScreenOps& ops) {
+    ScreenOps& ops_;
+    ListSearch& search_;
+    std::vector<size_t> indices_;  // of the items shown
+    std::vector<std::string> shown_;
+    size_t all_;
+    std::optional<size_t> jumpTo_;
+    Choice choice_;
+};
+
+Choice choose(ScreenOps& ops, ListSearch& search) {
     const auto items = ops.items ? ops.items() : std::vector<std::string>();
     ops.selected = std::min(ops.selected, items.empty() ? 0 : items.size() - 1);
     clrScr();
     ops.draw();
     showLabels(ops, !items.empty() || hasItems(ops));
-    if (!items.empty()) return chooseInList(ops, items);
+    if (!items.empty()) return ListChoice(ops, search, items).run();
     if (ops.items) displText(kFirstRow, 1, "%s", ops.empty);
+    if (ops.rowInUse) moveCursor(ops.rowInUse(), 0);
     return chooseByKey(ops);
 }
 
 }  // namespace
+
+bool isHelp(int key) {
+    return key == '?' || key == kKeyHelp || key == kListKeyHelp;
+}
+
+void showKeys(const KeyRows& rows) {
+    constexpr int kKeyColumn = 2, kMeaningColumn = 34;
+    const ScreenKeeper keeper;
+    clrScr();
+    displHeader(0, "%s", "Klawisze");
+    int row = kFirstRow;
+    for (const auto& [name, meaning] : rows) {
+        displText(row, kKeyColumn, "%s", name.c_str());
+        displText(row++, kMeaningColumn, "%s", meaning.c_str());
+    }
+    static_cast<void>(getKey());
+}
 
 bool isLetter(int key, char letter) {
     return upper(key) == upper(letter);
@@ -153,11 +203,14 @@ void drawScreen(const ScreenOps& ops) {
 }
 
 void runScreen(ScreenOps& ops) {
+    ListSearch search;
     for (;;) {
-        const ScreenAction* action = choose(ops);
-        if (action) {
-            action->run(ops.selected);
+        const Choice choice = choose(ops, search);
+        if (choice.action) {
+            choice.action->run(ops.selected);
             if (ops.done && ops.done()) return;
+        } else if (choice.again) {
+            continue;
         } else if (!ops.mayLeave || ops.mayLeave()) {
             return;
         }

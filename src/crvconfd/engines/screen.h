@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace crv {
@@ -24,7 +25,8 @@ inline constexpr const char* kGoBack = "Po~wrót";
 
 struct ScreenOps {
     std::function<void()> draw;  ///< everything but the list and the labels, on a cleared screen
-    /// The list from row 2 on, read again after every action; null for a screen that draws its items itself.
+    /// The list from row 2 on, read again after every action; null for a screen that draws its items itself. The keys
+    /// that no action has find items (ListSearch).
     std::function<std::vector<std::string>()> items = {};
     const char* empty = "";  ///< shown on row 2 in place of an empty list
     ScreenActions actions;   ///< Enter on a list runs the first that needs an item
@@ -38,6 +40,8 @@ struct ScreenOps {
     std::function<bool()> mayLeave = {};
     /// Asked after every action; true leaves the screen. Null: never.
     std::function<bool()> done = {};
+    /// The row that a low terminal is to show of a screen without a list; null: the last one that was drawn.
+    std::function<int()> rowInUse = {};
     void (*idle)() = nullptr;  ///< goes on while a screen without a list waits for a key (IdleWork)
     size_t selected = 0;       ///< item of the list under the cursor; an action may move it
 };
@@ -55,6 +59,13 @@ inline void runScreen(ScreenOps&& ops) {
 void drawScreen(const ScreenOps& ops);
 /// Draws the labels alone.
 void drawLabels(const ScreenOps& ops);
+
+/// Keys by their names with what they do.
+using KeyRows = std::vector<std::pair<std::string, std::string>>;
+/// F1 or "?".
+[[nodiscard]] bool isHelp(int key);
+/// Shows the keys of a place until a key; then the screen is as it was.
+void showKeys(const KeyRows& rows);
 
 /// Whether a key is the letter, in either case.
 [[nodiscard]] bool isLetter(int key, char letter);

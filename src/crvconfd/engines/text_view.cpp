@@ -8,22 +8,46 @@ namespace crv {
 
 namespace {
 
-constexpr size_t kTextRows = kFooterRow - kFirstRow - 1;
 constexpr size_t kLabelWidth = 30;
-constexpr size_t kTextWidth = kScreenColumns - 2;
 /// Room that a value needs beside its label.
 constexpr size_t kLeastValue = 32;
 
-size_t lastTop(const TextView& view) {
-    return view.lines.size() > kTextRows ? view.lines.size() - kTextRows : 0;
+size_t textRows() {
+    return static_cast<size_t>(kFooterRow - kFirstRow - 1);
+}
+
+size_t textWidth() {
+    return static_cast<size_t>(screenColumns()) - 2;
+}
+
+/// The screen may have become narrower since the lines were made.
+void fitLines(std::vector<std::string>& lines) {
+    const auto fits = [](const std::string& line) {
+        return line.size() <= textWidth() || columnsOf(line) <= textWidth();
+    };
+    if (std::ranges::all_of(lines, fits)) return;
+    std::vector<std::string> all;
+    for (std::string& line : lines) {
+        if (fits(line)) {
+            all.push_back(std::move(line));
+            continue;
+        }
+        const auto pieces = wrapText(line, textWidth() - kLabelWidth);
+        for (size_t i = 0; i < pieces.size(); ++i)
+            all.push_back(i == 0 ? pieces[i] : std::string(kLabelWidth, ' ') + pieces[i]);
+    }
+    lines = std::move(all);
+}
+
+size_t lastTop(size_t lines) {
+    return lines > textRows() ? lines - textRows() : 0;
 }
 
 void draw(const TextView& view) {
     displHeader(0, "%s", view.header.c_str());
-    const size_t end = std::min(view.lines.size(), view.top + kTextRows);
-    for (size_t i = view.top; i < end; ++i)
-        displText(kFirstRow + static_cast<int>(i - view.top), 1, "%s", view.lines[i].c_str());
-    if (view.lines.size() > kTextRows) displText(kFooterRow, 0, "%zu-%zu/%zu", view.top + 1, end, view.lines.size());
+    const size_t count = view.lines.size(), end = std::min(count, view.top + textRows());
+    for (size_t i = view.top; i < end; ++i) displLine(kFirstRow + static_cast<int>(i - view.top), 1, view.lines[i]);
+    if (count > textRows()) displText(kFooterRow, 0, "%zu-%zu/%zu", view.top + 1, end, count);
 }
 
 struct Scroll {
@@ -34,8 +58,8 @@ struct Scroll {
 constexpr Scroll kScrolls[] = {
     {kKeyUp, [](size_t top, size_t) { return top - std::min<size_t>(top, 1); }},
     {kKeyDown, [](size_t top, size_t last) { return std::min(top + 1, last); }},
-    {kKeyPageUp, [](size_t top, size_t) { return top - std::min(top, kTextRows); }},
-    {kKeyPageDown, [](size_t top, size_t last) { return std::min(top + kTextRows, last); }},
+    {kKeyPageUp, [](size_t top, size_t) { return top - std::min(top, textRows()); }},
+    {kKeyPageDown, [](size_t top, size_t last) { return std::min(top + textRows(), last); }},
     {kKeyHome, [](size_t, size_t) { return size_t{0}; }},
     {kKeyEnd, [](size_t, size_t last) { return last; }},
 };
@@ -59,13 +83,13 @@ std::vector<std::string> wrapText(std::string_view text, size_t width) {
 
 void addField(std::vector<std::string>& lines, std::string_view label, std::string_view value) {
     const size_t left = std::max(kLabelWidth, columnsOf(label) + 1);
-    if (left + kLeastValue > kTextWidth) {
+    if (left + kLeastValue > textWidth()) {
         // Files choose some labels (numbers of extensions and certificates): a long one stands above its value.
-        for (std::string& line : wrapText(label, kTextWidth)) lines.push_back(std::move(line));
+        for (std::string& line : wrapText(label, textWidth())) lines.push_back(std::move(line));
         return addField(lines, {}, value);
     }
     const std::string head = fitText(label, left);
-    const auto wrapped = wrapText(value, kTextWidth - left);
+    const auto wrapped = wrapText(value, textWidth() - left);
     lines.push_back(head + wrapped.front());
     for (size_t i = 1; i < wrapped.size(); ++i) lines.push_back(std::string(kLabelWidth, ' ') + wrapped[i]);
 }
@@ -73,11 +97,12 @@ void addField(std::vector<std::string>& lines, std::string_view label, std::stri
 void runTextView(TextView& view) {
     ScreenActions actions = view.actions;
     for (const Scroll& scroll : kScrolls) {
-        actions.push_back(
-            {scroll.key, nullptr, false, [&view, scroll](size_t) { view.top = scroll.top(view.top, lastTop(view)); }});
+        actions.push_back({scroll.key, nullptr, false,
+                           [&view, scroll](size_t) { view.top = scroll.top(view.top, lastTop(view.lines.size())); }});
     }
     const auto drawText = [&view] {
-        view.top = std::min(view.top, lastTop(view));
+        fitLines(view.lines);
+        view.top = std::min(view.top, lastTop(view.lines.size()));
         draw(view);
     };
     runScreen({.draw = drawText, .actions = std::move(actions), .gap = view.gap});

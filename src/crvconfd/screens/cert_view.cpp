@@ -21,7 +21,7 @@ namespace {
 
 constexpr int kTableRow = 2;
 /// Where the main menu is still to fit below the table.
-constexpr int kTableEnd = 18;
+constexpr BottomRow kTableEnd{18};
 
 struct RoleText {
     KeyRole role;
@@ -35,8 +35,14 @@ constexpr RoleText kRoles[] = {
     {KeyRole::Further, "dodatkowy"},
 };
 
-void drawKey(int row, const StoredKey& key) {
+constexpr const char* kEndMarks = "! przeterminowany   * wygasa w ciągu 30 dni";
+
+/// Draws a key and tells whether it got a mark: its certificate ends soon, or has ended.
+bool drawKey(int row, const StoredKey& key) {
     const CertPtr certificate = keyManager->certificateOf(key);
+    const bool inUse = key.role != KeyRole::Further;
+    const char mark = certificate && inUse ? endMark(certificate->tbs.validity, std::time(nullptr)) : ' ';
+    displText(row, 0, "%c", mark);
     const PublicKey publicKey = key.key->publicKey();
     displText(row, 1, "%s", roleText(key.role));
     std::string text = signAlgoName(keyManager->schemeOf(key), KcHashAlgo::None);
@@ -50,6 +56,7 @@ void drawKey(int row, const StoredKey& key) {
         text += "brak certyfikatu";
     }
     displText(row, 17, "%s", text.c_str());
+    return mark != ' ';
 }
 
 }  // namespace
@@ -97,9 +104,11 @@ int showKeyInfo() {
     displText(row++, 1, "Klucze użytkownika:");
     const auto keys = keyManager->keys();
     if (keys.empty()) displText(row, 1, "Brak kluczy");
-    const size_t room = kTableEnd - kTableRow;
+    const auto room = static_cast<size_t>(kTableEnd - kTableRow);
     const size_t shown = keys.size() <= room ? keys.size() : room - 1;
-    for (size_t i = 0; i < shown; ++i) drawKey(row++, keys[i]);
+    bool marked = false;
+    for (size_t i = 0; i < shown; ++i) marked = drawKey(row++, keys[i]) || marked;
+    if (marked) displText(kTableRow, 30, "%s", kEndMarks);
     if (shown < keys.size()) displText(row++, 1, "i jeszcze %zu", keys.size() - shown);
     return keys.empty() ? row : row - 1;
 }

@@ -7,10 +7,24 @@
 
 namespace crv {
 
+CrtSource::Position CrtSource::positionOf(int64_t id) const {
+    if (id == kFirst) return ids_->begin();
+    return id == kBehindAll ? ids_->end() : std::ranges::find(*ids_, id);
+}
+
+bool CrtSource::readFrom(Position first, size_t count, CrtItemList& list) const {
+    return read(first, first + std::min<ptrdiff_t>(ids_->end() - first, static_cast<ptrdiff_t>(count)), list);
+}
+
+bool CrtSource::from(int64_t id, size_t count, CrtItemList& list) const {
+    if (!ids_) return dbManager->readForward(std::max<int64_t>(id - 1, kFirst), count, list);
+    return readFrom(positionOf(id), count, list);
+}
+
 bool CrtSource::forward(int64_t after, size_t count, CrtItemList& list) const {
     if (!ids_) return dbManager->readForward(after, count, list);
-    const auto first = std::upper_bound(ids_->begin(), ids_->end(), after);
-    return read(first, first + std::min<ptrdiff_t>(ids_->end() - first, static_cast<ptrdiff_t>(count)), list);
+    const Position at = positionOf(after);
+    return readFrom(at == ids_->end() ? at : at + 1, count, list);
 }
 
 bool CrtSource::backward(int64_t before, size_t count, CrtItemList& list) const {
@@ -19,12 +33,11 @@ bool CrtSource::backward(int64_t before, size_t count, CrtItemList& list) const 
         std::reverse(list.begin(), list.end());
         return read;
     }
-    const auto last = std::lower_bound(ids_->begin(), ids_->end(), before);
+    const Position last = positionOf(before);
     return read(last - std::min<ptrdiff_t>(last - ids_->begin(), static_cast<ptrdiff_t>(count)), last, list);
 }
 
-bool CrtSource::read(std::vector<int64_t>::const_iterator first, std::vector<int64_t>::const_iterator last,
-                     CrtItemList& list) const {
+bool CrtSource::read(Position first, Position last, CrtItemList& list) const {
     for (; first != last; ++first) {
         // Somebody else may have deleted it since the search.
         CrtItemList one;

@@ -9,6 +9,7 @@
 #include "crvconfd/engines/text_view.h"
 #include "crvconfd/screens/password_quality.h"
 #include "crvconfd/session/context.h"
+#include "crvconfd/session/ends_record.h"
 #include "crvconfd/session/settings.h"
 #include "crypto/crypto_error.h"
 #include "crypto/ec_curves.h"
@@ -111,6 +112,13 @@ std::string validityDate(const Validity& validity, int64_t now) {
     if (last && now > *last) return "PRZETERMINOWANY od " + dateLine(validity.notAfter);
     if (first && now < *first) return "ważny od " + dateLine(validity.notBefore);
     return "ważny do " + dateLine(validity.notAfter);
+}
+
+char endMark(const Validity& validity, int64_t now) {
+    const auto end = validity.notAfter.seconds();
+    if (!end) return '?';
+    if (*end < now) return '!';
+    return *end - now <= kSoonEnds ? '*' : ' ';
 }
 
 const char* standingWord(const CertificateState& state) {

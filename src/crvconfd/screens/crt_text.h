@@ -30,6 +30,10 @@ namespace crv {
 /// "ważny do 2027.03.01", "ważny od ..." for one that is not valid yet, "PRZETERMINOWANY od ...".
 [[nodiscard]] std::string validityDate(const Validity& validity, int64_t now);
 
+/// "!" for a certificate that has ended, "*" for one that ends within 30 days, "?" where its end cannot be read; else "
+/// ".
+[[nodiscard]] char endMark(const Validity& validity, int64_t now);
+
 /// One word for a certificate's standing: "unieważniony", "nieznany", "brak ścieżki", "zaufany".
 [[nodiscard]] const char* standingWord(const CertificateState& state);
 /// Appends the standing: when and why it was revoked, and the path to a trust point or why there is none.

@@ -1,6 +1,7 @@
 // The browser of the certificate database.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,7 +11,10 @@ namespace crv {
 
 class SignedCertificate;
 
-/// A list of certificates that holds one screen of them at a time, with search, details, deletion and saving.
+/// By what the browser sorts. The state is no order: it takes a path for each certificate.
+enum class CrtOrder { Record, Subject, Issuer, Expiry };
+
+/// A list of certificates that holds one screen of them at a time, with search, sorting, details, deletion and saving.
 class DbBrowser {
   public:
     /// Runs the screen until the user goes back.
@@ -25,10 +29,14 @@ class DbBrowser {
 
     /// Takes a page of rows; false (and the old page stays) when there is none.
     bool show(const CrtItemList& items, size_t selected);
+    bool loadFrom(int64_t id, size_t selected);
     bool loadForward(int64_t after, size_t selected);
+    bool loaded(bool read, const CrtItemList& items, size_t selected);
     void loadLast();
     /// Reads the page again, with what lies behind its first row.
     void reload();
+    /// The page as the screen is now.
+    void fitPage();
     void draw() const;
     void drawRow(size_t index) const;
     // What works on a row is run only while there are rows.
@@ -37,6 +45,9 @@ class DbBrowser {
     void pageUp();
     void pageDown();
     void search();
+    /// Sorts what is shown by the next column; behind the last one in the order of the records again.
+    void sort();
+    void sortBy(CrtOrder order);
     void fetch();
     /// Back from a search to the whole database.
     void showAll();
@@ -49,7 +60,11 @@ class DbBrowser {
     CrtSource source_;
     std::vector<Row> rows_;
     size_t selected_ = 0;
-    bool stopped_ = false;  ///< the search that found the rows
+    size_t page_ = 0;                            ///< rows of the screen
+    int columns_ = 0;                            ///< of the screen for which the rows were made
+    bool stopped_ = false;                       ///< the search that found the rows
+    std::optional<std::vector<int64_t>> found_;  ///< what the search found, by ascending id
+    CrtOrder order_ = CrtOrder::Record;
 };
 
 }  // namespace crv

@@ -22,7 +22,7 @@ namespace {
 constexpr const char* kNotOpened = "Błąd otwarcia pliku %s !!!";
 constexpr const char* kNoMemory = "Brak pamięci !!!";
 /// Of a question's reason, above the question.
-constexpr int kReasonRow = kMessageRow - 1;
+constexpr BottomRow kReasonRow{22};
 /// displCentInfo's measure of 4 seconds.
 constexpr int kLong = 2;
 

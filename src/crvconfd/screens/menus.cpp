@@ -93,7 +93,7 @@ constexpr MenuEntry kDataBaseEntries[] = {
 /// Entries one a row, the way back below them.
 void drawEntries(int row, const std::vector<const char*>& labels) {
     for (const char* label : labels) displColText(row++, kMenuColumn, "%s", label);
-    displColText(std::min(row + 1, kMessageRow), kMenuColumn, "%s", kLeaveLabel);
+    displColText(std::min<int>(row + 1, kMessageRow), kMenuColumn, "%s", kLeaveLabel);
 }
 
 ScreenOps menuOps(const Menu& menu) {
@@ -109,7 +109,7 @@ ScreenOps menuOps(const Menu& menu) {
 
 /// First row of the main menu below a key table that ends on a row.
 int mainMenuRow(int tableEnd) {
-    return tableEnd <= 9 ? 10 : std::min(tableEnd + 1, 19);
+    return tableEnd <= 9 ? 10 : std::min<int>(tableEnd + 1, BottomRow{19});
 }
 
 int usualRow() {

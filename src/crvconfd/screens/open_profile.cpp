@@ -139,14 +139,14 @@ void offerTrustPoints() {
 /// Says what may not be written, and takes another program's file over when the user agrees.
 bool settleRights() {
     if (keyManager->wasCutOff())
-        errInfo(kMessageRow, "Przerwany zapis pliku bezpieczeństwa: przywrócono poprzednią zawartość");
+        warnInfo(kMessageRow, "Przerwany zapis pliku bezpieczeństwa: przywrócono poprzednią zawartość");
     if (keyManager->isForeign() &&
         displCentQuestion(kMessageRow,
                           "Plik pochodzi z innego programu i będzie zapisany od nowa. Przejąć go (t/n)?") == 1) {
         if (initProfile(OpenMode::AdoptForeign) != kKmOk) return false;
         offerTrustPoints();
     } else if (keyManager->isReadOnly()) {
-        errInfo(kMessageRow, "%s", kReadOnlyText);
+        warnInfo(kMessageRow, "%s", kReadOnlyText);
     }
     return true;
 }

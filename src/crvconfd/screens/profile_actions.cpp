@@ -83,7 +83,7 @@ std::optional<std::string> runProfileAction(const ProfileAction& action, const L
         return action.run(place, name);
     } catch (const OpError& error) {
         const char* text = findText(kFaultTexts, static_cast<int>(error.fault()));
-        errInfo(kMessageRow, "%s", text ? text : error.what());
+        warnInfo(kMessageRow, "%s", text ? text : error.what());
     }
     return {};
 }

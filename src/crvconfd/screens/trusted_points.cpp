@@ -85,7 +85,7 @@ void displayTP(const TrustPointList& list, size_t index) {
     const std::string position = std::to_string(index + 1) + "/" + std::to_string(list.size());
     {
         const AttrGuard header(kAttrHeader);
-        displText(0, kScreenColumns - static_cast<int>(position.size()), "%s", position.c_str());
+        displText(0, screenColumns() - static_cast<int>(position.size()), "%s", position.c_str());
     }
     const SignedCertificate& certificate = *list[index].certificate;
     displText(2, 0, "Rodzaj:");

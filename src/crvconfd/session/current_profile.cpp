@@ -20,7 +20,7 @@ bool changeCurrentProfile(const std::function<void(CrvProfile&)>& change) {
     } catch (const OpStopped&) {
         (void)waitForKeyOrTimeout(0);  // which ends the session
     } catch (const std::exception& failure) {
-        errInfo(kMessageRow, "%s%s", saving ? "Błąd zapisu profilu: " : "", failureText(failure).c_str());
+        warnInfo(kMessageRow, "%s%s", saving ? "Błąd zapisu profilu: " : "", failureText(failure).c_str());
     }
     return false;
 }

@@ -1,6 +1,7 @@
 #include "crvconfd/session/messages.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "context/crvctx.h"
 #include "corvane/crvapi.h"
@@ -12,6 +13,12 @@
 
 namespace crv {
 
+namespace {
+
+std::string farewell;
+
+}  // namespace
+
 const char* findText(std::span<const CodeText> table, int code) {
     const auto found = std::find_if(table.begin(), table.end(), [code](const auto& row) { return row.code == code; });
     return found == table.end() ? nullptr : found->text;
@@ -22,6 +29,21 @@ void showCode(std::span<const CodeText> table, int code, const char* place) {
     if (!text) failAssertion("0", place, __LINE__);
     note(text + (" (" + std::to_string(code) + ")"));
     errInfo(kMessageRow, "%s", text);
+}
+
+void sayAtEnd(const std::string& text) {
+    farewell = text;
+}
+
+std::string takeFarewell() {
+    return std::exchange(farewell, {});
+}
+
+std::string reasonFirst(const std::string& text) {
+    constexpr std::string_view kFile = "Plik: ";
+    const size_t reason = text.rfind(": ", text.rfind(" w linii: "));
+    if (!text.starts_with(kFile) || reason == std::string::npos || reason < kFile.size()) return text;
+    return text.substr(reason + 2) + ", plik: " + text.substr(kFile.size(), reason - kFile.size());
 }
 
 void note(const std::string& line) {

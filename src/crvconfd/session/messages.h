@@ -22,6 +22,11 @@ void showCode(std::span<const CodeText> table, int code, const char* place = "sr
 /// A line of the report that -verbose prints at the end, made printable. Never a secret.
 void note(const std::string& line);
 
+/// Keeps a text for standard error when the screen has ended.
+void sayAtEnd(const std::string& text);
+/// What was kept, once.
+[[nodiscard]] std::string takeFarewell();
+
 inline constexpr const char* kDatabaseFailed = "Błąd bazy danych";
 
 /// Shows the text with what the database said last of the cause, where that helps; a lack of memory has its own.
@@ -29,5 +34,7 @@ void showDatabaseFailure(const char* text = kDatabaseFailed, const char* noMemor
 
 /// What to tell the user of an exception: its own text, or for a bare library code the code's text.
 [[nodiscard]] std::string failureText(const std::exception& failure);
+/// The same for a terminal: of a fault in a profile list the reason and the line come before the path.
+[[nodiscard]] std::string reasonFirst(const std::string& text);
 
 }  // namespace crv

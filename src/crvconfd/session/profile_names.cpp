@@ -1,9 +1,13 @@
 #include "crvconfd/session/profile_names.h"
 
 #include <array>
+#include <cerrno>
+#include <system_error>
 
 #include "crvconfd/toolkit/encoding.h"
 #include "misc/exceptions.h"
+#include "misc/file_ops.h"
+#include "misc/path.h"
 #include "profiles/crv_profile.h"
 
 namespace crv {
@@ -24,6 +28,9 @@ constexpr std::array<KindTexts, 4> kKindTexts{{
     {"Lista profili wspólnych:", "Brak profili wspólnych"},
     {"Lista profili:", "Brak profili"},
 }};
+
+// In the order of ProfileMedia.
+constexpr std::array kKinds{AvailableProfiles::User, AvailableProfiles::Common, AvailableProfiles::File};
 
 void readNames(std::vector<std::string>& list, ProfileMedia media, const std::string& file) {
     const auto iterator = CrvProfile::getProfileIterator(media, file);
@@ -48,6 +55,20 @@ void readProfileList(std::vector<std::string>& list, AvailableProfiles kind, int
         userCount = static_cast<int>(list.size());
     }
     if (kind != AvailableProfiles::User) readNames(list, ProfileMedia::Common, {});
+}
+
+std::string searchedLists(AvailableProfiles kind, const char* file) {
+    std::string text;
+    for (const ProfileMedia media : {ProfileMedia::User, ProfileMedia::Common, ProfileMedia::File}) {
+        const bool all = kind == AvailableProfiles::All && media != ProfileMedia::File;
+        if (!all && kind != kKinds[static_cast<size_t>(media)]) continue;
+        const std::string path = expandHome(CrvProfile::getCfgFileName(media, media == ProfileMedia::File ? file : ""));
+        struct stat info {};
+        const bool there = fileOps().stat(path, &info) == 0;
+        const std::string why = errno == ENOENT ? "nie ma pliku" : std::system_category().message(errno);
+        text += (text.empty() ? "" : "\n") + ("Szukano w: " + path + (there ? "" : " (" + why + ")"));
+    }
+    return text;
 }
 
 std::string profileListText(AvailableProfiles kind, const char* file) {

@@ -13,6 +13,10 @@ namespace crv {
 /// (VtestException). Throws StoreError for a list that cannot be read.
 void readProfileList(std::vector<std::string>& list, AvailableProfiles kind, int& userCount, const char* file);
 
+/// The lists of a kind that were looked for, for a user who misses something in them: "Szukano w: <path> (nie ma
+/// pliku)", one a line.
+[[nodiscard]] std::string searchedLists(AvailableProfiles kind, const char* file);
+
 /// The lists of a kind as the -list option prints them, converted for display.
 [[nodiscard]] std::string profileListText(AvailableProfiles kind, const char* file);
 

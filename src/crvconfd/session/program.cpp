@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -48,6 +49,16 @@ void complain(const std::string& text) {
     const std::string line = pl(text) + "\n";
     // There is nobody left to tell when this fails.
     [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, line.data(), line.size());
+}
+
+/// What the screens kept for the end, a line at a time.
+void bidFarewell() {
+    const std::string text = takeFarewell();
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::string_view line = rest.substr(0, rest.find('\n'));
+        complain(printable(line));
+        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
+    }
 }
 
 /// Writes text that is converted already to standard output.
@@ -118,6 +129,7 @@ int runWithContext(const CommandLine& line) {
         }
     }
     runScreens(line, std::move(named));
+    bidFarewell();
     if (line.verbose) complain(context.report());
     return 0;
 }
@@ -153,7 +165,8 @@ int failWith(const char* text) {
         errInfo(kMessageRow, "%s", text);
         downScr();
         // The row may have been too short for it.
-        complain(printable(text));
+        complain(printable(reasonFirst(text)));
+        bidFarewell();
     }
     return kStatusException;
 }

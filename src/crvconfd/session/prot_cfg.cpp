@@ -70,7 +70,7 @@ bool writeProtCfg() {
     const KeyManagerResult result = saveKeyStore(keyStoreAccess());
     if (result == kKmOk) {
         note("Zapisano klucze i ustawienia: " + cfgManager->securityFileName());
-        if (!keyManager->wasHistoryKept()) errInfo(kMessageRow, "%s", findText(kSaveTexts, kKmHistoryFailed));
+        if (!keyManager->wasHistoryKept()) warnInfo(kMessageRow, "%s", findText(kSaveTexts, kKmHistoryFailed));
         return true;
     }
     showCode(kSaveTexts, result);

@@ -11,8 +11,12 @@
 #include "crvconfd/screens/select_profile.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/current_profile.h"
+#include "crvconfd/session/ends_record.h"
+#include "crvconfd/session/messages.h"
+#include "crvconfd/session/profile_names.h"
 #include "crvconfd/session/program_info.h"
 #include "crvconfd/toolkit/toolkit.h"
+#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "ops/file_place.h"
 
@@ -36,7 +40,7 @@ bool isPlaceGood() {
          {lookAtPlace(cfgManager->securityFileName()), lookAtPlace(cfgManager->securityFileLockName())}) {
         for (const auto& [place, text] : kPlaceTexts) {
             if (place != look.place) continue;
-            errInfo(kMessageRow, text, look.where.c_str());
+            warnInfo(kMessageRow, text, look.where.c_str());
             return false;
         }
     }
@@ -74,9 +78,20 @@ void runSession(std::unique_ptr<CrvProfile> profile, ProfileSource source) {
     clrScr();
     displayProgramInfo(0);
     if (!createDB() || !openKeys()) return;
+    rememberEnds();
     const CrlKeeper keeper;
     OnMainMenu();
     offerUnsavedKey();
+    rememberEnds();
+}
+
+/// The selection; which lists it reads is told at the end when one cannot be read.
+std::unique_ptr<CrvProfile> choose(AvailableProfiles kind, const std::string& lastName, const char* file,
+                                   std::optional<ProfileMedia>& source) try {
+    return selectProfile(kind, lastName, file, source, [](const CrvProfile& shown) { OnProfileDetails(&shown); });
+} catch (const StoreError&) {
+    sayAtEnd(searchedLists(kind, file));
+    throw;
 }
 
 }  // namespace
@@ -88,8 +103,7 @@ void runSessions(const CommandLine& line, NamedProfile named) {
     std::optional<ProfileMedia> source;
     for (;;) {
         crvCtx->setProfile(nullptr);
-        auto profile = selectProfile(line.kind, lastName, file.c_str(), source,
-                                     [](const CrvProfile& shown) { OnProfileDetails(&shown); });
+        auto profile = choose(line.kind, lastName, file.c_str(), source);
         if (!profile) return;
         lastName = profile->name();
         runSession(std::move(profile), {source.value(), file});

@@ -1,5 +1,5 @@
 // The console's toolkit: everything that a screen draws and reads goes through these functions over one screen of 80
-// columns by 24 rows. Curses stands in the toolkit's source only.
+// columns by 24 rows, or of the terminal's size where that is larger. Curses stands in the toolkit's source only.
 //
 // Texts are UTF-8 and pass through pl() on their way, unless a function says that it takes text of the display
 // encoding. A text that is longer than its row is cut on a character at the right edge; it never runs on to the next
@@ -7,7 +7,8 @@
 // reaches the terminal raw. Lengths and centring count bytes. Functions with a format take printf formats: data is
 // never the format, "%s" is. At most 256 bytes remain after formatting. Moves outside the screen are ignored.
 //
-// A smaller terminal shows the rows and columns in which something was drawn or typed last.
+// A smaller terminal shows the rows and columns in which something was drawn or typed last. A larger one gives the
+// screen its rows and columns from the next clrScr() on: what is drawn keeps its place until then.
 //
 // The terminal may be resized and the process suspended at any time: the contents survive and are drawn again. When the
 // process is asked to end (SIGINT, SIGTERM, SIGHUP, SIGQUIT) or the terminal hangs up, whichever function waits for a
@@ -27,13 +28,25 @@ struct _win_st;  // NOLINT(bugprone-reserved-identifier): the tag that curses gi
 
 namespace crv {
 
+/// The least screen.
 inline constexpr int kScreenRows = 24;
 inline constexpr int kScreenColumns = 80;
+/// The screen as it was cleared last.
+[[nodiscard]] int screenRows();
+[[nodiscard]] int screenColumns();
+
+/// A row that is as far from the bottom of every screen as from that of the least.
+struct BottomRow {
+    int ofLeast;
+    operator int() const {  // NOLINT(google-explicit-constructor): it is the number of a row wherever one is wanted
+        return ofLeast + screenRows() - kScreenRows;
+    }
+};
 /// The row of messages, questions and prompts.
-inline constexpr int kMessageRow = 23;
+inline constexpr BottomRow kMessageRow{23};
 /// Where contents begin, and the row of the keys below them.
 inline constexpr int kFirstRow = 2;
-inline constexpr int kFooterRow = 22;
+inline constexpr BottomRow kFooterRow{22};
 
 /// Keys as getKey answers them; every other key is its character code, 0 an escape sequence that is not known.
 enum InternalKey : int {
@@ -50,7 +63,8 @@ enum InternalKey : int {
     kKeyEnd = 1083,
     kKeyDelete = 1084,  ///< from getScrollKey only, as the next ones
     kKeyPaste = 1085,
-    kKeyHelp = 1086,  ///< F1
+    kKeyHelp = 1086,     ///< F1
+    kKeyResized = 1087,  ///< from getScreenKey only: the screen would have another size if it was cleared now
 };
 
 /// Keys as a list menu's callback sees them: curses' own codes (checked against curses in the source).
@@ -68,6 +82,7 @@ enum ListKey : int {
     kListKeyPageUp = 0523,
     kListKeyEnter = 0527,
     kListKeyEnd = 0550,
+    kListKeyResized = 0632,  ///< as kKeyResized
 };
 
 /// What waitForKeyOrTimeout answers when the time ran out (curses' error value).
@@ -177,6 +192,8 @@ class AttrGuard {
 /// The text in exactly so many columns: cut, or filled up with spaces.
 [[nodiscard]] std::string fitText(std::string_view text, size_t columns);
 
+/// As displText, without the limit of 256 bytes: for lines that screens have cut to their width.
+void displLine(int row, int col, std::string_view text);
 [[gnu::format(printf, 3, 4)]] void displText(int row, int col, const char* format, ...);
 /// As displText, for text that is in the display encoding already.
 [[gnu::format(printf, 3, 4)]] void displTextNoPl(int row, int col, const char* format, ...);
@@ -186,13 +203,16 @@ class AttrGuard {
 [[gnu::format(printf, 3, 4)]] void displColText(int row, int col, const char* format, ...);
 /// As displColText, centred on the bytes that are not "~"; an empty text is placed at column 40.
 [[gnu::format(printf, 2, 3)]] void displCentColText(int row, const char* format, ...);
-/// A bar of the full width in the header attribute, the text centred in it; more than 80 bytes are cut to 77 and "...".
+/// A bar of the full width in the header attribute, the text centred in it; more bytes than columns are cut and end in
+/// "...".
 [[gnu::format(printf, 2, 3)]] void displHeader(int row, const char* format, ...);
 /// Clears the row, shows the text for up to 2 x n seconds or until a key, and clears the row again.
 void displInfo(int row, int col, const char* text, int n);
 void displCentInfo(int row, const char* text, int n);
 /// Clears the row, beeps and shows the text centred for up to 4 seconds or until a key.
 [[gnu::format(printf, 2, 3)]] void errInfo(int row, const char* format, ...);
+/// The same without an end: for failures by which something is lost unless the user does something.
+[[gnu::format(printf, 2, 3)]] void warnInfo(int row, const char* format, ...);
 /// Draws text of the display encoding at the cursor with "~" mnemonics; a negative length means the whole text.
 void printTextWithShortcuts(const char* text, int length);
 
@@ -203,6 +223,9 @@ void printTextWithShortcuts(const char* text, int length);
 [[nodiscard]] int getKey();
 /// The same with both sides, both ends, Delete, F1 and pastes: for text fields and screens that scroll.
 [[nodiscard]] int getScrollKey();
+
+/// The same for screens that can draw themselves anew: answers kKeyResized, too.
+[[nodiscard]] int getScreenKey();
 
 class LineEditor;
 

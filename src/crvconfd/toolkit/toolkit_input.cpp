@@ -49,7 +49,7 @@ class FieldView {
         if (cut) putMark(">");
         toolkit::fillTo(col_ + room_ + 1);
         const int cursor = col_ + (first_ > 0 ? 1 : 0) + columns(text.substr(first_, line.cursor() - first_));
-        toolkit::movePen(row_, std::min(cursor, kScreenColumns - 1));
+        toolkit::movePen(row_, std::min(cursor, screenColumns() - 1));
     }
 
   private:
@@ -86,9 +86,9 @@ class FieldView {
 FieldView promptField(const LineField& field) {
     const std::string shown = pl(field.prompt);
     displTextNoPl(field.row, field.col, "%s", shown.c_str());
-    const int left = kScreenColumns - (field.col + static_cast<int>(shown.size()));
+    const int left = screenColumns() - (field.col + static_cast<int>(shown.size()));
     const int width = field.width > 0 ? std::min(field.width, left) : left;
-    return {field.row, std::min(toolkit::pen().col, kScreenColumns - 1), width};
+    return {field.row, std::min(toolkit::pen().col, screenColumns() - 1), width};
 }
 
 /// The character that a key began, in UTF-8; empty for what is none. On a terminal of UTF-8 its further octets follow.
@@ -168,9 +168,9 @@ bool editField(const LineField& field, LineEditor& line, const LineKey& other, c
 
 void drawEcho(const toolkit::Pen& start, char echo, int length) {
     if (echo == 0 || !toolkit::movePen(start.row, start.col)) return;
-    toolkit::put(std::string(static_cast<size_t>(std::min(length, kScreenColumns)), echo), kScreenColumns - 1);
+    toolkit::put(std::string(static_cast<size_t>(std::min(length, screenColumns())), echo), screenColumns() - 1);
     const int end = toolkit::pen().col;
-    toolkit::fillTo(kScreenColumns);
+    toolkit::fillTo(screenColumns());
     toolkit::movePen(start.row, end);
 }
 
@@ -190,7 +190,7 @@ int gatherTypedKeys(int row, int col, const char* prompt, bool blocking, const s
     const CursorGuard cursor(false);
     toolkit::translateKeys(false);
     displText(row, col, "%s", prompt);
-    const int counter = std::min(toolkit::pen().col, kScreenColumns - 1);
+    const int counter = std::min(toolkit::pen().col, screenColumns() - 1);
     int count = 0;
     for (;;) {
         auto random = static_cast<uint8_t>(std::rand());
@@ -262,7 +262,7 @@ int input_positive_number_yx(int row, int col, const char* prompt) {
 int inputPassword(int row, int col, const char* prompt, char* buffer, int size, char echo, bool keep, bool* lost) {
     clrToEol(row, 0);
     displText(row, col, "%s", prompt);
-    const toolkit::Pen start = {row, std::min(toolkit::pen().col, kScreenColumns - 1)};
+    const toolkit::Pen start = {row, std::min(toolkit::pen().col, screenColumns() - 1)};
     int length = keep ? static_cast<int>(strnlen(buffer, static_cast<size_t>(size - 1))) : 0;
     bool noRoom = false;
     const auto append = [&](int octet) {

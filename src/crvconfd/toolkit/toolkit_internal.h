@@ -10,13 +10,16 @@
 
 namespace crv::toolkit {
 
-/// The 80x24 pad on which everything is drawn; a pad keeps its contents whatever size the terminal takes.
+/// The pad on which everything is drawn; a pad keeps its contents whatever size the terminal takes.
 _win_st* pad();
 
 /// Brings the terminal up to date with the pad, cut to the terminal's size.
 void show();
 
-/// Where the next put() draws. The column may be 80, past the right edge, where nothing more is drawn.
+/// Whether the screen would have another size if it was cleared now.
+[[nodiscard]] bool sizeIsStale();
+
+/// Where the next put() draws. The column may be past the right edge, where nothing more is drawn.
 struct Pen {
     int row = 0;
     int col = 0;
@@ -26,13 +29,13 @@ struct Pen {
 bool movePen(int row, int col);
 
 /// Draws text of the display encoding at the pen, cut at the right edge or at column limit, whichever comes first.
-void put(std::string_view text, int limit = 80);
+void put(std::string_view text, int limit = screenColumns());
 /// Draws spaces up to, not including, that column.
 void fillTo(int column);
 
 /// The next byte or curses code; kNoKey when none came within the milliseconds (negative: wait for ever). Resizes are
-/// dealt with here. Throws ScreenClosed.
-[[nodiscard]] int readKey(int milliseconds = -1);
+/// dealt with here; one that makes the size stale is kListKeyResized where that is wanted. Throws ScreenClosed.
+[[nodiscard]] int readKey(int milliseconds = -1, bool resizes = false);
 void unreadKey(int key);
 
 /// What followed an ESC that was just read: nothing, one character, or a CSI or SS3 sequence taken in whole ("[5~",

@@ -22,7 +22,7 @@ static_assert(KEY_DOWN == kListKeyDown && KEY_UP == kListKeyUp && KEY_LEFT == kL
               KEY_RIGHT == kListKeyRight && KEY_HOME == kListKeyHome && KEY_BACKSPACE == kListKeyBackspace &&
               KEY_DC == kListKeyDelete && KEY_IC == kListKeyInsert && KEY_NPAGE == kListKeyPageDown &&
               KEY_PPAGE == kListKeyPageUp && KEY_ENTER == kListKeyEnter && KEY_END == kListKeyEnd &&
-              KEY_F(1) == kListKeyHelp && ERR == kNoKey);
+              KEY_F(1) == kListKeyHelp && KEY_RESIZE == kListKeyResized && ERR == kNoKey);
 
 using Clock = std::chrono::steady_clock;
 
@@ -128,13 +128,14 @@ constexpr int kIdleStep = 500;  // ms
 void (*idleWork)() = nullptr;
 
 /// A curses code or byte that is there already, after dealing with resizes; kNoKey when there is none.
-int takeKey() {
+int takeKey(bool resizes) {
     wtimeout(toolkit::pad(), 0);
     for (;;) {
         const int key = wgetch(toolkit::pad());
         if (key != KEY_RESIZE) return key;
         clearok(curscr, TRUE);
         toolkit::show();
+        if (resizes && toolkit::sizeIsStale()) return key;
     }
 }
 
@@ -193,12 +194,13 @@ int decodeRaw(int key, KeyTable further) {
 }
 
 /// A key as getKey answers it on a terminal whose sequences are decoded here.
-int readDecoded(int milliseconds, KeyTable further = {}) {
+int readDecoded(int milliseconds, KeyTable further = {}, bool resizes = false) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        const int key = toolkit::readKey(milliseconds < 0 ? -1 : std::max(static_cast<int>(left), 0));
+        const int key = toolkit::readKey(milliseconds < 0 ? -1 : std::max(static_cast<int>(left), 0), resizes);
         if (key == kNoKey) return kNoKey;
+        if (key == KEY_RESIZE) return kKeyResized;
         const auto pressed = Clock::now();
         const int code = decodeRaw(key, further);
         if (code != kNoKey) return code;
@@ -208,15 +210,16 @@ int readDecoded(int milliseconds, KeyTable further = {}) {
     }
 }
 
-int readTranslated() {
-    const int key = toolkit::readKey();
+int readTranslated(bool resizes) {
+    const int key = toolkit::readKey(-1, resizes);
+    if (key == KEY_RESIZE) return kKeyResized;
     return key == kKeyEscape ? toolkit::readKey() : findSequence(kTranslatedKeys, key, key);
 }
 
-int readAnyKey(KeyTable further) {
+int readAnyKey(KeyTable further, bool resizes = false) {
     const bool refused = setKeypadMode(true);
     toolkit::translateKeys(refused);
-    return refused ? readTranslated() : readDecoded(-1, further);
+    return refused ? readTranslated(resizes) : readDecoded(-1, further, resizes);
 }
 
 /// What an ESC means where one is enough: Escape, or the code of the sequence that it begins.
@@ -232,14 +235,14 @@ int decodeSingleEscape(int milliseconds, KeyTable sequences) {
 
 namespace toolkit {
 
-int readKey(int milliseconds) {
+int readKey(int milliseconds, bool resizes) {
     const auto deadline = Clock::now() + std::chrono::milliseconds(milliseconds);
     show();
     const SignalMask mask;
     bool waited = false;
     for (;;) {
         throwIfClosed();
-        const int key = takeKey();
+        const int key = takeKey(resizes);
         if (key != ERR) return key;
         if (waited && hungUp()) {
             noteHangUp();
@@ -291,7 +294,7 @@ SecretText takePaste() {
 }
 
 int readListKey() {
-    const int key = readKey();
+    const int key = readKey(-1, true);
     // Curses has waited for the rest of a sequence already.
     return key == kKeyEscape ? decodeSingleEscape(0, kListSequences) : key;
 }
@@ -304,6 +307,10 @@ int getKey() {
 
 int getScrollKey() {
     return readAnyKey(kFurtherSequences);
+}
+
+int getScreenKey() {
+    return readAnyKey(kFurtherSequences, true);
 }
 
 bool escapePressed() {

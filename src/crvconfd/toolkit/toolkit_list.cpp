@@ -41,12 +41,13 @@ class ListMenu {
         visible_ = rows <= 0 || rows > count_ ? count_ : rows;
         current_ = selected >= 0 && selected < count_ ? selected : -1;
         if (framed_) {
-            if (row_ + visible_ + 1 > kScreenRows - 1) visible_ = kScreenRows - 2 - row_;
-        } else if (row_ + visible_ > kScreenRows) {
-            visible_ = kScreenRows - row_;
+            if (row_ + visible_ + 1 > screenRows() - 1) visible_ = screenRows() - 2 - row_;
+        } else if (row_ + visible_ > screenRows()) {
+            visible_ = screenRows() - row_;
         }
         visible_ = std::max(visible_, 0);
-        width_ = framed_ ? std::min(longest(items) + 2, 78) : std::min(longest(items) + 1, 79);
+        width_ = framed_ ? std::min(longest(items) + 2, screenColumns() - 2)
+                         : std::min(longest(items) + 1, screenColumns() - 1);
         follow();
     }
 
@@ -191,7 +192,7 @@ int showMenuList(int row, int col, std::span<const std::string> items, int selec
 int showCentMenuList(int row, std::span<const std::string> items, int selected, int rows, bool framed,
                      const ShowMenuListCallback& callback) {
     const int width = longest(items) + (framed ? 4 : 1);
-    const int col = width >= kScreenColumns ? 0 : (kScreenColumns - width) / 2;
+    const int col = width >= screenColumns() ? 0 : (screenColumns() - width) / 2;
     return showMenuList(row, col, items, selected, rows, framed, callback);
 }
 

@@ -17,6 +17,7 @@ namespace crv {
 namespace {
 
 constexpr size_t kFormattedBytes = 256;
+constexpr int kWholeMinute = 600;  // tenths of a second
 
 toolkit::Pen position;
 
@@ -84,7 +85,7 @@ size_t putMnemonic(std::string_view text) {
     if (getShortcutAttr() != 0) {
         const AttrGuard guard(kAttrShortcut);
         toolkit::put(letter);
-    } else if (position.col + glyph.columns <= kScreenColumns) {
+    } else if (position.col + glyph.columns <= screenColumns()) {
         glyph.code = static_cast<wchar_t>(std::towupper(static_cast<wint_t>(glyph.code)));
         drawGlyph(glyph);
         position.col += glyph.columns;
@@ -108,14 +109,14 @@ Pen pen() {
 }
 
 bool movePen(int row, int col) {
-    if (row < 0 || row >= kScreenRows || col < 0 || col >= kScreenColumns) return false;
+    if (row < 0 || row >= screenRows() || col < 0 || col >= screenColumns()) return false;
     position = {row, col};
     wmove(pad(), row, col);
     return true;
 }
 
 void put(std::string_view text, int limit) {
-    limit = std::min(limit, kScreenColumns);
+    limit = std::min(limit, screenColumns());
     while (!text.empty()) {
         const Glyph glyph = firstGlyph(text);
         if (position.col + glyph.columns > limit) break;
@@ -124,7 +125,7 @@ void put(std::string_view text, int limit) {
         text.remove_prefix(glyph.bytes);
     }
     // Curses has wrapped to the next row after the last column; the pen has not.
-    wmove(pad(), position.row, std::min(position.col, kScreenColumns - 1));
+    wmove(pad(), position.row, std::min(position.col, screenColumns() - 1));
 }
 
 void fillTo(int column) {
@@ -132,7 +133,7 @@ void fillTo(int column) {
 }
 
 int centred(size_t bytes) {
-    return bytes >= kScreenColumns ? 0 : (kScreenColumns - static_cast<int>(bytes)) / 2;
+    return static_cast<int>(bytes) >= screenColumns() ? 0 : (screenColumns() - static_cast<int>(bytes)) / 2;
 }
 
 }  // namespace toolkit
@@ -167,6 +168,10 @@ std::string fitText(std::string_view text, size_t columns) {
     return fitted;
 }
 
+void displLine(int row, int col, std::string_view text) {
+    drawAt(row, col, pl(text));
+}
+
 void displText(int row, int col, const char* format, ...) {
     CRV_FORMATTED(text, format);
     drawAt(row, col, pl(text));
@@ -198,13 +203,14 @@ void displCentColText(int row, const char* format, ...) {
 void displHeader(int row, const char* format, ...) {
     CRV_FORMATTED(text, format);
     std::string bar = text;
-    if (bar.size() > kScreenColumns) bar = std::string(cutText(text, kScreenColumns - 3)) + "...";
+    if (bar.size() > static_cast<size_t>(screenColumns()))
+        bar = std::string(cutText(text, static_cast<size_t>(screenColumns()) - 3)) + "...";
     if (!toolkit::movePen(row, 0)) return;
     {
         const AttrGuard guard(kAttrHeader);
         toolkit::fillTo(toolkit::centred(bar.size()));
         toolkit::put(pl(bar));
-        toolkit::fillTo(kScreenColumns);
+        toolkit::fillTo(screenColumns());
     }
     toolkit::show();
 }
@@ -227,6 +233,16 @@ void errInfo(int row, const char* format, ...) {
     displCentInfo(row, text.c_str(), 2);
 }
 
+void warnInfo(int row, const char* format, ...) {
+    CRV_FORMATTED(text, format);
+    clrToEol(row, 0);
+    beepSignal();
+    displCentText(row, "%s", text.c_str());
+    while (waitForKeyOrTimeout(kWholeMinute) == kNoKey) {
+    }
+    clrToEol(row, 0);
+}
+
 void printTextWithShortcuts(const char* text, int length) {
     std::string_view rest = length < 0 ? std::string_view(text) : std::string_view(text, static_cast<size_t>(length));
     while (!rest.empty()) {
@@ -236,7 +252,7 @@ void printTextWithShortcuts(const char* text, int length) {
         rest.remove_prefix(mark + 1);
         if (!rest.empty()) rest.remove_prefix(putMnemonic(rest));
     }
-    wmove(toolkit::pad(), position.row, std::min(position.col, kScreenColumns - 1));
+    wmove(toolkit::pad(), position.row, std::min(position.col, screenColumns() - 1));
 }
 
 }  // namespace crv

@@ -30,10 +30,15 @@ constexpr std::array kEndSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 /// A terminal that shows less of the screen than this is of no use.
 constexpr int kLeastRows = 8;
 constexpr int kLeastColumns = 40;
+/// Beyond these there is nothing to win, and lines become too long to read.
+constexpr int kMostRows = 200;
+constexpr int kMostColumns = 160;
 
 struct Screen {
     SCREEN* handle = nullptr;
     WINDOW* pad = nullptr;
+    int rows = kScreenRows;
+    int columns = kScreenColumns;
     bool cursorVisible = true;
     std::array<struct sigaction, kEndSignals.size()> before{};
 };
@@ -173,6 +178,23 @@ attr_t cursesAttributes(int code) {
     return result;
 }
 
+int wantedRows() {
+    return std::clamp(LINES, kScreenRows, kMostRows);
+}
+
+int wantedColumns() {
+    return std::clamp(COLS, kScreenColumns, kMostColumns);
+}
+
+void takeSize(int rows, int columns) {
+    if (rows == screen.rows && columns == screen.columns) return;
+    if (wresize(screen.pad, rows, columns) == ERR) return;
+    screen.rows = rows;
+    screen.columns = columns;
+    // What stood beyond the new edges is no longer drawn over.
+    clearok(curscr, TRUE);
+}
+
 /// The first row or column to show so that the pen, where the prompt or message in use ends, is seen.
 int firstShown(int pen, int shown, int all) {
     return std::clamp(pen - shown + 1, 0, all - shown);
@@ -187,12 +209,16 @@ WINDOW* pad() {
 }
 
 void show() {
-    const int rows = std::min(kScreenRows, LINES), columns = std::min(kScreenColumns, COLS);
+    const int rows = std::min(screen.rows, LINES), columns = std::min(screen.columns, COLS);
     const int row = getcury(screen.pad);
     const bool inUse = screen.cursorVisible || row == kMessageRow;
-    const int left = inUse ? firstShown(getcurx(screen.pad), columns, kScreenColumns) : 0;
-    pnoutrefresh(screen.pad, firstShown(row, rows, kScreenRows), left, 0, 0, rows - 1, columns - 1);
+    const int left = inUse ? firstShown(getcurx(screen.pad), columns, screen.columns) : 0;
+    pnoutrefresh(screen.pad, firstShown(row, rows, screen.rows), left, 0, 0, rows - 1, columns - 1);
     doupdate();
+}
+
+bool sizeIsStale() {
+    return wantedRows() != screen.rows || wantedColumns() != screen.columns;
 }
 
 void noteHangUp() {
@@ -223,7 +249,9 @@ void initScr() {
         screen.handle = nullptr;
         throw NoScreen(why);
     }
-    screen.pad = newpad(kScreenRows, kScreenColumns);
+    screen.rows = wantedRows();
+    screen.columns = wantedColumns();
+    screen.pad = newpad(screen.rows, screen.columns);
     screen.cursorVisible = true;
     use_legacy_coding(2);
     set_escdelay(100);
@@ -252,7 +280,15 @@ bool wasInitScr() {
     return screen.handle != nullptr;
 }
 
+int screenRows() {
+    return screen.rows;
+}
+int screenColumns() {
+    return screen.columns;
+}
+
 void clrScr() {
+    takeSize(wantedRows(), wantedColumns());
     werase(screen.pad);
     toolkit::movePen(0, 0);
 }
@@ -287,6 +323,7 @@ ScreenKeeper::ScreenKeeper() : kept_(dupwin(screen.pad)) {}
 
 ScreenKeeper::~ScreenKeeper() {
     if (!kept_) return;
+    takeSize(getmaxy(kept_), getmaxx(kept_));
     overwrite(kept_, screen.pad);
     delwin(kept_);
     toolkit::show();
