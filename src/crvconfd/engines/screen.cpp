@@ -83,13 +83,13 @@ int awaitKey(const ScreenOps& ops) {
 }
 
 /// What the user wants of a screen as it is drawn.
-struct Choice {
+struct Chosen {
     const ScreenAction* action = nullptr;
     bool again = false;  ///< draw it anew
 };
 
 /// An action chosen by its key; none to go back.
-Choice chooseByKey(const ScreenOps& ops) {
+Chosen chooseByKey(const ScreenOps& ops) {
     for (;;) {
         const int key = awaitKey(ops);
         if (key == kKeyResized) return {.again = true};
@@ -107,7 +107,7 @@ class ListChoice {
         for (const size_t index : indices_) shown_.push_back(items[index]);
     }
 
-    Choice run() {
+    Chosen run() {
         search_.draw(shown_.size(), all_);
         const auto at = std::ranges::lower_bound(indices_, ops_.selected);
         int selected = static_cast<int>(std::min<ptrdiff_t>(at - indices_.begin(), std::ssize(indices_) - 1));
@@ -150,10 +150,10 @@ class ListChoice {
     std::vector<std::string> shown_;
     size_t all_;
     std::optional<size_t> jumpTo_;
-    Choice choice_;
+    Chosen choice_;
 };
 
-Choice choose(ScreenOps& ops, ListSearch& search) {
+Chosen choose(ScreenOps& ops, ListSearch& search) {
     const auto items = ops.items ? ops.items() : std::vector<std::string>();
     ops.selected = std::min(ops.selected, items.empty() ? 0 : items.size() - 1);
     clrScr();
@@ -205,11 +205,11 @@ void drawScreen(const ScreenOps& ops) {
 void runScreen(ScreenOps& ops) {
     ListSearch search;
     for (;;) {
-        const Choice choice = choose(ops, search);
-        if (choice.action) {
-            choice.action->run(ops.selected);
+        const Chosen chosen = choose(ops, search);
+        if (chosen.action) {
+            chosen.action->run(ops.selected);
             if (ops.done && ops.done()) return;
-        } else if (choice.again) {
+        } else if (chosen.again) {
             continue;
         } else if (!ops.mayLeave || ops.mayLeave()) {
             return;
