@@ -2,6 +2,7 @@
 import http.server
 import os
 import pathlib
+import shutil
 import socket
 import socketserver
 import ssl
@@ -63,6 +64,10 @@ class Scripted:
             daemon_threads = True
             request_queue_size = 64
 
+            def server_bind(self):  # without the look-up of its own name
+                socketserver.TCPServer.server_bind(self)
+                self.server_name, self.server_port = self.server_address[:2]
+
         self.server = Server((host, 0), Handler)
         self.server.handle_error = lambda *_: None
         if certificate:
@@ -101,6 +106,20 @@ def proxy(case, log, login=""):
     return run_until_killed(case, ["tinyproxy", "-d", "-c", config], port)
 
 
+def squid(case, login, password):
+    """A proxy that wants a digest of its login; it may run as another user, so what it reads is open to all."""
+    port, at = free_port(), pathlib.Path(tempfile.mkdtemp())
+    case.addCleanup(shutil.rmtree, at)
+    at.chmod(0o755)
+    (at / "logins").write_text(f"{login}:{password}\n")
+    (at / "squid.conf").write_text(
+        f"http_port 127.0.0.1:{port}\nauth_param digest program /usr/lib/squid/digest_file_auth {at}/logins\n"
+        "auth_param digest realm proxy\nauth_param digest children 1\nacl known proxy_auth REQUIRED\nhttp_access allow known\n"
+        "http_access deny all\ncache deny all\naccess_log none\ncache_log /dev/null\npid_filename none\nshutdown_lifetime 0 seconds\n"
+        f"coredump_dir {at}\n", "utf-8")
+    return run_until_killed(type(case), ["/usr/sbin/squid", "-N", "-f", str(at / "squid.conf")], port)
+
+
 def directory(case, folder, ldif, certificate):
     """slapd over an LDIF; answers the ports of ldap and ldaps."""
     plain, tls = free_port(), free_port()
@@ -128,12 +147,12 @@ class Answers:
     def __init__(self, folder):
         self.folder = folder
 
-    def ocsp(self, index, authority, signer, key):
+    def ocsp(self, index, authority, signer, key, words=("-ndays", "1")):
         def route(handler, body):
             with tempfile.TemporaryDirectory(dir=self.folder) as at:
                 pathlib.Path(at, "q").write_bytes(body)
                 openssl("ocsp", "-index", index, "-CA", authority, "-rsigner", signer, "-rkey", key, "-reqin", at + "/q",
-                        "-respout", at + "/a", "-ndays", "1")
+                        "-respout", at + "/a", *words)
                 handler.give(pathlib.Path(at, "a").read_bytes(), "application/ocsp-response")
         return route
 
@@ -143,4 +162,17 @@ class Answers:
                 pathlib.Path(at, "q").write_bytes(body)
                 openssl("ts", "-reply", "-config", config, "-queryfile", at + "/q", "-out", at + "/a", cwd=self.folder)
                 handler.give(change(pathlib.Path(at, "a").read_bytes()), "application/timestamp-reply")
+        return route
+
+    def stamp_by(self, config, signer, query, content, ess):
+        """A stamp that another certificate signs, after changes to the query and to what is stamped."""
+        def route(handler, body):
+            with tempfile.TemporaryDirectory(dir=self.folder) as at:
+                pathlib.Path(at, "q").write_bytes(query(body))
+                openssl("ts", "-reply", "-config", config, "-queryfile", at + "/q", "-token_out", "-out", at + "/t", cwd=self.folder)
+                info = openssl("cms", "-verify", "-noverify", "-binary", "-inform", "DER", "-in", at + "/t")
+                token = openssl("cms", "-sign", "-binary", "-nodetach", "-nosmimecap", "-outform", "DER", "-md", "sha256", "-econtent_type",
+                                "1.2.840.113549.1.9.16.1.4", "-signer", signer + ".pem", "-inkey", signer + ".key", *ess, input=content(info))
+                answer = b"\x30\x03\x02\x01\x00" + token
+                handler.give(b"\x30\x82" + len(answer).to_bytes(2, "big") + answer, "application/timestamp-reply")
         return route
