@@ -1,6 +1,7 @@
 /* A program of somebody else's: plain C against the installed library. Works on the list that its argument names and says
  * what it saw; exits with the number of its failed checks. */
 #include <corvane/crvapi.h>
+#include <stddef.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -29,7 +30,7 @@ static void setText(CrvProfile *profile, long id, const char *value) {
 
 static void createProfile(const char *list, const char *name, long type) {
     CrvProfile *profile = crvCreateProfileAPI(ctx, type);
-    const CrvSrvParams crl = {sizeof(CrvSrvParams), "Ldap", CRVSRV_USAGE_CRL, CRVSRV_TYPE_LDAP, "ldap.pl", 389, "o=CA", NULL, "tajne", NULL, 0, NULL, 0, 0, 0};
+    const CrvSrvParams crl = {sizeof(CrvSrvParams), "Ldap", CRVSRV_USAGE_CRL, CRVSRV_TYPE_LDAP, "ldap.pl", 389, "o=CA", NULL, "tajne", NULL, 0, NULL, 0, 0, CRVSRV_TLS_START};
     CHECK(profile != NULL);
     CHECK(crvWriteProfileAPI(ctx, profile, CRVPROFILE_MEDIA_FILE, list) == ECRV_NO_PROFILE_NAME);
     setText(profile, CRVPROFILE_ATTR_NAME, name);
@@ -104,7 +105,11 @@ static void readServers(const char *list) {
     CHECK(crvFreeServerIteratorAPI(ctx, iterator) == CRV_OK);
     CHECK(crvFindSrvAPI(ctx, profile, "LDAP", &server) == CRV_OK);
     server.port = 636;
+    server.tls = CRVSRV_TLS_NONE;
+    server.size = (long)offsetof(CrvSrvParams, tls); /* a program of before: it knows of no TLS */
     CHECK(crvUpdateSrvAPI(ctx, profile, &server) == CRV_OK);
+    server.size = sizeof server;
+    CHECK(crvFindSrvAPI(ctx, profile, "LDAP", &server) == CRV_OK && server.tls == CRVSRV_TLS_START && server.port == 636);
     CHECK(crvMoveSrvFirstAPI(ctx, profile, "ldap") == CRV_OK);
     CHECK(crvMoveSrvLastAPI(ctx, profile, "brak") == ECRV_SRV_NOT_FND);
     CHECK(crvDelSrvAPI(ctx, profile, "ldap") == CRV_OK);
