@@ -25,7 +25,7 @@ if(CRV_QUICK)
 endif()
 
 add_library(crv_options INTERFACE)
-target_compile_options(crv_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Werror
+target_compile_options(crv_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow $<$<BOOL:${CRV_WERROR}>:-Werror>
   $<$<COMPILE_LANGUAGE:CXX>:-Wconversion;-Wno-sign-conversion;-Wnon-virtual-dtor;-Woverloaded-virtual>)
 # g++ 12 sees overflows in its own containers once it has inlined them at -O2; ASan looks for the real ones.
 target_compile_options(crv_options INTERFACE
