@@ -85,6 +85,8 @@ fi
 grep -hoE '\bCRV_API.*\bcrv[A-Z][A-Za-z0-9]*\(' "$work"/root/include/corvane/*.h | grep -oE 'crv[A-Z][A-Za-z0-9]*\('  | tr -d '(' | sort -u >"$work/declared"
 nm -D --defined-only "$lib/libcorvane.so" | awk '$2 == "T" {sub("@.*", "", $3); print $3}' | sort -u >"$work/exported"
 diff "$work/declared" "$work/exported"
+# The packages' list of calls, each with the version that brought it.
+sed -n 's/^ \(crv[A-Z][A-Za-z0-9]*\)@.*/\1/p' "$source/../../debian/libcorvane3.symbols" | sort -u | diff - "$work/exported"
 # Unloading it would crash the threads that used it when they end.
 readelf -d "$lib/libcorvane.so" | grep 'NODELETE' >/dev/null
 # Tables of the linker are read-only before the program runs.
