@@ -6,10 +6,11 @@ namespace crv {
 
 namespace {
 
-constexpr size_t kWrapBlock = 8;
+constexpr size_t kWrapBlock = 8, kTripleDesKey = 24;
 
-const char* wrapName(size_t keyLength) {
-    switch (keyLength) {
+const char* wrapName(KeyWrap wrap, size_t keyLength) {
+    if (wrap == KeyWrap::TripleDes && keyLength == kTripleDesKey) return "DES3-WRAP";
+    switch (wrap == KeyWrap::Aes ? keyLength : 0) {
         case 16:
             return "AES-128-WRAP";
         case 24:
@@ -22,9 +23,9 @@ const char* wrapName(size_t keyLength) {
 }
 
 template <class Out>
-void runWrap(ByteView under, ByteView in, Out& out, int encrypt, CryptoFailure failure) {
-    const ossl::Cipher cipher(EVP_CIPHER_fetch(ossl::context(), wrapName(under.size()), nullptr));
-    if (!cipher) ossl::fail(CryptoFailure::Unsupported, "libcrypto lacks AES key wrap");
+void runWrap(KeyWrap wrap, ByteView under, ByteView in, Out& out, int encrypt, CryptoFailure failure) {
+    const ossl::Cipher cipher(EVP_CIPHER_fetch(ossl::context(), wrapName(wrap, under.size()), nullptr));
+    if (!cipher) ossl::fail(CryptoFailure::Unsupported, "libcrypto lacks the key wrap");
     const ossl::CipherCtx ctx(ossl::made(EVP_CIPHER_CTX_new(), CryptoFailure::Internal, "no memory for a cipher"));
     EVP_CIPHER_CTX_set_flags(ctx.get(), EVP_CIPHER_CTX_FLAG_WRAP_ALLOW);
     ossl::must(EVP_CipherInit_ex2(ctx.get(), cipher.get(), under.data(), nullptr, encrypt, nullptr),
@@ -58,15 +59,15 @@ Bytes wrapKey(ByteView under, ByteView key) {
     if (key.size() < 2 * kWrapBlock || key.size() % kWrapBlock != 0)
         throw CryptoError(CryptoFailure::BadParameter, "a key of that length is not wrapped");
     Bytes out(key.size() + 2 * kWrapBlock);
-    runWrap(under, key, out, 1, CryptoFailure::Internal);
+    runWrap(KeyWrap::Aes, under, key, out, 1, CryptoFailure::Internal);
     return out;
 }
 
-SecretBytes unwrapKey(ByteView under, ByteView wrapped) {
+SecretBytes unwrapKey(KeyWrap wrap, ByteView under, ByteView wrapped) {
     if (wrapped.size() < 3 * kWrapBlock || wrapped.size() % kWrapBlock != 0 || wrapped.size() > 1024)
         throw CryptoError(CryptoFailure::BadData, "a wrapped key of that length");
     SecretBytes out(wrapped.size());
-    runWrap(under, wrapped, out, 0, CryptoFailure::BadData);
+    runWrap(wrap, under, wrapped, out, 0, CryptoFailure::BadData);
     return out;
 }
 

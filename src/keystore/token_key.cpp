@@ -108,6 +108,23 @@ SecretBytes TokenKey::decrypt(RsaPadding padding, ByteView ciphertext, const Oae
     return row->raw ? removePadding(padding, std::move(plain), oaep) : plain;
 }
 
+SecretBytes TokenKey::agree(const PublicKey& other) const {
+    const PublicKey& own = publicKey();
+    if (own.scheme() != KeyScheme::Ecdsa || other.scheme() != KeyScheme::Ecdsa || other.curve() != own.curve())
+        throw CryptoError(CryptoFailure::BadParameter, "the keys are not on one curve");
+    if (!session_->offers(CKM_ECDH1_DERIVE, CKF_DERIVE))
+        throw CryptoError(CryptoFailure::Unsupported, "the token does not agree on secrets");
+    SecretBytes secret;
+    const size_t length = (own.bits() + 7) / 8;
+    const KeyManagerResult result = withKey([&](PKCS11Device& device, CK_OBJECT_HANDLE key, const P11BeforeUse&) {
+        return device.generateDHSecret(key, CKM_ECDH1_DERIVE, other.keyBits(), length, secret);
+    });
+    if (result == kKmCardError && session_->device().lastRv() == CKR_KEY_FUNCTION_NOT_PERMITTED)
+        throw CryptoError(CryptoFailure::Unsupported, "the key on the token does not agree on secrets");
+    if (result != kKmOk) throw TokenFailure(result);
+    return secret;
+}
+
 KeyManagerResult TokenKey::withKey(const Use& use) const {
     return session_->run([&](PKCS11Device& device) {
         ContextServices& context = session_->context();

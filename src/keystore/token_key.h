@@ -29,6 +29,8 @@ class TokenKey final : public Signer {
                                     RandomBridge& random) const override;
     [[nodiscard]] SecretBytes decrypt(RsaPadding padding, ByteView ciphertext,
                                       const OaepParams& oaep = {}) const override;
+    /// By CKM_ECDH1_DERIVE; the value leaves the token as that of a session object, which is deleted.
+    [[nodiscard]] SecretBytes agree(const PublicKey& other) const override;
 
   private:
     struct Order;

@@ -30,8 +30,11 @@ constexpr AgreementRow kAgreements[] = {{OID_ECDH_SHA1, KcHashAlgo::Sha1},
 struct WrapRow {
     const KnownOid& oid;
     size_t keyLength;
+    KeyWrap wrap = KeyWrap::Aes;
 };
-constexpr WrapRow kWraps[] = {{OID_AES256_WRAP, 32}, {OID_AES192_WRAP, 24}, {OID_AES128_WRAP, 16}};
+/// The first one is that of messages that are made.
+constexpr WrapRow kWraps[] = {
+    {OID_AES256_WRAP, 32}, {OID_AES192_WRAP, 24}, {OID_AES128_WRAP, 16}, {OID_DES_EDE3_WRAP, 24, KeyWrap::TripleDes}};
 
 /// Curves up to so many bits go with SHA-256, then SHA-384, then SHA-512 (RFC 5753 7.1.4 pairs them so).
 constexpr unsigned kSha256Bits = 256, kSha384Bits = 384;
@@ -178,7 +181,7 @@ SecretBytes openAgreed(const Entry& entry, const Signer& key) {
     const PublicKey other = key.publicKey().withBits(originator->publicKey.octets());
     const SecretBytes under = deriveX963(
         row->hash, key.agree(other), sharedInfo(wrap, entry.agreement->ukm, wrapRow->keyLength), wrapRow->keyLength);
-    return unwrapKey(under, entry.wrapped->encryptedKey.value());
+    return unwrapKey(wrapRow->wrap, under, entry.wrapped->encryptedKey.value());
 }
 
 SecretBytes randomKey(size_t length) {

@@ -197,6 +197,21 @@ TEST_F(Calls, CarryAKeyFromItsGenerationToItsMessages) {
 
     unsigned char *whole = nullptr, *plain = nullptr;
     long wholeLen = 0, plainLen = 0;
+    CrvCert *mine = nullptr, *foreignCert = certOf(root_.der);
+    ASSERT_EQ(crvGetUserCertAPI(&ctx_, CRVKEY_USE_SIGN, &mine), 0);
+    const CrvCert* const both[] = {mine, foreignCert};
+    for (const auto& [level, signers, code] : {std::tuple(CRVSIGN_LEVEL_B, 1L, 0),
+                                               {CRVSIGN_LEVEL_B, 2L, ECRV_UNP_KEY_CRT},
+                                               {CRVSIGN_LEVEL_T, 1L, ECRV_TS_NO_SERVER_DEF},
+                                               {CRVSIGN_LEVEL_LT, 1L, ECRV_TS_NO_SERVER_DEF}}) {
+        beside.level = level;
+        beside.signers = both;
+        beside.signers_count = signers;
+        EXPECT_EQ(crvSignAPI(&ctx_, content.data(), 1, &beside, &whole, &wholeLen), code) << level;
+        EXPECT_EQ(whole != nullptr, code == 0);
+        EXPECT_EQ(crvFreeOctetsAPI(whole), 0);
+    }
+    EXPECT_EQ(crvFreeCertAPI(&ctx_, mine) + crvFreeCertAPI(&ctx_, foreignCert), 0);
     ASSERT_EQ(crvSignAPI(&ctx_, content.data(), lengthOf(content), nullptr, &whole, &wholeLen), 0);
     ASSERT_EQ(crvVerifyAPI(&ctx_, whole, wholeLen, nullptr, &plain, &plainLen, &verdict), 0);
     EXPECT_EQ(Bytes(plain, plain + plainLen), content);

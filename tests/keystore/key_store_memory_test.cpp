@@ -1,57 +1,11 @@
 // After a log-out and after a failed log-in nothing secret is left anywhere in the process's memory.
-#include <unistd.h>
-
-#include <algorithm>
-#include <fstream>
-
 #include "key_store_session.h"
 #include "keystore/security_file.h"
 #include "support/faulty_file_ops.h"
+#include "support/memory_scan.h"
 
 namespace crv::test {
 namespace {
-
-constexpr uint8_t kMask = 0x5A;
-
-/// A secret to look for, kept masked so that the search does not find itself.
-struct Needle {
-    std::string name;
-    Bytes masked;
-
-    Needle(std::string what, ByteView secret) : name(std::move(what)) {
-        for (const uint8_t octet : secret) masked.push_back(octet ^ kMask);
-    }
-    [[nodiscard]] bool isIn(ByteView memory) const {
-        return std::search(memory.begin(), memory.end(), masked.begin(), masked.end(),
-                           [](uint8_t a, uint8_t b) { return (a ^ kMask) == b; }) != memory.end();
-    }
-};
-
-/// The names of the needles that stand in writable memory of this process.
-std::string found(const std::vector<Needle>& needles) {
-    std::ifstream maps("/proc/self/maps");
-    const FileDescriptor memory(::open("/proc/self/mem", O_RDONLY | O_CLOEXEC));
-    std::string names, line;
-    while (std::getline(maps, line)) {
-        unsigned long from = 0, to = 0;
-        char rights[5] = {};
-        if (std::sscanf(line.c_str(), "%lx-%lx %4s", &from, &to, rights) != 3 || rights[1] != 'w') continue;
-        Bytes region(to - from);
-        (void)!::pread(memory.get(), region.data(), region.size(), static_cast<off_t>(from));
-        for (const Needle& needle : needles)
-            if (needle.isIn(region)) names += needle.name + " in " + line.substr(line.find_last_of(' ') + 1) + "; ";
-        wipeMemory(region.data(), region.size());
-    }
-    return names;
-}
-
-/// A password that stands nowhere in the program.
-SecretText freshPassword() {
-    SecretArray<16> text;
-    (void)systemRandom(text);
-    for (uint8_t& octet : text) octet = static_cast<uint8_t>('A' + octet % 26);
-    return SecretText(asText(text));
-}
 
 struct KeyStoreMemoryTest : KeyStoreTest {
     std::vector<Needle> needles;
@@ -68,25 +22,12 @@ struct KeyStoreMemoryTest : KeyStoreTest {
         for (const KeyType use : {KeyType::Signing, KeyType::Encryption}) {
             const auto key = PrivateKey::generateRsa(2048, 65537, keys.random());
             ASSERT_EQ(keys.addNewKey(use, std::make_shared<const PrivateKey>(key)), kKmOk);
-            noteKey(use == KeyType::Signing ? "signing" : "encryption", key);
+            noteKey(needles, use == KeyType::Signing ? "signing" : "encryption", key);
         }
         LoadedSecurityFile file;
         ASSERT_EQ(readSecurityFile(asBytes(readFile(path)), password, true, file), kKmOk);
         needles.emplace_back("seed", *file.seed);
-        needles.emplace_back("password", password.bytes());
-        SecretBytes wide;
-        for (const char c : password.view()) wide.insert(wide.end(), {0, static_cast<uint8_t>(c)});
-        needles.emplace_back("UTF-16 password", wide);
-    }
-    /// Parts of the numbers d and p, as they are encoded and as libcrypto keeps them.
-    void noteKey(const std::string& name, const PrivateKey& key) {
-        const SecretBytes der = key.toPkcs8();
-        for (const size_t at : {size_t{400}, size_t{700}}) {
-            SecretBytes part(der.begin() + static_cast<long>(at), der.begin() + static_cast<long>(at + 24));
-            needles.emplace_back(name + " key's octets at " + std::to_string(at), part);
-            std::ranges::reverse(part);
-            needles.emplace_back(name + " key's numbers at " + std::to_string(at), part);
-        }
+        notePassword(needles, password);
     }
 };
 
