@@ -117,6 +117,7 @@ std::unique_ptr<CrvStream> beginVerifying(CRVctx& ctx, const CrvMessageParams* p
     plan.now = std::time(nullptr);
     plan.moment = kMoments[given.moment];
     plan.time = given.time;
+    plan.everyStamp = optionSet(ctx, kOptVerifyAllTimestamps);
     plan.detached = given.message != nullptr;
     plan.message = toBytes(octetsIn(given.message, given.message_len));
     plan.path = pathOptionsIn(given.path);

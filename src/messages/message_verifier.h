@@ -34,6 +34,7 @@ struct VerifyParams {
     int64_t now = 0;          ///< seconds since 1970 UTC
     PathOptions path{};       ///< its time does not matter; its limits are for the message as a whole
     CertList certificates{};  ///< that may be the signers' or lead to a trust point
+    bool everyStamp = false;  ///< whether a time stamp that does not count makes the signature bad (ECRV_TS_VERIF)
 };
 
 /// What became of one signature.
@@ -55,7 +56,7 @@ struct SignerVerdict {
     std::optional<ASNobjectId> policy{};  ///< signature policy that the signer says to follow
 
     // The time stamp.
-    std::optional<int64_t> stampTime{};  ///< of a good one
+    std::optional<int64_t> stampTime{};  ///< of the earliest good one that was looked at
     std::string stampFault{};            ///< why the one that stands there does not count; empty: none, or a good one
     std::string stampAuthority{};        ///< subject of who made a good one
     PathVerdict stampPath{};             ///< of who made it, with the status of every certificate

@@ -134,17 +134,36 @@ SignerVerdict SignerJudge::judge(const SignerInfo& signer, const SignedContent& 
     return verdict;
 }
 
-/// The first time stamp over the signature that is good (EN 319 122-1 5.3); else what is wrong with the last one.
+/// The first time stamp over the signature that is good (EN 319 122-1 5.3), or all of them; what is wrong with those
+/// that are not.
 void SignerJudge::judgeStamps(const SignerInfo& signer, SignerVerdict& verdict) {
     if (!signer.unsignedAttrs) return;
-    size_t tried = 0;
+    std::vector<ByteView> tokens;
     for (const Attribute& one : *signer.unsignedAttrs) {
         if (!(one.type == OID_AA_TIME_STAMP_TOKEN)) continue;
-        for (const ASNany& token : one.values) {
-            if (verdict.stampTime || ++tried > kMostStamps) return;
-            verdict.stampFault = judgeStamp(token.getMemory(), signer, verdict);
-        }
+        for (const ASNany& token : one.values) tokens.push_back(token.getMemory());
     }
+    const bool tooMany = tokens.size() > kMostStamps;
+    if (tooMany) tokens.resize(kMostStamps);
+    for (const ByteView token : tokens) {
+        SignerVerdict one;
+        std::string why = judgeStamp(token, signer, one);
+        const bool earlier = one.stampTime && (!verdict.stampTime || *one.stampTime < *verdict.stampTime);
+        if (earlier || !verdict.stampTime) verdict.stampPath = std::move(one.stampPath);
+        if (!why.empty()) verdict.stampFault = std::move(why);
+        if (!earlier) continue;
+        verdict.stampTime = one.stampTime;
+        verdict.stampAuthority = std::move(one.stampAuthority);
+        if (!params_.everyStamp) break;
+    }
+    if (!params_.everyStamp) {
+        if (verdict.stampTime) verdict.stampFault.clear();
+        return;
+    }
+    if (tooMany) verdict.stampFault = "more time stamps than are looked at";
+    if (verdict.stampFault.empty()) return;
+    verdict.code = ECRV_TS_VERIF;
+    verdict.fault = verdict.stampFault;
 }
 
 /// Why the stamp does not count; empty when it does.

@@ -224,6 +224,7 @@ MessageVerdict verifyFile(Session& session, const VerifyFileOrder& order, Verify
             params.detached = true;
             params.message = importFile(order.detachedMessage);
         }
+        params.everyStamp = session.configuration().record().getIntOpt(kOptVerifyAllTimestamps) != 0;
         const CertList& own = session.keys().userCerts();
         params.certificates.insert(params.certificates.end(), own.begin(), own.end());
         CRVctx& context = session.context();
