@@ -1,5 +1,6 @@
 #include "db/db_config.h"
 #include "misc/exceptions.h"
+#include "misc/secret.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +9,7 @@ namespace crv {
 
 namespace {
 
-constexpr std::array kKinds{kDbKindFile, kDbKindMemory, kDbKindNone};
+constexpr std::array kKinds{kDbKindFile, kDbKindMemory, kDbKindNone, kDbKindPg};
 constexpr std::string_view kTypeKey = "dbtype";
 constexpr long kTypeAttr = 17;
 
@@ -29,6 +30,25 @@ const Setting* settingOf(long attr) {
 }
 
 }  // namespace
+
+DbConfig& DbConfig::operator=(const DbConfig& other) {
+    if (this != &other) *this = DbConfig(other);
+    return *this;
+}
+
+DbConfig& DbConfig::operator=(DbConfig&& other) noexcept {
+    db.swap(other.db);
+    dbName.swap(other.dbName);
+    dbLogin.swap(other.dbLogin);
+    dbPass.swap(other.dbPass);
+    type_.swap(other.type_);
+    return *this;
+}
+
+DbConfig::~DbConfig() {
+    dbPass.resize(dbPass.capacity());  // what a longer value left behind, too
+    wipeMemory(dbPass.data(), dbPass.size());
+}
 
 void DbConfig::setType(const std::string& type) {
     if (std::find(kKinds.begin(), kKinds.end(), type) == kKinds.end()) {

@@ -24,10 +24,19 @@ class RwCfgStrValue {
 inline constexpr std::string_view kDbKindFile = "corvane";      ///< files in a directory
 inline constexpr std::string_view kDbKindMemory = "w pamieci";  ///< held in memory, shared by name
 inline constexpr std::string_view kDbKindNone = "brak";         ///< no database
+inline constexpr std::string_view kDbKindPg = "postgresql";     ///< on a PostgreSQL server
 
 /// Database settings of a profile. Empty values are settings that are not there.
 class DbConfig {
   public:
+    DbConfig() = default;
+    DbConfig(const DbConfig&) = default;
+    DbConfig(DbConfig&&) = default;
+    DbConfig& operator=(const DbConfig& other);
+    DbConfig& operator=(DbConfig&& other) noexcept;
+    /// Wipes the password.
+    ~DbConfig();
+
     /// Empty for a profile that names no database.
     [[nodiscard]] const std::string& type() const { return type_; }
     /// Throws StoreError "Niepoprawna wartosc parametru konfiguracyjnego: dbType. Dopuszczalne wartosci to: "
@@ -46,9 +55,9 @@ class DbConfig {
     [[nodiscard]] bool setAttr(long id, const std::string& value);
 
     std::string db;       ///< directory of the file kind
-    std::string dbName;   ///< name under which a memory database is shared
-    std::string dbLogin;  ///< kept for kinds that ask for a user
-    std::string dbPass;
+    std::string dbName;   ///< name under which a memory database is shared; libpq's connection string or service name
+    std::string dbLogin;  ///< user at the server, where the connection string names none
+    std::string dbPass;   ///< empty: libpq's password file, which is the better place
 
     bool operator==(const DbConfig&) const = default;
 

@@ -36,12 +36,16 @@ long freeNumber(const CrlIndex& index) {
 
 }  // namespace
 
-bool CrlStore::readSound(const CrlIndexEntry& row, Bytes& der) {
-    der = loadCrl(row.fileNumber());
+bool CrlStore::isSound(const CrlIndexEntry& row, ByteView der) {
     return !der.empty() && std::ranges::equal(hashOf(KcHashAlgo::Sha256, der), row.sha256.value());
 }
 
-CrlIndex CrlStore::readIndex() {
+bool CrlStore::readSound(const CrlIndexEntry& row, Bytes& der) {
+    der = loadCrl(row.fileNumber());
+    return isSound(row, der);
+}
+
+CrlIndex CrlIndexStore::readIndex() {
     CrlIndex index;
     if (!parseCrlIndex(loadIndex(), index)) {
         throw StoreError(StoreCause::Damaged, "Niepoprawny format indeksu list CRL");
@@ -54,14 +58,14 @@ CrlInsert CrlStore::insertCrl(ByteView der, bool verified) {
     if (!parseCrl(der, parsed)) return CrlInsert::Malformed;
     if (verified) parsed.entry.verified.emplace().setValue(true);
     CrlInsert result = CrlInsert::Stored;
-    locked(kExclusiveLock, [&] { result = insertLocked(parsed, der); });
+    insertion(parsed.entry.issuer, [&] { result = insertLocked(parsed, der); });
     return result;
 }
 
 /// A row whose file is lost or damaged gives its place away: whatever it was, it can no longer be compared.
 CrlInsert CrlStore::insertLocked(ParsedCrl& parsed, ByteView der) {
-    CrlIndex index = readIndex();
     CrlIndexEntry& fresh = parsed.entry;
+    CrlIndex index = rowsOf(fresh.issuer);
     CrlIndexEntry* place = nullptr;
     CrlIndexEntry* unverified = nullptr;  // the same CRL, which did not verify then
     for (CrlIndexEntry& row : index) {
@@ -84,31 +88,43 @@ CrlInsert CrlStore::insertLocked(ParsedCrl& parsed, ByteView der) {
     }
     const long superfluous = place && unverified ? unverified->fileNumber() : 0;
     if (!place) place = unverified;
-    fresh.number.setValue(place ? place->fileNumber() : freeNumber(index));
-    (place ? *place : index.add()) = fresh;
-    save(fresh.fileNumber(), index.encoded(), der);
-    if (superfluous != 0) eraseRow(index, superfluous);
+    put(index, place, fresh, der);
+    if (superfluous != 0) drop(index, superfluous);
     return CrlInsert::Stored;
 }
 
-void CrlStore::eraseRow(CrlIndex& index, long number) {
+void CrlIndexStore::insertion(const DistinguishedName&, const std::function<void()>& work) {
+    locked(kExclusiveLock, work);
+}
+
+CrlIndex CrlIndexStore::rowsOf(const DistinguishedName&) {
+    return readIndex();
+}
+
+void CrlIndexStore::put(CrlIndex& index, CrlIndexEntry* place, CrlIndexEntry& fresh, ByteView der) {
+    fresh.number.setValue(place ? place->fileNumber() : freeNumber(index));
+    (place ? *place : index.add()) = fresh;
+    save(fresh.fileNumber(), index.encoded(), der);
+}
+
+void CrlIndexStore::drop(CrlIndex& index, long number) {
     for (size_t row = index.size(); row-- > 0;) {
         if (index[row].fileNumber() == number) static_cast<void>(index.remove(row));
     }
     erase(number, index.encoded());
 }
 
-bool CrlStore::deleteCrl(long number) {
+bool CrlIndexStore::deleteCrl(long number) {
     bool found = false;
     locked(kExclusiveLock, [&] {
         CrlIndex index = readIndex();
         found = std::ranges::find(index, number, &CrlIndexEntry::fileNumber) != index.end();
-        if (found) eraseRow(index, number);
+        if (found) drop(index, number);
     });
     return found;
 }
 
-void CrlStore::getAllCrls(std::vector<Bytes>& list) {
+void CrlIndexStore::getAllCrls(std::vector<Bytes>& list) {
     locked(kSharedLock, [&] {
         Bytes der;
         for (const CrlIndexEntry& row : readIndex()) {
@@ -117,11 +133,11 @@ void CrlStore::getAllCrls(std::vector<Bytes>& list) {
     });
 }
 
-void CrlStore::getCrlIndex(CrlIndex& index) {
+void CrlIndexStore::getCrlIndex(CrlIndex& index) {
     locked(kSharedLock, [&] { index = readIndex(); });
 }
 
-bool CrlStore::getCrlByFileNum(long number, Bytes& der) {
+bool CrlIndexStore::getCrlByFileNum(long number, Bytes& der) {
     bool found = false;
     locked(kSharedLock, [&] {
         for (const CrlIndexEntry& row : readIndex()) {

@@ -36,30 +36,56 @@ class CrlStore {
 
     CrlInsert insertCrl(ByteView der, bool verified);
     /// False when there is no CRL of that number.
-    [[nodiscard]] bool deleteCrl(long number);
-    void getAllCrls(std::vector<Bytes>& list);
-    void getCrlIndex(CrlIndex& index);
+    [[nodiscard]] virtual bool deleteCrl(long number) = 0;
+    virtual void getAllCrls(std::vector<Bytes>& list) = 0;
+    virtual void getCrlIndex(CrlIndex& index) = 0;
     /// False when there is no CRL of that number.
-    [[nodiscard]] bool getCrlByFileNum(long number, Bytes& der);
+    [[nodiscard]] virtual bool getCrlByFileNum(long number, Bytes& der) = 0;
+
+  protected:
+    /// Runs the work while nobody else changes the CRLs of that issuer.
+    virtual void insertion(const DistinguishedName& issuer, const std::function<void()>& work) = 0;
+    /// The rows of the issuer's CRLs, perhaps among others.
+    [[nodiscard]] virtual CrlIndex rowsOf(const DistinguishedName& issuer) = 0;
+    /// Empty when there is none.
+    [[nodiscard]] virtual Bytes loadCrl(long number) = 0;
+    /// Puts a CRL in the place of a row, or behind all; the row is one of the index.
+    virtual void put(CrlIndex& index, CrlIndexEntry* place, CrlIndexEntry& fresh, ByteView der) = 0;
+    virtual void drop(CrlIndex& index, long number) = 0;
+
+    [[nodiscard]] static bool isSound(const CrlIndexEntry& row, ByteView der);
+    [[nodiscard]] bool readSound(const CrlIndexEntry& row, Bytes& der);
+
+  private:
+    CrlInsert insertLocked(ParsedCrl& fresh, ByteView der);
+};
+
+/// CRLs whose rows stand in one index, which is read and written as a whole.
+class CrlIndexStore : public CrlStore {
+  public:
+    [[nodiscard]] bool deleteCrl(long number) override;
+    void getAllCrls(std::vector<Bytes>& list) override;
+    void getCrlIndex(CrlIndex& index) override;
+    [[nodiscard]] bool getCrlByFileNum(long number, Bytes& der) override;
 
   protected:
     /// Runs the work under the lock of that mode, with an index that can be read.
     virtual void locked(int mode, const std::function<void()>& work) = 0;
     [[nodiscard]] virtual Bytes loadIndex() = 0;
-    /// Empty when there is none.
-    [[nodiscard]] virtual Bytes loadCrl(long number) = 0;
     virtual void save(long number, ByteView index, ByteView der) = 0;
     virtual void erase(long number, ByteView index) = 0;
 
+    void insertion(const DistinguishedName& issuer, const std::function<void()>& work) override;
+    [[nodiscard]] CrlIndex rowsOf(const DistinguishedName& issuer) override;
+    void put(CrlIndex& index, CrlIndexEntry* place, CrlIndexEntry& fresh, ByteView der) override;
+    void drop(CrlIndex& index, long number) override;
+
   private:
     [[nodiscard]] CrlIndex readIndex();
-    [[nodiscard]] bool readSound(const CrlIndexEntry& row, Bytes& der);
-    CrlInsert insertLocked(ParsedCrl& fresh, ByteView der);
-    void eraseRow(CrlIndex& index, long number);
 };
 
 /// CRLs in the numbered files of a database directory, guarded by their tags and by the mark of the lock.
-class DbCrlCrv final : public CrlStore {
+class DbCrlCrv final : public CrlIndexStore {
   public:
     DbCrlCrv(const std::string& directory, DbLock& lock) : files_(directory), lock_(&lock) {}
 
@@ -78,7 +104,7 @@ class DbCrlCrv final : public CrlStore {
 };
 
 /// CRLs held in memory, shared by all connections of the process to one database name.
-class DbCrlMem : public CrlStore {
+class DbCrlMem : public CrlIndexStore {
   protected:
     void locked(int mode, const std::function<void()>& work) override;
     [[nodiscard]] Bytes loadIndex() override { return index_; }

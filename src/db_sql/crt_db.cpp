@@ -123,15 +123,4 @@ bool CrtDb::findByKeyUsage(CrtItemList& list, const DistinguishedName& subject, 
     return true;
 }
 
-bool CrtDb::removeCertsOverTime(int64_t time, CrtStore::Removed& result) {
-    return manager_->removeCerts(
-        [time](ByteView der) {
-            SignedCertificate certificate;
-            if (!certificate.readExactly(der, ASN_FLAG_CONST)) return false;
-            const std::optional<int64_t> end = certificate.tbs.validity.notAfter.seconds();
-            return end && *end < time;
-        },
-        result);
-}
-
 }  // namespace crv

@@ -55,7 +55,9 @@ class CrtDb {
     bool findByKeyUsage(CrtItemList& list, const DistinguishedName& subject, uint32_t usage, int64_t time);
 
     /// Removes the certificates whose validity ended before the time; what cannot be parsed stays.
-    bool removeCertsOverTime(int64_t time, CrtStore::Removed& result);
+    bool removeCertsOverTime(int64_t time, CrtStore::Removed& result) {
+        return manager_->removeCertsOverTime(time, result);
+    }
 
   private:
     bool insertBatch(std::vector<CrtRecord>& batch, size_t first, const Progress& progress, const Refused& refused,

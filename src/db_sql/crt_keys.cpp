@@ -75,6 +75,7 @@ void makeCrtRecord(const SignedCertificate& certificate, ByteView der, CrtRecord
     record.keyId = certificate.getKeyIdFromCert();
     record.der = der;
     record.isCa = certificate.isCaCrt();
+    record.notAfter = certificate.tbs.validity.notAfter.seconds();
     addSubjectFields(record.dnFlds, certificate.subject());
     std::vector<std::string> emails = certificate.emails();
     for (const std::string& email : emails) {

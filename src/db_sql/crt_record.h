@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,7 @@ struct CrtRecord {
     ByteView der;
     DnFldList dnFlds;
     bool isCa = false;
+    std::optional<int64_t> notAfter;  ///< seconds since 1970; none when it cannot be read
 };
 
 enum class InsertResult {

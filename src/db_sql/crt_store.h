@@ -65,6 +65,8 @@ class CrtStore {
     /// Removes every certificate that `expired` says yes to, and compacts the store: ids change.
     using Expired = std::function<bool(ByteView der)>;
     virtual Removed removeCerts(const Expired& expired) = 0;
+    /// The same for those whose validity ended before the time; what cannot be parsed stays.
+    virtual Removed removeCertsOverTime(int64_t time);
 
     /// Whether insertions wait until the disk has the data (the default); off only for measuring.
     virtual void setSync(bool on) { sync_ = on; }

@@ -6,6 +6,7 @@
 #include "db_sql/crt_maintenance.h"
 #include "db_sql/db_crt_crv.h"
 #include "db_sql/db_mem.h"
+#include "db_sql/db_pg.h"
 #include "misc/exceptions.h"
 #include "misc/logger.h"
 
@@ -98,7 +99,7 @@ class CrvConnection final : public DbConnection {
     SrvCrv srvs_;
 };
 
-constexpr std::array<ConnFactory, 3> kConnFactories{{
+constexpr std::array<ConnFactory, 4> kConnFactories{{
     // CrvConnFactory: files in the directory that the settings name
     {kDbKindFile,
      [](const DbConfig& config) -> std::unique_ptr<DbConnection> {
@@ -109,6 +110,8 @@ constexpr std::array<ConnFactory, 3> kConnFactories{{
      [](const DbConfig& config) -> std::unique_ptr<DbConnection> { return std::make_unique<DbMem>(config.dbName); }},
     // NoneConnFactory: counts as created, finds nothing, refuses insertions
     {kDbKindNone, [](const DbConfig&) -> std::unique_ptr<DbConnection> { return std::make_unique<NoneConnection>(); }},
+    // PgConnFactory: the tables on the server that the settings name
+    {kDbKindPg, [](const DbConfig& config) -> std::unique_ptr<DbConnection> { return std::make_unique<DbPg>(config); }},
 }};
 
 }  // namespace

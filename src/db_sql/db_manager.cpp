@@ -82,8 +82,8 @@ bool DbManager::openIfNeeded() {
 DbState DbManager::isDbCreated() {
     DbState state = DbState::Incomplete;
     // This operation has no text of its own.
-    static_cast<void>(run("createDb", [&](DbConnection& db) { state = db.isDbCreated(); }));
-    return state;
+    if (run("createDb", [&](DbConnection& db) { state = db.isDbCreated(); })) return state;
+    return lastCause_ == StoreCause::Unreachable ? DbState::NoAccess : DbState::Incomplete;
 }
 
 bool DbManager::createDb() {
@@ -115,6 +115,13 @@ bool DbManager::deleteCert() {
 bool DbManager::removeCerts(const CrtStore::Expired& expired, CrtStore::Removed& result) {
     return run("deleteCert", [&](DbConnection& db) {
         result = db.crts().removeCerts(expired);
+        crtId_ = 0;
+    });
+}
+
+bool DbManager::removeCertsOverTime(int64_t time, CrtStore::Removed& result) {
+    return run("deleteCert", [&](DbConnection& db) {
+        result = db.crts().removeCertsOverTime(time);
         crtId_ = 0;
     });
 }

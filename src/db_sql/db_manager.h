@@ -40,7 +40,7 @@ class DbManager {
     bool getConnection();
     /// Makes a connection when there is none for the present settings.
     bool openIfNeeded();
-    /// Incomplete also for a failure.
+    /// Incomplete also for a failure, NoAccess when the server cannot be reached; lastFailure() has the text then.
     DbState isDbCreated();
     bool createDb();
     bool copyDb(const std::string& destination);
@@ -73,6 +73,7 @@ class DbManager {
     bool deleteCert();
     /// Removes the certificates that `expired` says yes to and compacts the store: ids change.
     bool removeCerts(const CrtStore::Expired& expired, CrtStore::Removed& result);
+    bool removeCertsOverTime(int64_t time, CrtStore::Removed& result);
 
     // Browsing in record order. The current certificate is known by its id.
     DbStep top();

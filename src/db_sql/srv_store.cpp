@@ -9,11 +9,11 @@
 
 namespace crv {
 
-void SrvStore::delSrv(const std::string& name) {
+void SrvMapStore::delSrv(const std::string& name) {
     change([&](Numbers& numbers) { numbers.erase(name); });
 }
 
-long SrvStore::getLastImportNr(const std::string& name) {
+long SrvMapStore::getLastImportNr(const std::string& name) {
     const Numbers numbers = read();
     const auto found = numbers.find(name);
     return found == numbers.end() ? 0 : found->second;
@@ -23,6 +23,10 @@ void SrvStore::setLastImportNr(const std::string& name, long number) {
     if (name.empty() || name.find_first_of("\r\n") != std::string::npos) {
         throw StoreError(StoreCause::Refused, "DbSrv::setLastImportNr. Bledna nazwa serwera");
     }
+    put(name, number);
+}
+
+void SrvMapStore::put(const std::string& name, long number) {
     change([&](Numbers& numbers) { numbers[name] = number; });
 }
 

@@ -1,6 +1,7 @@
 // The last import number of each server.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -18,27 +19,39 @@ class SrvStore {
     SrvStore(const SrvStore&) = delete;
     SrvStore& operator=(const SrvStore&) = delete;
 
+    using Numbers = std::map<std::string, long>;
+
     /// Forgets a server; nothing to do for an unknown one.
-    void delSrv(const std::string& name);
+    virtual void delSrv(const std::string& name) = 0;
     /// 0 for an unknown server.
-    [[nodiscard]] long getLastImportNr(const std::string& name);
+    [[nodiscard]] virtual long getLastImportNr(const std::string& name) = 0;
     /// A name with a line end is refused with an exception.
     void setLastImportNr(const std::string& name, long number);
+    [[nodiscard]] virtual Numbers read() = 0;
 
   protected:
-    using Numbers = std::map<std::string, long>;
-    virtual Numbers read() = 0;
+    virtual void put(const std::string& name, long number) = 0;
+};
+
+/// Numbers that are read and changed as a whole.
+class SrvMapStore : public SrvStore {
+  public:
+    void delSrv(const std::string& name) override;
+    [[nodiscard]] long getLastImportNr(const std::string& name) override;
+
+  protected:
+    void put(const std::string& name, long number) override;
     /// Changes the numbers while nobody else does.
     virtual void change(const std::function<void(Numbers&)>& edit) = 0;
 };
 
 /// "imports.dat": a line for each server, the number in decimal, a space, the name. Other lines are passed over.
-class SrvCrv final : public SrvStore {
+class SrvCrv final : public SrvMapStore {
   public:
     SrvCrv(const std::string& directory, DbLock& lock);
+    Numbers read() override;
 
   protected:
-    Numbers read() override;
     void change(const std::function<void(Numbers&)>& edit) override;
 
   private:
@@ -48,9 +61,11 @@ class SrvCrv final : public SrvStore {
     DbLock* lock_;
 };
 
-class SrvMem : public SrvStore {
-  protected:
+class SrvMem : public SrvMapStore {
+  public:
     Numbers read() override;
+
+  protected:
     void change(const std::function<void(Numbers&)>& edit) override;
 
   private:

@@ -45,6 +45,7 @@ enum class StoreCause {
     NeedsMending,  ///< a change was cut off, and mending it failed or is not permitted
     Refused,       ///< what was given cannot be stored
     NotFound,      ///< there is no such record, value or file
+    Unreachable,   ///< a database server cannot be reached, or went away
     NoMemory       ///< memory ran out (answered, never thrown: that is std::bad_alloc)
 };
 

@@ -10,12 +10,12 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <climits>
 #include <csignal>
 #include <cstring>
 #include <mutex>
 
 #include "misc/file_ops.h"
+#include "misc/path.h"
 
 // The header of glibc 2.36 does not say that its functions are C.
 extern "C" {
@@ -183,14 +183,6 @@ class PipeSignalBlock {
   private:
     sigset_t before_{};
 };
-
-std::string programFolder() {
-    std::array<char, PATH_MAX> path{};
-    const ssize_t length = readlink("/proc/self/exe", path.data(), path.size() - 1);
-    const std::string name(path.data(), length > 0 ? static_cast<size_t>(length) : 0);
-    const size_t slash = name.rfind('/');
-    return slash == std::string::npos ? std::string() : name.substr(0, slash + 1);
-}
 
 }  // namespace
 

@@ -40,7 +40,8 @@ TEST(DbConfig, SavesTheTypeFirstAndReadsBackWhatItSaved) {
     record.values["dbtype"] = "Corvane";
     EXPECT_EQ(
         messageOf([&] { other.load(record); }),
-        "Niepoprawna wartosc parametru konfiguracyjnego: dbType. Dopuszczalne wartosci to: corvane, w pamieci, brak");
+        "Niepoprawna wartosc parametru konfiguracyjnego: dbType. Dopuszczalne wartosci to: corvane, w pamieci, brak, "
+        "postgresql");
     EXPECT_EQ(other, config) << "nothing is changed";
 }
 

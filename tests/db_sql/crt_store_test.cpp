@@ -1,4 +1,4 @@
-// The certificate store of both kinds, through the manager, against a plain scan over the same certificates.
+// The certificate store of every kind, through the manager, against a plain scan over the same certificates.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -9,6 +9,8 @@
 #include "cert_pool.h"
 #include "db_sql/crt_db.h"
 #include "db_sql/crt_keys.h"
+#include "db_sql/db_pg.h"
+#include "support/pg_server.h"
 
 using namespace crv;
 using namespace crv::test;
@@ -34,7 +36,7 @@ class CrtStoreTest : public testing::TestWithParam<const char*> {
     CrtStoreTest() {
         config.setType(GetParam());
         config.db = dir.file("base");
-        config.dbName = dir.path().string();
+        config.dbName = onServer() ? PgServer::shared().newDatabase() : dir.path().string();
         manager.init(config);
         EXPECT_TRUE(manager.createDb()) << manager.lastFailure();
         EXPECT_EQ(manager.isDbCreated(), DbState::Complete);
@@ -43,7 +45,15 @@ class CrtStoreTest : public testing::TestWithParam<const char*> {
     ~CrtStoreTest() override { expectSound("at the end"); }
 
     [[nodiscard]] bool inFiles() const { return GetParam() == kDbKindFile; }
-    void expectSound(const char* when) const { EXPECT_EQ(inFiles() ? problemsOfDatabase(config.db) : "", "") << when; }
+    [[nodiscard]] bool onServer() const { return GetParam() == kDbKindPg; }
+    void expectSound(const char* when) const { EXPECT_EQ(problems(), "") << when; }
+    [[nodiscard]] std::string problems() const {
+        std::string found = inFiles() ? problemsOfDatabase(config.db) : "";
+        if (!onServer()) return found;
+        EXPECT_EQ(checkPg(DbPg(config).session(), [&](const auto& where, const auto& what) { found += where + what; }),
+                  found.empty());
+        return found;
+    }
     void fill() {
         for (const Bytes& der : certPool()) {
             ASSERT_TRUE(db.insert(ByteView(der))) << manager.lastFailure();
@@ -323,7 +333,7 @@ TEST_P(CrtStoreTest, FetchTimesAndImportNumbersAreKept) {
     EXPECT_EQ(fetched("ldap://a"), 0);
     for (int round = 0; round < 2; ++round) {
         EXPECT_TRUE(manager.setNetCertTime("ldap://a")) << manager.lastFailure();
-        EXPECT_LE(std::abs(fetched("ldap://a") - (inFiles() ? time(nullptr) : 0)), 5);
+        EXPECT_LE(std::abs(fetched("ldap://a") - (inFiles() || onServer() ? time(nullptr) : 0)), 5);
     }
     EXPECT_EQ(fetched("ldap://b"), 0);
     for (const long number : {17, 18}) EXPECT_TRUE(manager.setLastImportNr("serwer 1", number));
@@ -335,8 +345,9 @@ TEST_P(CrtStoreTest, FetchTimesAndImportNumbersAreKept) {
     EXPECT_TRUE(!inFiles() || test::readFile(dir.file("base/imports.dat")) == "-3 b\n");
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, CrtStoreTest, testing::Values("corvane", "w pamieci"),
-                         [](const auto& kind) { return kind.index == 0 ? "Files" : "Memory"; });
+constexpr std::array kKindNames{"Files", "Memory", "Server"};
+INSTANTIATE_TEST_SUITE_P(Kinds, CrtStoreTest, testing::Values("corvane", "w pamieci", "postgresql"),
+                         [](const auto& kind) { return kKindNames.at(kind.index); });
 
 DbConfig configOf(const std::string& type, const std::string& name = "") {
     DbConfig config;

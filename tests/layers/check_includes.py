@@ -5,7 +5,7 @@ import pathlib
 import re
 import sys
 
-ROWS = [["crvconfd", "crvctl"], ["api", "pkcs11_module"], ["ops"], ["context"], ["messages"], ["keystore"], ["pki"], ["config"],
+ROWS = [["crvconfd", "crvctl"], ["api", "pkcs11_module", "pg_plugin"], ["ops"], ["context"], ["messages"], ["keystore"], ["pki"], ["config"],
         ["db_sql", "pkcs11"], ["profiles"],
         ["db", "asn"], ["crypto", "net"], ["misc"]]
 # The session runs the screens and they work on its profile, so these two share a row and may include each other.

@@ -1,0 +1,297 @@
+#include "db_sql/db_crt_pg.h"
+
+#include <algorithm>
+#include <set>
+
+#include "crypto/kc_hash.h"
+#include "db_sql/crt_keys.h"
+#include "db_sql/db_pg_schema.h"
+#include "misc/exceptions.h"
+
+namespace crv {
+
+namespace {
+
+// Of equal keys the newest comes first, as the tables on disk have them.
+constexpr PgStatement kBySerNum{"crv_ser_num",
+                                "SELECT id, der FROM corvane.crt WHERE ser_num = $1::bytea ORDER BY id DESC"};
+constexpr PgStatement kBySbjDn{"crv_sbj_dn",
+                               "SELECT id, der FROM corvane.crt WHERE sbj_dn = $1::bytea ORDER BY id DESC"};
+constexpr PgStatement kByKeyId{"crv_key_id",
+                               "SELECT id, der FROM corvane.crt WHERE key_id = $1::bytea ORDER BY id DESC"};
+constexpr PgStatement kByCrtHash{"crv_crt_hash",
+                                 "SELECT id, der FROM corvane.crt WHERE crt_hash = $1::bytea ORDER BY id DESC"};
+constexpr PgStatement kByField{"crv_field",
+                               "SELECT c.id, c.der FROM corvane.dn_field f JOIN corvane.crt c ON c.id = f.crt "
+                               "WHERE f.field = $1::bytea ORDER BY f.crt DESC"};
+constexpr PgStatement kCas{"crv_cas", "SELECT id, der FROM corvane.crt WHERE is_ca ORDER BY id"};
+
+constexpr PgStatement kForward{"crv_forward",
+                               "SELECT id, der FROM corvane.crt WHERE id > $1::bigint ORDER BY id LIMIT $2::bigint"};
+constexpr PgStatement kBackward{
+    "crv_backward", "SELECT id, der FROM corvane.crt WHERE id < $1::bigint ORDER BY id DESC LIMIT $2::bigint"};
+constexpr PgStatement kGet{"crv_get", "SELECT der FROM corvane.crt WHERE id = $1::bigint"};
+constexpr PgStatement kCount{"crv_count", "SELECT count(*) FROM corvane.crt"};
+
+#define CRV_PG_COLUMNS "sha256, ser_num, sbj_dn, key_id, crt_hash, email, is_ca, not_after, der"
+/// The lock is taken before the id: the row that the insertion waits for is the lock's.
+constexpr PgStatement kInsert{
+    "crv_insert",
+    "WITH turn AS MATERIALIZED (SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK
+    ") AS had), stored AS (INSERT INTO corvane.crt (" CRV_PG_COLUMNS
+    ") SELECT $1::bytea, $2::bytea, $3::bytea, $4::bytea, $5::bytea, $6::bytea, $7::boolean, $8::bigint, $9::bytea "
+    "FROM turn WHERE had IS NOT NULL ON CONFLICT (sha256) DO NOTHING RETURNING id), "
+    "fields AS (INSERT INTO corvane.dn_field (field, crt) SELECT DISTINCT unnest($10::bytea[]), id FROM stored) "
+    "SELECT id FROM stored"};
+
+constexpr const char* kMakeIncoming =
+    "SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK
+    "); CREATE TEMPORARY TABLE IF NOT EXISTS corvane_incoming (sha256 bytea, ser_num bytea, sbj_dn bytea, "
+    "key_id bytea, crt_hash bytea, email bytea, is_ca boolean, not_after bigint, der bytea, fields bytea[], n bigint) "
+    "ON COMMIT DELETE ROWS";
+constexpr const char* kCopyIncoming = "COPY pg_temp.corvane_incoming FROM STDIN (FORMAT binary)";
+constexpr PgStatement kTakeIncoming{
+    "crv_take",
+    "WITH stored AS (INSERT INTO corvane.crt (" CRV_PG_COLUMNS ") SELECT " CRV_PG_COLUMNS
+    " FROM pg_temp.corvane_incoming ORDER BY n ON CONFLICT (sha256) DO NOTHING RETURNING id, sha256), "
+    "fields AS (INSERT INTO corvane.dn_field (field, crt) SELECT DISTINCT f, s.id FROM stored s "
+    "JOIN pg_temp.corvane_incoming i USING (sha256) CROSS JOIN LATERAL unnest(i.fields) AS f ORDER BY 1, 2) "
+    "SELECT sha256 FROM stored"};
+
+#define CRV_PG_DELETE(condition)                                                                       \
+    "WITH gone AS (DELETE FROM corvane.crt WHERE " condition " RETURNING id), "                        \
+    "fields AS (DELETE FROM corvane.dn_field USING gone WHERE crt = gone.id) SELECT count(*) FROM gone"
+constexpr PgStatement kDelete{"crv_delete",
+                              CRV_PG_DELETE("id = $1::bigint AND ($2::bytea IS NULL OR crt_hash = $2::bytea)")};
+constexpr PgStatement kDeleteOverTime{"crv_delete_over_time", CRV_PG_DELETE("not_after < $1::bigint")};
+constexpr PgStatement kDeleteThese{"crv_delete_these", CRV_PG_DELETE("sha256 = ANY($1::bytea[])")};
+
+constexpr PgStatement kSetTime{"crv_set_time",
+                               "INSERT INTO corvane.net_cert_time VALUES ($1::bytea, "
+                               "floor(extract(epoch FROM clock_timestamp()))::bigint) "
+                               "ON CONFLICT (name) DO UPDATE SET time = excluded.time"};
+constexpr PgStatement kGetTime{"crv_get_time", "SELECT time FROM corvane.net_cert_time WHERE name = $1::bytea"};
+
+/// What one transaction of an import takes: about a tenth of a second.
+constexpr size_t kPieceRecords = 2048;
+constexpr size_t kPieceOctets = size_t{16} << 20;
+/// Certificates that are asked for at once on a walk.
+constexpr size_t kPage = 256;
+
+Bytes sha256Of(ByteView der) {
+    return hashOf(KcHashAlgo::Sha256, der);
+}
+
+PgValues keyOf(ByteView octets) {
+    return PgValues().octets(octets);
+}
+
+Bytes fieldKey(uint8_t type, const std::string& value) {
+    const std::string kept = dnFldValue(value);
+    Bytes key{type};
+    key.insert(key.end(), kept.begin(), kept.end());
+    return key;
+}
+
+/// The columns and then the fields.
+PgValues valuesOf(const CrtRecord& record, ByteView sha256) {
+    std::vector<Bytes> fields;
+    for (const DnFld& field : record.dnFlds) fields.push_back(fieldKey(field.type, field.value));
+    PgValues values;
+    values.octets(sha256).octets(record.serNumHash).octets(record.sbjDnHash).octets(record.keyId);
+    values.octets(record.crtHash).octets(asBytes(record.email)).flag(record.isCa);
+    record.notAfter ? values.number(*record.notAfter) : values.null();
+    values.octets(record.der).list(fields);
+    return values;
+}
+
+}  // namespace
+
+void DbCrtPg::setSync(bool on) {
+    CrtStore::setSync(on);
+    session_->setSync(on);
+}
+
+void DbCrtPg::find(CrtItemList& list, const PgStatement& statement, const PgValues& key) {
+    const PgUse use(*session_);
+    const PgResult found = session_->run(statement, key);
+    for (int row = 0; row < found.rows(); ++row)
+        insertCrtItem(list, found.number(row, 0), toBytes(found.octets(row, 1)));
+}
+
+void DbCrtPg::findCertsBySerNumHash(CrtItemList& list, ByteView digest) {
+    find(list, kBySerNum, keyOf(digest));
+}
+
+void DbCrtPg::findCertsBySbjDnHash(CrtItemList& list, ByteView digest) {
+    find(list, kBySbjDn, keyOf(digest));
+}
+
+void DbCrtPg::findCertsByKeyIdHash(CrtItemList& list, ByteView keyId) {
+    find(list, kByKeyId, keyOf(keyId));
+}
+
+void DbCrtPg::findCertsByCrtHash(CrtItemList& list, ByteView hash) {
+    find(list, kByCrtHash, keyOf(hash));
+}
+
+void DbCrtPg::findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value) {
+    find(list, kByField, keyOf(fieldKey(type, value)));
+}
+
+void DbCrtPg::findCaCerts(CrtItemList& list) {
+    find(list, kCas, {});
+}
+
+InsertResult DbCrtPg::insertCert(const CrtRecord& record) {
+    demandStorable(record);
+    const PgUse use(*session_);
+    const PgResult stored = session_->run(kInsert, valuesOf(record, sha256Of(record.der)));
+    return stored.rows() > 0 ? InsertResult::Stored : InsertResult::Present;
+}
+
+// --- import ---
+
+/// Records of one transaction.
+struct DbCrtPg::Piece {
+    size_t handled = 0;
+    std::vector<CrtRefusal> refusals;
+    std::vector<Bytes> hashes;  ///< empty for a record that is refused or stands in the piece already
+    Bytes rows;
+};
+
+DbCrtPg::Piece DbCrtPg::takePiece(std::span<const CrtRecord> records) {
+    Piece piece;
+    std::set<Bytes> seen;
+    PgValues::beginRows(piece.rows);
+    while (piece.handled < std::min(records.size(), kPieceRecords) && piece.rows.size() < kPieceOctets) {
+        const CrtRecord& record = records[piece.handled++];
+        piece.refusals.push_back(refusalOf(record));
+        Bytes hash = piece.refusals.back() == CrtRefusal::None ? sha256Of(record.der) : Bytes();
+        if (!hash.empty() && !seen.insert(hash).second) hash.clear();
+        if (!hash.empty()) valuesOf(record, hash).number(static_cast<int64_t>(piece.handled)).appendRow(piece.rows);
+        piece.hashes.push_back(std::move(hash));
+    }
+    PgValues::endRows(piece.rows);
+    return piece;
+}
+
+size_t DbCrtPg::insertSlice(std::span<const CrtRecord> records, const SliceEnd&,
+                            std::vector<InsertOutcome>& outcomes) {
+    const Piece piece = takePiece(records);
+    PgTransaction transaction(*session_, PgTransaction::Kind::Change);
+    session_->command(kMakeIncoming);
+    session_->copyIn(kCopyIncoming, piece.rows);
+    const PgResult stored = session_->run(kTakeIncoming);
+    transaction.commit();
+    std::set<Bytes> fresh;
+    for (int row = 0; row < stored.rows(); ++row) fresh.insert(toBytes(stored.octets(row, 0)));
+    for (size_t i = 0; i < piece.handled; ++i) {
+        const InsertResult accepted = fresh.contains(piece.hashes[i]) ? InsertResult::Stored : InsertResult::Present;
+        outcomes.push_back(
+            {piece.refusals[i] == CrtRefusal::None ? accepted : InsertResult::Refused, piece.refusals[i]});
+    }
+    return piece.handled;
+}
+
+// --- deletion ---
+
+void DbCrtPg::deleteCert(int64_t id, const std::optional<DbHash>& expected) {
+    const PgUse use(*session_);
+    PgValues which;
+    which.number(id);
+    expected ? which.octets(*expected) : which.null();
+    if (session_->run(kDelete, which).number(0, 0) == 0)
+        throw StoreError(StoreCause::NotFound, "DbCrtPg::deleteCert. Brak certyfikatu");
+}
+
+CrtStore::Removed DbCrtPg::counted(const PgResult& removed) {
+    Removed result;
+    result.removed = static_cast<size_t>(removed.number(0, 0));
+    result.remaining = static_cast<size_t>(session_->run(kCount).number(0, 0));
+    return result;
+}
+
+CrtStore::Removed DbCrtPg::removeCerts(const Expired& expired) {
+    const PgUse use(*session_);
+    std::vector<Bytes> these;
+    forward(0, SIZE_MAX, [&](int64_t, ByteView der) {
+        if (expired(der)) these.push_back(sha256Of(der));
+        return true;
+    });
+    PgTransaction transaction(*session_, PgTransaction::Kind::Long);
+    const Removed result = counted(session_->run(kDeleteThese, PgValues().list(these)));
+    transaction.commit();
+    return result;
+}
+
+CrtStore::Removed DbCrtPg::removeCertsOverTime(int64_t time) {
+    PgTransaction transaction(*session_, PgTransaction::Kind::Long);
+    const Removed result = counted(session_->run(kDeleteOverTime, PgValues().number(time)));
+    transaction.commit();
+    return result;
+}
+
+// --- browsing ---
+
+void DbCrtPg::walk(const PgStatement& statement, int64_t from, size_t count, const Visit& visit) {
+    while (count > 0) {
+        const size_t page = std::min(count, kPage);
+        const PgResult found = session_->run(statement, PgValues().number(from).number(static_cast<int64_t>(page)));
+        for (int row = 0; row < found.rows(); ++row) {
+            from = found.number(row, 0);
+            if (!visit(from, found.octets(row, 1))) return;
+        }
+        if (static_cast<size_t>(found.rows()) < page) return;
+        count -= page;
+    }
+}
+
+void DbCrtPg::forward(int64_t after, size_t count, const Visit& visit) {
+    if (count <= kPage) {
+        const PgUse use(*session_);
+        return walk(kForward, after, count, visit);
+    }
+    PgTransaction snapshot(*session_, PgTransaction::Kind::Snapshot);
+    walk(kForward, after, count, visit);
+    snapshot.commit();
+}
+
+void DbCrtPg::backward(int64_t before, size_t count, const Visit& visit) {
+    if (count <= kPage) {
+        const PgUse use(*session_);
+        return walk(kBackward, before, count, visit);
+    }
+    PgTransaction snapshot(*session_, PgTransaction::Kind::Snapshot);
+    walk(kBackward, before, count, visit);
+    snapshot.commit();
+}
+
+void DbCrtPg::get(int64_t id, Bytes& der) {
+    const PgUse use(*session_);
+    const PgResult found = session_->run(kGet, PgValues().number(id));
+    if (found.rows() == 0) throw StoreError(StoreCause::NotFound, "DbCrtPg::get. Brak certyfikatu");
+    der = toBytes(found.octets(0, 0));
+}
+
+size_t DbCrtPg::count() {
+    const PgUse use(*session_);
+    return static_cast<size_t>(session_->run(kCount).number(0, 0));
+}
+
+// --- network fetch times ---
+
+void DbCrtPg::setNetCertTime(const std::string& name) {
+    if (name.size() > kMaxNetCertName)
+        throw StoreError(StoreCause::Refused, "DbCrtPg::setNetCertTime. Za dluga nazwa");
+    const PgUse use(*session_);
+    session_->run(kSetTime, keyOf(asBytes(name)));
+}
+
+int64_t DbCrtPg::getNetCertTime(const std::string& name) {
+    const PgUse use(*session_);
+    const PgResult found = session_->run(kGetTime, keyOf(asBytes(name)));
+    return found.rows() > 0 ? found.number(0, 0) : 0;
+}
+
+}  // namespace crv

@@ -1,0 +1,302 @@
+#include "db_sql/db_pg_session.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include "db_sql/db_pg_library.h"
+#include "db_sql/db_pg_target.h"
+#include "misc/c_string.h"
+#include "misc/exceptions.h"
+#include "misc/file_semaphore.h"
+#include "misc/logger.h"
+
+namespace crv {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::chrono::seconds kConnectTime = 10s;
+/// What a statement may take beyond the server's own limit before the server counts as gone.
+constexpr std::chrono::seconds kGrace = 5s;
+constexpr std::chrono::minutes kLongTime = 30min;
+/// A connection that was idle for so long is asked whether it still leads to the server.
+constexpr std::chrono::seconds kIdle = 30s;
+constexpr std::chrono::seconds kPingTime = 5s;
+/// How often a wait looks whether the process is being ended.
+constexpr std::chrono::milliseconds kTick = 200ms;
+constexpr size_t kCopyPiece = size_t{1} << 18;
+
+/// Sets the limits that neither the connection string nor the role has set.
+constexpr const char* kSetLimits =
+    "SELECT set_config(name, CASE setting WHEN '0' THEN wanted ELSE setting END, false) FROM pg_catalog.pg_settings "
+    "JOIN (VALUES ('statement_timeout', '60000'), ('idle_in_transaction_session_timeout', '600000')) AS w(name, wanted) "
+    "USING (name)";
+constexpr PgStatement kLimit{"crv_limit",
+                             "SELECT setting::bigint FROM pg_catalog.pg_settings WHERE name = 'statement_timeout'"};
+
+struct StateCause {
+    std::string_view state;  ///< SQLSTATE, or its class
+    StoreCause cause;
+};
+constexpr std::array<StateCause, 9> kStateCauses{{{"08", StoreCause::Unreachable},
+                                                  {"57P", StoreCause::Unreachable},
+                                                  {"42501", StoreCause::NotOpened},
+                                                  {"25006", StoreCause::NotOpened},
+                                                  {"42P01", StoreCause::NotOpened},
+                                                  {"3F000", StoreCause::NotOpened},
+                                                  {"55P03", StoreCause::NotLocked},
+                                                  {"40P01", StoreCause::NotLocked},
+                                                  {"XX001", StoreCause::Damaged}}};
+
+StoreCause causeOf(std::string_view state) {
+    const auto row = std::ranges::find_if(kStateCauses, [&](const auto& r) { return state.starts_with(r.state); });
+    return row == kStateCauses.end() ? StoreCause::Failed : row->cause;
+}
+
+/// libpq's texts come in lines that are indented.
+std::string oneLine(std::string_view text) {
+    std::string line;
+    for (const char c : text) {
+        const bool space = c == '\n' || c == '\t' || c == '\r';
+        if (!space) {
+            line += c;
+        } else if (!line.empty() && line.back() != ' ') {
+            line += ' ';
+        }
+    }
+    while (line.ends_with(' ')) line.pop_back();
+    return line;
+}
+
+void takeNotice(void*, const char* text) {
+    logLine(LogLevel::Debug, "PostgreSQL: " + oneLine(viewOrEmpty(text)));
+}
+
+}  // namespace
+
+// --- connection ---
+
+void PgSession::lost(const std::string& text) {
+    disconnect();
+    throw StoreError(StoreCause::Unreachable, "Brak połączenia z bazą PostgreSQL: " + text);
+}
+
+void PgSession::disconnect() noexcept {
+    conn_.reset();
+    prepared_.clear();
+    syncApplied_ = true;
+}
+
+void PgSession::begin() {
+    if (isAlive()) return;
+    const bool again = conn_ != nullptr;
+    disconnect();
+    if (again) logLine(LogLevel::Info, "PostgreSQL: the server went away, connecting anew");
+    connect();
+}
+
+/// What a server says before it goes waits in the socket. One that vanished without a word is found by asking it.
+bool PgSession::isAlive() {
+    if (!conn_) return false;
+    pollfd input{pq_->socket(conn_.get()), POLLIN, 0};
+    while (::poll(&input, 1, 0) > 0) {
+        if (pq_->consumeInput(conn_.get()) == 0 || pq_->status(conn_.get()) != CONNECTION_OK) return false;
+    }
+    if (pq_->status(conn_.get()) != CONNECTION_OK || pq_->transactionStatus(conn_.get()) != PQTRANS_IDLE) return false;
+    if (Clock::now() - lastUse_ < kIdle) return true;
+    try {
+        patience_ = kPingTime;
+        command("");
+        patience_ = usualPatience_;
+        return true;
+    } catch (const StoreError&) {
+        return false;
+    }
+}
+
+PgSession::Connection PgSession::start(bool verifyFull) {
+    PgTarget target(config_, *pq_);
+    if (verifyFull) target.demandVerifiedServer();
+    Connection conn(pq_->connectStart(target.keywords().data(), target.values().data(), 1), Finish{pq_});
+    if (!conn) throw std::bad_alloc();
+    if (pq_->status(conn.get()) == CONNECTION_BAD) return conn;
+    const PgEffective found = effectiveOf(conn.get(), *pq_);
+    // libpq's own default, "prefer", is as good as no TLS: whoever is in between answers that there is none.
+    if (!verifyFull && !found.isLocal && !target.saysSslMode() && found.sslMode == "prefer") return start(true);
+    patience_ = found.hosts * (found.connectSeconds > 0 ? std::chrono::seconds(found.connectSeconds) : kConnectTime);
+    return conn;
+}
+
+void PgSession::connect() {
+    pq_ = &pgFunctions();
+    conn_ = start(false);
+    pq_->setNoticeProcessor(conn_.get(), takeNotice, nullptr);
+    awaitConnection(conn_.get());
+    if (pq_->setnonblocking(conn_.get(), 1) != 0) lost(oneLine(pq_->errorMessage(conn_.get())));
+    setUp();
+}
+
+void PgSession::awaitConnection(PGconn* conn) {
+    const Clock::time_point end = deadline();
+    PostgresPollingStatusType next = pq_->status(conn) == CONNECTION_BAD ? PGRES_POLLING_FAILED : PGRES_POLLING_WRITING;
+    while (next == PGRES_POLLING_READING || next == PGRES_POLLING_WRITING) {
+        await(next == PGRES_POLLING_READING ? POLLIN : POLLOUT, end);
+        next = pq_->connectPoll(conn);
+    }
+    if (next != PGRES_POLLING_OK) lost(oneLine(pq_->errorMessage(conn)));
+}
+
+void PgSession::setUp() {
+    command(kSetLimits);
+    usualPatience_ = std::chrono::milliseconds(run(kLimit).number(0, 0)) + kGrace;
+    patience_ = usualPatience_;
+}
+
+// --- statements ---
+
+/// Waits for the socket, no longer than until the time given.
+void PgSession::await(short events, Clock::time_point end) {
+    for (;;) {
+        if (processEnding()) lost("przerwano");
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+        if (left <= 0ms) lost("serwer nie odpowiedział na czas");
+        pollfd one{pq_->socket(conn_.get()), events, 0};
+        const int ready = ::poll(&one, 1, static_cast<int>(std::min(left, kTick).count()));
+        if (ready > 0) return;
+        if (ready < 0 && errno != EINTR) lost("poll");
+    }
+}
+
+void PgSession::flush(Clock::time_point end) {
+    for (int left = pq_->flush(conn_.get()); left != 0; left = pq_->flush(conn_.get())) {
+        if (left < 0) lost(oneLine(pq_->errorMessage(conn_.get())));
+        await(POLLIN | POLLOUT, end);
+        // A server that answers before it has read everything would else wait for us, and we for it.
+        pollfd input{pq_->socket(conn_.get()), POLLIN, 0};
+        if (::poll(&input, 1, 0) > 0 && pq_->consumeInput(conn_.get()) == 0)
+            lost(oneLine(pq_->errorMessage(conn_.get())));
+    }
+}
+
+/// The next result; none at the end of what was sent.
+PgResult PgSession::oneResult(Clock::time_point end) {
+    while (pq_->isBusy(conn_.get()) != 0) {
+        await(POLLIN, end);
+        if (pq_->consumeInput(conn_.get()) == 0) lost(oneLine(pq_->errorMessage(conn_.get())));
+    }
+    return {pq_->getResult(conn_.get()), pq_};
+}
+
+/// Sends what waits, and takes all results: the first failure, else the last one, or that of a COPY which begins.
+PgResult PgSession::result() {
+    const Clock::time_point end = deadline();
+    flush(end);
+    PgResult last, failure;
+    for (PgResult next = oneResult(end); next.get(); next = oneResult(end)) {
+        const ExecStatusType status = pq_->resultStatus(next.get());
+        if (status == PGRES_COPY_IN) return next;
+        ((status == PGRES_FATAL_ERROR || status == PGRES_BAD_RESPONSE) && !failure.get() ? failure : last) =
+            std::move(next);
+    }
+    lastUse_ = Clock::now();
+    check(failure);
+    return last;
+}
+
+void PgSession::check(const PgResult& result) {
+    if (!result.get()) return;
+    if (pq_->status(conn_.get()) != CONNECTION_OK) lost(oneLine(pq_->resultErrorMessage(result.get())));
+    const std::string_view state = viewOrEmpty(pq_->resultErrorField(result.get(), PG_DIAG_SQLSTATE));
+    std::string text = orEmpty(pq_->resultErrorField(result.get(), PG_DIAG_MESSAGE_PRIMARY));
+    if (text.empty()) text = oneLine(pq_->resultErrorMessage(result.get()));
+    if (causeOf(state) == StoreCause::Unreachable) lost(oneLine(text));
+    throw StoreError(causeOf(state), "PostgreSQL: " + oneLine(text));
+}
+
+void PgSession::sent(int done) {
+    if (done != 1) lost(oneLine(pq_->errorMessage(conn_.get())));
+}
+
+void PgSession::prepare(const PgStatement& statement) {
+    if (prepared_.contains(&statement)) return;
+    sent(pq_->sendPrepare(conn_.get(), statement.name, statement.sql, 0, nullptr));
+    result();
+    prepared_.insert(&statement);
+}
+
+PgResult PgSession::run(const PgStatement& statement, const PgValues& values) {
+    prepare(statement);
+    const PgValues::Pointers given = values.pointers();
+    sent(pq_->sendQueryPrepared(conn_.get(), statement.name, static_cast<int>(given.values.size()), given.values.data(),
+                                given.lengths.data(), given.formats.data(), 1));
+    return result();
+}
+
+PgResult PgSession::query(const std::string& sql) {
+    sent(pq_->sendQueryParams(conn_.get(), sql.c_str(), 0, nullptr, nullptr, nullptr, nullptr, 1));
+    return result();
+}
+
+void PgSession::command(const std::string& sql) {
+    sent(pq_->sendQuery(conn_.get(), sql.c_str()));
+    result();
+}
+
+void PgSession::copyIn(const std::string& sql, ByteView rows) {
+    const Clock::time_point end = deadline();
+    command(sql);
+    while (!rows.empty()) {
+        const ByteView piece = rows.first(std::min(rows.size(), kCopyPiece));
+        const int done =
+            pq_->putCopyData(conn_.get(), reinterpret_cast<const char*>(piece.data()), static_cast<int>(piece.size()));
+        if (done < 0) lost(oneLine(pq_->errorMessage(conn_.get())));
+        if (done > 0) rows = rows.subspan(piece.size());
+        flush(end);
+    }
+    sent(pq_->putCopyEnd(conn_.get(), nullptr));
+    result();
+}
+
+// --- operations ---
+
+PgUse::PgUse(PgSession& session) : session_(session) {
+    if (session_.depth_ == 0) session_.begin();
+    ++session_.depth_;
+    if (session_.sync_ == session_.syncApplied_) return;
+    try {
+        session_.command(session_.sync_ ? "RESET synchronous_commit" : "SET synchronous_commit = off");
+        session_.syncApplied_ = session_.sync_;
+    } catch (...) {
+        --session_.depth_;
+        throw;
+    }
+}
+
+PgUse::~PgUse() {
+    --session_.depth_;
+}
+
+PgTransaction::PgTransaction(PgSession& session, Kind kind) : use_(session), session_(session) {
+    const bool reads = kind == Kind::Snapshot || kind == Kind::LongSnapshot;
+    session.command(reads ? "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY" : "BEGIN ISOLATION LEVEL READ COMMITTED");
+    if (kind == Kind::Change || kind == Kind::Snapshot) return;
+    session.command("SET LOCAL statement_timeout = '30min'");
+    session.patience_ = kLongTime + kGrace;
+}
+
+/// What is open is given up with the connection: an answer may be on its way.
+PgTransaction::~PgTransaction() {
+    session_.patience_ = session_.usualPatience_;
+    if (open_) session_.disconnect();
+}
+
+void PgTransaction::commit() {
+    session_.command("COMMIT");
+    open_ = false;
+}
+
+}  // namespace crv

@@ -1,0 +1,112 @@
+#include "db_sql/db_pg_target.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "misc/c_string.h"
+#include "misc/exceptions.h"
+
+namespace crv {
+
+namespace {
+
+constexpr const char* kProgram = "corvane";
+
+/// The options of libpq, wiped: a password may stand in them.
+struct FreeOptions {
+    const PgFunctions* functions;
+    void operator()(PQconninfoOption* options) const {
+        for (PQconninfoOption* one = options; one->keyword; ++one) {
+            if (one->val) wipeMemory(one->val, std::strlen(one->val));
+        }
+        functions->conninfoFree(options);
+    }
+};
+using Options = std::unique_ptr<PQconninfoOption, FreeOptions>;
+
+std::string_view valueOf(const Options& options, std::string_view keyword) {
+    for (const PQconninfoOption* one = options.get(); one && one->keyword; ++one) {
+        if (one->keyword == keyword) return viewOrEmpty(one->val);
+    }
+    return {};
+}
+
+bool isConnectionString(std::string_view text) {
+    return text.find('=') != std::string_view::npos || text.starts_with("postgresql://") ||
+           text.starts_with("postgres://");
+}
+
+bool isLocalHost(std::string_view host) {
+    return host.empty() || host.front() == '/' || host.front() == '@' || host == "localhost" || host == "::1" ||
+           host.starts_with("127.");
+}
+
+bool areLocal(std::string_view hosts) {
+    for (;;) {
+        const size_t comma = hosts.find(',');
+        if (!isLocalHost(hosts.substr(0, comma))) return false;
+        if (comma == std::string_view::npos) return true;
+        hosts.remove_prefix(comma + 1);
+    }
+}
+
+}  // namespace
+
+PgTarget::PgTarget(const DbConfig& config, const PgFunctions& functions) {
+    if (isConnectionString(config.dbName)) {
+        readConnectionString(config.dbName, functions);
+        add("dbname", config.dbName);
+    } else if (!config.dbName.empty()) {
+        add("service", config.dbName);
+    }
+    if (!config.dbLogin.empty()) add("user", config.dbLogin);
+    if (!config.dbPass.empty()) add("password", config.dbPass);
+    add("client_encoding", "UTF8");
+    add("fallback_application_name", kProgram);
+    saysSslMode_ = saysSslMode_ || !viewOrEmpty(std::getenv("PGSSLMODE")).empty();
+}
+
+void PgTarget::readConnectionString(const std::string& text, const PgFunctions& functions) {
+    char* complaint = nullptr;
+    const Options options(functions.conninfoParse(text.c_str(), &complaint), FreeOptions{&functions});
+    // libpq's complaint quotes what it could not read, which may be a part of the password.
+    if (complaint) wipeMemory(complaint, std::strlen(complaint));
+    functions.freemem(complaint);
+    if (!options)
+        throw StoreError(StoreCause::Refused,
+                         "Niepoprawny napis połączenia z bazą PostgreSQL (dbname): oczekiwano par nazwa=wartość, "
+                         "adresu postgresql:// albo nazwy usługi");
+    saysSslMode_ = !valueOf(options, "sslmode").empty();
+}
+
+std::vector<const char*> PgTarget::keywords() const {
+    std::vector<const char*> list;
+    for (const auto& [keyword, value] : items_) list.push_back(keyword);
+    list.push_back(nullptr);
+    return list;
+}
+
+std::vector<const char*> PgTarget::values() const {
+    std::vector<const char*> list;
+    for (const auto& [keyword, value] : items_) list.push_back(value.c_str());
+    list.push_back(nullptr);
+    return list;
+}
+
+PgEffective effectiveOf(PGconn* conn, const PgFunctions& functions) {
+    const Options options(functions.conninfo(conn), FreeOptions{&functions});
+    PgEffective found;
+    const std::string_view host = valueOf(options, "host"), address = valueOf(options, "hostaddr"),
+                           seconds = valueOf(options, "connect_timeout");
+    const std::string_view reached = address.empty() ? host : address;
+    found.isLocal = areLocal(reached);
+    found.sslMode = valueOf(options, "sslmode");
+    found.hosts += static_cast<int>(std::ranges::count(reached, ','));
+    (void)std::from_chars(seconds.data(), seconds.data() + seconds.size(), found.connectSeconds);
+    return found;
+}
+
+}  // namespace crv
