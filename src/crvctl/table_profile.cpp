@@ -9,9 +9,10 @@ using enum ValueKind;
 
 const std::vector<OptionRow> kProfileOptions{
     {"key-file", NewFile, "FILE", "security file (PKCS#12) with the keys"},
-    {"db-type", Choice, "files|memory|none", "kind of the database"},
+    {"db-type", Choice, "files|memory|none|server", "kind of the database"},
     {"db", Folder, "DIR", "folder of the database"},
-    {"db-name", Text, "NAME", "name of a database in memory"},
+    {"db-name", Text, "NAME", "name of a database in memory; of one on a server libpq's connection string or service"},
+    {"db-login", Text, "NAME", "user at the database server; the password belongs into libpq's password file"},
     {"roots-file", File, "FILE", "PKCS#12 file with additional trust points"},
     {"roots-empty-password", Choice, "0|1", "whether that file has an empty password"},
     {"pkcs11-library", File, "FILE", "PKCS#11 module, or several separated by \";\""},
@@ -52,6 +53,7 @@ const std::vector<FieldRow> kProfileRecord{
     {"db-type", "string", "Database kind"},
     {"db", "string", "Database folder"},
     {"db-name", "string", "Database name"},
+    {"db-login", "string", "Database user"},
     {"roots-file", "string", "Additional trust points"},
     {"roots-empty-password", "number", "Additional trust points without password"},
     {"pkcs11-library", "string", "PKCS#11 module"},

@@ -73,6 +73,7 @@ void dbCheck(Run& run);
 void dbRepair(Run& run);
 void dbStat(Run& run);
 void dbDump(Run& run);
+void dbCopy(Run& run);
 void sign(Run& run);
 void verify(Run& run);
 void encrypt(Run& run);

@@ -1,7 +1,12 @@
 // Verbs on the database as a whole.
+#include <unistd.h>
+
 #include "crvctl/show.h"
+#include "crvctl/texts.h"
 #include "crvctl/verbs.h"
+#include "ops/database_copy.h"
 #include "ops/database_files.h"
+#include "ops/database_server.h"
 
 namespace crv::ctl {
 namespace {
@@ -28,23 +33,38 @@ void dbCreate(Run& run) {
     waitForDatabase(session.profile(), run.mode);
     DbManager& database = session.context().dbManager;
     const DbState state = database.isDbCreated();
-    if (state == DbState::Complete) throw OpError(OpFault::DatabaseExists, session.profile().dbConfig().db);
+    if (state == DbState::Complete) throw OpError(OpFault::DatabaseExists, databaseName(session.profile()));
     if (state != DbState::Missing) session.failDatabase();
-    run.out.change("add", "database", session.profile().dbConfig().db);
+    run.out.change("add", "database", databaseName(session.profile()));
     if (!run.mode.dryRun && !database.createDb()) session.failDatabase();
 }
 
 void dbCheck(Run& run) {
+    const FoundProfile found = run.profile();
+    if (isOnServer(*found.profile)) return answerSound(run, checkServerDatabase(*found.profile, tellIn(run)));
     answerSound(run, DatabaseFiles(directoryOf(run), run.mode).check(tellIn(run)));
 }
 
 void dbRepair(Run& run) {
+    const FoundProfile found = run.profile();
+    if (isOnServer(*found.profile)) {
+        run.out.change("repair", "database", databaseName(*found.profile));
+        return answerSound(run, repairServerDatabase(*found.profile, run.mode, tellIn(run)));
+    }
     const std::string directory = directoryOf(run);
     run.out.change("repair", "database", directory);
     answerSound(run, repairDatabase(directory, run.mode, tellIn(run)));
 }
 
 void dbStat(Run& run) {
+    if (const FoundProfile found = run.profile(); isOnServer(*found.profile)) {
+        for (const PgTableFigures& table : serverFigures(*found.profile))
+            run.out.item({{"table", table.table},
+                          {"live", table.rows},
+                          {"dataOctets", table.dataOctets},
+                          {"indexOctets", table.indexOctets}});
+        return;
+    }
     DatabaseFiles(directoryOf(run), run.mode).figures([&](const std::string& table, const TableReport& report) {
         Values indexes;
         for (size_t i = 0; i < report.pages.size(); ++i)
@@ -69,6 +89,27 @@ void dbDump(Run& run) {
                       {"keys", Values(record.keys.begin(), record.keys.end())},
                       {"body", hexOf(record.body)}});
     });
+}
+
+void dbCopy(Run& run) {
+    for (const char* option : {"from", "to"})
+        if (!run.call.has(option)) throw OpError(OpFault::WrongCall, std::string("--") + option);
+    const FoundProfile from = findProfile(run.place, *run.call.value("from")),
+                       to = findProfile(run.place, *run.call.value("to"));
+    // A line that is written over: only who looks on has any use for it.
+    const bool seen = isatty(STDERR_FILENO) != 0 && run.out.form() == OutputForm::Text;
+    const auto show = [&](const DbCopied& done) {
+        if (seen) static_cast<void>(Output::write(STDERR_FILENO, "\r" + std::to_string(done.certificates.handled())));
+    };
+    run.out.change("import", "database", databaseName(*to.profile));
+    const DbCopied done = copyDatabase(*from.profile, *to.profile, run.mode, show);
+    if (seen) static_cast<void>(Output::write(STDERR_FILENO, "\r\033[K"));
+    run.out.field("stored", done.certificates.stored);
+    run.out.field("present", done.certificates.present);
+    run.out.field("refused", done.certificates.refused);
+    run.out.field("crls", done.crls);
+    run.out.field("crlsPresent", done.crlsPresent);
+    run.out.field("servers", done.servers);
 }
 
 }  // namespace crv::ctl

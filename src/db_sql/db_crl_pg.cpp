@@ -8,8 +8,8 @@ namespace crv {
 namespace {
 
 constexpr PgStatement kLockIssuer{"crv_crl_lock", "SELECT pg_advisory_xact_lock($1::bigint)"};
-constexpr PgStatement kRowsOfIssuer{
-    "crv_crl_issuer", "SELECT number, entry FROM corvane.crl WHERE issuer = $1::bytea ORDER BY number"};
+constexpr PgStatement kRowsOfIssuer{"crv_crl_issuer",
+                                    "SELECT number, entry FROM corvane.crl WHERE issuer = $1::bytea ORDER BY number"};
 constexpr PgStatement kAllRows{"crv_crl_index", "SELECT number, entry FROM corvane.crl ORDER BY number"};
 constexpr PgStatement kAllCrls{"crv_crl_all", "SELECT number, entry, der FROM corvane.crl ORDER BY number"};
 constexpr PgStatement kOneCrl{"crv_crl_one", "SELECT number, entry, der FROM corvane.crl WHERE number = $1::bigint"};
@@ -21,7 +21,8 @@ constexpr PgStatement kReplaceCrl{
     "crv_crl_replace",
     "INSERT INTO corvane.crl (issuer, entry, der, number) VALUES ($1::bytea, $2::bytea, $3::bytea, $4::bigint) "
     "ON CONFLICT (number) DO UPDATE SET issuer = excluded.issuer, entry = excluded.entry, der = excluded.der"};
-constexpr PgStatement kDeleteCrl{"crv_crl_delete", "DELETE FROM corvane.crl WHERE number = $1::bigint RETURNING number"};
+constexpr PgStatement kDeleteCrl{"crv_crl_delete",
+                                 "DELETE FROM corvane.crl WHERE number = $1::bigint RETURNING number"};
 
 constexpr PgStatement kSrvs{"crv_srv_all", "SELECT name, number FROM corvane.server"};
 constexpr PgStatement kSrv{"crv_srv_get", "SELECT number FROM corvane.server WHERE name = $1::bytea"};

@@ -58,8 +58,9 @@ constexpr PgStatement kTakeIncoming{
     "JOIN pg_temp.corvane_incoming i USING (sha256) CROSS JOIN LATERAL unnest(i.fields) AS f ORDER BY 1, 2) "
     "SELECT sha256 FROM stored"};
 
-#define CRV_PG_DELETE(condition)                                                                       \
-    "WITH gone AS (DELETE FROM corvane.crt WHERE " condition " RETURNING id), "                        \
+#define CRV_PG_DELETE(condition)                             \
+    "WITH gone AS (DELETE FROM corvane.crt WHERE " condition \
+    " RETURNING id), "                                       \
     "fields AS (DELETE FROM corvane.dn_field USING gone WHERE crt = gone.id) SELECT count(*) FROM gone"
 constexpr PgStatement kDelete{"crv_delete",
                               CRV_PG_DELETE("id = $1::bigint AND ($2::bytea IS NULL OR crt_hash = $2::bytea)")};
@@ -71,6 +72,7 @@ constexpr PgStatement kSetTime{"crv_set_time",
                                "floor(extract(epoch FROM clock_timestamp()))::bigint) "
                                "ON CONFLICT (name) DO UPDATE SET time = excluded.time"};
 constexpr PgStatement kGetTime{"crv_get_time", "SELECT time FROM corvane.net_cert_time WHERE name = $1::bytea"};
+constexpr PgStatement kDropTime{"crv_drop_time", "DELETE FROM corvane.net_cert_time WHERE name = $1::bytea"};
 
 /// What one transaction of an import takes: about a tenth of a second.
 constexpr size_t kPieceRecords = 2048;
@@ -176,8 +178,7 @@ DbCrtPg::Piece DbCrtPg::takePiece(std::span<const CrtRecord> records) {
     return piece;
 }
 
-size_t DbCrtPg::insertSlice(std::span<const CrtRecord> records, const SliceEnd&,
-                            std::vector<InsertOutcome>& outcomes) {
+size_t DbCrtPg::insertSlice(std::span<const CrtRecord> records, const SliceEnd&, std::vector<InsertOutcome>& outcomes) {
     const Piece piece = takePiece(records);
     PgTransaction transaction(*session_, PgTransaction::Kind::Change);
     session_->command(kMakeIncoming);
@@ -282,8 +283,7 @@ size_t DbCrtPg::count() {
 // --- network fetch times ---
 
 void DbCrtPg::setNetCertTime(const std::string& name) {
-    if (name.size() > kMaxNetCertName)
-        throw StoreError(StoreCause::Refused, "DbCrtPg::setNetCertTime. Za dluga nazwa");
+    if (name.size() > kMaxNetCertName) throw StoreError(StoreCause::Refused, "DbCrtPg::setNetCertTime. Za dluga nazwa");
     const PgUse use(*session_);
     session_->run(kSetTime, keyOf(asBytes(name)));
 }
@@ -292,6 +292,11 @@ int64_t DbCrtPg::getNetCertTime(const std::string& name) {
     const PgUse use(*session_);
     const PgResult found = session_->run(kGetTime, keyOf(asBytes(name)));
     return found.rows() > 0 ? found.number(0, 0) : 0;
+}
+
+void DbCrtPg::removeNetCertTime(const std::string& name) {
+    const PgUse use(*session_);
+    session_->run(kDropTime, keyOf(asBytes(name)));
 }
 
 }  // namespace crv

@@ -29,6 +29,7 @@ class DbCrtPg final : public CrtStore {
     size_t count() override;
     void setNetCertTime(const std::string& name) override;
     int64_t getNetCertTime(const std::string& name) override;
+    void removeNetCertTime(const std::string& name) override;
     /// Ids stay as they are.
     Removed removeCerts(const Expired& expired) override;
     Removed removeCertsOverTime(int64_t time) override;

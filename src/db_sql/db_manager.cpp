@@ -232,4 +232,8 @@ bool DbManager::getLastImportNr(const std::string& name, long& number) {
     return run("getLastImportNr", [&](DbConnection& db) { number = db.srvs().getLastImportNr(name); });
 }
 
+bool DbManager::getLastImportNrs(SrvStore::Numbers& numbers) {
+    return run("getLastImportNr", [&](DbConnection& db) { numbers = db.srvs().read(); });
+}
+
 }  // namespace crv

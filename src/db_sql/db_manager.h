@@ -105,6 +105,7 @@ class DbManager {
     /// Forgets the import number of a server and when its CRLs were fetched.
     bool delSrv(const std::string& name);
     bool getLastImportNr(const std::string& name, long& number);
+    bool getLastImportNrs(SrvStore::Numbers& numbers);
     bool setLastImportNr(const std::string& name, long number) {
         return inSrv("setLastImportNr", &SrvStore::setLastImportNr, name, number);
     }

@@ -4,37 +4,37 @@
 #include <libpq-fe.h>
 
 /// X(member, function of libpq)
-#define CRV_PG_FUNCTIONS(X)                        \
-    X(conninfoParse, PQconninfoParse)              \
-    X(conninfoFree, PQconninfoFree)                \
-    X(freemem, PQfreemem)                          \
-    X(connectStart, PQconnectStartParams)          \
-    X(connectPoll, PQconnectPoll)                  \
-    X(conninfo, PQconninfo)                        \
-    X(finish, PQfinish)                            \
-    X(status, PQstatus)                            \
-    X(transactionStatus, PQtransactionStatus)      \
-    X(socket, PQsocket)                            \
-    X(errorMessage, PQerrorMessage)                \
-    X(setnonblocking, PQsetnonblocking)            \
-    X(setNoticeProcessor, PQsetNoticeProcessor)    \
-    X(sendQueryParams, PQsendQueryParams)          \
-    X(sendQuery, PQsendQuery)                      \
-    X(sendPrepare, PQsendPrepare)                  \
-    X(sendQueryPrepared, PQsendQueryPrepared)      \
-    X(flush, PQflush)                              \
-    X(consumeInput, PQconsumeInput)                \
-    X(isBusy, PQisBusy)                            \
-    X(getResult, PQgetResult)                      \
-    X(putCopyData, PQputCopyData)                  \
-    X(putCopyEnd, PQputCopyEnd)                    \
-    X(resultStatus, PQresultStatus)                \
-    X(resultErrorField, PQresultErrorField)        \
-    X(resultErrorMessage, PQresultErrorMessage)    \
-    X(clear, PQclear)                              \
-    X(ntuples, PQntuples)                          \
-    X(getvalue, PQgetvalue)                        \
-    X(getlength, PQgetlength)                      \
+#define CRV_PG_FUNCTIONS(X)                     \
+    X(conninfoParse, PQconninfoParse)           \
+    X(conninfoFree, PQconninfoFree)             \
+    X(freemem, PQfreemem)                       \
+    X(connectStart, PQconnectStartParams)       \
+    X(connectPoll, PQconnectPoll)               \
+    X(conninfo, PQconninfo)                     \
+    X(finish, PQfinish)                         \
+    X(status, PQstatus)                         \
+    X(transactionStatus, PQtransactionStatus)   \
+    X(socket, PQsocket)                         \
+    X(errorMessage, PQerrorMessage)             \
+    X(setnonblocking, PQsetnonblocking)         \
+    X(setNoticeProcessor, PQsetNoticeProcessor) \
+    X(sendQueryParams, PQsendQueryParams)       \
+    X(sendQuery, PQsendQuery)                   \
+    X(sendPrepare, PQsendPrepare)               \
+    X(sendQueryPrepared, PQsendQueryPrepared)   \
+    X(flush, PQflush)                           \
+    X(consumeInput, PQconsumeInput)             \
+    X(isBusy, PQisBusy)                         \
+    X(getResult, PQgetResult)                   \
+    X(putCopyData, PQputCopyData)               \
+    X(putCopyEnd, PQputCopyEnd)                 \
+    X(resultStatus, PQresultStatus)             \
+    X(resultErrorField, PQresultErrorField)     \
+    X(resultErrorMessage, PQresultErrorMessage) \
+    X(clear, PQclear)                           \
+    X(ntuples, PQntuples)                       \
+    X(getvalue, PQgetvalue)                     \
+    X(getlength, PQgetlength)                   \
     X(getisnull, PQgetisnull)
 
 namespace crv {

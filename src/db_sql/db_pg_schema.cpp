@@ -80,8 +80,11 @@ std::string indexSql(const IndexRow& index) {
 std::string schemaSql() {
     std::string sql = "CREATE SCHEMA IF NOT EXISTS corvane;";
     for (const TableRow& table : kTables)
-        sql.append("CREATE TABLE corvane.").append(table.name).append(" (").append(table.columns).append(table.options) +=
-            ';';
+        sql.append("CREATE TABLE corvane.")
+            .append(table.name)
+            .append(" (")
+            .append(table.columns)
+            .append(table.options) += ';';
     for (const IndexRow& index : kIndexes) sql += indexSql(index);
     return sql + "INSERT INTO corvane.version VALUES (" + std::to_string(kPgSchemaVersion) + ")";
 }
@@ -127,15 +130,18 @@ constexpr std::array<CheckRow, 4> kChecks{{
      {"crv_check_crt", "SELECT id FROM corvane.crt WHERE sha256(der) <> sha256 ORDER BY id LIMIT 20"}},
     {"crt",
      "certificate that no subject field leads to at ",
-     {"crv_check_fields", "SELECT id FROM corvane.crt c WHERE email <> '' AND NOT EXISTS "
-                          "(SELECT FROM corvane.dn_field f WHERE f.crt = c.id) ORDER BY id LIMIT 20"}},
+     {"crv_check_fields",
+      "SELECT id FROM corvane.crt c WHERE email <> '' AND NOT EXISTS "
+      "(SELECT FROM corvane.dn_field f WHERE f.crt = c.id) ORDER BY id LIMIT 20"}},
     {"dn_field",
      "record without its certificate at ",
-     {"crv_check_dangling", "SELECT DISTINCT crt FROM corvane.dn_field f WHERE NOT EXISTS "
-                            "(SELECT FROM corvane.crt c WHERE c.id = f.crt) ORDER BY crt LIMIT 20"}},
+     {"crv_check_dangling",
+      "SELECT DISTINCT crt FROM corvane.dn_field f WHERE NOT EXISTS "
+      "(SELECT FROM corvane.crt c WHERE c.id = f.crt) ORDER BY crt LIMIT 20"}},
     {"crl",
      "not the CRL that its row names at ",
-     {"crv_check_crl", "SELECT number FROM corvane.crl WHERE position(sha256(der) IN entry) = 0 ORDER BY number LIMIT 20"}},
+     {"crv_check_crl",
+      "SELECT number FROM corvane.crl WHERE position(sha256(der) IN entry) = 0 ORDER BY number LIMIT 20"}},
 }};
 
 }  // namespace

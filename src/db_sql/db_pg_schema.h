@@ -14,8 +14,9 @@ namespace crv {
 /// Version of the tables. A program works with its own version only.
 constexpr int64_t kPgSchemaVersion = 1;
 
-/// Key of the advisory lock under which certificates are inserted: their ids then grow in the order in which they become
-/// visible, and two imports of the same certificates do not wait for each other in a circle. Also that of the tables.
+/// Key of the advisory lock under which certificates are inserted: their ids then grow in the order in which they
+/// become visible, and two imports of the same certificates do not wait for each other in a circle. Also that of the
+/// tables.
 #define CRV_PG_INSERT_LOCK "4857398251074617345"
 
 [[nodiscard]] DbState pgState(PgSession& session);

@@ -14,7 +14,8 @@ namespace crv {
 /// The settings of a profile as parameters of libpq, in an order where later ones win.
 class PgTarget {
   public:
-    /// Throws StoreError (Refused) for a connection string that libpq cannot read; the text repeats nothing of it.
+    /// Throws StoreError (Refused) for a connection string that libpq cannot read or that holds a password; the text
+    /// repeats nothing of it.
     PgTarget(const DbConfig& config, const PgFunctions& functions);
 
     void demandVerifiedServer() { add("sslmode", "verify-full"); }

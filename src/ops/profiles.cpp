@@ -23,6 +23,7 @@ constexpr ProfileField kFields[] = {
     {"db-type", CRVPROFILE_ATTR_DB_TYPE, false, false},
     {"db", CRVPROFILE_ATTR_DB, false, true},
     {"db-name", CRVPROFILE_ATTR_DB_NAME, false, false},
+    {"db-login", CRVPROFILE_ATTR_DB_LOGIN, false, false},
     {"roots-file", CRVPROFILE_ATTR_ROOTS_FILE, false, true},
     {"roots-empty-password", CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, true, false},
     {"pkcs11-library", CRVPROFILE_ATTR_PKCS11_LIBRARY, false, true},
@@ -36,7 +37,7 @@ constexpr ProfileField kFields[] = {
 };
 
 constexpr std::pair<const char*, std::string_view> kDbKindNames[] = {
-    {"files", kDbKindFile}, {"memory", kDbKindMemory}, {"none", kDbKindNone}};
+    {"files", kDbKindFile}, {"memory", kDbKindMemory}, {"none", kDbKindNone}, {"server", kDbKindPg}};
 
 /// Runs what reads or writes a list, with its failures as OpError.
 template <class Work>

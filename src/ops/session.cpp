@@ -9,6 +9,7 @@
 #include "misc/atomic_write.h"
 #include "misc/memory_file.h"
 #include "misc/whole_file.h"
+#include "ops/database_copy.h"
 #include "ops/database_files.h"
 #include "ops/export_file.h"
 #include "ops/op_error.h"
@@ -221,7 +222,7 @@ void Session::demandDatabase() {
         case DbState::Complete:
             return;
         case DbState::Missing:
-            throw OpError(OpFault::DatabaseMissing, profile().dbConfig().db);
+            throw OpError(OpFault::DatabaseMissing, databaseName(profile()));
         default:
             failDatabase();
     }
@@ -241,7 +242,7 @@ void Session::storeFetched() {
 void Session::failDatabase() {
     stopIfEnding();
     const std::string& text = context_->dbManager.lastFailure();
-    throw OpError(OpFault::DatabaseFailed, text.empty() ? profile().dbConfig().db : text);
+    throw OpError(OpFault::DatabaseFailed, text.empty() ? databaseName(profile()) : text);
 }
 
 }  // namespace crv

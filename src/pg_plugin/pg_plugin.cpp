@@ -2,10 +2,9 @@
 #include "db_sql/db_pg_functions.h"
 
 extern "C" __attribute__((visibility("default"))) const crv::PgFunctions* crvPgFunctions() {
-    static constexpr crv::PgFunctions kFunctions{
-        crv::kPgPluginVersion,
+    static constexpr crv::PgFunctions kFunctions{crv::kPgPluginVersion,
 #define CRV_PG_VALUE(member, function) &::function,
-        CRV_PG_FUNCTIONS(CRV_PG_VALUE)
+                                                 CRV_PG_FUNCTIONS(CRV_PG_VALUE)
 #undef CRV_PG_VALUE
     };
     return &kFunctions;

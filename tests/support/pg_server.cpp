@@ -53,8 +53,8 @@ pid_t PgServer::postmaster() const {
 
 void PgServer::killServer() const {
     const pid_t pid = postmaster();
-    shell("pkill -KILL -P " + std::to_string(pid) + "; kill -KILL " + std::to_string(pid) +
-          "; while kill -0 " + std::to_string(pid) + " 2>/dev/null; do sleep 0.01; done");
+    shell("pkill -KILL -P " + std::to_string(pid) + "; kill -KILL " + std::to_string(pid) + "; while kill -0 " +
+          std::to_string(pid) + " 2>/dev/null; do sleep 0.01; done");
 }
 
 void PgServer::demand(const std::string& lines) const {

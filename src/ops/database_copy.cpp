@@ -1,0 +1,121 @@
+#include "ops/database_copy.h"
+
+#include "db_sql/db_manager.h"
+#include "ops/database_files.h"
+#include "ops/op_error.h"
+#include "profiles/crv_profile.h"
+
+namespace crv {
+
+namespace {
+
+constexpr size_t kBatch = 2048;
+
+void demand(const DbManager& database, bool done) {
+    stopIfEnding();
+    if (!done) throw OpError(OpFault::DatabaseFailed, database.lastFailure());
+}
+
+void open(DbManager& database, const CrvProfile& profile, const OpMode& mode) {
+    waitForDatabase(profile, mode);
+    database.init(profile.dbConfig());
+    const DbState state = database.isDbCreated();
+    if (state == DbState::Missing) throw OpError(OpFault::DatabaseMissing, databaseName(profile));
+    if (state == DbState::Complete) return;
+    const std::string& text = database.lastFailure();
+    throw OpError(OpFault::DatabaseFailed, text.empty() ? databaseName(profile) : text);
+}
+
+class DbCopy {
+  public:
+    DbCopy(DbManager& from, DbManager& to, bool dry, const std::function<void(const DbCopied&)>& progress)
+        : from_(from), to_(to), dry_(dry), progress_(progress) {}
+
+    DbCopied run() {
+        copyCertificates();
+        copyCrls();
+        copyServers();
+        return done_;
+    }
+
+  private:
+    void copyCertificates() {
+        bool stored = true;
+        const bool read = from_.visitCerts([&](int64_t, ByteView der) {
+            batch_.push_back(toBytes(der));
+            if (batch_.size() == kBatch) stored = storeBatch();
+            return stored && !processEnding();
+        });
+        demand(to_, stored && (!read || storeBatch()));
+        demand(from_, read);
+    }
+
+    /// An import ends at what is no certificate; here that one is left out.
+    bool storeBatch() {
+        for (auto at = batch_.begin(); at != batch_.end();) {
+            ImportProgress part;
+            const auto next = [&](ByteView& der) { return at != batch_.end() && (der = *at++, true); };
+            const CrtDb::Progress goOn = [](const ImportProgress&) { return !processEnding(); };
+            if (dry_) {
+                part.stored = batch_.size();
+                at = batch_.end();
+            } else if (!CrtDb(to_).insertMany(next, goOn, nullptr, part)) {
+                return false;
+            }
+            done_.certificates.stored += part.stored;
+            done_.certificates.present += part.present;
+            done_.certificates.refused += part.refused + (part.unreadable ? 1 : 0);
+            stopIfEnding();
+        }
+        batch_.clear();
+        if (progress_) progress_(done_);
+        return true;
+    }
+
+    void copyCrls() {
+        CrlIndex index;
+        demand(from_, from_.getCrlIndex(index));
+        for (const CrlIndexEntry& row : index) {
+            Bytes der;
+            if (!from_.getCrlByFileNum(row.fileNumber(), der)) continue;  // damaged, or replaced meanwhile
+            const CrlInsert result = dry_ ? CrlInsert::Stored : to_.insertCrl(der, row.isVerified());
+            demand(to_, result != CrlInsert::Failed);
+            ++(result == CrlInsert::Stored ? done_.crls : done_.crlsPresent);
+        }
+    }
+
+    void copyServers() {
+        SrvStore::Numbers numbers, there;
+        demand(from_, from_.getLastImportNrs(numbers));
+        demand(to_, to_.getLastImportNrs(there));
+        for (const auto& [name, number] : numbers) {
+            if (there.contains(name) && there[name] >= number) continue;
+            demand(to_, dry_ || to_.setLastImportNr(name, number));
+            ++done_.servers;
+        }
+    }
+
+    DbManager &from_, &to_;
+    bool dry_;
+    const std::function<void(const DbCopied&)>& progress_;
+    std::vector<Bytes> batch_;
+    DbCopied done_;
+};
+
+}  // namespace
+
+std::string databaseName(const CrvProfile& profile) {
+    const DbConfig& config = profile.dbConfig();
+    return connFactory(config).dbType == kDbKindFile ? config.db : profile.name() + " (" + config.type() + ")";
+}
+
+DbCopied copyDatabase(const CrvProfile& from, const CrvProfile& to, const OpMode& mode,
+                      const std::function<void(const DbCopied&)>& progress) {
+    if (from.dbConfig() == to.dbConfig()) throw OpError(OpFault::BadValue, to.name());
+    DbManager source, target;
+    open(source, from, mode);
+    open(target, to, mode);
+    return DbCopy(source, target, mode.dryRun, progress).run();
+}
+
+}  // namespace crv

@@ -1,0 +1,47 @@
+#include "ops/database_server.h"
+
+#include "db_sql/db_pg.h"
+#include "misc/exceptions.h"
+#include "ops/database_copy.h"
+#include "ops/op_error.h"
+#include "profiles/crv_profile.h"
+
+namespace crv {
+
+namespace {
+
+/// Runs the work on the session of a database that is there.
+template <class Work>
+auto onServer(const CrvProfile& profile, const Work& work) {
+    try {
+        DbPg database(profile.dbConfig());
+        if (pgState(database.session()) == DbState::Missing)
+            throw OpError(OpFault::DatabaseMissing, databaseName(profile));
+        return work(database.session());
+    } catch (const StoreError& error) {
+        throw OpError(OpFault::DatabaseFailed, error.what());
+    }
+}
+
+}  // namespace
+
+bool isOnServer(const CrvProfile& profile) {
+    return connFactory(profile.dbConfig()).dbType == kDbKindPg;
+}
+
+bool checkServerDatabase(const CrvProfile& profile, const DbTell& tell) {
+    return onServer(profile, [&](PgSession& session) { return checkPg(session, tell); });
+}
+
+bool repairServerDatabase(const CrvProfile& profile, const OpMode& mode, const DbTell& tell) {
+    return onServer(profile, [&](PgSession& session) {
+        if (!mode.dryRun) repairPg(session, tell);
+        return checkPg(session, tell);
+    });
+}
+
+std::vector<PgTableFigures> serverFigures(const CrvProfile& profile) {
+    return onServer(profile, [](PgSession& session) { return pgFigures(session); });
+}
+
+}  // namespace crv
