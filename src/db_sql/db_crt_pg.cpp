@@ -88,7 +88,7 @@ PgValues keyOf(ByteView octets) {
     return PgValues().octets(octets);
 }
 
-Bytes fieldKey(uint8_t type, const std::string& value) {
+Bytes fieldOctets(uint8_t type, const std::string& value) {
     const std::string kept = dnFldValue(value);
     Bytes key{type};
     key.insert(key.end(), kept.begin(), kept.end());
@@ -98,7 +98,7 @@ Bytes fieldKey(uint8_t type, const std::string& value) {
 /// The columns and then the fields.
 PgValues valuesOf(const CrtRecord& record, ByteView sha256) {
     std::vector<Bytes> fields;
-    for (const DnFld& field : record.dnFlds) fields.push_back(fieldKey(field.type, field.value));
+    for (const DnFld& field : record.dnFlds) fields.push_back(fieldOctets(field.type, field.value));
     PgValues values;
     values.octets(sha256).octets(record.serNumHash).octets(record.sbjDnHash).octets(record.keyId);
     values.octets(record.crtHash).octets(asBytes(record.email)).flag(record.isCa);
@@ -138,7 +138,7 @@ void DbCrtPg::findCertsByCrtHash(CrtItemList& list, ByteView hash) {
 }
 
 void DbCrtPg::findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value) {
-    find(list, kByField, keyOf(fieldKey(type, value)));
+    find(list, kByField, keyOf(fieldOctets(type, value)));
 }
 
 void DbCrtPg::findCaCerts(CrtItemList& list) {
