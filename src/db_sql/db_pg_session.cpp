@@ -21,7 +21,7 @@ using namespace std::chrono_literals;
 
 constexpr std::chrono::seconds kConnectTime = 10s;
 /// What a statement may take beyond the server's own limit before the server counts as gone.
-constexpr std::chrono::seconds kGrace = 5s;
+constexpr std::chrono::seconds kGrace = 2s;
 constexpr std::chrono::minutes kLongTime = 30min;
 /// A connection that was idle for so long is asked whether it still leads to the server.
 constexpr std::chrono::seconds kIdle = 30s;
