@@ -79,12 +79,10 @@ std::string indexSql(const IndexRow& index) {
 
 std::string schemaSql() {
     std::string sql = "CREATE SCHEMA IF NOT EXISTS corvane;";
-    for (const TableRow& table : kTables)
-        sql.append("CREATE TABLE corvane.")
-            .append(table.name)
-            .append(" (")
-            .append(table.columns)
-            .append(table.options) += ';';
+    for (const TableRow& table : kTables) {
+        sql.append("CREATE TABLE corvane.").append(table.name).append(" (").append(table.columns);
+        sql.append(table.options) += ';';
+    }
     for (const IndexRow& index : kIndexes) sql += indexSql(index);
     return sql + "INSERT INTO corvane.version VALUES (" + std::to_string(kPgSchemaVersion) + ")";
 }
