@@ -32,8 +32,9 @@ constexpr PgStatement kPutSrv{"crv_srv_put",
 constexpr PgStatement kDeleteSrv{"crv_srv_delete", "DELETE FROM corvane.server WHERE name = $1::bytea"};
 
 int64_t lockKeyOf(const DistinguishedName& issuer) {
+    const DbHash hash = dnHash(issuer);
     uint64_t key = 0;
-    for (const uint8_t octet : ByteView(dnHash(issuer)).first(sizeof key)) key = key << 8 | octet;
+    for (size_t i = 0; i < sizeof key; ++i) key = key << 8 | hash[i];
     return static_cast<int64_t>(key);
 }
 
