@@ -58,11 +58,12 @@ void dbRepair(Run& run) {
 
 void dbStat(Run& run) {
     if (const FoundProfile found = run.profile(); isOnServer(*found.profile)) {
-        for (const PgTableFigures& table : serverFigures(*found.profile))
+        for (const PgTableFigures& table : serverFigures(*found.profile)) {
             run.out.item({{"table", table.table},
                           {"live", table.rows},
                           {"dataOctets", table.dataOctets},
                           {"indexOctets", table.indexOctets}});
+        }
         return;
     }
     DatabaseFiles(directoryOf(run), run.mode).figures([&](const std::string& table, const TableReport& report) {

@@ -81,6 +81,7 @@ bool DbManager::openIfNeeded() {
 
 DbState DbManager::isDbCreated() {
     DbState state = DbState::Incomplete;
+    lastFailure_.clear();
     // This operation has no text of its own.
     if (run("createDb", [&](DbConnection& db) { state = db.isDbCreated(); })) return state;
     return lastCause_ == StoreCause::Unreachable ? DbState::NoAccess : DbState::Incomplete;

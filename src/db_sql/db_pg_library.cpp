@@ -36,7 +36,8 @@ std::string findPlugin() {
         const std::filesystem::path real = std::filesystem::canonical(path, none);
         if (path.starts_with('/') && !none) return real.string();
     }
-    failPlugin("nie znaleziono modułu " + file, "Zainstaluj go w " CRV_LIBEXEC_DIR " razem z biblioteką libpq5");
+    failPlugin("nie znaleziono modułu " + file,
+               "Zainstaluj pakiet corvane-pg (albo moduł w " CRV_LIBEXEC_DIR " i bibliotekę libpq5)");
 }
 
 const PgFunctions* loadPlugin() {

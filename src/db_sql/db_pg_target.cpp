@@ -75,15 +75,17 @@ void PgTarget::readConnectionString(const std::string& text, const PgFunctions& 
     // libpq's complaint quotes what it could not read, which may be a part of the password.
     if (complaint) wipeMemory(complaint, std::strlen(complaint));
     functions.freemem(complaint);
-    if (!options)
+    if (!options) {
         throw StoreError(StoreCause::Refused,
                          "Niepoprawny napis połączenia z bazą PostgreSQL (dbname): oczekiwano par nazwa=wartość, "
                          "adresu postgresql:// albo nazwy usługi");
+    }
     // The name of a database is shown where a profile is looked at.
-    if (!valueOf(options, "password").empty() || !valueOf(options, "sslpassword").empty())
+    if (!valueOf(options, "password").empty() || !valueOf(options, "sslpassword").empty()) {
         throw StoreError(StoreCause::Refused,
                          "Hasło do bazy PostgreSQL nie może stać w dbname: wpisz je do pliku haseł libpq (~/.pgpass) "
                          "albo do dbpass");
+    }
     saysSslMode_ = !valueOf(options, "sslmode").empty();
 }
 

@@ -8,6 +8,7 @@
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
 #include "crvconfd/session/prot_cfg.h"
+#include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "db_sql/db_manager.h"
 
@@ -157,6 +158,14 @@ bool seedAndReopen() {
     return writeProtCfg() && initProfile() == kKmOk;
 }
 
+/// What the server of a database said, or why there is none: the texts of the states cannot tell.
+void showDatabaseReason() {
+    const std::string& failure = dbManager->lastFailure();
+    if (failure.empty()) return;
+    note(failure);
+    errInfo(kMessageRow, "%s", printable(failure.substr(failure.find('\n') + 1)).c_str());
+}
+
 }  // namespace
 
 bool createDB() {
@@ -172,6 +181,7 @@ bool createDB() {
             break;
         default:
             showCode(kDatabaseTexts, static_cast<int>(state));
+            if (state == DbState::NoAccess) showDatabaseReason();
             return false;
     }
     if (displCentQuestion(kMessageRow, "Bazy danych pakietu nie istnieją. Czy chcesz je utworzyć (t/n) ?") == 0)

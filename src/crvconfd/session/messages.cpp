@@ -60,6 +60,7 @@ void showDatabaseFailure(const char* text, const char* noMemoryText) {
         {StoreCause::NotLocked, " (nie można założyć blokady)"},
         {StoreCause::NeedsMending, " (baza wymaga naprawy, użyj crvdb)"},
         {StoreCause::Refused, " (baza nie przyjmuje tych danych)"},
+        {StoreCause::Unreachable, " (brak połączenia z serwerem bazy)"},
     };
     note(std::string(text) + ": " + dbManager->lastFailure());
     if (dbManager->lastCause() == StoreCause::NoMemory) return errInfo(kMessageRow, "%s", noMemoryText);
