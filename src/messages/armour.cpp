@@ -44,6 +44,7 @@ ByteView MessageArmour::take(ByteView piece) {
     if (form_ == Form::Binary) return piece;
     out_.clear();
     for (const uint8_t letter : piece) {
+        if (broken_) break;
         if (letter == '\n') {
             takeLine();
         } else if (inLine_ || (lineStart_ && pem_ && letter == '-') || form_ == Form::Before) {
@@ -63,7 +64,7 @@ void MessageArmour::takeLine() {
     if (form_ == Form::Before && line.starts_with(kBegin)) {
         form_ = Form::Base64;
     } else if (form_ == Form::Base64 && inLine_) {
-        if (!line.starts_with(kEnd)) failArmour();
+        broken_ = !line.starts_with(kEnd);
         form_ = Form::Behind;
     }
     line_.clear();
@@ -72,13 +73,18 @@ void MessageArmour::takeLine() {
 
 void MessageArmour::takeLetter(uint8_t letter) {
     const int value = valueOf(letter);
-    if (letter == '=' ? letters_ < 2 : value < 0 || padding_ > 0) failArmour();
+    broken_ = letter == '=' ? letters_ < 2 : value < 0 || padding_ > 0;
+    if (broken_) return;
     if (letter == '=') ++padding_;
     group_ = group_ << 6 | static_cast<uint32_t>(letter == '=' ? 0 : value);
     if (++letters_ < 4) return;
     for (int i = 0; i < 3 - padding_; ++i) out_.push_back(static_cast<uint8_t>(group_ >> (16 - 8 * i)));
     letters_ = padding_ == 0 ? 0 : 4;  // nothing but white space follows a padding
     group_ = 0;
+}
+
+void MessageArmour::demandSound() const {
+    if (broken_) failArmour();
 }
 
 void MessageArmour::finish() const {

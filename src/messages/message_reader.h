@@ -40,7 +40,10 @@ class MessageReader : private BerWalker::Visitor {
   public:
     /// In any form that MessageArmour knows. Throws as MessageArmour and BerWalker, ECRV_NO_CRV_MSG for another kind of
     /// content than `wants` takes.
-    void update(ByteView octets) { walker_.feed(armour_.take(octets)); }
+    void update(ByteView octets) {
+        walker_.feed(armour_.take(octets));
+        armour_.demandSound();
+    }
     /// Nothing follows. ECRV_INV_CRV_MSG for a message that is cut off or lacks a part.
     void finish();
 
