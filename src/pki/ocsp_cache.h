@@ -16,7 +16,7 @@ class OcspCache {
   public:
     using Clock = std::chrono::steady_clock;
     static constexpr size_t kMostFiles = 4096;
-    static constexpr std::chrono::seconds kMoment{60};
+    static constexpr std::chrono::seconds kMoment{300};
     static constexpr size_t kMaxAnswer = size_t{256} << 10;
 
     /// The folder of the database with its slash; empty: in memory only.
