@@ -33,7 +33,8 @@ constexpr size_t kCopyPiece = size_t{1} << 18;
 /// Sets the limits that neither the connection string nor the role has set. Compiling a statement takes longer than any
 /// of ours: the planner believes a temporary table to be large.
 constexpr const char* kSetLimits =
-    "SET jit = off; SELECT set_config(name, CASE setting WHEN '0' THEN wanted ELSE setting END, false) FROM pg_catalog.pg_settings "
+    "SET jit = off; SELECT set_config(name, CASE setting WHEN '0' THEN wanted ELSE setting END, false) FROM "
+    "pg_catalog.pg_settings "
     "JOIN (VALUES ('statement_timeout', '60000'), ('idle_in_transaction_session_timeout', '600000')) AS w(name, "
     "wanted) "
     "USING (name)";

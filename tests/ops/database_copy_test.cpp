@@ -1,0 +1,69 @@
+// Databases copied from kind to kind: everything arrives, and a copy that was
+// cut off goes on.
+#include "ops/database_copy.h"
+
+#include <gtest/gtest.h>
+
+#include "db_sql/db_manager.h"
+#include "ops/op_error.h"
+#include "profiles/crv_profile.h"
+#include "support/cert_maker.h"
+#include "support/pg_server.h"
+
+namespace crv::test {
+namespace {
+
+TEST(DatabaseCopy, GoesFromFilesOverAServerIntoMemoryAndGoesOnWhereItWasCutOff) {
+    const TempDir dir;
+    const std::string list = dir.file("profile.conf"), connection = PgServer::shared().newDatabase();
+    std::string text;
+    for (const auto& [name, type, place] : {std::tuple{"A", "corvane", dir.file("db")},
+                                            {"B", "postgresql", connection},
+                                            {"C", "w pamieci", std::string("copied")}}) {
+        const std::string key = "\\" + std::string(name) + "\\";
+        text += key + "Type [l] = 1\n" + key + "db [s] = \"" + place + "\"\n" + key + "dbname [s] = \"" + place +
+                "\"\n" + key + "dbtype [s] = \"" + type + "\"\n";
+    }
+    writeFile(list, text);
+    const auto profile = [&](const char* name) { return CrvProfile::getProfileByName(ProfileMedia::File, list, name); };
+    const auto from = profile("A"), over = profile("B"), to = profile("C");
+    DbManager source, server, memory;
+    source.init(from->dbConfig());
+    server.init(over->dbConfig());
+    memory.init(to->dbConfig());
+    ASSERT_TRUE(source.createDb() && server.createDb()) << server.lastFailure();
+    const MadeCert issuer = makeCert({.subject = {{"CN", "A"}}, .extensions = caExtensions()});
+    const Bytes crl = makeCrl({.number = 3, .nextUpdate = kDay}, issuer);
+    for (int i = 0; i < 20; ++i)
+        ASSERT_TRUE(CrtDb(source).insert(ByteView(makeCert({.subject = {{"CN", "U" + std::to_string(i)}}}).der)));
+    ASSERT_EQ(source.insertCrl(crl, true), CrlInsert::Stored);
+    ASSERT_TRUE(source.setLastImportNr("s", 7) && source.setLastImportNr("t", 2) && server.setLastImportNr("t", 5));
+    CrtItemList wanted, found;
+    ASSERT_TRUE(source.readForward(0, SIZE_MAX, wanted));
+    for (size_t i = 0; i < 5; ++i) ASSERT_TRUE(CrtDb(server).insert(ByteView(wanted[i].der)));
+
+    EXPECT_EQ(copyDatabase(*from, *over, {.dryRun = true}, nullptr).certificates.stored, 20U);
+    DbCopied done = copyDatabase(*from, *over, {}, nullptr);
+    EXPECT_EQ(done.certificates.stored, 15U);
+    EXPECT_EQ(done.certificates.present, 5U);
+    EXPECT_EQ(done.crls, 1U);
+    EXPECT_EQ(done.servers, 1U) << "of the other the target knows more";
+    done = copyDatabase(*over, *to, {}, nullptr);
+    EXPECT_EQ(done.certificates.stored, 20U);
+    EXPECT_EQ(copyDatabase(*over, *to, {}, nullptr).certificates.present, 20U);
+    EXPECT_THROW(copyDatabase(*over, *over, {}, nullptr), OpError);
+
+    ASSERT_TRUE(memory.readForward(0, SIZE_MAX, found));
+    ASSERT_EQ(found.size(), wanted.size());
+    for (size_t i = 0; i < found.size(); ++i) EXPECT_EQ(found[i].der, wanted[i].der);
+    CrlIndex index;
+    std::vector<Bytes> crls;
+    long number = 0;
+    EXPECT_TRUE(memory.getCrlIndex(index) && memory.getAllCrls(crls) && memory.getLastImportNr("t", number));
+    EXPECT_EQ(crls, std::vector<Bytes>{crl});
+    EXPECT_TRUE(index.size() == 1 && index[0].isVerified());
+    EXPECT_EQ(number, 5);
+}
+
+}  // namespace
+}  // namespace crv::test
