@@ -109,18 +109,6 @@ SignatureFault faultWithoutAttributes(const SignedContent& content) {
     return {};
 }
 
-/// Whether the attributes name the certificate of the signer; nothing when they name none.
-std::optional<bool> namedBy(const Attributes& attributes, const SignedCertificate& certificate) {
-    std::optional<bool> named;
-    SigningCertificateV2Attr second;
-    SigningCertificateAttr first;
-    if (attributes.find(OID_AA_SIGNING_CERTIFICATE_V2))
-        named = attributes.get(OID_AA_SIGNING_CERTIFICATE_V2, second) && second.isOf(certificate);
-    if (named != false && attributes.find(OID_AA_SIGNING_CERTIFICATE))
-        named = attributes.get(OID_AA_SIGNING_CERTIFICATE, first) && first.isOf(certificate);
-    return named;
-}
-
 void fail(SignerVerdict& verdict, const SignatureFault& fault) {
     verdict.signature = fault.check;
     verdict.code = fault.code;

@@ -21,12 +21,7 @@ SignatureCheck checkToken(const SignedData& data, const SignedCertificate& signe
 
 /// RFC 3161 2.4.2, RFC 5816 2.2.1: the signed attributes name the certificate, by either hash.
 bool namesSigner(const SignerInfo& signer, const SignedCertificate& certificate) {
-    SigningCertificateV2Attr newer;
-    SigningCertificateAttr older;
-    if (!signer.signedAttrs) return false;
-    if (signer.signedAttrs->find(OID_AA_SIGNING_CERTIFICATE_V2))
-        return signer.signedAttrs->get(OID_AA_SIGNING_CERTIFICATE_V2, newer) && newer.isOf(certificate);
-    return signer.signedAttrs->get(OID_AA_SIGNING_CERTIFICATE, older) && older.isOf(certificate);
+    return signer.signedAttrs && namedBy(*signer.signedAttrs, certificate) == true;
 }
 
 /// RFC 3161 2.3.

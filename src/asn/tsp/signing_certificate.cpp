@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "asn/known_oids.h"
 #include "asn/x509/signed_certificate.h"
 
 namespace crv {
@@ -43,6 +44,17 @@ bool namesCertificate(const EssCertId& id, const SignedCertificate& certificate)
 bool namesCertificate(const EssCertIdV2& id, const SignedCertificate& certificate) {
     return isIdentified(id.hashAlgorithm ? hashAlgoOf(*id.hashAlgorithm) : KcHashAlgo::Sha256, id.certHash.value(),
                         id.issuerSerial, certificate);
+}
+
+std::optional<bool> namedBy(const Attributes& attributes, const SignedCertificate& certificate) {
+    std::optional<bool> named;
+    SigningCertificateV2Attr second;
+    SigningCertificateAttr first;
+    if (attributes.find(OID_AA_SIGNING_CERTIFICATE_V2))
+        named = attributes.get(OID_AA_SIGNING_CERTIFICATE_V2, second) && second.isOf(certificate);
+    if (named != false && attributes.find(OID_AA_SIGNING_CERTIFICATE))
+        named = attributes.get(OID_AA_SIGNING_CERTIFICATE, first) && first.isOf(certificate);
+    return named;
 }
 
 }  // namespace crv

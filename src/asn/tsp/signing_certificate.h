@@ -1,6 +1,7 @@
 // Attributes by which a signature names the certificate of its signer (RFC 2634 5.4, RFC 5035 3).
 #pragma once
 
+#include "asn/pkcs/attribute.h"
 #include "asn/x509/algorithm_identifier.h"
 #include "asn/x509/ext_policies.h"
 #include "asn/x509/general_name.h"
@@ -64,5 +65,8 @@ class SigningCertificateOf : public ASNsequenceF {
 
 using SigningCertificateAttr = SigningCertificateOf<EssCertId>;
 using SigningCertificateV2Attr = SigningCertificateOf<EssCertIdV2>;
+
+/// Whether signed attributes name the certificate, in each of the two ways that they use; nothing when they name none.
+[[nodiscard]] std::optional<bool> namedBy(const Attributes& attributes, const SignedCertificate& certificate);
 
 }  // namespace crv
