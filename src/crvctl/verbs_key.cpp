@@ -219,8 +219,9 @@ void keyExport(Run& run) {
     checkTarget(run, session, run.call.operand(0));
     run.confirm("Write the private key into a file of its own?", run.call.operand(0));
     const bool pem = run.call.value("format").value_or("p12") == "pem";
-    const SecretBytes octets = exportedKey(key, chainOf(session, key), pem ? KeyFileFormat::Pem : KeyFileFormat::Pkcs12,
-                                           readSecret(run.call, "new-password", true));
+    const SecretBytes octets =
+        exportedKey(key, chainOf(session.context().certificateManager, session.keys(), key),
+                    pem ? KeyFileFormat::Pem : KeyFileFormat::Pkcs12, readSecret(run.call, "new-password", true));
     exportFile(targetOf(run, run.call.operand(0)), session.profile(), octets, WriteMode::Secret);
     run.out.change("write", "key", run.call.operand(0));
 }
@@ -231,7 +232,8 @@ void keyImport(Run& run) {
     const auto use = run.call.value("use");
     run.confirm("Take the private keys of the file into the profile?", run.call.operand(0));
     for (const PrivateKey& key : found.keys) {
-        importKeyInto(session, key, found.certificates, use ? std::optional(rowOf(kUses, *use).role) : std::nullopt);
+        const auto role = use ? std::optional(rowOf(kUses, *use).role) : std::nullopt;
+        demandKeys(importKeyInto(session.keys(), key, found.certificates, role, !run.mode.dryRun));
         run.out.change("add", "key", hexOf(key.keyId()));
     }
     storeAuthorities(run, session, found.certificates);

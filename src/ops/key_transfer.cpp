@@ -17,6 +17,7 @@
 #include "ops/op_error.h"
 #include "ops/password_rules.h"
 #include "ops/session.h"
+#include "pki/certificate_manager.h"
 
 namespace crv {
 namespace {
@@ -104,13 +105,13 @@ const StoredKey& keyNamed(Session& session, const std::string& text) {
     return *found;
 }
 
-CertList chainOf(Session& session, const StoredKey& key) {
-    const CertPtr certificate = session.keys().certificateOf(key);
+CertList chainOf(CertificateManager& certificates, const KeyManager& keys, const StoredKey& key) {
+    const CertPtr certificate = keys.certificateOf(key);
     if (!certificate) return {};
     PathOptions options;
     options.time = std::time(nullptr);
     options.revocation = RevocationCheck::None;
-    CertList chain = session.context().certificateManager.buildPath(certificate, options).certs;
+    CertList chain = certificates.buildPath(certificate, options).certs;
     if (chain.empty()) chain.push_back(certificate);
     return chain;
 }
@@ -139,15 +140,15 @@ KeysOfFile keysOfFile(ByteView octets, const SecretText& password) {
     return found;
 }
 
-void importKeyInto(Session& session, const PrivateKey& key, const CertList& certificates, std::optional<KeyRole> role) {
+KeyManagerResult importKeyInto(KeyManager& keys, const PrivateKey& key, const CertList& certificates,
+                               std::optional<KeyRole> role, bool write) {
     for (const CertPtr& one : certificates)
         if (!role && one->computeKeyIdentifierSha1Hash() == key.keyId()) role = roleOfCertificate(*one);
     KeyRole wanted = role.value_or(KeyRole::Signing);
     if (!isRsa(key.scheme())) wanted = wanted & KeyRole::Signing;
     const auto known = [&](const StoredKey& one) { return one.key->keyId() == key.keyId(); };
-    if (std::ranges::any_of(session.keys().keys(), known)) demandKeys(kKmKeyExists);
-    if (session.mode().dryRun) return;
-    demandKeys(session.keys().importKey(key, wanted, certificates));
+    if (std::ranges::any_of(keys.keys(), known)) return kKmKeyExists;
+    return write ? keys.importKey(key, wanted, certificates) : kKmOk;
 }
 
 }  // namespace crv

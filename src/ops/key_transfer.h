@@ -6,11 +6,14 @@
 
 #include "asn/x509/cert_ptr.h"
 #include "crypto/private_key.h"
+#include "keystore/key_manager_result.h"
 #include "keystore/key_store_contents.h"
 #include "misc/secret.h"
 
 namespace crv {
 
+class CertificateManager;
+class KeyManager;
 class Session;
 
 enum class KeyFileFormat {
@@ -22,7 +25,7 @@ enum class KeyFileFormat {
 [[nodiscard]] const StoredKey& keyNamed(Session& session, const std::string& text);
 
 /// The certificate of the key and those of the authorities above it, as far as they are at hand; empty without one.
-[[nodiscard]] CertList chainOf(Session& session, const StoredKey& key);
+[[nodiscard]] CertList chainOf(CertificateManager& certificates, const KeyManager& keys, const StoredKey& key);
 
 /// The key with its chain under a password. WeakPassword; KeyStoreFailed for a key that never leaves its token.
 [[nodiscard]] SecretBytes exportedKey(const StoredKey& key, const CertList& chain, KeyFileFormat format,
@@ -36,8 +39,10 @@ struct KeysOfFile {
 /// KeyStoreFailed (a wrong password, a protection that is unknown here), BadFile for what holds no key.
 [[nodiscard]] KeysOfFile keysOfFile(ByteView octets, const SecretText& password);
 
-/// Takes the key and its certificates into the session's store, open for a change, and saves. Without a role the
-/// keyUsage of its certificate says, else it signs.
-void importKeyInto(Session& session, const PrivateKey& key, const CertList& certificates, std::optional<KeyRole> role);
+/// Takes the key and its certificates into a store that is open for a change, and saves (KeyManager::importKey);
+/// without `write` it is only looked whether it can be taken. Without a role the keyUsage of its certificate says, else
+/// it signs.
+[[nodiscard]] KeyManagerResult importKeyInto(KeyManager& keys, const PrivateKey& key, const CertList& certificates,
+                                             std::optional<KeyRole> role, bool write = true);
 
 }  // namespace crv

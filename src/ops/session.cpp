@@ -81,6 +81,19 @@ void demandKeys(KeyManagerResult result) {
     throw OpError(OpFault::KeyStoreFailed, status, code, resultText(result));
 }
 
+void restoreFormerFile(const std::string& file, const std::string& name, const SecretText& password, bool write) {
+    const auto history = historyOf(file);
+    const auto former = std::ranges::find(history, name, &FormerFile::name);
+    if (former == history.end()) throw OpError(OpFault::ObjectMissing, historyFolder(file) + name);
+    const Bytes octets = importFile(former->path);
+    MemoryFile memory(octets);
+    demandKeys(checkPasswdGF(memory, password));
+    if (!write) return;
+    const bool kept = !fileExists(file) || keepFormer(file, importFile(file), history.size() + 1);
+    if (!kept) demandKeys(kKmHistoryFailed);
+    if (!writeFileAtomically(file, octets, {.mode = WriteMode::Secret})) demandKeys(kKmWriteFailed);
+}
+
 Session::Session(FoundProfile found, const OpMode& mode) : mode_(mode), context_(std::make_unique<CRVctx>()) {
     context_->setProfile(std::move(found.profile));
 }
@@ -196,18 +209,8 @@ void Session::protect(bool strong) {
 
 void Session::restoreFormer(const std::string& name, const SecretText& password) {
     demandFileProfile();
-    const std::string file = configuration().securityFileName();
-    const auto history = historyOf(file);
-    const auto former = std::ranges::find(history, name, &FormerFile::name);
-    if (former == history.end()) throw OpError(OpFault::ObjectMissing, historyFolder(file) + name);
     if (!mode_.dryRun) lock();
-    const Bytes octets = importFile(former->path);
-    MemoryFile memory(octets);
-    demandKeys(checkPasswdGF(memory, password));
-    if (mode_.dryRun) return;
-    const bool kept = !fileExists(file) || keepFormer(file, importFile(file), history.size() + 1);
-    if (!kept) demandKeys(kKmHistoryFailed);
-    if (!writeFileAtomically(file, octets, {.mode = WriteMode::Secret})) demandKeys(kKmWriteFailed);
+    restoreFormerFile(configuration().securityFileName(), name, password, !mode_.dryRun);
 }
 
 void Session::changePin(const SecretText& pin) {

@@ -14,6 +14,11 @@ namespace crv {
 /// Throws OpError (KeyStoreFailed) with what the result means, unless it is a success.
 void demandKeys(KeyManagerResult result);
 
+/// Puts a former file of a security file, by its name in the history, in its place; the one of now goes into the
+/// history, of which nothing is deleted. The password is that of the former file. The caller holds the lock; without
+/// `write` it is only looked whether it can be done. Throws OpError: ObjectMissing, KeyStoreFailed.
+void restoreFormerFile(const std::string& file, const std::string& name, const SecretText& password, bool write = true);
+
 /// Opening for reading writes nothing: the key store is deciphered and no seed is stored, so it works on read-only
 /// media. A change holds the lock on the key store from the log-in to the end of the object; a dry run only reads.
 class Session {
@@ -51,8 +56,7 @@ class Session {
     void changePassword(const SecretText& password);
     /// Gives the security file, open for a change, the strong protection or the compatible one.
     void protect(bool strong);
-    /// Puts a former security file, by its name in the history, back; the one of now goes into the history, of which
-    /// nothing is deleted. The key store need not be open. The password is that of the former file. ObjectMissing.
+    /// As restoreFormerFile, with the lock. The key store need not be open.
     void restoreFormer(const std::string& name, const SecretText& password);
 
     /// Throws OpError (DatabaseMissing, DatabaseFailed) unless the database is there.

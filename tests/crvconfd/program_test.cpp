@@ -242,7 +242,7 @@ TEST_F(Selection, NothingToChooseFromAndABrokenListEndTheProgram) {
     none.send("n");
     EXPECT_EQ(none.waitExit(), 0);
     const std::string file = dir.file(".crvprofiles.conf"), searched = "\nSzukano w: " + file;
-    EXPECT_EQ(none.errors(), "Brak zdefiniowanych profili." + searched + " (nie ma pliku)\n");
+    EXPECT_EQ(none.errors(), "Brak zdefiniowanych profili." + searched + " (nie ma takiego pliku)\n");
     writeFile(file, "\n\nbroken\n");
     ScreenProgram broken = open({"-user"});
     broken.waitFor("Plik: ~/.crvprofiles.conf: Blad skladni w linii: 3");

@@ -217,6 +217,50 @@ TEST_F(MenuScreen, CryptographicSettingsAreShownAgainAfterReopening) {
     for (int i = 0; i < 3; ++i) expectRow("", 2 + i, rows[i]);
 }
 
+TEST_F(MenuScreen, KeysLeaveComeAndGoAndFormerFilesComeBack) {
+    start();
+    play({{kSelection, "\r"}, {kNoDatabase, "t"}, {"M: utwórz z mocną ochroną", "xm"}});
+    const Steps creation = fileCreation();
+    play({creation.begin() + 1, creation.end()});
+    EXPECT_EQ(leave(), 0);
+    EXPECT_NE(run("openssl pkcs12 -in praca.p12 -info -noout -passin pass:" + kPassword + " 2>&1").find("PBKDF2"),
+              std::string::npos);
+    prepareKey(true);
+    open("14");
+    const std::string keysList = "Klucze w pliku bezpieczeństwa",
+                      name = "Podaj nazwę pliku z kluczem:", other = "Inne-haslo1";
+    play({{"Certyfikat klucza podpisującego", "o"},
+          {keysList, "e"},
+          {"w osobnym pliku (t/n)?", "t"},
+          {"czy PEM?", "e"}});
+    play({{name, "~/brak/żółty.pem\r"}, {"Hasło nowego pliku:", other + "\r"}, {kRepeat, other + "\r"}});
+    play({{"Nie mogę otworzyć pliku: ~/brak/żółty.pem (nie ma takiego pliku)", " "}, {keysList, "e"}, {"(t/n)?", "t"}});
+    play({{"czy PEM?", "P"},
+          {name, "~/klucz żółty.p12\r"},
+          {"Hasło nowego pliku:", other + "\r"},
+          {kRepeat, other + "\r"}});
+    play({{"Klucz został zapisany", " "}, {keysList, "u"}, {"UŻYCIU", "n"}, {keysList, "u"}, {"UŻYCIU", "t"}});
+    play({{"na dobre", "n"}, {keysList, "u"}, {"UŻYCIU", "t"}, {"na dobre", "t"}, {"Klucz usunięty", " "}});
+    play({{"Brak kluczy", "i"}, {name, "~/klucz żółty.p12\r"}, {"Hasło tego pliku:", kPassword + "\r"}, {"asło", " "}});
+    play({{"Brak kluczy", "i"},
+          {name, keys::kUp + "\r"},
+          {"Hasło tego pliku:", other + "\r"},
+          {"profilu: 1 (t/n)?", "t"}});
+    play({{"Wczytano kluczy: 1", " "}, {"Użytkownik", "i"}, {name, keys::kUp + "\r"}, {"Hasło tego", other + "\r"}});
+    play({{"(t/n)?", "t"},
+          {"Ten klucz już jest w profilu", " "},
+          {"Użytkownik", "u"},
+          {"(t/n)?", "t"},
+          {"na dobre", "t"}});
+    play({{"usunięty", " "}, {"Brak kluczy", "h"}, {"Poprzednie pliki", "p"}, {"Wrócić do pliku z", "t"}});
+    play({{"Hasło, które plik miał wtedy:", kPassword + "\r"}, {"Otwórz profil jeszcze raz", " "}});
+    logIn();
+    EXPECT_NE(screen->row(3).find("Użytkown"), std::string::npos) << screen->picture();
+    EXPECT_EQ(leave(), 0);
+    const std::string read = run("openssl pkcs12 -in 'klucz żółty.p12' -nodes -passin pass:" + other);
+    EXPECT_NE(read.find("BEGIN PRIVATE KEY"), std::string::npos);
+}
+
 // Browsers.
 
 TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {

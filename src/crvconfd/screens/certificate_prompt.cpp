@@ -4,6 +4,7 @@
 #include "crvconfd/screens/crt_text.h"
 #include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/session/context.h"
+#include "crvconfd/session/messages.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "crypto/kc_hash.h"
 #include "misc/exceptions.h"
@@ -19,7 +20,7 @@ CertList certificatesIn(const TypedFile& file) {
     try {
         certs = crtManager->readCerts(file.path);
     } catch (const StoreError&) {
-        errInfo(kMessageRow, "Błąd otwarcia pliku %s !!!", file.typed.c_str());
+        showFileFailure("Błąd otwarcia pliku %s !!!", file.typed, openError(file.path));
         return {};
     }
     if (certs.empty()) errInfo(kMessageRow, "Plik %s nie zawiera poprawnego certyfikatu !!!", file.typed.c_str());

@@ -55,7 +55,7 @@ void showSummary(const std::string& text) {
 void showFailure(TransferEnd end, const TypedFile& file, const char* databaseText) {
     switch (end) {
         case TransferEnd::NotOpened:
-            return errInfo(kMessageRow, kNotOpened, file.typed.c_str());
+            return showFileFailure(kNotOpened, file.typed, openError(file.path));
         case TransferEnd::NotWritten:
             return errInfo(kMessageRow, "Błąd zapisu pliku %s !!!", file.typed.c_str());
         default:
@@ -104,7 +104,7 @@ void insertCrl(ByteView der) {
 void importCrl(const TypedFile& file) {
     Bytes der;
     if (!RevocationManager::readCrl(file.path, der))
-        return errInfo(kMessageRow, "Błąd otwarcia pliku %s", file.typed.c_str());
+        return showFileFailure("Błąd otwarcia pliku %s", file.typed, openError(file.path));
     if (SignedCertRevList crl; !crl.readExactly(der, ASN_FLAG_CONST))
         return errInfo(kMessageRow, "Błędny format listy CRL !!!");
     const int code = revManager->verify(der, std::time(nullptr));

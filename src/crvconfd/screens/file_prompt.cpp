@@ -5,6 +5,7 @@
 #include "crvconfd/engines/name_keys.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/current_profile.h"
+#include "crvconfd/session/messages.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "misc/path.h"
 #include "ops/file_guard.h"
@@ -40,6 +41,11 @@ bool mayWrite(const TypedFile& file) {
             break;
     }
     return !verdict.exists || displCentQuestion(kMessageRow, "Plik już istnieje. Czy chcesz go zastąpić (t/n)?") == 1;
+}
+
+void showWriteFailure(const WriteResult& result, const std::string& name) {
+    const bool opening = result.failed == WriteStep::Open;
+    showFileFailure(opening ? "Nie mogę otworzyć pliku: %s" : "Błąd zapisu pliku: %s", name, result.error);
 }
 
 }  // namespace crv

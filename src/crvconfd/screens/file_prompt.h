@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+#include "misc/atomic_write.h"
+
 namespace crv {
 
 struct TypedFile {
@@ -21,5 +23,8 @@ constexpr size_t kLongestFileName = 1023;
 /// Whether exports, saved certificates and requests may go there: what belongs to a profile or holds keys is refused
 /// with the reason, and any other file is replaced only when the user says so.
 [[nodiscard]] bool mayWrite(const TypedFile& file);
+
+/// Says why a file was not written.
+void showWriteFailure(const WriteResult& result, const std::string& name);
 
 }  // namespace crv

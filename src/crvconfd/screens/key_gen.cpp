@@ -263,10 +263,9 @@ CrtRequestParams requestOf(const KeyGenParams& params) {
 /// Writes the request; a failure is shown and false.
 bool writeRequest(const TypedFile& file, const Bytes& request) {
     if (!mayWrite(file)) return false;
-    const WriteStep failed = writeFileAtomically(file.path, request, {WriteMode::KeepOrCommon, true}).failed;
-    if (failed == WriteStep::None) return true;
-    errInfo(kMessageRow, failed == WriteStep::Open ? "Nie mogę otworzyć pliku: %s" : "Błąd zapisu pliku: %s",
-            file.typed.c_str());
+    const WriteResult written = writeFileAtomically(file.path, request, {WriteMode::KeepOrCommon, true});
+    if (written) return true;
+    showWriteFailure(written, file.typed);
     return false;
 }
 

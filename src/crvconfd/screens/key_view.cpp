@@ -6,6 +6,7 @@
 #include "crvconfd/screens/cert_view.h"
 #include "crvconfd/screens/crt_text.h"
 #include "crvconfd/screens/key_gen.h"
+#include "crvconfd/screens/key_store_view.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "crypto/sign_algo_map.h"
@@ -49,6 +50,7 @@ class KeyView {
     void run() {
         const auto withCertificate = [this] { return certificate_ != nullptr; };
         const auto withKey = [this] { return wholeUse(*keyManager, use_).has_value(); };
+        const auto isFile = [] { return cfgManager->keyMedium() == KeyMedium::File; };
         view_.gap = "  ";
         view_.actions = {
             {'d', "~Dane", false, [this](size_t) { turnTo(dataLines(*certificate_)); }, withCertificate},
@@ -57,6 +59,7 @@ class KeyView {
             {'k', "~Klucze", false, [this](size_t) { turnTo(keyLines(roleOf(use_))); }, withKey},
             {'g', "Z~głoszenie", false, [this](size_t) { saveRequestAgain(use_); }, withKey},
             {'m', "Wy~mień klucz", false, [this](size_t) { replace(); }, withKey},
+            {'o', "~Obsługa", false, [this](size_t) { handleKeys(); }, isFile},
             {'s', "Zapi~sz", false, [this](size_t) { saveCertificateToFile(*certificate_); }, withCertificate}};
         runTextView(view_);
     }
@@ -73,6 +76,12 @@ class KeyView {
     void turnTo(std::vector<std::string> page) {
         if (page != view_.lines) view_.top = 0;
         view_.lines = std::move(page);
+    }
+
+    /// What is left of the keys is shown, a key without a use as none.
+    void handleKeys() {
+        OnKeyStore();
+        refresh();
     }
 
     void replace() {

@@ -1,5 +1,7 @@
 #include "crvconfd/screens/open_profile.h"
 
+#include <cstdlib>
+
 #include "config/configuration_manager.h"
 #include "context/crvctx.h"
 #include "corvane/crvapi.h"
@@ -11,6 +13,8 @@
 #include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "db_sql/db_manager.h"
+#include "misc/ascii.h"
+#include "misc/c_string.h"
 
 namespace crv {
 
@@ -166,6 +170,20 @@ void showDatabaseReason() {
     errInfo(kMessageRow, "%s", printable(failure.substr(failure.find('\n') + 1)).c_str());
 }
 
+/// 't', 'm' (with the strong protection) or 'n'.
+char askForCreation() {
+    displCentText(kFooterRow, "M: utwórz z mocną ochroną (starsze wersje pakietu takiego pliku nie otworzą)");
+    int answer = -1;
+    while (answer < 0) {
+        clrToEol(kMessageRow, 0);
+        answer = displCentQuestion(
+            kMessageRow, "Plik bezpieczeństwa pakietu nie istnieje. Czy chcesz go utworzyć (t/n) ?", "tTmMnN");
+    }
+    clrToEol(kFooterRow, 0);
+    clrToEol(kMessageRow, 0);
+    return asciiLower(static_cast<char>(answer));
+}
+
 }  // namespace
 
 bool createDB() {
@@ -192,11 +210,12 @@ bool createDB() {
 }
 
 bool createPfx() {
-    if (displCentQuestion(kMessageRow, "Plik bezpieczeństwa pakietu nie istnieje. Czy chcesz go utworzyć (t/n) ?") == 0)
-        return false;
+    const char answer = askForCreation();
+    if (answer == 'n') return false;
     SecretText password;
     if (!chooseFirstPassword(password)) return false;
     keyManager->beginNewProfile();
+    keyManager->protectStrongly(answer == 'm' || viewOrEmpty(std::getenv("CRV_STORE_PROTECTION")) == "strong");
     // The sign in the text stands where the other copies have "ę".
     if (!seedFromKeystrokes("Brak pami©ci")) return false;
     cfgManager->resetRecord();

@@ -22,17 +22,17 @@ bool readPassword(const char* prompt, SecretText& password, int size) {
     return read(prompt, password, size);
 }
 
-bool readNewPassword(SecretText& password, int size, bool emptyLeaves) {
+bool readNewPassword(SecretText& password, int size, bool emptyLeaves, const char* prompt) {
     const auto isGood = [emptyLeaves](const char* typed) {
         return (*typed == 0 && emptyLeaves) || goodPassQuality(typed) == 1;
     };
-    return read("Wprowadź nowe hasło dostępu:", password, size, isGood) && !password.empty();
+    return read(prompt, password, size, isGood) && !password.empty();
 }
 
-bool chooseFirstPassword(SecretText& password) {
+bool chooseFirstPassword(SecretText& password, const char* prompt) {
     SecretText repeated;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        if (!readNewPassword(password, kMostPassword, false)) return false;
+        if (!readNewPassword(password, kMostPassword, false, prompt)) return false;
         if (!readPassword("Powtórz hasło:", repeated)) return false;
         if (repeated == password) return true;
         errInfo(kMessageRow, "Niepoprawne powtórzenie hasła");

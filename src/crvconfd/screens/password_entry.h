@@ -14,9 +14,10 @@ inline constexpr int kMostPassword = 255;
 
 /// A new password that keeps the rules, at most size - 1 bytes as typed; asked again until it does. False on Escape and
 /// on an empty entry when emptyLeaves.
-[[nodiscard]] bool readNewPassword(SecretText& password, int size, bool emptyLeaves);
+[[nodiscard]] bool readNewPassword(SecretText& password, int size, bool emptyLeaves,
+                                   const char* prompt = "Wprowadź nowe hasło dostępu:");
 
-/// The password of a new security file, typed twice; three attempts at the repetition. Says itself what is wrong.
-[[nodiscard]] bool chooseFirstPassword(SecretText& password);
+/// The password of a new file, typed twice; three attempts at the repetition. Says itself what is wrong.
+[[nodiscard]] bool chooseFirstPassword(SecretText& password, const char* prompt = "Wprowadź nowe hasło dostępu:");
 
 }  // namespace crv

@@ -9,6 +9,7 @@
 #include "config/configuration_manager.h"
 #include "corvane/crvprofile.h"
 #include "crvconfd/engines/text_view.h"
+#include "crvconfd/screens/key_store_view.h"
 #include "crvconfd/session/context.h"
 #include "keystore/key_manager.h"
 #include "misc/hex.h"
@@ -112,7 +113,10 @@ void OnProfileDetails(const CrvProfile* profile) {
     // What the tokens at work say of themselves.
     if (!profile)
         for (const auto& [name, value] : keyManager->mediumDetails()) addField(lines, name, value);
-    runTextView({"Szczegóły profilu", std::move(lines)});
+    TextView view{"Szczegóły profilu", std::move(lines)};
+    if (!profile && cfgManager->keyMedium() == KeyMedium::File)
+        view.actions = {{'o', "~Obsługa kluczy", false, [](size_t) { OnKeyStore(); }}};
+    runTextView(view);
 }
 
 }  // namespace crv

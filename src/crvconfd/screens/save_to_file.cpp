@@ -12,15 +12,14 @@ bool saveToFile(const std::string& name, const ASNobject& object) {
     const TypedFile file{name, expandHome(name)};
     if (!mayWrite(file)) return false;
     Bytes encoding;
-    WriteStep failed = WriteStep::Write;
+    WriteResult written{.failed = WriteStep::Write};
     if (object.writeToVector(encoding))
-        failed = writeFileAtomically(file.path, encoding, {WriteMode::KeepOrCommon, true}).failed;
-    if (failed == WriteStep::None) {
+        written = writeFileAtomically(file.path, encoding, {WriteMode::KeepOrCommon, true});
+    if (written) {
         displCentInfo(kMessageRow, "Plik został zapisany", 2);
         return true;
     }
-    errInfo(kMessageRow, failed == WriteStep::Open ? "Nie mogę otworzyć pliku: %s" : "Błąd zapisu pliku: %s",
-            name.c_str());
+    showWriteFailure(written, name);
     return false;
 }
 

@@ -1,6 +1,11 @@
 #include "crvconfd/session/messages.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <system_error>
 #include <utility>
 
 #include "context/crvctx.h"
@@ -10,6 +15,7 @@
 #include "crvconfd/toolkit/toolkit.h"
 #include "db_sql/db_manager.h"
 #include "misc/exceptions.h"
+#include "misc/file_ops.h"
 
 namespace crv {
 
@@ -44,6 +50,40 @@ std::string reasonFirst(const std::string& text) {
     const size_t reason = text.rfind(": ", text.rfind(" w linii: "));
     if (!text.starts_with(kFile) || reason == std::string::npos || reason < kFile.size()) return text;
     return text.substr(reason + 2) + ", plik: " + text.substr(kFile.size(), reason - kFile.size());
+}
+
+std::string systemReason(int error) {
+    static constexpr CodeText kReasons[] = {
+        {ENOENT, "nie ma takiego pliku"},   {EACCES, "brak praw dostępu"},
+        {EPERM, "brak praw dostępu"},       {EISDIR, "to jest katalog"},
+        {ENOTDIR, "nie ma katalogu"},       {ENOSPC, "brak miejsca na dysku"},
+        {EDQUOT, "przekroczony przydział"}, {EROFS, "system plików tylko do odczytu"},
+        {EFBIG, "plik byłby za duży"},      {ENAMETOOLONG, "nazwa jest za długa"},
+        {ELOOP, "pętla dowiązań"},          {EIO, "błąd urządzenia"},
+    };
+    const char* text = findText(kReasons, error);
+    return text ? text : std::system_category().message(error);
+}
+
+int openError(const std::string& path) {
+    const FileDescriptor file(fileOps().open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.valid()) return errno;
+    struct stat info {};
+    return fileOps().fstat(file.get(), &info) == 0 && S_ISDIR(info.st_mode) ? EISDIR : 0;
+}
+
+void showFileFailure(const char* format, const std::string& name, int error) {
+    std::string text = format;
+    if (const size_t mark = text.find("%s"); mark != std::string::npos) text.replace(mark, 2, name);
+    note(text + " (" + std::to_string(error) + ")");
+    const std::string reason = error == 0 ? std::string() : " (" + systemReason(error) + ")";
+    if (columnsOf(text + reason) <= static_cast<size_t>(screenColumns()))
+        return errInfo(kMessageRow, "%s%s", text.c_str(), reason.c_str());
+    constexpr BottomRow kReasonAbove{22};
+    clrToEol(kReasonAbove, 0);
+    displCentText(kReasonAbove, "%s", systemReason(error).c_str());
+    errInfo(kMessageRow, "%s", text.c_str());
+    clrToEol(kReasonAbove, 0);
 }
 
 void note(const std::string& line) {

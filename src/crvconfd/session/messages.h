@@ -32,6 +32,14 @@ inline constexpr const char* kDatabaseFailed = "Błąd bazy danych";
 /// Shows the text with what the database said last of the cause, where that helps; a lack of memory has its own.
 void showDatabaseFailure(const char* text = kDatabaseFailed, const char* noMemoryText = "Brak pamięci");
 
+/// Why the system refused something, in Polish where it is frequent.
+[[nodiscard]] std::string systemReason(int error);
+/// Why a file cannot be opened for reading, as errno; 0 when it can.
+[[nodiscard]] int openError(const std::string& path);
+/// Shows a text with the file's name in it (a format with one "%s"), and the system's reason for an errno behind it, or
+/// on the row above where it has no room.
+void showFileFailure(const char* format, const std::string& name, int error);
+
 /// What to tell the user of an exception: its own text, or for a bare library code the code's text.
 [[nodiscard]] std::string failureText(const std::exception& failure);
 /// The same for a terminal: of a fault in a profile list the reason and the line come before the path.

@@ -2,8 +2,8 @@
 
 #include <array>
 #include <cerrno>
-#include <system_error>
 
+#include "crvconfd/session/messages.h"
 #include "crvconfd/toolkit/encoding.h"
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
@@ -65,8 +65,7 @@ std::string searchedLists(AvailableProfiles kind, const char* file) {
         const std::string path = expandHome(CrvProfile::getCfgFileName(media, media == ProfileMedia::File ? file : ""));
         struct stat info {};
         const bool there = fileOps().stat(path, &info) == 0;
-        const std::string why = errno == ENOENT ? "nie ma pliku" : std::system_category().message(errno);
-        text += (text.empty() ? "" : "\n") + ("Szukano w: " + path + (there ? "" : " (" + why + ")"));
+        text += (text.empty() ? "" : "\n") + ("Szukano w: " + path + (there ? "" : " (" + systemReason(errno) + ")"));
     }
     return text;
 }

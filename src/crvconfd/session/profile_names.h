@@ -14,7 +14,7 @@ namespace crv {
 void readProfileList(std::vector<std::string>& list, AvailableProfiles kind, int& userCount, const char* file);
 
 /// The lists of a kind that were looked for, for a user who misses something in them: "Szukano w: <path> (nie ma
-/// pliku)", one a line.
+/// takiego pliku)", one a line.
 [[nodiscard]] std::string searchedLists(AvailableProfiles kind, const char* file);
 
 /// The lists of a kind as the -list option prints them, converted for display.

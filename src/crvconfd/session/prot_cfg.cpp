@@ -43,6 +43,12 @@ constexpr CodeText kSaveTexts[] = {
     {kKmKeyHasTwoNames, "Wykryty klucz recertyfikowany dla różnych identyfikatorów wyróżniających !!!"},
 };
 
+/// What only changes of single keys answer.
+constexpr CodeText kChangeTexts[] = {
+    {kKmKeyExists, "Ten klucz już jest w profilu"},
+    {kKmNotOnThisMedium, "Klucz nie może opuścić swojego nośnika"},
+};
+
 }  // namespace
 
 KeyStoreAccess keyStoreAccess() {
@@ -64,6 +70,13 @@ bool storePin(PinSlot slot, const SecretText& pin) {
                 static_cast<unsigned>(code));
     }
     return false;
+}
+
+void showKeyStoreFailure(KeyManagerResult result) {
+    const char* text = findText(kSaveTexts, result);
+    if (!text) text = findText(kChangeTexts, result);
+    note(std::string(resultText(result)) + " (" + std::to_string(result) + ")");
+    warnInfo(kMessageRow, "%s", text ? text : crvErrorTextAPI(crvCtx, libraryCode(result)));
 }
 
 bool writeProtCfg() {

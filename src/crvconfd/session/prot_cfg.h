@@ -21,6 +21,9 @@ inline constexpr const char* kReadOnlyText = "Plik bezpieczeństwa otwarto tylko
 /// false then.
 [[nodiscard]] bool storePin(PinSlot slot, const SecretText& pin);
 
+/// Says why a change of the key store failed, until a key: it is not in the file.
+void showKeyStoreFailure(KeyManagerResult result);
+
 /// Saves keys and configuration. Says itself what went wrong; false then.
 [[nodiscard]] bool writeProtCfg();
 

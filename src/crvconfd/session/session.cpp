@@ -4,6 +4,7 @@
 
 #include "context/crvctx.h"
 #include "crvconfd/screens/key_gen.h"
+#include "crvconfd/screens/key_store_view.h"
 #include "crvconfd/screens/menus.h"
 #include "crvconfd/screens/net_screens.h"
 #include "crvconfd/screens/open_profile.h"
@@ -80,9 +81,13 @@ void runSession(std::unique_ptr<CrvProfile> profile, ProfileSource source) {
     if (!createDB() || !openKeys()) return;
     rememberEnds();
     const CrlKeeper keeper;
-    OnMainMenu();
-    offerUnsavedKey();
-    rememberEnds();
+    try {
+        OnMainMenu();
+        offerUnsavedKey();
+        rememberEnds();
+    } catch (const SessionOver&) {
+        // The file under it is another one now.
+    }
 }
 
 /// The selection; which lists it reads is told at the end when one cannot be read.

@@ -1,0 +1,77 @@
+#include "crvconfd/screens/former_files.h"
+
+#include <algorithm>
+
+#include "config/configuration_manager.h"
+#include "corvane/crvapi.h"
+#include "crvconfd/engines/screen.h"
+#include "crvconfd/screens/key_store_view.h"
+#include "crvconfd/screens/password_entry.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/session/messages.h"
+#include "crvconfd/session/prot_cfg.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "keystore/file_history.h"
+#include "keystore/key_manager.h"
+#include "ops/op_error.h"
+#include "ops/session.h"
+
+namespace crv {
+
+namespace {
+
+/// "20271122T155901Z-3.p12" as "2027.11.22 15:59:01 UTC".
+std::string momentOf(const std::string& name) {
+    constexpr size_t kDigits = 15;
+    if (name.size() < kDigits) return name;
+    const auto part = [&](size_t at, size_t count) { return name.substr(at, count); };
+    return part(0, 4) + "." + part(4, 2) + "." + part(6, 2) + " " + part(9, 2) + ":" + part(11, 2) + ":" + part(13, 2) +
+           " UTC";
+}
+
+/// Under the lock. False after a message, or when the user thinks better of it.
+bool restore(const FormerFile& former) try {
+    const std::string question = "Wrócić do pliku z " + momentOf(former.name) + " (t/n)?";
+    if (displCentQuestion(kMessageRow, question.c_str()) == 0) return false;
+    SecretText password;
+    if (!readPassword("Hasło, które plik miał wtedy:", password)) return false;
+    const KeyStoreAccess access = keyStoreAccess();
+    KeyStoreLock lock(access);
+    if (const KeyManagerResult result = lock.take(); result != kKmOk) {
+        showKeyStoreFailure(result);
+        return false;
+    }
+    restoreFormerFile(cfgManager->securityFileName(), former.name, password);
+    note("Przywrócono plik " + former.path);
+    return true;
+} catch (const OpError& error) {
+    const bool gone = error.fault() == OpFault::ObjectMissing;
+    warnInfo(kMessageRow, "%s", gone ? "Tego pliku już nie ma" : crvErrorTextAPI(crvCtx, error.code()));
+    return false;
+}
+
+}  // namespace
+
+void OnFormerFiles() {
+    std::vector<FormerFile> files;
+    bool restored = false;
+    const auto items = [&files] {
+        files = historyOf(cfgManager->securityFileName());
+        std::ranges::reverse(files);
+        std::vector<std::string> rows;
+        for (const FormerFile& one : files)
+            rows.push_back(momentOf(one.name) + "   " + std::to_string(one.size) + " B");
+        return rows;
+    };
+    const auto putBack = [&](size_t index) { restored = restore(files[index]); };
+    runScreen({.draw = drawTitle("Poprzednie pliki bezpieczeństwa"),
+               .items = items,
+               .empty = "Brak poprzednich plików",
+               .actions = {{'p', "~Przywróć", true, putBack}},
+               .done = [&restored] { return restored; }});
+    if (!restored) return;
+    warnInfo(kMessageRow, "Plik przywrócony, poprzedni został w historii. Otwórz profil jeszcze raz.");
+    throw SessionOver();
+}
+
+}  // namespace crv

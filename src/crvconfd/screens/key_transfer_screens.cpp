@@ -1,0 +1,104 @@
+#include "crvconfd/screens/key_transfer_screens.h"
+
+#include "asn/x509/signed_certificate.h"
+#include "corvane/crvapi.h"
+#include "crvconfd/engines/screen.h"
+#include "crvconfd/screens/file_prompt.h"
+#include "crvconfd/screens/password_entry.h"
+#include "crvconfd/session/context.h"
+#include "crvconfd/session/messages.h"
+#include "crvconfd/session/prot_cfg.h"
+#include "crvconfd/toolkit/toolkit.h"
+#include "keystore/key_manager.h"
+#include "misc/atomic_write.h"
+#include "misc/hex.h"
+#include "ops/export_file.h"
+#include "ops/key_transfer.h"
+#include "ops/op_error.h"
+#include "pki/certificate_manager.h"
+
+namespace crv {
+
+namespace {
+
+constexpr CodeText kTransferTexts[] = {
+    {static_cast<int>(OpFault::FileMissing), "Nie ma takiego pliku"},
+    {static_cast<int>(OpFault::FileUnreadable), "Błąd odczytu pliku"},
+    {static_cast<int>(OpFault::BadFile), "Plik nie zawiera klucza prywatnego, który można odczytać"},
+};
+
+void tellFailure(const OpError& error) {
+    const char* text = findText(kTransferTexts, static_cast<int>(error.fault()));
+    note(std::string("Klucze z pliku: ") + error.what());
+    warnInfo(kMessageRow, "%s", text ? text : crvErrorTextAPI(crvCtx, error.code()));
+}
+
+/// Nothing after Escape.
+std::optional<KeyFileFormat> askForFormat() {
+    const int key = displCentQuestion(kMessageRow, "Plik ~PKCS#12 czy P~EM?", "pPeE");
+    clrToEol(kMessageRow, 0);
+    if (key < 0) return std::nullopt;
+    return isLetter(key, 'e') ? KeyFileFormat::Pem : KeyFileFormat::Pkcs12;
+}
+
+/// Certificates of authorities belong into the database, the user's came with the keys.
+void storeAuthorities(const CertList& certificates) {
+    CrtDb database = crtManager->db();
+    for (const CertPtr& one : certificates)
+        if (one->isCaCrt() && !database.insert(*one)) return showDatabaseFailure();
+}
+
+/// Under the lock of the security file; how many were taken before one was refused.
+KeyManagerResult takeKeys(const KeysOfFile& found, size_t& taken) {
+    const KeyStoreAccess access = keyStoreAccess();
+    KeyStoreLock lock(access);
+    KeyManagerResult result = lock.take();
+    if (result != kKmOk) return result;
+    for (const PrivateKey& key : found.keys) {
+        result = importKeyInto(*keyManager, key, found.certificates, std::nullopt);
+        if (result != kKmOk) break;
+        note("Wczytano klucz " + toHex(key.keyId()));
+        ++taken;
+    }
+    return lock.release(result);
+}
+
+}  // namespace
+
+void exportKeyToFile(size_t index) try {
+    const StoredKey key = keyManager->keys()[index];
+    if (displCentQuestion(kMessageRow, "Zapisać klucz prywatny w osobnym pliku (t/n)?") == 0) return;
+    const auto format = askForFormat();
+    if (!format) return;
+    const auto file = askForFile("Podaj nazwę pliku z kluczem: ");
+    if (!file || file->typed.empty() || !mayWrite(*file)) return;
+    SecretText password;
+    if (!chooseFirstPassword(password, "Hasło nowego pliku:")) return;
+    const SecretBytes octets = exportedKey(key, chainOf(*crtManager, *keyManager, key), *format, password);
+    const WriteResult written = writeFileAtomically(file->path, octets, {.mode = WriteMode::Secret});
+    if (!written) return showWriteFailure(written, file->typed);
+    note("Zapisano klucz " + toHex(key.key->keyId()) + ": " + file->path);
+    displCentInfo(kMessageRow, "Klucz został zapisany", 2);
+} catch (const OpError& error) {
+    tellFailure(error);
+}
+
+void importKeysFromFile() try {
+    const auto file = askForFile("Podaj nazwę pliku z kluczem: ");
+    if (!file || file->typed.empty()) return;
+    const Bytes octets = importFile(file->path);
+    SecretText password;
+    if (!readPassword("Hasło tego pliku:", password)) return;
+    const KeysOfFile found = keysOfFile(octets, password);
+    const std::string question = "Wczytać klucze do profilu: " + std::to_string(found.keys.size()) + " (t/n)?";
+    if (displCentQuestion(kMessageRow, question.c_str()) == 0) return;
+    size_t taken = 0;
+    const KeyManagerResult result = takeKeys(found, taken);
+    if (taken > 0) storeAuthorities(found.certificates);
+    if (result != kKmOk) return showKeyStoreFailure(result);
+    displCentInfo(kMessageRow, ("Wczytano kluczy: " + std::to_string(taken)).c_str(), 2);
+} catch (const OpError& error) {
+    tellFailure(error);
+}
+
+}  // namespace crv
