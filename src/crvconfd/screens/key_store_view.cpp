@@ -19,7 +19,7 @@ namespace crv {
 
 namespace {
 
-constexpr size_t kRoleWidth = 16, kAlgorithmWidth = 15, kIdWidth = 9;
+constexpr size_t kRoleWidth = 16, kAlgorithmWidth = 20, kIdWidth = 9;
 /// Octets of a key's identifier that a row shows.
 constexpr size_t kShownId = 4;
 
