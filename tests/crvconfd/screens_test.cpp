@@ -17,7 +17,8 @@ using Command = std::tuple<std::string, int, std::string>;  ///< what is typed, 
 
 const Command kCommands[] = {
     {"", 20, std::string(31, ' ') + "Generuj   Wyjście"},
-    {"xbruF", 9, " Format pliku tworzonego zgłoszenia certyfikacyjnego:  binarny (DER)"},
+    {"?", 3, "  D" + std::string(31, ' ') + "Długość klucza w bitach:"},
+    {" xbruF", 9, " Format pliku tworzonego zgłoszenia certyfikacyjnego:  binarny (DER)"},
     {"", 10, ""},
     {"f", 9, " Format pliku tworzonego zgłoszenia certyfikacyjnego:  tekstowy (PEM)"},
     {"A", 20, "  Wybór: klawisze nawigacyjne, spacja, +, -; Esc,W: koniec, Enter: zatwierdź"},
@@ -218,13 +219,6 @@ TEST_F(MenuScreen, CryptographicSettingsAreShownAgainAfterReopening) {
 }
 
 TEST_F(MenuScreen, KeysLeaveComeAndGoAndFormerFilesComeBack) {
-    start();
-    play({{kSelection, "\r"}, {kNoDatabase, "t"}, {"M: utwórz z mocną ochroną", "xm"}});
-    const Steps creation = fileCreation();
-    play({creation.begin() + 1, creation.end()});
-    EXPECT_EQ(leave(), 0);
-    EXPECT_NE(run("openssl pkcs12 -in praca.p12 -info -noout -passin pass:" + kPassword + " 2>&1").find("PBKDF2"),
-              std::string::npos);
     prepareKey(true);
     open("14");
     const std::string keysList = "Klucze w pliku bezpieczeństwa",
@@ -259,6 +253,15 @@ TEST_F(MenuScreen, KeysLeaveComeAndGoAndFormerFilesComeBack) {
     EXPECT_EQ(leave(), 0);
     const std::string read = run("openssl pkcs12 -in 'klucz żółty.p12' -nodes -passin pass:" + other);
     EXPECT_NE(read.find("BEGIN PRIVATE KEY"), std::string::npos);
+
+    std::filesystem::remove(file("praca.p12"));
+    start();
+    const Steps creation = fileCreation();
+    play({{kSelection, "\r"}, {"M: utwórz z mocną ochroną", "xm"}});
+    play({creation.begin() + 1, creation.end()});
+    EXPECT_EQ(leave(), 0);
+    EXPECT_NE(run("openssl pkcs12 -in praca.p12 -info -noout -passin pass:" + kPassword + " 2>&1").find("PBKDF2"),
+              std::string::npos);
 }
 
 // Browsers.

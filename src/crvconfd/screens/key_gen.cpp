@@ -7,6 +7,7 @@
 
 #include "asn/x509/sign_algo.h"
 #include "config/configuration_manager.h"
+#include "crvconfd/engines/list_search.h"
 #include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/session/context.h"
@@ -15,6 +16,7 @@
 #include "crvconfd/toolkit/toolkit.h"
 #include "keystore/crt_request.h"
 #include "keystore/key_pairing.h"
+#include "misc/ascii.h"
 #include "misc/atomic_write.h"
 #include "misc/path.h"
 #include "ops/key_plan.h"
@@ -181,10 +183,32 @@ void drawEnds() {
 /// Shows a list over the options; W leaves it like Escape. The index chosen, or -1.
 int chooseFrom(const KeyGenParams& params, const std::vector<std::string>& items, size_t selected) {
     ShowKeyGenMenu(params, true);
-    const auto onKey = [](int key, int) {
-        return key == 'W' || key == 'w' ? ShowMenuListCallbackRet::LeaveCancel : ShowMenuListCallbackRet::Continue;
+    std::optional<size_t> next;
+    const auto onKey = [&](int key, int index) {
+        if (isLetter(key, 'w')) return ShowMenuListCallbackRet::LeaveCancel;
+        next = ListSearch::jump(items, index < 0 ? items.size() - 1 : static_cast<size_t>(index), key);
+        return next ? ShowMenuListCallbackRet::LeaveCancel : ShowMenuListCallbackRet::Continue;
     };
-    return showCentMenuList(kParamsRow, items, static_cast<int>(selected), kParamsRows, true, onKey);
+    for (;;) {
+        next.reset();
+        const int index = showCentMenuList(kParamsRow, items, static_cast<int>(selected), kParamsRows, true, onKey);
+        if (!next) return index;
+        selected = *next;
+    }
+}
+
+/// What can be chosen now, with its keys.
+KeyRows keyGenKeys(const KeyGenParams& params) {
+    KeyRows rows;
+    const auto add = [&rows](char key, std::string label) {
+        std::erase(label, '~');
+        rows.emplace_back(std::string(1, asciiUpper(key)), std::move(label));
+    };
+    for (const Choice& choice : kChoices)
+        if (choice.shown(params) && choice.open(params)) add(choice.key, choice.label);
+    for (const End& end : kEnds) add(end.key, end.label);
+    rows.emplace_back("F1, ?", "ta pomoc");
+    return rows;
 }
 
 void selectCurve(KeyGenParams& params) {
@@ -204,7 +228,9 @@ void selectCurve(KeyGenParams& params) {
 bool runScreen(KeyGenParams& params) {
     for (;;) {
         ShowKeyGenMenu(params, false);
-        const KeyGenCommand command = ProcessKeyGenCommand(getKey(), params);
+        const int key = getScrollKey();
+        if (isHelp(key)) showKeys(keyGenKeys(params));
+        const KeyGenCommand command = ProcessKeyGenCommand(key, params);
         if (command != KeyGenCommand::Stay) return command == KeyGenCommand::Generate;
     }
 }
