@@ -231,7 +231,8 @@ void DatabaseFiles::figures(const std::function<void(const std::string&, const T
     }
 }
 
-void DatabaseFiles::records(const std::string& table, const std::function<void(const DbRecordView&)>& visit) {
+void DatabaseFiles::records(const std::string& table, const std::function<void(const DbRecordView&)>& visit,
+                            bool withKeys) {
     const bool known = std::ranges::any_of(kAllTables, [&](const TableLayout* l) { return l->file == table; });
     DataFile data;
     if (!known || data.open(db_.pathOf(table) + kDataExtension) != kDbOk) throw OpError(OpFault::ObjectMissing, table);
@@ -240,7 +241,7 @@ void DatabaseFiles::records(const std::string& table, const std::function<void(c
     while ((result = scan.next()) == DataScan::Result::Record) {
         stopIfEnding();
         DbRecordView view{scan.recNo(), !scan.deleted(), scan.head().length, scan.head().capacity, {}, scan.body()};
-        for (int i = 0; i < data.numIndexes(); ++i) view.keys.push_back(escaped(scan.key(i)));
+        for (int i = 0; withKeys && i < data.numIndexes(); ++i) view.keys.push_back(escaped(scan.key(i)));
         visit(view);
     }
     if (result != DataScan::Result::End)

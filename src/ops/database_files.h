@@ -26,7 +26,8 @@ struct DbRecordView {
     bool live;
     int64_t length;
     int64_t capacity;
-    std::vector<std::string> keys;  ///< octets that are no ASCII letters, digits or signs as "\x0A"
+    std::vector<std::string>
+        keys;  ///< where they are asked for; octets that are no ASCII letters, digits or signs as "\x0A"
     ByteView body;
 };
 
@@ -50,7 +51,7 @@ class DatabaseFiles {
     bool check(const DbTell& tell);
     void figures(const std::function<void(const std::string& table, const TableReport&)>& visit);
     /// Every record of a table. Throws OpError (ObjectMissing, DatabaseFailed).
-    void records(const std::string& table, const std::function<void(const DbRecordView&)>& visit);
+    void records(const std::string& table, const std::function<void(const DbRecordView&)>& visit, bool withKeys = true);
 
   private:
     void checkFiles(DbFindings& findings) const;

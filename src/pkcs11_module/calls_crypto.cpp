@@ -27,6 +27,16 @@ CK_RV beginSignature(CK_SESSION_HANDLE handle, const CK_MECHANISM* mechanism, CK
     });
 }
 
+/// Works with the key of a running operation. One that is gone though the user is logged in was deleted from the file
+/// by another program: CKR_FUNCTION_FAILED, for a PIN would not bring it back.
+template <class Work>
+auto withHeldKey(Session& session, const Work& work) try {
+    return work();
+} catch (const Refusal& refusal) {
+    demand(refusal.rv != CKR_USER_NOT_LOGGED_IN || !session.token->loggedIn(), CKR_FUNCTION_FAILED);
+    throw;
+}
+
 void addPart(std::optional<SignatureOperation>& operation, const void* part, CK_ULONG length) {
     static_cast<void>(running(operation));
     Ending ending(operation);
@@ -48,7 +58,7 @@ void finishSignature(Session& session, unsigned char* signature, CK_ULONG* lengt
     const ByteView view = data ? viewOf(data->octets, data->length) : ByteView();
     if (!ending.fits(signature, length, operation.length())) return;
     if (data) operation.update(view, false);
-    const Bytes made = operation.sign();
+    const Bytes made = withHeldKey(session, [&] { return operation.sign(); });
     std::ranges::copy(made, signature);
     *length = made.size();
 }
@@ -129,7 +139,8 @@ CK_RV C_Decrypt(CK_SESSION_HANDLE handle, unsigned char* ciphertext, CK_ULONG ci
         Ending ending(session.decrypting);
         // How long the plaintext is shows when it is deciphered; who only asks is told what always suffices.
         if (!data && !ending.fits(data, length, operation.length())) return;
-        const crv::SecretBytes plain = operation.decrypt(viewOf(ciphertext, ciphertextLength));
+        const crv::ByteView view = viewOf(ciphertext, ciphertextLength);
+        const crv::SecretBytes plain = withHeldKey(session, [&] { return operation.decrypt(view); });
         if (ending.fits(data, length, plain.size())) std::ranges::copy(plain, data);
     });
 }

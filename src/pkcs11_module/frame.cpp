@@ -54,12 +54,7 @@ class Gate {
     pthread_rwlock_t lock_{};
 };
 
-CK_RV once(CallWork work) noexcept try {
-    Gate& gate = Gate::instance();
-    const std::shared_lock hold(gate);
-    if (!gate.module || gate.forked) return CKR_CRYPTOKI_NOT_INITIALIZED;
-    return work(*gate.module);
-} catch (const Refusal& refusal) {
+CK_RV answerOf(CallWork work, Module& module) noexcept try { return work(module); } catch (const Refusal& refusal) {
     return refusal.rv;
 } catch (const std::bad_alloc&) {
     return CKR_HOST_MEMORY;
@@ -68,6 +63,14 @@ CK_RV once(CallWork work) noexcept try {
     return CKR_GENERAL_ERROR;
 } catch (...) {
     return CKR_GENERAL_ERROR;
+}
+
+/// The log, too, is written while the gate is held: a child forked meanwhile could never write to it.
+CK_RV once(CallWork work) noexcept {
+    Gate& gate = Gate::instance();
+    const std::shared_lock hold(gate);
+    if (!gate.module || gate.forked) return CKR_CRYPTOKI_NOT_INITIALIZED;
+    return answerOf(work, *gate.module);
 }
 
 }  // namespace
@@ -89,9 +92,10 @@ CK_RV startModule() noexcept try {
 CK_RV stopModule() noexcept try {
     Gate& gate = Gate::instance();
     const std::scoped_lock hold(gate);
-    if (!gate.module || gate.forked) return CKR_CRYPTOKI_NOT_INITIALIZED;
+    const bool own = gate.module && !gate.forked;
+    gate.forked = false;
     gate.module.reset();
-    return CKR_OK;
+    return own ? CKR_OK : CKR_CRYPTOKI_NOT_INITIALIZED;
 } catch (...) {
     return CKR_GENERAL_ERROR;
 }

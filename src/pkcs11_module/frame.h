@@ -12,7 +12,8 @@ namespace crv::p11 {
 /// C_Initialize: makes the module. In a process that was forked from one that used it everything of the parent is wiped
 /// first. CKR_CRYPTOKI_ALREADY_INITIALIZED.
 [[nodiscard]] CK_RV startModule() noexcept;
-/// C_Finalize: waits for the calls that run and wipes everything. CKR_CRYPTOKI_NOT_INITIALIZED.
+/// C_Finalize: waits for the calls that run and wipes everything, in a forked process what it has of the parent.
+/// CKR_CRYPTOKI_NOT_INITIALIZED, there too.
 [[nodiscard]] CK_RV stopModule() noexcept;
 
 /// How long a lock that another program holds on a security file is waited for.

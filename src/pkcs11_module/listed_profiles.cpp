@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <set>
+#include <iterator>
 
 #include "db_sql/db_layout.h"
 #include "misc/ascii.h"
@@ -13,7 +13,7 @@
 #include "misc/exceptions.h"
 #include "misc/logger.h"
 #include "misc/path.h"
-#include "profiles/crv_profile.h"
+#include "profiles/profile_kinds.h"
 
 namespace crv::p11 {
 namespace {
@@ -34,10 +34,6 @@ std::string currentFolder() {
 }
 
 }  // namespace
-
-std::string ListedProfile::resolve(const std::string& path) const {
-    return (std::filesystem::path(folder) / expandHome(path)).string();
-}
 
 ListedProfiles::ListedProfiles()
     : only_(asciiUpper(viewOrEmpty(secure_getenv("CRV_PROFILE")))),
@@ -62,12 +58,13 @@ bool ListedProfiles::changed() const {
 
 std::vector<ListedProfile> ListedProfiles::read() {
     std::vector<ListedProfile> found;
+    std::set<std::string> taken;
     for (List& list : lists_) {
         readAgain(list);
-        found.insert(found.end(), list.profiles.begin(), list.profiles.end());
+        std::ranges::copy_if(list.profiles, std::back_inserter(found),
+                             [&](const ListedProfile& profile) { return !taken.contains(profile.name); });
+        taken.insert(list.names.begin(), list.names.end());
     }
-    std::set<std::string> names;
-    std::erase_if(found, [&](const ListedProfile& profile) { return !names.insert(profile.name).second; });
     return found;
 }
 
@@ -75,7 +72,9 @@ void ListedProfiles::readAgain(List& list) const {
     const FileStamp stamp = FileStamp::of(list.path);
     if (list.stamp == stamp) return;
     try {
-        list.profiles = profilesOf(list);
+        std::set<std::string> names;
+        list.profiles = profilesOf(list, names);
+        list.names = std::move(names);
         list.stamp = stamp;
         list.told.clear();
     } catch (const StoreError& error) {
@@ -88,14 +87,16 @@ void ListedProfiles::readAgain(List& list) const {
     }
 }
 
-std::vector<ListedProfile> ListedProfiles::profilesOf(const List& list) const {
+std::vector<ListedProfile> ListedProfiles::profilesOf(const List& list, std::set<std::string>& names) const {
     std::vector<ListedProfile> found;
     UniversalConfMgr store(list.media);
     if (!store.loadIfExists(list.path)) return found;
-    // HOME is the user's choice.
-    const auto usable = [](const std::string* path) {
-        return path && !path->empty() && !(hasMoreRightsThanItsUser() && path->starts_with("~/"));
+    // HOME and the folder in which a program starts are the user's choice.
+    const bool absoluteOnly = hasMoreRightsThanItsUser();
+    const auto usable = [&](const std::string* path) {
+        return path && !path->empty() && (!absoluteOnly || path->starts_with('/'));
     };
+    const auto resolved = [&](const std::string& path) { return (list.folder / expandHome(path)).string(); };
     UniversalConfMgr::Iterator at;
     for (store.getIterator(at, "\\", UCMNodeType::Key); at; ++at) {
         std::string name = at.getDescr();
@@ -104,14 +105,16 @@ std::vector<ListedProfile> ListedProfiles::profilesOf(const List& list) const {
         const std::string prefix = "\\" + name + "\\";
         const auto* type = valueAt<long>(store, prefix + "TYPE");
         const auto* file = valueAt<std::string>(store, prefix + "PKCS12FILE");
+        if (type && isListedKind(*type)) names.insert(name);
         if (!type || *type != static_cast<long>(ProfileKind::Pkcs12) || !usable(file)) continue;
-        const bool own = list.media == ProfileMedia::File;
-        ListedProfile profile{std::move(name), list.media, own ? list.path : "", list.folder, {}, {}};
-        profile.keyFile = profile.resolve(*file);
+        ListedProfile profile{std::move(name), resolved(*file), {}, {}};
+        const auto* roots = valueAt<std::string>(store, prefix + "ROOTSFILE");
+        const auto* open = valueAt<long>(store, prefix + "ROOTSEMPTYPASSWORD");
+        if (open && *open != 0 && usable(roots)) profile.rootsFile = resolved(*roots);
         const auto* kind = valueAt<std::string>(store, prefix + "DBTYPE");
         const auto* folder = valueAt<std::string>(store, prefix + "DB");
         if (databases_ && kind && *kind == kDbKindFile && usable(folder))
-            profile.dbLock = profile.resolve(*folder) + "/" + std::string(kLockFileName);
+            profile.dbLock = resolved(*folder) + "/" + std::string(kLockFileName);
         found.push_back(std::move(profile));
     }
     return found;

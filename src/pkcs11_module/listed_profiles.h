@@ -1,7 +1,9 @@
 // The profiles that become tokens: those of the lists whose keys stand in a security file.
 #pragma once
 
+#include <filesystem>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -11,23 +13,18 @@
 namespace crv::p11 {
 
 struct ListedProfile {
-    std::string name;  ///< upper-cased, as lists have it
-    ProfileMedia media = ProfileMedia::User;
-    std::string list;     ///< for ProfileMedia::File
-    std::string folder;   ///< what relative paths are relative to: where the process stood when it began
-    std::string keyFile;  ///< absolute path of the security file
-    std::string dbLock;   ///< path of the lock of its database; empty without a database that is shown
-
-    /// An absolute path for one of the list; "~/" is expanded.
-    [[nodiscard]] std::string resolve(const std::string& path) const;
+    std::string name;       ///< upper-cased, as lists have it
+    std::string keyFile;    ///< absolute path of the security file
+    std::string rootsFile;  ///< path of its additional trust points that open without a password; else empty
+    std::string dbLock;     ///< path of the lock of its database; empty without a database that is shown
 
     bool operator==(const ListedProfile&) const = default;
 };
 
 /// The lists are those of CRV_PROFILE_FILE, else the user's and the common one, of which the first to have a name keeps
-/// it. CRV_PROFILE leaves one profile. A program with more rights than its user (secure_getenv(3)) is shown the common
-/// list only, and of it no profile below "~/": it must not read what its user chose. CRV_PKCS11_DATABASE=1 shows the
-/// certificates of databases, too.
+/// it, whatever kind of profile it is there. CRV_PROFILE leaves one profile. A program with more rights than its user
+/// (secure_getenv(3)) is shown the common list only, and of it what has an absolute path: it must not read what its
+/// user chose. CRV_PKCS11_DATABASE=1 shows the certificates of databases, too.
 class ListedProfiles {
   public:
     ListedProfiles();
@@ -42,13 +39,15 @@ class ListedProfiles {
     struct List {
         ProfileMedia media;
         std::string path;
-        std::string folder;
+        std::filesystem::path folder;  ///< what relative paths are relative to: where the process stood when it began
         std::optional<FileStamp> stamp = {};  ///< none: to be read
         std::vector<ListedProfile> profiles = {};
-        std::string told = {};  ///< the last fault
+        std::set<std::string> names = {};  ///< of its records of any kind
+        std::string told = {};             ///< the last fault
     };
     void readAgain(List& list) const;
-    [[nodiscard]] std::vector<ListedProfile> profilesOf(const List& list) const;
+    /// Its profiles; all its names go to `names`.
+    [[nodiscard]] std::vector<ListedProfile> profilesOf(const List& list, std::set<std::string>& names) const;
 
     std::vector<List> lists_;
     std::string only_;  // upper-cased; empty: all

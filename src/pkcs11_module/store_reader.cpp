@@ -58,19 +58,18 @@ class ModuleContext final : public ContextServices {
 /// A profile with its key manager for the time of one call.
 struct OpenProfile {
     OpenProfile(const ListedProfile& listed, const SecretText& password)
-        : context(find(listed), password), access{context.configuration(), keys, {{}, [] { return false; }}} {
+        : context(recordOf(listed), password), access{context.configuration(), keys, {{}, [] { return false; }}} {
         keys.init(context);
-        // The list may have changed a moment ago.
-        demand(access.configuration.securityFileName() == listed.keyFile, CKR_DEVICE_REMOVED);
         demand(FileStamp::of(listed.keyFile).there, CKR_DEVICE_REMOVED);
     }
 
-    static std::unique_ptr<CrvProfile> find(const ListedProfile& listed) {
-        auto profile = CrvProfile::getProfileByName(listed.media, listed.list, listed.name);
-        demand(profile && profile->kind() == ProfileKind::Pkcs12, CKR_DEVICE_REMOVED);
-        std::string file;
-        profile->getAttr(CRVPROFILE_ATTR_PKCS12_FILE, file);
-        demand(profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, listed.resolve(file)) == kAttrOk, CKR_DEVICE_REMOVED);
+    /// What is needed of the list's record; the list itself may be unreadable by now.
+    static std::unique_ptr<CrvProfile> recordOf(const ListedProfile& listed) {
+        auto profile = CrvProfile::create(static_cast<long>(ProfileKind::Pkcs12));
+        demand(profile->setAttr(CRVPROFILE_ATTR_PKCS12_FILE, listed.keyFile) == kAttrOk, CKR_DEVICE_ERROR);
+        if (listed.rootsFile.empty()) return profile;
+        demand(profile->setAttr(CRVPROFILE_ATTR_ROOTS_FILE, listed.rootsFile) == kAttrOk, CKR_DEVICE_ERROR);
+        demand(profile->setAttr(CRVPROFILE_ATTR_ROOTS_EMPTY_PASSWORD, 1) == kAttrOk, CKR_DEVICE_ERROR);
         return profile;
     }
 
@@ -98,6 +97,8 @@ void demandKeys(KeyManagerResult result, const ListedProfile& profile) {
     if (result == kKmOk) return;
     const auto* row = std::ranges::find(kRvRows, result, &RvRow::result);
     const CK_RV rv = row == std::end(kRvRows) ? CKR_DEVICE_ERROR : row->rv;
+    // Another program may have deleted it a moment ago.
+    demand(FileStamp::of(profile.keyFile).there, CKR_DEVICE_REMOVED);
     if (rv == CKR_DEVICE_ERROR) logLine(LogLevel::Error, profile.keyFile + ": " + resultText(result));
     throw Refusal{rv};
 }
@@ -134,6 +135,9 @@ ReadStore readStore(const ListedProfile& profile, const SecretText& password) tr
     OpenProfile open(profile, password);
     const TimedLock lock(open.context.configuration().securityFileLockName(), OpMode{true, 0});
     demandKeys(open.keys.loadKey(password), profile);
+    // The keys do not need the additional trust points.
+    if (const KeyManagerResult roots = open.keys.readAdditionalTrustedCA(); roots != kKmOk)
+        logLine(LogLevel::Error, "PKCS#11 module: " + profile.rootsFile + ": " + resultText(roots));
     ReadStore store;
     store.contents.keys.assign(open.keys.keys().begin(), open.keys.keys().end());
     store.contents.userCerts = open.keys.userCerts();
@@ -143,25 +147,24 @@ ReadStore readStore(const ListedProfile& profile, const SecretText& password) tr
     throw Refusal{error.fault() == OpFault::LockBusy ? kBusy : CKR_DEVICE_ERROR};
 }
 
-std::vector<Bytes> readDatabase(const ListedProfile& profile) {
+void readDatabase(const ListedProfile& profile, const std::function<void(ByteView der)>& visit) {
     const auto refuse = [&](const std::string& why) {
         logLine(LogLevel::Error, "PKCS#11 module: no certificates of the database " + profile.dbLock + ": " + why);
         throw Refusal{CKR_DEVICE_ERROR};
     };
-    std::vector<Bytes> certificates;
     try {
         DatabaseFiles files(folderOf(profile.dbLock), OpMode{true, 0});
         if (!files.isWhole()) refuse("it needs mending, which the console does when it opens it");
-        files.records(std::string(crtTb.file), [&](const DbRecordView& record) {
-            if (record.live) certificates.push_back(toBytes(record.body));
-        });
+        const auto take = [&](const DbRecordView& record) {
+            if (record.live) visit(record.body);
+        };
+        files.records(std::string(crtTb.file), take, false);
     } catch (const OpError& error) {
         if (error.fault() == OpFault::LockBusy) throw Refusal{kBusy};
         if (error.fault() != OpFault::DatabaseMissing) refuse(error.what());
     } catch (const StoreError& error) {
         refuse(error.what());
     }
-    return certificates;
 }
 
 void changePassword(const ListedProfile& profile, const SecretText& password, const SecretText& newPassword) {
@@ -171,7 +174,10 @@ void changePassword(const ListedProfile& profile, const SecretText& password, co
     KeyStoreLock lock(open.access);
     demandKeys(lock.take(), profile);
     logIn(open, profile);
-    demandKeys(lock.release(changeKeyStorePassword(open.access, newPassword)), profile);
+    const KeyManagerResult changed = lock.release(changeKeyStorePassword(open.access, newPassword));
+    // A lock that cannot be given back does not undo what was saved.
+    if (changed == kKmLockFailed && open.keys.opensWith(newPassword)) return;
+    demandKeys(changed, profile);
 }
 
 }  // namespace crv::p11

@@ -1,7 +1,11 @@
 #include "pkcs11_module/token.h"
 
+#include <ctime>
 #include <set>
 
+#include "db/database.h"
+#include "db_sql/db_layout.h"
+#include "misc/atomic_write.h"
 #include "misc/hex.h"
 
 namespace crv::p11 {
@@ -10,11 +14,13 @@ namespace {
 constexpr size_t kSerialOctets = 8;
 /// How long a database that another program changes is waited for.
 constexpr std::chrono::seconds kDatabaseWait{2};
+/// Seconds since a table's last change behind which the next one has another stamp for certain.
+constexpr int64_t kSettled = 2;
 
 }  // namespace
 
 void SeenObjects::each(const std::function<void(const TokenObject&)>& visit) const {
-    std::set<Bytes> met;
+    std::set<Identity> met;
     if (ofFile) {
         for (const TokenObject& object : *ofFile) {
             if (ofDatabase) met.insert(object.identity);
@@ -49,20 +55,25 @@ void Token::dropEnded() {
     if (open_ && open_->login != logins_) open_.reset();
 }
 
+std::array<FileStamp, 2> Token::stampsOfFiles() const {
+    return {FileStamp::of(profile_.keyFile),
+            profile_.rootsFile.empty() ? FileStamp() : FileStamp::of(profile_.rootsFile)};
+}
+
 Token::Open Token::read(uint64_t login, const SecretText& pin, const TokenObjects* before) const {
     // A change behind this look is met at the next one.
-    const FileStamp stamp = FileStamp::of(profile_.keyFile);
-    return {login, pin, stamp, makeObjects(readStore(profile_, pin), profile_.name, before)};
+    const std::array stamps = stampsOfFiles();
+    return {login, pin, stamps, makeObjects(readStore(profile_, pin), profile_.name, before)};
 }
 
 void Token::refresh() {
-    const FileStamp now = FileStamp::of(profile_.keyFile);
-    if (!listed_ || !now.there) {
+    const std::array now = stampsOfFiles();
+    if (!listed_ || !now.front().there) {
         open_.reset();
         throw Refusal{CKR_DEVICE_REMOVED};
     }
     dropEnded();
-    if (!open_ || now == open_->stamp) return;
+    if (!open_ || now == open_->stamps) return;
     try {
         Open fresh = read(open_->login, open_->pin, open_->objects.get());
         open_ = std::move(fresh);
@@ -106,12 +117,24 @@ bool Token::loggedIn() {
 void Token::refreshDatabase() {
     const FileStamp now = FileStamp::of(profile_.dbLock);
     if (profile_.dbLock.empty() || (dbObjects_ && now == dbStamp_)) return;
+    const FileStamp table = FileStamp::of(folderOf(profile_.dbLock) + "/" + std::string(crtTb.file) + kDataExtension);
+    // Most changes are of lists of revoked certificates.
+    if (dbObjects_ && dbTable_ == table) {
+        dbStamp_ = now;
+        return;
+    }
     try {
-        dbObjects_ = makeCertificates(readDatabase(profile_), dbObjects_.get());
+        DatabaseObjects fresh(dbObjects_.get());
+        readDatabase(profile_, [&](ByteView der) { fresh.add(der); });
+        dbObjects_ = fresh.take();
+        dbTable_.reset();
+        if (table.there && std::time(nullptr) - table.written[0] >= kSettled) dbTable_ = table;
     } catch (const Refusal& refusal) {
         // The keys do not need it: what was read of it stays until it changes.
         const bool busy = refusal.rv == kBusy;
+        dbTable_.reset();
         const auto moment = std::chrono::steady_clock::now();
+        if (!busy) dbBusySince_.reset();
         if (busy && !dbBusySince_) dbBusySince_ = moment;
         if (busy && moment - *dbBusySince_ < kDatabaseWait) throw;
         if (!dbObjects_) dbObjects_ = std::make_shared<const TokenObjects>();

@@ -1,6 +1,7 @@
 // A token: a profile of the list, and what is open of it.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -61,10 +62,12 @@ class Token {
     struct Open {
         uint64_t login;  ///< loginNumber() while it counts
         SecretText pin;
-        FileStamp stamp;
+        std::array<FileStamp, 2> stamps;  ///< stampsOfFiles() of before the reading
         ObjectsPtr objects;
     };
     [[nodiscard]] Open read(uint64_t login, const SecretText& pin, const TokenObjects* before) const;
+    /// Of the security file and of the additional trust points.
+    [[nodiscard]] std::array<FileStamp, 2> stampsOfFiles() const;
     void dropEnded();
     void refresh();
     void refreshDatabase();
@@ -75,7 +78,8 @@ class Token {
     std::atomic<bool> listed_{true};
     std::atomic<uint64_t> logins_{0};
     std::optional<Open> open_;
-    FileStamp dbStamp_;  // of the lock file, which every change of the database writes
+    FileStamp dbStamp_;                 // of the lock file, which every change of the database writes
+    std::optional<FileStamp> dbTable_;  // of the certificates, when they were read after they had settled
     ObjectsPtr dbObjects_;
     std::optional<std::chrono::steady_clock::time_point> dbBusySince_;
 };

@@ -53,9 +53,14 @@ void setCommon(TokenObject& object, CK_OBJECT_CLASS kind, bool isPrivate, std::s
     for (const CK_ATTRIBUTE_TYPE type : {CKA_MODIFIABLE, CKA_COPYABLE, CKA_DESTROYABLE}) object.set(type, false);
 }
 
-void setIdentity(TokenObject& object, CK_OBJECT_CLASS kind, ByteView what) {
-    object.identity = toBytes(what);
-    object.identity.push_back(static_cast<uint8_t>(kind));
+Identity identityOf(CK_OBJECT_CLASS kind, ByteView what) {
+    KcHash hash(KcHashAlgo::Sha256);
+    const auto octet = static_cast<uint8_t>(kind);
+    hash.update({&octet, 1});
+    hash.update(what);
+    Identity identity{};
+    std::ranges::copy(hash.final(), identity.begin());
+    return identity;
 }
 
 // --- Keys
@@ -91,7 +96,7 @@ void setKey(TokenObject& object, CK_OBJECT_CLASS kind, const PublicKey& key, con
     const bool isPrivate = kind == CKO_PRIVATE_KEY;
     const KeyId id = key.keyId();
     setCommon(object, kind, isPrivate, certificate ? labelOf(*certificate) : profile);
-    setIdentity(object, kind, id);
+    object.identity = identityOf(kind, id);
     object.publicKey = key;
     object.set(CKA_KEY_TYPE, keyTypeOf(key));
     object.set(CKA_ID, id);
@@ -145,8 +150,9 @@ TokenObject publicObject(const PublicKey& key, const SignedCertificate* certific
 TokenObject certificateObject(const SignedCertificate& certificate, bool trusted, bool ofUser) {
     TokenObject object;
     const ByteView der = encodingOf(certificate);
+    object.identity = identityOf(CKO_CERTIFICATE, der);
+    object.set(CKA_VALUE, der);  // the first: most of the others stand in it
     setCommon(object, CKO_CERTIFICATE, false, labelOf(certificate));
-    setIdentity(object, CKO_CERTIFICATE, der);
     const bool authority = trusted || certificate.isCaCrt();
     object.set(CKA_CERTIFICATE_TYPE, CK_ULONG{CKC_X_509});
     object.set(CKA_TRUSTED, trusted);
@@ -155,21 +161,24 @@ TokenObject certificateObject(const SignedCertificate& certificate, bool trusted
     object.set(CKA_SUBJECT, certificate.subject().encoded());
     object.set(CKA_ISSUER, certificate.issuer().encoded());
     object.set(CKA_SERIAL_NUMBER, certificate.serialNumber().encoded());
-    object.set(CKA_VALUE, der);
     object.set(CKA_URL, ByteView());
     object.set(CKA_CHECK_VALUE, ByteView(certificate.fingerprint(KcHashAlgo::Sha1)).first(3));
     object.set(CKA_START_DATE, dateOf(certificate.tbs.validity.notBefore));
     object.set(CKA_END_DATE, dateOf(certificate.tbs.validity.notAfter));
     object.set(CKA_PUBLIC_KEY_INFO, certificate.keyInfo().encoded());
+    object.complete();
     return object;
 }
 
+std::map<Identity, const TokenObject*> byIdentity(const TokenObjects* objects) {
+    std::map<Identity, const TokenObject*> found;
+    if (objects)
+        for (const TokenObject& object : *objects) found.emplace(object.identity, &object);
+    return found;
+}
+
 void keepHandles(TokenObjects& objects, const TokenObjects* before) {
-    std::map<ByteView, const TokenObject*,
-             decltype([](ByteView a, ByteView b) { return std::ranges::lexicographical_compare(a, b); })>
-        known;
-    if (before)
-        for (const TokenObject& object : *before) known.emplace(object.identity, &object);
+    const auto known = byIdentity(before);
     for (TokenObject& object : objects) {
         const auto same = known.find(object.identity);
         object.handle = same != known.end() ? same->second->handle : nextHandle();
@@ -180,6 +189,18 @@ void keepHandles(TokenObjects& objects, const TokenObjects* before) {
 
 }  // namespace
 
+void TokenObject::set(CK_ATTRIBUTE_TYPE type, ByteView value) {
+    Bytes& octets = values_->octets;
+    const size_t at = std::min(asText(octets).find(asText(value)), octets.size());
+    if (at == octets.size()) octets.insert(octets.end(), value.begin(), value.end());
+    values_->attributes.push_back({type, static_cast<uint32_t>(at), static_cast<uint32_t>(value.size())});
+}
+
+void TokenObject::complete() {
+    values_->octets.shrink_to_fit();
+    values_->attributes.shrink_to_fit();
+}
+
 void TokenObject::set(CK_ATTRIBUTE_TYPE type, CK_ULONG value) {
     set(type, ByteView(reinterpret_cast<const uint8_t*>(&value), sizeof value));
 }
@@ -189,9 +210,10 @@ void TokenObject::set(CK_ATTRIBUTE_TYPE type, bool value) {
     set(type, ByteView(&octet, 1));
 }
 
-const Bytes* TokenObject::find(CK_ATTRIBUTE_TYPE type) const {
-    const auto found = attributes_.find(type);
-    return found == attributes_.end() ? nullptr : &found->second;
+std::optional<ByteView> TokenObject::find(CK_ATTRIBUTE_TYPE type) const {
+    const auto found = std::ranges::find(values_->attributes, type, &Attribute::type);
+    if (found == values_->attributes.end()) return std::nullopt;
+    return ByteView(values_->octets).subspan(found->at, found->length);
 }
 
 bool TokenObject::keepsSecret(CK_ATTRIBUTE_TYPE type) const {
@@ -202,7 +224,7 @@ bool TokenObject::keepsSecret(CK_ATTRIBUTE_TYPE type) const {
 }
 
 CK_RV TokenObject::answer(CK_ATTRIBUTE& attribute) const {
-    const Bytes* value = find(attribute.type);
+    const auto value = find(attribute.type);
     const CK_ULONG room = attribute.ulValueLen;
     attribute.ulValueLen = value ? value->size() : CK_UNAVAILABLE_INFORMATION;
     if (!value) return keepsSecret(attribute.type) ? CKR_ATTRIBUTE_SENSITIVE : CKR_ATTRIBUTE_TYPE_INVALID;
@@ -217,7 +239,7 @@ CK_RV TokenObject::answer(CK_ATTRIBUTE& attribute) const {
 
 bool TokenObject::matches(std::span<const CK_ATTRIBUTE> wanted) const {
     return std::ranges::all_of(wanted, [this](const CK_ATTRIBUTE& attribute) {
-        const Bytes* value = find(attribute.type);
+        const auto value = find(attribute.type);
         const auto* octets = static_cast<const uint8_t*>(attribute.pValue);
         return value && std::ranges::equal(*value, ByteView(octets, octets ? attribute.ulValueLen : 0));
     });
@@ -247,12 +269,22 @@ ObjectsPtr makeObjects(const ReadStore& store, const std::string& profile, const
     return objects;
 }
 
-ObjectsPtr makeCertificates(std::span<const Bytes> certificates, const TokenObjects* before) {
-    auto objects = std::make_shared<TokenObjects>();
-    for (const Bytes& der : certificates)
-        if (const CertPtr one = makeCert(der)) objects->push_back(certificateObject(*one, false, false));
-    keepHandles(*objects, before);
-    return objects;
+DatabaseObjects::DatabaseObjects(const TokenObjects* before) : known_(byIdentity(before)) {}
+
+void DatabaseObjects::add(ByteView der) {
+    const auto same = known_.find(identityOf(CKO_CERTIFICATE, der));
+    if (same != known_.end()) {
+        objects_.push_back(*same->second);
+    } else if (const CertPtr one = makeCert(der)) {
+        objects_.push_back(certificateObject(*one, false, false));
+        objects_.back().handle = nextHandle();
+    }
+}
+
+ObjectsPtr DatabaseObjects::take() {
+    std::ranges::sort(objects_, {}, &TokenObject::handle);
+    objects_.shrink_to_fit();
+    return std::make_shared<const TokenObjects>(std::move(objects_));
 }
 
 }  // namespace crv::p11

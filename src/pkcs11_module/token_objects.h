@@ -1,6 +1,7 @@
 // The objects of a token: private and public keys, certificates, each with its attributes (PKCS#11 2.40, 4).
 #pragma once
 
+#include <array>
 #include <functional>
 #include <map>
 #include <memory>
@@ -13,21 +14,29 @@
 
 namespace crv::p11 {
 
+/// What an object is the same by when the file was read anew: SHA-256 over its class and, of a key, its identifier, of
+/// a certificate, its encoding.
+using Identity = std::array<uint8_t, 32>;
+
 class TokenObject {
   public:
     CK_OBJECT_HANDLE handle = 0;
-    Bytes identity = {};                      ///< what the object is the same by when the file was read anew
+    Identity identity = {};
     SignerPtr privateKey = {};                ///< of a private key
     std::optional<PublicKey> publicKey = {};  ///< of any key
     bool signs = false;
     bool decrypts = false;
 
-    void set(CK_ATTRIBUTE_TYPE type, ByteView value) { attributes_[type] = toBytes(value); }
+    /// Each attribute once.
+    void set(CK_ATTRIBUTE_TYPE type, ByteView value);
     void set(CK_ATTRIBUTE_TYPE type, CK_ULONG value);
     void set(CK_ATTRIBUTE_TYPE type, bool value);
 
-    /// The attribute's value, or null for one that the object lacks or does not give away.
-    [[nodiscard]] const Bytes* find(CK_ATTRIBUTE_TYPE type) const;
+    /// Gives memory back once everything is set.
+    void complete();
+
+    /// The attribute's value; none for one that the object lacks or does not give away.
+    [[nodiscard]] std::optional<ByteView> find(CK_ATTRIBUTE_TYPE type) const;
     /// C_GetAttributeValue for one attribute.
     [[nodiscard]] CK_RV answer(CK_ATTRIBUTE& attribute) const;
     [[nodiscard]] bool matches(std::span<const CK_ATTRIBUTE> wanted) const;
@@ -35,7 +44,17 @@ class TokenObject {
   private:
     [[nodiscard]] bool keepsSecret(CK_ATTRIBUTE_TYPE type) const;
 
-    std::map<CK_ATTRIBUTE_TYPE, Bytes> attributes_;
+    struct Attribute {
+        CK_ATTRIBUTE_TYPE type;
+        uint32_t at;
+        uint32_t length;
+    };
+    /// All values together, for there may be many objects; those that stand in another one are not kept twice.
+    struct Values {
+        std::vector<Attribute> attributes;
+        Bytes octets;
+    };
+    std::shared_ptr<Values> values_ = std::make_shared<Values>();  // shared with copies, which do not set
 };
 
 /// By handle.
@@ -49,7 +68,19 @@ using ObjectsPtr = std::shared_ptr<const TokenObjects>;
 /// operations that have begun go on, its private key.
 [[nodiscard]] ObjectsPtr makeObjects(const ReadStore& store, const std::string& profile, const TokenObjects* before);
 
-/// Certificates of a database, in DER; none of them is trusted.
-[[nodiscard]] ObjectsPtr makeCertificates(std::span<const Bytes> certificates, const TokenObjects* before);
+/// Makes the objects of a database's certificates; none of them is trusted.
+class DatabaseObjects {
+  public:
+    /// What `before` had, too, is taken over from it as it is.
+    explicit DatabaseObjects(const TokenObjects* before);
+
+    /// A certificate in DER; what is none is left out.
+    void add(ByteView der);
+    [[nodiscard]] ObjectsPtr take();
+
+  private:
+    std::map<Identity, const TokenObject*> known_;
+    TokenObjects objects_;
+};
 
 }  // namespace crv::p11

@@ -125,13 +125,18 @@ class Programs(unittest.TestCase):
             (home + "/.config", {}, None, False, "mkdir -p"),
             (home + "/.config", {"XDG_CONFIG_HOME": ""}, "# x\nmodule: %s \n" % module, True, ""),
             (other, {"XDG_CONFIG_HOME": other}, None, False, "mkdir -p"),
-            (other, {"XDG_CONFIG_HOME": other}, "module: %s\n" % module, True, ""),
+            (other, {"XDG_CONFIG_HOME": other}, "\tmodule :\t%s\r\nmodule: /x" % module, True, ""),
+            (other, {"XDG_CONFIG_HOME": other}, "module: opensc.so\nremote: |p11-kit remote %s\n" % module, True, ""),
+            (other, {"XDG_CONFIG_HOME": other}, "module:\n#module: %s\n" % module, False, "mkdir -p"),
+            (other, {"XDG_CONFIG_HOME": other}, None, False, "cannot be read"),
             (other, {"XDG_CONFIG_HOME": other}, "module: /gone/libcorvane-pkcs11.so\n", False, "names a module that is not there")):
             file = pathlib.Path(folder, "pkcs11/modules/corvane.module")
             shutil.rmtree(folder, ignore_errors=True)
             if text:
                 file.parent.mkdir(parents=True)
                 file.write_text(text)
+            elif warned == "cannot be read":
+                file.mkdir(parents=True)
             done = subprocess.run([*user, str(root / "bin/crvctl"), "--json", "module", "status"], capture_output=True, timeout=60, text=True,
                                   env={"HOME": home, "CRV_PROFILE_FILE": str(root / "none"), "PATH": os.environ["PATH"], **env})
             answer = json.loads(done.stdout)
@@ -185,8 +190,9 @@ class Programs(unittest.TestCase):
                        "ENG", "--key", URL % ("RSA", "rsa", "private"), "--cert", "rsa.pem", f"https://ec:{port}/")
             self.assertIn("New, TLSv1.3", said)
             said = run("gnutls-cli", "--provider=" + MODULE, "--x509cafile", "ca.pem", "--x509keyfile", URL % ("RSA", "rsa", "private"),
-                       "--x509certfile", URL % ("RSA", "rsa", "cert"), "-p", port, "--verify-hostname=ec", "127.0.0.1")
-            self.assertIn("Handshake was completed", said)
+                       "--x509certfile", URL % ("RSA", "rsa", "cert"), "-p", port, "--verify-hostname=ec", "127.0.0.1",
+                       stdin=None, input=b"GET / HTTP/1.0\r\n\r\n")
+            self.assertIn("New, TLSv1.3", said)  # the page, behind the server's verdict on the certificate
 
     def test_nss_lists_signs_and_decrypts(self):
         pathlib.Path("pw").write_text("".join(f"{t}:{PIN.decode()}\n" for t in ("RSA", "EC", "DSA")))
@@ -279,8 +285,24 @@ class Calls(unittest.TestCase):
         listed.rmdir()
         listed.write_bytes(b"no list")
         self.assertEqual(self.m.labels(), self.slot)
+        self.m.must(self.m.Logout(session))
+        session = self.opened("EC", write=True)
+        for old, new in (PIN, b"Nowe-haslo-1"), (b"Nowe-haslo-1", PIN):
+            self.m.must(self.m.SetPIN(session, c_char_p(old), len(old), c_char_p(new), len(new)))
+            self.assertEqual(len(self.m.find(session, ck.PRIVATE_KEY)), 1)
         listed.write_bytes(kept)
         self.assertEqual((self.m.labels(), len(self.m.find(session, ck.PRIVATE_KEY))), (self.slot, 1))
+
+    def test_additional_trust_points_are_trusted(self):
+        run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "far.key", "-out", "far.pem", "-subj", "/CN=Far")
+        run("openssl", "pkcs12", "-export", "-nokeys", "-in", "far.pem", "-passout", "pass:", "-out", "roots.p12")
+        ctl("-p", "dsa", "profile", "set", "--roots-file", HOME + "/roots.p12", "--roots-empty-password", "1")
+        session = self.m.open(self.m.labels()["DSA"])
+        self.m.must(self.m.login(session, PIN))
+        trusted = lambda: [self.m.attribute(session, c, 0x86)[1] for c in self.m.find(session, ck.CERTIFICATE)].count(b"\x01")
+        self.assertEqual(trusted(), 2)
+        pathlib.Path("roots.p12").write_bytes(b"no trust points")
+        self.assertEqual(trusted(), 1)
 
     def test_relative_paths_do_not_follow_the_process(self):
         self.m.must(self.m.Finalize(None))
@@ -294,6 +316,12 @@ class Calls(unittest.TestCase):
         self.m.must(self.m.Initialize(None))
         os.chdir("/")
         self.assertEqual(len(self.m.find(self.opened("EC"), ck.PRIVATE_KEY)), 1)
+
+    def test_who_brings_mutexes_must_allow_ours(self):
+        self.m.must(self.m.Finalize(None))
+        for words, wanted in (([1, 1, 1, 0, 2, 0], ck.ARGUMENTS_BAD), ([0, 0, 0, 0, 2, 1], ck.ARGUMENTS_BAD), ([1, 1, 1, 1, 0, 0], 0xA),
+                              ([1, 1, 1, 1, 2, 0], ck.OK)):
+            self.assertEqual(self.m.Initialize(byref((c_ulong * 6)(*words))), wanted)
 
     def test_nobody_stays_logged_in_without_a_session(self):
         for pause in range(12):
@@ -400,7 +428,10 @@ class Calls(unittest.TestCase):
         private = self.keys(session)[0]
         file.write_bytes(kept)  # it is under the old password
         self.assertEqual(m.SignInit(session, byref(how), private), ck.USER_NOT_LOGGED_IN)
-        self.assertEqual(m.login(session, PIN), ck.OK)
+        self.assertEqual([m.login(session, PIN), begin()], [ck.OK, ck.OK])
+        file.write_bytes(pathlib.Path("dsa.p12").read_bytes())  # the key is gone, the log-in is not
+        self.assertNotIn(private, m.find(session, ck.PRIVATE_KEY))
+        self.assertEqual(m.out(m.Sign, session, c_char_p(b"d" * 20), 20)[0], ck.FUNCTION_FAILED)
         file.unlink()
         info = ctypes.create_string_buffer(512)
         self.assertEqual([m.SignInit(session, byref(how), private), m.GetSessionInfo(session, info), m.GetTokenInfo(self.slot["EC"], info)],
@@ -429,7 +460,8 @@ class Calls(unittest.TestCase):
             for _ in range(20):
                 child = os.fork()
                 if child == 0:
-                    good = self.m.SignInit(session, byref(how), private) == ck.NOT_INITIALIZED and self.m.Initialize(None) == ck.OK
+                    good = self.m.SignInit(session, byref(how), private) == self.m.Finalize(None) == ck.NOT_INITIALIZED
+                    good = good and self.m.Initialize(None) == ck.OK
                     os._exit(0 if good and self.m.sign(own := self.opened("EC"), self.keys(own)[0], how, b"d" * 20) else 1)
                 self.assertEqual(os.waitpid(child, 0)[1], 0)
         finally:
