@@ -31,11 +31,10 @@ void must(bool condition, const char* what) {
 
 /// A folder with the key as security file, as a SoftHSM token and plain, and the lists.
 struct Bench {
-    std::string folder = (std::filesystem::temp_directory_path() / "crv_bench_module").string() + "/";
+    std::string folder = ownFolder();
     EVP_PKEY* key = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", size_t{2048});
 
     Bench() {
-        std::filesystem::remove_all(folder);
         std::filesystem::create_directories(folder + "tokens");
         writeKeys();
         writeList("one.conf", 1);
@@ -45,12 +44,20 @@ struct Bench {
         run("softhsm2-util --init-token --free --label bench --pin 1234 --so-pin 1234");
         run("softhsm2-util --import " + folder + "key.pem --label key --id 01 --token bench --pin 1234");
     }
+    Bench(const Bench&) = delete;
+    Bench& operator=(const Bench&) = delete;
+    ~Bench() { std::filesystem::remove_all(folder); }
     static const Bench& instance() {
         static const Bench made;
         return made;
     }
 
   private:
+    static std::string ownFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "crv_bench_module_XXXXXX").string();
+        must(mkdtemp(name.data()), "mkdtemp");
+        return name + "/";
+    }
     static void run(const std::string& command) {
         must(std::system((command + " >/dev/null 2>&1").c_str()) == 0, command.c_str());
     }

@@ -38,8 +38,9 @@ CK_FUNCTION_LIST& module() {
         std::filesystem::create_directories(folder);
         writeStore(folder + "a.p12", PrivateKey::generateRsa(1024, 65537, random));
         writeStore(folder + "b.p12", PrivateKey::generateEc(kDefaultCurve, false, random));
+        writeStore(folder + "c.p12", PrivateKey::generateDsa(1024, random));
         std::string list;
-        for (const char* name : {"A", "B"}) {
+        for (const char* name : {"A", "B", "C"}) {
             const std::string path = std::string("\\") + name + "\\";
             list += path + "TYPE[l] = 1\n" + path + "PKCS12FILE[s] = \"" + folder + asciiLower(name[0]) + ".p12\"\n";
         }

@@ -21,9 +21,12 @@ void moduleStatus(Run& run) {
     run.out.field("registration", status.registration);
     for (const std::string& file : status.stale)
         run.out.warn("this file for p11-kit names a module that is not there; correct or remove it", file);
-    if (status.registration.empty())
+    for (const std::string& file : status.unreadable)
+        run.out.warn("this file for p11-kit cannot be read; programs pass over it", file);
+    if (status.registration.empty()) {
         run.out.warn("programs that ask p11-kit do not find the module; this command makes them find it",
                      status.remedy);
+    }
     for (const ModuleToken& token : status.tokens)
         run.out.item({{"label", token.label}, {"serialNumber", token.serialNumber}, {"slot", token.slot}});
 }

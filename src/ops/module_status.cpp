@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 
+#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/path.h"
 #include "misc/whole_file.h"
@@ -22,10 +24,12 @@ std::string userFolder() {
     return (config && *config ? std::string(config) : expandHome("~/.config")) + "/pkcs11/modules";
 }
 
-/// Where p11-kit looks for files that name modules (pkcs11.conf(5)); for the superuser it leaves the user's alone.
+/// Where p11-kit looks for files that name modules (pkcs11.conf(5)); for the superuser it leaves the user's alone, and
+/// without a home nobody has any.
 std::vector<std::string> moduleFolders() {
     std::vector<std::string> folders{"/etc/pkcs11/modules", CRV_P11KIT_FILES};
-    if (::geteuid() != 0) folders.insert(folders.begin(), userFolder());
+    const std::string own = userFolder();
+    if (::geteuid() != 0 && own.starts_with('/')) folders.insert(folders.begin(), own);
     return folders;
 }
 
@@ -36,42 +40,77 @@ std::string shellWord(std::string_view word) {
     return text + "'";
 }
 
-/// The path that a p11-kit file names, when it is a module of this name; else empty.
-std::string moduleOf(const std::string& file) {
-    const Bytes octets = readFile(file);
-    std::string_view rest = asText(octets);
-    while (!rest.empty()) {
-        const size_t end = std::min(rest.find('\n'), rest.size());
-        std::string_view line = rest.substr(0, end);
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-        if (!line.starts_with("module:")) continue;
-        line.remove_prefix(line.find(':') + 1);
-        while (line.starts_with(' ')) line.remove_prefix(1);
-        while (line.ends_with(' ')) line.remove_suffix(1);
-        if (std::filesystem::path(line).filename() != kModuleName) return {};
-        return line.starts_with('/') ? std::string(line) : std::string(CRV_P11KIT_MODULES "/").append(line);
-    }
-    return {};
+std::string_view trimmed(std::string_view text) {
+    constexpr std::string_view kBlanks = " \t\r\n\v\f";
+    const size_t from = text.find_first_not_of(kBlanks);
+    return from == std::string_view::npos ? "" : text.substr(from, text.find_last_not_of(kBlanks) + 1 - from);
 }
 
-/// The first file whose module is there, with its path; those before whose module is not.
-void findRegistration(ModuleStatus& status) {
+/// What the files of one name say together; the first to give a field decides it, and is the file that counts.
+struct Registration {
+    struct Field {
+        std::string value;
+        std::string file;
+    };
+    std::map<std::string, Field, std::less<>> fields;
+
+    void add(const std::string& file, std::string_view text) {
+        while (!text.empty()) {
+            const size_t end = std::min(text.find('\n'), text.size());
+            const std::string_view line = trimmed(text.substr(0, end));
+            text.remove_prefix(std::min(end + 1, text.size()));
+            const size_t colon = line.find(':');
+            if (line.starts_with('#') || colon == std::string_view::npos) continue;
+            fields.try_emplace(std::string(trimmed(line.substr(0, colon))),
+                               Field{std::string(trimmed(line.substr(colon + 1))), file});
+        }
+    }
+
+    /// The field by which it names our module, and its path; null for another module, and for one that a blank name
+    /// switches off.
+    const Field* ours(std::string& path) const {
+        const auto module = fields.find("module"), remote = fields.find("remote");
+        const bool isRemote = remote != fields.end() && !remote->second.value.empty();
+        if (!isRemote && module == fields.end()) return nullptr;
+        const Field& field = isRemote ? remote->second : module->second;
+        // The last word of "|p11-kit remote /path".
+        path = isRemote ? field.value.substr(field.value.find_last_of(" \t") + 1) : field.value;
+        if (std::filesystem::path(path).filename() != kModuleName) return nullptr;
+        if (!path.starts_with('/')) path.insert(0, CRV_P11KIT_MODULES "/");
+        return &field;
+    }
+};
+
+/// By the names of files, as p11-kit merges them.
+std::map<std::string, Registration> registrations(ModuleStatus& status) {
+    std::map<std::string, Registration> found;
     for (const std::string& folder : moduleFolders()) {
         std::vector<std::string> names;
         if (fileOps().list(folder, names) != 0) continue;
-        std::ranges::sort(names);
         for (const std::string& name : names) {
             const std::string file = folder + "/" + name;
             if (!name.ends_with(".module")) continue;
-            std::string library = moduleOf(file);
-            if (library.empty()) continue;
-            if (!fileExists(library)) {
-                status.stale.push_back(file);
-                continue;
+            try {
+                found[name].add(file, asText(readFile(file)));
+            } catch (const StoreError&) {
+                status.unreadable.push_back(file);
             }
-            status.library = std::move(library);
-            status.registration = file;
-            return;
+        }
+    }
+    return found;
+}
+
+/// The first file whose module is there, with its path; those whose module is not.
+void findRegistration(ModuleStatus& status) {
+    for (const auto& [name, registration] : registrations(status)) {
+        std::string path;
+        const Registration::Field* field = registration.ours(path);
+        if (!field) continue;
+        if (!fileExists(path)) {
+            status.stale.push_back(field->file);
+        } else if (status.registration.empty()) {
+            status.library = path;
+            status.registration = field->file;
         }
     }
 }
@@ -100,8 +139,8 @@ ModuleStatus moduleStatus() {
     if (status.registration.empty()) {
         status.library = installedModule();
         const std::string folder = shellWord(moduleFolders().front());
-        status.remedy = "mkdir -p " + folder + " && echo " + shellWord("module: " + status.library) + " > " + folder +
-                        "/corvane.module";
+        status.remedy = "mkdir -p " + folder + " && printf '%s\\n' " + shellWord("module: " + status.library) + " > " +
+                        folder + "/corvane.module";
     }
     if (!fileExists(status.library)) throw OpError(OpFault::FileMissing, status.library);
     PKCS11Device device;
