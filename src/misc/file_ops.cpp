@@ -21,6 +21,13 @@
 
 namespace crv {
 
+namespace {
+
+/// A system that does not know locks of open files (older than Linux 3.15, or one that imitates it).
+std::atomic<bool> ofProcess{false};
+
+}  // namespace
+
 int FileOps::open(const std::string& path, int flags, mode_t mode) {
     return ::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode);
 }
@@ -131,7 +138,16 @@ int FileOps::lock(int fd, short type, bool wait) {
     struct flock area {};
     area.l_type = type;
     area.l_whence = SEEK_SET;
+    if (!ofProcess) {
+        const int result = ::fcntl(fd, wait ? F_OFD_SETLKW : F_OFD_SETLK, &area);
+        if (result == 0 || errno != EINVAL) return result;
+        ofProcess = true;
+    }
     return ::fcntl(fd, wait ? F_SETLKW : F_SETLK, &area);
+}
+
+bool FileOps::locksBelongToProcess() const {
+    return ofProcess;
 }
 
 int FileOps::gate(int fd, bool take) {

@@ -45,8 +45,12 @@ class FileOps {
     virtual int readlink(const std::string& path, std::string& target);
     /// The names in a folder without "." and "..", unordered; 0 or -1.
     virtual int list(const std::string& folder, std::vector<std::string>& names);
-    /// fcntl record lock of the whole file: F_RDLCK, F_WRLCK or F_UNLCK; waiting for it or not.
+    /// fcntl lock of the whole file: F_RDLCK, F_WRLCK or F_UNLCK; waiting for it or not. It belongs to the open file
+    /// (F_OFD_SETLK), also of a forked process that inherited it, and excludes record locks of processes.
     virtual int lock(int fd, short type, bool wait);
+    /// Whether the system knows no such locks, so that they belong to the process and end when it closes any descriptor
+    /// of the file. Known from the first lock on.
+    [[nodiscard]] virtual bool locksBelongToProcess() const;
     /// flock of the file, which does not meet record locks: taken exclusively, waiting for it, or let go. Does nothing
     /// on file systems that serve it by record locks.
     virtual int gate(int fd, bool take);

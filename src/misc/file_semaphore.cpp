@@ -1,5 +1,6 @@
 #include "misc/file_semaphore.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -28,18 +30,21 @@ struct Holder {
 };
 
 constexpr std::chrono::milliseconds kEndingCheckPeriod{100};
+/// The wait for more than a shared lock: not the same in two processes, so that one of them gets on.
+constexpr std::chrono::milliseconds kMoreWait{60'000}, kMoreWaitApart{20}, kMorePeriod{20};
+constexpr int kMoreWaits = 1000;
 
 std::atomic<bool> ending{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "set in signal handlers");
 
 }  // namespace
 
-/// One lock file of the process. A record lock (fcntl) belongs to the whole process: it does not keep threads apart,
-/// and closing any descriptor of the file gives it back. So the process holds one lock for all who ask, in the
-/// strongest of their modes, and the descriptors close together, when nobody holds or asks for the lock any more.
+/// One lock file of the process, opened once for all who ask: they get the lock in the strongest of their modes, so
+/// that those of one thread do not exclude each other. Where locks belong to processes, closing any descriptor of the
+/// file gives the lock back; so the descriptors close together, when nobody holds or asks for it any more.
 struct LockedFile {
     FileId id;
-    std::vector<FileDescriptor> descriptors;  // the last one is the best: writable when any is
+    std::vector<FileDescriptor> descriptors;  // the last one is the best: writable when any is; none: the parent's
     bool writable = false;
     bool asking = false;  // a thread waits in the system for the lock
     short type = F_UNLCK;
@@ -75,10 +80,20 @@ struct Registry {
     std::mutex mutex;
     std::condition_variable changed;
     std::list<LockedFile> files;
+    std::list<LockedFile> ofParent;  // what objects of a forked process still point to
 
+    /// Never destroyed: threads may still lock while the process ends.
     static Registry& instance() {
-        static Registry registry;
-        return registry;
+        static Registry* const kRegistry = std::make_unique<Registry>().release();
+        return *kRegistry;
+    }
+
+    /// A forked process shares the open files, and with them the locks. It closes them: neither may it release what its
+    /// parent holds, nor keep it when the parent dies.
+    void forgetParent() {
+        for (LockedFile& file : files) file.descriptors.clear();
+        ofParent.splice(ofParent.end(), files);
+        std::construct_at(&changed);  // threads of the parent may wait for it
     }
 
     LockedFile* find(const struct stat& info) {
@@ -114,7 +129,24 @@ struct Registry {
         return &files.emplace_back(std::move(fresh));
     }
 
+    /// Another descriptor of a file that is open: used from now on when it is better. Null when it cannot take over the
+    /// lock of the one in use, which would exclude it; then everything stays as it was.
     static LockedFile* addDescriptor(LockedFile& file, FileDescriptor fd, bool writable) {
+        if (fileOps().locksBelongToProcess()) return keepDescriptor(file, std::move(fd), writable);
+        // Who asks with the one in use holds the lock with it later.
+        if (!writable || file.writable || file.asking) return &file;
+        file.descriptors.reserve(file.descriptors.size() + 1);
+        if (file.type != F_UNLCK) {
+            if (fileOps().lock(fd.get(), file.type, false) != 0) return nullptr;
+            static_cast<void>(fileOps().lock(file.fd(), F_UNLCK, false));
+        }
+        // The old one stays open: who holds the lock may be reading through it.
+        file.descriptors.push_back(std::move(fd));
+        file.writable = true;
+        return &file;
+    }
+
+    static LockedFile* keepDescriptor(LockedFile& file, FileDescriptor fd, bool writable) {
         try {
             file.descriptors.push_back(std::move(fd));
         } catch (const std::bad_alloc&) {
@@ -141,6 +173,16 @@ struct Registry {
     }
 };
 
+/// Before any other handler of this code, so that those run first when a fork begins: none of them waits for the
+/// registry's mutex then.
+[[gnu::constructor]] void watchForks() {
+    pthread_atfork([] { Registry::instance().mutex.lock(); }, [] { Registry::instance().mutex.unlock(); },
+                   [] {
+                       Registry::instance().forgetParent();
+                       Registry::instance().mutex.unlock();
+                   });
+}
+
 bool conflicts(const LockedFile& file, short type) {
     const auto self = std::this_thread::get_id();
     return std::any_of(file.holders.begin(), file.holders.end(),
@@ -163,6 +205,18 @@ bool lockInTurn(int fd, short type) {
     const bool locked = !processEnding() && lockFile(fd, type, true);
     if (queued) fileOps().gate(fd, false);
     return locked;
+}
+
+/// Who waits for more than the shared lock that he holds, while another process does the same, waits for ever; the
+/// system does not see it.
+bool lockMore(int fd, short type) {
+    const auto end = std::chrono::steady_clock::now() + kMoreWait + ::getpid() % kMoreWaits * kMoreWaitApart;
+    while (!lockFile(fd, type, false)) {
+        const bool busy = errno == EAGAIN || errno == EACCES;
+        if (!busy || processEnding() || std::chrono::steady_clock::now() >= end) return false;
+        std::this_thread::sleep_for(kMorePeriod);
+    }
+    return true;
 }
 
 bool leadsTo(const std::string& path, FileId id) {
@@ -223,10 +277,11 @@ int FileSemaphore::acquire(int mode, bool wait) {
         registry.makeRoom(file);
         if (!strongEnough(*file, type)) {
             file->asking = true;
-            guard.unlock();
             // Who holds a shared lock already must not queue for more behind one who waits for its end.
-            const bool inTurn = wait && file->type == F_UNLCK;
-            const bool locked = inTurn ? lockInTurn(file->fd(), type) : lockFile(file->fd(), type, wait);
+            const int fd = file->fd();
+            const bool more = file->type != F_UNLCK;
+            guard.unlock();
+            const bool locked = !wait ? lockFile(fd, type, false) : more ? lockMore(fd, type) : lockInTurn(fd, type);
             guard.lock();
             file->asking = false;
             registry.changed.notify_all();
@@ -260,6 +315,7 @@ int FileSemaphore::v() {
     Registry& registry = Registry::instance();
     const std::lock_guard guard(registry.mutex);
     LockedFile* file = std::exchange(file_, nullptr);
+    if (file->descriptors.empty()) return 1;
     std::erase_if(file->holders, [&](const Holder& h) { return h.owner == this; });
     const short type = strongest(*file);
     bool released = true;
@@ -273,7 +329,7 @@ int FileSemaphore::v() {
 }
 
 int FileSemaphore::descriptor() const {
-    return file_ ? file_->fd() : -1;
+    return file_ && !file_->descriptors.empty() ? file_->fd() : -1;
 }
 
 SemGuard::SemGuard(FileSemaphore& semaphore, int mode) : semaphore_(&semaphore) {

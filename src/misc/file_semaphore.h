@@ -1,4 +1,4 @@
-// A lock between processes: an advisory record lock on the whole of a lock file.
+// A lock between processes: an advisory lock on the whole of a lock file.
 #pragma once
 
 #include <memory>
@@ -15,14 +15,15 @@ bool processEnding() noexcept;
 
 struct LockedFile;
 
-/// fcntl record lock on a lock file, which is created (mode 0666) when missing. Mode 0 is shared, any other exclusive.
+/// fcntl lock on a lock file, which is created (mode 0666) when missing. Mode 0 is shared, any other exclusive.
 ///
-/// A process loses its record locks on a file when it closes any descriptor of it, so the objects of one process that
-/// lock the same file (by device and inode) share its descriptors; the last one closes them. Among threads of one
-/// process the objects exclude each other as the modes say; objects of one thread never block each other, the file is
-/// held in the strongest of their modes. A lock file that cannot be opened for writing is opened for reading when a
-/// shared lock is asked for. Those who wait are served in turn, so readers do not starve a writer. One object is used
-/// by one thread at a time.
+/// The lock belongs to the open file, so that another copy of this code in the process (a PKCS#11 module that the
+/// program loads) is excluded as other processes are. The objects of one copy that lock the same file (by device and
+/// inode) share it. A forked process holds nothing: what it has of its parent's objects releases nothing either. Among
+/// threads of one process the objects exclude each other as the modes say; objects of one thread never block each
+/// other, the file is held in the strongest of their modes. A lock file that cannot be opened for writing is opened for
+/// reading when a shared lock is asked for. Those who wait are served in turn, so readers do not starve a writer. One
+/// object is used by one thread at a time.
 class FileSemaphore {
   public:
     static constexpr size_t kMaxPath = 255;
@@ -37,7 +38,8 @@ class FileSemaphore {
     FileSemaphore& operator=(const FileSemaphore&) = delete;
 
     /// Waits for the lock. 1 when held, 0 on failure: the file cannot be opened or locked, the path is longer than 255
-    /// characters, the object holds the lock already, or the process is being ended.
+    /// characters, the object holds the lock already, or the process is being ended. A thread that holds the lock
+    /// shared waits for the exclusive one a minute or a little more: another that does the same would wait for ever.
     [[nodiscard]] int p(int mode);
     /// Takes the lock when it is free now, else answers 0.
     [[nodiscard]] int pCond(int mode);
@@ -47,7 +49,7 @@ class FileSemaphore {
     int v();
 
     [[nodiscard]] bool held() const { return file_ != nullptr; }
-    /// The descriptor of the lock file while the lock is held, -1 otherwise. Never close it.
+    /// The descriptor of the lock file while the lock is held, -1 otherwise and in a forked process. Never close it.
     [[nodiscard]] int descriptor() const;
     [[nodiscard]] const std::string& path() const { return path_; }
 

@@ -125,6 +125,63 @@ TEST_F(Lock, OfAFileThatCannotBeWrittenServesReaders) {
     EXPECT_EQ(semaphore.p(kExclusiveLock), 0);
     EXPECT_EQ(semaphore.p(kSharedLock), 1);
     EXPECT_FALSE(freeForProcess(kExclusiveLock));
+    ops.denyWriting = false;
+    FileSemaphore more(path);
+    EXPECT_EQ(more.pCond(kExclusiveLock), 1) << "by a descriptor that writes, past the lock of the one that reads";
+    EXPECT_FALSE(freeForProcess(kSharedLock));
+    EXPECT_EQ(more.v(), 1);
+    EXPECT_TRUE(freeForProcess(kSharedLock));
+    EXPECT_FALSE(freeForProcess(kExclusiveLock));
+}
+
+/// Locks as systems have them that do not know those of open files.
+class LocksOfProcess : public FaultyFileOps {
+  public:
+    int lock(int fd, short type, bool) override {
+        struct flock area {};
+        area.l_type = type;
+        return ::fcntl(fd, F_SETLK, &area);
+    }
+    [[nodiscard]] bool locksBelongToProcess() const override { return true; }
+};
+
+TEST_F(Lock, OfTheProcessOutlivesItsOtherDescriptors) {
+    writeFile(path, "");
+    LocksOfProcess ops;
+    const ScopedFileOps use(ops);
+    ops.denyWriting = true;
+    ASSERT_EQ(semaphore.p(kSharedLock), 1);
+    ops.denyWriting = false;
+    EXPECT_EQ(FileSemaphore(path).pCond(kExclusiveLock), 1);
+    EXPECT_FALSE(freeForProcess(kExclusiveLock));
+}
+
+TEST_F(Lock, OutlivesOtherDescriptorsOfTheProcess) {
+    ASSERT_EQ(semaphore.p(kExclusiveLock), 1);
+    FileOps other;  // as of another copy of the code
+    const int fd = other.open(path, O_RDWR);
+    EXPECT_NE(other.lock(fd, F_RDLCK, false), 0);
+    other.close(fd);
+    EXPECT_FALSE(freeForProcess(kSharedLock));
+}
+
+TEST_F(Lock, IsNeitherReleasedNorKeptByAForkedProcess) {
+    ASSERT_EQ(semaphore.p(kExclusiveLock), 1);
+    const auto child = [&] { return FileSemaphore(path).pCond(kSharedLock) == 0 && semaphore.v() == 1 ? 7 : 8; };
+    EXPECT_EXIT(_exit(child()), testing::ExitedWithCode(7), "");
+    EXPECT_FALSE(freeForProcess(kSharedLock)) << "it was the child's v()";
+    EXPECT_EQ(semaphore.v(), 1);
+    int open[2];
+    ASSERT_EQ(::pipe(open), 0);
+    const pid_t holder = ::fork();
+    if (holder == 0) {
+        static_cast<void>(semaphore.p(kExclusiveLock));
+        if (::fork() == 0) ::close(open[1]), static_cast<void>(::read(open[0], open, 1));
+        ::_exit(0);
+    }
+    ::waitpid(holder, nullptr, 0);
+    EXPECT_TRUE(freeForProcess(kExclusiveLock)) << "the holder is dead, its child is not";
+    ::close(open[0]), ::close(open[1]);
 }
 
 TEST_F(Lock, BelongsToWhomeverItsFileBelongs) {
