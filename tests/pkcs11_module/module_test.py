@@ -323,6 +323,14 @@ class Calls(unittest.TestCase):
                               ([1, 1, 1, 1, 2, 0], ck.OK)):
             self.assertEqual(self.m.Initialize(byref((c_ulong * 6)(*words))), wanted)
 
+    def test_unloading_leaves_what_runs(self):
+        session = self.opened("EC")
+        library = ctypes.CDLL(MODULE)
+        for _ in range(100):  # more often than the test has it open
+            ctypes.CDLL(None).dlclose(ctypes.c_void_p(library._handle))
+        again = ck.Module(MODULE)
+        self.assertEqual([again.Initialize(None), len(again.find(session, ck.PRIVATE_KEY))], [ck.ALREADY_INITIALIZED, 1])
+
     def test_nobody_stays_logged_in_without_a_session(self):
         for pause in range(12):
             session = self.m.open(self.slot["EC"])
