@@ -4,13 +4,11 @@
 
 #include "asn/x509/signed_certificate.h"
 #include "db_sql/crt_keys.h"
+#include "db_sql/crt_records_ahead.h"
 
 namespace crv {
 
 namespace {
-
-/// Certificates parsed before the lock is taken.
-constexpr size_t kBatchSize = 2048;
 
 using Filter = std::function<bool(const SignedCertificate&)>;
 
@@ -74,21 +72,14 @@ bool CrtDb::insertBatch(std::vector<CrtRecord>& batch, size_t first, const Progr
 
 bool CrtDb::insertMany(const Source& next, const Progress& progress, const Refused& refused, ImportProgress& done) {
     done = {};
-    std::vector<CrtRecord> batch;
-    bool more = true, stopped = false, unreadable = false;
-    while (more && !stopped) {
-        const size_t first = done.handled();
-        batch.clear();
-        for (ByteView der; batch.size() < kBatchSize && (more = next(der));) {
-            if (makeCrtRecord(der, batch.emplace_back())) continue;
-            batch.pop_back();
-            unreadable = true;
-            more = false;
-            break;
-        }
-        if (!insertBatch(batch, first, progress, refused, done, stopped)) return false;
-        done.unreadable = unreadable && !stopped;
-    }
+    CrtRecordsAhead ahead(next);
+    bool stopped = false;
+    do {
+        std::vector<CrtRecord> batch = ahead.next();
+        if (batch.empty()) break;
+        if (!insertBatch(batch, done.handled(), progress, refused, done, stopped)) return false;
+    } while (!stopped);
+    done.unreadable = ahead.unreadable() && !stopped;
     return true;
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "db_sql/crt_records_ahead.h"
 #include "db_sql/db_manager.h"
 
 namespace crv {
@@ -35,8 +36,8 @@ class CrtDb {
     bool insert(ByteView der, InsertResult* result = nullptr);
 
     /// Gives the next certificate's octets, good until the import ends; false at the end. What is no certificate ends
-    /// the import, too.
-    using Source = std::function<bool(ByteView& der)>;
+    /// the import, too, though the source may have been asked for some behind it.
+    using Source = CrtRecordsAhead::Source;
     /// Called after each slice; false stops.
     using Progress = std::function<bool(const ImportProgress&)>;
     /// Called for each certificate that was not stored: its place in the source, from 0, and why.

@@ -52,13 +52,14 @@ class DbCopy {
 
     /// An import ends at what is no certificate; here that one is left out.
     bool storeBatch() {
-        for (auto at = batch_.begin(); at != batch_.end();) {
+        for (size_t first = 0; first < batch_.size();) {
             ImportProgress part;
-            const auto next = [&](ByteView& der) { return at != batch_.end() && (der = *at++, true); };
+            const auto next = [&, at = first](ByteView& der) mutable {
+                return at < batch_.size() && (der = batch_[at++], true);
+            };
             const CrtDb::Progress goOn = [](const ImportProgress&) { return !processEnding(); };
             if (dry_) {
                 part.stored = batch_.size();
-                at = batch_.end();
             } else if (!CrtDb(to_).insertMany(next, goOn, nullptr, part)) {
                 return false;
             }
@@ -66,6 +67,7 @@ class DbCopy {
             done_.certificates.present += part.present;
             done_.certificates.refused += part.refused + (part.unreadable ? 1 : 0);
             stopIfEnding();
+            first += part.handled() + (part.unreadable ? 1 : 0);
         }
         batch_.clear();
         if (progress_) progress_(done_);

@@ -1,13 +1,12 @@
 #include "pki/signatures_ahead.h"
 
-#include <signal.h>
-
 #include <algorithm>
 #include <exception>
 #include <system_error>
 #include <utility>
 
 #include "crypto/public_key.h"
+#include "misc/signals_held.h"
 
 namespace crv {
 
@@ -16,22 +15,6 @@ namespace {
 /// Fewer are checked sooner than a thread starts.
 constexpr size_t kWorthThreads = 16;
 constexpr unsigned kMaxThreads = 16;
-
-/// Signals are the program's: no thread of ours may take one.
-class SignalsHeld {
-  public:
-    SignalsHeld() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    SignalsHeld(const SignalsHeld&) = delete;
-    SignalsHeld& operator=(const SignalsHeld&) = delete;
-    ~SignalsHeld() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-  private:
-    sigset_t before_;
-};
 
 bool isRight(const SignaturesAhead::Task& task) {
     try {

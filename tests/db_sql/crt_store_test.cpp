@@ -316,6 +316,15 @@ TEST_P(CrtStoreTest, AnImportTellsEachCertificatesFate) {
     ASSERT_TRUE(db.insertMany(
         source, [](const auto&) { return false; }, nullptr, done));
     EXPECT_EQ(count(), 5U);
+
+    size_t given = 0;
+    const CrtDb::Source endless = [&](ByteView& der) {
+        return der = ++given == 3001 ? ByteView(file[8]) : file[given % 2], given < 9000;
+    };
+    ASSERT_TRUE(db.insertMany(endless, nullptr, nullptr, done));
+    EXPECT_TRUE(done.unreadable);
+    EXPECT_EQ(done.handled(), 3000U) << "what other threads took apart comes in order, up to what is no certificate";
+    EXPECT_EQ(count(), 5U);
 }
 
 TEST_P(CrtStoreTest, FetchTimesAndImportNumbersAreKept) {

@@ -1,0 +1,42 @@
+// Certificates taken apart by all processors while those before them are stored.
+#pragma once
+
+#include <functional>
+#include <future>
+#include <vector>
+
+#include "db_sql/crt_record.h"
+
+namespace crv {
+
+/// Reads a source in batches: the next one is taken apart by other threads while the owner stores the last.
+class CrtRecordsAhead {
+  public:
+    /// Gives the next certificate's octets, good as long as this object; false at the end. Called by the owner's
+    /// thread.
+    using Source = std::function<bool(ByteView& der)>;
+
+    /// Most certificates of a batch.
+    static constexpr size_t kBatchSize = 2048;
+
+    explicit CrtRecordsAhead(const Source& source) : source_(source) { begin(); }
+
+    /// The next batch, up to the first that is no certificate; empty at the end.
+    [[nodiscard]] std::vector<CrtRecord> next();
+    /// Whether the last batch ended at octets that are no certificate; there is none behind it then.
+    [[nodiscard]] bool unreadable() const { return unreadable_; }
+
+  private:
+    struct Share {
+        std::vector<CrtRecord> records;
+        bool unreadable = false;
+    };
+    static Share takeApart(const std::vector<ByteView>& ders);
+    void begin();
+
+    const Source& source_;
+    bool unreadable_ = false;
+    std::vector<std::future<Share>> shares_;  // in the order of the source
+};
+
+}  // namespace crv
