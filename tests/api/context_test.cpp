@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 
 #include <clocale>
-#include <thread>
 
 #include "api/api_frame.h"
 #include "config/warning_codes.h"
@@ -325,25 +324,6 @@ TEST(Contexts, AreCountedAndRefusedAfterTheirEnd) {
     alignas(CRVctx) static char memory[sizeof(CRVctx)];
     (new (memory) CRVctx)->~CRVctx();
     EXPECT_EQ(crvSetOptionAPI(reinterpret_cast<CRVctx*>(memory), kTimeout, 1), ECRV_API_INV_CTX);
-}
-
-TEST(Contexts, WorkInSeveralThreads) {
-    std::vector<std::thread> threads;
-    for (long t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            CRVctx ctx;
-            for (long i = 0; i < 200; ++i) {
-                long value = 0;
-                EXPECT_EQ(crvSetOptionAPI(&ctx, kTimeout, t * 1000 + i), 0);
-                EXPECT_EQ(crvGetOptionAPI(&ctx, kTimeout, &value), 0);
-                EXPECT_EQ(value, t * 1000 + i);
-                EXPECT_EQ(crvStorePINUtf8API(&ctx, 3, "x"), ECRV_INTERNAL_ERROR);
-                EXPECT_THAT(text(&ctx, ECRV_INTERNAL_ERROR), HasSubstr("Assertion isSlot(id) failed in"));
-                EXPECT_EQ(crvSetGlobalOption(kDownloader, i), 0);
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace
