@@ -78,14 +78,14 @@ void CRVctx::setProfile(std::unique_ptr<crv::CrvProfile> profile) {
         removePINs();
         unsavedOptions.clear();
     }
-    networkManager.clearNetStore();
+    networkManager.beginProfile();
     configurationManager.setProfile(std::move(profile));
 }
 
 void CRVctx::moveFromNetStoreToDB() {
     networkManager.moveFromNetStoreToDB([this](ByteView der) { return certificateManager.db().insert(der); },
                                         [this](ByteView der) {
-                                            const CrlInsert result = revocationManager.insert(der);
+                                            const CrlInsert result = revocationManager.insertGenuine(der);
                                             return result == CrlInsert::Stored || result == CrlInsert::Older;
                                         });
 }

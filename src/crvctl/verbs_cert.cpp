@@ -371,14 +371,25 @@ void certVerify(Run& run) {
         if (selector.empty()) throw CallError("missing", "FILE, --sha256, --serial, --subject, --email, --role");
         certificate = findOne(session, selector);
     }
+    std::optional<RevocationManager::MoreCrls> fetched;
     // The network tells of the present only.
     if (options.revocation == RevocationCheck::Required && !run.call.has("offline") && !run.call.has("at")) {
         session.unlock();
         for (const NetReport& report :
              session.context().networkManager.refreshStatus(certificate, extra, StatusAsking::WhatIsMissing, goesOn))
             if (report.code != 0) run.out.warn("not fetched", report.url + " " + report.cause);
-        for (const Bytes& one : session.context().networkManager.netStoreCerts()) extra.push_back(makeCert(one));
-        session.storeFetched();
+        NetworkManager& network = session.context().networkManager;
+        for (const Bytes& one : network.netStoreCerts()) extra.push_back(makeCert(one));
+        CrlFactsList lists;
+        for (const Bytes& one : network.netStoreCrls()) lists.push_back(CrlFacts::make(one));
+        fetched.emplace(session.context().revocationManager, std::move(lists));
+        try {
+            session.storeFetched();
+        } catch (const OpError& error) {
+            // The verdict goes by what came, stored or not.
+            if (error.fault() != OpFault::DatabaseFailed) throw;
+            run.out.warn("what was fetched could not be stored", error.what());
+        }
         options.time = std::time(nullptr);
     }
     const auto verdict = session.context().certificateManager.buildPath(certificate, options, extra);

@@ -1,5 +1,6 @@
 // Verbs that ask the network.
 #include <algorithm>
+#include <exception>
 
 #include "asn/asn_time.h"
 #include "asn/x509/signed_certificate.h"
@@ -45,14 +46,20 @@ void crlRefresh(Run& run) {
     session.demandDatabase();
     const NetReports reports =
         session.context().networkManager.fetchCrls(authoritiesOf(run, session), run.call.has("due"), goesOn);
-    session.storeFetched();
+    std::exception_ptr unstored;
+    try {
+        session.storeFetched();
+    } catch (const OpError&) {
+        unstored = std::current_exception();  // where each came from, or why not, is told all the same
+    }
     for (const NetReport& report : reports) {
         Fields fields = reportFields(report);
         fields.emplace(fields.begin(), "authority", report.name);
         run.out.item(std::move(fields));
-        if (report.code == 0) run.out.change("import", "crl", report.name);
+        if (report.code == 0 && !unstored) run.out.change("import", "crl", report.name);
         if (report.code != 0) run.out.no(report.code, OpStatus::Network);
     }
+    if (unstored) std::rethrow_exception(unstored);
 }
 
 void certFetch(Run& run) {

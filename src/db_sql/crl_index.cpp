@@ -53,4 +53,11 @@ int compareNumbers(const ASNinteger& a, const ASNinteger& b) {
     return order == std::strong_ordering::less ? -1 : 1;
 }
 
+/// By the number, which only grows (RFC 5280 5.2.3); the time orders two with one number, issued anew, and those
+/// without one.
+bool isNewer(const CrlIndexEntry& a, const CrlIndexEntry& b) {
+    const int order = a.crlNumber && b.crlNumber ? compareNumbers(*a.crlNumber, *b.crlNumber) : 0;
+    return order != 0 ? order > 0 : a.issued() > b.issued();
+}
+
 }  // namespace crv

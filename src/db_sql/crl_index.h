@@ -48,6 +48,9 @@ struct ParsedCrl {
 /// False for octets that are no CRL.
 [[nodiscard]] bool parseCrl(ByteView der, ParsedCrl& parsed);
 
+/// Whether `a` takes the place of `b`: by the number, by the time where that says nothing.
+[[nodiscard]] bool isNewer(const CrlIndexEntry& a, const CrlIndexEntry& b);
+
 /// No store comes near it: an authority has one row for each scope of its CRLs.
 constexpr long kMostCrlFiles = 1'000'000;
 

@@ -21,13 +21,6 @@ bool sameAuthority(const CrlIndexEntry& a, const CrlIndexEntry& b) {
            (!a.authorityKeyId || *a.authorityKeyId == *b.authorityKeyId) && a.issuer == b.issuer;
 }
 
-/// By the number, which only grows (RFC 5280 5.2.3); the time orders two with one number, issued anew, and those
-/// without one.
-bool isNewer(const CrlIndexEntry& a, const CrlIndexEntry& b) {
-    const int order = a.crlNumber && b.crlNumber ? compareNumbers(*a.crlNumber, *b.crlNumber) : 0;
-    return order != 0 ? order > 0 : a.issued() > b.issued();
-}
-
 long freeNumber(const CrlIndex& index) {
     long last = 0;
     for (const CrlIndexEntry& entry : index) last = std::max(last, entry.fileNumber());

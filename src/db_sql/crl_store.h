@@ -20,6 +20,7 @@ enum class CrlInsert : int {
     Present,      ///< the same CRL is there already
     Older,        ///< the one that is there is not older
     Malformed,    ///< the octets are no CRL
+    NotGenuine,   ///< it does not verify, and only one that does was to be stored
     Failed,       ///< the database failed (DbManager::lastCause)
     DeviceFailed  ///< stored, but the Tarvo device refused it (RevocationManager::deviceError)
 };

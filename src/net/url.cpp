@@ -68,14 +68,24 @@ bool isInnerIpv6(const in6_addr& address) {
     // ::1, ::, IPv4 in its compatible and mapped forms.
     if (zeros && ((octets[10] == 0xFF && octets[11] == 0xFF) || (octets[10] == 0 && octets[11] == 0)))
         return isInnerIpv4(ntohl(last)) || ntohl(last) == 1;
-    // IPv4 behind a translator (RFC 6052 2.1).
-    static constexpr uint8_t kTranslated[12] = {0, 0x64, 0xFF, 0x9B};
-    if (std::memcmp(octets, kTranslated, sizeof kTranslated) == 0) return isInnerIpv4(ntohl(last));
+    // IPv4 behind a translator (RFC 6052 2.1, RFC 8215, RFC 7915 1).
+    static constexpr uint8_t kTranslated[12] = {0, 0x64, 0xFF, 0x9B}, kLocal[6] = {0, 0x64, 0xFF, 0x9B, 0, 1},
+                             kMapped[12] = {0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF};
+    if (std::memcmp(octets, kTranslated, sizeof kTranslated) == 0 || std::memcmp(octets, kLocal, sizeof kLocal) == 0 ||
+        std::memcmp(octets, kMapped, sizeof kMapped) == 0) {
+        return isInnerIpv4(ntohl(last));
+    }
+    // 6to4 has it at the front (RFC 3056 2).
+    if (octets[0] == 0x20 && octets[1] == 0x02) {
+        std::memcpy(&last, octets + 2, sizeof last);
+        return isInnerIpv4(ntohl(last));
+    }
     return octets[0] == 0xFF || (octets[0] == 0xFE && (octets[1] & 0xC0) == 0x80);
 }
 
 /// A host that is written as an address is judged before anybody connects: behind a proxy nobody else does.
-bool isInnerHost(const std::string& host) {
+bool isInnerHost(std::string host) {
+    if (host.ends_with('.')) host.pop_back();  // the root's, which resolvers pass over
     sockaddr_in ipv4{};
     sockaddr_in6 ipv6{};
     ipv4.sin_family = AF_INET;

@@ -233,13 +233,15 @@ void Session::demandDatabase() {
 
 void Session::storeFetched() {
     NetworkManager& network = context_->networkManager;
+    if (mode_.dryRun) network.clearNetStore();
+    if (!network.isNetStoreEmpty()) {
+        // What came before somebody stopped it is as good as the rest.
+        if (!processEnding()) demandDatabase();
+        context_->state.warnings.clear();
+        context_->moveFromNetStoreToDB();
+        if (!context_->state.warnings.empty()) failDatabase();
+    }
     stopIfEnding();
-    if (mode_.dryRun) return network.clearNetStore();
-    if (network.isNetStoreEmpty()) return;
-    demandDatabase();
-    context_->state.warnings.clear();
-    context_->moveFromNetStoreToDB();
-    if (!context_->state.warnings.empty()) failDatabase();
 }
 
 void Session::failDatabase() {

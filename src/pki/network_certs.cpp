@@ -110,17 +110,8 @@ NetReport NetworkManager::fetchRecipient(const std::string& email, const NetProg
     NetSources sources(*context_, *manager_);
     if (sources.option(kOptEncCrtFromNet) == 0)
         return {email, ECRV_TCP_NO_SRV, "recipients' certificates are not to be fetched (option 6)"};
-    const std::string name = "CRT:" + email;
-    int64_t last = 0;
-    const int64_t now = std::time(nullptr);
-    if (const long pause = sources.option(kOptNetCertTimeout);
-        pause > 0 && manager_->database().getNetCertTime(name, last) && last <= now && now - last < pause) {
-        return {email, ECRV_RECCRT, "asked for within the time of option 32"};
-    }
     const bool anybody = sources.option(kOptDontCheckEmailInEncNetCrt) != 0;
-    NetReport report = fetchPeople({.email = email, .name = {}}, anybody, progress, found);
-    if (report.code == 0 || report.code == ECRV_RECCRT) times_.push_back({name, std::nullopt});
-    return report;
+    return fetchPeople({.email = email, .name = {}}, anybody, progress, found);
 }
 
 NetErrand NetworkManager::issuerErrand(NetSources& sources, const CertPtr& below, CertList& found, CertPtr& above) {
@@ -136,7 +127,8 @@ NetErrand NetworkManager::issuerErrand(NetSources& sources, const CertPtr& below
         for (CertPtr& one : came.list) {
             const FactsPtr facts = manager_->cache().facts(manager_->cache().certificate(encodingOf(*one)));
             if (!(one->subject() == below->issuer()) || !isIssuedBy(*below, *facts)) continue;
-            if (addCertToNetStore(encodingOf(*one))) found.push_back(one);
+            addCertToNetStore(encodingOf(*one));
+            if (!contains(found, *one)) found.push_back(one);
             above = std::move(one);
         }
         if (above) return NetVerdict();

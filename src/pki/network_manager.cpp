@@ -88,7 +88,10 @@ void NetworkManager::moveFromNetStoreToDB(const std::function<bool(ByteView)>& i
     std::set<std::string> names;
     for (const FetchTime& time : times_)
         if (!open.contains(time.name)) names.insert(time.name);
-    for (const std::string& name : names) static_cast<void>(manager_->database().setNetCertTime(name));
+    for (const std::string& name : names) {
+        fetched_[name] = std::time(nullptr);
+        static_cast<void>(manager_->database().setNetCertTime(name));
+    }
     clearNetStore();
     if (refused && context_) context_->addWarning(WARN_NET_STORE_NOT_MOVED);
 }
@@ -99,14 +102,21 @@ void NetworkManager::clearNetStore() {
     times_.clear();
 }
 
+void NetworkManager::beginProfile() {
+    clearNetStore();
+    fetched_.clear();
+    asked_.clear();
+}
+
 NetReports NetworkManager::go(std::vector<NetErrand> errands, const NetProgress& progress) {
     NetRun run(std::move(errands));
     run.finish(progress);
     NetReports reports;
     for (const NetErrand& errand : run.errands()) reports.push_back(reportOf(errand));
-    const auto last = std::ranges::find_if(reports, [](const NetReport& one) { return one.code != 0; });
-    if (last != reports.end())
-        context_->setDiagnosticText(last->url.empty() ? last->cause : last->url + ": " + last->cause);
+    const auto failed = [](const NetReport& one) { return one.code != 0; };
+    const auto last = std::find_if(reports.rbegin(), reports.rend(), failed);
+    const std::string where = last == reports.rend() || last->url.empty() ? std::string() : last->url + ": ";
+    context_->setDiagnosticText(last == reports.rend() ? std::string() : where + last->cause);
     return reports;
 }
 
@@ -156,6 +166,26 @@ CrtStatus NetworkManager::status(const StatusQuestion& question) {
     return byOcsp ? *byOcsp : byCrl;
 }
 
+/// The kept answer where it still holds and tells more than one that came: servers lag behind each other, and on a way
+/// without TLS somebody may give an answer of before. A "revoked" is displaced by a later answer that tells the status
+/// only. Where a later one tells none, what was good is not good any more.
+std::optional<CrtStatus> NetworkManager::laterKept(const OcspQuestion& question, const CrtStatus& came) {
+    setCacheFolder();
+    const std::optional<Bytes> kept = cache_.find(question.id.encoded());
+    if (!kept) return std::nullopt;
+    OcspQuestion before = question;
+    before.nonce.clear();
+    OcspAnswer answer;
+    if (ocsp_.judge(before, *kept, answer).code != 0) return std::nullopt;
+    const bool revoked = answer.status.state == CrtStatus::State::Revoked;
+    const bool silent = came.state == CrtStatus::State::Unknown;
+    const int64_t thisUpdate = answer.status.source.thisUpdate;
+    if (thisUpdate > came.source.thisUpdate || (revoked && (silent || thisUpdate == came.source.thisUpdate)))
+        return answer.status;
+    if (silent) cache_.remove(question.id.encoded());
+    return std::nullopt;
+}
+
 NetErrand NetworkManager::ocspErrand(NetSources& sources, const OcspQuestion& question, CrtStatus* status) {
     NetErrand errand;
     const NetObject object = OcspClient::object(question);
@@ -169,9 +199,10 @@ NetErrand NetworkManager::ocspErrand(NetSources& sources, const OcspQuestion& qu
         NetVerdict verdict = result.values.empty() ? NetVerdict{ECRV_TCP_PROT, "OCSP: an empty answer"}
                                                    : ocsp_.judge(question, result.values.front(), answer);
         if (verdict.code != 0) return verdict;
-        if (status) *status = answer.status;
+        const std::optional<CrtStatus> kept = laterKept(question, answer.status);
+        if (status) *status = kept ? *kept : answer.status;
+        if (kept) return verdict;
         if (answer.status.state == CrtStatus::State::Unknown) return NetVerdict{ECRV_TCP_PROT, answer.status.text};
-        setCacheFolder();
         cache_.store(question.id.encoded(), result.values.front(), answer.keeps);
         return verdict;
     };
@@ -283,8 +314,8 @@ NetReport NetworkManager::timeStamp(KcHashAlgo hash, ByteView digest, const NetP
     NetSources sources(*context_, *manager_);
     const TimeStampReq request = TimeStampClient::request(hash, digest);
     NetAttempts attempts = sources.servers(CRVSRV_USAGE_TIME_STAMP, {}, TimeStampClient::object(request));
-    const char* none = attempts.empty() ? "no server is set up for it" : "the network is switched off (option 18)";
-    if (attempts.empty() || sources.networkIsOff()) return refusal("TSA", ECRV_TS_NO_SERVER_DEF, none);
+    if (attempts.empty()) return refusal("TSA", ECRV_TS_NO_SERVER_DEF, "no server is set up for it");
+    if (sources.networkIsOff()) return refusal("TSA", ECRV_TS_NETWORK_FAIL, "the network is switched off (option 18)");
     const bool several = attempts.size() > 1;
     NetReport report = goOne(stampErrand(std::move(attempts), request, facts), progress);
     const bool told = report.code == 0 || report.code == ECRV_ACTION_CANCELLED;

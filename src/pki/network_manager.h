@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <vector>
 
@@ -79,22 +80,25 @@ class NetworkManager {
     void moveFromNetStoreToDB(const std::function<bool(ByteView)>& insertCert,
                               const std::function<bool(ByteView)>& insertCrl);
     void clearNetStore();
+    /// Forgets what was fetched, and when, with another profile.
+    void beginProfile();
 
     /// Every authority whose CRLs may be wanted: trust points and the authorities of the database.
     [[nodiscard]] CertList authorities();
     /// Fetches the CRLs of authorities that have a source: the servers in their order, then, with option 41, what the
     /// user's certificates and the authorities' name. With `onlyDue` those whose server's period is over, or of which
-    /// none is current. Only CRLs that verify and are not older than the stored ones are accepted. One report of 108
-    /// where options 16 or 18 forbid it, and where no authority has a source.
+    /// none is current; then that a server of any authority gives another one's list is no failure. Only CRLs that
+    /// verify and are not older than the stored ones are accepted. One report of 108 where options 16 or 18 forbid it,
+    /// and where no authority has a source.
     [[nodiscard]] NetReports fetchCrls(const CertList& authorities, bool onlyDue, const NetProgress& progress);
-    /// The same without waiting; null when there is nothing to fetch. `CrlRun::advance` must be called until it is
+    /// The same of those that are due, without waiting; null when there is nothing to fetch. One that was asked for in
+    /// the last ten minutes waits unless its server's period is shorter. `CrlRun::advance` must be called until it is
     /// done.
     [[nodiscard]] std::unique_ptr<CrlRun> startDueCrls();
 
     /// Certificates by e-mail address or common name from the servers of certificates; those of others are left out.
     [[nodiscard]] NetReport fetchCerts(const CertQuery& query, const NetProgress& progress, CertList& found);
-    /// The certificates of a recipient as options 6, 22 and 32 want it: none unless they are to be fetched, no more
-    /// often than option 32 says.
+    /// The certificates of a recipient as options 6 and 22 want it: none unless they are to be fetched.
     [[nodiscard]] NetReport fetchRecipient(const std::string& email, const NetProgress& progress, CertList& found);
     /// Certificates that made the signatures above a certificate, up to four levels, from the servers of certificates
     /// and the certificates' own addresses.
@@ -132,21 +136,33 @@ class NetworkManager {
         CertList subjects{};  ///< certificates whose status the CRLs are to tell: what they name counts
         CertList extra{};     ///< certificates of authorities that the database may not have
     };
-    /// A time to remember; that of a CRL of the store only when the database takes it.
+    /// The time of a row, to be remembered when the database takes the CRL of the store.
     struct FetchTime {
         std::string name;
-        std::optional<size_t> crl;
+        size_t crl;
+    };
+    /// What this run of the program knows of an authority, in seconds since 1970.
+    struct Asked {
+        int64_t started = 0;
+        int64_t succeeded = 0;
     };
     struct StatusWork;
+    enum class CrlChoice { All, Due, DueInBackground };
 
     static bool add(std::vector<Bytes>& store, ByteView item);
     [[nodiscard]] NetReports go(std::vector<NetErrand> errands, const NetProgress& progress);
     [[nodiscard]] NetReport goOne(NetErrand errand, const NetProgress& progress);
-    [[nodiscard]] std::vector<NetErrand> crlErrands(const CertList& authorities, bool onlyDue, bool& anySource);
+    [[nodiscard]] std::vector<NetErrand> crlErrands(const CertList& authorities, CrlChoice choice, bool& anySource);
     [[nodiscard]] NetErrand crlErrand(NetSources& sources, CrlWish wish);
-    void dropForeign(NetReports& reports) const;
-    [[nodiscard]] bool isDue(const SignedCertificate& authority);
+    [[nodiscard]] std::vector<CrlWish> crlWishes(NetSources& sources, const CertPtr& authority, const CertList& known);
+    void dropForeign(NetReports& reports, bool onlyDue) const;
+    [[nodiscard]] bool isDue(const CrlWish& wish, bool partitioned);
+    [[nodiscard]] bool isCurrent(const CrlIndexEntry& row, int64_t now) const;
+    [[nodiscard]] long shortestPeriod(const SignedCertificate& authority) const;
     [[nodiscard]] bool isPeriodOver(const SignedCertificate& authority, int64_t now);
+    [[nodiscard]] int64_t lastFetch(const std::string& server);
+    void leaveOutForeign(NetErrand& errand, const SignedCertificate& authority);
+    void rememberFetch(const CrlWish& wish, const NetAttempt& attempt, size_t crl);
     [[nodiscard]] NetVerdict judgeCrls(const CrlWish& wish, const NetAttempt& attempt, const FetchResult& result,
                                        bool keep);
     [[nodiscard]] NetVerdict judgeCrl(const CrlFacts& crl, const CrlWish& wish, bool keep);
@@ -166,6 +182,7 @@ class NetworkManager {
     [[nodiscard]] NetErrand crlTest(NetSources& sources, const SrvParams& server);
     [[nodiscard]] NetErrand ocspTest(NetSources& sources, const SrvParams& server);
     [[nodiscard]] CertPtr authorityOf(const SrvParams& server);
+    [[nodiscard]] std::optional<CrtStatus> laterKept(const OcspQuestion& question, const CrtStatus& came);
     void setCacheFolder();
 
     ContextServices* context_ = nullptr;
@@ -179,6 +196,8 @@ class NetworkManager {
     std::vector<Bytes> certificates_;
     std::vector<Bytes> crls_;
     std::vector<FetchTime> times_;
+    std::map<std::string, int64_t> fetched_;  // when this run fetched from a row: not every database remembers
+    std::map<Bytes, Asked> asked_;            // by the authority's name, normalised
 };
 
 }  // namespace crv

@@ -1,8 +1,11 @@
 #include "pki/network_run.h"
 
 #include <algorithm>
+#include <new>
 
 #include "corvane/crverrors.h"
+#include "crypto/crypto_error.h"
+#include "misc/exceptions.h"
 
 namespace crv {
 
@@ -30,6 +33,20 @@ uint64_t sizeOf(const FetchResult& result) {
     uint64_t size = 0;
     for (const Bytes& value : result.values) size += value.size();
     return size;
+}
+
+/// What cannot be judged, for want of memory or for a failure of the database, is no success, and holds up nothing
+/// else.
+NetVerdict verdictOf(const NetErrand& errand, const NetAttempt& attempt, FetchResult& result) {
+    try {
+        return errand.judge(attempt, result);
+    } catch (const std::bad_alloc&) {
+        return {ECRV_TCP_PROT, "not enough memory for what came"};
+    } catch (const CryptoError& error) {
+        return {ECRV_TCP_PROT, error.what()};
+    } catch (const StoreError& error) {
+        return {ECRV_TCP_PROT, error.what()};
+    }
 }
 
 }  // namespace
@@ -65,11 +82,15 @@ void NetRun::send(size_t number) {
 
 void NetRun::judge(NetErrand& errand, FetchResult& result) {
     const NetAttempt& attempt = errand.attempts[errand.next++];
-    errand.url = result.url;
-    errand.server = attempt.server;
-    errand.size = sizeOf(result);
-    errand.verdict = {codeOfOutcome(result.outcome, errand.notFound), result.cause};
-    if (result.good()) errand.verdict = errand.judge(attempt, result);
+    NetVerdict verdict{codeOfOutcome(result.outcome, errand.notFound), result.cause};
+    if (result.good()) verdict = verdictOf(errand, attempt, result);
+    // That another one has nothing of the kind says less than why the one before failed.
+    if (verdict.code != ECRV_SRV_BAD_CA || errand.verdict.code == 0) {
+        errand.verdict = std::move(verdict);
+        errand.url = result.url;
+        errand.server = attempt.server;
+        errand.size = sizeOf(result);
+    }
     errand.done = errand.verdict.code == 0 || errand.verdict.code == ECRV_ACTION_CANCELLED ||
                   errand.next == errand.attempts.size();
 }

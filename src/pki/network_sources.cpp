@@ -42,6 +42,11 @@ std::string pathOf(const SrvParams& server) {
     return path.empty() ? "/" : path;
 }
 
+/// A path as people write it, with spaces and letters of theirs; what is encoded already stays.
+std::string encodedPath(const SrvParams& server) {
+    return percentEncoded(pathOf(server), "/%?&=+;:@!$'()*,#");
+}
+
 bool isLdap(UrlScheme scheme) {
     return scheme == UrlScheme::Ldap || scheme == UrlScheme::Ldaps;
 }
@@ -74,6 +79,9 @@ void NetSources::finish(FetchRequest& request, const NetObject& object) {
     request.totalTime = object.limits.totalTime;
     const long seconds = option(kOptConnectTimeout);
     if (seconds > 0) request.connectTime = static_cast<uint64_t>(seconds) * 1000;
+    const long whole = object.limits.certificates ? option(kOptNetCertTimeout) : 0;
+    if (whole > 0) request.totalTime = static_cast<uint64_t>(whole) * 1000;
+    if (whole == 0 && object.limits.certificates && seconds > 0) request.totalTime = request.connectTime;
     const UrlScheme scheme = parseUrl(request.url).scheme;
     if (scheme == UrlScheme::Https || scheme == UrlScheme::Ldaps || request.tls != FetchTls::None)
         request.roots = roots();
@@ -98,12 +106,14 @@ NetAttempt NetSources::of(const SrvParams& server, const NetObject& object) {
     request.password = server.pass;
     request.systemLogin = server.winAuth;
     if (server.type == CRVSRV_TYPE_FILE) {
-        request.url += percentEncoded(expandHome(server.path), "/");
+        // Without a slash before it the beginning would be taken for a host.
+        const std::string path = expandHome(server.path);
+        request.url += percentEncoded(path.starts_with('/') ? path : "/" + path, "/");
     } else if (server.type == CRVSRV_TYPE_LDAP) {
         const std::string base = pathOf(server).substr(1);
         request.url += placeOf(server.addr, server.port) + ldapRest(base.empty() ? object.entry : base, object);
     } else {
-        request.url += placeOf(server.addr, server.port) + pathOf(server);
+        request.url += placeOf(server.addr, server.port) + encodedPath(server);
         if (server.type == CRVSRV_TYPE_HTTP && !object.query.empty())
             request.url += (server.path.find('?') == std::string::npos ? "?" : "&") + object.query;
     }
@@ -130,8 +140,8 @@ void NetSources::addUri(NetAttempts& attempts, const std::string& uri, const Net
             NetAttempt attempt = of(server, object);
             attempt.request.url = attempt.request.url.substr(0, attempt.request.url.find('/', 8)) + url.rest;
             attempt.request.origin = UrlOrigin::Certificate;
-            attempt.request.allowed +=
-                ";" + parseUrl(attempt.request.url).host + ":" + std::to_string(parseUrl(attempt.request.url).port);
+            const Url place = parseUrl(attempt.request.url);
+            attempt.request.allowed += ";" + placeOf(place.host, place.port);
             attempts.push_back(std::move(attempt));
         }
         return;

@@ -26,9 +26,10 @@ struct NetLimits {
     uint64_t totalTime;
     uint64_t maxSize;
     uint64_t maxValues;
+    bool certificates = false;  ///< option 32 is the time, or option 17 where that is 0
 };
 inline constexpr NetLimits kCrlLimits{300'000, uint64_t{128} << 20, 16};
-inline constexpr NetLimits kCertLimits{300'000, uint64_t{1} << 20, 1000};
+inline constexpr NetLimits kCertLimits{300'000, uint64_t{1} << 20, 1000, true};
 inline constexpr NetLimits kOcspLimits{30'000, uint64_t{256} << 10, 1};
 inline constexpr NetLimits kTimeStampLimits{30'000, uint64_t{256} << 10, 1};
 

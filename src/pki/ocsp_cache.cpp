@@ -49,12 +49,32 @@ void OcspCache::store(ByteView certId, ByteView answer, bool keeps) {
     std::erase_if(held_, [now = Clock::now()](const auto& one) { return one.second.until <= now; });
     held_.erase(name);
     if (keeps && write(name, answer)) return;
+    // It is the answer now: nobody may find the one before.
+    remove(certId);
+    makeRoomInMemory();
     // Where there is no folder it stays for the run: whoever reads it looks whether it still holds.
     held_[name] = {toBytes(answer), keeps ? Clock::time_point::max() : Clock::now() + kMoment};
 }
 
+void OcspCache::remove(ByteView certId) {
+    const std::string name = nameOfAnswer(certId);
+    held_.erase(name);
+    if (!folder_.empty() && fileExists(folder_ + name)) fileOps().unlink(folder_ + name);
+}
+
+void OcspCache::makeRoomInMemory() {
+    if (held_.size() < kMostFiles) return;
+    held_.erase(std::ranges::min_element(held_, {}, [](const auto& one) { return one.second.until; }));
+}
+
+/// The database's own folder is not made here: where there is none there is no database yet.
+bool OcspCache::makeFolder() const {
+    return fileExists(folder_) || (fileExists(folder_.substr(0, folder_.size() - std::string_view{"ocsp/"}.size())) &&
+                                   createDirectoryPath(folder_, 0700));
+}
+
 bool OcspCache::write(const std::string& name, ByteView answer) const {
-    if (folder_.empty() || !createDirectoryPath(folder_, 0700)) return false;
+    if (folder_.empty() || !makeFolder()) return false;
     if (!fileExists(folder_ + name)) makeRoom();
     return static_cast<bool>(writeFileAtomically(folder_ + name, answer, {WriteMode::KeepOrSecret}));
 }

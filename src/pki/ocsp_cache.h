@@ -24,8 +24,10 @@ class OcspCache {
     /// `certId` is the DER of a CertID. What was kept for the moment comes before a file.
     [[nodiscard]] std::optional<Bytes> find(ByteView certId) const;
     /// `keeps`: whether it says until when it holds; one that does not counts for what is done at the moment, and is
-    /// forgotten after kMoment. Where there are too many files the oldest go.
+    /// forgotten after kMoment. What was kept before goes in either case. Where there are too many the oldest go, in
+    /// memory those that were to be held for the moment first.
     void store(ByteView certId, ByteView answer, bool keeps);
+    void remove(ByteView certId);
     /// Forgets what is in memory.
     void forget() { held_.clear(); }
     /// Whether there may be any answer at all.
@@ -37,7 +39,10 @@ class OcspCache {
         Clock::time_point until;
     };
     [[nodiscard]] bool write(const std::string& name, ByteView answer) const;
+    [[nodiscard]] bool makeFolder() const;
     void makeRoom() const;
+
+    void makeRoomInMemory();
 
     std::string folder_;
     std::map<std::string, Held> held_;

@@ -108,7 +108,7 @@ int RevocationManager::verify(ByteView der, int64_t time) {
     return crl ? verify(*crl, time) : ECRV_INV_CRL_FMT;
 }
 
-int RevocationManager::verify(const CrlFacts& crl, int64_t time, const CertList& extra) {
+int RevocationManager::verify(const CrlFacts& crl, int64_t time, const CertList& extra, CertList* path) {
     if (crl.fault) return crl.fault.code;
     if (const PathFault late = faultOfTime(crl, time)) return late.code;
     const PathOptions options{time, 0, RevocationCheck::None};
@@ -116,7 +116,10 @@ int RevocationManager::verify(const CrlFacts& crl, int64_t time, const CertList&
     int code = ECRV_CRTNOTFOUND;
     for (const FactsPtr& signer : signersOf(crl, extra)) {
         PathFault fault = faultOfSigner(crl, *signer, keyOf(*signer, {}), options, budget);
-        const int found = fault ? fault.code : certificates_->buildPath(signer->certificate, options, extra).code;
+        PathVerdict above;
+        if (!fault) above = certificates_->buildPath(signer->certificate, options, extra);
+        const int found = fault ? fault.code : above.code;
+        if (found == 0 && path) *path = std::move(above.certs);
         if (found == 0) return 0;
         // What a certificate that made the CRL lacks says more than that another one did not make it.
         if (code == ECRV_CRTNOTFOUND || code == ECRV_CRTSIGN) code = found;
@@ -130,9 +133,19 @@ bool RevocationManager::isGenuine(const CrlFacts& crl, int64_t now) {
 }
 
 CrlInsert RevocationManager::insert(ByteView der) {
+    return insert(der, false);
+}
+
+CrlInsert RevocationManager::insertGenuine(ByteView der) {
+    return insert(der, true);
+}
+
+CrlInsert RevocationManager::insert(ByteView der, bool onlyGenuine) {
     const CrlFactsPtr crl = CrlFacts::make(toBytes(der));
     if (!crl || !crl->crl().thisUpdate()) return CrlInsert::Malformed;
-    const CrlInsert result = certificates_->database().insertCrl(der, isGenuine(*crl, std::time(nullptr)));
+    const bool genuine = isGenuine(*crl, std::time(nullptr));
+    if (onlyGenuine && !genuine) return CrlInsert::NotGenuine;
+    const CrlInsert result = certificates_->database().insertCrl(der, genuine);
     if (result != CrlInsert::Stored && result != CrlInsert::Present) return result;
     deviceError_ = deviceUpdate_ ? deviceUpdate_(der) : 0;
     return deviceError_ == 0 ? CrlInsert::Stored : CrlInsert::DeviceFailed;
@@ -338,13 +351,15 @@ CrtStatus RevocationManager::status(const SignedCertificate& certificate, const 
                         extra);
 }
 
-bool RevocationManager::isOutdated(const CrlFacts& crl) {
+bool RevocationManager::isOutdated(ByteView der) {
     CrlIndex index;
-    if (!certificates_->database().getCrlIndex(index)) return false;
+    ParsedCrl fresh;
+    if (!parseCrl(der, fresh) || !certificates_->database().getCrlIndex(index)) return false;
+    const auto& keyId = fresh.entry.authorityKeyId;
     return std::ranges::any_of(index, [&](const CrlIndexEntry& row) {
-        return row.isVerified() && row.issued() > crl.thisUpdate && row.isDelta() == crl.isDelta() &&
-               row.issuer == crl.issuerName() && sameKeyId(row.authorityKeyId, crl.authorityKeyId) &&
-               load(row)->scope == crl.scope;
+        return row.isVerified() && row.isDelta() == fresh.entry.isDelta() && row.issuer == fresh.entry.issuer &&
+               sameKeyId(row.authorityKeyId, keyId ? keyId->value() : ByteView()) && isNewer(row, fresh.entry) &&
+               load(row)->scope == fresh.scope;
     });
 }
 

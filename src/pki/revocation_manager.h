@@ -40,13 +40,17 @@ class RevocationManager {
     /// certificate or path is not there, 70 signature, 66 algorithm, 101 not current, 155 and the like for the issuer's
     /// path.
     [[nodiscard]] int verify(ByteView der, int64_t time);
-    /// The same of one that is decoded; `extra` may hold its issuer's certificate and those above it.
-    [[nodiscard]] int verify(const CrlFacts& crl, int64_t time, const CertList& extra = {});
-    /// Whether a stored CRL that verified, of the same issuer, kind and scope, is newer.
-    [[nodiscard]] bool isOutdated(const CrlFacts& crl);
+    /// The same of one that is decoded; `extra` may hold its issuer's certificate and those above it. On success `path`
+    /// has who signed it and those above.
+    [[nodiscard]] int verify(const CrlFacts& crl, int64_t time, const CertList& extra = {}, CertList* path = nullptr);
+    /// Whether a stored CRL that verified, of the same issuer, kind and scope, is newer: by its number first, as the
+    /// store compares them.
+    [[nodiscard]] bool isOutdated(ByteView der);
     /// Stores a CRL, verified or not: status() believes only those that verify. One that is there already counts as
     /// stored.
     [[nodiscard]] CrlInsert insert(ByteView der);
+    /// The same for what nobody has looked at: one that does not verify is not stored.
+    [[nodiscard]] CrlInsert insertGenuine(ByteView der);
     /// Number of the last device error.
     [[nodiscard]] unsigned deviceError() const { return deviceError_; }
 
@@ -98,6 +102,7 @@ class RevocationManager {
         CrlFactsPtr facts;  // null as long as nobody asked for it
     };
     [[nodiscard]] bool isGenuine(const CrlFacts& crl, int64_t now);
+    [[nodiscard]] CrlInsert insert(ByteView der, bool onlyGenuine);
     [[nodiscard]] bool load(const StatusQuestion& question, CrlFactsList& crls);
     [[nodiscard]] CrlFactsPtr load(const CrlIndexEntry& row);
     [[nodiscard]] bool readIndex();

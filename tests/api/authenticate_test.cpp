@@ -82,7 +82,14 @@ TEST_F(Authenticate, HoldsTheOptionsToTheSigningKey) {
 TEST_F(Authenticate, MovesWhatWasFetchedIntoTheDatabase) {
     CRVctx ctx;
     create(ctx);
+    bind(ctx);
+    ASSERT_EQ(crvAuthenticateExAPI(&ctx, 0), CRV_OK);
     const MadeCert ca = makeCert({.subject = {{"CN", "CA"}}, .extensions = caExtensions()});
+    EXPECT_TRUE(ctx.networkManager.addCRLToNetStore(makeCrl({}, ca)));
+    ctx.moveFromNetStoreToDB();
+    EXPECT_THAT(ctx.state.warnings, testing::ElementsAre(WARN_NET_STORE_NOT_MOVED)) << "of nobody who is trusted";
+    ctx.state.warnings.clear();
+    ASSERT_EQ(ctx.keyManager.addTrustedCA(crv::makeCert(ca.der)), kKmOk);
     EXPECT_TRUE(ctx.networkManager.addCertToNetStore(ca.der));
     EXPECT_FALSE(ctx.networkManager.addCertToNetStore(ca.der));
     EXPECT_TRUE(ctx.networkManager.addCRLToNetStore(makeCrl({}, ca)));

@@ -136,8 +136,7 @@ class Network(NetworkCase):
         self.refresh()
         self.assertEqual(self.stored(), [new])
         self.crl = old
-        if openssl("crl", "-inform", "DER", "-noout", "-lastupdate", input=old) != openssl("crl", "-inform", "DER", "-noout", "-lastupdate", input=new):
-            self.assertEqual(self.verdict()[0], "ECRV_OLD_CRL")
+        self.assertEqual(self.verdict()[0], "ECRV_OLD_CRL")  # by its number, whatever the second it was made in
         self.assertEqual(self.stored(), [new])
         self.crl = openssl("crl", "-in", "later.pem", "-outform", "DER")
         self.assertEqual(self.verdict()[0], "ECRV_CRL_NOT_VALID_YET")

@@ -23,6 +23,7 @@ constexpr CodeRow kCodes[] = {{CURLE_COULDNT_RESOLVE_HOST, FetchOutcome::Unresol
                               {CURLE_OPERATION_TIMEDOUT, FetchOutcome::Timeout},
                               {CURLE_GOT_NOTHING, FetchOutcome::Closed},
                               {CURLE_RECV_ERROR, FetchOutcome::Closed},
+                              {CURLE_PROXY, FetchOutcome::Closed},
                               {CURLE_SEND_ERROR, FetchOutcome::Closed},
                               {CURLE_PARTIAL_FILE, FetchOutcome::Closed},
                               {CURLE_PEER_FAILED_VERIFICATION, FetchOutcome::Tls},
@@ -51,9 +52,14 @@ class Transfer {
         setUp(url, withLogin);
         const CURLcode code = curl_easy_perform(curl_.get());
         curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &status_);
-        if (refused_) return outcome(FetchOutcome::Refused, kInnerAddress, url);
+        // Another address of the host may have been admitted.
+        if (refused_ && code != CURLE_OK) return outcome(FetchOutcome::Refused, kInnerAddress, url);
+        long tunnel = 0;
+        curl_easy_getinfo(curl_.get(), CURLINFO_HTTP_CONNECTCODE, &tunnel);
+        if (code != CURLE_OK && tunnel >= 300)
+            return outcome(FetchOutcome::Denied, "the proxy refuses: HTTP status " + std::to_string(tunnel), url);
         if (code != CURLE_OK) return outcome(outcomeOf(code), textOf(code), url);
-        if (!isHttp(url) || status_ < 300) return outcome(FetchOutcome::Done, "", url);
+        if (!answersHttp(url) || status_ < 300) return outcome(FetchOutcome::Done, "", url);
         const bool missing = status_ == 404 || status_ == 410;
         const bool denied = status_ == 401 || status_ == 403 || status_ == 407;
         return outcome(missing  ? FetchOutcome::NotFound
@@ -70,9 +76,11 @@ class Transfer {
     }
 
   private:
-    static bool isHttp(const std::string& url) {
+    /// A proxy fetches over FTP and answers over HTTP, unless it is to tunnel.
+    [[nodiscard]] bool answersHttp(const std::string& url) const {
         const UrlScheme scheme = parseUrl(url).scheme;
-        return scheme == UrlScheme::Http || scheme == UrlScheme::Https;
+        return scheme == UrlScheme::Http || scheme == UrlScheme::Https ||
+               (scheme == UrlScheme::Ftp && !request_.proxy.empty() && request_.tls == FetchTls::None);
     }
     static FetchOutcome outcomeOf(CURLcode code) {
         const auto* row = std::ranges::find(kCodes, code, &CodeRow::code);
@@ -110,7 +118,10 @@ class Transfer {
     void setTls(const std::string& url) {
         const UrlScheme scheme = parseUrl(url).scheme;
         const bool overFtp = scheme == UrlScheme::Ftp && request_.tls != FetchTls::None;
-        if (overFtp) set(CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
+        if (overFtp) {
+            set(CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
+            set(CURLOPT_HTTPPROXYTUNNEL, 1L);  // else the proxy gets the login, and its TLS is its own affair
+        }
         if (scheme != UrlScheme::Https && !overFtp) return;
         if (roots_.empty()) roots_ = trustedRoots(request_);
         curl_blob roots{roots_.data(), roots_.size(), CURL_BLOB_NOCOPY};
@@ -151,7 +162,7 @@ class Transfer {
         long status = 0;
         curl_easy_getinfo(transfer.curl_.get(), CURLINFO_RESPONSE_CODE, &status);
         // What comes with a redirect or a refusal is for people.
-        if (isHttp(transfer.url_) && (status < 200 || status >= 300)) return size;
+        if (transfer.answersHttp(transfer.url_) && (status < 200 || status >= 300)) return size;
         if (!transfer.body_ && !transfer.answer_.begin()) return 0;
         transfer.body_ = true;
         return transfer.answer_.put(asBytes({data, size})) ? size : 0;

@@ -164,6 +164,11 @@ class LdapSession {
         if (tls) {
             if (FetchResult bad = startTls(url); !bad.good()) return bad;
         }
+        // A bind without a password succeeds as nobody (RFC 4513 5.1.2): it would hide that the login is incomplete.
+        if (request_.systemLogin)
+            return outcome(FetchOutcome::Denied, "LDAP servers have no login of the system", request_.url);
+        if (!request_.user.empty() && request_.password.empty())
+            return outcome(FetchOutcome::Denied, "the row has a user without a password", request_.url);
         if (const int code = bind(); code != LDAP_SUCCESS) return failed(code);
         return searchFor(search);
     }

@@ -68,6 +68,10 @@ bool storeAll() {
     return false;
 }
 
+NetReport stopped() {
+    return {.name = {}, .code = ECRV_ACTION_CANCELLED, .cause = "stopped"};
+}
+
 bool wasStopped(const NetReports& reports) {
     return std::ranges::any_of(reports, [](const NetReport& one) { return one.code == ECRV_ACTION_CANCELLED; });
 }
@@ -84,7 +88,7 @@ bool showFetch(const FetchProgress& progress) {
 
 void testServer(const SrvParams& server) {
     std::optional<TimeStampFacts> stamp;
-    static_cast<void>(showFetch({.name = server.name}));
+    if (!showFetch({.name = server.name})) return clrToEol(kMessageRow, 0);
     const NetReports reports = netManager->testServer(server, showFetch, stamp);
     clrToEol(kMessageRow, 0);
     if (wasStopped(reports)) return;
@@ -98,7 +102,7 @@ void testServer(const SrvParams& server) {
 }
 
 void fetchAllCrls() {
-    static_cast<void>(showFetch({.name = "CRL"}));
+    if (!showFetch({.name = "CRL"})) return clrToEol(kMessageRow, 0);
     const NetReports reports = netManager->fetchCrls(netManager->authorities(), false, showFetch);
     clrToEol(kMessageRow, 0);
     // What came before the stop is as good as the rest.
@@ -119,8 +123,8 @@ bool fetchCertificates() {
     if (!runForm("Pobieranie certyfikatów z serwerów", fields, ready, {'r', "Pobie~rz", nullptr, nullptr}))
         return false;
     CertList found;
-    static_cast<void>(showFetch({.name = query.email.empty() ? query.name : query.email}));
-    const NetReport report = netManager->fetchCerts(query, showFetch, found);
+    const bool begun = showFetch({.name = query.email.empty() ? query.name : query.email});
+    const NetReport report = begun ? netManager->fetchCerts(query, showFetch, found) : stopped();
     clrToEol(kMessageRow, 0);
     if (!storeAll() || report.code == ECRV_ACTION_CANCELLED) return false;
     std::vector<std::string> lines;
@@ -131,9 +135,9 @@ bool fetchCertificates() {
 }
 
 std::vector<std::string> statusNow(const SignedCertificate& certificate) {
-    static_cast<void>(showFetch({.name = shortName(certificate.subject())}));
-    const NetReports reports =
-        netManager->refreshStatus(makeCert(certificate.encoded()), {}, StatusAsking::Anew, showFetch);
+    NetReports reports{stopped()};
+    if (showFetch({.name = shortName(certificate.subject())}))
+        reports = netManager->refreshStatus(makeCert(certificate.encoded()), {}, StatusAsking::Anew, showFetch);
     clrToEol(kMessageRow, 0);
     static_cast<void>(storeAll());
     std::vector<std::string> lines = verdictLines(certificate);
@@ -145,7 +149,7 @@ void compareClock(int row) {
     const auto servers = boundProfile().getServerIterator(CRVSRV_USAGE_TIME_STAMP).servers;
     if (servers.empty()) return;
     TimeStampFacts stamp;
-    static_cast<void>(showFetch({.name = servers.front().name}));
+    if (!showFetch({.name = servers.front().name})) return clrToEol(kMessageRow, 0);
     const NetReport report = netManager->timeStampTest(servers.front(), showFetch, stamp);
     clrToEol(kMessageRow, 0);
     if (report.code != 0) return displText(row, 0, "Nie porównano zegara: %s", crvErrorTextAPI(nullptr, report.code));
@@ -192,19 +196,32 @@ void CrlKeeper::idle() {
 
 void CrlKeeper::step() {
     if (IdleClock::now() < work_->next) return;
-    if (!isDatabaseFree()) {
-        work_->next = IdleClock::now() + kAfterBusy;
-    } else if (!work_->run) {
-        work_->next = IdleClock::now() + kNextLook;
-        work_->run = netManager->startDueCrls();
-        if (work_->run) work_->next = IdleClock::now();
-    } else if (work_->run->advance()) {
-        const NetReports reports = work_->run->reports();
-        const bool failed = std::ranges::any_of(reports, [](const NetReport& one) { return one.code != 0; });
+    try {
+        work_->next = IdleClock::now() + advance();
+    } catch (const std::exception& error) {
+        // Nobody asked for it: the menu goes on. What came is fetched again.
         work_->run.reset();
-        work_->next = IdleClock::now() + (failed ? kAfterFailure : kNextLook);
-        if (!netManager->isNetStoreEmpty()) crvCtx->moveFromNetStoreToDB();
+        netManager->clearNetStore();
+        work_->next = IdleClock::now() + kAfterFailure;
+        displText(kMessageRow, 0, "Nie pobrano list CRL: %s", error.what());
     }
+}
+
+/// The time to the next step.
+std::chrono::seconds CrlKeeper::advance() {
+    constexpr std::chrono::seconds kGoesOn{0};
+    if (!isDatabaseFree()) return kAfterBusy;
+    if (!work_->run) work_->run = netManager->startDueCrls();
+    if (!work_->run) return kNextLook;
+    if (!work_->run->advance()) return kGoesOn;
+    work_->run.reset();
+    if (netManager->isNetStoreEmpty()) return kNextLook;
+    crvCtx->state.warnings.clear();
+    crvCtx->moveFromNetStoreToDB();
+    if (!crvCtx->state.warnings.empty())
+        displText(kMessageRow, 0, "Pobranych list CRL nie zapisano: %s", crvCtx->dbManager.lastFailure().c_str());
+    crvCtx->state.warnings.clear();
+    return kNextLook;
 }
 
 }  // namespace crv

@@ -1,6 +1,7 @@
 // What the screens ask of the network: with progress on the message row, and Escape to stop.
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -42,6 +43,7 @@ class CrlKeeper {
   private:
     struct Work;
     void step();
+    [[nodiscard]] std::chrono::seconds advance();
     std::unique_ptr<Work> work_;
 };
 
