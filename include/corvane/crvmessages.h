@@ -168,7 +168,8 @@ typedef struct CrvSignerInfo {
     const char* not_signed;      /* what the signature does not protect, one a line */
     int expired_since;           /* 1: the path expired after a moment that only the signer claims */
     const char* stamp_authority; /* who made the good time stamp */
-    const CrvVerifyResult* stamp_path; /* verdict on the certificate of who stamped; null: none stands there */
+    const CrvVerifyResult*
+        stamp_path; /* verdict on the certificate of who stamped; null: none, or stamp_fault before it */
 } CrvSignerInfo;
 
 /* The verdict, and those on its signatures by index from 0. */

@@ -8,10 +8,10 @@
 #define CRV_OPTION_LIST(ROW) \
     ROW(2, CRVOPT_ADD_SIGNER_MODE, 1, "flag, set by CRVOPT_SIGNER_MODE_ values", "a further signature stands beside those there") \
     ROW(3, CRVOPT_TIME_STAMP_SIGN_REQ_INFO, 1, "flag", "a time stamp is asked for the signature") \
-    ROW(4, CRVOPT_IGNORE_TS_ERRORS, 0, "flag", "a message without the time stamp that was asked for is a success") \
+    ROW(4, CRVOPT_IGNORE_TS_ERRORS, 0, "flag", "a message without the time stamp that was asked for is a success; no effect in this version") \
     ROW(5, CRVOPT_REMEMBER_PIN_INFO, 0, "flag", "PINs stay stored after the call that used them") \
     ROW(6, CRVOPT_ENC_CRT_FROM_NET, 0, "flag", "certificates of recipients are fetched") \
-    ROW(7, CRVOPT_PKCS7_ONLY, 0, "flag", "messages are PKCS#7 without what CMS added") \
+    ROW(7, CRVOPT_PKCS7_ONLY, 0, "flag", "messages are PKCS#7 without what CMS added; no effect in this version") \
     ROW(8, CRVOPT_BASE_64, 0, "flag", "messages are written in Base64") \
     ROW(9, CRVOPT_MIME_ATTACH, 0, "flag", "messages are written as MIME attachments") \
     ROW(10, CRVOPT_MIME_MULTIPART, 0, "flag", "detached messages are written as multipart MIME") \
@@ -28,22 +28,22 @@
     ROW(23, CRVOPT_CRT_CACHE, 0, "flag", "certificates are kept in memory between calls") \
     ROW(24, CRVOPT_SIGN_WITHOUT_INSIDE_MIME, 0, "flag", "content is signed as it is, without MIME around it") \
     ROW(27, CRVOPT_NEW_ARL_NEEDED, 1, "flag", "lists of authorities must be current") \
-    ROW(28, CRVOPT_COMMITMENT_TYPE_INDICATION, 0, "number of the commitment, 0: none", "what a signature commits to") \
+    ROW(28, CRVOPT_COMMITMENT_TYPE_INDICATION, 0, "number of the commitment, 0: none", "what a signature commits to; no effect in this version") \
     ROW(29, CRVOPT_XML_CHECK_X509DATA_INCONSISTENCY, 1, "flag", "X509Data of XML signatures must agree with itself") \
-    ROW(30, CRVOPT_IGNORE_RECIPIENT_ERRORS, 0, "flag", "a recipient without a good certificate is left out") \
+    ROW(30, CRVOPT_IGNORE_RECIPIENT_ERRORS, 0, "flag", "a recipient without a good certificate is left out; no effect in this version") \
     ROW(32, CRVOPT_NET_CERT_TIMEOUT, 0, "seconds, 0: as long as CRVOPT_CONNECT_TIMEOUT", "longest wait for fetched certificates") \
     ROW(33, CRVOPT_CADES_ARCHIVE_DIGEST_METHOD, 0, "number of a digest, 0: that of the signature", "digest of archive time stamps") \
     ROW(34, CRVOPT_CREATE_REF_ARCHIVE_FORM, 1, "flag", "archive forms hold references, too") \
     ROW(35, CRVOPT_ARCHIVE_NEW_CRL_NEEDED, 1, "flag", "archive forms want CRLs issued after the signature") \
-    ROW(37, CRVOPT_VERIFY_ONLY_MATH, 0, "flag", "signatures are verified without their certificates' paths") \
+    ROW(37, CRVOPT_VERIFY_ONLY_MATH, 0, "flag", "signatures are verified without their certificates' paths; no effect in this version") \
     ROW(38, CRVOPT_USE_OCSP, 1, "flag", "OCSP is asked") \
     ROW(39, CRVOPT_TSL_NET_LOAD_DAYS, 7, "days", "age at which trusted lists are fetched anew") \
     ROW(40, CRVOPT_TSL_NET_LOAD_TIMEOUT_SEC, 300, "seconds", "longest wait for trusted lists") \
     ROW(41, CRVOPT_AUTO_CRL_CRT_DOWNLOAD, 0, "flag", "missing CRLs and certificates are fetched unasked") \
     ROW(44, CRVOPT_TSL_DOWNLOAD_WITH_WGET, 0, "flag, of the whole process: crvSetGlobalOption", "an external downloader fetches trusted lists") \
-    ROW(45, CRVOPT_USE_SIGNING_CERTIFICATE_V2, 1, "flag", "signatures name their certificate by SHA-2") \
+    ROW(45, CRVOPT_USE_SIGNING_CERTIFICATE_V2, 1, "flag", "signatures name their certificate by SHA-2; no effect in this version") \
     ROW(46, CRVOPT_LOGIN_DURING_AUTHENTICATE, 0, "flag", "a token is logged in to while the profile is opened") \
-    ROW(47, CRVOPT_CHECK_MATH_AFTER_BUILD_PATH_ERROR, 0, "flag", "a signature is checked also when there is no path")
+    ROW(47, CRVOPT_CHECK_MATH_AFTER_BUILD_PATH_ERROR, 0, "flag", "a signature is checked also when there is no path; no effect in this version")
 /* clang-format on */
 
 #define CRV_OPTION_CONSTANT(number, constant, standard, unit, meaning) constant = (number),

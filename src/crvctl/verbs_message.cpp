@@ -139,6 +139,8 @@ void sign(Run& run) {
     Session session = openReading(run);
     const SignResult result = signFile(session, order);
     run.out.change("write", "message", order.target.path);
+    if (!session.context().state.warnings.empty())
+        run.out.warn("lists that were fetched could not be stored", run.profileName());
     if (run.mode.dryRun || order.target.path == "-") return;  // nothing may stand behind the message
     run.out.field("detached", result.detached);
     run.out.field("contentLength", result.contentLength);

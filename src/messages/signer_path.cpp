@@ -1,6 +1,7 @@
 #include "messages/signer_path.h"
 
 #include <algorithm>
+#include <map>
 
 #include "asn/tlv_view.h"
 #include "corvane/crverrors.h"
@@ -21,8 +22,12 @@ constexpr int64_t kClockSkew = 300;
 constexpr size_t kMostCandidates = 8;
 /// Time stamps of one signature that are looked at.
 constexpr size_t kMostStamps = 4;
-/// Its path at two moments, and that of a time stamp.
-constexpr size_t kPathsOfSigner = 3;
+/// Its path at two moments, and those of its time stamps.
+constexpr size_t kPathsOfSigner = 2 + kMostStamps;
+/// CRLs of one issuer that are looked at, the newest of those that came along.
+constexpr size_t kMostCrlsOfIssuer = 64;
+/// Levels of an OCSP answer on which lists are counted.
+constexpr int kDepthOfAnswer = 8;
 /// Levels of a token on which lists are counted.
 constexpr int kDepthOfToken = 10;
 
@@ -38,13 +43,28 @@ Bytes ocspOf(ByteView other) {
     return toBytes(inside);
 }
 
-bool isModest(ByteView token) {
+bool isModest(ByteView encoding, int depth) {
     try {
-        demandModest(token, kDepthOfToken);
+        demandModest(encoding, depth);
         return true;
     } catch (const CrvApiException&) {
         return false;
     }
+}
+
+/// Whether an OCSP answer may be decoded: its size, and its lists, those of the response in its octet string, too.
+bool isModestAnswer(ByteView octets) {
+    OcspResponse response;
+    return octets.size() <= MoreOcsp::kMostOctets && isModest(octets, kDepthOfAnswer) && response.readExactly(octets) &&
+           response.responseBytes && isModest(response.responseBytes->response.value(), kDepthOfAnswer);
+}
+
+/// Leaves the newest CRLs of every issuer.
+CrlFactsList newestOf(CrlFactsList list) {
+    std::ranges::stable_sort(list, std::ranges::greater(), [](const CrlFactsPtr& one) { return one->thisUpdate; });
+    std::map<Bytes, size_t> count;
+    std::erase_if(list, [&](const CrlFactsPtr& one) { return ++count[one->issuer] > kMostCrlsOfIssuer; });
+    return list;
 }
 
 void failPath(SignerVerdict& verdict, int code, size_t index, const std::string& reason) {
@@ -62,6 +82,7 @@ SignerJudge::SignerJudge(const VerifyParams& params, CertificateManager& certifi
       revocation_(revocation),
       judge_(certificates, params.path.limits, params.now) {
     judge_.left().paths += kPathsOfSigner * kMostSigners;
+    judge_.left().signatures += kMostSigners;  // a stamp each
     for (const Bytes& one : certificatesInside) {
         if (CertPtr certificate = one[0] == kCertificateTag ? manager_.cache().certificate(one) : nullptr)
             inside_.push_back(std::move(certificate));
@@ -73,20 +94,24 @@ SignerJudge::SignerJudge(const VerifyParams& params, CertificateManager& certifi
 
 void SignerJudge::takeRevocation(const std::vector<Bytes>& inside) {
     std::vector<Bytes> answers;
-    std::vector<int64_t> moments;
     for (const Bytes& one : inside) {
         if (Bytes ocsp = ocspOf(one); !ocsp.empty()) {
-            answers.push_back(std::move(ocsp));
+            ++ocspCount_;
+            if (isModestAnswer(ocsp)) answers.push_back(std::move(ocsp));
         } else if (CrlFactsPtr crl = CrlFacts::make(one)) {
-            moments.push_back(crl->thisUpdate);
             crls_.push_back(std::move(crl));
         }
     }
-    ocspCount_ = answers.size();
-    moreCrls_.emplace(revocation_, crls_);
+    const CrlFactsList newest = newestOf(crls_);
+    moreCrls_.emplace(revocation_, newest);
     moreOcsp_.emplace(manager_, revocation_, std::move(answers));
-    moments.insert(moments.end(), moreOcsp_->moments().begin(), moreOcsp_->moments().end());
-    judge_.setMoments(std::move(moments));
+    judge_.setMoments([this, newest](const CertificateFacts& of, const CertificateFacts& issuer) {
+        const std::vector<Bytes> issuers = crlIssuersOf(of);
+        std::vector<int64_t> times = moreOcsp_->moments(of, issuer);
+        for (const CrlFactsPtr& one : newest)
+            if (std::ranges::find(issuers, one->issuer) != issuers.end()) times.push_back(one->thisUpdate);
+        return times;
+    });
 }
 
 void SignerJudge::takeStored(const SignerInfo& signer, CertList& list) {
@@ -134,8 +159,7 @@ SignerVerdict SignerJudge::judge(const SignerInfo& signer, const SignedContent& 
     return verdict;
 }
 
-/// The first time stamp over the signature that is good (EN 319 122-1 5.3), or all of them; what is wrong with those
-/// that are not.
+/// The earliest time stamp over the signature that is good (EN 319 122-1 5.3); what is wrong with those that are not.
 void SignerJudge::judgeStamps(const SignerInfo& signer, SignerVerdict& verdict) {
     if (!signer.unsignedAttrs) return;
     std::vector<ByteView> tokens;
@@ -154,7 +178,6 @@ void SignerJudge::judgeStamps(const SignerInfo& signer, SignerVerdict& verdict) 
         if (!earlier) continue;
         verdict.stampTime = one.stampTime;
         verdict.stampAuthority = std::move(one.stampAuthority);
-        if (!params_.everyStamp) break;
     }
     if (!params_.everyStamp) {
         if (verdict.stampTime) verdict.stampFault.clear();
@@ -170,7 +193,7 @@ void SignerJudge::judgeStamps(const SignerInfo& signer, SignerVerdict& verdict) 
 std::string SignerJudge::judgeStamp(ByteView octets, const SignerInfo& signer, SignerVerdict& verdict) {
     TimeStampToken token;
     TimeStampFacts facts;
-    if (!isModest(octets)) return "time stamp: it is malformed";
+    if (!isModest(octets, kDepthOfToken)) return "time stamp: it is malformed";
     NetVerdict judged = token.read(octets);
     MessageImprint imprint;
     if (const KcHashAlgo hash = token.hash(); isHash(hash)) imprint.set(hash, hashOf(hash, signer.signature.value()));

@@ -11,6 +11,7 @@
 
 #include "asn/x509/signed_certificate.h"
 #include "config/config_oids.h"
+#include "config/warning_codes.h"
 #include "corvane/crverrors.h"
 #include "crypto/crypto_error.h"
 #include "keystore/token_session.h"
@@ -149,6 +150,19 @@ SignaturePolicy policyOf(Session& session, const SignFileOrder& order) {
     return policy;
 }
 
+/// Stores what came for a message. The message stands whatever becomes of that, so a failure is a warning.
+void keepFetched(Session& session) {
+    CRVctx& context = session.context();
+    NetworkManager& network = context.networkManager;
+    if (context.dbManager.isDbCreated() != DbState::Complete || processEnding()) return network.clearNetStore();
+    try {
+        session.storeFetched();
+    } catch (const OpError&) {
+        network.clearNetStore();
+        context.state.addWarning(WARN_NET_STORE_NOT_MOVED);
+    }
+}
+
 std::vector<MessageSignerKey> signersOf(Session& session, const SignFileOrder& order) {
     std::vector<MessageSignerKey> list;
     for (const std::string& name : order.keys)
@@ -199,21 +213,23 @@ SignResult signFile(Session& session, const SignFileOrder& order) {
         CRVctx& context = session.context();
         // Nobody is to wait for the network with a change of theirs.
         if (order.level != SignatureLevel::Basic) session.unlock();
-        raiseLevel(params, order.level,
-                   {context.certificateManager, context.revocationManager, context.networkManager, order.progress});
         SignResult result;
-        exportPieces(order.target, session.profile(), [&](const ContentSink& put) {
+        const auto make = [&](const ContentSink& put) {
+            raiseLevel(params, order.level,
+                       {context.certificateManager, context.revocationManager, context.networkManager, order.progress});
             return putMessage(order.pem, put, [&](const ContentSink& sink) {
                 MessageSigner signer(params, randomOf(session), sink);
                 readPieces(order.input, [&](ByteView piece) { signer.update(piece); });
                 result = signer.finish();
             });
-        });
-        if (context.dbManager.isDbCreated() == DbState::Complete) {
-            session.storeFetched();
-        } else {
-            context.networkManager.clearNetStore();
+        };
+        try {
+            exportPieces(order.target, session.profile(), make);
+        } catch (...) {
+            keepFetched(session);
+            throw;
         }
+        keepFetched(session);
         return result;
     });
 }

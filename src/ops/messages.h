@@ -37,6 +37,8 @@ struct SignFileOrder {
 // Each throws OpError: BadMessage, NoSigningCertificate, ObjectMissing, WrongKind, and what exportPieces throws. An
 // output appears whole, or not at all.
 
+/// What was fetched is stored, whatever becomes of the message; WARN_NET_STORE_NOT_MOVED among the context's warnings
+/// where that fails.
 SignResult signFile(Session& session, const SignFileOrder& order);
 
 struct VerifyFileOrder {

@@ -1,5 +1,9 @@
 #include "pki/path_judge.h"
 
+#include <algorithm>
+
+#include "corvane/crverrors.h"
+
 namespace crv {
 
 namespace {
@@ -16,12 +20,29 @@ void note(PathJudge::Standing& standing, const CrtStatus& more, int64_t moment) 
     standing.revokedSince = !then;
 }
 
+/// What a list or an answer says that was issued after the certificate expired: a revocation counts, silence does not,
+/// because entries of what has expired may be dropped (RFC 5280 3.3).
+CrtStatus heard(CrtStatus status, const CertificateFacts& certificate) {
+    if (status.state != Good || status.source.thisUpdate <= certificate.notAfter) return status;
+    status.state = Unknown;
+    status.code = ECRV_CRL_NOT_FOUND;
+    status.text = "what is known was issued after it expired, when the revoked need not be told any more";
+    return status;
+}
+
 }  // namespace
 
-void PathJudge::setMoments(std::vector<int64_t> moments) {
-    std::ranges::sort(moments);
-    moments.erase(std::unique(moments.begin(), moments.end()), moments.end());
-    moments_ = std::move(moments);
+/// The first moments behind one at which something was issued about a certificate.
+std::vector<int64_t> PathJudge::momentsBehind(const PathVerdict& path, size_t index, int64_t moment) const {
+    if (!moments_) return {};
+    CertificateCache& cache = manager_.cache();
+    const size_t issuer = std::min(index + 1, path.certs.size() - 1);
+    std::vector<int64_t> list = moments_(*cache.facts(path.certs[index]), *cache.facts(path.certs[issuer]));
+    std::erase_if(list, [&](int64_t one) { return one <= moment || one >= now_; });
+    std::ranges::sort(list);
+    list.erase(std::unique(list.begin(), list.end()), list.end());
+    if (list.size() > kMostMoments) list.resize(kMostMoments);
+    return list;
 }
 
 /// Answers a question at the cost of the whole. Each has a budget of its own around what is left, because answers for
@@ -31,6 +52,7 @@ auto PathJudge::atCost(Ask ask) {
     WorkBudget budget(left_);
     auto answer = ask(budget);
     left_ = budget.left;
+    exhausted_ = budget.exhausted;
     return answer;
 }
 
@@ -44,24 +66,29 @@ PathJudge::Standing PathJudge::standing(const PathVerdict& path, size_t index, P
                                         const CertList& extra, int64_t moment, Belief belief) {
     const auto at = [&](int64_t time) {
         options.time = time;
-        return atCost([&](WorkBudget& budget) { return manager_.statusOnPath(path, index, options, extra, budget); });
+        CrtStatus status =
+            atCost([&](WorkBudget& budget) { return manager_.statusOnPath(path, index, options, extra, budget); });
+        return heard(std::move(status), *manager_.cache().facts(path.certs[index]));
     };
     Standing standing;
     const CrtStatus today = at(now_);
+    // A list that is late or missing today gives way to one of then; what cannot be used or finished does not.
+    const bool givesWay =
+        !exhausted_ && (today.state == Unknown || (today.state == Unusable && today.code == ECRV_CRL_EXPIRED));
     standing.status = today;
     note(standing, today, moment);
     if (moment >= now_) return standing;
     const CrtStatus then = at(moment);
-    if (then.state == Revoked) {
+    // An answer may have been given a little after the moment that it is taken for.
+    if (then.state == Revoked && then.source.ocsp) {
+        note(standing, then, moment);
+    } else if (then.state == Revoked) {
         standing = {then, true, false};
     } else if (belief == Belief::Shown) {
-        if (today.state != Good && today.state != Revoked) standing.status = then;
-        const auto behind = [&](int64_t one) { return one > moment && one < now_; };
-        size_t looked = 0;
-        for (const int64_t one : moments_) {
-            if (!behind(one) || ++looked > kMostMoments) continue;
+        if (givesWay && then.state == Good) standing.status = then;
+        for (const int64_t one : momentsBehind(path, index, moment)) {
             const CrtStatus later = at(one);
-            if (later.state == Good && standing.status.state != Good && standing.status.state != Revoked)
+            if (givesWay && later.state == Good && standing.status.state != Good && standing.status.state != Revoked)
                 standing.status = later;
             note(standing, later, moment);
         }

@@ -1,7 +1,7 @@
 // Paths and the status of certificates at moments that are past, at the cost of one question.
 #pragma once
 
-#include <algorithm>
+#include <functional>
 #include <vector>
 
 #include "pki/certificate_manager.h"
@@ -22,8 +22,10 @@ class PathJudge {
     [[nodiscard]] int64_t now() const { return now_; }
     /// The work that is still permitted.
     [[nodiscard]] WorkLimits& left() { return left_; }
-    /// Moments at which lists and answers were issued that came along: what they tell then, they tell of before.
-    void setMoments(std::vector<int64_t> moments);
+    /// When lists and answers were issued that came along and may be about a certificate: what they tell then, they
+    /// tell of before.
+    using MomentsOf = std::function<std::vector<int64_t>(const CertificateFacts& of, const CertificateFacts& issuer)>;
+    void setMoments(MomentsOf moments) { moments_ = std::move(moments); }
 
     [[nodiscard]] PathVerdict path(const CertPtr& certificate, const PathOptions& options, const CertList& extra);
 
@@ -37,19 +39,21 @@ class PathJudge {
         bool revokedThen = false;   ///< at the moment
         bool revokedSince = false;  ///< behind it
     };
-    /// The status of a certificate of a path at a moment, by all that is known until now. `options` are those of the
-    /// path but the time.
+    /// The status of a certificate of a path at a moment, by all that is known until now. A list that was issued after
+    /// the certificate expired tells of revocations only. `options` are those of the path but the time.
     [[nodiscard]] Standing standing(const PathVerdict& path, size_t index, PathOptions options, const CertList& extra,
                                     int64_t moment, Belief belief);
 
   private:
     template <class Ask>
     [[nodiscard]] auto atCost(Ask ask);
+    [[nodiscard]] std::vector<int64_t> momentsBehind(const PathVerdict& path, size_t index, int64_t moment) const;
 
     CertificateManager& manager_;
     WorkLimits left_;
     int64_t now_;
-    std::vector<int64_t> moments_;  // ascending
+    bool exhausted_ = false;  // the last question found no more work permitted
+    MomentsOf moments_;
 };
 
 }  // namespace crv

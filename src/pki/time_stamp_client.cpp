@@ -43,8 +43,11 @@ NetVerdict TimeStampClient::judge(const TimeStampReq& request, ByteView octets, 
     if (NetVerdict bad = token.read(response.timeStampToken->encoded()); bad.code != 0) return bad;
     if (request.nonce && (!token.info().nonce || !(*token.info().nonce == *request.nonce))) return notAsked("nonce");
     if (request.reqPolicy && !(token.info().policy == *request.reqPolicy)) return notAsked("policy");
-    PathJudge judge(*certificates_, {}, now);
-    return token.judge(request.messageImprint, {}, judge, facts);
+    // A clock beyond the life of the server's certificate is to be told, too: the difference says so.
+    PathJudge judge(*certificates_, {}, token.info().genTime.seconds().value_or(now));
+    NetVerdict verdict = token.judge(request.messageImprint, {.fresh = true}, judge, facts);
+    facts.difference = now - facts.genTime;
+    return verdict;
 }
 
 }  // namespace crv

@@ -24,6 +24,16 @@ bool namesSigner(const SignerInfo& signer, const SignedCertificate& certificate)
     return signer.signedAttrs && namedBy(*signer.signedAttrs, certificate) == true;
 }
 
+/// RFC 3161 2.4.2: where the stamp says who made it, that is a name of the certificate.
+bool isNamed(const TstInfo& info, const SignedCertificate& certificate) {
+    if (!info.tsa) return true;
+    const GeneralName& name = *info.tsa;
+    if (name.name()) return *name.name() == certificate.subject();
+    const auto others = certificate.extensions().get<GeneralNames>(OID_CE_SUBJECT_ALT_NAME);
+    return others &&
+           std::ranges::any_of(*others, [&](const GeneralName& one) { return one.encoded() == name.encoded(); });
+}
+
 /// RFC 3161 2.3.
 bool isOnlyForStamps(const SignedCertificate& certificate) {
     const Extension* extension = certificate.extensions().find(OID_CE_EXT_KEY_USAGE);
@@ -48,13 +58,17 @@ NetVerdict noToken(const char* why) {
 }
 
 /// What the status of one certificate of the path says against the stamp.
-std::string faultOfStanding(const PathJudge::Standing& standing, RevocationCheck check) {
+PathFault faultOfStanding(const PathJudge::Standing& standing, const TimeStampRules& rules) {
     using enum CrtStatus::State;
     const CrtStatus& status = standing.status;
-    if (standing.revokedThen) return "revoked when it stamped";
-    if (standing.revokedSince) return keepsStamps(status.reason) ? "" : "revoked since, and its key may be known";
-    const bool fails = status.state == Unusable || (status.state == Unknown && check == RevocationCheck::Required);
-    return fails ? "its status is not known: " + status.text : std::string();
+    if (standing.revokedThen) return {ECRV_CRTREV, "", "revoked when it stamped"};
+    if (standing.revokedSince && keepsStamps(status.reason)) return {};
+    if (standing.revokedSince) return {ECRV_CRTREV, "", "revoked since, and its key may be known"};
+    const bool fails = (status.state == Unusable && !rules.fresh) ||
+                       (status.state != Good && rules.revocation == RevocationCheck::Required);
+    if (!fails) return {};
+    return {status.code == 0 ? ECRV_CRL_NOT_FOUND : status.code, status.clause,
+            "its status is not known: " + status.text};
 }
 
 }  // namespace
@@ -84,15 +98,21 @@ std::string TimeStampToken::faultOfHashes(const AlgorithmPolicy* policy, int64_t
     return {};
 }
 
-/// Of those whom the token may mean the one that it names by its hash.
-CertPtr TimeStampToken::signerAmong(const CertList& certificates) const {
+/// Of the first that the token may mean the one that it names by its hash. Each that is looked at is a piece of work,
+/// and so is a token that means none.
+CertPtr TimeStampToken::signerAmong(const CertList& certificates, size_t& work) const {
     const SignerInfo& signer = data_.signerInfos[0];
     CertPtr found;
+    size_t looked = 0;
     for (const CertPtr& one : certificates) {
+        if (looked == std::min(kMostCandidates, work)) break;
         if (!signer.sid.matches(*one)) continue;
-        if (namesSigner(signer, *one)) return one;
-        if (!found) found = one;
+        ++looked;
+        const bool named = namesSigner(signer, *one);
+        if (named || !found) found = one;
+        if (named) break;
     }
+    work -= std::min(work, std::max<size_t>(looked, 1));
     return found;
 }
 
@@ -108,12 +128,20 @@ std::string TimeStampToken::faultOfPath(const CertPtr& signer, const TimeStampRu
     if (rules.revocation == RevocationCheck::None) return {};
     options.revocation = rules.revocation;
     const int64_t moment = std::min(facts.genTime, judge.now());
+    // Nothing but the key in question shows the time that the token names, so where a status must be known nobody
+    // chooses the lists by which it is judged.
+    const auto belief =
+        rules.revocation == RevocationCheck::Required ? PathJudge::Belief::Claimed : PathJudge::Belief::Shown;
     for (size_t i = 0; i + 1 < facts.path.steps.size(); ++i) {
-        const PathJudge::Standing standing =
-            judge.standing(facts.path, i, options, extra, moment, PathJudge::Belief::Shown);
+        const PathJudge::Standing standing = judge.standing(facts.path, i, options, extra, moment, belief);
         facts.path.steps[i].status = standing.status;
         facts.path.steps[i].asked = true;
-        if (std::string why = faultOfStanding(standing, rules.revocation); !why.empty()) return why;
+        const PathFault fault = faultOfStanding(standing, rules);
+        if (!fault) continue;
+        facts.path.code = fault.code;
+        facts.path.clause = fault.clause;
+        facts.path.failedAt = i;
+        return facts.path.reason = fault.text;
     }
     return {};
 }
@@ -124,6 +152,7 @@ NetVerdict TimeStampToken::judge(const MessageImprint& imprint, const TimeStampR
     const int64_t now = judge.now();
     if (!(info_.messageImprint == imprint)) return unverified("it stamps something else");
     if (!time) return unverified("it names no time");
+    if (info_.version.valueOr(0) != 1) return unverified("an unknown version");
     if (info_.extensions &&
         std::ranges::any_of(*info_.extensions, [](const Extension& e) { return e.critical.value(); }))
         return unverified("an unknown critical extension");
@@ -131,10 +160,12 @@ NetVerdict TimeStampToken::judge(const MessageImprint& imprint, const TimeStampR
         return unverified(std::move(why));
     CertList known = certificates_;
     known.insert(known.end(), rules.extra.begin(), rules.extra.end());
-    const CertPtr signer = signerAmong(known);
+    if (judge.left().signatures == 0) return unverified("there are more signatures than are looked at");
+    const CertPtr signer = signerAmong(known, judge.left().signatures);
     if (!signer) return unverified("the signer's certificate is missing");
     if (checkToken(data_, *signer) != SignatureCheck::Good) return unverified("the signature is wrong");
     if (!namesSigner(data_.signerInfos[0], *signer)) return unverified("it names another signer");
+    if (!isNamed(info_, *signer)) return unverified("it says that somebody else made it");
     if (!isOnlyForStamps(*signer)) return unverified("the signer's certificate is not only for time stamps");
     facts.genTime = *time;
     if (std::string why = faultOfPath(signer, rules, judge, facts); !why.empty())

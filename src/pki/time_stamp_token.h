@@ -27,7 +27,8 @@ struct TimeStampFacts {
 /// Whom a token may come from.
 struct TimeStampRules {
     RevocationCheck revocation = RevocationCheck::IfKnown;
-    CertList extra{};  ///< certificates beside those in the token
+    CertList extra{};    ///< certificates beside those in the token
+    bool fresh = false;  ///< asked for just now: whoever asked finds out what the stored lists do not tell any more
 };
 
 /// A token taken apart; one object a token.
@@ -35,6 +36,8 @@ class TimeStampToken {
   public:
     /// Certificates in a token that are looked at.
     static constexpr size_t kMostCertificates = 32;
+    /// Certificates of the name and number of the signer that are looked at.
+    static constexpr size_t kMostCandidates = 8;
 
     /// 0; 107 what stands there is no token.
     [[nodiscard]] NetVerdict read(ByteView der);
@@ -45,14 +48,15 @@ class TimeStampToken {
     /// The one verdict on time stamps, fresh ones and those of messages: 0, or 127 with the reason. The signed
     /// attributes name the certificate (RFC 5816 2.2.1); its only, critical purpose is time stamping (RFC 3161 2.3);
     /// the algorithm policy admits every hash today; its path leads to a trust point today. One that was revoked later
-    /// keeps its stamps only for a reason that speaks of no danger to the key (RFC 3161 4). Nothing may be behind the
-    /// judge's now.
+    /// keeps its stamps only for a reason that speaks of no danger to the key (RFC 3161 4). Where a status must be
+    /// known it is known today. Nothing may be behind the judge's now. Every certificate that is tried is one of the
+    /// judge's signatures.
     [[nodiscard]] NetVerdict judge(const MessageImprint& imprint, const TimeStampRules& rules, PathJudge& judge,
                                    TimeStampFacts& facts) const;
 
   private:
     [[nodiscard]] std::string faultOfHashes(const AlgorithmPolicy* policy, int64_t now) const;
-    [[nodiscard]] CertPtr signerAmong(const CertList& certificates) const;
+    [[nodiscard]] CertPtr signerAmong(const CertList& certificates, size_t& work) const;
     [[nodiscard]] std::string faultOfPath(const CertPtr& signer, const TimeStampRules& rules, PathJudge& judge,
                                           TimeStampFacts& facts) const;
 

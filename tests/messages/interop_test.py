@@ -236,6 +236,38 @@ class Interop(unittest.TestCase):
                     self.assertEqual(judge(message, outlives)["revokedSince"], True)
         self.assertEqual(self.ours("pss", "verify", "t", "--now", status=1)["verdict"], "ECRV_CRTREV")
 
+    def test_lists_that_lapse_and_lists_of_the_expired(self):
+        """A stored list that is out of date does not end stamping; one issued after a certificate expired does not clear it."""
+        self.tool("openssl", "ca", "-config", "ca.cnf", "-gencrl", "-crl_lastupdate", "20250101000000Z", "-crl_nextupdate", "20250201000000Z", "-out", "late.crl")
+        self.tool("openssl", "crl", "-in", "good.crl", "-outform", "DER", "-out", "good.der")
+        self.stamping("rsb")
+        for profile, level in (("bp", "T"), ("ec5", "LT")):
+            with self.subTest(level=level):
+                self.ours(profile, "crl", "import", "late.crl", "--yes")
+                self.serve(profile, "time-stamp", "/ts")
+                self.serve(profile, "crl", "/crl")
+                self.web.routes["/crl"] = lambda handler, _: handler.give(pathlib.Path("good.der").read_bytes())
+                self.ours(profile, "sign", "c3000", "lapsed" + level, "--level", level)
+                self.assertEqual(self.web.paths().count("/crl"), 1)
+                self.web.seen.clear()
+        pathlib.Path("brief.cnf").write_text(pathlib.Path("ca.cnf").read_text().replace("=index", "=briefs\nserial=briefno") +
+                                             "[p]\nC=optional\nO=optional\nCN=optional\n[x]\nkeyUsage=digitalSignature\n")
+        pathlib.Path("briefs").touch()
+        end = time.strftime("%Y%m%d%H%M%SZ", time.gmtime(time.time() + 8))
+        self.tool("openssl", "ca", "-batch", "-notext", "-config", "brief.cnf", "-policy", "p", "-create_serial", "-outdir", ".", "-extensions", "x", "-in",
+                  "rsb.csr", "-enddate", end, "-out", "brief.pem")
+        self.tool("openssl", "pkcs12", "-export", "-inkey", "rsb.key", "-in", "brief.pem", "-out", "brief.p12", "-passout", "file:pw")
+        self.ours("brief", "profile", "create", "brief", "--key-file", self.home + "/brief.p12", "--db", self.home + "/db_brief", "--roots-file",
+                  self.home + "/roots.p12", "--roots-empty-password", "1")
+        self.ours("brief", "db", "create")
+        self.serve("brief", "time-stamp", "/ts")
+        self.ours("brief", "sign", "c3000", "brief", "--level", "T")
+        time.sleep(10)
+        self.tool("openssl", "ca", "-config", "ca.cnf", "-gencrl", "-out", "dropped.crl")
+        self.ours("brief", "crl", "import", "dropped.crl")
+        one = self.ours("brief", "verify", "brief", "--revocation", "required", status=1)["items"][0]
+        self.assertEqual([s["status"] for s in one["status"] + one["stampStatus"]], ["unknown", "good"])
+
     def test_several_keys_sign_at_once(self):
         self.ours("two", "profile", "create", "two", "--key-file", self.home + "/two.p12", "--db", self.home + "/db_two")
         self.ours("two", "store", "init")
