@@ -103,6 +103,7 @@ void importKeysFromFile() try {
     if (taken > 0) storeAuthorities(found.certificates);
     if (result != kKmOk) return showKeyStoreFailure(result);
     displCentInfo(kMessageRow, ("Wczytano kluczy: " + std::to_string(taken)).c_str(), 2);
+    tellOfHistory();
 } catch (const OpError& error) {
     tellFailure(error);
 }
