@@ -155,7 +155,14 @@ Session openStore(const Run& run, void (Session::*open)(const Session::Secrets& 
     const Session::Secrets secrets = storeSecrets(run, *found.profile);
     Session session(std::move(found), run.mode);
     letTokensAsk(run, session);
-    (session.*open)(secrets);
+    try {
+        (session.*open)(secrets);
+    } catch (const OpError& failure) {
+        const bool damaged = failure.fault() == OpFault::KeyStoreFailed && failure.code() == libraryCode(kKmBadFormat);
+        if (damaged || failure.fault() == OpFault::StoreMissing)
+            hintAtHistory(run, session.configuration().securityFileName());
+        throw;
+    }
     if (session.keys().wasCutOff()) {
         run.out.warn("a write was cut off; what stood there before was opened",
                      session.configuration().securityFileName());
@@ -177,6 +184,22 @@ void warnOfHistory(const Run& run, Session& session) {
     if (session.keys().wasHistoryKept()) return;
     run.out.warn("the security file of before could not be kept",
                  historyFolder(session.configuration().securityFileName()));
+}
+
+void hintAtHistory(const Run& run, const std::string& file) {
+    if (!file.empty() && !historyOf(file).empty())
+        run.out.warn("former security files are there; \"crvctl store restore\" puts one back", historyFolder(file));
+}
+
+void warnOfCopies(const Run& run, Session& session, const char* text) {
+    const std::string file = session.configuration().securityFileName();
+    if (run.mode.dryRun || file.empty() || historyOf(file).empty()) return;
+    run.out.warn(text, historyFolder(file) + ": crvctl store history --clear");
+}
+
+void save(const Run& run, Session& session) {
+    session.save();
+    if (!run.mode.dryRun) warnOfHistory(run, session);
 }
 
 Session openDatabase(const Run& run) {

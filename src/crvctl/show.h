@@ -37,6 +37,16 @@ Session openReading(const Run& run);
 Session openChanging(const Run& run);
 /// Warns when a save could not keep the security file of before.
 void warnOfHistory(const Run& run, Session& session);
+
+/// Says where former files are, for who has no security file, or none that can be read.
+void hintAtHistory(const Run& run, const std::string& file);
+
+/// Says that the former files were not changed, if there are any.
+void warnOfCopies(const Run& run, Session& session, const char* text);
+
+/// Saves, and says when the file of before could not be kept.
+void save(const Run& run, Session& session);
+
 /// The profile of the run with its database there; its keys are not opened.
 Session openDatabase(const Run& run);
 /// The selector options of the call.

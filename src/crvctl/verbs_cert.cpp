@@ -279,9 +279,9 @@ void certInstall(Run& run) {
         if (!std::ranges::all_of(list, insert)) session.failDatabase();
         return true;
     };
-    const auto save = [&] { return session.save(), true; };
+    const auto keep = [&] { return save(run, session), true; };
     const Installation done =
-        installCertificates(session.keys(), certsOfFile(run.call.operand(0)), {confirm, store, save});
+        installCertificates(session.keys(), certsOfFile(run.call.operand(0)), {confirm, store, keep});
     demandKeys(done.refusal);
     for (const CertPtr& one : done.certificates) run.out.change("install", "certificate", nameOf(*one));
 }
@@ -444,7 +444,7 @@ void trustAdd(Run& run) {
         run.confirm("The certificate has expired. Trust it?", list.front()->subject().rfc4514());
         return true;
     }));
-    session.save();
+    save(run, session);
     run.out.change("add", "trust", nameOf(*list.front()));
 }
 
@@ -454,7 +454,7 @@ void trustRemove(Run& run) {
     if (!isRemovable(point)) demandKeys(kKmNotOnThisMedium);
     run.confirm("Trust this authority no longer?", point.certificate->subject().rfc4514());
     demandKeys(removeTrustPoint(session.access(), point));
-    session.save();
+    save(run, session);
     run.out.change("remove", "trust", nameOf(*point.certificate));
 }
 

@@ -4,6 +4,7 @@
 #include "asn/x509/signed_certificate.h"
 #include "crvctl/secrets.h"
 #include "crvctl/show.h"
+#include "crvctl/statuses.h"
 #include "crvctl/texts.h"
 #include "crvctl/verbs.h"
 #include "crypto/sign_algo_map.h"
@@ -146,6 +147,7 @@ void keyList(Run& run) {
 
 void keyGenerate(Run& run) {
     RequestPlan plan = planOf(run.call, KeyScheme::Rsa);
+    if (!canServe(plan.key.use, plan.key.scheme)) demandKeys(kKmAlgorithmNotSupported);
     Session session = openChanging(run);
     if (session.configuration().keyMedium() != KeyMedium::File && !session.keys().keyLimits(plan.key.use))
         throw OpError(OpFault::WrongKind, session.profile().name());
@@ -181,6 +183,7 @@ void keyReplace(Run& run) {
     if (session.configuration().keyMedium() != KeyMedium::File)
         throw OpError(OpFault::WrongKind, session.profile().name());
     plan.key.use = useInStore(run, session);
+    if (!canServe(plan.key.use, plan.key.scheme)) demandKeys(kKmAlgorithmNotSupported);
     plan.key.successor = plan.request.successor = true;
     plan.request.signedByKeyInUse = run.call.has("signed");
     if (const StoredKey* waiting = session.keys().successorOf(plan.key.use))
@@ -231,11 +234,19 @@ void keyImport(Run& run) {
     Session session = openChanging(run);
     const auto use = run.call.value("use");
     run.confirm("Take the private keys of the file into the profile?", run.call.operand(0));
+    bool taken = false;
     for (const PrivateKey& key : found.keys) {
         const auto role = use ? std::optional(rowOf(kUses, *use).role) : std::nullopt;
-        demandKeys(importKeyInto(session.keys(), key, found.certificates, role, !run.mode.dryRun));
+        const auto result = importKeyInto(session.keys(), key, found.certificates, role, !run.mode.dryRun);
+        if (result == kKmKeyExists) {
+            run.out.warn(faultText(OpFault::ObjectExists), hexOf(key.keyId()));
+            continue;
+        }
+        demandKeys(result);
         run.out.change("add", "key", hexOf(key.keyId()));
+        taken = true;
     }
+    if (!taken) demandKeys(kKmKeyExists);
     storeAuthorities(run, session, found.certificates);
     warnOfHistory(run, session);
 }

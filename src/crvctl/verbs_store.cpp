@@ -30,6 +30,7 @@ Fields settingFields(Session& session, const Setting& setting) {
 
 void storeInit(Run& run) {
     Session session(run.profile(), run.mode);
+    hintAtHistory(run, session.configuration().securityFileName());
     session.create(readSecret(run.call, "password", true), run.call.has("strong"));
     run.out.change("add", "store", session.configuration().securityFileName());
 }
@@ -38,6 +39,8 @@ void storePasswd(Run& run) {
     Session session = openChanging(run);
     session.changePassword(readSecret(run.call, "new-password", true));
     run.out.change("set", "password", session.configuration().securityFileName());
+    warnOfHistory(run, session);
+    warnOfCopies(run, session, "the former security files keep the password of before");
 }
 
 void storeCheck(Run& run) {
@@ -60,15 +63,35 @@ void storeBackup(Run& run) {
 
 void storeHistory(Run& run) {
     Session session(run.profile(), run.mode);
-    for (const FormerFile& former : historyOf(session.configuration().securityFileName()))
-        run.out.item({{"name", former.name}, {"octets", static_cast<long>(former.size)}, {"file", former.path}});
+    const bool clear = run.call.has("clear");
+    if (clear)
+        run.confirm("Delete all former security files? No key that only they hold can then be read.",
+                    historyFolder(session.configuration().securityFileName()));
+    for (const FormerFile& former : historyOf(session.configuration().securityFileName())) {
+        if (clear) run.out.change("remove", "file", former.path);
+        if (!clear)
+            run.out.item({{"name", former.name}, {"octets", static_cast<long>(former.size)}, {"file", former.path}});
+    }
+    if (clear) session.clearHistory();
 }
 
 void storeRestore(Run& run) {
     Session session(run.profile(), run.mode);
     const SecretText password = readSecret(run.call, "password");
     const std::string file = session.configuration().securityFileName();
-    run.confirm("Put the former security file in the place of the present one?", run.call.operand(0));
+    const KeysNotIn lost = keysNotIn(file, run.call.operand(0), password);
+    std::string names;
+    for (const KeyId& key : lost.keys) names += (names.empty() ? "" : ", ") + hexOf(key);
+    if (!lost.known) {
+        run.confirm(
+            "Put the former security file in the place of the present one, which may have newer keys? Its "
+            "password is another one, so they cannot be compared.",
+            run.call.operand(0));
+    } else if (!names.empty()) {
+        run.confirm("Put the former security file in the place of the present one? It lacks these keys:", names);
+    } else {
+        run.confirm("Put the former security file in the place of the present one?", run.call.operand(0));
+    }
     session.restoreFormer(run.call.operand(0), password);
     run.out.change("restore", "store", file);
 }
@@ -78,6 +101,7 @@ void storeProtect(Run& run) {
     session.protect(run.call.operand(0) == "strong");
     run.out.change("set", "protection", run.call.operand(0));
     warnOfHistory(run, session);
+    warnOfCopies(run, session, "the former security files keep the protection of before");
 }
 
 void policyList(Run& run) {
@@ -89,14 +113,14 @@ void policyList(Run& run) {
 void policyAdd(Run& run) {
     Session session = openChanging(run);
     addPolicyTo(session.access(), run.call.operand(0), run.call.operand(1));
-    session.save();
+    save(run, session);
     run.out.change("add", "policy", run.call.operand(0));
 }
 
 void policyRemove(Run& run) {
     Session session = openChanging(run);
     removePolicyFrom(session.access(), run.call.operand(0));
-    session.save();
+    save(run, session);
     run.out.change("remove", "policy", run.call.operand(0));
 }
 
@@ -115,7 +139,7 @@ void settingSet(Run& run) {
     const Setting& setting = findSetting(run.call.operand(0));
     Session session = openChanging(run);
     setting.set(session, setting, run.call.operand(1));
-    session.save();
+    save(run, session);
     run.out.change("set", "setting", setting.name + "=" + run.call.operand(1));
 }
 
@@ -123,7 +147,7 @@ void settingReset(Run& run) {
     const Setting& setting = findSetting(run.call.operand(0));
     Session session = openChanging(run);
     resetSetting(session, setting);
-    session.save();
+    save(run, session);
     run.out.change("reset", "setting", setting.name);
 }
 

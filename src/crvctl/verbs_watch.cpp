@@ -161,8 +161,8 @@ class Watch {
 
 void watch(Run& run) {
     std::vector<std::pair<std::string, ProfileMedia>> listed;
-    eachProfile(run.place,
-                [&](const CrvProfile& profile, ProfileMedia media) { listed.emplace_back(profile.name(), media); });
+    eachProfileName(run.place,
+                    [&](const std::string& name, ProfileMedia media) { listed.emplace_back(name, media); });
     Watch all(run);
     for (const auto& [name, media] : listed) all.look(name, media);
     all.finish();

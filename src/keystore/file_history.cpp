@@ -6,12 +6,14 @@
 #include <ctime>
 
 #include "misc/atomic_write.h"
+#include "misc/exceptions.h"
 #include "misc/file_ops.h"
+#include "misc/whole_file.h"
 
 namespace crv {
 namespace {
 
-constexpr std::string_view kEnding = ".p12";
+constexpr std::string_view kEnding = ".p12", kKeptEnding = "-kept.p12";
 constexpr std::string_view kTimePattern = "00000000T000000Z-";  // a zero stands for any digit
 constexpr size_t kTimeLength = kTimePattern.size();
 
@@ -19,12 +21,17 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
+bool isKept(const std::string& name) {
+    return name.ends_with(kKeptEnding);
+}
+
 /// The number behind the time; -1 for a name that is none of ours.
 long numberIn(const std::string& name) {
-    if (name.size() <= kTimeLength + kEnding.size() || !name.ends_with(kEnding)) return -1;
+    const std::string_view ending = isKept(name) ? kKeptEnding : kEnding;
+    if (name.size() <= kTimeLength + ending.size() || !name.ends_with(ending)) return -1;
     const auto fits = [](char c, char pattern) { return pattern == '0' ? isDigit(c) : c == pattern; };
     if (!std::ranges::equal(name.substr(0, kTimeLength), kTimePattern, fits)) return -1;
-    const std::string digits = name.substr(kTimeLength, name.size() - kTimeLength - kEnding.size());
+    const std::string digits = name.substr(kTimeLength, name.size() - kTimeLength - ending.size());
     return digits.size() <= 6 && std::ranges::all_of(digits, isDigit) ? std::strtol(digits.c_str(), nullptr, 10) : -1;
 }
 
@@ -49,10 +56,16 @@ void shareWithGroup(const std::string& securityFile, const std::string& path, mo
 /// Above all of its second, also when the clock went back: the newest is the last one in order.
 std::string nextName(const std::vector<FormerFile>& kept) {
     const std::string now = timeNow();
-    if (kept.empty()) return now + "1" + std::string(kEnding);
+    if (kept.empty()) return now + "1";
     const std::string& last = kept.back().name;
-    if (last.substr(0, kTimeLength) < now) return now + "1" + std::string(kEnding);
-    return last.substr(0, kTimeLength) + std::to_string(numberIn(last) + 1) + std::string(kEnding);
+    if (last.substr(0, kTimeLength) < now) return now + "1";
+    return last.substr(0, kTimeLength) + std::to_string(numberIn(last) + 1);
+}
+
+bool hasOctets(const FormerFile& former, ByteView octets) try {
+    return former.size == static_cast<int64_t>(octets.size()) && std::ranges::equal(readFile(former.path), octets);
+} catch (const StoreError&) {
+    return false;
 }
 
 }  // namespace
@@ -76,20 +89,29 @@ std::vector<FormerFile> historyOf(const std::string& securityFile) {
     return kept;
 }
 
-bool keepFormer(const std::string& securityFile, ByteView octets, size_t most) {
+bool keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most) {
     const std::string folder = historyFolder(securityFile);
     if (fileOps().mkdir(folder, 0700) == 0) {
         shareWithGroup(securityFile, folder, 0770);
     } else if (errno != EEXIST) {
         return false;
     }
-    const std::vector<FormerFile> kept = historyOf(securityFile);
-    const std::string path = folder + nextName(kept);
+    std::vector<FormerFile> kept = historyOf(securityFile);
+    if (most && !kept.empty() && hasOctets(kept.back(), octets)) return true;
+    const std::string path = folder + nextName(kept) + std::string(most ? kEnding : kKeptEnding);
     if (!writeFileAtomically(path, octets, {.mode = WriteMode::KeepOrSecret})) return false;
     shareWithGroup(securityFile, path, 0660);
+    if (!most) return true;
+    std::erase_if(kept, [](const FormerFile& one) { return isKept(one.name); });
     // One that cannot be deleted does no harm.
-    for (size_t i = 0; i + most < kept.size() + 1; ++i) static_cast<void>(fileOps().unlink(kept[i].path));
+    for (size_t i = 0; i + *most < kept.size() + 1; ++i) static_cast<void>(fileOps().unlink(kept[i].path));
     return true;
+}
+
+bool clearHistory(const std::string& securityFile) {
+    for (const FormerFile& one : historyOf(securityFile))
+        if (fileOps().unlink(one.path) != 0) return false;
+    return syncFolder(historyFolder(securityFile));
 }
 
 }  // namespace crv

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,7 +10,8 @@
 
 namespace crv {
 
-/// "20271122T155901Z-3.p12": when it was replaced, in UTC, and a number that orders those of one second.
+/// "20271122T155901Z-3.p12": when it was replaced, in UTC, and a number that orders those of one second;
+/// "-kept" stands behind the number of one that is kept until the history is cleared.
 struct FormerFile {
     std::string name;
     std::string path;
@@ -22,8 +24,13 @@ struct FormerFile {
 /// The oldest first; empty when there is none. Other files in the folder are passed over.
 [[nodiscard]] std::vector<FormerFile> historyOf(const std::string& securityFile);
 
-/// Keeps the octets as the newest and deletes the oldest beyond `most` (1 or more). False when they cannot be kept; the
-/// older ones then stay. The caller holds the lock on the file.
-[[nodiscard]] bool keepFormer(const std::string& securityFile, ByteView octets, size_t most);
+/// Keeps the octets as the newest and deletes the oldest beyond `most` (1 or more); without a number they are kept
+/// until the history is cleared and nothing is deleted. Octets that the newest has already are not kept again: repeated
+/// saves that fail do not push the others out. False when they cannot be kept; the older ones then stay. The caller
+/// holds the lock on the file.
+[[nodiscard]] bool keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most);
+
+/// Deletes all of them. False with errno when one stays. The caller holds the lock on the file.
+[[nodiscard]] bool clearHistory(const std::string& securityFile);
 
 }  // namespace crv

@@ -1,4 +1,5 @@
 // Saving, and merging with what another session saved.
+#include <algorithm>
 #include <ctime>
 #include <new>
 
@@ -87,7 +88,8 @@ KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const Secr
 KeyManagerResult KeyManager::keepHistory(const KeyStoreContents& contents, const SecretText& password) {
     historyKept_ = true;
     const CRVCfgFile& record = contents.configuration ? *contents.configuration : configuration().record();
-    const long most = record.getStoreHistory();
+    // What a deletion takes away is kept once even where no history is wanted.
+    const long most = std::max(record.getStoreHistory(), historyDemanded_ ? 1L : 0L);
     Bytes now;
     bool missing = false;
     if (most <= 0 || media().readFile(now, missing) != kKmOk) return kKmOk;

@@ -13,7 +13,12 @@ std::optional<KeyType> wholeUse(const KeyManager& keys, KeyType use) {
     return std::nullopt;
 }
 
+bool canServe(KeyType use, KeyScheme scheme) {
+    return use == KeyType::Signing || isRsa(scheme);
+}
+
 KeyManagerResult generateKey(const KeyStoreAccess& access, const KeyPlan& plan, const std::function<bool()>& goOn) {
+    if (!canServe(plan.use, plan.scheme)) return kKmAlgorithmNotSupported;
     return generateIntoKeyStore(access, {goOn, {}, plan.forcedPss, plan.successor}, [&](const KeyGenHooks& hooks) {
         KeyManager& keys = access.keys;
         if (plan.scheme == KeyScheme::Dsa) return keys.generateDsaUserKey(plan.bits, hooks);

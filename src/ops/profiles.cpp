@@ -141,18 +141,32 @@ void demandList(const ListPlace& place) {
     if (place.kind == AvailableProfiles::File && !fileExists(path)) throw OpError(OpFault::FileMissing, path);
 }
 
-}  // namespace
-
-void eachProfile(const ListPlace& place, const std::function<void(const CrvProfile&, ProfileMedia)>& visit) {
+void eachList(const ListPlace& place, const std::function<void(ProfileIterator&, ProfileMedia)>& visit) {
     demandList(place);
     std::vector<ProfileMedia> lists{place.home()};
     if (place.kind == AvailableProfiles::All) lists.push_back(ProfileMedia::Common);
     for (const ProfileMedia media : lists) {
         const auto iterator =
             withList(place.path(media), [&] { return CrvProfile::getProfileIterator(media, place.file); });
-        while (const auto profile = withList(place.path(media), [&] { return CrvProfile::getNextProfile(*iterator); }))
-            visit(*profile, media);
+        visit(*iterator, media);
     }
+}
+
+}  // namespace
+
+void eachProfile(const ListPlace& place, const std::function<void(const CrvProfile&, ProfileMedia)>& visit) {
+    eachList(place, [&](ProfileIterator& iterator, ProfileMedia media) {
+        while (const auto profile = withList(place.path(media), [&] { return CrvProfile::getNextProfile(iterator); }))
+            visit(*profile, media);
+    });
+}
+
+void eachProfileName(const ListPlace& place, const std::function<void(const std::string&, ProfileMedia)>& visit) {
+    eachList(place, [&](ProfileIterator& iterator, ProfileMedia media) {
+        std::string name;
+        while (withList(place.path(media), [&] { return CrvProfile::getNextProfileName(iterator, name); }))
+            visit(name, media);
+    });
 }
 
 FoundProfile findProfile(const ListPlace& place, const std::string& name) {

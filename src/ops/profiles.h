@@ -53,6 +53,9 @@ using FieldValues = std::vector<std::pair<std::string, std::string>>;
 /// Shows every profile in the order of the lists. Throws OpError (ListFailed) as all below.
 void eachProfile(const ListPlace& place, const std::function<void(const CrvProfile&, ProfileMedia)>& visit);
 
+/// The same without reading the records, so that a damaged one hides no other.
+void eachProfileName(const ListPlace& place, const std::function<void(const std::string&, ProfileMedia)>& visit);
+
 /// Throws OpError (ProfileMissing, NoProfileNamed).
 FoundProfile findProfile(const ListPlace& place, const std::string& name);
 

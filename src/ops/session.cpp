@@ -81,6 +81,23 @@ void demandKeys(KeyManagerResult result) {
     throw OpError(OpFault::KeyStoreFailed, status, code, resultText(result));
 }
 
+KeysNotIn keysNotIn(const std::string& file, const std::string& name, const SecretText& password) {
+    const auto history = historyOf(file);
+    const auto former = std::ranges::find(history, name, &FormerFile::name);
+    KeysNotIn answer;
+    LoadedSecurityFile then, now;
+    if (former == history.end()) throw OpError(OpFault::ObjectMissing, historyFolder(file) + name);
+    demandKeys(readSecurityFile(importFile(former->path), password, false, then));
+    if (!fileExists(file)) return answer;
+    answer.known = readSecurityFile(importFile(file), password, false, now) == kKmOk;
+    for (const LoadedSecurityFile::Key& key : now.keys) {
+        const KeyId id = key.key.keyId();
+        const auto same = [&](const LoadedSecurityFile::Key& one) { return one.key.keyId() == id; };
+        if (answer.known && std::ranges::none_of(then.keys, same)) answer.keys.push_back(id);
+    }
+    return answer;
+}
+
 void restoreFormerFile(const std::string& file, const std::string& name, const SecretText& password, bool write) {
     const auto history = historyOf(file);
     const auto former = std::ranges::find(history, name, &FormerFile::name);
@@ -89,7 +106,7 @@ void restoreFormerFile(const std::string& file, const std::string& name, const S
     MemoryFile memory(octets);
     demandKeys(checkPasswdGF(memory, password));
     if (!write) return;
-    const bool kept = !fileExists(file) || keepFormer(file, importFile(file), history.size() + 1);
+    const bool kept = !fileExists(file) || keepFormer(file, importFile(file), std::nullopt);
     if (!kept) demandKeys(kKmHistoryFailed);
     if (!writeFileAtomically(file, octets, {.mode = WriteMode::Secret})) demandKeys(kKmWriteFailed);
 }
@@ -211,6 +228,14 @@ void Session::restoreFormer(const std::string& name, const SecretText& password)
     demandFileProfile();
     if (!mode_.dryRun) lock();
     restoreFormerFile(configuration().securityFileName(), name, password, !mode_.dryRun);
+}
+
+void Session::clearHistory() {
+    demandFileProfile();
+    if (mode_.dryRun) return;
+    lock();
+    if (!crv::clearHistory(configuration().securityFileName()))
+        throw OpError(OpFault::FileUnwritable, historyFolder(configuration().securityFileName()));
 }
 
 void Session::changePin(const SecretText& pin) {

@@ -14,9 +14,17 @@ namespace crv {
 /// Throws OpError (KeyStoreFailed) with what the result means, unless it is a success.
 void demandKeys(KeyManagerResult result);
 
+/// The keys of the security file that a former one lacks; `known` is false when the present file has another password.
+struct KeysNotIn {
+    bool known = true;
+    std::vector<KeyId> keys{};
+};
+/// The password is that of the former file. Throws OpError: ObjectMissing, KeyStoreFailed.
+[[nodiscard]] KeysNotIn keysNotIn(const std::string& file, const std::string& name, const SecretText& password);
+
 /// Puts a former file of a security file, by its name in the history, in its place; the one of now goes into the
-/// history, of which nothing is deleted. The password is that of the former file. The caller holds the lock; without
-/// `write` it is only looked whether it can be done. Throws OpError: ObjectMissing, KeyStoreFailed.
+/// history, where it is kept until the history is cleared. The password is that of the former file. The caller holds
+/// the lock; without `write` it is only looked whether it can be done. Throws OpError: ObjectMissing, KeyStoreFailed.
 void restoreFormerFile(const std::string& file, const std::string& name, const SecretText& password, bool write = true);
 
 /// Opening for reading writes nothing: the key store is deciphered and no seed is stored, so it works on read-only
@@ -58,6 +66,9 @@ class Session {
     void protect(bool strong);
     /// As restoreFormerFile, with the lock. The key store need not be open.
     void restoreFormer(const std::string& name, const SecretText& password);
+
+    /// Deletes all former security files, with the lock. Throws OpError (FileUnwritable).
+    void clearHistory();
 
     /// Throws OpError (DatabaseMissing, DatabaseFailed) unless the database is there.
     void demandDatabase();

@@ -39,6 +39,8 @@ void OnChangePassword() {
     clrToEol(kMessageRow, 0);
     if (result != kKmOk) return showCode(kPasswordTexts, result);
     displCentInfo(kMessageRow, "Hasło zostało zmienione", 2);
+    tellOfHistory();
+    tellOfCopies("Kopie w historii mają dawne hasło");
 }
 
 }  // namespace crv

@@ -5,6 +5,7 @@
 #include "config/configuration_manager.h"
 #include "corvane/crvapi.h"
 #include "crvconfd/engines/screen.h"
+#include "crvconfd/screens/key_gen.h"
 #include "crvconfd/screens/key_store_view.h"
 #include "crvconfd/screens/password_entry.h"
 #include "crvconfd/session/context.h"
@@ -13,6 +14,7 @@
 #include "crvconfd/toolkit/toolkit.h"
 #include "keystore/file_history.h"
 #include "keystore/key_manager.h"
+#include "misc/hex.h"
 #include "ops/op_error.h"
 #include "ops/session.h"
 
@@ -29,12 +31,28 @@ std::string momentOf(const std::string& name) {
            " UTC";
 }
 
+/// Keys that came after the former file stand in the history alone then: asks about each by its name.
+bool confirmLoss(const FormerFile& former, const SecretText& password) {
+    const KeysNotIn lost = keysNotIn(cfgManager->securityFileName(), former.name, password);
+    if (!lost.known) {
+        return displCentQuestion(kMessageRow, "Obecny plik ma inne hasło i może mieć nowsze klucze. Wrócić (t/n)?") ==
+               1;
+    }
+    return std::ranges::all_of(lost.keys, [](const KeyId& key) {
+        const std::string question = "Tamten plik nie ma klucza " + toHex(key).substr(0, 8) + ". Wrócić mimo to (t/n)?";
+        return displCentQuestion(kMessageRow, question.c_str()) == 1;
+    });
+}
+
 /// Under the lock. False after a message, or when the user thinks better of it.
 bool restore(const FormerFile& former) try {
+    // The file is opened anew then, and a key that is in memory alone would be gone.
+    offerUnsavedKey();
+    if (keyManager->unsavedKey()) return false;
     const std::string question = "Wrócić do pliku z " + momentOf(former.name) + " (t/n)?";
     if (displCentQuestion(kMessageRow, question.c_str()) == 0) return false;
     SecretText password;
-    if (!readPassword("Hasło, które plik miał wtedy:", password)) return false;
+    if (!readPassword("Hasło, które plik miał wtedy:", password) || !confirmLoss(former, password)) return false;
     const KeyStoreAccess access = keyStoreAccess();
     KeyStoreLock lock(access);
     if (const KeyManagerResult result = lock.take(); result != kKmOk) {

@@ -48,7 +48,8 @@ void storeAuthorities(const CertList& certificates) {
         if (one->isCaCrt() && !database.insert(*one)) return showDatabaseFailure();
 }
 
-/// Under the lock of the security file; how many were taken before one was refused.
+/// Under the lock of the security file; how many were taken before one was refused. Those that are there already are
+/// passed over: a refusal only when all are.
 KeyManagerResult takeKeys(const KeysOfFile& found, size_t& taken) {
     const KeyStoreAccess access = keyStoreAccess();
     KeyStoreLock lock(access);
@@ -56,10 +57,15 @@ KeyManagerResult takeKeys(const KeysOfFile& found, size_t& taken) {
     if (result != kKmOk) return result;
     for (const PrivateKey& key : found.keys) {
         result = importKeyInto(*keyManager, key, found.certificates, std::nullopt);
+        if (result == kKmKeyExists) {
+            note("Klucz już jest w profilu: " + toHex(key.keyId()));
+            continue;
+        }
         if (result != kKmOk) break;
         note("Wczytano klucz " + toHex(key.keyId()));
         ++taken;
     }
+    if (result == kKmKeyExists && taken > 0) result = kKmOk;
     return lock.release(result);
 }
 
@@ -97,6 +103,7 @@ void importKeysFromFile() try {
     if (taken > 0) storeAuthorities(found.certificates);
     if (result != kKmOk) return showKeyStoreFailure(result);
     displCentInfo(kMessageRow, ("Wczytano kluczy: " + std::to_string(taken)).c_str(), 2);
+    tellOfHistory();
 } catch (const OpError& error) {
     tellFailure(error);
 }

@@ -13,6 +13,7 @@
 #include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "db_sql/db_manager.h"
+#include "keystore/file_history.h"
 #include "misc/ascii.h"
 #include "misc/c_string.h"
 
@@ -110,6 +111,14 @@ bool isWrongPassword(KeyManagerResult result) {
     return result == kKmWrongPassword || result == kKmWrongRootsPassword || result == kKmWrongSigningKeyPin;
 }
 
+/// For who has no security file, or none that can be read.
+void hintAtHistory() {
+    const std::string file = cfgManager->securityFileName();
+    if (cfgManager->keyMedium() != KeyMedium::File || historyOf(file).empty()) return;
+    note("Poprzednie pliki bezpieczeństwa: " + historyFolder(file));
+    warnInfo(kMessageRow, "Są poprzednie pliki; przywraca je polecenie crvctl store restore");
+}
+
 void showOpenFailure(KeyManagerResult result) {
     const char* text = findText(kOpenTexts, result);
     note((text ? text : "Nie otwarto profilu") + (" (" + std::to_string(result) + ")"));
@@ -118,6 +127,7 @@ void showOpenFailure(KeyManagerResult result) {
     } else {
         showLibraryText(result);
     }
+    if (result == kKmBadFormat) hintAtHistory();
 }
 
 /// Whether there is a token to log in to whose PIN is not locked.
@@ -210,6 +220,7 @@ bool createDB() {
 }
 
 bool createPfx() {
+    hintAtHistory();
     const char answer = askForCreation();
     if (answer == 'n') return false;
     SecretText password;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <ctime>
-#include <filesystem>
 #include <set>
 
 #include "crvconfd/engines/list_search.h"
@@ -97,8 +96,7 @@ struct Selection {
             const std::string& name = names[static_cast<size_t>(i)];
             const NodeDesc* node = store.findNode("\\" + name + "\\PKCS12FILE");
             const auto* path = node ? std::get_if<std::string>(&node->value) : nullptr;
-            const auto found =
-                path ? ends.find(std::filesystem::absolute(expandHome(*path)).lexically_normal()) : ends.end();
+            const auto found = path ? ends.find(endsName(expandHome(*path))) : ends.end();
             if (found != ends.end() && found->second < limit) soon.insert({name, media});
         }
     }

@@ -117,7 +117,10 @@ void OnUserSettings() {
         const bool strong = keyManager->isStronglyProtected();
         if (!take(settings, bits)) return false;
         keyManager->protectStrongly(settings.protection == 1);
-        if (writeProtCfg()) return true;
+        if (writeProtCfg()) {
+            if (strong != keyManager->isStronglyProtected()) tellOfCopies("Kopie w historii mają dawną ochronę");
+            return true;
+        }
         keyManager->protectStrongly(strong);
         cfgManager->setRecord(before);
         cfgManager->setRecordChanged(changed);

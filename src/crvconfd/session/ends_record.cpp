@@ -12,12 +12,15 @@
 #include "keystore/key_manager.h"
 #include "misc/atomic_write.h"
 #include "misc/c_string.h"
+#include "misc/exceptions.h"
 #include "misc/path.h"
 #include "misc/whole_file.h"
 
 namespace crv {
 
 namespace {
+
+constexpr size_t kLongestRecord = size_t{1} << 20;
 
 /// Empty without a home.
 std::string recordPath() {
@@ -26,10 +29,16 @@ std::string recordPath() {
     return viewOrEmpty(std::getenv("HOME")).empty() ? std::string() : expandHome("~/.local/state/corvane/ends");
 }
 
-std::string absolutePath(const std::string& path) {
-    std::error_code error;
-    const auto absolute = std::filesystem::absolute(path, error);
-    return error ? path : absolute.lexically_normal().string();
+/// Nothing after a note: a console without stars is better than none.
+Bytes recordOctets(const std::string& path) try {
+    std::error_code none;
+    if (path.empty() || !fileExists(path)) return {};
+    if (std::filesystem::is_regular_file(path, none)) return readFile(path, kLongestRecord);
+    note("Zapis terminów profili nie jest plikiem: " + path);
+    return {};
+} catch (const StoreError& failure) {
+    note("Nie odczytano terminów profili: " + path + ": " + failure.what());
+    return {};
 }
 
 int64_t earliestEnd() {
@@ -46,11 +55,15 @@ int64_t earliestEnd() {
 
 }  // namespace
 
+std::string endsName(const std::string& path) {
+    std::error_code error;
+    const auto absolute = std::filesystem::absolute(path, error);
+    return error ? path : absolute.lexically_normal().string();
+}
+
 EndsRecord readEnds() {
     EndsRecord record;
-    const std::string path = recordPath();
-    if (path.empty() || !fileExists(path)) return record;
-    const Bytes octets = readFile(path);
+    const Bytes octets = recordOctets(recordPath());
     std::string_view rest = asText(octets);
     while (!rest.empty()) {
         const std::string_view line = rest.substr(0, rest.find('\n'));
@@ -65,7 +78,7 @@ EndsRecord readEnds() {
 }
 
 void rememberEnds() {
-    const std::string path = recordPath(), file = absolutePath(cfgManager->securityFileName());
+    const std::string path = recordPath(), file = endsName(cfgManager->securityFileName());
     if (path.empty() || cfgManager->keyMedium() != KeyMedium::File || file.find('\n') != std::string::npos) return;
     EndsRecord record = readEnds();
     const auto known = record.find(file);

@@ -13,7 +13,10 @@ inline constexpr int64_t kSoonEnds = 30 * int64_t{86400};
 /// the security file. Kept in "$XDG_STATE_HOME/corvane/ends" (else "~/.local/state/corvane/ends"), a line each.
 using EndsRecord = std::map<std::string, int64_t>;
 
-/// Empty when it cannot be read.
+/// How the record names a security file; as given where the system has no absolute path for it.
+[[nodiscard]] std::string endsName(const std::string& path);
+
+/// Empty, with a note in the log, when it cannot be read.
 [[nodiscard]] EndsRecord readEnds();
 
 /// Notes those of the profile that is open, when they are others than noted. Only marks depend on it: what cannot be

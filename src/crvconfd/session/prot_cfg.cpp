@@ -6,6 +6,7 @@
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
 #include "crvconfd/toolkit/toolkit.h"
+#include "keystore/file_history.h"
 
 namespace crv {
 
@@ -79,11 +80,22 @@ void showKeyStoreFailure(KeyManagerResult result) {
     warnInfo(kMessageRow, "%s", text ? text : crvErrorTextAPI(crvCtx, libraryCode(result)));
 }
 
+void tellOfHistory() {
+    if (!keyManager->wasHistoryKept()) warnInfo(kMessageRow, "%s", findText(kSaveTexts, kKmHistoryFailed));
+}
+
+void tellOfCopies(const char* what) {
+    const std::string file = cfgManager->securityFileName();
+    if (cfgManager->keyMedium() != KeyMedium::File || historyOf(file).empty()) return;
+    note(std::string(what) + ": " + historyFolder(file));
+    warnInfo(kMessageRow, "%s (crvctl store history --clear)", what);
+}
+
 bool writeProtCfg() {
     const KeyManagerResult result = saveKeyStore(keyStoreAccess());
     if (result == kKmOk) {
         note("Zapisano klucze i ustawienia: " + cfgManager->securityFileName());
-        if (!keyManager->wasHistoryKept()) warnInfo(kMessageRow, "%s", findText(kSaveTexts, kKmHistoryFailed));
+        tellOfHistory();
         return true;
     }
     showCode(kSaveTexts, result);

@@ -24,6 +24,12 @@ inline constexpr const char* kReadOnlyText = "Plik bezpieczeństwa otwarto tylko
 /// Says why a change of the key store failed, until a key: it is not in the file.
 void showKeyStoreFailure(KeyManagerResult result);
 
+/// Says, after a save, when the file of before could not be kept.
+void tellOfHistory();
+
+/// Says, until a key, what stays as it was in the former security files, if there are any.
+void tellOfCopies(const char* what);
+
 /// Saves keys and configuration. Says itself what went wrong; false then.
 [[nodiscard]] bool writeProtCfg();
 
