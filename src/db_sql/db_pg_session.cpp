@@ -29,6 +29,9 @@ constexpr std::chrono::seconds kPingTime = 5s;
 /// How often a wait looks whether the process is being ended.
 constexpr std::chrono::milliseconds kTick = 200ms;
 constexpr size_t kCopyPiece = size_t{1} << 18;
+/// What a server answers to a statement, save failures.
+constexpr std::array kAnswers{PGRES_EMPTY_QUERY, PGRES_COMMAND_OK, PGRES_TUPLES_OK};
+constexpr const char* kNoAnswer = "niezrozumiała odpowiedź serwera";
 
 /// Sets the limits that neither the connection string nor the role has set. Compiling a statement takes longer than any
 /// of ours: the planner believes a temporary table to be large.
@@ -106,7 +109,9 @@ void PgSession::begin() {
 bool PgSession::isAlive() {
     if (!conn_) return false;
     pollfd input{pq_->socket(conn_.get()), POLLIN, 0};
+    const Clock::time_point end = Clock::now() + kPingTime;
     while (::poll(&input, 1, 0) > 0) {
+        if (processEnding() || Clock::now() > end) return false;
         if (pq_->consumeInput(conn_.get()) == 0 || pq_->status(conn_.get()) != CONNECTION_OK) return false;
     }
     if (pq_->status(conn_.get()) != CONNECTION_OK || pq_->transactionStatus(conn_.get()) != PQTRANS_IDLE) return false;
@@ -194,19 +199,22 @@ PgResult PgSession::oneResult(Clock::time_point end) {
     return {pq_->getResult(conn_.get()), pq_};
 }
 
-/// Sends what waits, and takes all results: the first failure, else the last one, or that of a COPY which begins.
-PgResult PgSession::result() {
+/// Sends what waits, and takes all results: the first failure, else the last one, or that of a COPY which begins where
+/// one was asked for. libpq gives the other kinds of a COPY again and again.
+PgResult PgSession::result(bool copies) {
     const Clock::time_point end = deadline();
     flush(end);
     PgResult last, failure;
     for (PgResult next = oneResult(end); next.get(); next = oneResult(end)) {
         const ExecStatusType status = pq_->resultStatus(next.get());
-        if (status == PGRES_COPY_IN) return next;
-        ((status == PGRES_FATAL_ERROR || status == PGRES_BAD_RESPONSE) && !failure.get() ? failure : last) =
-            std::move(next);
+        if (copies && status == PGRES_COPY_IN) return next;
+        const bool failed = status == PGRES_FATAL_ERROR || status == PGRES_BAD_RESPONSE;
+        if (!failed && std::ranges::find(kAnswers, status) == kAnswers.end()) lost(kNoAnswer);
+        (failed && !failure.get() ? failure : last) = std::move(next);
     }
     lastUse_ = Clock::now();
     check(failure);
+    if (!last.get()) lost(kNoAnswer);
     return last;
 }
 
@@ -251,7 +259,8 @@ void PgSession::command(const std::string& sql) {
 
 void PgSession::copyIn(const std::string& sql, ByteView rows) {
     const Clock::time_point end = deadline();
-    command(sql);
+    sent(pq_->sendQuery(conn_.get(), sql.c_str()));
+    if (pq_->resultStatus(result(true).get()) != PGRES_COPY_IN) lost(kNoAnswer);
     while (!rows.empty()) {
         const ByteView piece = rows.first(std::min(rows.size(), kCopyPiece));
         const int done =
