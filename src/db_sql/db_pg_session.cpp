@@ -33,10 +33,12 @@ constexpr size_t kCopyPiece = size_t{1} << 18;
 constexpr std::array kAnswers{PGRES_EMPTY_QUERY, PGRES_COMMAND_OK, PGRES_TUPLES_OK};
 constexpr const char* kNoAnswer = "niezrozumiała odpowiedź serwera";
 
-/// Sets the limits that neither the connection string nor the role has set. Compiling a statement takes longer than any
+/// Names are looked for among the server's own first of all: in a path that others may write to, a function of theirs
+/// that fits our arguments better would run with our rights. Sets the limits that neither the connection string nor the role has set. Compiling a statement takes longer than any
 /// of ours: the planner believes a temporary table to be large.
 constexpr const char* kSetLimits =
-    "SET jit = off; SELECT set_config(name, CASE setting WHEN '0' THEN wanted ELSE setting END, false) FROM "
+    "SELECT pg_catalog.set_config('search_path', 'pg_catalog, pg_temp', false); SET jit = off; "
+    "SELECT set_config(name, CASE setting WHEN '0' THEN wanted ELSE setting END, false) FROM "
     "pg_catalog.pg_settings "
     "JOIN (VALUES ('statement_timeout', '60000'), ('idle_in_transaction_session_timeout', '600000')) AS w(name, "
     "wanted) "
