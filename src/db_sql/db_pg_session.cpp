@@ -35,9 +35,11 @@ constexpr const char* kNoAnswer = "niezrozumiała odpowiedź serwera";
 
 /// Names are looked for among the server's own first of all: in a path that others may write to, a function of theirs
 /// that fits our arguments better would run with our rights. Sets the limits that neither the connection string nor the role has set. Compiling a statement takes longer than any
-/// of ours: the planner believes a temporary table to be large.
+/// of ours: the planner believes a temporary table to be large. An insertion must see what was stored while it waited for
+/// its turn.
 constexpr const char* kSetLimits =
     "SELECT pg_catalog.set_config('search_path', 'pg_catalog, pg_temp', false); SET jit = off; "
+    "SET default_transaction_isolation = 'read committed'; "
     "SELECT set_config(name, CASE setting WHEN '0' THEN wanted ELSE setting END, false) FROM "
     "pg_catalog.pg_settings "
     "JOIN (VALUES ('statement_timeout', '60000'), ('idle_in_transaction_session_timeout', '600000')) AS w(name, "
