@@ -45,10 +45,10 @@ constexpr PgStatement kInsert{
     "SELECT id FROM stored"};
 
 constexpr const char* kMakeIncoming =
-    "SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK
-    "); CREATE TEMPORARY TABLE IF NOT EXISTS corvane_incoming (sha256 bytea, ser_num bytea, sbj_dn bytea, "
+    "CREATE TEMPORARY TABLE IF NOT EXISTS corvane_incoming (sha256 bytea, ser_num bytea, sbj_dn bytea, "
     "key_id bytea, crt_hash bytea, email bytea, is_ca boolean, not_after bigint, der bytea, fields bytea[], n bigint) "
     "ON COMMIT DELETE ROWS";
+constexpr const char* kTakeTurn = "SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK ")";
 constexpr const char* kCopyIncoming = "COPY pg_temp.corvane_incoming FROM STDIN (FORMAT binary)";
 constexpr PgStatement kTakeIncoming{
     "crv_take",
@@ -183,6 +183,7 @@ size_t DbCrtPg::insertSlice(std::span<const CrtRecord> records, const SliceEnd&,
     PgTransaction transaction(*session_, PgTransaction::Kind::Change);
     session_->command(kMakeIncoming);
     session_->copyIn(kCopyIncoming, piece.rows);
+    session_->command(kTakeTurn);  // others insert while the rows are on their way
     const PgResult stored = session_->run(kTakeIncoming);
     transaction.commit();
     std::set<Bytes> fresh;

@@ -45,6 +45,9 @@ constexpr const char* kSetLimits =
     "JOIN (VALUES ('statement_timeout', '60000'), ('idle_in_transaction_session_timeout', '600000')) AS w(name, "
     "wanted) "
     "USING (name)";
+/// A change holds others up: one that is stopped between its statements is given up soon.
+constexpr const char* kBeginChange =
+    "BEGIN ISOLATION LEVEL READ COMMITTED; SET LOCAL idle_in_transaction_session_timeout = '30s'";
 constexpr PgStatement kLimit{"crv_limit",
                              "SELECT setting::bigint FROM pg_catalog.pg_settings WHERE name = 'statement_timeout'"};
 
@@ -298,7 +301,7 @@ PgUse::~PgUse() {
 
 PgTransaction::PgTransaction(PgSession& session, Kind kind) : use_(session), session_(session) {
     const bool reads = kind == Kind::Snapshot || kind == Kind::LongSnapshot;
-    session.command(reads ? "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY" : "BEGIN ISOLATION LEVEL READ COMMITTED");
+    session.command(reads ? "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY" : kBeginChange);
     if (kind == Kind::Change || kind == Kind::Snapshot) return;
     session.command("SET LOCAL statement_timeout = '30min'");
     session.patience_ = kLongTime + kGrace;
