@@ -48,6 +48,8 @@ constexpr const char* kMakeIncoming =
     "CREATE TEMPORARY TABLE IF NOT EXISTS corvane_incoming (sha256 bytea, ser_num bytea, sbj_dn bytea, "
     "key_id bytea, crt_hash bytea, email bytea, is_ca boolean, not_after bigint, der bytea, fields bytea[], n bigint) "
     "ON COMMIT DELETE ROWS";
+/// Two removals that meet the same certificates in different orders would wait for each other.
+constexpr const char* kTakeRemovalTurn = "SELECT pg_advisory_xact_lock(4857398251074617346)";
 constexpr const char* kTakeTurn = "SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK ")";
 constexpr const char* kCopyIncoming = "COPY pg_temp.corvane_incoming FROM STDIN (FORMAT binary)";
 constexpr PgStatement kTakeIncoming{
@@ -222,6 +224,7 @@ CrtStore::Removed DbCrtPg::removeCerts(const Expired& expired) {
         return true;
     });
     PgTransaction transaction(*session_, PgTransaction::Kind::Long);
+    session_->command(kTakeRemovalTurn);
     const Removed result = counted(session_->run(kDeleteThese, PgValues().list(these)));
     transaction.commit();
     return result;
@@ -229,6 +232,7 @@ CrtStore::Removed DbCrtPg::removeCerts(const Expired& expired) {
 
 CrtStore::Removed DbCrtPg::removeCertsOverTime(int64_t time) {
     PgTransaction transaction(*session_, PgTransaction::Kind::Long);
+    session_->command(kTakeRemovalTurn);
     const Removed result = counted(session_->run(kDeleteOverTime, PgValues().number(time)));
     transaction.commit();
     return result;
