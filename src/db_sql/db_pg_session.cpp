@@ -55,7 +55,9 @@ struct StateCause {
     std::string_view state;  ///< SQLSTATE, or its class
     StoreCause cause;
 };
-constexpr std::array<StateCause, 9> kStateCauses{{{"08", StoreCause::Unreachable},
+constexpr std::array<StateCause, 11> kStateCauses{{{"08", StoreCause::Unreachable},
+                                                  {"57014", StoreCause::Unreachable},  // out of time
+                                                  {"25P03", StoreCause::Unreachable},
                                                   {"57P", StoreCause::Unreachable},
                                                   {"42501", StoreCause::NotOpened},
                                                   {"25006", StoreCause::NotOpened},
