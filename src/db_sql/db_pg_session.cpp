@@ -34,9 +34,9 @@ constexpr std::array kAnswers{PGRES_EMPTY_QUERY, PGRES_COMMAND_OK, PGRES_TUPLES_
 constexpr const char* kNoAnswer = "niezrozumiała odpowiedź serwera";
 
 /// Names are looked for among the server's own first of all: in a path that others may write to, a function of theirs
-/// that fits our arguments better would run with our rights. Sets the limits that neither the connection string nor the role has set. Compiling a statement takes longer than any
-/// of ours: the planner believes a temporary table to be large. An insertion must see what was stored while it waited for
-/// its turn.
+/// that fits our arguments better would run with our rights. Sets the limits that neither the connection string nor the
+/// role has set. Compiling a statement takes longer than any of ours: the planner believes a temporary table to be
+/// large. An insertion must see what was stored while it waited for its turn.
 constexpr const char* kSetLimits =
     "SELECT pg_catalog.set_config('search_path', 'pg_catalog, pg_temp', false); SET jit = off; "
     "SET default_transaction_isolation = 'read committed'; "
@@ -56,16 +56,16 @@ struct StateCause {
     StoreCause cause;
 };
 constexpr std::array<StateCause, 11> kStateCauses{{{"08", StoreCause::Unreachable},
-                                                  {"57014", StoreCause::Unreachable},  // out of time
-                                                  {"25P03", StoreCause::Unreachable},
-                                                  {"57P", StoreCause::Unreachable},
-                                                  {"42501", StoreCause::NotOpened},
-                                                  {"25006", StoreCause::NotOpened},
-                                                  {"42P01", StoreCause::NotOpened},
-                                                  {"3F000", StoreCause::NotOpened},
-                                                  {"55P03", StoreCause::NotLocked},
-                                                  {"40P01", StoreCause::NotLocked},
-                                                  {"XX001", StoreCause::Damaged}}};
+                                                   {"57014", StoreCause::Unreachable},  // out of time
+                                                   {"25P03", StoreCause::Unreachable},
+                                                   {"57P", StoreCause::Unreachable},
+                                                   {"42501", StoreCause::NotOpened},
+                                                   {"25006", StoreCause::NotOpened},
+                                                   {"42P01", StoreCause::NotOpened},
+                                                   {"3F000", StoreCause::NotOpened},
+                                                   {"55P03", StoreCause::NotLocked},
+                                                   {"40P01", StoreCause::NotLocked},
+                                                   {"XX001", StoreCause::Damaged}}};
 
 StoreCause causeOf(std::string_view state) {
     const auto row = std::ranges::find_if(kStateCauses, [&](const auto& r) { return state.starts_with(r.state); });
