@@ -209,10 +209,10 @@ SignResult signFile(Session& session, const SignFileOrder& order) {
                 result = signer.finish();
             });
         });
-        if (context.dbManager.isDbCreated() == DbState::Complete) {
-            session.storeFetched();
-        } else {
+        if (context.dbManager.isDbCreated() == DbState::Missing) {
             context.networkManager.clearNetStore();
+        } else {
+            session.storeFetched();
         }
         return result;
     });
