@@ -15,10 +15,10 @@ ContentSink sinkOf(CrvSink sink, void* user) {
 
 /// CRLs and certificates that a signature was proved with are of use to the next one.
 void storeFetched(CRVctx& ctx) {
-    if (ctx.dbManager.isDbCreated() == DbState::Complete) {
-        ctx.moveFromNetStoreToDB();
-    } else {
+    if (ctx.dbManager.isDbCreated() == DbState::Missing) {
         ctx.networkManager.clearNetStore();
+    } else {
+        ctx.moveFromNetStoreToDB();
     }
 }
 

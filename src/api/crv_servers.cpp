@@ -95,7 +95,10 @@ void keepUnshown(const CrvSrvParams& given, const SrvParams& old, SrvParams& par
 /// The database of the context's own profile forgets a server; one that is missing knows of none.
 int forgetServer(CRVctx* ctx, const crv::CrvProfile& profile, const std::string& name) {
     const crv::CrvProfile* own = ctx->configurationManager.profile();
-    if (!own || own->name() != profile.name() || ctx->dbManager.isDbCreated() != DbState::Complete) return CRV_OK;
+    if (!own || own->name() != profile.name()) return CRV_OK;
+    const DbState state = ctx->dbManager.isDbCreated();
+    if (state == DbState::Missing) return CRV_OK;
+    if (state != DbState::Complete) return ECRV_DB;
     return ctx->dbManager.delSrv(name) ? CRV_OK : ECRV_DB;
 }
 

@@ -417,6 +417,7 @@ std::vector<VerbRow> dbVerbs() {
           {"refused", "number", "Refused"},
           {"crls", "number", "Revocation lists stored"},
           {"crlsPresent", "number", "Revocation lists there already"},
+          {"crlsLeftOut", "number", "Revocation lists left out, damaged or gone"},
           {"servers", "number", "Import numbers"}}},
         {"db",
          "dump",

@@ -110,6 +110,7 @@ void dbCopy(Run& run) {
     run.out.field("refused", done.certificates.refused);
     run.out.field("crls", done.crls);
     run.out.field("crlsPresent", done.crlsPresent);
+    run.out.field("crlsLeftOut", done.crlsLeftOut);
     run.out.field("servers", done.servers);
 }
 

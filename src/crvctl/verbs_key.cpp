@@ -119,7 +119,10 @@ KeyType useInStore(const Run& run, Session& session) {
 }
 
 void storeAuthorities(const Run& run, Session& session, const CertList& list) {
-    if (run.mode.dryRun || session.context().dbManager.isDbCreated() != DbState::Complete) return;
+    if (run.mode.dryRun) return;
+    const DbState state = session.context().dbManager.isDbCreated();
+    if (state == DbState::Missing) return;
+    if (state != DbState::Complete) session.failDatabase();
     CrtDb database = session.context().certificateManager.db();
     for (const CertPtr& one : list)
         if (one->isCaCrt() && !database.insert(*one)) session.failDatabase();

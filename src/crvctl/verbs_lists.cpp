@@ -100,7 +100,8 @@ void forgetServer(const Run& run, const std::string& name) {
     Session session(run.profile(), run.mode);
     DbManager& database = session.context().dbManager;
     // Numbers of imports from it are nobody's now; a database that is missing has none.
-    if (database.isDbCreated() == DbState::Complete && !database.delSrv(name)) session.failDatabase();
+    const DbState state = database.isDbCreated();
+    if (state != DbState::Missing && (state != DbState::Complete || !database.delSrv(name))) session.failDatabase();
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ class DbConfig {
 
     std::string db;       ///< directory of the file kind
     std::string dbName;   ///< name under which a memory database is shared; libpq's connection string or service name
-    std::string dbLogin;  ///< user at the server, where the connection string names none
+    std::string dbLogin;  ///< user at the server; wins over one that dbName names
     std::string dbPass;   ///< empty: libpq's password file, which is the better place
 
     bool operator==(const DbConfig&) const = default;

@@ -45,10 +45,12 @@ constexpr PgStatement kInsert{
     "SELECT id FROM stored"};
 
 constexpr const char* kMakeIncoming =
-    "SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK
-    "); CREATE TEMPORARY TABLE IF NOT EXISTS corvane_incoming (sha256 bytea, ser_num bytea, sbj_dn bytea, "
+    "CREATE TEMPORARY TABLE IF NOT EXISTS corvane_incoming (sha256 bytea, ser_num bytea, sbj_dn bytea, "
     "key_id bytea, crt_hash bytea, email bytea, is_ca boolean, not_after bigint, der bytea, fields bytea[], n bigint) "
     "ON COMMIT DELETE ROWS";
+/// Two removals that meet the same certificates in different orders would wait for each other.
+constexpr const char* kTakeRemovalTurn = "SELECT pg_advisory_xact_lock(4857398251074617346)";
+constexpr const char* kTakeTurn = "SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK ")";
 constexpr const char* kCopyIncoming = "COPY pg_temp.corvane_incoming FROM STDIN (FORMAT binary)";
 constexpr PgStatement kTakeIncoming{
     "crv_take",
@@ -183,6 +185,7 @@ size_t DbCrtPg::insertSlice(std::span<const CrtRecord> records, const SliceEnd&,
     PgTransaction transaction(*session_, PgTransaction::Kind::Change);
     session_->command(kMakeIncoming);
     session_->copyIn(kCopyIncoming, piece.rows);
+    session_->command(kTakeTurn);  // others insert while the rows are on their way
     const PgResult stored = session_->run(kTakeIncoming);
     transaction.commit();
     std::set<Bytes> fresh;
@@ -221,6 +224,7 @@ CrtStore::Removed DbCrtPg::removeCerts(const Expired& expired) {
         return true;
     });
     PgTransaction transaction(*session_, PgTransaction::Kind::Long);
+    session_->command(kTakeRemovalTurn);
     const Removed result = counted(session_->run(kDeleteThese, PgValues().list(these)));
     transaction.commit();
     return result;
@@ -228,6 +232,7 @@ CrtStore::Removed DbCrtPg::removeCerts(const Expired& expired) {
 
 CrtStore::Removed DbCrtPg::removeCertsOverTime(int64_t time) {
     PgTransaction transaction(*session_, PgTransaction::Kind::Long);
+    session_->command(kTakeRemovalTurn);
     const Removed result = counted(session_->run(kDeleteOverTime, PgValues().number(time)));
     transaction.commit();
     return result;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "db_sql/crt_keys.h"
+#include "db_sql/db_pg_schema.h"
 #include "misc/exceptions.h"
 #include "misc/logger.h"
 
@@ -82,8 +83,10 @@ bool DbManager::openIfNeeded() {
 DbState DbManager::isDbCreated() {
     DbState state = DbState::Incomplete;
     lastFailure_.clear();
-    // This operation has no text of its own.
-    if (run("createDb", [&](DbConnection& db) { state = db.isDbCreated(); })) return state;
+    if (run("createDb", [&](DbConnection& db) { state = db.isDbCreated(); })) {
+        if (connFactory(connected_).dbType == kDbKindPg) lastFailure_ = pgStateText(state);
+        return state;
+    }
     return lastCause_ == StoreCause::Unreachable ? DbState::NoAccess : DbState::Incomplete;
 }
 

@@ -5,6 +5,7 @@
 #include "db_sql/db_crl_pg.h"
 #include "db_sql/db_crt_pg.h"
 #include "db_sql/db_pg_schema.h"
+#include "misc/exceptions.h"
 
 namespace crv {
 
@@ -18,6 +19,9 @@ class DbPg final : public DbConnection {
     [[nodiscard]] SrvStore& srvs() override { return srvs_; }
     [[nodiscard]] DbState isDbCreated() override { return pgState(session_); }
     void create() override { createPgTables(session_); }
+    void copyDb(const std::string&) override {
+        throw StoreError(StoreCause::Refused, "DbPg::copyDb. Baza na serwerze nie ma plików");
+    }
     [[nodiscard]] PgSession& session() { return session_; }
 
   private:

@@ -100,6 +100,20 @@ DbState pgState(PgSession& session) {
     return found.tables == kTables.size() ? DbState::Complete : DbState::Incomplete;
 }
 
+const char* pgStateText(DbState state) {
+    switch (state) {
+        case DbState::OtherVersion:
+            return "Tabele bazy PostgreSQL założyła inna wersja programu: użyj tamtej wersji albo innej bazy";
+        case DbState::NoAccess:
+            return "Brak prawa odczytu tabel bazy PostgreSQL: jej właściciel nadaje je poleceniem GRANT w schemacie "
+                   "corvane";
+        case DbState::Incomplete:
+            return "W schemacie corvane bazy PostgreSQL brak niektórych tabel: odtwórz ją z kopii";
+        default:
+            return "";
+    }
+}
+
 void createPgTables(PgSession& session) {
     PgTransaction transaction(session, PgTransaction::Kind::Long);
     session.command("SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK ")");

@@ -20,6 +20,8 @@ constexpr int64_t kPgSchemaVersion = 1;
 #define CRV_PG_INSERT_LOCK "4857398251074617345"
 
 [[nodiscard]] DbState pgState(PgSession& session);
+/// Why the tables cannot be worked with; empty for Complete and Missing.
+[[nodiscard]] const char* pgStateText(DbState state);
 /// Makes schema and tables in one transaction; nothing to do for a complete database. Throws StoreError.
 void createPgTables(PgSession& session);
 

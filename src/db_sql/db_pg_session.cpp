@@ -29,15 +29,25 @@ constexpr std::chrono::seconds kPingTime = 5s;
 /// How often a wait looks whether the process is being ended.
 constexpr std::chrono::milliseconds kTick = 200ms;
 constexpr size_t kCopyPiece = size_t{1} << 18;
+/// What a server answers to a statement, save failures.
+constexpr std::array kAnswers{PGRES_EMPTY_QUERY, PGRES_COMMAND_OK, PGRES_TUPLES_OK};
+constexpr const char* kNoAnswer = "niezrozumiała odpowiedź serwera";
 
-/// Sets the limits that neither the connection string nor the role has set. Compiling a statement takes longer than any
-/// of ours: the planner believes a temporary table to be large.
+/// Names are looked for among the server's own first of all: in a path that others may write to, a function of theirs
+/// that fits our arguments better would run with our rights. Sets the limits that neither the connection string nor the
+/// role has set. Compiling a statement takes longer than any of ours: the planner believes a temporary table to be
+/// large. An insertion must see what was stored while it waited for its turn.
 constexpr const char* kSetLimits =
-    "SET jit = off; SELECT set_config(name, CASE setting WHEN '0' THEN wanted ELSE setting END, false) FROM "
+    "SELECT pg_catalog.set_config('search_path', 'pg_catalog, pg_temp', false); SET jit = off; "
+    "SET default_transaction_isolation = 'read committed'; "
+    "SELECT set_config(name, CASE setting WHEN '0' THEN wanted ELSE setting END, false) FROM "
     "pg_catalog.pg_settings "
     "JOIN (VALUES ('statement_timeout', '60000'), ('idle_in_transaction_session_timeout', '600000')) AS w(name, "
     "wanted) "
     "USING (name)";
+/// A change holds others up: one that is stopped between its statements is given up soon.
+constexpr const char* kBeginChange =
+    "BEGIN ISOLATION LEVEL READ COMMITTED; SET LOCAL idle_in_transaction_session_timeout = '30s'";
 constexpr PgStatement kLimit{"crv_limit",
                              "SELECT setting::bigint FROM pg_catalog.pg_settings WHERE name = 'statement_timeout'"};
 
@@ -45,15 +55,17 @@ struct StateCause {
     std::string_view state;  ///< SQLSTATE, or its class
     StoreCause cause;
 };
-constexpr std::array<StateCause, 9> kStateCauses{{{"08", StoreCause::Unreachable},
-                                                  {"57P", StoreCause::Unreachable},
-                                                  {"42501", StoreCause::NotOpened},
-                                                  {"25006", StoreCause::NotOpened},
-                                                  {"42P01", StoreCause::NotOpened},
-                                                  {"3F000", StoreCause::NotOpened},
-                                                  {"55P03", StoreCause::NotLocked},
-                                                  {"40P01", StoreCause::NotLocked},
-                                                  {"XX001", StoreCause::Damaged}}};
+constexpr std::array<StateCause, 11> kStateCauses{{{"08", StoreCause::Unreachable},
+                                                   {"57014", StoreCause::Unreachable},  // out of time
+                                                   {"25P03", StoreCause::Unreachable},
+                                                   {"57P", StoreCause::Unreachable},
+                                                   {"42501", StoreCause::NotOpened},
+                                                   {"25006", StoreCause::NotOpened},
+                                                   {"42P01", StoreCause::NotOpened},
+                                                   {"3F000", StoreCause::NotOpened},
+                                                   {"55P03", StoreCause::NotLocked},
+                                                   {"40P01", StoreCause::NotLocked},
+                                                   {"XX001", StoreCause::Damaged}}};
 
 StoreCause causeOf(std::string_view state) {
     const auto row = std::ranges::find_if(kStateCauses, [&](const auto& r) { return state.starts_with(r.state); });
@@ -106,7 +118,9 @@ void PgSession::begin() {
 bool PgSession::isAlive() {
     if (!conn_) return false;
     pollfd input{pq_->socket(conn_.get()), POLLIN, 0};
+    const Clock::time_point end = Clock::now() + kPingTime;
     while (::poll(&input, 1, 0) > 0) {
+        if (processEnding() || Clock::now() > end) return false;
         if (pq_->consumeInput(conn_.get()) == 0 || pq_->status(conn_.get()) != CONNECTION_OK) return false;
     }
     if (pq_->status(conn_.get()) != CONNECTION_OK || pq_->transactionStatus(conn_.get()) != PQTRANS_IDLE) return false;
@@ -194,19 +208,22 @@ PgResult PgSession::oneResult(Clock::time_point end) {
     return {pq_->getResult(conn_.get()), pq_};
 }
 
-/// Sends what waits, and takes all results: the first failure, else the last one, or that of a COPY which begins.
-PgResult PgSession::result() {
+/// Sends what waits, and takes all results: the first failure, else the last one, or that of a COPY which begins where
+/// one was asked for. libpq gives the other kinds of a COPY again and again.
+PgResult PgSession::result(bool copies) {
     const Clock::time_point end = deadline();
     flush(end);
     PgResult last, failure;
     for (PgResult next = oneResult(end); next.get(); next = oneResult(end)) {
         const ExecStatusType status = pq_->resultStatus(next.get());
-        if (status == PGRES_COPY_IN) return next;
-        ((status == PGRES_FATAL_ERROR || status == PGRES_BAD_RESPONSE) && !failure.get() ? failure : last) =
-            std::move(next);
+        if (copies && status == PGRES_COPY_IN) return next;
+        const bool failed = status == PGRES_FATAL_ERROR || status == PGRES_BAD_RESPONSE;
+        if (!failed && std::ranges::find(kAnswers, status) == kAnswers.end()) lost(kNoAnswer);
+        (failed && !failure.get() ? failure : last) = std::move(next);
     }
     lastUse_ = Clock::now();
     check(failure);
+    if (!last.get()) lost(kNoAnswer);
     return last;
 }
 
@@ -251,7 +268,8 @@ void PgSession::command(const std::string& sql) {
 
 void PgSession::copyIn(const std::string& sql, ByteView rows) {
     const Clock::time_point end = deadline();
-    command(sql);
+    sent(pq_->sendQuery(conn_.get(), sql.c_str()));
+    if (pq_->resultStatus(result(true).get()) != PGRES_COPY_IN) lost(kNoAnswer);
     while (!rows.empty()) {
         const ByteView piece = rows.first(std::min(rows.size(), kCopyPiece));
         const int done =
@@ -285,7 +303,7 @@ PgUse::~PgUse() {
 
 PgTransaction::PgTransaction(PgSession& session, Kind kind) : use_(session), session_(session) {
     const bool reads = kind == Kind::Snapshot || kind == Kind::LongSnapshot;
-    session.command(reads ? "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY" : "BEGIN ISOLATION LEVEL READ COMMITTED");
+    session.command(reads ? "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY" : kBeginChange);
     if (kind == Kind::Change || kind == Kind::Snapshot) return;
     session.command("SET LOCAL statement_timeout = '30min'");
     session.patience_ = kLongTime + kGrace;

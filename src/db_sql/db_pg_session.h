@@ -63,7 +63,7 @@ class PgSession {
     void sent(int done);
     void flush(Clock::time_point end);
     void await(short events, Clock::time_point end);
-    PgResult result();
+    PgResult result(bool copies = false);
     PgResult oneResult(Clock::time_point end);
     void check(const PgResult& result);
     [[noreturn]] void lost(const std::string& text);

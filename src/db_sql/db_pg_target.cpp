@@ -1,5 +1,7 @@
 #include "db_sql/db_pg_target.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
@@ -39,18 +41,22 @@ bool isConnectionString(std::string_view text) {
            text.starts_with("postgres://");
 }
 
-bool isLocalHost(std::string_view host) {
-    return host.empty() || host.front() == '/' || host.front() == '@' || host == "localhost" || host == "::1" ||
-           host.starts_with("127.");
+/// 127.0.0.0/8, not a name that begins so.
+bool isLoopback(std::string_view host) {
+    in_addr address{};
+    return inet_pton(AF_INET, std::string(host).c_str(), &address) == 1 && ntohl(address.s_addr) >> 24 == 127;
 }
 
-bool areLocal(std::string_view hosts) {
-    for (;;) {
-        const size_t comma = hosts.find(',');
-        if (!isLocalHost(hosts.substr(0, comma))) return false;
-        if (comma == std::string_view::npos) return true;
-        hosts.remove_prefix(comma + 1);
-    }
+bool isLocalHost(std::string_view host) {
+    return host.empty() || host.front() == '/' || host.front() == '@' || host == "localhost" || host == "::1" ||
+           isLoopback(host);
+}
+
+/// Takes the first element off a list.
+std::string_view takeElement(std::string_view& list) {
+    const std::string_view first = list.substr(0, list.find(','));
+    list.remove_prefix(std::min(first.size() + 1, list.size()));
+    return first;
 }
 
 }  // namespace
@@ -106,12 +112,15 @@ std::vector<const char*> PgTarget::values() const {
 PgEffective effectiveOf(PGconn* conn, const PgFunctions& functions) {
     const Options options(functions.conninfo(conn), FreeOptions{&functions});
     PgEffective found;
-    const std::string_view host = valueOf(options, "host"), address = valueOf(options, "hostaddr"),
-                           seconds = valueOf(options, "connect_timeout");
-    const std::string_view reached = address.empty() ? host : address;
-    found.isLocal = areLocal(reached);
+    std::string_view hosts = valueOf(options, "host"), addresses = valueOf(options, "hostaddr");
+    const std::string_view seconds = valueOf(options, "connect_timeout");
+    found.hosts += static_cast<int>(std::max(std::ranges::count(hosts, ','), std::ranges::count(addresses, ',')));
+    // The lists go in pairs: a host that has an address is reached there.
+    for (int i = 0; i < found.hosts; ++i) {
+        const std::string_view host = takeElement(hosts), address = takeElement(addresses);
+        found.isLocal = found.isLocal && isLocalHost(address.empty() ? host : address);
+    }
     found.sslMode = valueOf(options, "sslmode");
-    found.hosts += static_cast<int>(std::ranges::count(reached, ','));
     (void)std::from_chars(seconds.data(), seconds.data() + seconds.size(), found.connectSeconds);
     return found;
 }

@@ -106,10 +106,11 @@ int PgResult::rows() const {
 }
 
 bool PgResult::isNull(int row, int column) const {
-    return result_.get_deleter().functions->getisnull(result_.get(), row, column) != 0;
+    return row >= rows() || result_.get_deleter().functions->getisnull(result_.get(), row, column) != 0;
 }
 
 ByteView PgResult::octets(int row, int column) const {
+    if (row >= rows()) return {};
     const PgFunctions& pq = *result_.get_deleter().functions;
     return {reinterpret_cast<const uint8_t*>(pq.getvalue(result_.get(), row, column)),
             static_cast<size_t>(pq.getlength(result_.get(), row, column))};

@@ -79,7 +79,12 @@ class DbCopy {
         demand(from_, from_.getCrlIndex(index));
         for (const CrlIndexEntry& row : index) {
             Bytes der;
-            if (!from_.getCrlByFileNum(row.fileNumber(), der)) continue;  // damaged, or replaced meanwhile
+            if (!from_.getCrlByFileNum(row.fileNumber(), der)) {
+                const StoreCause cause = from_.lastCause();
+                demand(from_, cause == StoreCause::NotFound || cause == StoreCause::Damaged);
+                ++done_.crlsLeftOut;
+                continue;
+            }
             const CrlInsert result = dry_ ? CrlInsert::Stored : to_.insertCrl(der, row.isVerified());
             demand(to_, result != CrlInsert::Failed);
             ++(result == CrlInsert::Stored ? done_.crls : done_.crlsPresent);

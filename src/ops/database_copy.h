@@ -15,6 +15,7 @@ struct DbCopied {
     ImportProgress certificates;
     size_t crls = 0;
     size_t crlsPresent = 0;  ///< there already, or not newer than what is there
+    size_t crlsLeftOut = 0;  ///< damaged, or gone when their turn came
     size_t servers = 0;      ///< import numbers that were taken over
 };
 

@@ -10,13 +10,15 @@ namespace crv {
 
 namespace {
 
-/// Runs the work on the session of a database that is there.
+/// Runs the work on the session of a database that is there. What a repair makes anew is of this program's version.
 template <class Work>
 auto onServer(const CrvProfile& profile, const Work& work) {
     try {
         DbPg database(profile.dbConfig());
-        if (pgState(database.session()) == DbState::Missing)
-            throw OpError(OpFault::DatabaseMissing, databaseName(profile));
+        const DbState state = pgState(database.session());
+        if (state == DbState::Missing) throw OpError(OpFault::DatabaseMissing, databaseName(profile));
+        if (state != DbState::Complete && state != DbState::Incomplete)
+            throw OpError(OpFault::DatabaseFailed, pgStateText(state));
         return work(database.session());
     } catch (const StoreError& error) {
         throw OpError(OpFault::DatabaseFailed, error.what());

@@ -154,7 +154,7 @@ SignaturePolicy policyOf(Session& session, const SignFileOrder& order) {
 void keepFetched(Session& session) {
     CRVctx& context = session.context();
     NetworkManager& network = context.networkManager;
-    if (context.dbManager.isDbCreated() != DbState::Complete || processEnding()) return network.clearNetStore();
+    if (context.dbManager.isDbCreated() == DbState::Missing || processEnding()) return network.clearNetStore();
     try {
         session.storeFetched();
     } catch (const OpError&) {
