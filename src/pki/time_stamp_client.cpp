@@ -43,9 +43,14 @@ NetVerdict TimeStampClient::judge(const TimeStampReq& request, ByteView octets, 
     if (NetVerdict bad = token.read(response.timeStampToken->encoded()); bad.code != 0) return bad;
     if (request.nonce && (!token.info().nonce || !(*token.info().nonce == *request.nonce))) return notAsked("nonce");
     if (request.reqPolicy && !(token.info().policy == *request.reqPolicy)) return notAsked("policy");
+    const auto judgeAt = [&](int64_t time) {
+        PathJudge judge(*certificates_, {}, time);
+        return token.judge(request.messageImprint, {.fresh = true}, judge, facts);
+    };
+    NetVerdict verdict = judgeAt(now);
     // A clock beyond the life of the server's certificate is to be told, too: the difference says so.
-    PathJudge judge(*certificates_, {}, token.info().genTime.seconds().value_or(now));
-    NetVerdict verdict = token.judge(request.messageImprint, {.fresh = true}, judge, facts);
+    const auto time = token.info().genTime.seconds();
+    if (verdict.code != 0 && time && judgeAt(*time).code == 0) verdict = {};
     facts.difference = now - facts.genTime;
     return verdict;
 }
