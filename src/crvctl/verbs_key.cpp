@@ -150,7 +150,7 @@ void keyList(Run& run) {
 
 void keyGenerate(Run& run) {
     RequestPlan plan = planOf(run.call, KeyScheme::Rsa);
-    if (!canServe(plan.key.use, plan.key.scheme)) demandKeys(kKmAlgorithmNotSupported);
+    if (!canServe(plan.key)) demandKeys(kKmAlgorithmNotSupported);
     Session session = openChanging(run);
     if (session.configuration().keyMedium() != KeyMedium::File && !session.keys().keyLimits(plan.key.use))
         throw OpError(OpFault::WrongKind, session.profile().name());
@@ -186,8 +186,8 @@ void keyReplace(Run& run) {
     if (session.configuration().keyMedium() != KeyMedium::File)
         throw OpError(OpFault::WrongKind, session.profile().name());
     plan.key.use = useInStore(run, session);
-    if (!canServe(plan.key.use, plan.key.scheme)) demandKeys(kKmAlgorithmNotSupported);
     plan.key.successor = plan.request.successor = true;
+    if (!canServe(plan.key)) demandKeys(kKmAlgorithmNotSupported);
     plan.request.signedByKeyInUse = run.call.has("signed");
     if (const StoredKey* waiting = session.keys().successorOf(plan.key.use))
         throw OpError(OpFault::ObjectExists, hexOf(waiting->key->keyId()));

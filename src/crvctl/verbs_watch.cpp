@@ -57,7 +57,8 @@ class Watch {
 
     void finish() {
         if (prometheus_) run_.out.raw(metrics());
-        if (failure_ != 0 || ends_) run_.out.no(failure_ != 0 ? failure_ : ECRV_CRTAFTER);
+        // What ends is told first: a profile that is never looked at would hide it for good.
+        if (failure_ != 0 || ends_) run_.out.no(ends_ ? ECRV_CRTAFTER : failure_);
     }
 
   private:
@@ -71,6 +72,8 @@ class Watch {
             return true;
         } catch (const OpError& failure) {
             stopIfEnding();
+            // One that was never begun has nothing that ends.
+            if (failure.fault() == OpFault::StoreMissing || failure.fault() == OpFault::DatabaseMissing) return true;
             const std::string about = tr(failure.what());
             run_.out.warn(faultText(failure.fault()), profile_ + (about.empty() ? "" : ": " + about));
             failure_ = failure.code();
@@ -91,7 +94,8 @@ class Watch {
             return kPinOk;
         };
         session.context().state.tokenNotices = [](TokenNotice notice, const std::string&) {
-            return notice != TokenNotice::FinalTry && notice != TokenNotice::PinOnReader;
+            return notice != TokenNotice::FinalTry && notice != TokenNotice::FewTries &&
+                   notice != TokenNotice::PinOnReader;
         };
         session.openForReading({token ? pin_ : password_, std::nullopt});
     }
@@ -161,8 +165,7 @@ class Watch {
 
 void watch(Run& run) {
     std::vector<std::pair<std::string, ProfileMedia>> listed;
-    eachProfileName(run.place,
-                    [&](const std::string& name, ProfileMedia media) { listed.emplace_back(name, media); });
+    eachProfileName(run.place, [&](const std::string& name, ProfileMedia media) { listed.emplace_back(name, media); });
     Watch all(run);
     for (const auto& [name, media] : listed) all.look(name, media);
     all.finish();

@@ -1,5 +1,7 @@
 #include "keystore/file_history.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -44,12 +46,15 @@ std::string timeNow() {
     return text;
 }
 
-/// Where a group keeps a security file together, its members keep the history together.
-void shareWithGroup(const std::string& securityFile, const std::string& path, mode_t mode) {
+/// Where a group keeps a security file together, its members keep the history together. What root makes for a user's
+/// file is the user's: else later saves could keep nothing.
+void shareWithOwners(const std::string& securityFile, const std::string& path, mode_t mode) {
     struct stat info {};
-    if (fileOps().stat(securityFile, &info) != 0 || !(info.st_mode & S_IWGRP)) return;
-    const FileDescriptor fd(fileOps().open(path, O_RDONLY | O_CLOEXEC));
-    if (fd.valid() && fileOps().fchown(fd.get(), static_cast<uid_t>(-1), info.st_gid) == 0)
+    if (fileOps().stat(securityFile, &info) != 0) return;
+    const FileDescriptor fd(fileOps().open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (!fd.valid()) return;
+    if (geteuid() == 0 && info.st_uid != 0) static_cast<void>(fileOps().fchown(fd.get(), info.st_uid, info.st_gid));
+    if ((info.st_mode & S_IWGRP) && fileOps().fchown(fd.get(), static_cast<uid_t>(-1), info.st_gid) == 0)
         static_cast<void>(fileOps().fchmod(fd.get(), mode));
 }
 
@@ -92,7 +97,7 @@ std::vector<FormerFile> historyOf(const std::string& securityFile) {
 bool keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most) {
     const std::string folder = historyFolder(securityFile);
     if (fileOps().mkdir(folder, 0700) == 0) {
-        shareWithGroup(securityFile, folder, 0770);
+        shareWithOwners(securityFile, folder, 0770);
     } else if (errno != EEXIST) {
         return false;
     }
@@ -100,7 +105,7 @@ bool keepFormer(const std::string& securityFile, ByteView octets, std::optional<
     if (most && !kept.empty() && hasOctets(kept.back(), octets)) return true;
     const std::string path = folder + nextName(kept) + std::string(most ? kEnding : kKeptEnding);
     if (!writeFileAtomically(path, octets, {.mode = WriteMode::KeepOrSecret})) return false;
-    shareWithGroup(securityFile, path, 0660);
+    shareWithOwners(securityFile, path, 0660);
     if (!most) return true;
     std::erase_if(kept, [](const FormerFile& one) { return isKept(one.name); });
     // One that cannot be deleted does no harm.

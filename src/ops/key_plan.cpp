@@ -13,12 +13,14 @@ std::optional<KeyType> wholeUse(const KeyManager& keys, KeyType use) {
     return std::nullopt;
 }
 
-bool canServe(KeyType use, KeyScheme scheme) {
-    return use == KeyType::Signing || isRsa(scheme);
+bool canServe(const KeyPlan& plan) {
+    // The successor of a key that does both takes over the signing.
+    const bool signs = plan.use == KeyType::Signing || (plan.successor && plan.use == KeyType::Both);
+    return signs || isRsa(plan.scheme);
 }
 
 KeyManagerResult generateKey(const KeyStoreAccess& access, const KeyPlan& plan, const std::function<bool()>& goOn) {
-    if (!canServe(plan.use, plan.scheme)) return kKmAlgorithmNotSupported;
+    if (!canServe(plan)) return kKmAlgorithmNotSupported;
     return generateIntoKeyStore(access, {goOn, {}, plan.forcedPss, plan.successor}, [&](const KeyGenHooks& hooks) {
         KeyManager& keys = access.keys;
         if (plan.scheme == KeyScheme::Dsa) return keys.generateDsaUserKey(plan.bits, hooks);

@@ -21,8 +21,8 @@ struct KeyPlan {
 /// The use of the key that does what `use` names, as a whole: Both for one that does both. Nothing without one.
 [[nodiscard]] std::optional<KeyType> wholeUse(const KeyManager& keys, KeyType use);
 
-/// Only RSA keys decrypt.
-[[nodiscard]] bool canServe(KeyType use, KeyScheme scheme);
+/// Whether the key could do what it is for: only RSA keys decrypt.
+[[nodiscard]] bool canServe(const KeyPlan& plan);
 
 /// Generates the key and saves it under the lock of the key store; `goOn` is asked while it is generated.
 [[nodiscard]] KeyManagerResult generateKey(const KeyStoreAccess& access, const KeyPlan& plan,

@@ -178,7 +178,7 @@ TEST_F(SessionScreen, ALockHeldByAnotherProgramIsWaitedFor) {
 TEST_F(SessionScreen, ThePasswordChangeKeepsItsRulesAndSuitsEveryTerminal) {
     prepareKey(true);
     open("1");
-    const std::string change = "7) Zmiana hasła", done = "Hasło zostało zmienione";
+    const std::string change = "7) Zmiana hasła", done = "Hasło zostało zmienione", copies = "mają dawne hasło";
     play({{change, "7"}, {kNewPassword, keys::kEscape}, {change, "7"}, {kNewPassword, "\r"}});
     play({{change, "7"}, {kNewPassword, "krotkie\r"}, {"(cyfra lub inne) !!!", " "}, {kNewPassword, keys::kEscape}});
     play({{change, "7"}, {kNewPassword, "Hijklmn2\r"}, {kRepeat, "Hijklmn3\r"}, {"Hasła się nie zgadzają !!!", " "}});
@@ -188,7 +188,7 @@ TEST_F(SessionScreen, ThePasswordChangeKeepsItsRulesAndSuitsEveryTerminal) {
     const std::string longest = "Aa1" + std::string(36, 'b'), polish = "Zażółć12";
     play({{change, "7"}, {kNewPassword, longest + "c" + keys::kBackspace + "\r"}, {kTooLong, " "}});
     play({{kNewPassword, longest + "\r"}, {kRepeat, longest + "c\r"}, {kTooLong, " "}, {kRepeat, longest + "\r"}});
-    play({{done, " "}, {change, "w"}});
+    play({{done, " "}, {copies, " "}, {change, "w"}});
     EXPECT_FALSE(opensWith(kPassword));
     EXPECT_TRUE(opensWith(longest));
     // Later saves use it, and so does the next change.
@@ -196,6 +196,7 @@ TEST_F(SessionScreen, ThePasswordChangeKeepsItsRulesAndSuitsEveryTerminal) {
     play({{" 1.2.3 ", "w"}, {"9) Rozszerzone", "w"}});
     EXPECT_TRUE(opensWith(longest));
     play({{kMainMenu, "17"}, {kNewPassword, polish + "\r"}, {kRepeat, polish + "\r"}, {done, " "}});
+    play({{copies, " "}});
     EXPECT_EQ(leave(change), 0);
     EXPECT_TRUE(opensWith(polish));
     const std::string octets = std::string("Za\xbf\xf3\xb3\xe6") + "12";

@@ -36,10 +36,11 @@ std::string keyRow(const StoredKey& key) {
 
 /// Twice, since nobody brings it back who does not look into the history.
 bool confirmDeletion(const StoredKey& key) {
-    const char* first = key.role == KeyRole::Further
-                            ? "Usunąć klucz? Zaszyfrowanego do niego nikt już nie odczyta (t/n)"
-                            : "Klucz jest w UŻYCIU. Usunąć go razem z jego certyfikatami (t/n)?";
-    return displCentQuestion(kMessageRow, first) == 1 &&
+    const std::string id = toHex(ByteView(key.key->keyId()).first(kShownId));
+    const std::string first = key.role == KeyRole::Further
+                                  ? "Usunąć klucz " + id + "? Zaszyfrowanego do niego nikt już nie odczyta (t/n)"
+                                  : "Klucz " + id + " jest w UŻYCIU. Usunąć go z jego certyfikatami (t/n)?";
+    return displCentQuestion(kMessageRow, first.c_str()) == 1 &&
            displCentQuestion(kMessageRow, "Klucz zostanie usunięty na dobre. Czy na pewno (t/n)?") == 1;
 }
 

@@ -1,5 +1,7 @@
 #include "crvconfd/screens/key_transfer_screens.h"
 
+#include <filesystem>
+
 #include "asn/x509/signed_certificate.h"
 #include "corvane/crvapi.h"
 #include "crvconfd/engines/screen.h"
@@ -92,7 +94,11 @@ void exportKeyToFile(size_t index) try {
 void importKeysFromFile() try {
     const auto file = askForFile("Podaj nazwę pliku z kluczem: ");
     if (!file || file->typed.empty()) return;
-    const Bytes octets = importFile(file->path);
+    // Only a file ends: the name "-" and pipes would keep the console waiting.
+    std::error_code none;
+    if (std::filesystem::exists(file->path, none) && !std::filesystem::is_regular_file(file->path, none))
+        throw OpError(OpFault::FileUnreadable, file->path);
+    const Bytes octets = importFile(file->path == "-" ? "./-" : file->path);
     SecretText password;
     if (!readPassword("Hasło tego pliku:", password)) return;
     const KeysOfFile found = keysOfFile(octets, password);
