@@ -31,6 +31,7 @@ constexpr std::chrono::milliseconds kTick = 200ms;
 constexpr size_t kCopyPiece = size_t{1} << 18;
 /// What a server answers to a statement, save failures.
 constexpr std::array kAnswers{PGRES_EMPTY_QUERY, PGRES_COMMAND_OK, PGRES_TUPLES_OK};
+constexpr const char* kTooLate = "serwer nie odpowiedział na czas";
 constexpr const char* kNoAnswer = "niezrozumiała odpowiedź serwera";
 
 /// Names are looked for among the server's own first of all: in a path that others may write to, a function of theirs
@@ -135,36 +136,45 @@ bool PgSession::isAlive() {
     }
 }
 
-PgSession::Connection PgSession::start(bool verifyFull) {
-    PgTarget target(config_, *pq_);
-    if (verifyFull) target.demandVerifiedServer();
+PgSession::Connection PgSession::start(const PgTarget& target) {
     Connection conn(pq_->connectStart(target.keywords().data(), target.values().data(), 1), Finish{pq_});
     if (!conn) throw std::bad_alloc();
-    if (pq_->status(conn.get()) == CONNECTION_BAD) return conn;
-    const PgEffective found = effectiveOf(conn.get(), *pq_);
-    // libpq's own default, "prefer", is as good as no TLS: whoever is in between answers that there is none.
-    if (!verifyFull && !found.isLocal && !target.saysSslMode() && found.sslMode == "prefer") return start(true);
-    patience_ = found.hosts * (found.connectSeconds > 0 ? std::chrono::seconds(found.connectSeconds) : kConnectTime);
+    pq_->setNoticeProcessor(conn.get(), takeNotice, nullptr);
     return conn;
 }
 
 void PgSession::connect() {
     pq_ = &pgFunctions();
-    conn_ = start(false);
-    pq_->setNoticeProcessor(conn_.get(), takeNotice, nullptr);
-    awaitConnection(conn_.get());
+    PgTarget target(config_, *pq_);
+    conn_ = start(target);
+    const PgEffective found = effectiveOf(conn_.get(), *pq_);
+    // libpq's own default, "prefer", is as good as no TLS: whoever is in between answers that there is none.
+    if (!found.isLocal && !target.saysSslMode() && found.sslMode == "prefer") {
+        target.demandVerifiedServer();
+        conn_ = start(target);
+    }
+    patience_ = found.connectSeconds > 0 ? std::chrono::seconds(found.connectSeconds) : kConnectTime;
+    // libpq goes on to the next host when one refuses, not when one is silent.
+    for (int passed = 1; !awaitConnection(); ++passed) {
+        if (passed >= found.hosts) lost(kTooLate);
+        target.passOver(passed, found);
+        conn_ = start(target);
+    }
     if (pq_->setnonblocking(conn_.get(), 1) != 0) lost(oneLine(pq_->errorMessage(conn_.get())));
     setUp();
 }
 
-void PgSession::awaitConnection(PGconn* conn) {
+/// False when the time is over.
+bool PgSession::awaitConnection() {
     const Clock::time_point end = deadline();
+    PGconn* conn = conn_.get();
     PostgresPollingStatusType next = pq_->status(conn) == CONNECTION_BAD ? PGRES_POLLING_FAILED : PGRES_POLLING_WRITING;
     while (next == PGRES_POLLING_READING || next == PGRES_POLLING_WRITING) {
-        await(next == PGRES_POLLING_READING ? POLLIN : POLLOUT, end);
+        if (!awaited(next == PGRES_POLLING_READING ? POLLIN : POLLOUT, end)) return false;
         next = pq_->connectPoll(conn);
     }
     if (next != PGRES_POLLING_OK) lost(oneLine(pq_->errorMessage(conn)));
+    return true;
 }
 
 void PgSession::setUp() {
@@ -175,17 +185,21 @@ void PgSession::setUp() {
 
 // --- statements ---
 
-/// Waits for the socket, no longer than until the time given.
-void PgSession::await(short events, Clock::time_point end) {
+/// Waits for the socket; false when the time given is over.
+bool PgSession::awaited(short events, Clock::time_point end) {
     for (;;) {
         if (processEnding()) lost("przerwano");
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-        if (left <= 0ms) lost("serwer nie odpowiedział na czas");
+        if (left <= 0ms) return false;
         pollfd one{pq_->socket(conn_.get()), events, 0};
         const int ready = ::poll(&one, 1, static_cast<int>(std::min(left, kTick).count()));
-        if (ready > 0) return;
+        if (ready > 0) return true;
         if (ready < 0 && errno != EINTR) lost("poll");
     }
+}
+
+void PgSession::await(short events, Clock::time_point end) {
+    if (!awaited(events, end)) lost(kTooLate);
 }
 
 void PgSession::flush(Clock::time_point end) {

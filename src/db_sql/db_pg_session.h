@@ -12,6 +12,8 @@
 
 namespace crv {
 
+class PgTarget;
+
 /// A statement that is prepared when it is first used in a connection. Its address names it: make it a constant.
 struct PgStatement {
     const char* name;
@@ -54,14 +56,15 @@ class PgSession {
 
     void begin();
     void connect();
-    [[nodiscard]] Connection start(bool verifyFull);
-    void awaitConnection(PGconn* conn);
+    [[nodiscard]] Connection start(const PgTarget& target);
+    [[nodiscard]] bool awaitConnection();
     void setUp();
     [[nodiscard]] bool isAlive();
     void disconnect() noexcept;
     void prepare(const PgStatement& statement);
     void sent(int done);
     void flush(Clock::time_point end);
+    [[nodiscard]] bool awaited(short events, Clock::time_point end);
     void await(short events, Clock::time_point end);
     PgResult result(bool copies = false);
     PgResult oneResult(Clock::time_point end);

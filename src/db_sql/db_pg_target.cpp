@@ -95,6 +95,15 @@ void PgTarget::readConnectionString(const std::string& text, const PgFunctions& 
     saysSslMode_ = !valueOf(options, "sslmode").empty();
 }
 
+void PgTarget::passOver(int hosts, const PgEffective& started) {
+    for (const auto& [keyword, all] :
+         {std::pair{"host", &started.host}, {"hostaddr", &started.hostAddr}, {"port", &started.port}}) {
+        std::string_view rest = *all;
+        for (int i = 0; i < hosts && rest.find(',') != std::string_view::npos; ++i) takeElement(rest);
+        if (rest.size() < all->size()) add(keyword, rest);
+    }
+}
+
 std::vector<const char*> PgTarget::keywords() const {
     std::vector<const char*> list;
     for (const auto& [keyword, value] : items_) list.push_back(keyword);
@@ -114,6 +123,9 @@ PgEffective effectiveOf(PGconn* conn, const PgFunctions& functions) {
     PgEffective found;
     std::string_view hosts = valueOf(options, "host"), addresses = valueOf(options, "hostaddr");
     const std::string_view seconds = valueOf(options, "connect_timeout");
+    found.host = hosts;
+    found.hostAddr = addresses;
+    found.port = valueOf(options, "port");
     found.hosts += static_cast<int>(std::max(std::ranges::count(hosts, ','), std::ranges::count(addresses, ',')));
     // The lists go in pairs: a host that has an address is reached there.
     for (int i = 0; i < found.hosts; ++i) {

@@ -11,6 +11,15 @@
 
 namespace crv {
 
+/// What a started connection works with.
+struct PgEffective {
+    bool isLocal = true;  ///< every host is a Unix socket or this machine
+    std::string sslMode;
+    std::string host, hostAddr, port;  ///< lists
+    int hosts = 1;
+    int connectSeconds = 0;  ///< for one host; 0 when nothing is said
+};
+
 /// The settings of a profile as parameters of libpq, in an order where later ones win.
 class PgTarget {
   public:
@@ -19,6 +28,8 @@ class PgTarget {
     PgTarget(const DbConfig& config, const PgFunctions& functions);
 
     void demandVerifiedServer() { add("sslmode", "verify-full"); }
+    /// Leaves the first hosts out, of those that a connection started with.
+    void passOver(int hosts, const PgEffective& started);
     /// Null-terminated, good until the object changes.
     [[nodiscard]] std::vector<const char*> keywords() const;
     [[nodiscard]] std::vector<const char*> values() const;
@@ -33,13 +44,6 @@ class PgTarget {
     bool saysSslMode_ = false;
 };
 
-/// What a started connection works with.
-struct PgEffective {
-    bool isLocal = true;  ///< every host is a Unix socket or this machine
-    std::string sslMode;
-    int hosts = 1;
-    int connectSeconds = 0;  ///< for one host; 0 when nothing is said
-};
 [[nodiscard]] PgEffective effectiveOf(PGconn* conn, const PgFunctions& functions);
 
 }  // namespace crv

@@ -40,14 +40,24 @@ class DbCopy {
 
   private:
     void copyCertificates() {
-        bool stored = true;
-        const bool read = from_.visitCerts([&](int64_t, ByteView der) {
-            batch_.push_back(toBytes(der));
-            if (batch_.size() == kBatch) stored = storeBatch();
-            return stored && !processEnding();
-        });
-        demand(to_, stored && (!read || storeBatch()));
-        demand(from_, read);
+        while (readBatch()) demand(to_, storeBatch());
+    }
+
+    /// The certificates that follow the last one, which is read once more: where another stands in its place the table
+    /// was compacted, and the walk begins anew; what was copied is there. Nothing is locked when this returns.
+    bool readBatch() {
+        const bool goesOn = last_.id > 0;
+        CrtItemList page;
+        demand(from_, from_.readForward(goesOn ? last_.id - 1 : 0, kBatch + 1, page));
+        if (goesOn && (page.empty() || page.front() != last_)) {
+            last_ = {};
+            return readBatch();
+        }
+        if (goesOn) page.erase(page.begin());
+        if (page.empty()) return false;
+        last_ = page.back();
+        for (CrtItem& item : page) batch_.push_back(std::move(item.der));
+        return true;
     }
 
     /// An import ends at what is no certificate; here that one is left out.
@@ -105,6 +115,7 @@ class DbCopy {
     DbManager &from_, &to_;
     bool dry_;
     const std::function<void(const DbCopied&)>& progress_;
+    CrtItem last_;  // of the source
     std::vector<Bytes> batch_;
     DbCopied done_;
 };

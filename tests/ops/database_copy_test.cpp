@@ -63,6 +63,32 @@ TEST(DatabaseCopy, GoesFromFilesOverAServerIntoMemoryAndGoesOnWhereItWasCutOff) 
     EXPECT_EQ(crls, std::vector<Bytes>{crl});
     EXPECT_TRUE(index.size() == 1 && index[0].isVerified());
     EXPECT_EQ(number, 5);
+
+    PgServer::shared().sql(connection, "UPDATE corvane.crl SET der = der || '\\x00'");
+    EXPECT_EQ(copyDatabase(*over, *to, {}, nullptr).crlsLeftOut, 1U);
+    PgServer::shared().sql(connection, "ALTER TABLE corvane.crl RENAME der TO gone");
+    EXPECT_THROW(copyDatabase(*over, *to, {}, nullptr), OpError) << "a list that cannot be read is not passed over";
+
+    // More than one batch: the source is free while the target stores, even to be compacted.
+    std::vector<Bytes> many;
+    for (size_t i = 0; i < 3000; ++i) {
+        many.push_back(wanted[i % 20].der);
+        many.back().back() ^= static_cast<uint8_t>(1 + i / 20);
+    }
+    size_t at = 0;
+    ImportProgress imported;
+    ASSERT_TRUE(CrtDb(source).insertMany([&](ByteView& der) { return at < many.size() && (der = many[at++], true); },
+                                         nullptr, nullptr, imported));
+    bool compacted = false;
+    const auto compact = [&](const DbCopied&) {
+        CrtStore::Removed removed;
+        const auto some = [&](ByteView der) { return std::ranges::equal(der, many[7]); };
+        EXPECT_TRUE(std::exchange(compacted, true) || source.removeCerts(some, removed)) << source.lastFailure();
+    };
+    copyDatabase(*from, *to, {}, compact);
+    size_t count = 0;
+    EXPECT_TRUE(memory.countCerts(count));
+    EXPECT_EQ(count, 3020U);
 }
 
 }  // namespace
