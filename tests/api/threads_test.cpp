@@ -15,7 +15,7 @@ namespace {
 
 using Message = std::vector<unsigned char>;
 
-Message taken(unsigned char* data, long len) {
+Message takenOver(unsigned char* data, long len) {
     Message message(data, data + (data ? len : 0));
     crvFreeOctetsAPI(data);
     return message;
@@ -39,16 +39,16 @@ std::string workAlone(const std::string& list, long thread) {
         unsigned char* made = nullptr;
         long len = 0;
         call("sign", crvSignAPI(ctx, content.data(), 1000, nullptr, &made, &len));
-        const Message signedOne = taken(made, len);
+        const Message signedOne = takenOver(made, len);
         CrvMessageVerdict* verdict = nullptr;
         call("verify",
              crvVerifyAPI(ctx, signedOne.data(), static_cast<long>(signedOne.size()), nullptr, &made, &len, &verdict));
         call("verdict", crvFreeMessageVerdictAPI(ctx, verdict));
-        call("content", taken(made, len) == content ? 0 : -1);
+        call("content", takenOver(made, len) == content ? 0 : -1);
         call("encrypt", crvEncryptAPI(ctx, content.data(), 1000, &self, &made, &len));
-        const Message sealed = taken(made, len);
+        const Message sealed = takenOver(made, len);
         call("decrypt", crvDecryptAPI(ctx, sealed.data(), static_cast<long>(sealed.size()), &made, &len, nullptr));
-        call("plain", taken(made, len) == content ? 0 : -1);
+        call("plain", takenOver(made, len) == content ? 0 : -1);
         long value = 0;
         call("option", crvSetOptionAPI(ctx, 17, thread * 1000 + round));
         call("option", crvGetOptionAPI(ctx, 17, &value));

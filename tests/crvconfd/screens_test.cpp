@@ -257,7 +257,7 @@ TEST_F(MenuScreen, KeysLeaveComeAndGoAndFormerFilesComeBack) {
     std::filesystem::remove(file("praca.p12"));
     start();
     const Steps creation = fileCreation();
-    play({{kSelection, "\r"}, {"M: utwórz z mocną ochroną", "xm"}});
+    play({{kSelection, "\r"}, {"Są poprzednie pliki", " "}, {"M: utwórz z mocną ochroną", "xm"}});
     play({creation.begin() + 1, creation.end()});
     EXPECT_EQ(leave(), 0);
     EXPECT_NE(run("openssl pkcs12 -in praca.p12 -info -noout -passin pass:" + kPassword + " 2>&1").find("PBKDF2"),
