@@ -64,9 +64,10 @@ void storeBackup(Run& run) {
 void storeHistory(Run& run) {
     Session session(run.profile(), run.mode);
     const bool clear = run.call.has("clear");
-    if (clear)
+    if (clear) {
         run.confirm("Delete all former security files? No key that only they hold can then be read.",
                     historyFolder(session.configuration().securityFileName()));
+    }
     for (const FormerFile& former : historyOf(session.configuration().securityFileName())) {
         if (clear) run.out.change("remove", "file", former.path);
         if (!clear)

@@ -159,9 +159,10 @@ class ProofCollector {
 void demandFits(const TimeStampFacts& facts, const CertList& signers) {
     const int64_t now = facts.genTime + facts.difference;
     const std::string times = "; it says " + timeText(facts.genTime) + ", the clock of this computer " + timeText(now);
-    if (std::abs(facts.difference) > kMostClockDifference)
+    if (std::abs(facts.difference) > kMostClockDifference) {
         failStamp("its time is another one than that of this computer" + times +
                   ". Set the clock or ask another server");
+    }
     for (const CertPtr& one : signers)
         if (!one->isValidAt(facts.genTime)) failStamp("the signer's certificate is not valid at its time" + times);
 }

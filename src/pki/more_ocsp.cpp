@@ -11,8 +11,7 @@ namespace {
 /// Octets that stand for who is asked about.
 Bytes keyOfId(const OcspCertId& id, KcHashAlgo hash) {
     Bytes key{static_cast<uint8_t>(hash)};
-    for (const ByteView part :
-         {ByteView(id.issuerNameHash.value()), ByteView(id.issuerKeyHash.value()), id.serialNumber.contents()}) {
+    for (const ByteView part : {id.issuerNameHash.value(), id.issuerKeyHash.value(), id.serialNumber.contents()}) {
         key.insert(key.end(), part.begin(), part.end());
         key.push_back(static_cast<uint8_t>(part.size()));
     }

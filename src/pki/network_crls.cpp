@@ -118,9 +118,10 @@ NetErrand NetworkManager::crlErrand(NetSources& sources, CrlWish wish) {
     errand.name = name.text();
     errand.notFound = ECRV_SRV_NO_CRL;
     errand.attempts = sources.servers(CRVSRV_USAGE_CRL, encodedName(name), object);
-    for (const CertPtr& one : wish.subjects)
+    for (const CertPtr& one : wish.subjects) {
         if (const auto& points = manager_->cache().facts(one)->distributionPoints)
             sources.addUris(errand.attempts, *one, points->uris(), object);
+    }
     errand.judge = [this, kept = std::move(wish)](const NetAttempt& attempt, FetchResult& result) {
         return judgeCrls(kept, attempt, result, true);
     };
