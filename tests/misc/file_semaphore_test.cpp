@@ -176,8 +176,8 @@ TEST_F(Lock, IsNeitherReleasedNorKeptByAForkedProcess) {
     const pid_t holder = ::fork();
     if (holder == 0) {
         static_cast<void>(semaphore.p(kExclusiveLock));
-        if (::fork() == 0) ::close(open[1]), static_cast<void>(::read(open[0], open, 1));
-        ::_exit(0);
+        const bool stays = ::fork() == 0 && ::close(open[1]) == 0;
+        ::_exit(stays && ::read(open[0], open, 1) < 0 ? 1 : 0);
     }
     ::waitpid(holder, nullptr, 0);
     EXPECT_TRUE(freeForProcess(kExclusiveLock)) << "the holder is dead, its child is not";
