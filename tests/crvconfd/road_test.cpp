@@ -49,7 +49,7 @@ struct SlowRoad : SessionScreen {
 
     void changeThePassword() {
         play({{kMainMenu, "17"}, {kNewPassword, next + "\r"}, {kRepeat, next + "\r"}});
-        play({{"Hasło zostało zmienione", " "}, {"7) Zmiana hasła", "w"}});
+        play({{"Hasło zostało zmienione", " "}, {"mają dawne hasło", " "}, {"7) Zmiana hasła", "w"}});
     }
 
     void acceptPoliciesAndUsages() {
