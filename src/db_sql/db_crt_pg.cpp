@@ -1,6 +1,7 @@
 #include "db_sql/db_crt_pg.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "crypto/kc_hash.h"
@@ -41,24 +42,22 @@ constexpr PgStatement kInsert{
     ") AS had), stored AS (INSERT INTO corvane.crt (" CRV_PG_COLUMNS
     ") SELECT $1::bytea, $2::bytea, $3::bytea, $4::bytea, $5::bytea, $6::bytea, $7::boolean, $8::bigint, $9::bytea "
     "FROM turn WHERE had IS NOT NULL ON CONFLICT (sha256) DO NOTHING RETURNING id), "
-    "fields AS (INSERT INTO corvane.dn_field (field, crt) SELECT DISTINCT unnest($10::bytea[]), id FROM stored) "
+    "fields AS (INSERT INTO corvane.dn_field (field, crt) SELECT unnest($10::bytea[]), id FROM stored) "
     "SELECT id FROM stored"};
 
 constexpr const char* kMakeIncoming =
     "CREATE TEMPORARY TABLE IF NOT EXISTS corvane_incoming (sha256 bytea, ser_num bytea, sbj_dn bytea, "
-    "key_id bytea, crt_hash bytea, email bytea, is_ca boolean, not_after bigint, der bytea, fields bytea[], n bigint) "
-    "ON COMMIT DELETE ROWS";
+    "key_id bytea, crt_hash bytea, email bytea, is_ca boolean, not_after bigint, der bytea, n bigint) "
+    "WITH (toast_tuple_target = 8160) ON COMMIT DELETE ROWS";
 /// Two removals that meet the same certificates in different orders would wait for each other.
 constexpr const char* kTakeRemovalTurn = "SELECT pg_advisory_xact_lock(4857398251074617346)";
 constexpr const char* kTakeTurn = "SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK ")";
 constexpr const char* kCopyIncoming = "COPY pg_temp.corvane_incoming FROM STDIN (FORMAT binary)";
-constexpr PgStatement kTakeIncoming{
-    "crv_take",
-    "WITH stored AS (INSERT INTO corvane.crt (" CRV_PG_COLUMNS ") SELECT " CRV_PG_COLUMNS
-    " FROM pg_temp.corvane_incoming ORDER BY n ON CONFLICT (sha256) DO NOTHING RETURNING id, sha256), "
-    "fields AS (INSERT INTO corvane.dn_field (field, crt) SELECT DISTINCT f, s.id FROM stored s "
-    "JOIN pg_temp.corvane_incoming i USING (sha256) CROSS JOIN LATERAL unnest(i.fields) AS f ORDER BY 1, 2) "
-    "SELECT sha256 FROM stored"};
+constexpr PgStatement kTakeIncoming{"crv_take",
+                                    "INSERT INTO corvane.crt (" CRV_PG_COLUMNS ") SELECT " CRV_PG_COLUMNS
+                                    " FROM pg_temp.corvane_incoming ORDER BY n ON CONFLICT (sha256) DO NOTHING "
+                                    "RETURNING sha256, id"};
+constexpr const char* kCopyFields = "COPY corvane.dn_field (field, crt) FROM STDIN (FORMAT binary)";
 
 #define CRV_PG_DELETE(condition)                             \
     "WITH gone AS (DELETE FROM corvane.crt WHERE " condition \
@@ -97,16 +96,21 @@ Bytes fieldOctets(uint8_t type, const std::string& value) {
     return key;
 }
 
-/// The columns and then the fields.
-PgValues valuesOf(const CrtRecord& record, ByteView sha256) {
+/// Each once.
+std::vector<Bytes> fieldsOf(const CrtRecord& record) {
     std::vector<Bytes> fields;
     for (const DnFld& field : record.dnFlds) fields.push_back(fieldOctets(field.type, field.value));
-    PgValues values;
+    std::ranges::sort(fields);
+    const auto again = std::ranges::unique(fields);
+    fields.erase(again.begin(), again.end());
+    return fields;
+}
+
+void addColumns(PgValues& values, const CrtRecord& record, ByteView sha256) {
     values.octets(sha256).octets(record.serNumHash).octets(record.sbjDnHash).octets(record.keyId);
     values.octets(record.crtHash).octets(asBytes(record.email)).flag(record.isCa);
     record.notAfter ? values.number(*record.notAfter) : values.null();
-    values.octets(record.der).list(fields);
-    return values;
+    values.octets(record.der);
 }
 
 }  // namespace
@@ -150,7 +154,9 @@ void DbCrtPg::findCaCerts(CrtItemList& list) {
 InsertResult DbCrtPg::insertCert(const CrtRecord& record) {
     demandStorable(record);
     const PgUse use(*session_);
-    const PgResult stored = session_->run(kInsert, valuesOf(record, sha256Of(record.der)));
+    PgValues values;
+    addColumns(values, record, sha256Of(record.der));
+    const PgResult stored = session_->run(kInsert, values.list(fieldsOf(record)));
     return stored.rows() > 0 ? InsertResult::Stored : InsertResult::Present;
 }
 
@@ -167,31 +173,53 @@ struct DbCrtPg::Piece {
 DbCrtPg::Piece DbCrtPg::takePiece(std::span<const CrtRecord> records) {
     Piece piece;
     std::set<Bytes> seen;
+    PgValues values;
     PgValues::beginRows(piece.rows);
     while (piece.handled < std::min(records.size(), kPieceRecords) && piece.rows.size() < kPieceOctets) {
         const CrtRecord& record = records[piece.handled++];
         piece.refusals.push_back(refusalOf(record));
         Bytes hash = piece.refusals.back() == CrtRefusal::None ? sha256Of(record.der) : Bytes();
         if (!hash.empty() && !seen.insert(hash).second) hash.clear();
-        if (!hash.empty()) valuesOf(record, hash).number(static_cast<int64_t>(piece.handled)).appendRow(piece.rows);
+        if (!hash.empty()) {
+            values.clear();
+            addColumns(values, record, hash);
+            values.number(static_cast<int64_t>(piece.handled)).appendRow(piece.rows);
+        }
         piece.hashes.push_back(std::move(hash));
     }
     PgValues::endRows(piece.rows);
     return piece;
 }
 
+/// The fields of what was stored.
+Bytes DbCrtPg::fieldRows(std::span<const CrtRecord> records, const Piece& piece, const std::map<Bytes, int64_t>& ids) {
+    Bytes rows;
+    PgValues values;
+    PgValues::beginRows(rows);
+    for (size_t i = 0; i < piece.handled; ++i) {
+        const auto stored = ids.find(piece.hashes[i]);
+        if (stored == ids.end()) continue;
+        for (const Bytes& field : fieldsOf(records[i]))
+            values.clear().octets(field).number(stored->second).appendRow(rows);
+    }
+    PgValues::endRows(rows);
+    return rows;
+}
+
+/// Certificates are on their way while others insert; under the lock go their fields alone, which need the ids.
 size_t DbCrtPg::insertSlice(std::span<const CrtRecord> records, const SliceEnd&, std::vector<InsertOutcome>& outcomes) {
     const Piece piece = takePiece(records);
     PgTransaction transaction(*session_, PgTransaction::Kind::Change);
     session_->command(kMakeIncoming);
     session_->copyIn(kCopyIncoming, piece.rows);
-    session_->command(kTakeTurn);  // others insert while the rows are on their way
+    session_->command(kTakeTurn);
     const PgResult stored = session_->run(kTakeIncoming);
+    std::map<Bytes, int64_t> ids;
+    for (int row = 0; row < stored.rows(); ++row) ids[toBytes(stored.octets(row, 0))] = stored.number(row, 1);
+    if (!ids.empty()) session_->copyIn(kCopyFields, fieldRows(records, piece, ids));
     transaction.commit();
-    std::set<Bytes> fresh;
-    for (int row = 0; row < stored.rows(); ++row) fresh.insert(toBytes(stored.octets(row, 0)));
     for (size_t i = 0; i < piece.handled; ++i) {
-        const InsertResult accepted = fresh.contains(piece.hashes[i]) ? InsertResult::Stored : InsertResult::Present;
+        const InsertResult accepted = ids.contains(piece.hashes[i]) ? InsertResult::Stored : InsertResult::Present;
         outcomes.push_back(
             {piece.refusals[i] == CrtRefusal::None ? accepted : InsertResult::Refused, piece.refusals[i]});
     }

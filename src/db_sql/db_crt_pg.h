@@ -1,6 +1,8 @@
 // The certificate store on a PostgreSQL server.
 #pragma once
 
+#include <map>
+
 #include "db_sql/crt_store.h"
 #include "db_sql/db_pg_session.h"
 
@@ -40,6 +42,7 @@ class DbCrtPg final : public CrtStore {
     void find(CrtItemList& list, const PgStatement& statement, const PgValues& key);
     void walk(const PgStatement& statement, int64_t from, size_t count, const Visit& visit);
     static Piece takePiece(std::span<const CrtRecord> records);
+    static Bytes fieldRows(std::span<const CrtRecord> records, const Piece& piece, const std::map<Bytes, int64_t>& ids);
     Removed counted(const PgResult& removed);
 
     PgSession* session_;

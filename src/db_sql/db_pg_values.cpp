@@ -73,6 +73,12 @@ PgValues& PgValues::null() {
     return *this;
 }
 
+PgValues& PgValues::clear() {
+    data_.clear();
+    places_.clear();
+    return *this;
+}
+
 PgValues::Pointers PgValues::pointers() const {
     Pointers out;
     for (const Place& one : places_) {

@@ -19,6 +19,8 @@ class PgValues {
     PgValues& flag(bool value);
     PgValues& list(std::span<const Bytes> values);
     PgValues& null();
+    /// Takes all values away; their memory stays for the next row.
+    PgValues& clear();
 
     /// The parameters for libpq, good until the object changes.
     struct Pointers {
