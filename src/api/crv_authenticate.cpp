@@ -43,7 +43,7 @@ int crvAuthenticateExInt(CRVctx* ctx, int readAdditional) {
         if (databases == CRV_OK) ctx->userCerts.clear();
         return databases == CRV_OK;
     });
-    if (databases != CRV_OK) return databases;
+    if (databases != CRV_OK) throw CrvApiException(databases, ctx->dbManager.lastFailure());
     if (result == kKmLockFailed || result == kKmLockGivenUp) return ECRV_LOCK;
     // What a missing seed leaves open can only be mended at the console.
     if (result != kKmOk) ctx->keyManager.deinitProfile();

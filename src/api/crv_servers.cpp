@@ -98,8 +98,9 @@ int forgetServer(CRVctx* ctx, const crv::CrvProfile& profile, const std::string&
     if (!own || own->name() != profile.name()) return CRV_OK;
     const DbState state = ctx->dbManager.isDbCreated();
     if (state == DbState::Missing) return CRV_OK;
-    if (state != DbState::Complete) return ECRV_DB;
-    return ctx->dbManager.delSrv(name) ? CRV_OK : ECRV_DB;
+    if (state != DbState::Complete || !ctx->dbManager.delSrv(name))
+        throw CrvApiException(ECRV_DB, ctx->dbManager.lastFailure());
+    return CRV_OK;
 }
 
 /// Runs a change of a profile.

@@ -100,7 +100,12 @@ void dbCopy(Run& run) {
     // A line that is written over: only who looks on has any use for it.
     const bool seen = isatty(STDERR_FILENO) != 0 && run.out.form() == OutputForm::Text;
     const auto show = [&](const DbCopied& done) {
-        if (seen) static_cast<void>(Output::write(STDERR_FILENO, "\r" + std::to_string(done.certificates.handled())));
+        if (!seen) return;
+        std::string line =
+            "\r" + std::to_string(done.certificates.handled()) + "/" + std::to_string(done.certificatesThere);
+        if (done.crlsThere > 0)
+            line += " + CRL " + std::to_string(done.crlsHandled()) + "/" + std::to_string(done.crlsThere);
+        static_cast<void>(Output::write(STDERR_FILENO, line));
     };
     run.out.change("import", "database", databaseName(*to.profile));
     const DbCopied done = copyDatabase(*from.profile, *to.profile, run.mode, show);

@@ -21,8 +21,11 @@ Fields reportFields(const NetReport& report) {
 
 /// The one certificate of a file, of an authority.
 CertList authoritiesOf(const Run& run, Session& session) {
-    const auto file = run.call.value("ca");
-    return file ? certsOfFile(*file) : session.context().networkManager.authorities();
+    if (const auto file = run.call.value("ca")) return certsOfFile(*file);
+    // Without a database there are the trust points; in one that fails there may be more.
+    const DbState state = session.context().dbManager.isDbCreated();
+    if (state != DbState::Missing && state != DbState::Complete) session.failDatabase();
+    return session.context().networkManager.authorities();
 }
 
 const char* useName(long usage) {

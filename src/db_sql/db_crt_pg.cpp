@@ -4,8 +4,7 @@
 #include <map>
 #include <set>
 
-#include "crypto/kc_hash.h"
-#include "db_sql/crt_keys.h"
+#include "db_sql/db_pg_crt_row.h"
 #include "db_sql/db_pg_schema.h"
 #include "misc/exceptions.h"
 
@@ -34,7 +33,6 @@ constexpr PgStatement kBackward{
 constexpr PgStatement kGet{"crv_get", "SELECT der FROM corvane.crt WHERE id = $1::bigint"};
 constexpr PgStatement kCount{"crv_count", "SELECT count(*) FROM corvane.crt"};
 
-#define CRV_PG_COLUMNS "sha256, ser_num, sbj_dn, key_id, crt_hash, email, is_ca, not_after, der"
 /// The lock is taken before the id: the row that the insertion waits for is the lock's.
 constexpr PgStatement kInsert{
     "crv_insert",
@@ -51,6 +49,7 @@ constexpr const char* kMakeIncoming =
     "WITH (toast_tuple_target = 8160) ON COMMIT DELETE ROWS";
 /// Two removals that meet the same certificates in different orders would wait for each other.
 constexpr const char* kTakeRemovalTurn = "SELECT pg_advisory_xact_lock(4857398251074617346)";
+constexpr PgStatement kPresent{"crv_present", "SELECT sha256 FROM corvane.crt WHERE sha256 = ANY ($1::bytea[])"};
 constexpr const char* kTakeTurn = "SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK ")";
 constexpr const char* kCopyIncoming = "COPY pg_temp.corvane_incoming FROM STDIN (FORMAT binary)";
 constexpr PgStatement kTakeIncoming{"crv_take",
@@ -77,40 +76,12 @@ constexpr PgStatement kDropTime{"crv_drop_time", "DELETE FROM corvane.net_cert_t
 
 /// What one transaction of an import takes: about a tenth of a second.
 constexpr size_t kPieceRecords = 2048;
-constexpr size_t kPieceOctets = size_t{16} << 20;
+constexpr size_t kPieceOctets = size_t{4} << 20;
 /// Certificates that are asked for at once on a walk.
 constexpr size_t kPage = 256;
 
-Bytes sha256Of(ByteView der) {
-    return hashOf(KcHashAlgo::Sha256, der);
-}
-
 PgValues keyOf(ByteView octets) {
     return PgValues().octets(octets);
-}
-
-Bytes fieldOctets(uint8_t type, const std::string& value) {
-    const std::string kept = dnFldValue(value);
-    Bytes key{type};
-    key.insert(key.end(), kept.begin(), kept.end());
-    return key;
-}
-
-/// Each once.
-std::vector<Bytes> fieldsOf(const CrtRecord& record) {
-    std::vector<Bytes> fields;
-    for (const DnFld& field : record.dnFlds) fields.push_back(fieldOctets(field.type, field.value));
-    std::ranges::sort(fields);
-    const auto again = std::ranges::unique(fields);
-    fields.erase(again.begin(), again.end());
-    return fields;
-}
-
-void addColumns(PgValues& values, const CrtRecord& record, ByteView sha256) {
-    values.octets(sha256).octets(record.serNumHash).octets(record.sbjDnHash).octets(record.keyId);
-    values.octets(record.crtHash).octets(asBytes(record.email)).flag(record.isCa);
-    record.notAfter ? values.number(*record.notAfter) : values.null();
-    values.octets(record.der);
 }
 
 }  // namespace
@@ -144,7 +115,7 @@ void DbCrtPg::findCertsByCrtHash(CrtItemList& list, ByteView hash) {
 }
 
 void DbCrtPg::findCertsBySbjDnFld(CrtItemList& list, uint8_t type, const std::string& value) {
-    find(list, kByField, keyOf(fieldOctets(type, value)));
+    find(list, kByField, keyOf(pgField(type, value)));
 }
 
 void DbCrtPg::findCaCerts(CrtItemList& list) {
@@ -155,8 +126,8 @@ InsertResult DbCrtPg::insertCert(const CrtRecord& record) {
     demandStorable(record);
     const PgUse use(*session_);
     PgValues values;
-    addColumns(values, record, sha256Of(record.der));
-    const PgResult stored = session_->run(kInsert, values.list(fieldsOf(record)));
+    addPgColumns(values, record, pgKeyOf(record.der));
+    const PgResult stored = session_->run(kInsert, values.list(pgFieldsOf(record)));
     return stored.rows() > 0 ? InsertResult::Stored : InsertResult::Present;
 }
 
@@ -166,23 +137,33 @@ InsertResult DbCrtPg::insertCert(const CrtRecord& record) {
 struct DbCrtPg::Piece {
     size_t handled = 0;
     std::vector<CrtRefusal> refusals;
-    std::vector<Bytes> hashes;  ///< empty for a record that is refused or stands in the piece already
+    std::vector<Bytes> hashes;  ///< empty for a record that is refused or known to be there already
     Bytes rows;
 };
 
-DbCrtPg::Piece DbCrtPg::takePiece(std::span<const CrtRecord> records) {
+std::set<Bytes> DbCrtPg::presentOf(std::span<const CrtRecord> records) {
+    std::vector<Bytes> hashes;
+    for (const CrtRecord& record : records) hashes.push_back(pgKeyOf(record.der));
+    const PgUse use(*session_);
+    const PgResult found = session_->run(kPresent, PgValues().list(hashes));
+    std::set<Bytes> present;
+    for (int row = 0; row < found.rows(); ++row) present.insert(toBytes(found.octets(row, 0)));
+    return present;
+}
+
+/// Leaves out what was `seen`.
+DbCrtPg::Piece DbCrtPg::takePiece(std::span<const CrtRecord> records, std::set<Bytes> seen) {
     Piece piece;
-    std::set<Bytes> seen;
     PgValues values;
     PgValues::beginRows(piece.rows);
-    while (piece.handled < std::min(records.size(), kPieceRecords) && piece.rows.size() < kPieceOctets) {
+    while (piece.handled < records.size() && piece.rows.size() < kPieceOctets) {
         const CrtRecord& record = records[piece.handled++];
         piece.refusals.push_back(refusalOf(record));
-        Bytes hash = piece.refusals.back() == CrtRefusal::None ? sha256Of(record.der) : Bytes();
+        Bytes hash = piece.refusals.back() == CrtRefusal::None ? pgKeyOf(record.der) : Bytes();
         if (!hash.empty() && !seen.insert(hash).second) hash.clear();
         if (!hash.empty()) {
             values.clear();
-            addColumns(values, record, hash);
+            addPgColumns(values, record, hash);
             values.number(static_cast<int64_t>(piece.handled)).appendRow(piece.rows);
         }
         piece.hashes.push_back(std::move(hash));
@@ -199,16 +180,30 @@ Bytes DbCrtPg::fieldRows(std::span<const CrtRecord> records, const Piece& piece,
     for (size_t i = 0; i < piece.handled; ++i) {
         const auto stored = ids.find(piece.hashes[i]);
         if (stored == ids.end()) continue;
-        for (const Bytes& field : fieldsOf(records[i]))
+        for (const Bytes& field : pgFieldsOf(records[i]))
             values.clear().octets(field).number(stored->second).appendRow(rows);
     }
     PgValues::endRows(rows);
     return rows;
 }
 
-/// Certificates are on their way while others insert; under the lock go their fields alone, which need the ids.
+/// After a piece that was mostly there already the server is asked first, for the hashes alone.
 size_t DbCrtPg::insertSlice(std::span<const CrtRecord> records, const SliceEnd&, std::vector<InsertOutcome>& outcomes) {
-    const Piece piece = takePiece(records);
+    records = records.first(std::min(records.size(), kPieceRecords));
+    const Piece piece = takePiece(records, mostlyPresent_ ? presentOf(records) : std::set<Bytes>());
+    std::map<Bytes, int64_t> ids;
+    if (std::ranges::any_of(piece.hashes, [](const Bytes& hash) { return !hash.empty(); })) ids = store(records, piece);
+    for (size_t i = 0; i < piece.handled; ++i) {
+        const InsertResult accepted = ids.contains(piece.hashes[i]) ? InsertResult::Stored : InsertResult::Present;
+        outcomes.push_back(
+            {piece.refusals[i] == CrtRefusal::None ? accepted : InsertResult::Refused, piece.refusals[i]});
+    }
+    mostlyPresent_ = ids.size() < piece.handled / 2;
+    return piece.handled;
+}
+
+/// Certificates are on their way while others insert; under the lock go their fields alone, which need the ids.
+std::map<Bytes, int64_t> DbCrtPg::store(std::span<const CrtRecord> records, const Piece& piece) {
     PgTransaction transaction(*session_, PgTransaction::Kind::Change);
     session_->command(kMakeIncoming);
     session_->copyIn(kCopyIncoming, piece.rows);
@@ -218,12 +213,7 @@ size_t DbCrtPg::insertSlice(std::span<const CrtRecord> records, const SliceEnd&,
     for (int row = 0; row < stored.rows(); ++row) ids[toBytes(stored.octets(row, 0))] = stored.number(row, 1);
     if (!ids.empty()) session_->copyIn(kCopyFields, fieldRows(records, piece, ids));
     transaction.commit();
-    for (size_t i = 0; i < piece.handled; ++i) {
-        const InsertResult accepted = ids.contains(piece.hashes[i]) ? InsertResult::Stored : InsertResult::Present;
-        outcomes.push_back(
-            {piece.refusals[i] == CrtRefusal::None ? accepted : InsertResult::Refused, piece.refusals[i]});
-    }
-    return piece.handled;
+    return ids;
 }
 
 // --- deletion ---
@@ -248,7 +238,7 @@ CrtStore::Removed DbCrtPg::removeCerts(const Expired& expired) {
     const PgUse use(*session_);
     std::vector<Bytes> these;
     forward(0, SIZE_MAX, [&](int64_t, ByteView der) {
-        if (expired(der)) these.push_back(sha256Of(der));
+        if (expired(der)) these.push_back(pgKeyOf(der));
         return true;
     });
     PgTransaction transaction(*session_, PgTransaction::Kind::Long);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 
 #include "db_sql/crt_store.h"
 #include "db_sql/db_pg_session.h"
@@ -41,11 +42,14 @@ class DbCrtPg final : public CrtStore {
     struct Piece;
     void find(CrtItemList& list, const PgStatement& statement, const PgValues& key);
     void walk(const PgStatement& statement, int64_t from, size_t count, const Visit& visit);
-    static Piece takePiece(std::span<const CrtRecord> records);
+    std::set<Bytes> presentOf(std::span<const CrtRecord> records);
+    static Piece takePiece(std::span<const CrtRecord> records, std::set<Bytes> seen);
+    std::map<Bytes, int64_t> store(std::span<const CrtRecord> records, const Piece& piece);
     static Bytes fieldRows(std::span<const CrtRecord> records, const Piece& piece, const std::map<Bytes, int64_t>& ids);
     Removed counted(const PgResult& removed);
 
     PgSession* session_;
+    bool mostlyPresent_ = false;  // the last piece of an import was
 };
 
 }  // namespace crv

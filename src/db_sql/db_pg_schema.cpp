@@ -4,6 +4,7 @@
 #include <array>
 #include <string_view>
 
+#include "db_sql/db_pg_keys_check.h"
 #include "misc/exceptions.h"
 
 namespace crv {
@@ -90,7 +91,7 @@ std::string schemaSql() {
 }  // namespace
 
 DbState pgState(PgSession& session) {
-    const PgUse use(session);
+    const PgUse use(session, PgUse::Tables::Any);
     const Relations found(session);
     if (found.tables == 0) return DbState::Missing;
     if (!found.readable) return DbState::NoAccess;
@@ -115,6 +116,7 @@ const char* pgStateText(DbState state) {
 }
 
 void createPgTables(PgSession& session) {
+    const PgUse use(session, PgUse::Tables::Any);
     PgTransaction transaction(session, PgTransaction::Kind::Long);
     session.command("SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK ")");
     const DbState state = pgState(session);
@@ -130,31 +132,9 @@ void createPgTables(PgSession& session) {
 
 namespace {
 
-struct CheckRow {
-    const char* where;
-    const char* what;
-    PgStatement find;  ///< the ids of what is wrong, some of them
-};
-
-constexpr std::array<CheckRow, 4> kChecks{{
-    {"crt",
-     "not the certificate that was stored at ",
-     {"crv_check_crt", "SELECT id FROM corvane.crt WHERE sha256(der) <> sha256 ORDER BY id LIMIT 20"}},
-    {"crt",
-     "certificate that no subject field leads to at ",
-     {"crv_check_fields",
-      "SELECT id FROM corvane.crt c WHERE email <> '' AND NOT EXISTS "
-      "(SELECT FROM corvane.dn_field f WHERE f.crt = c.id) ORDER BY id LIMIT 20"}},
-    {"dn_field",
-     "record without its certificate at ",
-     {"crv_check_dangling",
-      "SELECT DISTINCT crt FROM corvane.dn_field f WHERE NOT EXISTS "
-      "(SELECT FROM corvane.crt c WHERE c.id = f.crt) ORDER BY crt LIMIT 20"}},
-    {"crl",
-     "not the CRL that its row names at ",
-     {"crv_check_crl",
-      "SELECT number FROM corvane.crl WHERE position(sha256(der) IN entry) = 0 ORDER BY number LIMIT 20"}},
-}};
+constexpr PgStatement kDangling{"crv_check_dangling",
+                                "SELECT DISTINCT crt FROM corvane.dn_field f WHERE NOT EXISTS "
+                                "(SELECT FROM corvane.crt c WHERE c.id = f.crt) ORDER BY crt"};
 
 }  // namespace
 
@@ -172,11 +152,11 @@ bool checkPg(PgSession& session, const PgFinding& tell) {
     for (const IndexRow& index : kIndexes) {
         if (!relations.has(index.name)) found(index.name, "missing");
     }
-    for (const CheckRow& check : kChecks) {
-        if (!relations.has(check.where) || !relations.has("crt") || !relations.has("dn_field")) continue;
-        const PgResult wrong = session.run(check.find);
-        for (int row = 0; row < wrong.rows(); ++row)
-            found(check.where, check.what + std::to_string(wrong.number(row, 0)));
+    if (relations.tables == kTables.size()) {
+        checkPgKeys(session, found, false);
+        const PgResult dangling = session.run(kDangling);
+        for (int row = 0; row < dangling.rows(); ++row)
+            found("dn_field", "record without its certificate at " + std::to_string(dangling.number(row, 0)));
     }
     transaction.commit();
     return sound;
@@ -198,6 +178,8 @@ void repairPg(PgSession& session, const PgFinding& tell) {
     const int64_t dropped = session.run(kDropDangling).number(0, 0);
     if (dropped > 0) tell("dn_field", std::to_string(dropped) + " records without their certificate deleted");
     transaction.commit();
+    // Not under the lock: all that is stored is fetched.
+    checkPgKeys(session, tell, true);
 }
 
 std::vector<PgTableFigures> pgFigures(PgSession& session) {
@@ -211,6 +193,15 @@ std::vector<PgTableFigures> pgFigures(PgSession& session) {
     }
     transaction.commit();
     return list;
+}
+
+std::string pgIdentity(PgSession& session) {
+    const PgUse use(session);
+    if (!session.query("SELECT has_function_privilege('pg_control_system()', 'EXECUTE')").flag(0, 0)) return {};
+    const PgResult row = session.query(
+        "SELECT system_identifier, (SELECT oid::bigint FROM pg_database WHERE datname = current_database()) "
+        "FROM pg_control_system()");
+    return std::to_string(row.number(0, 0)) + ":" + std::to_string(row.number(0, 1));
 }
 
 }  // namespace crv

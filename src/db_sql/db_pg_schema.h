@@ -26,9 +26,10 @@ constexpr int64_t kPgSchemaVersion = 1;
 void createPgTables(PgSession& session);
 
 using PgFinding = std::function<void(const std::string& where, const std::string& what)>;
-/// Looks at every certificate and CRL with its keys, on the server; false when something is wrong.
+/// Looks at every certificate and CRL with its keys, as they were at one moment; false when something is wrong.
 [[nodiscard]] bool checkPg(PgSession& session, const PgFinding& tell);
-/// Makes missing indexes, deletes subject fields without their certificate.
+/// Makes missing indexes, deletes subject fields without their certificate, writes keys and fields anew that are not
+/// those of their certificate or CRL.
 void repairPg(PgSession& session, const PgFinding& tell);
 
 struct PgTableFigures {
@@ -36,5 +37,9 @@ struct PgTableFigures {
     int64_t rows = 0, dataOctets = 0, indexOctets = 0;
 };
 [[nodiscard]] std::vector<PgTableFigures> pgFigures(PgSession& session);
+
+/// The server's system identifier, which its replicas share, with the database's number; empty for a role that may not
+/// ask.
+[[nodiscard]] std::string pgIdentity(PgSession& session);
 
 }  // namespace crv

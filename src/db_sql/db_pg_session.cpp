@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "db_sql/db_pg_library.h"
+#include "db_sql/db_pg_schema.h"
 #include "db_sql/db_pg_target.h"
 #include "misc/c_string.h"
 #include "misc/exceptions.h"
@@ -49,28 +50,41 @@ constexpr const char* kSetLimits =
 /// A change holds others up: one that is stopped between its statements is given up soon.
 constexpr const char* kBeginChange =
     "BEGIN ISOLATION LEVEL READ COMMITTED; SET LOCAL idle_in_transaction_session_timeout = '30s'";
-constexpr PgStatement kLimit{"crv_limit",
-                             "SELECT setting::bigint FROM pg_catalog.pg_settings WHERE name = 'statement_timeout'"};
+/// The limit; whether the version of the tables can be read.
+constexpr PgStatement kLimit{
+    "crv_limit",
+    "SELECT setting::bigint, EXISTS (SELECT FROM pg_catalog.pg_class c JOIN pg_catalog.pg_namespace n "
+    "ON n.oid = c.relnamespace WHERE n.nspname = 'corvane' AND c.relname = 'version' AND "
+    "has_schema_privilege(n.oid, 'USAGE') AND has_table_privilege(c.oid, 'SELECT')) "
+    "FROM pg_catalog.pg_settings WHERE name = 'statement_timeout'"};
+constexpr PgStatement kOwnVersion{"crv_own_version", "SELECT max(number) FROM corvane.version"};
 
-struct StateCause {
+struct StateRow {
     std::string_view state;  ///< SQLSTATE, or its class
     StoreCause cause;
+    const char* means = "";  ///< what the server's text leaves open
 };
-constexpr std::array<StateCause, 11> kStateCauses{{{"08", StoreCause::Unreachable},
-                                                   {"57014", StoreCause::Unreachable},  // out of time
-                                                   {"25P03", StoreCause::Unreachable},
-                                                   {"57P", StoreCause::Unreachable},
-                                                   {"42501", StoreCause::NotOpened},
-                                                   {"25006", StoreCause::NotOpened},
-                                                   {"42P01", StoreCause::NotOpened},
-                                                   {"3F000", StoreCause::NotOpened},
-                                                   {"55P03", StoreCause::NotLocked},
-                                                   {"40P01", StoreCause::NotLocked},
-                                                   {"XX001", StoreCause::Damaged}}};
+constexpr const char* kConnectionGone = "Brak połączenia z bazą PostgreSQL: ";
+constexpr std::array<StateRow, 13> kStateRows{
+    {{"08", StoreCause::Unreachable, kConnectionGone},
+     {"57014", StoreCause::Unreachable,
+      "Serwer PostgreSQL przerwał polecenie, powtórz je później albo zwiększ limit czasu (statement_timeout) roli: "},
+     {"25P03", StoreCause::Unreachable, kConnectionGone},
+     {"57P", StoreCause::Unreachable, kConnectionGone},
+     {"53300", StoreCause::Unreachable, kConnectionGone},
+     {"53", StoreCause::Unreachable, "Serwerowi PostgreSQL brakuje miejsca lub pamięci, zawiadom administratora: "},
+     {"42501", StoreCause::NotOpened},
+     {"25006", StoreCause::NotOpened},
+     {"42P01", StoreCause::NotOpened},
+     {"3F000", StoreCause::NotOpened},
+     {"55P03", StoreCause::NotLocked},
+     {"40P01", StoreCause::NotLocked},
+     {"XX001", StoreCause::Damaged}}};
+constexpr StateRow kOtherState{"", StoreCause::Failed};
 
-StoreCause causeOf(std::string_view state) {
-    const auto row = std::ranges::find_if(kStateCauses, [&](const auto& r) { return state.starts_with(r.state); });
-    return row == kStateCauses.end() ? StoreCause::Failed : row->cause;
+const StateRow& rowOf(std::string_view state) {
+    const auto* row = std::ranges::find_if(kStateRows, [&](const auto& r) { return state.starts_with(r.state); });
+    return row == kStateRows.end() ? kOtherState : *row;
 }
 
 /// libpq's texts come in lines that are indented.
@@ -98,7 +112,7 @@ void takeNotice(void*, const char* text) {
 
 void PgSession::lost(const std::string& text) {
     disconnect();
-    throw StoreError(StoreCause::Unreachable, "Brak połączenia z bazą PostgreSQL: " + text);
+    throw StoreError(StoreCause::Unreachable, kConnectionGone + text);
 }
 
 void PgSession::disconnect() noexcept {
@@ -161,7 +175,12 @@ void PgSession::connect() {
         conn_ = start(target);
     }
     if (pq_->setnonblocking(conn_.get(), 1) != 0) lost(oneLine(pq_->errorMessage(conn_.get())));
-    setUp();
+    try {
+        setUp();
+    } catch (...) {
+        disconnect();
+        throw;
+    }
 }
 
 /// False when the time is over.
@@ -181,6 +200,13 @@ void PgSession::setUp() {
     command(kSetLimits);
     usualPatience_ = std::chrono::milliseconds(run(kLimit).number(0, 0)) + kGrace;
     patience_ = usualPatience_;
+    readVersion();
+}
+
+/// A table without a row is for the state to tell.
+void PgSession::readVersion() {
+    const PgResult version = run(kLimit).flag(0, 1) ? run(kOwnVersion) : PgResult();
+    otherVersion_ = !version.isNull(0, 0) && version.number(0, 0) != kPgSchemaVersion;
 }
 
 // --- statements ---
@@ -247,8 +273,9 @@ void PgSession::check(const PgResult& result) {
     const std::string_view state = viewOrEmpty(pq_->resultErrorField(result.get(), PG_DIAG_SQLSTATE));
     std::string text = orEmpty(pq_->resultErrorField(result.get(), PG_DIAG_MESSAGE_PRIMARY));
     if (text.empty()) text = oneLine(pq_->resultErrorMessage(result.get()));
-    if (causeOf(state) == StoreCause::Unreachable) lost(oneLine(text));
-    throw StoreError(causeOf(state), "PostgreSQL: " + oneLine(text));
+    const StateRow& row = rowOf(state);
+    if (row.means == kConnectionGone) lost(oneLine(text));
+    throw StoreError(row.cause, (*row.means ? row.means : "PostgreSQL: ") + oneLine(text));
 }
 
 void PgSession::sent(int done) {
@@ -281,7 +308,6 @@ void PgSession::command(const std::string& sql) {
 }
 
 void PgSession::copyIn(const std::string& sql, ByteView rows) {
-    const Clock::time_point end = deadline();
     sent(pq_->sendQuery(conn_.get(), sql.c_str()));
     if (pq_->resultStatus(result(true).get()) != PGRES_COPY_IN) lost(kNoAnswer);
     while (!rows.empty()) {
@@ -290,7 +316,7 @@ void PgSession::copyIn(const std::string& sql, ByteView rows) {
             pq_->putCopyData(conn_.get(), reinterpret_cast<const char*>(piece.data()), static_cast<int>(piece.size()));
         if (done < 0) lost(oneLine(pq_->errorMessage(conn_.get())));
         if (done > 0) rows = rows.subspan(piece.size());
-        flush(end);
+        flush(deadline());
     }
     sent(pq_->putCopyEnd(conn_.get(), nullptr));
     result();
@@ -298,8 +324,14 @@ void PgSession::copyIn(const std::string& sql, ByteView rows) {
 
 // --- operations ---
 
-PgUse::PgUse(PgSession& session) : session_(session) {
-    if (session_.depth_ == 0) session_.begin();
+PgUse::PgUse(PgSession& session, Tables tables) : session_(session) {
+    if (session_.depth_ == 0) {
+        session_.begin();
+        // Since the connection was made the tables may have been made anew.
+        if (tables == Tables::Ours && session_.otherVersion_) session_.readVersion();
+        if (tables == Tables::Ours && session_.otherVersion_)
+            throw StoreError(StoreCause::Failed, pgStateText(DbState::OtherVersion));
+    }
     ++session_.depth_;
     if (session_.sync_ == session_.syncApplied_) return;
     try {

@@ -59,6 +59,7 @@ class PgSession {
     [[nodiscard]] Connection start(const PgTarget& target);
     [[nodiscard]] bool awaitConnection();
     void setUp();
+    void readVersion();
     [[nodiscard]] bool isAlive();
     void disconnect() noexcept;
     void prepare(const PgStatement& statement);
@@ -80,14 +81,17 @@ class PgSession {
     Clock::duration usualPatience_{};  // of this connection
     Clock::time_point lastUse_;
     bool sync_ = true, syncApplied_ = true;
-    int depth_ = 0;  // of operations
+    bool otherVersion_ = false;  // the tables are those of another version of this program
+    int depth_ = 0;              // of operations
 };
 
 /// The scope of an operation on the database. The outermost one opens the connection, and opens it again when the
 /// server went away since the last operation; within an operation a lost connection is a failure.
 class PgUse {
   public:
-    explicit PgUse(PgSession& session);
+    /// Which tables the operation can work with: those of this program's version, unless it says otherwise.
+    enum class Tables { Ours, Any };
+    explicit PgUse(PgSession& session, Tables tables = Tables::Ours);
     ~PgUse();
     PgUse(const PgUse&) = delete;
     PgUse& operator=(const PgUse&) = delete;

@@ -1,7 +1,9 @@
 #include "ops/database_copy.h"
 
 #include "db_sql/db_manager.h"
+#include "misc/file_ops.h"
 #include "ops/database_files.h"
+#include "ops/database_server.h"
 #include "ops/op_error.h"
 #include "profiles/crv_profile.h"
 
@@ -32,6 +34,7 @@ class DbCopy {
         : from_(from), to_(to), dry_(dry), progress_(progress) {}
 
     DbCopied run() {
+        demand(from_, from_.countCerts(done_.certificatesThere));
         copyCertificates();
         copyCrls();
         copyServers();
@@ -80,15 +83,17 @@ class DbCopy {
             first += part.handled() + (part.unreadable ? 1 : 0);
         }
         batch_.clear();
-        if (progress_) progress_(done_);
+        tellProgress();
         return true;
     }
 
     void copyCrls() {
         CrlIndex index;
         demand(from_, from_.getCrlIndex(index));
+        done_.crlsThere = index.size();
         for (const CrlIndexEntry& row : index) {
             Bytes der;
+            tellProgress();
             if (!from_.getCrlByFileNum(row.fileNumber(), der)) {
                 const StoreCause cause = from_.lastCause();
                 demand(from_, cause == StoreCause::NotFound || cause == StoreCause::Damaged);
@@ -99,6 +104,10 @@ class DbCopy {
             demand(to_, result != CrlInsert::Failed);
             ++(result == CrlInsert::Stored ? done_.crls : done_.crlsPresent);
         }
+    }
+
+    void tellProgress() const {
+        if (progress_) progress_(done_);
     }
 
     void copyServers() {
@@ -120,6 +129,17 @@ class DbCopy {
     DbCopied done_;
 };
 
+/// What is the same for two names of one database; empty where nobody can tell.
+std::string identityOf(const CrvProfile& profile) {
+    const DbConfig& config = profile.dbConfig();
+    std::string directory;
+    struct stat info {};
+    if (connFactory(config).dbType == kDbKindPg) return serverIdentity(profile);
+    if (connFactory(config).dbType != kDbKindFile || !buildDBDirectory(config.db, directory)) return {};
+    if (fileOps().stat(directory, &info) != 0) return {};
+    return std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
+}
+
 }  // namespace
 
 std::string databaseName(const CrvProfile& profile) {
@@ -133,6 +153,8 @@ DbCopied copyDatabase(const CrvProfile& from, const CrvProfile& to, const OpMode
     DbManager source, target;
     open(source, from, mode);
     open(target, to, mode);
+    const std::string place = identityOf(from);
+    if (!place.empty() && place == identityOf(to)) throw OpError(OpFault::BadValue, to.name());
     return DbCopy(source, target, mode.dryRun, progress).run();
 }
 

@@ -13,10 +13,14 @@ class CrvProfile;
 
 struct DbCopied {
     ImportProgress certificates;
+    size_t certificatesThere = 0;  ///< in the source when the copy began
+    size_t crlsThere = 0;          ///< the same; known when the certificates are done
     size_t crls = 0;
     size_t crlsPresent = 0;  ///< there already, or not newer than what is there
     size_t crlsLeftOut = 0;  ///< damaged, or gone when their turn came
     size_t servers = 0;      ///< import numbers that were taken over
+
+    [[nodiscard]] size_t crlsHandled() const { return crls + crlsPresent + crlsLeftOut; }
 };
 
 /// Copies certificates in their order, CRLs with what was found of them when they were stored, and the import numbers

@@ -3,6 +3,7 @@
 #include "db_sql/db_pg.h"
 #include "misc/exceptions.h"
 #include "ops/database_copy.h"
+#include "ops/db_findings.h"
 #include "ops/op_error.h"
 #include "profiles/crv_profile.h"
 
@@ -25,6 +26,12 @@ auto onServer(const CrvProfile& profile, const Work& work) {
     }
 }
 
+bool check(PgSession& session, const DbTell& tell) {
+    DbFindings findings(tell);
+    const bool sound = checkPg(session, [&](const auto& where, const auto& what) { findings.add(where, what); });
+    return findings.finish() && sound;
+}
+
 }  // namespace
 
 bool isOnServer(const CrvProfile& profile) {
@@ -32,18 +39,24 @@ bool isOnServer(const CrvProfile& profile) {
 }
 
 bool checkServerDatabase(const CrvProfile& profile, const DbTell& tell) {
-    return onServer(profile, [&](PgSession& session) { return checkPg(session, tell); });
+    return onServer(profile, [&](PgSession& session) { return check(session, tell); });
 }
 
 bool repairServerDatabase(const CrvProfile& profile, const OpMode& mode, const DbTell& tell) {
     return onServer(profile, [&](PgSession& session) {
-        if (!mode.dryRun) repairPg(session, tell);
-        return checkPg(session, tell);
+        DbFindings mended(tell);
+        if (!mode.dryRun) repairPg(session, [&](const auto& where, const auto& what) { mended.add(where, what); });
+        static_cast<void>(mended.finish());
+        return check(session, tell);
     });
 }
 
 std::vector<PgTableFigures> serverFigures(const CrvProfile& profile) {
     return onServer(profile, [](PgSession& session) { return pgFigures(session); });
+}
+
+std::string serverIdentity(const CrvProfile& profile) {
+    return onServer(profile, [](PgSession& session) { return pgIdentity(session); });
 }
 
 }  // namespace crv

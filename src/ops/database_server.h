@@ -17,4 +17,7 @@ bool checkServerDatabase(const CrvProfile& profile, const DbTell& tell);
 bool repairServerDatabase(const CrvProfile& profile, const OpMode& mode, const DbTell& tell);
 std::vector<PgTableFigures> serverFigures(const CrvProfile& profile);
 
+/// The same for a database and its replicas, whatever names lead there; empty when the server does not tell.
+[[nodiscard]] std::string serverIdentity(const CrvProfile& profile);
+
 }  // namespace crv

@@ -102,6 +102,9 @@ void testServer(const SrvParams& server) {
 }
 
 void fetchAllCrls() {
+    // In a database that fails there may be authorities of which nobody would hear.
+    const DbState state = dbManager->isDbCreated();
+    if (state != DbState::Missing && state != DbState::Complete) return showDatabaseFailure();
     if (!showFetch({.name = "CRL"})) return clrToEol(kMessageRow, 0);
     const NetReports reports = netManager->fetchCrls(netManager->authorities(), false, showFetch);
     clrToEol(kMessageRow, 0);

@@ -9,6 +9,7 @@
 #include "crvconfd/screens/net_screens.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/current_profile.h"
+#include "crvconfd/session/messages.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "db_sql/db_manager.h"
 #include "profiles/crv_profile.h"
@@ -119,8 +120,10 @@ void SrvDatViewer::remove(const SrvParams& server) {
         rest.usage == 0 ? (void)target.delSrv(server.name) : target.updateSrv(rest);
     });
     // Numbers of imports from it are nobody's now; a database that is missing has none.
-    if (done && !boundProfile().findSrv(server.name) && dbManager->isDbCreated() == DbState::Complete)
-        static_cast<void>(dbManager->delSrv(server.name));
+    if (!done || boundProfile().findSrv(server.name)) return;
+    const DbState state = dbManager->isDbCreated();
+    if (state != DbState::Missing && (state != DbState::Complete || !dbManager->delSrv(server.name)))
+        showDatabaseFailure("Serwer usunięto, ale jego numer importu pozostał w bazie danych", "Brak pamięci !!!");
 }
 
 void SrvDatViewer::run() {
