@@ -104,6 +104,7 @@ class DbCopy {
             demand(to_, result != CrlInsert::Failed);
             ++(result == CrlInsert::Stored ? done_.crls : done_.crlsPresent);
         }
+        tellProgress();
     }
 
     void tellProgress() const {

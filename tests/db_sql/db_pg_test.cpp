@@ -20,7 +20,7 @@
 
 using namespace crv;
 using namespace crv::test;
-using namespace std::chrono_literals;
+using namespace std::literals;
 using std::chrono::steady_clock;
 using testing::HasSubstr;
 using testing::Not;
@@ -103,6 +103,12 @@ TEST_F(PgTest, TheStateIsThatOfTheTables) {
         EXPECT_EQ(manager.createDb(), row.state == DbState::Complete || row.state == DbState::Missing) << row.change;
     }
     EXPECT_EQ(manager.isDbCreated(), DbState::Complete);
+    sql("UPDATE corvane.version SET number = 2");
+    killBackends();
+    EXPECT_FALSE(CrtDb(manager).insert(ByteView(certPool()[0]))) << "nobody asked for the state";
+    EXPECT_THAT(manager.lastFailure(), HasSubstr("inna wersja programu"));
+    sql("UPDATE corvane.version SET number = 1");
+    EXPECT_EQ(countOf(manager), 0U);
     DbManager stranger;
     stranger.init(pgConfig(connection + " user=stranger"));
     EXPECT_EQ(stranger.isDbCreated(), DbState::NoAccess);
@@ -123,11 +129,18 @@ TEST_F(PgTest, TheStateIsThatOfTheTables) {
 
 TEST_F(PgTest, ChecksFindWhatIsDamagedAndRepairMendsWhatItCan) {
     for (size_t i = 0; i < 30; ++i) ASSERT_TRUE(CrtDb(manager).insert(ByteView(certPool()[i])));
+    const MadeCert issuer = makeCert({.subject = {{"CN", "A"}}, .extensions = caExtensions()});
+    ASSERT_EQ(manager.insertCrl(makeCrl({}, issuer), true), CrlInsert::Stored);
     sql("UPDATE corvane.crt SET der = der || '\\x00' WHERE id = 3; DELETE FROM corvane.crt WHERE id = 5; "
-        "DROP INDEX corvane.crt_email");
-    EXPECT_EQ(problemsOf(connection),
-              "crt_email: missing\ncrt: not the certificate that was stored at 3\n"
-              "dn_field: record without its certificate at 5\n");
+        "DROP INDEX corvane.crt_email; UPDATE corvane.crt SET not_after = NULL WHERE id = 7; "
+        "DELETE FROM corvane.dn_field WHERE crt = 9; INSERT INTO corvane.dn_field VALUES ('x', 11); "
+        "UPDATE corvane.crl SET issuer = 'x'");
+    EXPECT_EQ(CrtDb(manager).insert(ByteView(certPool()[6])), true) << "there already, so it mends nothing";
+    EXPECT_EQ(
+        problemsOf(connection),
+        "crt_email: missing\ncrt: not the certificate that was stored at 3\ncrt: keys of another certificate at 7\n"
+        "dn_field: not the fields of the certificate at 9\ndn_field: not the fields of the certificate at 11\n"
+        "crl: key of another issuer at 1\ndn_field: record without its certificate at 5\n");
     repairPg(DbPg(pgConfig(connection)).session(), [](const auto&, const auto&) {});
     EXPECT_EQ(problemsOf(connection), "crt: not the certificate that was stored at 3\n");
 }
@@ -155,8 +168,9 @@ TEST_F(PgTest, ALostConnectionIsMadeAnewBetweenOperationsOnly) {
 
 TEST_F(PgTest, WhatAnImportToldIsThereHoweverTheServerEnds) {
     const std::vector<Bytes> certs = manyCerts(8000);
-    for (const bool whole : {false, true}) {
-        SCOPED_TRACE(whole ? "server" : "backend");
+    for (const char* victim : {"backend ended", "backend killed", "server killed"}) {
+        SCOPED_TRACE(victim);
+        const bool whole = victim == "server killed"sv, killed = victim == "backend killed"sv;
         sql("TRUNCATE corvane.crt, corvane.dn_field");
         ImportProgress reached;
         DbPg holder(pgConfig(connection));
@@ -171,6 +185,9 @@ TEST_F(PgTest, WhatAnImportToldIsThereHoweverTheServerEnds) {
                 const char* waiting = "SELECT count(*) FROM pg_stat_activity WHERE wait_event_type = 'Lock'";
                 for (int i = 0; i < 200 && sql(waiting).starts_with('0'); ++i) std::this_thread::sleep_for(20ms);
                 if (whole) return server.killServer();
+                if (killed)
+                    return (void)kill(std::stoi(sql("SELECT pid FROM pg_stat_activity WHERE wait_event_type = 'Lock'")),
+                                      SIGKILL);
                 sql("SELECT pg_terminate_backend(pid, 5000) FROM pg_stat_activity WHERE wait_event_type = 'Lock'");
             });
         };
@@ -178,6 +195,9 @@ TEST_F(PgTest, WhatAnImportToldIsThereHoweverTheServerEnds) {
         killer.join();
         holding.reset();
         if (whole) server.start();
+        // A backend that is killed takes the others with it.
+        size_t there = 0;
+        for (int i = 0; i < 500 && !manager.countCerts(there); ++i) std::this_thread::sleep_for(20ms);
         EXPECT_GT(reached.stored, 0U);
         EXPECT_EQ(countOf(manager), reached.stored) << "a slice is there whole or not at all";
         for (size_t i = 0; i < reached.stored; i += 97) {
@@ -190,6 +210,11 @@ TEST_F(PgTest, WhatAnImportToldIsThereHoweverTheServerEnds) {
     ImportProgress reached;
     ASSERT_TRUE(importAll(manager, certs, reached)) << manager.lastFailure();
     EXPECT_EQ(reached.handled(), certs.size());
+    EXPECT_EQ(countOf(manager), certs.size());
+    // What is there is asked for by hashes after the first piece, and what is missing among it is still stored.
+    sql("DELETE FROM corvane.crt WHERE id > (SELECT max(id) - 1000 FROM corvane.crt)");
+    ASSERT_TRUE(importAll(manager, certs, reached)) << manager.lastFailure();
+    EXPECT_EQ(reached.stored, 1000U);
     EXPECT_EQ(countOf(manager), certs.size());
 }
 
@@ -207,7 +232,9 @@ int workOn(const std::string& connection, size_t number, std::chrono::seconds ti
     for (const auto end = steady_clock::now() + time; steady_clock::now() < end;) {
         ImportProgress reached;
         if (!importAll(manager, {all.begin(), all.begin() + 240}, reached)) return fail("import");
-        const Bytes& own = all[240 + number + 8 * (random() % 100)];
+        const size_t chosen = 240 + number + 8 * (random() % 100);
+        if (chosen % 240 % 7 == 0) continue;  // has expired: anybody takes it away
+        const Bytes& own = all[chosen];
         CrtItemList found;
         if (!manager.findCertsByCrtHash(found, crtHash(own))) return fail("search");
         if (found.size() != present.count(own)) return fail("not what was left there");
@@ -219,7 +246,8 @@ int workOn(const std::string& connection, size_t number, std::chrono::seconds ti
             present.erase(own);
         }
         CrtStore::Removed removed;
-        if (random() % 4 == 0 && !CrtDb(manager).removeCertsOverTime(1, removed)) return fail("remove");
+        if (random() % 4 == 0 && !CrtDb(manager).removeCertsOverTime(std::time(nullptr), removed))
+            return fail("remove");
         if (random() % 4 == 0 && manager.top() != DbStep::Found) return fail("top");
         if (random() % 8 == 0 &&
             !manager.removeCerts([&](ByteView der) { return std::ranges::equal(der, all[random() % 240]); }, removed))
@@ -295,6 +323,23 @@ TEST_F(PgTest, NamesHoldAnyOctets) {
         EXPECT_EQ(number, static_cast<long>(name.size()));
     }
     EXPECT_EQ(countOf(manager), 5U);
+    sql("TRUNCATE corvane.crt, corvane.dn_field");
+    // As certificates have them; the last one is no UTF-8 and was no text of its type.
+    for (const std::string& name : {"O'Reilly\"; DROP TABLE corvane.crt; --"s, "{a,\"b\\}"s, nul, "zepsuty"s}) {
+        Bytes der = makeCert({.subject = {{"O", "F"}, {"CN", name}}}).der;
+        const auto at = std::ranges::search(der, "zepsuty"sv, {}, {}, [](char c) { return static_cast<uint8_t>(c); });
+        std::ranges::fill(at, 0xFE);
+        ImportProgress done;
+        ASSERT_TRUE(importAll(manager, {der}, done)) << manager.lastFailure();
+        CrtRecord record;
+        ASSERT_TRUE(makeCrtRecord(der, record));
+        for (const DnFld& field : record.dnFlds) {
+            CrtItemList found;
+            EXPECT_TRUE(manager.findCertsBySbjDnFld(found, field.type, field.value));
+            EXPECT_TRUE(std::ranges::any_of(found, [&](const CrtItem& one) { return one.der == der; })) << field.value;
+        }
+    }
+    EXPECT_EQ(problemsOf(connection), "");
 }
 
 /// Listens and says nothing, or what it is told, an answer to each request.
@@ -421,6 +466,38 @@ TEST_F(PgTest, RolesDoWhatTheyMayAndPasswordsStaySecret) {
          {"host=/tmp password=Zgadywane", "postgresql://u:Zgadywane@h/", "host=/tmp x=1 Zgadywane"}) {
         config.dbName = text;
         EXPECT_THAT(failureWith(), AllOf(HasSubstr("dbname"), Not(HasSubstr("Zgadywane"))));
+    }
+}
+
+TEST(PgTls, TheServerMustShowACertificateOfItsAuthorityForItsName) {
+    const PgServer server;
+    shell("cd " + server.folder() +
+          " && for n in ca stranger; do openssl req -x509 -newkey rsa:2048 -nodes -keyout $n.key -out $n.pem -subj "
+          "/CN=$n -days 2; done; openssl req -newkey rsa:2048 -nodes -keyout data/server.key -out s.csr -subj /CN=db "
+          "-addext subjectAltName=DNS:db.firma.example && openssl x509 -req -in s.csr -CA ca.pem -CAkey ca.key -days 2 "
+          "-CAcreateserial -copy_extensions copy -out data/server.crt && chmod 600 data/server.key && "
+          "chown --reference=data data/server.*");
+    const int port = FakeServer({}).port;
+    server.configure("ssl = on\nlisten_addresses = '127.0.0.1'\nport = " + std::to_string(port));
+    const struct {
+        const char *host, *authority, *failure;
+    } rows[] = {{"db.firma.example", "ca.pem", ""},
+                {"inny.firma.example", "ca.pem", "does not match"},
+                {"db.firma.example", "stranger.pem", "certificate verify failed"},
+                {"db.firma.example", "none.pem", "none.pem"}};
+    for (const auto& row : rows) {
+        // The system takes this address for its own; for libpq and us it is another machine's.
+        const DbConfig config =
+            pgConfig(std::string("host=") + row.host + " hostaddr=0.0.0.0 user=postgres port=" + std::to_string(port) +
+                     " sslrootcert=" + server.folder() + "/" + row.authority);
+        DbManager manager;
+        manager.init(config);
+        EXPECT_EQ(manager.isDbCreated(), *row.failure ? DbState::NoAccess : DbState::Missing);
+        EXPECT_THAT(manager.lastFailure(), HasSubstr(row.failure));
+        if (*row.failure) continue;
+        DbPg database(config);
+        const PgUse use(database.session());
+        EXPECT_TRUE(database.session().query("SELECT ssl FROM pg_stat_ssl WHERE pid = pg_backend_pid()").flag(0, 0));
     }
 }
 

@@ -89,6 +89,24 @@ TEST(DatabaseCopy, GoesFromFilesOverAServerIntoMemoryAndGoesOnWhereItWasCutOff) 
     size_t count = 0;
     EXPECT_TRUE(memory.countCerts(count));
     EXPECT_EQ(count, 3020U);
+
+    // Cut off behind the first batch, it goes on behind what is there; one database under two names is refused.
+    PgServer::shared().sql(connection,
+                           "TRUNCATE corvane.crt, corvane.dn_field, corvane.crl; "
+                           "ALTER TABLE corvane.crl RENAME gone TO der");
+    const auto cut = [](const DbCopied&) { throw OpStopped(); };
+    EXPECT_THROW(copyDatabase(*from, *over, {}, cut), OpStopped);
+    ASSERT_TRUE(server.countCerts(count) && count > 0 && count < 3019);
+    DbCopied last;
+    done = copyDatabase(*from, *over, {}, [&](const DbCopied& now) { last = now; });
+    EXPECT_EQ(done.certificates.present, count);
+    EXPECT_EQ(done.certificates.stored, 3019 - count);
+    EXPECT_EQ(last.certificatesThere, 3019U);
+    EXPECT_EQ(last.crlsThere, 1U);
+    EXPECT_EQ(last.crlsHandled(), 1U) << "what is shown last is all";
+    writeFile(list, text + "\\D\\Type [l] = 1\n\\D\\dbtype [s] = \"postgresql\"\n\\D\\dbname [s] = \"" + connection +
+                        " connect_timeout=5\"\n");
+    EXPECT_THROW(copyDatabase(*over, *profile("D"), {}, nullptr), OpError);
 }
 
 }  // namespace

@@ -63,6 +63,11 @@ void PgServer::demand(const std::string& lines) const {
     control("reload");
 }
 
+void PgServer::configure(const std::string& lines) const {
+    std::ofstream(dir_.file("data/postgresql.conf"), std::ios::app) << lines << '\n';
+    control("-m fast restart");
+}
+
 std::string PgServer::newDatabase() {
     const std::string name = "t" + std::to_string(++databases_);
     const std::string host = "host=" + folder() + " user=postgres dbname=";

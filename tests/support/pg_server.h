@@ -13,7 +13,10 @@ namespace crv::test {
 class PgServer {
   public:
     static PgServer& shared();
+    PgServer();
     ~PgServer();
+    PgServer(const PgServer&) = delete;
+    PgServer& operator=(const PgServer&) = delete;
 
     /// A new database; answers its connection string.
     std::string newDatabase();
@@ -30,9 +33,10 @@ class PgServer {
     [[nodiscard]] std::string folder() const { return dir_.path().string(); }
     /// Lines for pg_hba.conf, before those that let everybody in.
     void demand(const std::string& lines) const;
+    /// Lines for postgresql.conf; the server starts anew.
+    void configure(const std::string& lines) const;
 
   private:
-    PgServer();
     void control(const std::string& what) const;
 
     TempDir dir_;
