@@ -4,6 +4,7 @@
 #include "misc/file_semaphore.h"
 #include "session_screen.h"
 #include "support/cert_maker.h"
+#include "support/pg_server.h"
 
 namespace crv::test {
 namespace {
@@ -398,6 +399,36 @@ TEST_F(DataBaseScreen, ExpiredCertificatesAreRemovedAfterTheTimeIsConfirmed) {
               {"jest poprawny", "t"},
               {"Usunięto " + std::string(removed) + " certyfikatów. Pozostało 2 certyfikatów", " "}});
     }
+}
+
+TEST_F(SessionScreen, ADatabaseOnAServerIsMadeFilledAndWrittenOutAsOneInFiles) {
+    prepare();
+    PgServer& server = PgServer::shared();
+    const std::string connection = server.newDatabase();
+    writeFile(file("lista.conf"),
+              "\\Praca\\Type [l] = 1\n\\Praca\\Pkcs12File [s] = \"~/praca.p12\"\n\\Praca\\dbtype [s] = \"postgresql\"\n"
+              "\\Praca\\dbname [s] = \"" +
+                  connection + "\"\n");
+    const MadeCert authority = makeCert({.subject = {{"CN", "Urząd"}}, .extensions = caExtensions()});
+    save("urzad.der", authority.der);
+    save("lista.crl", makeCrl({}, authority));
+    start();
+    play({{kSelection, "\r"}, {kNoDatabase, "t"}, {kAskPassword, kPassword + "\r"}, {kMainMenu, "3"}});
+    for (const char* told : {"Wczytano 1 certyfikatów.", "Wczytano 1 certyfikatów."})
+        play({{"3) Instaluj", "3"}, {"z certyfikatami:", "~/urzad.der\r"}, {told, " "}});
+    play({{"4) Instaluj", "4"}, {"Podaj nazwe pliku z lista CRL:", "~/lista.crl\r"}, {"(t/n)", "t"}});
+    play({{"Lista CRL", " "}, {"5) Eksportuj", "5"}, {"zapisać certyfikaty:", "~/eksport.der\r"}});
+    play({{"Zapisano certyfikaty w liczbie: 1", " "}, {"5) Eksportuj", ""}});
+    EXPECT_EQ(leave("5) Eksportuj"), 0);
+    EXPECT_EQ(run("cmp urzad.der eksport.der"), "");
+    EXPECT_EQ(server.sql(connection, "SELECT count(*) FROM corvane.crl"), "1\n");
+    server.sql(connection, "UPDATE corvane.version SET number = 2");
+    start();
+    play({{kSelection, "\r"}, {"Niepoprawna wersja bazy danych !!!", " "}, {kSelection, ""}});
+    server.stop();
+    play({{kSelection, "\r"}, {"Brak dostępu do bazy danych !!!", " "}, {"Brak połączenia z bazą PostgreSQL", " "}});
+    EXPECT_EQ(leave(kSelection), 0);
+    server.start();
 }
 
 TEST_F(SessionScreen, ALogInWhoseRoundsTakeLongStopsOnEscape) {
