@@ -28,8 +28,7 @@ std::vector<Bytes> pgFieldsOf(const CrtRecord& record) {
     std::vector<Bytes> fields;
     for (const DnFld& field : record.dnFlds) fields.push_back(pgField(field.type, field.value));
     std::ranges::sort(fields);
-    const auto again = std::ranges::unique(fields);
-    fields.erase(again.begin(), again.end());
+    fields.erase(std::unique(fields.begin(), fields.end()), fields.end());
     return fields;
 }
 

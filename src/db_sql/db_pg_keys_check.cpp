@@ -45,8 +45,7 @@ Fault faultOf(const PgResult& found, int row, PgValues& right) {
         const auto at = static_cast<size_t>(column - 1);
         const ByteView want(reinterpret_cast<const uint8_t*>(wanted.values[at]),
                             static_cast<size_t>(wanted.lengths[at]));
-        if (found.isNull(row, column) == (wanted.values[at] == nullptr) &&
-            std::ranges::equal(want, found.octets(row, column)))
+        if (found.isNull(row, column) == !wanted.values[at] && std::ranges::equal(want, found.octets(row, column)))
             continue;
         return column == kFieldsColumn ? Fault::Fields : Fault::Keys;
     }

@@ -93,7 +93,7 @@ TEST_F(ServerDatabase, APlugInThatOthersCouldHaveWrittenIsNotLoaded) {
     std::filesystem::copy_file(CRV_BIN_DIR "/crvctl", own);
     std::filesystem::copy_file(CRV_BIN_DIR "/../lib/libcorvane-pg.so", plugin);
     for (const auto& [mode, told] : {std::pair{0755, "no database"}, {0775, "inni użytkownicy mogą zmienić"}}) {
-        std::filesystem::permissions(plugin, std::filesystem::perms(mode));
+        std::filesystem::permissions(plugin, static_cast<std::filesystem::perms>(mode));
         int status = -1;
         EXPECT_THAT(ctl("-p Baza db check", &status, own), HasSubstr(told));
         EXPECT_NE(status, 0);
