@@ -62,8 +62,8 @@ bool KeyStoreMedia::keepOriginal(ByteView) {
     return true;
 }
 
-bool KeyStoreMedia::keepInHistory(ByteView, size_t) {
-    return true;
+std::string KeyStoreMedia::keepInHistory(ByteView, size_t) {
+    return {};
 }
 
 KeyManagerResult KeyStoreMedia::readConfiguration(const RecordCheck&, Bytes& record) {
