@@ -57,7 +57,7 @@ void storeBackup(Run& run) {
     // Only what its password opens is worth keeping.
     Session session = openReading(run);
     const Bytes octets = importFile(session.configuration().securityFileName());
-    exportFile(targetOf(run, run.call.operand(0)), session.profile(), octets, WriteMode::Secret);
+    exportFile(targetOf(run, run.call.operand(0)), session.profile(), octets, WriteMode::Private);
     run.out.change("write", "backup", run.call.operand(0));
 }
 
