@@ -130,7 +130,7 @@ class Watch {
             const bool few = notice == TokenNotice::FinalTry || notice == TokenNotice::FewTries;
             if (few) spared = "a wrong PIN was given to the card before";
             if (notice == TokenNotice::PinOnReader) spared = "the PIN is entered on the reader";
-            return spared == nullptr;
+            return !spared;
         };
         try {
             session.openForReading({secret, std::nullopt});

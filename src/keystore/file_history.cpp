@@ -115,6 +115,15 @@ std::string keepFormer(const std::string& securityFile, ByteView octets, std::op
     return {};
 }
 
+std::string sealHistory(const std::string& securityFile) {
+    for (const FormerFile& one : historyOf(securityFile)) {
+        const std::string base = one.path.substr(0, one.path.size() - kEnding.size());
+        if (!isKept(one.name) && fileOps().rename(one.path, base + std::string(kKeptEnding)) != 0)
+            return one.path + ": " + std::strerror(errno);
+    }
+    return {};
+}
+
 bool clearHistory(const std::string& securityFile) {
     for (const FormerFile& one : historyOf(securityFile))
         if (fileOps().unlink(one.path) != 0) return false;

@@ -30,6 +30,10 @@ struct FormerFile {
 /// the answer; else it is empty. The caller holds the lock on the file.
 [[nodiscard]] std::string keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most);
 
+/// Keeps all that are there until the history is cleared: the file that they belonged to is lost, and another one
+/// begins. Answers as keepFormer.
+[[nodiscard]] std::string sealHistory(const std::string& securityFile);
+
 /// Deletes all of them. False with errno when one stays. The caller holds the lock on the file.
 [[nodiscard]] bool clearHistory(const std::string& securityFile);
 

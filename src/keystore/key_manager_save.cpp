@@ -92,7 +92,9 @@ KeyManagerResult KeyManager::keepHistory(const KeyStoreContents& contents, const
     const long most = std::max(record.getStoreHistory(), historyDemanded_ ? 1L : 0L);
     Bytes now;
     bool missing = false;
-    if (most <= 0 || media().readFile(now, missing) != kKmOk) return kKmOk;
+    const KeyManagerResult read = media().readFile(now, missing);
+    if (missing && state_ == State::Creating) historyFailure_ = media().sealHistory();
+    if (most <= 0 || read != kKmOk) return kKmOk;
     const bool untouched = stored_ && now == stored_->octets;
     if (untouched && sameButSeed(contents, stored_->contents) && stored_->opensWith(password)) return kKmOk;
     historyFailure_ = media().keepInHistory(now, static_cast<size_t>(most));

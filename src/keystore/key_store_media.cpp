@@ -66,6 +66,10 @@ std::string KeyStoreMedia::keepInHistory(ByteView, size_t) {
     return {};
 }
 
+std::string KeyStoreMedia::sealHistory() {
+    return {};
+}
+
 KeyManagerResult KeyStoreMedia::readConfiguration(const RecordCheck&, Bytes& record) {
     record.clear();
     return kKmOk;

@@ -184,7 +184,7 @@ bool holds(const std::string& path, const struct stat& info, ByteView octets) tr
 /// Where a hand-written list can be kept: the first name that is free; empty when one keeps it already.
 std::string freeName(const std::string& path, ByteView octets) {
     for (int number = 0; number <= kMostKept; ++number) {
-        const std::string name = path + (number == 0 ? "~" : "~" + std::to_string(number) + "~");
+        std::string name = path + (number == 0 ? "~" : "~" + std::to_string(number) + "~");
         struct stat info {};
         if (fileOps().lstat(name, &info) != 0) {
             if (errno == ENOENT) return name;
