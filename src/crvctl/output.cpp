@@ -208,9 +208,14 @@ void Output::printText() {
         told += std::string(tr(std::get<std::string>(fields[0].second.held).c_str())) + ": " +
                 textOf(fields[2].second) + "\n";
     }
+    write(STDERR_FILENO, forTerminal(told + warningText()));
+}
+
+std::string Output::warningText() const {
+    std::string told;
     for (const auto& [text, about] : warnings_)
         told += std::string(tr("warning")) + ": " + tr(text) + ": " + harmlessUtf8(about) + "\n";
-    write(STDERR_FILENO, forTerminal(told));
+    return told;
 }
 
 void Output::printSummary(bool ok, int code, const std::string& fault, const std::string& message) {
@@ -249,7 +254,8 @@ int Output::fail(const OpError& error, const std::string& text) {
         printSummary(false, error.code(), faultName(error.fault()), error.what());
     }
     flush();
-    write(STDERR_FILENO, forTerminal("crvctl: " + harmlessUtf8(text)) + "\n");
+    // What was warned of may be the way out of it.
+    write(STDERR_FILENO, forTerminal(warningText() + "crvctl: " + harmlessUtf8(text)) + "\n");
     return static_cast<int>(error.status());
 }
 

@@ -50,6 +50,7 @@ class Output {
     void printSheet(const Fields& fields);
     void printField(const std::string& key, const Value& value);
     void printText();
+    [[nodiscard]] std::string warningText() const;
     void printSummary(bool ok, int code, const std::string& fault, const std::string& message);
 
     OutputForm form_ = OutputForm::Text;

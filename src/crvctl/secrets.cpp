@@ -11,6 +11,7 @@
 
 #include "crvctl/output.h"
 #include "crvctl/texts.h"
+#include "misc/ascii.h"
 #include "misc/file_ops.h"
 #include "misc/path.h"
 #include "misc/utf8.h"
@@ -65,6 +66,10 @@ std::string credentialPath(const std::string& kind) {
     if (!folder) return {};
     std::string path = std::string(folder) + "/corvane." + kind;
     return fileOps().access(path, R_OK) == 0 ? path : std::string();
+}
+
+void demandUtf8(const SecretText& secret, const std::string& kind) {
+    if (!isUtf8(secret.view())) throw OpError(OpFault::SecretUnfit, kind);
 }
 
 /// Takes the terminal's echo away for a scope.
@@ -140,14 +145,27 @@ bool readGivenSecret(const Call& call, const std::string& kind, SecretText& secr
     } else {
         return false;
     }
-    if (!isUtf8(secret.view())) throw OpError(OpFault::SecretUnfit, kind);
+    demandUtf8(secret, kind);
+    return true;
+}
+
+bool readCredentialOf(const std::string& profile, const std::string& kind, SecretText& secret) {
+    const char* folder = std::getenv("CREDENTIALS_DIRECTORY");
+    std::vector<std::string> names;
+    if (!folder || fileOps().list(folder, names) != 0) return false;
+    const std::string wanted = "corvane." + kind + "." + profile;
+    const auto found =
+        std::ranges::find_if(names, [&](const std::string& one) { return equalIgnoreCase(one, wanted); });
+    if (found == names.end()) return false;
+    secret = readSecretFile(std::string(folder) + "/" + *found, kind, false);
+    demandUtf8(secret, kind);
     return true;
 }
 
 SecretText readSecret(const Call& call, const std::string& kind, bool twice) {
     SecretText secret;
     if (!readGivenSecret(call, kind, secret)) secret = prompt(call, kind, twice);
-    if (!isUtf8(secret.view())) throw OpError(OpFault::SecretUnfit, kind);
+    demandUtf8(secret, kind);
     return secret;
 }
 

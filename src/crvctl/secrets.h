@@ -19,6 +19,9 @@ SecretText readSecret(const Call& call, const std::string& kind, bool twice = fa
 /// The same; false, and no question, when the call names no source.
 bool readGivenSecret(const Call& call, const std::string& kind, SecretText& secret);
 
+/// The systemd credential "corvane.<kind>.<profile>" in any letter case of ASCII; false where there is none.
+bool readCredentialOf(const std::string& profile, const std::string& kind, SecretText& secret);
+
 /// Asks on the terminal; the answer as typed. Throws OpError (NotConfirmed) where nobody can be asked, OpStopped.
 bool askYesNo(const Call& call, const std::string& question);
 

@@ -182,8 +182,7 @@ Session openChanging(const Run& run) {
 
 void warnOfHistory(const Run& run, Session& session) {
     if (session.keys().wasHistoryKept()) return;
-    run.out.warn("the security file of before could not be kept",
-                 historyFolder(session.configuration().securityFileName()));
+    run.out.warn("the security file of before could not be kept", session.keys().historyFailure());
 }
 
 void hintAtHistory(const Run& run, const std::string& file) {

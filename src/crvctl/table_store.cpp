@@ -193,7 +193,8 @@ std::vector<VerbRow> keyKeepingVerbs() {
          keyImport,
          "take the keys and certificates of a PKCS#12 or PEM file, for the uses that no key has yet",
          {{"FILE", File, nullptr}},
-         {{"use", Choice, "sign|decrypt|both|none", "what the keys are for (as their certificates say, else sign)"}},
+         {{"key-id", Text, "KEY-ID", "only this key, by the beginning of its identifier"},
+          {"use", Choice, "sign|decrypt|both|none", "what the keys are for (as their certificates say, else sign)"}},
          {},
          kOpen | kImportPasswordBit},
     };

@@ -283,7 +283,12 @@ void certInstall(Run& run) {
     const Installation done =
         installCertificates(session.keys(), certsOfFile(run.call.operand(0)), {confirm, store, keep});
     demandKeys(done.refusal);
-    for (const CertPtr& one : done.certificates) run.out.change("install", "certificate", nameOf(*one));
+    for (const CertPtr& one : done.certificates) {
+        run.out.change("install", "certificate", nameOf(*one));
+        if (stillWaits(session.keys(), *one))
+            run.out.warn("the certificate allows nothing of what the key in use does, which stays in use",
+                         nameOf(*one));
+    }
 }
 
 void certDelete(Run& run) {

@@ -118,14 +118,33 @@ KeyType useInStore(const Run& run, Session& session) {
     return *whole;
 }
 
-void storeAuthorities(const Run& run, Session& session, const CertList& list) {
-    if (run.mode.dryRun) return;
-    const DbState state = session.context().dbManager.isDbCreated();
-    if (state == DbState::Missing) return;
-    if (state != DbState::Complete) session.failDatabase();
-    CrtDb database = session.context().certificateManager.db();
-    for (const CertPtr& one : list)
-        if (one->isCaCrt() && !database.insert(*one)) session.failDatabase();
+/// Those that are to go into the database; none where the profile has no database.
+CertList authoritiesToStore(Session& session, const KeysOfFile& found) {
+    CertList authorities = authoritiesOf(found);
+    if (authorities.empty() || session.context().dbManager.isDbCreated() == DbState::Missing) return {};
+    session.demandDatabase();
+    return authorities;
+}
+
+void storeAuthorities(Run& run, Session& session, const CertList& list) {
+    for (const CertPtr& one : list) {
+        if (!run.mode.dryRun && !session.context().certificateManager.db().insert(*one)) session.failDatabase();
+        run.out.change("add", "certificate", one->subject().rfc4514());
+    }
+}
+
+/// The keys that the call means, and what else is said before they are taken.
+std::string chooseKeys(const Run& run, KeysOfFile& found, const CertList& authorities) {
+    const std::string wanted = run.call.value("key-id").value_or("");
+    const auto other = [&](const PrivateKey& key) {
+        return !equalIgnoreCase(toHex(key.keyId()).substr(0, wanted.size()), wanted);
+    };
+    std::erase_if(found.keys, other);
+    if (found.keys.empty()) throw OpError(OpFault::ObjectMissing, wanted);
+    std::string names;
+    for (const PrivateKey& key : found.keys) names += (names.empty() ? "" : ", ") + hexOf(key.keyId());
+    for (const CertPtr& one : authorities) names += "; " + one->subject().rfc4514();
+    return names;
 }
 
 }  // namespace
@@ -212,8 +231,15 @@ void keyDelete(Run& run) {
         throw OpError(OpFault::NotConfirmed, "--again " + again);
     }
     const KeyId gone = key.key->keyId();
-    if (!run.mode.dryRun) demandKeys(session.keys().deleteKey(gone));
+    const auto waits = [&](const StoredKey& one) { return successorTo(one) == gone; };
+    const auto keys = session.keys().keys();
+    const auto successor = std::ranges::find_if(keys, waits);
+    const std::string next = successor == keys.end() ? "" : hexOf(successor->key->keyId());
+    const KeyManagerResult result = run.mode.dryRun ? kKmOk : session.keys().deleteKey(gone);
+    if (result == kKmHistoryFailed) throw OpError(OpFault::FileUnwritable, session.keys().historyFailure());
+    demandKeys(result);
     run.out.change("remove", "key", id);
+    if (!next.empty()) run.out.warn("the key that waited for its place takes it and needs its certificate", next);
 }
 
 void keyExport(Run& run) {
@@ -228,15 +254,23 @@ void keyExport(Run& run) {
     const SecretBytes octets =
         exportedKey(key, chainOf(session.context().certificateManager, session.keys(), key),
                     pem ? KeyFileFormat::Pem : KeyFileFormat::Pkcs12, readSecret(run.call, "new-password", true));
-    exportFile(targetOf(run, run.call.operand(0)), session.profile(), octets, WriteMode::Secret);
+    exportFile(targetOf(run, run.call.operand(0)), session.profile(), octets, WriteMode::Private);
     run.out.change("write", "key", run.call.operand(0));
 }
 
 void keyImport(Run& run) {
-    const KeysOfFile found = keysOfFile(importFile(run.call.operand(0)), readSecret(run.call, "import-password"));
+    KeysOfFile found = keysOfFile(importFile(run.call.operand(0)), readSecret(run.call, "import-password"),
+                                  [] { return !processEnding(); });
     Session session = openChanging(run);
     const auto use = run.call.value("use");
-    run.confirm("Take the private keys of the file into the profile?", run.call.operand(0));
+    const CertList authorities = authoritiesToStore(session, found);
+    const std::string names = chooseKeys(run, found, authorities);
+    if (authorities.empty()) {
+        run.confirm("Take these private keys of the file into the profile?", names);
+    } else {
+        run.confirm("Take these private keys into the profile, and the certificates of authorities into its database?",
+                    names);
+    }
     bool taken = false;
     for (const PrivateKey& key : found.keys) {
         const auto role = use ? std::optional(rowOf(kUses, *use).role) : std::nullopt;
@@ -250,7 +284,7 @@ void keyImport(Run& run) {
         taken = true;
     }
     if (!taken) demandKeys(kKmKeyExists);
-    storeAuthorities(run, session, found.certificates);
+    storeAuthorities(run, session, authorities);
     warnOfHistory(run, session);
 }
 

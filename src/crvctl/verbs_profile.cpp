@@ -59,6 +59,7 @@ void showRecord(Run& run, const CrvProfile& profile, ProfileMedia media) {
 }  // namespace
 
 void profileList(Run& run) {
+    for (const std::string& flaw : listFlaws(run.place)) run.out.warn("a record of the list cannot be opened", flaw);
     eachProfile(run.place, [&](const CrvProfile& profile, ProfileMedia media) { run.out.item(head(profile, media)); });
 }
 

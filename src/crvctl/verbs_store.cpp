@@ -57,7 +57,7 @@ void storeBackup(Run& run) {
     // Only what its password opens is worth keeping.
     Session session = openReading(run);
     const Bytes octets = importFile(session.configuration().securityFileName());
-    exportFile(targetOf(run, run.call.operand(0)), session.profile(), octets, WriteMode::Secret);
+    exportFile(targetOf(run, run.call.operand(0)), session.profile(), octets, WriteMode::Private);
     run.out.change("write", "backup", run.call.operand(0));
 }
 
@@ -85,8 +85,8 @@ void storeRestore(Run& run) {
     for (const KeyId& key : lost.keys) names += (names.empty() ? "" : ", ") + hexOf(key);
     if (!lost.known) {
         run.confirm(
-            "Put the former security file in the place of the present one, which may have newer keys? Its "
-            "password is another one, so they cannot be compared.",
+            "Put the former security file in the place of the present one, which may have newer keys? This password "
+            "does not open it, so they cannot be compared.",
             run.call.operand(0));
     } else if (!names.empty()) {
         run.confirm("Put the former security file in the place of the present one? It lacks these keys:", names);

@@ -8,7 +8,9 @@
 #include "crvctl/statuses.h"
 #include "crvctl/texts.h"
 #include "crvctl/verbs.h"
+#include "keystore/file_history.h"
 #include "misc/utf8.h"
+#include "misc/whole_file.h"
 #include "ops/watch.h"
 
 namespace crv::ctl {
@@ -58,7 +60,14 @@ class Watch {
     void finish() {
         if (prometheus_) run_.out.raw(metrics());
         // What ends is told first: a profile that is never looked at would hide it for good.
-        if (failure_ != 0 || ends_) run_.out.no(ends_ ? ECRV_CRTAFTER : failure_);
+        if (ends_) run_.out.no(ECRV_CRTAFTER);
+        if (!ends_ && failure_ != 0) run_.out.no(failure_, status_);
+    }
+
+    /// A record that nobody can open belongs to a profile that is not looked at.
+    void tellFlaw(const std::string& flaw) {
+        run_.out.warn("a record of the list cannot be opened", flaw);
+        noteFailure(ECRV_INV_REG, OpStatus::Io);
     }
 
   private:
@@ -76,28 +85,61 @@ class Watch {
             if (failure.fault() == OpFault::StoreMissing || failure.fault() == OpFault::DatabaseMissing) return true;
             const std::string about = tr(failure.what());
             run_.out.warn(faultText(failure.fault()), profile_ + (about.empty() ? "" : ": " + about));
-            failure_ = failure.code();
+            noteFailure(failure.code(), failure.status());
         } catch (const std::exception& failure) {
             stopIfEnding();
             run_.out.warn(faultText(OpFault::LibraryFailed), profile_ + ": " + failure.what());
-            failure_ = ECRV_INTERNAL_ERROR;
+            noteFailure(ECRV_INTERNAL_ERROR, OpStatus::Internal);
         }
         return false;
     }
 
-    /// The secrets of the call serve every profile; nobody is asked, and no card is brought to its last try.
+    /// The first one is told at the end. Status 1 says that something ends, never that nobody could look.
+    void noteFailure(int code, OpStatus status) {
+        if (failure_ != 0) return;
+        failure_ = code;
+        status_ = status == OpStatus::No ? OpStatus::Io : status;
+    }
+
+    /// A secret of the profile's own comes before those of the call, which serve every profile. Nobody is asked.
+    bool findSecret(const std::string& kind, SecretText& secret) const {
+        if (readCredentialOf(profile_, kind, secret)) return true;
+        const bool token = kind == "pin";
+        secret = token ? pin_ : password_;
+        return token ? hasPin_ : hasPassword_;
+    }
+
+    /// No card is brought nearer to its last try.
     void open(Session& session) {
         const bool token = session.profile().kind() != ProfileKind::Pkcs12;
-        if (!(token ? hasPin_ : hasPassword_)) throw OpError(OpFault::SecretMissing, token ? "pin" : "password");
-        session.context().state.prompt = [this](PinSlot, SecretText& pin) {
-            pin = pin_;
+        const std::string file = token ? "" : session.configuration().securityFileName();
+        // One that was there leaves its lock file and its history behind: it is lost, not still to be made.
+        const bool lost = !file.empty() && !fileExists(file) &&
+                          (fileExists(session.configuration().securityFileLockName()) || !historyOf(file).empty());
+        if (lost) hintAtHistory(run_, file);
+        if (lost) throw OpError(OpFault::FileMissing, file);
+        const std::string kind = token ? "pin" : "password";
+        SecretText secret;
+        if (!findSecret(kind, secret)) throw OpError(OpFault::SecretMissing, kind);
+        const char* spared = nullptr;
+        session.context().state.prompt = [&secret](PinSlot, SecretText& pin) {
+            pin = secret;
             return kPinOk;
         };
-        session.context().state.tokenNotices = [](TokenNotice notice, const std::string&) {
-            return notice != TokenNotice::FinalTry && notice != TokenNotice::FewTries &&
-                   notice != TokenNotice::PinOnReader;
+        session.context().state.tokenNotices = [&spared](TokenNotice notice, const std::string&) {
+            const bool few = notice == TokenNotice::FinalTry || notice == TokenNotice::FewTries;
+            if (few) spared = "a wrong PIN was given to the card before";
+            if (notice == TokenNotice::PinOnReader) spared = "the PIN is entered on the reader";
+            return !spared;
         };
-        session.openForReading({token ? pin_ : password_, std::nullopt});
+        try {
+            session.openForReading({secret, std::nullopt});
+        } catch (const OpError& failure) {
+            if (!spared) throw;
+            throw OpError(failure.fault(), OpStatus::Secret, failure.code(), spared);
+        }
+        session.context().state.prompt = nullptr;
+        session.context().state.tokenNotices = nullptr;
     }
 
     void show(const Watched& one) {
@@ -158,6 +200,7 @@ class Watch {
     Series series_;
     std::map<std::string, bool> looked_;
     int failure_ = 0;
+    OpStatus status_ = OpStatus::Done;
     bool ends_ = false;
 };
 
@@ -167,6 +210,7 @@ void watch(Run& run) {
     std::vector<std::pair<std::string, ProfileMedia>> listed;
     eachProfileName(run.place, [&](const std::string& name, ProfileMedia media) { listed.emplace_back(name, media); });
     Watch all(run);
+    for (const std::string& flaw : listFlaws(run.place)) all.tellFlaw(flaw);
     for (const auto& [name, media] : listed) all.look(name, media);
     all.finish();
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 #include "misc/atomic_write.h"
@@ -94,23 +95,33 @@ std::vector<FormerFile> historyOf(const std::string& securityFile) {
     return kept;
 }
 
-bool keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most) {
+std::string keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most) {
     const std::string folder = historyFolder(securityFile);
     if (fileOps().mkdir(folder, 0700) == 0) {
         shareWithOwners(securityFile, folder, 0770);
     } else if (errno != EEXIST) {
-        return false;
+        return folder + ": " + std::strerror(errno);
     }
     std::vector<FormerFile> kept = historyOf(securityFile);
-    if (most && !kept.empty() && hasOctets(kept.back(), octets)) return true;
+    if (most && !kept.empty() && hasOctets(kept.back(), octets)) return {};
     const std::string path = folder + nextName(kept) + std::string(most ? kEnding : kKeptEnding);
-    if (!writeFileAtomically(path, octets, {.mode = WriteMode::KeepOrSecret})) return false;
+    const WriteResult written = writeFileAtomically(path, octets, {.mode = WriteMode::KeepOrSecret});
+    if (!written) return path + ": " + std::strerror(written.error);
     shareWithOwners(securityFile, path, 0660);
-    if (!most) return true;
+    if (!most) return {};
     std::erase_if(kept, [](const FormerFile& one) { return isKept(one.name); });
     // One that cannot be deleted does no harm.
     for (size_t i = 0; i + *most < kept.size() + 1; ++i) static_cast<void>(fileOps().unlink(kept[i].path));
-    return true;
+    return {};
+}
+
+std::string sealHistory(const std::string& securityFile) {
+    for (const FormerFile& one : historyOf(securityFile)) {
+        const std::string base = one.path.substr(0, one.path.size() - kEnding.size());
+        if (!isKept(one.name) && fileOps().rename(one.path, base + std::string(kKeptEnding)) != 0)
+            return one.path + ": " + std::strerror(errno);
+    }
+    return {};
 }
 
 bool clearHistory(const std::string& securityFile) {

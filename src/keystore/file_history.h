@@ -26,9 +26,13 @@ struct FormerFile {
 
 /// Keeps the octets as the newest and deletes the oldest beyond `most` (1 or more); without a number they are kept
 /// until the history is cleared and nothing is deleted. Octets that the newest has already are not kept again: repeated
-/// saves that fail do not push the others out. False when they cannot be kept; the older ones then stay. The caller
-/// holds the lock on the file.
-[[nodiscard]] bool keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most);
+/// saves that fail do not push the others out. When they cannot be kept the older ones stay, and path and reason are
+/// the answer; else it is empty. The caller holds the lock on the file.
+[[nodiscard]] std::string keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most);
+
+/// Keeps all that are there until the history is cleared: the file that they belonged to is lost, and another one
+/// begins. Answers as keepFormer.
+[[nodiscard]] std::string sealHistory(const std::string& securityFile);
 
 /// Deletes all of them. False with errno when one stays. The caller holds the lock on the file.
 [[nodiscard]] bool clearHistory(const std::string& securityFile);

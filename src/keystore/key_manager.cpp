@@ -67,7 +67,7 @@ void KeyManager::forget() noexcept {
     deviceStored_.clear();
     beforeInstall_.reset();
     recordBeforeInstall_.reset();
-    historyKept_ = true;
+    historyFailure_.clear();
     unsaved_.reset();
     wipe(signedConfiguration_);
     generators_.clear();

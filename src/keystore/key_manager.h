@@ -185,7 +185,9 @@ class KeyManager {
     [[nodiscard]] bool isStronglyProtected() const { return contents_.strong; }
     void protectStrongly(bool strong) { contents_.strong = strong; }
     /// Whether the last save could keep the file of before in its history; true also where none is kept.
-    [[nodiscard]] bool wasHistoryKept() const { return historyKept_; }
+    [[nodiscard]] bool wasHistoryKept() const { return historyFailure_.empty(); }
+    /// Path and reason of what could not be kept.
+    [[nodiscard]] const std::string& historyFailure() const { return historyFailure_; }
 
     // --- Random generators
 
@@ -236,9 +238,9 @@ class KeyManager {
 
     /// The key that waits to take the place of the one that has the use (all of it, for Both); null when there is none.
     [[nodiscard]] const StoredKey* successorOf(KeyType use) const;
-    /// Deletes a key with its certificates for good, also where another session merges, and saves; the file of before
-    /// stays in the history, unless that keeps none. kKmKeyNotFound, kKmNotOnThisMedium, kKmHistoryFailed, and what
-    /// saving answers; a failure changes nothing.
+    /// Deletes a key with its certificates for good, also where another session merges, and saves; one that waits for
+    /// its place takes it at once. The file of before stays in the history, also where none is wanted. kKmKeyNotFound,
+    /// kKmNotOnThisMedium, kKmHistoryFailed, and what saving answers; a failure changes nothing.
     [[nodiscard]] KeyManagerResult deleteKey(const KeyId& id);
     /// Takes a key from elsewhere and saves: into what no other key has of the role.
     /// kKmKeyExists; kKmNotOnThisMedium; a failure changes nothing.
@@ -352,7 +354,7 @@ class KeyManager {
     OpenMode mode_ = OpenMode::LogIn;
     bool foreign_ = false;
     bool seedingSuppressed_ = false;
-    bool historyKept_ = true;
+    std::string historyFailure_;
     bool historyDemanded_ = false;  // without it nothing is written
     bool recordTaken_ = false;      // the configuration manager's record is this key store's
 };

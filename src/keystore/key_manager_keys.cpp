@@ -90,8 +90,13 @@ KeyManagerResult KeyManager::deleteKey(const KeyId& id) {
     Undo undo(*this);
     auto deleted = configuration().record().getDeletedKeys();
     deleted.push_back(toBytes(ByteView(id)));
+    const auto waits = [&](const StoredKey& key) { return successorTo(key) == id; };
+    const auto successor = std::ranges::find_if(contents_.keys, waits);
+    const auto algorithm = successor == contents_.keys.end() ? std::nullopt : successorAlgorithm(*successor);
+    const bool signs = shares(contents_.findKey(id)->role, KeyRole::Signing);
     configuration().editRecord().setDeletedKeys(deleted);
     dropDeleted(contents_, configuration().record());
+    if (algorithm && signs) configuration().editRecord().setSignaturaAlgorithmIdentifier(*algorithm);
     historyDemanded_ = true;
     return undo.keep(saveConfiguration());
 }

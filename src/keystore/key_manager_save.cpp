@@ -86,17 +86,19 @@ KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const Secr
 
 /// A save that only renews the seed, under the same password, loses nothing.
 KeyManagerResult KeyManager::keepHistory(const KeyStoreContents& contents, const SecretText& password) {
-    historyKept_ = true;
+    historyFailure_.clear();
     const CRVCfgFile& record = contents.configuration ? *contents.configuration : configuration().record();
     // What a deletion takes away is kept once even where no history is wanted.
     const long most = std::max(record.getStoreHistory(), historyDemanded_ ? 1L : 0L);
     Bytes now;
     bool missing = false;
-    if (most <= 0 || media().readFile(now, missing) != kKmOk) return kKmOk;
+    const KeyManagerResult read = media().readFile(now, missing);
+    if (missing && state_ == State::Creating) historyFailure_ = media().sealHistory();
+    if (most <= 0 || read != kKmOk) return kKmOk;
     const bool untouched = stored_ && now == stored_->octets;
     if (untouched && sameButSeed(contents, stored_->contents) && stored_->opensWith(password)) return kKmOk;
-    historyKept_ = media().keepInHistory(now, static_cast<size_t>(most));
-    return historyKept_ || !historyDemanded_ ? kKmOk : kKmHistoryFailed;
+    historyFailure_ = media().keepInHistory(now, static_cast<size_t>(most));
+    return historyFailure_.empty() || !historyDemanded_ ? kKmOk : kKmHistoryFailed;
 }
 
 void KeyManager::noteSaved() {

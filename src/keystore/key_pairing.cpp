@@ -9,6 +9,7 @@
 #include "asn/pkcs/private_key_info.h"
 #include "asn/x509/signed_certificate.h"
 #include "config/config_oids.h"
+#include "config/crv_cfg_file.h"
 #include "keystore/security_file.h"
 
 namespace crv {
@@ -77,15 +78,6 @@ void giveRoles(const LoadedSecurityFile& file, KeyStoreContents& out) {
     });
 }
 
-/// It took its place.
-void dropMark(StoredKey& key) {
-    for (const KnownOid* mark : {&OID_CRV_BAG_SUCCESSOR, &OID_CRV_BAG_SUCCESSOR_SCHEME}) {
-        Attributes held;
-        held.addEncoded(key.bagAttributes);
-        key.bagAttributes = held.encodedWithout(*mark);
-    }
-}
-
 }  // namespace
 
 bool isOrdinary(const CertAttributes& attributes, const SignedCertificate& certificate) {
@@ -128,6 +120,33 @@ std::optional<AlgorithmIdentifier> successorAlgorithm(const StoredKey& key) {
     AlgorithmIdentifier algorithm;
     const bool says = held.readExactly(key.bagAttributes) && held.get(OID_CRV_BAG_SUCCESSOR_SCHEME, algorithm);
     return says ? std::optional(algorithm) : std::nullopt;
+}
+
+void dropSuccessorMark(StoredKey& key) {
+    for (const KnownOid* mark : {&OID_CRV_BAG_SUCCESSOR, &OID_CRV_BAG_SUCCESSOR_SCHEME}) {
+        Attributes held;
+        if (held.readExactly(key.bagAttributes) && held.find(*mark)) key.bagAttributes = held.encodedWithout(*mark);
+    }
+}
+
+void dropDeleted(KeyStoreContents& contents, const CRVCfgFile& record) {
+    const auto deleted = record.getDeletedKeys();
+    const auto gone = [&](const KeyId& id) {
+        return std::ranges::any_of(deleted, [&](const Bytes& one) { return std::ranges::equal(one, id); });
+    };
+    for (StoredKey& waiting : contents.keys) {
+        const auto inUse = successorTo(waiting);
+        if (!inUse || !gone(*inUse) || gone(waiting.key->keyId())) continue;
+        const auto before =
+            std::ranges::find(contents.keys, *inUse, [](const StoredKey& key) { return key.key->keyId(); });
+        if (before == contents.keys.end()) continue;
+        waiting.role = possibleRole(*waiting.key, before->role);
+        before->role = without(before->role, waiting.role);
+        dropSuccessorMark(waiting);
+    }
+    std::erase_if(contents.keys, [&](const StoredKey& key) { return gone(key.key->keyId()); });
+    std::erase_if(contents.userCerts, [&](const CertPtr& one) { return gone(one->computeKeyIdentifierSha1Hash()); });
+    sortByRole(contents.keys);
 }
 
 bool hasTwoNames(const KeyStoreContents& contents) {
@@ -179,7 +198,10 @@ KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& cert
     const KeyRole usual = predecessor                     ? predecessor->role
                           : key->role == KeyRole::Further ? KeyRole::Signing
                                                           : key->role;
-    const KeyRole wanted = possibleRole(*key->key, roleOfCertificate(*certificate).value_or(usual));
+    KeyRole wanted = possibleRole(*key->key, roleOfCertificate(*certificate).value_or(usual));
+    // A certificate for something else is no end of the waiting.
+    const bool replaces = predecessor && shares(wanted, predecessor->role);
+    if (predecessor && !replaces) wanted = KeyRole::Further;
     for (const StoredKey& other : contents.keys)
         if (&other != &*key && &other != predecessor && shares(other.role, wanted)) return kKmRoleTaken;
 
@@ -199,7 +221,7 @@ KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& cert
     for (StoredKey& other : contents.keys)
         if (&other == predecessor) other.role = without(other.role, wanted);
     key->role = key->role | wanted;
-    if (predecessor) dropMark(*key);
+    if (replaces) dropSuccessorMark(*key);
     sortByRole(contents.keys);
     return kKmOk;
 }

@@ -8,6 +8,7 @@
 
 namespace crv {
 
+class CRVCfgFile;
 struct LoadedSecurityFile;
 
 /// The roles that a certificate's keyUsage gives its key; nothing when it does not say.
@@ -34,12 +35,20 @@ void markOrdinary(CertAttributes& attributes, const SignedCertificate& certifica
 /// What such a key will sign with; nothing when it does not say.
 [[nodiscard]] std::optional<AlgorithmIdentifier> successorAlgorithm(const StoredKey& key);
 
+/// Takes the mark away, of a key that came to its place.
+void dropSuccessorMark(StoredKey& key);
+
+/// Takes out what the record names as deleted, keys with their certificates; the key that waits for the place of such a
+/// one takes it.
+void dropDeleted(KeyStoreContents& contents, const CRVCfgFile& record);
+
 /// Whether a key is certified under two names.
 [[nodiscard]] bool hasTwoNames(const KeyStoreContents& contents);
 
 /// Installs a certificate for the key that it belongs to; one that waits for another key's place takes over its roles,
-/// as far as the certificate allows them, and the other becomes or stays a further key. Results as
-/// KeyManager::installUserCrt, a failure changes nothing.
+/// as far as the certificate allows them, and the other becomes or stays a further key. Where the certificate allows
+/// none of them, the key goes on waiting and nothing changes hands. Results as KeyManager::installUserCrt, a failure
+/// changes nothing.
 [[nodiscard]] KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& certificate,
                                                bool recertification);
 

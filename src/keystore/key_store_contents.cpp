@@ -6,6 +6,7 @@
 #include "asn/x509/signed_certificate.h"
 #include "config/config_oids.h"
 #include "config/crv_cfg_file.h"
+#include "keystore/key_pairing.h"
 
 namespace crv {
 namespace {
@@ -177,6 +178,9 @@ KeyStoreContents mergeContents(const KeyStoreContents& base, const KeyStoreConte
     KeyStoreContents merged;
     merged.keys = mergeLists(base.keys, mine.keys, theirs.keys, kSameKey, kNever);
     settleRoles(merged.keys, base.keys, mine.keys);
+    // The item of a session that had not seen it come to its role still has the mark.
+    for (StoredKey& key : merged.keys)
+        if (key.role != KeyRole::Further) dropSuccessorMark(key);
     merged.userCerts = mergeLists(base.userCerts, mine.userCerts, theirs.userCerts, kSameCert, isReplaced);
     const auto users = base.configuration ? base.configuration->getTrustedCAs() : Certificates();
     const auto deletable = [&](const CertList&, const CertPtr& point) {
@@ -205,15 +209,6 @@ bool sameButSeed(const KeyStoreContents& a, const KeyStoreContents& b) {
            std::ranges::equal(a.userCerts, b.userCerts, kSameCert) &&
            std::ranges::equal(a.trustedCerts, b.trustedCerts, kSameCert) && a.certAttributes == b.certAttributes &&
            a.others == b.others && (a.configuration == b.configuration || record(a) == record(b));
-}
-
-void dropDeleted(KeyStoreContents& contents, const CRVCfgFile& record) {
-    const auto deleted = record.getDeletedKeys();
-    const auto gone = [&](const KeyId& id) {
-        return std::ranges::any_of(deleted, [&](const Bytes& one) { return std::ranges::equal(one, id); });
-    };
-    std::erase_if(contents.keys, [&](const StoredKey& key) { return gone(key.key->keyId()); });
-    std::erase_if(contents.userCerts, [&](const CertPtr& one) { return gone(one->computeKeyIdentifierSha1Hash()); });
 }
 
 void sortByRole(std::vector<StoredKey>& keys) {

@@ -87,9 +87,6 @@ struct KeyStoreContents {
 /// Whether nothing but the seed differs.
 [[nodiscard]] bool sameButSeed(const KeyStoreContents& a, const KeyStoreContents& b);
 
-/// Takes out what the record names as deleted, keys with their certificates.
-void dropDeleted(KeyStoreContents& contents, const CRVCfgFile& record);
-
 /// Brings two descendants of one ancestor together: what `mine` added, changed or deleted since `base` wins, everything
 /// else is as in `theirs`. Keys, certificates and the record's fields are compared one by one, in the record's lists of
 /// certificates, policies and accepted key usages each entry. Only what can be deleted is ever dropped: keys never, the

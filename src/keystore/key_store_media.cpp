@@ -62,8 +62,12 @@ bool KeyStoreMedia::keepOriginal(ByteView) {
     return true;
 }
 
-bool KeyStoreMedia::keepInHistory(ByteView, size_t) {
-    return true;
+std::string KeyStoreMedia::keepInHistory(ByteView, size_t) {
+    return {};
+}
+
+std::string KeyStoreMedia::sealHistory() {
+    return {};
 }
 
 KeyManagerResult KeyStoreMedia::readConfiguration(const RecordCheck&, Bytes& record) {

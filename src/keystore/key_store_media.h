@@ -61,8 +61,11 @@ class KeyStoreMedia {
     /// Replaces it. kKmOpenFailed, kKmWriteFailed.
     [[nodiscard]] virtual KeyManagerResult writeFile(ByteView octets);
 
-    /// Keeps the octets of the file among its former ones, of which `most` stay; false when that fails.
-    [[nodiscard]] virtual bool keepInHistory(ByteView octets, size_t most);
+    /// Keeps the octets of the file among its former ones, of which `most` stay; answers as keepFormer.
+    [[nodiscard]] virtual std::string keepInHistory(ByteView octets, size_t most);
+
+    /// Keeps all former files for good, before a new file takes the place of a lost one; answers as keepFormer.
+    [[nodiscard]] virtual std::string sealHistory();
 
     /// Keeps the octets of a file that another program wrote beside it, before it is replaced for the first time.
     [[nodiscard]] virtual bool keepOriginal(ByteView octets);

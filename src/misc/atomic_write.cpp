@@ -91,7 +91,7 @@ bool setMode(int fd, mode_t rights) {
 
 bool setRights(int fd, const struct stat* old, WriteMode mode) {
     mode_t rights = mode == WriteMode::KeepOrCommon ? kCommonMode : kSecretMode;
-    if (old) {
+    if (old && mode != WriteMode::Private) {
         rights = old->st_mode & kPermissionBits;
         // Without the right to give the file away it stays ours; a group that we cannot set must not gain rights.
         if (fileOps().fchown(fd, old->st_uid, old->st_gid) != 0 &&
@@ -165,10 +165,12 @@ ContentSource sourceOf(ByteView content) {
     return [content](const ContentSink& put) { return put(content); };
 }
 
-/// Pipes and devices take the octets as they come; a regular file is cut to its new length and synced.
-WriteResult writeInto(const std::string& path, const ContentSource& source, mode_t mode, bool regular) {
+/// Pipes and devices take the octets as they come; a regular file is cut to its new length and synced. `hide` takes the
+/// rights of others from an old one first.
+WriteResult writeInto(const std::string& path, const ContentSource& source, mode_t mode, bool regular,
+                      bool hide = false) {
     const FileDescriptor fd(fileOps().open(path, regular ? O_WRONLY | O_CREAT : O_WRONLY, mode));
-    if (!fd.valid()) return failed(WriteStep::Open);
+    if (!fd.valid() || (hide && !setMode(fd.get(), mode))) return failed(WriteStep::Open);
     PieceWriter writer(fd.get(), regular);
     if (const WriteStep step = writer.take(source); step != WriteStep::None) return failed(step);
     if (!regular) return {};
@@ -247,7 +249,8 @@ WriteResult replace(const std::string& path, const ContentSource& source, const 
     TemporaryFile temporary(folderOf(path));
     if (!temporary.exists()) {
         const mode_t newMode = options.mode == WriteMode::KeepOrCommon ? kCommonMode : kSecretMode;
-        if (options.inPlaceFallback && folderRefuses(errno)) return writeInto(path, source, newMode, true);
+        if (options.inPlaceFallback && folderRefuses(errno))
+            return writeInto(path, source, newMode, true, options.mode == WriteMode::Private);
         return failed(WriteStep::Open);
     }
     if (old && options.mode == WriteMode::Secret) {

@@ -17,6 +17,8 @@ enum class WriteMode {
     /// rewritten in place after its octets were put beside it ("<file>.crv-old"). They stay there when the process dies
     /// or the rewriting fails; the next writer puts them back.
     Secret,
+    /// What leaves a profile for a file of the user's: 0600 and the process's own, whatever stood there before.
+    Private,
     KeepOrSecret,  ///< mode and owner of the old file; 0600 when there was none
     KeepOrCommon   ///< mode and owner of the old file; 0644 when there was none
 };

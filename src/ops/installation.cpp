@@ -6,6 +6,7 @@
 
 #include "asn/x509/signed_certificate.h"
 #include "keystore/key_manager.h"
+#include "keystore/key_pairing.h"
 
 namespace crv {
 namespace {
@@ -51,6 +52,12 @@ Installation installOwn(KeyManager& keys, const CertList& own, const InstallHook
 }
 
 }  // namespace
+
+bool stillWaits(const KeyManager& keys, const SignedCertificate& certificate) {
+    const KeyId id = certificate.computeKeyIdentifierSha1Hash();
+    return std::ranges::any_of(keys.keys(),
+                               [&](const StoredKey& key) { return key.key->keyId() == id && successorTo(key); });
+}
 
 Installation installCertificates(KeyManager& keys, const CertList& certificates, const InstallHooks& hooks) {
     try {

@@ -33,4 +33,8 @@ struct Installation {
 [[nodiscard]] Installation installCertificates(KeyManager& keys, const CertList& certificates,
                                                const InstallHooks& hooks);
 
+/// Whether the key of the certificate still waits for another one's place after its installation: the certificate
+/// allows it nothing of what that one does.
+[[nodiscard]] bool stillWaits(const KeyManager& keys, const SignedCertificate& certificate);
+
 }  // namespace crv

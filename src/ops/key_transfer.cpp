@@ -60,14 +60,14 @@ SecretBytes exportedPem(const StoredKey& key, const CertList& chain, const Secre
     return toSecret(asBytes(text));
 }
 
-void takePem(std::string_view block, const SecretText& password, KeysOfFile& out) {
+void takePem(std::string_view block, const PbePassword& password, KeysOfFile& out) {
     std::string label;
     const auto octets = fromPem(block, &label);
     if (!octets) throw OpError(OpFault::BadFile);
     if (label == kEncipheredKey) {
         EncryptedPrivateKeyInfo shrouded;
         if (!shrouded.readExactly(*octets)) throw OpError(OpFault::BadFile, label);
-        out.keys.push_back(shrouded.decrypt(PbePassword(password.view())).key());
+        out.keys.push_back(shrouded.decrypt(password).key());
     } else if (label == kPlainKey) {
         out.keys.push_back(PrivateKey::fromPkcs8(*octets));
     } else if (CertPtr certificate = label == "CERTIFICATE" ? makeCert(*octets) : nullptr) {
@@ -75,7 +75,7 @@ void takePem(std::string_view block, const SecretText& password, KeysOfFile& out
     }
 }
 
-KeysOfFile keysOfPem(std::string_view text, const SecretText& password) {
+KeysOfFile keysOfPem(std::string_view text, const PbePassword& password) {
     constexpr std::string_view kBegin = "-----BEGIN ";
     KeysOfFile found;
     for (size_t at = text.find(kBegin); at != std::string_view::npos;) {
@@ -89,6 +89,7 @@ KeysOfFile keysOfPem(std::string_view text, const SecretText& password) {
 /// What can be wrong with an enciphered key.
 KeyManagerResult resultOfFailure(CryptoFailure failure) {
     if (failure == CryptoFailure::Unsupported) return kKmProtectionNotSupported;
+    if (failure == CryptoFailure::Cancelled) return kKmStopped;
     return failure == CryptoFailure::BadData ? kKmWrongPassword : kKmBadFormat;
 }
 
@@ -121,23 +122,30 @@ SecretBytes exportedKey(const StoredKey& key, const CertList& chain, KeyFileForm
     return format == KeyFileFormat::Pkcs12 ? exportedPkcs12(key, chain, password) : exportedPem(key, chain, password);
 }
 
-KeysOfFile keysOfFile(ByteView octets, const SecretText& password) {
+KeysOfFile keysOfFile(ByteView octets, const SecretText& password, const std::function<bool()>& goOn) {
     const std::string_view text = asText(octets);
     KeysOfFile found;
     if (text.find("-----BEGIN ") != std::string_view::npos) {
         try {
-            found = keysOfPem(text, password);
+            found = keysOfPem(text, PbePassword(password.view(), goOn));
         } catch (const CryptoError& error) {
             demandKeys(resultOfFailure(error.failure()));
         }
     } else {
         LoadedSecurityFile loaded;
-        demandKeys(readSecurityFile(octets, password, false, loaded));
+        demandKeys(readSecurityFile(octets, password, false, loaded, goOn));
         for (const LoadedSecurityFile::Key& key : loaded.keys) found.keys.push_back(key.key);
         found.certificates = loaded.certificates;
     }
     if (found.keys.empty()) throw OpError(OpFault::BadFile);
     return found;
+}
+
+CertList authoritiesOf(const KeysOfFile& found) {
+    CertList authorities;
+    for (const CertPtr& one : found.certificates)
+        if (one->isCaCrt()) authorities.push_back(one);
+    return authorities;
 }
 
 KeyManagerResult importKeyInto(KeyManager& keys, const PrivateKey& key, const CertList& certificates,

@@ -1,6 +1,7 @@
 // Keys that leave a profile for other programs, and keys that come from them.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,8 +37,12 @@ struct KeysOfFile {
     CertList certificates;
 };
 /// What a PKCS#12 file, or PEM blocks of keys (plain or enciphered) and certificates hold. Throws OpError:
-/// KeyStoreFailed (a wrong password, a protection that is unknown here), BadFile for what holds no key.
-[[nodiscard]] KeysOfFile keysOfFile(ByteView octets, const SecretText& password);
+/// KeyStoreFailed (a wrong password, a protection that is unknown here or has too many rounds), BadFile for what holds
+/// no key. `goOn` is asked while the password is turned into keys, which files of others may make long; false stops
+/// that (KeyStoreFailed).
+[[nodiscard]] KeysOfFile keysOfFile(ByteView octets, const SecretText& password, const std::function<bool()>& goOn);
+/// The certificates of authorities among them.
+[[nodiscard]] CertList authoritiesOf(const KeysOfFile& found);
 
 /// Takes the key and its certificates into a store that is open for a change, and saves (KeyManager::importKey);
 /// without `write` it is only looked whether it can be taken. Without a role the keyUsage of its certificate says, else

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "misc/ascii.h"
 #include "misc/atomic_write.h"
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
@@ -63,10 +64,18 @@ void demandName(const std::string& name) {
         throw OpError(OpFault::BadValue, name);
 }
 
+/// A record that cannot be opened for its "Type" is not taken for one that is not there.
+void demandSound(const ListPlace& place, ProfileMedia media, const std::string& name) {
+    for (const ListFlaw& flaw :
+         withList(place.path(media), [&] { return CrvProfile::getListFlaws(media, place.file); }))
+        if (equalIgnoreCase(flaw.name, name)) throw OpError(OpFault::ListFailed, flaw.text);
+}
+
 void demandFree(const ListPlace& place, ProfileMedia media, const std::string& name) {
     demandName(name);
-    if (fileExists(place.path(media)) && CrvProfile::getProfileByName(media, place.file, name))
-        throw OpError(OpFault::ProfileExists, name);
+    if (!fileExists(place.path(media))) return;
+    if (CrvProfile::getProfileByName(media, place.file, name)) throw OpError(OpFault::ProfileExists, name);
+    demandSound(place, media, name);
 }
 
 std::string dbKindOf(const std::string& text) {
@@ -141,11 +150,15 @@ void demandList(const ListPlace& place) {
     if (place.kind == AvailableProfiles::File && !fileExists(path)) throw OpError(OpFault::FileMissing, path);
 }
 
-void eachList(const ListPlace& place, const std::function<void(ProfileIterator&, ProfileMedia)>& visit) {
-    demandList(place);
+std::vector<ProfileMedia> listsOf(const ListPlace& place) {
     std::vector<ProfileMedia> lists{place.home()};
     if (place.kind == AvailableProfiles::All) lists.push_back(ProfileMedia::Common);
-    for (const ProfileMedia media : lists) {
+    return lists;
+}
+
+void eachList(const ListPlace& place, const std::function<void(ProfileIterator&, ProfileMedia)>& visit) {
+    demandList(place);
+    for (const ProfileMedia media : listsOf(place)) {
         const auto iterator =
             withList(place.path(media), [&] { return CrvProfile::getProfileIterator(media, place.file); });
         visit(*iterator, media);
@@ -169,13 +182,27 @@ void eachProfileName(const ListPlace& place, const std::function<void(const std:
     });
 }
 
+std::vector<std::string> listFlaws(const ListPlace& place) {
+    demandList(place);
+    std::vector<std::string> texts;
+    for (const ProfileMedia media : listsOf(place)) {
+        for (const ListFlaw& flaw :
+             withList(place.path(media), [&] { return CrvProfile::getListFlaws(media, place.file); }))
+            texts.push_back(flaw.text);
+    }
+    return texts;
+}
+
 FoundProfile findProfile(const ListPlace& place, const std::string& name) {
     if (name.empty()) throw OpError(OpFault::NoProfileNamed);
     demandList(place);
     FoundProfile found;
     found.profile =
         withList(place.path(place.home()), [&] { return loadCrvProfile(place.kind, name, place.file, &found.media); });
-    if (!found.profile) throw OpError(OpFault::ProfileMissing, name);
+    if (!found.profile) {
+        demandSound(place, found.media, name);
+        throw OpError(OpFault::ProfileMissing, name);
+    }
     return found;
 }
 

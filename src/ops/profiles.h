@@ -56,6 +56,9 @@ void eachProfile(const ListPlace& place, const std::function<void(const CrvProfi
 /// The same without reading the records, so that a damaged one hides no other.
 void eachProfileName(const ListPlace& place, const std::function<void(const std::string&, ProfileMedia)>& visit);
 
+/// What keeps records of the lists from being profiles at all, each with its list and line.
+[[nodiscard]] std::vector<std::string> listFlaws(const ListPlace& place);
+
 /// Throws OpError (ProfileMissing, NoProfileNamed).
 FoundProfile findProfile(const ListPlace& place, const std::string& name);
 

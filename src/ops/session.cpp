@@ -87,9 +87,10 @@ KeysNotIn keysNotIn(const std::string& file, const std::string& name, const Secr
     KeysNotIn answer;
     LoadedSecurityFile then, now;
     if (former == history.end()) throw OpError(OpFault::ObjectMissing, historyFolder(file) + name);
-    demandKeys(readSecurityFile(importFile(former->path), password, false, then));
+    const auto goOn = [] { return !processEnding(); };
+    demandKeys(readSecurityFile(importFile(former->path), password, false, then, goOn));
     if (!fileExists(file)) return answer;
-    answer.known = readSecurityFile(importFile(file), password, false, now) == kKmOk;
+    answer.known = readSecurityFile(importFile(file), password, false, now, goOn) == kKmOk;
     for (const LoadedSecurityFile::Key& key : now.keys) {
         const KeyId id = key.key.keyId();
         const auto same = [&](const LoadedSecurityFile::Key& one) { return one.key.keyId() == id; };
@@ -106,8 +107,10 @@ void restoreFormerFile(const std::string& file, const std::string& name, const S
     MemoryFile memory(octets);
     demandKeys(checkPasswdGF(memory, password));
     if (!write) return;
-    const bool kept = !fileExists(file) || keepFormer(file, importFile(file), std::nullopt);
-    if (!kept) demandKeys(kKmHistoryFailed);
+    if (fileExists(file)) {
+        const std::string failure = keepFormer(file, importFile(file), std::nullopt);
+        if (!failure.empty()) throw OpError(OpFault::FileUnwritable, failure);
+    }
     if (!writeFileAtomically(file, octets, {.mode = WriteMode::Secret})) demandKeys(kKmWriteFailed);
 }
 

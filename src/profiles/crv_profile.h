@@ -25,6 +25,12 @@ enum class ProfileKind { Csp = 0, Pkcs12 = 1, Tarvo23 = 3, Pkcs11 = 5, Memory = 
 
 class ProfileIterator;
 
+/// What is wrong with a record of a list.
+struct ListFlaw {
+    std::string name;  ///< of the record, upper-cased
+    std::string text;  ///< with the list and the line
+};
+
 /// A record lives on its own: changes reach a list through saveProfile only. Each kind brings its table of attributes,
 /// all state stands here, and a record assigns as a whole. Its servers, its proxy and the extended key usages that it
 /// accepts are operated by the bases.
@@ -79,6 +85,9 @@ class CrvProfile : public CRVObject, public ServerList, public ProxySettings, pu
     static bool getNextProfileName(ProfileIterator& iterator, std::string& name);
     /// The record at an index from 0, or null.
     static std::unique_ptr<CrvProfile> getProfile(ProfileMedia media, const std::string& file, long index);
+    /// Records that nobody can open because their "Type" is no number; one that declares nothing, or a number that is
+    /// none of Type's, is no profile and not told. Errors as above.
+    static std::vector<ListFlaw> getListFlaws(ProfileMedia media, const std::string& file);
     /// The record of a name in a loaded list, or null when it is no profile.
     static std::unique_ptr<CrvProfile> readProfile(const UniversalConfMgr& store, const std::string& name);
 

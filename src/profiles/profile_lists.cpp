@@ -45,6 +45,13 @@ long declaredType(const UniversalConfMgr& list, const std::string& name) {
     return type && isListedKind(*type) ? *type : 0;
 }
 
+/// What is said of a record whose "Type" is no number; empty for any other.
+std::string flawOf(const UniversalConfMgr& list, const std::string& path, const std::string& name) {
+    const NodeDesc* node = list.findNode("\\" + name + "\\Type");
+    if (!node || node->type() == UCMNodeType::Long) return {};
+    return "Plik: " + path + ": Typ profilu " + name + " nie jest liczba [l] w linii: " + std::to_string(node->line);
+}
+
 /// The next name of a record, past entries that are no profiles.
 bool nextName(const UniversalConfMgr& list, UniversalConfMgr::Iterator& at, std::string& name) {
     while (at) {
@@ -105,6 +112,19 @@ std::unique_ptr<ProfileIterator> CrvProfile::getProfileIterator(ProfileMedia med
         for (*count = 0; nextName(iterator->list_, at, name);) ++*count;
     }
     return iterator;
+}
+
+std::vector<ListFlaw> CrvProfile::getListFlaws(ProfileMedia media, const std::string& file) {
+    const UniversalConfMgr list = loadList(media, file);
+    std::vector<ListFlaw> flaws;
+    UniversalConfMgr::Iterator at;
+    for (list.getIterator(at, "\\", UCMNodeType::Key); at; ++at) {
+        std::string name = at.getDescr();
+        name.pop_back();
+        if (std::string flaw = flawOf(list, getCfgFileName(media, file), name); !flaw.empty())
+            flaws.push_back({name, std::move(flaw)});
+    }
+    return flaws;
 }
 
 bool CrvProfile::getNextProfileName(ProfileIterator& iterator, std::string& name) {

@@ -1,8 +1,12 @@
 #include "profiles/universal_conf_mgr.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
+#include <filesystem>
 
 #include "corvane/crverrors.h"
 #include "misc/ascii.h"
@@ -96,6 +100,7 @@ class ListReader {
         line_.clear();
         if (kind == ListLine::Comment) return;
         if (kind == ListLine::Broken) fail(": Blad skladni w linii: %d");
+        node.line = number_;
         // Lists are written in the order of their paths, so the end is the likely place.
         size_t before = store_.nodes_.size();
         store_.nodes_.emplace_hint(store_.nodes_.end(), std::move(name), std::move(node));
@@ -167,33 +172,81 @@ bool isAsSaved(ByteView octets, const std::string& path) {
     return list.toText() == asText(octets);
 }
 
-/// Comments, order and letters of a list that somebody wrote do not survive a save: that list stays as "<list>~".
-void keepHandWritten(const std::string& path) {
-    Bytes old;
-    try {
-        old = readFile(path);
-    } catch (const StoreError&) {
-        return;  // there is none
+constexpr int kMostKept = 99;
+
+bool holds(const std::string& path, const struct stat& info, ByteView octets) try {
+    return S_ISREG(info.st_mode) && info.st_size == static_cast<int64_t>(octets.size()) &&
+           std::ranges::equal(readFile(path), octets);
+} catch (const StoreError&) {
+    return false;
+}
+
+/// Where a hand-written list can be kept: the first name that is free; empty when one keeps it already.
+std::string freeName(const std::string& path, ByteView octets) {
+    for (int number = 0; number <= kMostKept; ++number) {
+        std::string name = path + (number == 0 ? "~" : "~" + std::to_string(number) + "~");
+        struct stat info {};
+        if (fileOps().lstat(name, &info) != 0) {
+            if (errno == ENOENT) return name;
+            break;
+        }
+        if (holds(name, info, octets)) return {};
     }
+    return path + "~";
+}
+
+/// Comments, order and letters of a list that somebody wrote do not survive a save: that list stays beside it. Others
+/// own what has such a name already, or it is an earlier one of this list's, so nothing is ever written over.
+void keepHandWritten(const std::string& path) {
+    if (!fileExists(path)) return;
+    const Bytes old = readFile(path);
     if (isAsSaved(old, path)) return;
-    if (!writeFileAtomically(path + "~", old, {WriteMode::KeepOrSecret}))
-        logLine(LogLevel::Warning, "the list as it was written by hand could not be kept: " + path + "~");
+    const std::string copy = freeName(path, old);
+    struct stat info {};
+    if (copy.empty()) return;
+    const bool taken = fileOps().lstat(copy, &info) == 0;
+    const WriteResult written =
+        taken ? WriteResult{WriteStep::Open, EEXIST} : writeFileAtomically(copy, old, {WriteMode::Private});
+    if (!written) {
+        throw StoreError(StoreCause::Failed, "Nie zmieniono listy pisanej recznie, bo nie powstala jej kopia " + copy +
+                                                 ": " + std::strerror(written.error));
+    }
+    // What root keeps of a user's list is the user's.
+    const FileDescriptor kept(fileOps().open(copy, O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (kept.valid() && fileOps().stat(path, &info) == 0)
+        static_cast<void>(fileOps().fchown(kept.get(), info.st_uid, info.st_gid));
+}
+
+/// Whether a list is the user's alone: the process's own file, below HOME unless it is the user's by its kind.
+bool isOwn(const std::string& path, ProfileMedia media) {
+    struct stat info {};
+    if (fileOps().stat(path, &info) != 0) return true;
+    if (info.st_uid != ::geteuid()) return false;
+    if (media == ProfileMedia::User) return true;
+    std::error_code failed, none;
+    const auto home = std::filesystem::canonical(expandHome("~/"), failed);
+    const auto real = std::filesystem::canonical(path, none);
+    return !failed && !none && std::ranges::mismatch(home, real).in1 == home.end();
 }
 
 }  // namespace
 
 /// Lists hold passwords of servers, proxies and databases, which are hidden from a glance and no more.
-WriteMode UniversalConfMgr::writeMode() const {
+WriteMode UniversalConfMgr::writeMode(const std::string& path) const {
     if (media_ == ProfileMedia::Common) return WriteMode::KeepOrCommon;
     const bool secret = std::ranges::any_of(nodes_, [](const auto& entry) { return entry.first.ends_with("PASS"); });
-    return secret ? WriteMode::Secret : WriteMode::KeepOrSecret;
+    if (!secret) return WriteMode::KeepOrSecret;
+    if (isOwn(path, media_)) return WriteMode::Private;
+    // Somebody else's, or a list in a place that programs of others read: who may is its owner's to say.
+    return media_ == ProfileMedia::User ? WriteMode::Secret : WriteMode::KeepOrSecret;
 }
 
 void UniversalConfMgr::seveToFile(const std::string& path) {
     if (const std::string* name = findUnwritable())
         throw CrvApiException(ECRV_API_INV_PAR, "Niepoprawna wartosc parametru konfiguracyjnego: " + *name);
-    keepHandWritten(expandHome(path));
-    const WriteResult result = writeFileAtomically(expandHome(path), asBytes(toText()), {writeMode(), true});
+    const std::string file = expandHome(path);
+    keepHandWritten(file);
+    const WriteResult result = writeFileAtomically(file, asBytes(toText()), {writeMode(file), true});
     if (result.failed == WriteStep::Open) throw StoreError(StoreCause::NotOpened, "Blad otwarcia pliku: " + path);
     if (result.failed == WriteStep::Write) throw StoreError(StoreCause::Failed, "Błąd zapisu pliku: " + path);
     pendingChanges_ = false;

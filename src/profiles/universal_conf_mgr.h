@@ -20,9 +20,10 @@ enum class UCMNodeType { Key = 1, Long = 2, String = 4, Binary = 8 };
 /// A value with its type.
 struct NodeDesc {
     std::variant<long, std::string, std::vector<char>> value;
+    size_t line = 0;  ///< of the list that it was read from, from 1; 0 for one that was set
 
     [[nodiscard]] UCMNodeType type() const;
-    bool operator==(const NodeDesc&) const = default;
+    bool operator==(const NodeDesc& other) const { return value == other.value; }
 };
 
 /// Ordered map from a path, such as \DEMO\TYPE, to a typed value. Paths fold ASCII letters to upper case on every way
@@ -47,10 +48,11 @@ class UniversalConfMgr {
     /// The same from the text of a list; the path only stands in the error texts.
     void loadFromText(std::string_view text, const std::string& path);
     /// Replaces the file ("~/" expanded) in one step by the whole store and clears the mark of pending changes. A list
-    /// that was written by hand is kept as "<list>~" first. A new common list gets mode 0644, any other new list 0600,
-    /// as does one with passwords that others may read; where no file can be made beside it, the list is rewritten in
-    /// place. Throws CrvApiException (ECRV_API_INV_PAR) for a value that a reader could not read back, before
-    /// anything is touched, and StoreError for a failed open or write, after which the old file is still there.
+    /// that was written by hand is kept first, as "<list>~", where that is taken as "<list>~1~" and so on (mode 0600).
+    /// A new common list gets mode 0644, any other new list 0600, as does one of the user's own with passwords in it;
+    /// where no file can be made beside it, the list is rewritten in place. Throws CrvApiException (ECRV_API_INV_PAR)
+    /// for a value that a reader could not read back, and StoreError when the hand-written list cannot be kept, both
+    /// before anything is touched, and StoreError for a failed open or write, after which the old file is still there.
     void seveToFile(const std::string& path);
     /// Path of the first node that a reader could not read back; null when all of them could.
     [[nodiscard]] const std::string* findUnwritable() const;
@@ -97,7 +99,7 @@ class UniversalConfMgr {
     template <class T>
     bool getTyped(const std::string& path, T& value, bool demanded, const char* typeName) const;
 
-    [[nodiscard]] WriteMode writeMode() const;
+    [[nodiscard]] WriteMode writeMode(const std::string& path) const;
 
     Nodes nodes_;
     ProfileMedia media_;

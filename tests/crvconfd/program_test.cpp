@@ -249,6 +249,13 @@ TEST_F(Selection, NothingToChooseFromAndABrokenListEndTheProgram) {
     broken.send(" ");
     EXPECT_EQ(broken.waitExit(), 255);
     EXPECT_EQ(broken.errors(), "Blad skladni w linii: 3, plik: ~/.crvprofiles.conf" + searched + "\n");
+    writeFile(file, "\\A\\Type [l] = 1\n\\ODD\\Type [s] = 1\n");
+    ScreenProgram odd = open({"-user"});
+    odd.waitFor("Typ profilu ODD nie jest liczba [l] w linii: 2, plik: ~/.crvprofiles.conf");
+    odd.send(" ");
+    odd.waitFor(">A ");
+    odd.send("w");
+    EXPECT_EQ(odd.waitExit(), 0);
 }
 
 TEST_F(Selection, ListsAreChangedByTheKeysOfRow21) {

@@ -235,7 +235,10 @@ TEST_F(MenuScreen, KeysLeaveComeAndGoAndFormerFilesComeBack) {
           {kRepeat, other + "\r"}});
     play({{"Klucz został zapisany", " "}, {keysList, "u"}, {"UŻYCIU", "n"}, {keysList, "u"}, {"UŻYCIU", "t"}});
     play({{"na dobre", "n"}, {keysList, "u"}, {"UŻYCIU", "t"}, {"na dobre", "t"}, {"Klucz usunięty", " "}});
-    play({{"Brak kluczy", "i"}, {name, "~/klucz żółty.p12\r"}, {"Hasło tego pliku:", kPassword + "\r"}, {"asło", " "}});
+    play({{"Brak kluczy", "i"},
+          {name, "~/klucz żółty.p12\r"},
+          {"Hasło tego pliku:", kPassword + "\r"},
+          {"Błędne hasło", " "}});
     play({{"Brak kluczy", "i"},
           {name, keys::kUp + "\r"},
           {"Hasło tego pliku:", other + "\r"},
@@ -254,10 +257,21 @@ TEST_F(MenuScreen, KeysLeaveComeAndGoAndFormerFilesComeBack) {
     const std::string read = run("openssl pkcs12 -in 'klucz żółty.p12' -nodes -passin pass:" + other);
     EXPECT_NE(read.find("BEGIN PRIVATE KEY"), std::string::npos);
 
+    save("praca.p12", toBytes(asBytes("damaged")));
+    start();
+    play(
+        {{kSelection, "\r"}, {"Wprowadź hasło", kPassword + "\r"}, {"Błędny format", " "}, {"Pokazać je (t/n)?", "t"}});
+    play({{"Poprzednie pliki", "p"},
+          {"Wrócić do pliku z", "t"},
+          {"Hasło, które", kPassword + "\r"},
+          {"nowsze klucze", "t"}});
+    play({{"Wprowadź hasło", kPassword + "\r"}});
+    EXPECT_EQ(leave(), 0);
+
     std::filesystem::remove(file("praca.p12"));
     start();
     const Steps creation = fileCreation();
-    play({{kSelection, "\r"}, {"Są poprzednie pliki", " "}, {"M: utwórz z mocną ochroną", "xm"}});
+    play({{kSelection, "\r"}, {"Są poprzednie pliki", "n"}, {"M: utwórz z mocną ochroną", "xm"}});
     play({creation.begin() + 1, creation.end()});
     EXPECT_EQ(leave(), 0);
     EXPECT_NE(run("openssl pkcs12 -in praca.p12 -info -noout -passin pass:" + kPassword + " 2>&1").find("PBKDF2"),

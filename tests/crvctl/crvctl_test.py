@@ -298,7 +298,9 @@ class Stores(Case):
         self.changed("cert", "install", "nast.crt", *self.KEYS)
         self.assertEqual(keys(), [("sign", False), ("decrypt", True)], "the old key still reads what was enciphered for it")
         for form in ("p12", "pem"):
-            self.changed("key", "export", "k." + form, "--format", form, "--key-id", old[:8], "--new-password-file", "password", "--yes", *self.KEYS)
+            pathlib.Path("k." + form).touch(0o664)
+            self.changed("key", "export", "k." + form, "--format", form, "--key-id", old[:8], "--new-password-file", "password", "--yes",
+                         "--force", *self.KEYS)
             self.assertEqual(os.stat("k." + form).st_mode & 0o777, 0o600)
         delete = ("key", "delete", old, "--yes", *self.KEYS)
         self.assertEqual(self.answer(*delete, status=6)["fault"], "key-in-use")
@@ -306,7 +308,10 @@ class Stores(Case):
         for form in ("p12", "pem"):
             self.changed(*delete, "--in-use", "--again", old)
             self.assertEqual(keys(), [("sign", False)])
-            self.changed("key", "import", "k." + form, "--import-password-file", "password", "--yes", *self.KEYS)
+            take = ("key", "import", "k." + form, "--import-password-file", "password", "--yes", *self.KEYS)
+            self.answer(*take, "--key-id", "0" * 40, status=3)
+            told = self.changed(*take, "--key-id", old[:8])["changes"]
+            self.assertIn(CA, [one["name"] for one in told], "no certificate goes into the database unsaid")
             self.assertEqual(keys(), [("sign", False), ("decrypt", True)])
         self.changed(*delete, "--in-use", "--again", old)
         former = self.read("store", "history")["result"]["items"]
@@ -332,6 +337,27 @@ class Stores(Case):
             told = self.run_it("watch", "--format", "prometheus", *keys, status=1).stdout.decode()
             self.assertIn('corvane_profile_looked_at{profile="DROGA"} ' + looked, told)
             self.assertIn('kind="crl"', told)  # the database is looked at although the keys are not
+        self.assertEqual(self.answer("watch", "--days", "0", status=4)["ok"], False, "nothing ends, but nobody looked")
+        for name, secret, status in (("corvane.password", b"Falsz-123", 4), ("corvane.password.Droga", self.secret, 0)):
+            pathlib.Path("cred").mkdir(exist_ok=True)
+            pathlib.Path("cred", name).write_bytes(secret)
+            self.answer("watch", "--days", "0", status=status, CREDENTIALS_DIRECTORY="cred")
+        self.changed("profile", "create", "NOWY")
+        self.answer("watch", "--days", "0", *self.KEYS)  # what was never begun has nothing that ends
+        with open("profiles.conf", "a", encoding="utf-8") as lists:
+            lists.write('\\ZLY\\Type [s] = "1"\n')
+        told = self.answer("watch", "--days", "0", *self.KEYS, status=7)["warnings"]
+        self.assertRegex(told[0], "ZLY.* w linii: [0-9]+$")
+        self.assertEqual(self.answer("profile", "list")["warnings"], told)
+        self.assertEqual(self.answer("profile", "show", "ZLY", status=7)["fault"], "list-failed")
+        self.answer("profile", "create", "ZLY", status=7)
+        self.answer("profile", "set", "NOWY", "--db", "inna")
+        self.assertIn(r'\ZLY\Type [s] = "1"', pathlib.Path("profiles.conf~").read_text("utf-8"))
+        pathlib.Path("DROGA.p12").unlink()
+        self.assertIn("DROGA.p12.d", str(self.answer("watch", "--days", "0", *self.KEYS, status=7)["warnings"]))
+        former = self.answer("store", "history", "-p", "DROGA")["result"]["items"][-1]["name"]
+        self.changed("store", "restore", former, "--yes", *self.KEYS)
+        self.read("key", "list", *self.KEYS)
 
     def test_changes_of_keys_certificates_and_lists(self):
         self.assertEqual(self.answer("store", "init", *self.KEYS, status=6)["fault"], "store-exists")

@@ -10,14 +10,12 @@
 #include <unistd.h>
 
 #include <cstddef>
-#include <random>
 #include <set>
 
 #include "asn/x509/sign_algo.h"
 #include "config/config_oids.h"
 #include "corvane/crvprofile.h"
 #include "key_store_session.h"
-#include "keystore/file_history.h"
 #include "misc/exceptions.h"
 #include "support/faulty_file_ops.h"
 #include "support/shared_memory.h"
@@ -299,89 +297,6 @@ TEST_F(KeyManagerTest, EveryFailingWriteLeavesFileAndMemoryAlone) {
 struct MemberFileOps : FaultyFileOps {
     int copyAttributes(const std::string&, int) override { return errno = EPERM, -1; }
 };
-
-TEST_F(KeyManagerTest, TheHistoryHoldsEveryFileOfBeforeThatAChangeReplaced) {
-    const unsigned seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
-    const auto digest = [](const std::string& file) { return hashOf(KcHashAlgo::Sha256, asBytes(readFile(file))); };
-    create({{KeyType::Signing, "ec"}});
-    std::vector<Bytes> kept;
-    for (const FormerFile& former : historyOf(path)) kept.push_back(digest(former.path));
-    size_t most = 10;
-    bool other = false;
-    for (int i = 0; i < 60; ++i) {
-        const Bytes before = digest(path);
-        const unsigned what = random() % 4;
-        if (what == 0) {
-            ASSERT_EQ(session.login(), kKmOk) << "only the seed is new";
-        } else if (what == 1) {
-            other = !other;
-            ASSERT_EQ(keys.changePin({}, SecretText(other ? kOtherPassword : kPassword)), kKmOk);
-        } else {
-            if (what == 3) most = random() % 12;
-            session.editRecord().setStoreHistory(static_cast<long>(most));
-            session.editRecord().setIntOpt(kOptConnectTimeout, i);
-            ASSERT_EQ(keys.saveConfiguration(), kKmOk);
-        }
-        if (what != 0 && most > 0) {
-            kept.push_back(before);
-            if (kept.size() > most) kept.erase(kept.begin(), kept.end() - static_cast<long>(most));
-        }
-        std::vector<Bytes> found;
-        for (const FormerFile& former : historyOf(path)) {
-            found.push_back(digest(former.path));
-            EXPECT_EQ(fs::status(former.path).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-        }
-        ASSERT_EQ(found, kept) << "step " << i << " of kind " << what;
-    }
-}
-
-/// As if an authority had issued it; nobody looks at the signature here.
-CertPtr certificateFor(const Signer& key) {
-    SignedCertificate certificate;
-    EXPECT_TRUE(certificate.readExactly(asBytes(readFile(dataFile("crt_sign.der")))));
-    certificate.tbs.subjectPublicKeyInfo = SubjectPublicKeyInfo(key.publicKey());
-    return makeCert(certificate.encoded());
-}
-
-TEST_F(KeyManagerTest, AKeyIsReplacedAndDeletedWithoutAMomentWithoutASigningKey) {
-    create({{KeyType::Signing, "rsa1"}});
-    ASSERT_EQ(keys.installUserCrt(certificateFor(*keys.signingKey())), kKmOk);
-    ASSERT_EQ(keys.saveConfiguration(), kKmOk);
-    const KeyId first = keys.signingKey()->keyId();
-    Session other(path);
-    ASSERT_EQ(other.login(), kKmOk) << "it holds the first key in memory";
-    const std::string start = readFile(path);
-    bool died = true;
-    for (int n = 0; died; ++n) {
-        SCOPED_TRACE(n);
-        writeFile(path, start);
-        Session writer(path), reader(path);
-        ASSERT_EQ(writer.login(), kKmOk);
-        {
-            FaultyFileOps ops;
-            ops.changesLeft = n;
-            const ScopedFileOps scope(ops);
-            KeyManager& at = writer.keys;
-            KeyGenHooks hooks;
-            hooks.successor = true;
-            died = at.generateECDsaUserKey(KeyType::Signing, kDefaultCurve, false, hooks) != kKmOk;
-            const StoredKey* waiting = at.successorOf(KeyType::Signing);
-            died = died || at.installUserCrt(certificateFor(*waiting->key)) != kKmOk || at.saveConfiguration() != kKmOk;
-            died = died || at.deleteKey(first) != kKmOk;
-        }
-        ASSERT_EQ(reader.keys.initProfile(static_cast<int>(OpenMode::ReadOnly), false), kKmOk);
-        ASSERT_TRUE(reader.keys.signingKey());
-        ASSERT_TRUE(reader.keys.signingCertificate());
-        const bool replaced = !(reader.keys.signingKey()->keyId() == first);
-        EXPECT_EQ(reader.keys.signingKeyType(), replaced ? KeyScheme::Ecdsa : KeyScheme::Rsa);
-        EXPECT_TRUE(died || reader.keys.keys().size() == 1u);
-    }
-    other.editRecord().setIntOpt(kOptConnectTimeout, 7);
-    ASSERT_EQ(other.keys.saveConfiguration(), kKmOk);
-    EXPECT_EQ(other.keys.keys().size(), 1u) << "a session that still had the deleted key does not bring it back";
-}
 
 TEST_F(KeyManagerTest, AFileRewrittenInPlaceOpensWhereverTheWriterDied) {
     create({{KeyType::Signing, "ec"}});

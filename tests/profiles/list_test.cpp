@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "profiles/crv_profile.h"
+#include "support/faulty_file_ops.h"
 #include "support/message_of.h"
 #include "support/temp_dir.h"
 
@@ -164,6 +165,40 @@ TEST_F(Lists, WrittenByHandAreKeptAndHideTheirPasswords) {
     }
     EXPECT_EQ(readFile(list + "~"), hand) << "the second save loses nothing";
     EXPECT_EQ(std::filesystem::status(list).permissions(), std::filesystem::perms(0600));
+    // What has the name already is somebody's, and what cannot be kept is not lost.
+    for (const std::string& kept : {list + "~1~", list + "~2~"}) {
+        writeFile(list, "# " + kept + "\n" + readFile(list));
+        const std::string again = readFile(list);
+        own.loadFromFile(list);
+        own.seveToFile(list);
+        EXPECT_EQ(readFile(kept), again);
+        EXPECT_EQ(std::filesystem::status(kept).permissions(), std::filesystem::perms(0600));
+    }
+    EXPECT_EQ(readFile(list + "~"), hand);
+    writeFile(list, hand);
+    own.loadFromFile(list);
+    own.setData("\\A\\SRV\\PASS", "three");
+    own.seveToFile(list);
+    EXPECT_FALSE(std::filesystem::exists(list + "~3~")) << "kept already";
+    writeFile(list, "# more\n" + hand);
+    FaultyFileOps ops;
+    ops.denyNewFiles = true;
+    const ScopedFileOps scope(ops);
+    EXPECT_THAT(messageOf([&] { own.seveToFile(list); }), testing::HasSubstr(list + "~3~: "));
+    EXPECT_EQ(readFile(list), "# more\n" + hand);
+}
+
+TEST_F(Lists, OfAFolderThatOthersReadKeepTheirMode) {
+    for (const auto& [home, mode] : {std::pair{dir.file("other"), 0644}, {dir.path().string(), 0600}}) {
+        std::filesystem::create_directory(home);
+        setenv("HOME", home.c_str(), 1);
+        UniversalConfMgr named(ProfileMedia::File);
+        named.setData("\\A\\SRV\\PASS", "one");
+        writeFile(list, "");
+        std::filesystem::permissions(list, std::filesystem::perms(0644));
+        named.seveToFile(list);
+        EXPECT_EQ(std::filesystem::status(list).permissions(), std::filesystem::perms(mode)) << home;
+    }
 }
 
 TEST_F(Lists, ProfilesAreFoundByNameAndListedWithoutTheRest) {
@@ -182,6 +217,9 @@ TEST_F(Lists, ProfilesAreFoundByNameAndListedWithoutTheRest) {
     EXPECT_EQ(CrvProfile::getProfileByName(ProfileMedia::File, list, "aLA")->name(), "aLA");
     for (const char* none : {"Two", "Txt", "None", "T", "", "Al"})
         EXPECT_FALSE(CrvProfile::getProfileByName(ProfileMedia::File, list, none)) << none;
+    const auto flaws = CrvProfile::getListFlaws(ProfileMedia::File, list);
+    ASSERT_EQ(flaws.size(), 1u);
+    EXPECT_EQ(flaws[0].text, "Plik: " + list + ": Typ profilu TXT nie jest liczba [l] w linii: 4");
 }
 
 TEST_F(Lists, OfTheUserShadowTheCommonOnes) {

@@ -11,6 +11,7 @@
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
 #include "crvconfd/session/prot_cfg.h"
+#include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "keystore/file_history.h"
 #include "keystore/key_manager.h"
@@ -35,8 +36,8 @@ std::string momentOf(const std::string& name) {
 bool confirmLoss(const FormerFile& former, const SecretText& password) {
     const KeysNotIn lost = keysNotIn(cfgManager->securityFileName(), former.name, password);
     if (!lost.known) {
-        return displCentQuestion(kMessageRow, "Obecny plik ma inne hasło i może mieć nowsze klucze. Wrócić (t/n)?") ==
-               1;
+        return displCentQuestion(kMessageRow,
+                                 "Tym hasłem obecny plik się nie otwiera, może mieć nowsze klucze. Wrócić (t/n)?") == 1;
     }
     return std::ranges::all_of(lost.keys, [](const KeyId& key) {
         const std::string question = "Tamten plik nie ma klucza " + toHex(key).substr(0, 8) + ". Wrócić mimo to (t/n)?";
@@ -64,13 +65,18 @@ bool restore(const FormerFile& former) try {
     return true;
 } catch (const OpError& error) {
     const bool gone = error.fault() == OpFault::ObjectMissing;
-    warnInfo(kMessageRow, "%s", gone ? "Tego pliku już nie ma" : crvErrorTextAPI(crvCtx, error.code()));
+    note(std::string("Poprzedni plik: ") + error.what());
+    if (error.fault() == OpFault::FileUnwritable) {
+        warnInfo(kMessageRow, "Nie zachowano obecnego pliku: %s", printable(error.what()).c_str());
+    } else {
+        warnInfo(kMessageRow, "%s", gone ? "Tego pliku już nie ma" : crvErrorTextAPI(crvCtx, error.code()));
+    }
     return false;
 }
 
 }  // namespace
 
-void OnFormerFiles() {
+bool chooseFormerFile() {
     std::vector<FormerFile> files;
     bool restored = false;
     const auto items = [&files] {
@@ -87,7 +93,11 @@ void OnFormerFiles() {
                .empty = "Brak poprzednich plików",
                .actions = {{'p', "~Przywróć", true, putBack}},
                .done = [&restored] { return restored; }});
-    if (!restored) return;
+    return restored;
+}
+
+void OnFormerFiles() {
+    if (!chooseFormerFile()) return;
     warnInfo(kMessageRow, "Plik przywrócony, poprzedni został w historii. Otwórz profil jeszcze raz.");
     throw SessionOver();
 }

@@ -3,7 +3,10 @@
 
 namespace crv {
 
-/// Lists them, the newest first, and puts one back in place; throws SessionOver then.
+/// Lists them, the newest first; true when one was put back in place.
+[[nodiscard]] bool chooseFormerFile();
+
+/// The same in a session, which ends with it: throws SessionOver then.
 void OnFormerFiles();
 
 }  // namespace crv

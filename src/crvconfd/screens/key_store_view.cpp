@@ -1,5 +1,7 @@
 #include "crvconfd/screens/key_store_view.h"
 
+#include <algorithm>
+
 #include "asn/x509/signed_certificate.h"
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/screen.h"
@@ -13,6 +15,7 @@
 #include "crvconfd/toolkit/toolkit.h"
 #include "crypto/sign_algo_map.h"
 #include "keystore/key_manager.h"
+#include "keystore/key_pairing.h"
 #include "misc/hex.h"
 
 namespace crv {
@@ -48,6 +51,8 @@ void remove(size_t index) {
     const StoredKey& key = keyManager->keys()[index];
     if (!confirmDeletion(key)) return;
     const KeyId gone = key.key->keyId();
+    const auto keys = keyManager->keys();
+    const bool waits = std::ranges::any_of(keys, [&](const StoredKey& one) { return successorTo(one) == gone; });
     const KeyStoreAccess access = keyStoreAccess();
     KeyStoreLock lock(access);
     KeyManagerResult result = lock.take();
@@ -55,6 +60,7 @@ void remove(size_t index) {
     if (result != kKmOk) return showKeyStoreFailure(result);
     note("Usunięto klucz " + toHex(gone));
     displCentInfo(kMessageRow, "Klucz usunięty", 2);
+    if (waits) warnInfo(kMessageRow, "Jego miejsce zajął czekający klucz; potrzebuje certyfikatu (Zgłoszenie)");
 }
 
 }  // namespace

@@ -44,10 +44,24 @@ std::optional<KeyFileFormat> askForFormat() {
 }
 
 /// Certificates of authorities belong into the database, the user's came with the keys.
-void storeAuthorities(const CertList& certificates) {
+void storeAuthorities(const CertList& authorities) {
     CrtDb database = crtManager->db();
-    for (const CertPtr& one : certificates)
-        if (one->isCaCrt() && !database.insert(*one)) return showDatabaseFailure();
+    for (const CertPtr& one : authorities)
+        if (!database.insert(*one)) return showDatabaseFailure();
+}
+
+/// Deciphers what came from elsewhere, as slowly as its writer wished; Escape ends that.
+KeysOfFile decipher(const Bytes& octets, const SecretText& password) {
+    clrToEol(kMessageRow, 0);
+    displText(kMessageRow, 0, "Trwa odczyt pliku z kluczem... (Esc)");
+    refreshScr();
+    return keysOfFile(octets, password, [] { return waitForKeyOrTimeout(0) != kKeyEscape; });
+}
+
+bool confirmImport(const KeysOfFile& found, const CertList& authorities) {
+    std::string question = "Wczytać klucze do profilu: " + std::to_string(found.keys.size());
+    if (!authorities.empty()) question += ", do bazy certyfikaty urzędów: " + std::to_string(authorities.size());
+    return displCentQuestion(kMessageRow, (question + " (t/n)?").c_str()) == 1;
 }
 
 /// Under the lock of the security file; how many were taken before one was refused. Those that are there already are
@@ -83,7 +97,7 @@ void exportKeyToFile(size_t index) try {
     SecretText password;
     if (!chooseFirstPassword(password, "Hasło nowego pliku:")) return;
     const SecretBytes octets = exportedKey(key, chainOf(*crtManager, *keyManager, key), *format, password);
-    const WriteResult written = writeFileAtomically(file->path, octets, {.mode = WriteMode::Secret});
+    const WriteResult written = writeFileAtomically(file->path, octets, {.mode = WriteMode::Private});
     if (!written) return showWriteFailure(written, file->typed);
     note("Zapisano klucz " + toHex(key.key->keyId()) + ": " + file->path);
     displCentInfo(kMessageRow, "Klucz został zapisany", 2);
@@ -101,12 +115,12 @@ void importKeysFromFile() try {
     const Bytes octets = importFile(file->path == "-" ? "./-" : file->path);
     SecretText password;
     if (!readPassword("Hasło tego pliku:", password)) return;
-    const KeysOfFile found = keysOfFile(octets, password);
-    const std::string question = "Wczytać klucze do profilu: " + std::to_string(found.keys.size()) + " (t/n)?";
-    if (displCentQuestion(kMessageRow, question.c_str()) == 0) return;
+    const KeysOfFile found = decipher(octets, password);
+    const CertList authorities = authoritiesOf(found);
+    if (!confirmImport(found, authorities)) return;
     size_t taken = 0;
     const KeyManagerResult result = takeKeys(found, taken);
-    if (taken > 0) storeAuthorities(found.certificates);
+    if (taken > 0) storeAuthorities(authorities);
     if (result != kKmOk) return showKeyStoreFailure(result);
     displCentInfo(kMessageRow, ("Wczytano kluczy: " + std::to_string(taken)).c_str(), 2);
     tellOfHistory();

@@ -5,10 +5,12 @@
 #include "config/configuration_manager.h"
 #include "context/crvctx.h"
 #include "corvane/crvapi.h"
+#include "crvconfd/screens/former_files.h"
 #include "crvconfd/screens/keystroke_seed.h"
 #include "crvconfd/screens/password_entry.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
+#include "crvconfd/session/program_info.h"
 #include "crvconfd/session/prot_cfg.h"
 #include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -111,12 +113,16 @@ bool isWrongPassword(KeyManagerResult result) {
     return result == kKmWrongPassword || result == kKmWrongRootsPassword || result == kKmWrongSigningKeyPin;
 }
 
-/// For who has no security file, or none that can be read.
-void hintAtHistory() {
+/// For who has no security file, or none that can be read: true when a former one was put back.
+bool offerFormerFiles() {
     const std::string file = cfgManager->securityFileName();
-    if (cfgManager->keyMedium() != KeyMedium::File || historyOf(file).empty()) return;
+    if (cfgManager->keyMedium() != KeyMedium::File || historyOf(file).empty()) return false;
     note("Poprzednie pliki bezpieczeństwa: " + historyFolder(file));
-    warnInfo(kMessageRow, "Są poprzednie pliki; przywraca je polecenie crvctl store restore");
+    if (displCentQuestion(kMessageRow, "Są poprzednie pliki bezpieczeństwa. Pokazać je (t/n)?") == 0) return false;
+    const bool restored = chooseFormerFile();
+    clrScr();
+    displayProgramInfo(0);
+    return restored;
 }
 
 void showOpenFailure(KeyManagerResult result) {
@@ -127,7 +133,6 @@ void showOpenFailure(KeyManagerResult result) {
     } else {
         showLibraryText(result);
     }
-    if (result == kKmBadFormat) hintAtHistory();
 }
 
 /// Whether there is a token to log in to whose PIN is not locked.
@@ -220,7 +225,7 @@ bool createDB() {
 }
 
 bool createPfx() {
-    hintAtHistory();
+    if (offerFormerFiles()) return OnProfileZaloguj();
     const char answer = askForCreation();
     if (answer == 'n') return false;
     SecretText password;
@@ -277,6 +282,7 @@ bool OnProfileZaloguj() {
         const KeyManagerResult result = initProfile();
         if (result == kKmOk) return settleRights();
         if (result == kKmNoSeed) return seedAndReopen();
+        if (result == kKmBadFormat && offerFormerFiles()) continue;
         // Where nothing was asked, trying again by itself would only block a card.
         if (!isWrongPassword(result) || needed == 0) return false;
         crvCtx->removePINs();

@@ -11,6 +11,7 @@
 #include "crvconfd/session/messages.h"
 #include "crvconfd/session/profile_names.h"
 #include "crvconfd/session/program_info.h"
+#include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "misc/ascii.h"
 #include "misc/path.h"
@@ -220,6 +221,15 @@ void runChosen(const Selection& state, std::string& name, std::optional<ProfileM
     source = next ? place.home() : state.mediaOf(state.chosenAt);
 }
 
+/// Each once.
+void tellFlaws(const Selection& state, std::set<std::string>& told) {
+    for (const std::string& flaw : flawsOfLists(state.kind, state.file)) {
+        if (!told.insert(flaw).second) continue;
+        note(flaw);
+        warnInfo(kMessageRow, "%s", printable(flaw).c_str());
+    }
+}
+
 /// False when the list stays empty.
 bool offerFirstProfile(const Selection& state) {
     errInfo(kMessageRow, kNoProfiles);
@@ -254,14 +264,18 @@ std::unique_ptr<CrvProfile> selectProfile(AvailableProfiles kind, const std::str
                                           std::optional<ProfileMedia>& source, const ProfileDetails& details) {
     std::string name = lastName;
     ListSearch search;
+    std::set<std::string> told;
     for (;;) {
         clrScr();
         displayProgramInfo(0);
         Selection state{kind, file, details, search};
         readProfileList(state.names, kind, state.userCount, file);
+        tellFlaws(state, told);
         if (state.names.empty()) {
             if (!offerFirstProfile(state)) {
-                sayAtEnd(std::string(kNoProfiles) + "\n" + searchedLists(kind, file));
+                std::string text = std::string(kNoProfiles) + "\n";
+                for (const std::string& flaw : told) text += flaw + "\n";
+                sayAtEnd(text + searchedLists(kind, file));
                 return nullptr;
             }
             continue;

@@ -58,6 +58,10 @@ void install() {
     if (done.refusal != kKmOk) return showCode(kInstallTexts, done.refusal);
     if (done.certificates.empty()) return;
     displCentInfo(kMessageRow, "Certyfikat użytkownika poprawnie zainstalowany", 2);
+    for (const CertPtr& one : done.certificates) {
+        if (stillWaits(*keyManager, *one))
+            warnInfo(kMessageRow, "Certyfikat nie pozwala na to, co robi dotychczasowy klucz: pozostaje w użyciu");
+    }
     showSummary("Zainstalowane certyfikaty", done.certificates);
 }
 

@@ -5,9 +5,11 @@
 
 #include "crvconfd/session/messages.h"
 #include "crvconfd/toolkit/encoding.h"
+#include "misc/c_string.h"
 #include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/path.h"
+#include "ops/profiles.h"
 #include "profiles/crv_profile.h"
 
 namespace crv {
@@ -68,6 +70,12 @@ std::string searchedLists(AvailableProfiles kind, const char* file) {
         text += (text.empty() ? "" : "\n") + ("Szukano w: " + path + (there ? "" : " (" + systemReason(errno) + ")"));
     }
     return text;
+}
+
+std::vector<std::string> flawsOfLists(AvailableProfiles kind, const char* file) {
+    std::vector<std::string> texts;
+    for (const std::string& flaw : listFlaws({kind, orEmpty(file)})) texts.push_back(reasonFirst(flaw));
+    return texts;
 }
 
 std::string profileListText(AvailableProfiles kind, const char* file) {

@@ -20,4 +20,7 @@ void readProfileList(std::vector<std::string>& list, AvailableProfiles kind, int
 /// The lists of a kind as the -list option prints them, converted for display.
 [[nodiscard]] std::string profileListText(AvailableProfiles kind, const char* file);
 
+/// Records of those lists that cannot be opened for their "Type", the reason first.
+[[nodiscard]] std::vector<std::string> flawsOfLists(AvailableProfiles kind, const char* file);
+
 }  // namespace crv

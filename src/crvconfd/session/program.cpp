@@ -113,11 +113,18 @@ void chooseLists() {
     }
 }
 
+/// What somebody may miss in the lists although it stands there.
+void complainOfFlaws(const CommandLine& line) {
+    for (const std::string& flaw : flawsOfLists(line.kind, line.listFile ? line.listFile->c_str() : nullptr))
+        complain(printable(flaw));
+}
+
 /// From the resolved command line to the exit status; the context lives in here.
 int runWithContext(const CommandLine& line) {
     const ContextOwner context;
     if (line.request == Request::List) {
         print(profileListText(line.kind, line.listFile ? line.listFile->c_str() : nullptr));
+        complainOfFlaws(line);
         return 0;
     }
     NamedProfile named;
@@ -125,6 +132,7 @@ int runWithContext(const CommandLine& line) {
         named.profile = loadCrvProfile(line.kind, *line.profile, line.listFile.value_or(""), &named.media);
         if (!named.profile) {
             complain("Nie znaleziono profilu " + printable(*line.profile));
+            complainOfFlaws(line);
             return kStatusFailed;
         }
     }

@@ -5,6 +5,7 @@
 #include "corvane/crvapi.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
+#include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "keystore/file_history.h"
 
@@ -77,11 +78,18 @@ void showKeyStoreFailure(KeyManagerResult result) {
     const char* text = findText(kSaveTexts, result);
     if (!text) text = findText(kChangeTexts, result);
     note(std::string(resultText(result)) + " (" + std::to_string(result) + ")");
+    if (result == kKmHistoryFailed) return tellOfHistory();
     warnInfo(kMessageRow, "%s", text ? text : crvErrorTextAPI(crvCtx, libraryCode(result)));
 }
 
 void tellOfHistory() {
-    if (!keyManager->wasHistoryKept()) warnInfo(kMessageRow, "%s", findText(kSaveTexts, kKmHistoryFailed));
+    if (keyManager->wasHistoryKept()) return;
+    const std::string& reason = keyManager->historyFailure();
+    note(std::string(findText(kSaveTexts, kKmHistoryFailed)) + ": " + reason);
+    clrToEol(kFooterRow, 0);
+    displCentText(kFooterRow, "%s", printable(reason).c_str());
+    warnInfo(kMessageRow, "%s", findText(kSaveTexts, kKmHistoryFailed));
+    clrToEol(kFooterRow, 0);
 }
 
 void tellOfCopies(const char* what) {
