@@ -4,11 +4,13 @@
 
 #include "asn/x509/signed_certificate.h"
 #include "misc/ascii.h"
+#include "misc/exceptions.h"
 #include "misc/hex.h"
+#include "misc/path.h"
+#include "misc/whole_file.h"
 #include "ops/export_file.h"
 #include "ops/op_error.h"
 #include "ops/session.h"
-#include "pki/cert_file_reader.h"
 #include "pki/certificate_search.h"
 
 namespace crv {
@@ -102,8 +104,18 @@ CertPtr findOne(Session& session, const CertSelector& selector, const CertList* 
     return found;
 }
 
+CertFileReader certFileReader(const std::string& path) {
+    if (path == "-") return CertFileReader(importFile(path));
+    if (!fileExists(expandHome(path))) throw OpError(OpFault::FileMissing, path);
+    try {
+        return CertFileReader::open(expandHome(path));
+    } catch (const StoreError& failure) {
+        throw OpError(OpFault::FileUnreadable, failure.what());
+    }
+}
+
 CertList certsOfFile(const std::string& path) {
-    CertFileReader reader(importFile(path));
+    CertFileReader reader = certFileReader(path);
     CertList list;
     ByteView der;
     while (reader.next(der)) {
