@@ -56,7 +56,7 @@ class PostponedElements {
         swap(taken);
         return *this;
     }
-    ~PostponedElements() { delete made_.load(); }
+    ~PostponedElements() { clear(); }
 
     [[nodiscard]] TypedPointerList<T>& get() { return octets_.empty() ? list_ : made(); }
     [[nodiscard]] const TypedPointerList<T>& get() const { return octets_.empty() ? list_ : made(); }
@@ -69,7 +69,7 @@ class PostponedElements {
     void clear() {
         list_.clear();
         octets_ = {};
-        delete made_.exchange(nullptr);
+        const std::unique_ptr<TypedPointerList<T>> made(made_.exchange(nullptr));
     }
 
   private:
