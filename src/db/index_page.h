@@ -65,8 +65,8 @@ class Page {
 class PageCache {
   public:
     static constexpr size_t kMinCapacity = 256;
-    static constexpr size_t kMemory = size_t{4} << 20;        ///< octets of pages kept, roughly
-    static constexpr size_t kBatchMemory = size_t{12} << 20;  ///< while many insertions wait to be written
+    static constexpr size_t kMemory = size_t{4} << 20;       ///< octets of pages kept, roughly
+    static constexpr size_t kBatchMemory = size_t{8} << 20;  ///< while many insertions wait to be written
 
     void setPageSize(size_t largest) {
         pageSize_ = std::max<size_t>(largest, 1);

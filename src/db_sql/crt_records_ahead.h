@@ -16,7 +16,7 @@ class CrtRecordsAhead {
     using Source = std::function<bool(ByteView& der)>;
 
     /// Most certificates of a batch. The first ones are smaller, because nothing is stored while they are taken apart.
-    static constexpr size_t kBatchSize = 4096;
+    static constexpr size_t kBatchSize = 2048;
     static constexpr size_t kFirstBatch = 512;
 
     explicit CrtRecordsAhead(const Source& source) : source_(source) { begin(); }
