@@ -237,10 +237,11 @@ bool translateKeys(bool on) {
 
 namespace {
 
+/// No delscreen: when memory ran out, curses' cache of terminal strings has holes over which its freeing falls. What
+/// stays is freed by the end of the process.
 void closeScreen() {
     endwin();
     if (screen.pad) delwin(screen.pad);
-    delscreen(screen.handle);
     screen.pad = nullptr;
     screen.handle = nullptr;
 }
