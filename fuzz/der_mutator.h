@@ -108,7 +108,7 @@ inline size_t mutateDer(uint8_t* data, size_t size, size_t maxSize, unsigned see
     ByteView octets(data, size);
     DerNode root;
     if (random() % 4 == 0 || !DerNode::take(octets, root)) return LLVMFuzzerMutate(data, size, maxSize);
-    for (unsigned i = random() % 3 + 1; i-- > 0;) changeOne(root, random);
+    for (auto i = random() % 3 + 1; i-- > 0;) changeOne(root, random);
     Bytes out;
     root.put(out);
     if (out.size() > maxSize) return LLVMFuzzerMutate(data, size, maxSize);
