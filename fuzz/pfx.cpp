@@ -2,7 +2,10 @@
 #include "asn/pkcs/pfx.h"
 
 #include "cheap_pbe.h"
+#include "der_mutator.h"
 #include "round_trip.h"
+
+CRV_MUTATE_DER
 
 using namespace crv;
 

@@ -1,8 +1,11 @@
 // A table in a folder of its own for the fuzz targets, and a use of all that a table can do.
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -10,7 +13,37 @@
 #include "db/table_check.h"
 #include "misc/file_ops.h"
 
+extern "C" size_t LLVMFuzzerMutate(uint8_t* data, size_t size, size_t maxSize);
+
 namespace crv::fuzz {
+
+/// For LLVMFuzzerCustomMutator, files of numbers of eight octets: one number becomes another one of the file or its
+/// neighbour, or a run of octets (a page, a record) is put over or between others. One in four mutations is of octets.
+inline size_t mutateTable(uint8_t* data, size_t size, size_t maxSize, unsigned seed) {
+    constexpr size_t kNumber = 8;
+    std::mt19937 random(seed);
+    if (random() % 4 == 0 || size < 2 * kNumber) return LLVMFuzzerMutate(data, size, maxSize);
+    const auto anyNumber = [&] { return random() % (size / kNumber) * kNumber; };
+    const size_t to = anyNumber(), from = anyNumber();
+    const size_t length = std::min({size - to, size - from, (random() % 64 + 1) * kNumber});
+    switch (random() % 4) {
+        case 0:
+            std::memmove(data + to, data + from, kNumber);
+            break;
+        case 1:
+            data[to] = static_cast<uint8_t>(data[to] + (random() % 2 == 0 ? 1 : -1));
+            break;
+        case 2:
+            std::memmove(data + to, data + from, length);
+            break;
+        default:
+            if (size + length > maxSize) break;
+            std::memmove(data + to + length, data + to, size - to);
+            std::memmove(data + to, data + (from < to ? from : from + length), length);
+            return size + length;
+    }
+    return size;
+}
 
 /// Nothing is waited for: the files are gone after each input.
 class UnsyncedOps : public FileOps {
@@ -86,3 +119,7 @@ inline void exercise(const std::string& name) {
 }
 
 }  // namespace crv::fuzz
+
+extern "C" size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t maxSize, unsigned seed) {
+    return crv::fuzz::mutateTable(data, size, maxSize, seed);
+}

@@ -3,7 +3,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <mutex>
 #include <new>
 
 #include "config/config_oids.h"
@@ -85,10 +84,11 @@ bool isForkedChild() noexcept {
 }
 
 void watchForks() {
-    static std::once_flag once;
-    std::call_once(once, [] {
+    static const bool watching = [] {
         if (pthread_atfork(nullptr, nullptr, [] { forked = true; }) != 0) throw std::bad_alloc();
-    });
+        return true;
+    }();
+    static_cast<void>(watching);
 }
 
 TextBuffer& initFailure() noexcept {

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <mutex>
 
 #include "context/vtest_text_buffer.h"
 #include "crypto/crypto_error.h"
@@ -44,9 +43,8 @@ ContextCount::~ContextCount() {
 using namespace crv;
 
 void CRVctx::testPrimitives() {
-    static std::once_flag passed;
     try {
-        std::call_once(passed, [] { runSelfTests(); });
+        requireSelfTests();
     } catch (const CryptoError& error) {
         throw CrvApiException(ECRV_LIBCORVPP_TEST_FAILED, error.what());
     }

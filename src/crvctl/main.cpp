@@ -80,6 +80,8 @@ int runCall(const std::vector<std::string>& arguments) {
             return failWith(out, error);
         } catch (const CrvApiException& failure) {
             return failWith(out, OpError(OpFault::LibraryFailed, failure.code(), failure.what()));
+        } catch (const std::bad_alloc&) {
+            return failWith(out, OpError(OpFault::OutOfMemory));
         } catch (const std::exception& failure) {
             return failWith(out, OpError(OpFault::LibraryFailed, failure.what()));
         }
@@ -90,6 +92,13 @@ int runCall(const std::vector<std::string>& arguments) {
     }
 }
 
+/// There is not even memory to tell it as everything else is told.
+int failWithoutMemory() noexcept {
+    constexpr std::string_view kText = "crvctl: memory ran out\n";
+    [[maybe_unused]] const ssize_t ignored = ::write(STDERR_FILENO, kText.data(), kText.size());
+    return static_cast<int>(OpStatus::Internal);
+}
+
 }  // namespace
 }  // namespace crv::ctl
 
@@ -97,5 +106,9 @@ int main(int argc, char** argv) {
     crv::guardStandardFiles();
     crv::hideMemory();
     crv::ctl::catchSignals();
-    return crv::ctl::runCall({argv + std::min(argc, 1), argv + argc});
+    try {
+        return crv::ctl::runCall({argv + std::min(argc, 1), argv + argc});
+    } catch (const std::exception&) {
+        return crv::ctl::failWithoutMemory();
+    }
 }

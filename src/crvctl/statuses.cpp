@@ -66,6 +66,7 @@ constexpr FaultRow kFaults[] = {
     {OpFault::LockBusy, "another program holds the lock; --wait waits longer"},
     {OpFault::LockFailed, "the lock file cannot be used"},
     {OpFault::LibraryFailed, "internal failure"},
+    {OpFault::OutOfMemory, "memory ran out; the next run finishes or takes back what was begun"},
     {OpFault::OutputFailed, "standard output cannot be written"},
 };
 

@@ -78,7 +78,7 @@ SecretBytes Signer::agree(const PublicKey&) const {
 SecretBytes PrivateKey::agree(const PublicKey& other) const {
     if (scheme() != KeyScheme::Ecdsa || other.scheme() != KeyScheme::Ecdsa || other.curve() != publicKey().curve())
         throw CryptoError(CryptoFailure::BadParameter, "the keys are not on one curve");
-    const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
+    const ossl::PkeyCtx ctx = state_->pkey.context();
     ossl::must(EVP_PKEY_derive_init(ctx.get()), CryptoFailure::Internal, "no key agreement");
     ossl::must(EVP_PKEY_derive_set_peer(ctx.get(), other.state_->pkey.get()), CryptoFailure::BadParameter,
                "the keys do not go together");

@@ -83,6 +83,20 @@ PkeyCtx keyContext(EVP_PKEY* key) {
         made(EVP_PKEY_CTX_new_from_pkey(context(), key, nullptr), CryptoFailure::Internal, "no memory for a key"));
 }
 
+PkeyCtx PrivatePkey::context() const {
+    const std::lock_guard guard(mutex_);
+    if (!trusted_) {
+        pkey_ = made(Pkey(EVP_PKEY_dup(pkey_.get())), CryptoFailure::Internal, "no memory for a key");
+        trusted_ = true;
+    }
+    return keyContext(pkey_.get());
+}
+
+void PrivatePkey::distrust() const noexcept {
+    const std::lock_guard guard(mutex_);
+    trusted_ = false;
+}
+
 void finish(RandomBridge::Scope& scope, int answer, CryptoFailure failure, const char* text) {
     if (answer != 1) ERR_clear_error();
     scope.rethrow();

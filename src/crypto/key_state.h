@@ -2,6 +2,7 @@
 #pragma once
 
 #include <deque>
+#include <mutex>
 
 #include "crypto/libcrypto.h"
 #include "crypto/private_key.h"
@@ -31,8 +32,33 @@ struct PublicKey::State : ParsedKey {
     static std::shared_ptr<const State> make(ByteView algorithm, ByteView keyBits);
 };
 
+namespace ossl {
+
+/// A private key as libcrypto has it. With an RSA key goes a pair of numbers that blinds its operations and changes
+/// with each. An operation that fails, as memory ran out, may leave half of the pair changed, and those that follow
+/// succeed with wrong results: so libcrypto's object is made anew behind it. May be used from several threads.
+class PrivatePkey {
+  public:
+    explicit PrivatePkey(Pkey pkey) noexcept : pkey_(std::move(pkey)) {}
+
+    /// For one operation; it holds the key.
+    [[nodiscard]] PkeyCtx context() const;
+    /// An operation failed or gave what is wrong: the next context is one of a new object.
+    void distrust() const noexcept;
+
+  private:
+    mutable std::mutex mutex_;
+    mutable Pkey pkey_;
+    mutable bool trusted_ = true;
+};
+
+}  // namespace ossl
+
 struct PrivateKey::State {
-    ossl::Pkey pkey;
+    State(ossl::Pkey key, PublicKey itsPublicKey, SecretBytes octets)
+        : pkey(std::move(key)), publicKey(std::move(itsPublicKey)), inner(std::move(octets)) {}
+
+    ossl::PrivatePkey pkey;
     PublicKey publicKey;
     SecretBytes inner;  // the octets inside PrivateKeyInfo's privateKey
 };

@@ -142,8 +142,7 @@ PrivateKey PrivateKey::fromParts(ByteView algorithm, ByteView inner) {
     Halves halves = read(reader, inner);
     PublicKey publicKey(PublicKey::State::make(algorithm, halves.keyBits));
     if (EVP_PKEY_eq(halves.pkey.get(), publicKey.state_->pkey.get()) != 1) failKey("the public half is another key's");
-    return PrivateKey(
-        std::make_shared<const State>(State{std::move(halves.pkey), std::move(publicKey), toSecret(inner)}));
+    return PrivateKey(std::make_shared<const State>(std::move(halves.pkey), std::move(publicKey), toSecret(inner)));
 }
 
 PrivateKey PrivateKey::fromPkcs8(ByteView der) {

@@ -157,6 +157,8 @@ void runSelfTests(std::span<const SelfTest> tests) {
         std::string why = "wrong answer";
         try {
             if (test.passes()) continue;
+        } catch (const std::bad_alloc&) {
+            throw;
         } catch (const std::exception& e) {
             why = e.what();
         }

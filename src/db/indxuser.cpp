@@ -276,7 +276,11 @@ DbAnswer IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo
 DbAnswer IndexFile::flush() {
     if (halfWritten_) return bad();
     if (dirty_.empty() && encodeHead() == head_) return kDbOk;
-    return writeChanges() ? kDbOk : kDbError;
+    try {
+        return writeChanges() ? kDbOk : kDbError;
+    } catch (const std::bad_alloc&) {
+        return setStatus(FileStatus::NoMemory), kDbError;
+    }
 }
 
 /// New pages go first, in one piece that is taken back when the disk is full: until then nothing has changed.

@@ -12,6 +12,8 @@ std::atomic<int> keyManagers{0};
 }  // namespace
 
 TokenModulesUse::TokenModulesUse() {
+    // Made now: at the end there may be no memory for it.
+    static_cast<void>(Pkcs11LibraryManager::instance());
     ++keyManagers;
 }
 

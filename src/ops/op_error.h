@@ -65,6 +65,7 @@ enum class OpStatus : int {
     X(LockBusy, Locked, ECRV_API_INV_PAR)                  \
     X(LockFailed, Io, ECRV_API_INV_PAR)                    \
     X(LibraryFailed, Internal, ECRV_UNKNOWN_EXCEPTION)     \
+    X(OutOfMemory, Internal, ECRV_MEM)                     \
     X(OutputFailed, Io, ECRV_WR_OUTFILE)
 
 enum class OpFault {

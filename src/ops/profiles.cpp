@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "misc/ascii.h"
 #include "misc/atomic_write.h"
@@ -85,11 +86,11 @@ std::string dbKindOf(const std::string& text) {
 
 /// Makes the folder and those above it, and tells the guard of the last one.
 void makeFolder(const std::string& path, CrvProfileCreationGuard& guard) {
-    const std::string folder = expandHome(path);
+    std::string folder = expandHome(path);
     if (folder.empty() || fileExists(folder)) return;
     if (!createDirectoryPath(folder, kFolderMode))
         throw OpError(OpFault::FolderFailed, folder + ": " + std::strerror(errno));
-    guard.setDBCreated(folder);
+    guard.setDBCreated(std::move(folder));
 }
 
 void fillIn(CrvProfile& profile, const ListPlace& place) {

@@ -1,7 +1,6 @@
 #include "pkcs11_module/store_reader.h"
 
 #include <algorithm>
-#include <mutex>
 
 #include "config/configuration_manager.h"
 #include "config/context_services.h"
@@ -103,12 +102,6 @@ void demandKeys(KeyManagerResult result, const ListedProfile& profile) {
     throw Refusal{rv};
 }
 
-/// The self-tests of the primitives stand before the first key, as in the library.
-void testPrimitives() {
-    static std::once_flag passed;
-    std::call_once(passed, [] { runSelfTests(); });
-}
-
 CK_RV faultOf(const SecretText& password) {
     if (password.size() > 254) return CKR_PIN_LEN_RANGE;
     if (password.view().find('\0') != std::string_view::npos || !isUtf8(password.view())) return CKR_PIN_INVALID;
@@ -131,7 +124,7 @@ void logIn(OpenProfile& open, const ListedProfile& profile) {
 }  // namespace
 
 ReadStore readStore(const ListedProfile& profile, const SecretText& password) try {
-    testPrimitives();
+    requireSelfTests();  // before the first key, as in the library
     OpenProfile open(profile, password);
     const TimedLock lock(open.context.configuration().securityFileLockName(), OpMode{true, 0});
     demandKeys(open.keys.loadKey(password), profile);
@@ -168,7 +161,7 @@ void readDatabase(const ListedProfile& profile, const std::function<void(ByteVie
 }
 
 void changePassword(const ListedProfile& profile, const SecretText& password, const SecretText& newPassword) {
-    testPrimitives();
+    requireSelfTests();  // before the first key, as in the library
     demand(faultOf(newPassword) == CKR_OK, faultOf(newPassword));
     OpenProfile open(profile, password);
     KeyStoreLock lock(open.access);

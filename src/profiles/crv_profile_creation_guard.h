@@ -2,10 +2,12 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace crv {
 
+/// Paths come as the system knows them, without "~/": taking away must not need memory.
 class CrvProfileCreationGuard {
   public:
     CrvProfileCreationGuard() = default;
@@ -14,13 +16,13 @@ class CrvProfileCreationGuard {
     CrvProfileCreationGuard& operator=(const CrvProfileCreationGuard&) = delete;
 
     /// The database directory; removed when it is empty by then.
-    void setDBCreated(const std::string& directory) { directory_ = directory; }
+    void setDBCreated(std::string directory) { directory_ = std::move(directory); }
     /// A file of the database.
-    void addDBFileCreated(const std::string& file) { files_.push_back(file); }
-    void setPkcs12FileCreated(const std::string& file) { files_.push_back(file); }
-    void setRootsFileCreated(const std::string& file) { files_.push_back(file); }
+    void addDBFileCreated(std::string file) { files_.push_back(std::move(file)); }
+    void setPkcs12FileCreated(std::string file) { files_.push_back(std::move(file)); }
+    void setRootsFileCreated(std::string file) { files_.push_back(std::move(file)); }
     /// A registry value; there is no registry on this platform, so it is recorded and nothing stands behind it.
-    void setRootsRegCreated(const std::string& path) { registry_ = path; }
+    void setRootsRegCreated(std::string path) { registry_ = std::move(path); }
 
     /// The profile is complete: nothing will be taken away.
     void setCreationCompleted() { forget(); }

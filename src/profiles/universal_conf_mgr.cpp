@@ -332,7 +332,10 @@ void UniversalConfMgr::remove(std::string_view path) {
 }
 
 bool UniversalConfMgr::doesPathExist(std::string_view path) const {
-    return findNode(path) || checkConfItem(path, UCMNodeType::Key);
+    if (checkConfItem(path, UCMNodeType::Key)) return true;
+    std::string node = asFolder(path);
+    node.pop_back();
+    return findNode(node);
 }
 
 bool UniversalConfMgr::checkConfItem(std::string_view path, UCMNodeType type) const {

@@ -77,7 +77,7 @@ class UniversalConfMgr {
 
     /// Removes the node and every node under it: \A and \A\ both take \A\B and leave \AB.
     void remove(std::string_view path);
-    /// Whether a value stands at the path or under it.
+    /// Whether a value stands at the path or under it, for \A\ as for \A: what remove() would take.
     [[nodiscard]] bool doesPathExist(std::string_view path) const;
 
     /// Places the iterator before the nodes of a type under the prefix; throws StoreError for an empty prefix.

@@ -110,6 +110,7 @@ void showDatabaseFailure(const char* text, const char* noMemoryText) {
 }
 
 std::string failureText(const std::exception& failure) {
+    if (dynamic_cast<const std::bad_alloc*>(&failure)) return crvErrorTextAPI(nullptr, ECRV_MEM);
     const auto* library = dynamic_cast<const CrvApiException*>(&failure);
     return library && !library->hasText() ? crvErrorTextAPI(nullptr, library->code()) : failure.what();
 }

@@ -187,10 +187,15 @@ int endBySignal(int signal) {
     return kStatusException;
 }
 
-}  // namespace
+/// There is not even memory to tell it where the user looks. The terminal is put right all the same.
+int failWithoutMemory() noexcept {
+    constexpr std::string_view kText = "Brak pamieci !!!\n";
+    downScr();
+    [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, kText.data(), kText.size());
+    return kStatusException;
+}
 
-int runProgram(int count, const char* const* arguments) {
-    guardStandardFiles();
+int runGuarded(int count, const char* const* arguments) {
     try {
         try {
             return runRequest(readCommandLine(count, arguments), count > 0 ? arguments[0] : "");
@@ -202,6 +207,17 @@ int runProgram(int count, const char* const* arguments) {
         }
     } catch (const ScreenClosed& closed) {
         return endBySignal(closed.signal());
+    }
+}
+
+}  // namespace
+
+int runProgram(int count, const char* const* arguments) {
+    guardStandardFiles();
+    try {
+        return runGuarded(count, arguments);
+    } catch (const std::exception&) {
+        return failWithoutMemory();
     }
 }
 

@@ -235,6 +235,19 @@ bool translateKeys(bool on) {
 
 }  // namespace toolkit
 
+namespace {
+
+/// No delscreen: when memory ran out, curses' cache of terminal strings has holes over which its freeing falls. What
+/// stays is freed by the end of the process.
+void closeScreen() {
+    endwin();
+    if (screen.pad) delwin(screen.pad);
+    screen.pad = nullptr;
+    screen.handle = nullptr;
+}
+
+}  // namespace
+
 void initScr() {
     if (wasInitScr()) return;
     requireTerminal();
@@ -244,14 +257,16 @@ void initScr() {
     screen.handle = newterm(nullptr, stdout, stdin);
     if (!screen.handle) throw NoScreen("Nieznany rodzaj terminala (TERM=" + terminalName() + ").");
     if (const std::string why = unfitness(); !why.empty()) {
-        endwin();
-        delscreen(screen.handle);
-        screen.handle = nullptr;
+        closeScreen();
         throw NoScreen(why);
     }
     screen.rows = wantedRows();
     screen.columns = wantedColumns();
     screen.pad = newpad(screen.rows, screen.columns);
+    if (!screen.pad) {
+        closeScreen();
+        throw std::bad_alloc();
+    }
     screen.cursorVisible = true;
     use_legacy_coding(2);
     set_escdelay(100);
@@ -263,16 +278,15 @@ void initScr() {
 
 void downScr() {
     if (!wasInitScr()) return;
-    showCursor(true);
-    echo();
-    clrScr();
-    toolkit::show();
+    try {
+        showCursor(true);
+        echo();
+        clrScr();
+        toolkit::show();
+    } catch (const std::exception&) {  // the terminal is put right all the same
+    }
     markPastes(false);
-    endwin();
-    delwin(screen.pad);
-    delscreen(screen.handle);
-    screen.pad = nullptr;
-    screen.handle = nullptr;
+    closeScreen();
     releaseEndSignals();
 }
 
