@@ -69,8 +69,8 @@ TEST_F(Policies, AreKeptInTheRecordInTheirOrder) {
     refuse("1.2.4", "druga", "Polityka o podanej nazwie zostala już zdefiniowana.");
     const std::string tooLong = "Tekst jest za długi, mieści się najwyżej ";
     play({{texts.title, "d"}, {"identyfikator polityki: ", kOid39 + "6\r"}, {tooLong + "39 znaków", " "}});
-    play({{"identyfikator polityki: ", kOid39 + "\r"}, {"nazwę polityki: ", kName59 + "m\r"}});
-    play({{tooLong + "59 znaków", " "}, {"nazwę polityki: ", kName59 + "\r"}});
+    play({{"identyfikator polityki: " + kOid39, "\r"}, {"nazwę polityki: ", kName59 + "m\r"}});
+    play({{tooLong + "59 znaków", " "}, {"nazwę polityki: ", "\r"}});
     expectRow("", 3, " 2    " + kOid39 + " " + kName59.substr(0, 34));
     add("2.999.1", "a");
     expectRow("", 4, " 3    2.999.1                 a");

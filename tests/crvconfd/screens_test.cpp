@@ -235,7 +235,10 @@ TEST_F(MenuScreen, KeysLeaveComeAndGoAndFormerFilesComeBack) {
           {kRepeat, other + "\r"}});
     play({{"Klucz został zapisany", " "}, {keysList, "u"}, {"UŻYCIU", "n"}, {keysList, "u"}, {"UŻYCIU", "t"}});
     play({{"na dobre", "n"}, {keysList, "u"}, {"UŻYCIU", "t"}, {"na dobre", "t"}, {"Klucz usunięty", " "}});
-    play({{"Brak kluczy", "i"}, {name, "~/klucz żółty.p12\r"}, {"Hasło tego pliku:", kPassword + "\r"}, {"asło", " "}});
+    play({{"Brak kluczy", "i"},
+          {name, "~/klucz żółty.p12\r"},
+          {"Hasło tego pliku:", kPassword + "\r"},
+          {"Błędne hasło", " "}});
     play({{"Brak kluczy", "i"},
           {name, keys::kUp + "\r"},
           {"Hasło tego pliku:", other + "\r"},
@@ -311,7 +314,7 @@ TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
                                            {"", 3, " * Osoba 2 "}})
         expectIn(typed, row, text);
     screen->resize(15, 60);
-    expectIn(keys::kEnd, 14, ">  Osoba 300");
+    expectIn(keys::kEnd, 11, ">  Osoba 300");
     screen->resize(24, 80);
     expectIn("o", 2, ">! Osoba 1 ");
     const auto search = [&](const std::string& name, const std::string& found) {
