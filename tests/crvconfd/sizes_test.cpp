@@ -61,7 +61,7 @@ TEST_P(Sizes, WhatIsInUseIsSeen) {
     go({{">PRACA", ""}});
     readHelp("otwarcie profilu");
     go({{">PRACA", "/"}, {kFilter, "ó\r"}, {"Nic na liście nie zawiera: ó", " "}, {">PRACA", "\r"}});
-    go({{kAskPassword, "Ó\r"}, {kWrongPassword, " "}, {kAskPassword, kPassword + "\r"}, {kMainMenu, "1"}});
+    go({{kAskPassword, "Ó\rxx"}, {kWrongPassword, " "}, {kAskPassword, kPassword + "\r"}, {kMainMenu, "1"}});
     go({{"7) Zmiana hasła", "7"}, {kNewPassword, "krótkie\r"}, {"mieć co najmniej jedną dużą literę,", " "}});
     go({{kNewPassword, keys::kEscape}, {"3) Generuj klucz do podpisywania i szyfrowania", "3"}});
     go({{"Klucz dla danego zastosowania już istnieje i nie może zostać nadpisany", " "},

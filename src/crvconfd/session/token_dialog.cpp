@@ -23,7 +23,7 @@ bool tell(TokenNotice notice, const std::string& label) {
             return displCentQuestion(kMessageRow, "To ostatnia próba przed zablokowaniem karty. Kontynuować (t/n)?") ==
                    1;
         case TokenNotice::FewTries:
-            warnInfo(kMessageRow, "Podano już błędny PIN do karty %s", label.c_str());
+            errInfo(kMessageRow, "Podano już błędny PIN do karty %s", label.c_str());
             return true;
         case TokenNotice::PinOnReader:
             displText(kMessageRow, 0, "Podaj PIN na czytniku...");
