@@ -383,7 +383,7 @@ void ShowKeyGenMenu(const KeyGenParams& params, bool listOpen) {
         // Where both have no room, the value goes over the label's end.
         const std::string value = choice.value(params);
         const int last = shownColumns() - static_cast<int>(columnsOf(value)) - 1;
-        if (last < choice.column) displText(choice.row, last - 1, " ");
+        if (last < choice.column) clrToEol(choice.row, last - 1);
         displText(choice.row, std::min(choice.column, last), "%s", value.c_str());
     }
     if (listOpen) {
