@@ -63,7 +63,7 @@ TransferEnd CertificateManager::importCerts(const std::string& path, const CrtDb
 }
 
 TransferEnd CertificateManager::exportCerts(const std::string& path, size_t& count,
-                                            const std::function<bool(size_t written)>& progress) {
+                                            const std::function<bool(size_t written)>& progress, int* error) {
     count = 0;
     TransferEnd end = TransferEnd::Done;
     const ContentSource certificates = [&](const ContentSink& put) {
@@ -78,6 +78,7 @@ TransferEnd CertificateManager::exportCerts(const std::string& path, size_t& cou
     };
     const WriteResult written = writePiecesAtomically(path, certificates, {WriteMode::KeepOrCommon, true});
     if (written || written.failed == WriteStep::Content) return end;
+    if (error) *error = written.error;
     return written.failed == WriteStep::Open ? TransferEnd::NotOpened : TransferEnd::NotWritten;
 }
 

@@ -49,8 +49,9 @@ class CertificateManager {
     TransferEnd importCerts(const std::string& path, const CrtDb::Progress& progress, ImportProgress& done,
                             const CrtDb::Refused& refused = nullptr);
     /// Writes every certificate of the database in its order, DER behind DER. The file appears when it is complete.
+    /// error receives the errno of a file that cannot be opened or written.
     TransferEnd exportCerts(const std::string& path, size_t& count,
-                            const std::function<bool(size_t written)>& progress = nullptr);
+                            const std::function<bool(size_t written)>& progress = nullptr, int* error = nullptr);
 
     /// Removes the certificates that expired before the time and compacts the database. False when it fails.
     bool removeCertsOverTime(int64_t time, CrtStore::Removed& result) { return db().removeCertsOverTime(time, result); }

@@ -68,9 +68,11 @@ TEST_F(Policies, AreKeptInTheRecordInTheirOrder) {
     refuse("1.2.3", "", "Polityka o podanym identyfikatorze została już zdefiniowana.");
     refuse("1.2.4", "druga", "Polityka o podanej nazwie zostala już zdefiniowana.");
     const std::string tooLong = "Tekst jest za długi, mieści się najwyżej ";
-    play({{texts.title, "d"}, {"identyfikator polityki: ", kOid39 + "6\r"}, {tooLong + "39 znaków", " "}});
-    play({{"identyfikator polityki: ", kOid39 + "\r"}, {"nazwę polityki: ", kName59 + "m\r"}});
-    play({{tooLong + "59 znaków", " "}, {"nazwę polityki: ", kName59 + "\r"}});
+    play({{texts.title, "d"},
+          {"identyfikator polityki: ", kOid39 + "6\177" + kOid39.back() + "\r"},
+          {tooLong + "39 znaków", " "}});
+    play({{"identyfikator polityki: " + kOid39, "\r"}, {"nazwę polityki: ", kName59 + "m\r"}});
+    play({{tooLong + "59 znaków", " "}, {"nazwę polityki: ", "\r"}});
     expectRow("", 3, " 2    " + kOid39 + " " + kName59.substr(0, 34));
     add("2.999.1", "a");
     expectRow("", 4, " 3    2.999.1                 a");

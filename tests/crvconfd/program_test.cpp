@@ -132,9 +132,12 @@ TEST_F(Program, TheShellCompletesNamesInAnyCaseAndWithBlanks) {
 TEST_F(Program, BrokenListsAreReportedAndLeftAlone) {
     for (const std::string& text : {std::string("\\A\\Type [l] = 1\nbroken\n"), std::string("\177ELF\0\1\2", 7)}) {
         writeFile(dir.file("bad.conf"), text);
-        const std::string output = run("./crvconfd -list -profiles bad.conf");
-        EXPECT_EQ(output.substr(output.rfind('=')), "=255\n");
-        EXPECT_GT(output.size(), 10U) << "without a word";
+        for (const std::string wanted : {"-list", "-profile a"}) {
+            const std::string output = run("./crvconfd -profiles bad.conf " + wanted);
+            EXPECT_EQ(output.substr(output.rfind('=')), "=255\n");
+            EXPECT_GT(output.find("\nSzukano w: bad.conf\n"), 10U) << "without a word: " << output;
+            EXPECT_NE(output.find("\nSzukano w: bad.conf\n"), std::string::npos) << output;
+        }
         EXPECT_EQ(readFile(dir.file("bad.conf")), text);
     }
 }

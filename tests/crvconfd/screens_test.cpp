@@ -325,7 +325,7 @@ TEST_F(MenuScreen, CertificatesArePagedSearchedAndDeleted) {
                                            {"", 3, " * Osoba 2 "}})
         expectIn(typed, row, text);
     screen->resize(15, 60);
-    expectIn(keys::kEnd, 14, ">  Osoba 300");
+    expectIn(keys::kEnd, 11, ">  Osoba 300");
     screen->resize(24, 80);
     expectIn("o", 2, ">! Osoba 1 ");
     const auto search = [&](const std::string& name, const std::string& found) {

@@ -23,8 +23,11 @@ void SessionScreen::start(const std::vector<std::string>& options, bool utf8) {
     std::vector<std::string> arguments{kConsole, "-profiles", file("lista.conf")};
     arguments.insert(arguments.end(), options.begin(), options.end());
     screen.reset();
-    screen = std::make_unique<ScreenProgram>(
-        ScreenProgram::Start{.arguments = arguments, .environment = {{"HOME", dir.path().string()}}, .utf8 = utf8});
+    screen = std::make_unique<ScreenProgram>(ScreenProgram::Start{.arguments = arguments,
+                                                                  .environment = {{"HOME", dir.path().string()}},
+                                                                  .rows = terminalRows,
+                                                                  .columns = terminalColumns,
+                                                                  .utf8 = utf8});
 }
 
 void SessionScreen::startUnder(const std::string& shellCommands) {

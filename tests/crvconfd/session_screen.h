@@ -86,6 +86,7 @@ class SessionScreen : public testing::Test {
     [[nodiscard]] bool opensWith(const std::string& password) const;
 
     TempDir dir;
+    int terminalRows = 24, terminalColumns = 80;  ///< of the terminal that start() makes
     std::unique_ptr<ScreenProgram> screen;
 };
 

@@ -28,12 +28,13 @@ const char* faultOf(std::array<char, kFieldSize>& field, int length, int& utf8Le
 
 std::optional<std::string> askLine(const char* prompt, size_t longest, bool word, const std::string& start,
                                    const LineKey& other) {
-    for (;;) {
-        LineEditor line(start, longest);
+    for (std::string begun = start;;) {
+        LineEditor line(begun, longest);
         const LineField field{kMessageRow, 0, prompt, 0, word ? kSpace + 1 : kSpace};
         if (!editLine(field, line, other)) return std::nullopt;
         if (!line.lost()) return line.text();
         errInfo(kMessageRow, "Tekst jest za długi, mieści się najwyżej %zu znaków", longest);
+        begun = line.text();
     }
 }
 

@@ -1,4 +1,4 @@
-// What the user types on the message row. An entry that does not fit is refused with a message and asked for again:
+// What the user types on the message row. An entry that does not fit is shown again after a message:
 // nothing is ever cut in silence.
 #pragma once
 

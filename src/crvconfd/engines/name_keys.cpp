@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "crvconfd/engines/pick_list.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "misc/path.h"
 #include "misc/utf8.h"
@@ -87,8 +88,7 @@ void NameKeys::complete(LineEditor& line) {
     if (names.empty()) return beepSignal();
     std::string more = commonStart(names).substr(begun.size());
     if (more.empty() && twice_ && names.size() > 1) {
-        const ScreenKeeper keeper;
-        const int chosen = showMenuList(kFirstRow, 0, names, 0, 0, true);
+        const int chosen = pickFromList({kFirstRow}, names);
         if (chosen >= 0) more = names[static_cast<size_t>(chosen)].substr(begun.size());
     } else if (more.empty()) {
         beepSignal();

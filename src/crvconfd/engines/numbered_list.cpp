@@ -73,7 +73,8 @@ ScreenOps numberedListOps(const NumberedListEditor& editor, size_t& first) {
                         {kKeyDown, nullptr, false, down},
                         {kKeyPageUp, nullptr, false, up},
                         {kKeyUp, nullptr, false, up}},
-            .escapeLeaves = false};
+            .escapeLeaves = false,
+            .leastRows = kFewestRows};
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "crvconfd/engines/list_search.h"
-#include "crvconfd/toolkit/toolkit.h"
+#include "crvconfd/engines/text_view.h"
 #include "misc/ascii.h"
 
 namespace crv {
@@ -37,14 +37,32 @@ const ScreenAction* actionOfEnter(const ScreenOps& ops) {
     return found == ops.actions.end() ? nullptr : &*found;
 }
 
+size_t shownWidth(const std::string& labels) {
+    return columnsOf(labels) - static_cast<size_t>(std::ranges::count(labels, '~'));
+}
+
+/// The labels side by side; on a narrow terminal closer together, and those that do not fit are in the help alone.
+std::string labelRow(const std::vector<const char*>& labels, const char* gap) {
+    const auto room = static_cast<size_t>(shownColumns());
+    std::string text;
+    for (const char* label : labels) text.append(label).append(gap);
+    text += kGoBack;
+    if (shownWidth(text) <= room) return text;
+    const std::string end = std::string("F1  ") + kGoBack;
+    text.clear();
+    for (const char* label : labels) {
+        if (shownWidth(text + label + "  " + end) > room) break;
+        text.append(label).append("  ");
+    }
+    return text + end;
+}
+
 void showLabels(const ScreenOps& ops, bool withItems) {
     std::vector<const char*> labels;
     for (const ScreenAction& action : ops.actions)
         if (action.label && isOffered(action, withItems)) labels.push_back(action.label);
     if (ops.drawLabels) return ops.drawLabels(labels);
-    std::string text;
-    for (const char* label : labels) text.append(label).append(ops.gap);
-    displCentColText(kFooterRow, "%s", (text + kGoBack).c_str());
+    displCentColText(kFooterRow, "%s", labelRow(labels, ops.gap).c_str());
 }
 
 bool hasItems(const ScreenOps& ops) {
@@ -94,7 +112,10 @@ Chosen chooseByKey(const ScreenOps& ops) {
         const int key = awaitKey(ops);
         if (key == kKeyResized) return {.again = true};
         if (const ScreenAction* action = actionOfKey(ops, key, hasItems(ops))) return {action};
-        if (isHelp(key)) showKeys(keysOf(ops, hasItems(ops)));
+        if (isHelp(key)) {
+            showKeys(keysOf(ops, hasItems(ops)));
+            return {.again = true};
+        }
         if (isLetter(key, kLeave) || (key == kKeyEscape && ops.escapeLeaves)) return {};
     }
 }
@@ -134,12 +155,10 @@ class ListChoice {
         if (isLetter(key, kLeave)) return ShowMenuListCallbackRet::LeaveCancel;
         choice_.action = actionOfKey(ops_, key, true);
         if (choice_.action) return ShowMenuListCallbackRet::LeaveCancel;
-        if (isHelp(key)) {
-            showKeys(keysOf(ops_, true));
-            return ShowMenuListCallbackRet::NextKey;
-        }
+        if (isHelp(key)) showKeys(keysOf(ops_, true));
         if (key == ListSearch::kKey) search_.ask();
-        choice_.again = key == ListSearch::kKey || key == kListKeyResized;
+        // The terminal may have another size behind the help.
+        choice_.again = isHelp(key) || key == ListSearch::kKey || key == kListKeyResized;
         jumpTo_ = ListSearch::jump(shown_, static_cast<size_t>(std::max(index, 0)), key);
         return choice_.again || jumpTo_ ? ShowMenuListCallbackRet::LeaveCancel : ShowMenuListCallbackRet::Continue;
     }
@@ -156,7 +175,7 @@ class ListChoice {
 Chosen choose(ScreenOps& ops, ListSearch& search) {
     const auto items = ops.items ? ops.items() : std::vector<std::string>();
     ops.selected = std::min(ops.selected, items.empty() ? 0 : items.size() - 1);
-    clrScr();
+    clrScr(ops.items ? kFewestRows : ops.leastRows);
     ops.draw();
     showLabels(ops, !items.empty() || hasItems(ops));
     if (!items.empty()) return ListChoice(ops, search, items).run();
@@ -172,16 +191,20 @@ bool isHelp(int key) {
 }
 
 void showKeys(const KeyRows& rows) {
-    constexpr int kKeyColumn = 2, kMeaningColumn = 34;
+    constexpr size_t kWidestKeys = 33, kNarrowestMeaning = 24;
     const ScreenKeeper keeper;
-    clrScr();
-    displHeader(0, "%s", "Klawisze");
-    int row = kFirstRow;
-    for (const auto& [name, meaning] : rows) {
-        displText(row, kKeyColumn, "%s", name.c_str());
-        displText(row++, kMeaningColumn, "%s", meaning.c_str());
+    size_t top = 0;
+    for (;;) {
+        clrScr(kFewestRows);
+        const auto room = static_cast<size_t>(shownColumns()) - 2,
+                   width = std::min(kWidestKeys, room - kNarrowestMeaning);
+        std::vector<std::string> lines;
+        for (const auto& [name, meaning] : rows) addColumns(lines, " " + name, width, meaning, room);
+        displHeader(0, "%s", "Klawisze");
+        drawLines(lines, top);
+        const int key = getScreenKey();
+        if (key != kKeyResized && !scrollLines(key, lines.size(), top)) return;
     }
-    static_cast<void>(getKey());
 }
 
 bool isLetter(int key, char letter) {
@@ -197,7 +220,7 @@ void drawLabels(const ScreenOps& ops) {
 }
 
 void drawScreen(const ScreenOps& ops) {
-    clrScr();
+    clrScr(ops.leastRows);
     ops.draw();
     drawLabels(ops);
 }

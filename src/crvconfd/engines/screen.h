@@ -7,7 +7,12 @@
 #include <utility>
 #include <vector>
 
+#include "crvconfd/toolkit/toolkit.h"
+
 namespace crv {
+
+/// Rows without which no screen is of use.
+inline constexpr int kFewestRows = 8;
 
 /// One command of a screen.
 struct ScreenAction {
@@ -44,6 +49,9 @@ struct ScreenOps {
     std::function<int()> rowInUse = {};
     void (*idle)() = nullptr;  ///< goes on while a screen without a list waits for a key (IdleWork)
     size_t selected = 0;       ///< item of the list under the cursor; an action may move it
+    /// Rows that it needs: those of the least screen, or fewer where all of it finds its place from the bottom. A list
+    /// does with kFewestRows.
+    int leastRows = kScreenRows;
 };
 
 /// Draws a header on row 0: the usual draw of a list.
@@ -64,7 +72,7 @@ void drawLabels(const ScreenOps& ops);
 using KeyRows = std::vector<std::pair<std::string, std::string>>;
 /// F1 or "?".
 [[nodiscard]] bool isHelp(int key);
-/// Shows the keys of a place until a key; then the screen is as it was.
+/// Shows the keys of a place until a key that scrolls nothing; then the screen is as it was.
 void showKeys(const KeyRows& rows);
 
 /// Whether a key is the letter, in either case.

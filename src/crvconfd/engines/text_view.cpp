@@ -8,7 +8,6 @@ namespace crv {
 
 namespace {
 
-constexpr size_t kLabelWidth = 30;
 /// Room that a value needs beside its label.
 constexpr size_t kLeastValue = 32;
 
@@ -17,7 +16,12 @@ size_t textRows() {
 }
 
 size_t textWidth() {
-    return static_cast<size_t>(screenColumns()) - 2;
+    return static_cast<size_t>(shownColumns()) - 2;
+}
+
+size_t labelWidth() {
+    constexpr size_t kWidest = 30, kNarrowest = 6;
+    return std::clamp(textWidth() - kLeastValue, kNarrowest, kWidest);
 }
 
 /// The screen may have become narrower since the lines were made.
@@ -32,22 +36,15 @@ void fitLines(std::vector<std::string>& lines) {
             all.push_back(std::move(line));
             continue;
         }
-        const auto pieces = wrapText(line, textWidth() - kLabelWidth);
+        const auto pieces = wrapText(line, textWidth() - labelWidth());
         for (size_t i = 0; i < pieces.size(); ++i)
-            all.push_back(i == 0 ? pieces[i] : std::string(kLabelWidth, ' ') + pieces[i]);
+            all.push_back(i == 0 ? pieces[i] : std::string(labelWidth(), ' ') + pieces[i]);
     }
     lines = std::move(all);
 }
 
 size_t lastTop(size_t lines) {
     return lines > textRows() ? lines - textRows() : 0;
-}
-
-void draw(const TextView& view) {
-    displHeader(0, "%s", view.header.c_str());
-    const size_t count = view.lines.size(), end = std::min(count, view.top + textRows());
-    for (size_t i = view.top; i < end; ++i) displLine(kFirstRow + static_cast<int>(i - view.top), 1, view.lines[i]);
-    if (count > textRows()) displText(kFooterRow, 0, "%zu-%zu/%zu", view.top + 1, end, count);
 }
 
 struct Scroll {
@@ -81,9 +78,18 @@ std::vector<std::string> wrapText(std::string_view text, size_t width) {
     return lines;
 }
 
+void addColumns(std::vector<std::string>& lines, std::string_view label, size_t width, std::string_view value,
+                size_t columns) {
+    const auto labels = wrapText(label, width - 1), values = wrapText(value, columns - width);
+    for (size_t i = 0; i < std::max(labels.size(), values.size()); ++i) {
+        lines.push_back(fitText(i < labels.size() ? labels[i] : std::string(), width) +
+                        (i < values.size() ? values[i] : std::string()));
+    }
+}
+
 void addField(std::vector<std::string>& lines, std::string_view label, std::string_view value) {
-    const size_t left = std::max(kLabelWidth, columnsOf(label) + 1);
-    if (left + kLeastValue > textWidth()) {
+    const size_t left = std::max(labelWidth(), columnsOf(label) + 1);
+    if (left > labelWidth() && left + kLeastValue > textWidth()) {
         // Files choose some labels (numbers of extensions and certificates): a long one stands above its value.
         for (std::string& line : wrapText(label, textWidth())) lines.push_back(std::move(line));
         return addField(lines, {}, value);
@@ -91,21 +97,36 @@ void addField(std::vector<std::string>& lines, std::string_view label, std::stri
     const std::string head = fitText(label, left);
     const auto wrapped = wrapText(value, textWidth() - left);
     lines.push_back(head + wrapped.front());
-    for (size_t i = 1; i < wrapped.size(); ++i) lines.push_back(std::string(kLabelWidth, ' ') + wrapped[i]);
+    for (size_t i = 1; i < wrapped.size(); ++i) lines.push_back(std::string(labelWidth(), ' ') + wrapped[i]);
+}
+
+void drawLines(const std::vector<std::string>& lines, size_t& top) {
+    top = std::min(top, lastTop(lines.size()));
+    const size_t count = lines.size(), end = std::min(count, top + textRows());
+    for (size_t i = top; i < end; ++i) displLine(kFirstRow + static_cast<int>(i - top), 1, lines[i]);
+    if (count > textRows()) displText(kMessageRow, 0, "%zu-%zu/%zu", top + 1, end, count);
+}
+
+bool scrollLines(int key, size_t count, size_t& top) {
+    const auto* found = std::ranges::find(kScrolls, key, &Scroll::key);
+    if (found == std::end(kScrolls) || count <= textRows()) return false;
+    top = found->top(top, lastTop(count));
+    return true;
 }
 
 void runTextView(TextView& view) {
     ScreenActions actions = view.actions;
     for (const Scroll& scroll : kScrolls) {
-        actions.push_back({scroll.key, nullptr, false,
-                           [&view, scroll](size_t) { view.top = scroll.top(view.top, lastTop(view.lines.size())); }});
+        actions.push_back({scroll.key, nullptr, false, [&view, key = scroll.key](size_t) {
+                               static_cast<void>(scrollLines(key, view.lines.size(), view.top));
+                           }});
     }
     const auto drawText = [&view] {
         fitLines(view.lines);
-        view.top = std::min(view.top, lastTop(view.lines.size()));
-        draw(view);
+        displHeader(0, "%s", view.header.c_str());
+        drawLines(view.lines, view.top);
     };
-    runScreen({.draw = drawText, .actions = std::move(actions), .gap = view.gap});
+    runScreen({.draw = drawText, .actions = std::move(actions), .gap = view.gap, .leastRows = kFewestRows});
 }
 
 }  // namespace crv

@@ -14,6 +14,7 @@
 #include "crvconfd/toolkit/toolkit.h"
 #include "crypto/sign_algo_map.h"
 #include "keystore/key_manager.h"
+#include "misc/hex.h"
 
 namespace crv {
 
@@ -63,6 +64,11 @@ bool drawKey(int row, const StoredKey& key) {
 
 const char* roleText(KeyRole role) {
     return std::find_if(std::begin(kRoles), std::end(kRoles), [&](const auto& row) { return row.role == role; })->text;
+}
+
+std::string shortKeyId(const StoredKey& key) {
+    constexpr size_t kShown = 4;
+    return toHex(ByteView(key.key->keyId()).first(kShown));
 }
 
 std::vector<std::string> parametersAndVerdict(const SignedCertificate& certificate) {

@@ -16,6 +16,8 @@ class SignedCertificate;
 
 /// "podpis", "szyfrowanie" and so on.
 [[nodiscard]] const char* roleText(KeyRole role);
+/// What rows and questions call a key: the first octets of its identifier.
+[[nodiscard]] std::string shortKeyId(const StoredKey& key);
 
 /// Two pages, "Dane" and "Parametry", which scroll; S saves the certificate to a file, W or Escape returns.
 void showCertificate(const SignedCertificate& certificate, const std::string& title);

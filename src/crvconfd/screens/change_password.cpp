@@ -23,9 +23,9 @@ constexpr CodeText kPasswordTexts[] = {
     {kKmNoSeed, "Brak ziarna !!!"},
     {kKmLockFailed, kLockFailedText},
     {kKmLockGivenUp, kGivenUpText},
-    {kKmReadOnly, kReadOnlyText},
-    {kKmForeignFile, kForeignFileText},
-    {kKmPasswordNotText, kPasswordNotTextText},
+    {kKmReadOnly, kReadOnlyText, true},
+    {kKmForeignFile, kForeignFileText, true},
+    {kKmPasswordNotText, kPasswordNotTextText, true},
 };
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "crvconfd/screens/crl_browser.h"
 
+#include <algorithm>
 #include <ctime>
 
 #include "asn/x509/signed_cert_rev_list.h"
@@ -20,7 +21,10 @@ namespace crv {
 
 namespace {
 
-constexpr size_t kCrlIssuerWidth = 26;
+size_t crlIssuerWidth() {
+    constexpr int kUsual = 26, kNarrowest = 14;
+    return static_cast<size_t>(std::max(kUsual + shownColumns() - kScreenColumns, kNarrowest));
+}
 constexpr size_t kNumberWidth = 12;
 
 /// A stored list and the octets that it refers to.
@@ -45,7 +49,7 @@ std::string crlRow(const CrlIndexEntry& entry) {
     StoredCrl crl;
     const std::string count = crl.load(entry.fileNumber()) ? std::to_string(crl.list.entryCount()) : "?";
     return std::string(isExpired(entry) ? "!" : " ") + (entry.isVerified() ? "  " : "? ") +
-           fitText(shortName(entry.issuer), kCrlIssuerWidth) + " " + fitText(numberText(entry), kNumberWidth) + " " +
+           fitText(shortName(entry.issuer), crlIssuerWidth()) + " " + fitText(numberText(entry), kNumberWidth) + " " +
            dateLine(entry.thisUpdate) + " " + (entry.nextUpdate ? dateLine(*entry.nextUpdate) : std::string(10, ' ')) +
            " " + count;
 }

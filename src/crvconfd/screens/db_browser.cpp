@@ -25,9 +25,9 @@ namespace {
 
 constexpr int kHeadingRow = 1;
 // Of the least screen; a wider one's columns go to the two names, three to the subject for two to the issuer.
-constexpr size_t kNameWidth = 29;
-constexpr size_t kIssuerWidth = 21;
-constexpr size_t kRowWidth = 77;
+constexpr int kNameWidth = 29;
+constexpr int kIssuerWidth = 21;
+constexpr int kRowWidth = 77;
 constexpr size_t kDateWidth = 10;
 constexpr long kMostDays = 36500;
 
@@ -35,14 +35,18 @@ size_t pageRows() {
     return static_cast<size_t>(kFooterRow - kFirstRow - 1);
 }
 
-size_t moreColumns() {
-    return static_cast<size_t>(screenColumns() - kScreenColumns);
+/// Beside the least screen; fewer than none on a narrower terminal.
+int moreColumns() {
+    return shownColumns() - kScreenColumns;
 }
 size_t issuerWidth() {
-    return kIssuerWidth + moreColumns() * 2 / 5;
+    constexpr int kNarrow = 8;
+    if (moreColumns() >= 0) return static_cast<size_t>(kIssuerWidth + moreColumns() * 2 / 5);
+    // Many certificates have the same issuer; subjects are to be told apart.
+    return static_cast<size_t>(std::min((kNameWidth + kIssuerWidth + moreColumns()) / 3, kNarrow));
 }
 size_t nameWidth() {
-    return kNameWidth + moreColumns() - moreColumns() * 2 / 5;
+    return static_cast<size_t>(kNameWidth + kIssuerWidth + moreColumns()) - issuerWidth();
 }
 
 std::string certRow(const Bytes& der) {
@@ -155,10 +159,10 @@ void DbBrowser::reload() {
 }
 
 void DbBrowser::fitPage() {
-    const bool wider = page_ != 0 && columns_ != screenColumns();
+    const bool wider = page_ != 0 && columns_ != shownColumns();
     if (page_ == pageRows() && !wider) return;
     page_ = pageRows();
-    columns_ = screenColumns();
+    columns_ = shownColumns();
     if (rows_.empty()) return;
     // The row under the cursor stays.
     const size_t first = selected_ < page_ ? 0 : selected_ - page_ + 1;
@@ -207,7 +211,7 @@ void DbBrowser::pageUp() {
 
 void DbBrowser::drawRow(size_t index) const {
     const int row = kFirstRow + static_cast<int>(index);
-    const std::string text = fitText(rows_[index].text, kRowWidth + moreColumns());
+    const std::string text = fitText(rows_[index].text, static_cast<size_t>(kRowWidth + moreColumns()));
     if (index != selected_) return displLine(row, 1, text);
     if (getSelectedAttr() == 0) return displLine(row, 0, "[" + text + "]");
     const AttrGuard selected(kAttrSelected);
@@ -340,7 +344,8 @@ void DbBrowser::run() {
                      {kKeyEnd, nullptr, true, last}},
          .hasItems = [this] { return !rows_.empty(); },
          .gap = "  ",
-         .rowInUse = [this] { return kFirstRow + static_cast<int>(selected_); }});
+         .rowInUse = [this] { return kFirstRow + static_cast<int>(selected_); },
+         .leastRows = kFewestRows});
 }
 
 }  // namespace crv

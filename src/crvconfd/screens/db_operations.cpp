@@ -1,6 +1,7 @@
 #include "crvconfd/screens/db_operations.h"
 
 #include <array>
+#include <cerrno>
 #include <ctime>
 #include <exception>
 #include <new>
@@ -52,12 +53,12 @@ void showSummary(const std::string& text) {
 }
 
 /// The text of an end that is a failure; the name of the file is in it where it has a place.
-void showFailure(TransferEnd end, const TypedFile& file, const char* databaseText) {
+void showFailure(TransferEnd end, const TypedFile& file, const char* databaseText, int error) {
     switch (end) {
         case TransferEnd::NotOpened:
-            return showFileFailure(kNotOpened, file.typed, openError(file.path));
+            return showFileFailure(kNotOpened, file.typed, error);
         case TransferEnd::NotWritten:
-            return errInfo(kMessageRow, "Błąd zapisu pliku %s !!!", file.typed.c_str());
+            return showFileFailure("Błąd zapisu pliku %s !!!", file.typed, error);
         default:
             return showDatabaseFailure(databaseText, kNoMemory);
     }
@@ -145,7 +146,7 @@ void importCertificates(const TypedFile& file) {
     (void)showImport(done);
     const auto refused = [&](size_t index, CrtRefusal refusal) { refusals.add(index, refusal); };
     const TransferEnd end = crtManager->importCerts(file.path, showImport, done, refused);
-    if (isFailure(end)) showFailure(end, file, "Błąd bazy danych !!!");
+    if (isFailure(end)) showFailure(end, file, "Błąd bazy danych !!!", openError(file.path));
     if (!isFailure(end) || done.handled() > 0) showSummary(summaryOf(done, end));
     refusals.show(done.refused);
 }
@@ -153,8 +154,11 @@ void importCertificates(const TypedFile& file) {
 void exportCertificates(const TypedFile& file) {
     size_t count = 0;
     if (!file.path.empty() && !mayWrite(file)) return;
-    const TransferEnd end = file.path.empty() ? TransferEnd::NotOpened : crtManager->exportCerts(file.path, count);
-    if (isFailure(end)) return showFailure(end, file, kDatabaseFailed);
+    int error = ENOENT;
+    const TransferEnd end =
+        file.path.empty() ? TransferEnd::NotOpened : crtManager->exportCerts(file.path, count, {}, &error);
+    if (isFailure(end)) return showFailure(end, file, kDatabaseFailed, error);
+    note("Zapisano plik: " + file.path);
     errInfo(kMessageRow, "Zapisano certyfikaty w liczbie: %zu", count);
 }
 

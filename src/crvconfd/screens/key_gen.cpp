@@ -7,7 +7,7 @@
 
 #include "asn/x509/sign_algo.h"
 #include "config/configuration_manager.h"
-#include "crvconfd/engines/list_search.h"
+#include "crvconfd/engines/pick_list.h"
 #include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/session/context.h"
@@ -28,9 +28,9 @@ namespace {
 constexpr int kValueColumn = 28;
 constexpr int kFormatColumn = 55;
 constexpr int kOptionColumn = 74;
-constexpr int kParamsFooterRow = 20;
 constexpr int kParamsRow = 5;
-constexpr int kParamsRows = 12;
+/// With all choices and the keys below them.
+constexpr int kParamsScreen = 15;
 constexpr size_t kLongestRequestName = 254;
 constexpr const char* kRequestSaved = "Zgłoszenie certyfikacyjne zostało zapisane.";
 
@@ -61,9 +61,9 @@ constexpr CodeText kKeyGenTexts[] = {
     {kKmGenerationFailed, "Błąd procesu generowania kluczy"},
     {kKmLockFailed, kLockFailedText},
     {kKmLockGivenUp, kGivenUpText},
-    {kKmReadOnly, kReadOnlyText},
-    {kKmForeignFile, kForeignFileText},
-    {kKmPasswordNotText, kPasswordNotTextText},
+    {kKmReadOnly, kReadOnlyText, true},
+    {kKmForeignFile, kForeignFileText, true},
+    {kKmPasswordNotText, kPasswordNotTextText, true},
     {kKmKeyTooShort, "Klucze o długości mniejszej niż 2048 bitów nie są wspierane !!!"},
     {kKmAlgorithmNotSupported, "Nieobsługiwany algorytm w certyfikowanej wersji biblioteki!!!"},
 };
@@ -174,27 +174,22 @@ constexpr End kEnds[] = {
     {'w', "~Wyjście", KeyGenCommand::Leave},
 };
 
+/// Below the choices on every screen.
+int paramsFooterRow() {
+    return std::max<int>(BottomRow{20}, 13);
+}
+
 void drawEnds() {
     std::string footer;
     for (const End& end : kEnds) footer.append(footer.empty() ? "" : "   ").append(end.label);
-    displCentColText(kParamsFooterRow, "%s", footer.c_str());
+    displCentColText(paramsFooterRow(), "%s", footer.c_str());
 }
 
-/// Shows a list over the options; W leaves it like Escape. The index chosen, or -1.
+/// Shows a list over the options. The index chosen, or -1.
 int chooseFrom(const KeyGenParams& params, const std::vector<std::string>& items, size_t selected) {
+    constexpr int kBelow = 8;  // rows from the last of the longest list to the footer, and above the list
     ShowKeyGenMenu(params, true);
-    std::optional<size_t> next;
-    const auto onKey = [&](int key, int index) {
-        if (isLetter(key, 'w')) return ShowMenuListCallbackRet::LeaveCancel;
-        next = ListSearch::jump(items, index < 0 ? items.size() - 1 : static_cast<size_t>(index), key);
-        return next ? ShowMenuListCallbackRet::LeaveCancel : ShowMenuListCallbackRet::Continue;
-    };
-    for (;;) {
-        next.reset();
-        const int index = showCentMenuList(kParamsRow, items, static_cast<int>(selected), kParamsRows, true, onKey);
-        if (!next) return index;
-        selected = *next;
-    }
+    return pickFromList({kParamsRow, paramsFooterRow() - kBelow, true}, items, static_cast<int>(selected));
 }
 
 /// What can be chosen now, with its keys.
@@ -228,16 +223,10 @@ void selectCurve(KeyGenParams& params) {
 bool runScreen(KeyGenParams& params) {
     for (;;) {
         ShowKeyGenMenu(params, false);
-        const int key = getScrollKey();
+        const int key = getScreenKey();
         if (isHelp(key)) showKeys(keyGenKeys(params));
         const KeyGenCommand command = ProcessKeyGenCommand(key, params);
         if (command != KeyGenCommand::Stay) return command == KeyGenCommand::Generate;
-    }
-}
-
-/// Keys typed before the generation began do not stop it.
-void dropTypedKeys() {
-    while (waitForKeyOrTimeout(0) != kNoKey) {
     }
 }
 
@@ -266,6 +255,7 @@ std::function<bool()> countSeconds(const KeyGenParams& params) {
 /// Generates the key and saves it under the lock of the security file. Escape stops the generation.
 KeyManagerResult generate(KeyType usage, const KeyGenParams& params, bool successor) {
     drawWaiting(params);
+    // Those do not stop it.
     dropTypedKeys();
     const bool forced = isPss(params) && params.forceAlgorithm;
     const KeyPlan plan{usage,        params.keyScheme,      params.keyLength,
@@ -290,7 +280,10 @@ CrtRequestParams requestOf(const KeyGenParams& params) {
 bool writeRequest(const TypedFile& file, const Bytes& request) {
     if (!mayWrite(file)) return false;
     const WriteResult written = writeFileAtomically(file.path, request, {WriteMode::KeepOrCommon, true});
-    if (written) return true;
+    if (written) {
+        note("Zapisano zgłoszenie: " + file.path);
+        return true;
+    }
     showWriteFailure(written, file.typed);
     return false;
 }
@@ -380,17 +373,21 @@ bool mayGenerate(KeyType usage) {
 }  // namespace
 
 void ShowKeyGenMenu(const KeyGenParams& params, bool listOpen) {
-    clrScr();
+    clrScr(kParamsScreen);
     displHeader(0, "%s", params.titleText());
     displText(2, 1, "Wybierz parametry generowanego klucza i wciśnij 'G':");
     displText(8, 1, "Opcje:");
     for (const Choice& choice : kChoices) {
         if (!choice.shown(params)) continue;
         drawLabel(choice.row, choice.label, !listOpen && choice.open(params));
-        displText(choice.row, choice.column, "%s", choice.value(params).c_str());
+        // Where both have no room, the value goes over the label's end.
+        const std::string value = choice.value(params);
+        const int last = shownColumns() - static_cast<int>(columnsOf(value)) - 1;
+        if (last < choice.column) clrToEol(choice.row, last - 1);
+        displText(choice.row, std::min(choice.column, last), "%s", value.c_str());
     }
     if (listOpen) {
-        displCentText(kParamsFooterRow, " Wybór: klawisze nawigacyjne, spacja, +, -; Esc,W: koniec, Enter: zatwierdź");
+        displCentText(paramsFooterRow(), " Wybór: klawisze nawigacyjne, spacja, +, -; Esc,W: koniec, Enter: zatwierdź");
     } else {
         drawEnds();
     }

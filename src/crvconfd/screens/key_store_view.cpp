@@ -23,23 +23,20 @@ namespace crv {
 namespace {
 
 constexpr size_t kRoleWidth = 16, kAlgorithmWidth = 20, kIdWidth = 9;
-/// Octets of a key's identifier that a row shows.
-constexpr size_t kShownId = 4;
-
 std::string keyRow(const StoredKey& key) {
     const PublicKey publicKey = key.key->publicKey();
     const CertPtr certificate = keyManager->certificateOf(key);
     const std::string algorithm =
         std::string(signAlgoName(keyManager->schemeOf(key), KcHashAlgo::None)) + " " + std::to_string(publicKey.bits());
     return fitText(roleText(key.role), kRoleWidth) + fitText(algorithm, kAlgorithmWidth) +
-           fitText(toHex(ByteView(publicKey.keyId()).first(kShownId)), kIdWidth) +
+           fitText(shortKeyId(key), kIdWidth) +
            (certificate ? dateLine(certificate->tbs.validity.notAfter) + " " + shortName(certificate->subject())
                         : std::string("brak certyfikatu"));
 }
 
 /// Twice, since nobody brings it back who does not look into the history.
 bool confirmDeletion(const StoredKey& key) {
-    const std::string id = toHex(ByteView(key.key->keyId()).first(kShownId));
+    const std::string id = shortKeyId(key);
     const std::string first = key.role == KeyRole::Further
                                   ? "Usunąć klucz " + id + "? Zaszyfrowanego do niego nikt już nie odczyta (t/n)"
                                   : "Klucz " + id + " jest w UŻYCIU. Usunąć go z jego certyfikatami (t/n)?";

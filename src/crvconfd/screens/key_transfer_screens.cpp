@@ -5,6 +5,7 @@
 #include "asn/x509/signed_certificate.h"
 #include "corvane/crvapi.h"
 #include "crvconfd/engines/screen.h"
+#include "crvconfd/screens/cert_view.h"
 #include "crvconfd/screens/file_prompt.h"
 #include "crvconfd/screens/password_entry.h"
 #include "crvconfd/session/context.h"
@@ -24,8 +25,6 @@ namespace crv {
 namespace {
 
 constexpr CodeText kTransferTexts[] = {
-    {static_cast<int>(OpFault::FileMissing), "Nie ma takiego pliku"},
-    {static_cast<int>(OpFault::FileUnreadable), "Błąd odczytu pliku"},
     {static_cast<int>(OpFault::BadFile), "Plik nie zawiera klucza prywatnego, który można odczytać"},
 };
 
@@ -89,7 +88,9 @@ KeyManagerResult takeKeys(const KeysOfFile& found, size_t& taken) {
 
 void exportKeyToFile(size_t index) try {
     const StoredKey key = keyManager->keys()[index];
-    if (displCentQuestion(kMessageRow, "Zapisać klucz prywatny w osobnym pliku (t/n)?") == 0) return;
+    const std::string question =
+        "Zapisać klucz " + shortKeyId(key) + " (" + roleText(key.role) + ") w osobnym pliku (t/n)?";
+    if (displCentQuestion(kMessageRow, question.c_str()) == 0) return;
     const auto format = askForFormat();
     if (!format) return;
     const auto file = askForFile("Podaj nazwę pliku z kluczem: ");
@@ -111,7 +112,9 @@ void importKeysFromFile() try {
     // Only a file ends: the name "-" and pipes would keep the console waiting.
     std::error_code none;
     if (std::filesystem::exists(file->path, none) && !std::filesystem::is_regular_file(file->path, none))
-        throw OpError(OpFault::FileUnreadable, file->path);
+        return showFileFailure("To nie jest zwykły plik: %s", file->typed, 0);
+    if (const int error = openError(file->path); error != 0)
+        return showFileFailure("Błąd otwarcia pliku %s !!!", file->typed, error);
     const Bytes octets = importFile(file->path == "-" ? "./-" : file->path);
     SecretText password;
     if (!readPassword("Hasło tego pliku:", password)) return;

@@ -29,7 +29,6 @@ namespace crv {
 
 namespace {
 
-constexpr int kMenuColumn = 23;
 constexpr const char* kLeaveLabel = "~W) Wyjście";
 
 bool always() {
@@ -92,8 +91,12 @@ constexpr MenuEntry kDataBaseEntries[] = {
 
 /// Entries one a row, the way back below them.
 void drawEntries(int row, const std::vector<const char*>& labels) {
-    for (const char* label : labels) displColText(row++, kMenuColumn, "%s", label);
-    displColText(std::min<int>(row + 1, kMessageRow), kMenuColumn, "%s", kLeaveLabel);
+    constexpr int kColumn = 23;
+    size_t widest = 0;
+    for (const char* label : labels) widest = std::max(widest, columnsOf(label));
+    const int column = std::clamp(shownColumns() - static_cast<int>(widest), 0, kColumn);
+    for (const char* label : labels) displColText(row++, column, "%s", label);
+    displColText(std::min<int>(row + 1, kMessageRow), column, "%s", kLeaveLabel);
 }
 
 ScreenOps menuOps(const Menu& menu) {

@@ -206,6 +206,7 @@ void CrlKeeper::step() {
         work_->run.reset();
         netManager->clearNetStore();
         work_->next = IdleClock::now() + kAfterFailure;
+        note(std::string("Nie pobrano list CRL: ") + error.what());
         displText(kMessageRow, 0, "Nie pobrano list CRL: %s", error.what());
     }
 }
@@ -221,8 +222,10 @@ std::chrono::seconds CrlKeeper::advance() {
     if (netManager->isNetStoreEmpty()) return kNextLook;
     crvCtx->state.warnings.clear();
     crvCtx->moveFromNetStoreToDB();
-    if (!crvCtx->state.warnings.empty())
+    if (!crvCtx->state.warnings.empty()) {
+        note("Pobranych list CRL nie zapisano: " + crvCtx->dbManager.lastFailure());
         displText(kMessageRow, 0, "Pobranych list CRL nie zapisano: %s", crvCtx->dbManager.lastFailure().c_str());
+    }
     crvCtx->state.warnings.clear();
     return kNextLook;
 }

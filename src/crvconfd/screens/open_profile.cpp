@@ -182,12 +182,12 @@ void showDatabaseReason() {
     const std::string& failure = dbManager->lastFailure();
     if (failure.empty()) return;
     note(failure);
-    errInfo(kMessageRow, "%s", printable(failure.substr(failure.find('\n') + 1)).c_str());
+    warnInfo(kMessageRow, "%s", printable(failure.substr(failure.find('\n') + 1)).c_str());
 }
 
 /// 't', 'm' (with the strong protection) or 'n'.
 char askForCreation() {
-    displCentText(kFooterRow, "M: utwórz z mocną ochroną (starsze wersje pakietu takiego pliku nie otworzą)");
+    displCentText(kFooterRow, "M: utwórz z mocną ochroną (nieczytelną w starszych wersjach)");
     int answer = -1;
     while (answer < 0) {
         clrToEol(kMessageRow, 0);
@@ -220,7 +220,7 @@ bool createDB() {
     if (displCentQuestion(kMessageRow, "Bazy danych pakietu nie istnieją. Czy chcesz je utworzyć (t/n) ?") == 0)
         return false;
     if (dbManager->createDb()) return true;
-    errInfo(kMessageRow, "Błąd przy tworzeniu bazy danych !!!");
+    showDatabaseFailure("Błąd przy tworzeniu bazy danych !!!");
     return false;
 }
 

@@ -2,6 +2,7 @@
 
 #include "asn/asn_object.h"
 #include "crvconfd/screens/file_prompt.h"
+#include "crvconfd/session/messages.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "misc/atomic_write.h"
 #include "misc/path.h"
@@ -16,6 +17,7 @@ bool saveToFile(const std::string& name, const ASNobject& object) {
     if (object.writeToVector(encoding))
         written = writeFileAtomically(file.path, encoding, {WriteMode::KeepOrCommon, true});
     if (written) {
+        note("Zapisano plik: " + file.path);
         displCentInfo(kMessageRow, "Plik został zapisany", 2);
         return true;
     }

@@ -24,6 +24,8 @@ namespace {
 constexpr size_t kLongestShown = 72;
 constexpr size_t kNarrowest = 40;
 constexpr int kProfilesRow = 3;
+/// With one profile.
+constexpr int kSelectionRows = 9;
 constexpr int kProfileRows = 17;  // of the least screen
 constexpr BottomRow kActionsRow{21};
 constexpr const char* kNoProfiles = "Brak zdefiniowanych profili.";
@@ -169,11 +171,8 @@ ShowMenuListCallbackRet leave(bool wanted) {
 
 /// What the keys beside those of the program do: help, filter, jumps, another size of the terminal.
 ShowMenuListCallbackRet findByKey(int key, int place, Selection& state) {
-    if (isHelp(key)) {
-        showKeys(selectionKeys());
-        return ShowMenuListCallbackRet::NextKey;
-    }
-    state.again = key == ListSearch::kKey || key == kListKeyResized;
+    if (isHelp(key)) showKeys(selectionKeys());
+    state.again = key == ListSearch::kKey || isScreenStale();
     state.chosenAt = state.indexAt(place);
     if (key == ListSearch::kKey) state.search.ask();
     std::vector<std::string> listed;
@@ -203,12 +202,12 @@ ShowMenuListCallbackRet selectProfileCallback(int key, int place, Selection& sta
     std::string why;
     const auto profile = index < 0 ? nullptr : state.load(index, why);
     if (!profile || !state.details) return ShowMenuListCallbackRet::NextKey;
-    const std::pair size{screenRows(), screenColumns()};
+    const std::pair size{screenRows(), shownColumns()};
     state.details(*profile);
-    clrScr();
+    clrScr(kSelectionRows);
     drawFixedLines();
     state.chosenAt = index;
-    state.again = size != std::pair{screenRows(), screenColumns()};
+    state.again = size != std::pair{screenRows(), shownColumns()};
     return state.again ? ShowMenuListCallbackRet::LeaveCancel : ShowMenuListCallbackRet::Redraw;
 }
 
@@ -251,7 +250,7 @@ int runList(Selection& state, const std::string& name, std::optional<ProfileMedi
         state.jumpTo.reset();
         place = std::min(place, static_cast<int>(items.size()) - 1);
         const int chosen =
-            showCentMenuList(kProfilesRow, items, place, kProfileRows + screenRows() - kScreenRows, true,
+            showCentMenuList(kProfilesRow, items, place, std::max(kProfileRows + screenRows() - kScreenRows, 1), true,
                              [&state](int key, int current) { return selectProfileCallback(key, current, state); });
         if (!state.jumpTo) return state.indexAt(chosen);
         place = static_cast<int>(*state.jumpTo);
@@ -266,7 +265,7 @@ std::unique_ptr<CrvProfile> selectProfile(AvailableProfiles kind, const std::str
     ListSearch search;
     std::set<std::string> told;
     for (;;) {
-        clrScr();
+        clrScr(kSelectionRows);
         displayProgramInfo(0);
         Selection state{kind, file, details, search};
         readProfileList(state.names, kind, state.userCount, file);

@@ -5,6 +5,7 @@
 
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/form.h"
+#include "crvconfd/engines/pick_list.h"
 #include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/net_screens.h"
 #include "crvconfd/session/context.h"
@@ -52,9 +53,9 @@ FormField authorityField(SrvParams& server, const std::vector<CaChoice>& authori
                     items.push_back(authority.name);
                     if (authority.dn == server.caDn) selected = static_cast<int>(items.size()) - 1;
                 }
-                clrScr();
+                clrScr(kFewestRows);
                 displHeader(0, "Wybór urzędu");
-                const int index = showCentMenuList(2, items, selected, 18, true);
+                const int index = pickFromList({kFirstRow, std::max<int>(BottomRow{18}, 1)}, items, selected);
                 if (index < 0 || index == selected) return false;
                 server.caDn = index == 0 ? Bytes() : authorities[static_cast<size_t>(index) - 1].dn;
                 server.caDnUtf8 = index == 0 ? std::string() : items[static_cast<size_t>(index)];

@@ -16,6 +16,8 @@ namespace crv {
 
 namespace {
 
+/// With a name of a few lines.
+constexpr int kTrustRows = 13;
 constexpr const char* kPlace = "src/crvconfd/trstpnts";
 
 constexpr CodeText kAddTexts[] = {
@@ -79,13 +81,13 @@ void displayCRLInfo(int row, int col, const SignedCertificate& authority) {
 }
 
 void displayTP(const TrustPointList& list, size_t index) {
-    clrScr();
+    clrScr(kTrustRows);
     displHeader(0, "Punkty zaufania");
     if (list.empty()) return displText(2, 1, "Brak punktów zaufania");
     const std::string position = std::to_string(index + 1) + "/" + std::to_string(list.size());
     {
         const AttrGuard header(kAttrHeader);
-        displText(0, screenColumns() - static_cast<int>(position.size()), "%s", position.c_str());
+        displText(0, shownColumns() - static_cast<int>(position.size()), "%s", position.c_str());
     }
     const SignedCertificate& certificate = *list[index].certificate;
     displText(2, 0, "Rodzaj:");
@@ -117,6 +119,7 @@ ScreenOps trustPointOps(TrustPointList& list, size_t& index) {
                     {'s', "Zapi~sz", true, [&](size_t) { OnTrustedPointSave(list, index); }}},
         .hasItems = [&] { return !list.empty(); },
         .escapeLeaves = false,
+        .leastRows = kTrustRows,
     };
 }
 

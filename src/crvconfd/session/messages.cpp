@@ -22,19 +22,26 @@ namespace crv {
 namespace {
 
 std::string farewell;
+std::string lastNote;
+
+const CodeText* findRow(std::span<const CodeText> table, int code) {
+    const auto found = std::find_if(table.begin(), table.end(), [code](const auto& row) { return row.code == code; });
+    return found == table.end() ? nullptr : &*found;
+}
 
 }  // namespace
 
 const char* findText(std::span<const CodeText> table, int code) {
-    const auto found = std::find_if(table.begin(), table.end(), [code](const auto& row) { return row.code == code; });
-    return found == table.end() ? nullptr : found->text;
+    const CodeText* row = findRow(table, code);
+    return row ? row->text : nullptr;
 }
 
 void showCode(std::span<const CodeText> table, int code, const char* place) {
-    const char* text = findText(table, code);
-    if (!text) failAssertion("0", place, __LINE__);
-    note(text + (" (" + std::to_string(code) + ")"));
-    errInfo(kMessageRow, "%s", text);
+    const CodeText* row = findRow(table, code);
+    if (!row) failAssertion("0", place, __LINE__);
+    note(row->text + (" (" + std::to_string(code) + ")"));
+    if (row->stays) return warnInfo(kMessageRow, "%s", row->text);
+    errInfo(kMessageRow, "%s", row->text);
 }
 
 void sayAtEnd(const std::string& text) {
@@ -75,9 +82,9 @@ int openError(const std::string& path) {
 void showFileFailure(const char* format, const std::string& name, int error) {
     std::string text = format;
     if (const size_t mark = text.find("%s"); mark != std::string::npos) text.replace(mark, 2, name);
-    note(text + " (" + std::to_string(error) + ")");
     const std::string reason = error == 0 ? std::string() : " (" + systemReason(error) + ")";
-    if (columnsOf(text + reason) <= static_cast<size_t>(screenColumns()))
+    note(text + reason + " (" + std::to_string(error) + ")");
+    if (columnsOf(text + reason) <= static_cast<size_t>(shownColumns()))
         return errInfo(kMessageRow, "%s%s", text.c_str(), reason.c_str());
     constexpr BottomRow kReasonAbove{22};
     clrToEol(kReasonAbove, 0);
@@ -87,7 +94,13 @@ void showFileFailure(const char* format, const std::string& name, int error) {
 }
 
 void note(const std::string& line) {
-    if (crvCtx) crvCtx->state.report(printable(line));
+    lastNote = printable(line);
+    if (crvCtx) crvCtx->state.report(lastNote);
+}
+
+void noteMessage(const std::string& text) {
+    if (!lastNote.starts_with(printable(text))) note(text);
+    lastNote.clear();
 }
 
 void showDatabaseFailure(const char* text, const char* noMemoryText) {

@@ -10,6 +10,7 @@ namespace crv {
 struct CodeText {
     int code;
     const char* text;
+    bool stays = false;  ///< until a key: something is lost unless the user acts
 };
 
 /// The text of a code, or null.
@@ -21,6 +22,9 @@ void showCode(std::span<const CodeText> table, int code, const char* place = "sr
 
 /// A line of the report that -verbose prints at the end, made printable. Never a secret.
 void note(const std::string& line);
+
+/// The same for a message of the screen: not where a line with more in it has just been noted for it.
+void noteMessage(const std::string& text);
 
 /// Keeps a text for standard error when the screen has ended.
 void sayAtEnd(const std::string& text);

@@ -100,6 +100,7 @@ void runScreens(const CommandLine& line, NamedProfile named) {
     hideMemory();
     startScreen(line.terminalMode);
     {
+        observeMessages(noteMessage);
         const CursorGuard hidden(false);
         runSessions(line, std::move(named));
     }
@@ -119,17 +120,28 @@ void complainOfFlaws(const CommandLine& line) {
         complain(printable(flaw));
 }
 
+/// What reads lists before there is a screen; where one cannot be read, the end tells which were looked for.
+template <class Work>
+auto readingLists(const CommandLine& line, const Work& work) try {
+    return work();
+} catch (const StoreError&) {
+    sayAtEnd(searchedLists(line.kind, line.listFile.value_or("").c_str()));
+    throw;
+}
+
 /// From the resolved command line to the exit status; the context lives in here.
 int runWithContext(const CommandLine& line) {
     const ContextOwner context;
     if (line.request == Request::List) {
-        print(profileListText(line.kind, line.listFile ? line.listFile->c_str() : nullptr));
+        print(readingLists(
+            line, [&] { return profileListText(line.kind, line.listFile ? line.listFile->c_str() : nullptr); }));
         complainOfFlaws(line);
         return 0;
     }
     NamedProfile named;
     if (line.profile) {
-        named.profile = loadCrvProfile(line.kind, *line.profile, line.listFile.value_or(""), &named.media);
+        named.profile = readingLists(
+            line, [&] { return loadCrvProfile(line.kind, *line.profile, line.listFile.value_or(""), &named.media); });
         if (!named.profile) {
             complain("Nie znaleziono profilu " + printable(*line.profile));
             complainOfFlaws(line);
@@ -169,6 +181,7 @@ int runRequest(const CommandLine& line, const std::string& program) {
 int failWith(const char* text) {
     if (!wasInitScr()) {
         complain(printable(text));
+        bidFarewell();
     } else {
         errInfo(kMessageRow, "%s", text);
         downScr();

@@ -17,7 +17,7 @@ constexpr CodeText kSaveTexts[] = {
     {kKmNoMemory, "Brak pamięci"},
     {kKmOpenFailed, "Błąd otwarcia pliku bezpieczeństwa"},
     {kKmWriteFailed, "Błąd zapisu pliku bezpieczeństwa"},
-    {kKmReadFailed, "Błąd odczytu pliku bezpieczeństwa"},  // it changed meanwhile and is to be merged
+    {kKmReadFailed, "Błąd odczytu pliku bezpieczeństwa", true},  // it changed meanwhile and is to be merged
     {kKmDeviceError, "Błąd komunikacji z urządzeniem Tarvo"},
     {kKmCardNotFound, "Karta nieznaleziona"},
     {kKmCardError, "Błąd komunikacji z kartą"},
@@ -38,10 +38,10 @@ constexpr CodeText kSaveTexts[] = {
     {kKmWrongSigningKeyPin, "Błędny PIN klucza do podpisywania"},
     {kKmLockFailed, kLockFailedText},
     {kKmLockGivenUp, kGivenUpText},
-    {kKmReadOnly, kReadOnlyText},
-    {kKmForeignFile, kForeignFileText},
-    {kKmPasswordNotText, kPasswordNotTextText},
-    {kKmHistoryFailed, "Nie udało się zachować poprzedniego pliku bezpieczeństwa"},
+    {kKmReadOnly, kReadOnlyText, true},
+    {kKmForeignFile, kForeignFileText, true},
+    {kKmPasswordNotText, kPasswordNotTextText, true},
+    {kKmHistoryFailed, "Nie udało się zachować poprzedniego pliku bezpieczeństwa", true},
     {kKmKeyHasTwoNames, "Wykryty klucz recertyfikowany dla różnych identyfikatorów wyróżniających !!!"},
 };
 

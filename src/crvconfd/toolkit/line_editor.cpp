@@ -57,7 +57,7 @@ size_t LineEditor::wordStart() const {
 void LineEditor::erase(size_t from, size_t to) {
     text_.erase(from, to - from);
     cursor_ = from;
-    lost_ = false;
+    lost_ = lost_ && !text_.empty();
 }
 
 bool LineEditor::edit(int key) {

@@ -15,7 +15,8 @@ class LineEditor {
     [[nodiscard]] const std::string& text() const { return text_; }
     /// Octets before the cursor.
     [[nodiscard]] size_t cursor() const { return cursor_; }
-    /// Whether something found no room since the last octet was erased.
+    /// Whether something found no room since the text was empty: what was refused in its middle no Backspace brings
+    /// back.
     [[nodiscard]] bool lost() const { return lost_; }
 
     /// Puts a text in at the cursor; false, without a change, when there is no room.

@@ -7,8 +7,9 @@
 // reaches the terminal raw. Lengths and centring count bytes. Functions with a format take printf formats: data is
 // never the format, "%s" is. At most 256 bytes remain after formatting. Moves outside the screen are ignored.
 //
-// A smaller terminal shows the rows and columns in which something was drawn or typed last. A larger one gives the
-// screen its rows and columns from the next clrScr() on: what is drawn keeps its place until then.
+// A smaller terminal shows the rows in which something was drawn or typed last, and folds the message row over two of
+// its rows. A larger one gives the screen its rows and columns from the next clrScr() on: what is drawn keeps its place
+// until then.
 //
 // The terminal may be resized and the process suspended at any time: the contents survive and are drawn again. When the
 // process is asked to end (SIGINT, SIGTERM, SIGHUP, SIGQUIT) or the terminal hangs up, whichever function waits for a
@@ -34,6 +35,8 @@ inline constexpr int kScreenColumns = 80;
 /// The screen as it was cleared last.
 [[nodiscard]] int screenRows();
 [[nodiscard]] int screenColumns();
+/// Those of its columns that the terminal had room for then: the width of what is drawn outside the message row.
+[[nodiscard]] int shownColumns();
 
 /// A row that is as far from the bottom of every screen as from that of the least.
 struct BottomRow {
@@ -119,7 +122,10 @@ void initScr();
 /// Clears and ends a started screen and gives the signals back; does nothing otherwise.
 void downScr();
 [[nodiscard]] bool wasInitScr();
-void clrScr();
+/// Whether it would have another size if it was cleared now.
+[[nodiscard]] bool isScreenStale();
+/// A screen that finds its places from the bottom may have fewer rows, down to so many, on a terminal that has no more.
+void clrScr(int leastRows = kScreenRows);
 /// Shows what was drawn so far without waiting for a key: before work that takes a while.
 void refreshScr();
 /// Clears from (row, col) to the end of the line.
@@ -157,6 +163,7 @@ class ScreenKeeper {
 
   private:
     _win_st* kept_;
+    int least_, shown_;
 };
 
 /// Shows or hides the cursor for a scope.
@@ -209,10 +216,14 @@ void displLine(int row, int col, std::string_view text);
 /// Clears the row, shows the text for up to 2 x n seconds or until a key, and clears the row again.
 void displInfo(int row, int col, const char* text, int n);
 void displCentInfo(int row, const char* text, int n);
-/// Clears the row, beeps and shows the text centred for up to 4 seconds or until a key.
+/// Clears the row, beeps and shows the text centred for up to 4 seconds or until a key that is typed now: keys typed
+/// before nobody meant for it.
 [[gnu::format(printf, 2, 3)]] void errInfo(int row, const char* format, ...);
 /// The same without an end: for failures by which something is lost unless the user does something.
 [[gnu::format(printf, 2, 3)]] void warnInfo(int row, const char* format, ...);
+/// Is told the text of every message, question aside, for a report; null: nobody.
+using MessageObserver = void (*)(const std::string& text);
+void observeMessages(MessageObserver observer);
 /// Draws text of the display encoding at the cursor with "~" mnemonics; a negative length means the whole text.
 void printTextWithShortcuts(const char* text, int length);
 
@@ -284,6 +295,9 @@ int inputRandomText(int row, int col, const char* prompt, SecretArray<20>& diges
 
 /// Waits up to that many tenths of a second: the key as getKey decodes it, or kNoKey.
 [[nodiscard]] int waitForKeyOrTimeout(int tenths);
+
+/// Forgets what was typed and not read yet.
+void dropTypedKeys();
 
 /// Takes the keys that were typed meanwhile; whether one of them was Escape. One ESC is enough, and is told within a
 /// twentieth of a second.

@@ -13,11 +13,8 @@ namespace crv::toolkit {
 /// The pad on which everything is drawn; a pad keeps its contents whatever size the terminal takes.
 _win_st* pad();
 
-/// Brings the terminal up to date with the pad, cut to the terminal's size.
+/// Brings the terminal up to date with the pad, cut to the terminal's size; what is in use is seen.
 void show();
-
-/// Whether the screen would have another size if it was cleared now.
-[[nodiscard]] bool sizeIsStale();
 
 /// Where the next put() draws. The column may be past the right edge, where nothing more is drawn.
 struct Pen {
@@ -60,7 +57,7 @@ void throwIfClosed();
 /// Switches the translation of key sequences by curses; returns whether that failed.
 bool translateKeys(bool on);
 
-/// Column from which that many bytes are centred; at least 0.
+/// Column from which that many bytes are centred in what is shown; at least 0.
 [[nodiscard]] int centred(size_t bytes);
 
 }  // namespace crv::toolkit

@@ -135,7 +135,7 @@ int takeKey(bool resizes) {
         if (key != KEY_RESIZE) return key;
         clearok(curscr, TRUE);
         toolkit::show();
-        if (resizes && toolkit::sizeIsStale()) return key;
+        if (resizes && isScreenStale()) return key;
     }
 }
 
@@ -311,6 +311,10 @@ int getScrollKey() {
 
 int getScreenKey() {
     return readAnyKey(kFurtherSequences, true);
+}
+
+void dropTypedKeys() {
+    static_cast<void>(escapePressed());
 }
 
 bool escapePressed() {

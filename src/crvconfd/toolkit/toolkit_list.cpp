@@ -46,8 +46,8 @@ class ListMenu {
             visible_ = screenRows() - row_;
         }
         visible_ = std::max(visible_, 0);
-        width_ = framed_ ? std::min(longest(items) + 2, screenColumns() - 2)
-                         : std::min(longest(items) + 1, screenColumns() - 1);
+        width_ = framed_ ? std::min(longest(items) + 2, shownColumns() - 2)
+                         : std::min(longest(items) + 1, shownColumns() - 1);
         follow();
     }
 
@@ -192,7 +192,7 @@ int showMenuList(int row, int col, std::span<const std::string> items, int selec
 int showCentMenuList(int row, std::span<const std::string> items, int selected, int rows, bool framed,
                      const ShowMenuListCallback& callback) {
     const int width = longest(items) + (framed ? 4 : 1);
-    const int col = width >= screenColumns() ? 0 : (screenColumns() - width) / 2;
+    const int col = width >= shownColumns() ? 0 : (shownColumns() - width) / 2;
     return showMenuList(row, col, items, selected, rows, framed, callback);
 }
 

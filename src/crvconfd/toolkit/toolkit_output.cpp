@@ -21,6 +21,12 @@ constexpr int kWholeMinute = 600;  // tenths of a second
 
 toolkit::Pen position;
 
+MessageObserver messageObserver = nullptr;
+
+void observe(const std::string& text) {
+    if (messageObserver) messageObserver(text);
+}
+
 struct Glyph {
     wchar_t code;
     size_t bytes;
@@ -58,10 +64,11 @@ void drawGlyph(const Glyph& glyph) {
 
 /// The text formatted, at most 256 bytes of it.
 std::string formatted(const char* format, std::va_list arguments) {
-    std::string text(kFormattedBytes, '\0');
+    // One more character shows whether the last one is whole.
+    std::string text(kFormattedBytes + 4, '\0');
     const int length = std::vsnprintf(text.data(), text.size() + 1, format, arguments);
-    text.resize(std::clamp<size_t>(static_cast<size_t>(std::max(length, 0)), 0, kFormattedBytes));
-    return text;
+    text.resize(std::min(text.size(), static_cast<size_t>(std::max(length, 0))));
+    return std::string(cutText(text, kFormattedBytes));
 }
 
 void drawAt(int row, int col, std::string_view shown) {
@@ -133,7 +140,7 @@ void fillTo(int column) {
 }
 
 int centred(size_t bytes) {
-    return static_cast<int>(bytes) >= screenColumns() ? 0 : (screenColumns() - static_cast<int>(bytes)) / 2;
+    return static_cast<int>(bytes) >= shownColumns() ? 0 : (shownColumns() - static_cast<int>(bytes)) / 2;
 }
 
 }  // namespace toolkit
@@ -203,8 +210,8 @@ void displCentColText(int row, const char* format, ...) {
 void displHeader(int row, const char* format, ...) {
     CRV_FORMATTED(text, format);
     std::string bar = text;
-    if (bar.size() > static_cast<size_t>(screenColumns()))
-        bar = std::string(cutText(text, static_cast<size_t>(screenColumns()) - 3)) + "...";
+    const auto room = static_cast<size_t>(shownColumns());
+    if (bar.size() > room) bar = std::string(cutText(text, room - 3)) + "...";
     if (!toolkit::movePen(row, 0)) return;
     {
         const AttrGuard guard(kAttrHeader);
@@ -215,7 +222,12 @@ void displHeader(int row, const char* format, ...) {
     toolkit::show();
 }
 
+void observeMessages(MessageObserver observer) {
+    messageObserver = observer;
+}
+
 void displInfo(int row, int col, const char* text, int n) {
+    observe(text);
     clrToEol(row, 0);
     drawAt(row, col, pl(text));
     static_cast<void>(waitForKeyOrTimeout(n * 20));
@@ -230,16 +242,19 @@ void errInfo(int row, const char* format, ...) {
     CRV_FORMATTED(text, format);
     clrToEol(row, 0);
     beepSignal();
+    dropTypedKeys();
     displCentInfo(row, text.c_str(), 2);
 }
 
 void warnInfo(int row, const char* format, ...) {
     CRV_FORMATTED(text, format);
+    observe(text);
     clrToEol(row, 0);
     beepSignal();
+    dropTypedKeys();
     displCentText(row, "%s", text.c_str());
-    while (waitForKeyOrTimeout(kWholeMinute) == kNoKey) {
-    }
+    // What means nothing, as a paste does here, is no answer.
+    for (int key = kNoKey; key == kNoKey || key == 0;) key = waitForKeyOrTimeout(kWholeMinute);
     clrToEol(row, 0);
 }
 

@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -37,8 +38,11 @@ constexpr int kMostColumns = 160;
 struct Screen {
     SCREEN* handle = nullptr;
     WINDOW* pad = nullptr;
+    WINDOW* fold = nullptr;  ///< the message row where the terminal is too narrow for it
     int rows = kScreenRows;
     int columns = kScreenColumns;
+    int shown = kScreenColumns;
+    int least = kScreenRows;
     bool cursorVisible = true;
     std::array<struct sigaction, kEndSignals.size()> before{};
 };
@@ -179,11 +183,15 @@ attr_t cursesAttributes(int code) {
 }
 
 int wantedRows() {
-    return std::clamp(LINES, kScreenRows, kMostRows);
+    return std::clamp(LINES, screen.least, kMostRows);
 }
 
 int wantedColumns() {
     return std::clamp(COLS, kScreenColumns, kMostColumns);
+}
+
+int wantedShown() {
+    return std::min(COLS, wantedColumns());
 }
 
 void takeSize(int rows, int columns) {
@@ -200,6 +208,55 @@ int firstShown(int pen, int shown, int all) {
     return std::clamp(pen - shown + 1, 0, all - shown);
 }
 
+/// Columns from the first to behind the last of the message row that hold something, the cursor of an entry included.
+std::pair<int, int> usedColumns() {
+    const int row = getcury(screen.pad), col = getcurx(screen.pad);
+    const auto isBlank = [row](int column) {
+        cchar_t cell{};
+        std::array<wchar_t, CCHARW_MAX + 1> text{};
+        attr_t looks = 0;
+        short colours = 0;
+        mvwin_wch(screen.pad, row, column, &cell);
+        getcchar(&cell, text.data(), &looks, &colours, nullptr);
+        return text[0] == L' ' || text[0] == 0;
+    };
+    int begin = 0, end = screen.columns;
+    while (end > 0 && isBlank(end - 1)) --end;
+    while (begin < end && isBlank(begin)) ++begin;
+    if (screen.cursorVisible) begin = 0, end = std::max(end, col + 1);
+    wmove(screen.pad, row, col);
+    return {begin, end};
+}
+
+/// Column at which the second row goes on: of a message behind a word where there is one, of an entry always the same.
+int foldAt(int begin, int end, int columns) {
+    const int row = getcury(screen.pad), col = getcurx(screen.pad);
+    int fold = begin + columns;
+    for (int at = fold; !screen.cursorVisible && at > begin && end - at < columns; --at) {
+        if ((mvwinch(screen.pad, row, at) & A_CHARTEXT) != ' ') continue;
+        fold = at + 1;
+        break;
+    }
+    wmove(screen.pad, row, col);
+    return fold;
+}
+
+/// The picture with the message row in use below it, over two rows where one is too short.
+void showFolded(int rows, int columns) {
+    const int row = getcury(screen.pad), col = getcurx(screen.pad);
+    const auto [begin, end] = usedColumns();
+    const bool folded = end - begin > columns;
+    const int fold = folded ? foldAt(begin, end, columns) : end, lines = folded ? 2 : 1;
+    werase(screen.fold);
+    if (fold > begin) copywin(screen.pad, screen.fold, row, begin, 0, 0, 0, fold - begin - 1, FALSE);
+    if (folded) copywin(screen.pad, screen.fold, row, fold, 1, 0, 1, std::min(end - fold, columns) - 1, FALSE);
+    const bool second = folded && col >= fold;
+    wmove(screen.fold, second ? 1 : 0, std::clamp(col - (second ? fold : begin), 0, columns - 1));
+    pnoutrefresh(screen.pad, screen.rows - 1 - (rows - lines), 0, 0, 0, rows - lines - 1, columns - 1);
+    pnoutrefresh(screen.fold, 0, 0, rows - lines, 0, rows - 1, columns - 1);
+    doupdate();
+}
+
 }  // namespace
 
 namespace toolkit {
@@ -210,15 +267,11 @@ WINDOW* pad() {
 
 void show() {
     const int rows = std::min(screen.rows, LINES), columns = std::min(screen.columns, COLS);
-    const int row = getcury(screen.pad);
-    const bool inUse = screen.cursorVisible || row == kMessageRow;
-    const int left = inUse ? firstShown(getcurx(screen.pad), columns, screen.columns) : 0;
-    pnoutrefresh(screen.pad, firstShown(row, rows, screen.rows), left, 0, 0, rows - 1, columns - 1);
+    const int row = getcury(screen.pad), top = firstShown(row, rows, screen.rows);
+    if (row == kMessageRow && columns < screen.columns) return showFolded(rows, columns);
+    const int left = screen.cursorVisible ? firstShown(getcurx(screen.pad), columns, screen.columns) : 0;
+    pnoutrefresh(screen.pad, top, left, 0, 0, rows - 1, columns - 1);
     doupdate();
-}
-
-bool sizeIsStale() {
-    return wantedRows() != screen.rows || wantedColumns() != screen.columns;
 }
 
 void noteHangUp() {
@@ -241,8 +294,10 @@ namespace {
 /// stays is freed by the end of the process.
 void closeScreen() {
     endwin();
-    if (screen.pad) delwin(screen.pad);
-    screen.pad = nullptr;
+    for (WINDOW* one : {screen.pad, screen.fold}) {
+        if (one) delwin(one);
+    }
+    screen.pad = screen.fold = nullptr;
     screen.handle = nullptr;
 }
 
@@ -260,10 +315,13 @@ void initScr() {
         closeScreen();
         throw NoScreen(why);
     }
+    screen.least = kScreenRows;
     screen.rows = wantedRows();
     screen.columns = wantedColumns();
+    screen.shown = wantedShown();
     screen.pad = newpad(screen.rows, screen.columns);
-    if (!screen.pad) {
+    screen.fold = newpad(2, kMostColumns);
+    if (!screen.pad || !screen.fold) {
         closeScreen();
         throw std::bad_alloc();
     }
@@ -300,8 +358,17 @@ int screenRows() {
 int screenColumns() {
     return screen.columns;
 }
+int shownColumns() {
+    return screen.shown;
+}
 
-void clrScr() {
+bool isScreenStale() {
+    return wantedRows() != screen.rows || wantedColumns() != screen.columns || wantedShown() != screen.shown;
+}
+
+void clrScr(int leastRows) {
+    screen.least = leastRows;
+    screen.shown = wantedShown();
     takeSize(wantedRows(), wantedColumns());
     werase(screen.pad);
     toolkit::movePen(0, 0);
@@ -333,11 +400,13 @@ void resumeScr() {
     toolkit::show();
 }
 
-ScreenKeeper::ScreenKeeper() : kept_(dupwin(screen.pad)) {}
+ScreenKeeper::ScreenKeeper() : kept_(dupwin(screen.pad)), least_(screen.least), shown_(screen.shown) {}
 
 ScreenKeeper::~ScreenKeeper() {
     if (!kept_) return;
     takeSize(getmaxy(kept_), getmaxx(kept_));
+    screen.least = least_;
+    screen.shown = shown_;
     overwrite(kept_, screen.pad);
     delwin(kept_);
     toolkit::show();
