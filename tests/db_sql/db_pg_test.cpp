@@ -185,9 +185,10 @@ TEST_F(PgTest, WhatAnImportToldIsThereHoweverTheServerEnds) {
                 const char* waiting = "SELECT count(*) FROM pg_stat_activity WHERE wait_event_type = 'Lock'";
                 for (int i = 0; i < 200 && sql(waiting).starts_with('0'); ++i) std::this_thread::sleep_for(20ms);
                 if (whole) return server.killServer();
-                if (killed)
-                    return (void)kill(std::stoi(sql("SELECT pid FROM pg_stat_activity WHERE wait_event_type = 'Lock'")),
-                                      SIGKILL);
+                if (killed) {
+                    kill(std::stoi(sql("SELECT pid FROM pg_stat_activity WHERE wait_event_type = 'Lock'")), SIGKILL);
+                    return;
+                }
                 sql("SELECT pg_terminate_backend(pid, 5000) FROM pg_stat_activity WHERE wait_event_type = 'Lock'");
             });
         };
@@ -507,7 +508,7 @@ TEST(PgPlugin, IsLoadedOnlyFromWhereOthersCannotWriteAndNothingIsLinkedWithIt) {
     const std::string file = dir.file("plugin.so");
     test::writeFile(file, "");
     const auto mode = [](const std::string& path, int bits) {
-        std::filesystem::permissions(path, std::filesystem::perms(bits));
+        std::filesystem::permissions(path, static_cast<std::filesystem::perms>(bits));
     };
     EXPECT_EQ(writableByOthers(file), "");
     mode(file, 0664);
