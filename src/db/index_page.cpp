@@ -100,10 +100,9 @@ Page* PageCache::find(int64_t position) {
 }
 
 Page& PageCache::add(Page page) {
-    while (pages_.size() >= capacity_) {
+    if (pages_.size() >= capacity_) {
         const auto clean = std::find_if(pages_.rbegin(), pages_.rend(), [](const Page& p) { return !p.dirty; });
-        if (clean == pages_.rend()) break;
-        remove(clean->position);
+        if (clean != pages_.rend()) remove(clean->position);
     }
     pages_.push_front(std::move(page));
     byPosition_[pages_.front().position] = pages_.begin();

@@ -65,15 +65,9 @@ class Page {
 class PageCache {
   public:
     static constexpr size_t kMinCapacity = 256;
-    static constexpr size_t kMemory = size_t{4} << 20;       ///< octets of pages kept, roughly
-    static constexpr size_t kBatchMemory = size_t{8} << 20;  ///< while many insertions wait to be written
+    static constexpr size_t kMemory = size_t{4} << 20;  ///< octets of pages kept, roughly
 
-    void setPageSize(size_t largest) {
-        pageSize_ = std::max<size_t>(largest, 1);
-        setBatch(false);
-    }
-    /// A batch writes a page once for all the keys that it puts there while the page is kept.
-    void setBatch(bool on) { capacity_ = std::max(kMinCapacity, (on ? kBatchMemory : kMemory) / pageSize_); }
+    void setPageSize(size_t largest) { capacity_ = std::max(kMinCapacity, kMemory / std::max<size_t>(largest, 1)); }
     [[nodiscard]] size_t capacity() const { return capacity_; }
     /// Null when not kept.
     Page* find(int64_t position);
@@ -85,7 +79,6 @@ class PageCache {
     std::list<Page> pages_;  // most recently used first
     std::unordered_map<int64_t, std::list<Page>::iterator> byPosition_;
     size_t capacity_ = kMinCapacity;
-    size_t pageSize_ = 1;
 };
 
 }  // namespace crv

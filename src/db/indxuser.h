@@ -62,10 +62,7 @@ class IndexFile : public File {
     [[nodiscard]] bool halfWritten() const { return halfWritten_; }
     /// While on, changed pages stay in memory and are written in large steps and by flush(). For files that count
     /// only when they are complete, and for changes under a mark. A failure while on loses all that was not written.
-    void deferWrites(bool on) {
-        deferred_ = on;
-        cache_.setBatch(on);
-    }
+    void deferWrites(bool on) { deferred_ = on; }
     [[nodiscard]] DbAnswer flush();
 
     // For the checker.
