@@ -1,4 +1,4 @@
-// usage: test_fuzz_corpus <folder of corpora>: each file goes through its target again. A target that finds something
+// usage: test_fuzz_corpus <folder of corpora>: each file goes through its target again. One that finds something aborts,
 // aborts, and the name of the file stands above.
 #include <cstdint>
 #include <cstdio>
