@@ -71,8 +71,12 @@ DbAnswer DataBase::endBatch() {
 void DataBase::close() {
     (void)endBatch();
     index_.close();
-    if (lock_ && lock_->held() && index_.halfWritten()) lock_->spoil();
+    if (index_.halfWritten()) spoilLock();
     data_.close();
+}
+
+void DataBase::spoilLock() {
+    if (lock_ && lock_->held()) lock_->spoil();
 }
 
 bool DataBase::beginChange() {

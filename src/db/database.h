@@ -35,6 +35,8 @@ class DataBase {
     [[nodiscard]] DbAnswer open(const std::string& name);
     /// Ends the use, and a batch.
     void close();
+    /// A change was left half done: the mark of the bound lock stays, and the next user mends.
+    void spoilLock();
     /// From now to endBatch() or close(), insertions keep records and changed index pages in memory and write them in
     /// large pieces: many at a time are several times faster. What was inserted is there when endBatch() has returned;
     /// should the process die before, the mark says that the indexes must be made anew. Needs a bound lock, which is

@@ -85,13 +85,16 @@ std::array<uint8_t, kRecordHead> DataFile::encodeHead(const RecordHead& head) {
 
 void DataFile::close() {
     pending_.clear();
+    lost_ = false;
     park();
 }
 
 DbAnswer DataFile::flush() {
+    if (lost_) return kDbError;
     if (pending_.empty()) return kDbOk;
     const bool done = append(pending_) >= 0;
     pending_.clear();
+    lost_ = deferred_ && !done;  // a look-up may be what writes: the batch has to hear of it, too
     return done ? kDbOk : kDbError;
 }
 
@@ -136,6 +139,7 @@ int64_t DataFile::insert(std::span<const std::string_view> keys, ByteView body) 
         return wait || flush() == kDbOk ? recNo : 0;
     } catch (const std::bad_alloc&) {
         pending_.clear();
+        lost_ = deferred_;
         return setStatus(FileStatus::NoMemory), 0;
     }
 }

@@ -71,6 +71,7 @@ class DataFile : public File {
     Bytes scratch_;
     Bytes pending_;  // records that belong behind the end of the file
     bool deferred_ = false;
+    bool lost_ = false;  // records of a batch could not be written; nothing is, until the file is closed
 };
 
 }  // namespace crv

@@ -142,6 +142,7 @@ void CrtTableSet::finishChange(bool sync) {
         const bool done = (sync ? tables_[table].sync() : tables_[table].endBatch()) == kDbOk;
         if (!done) throw StoreError(StoreCause::Failed, "Blad bazy danych");
     }
+    changed_.fill(false);
 }
 
 }  // namespace crv

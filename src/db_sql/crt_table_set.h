@@ -32,8 +32,10 @@ class CrtTableSet {
     void bindLock(DbLock* lock);
     /// Opens a table; for a change its insertions stay in memory until finishChange() or close().
     void open(Tb table, bool forChange);
-    /// Writes what is in memory; a failure spoils the bound lock.
+    /// Writes what is in memory. A failure spoils the bound lock, and so does a change that finishChange() did not end:
+    /// the tables may not agree.
     void close(Tb table) {
+        if (changed_[table]) tables_[table].spoilLock();
         changed_[table] = false;
         tables_[table].close();
     }

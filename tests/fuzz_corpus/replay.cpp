@@ -1,5 +1,5 @@
-// usage: test_fuzz_corpus <folder of corpora>: each file goes through its target again. A target that finds something aborts, and the
-// name of the file stands above.
+// usage: test_fuzz_corpus <folder of corpora>: each file goes through its target again.
+// One that finds something aborts, and the name of the file stands above.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
