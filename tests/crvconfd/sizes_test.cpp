@@ -1,6 +1,7 @@
 // One road through the screens in every size of the terminal: what is in use at a step, a prompt, a message or the row
 // under the cursor, must be seen whole.
 #include "session_screen.h"
+#include "support/cert_maker.h"
 
 namespace crv::test {
 namespace {
@@ -55,6 +56,18 @@ TEST_P(Sizes, WhatIsInUseIsSeen) {
     demoCa("correspondents ca 60 korespondenci.der");
     std::filesystem::create_directory(dir.path() / "dokumenty");
     writeFile(file("dokumenty/żółw i ćma.req"), "stary");
+    save("długa.crt", makeCert({.subject = {{"C", "PL"},
+                                            {"O", "Firma"},
+                                            {"OU", "Dział"},
+                                            {"OU", "Zespół"},
+                                            {"L", "Łódź"},
+                                            {"ST", "Łódzkie"},
+                                            {"OU", "Komórka"},
+                                            {"CN", "Długa nazwa"}},
+                                .extensions = caExtensions()})
+                          .der);
+    std::filesystem::remove_all(file("praca.p12.d"));
+    writeFile(file("praca.p12.d"), "w miejscu historii");
     terminalRows = GetParam().rows;
     terminalColumns = GetParam().columns;
     start();
@@ -82,6 +95,11 @@ TEST_P(Sizes, WhatIsInUseIsSeen) {
     go({{">podpis i szyfr.", "e"}, {"(podpis i szyfr.) w osobnym pliku (t/n)?", "n"}, {">podpis", "u"}});
     go({{"jest w UŻYCIU. Usunąć go z jego certyfikatami (t/n)?", "n"}, {">podpis", "w"}, {"Powrót", "w"}});
     go({{"7) Zmiana hasła", "w"}, {kMainMenu, "2"}, {"9) Rozszerzone", "1"}, {"Brak punktów zaufania", "d"}});
+    go({{"z certyfikatem:", "~/długa.crt\r"}, {"nie ma katalogu: ", ""}, {"praca.p12.d/2", ""}});
+    go({{"Nie udało się zachować poprzedniego pliku", " "}, {"Punkt zaufania poprawnie dodany", " "}});
+    std::filesystem::remove(file("praca.p12.d"));
+    go({{"Dodany punkt zaufania", "w"}, {"CN=Długa nazwa", "u"}, {"chcesz usunąć punkt zaufania (t/n)?", ""}});
+    go({{"Długa nazwa", ""}, {"PL", "t"}, {"Punkt zaufania usunięty", " "}, {"Brak punktów zaufania", "d"}});
     go({{"z certyfikatem:", "~/ca/\t\t"}, {">ca.cnf", "/"}, {kFilter, "CA.PEM\r"}, {">ca.pem", "\r"}});
     go({{"~/ca/ca.pem", "\r"}, {"Punkt zaufania poprawnie dodany", " "}, {"Dodany punkt zaufania", "w"}, {"1/1", "u"}});
     go({{"Czy na pewno chcesz usunąć punkt zaufania (t/n)?", "n"},
@@ -101,7 +119,15 @@ TEST_P(Sizes, WhatIsInUseIsSeen) {
         {"znaleziono: 1", ""},
         {">  Korespondent nr 59", "u"}});
     go({{"Czy na pewno chcesz usunąć certyfikat (t/n)?", "n"}, {">  Korespondent nr 59", "w"}, {"6) Usuń", "w"}});
-    EXPECT_EQ(leave(), 0);
+    go({{kMainMenu, "1"}, {"4) Wyświetl certyfikat", "4"}, {"Numer seryjny:", "m"}, {"Generuj   Wyjście", "g"}});
+    go({{"został poprawnie wygenerowany.", " "}, {"także dotychczasowym kluczem (t/n)?", "t"}});
+    go({{kForRequest, "~/nowy.req\r"}, {"wygenerowany i zapisany.", " "}, {"Identyfikator klucza:", "o"}});
+    go({{">podpis", "h"}, {" UTC ", "p"}, {"Wrócić do pliku z 2", "t"}, {"miał wtedy:", kPassword + "\r"}});
+    go({{"Tamten plik nie ma klucza ", "n"}, {" UTC ", keys::kEnd + "p"}, {"Wrócić do pliku z 2", "t"}});
+    go({{"miał wtedy:", kPassword + "\r"}, {"nie ma klucza ", "t"}, {"Otwórz profil jeszcze raz.", " "}});
+    go({{">PRACA", "\r"}, {kAskPassword, "złe\r"}, {kWrongPassword, " "}, {kAskPassword, keys::kEscape}});
+    go({{"poprzednie pliki bezpieczeństwa. Pokazać je (t/n)?", "n"}, {">PRACA", "w"}});
+    EXPECT_EQ(screen->waitExit(), 0);
     EXPECT_EQ(readFile(file("dokumenty/żółw i ćma.req")), "stary");
 }
 

@@ -112,7 +112,7 @@ bool runForm(const std::string& title, const std::vector<FormField>& fields, con
         if (saved && end.done) displCentInfo(kMessageRow, end.done, 2);
     };
     const auto mayLeave = [&] {
-        if (!changed || !end.question || displCentQuestion(kMessageRow, end.question) == 0) return true;
+        if (!changed || !end.question || !askOfLoss(end.question)) return true;
         store(0);
         return leaving;
     };

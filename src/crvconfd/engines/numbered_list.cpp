@@ -27,7 +27,10 @@ void drawPage(const NumberedListEditor& editor, const std::vector<NumberedEntry>
     if (entries.empty() && editor.drawEmpty) return editor.drawEmpty();
     const size_t end = std::min(entries.size(), first + pageSize());
     for (size_t i = first; i < end; ++i) drawNumberedEntry(kFirstRow + static_cast<int>(i - first), i + 1, entries[i]);
-    if (entries.size() > pageSize()) displText(kFooterRow, 0, "%zu-%zu/%zu PgUp/PgDn", first + 1, end, entries.size());
+    if (entries.size() <= pageSize()) return;
+    // The labels of the footer need all of a narrow row.
+    const int row = shownColumns() < kScreenColumns ? kMessageRow : kFooterRow;
+    displText(row, 0, "%zu-%zu/%zu PgUp/PgDn", first + 1, end, entries.size());
 }
 
 }  // namespace

@@ -40,7 +40,7 @@ bool mayWrite(const TypedFile& file) {
         case FileClaim::None:
             break;
     }
-    return !verdict.exists || displCentQuestion(kMessageRow, "Plik już istnieje. Czy chcesz go zastąpić (t/n)?") == 1;
+    return !verdict.exists || askOfLoss("Plik już istnieje. Czy chcesz go zastąpić (t/n)?");
 }
 
 void showWriteFailure(const WriteResult& result, const std::string& name) {

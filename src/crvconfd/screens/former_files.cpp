@@ -11,7 +11,6 @@
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
 #include "crvconfd/session/prot_cfg.h"
-#include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "keystore/file_history.h"
 #include "keystore/key_manager.h"
@@ -35,13 +34,9 @@ std::string momentOf(const std::string& name) {
 /// Keys that came after the former file stand in the history alone then: asks about each by its name.
 bool confirmLoss(const FormerFile& former, const SecretText& password) {
     const KeysNotIn lost = keysNotIn(cfgManager->securityFileName(), former.name, password);
-    if (!lost.known) {
-        return displCentQuestion(kMessageRow,
-                                 "Tym hasłem obecny plik się nie otwiera, może mieć nowsze klucze. Wrócić (t/n)?") == 1;
-    }
+    if (!lost.known) return askOfLoss("Tym hasłem obecny plik się nie otwiera, może mieć nowsze klucze. Wrócić (t/n)?");
     return std::ranges::all_of(lost.keys, [](const KeyId& key) {
-        const std::string question = "Tamten plik nie ma klucza " + toHex(key).substr(0, 8) + ". Wrócić mimo to (t/n)?";
-        return displCentQuestion(kMessageRow, question.c_str()) == 1;
+        return askOfLoss("Tamten plik nie ma klucza " + toHex(key).substr(0, 8) + ". Wrócić mimo to (t/n)?");
     });
 }
 
@@ -50,8 +45,7 @@ bool restore(const FormerFile& former) try {
     // The file is opened anew then, and a key that is in memory alone would be gone.
     offerUnsavedKey();
     if (keyManager->unsavedKey()) return false;
-    const std::string question = "Wrócić do pliku z " + momentOf(former.name) + " (t/n)?";
-    if (displCentQuestion(kMessageRow, question.c_str()) == 0) return false;
+    if (!askOfLoss("Wrócić do pliku z " + momentOf(former.name) + " (t/n)?")) return false;
     SecretText password;
     if (!readPassword("Hasło, które plik miał wtedy:", password) || !confirmLoss(former, password)) return false;
     const KeyStoreAccess access = keyStoreAccess();
@@ -65,10 +59,10 @@ bool restore(const FormerFile& former) try {
     return true;
 } catch (const OpError& error) {
     const bool gone = error.fault() == OpFault::ObjectMissing;
-    note(std::string("Poprzedni plik: ") + error.what());
     if (error.fault() == OpFault::FileUnwritable) {
-        warnInfo(kMessageRow, "Nie zachowano obecnego pliku: %s", printable(error.what()).c_str());
+        warnOfFile("Nie zachowano obecnego pliku", error.what());
     } else {
+        note(std::string("Poprzedni plik: ") + error.what());
         warnInfo(kMessageRow, "%s", gone ? "Tego pliku już nie ma" : crvErrorTextAPI(crvCtx, error.code()));
     }
     return false;

@@ -336,9 +336,8 @@ void saveSuccessorRequest(KeyType use, const StoredKey& successor) {
 /// otherwise it stays until the user gives it up.
 bool saveUnsaved() {
     while (keyManager->unsavedKey()) {
-        if (displCentQuestion(kMessageRow, "Wygenerowany klucz nie został zapisany. Zapisać go teraz (t/n)?") == 0) {
-            if (displCentQuestion(kMessageRow, "Czy na pewno porzucić wygenerowany klucz (t/n)?") == 1)
-                keyManager->dropUnsavedKey();
+        if (!askOfLoss("Wygenerowany klucz nie został zapisany. Zapisać go teraz (t/n)?")) {
+            if (askOfLoss("Czy na pewno porzucić wygenerowany klucz (t/n)?")) keyManager->dropUnsavedKey();
             return false;
         }
         const KeyManagerResult result = saveUnsavedKey(keyStoreAccess());
@@ -479,6 +478,7 @@ void generateBy(KeyGenParams params, KeyType usage, bool successor) {
     }
     const std::string done = std::string("Klucz ") + params.schemeName() + " został poprawnie wygenerowany.";
     displCentInfo(kMessageRow, done.c_str(), 1);
+    tellOfHistory();
     CrtRequestParams request = requestOf(params);
     if (successor) askForSignature(request);
     saveRequest(usage, request);

@@ -40,8 +40,7 @@ bool confirmDeletion(const StoredKey& key) {
     const std::string first = key.role == KeyRole::Further
                                   ? "Usunąć klucz " + id + "? Zaszyfrowanego do niego nikt już nie odczyta (t/n)"
                                   : "Klucz " + id + " jest w UŻYCIU. Usunąć go z jego certyfikatami (t/n)?";
-    return displCentQuestion(kMessageRow, first.c_str()) == 1 &&
-           displCentQuestion(kMessageRow, "Klucz zostanie usunięty na dobre. Czy na pewno (t/n)?") == 1;
+    return askOfLoss(first) && askOfLoss("Klucz zostanie usunięty na dobre. Czy na pewno (t/n)?");
 }
 
 void remove(size_t index) {

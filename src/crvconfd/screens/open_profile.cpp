@@ -113,6 +113,11 @@ bool isWrongPassword(KeyManagerResult result) {
     return result == kKmWrongPassword || result == kKmWrongRootsPassword || result == kKmWrongSigningKeyPin;
 }
 
+/// The file itself is damaged, whatever its password.
+bool isDamaged(KeyManagerResult result) {
+    return result == kKmBadFormat || result == kKmUnknownKeyAlgorithm || result == kKmConfigurationSignature;
+}
+
 /// For who has no security file, or none that can be read: true when a former one was put back.
 bool offerFormerFiles() {
     const std::string file = cfgManager->securityFileName();
@@ -152,8 +157,9 @@ void offerTrustPoints() {
     long added = 0;
     for (const CertPtr& candidate : candidates) added += keyManager->addTrustedCA(candidate) == kKmOk;
     if (added > 0 && !writeProtCfg()) return;
-    errInfo(kMessageRow, "Dodano punktów zaufania: %ld, odrzucono: %ld", added,
-            static_cast<long>(candidates.size()) - added);
+    const std::string text = "Dodano punktów zaufania: " + std::to_string(added) +
+                             ", odrzucono: " + std::to_string(static_cast<long>(candidates.size()) - added);
+    displCentInfo(kMessageRow, text.c_str(), 2);
 }
 
 /// Says what may not be written, and takes another program's file over when the user agrees.
@@ -274,15 +280,26 @@ KeyManagerResult initProfile(OpenMode mode) {
 bool OnProfileZaloguj() {
     const bool card = cfgManager->keyMedium() == KeyMedium::Token;
     const char* prompt = card ? "Podaj PIN do karty:" : "Wprowadź hasło dostępu:";
+    bool refused = false;
     for (bool again = false;; again = true) {
         // A refused PIN changes what the token says of the tries that are left.
         if (card && ((again && !deviceInit()) || !tokensReady())) return false;
         const long needed = neededPins();
-        if (!askPins(prompt, needed)) return false;
+        if (!askPins(prompt, needed)) {
+            // A file that was altered looks like a wrong password.
+            if (!refused || !offerFormerFiles()) return false;
+            refused = false;
+            crvCtx->removePINs();
+            continue;
+        }
         const KeyManagerResult result = initProfile();
         if (result == kKmOk) return settleRights();
         if (result == kKmNoSeed) return seedAndReopen();
-        if (result == kKmBadFormat && offerFormerFiles()) continue;
+        refused = refused || result == kKmWrongPassword;
+        if (isDamaged(result) && offerFormerFiles()) {
+            crvCtx->removePINs();
+            continue;
+        }
         // Where nothing was asked, trying again by itself would only block a card.
         if (!isWrongPassword(result) || needed == 0) return false;
         crvCtx->removePINs();

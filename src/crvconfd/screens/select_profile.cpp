@@ -260,10 +260,10 @@ int runList(Selection& state, const std::string& name, std::optional<ProfileMedi
 }  // namespace
 
 std::unique_ptr<CrvProfile> selectProfile(AvailableProfiles kind, const std::string& lastName, const char* file,
-                                          std::optional<ProfileMedia>& source, const ProfileDetails& details) {
+                                          std::optional<ProfileMedia>& source, const ProfileDetails& details,
+                                          std::set<std::string>& told) {
     std::string name = lastName;
     ListSearch search;
-    std::set<std::string> told;
     for (;;) {
         clrScr(kSelectionRows);
         displayProgramInfo(0);
@@ -273,7 +273,7 @@ std::unique_ptr<CrvProfile> selectProfile(AvailableProfiles kind, const std::str
         if (state.names.empty()) {
             if (!offerFirstProfile(state)) {
                 std::string text = std::string(kNoProfiles) + "\n";
-                for (const std::string& flaw : told) text += flaw + "\n";
+                for (const std::string& flaw : flawsOfLists(kind, file)) text += flaw + "\n";
                 sayAtEnd(text + searchedLists(kind, file));
                 return nullptr;
             }

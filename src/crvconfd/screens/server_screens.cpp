@@ -113,7 +113,7 @@ void SrvDatViewer::edit(SrvParams server, bool isNew) {
 }
 
 void SrvDatViewer::remove(const SrvParams& server) {
-    if (displCentQuestion(kMessageRow, "Czy na pewno chcesz usunąć serwer (t/n)?") == 0) return;
+    if (!askOfLoss("Czy na pewno chcesz usunąć serwer (t/n)?")) return;
     const bool done = changeCurrentProfile([&](CrvProfile& target) {
         // A server may have other uses: it goes only with the last of them.
         SrvParams rest = server;

@@ -1,5 +1,7 @@
 #include "crvconfd/screens/trusted_points.h"
 
+#include <algorithm>
+
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/screen.h"
 #include "crvconfd/screens/cert_view.h"
@@ -16,8 +18,8 @@ namespace crv {
 
 namespace {
 
-/// With a name of a few lines.
-constexpr int kTrustRows = 13;
+/// With a name of a few lines, which begins on the row.
+constexpr int kTrustRows = 13, kNameRow = 7;
 constexpr const char* kPlace = "src/crvconfd/trstpnts";
 
 constexpr CodeText kAddTexts[] = {
@@ -59,6 +61,13 @@ void showAddFailure(KeyManagerResult result, const SignedCertificate& certificat
     }
 }
 
+/// So many that all lines of the name find their place above the footer.
+int trustRows(const TrustPointList& list, size_t index) {
+    if (list.empty()) return kTrustRows;
+    const auto lines = std::ssize(list[index].certificate->subject().lines(dnDisplay()));
+    return std::clamp(kNameRow + static_cast<int>(lines) + kScreenRows - kFooterRow.ofLeast, kTrustRows, kScreenRows);
+}
+
 std::string crlText(const CrlIndexEntry& crl) {
     const std::string number = crl.crlNumber ? crl.crlNumber->decimal() : "bez numeru";
     std::string text = number + " z " + dateLine(crl.thisUpdate);
@@ -81,7 +90,7 @@ void displayCRLInfo(int row, int col, const SignedCertificate& authority) {
 }
 
 void displayTP(const TrustPointList& list, size_t index) {
-    clrScr(kTrustRows);
+    clrScr(trustRows(list, index));
     displHeader(0, "Punkty zaufania");
     if (list.empty()) return displText(2, 1, "Brak punktów zaufania");
     const std::string position = std::to_string(index + 1) + "/" + std::to_string(list.size());
@@ -97,7 +106,7 @@ void displayTP(const TrustPointList& list, size_t index) {
     displText(4, 0, "Ostatnie listy uniewaznień:");
     displayCRLInfo(4, 28, certificate);
     displText(6, 0, "Identyfikator wyróżniający punktu zaufania:");
-    displayDN(7, certificate.subject());
+    displayDN(kNameRow, certificate.subject());
 }
 
 namespace {

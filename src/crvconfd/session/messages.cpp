@@ -10,6 +10,7 @@
 
 #include "context/crvctx.h"
 #include "corvane/crvapi.h"
+#include "crvconfd/engines/text_view.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
@@ -23,6 +24,15 @@ namespace {
 
 std::string farewell;
 std::string lastNote;
+
+constexpr CodeText kReasons[] = {
+    {ENOENT, "nie ma takiego pliku"},   {EACCES, "brak praw dostępu"},
+    {EPERM, "brak praw dostępu"},       {EISDIR, "to jest katalog"},
+    {ENOTDIR, "nie ma katalogu"},       {ENOSPC, "brak miejsca na dysku"},
+    {EDQUOT, "przekroczony przydział"}, {EROFS, "system plików tylko do odczytu"},
+    {EFBIG, "plik byłby za duży"},      {ENAMETOOLONG, "nazwa jest za długa"},
+    {ELOOP, "pętla dowiązań"},          {EIO, "błąd urządzenia"},
+};
 
 const CodeText* findRow(std::span<const CodeText> table, int code) {
     const auto found = std::find_if(table.begin(), table.end(), [code](const auto& row) { return row.code == code; });
@@ -44,6 +54,24 @@ void showCode(std::span<const CodeText> table, int code, const char* place) {
     errInfo(kMessageRow, "%s", row->text);
 }
 
+void warnOfFile(const std::string& text, const std::string& failure) {
+    const size_t colon = std::min(failure.rfind(": "), failure.size());
+    std::string reason = failure.substr(std::min(colon + 2, failure.size()));
+    const auto* known = std::ranges::find_if(
+        kReasons, [&](const CodeText& row) { return std::system_category().message(row.code) == reason; });
+    if (known != std::end(kReasons)) reason = known->text;
+    note(text + ": " + reason + ": " + failure.substr(0, colon));
+    const ScreenKeeper keeper;
+    const auto lines =
+        wrapText(printable(reason + ": " + failure.substr(0, colon)), static_cast<size_t>(shownColumns()));
+    int row = kFooterRow - static_cast<int>(lines.size());
+    for (const std::string& line : lines) {
+        clrToEol(++row, 0);
+        displLine(row, 0, line);
+    }
+    warnInfo(kMessageRow, "%s", text.c_str());
+}
+
 void sayAtEnd(const std::string& text) {
     farewell = text;
 }
@@ -60,14 +88,6 @@ std::string reasonFirst(const std::string& text) {
 }
 
 std::string systemReason(int error) {
-    static constexpr CodeText kReasons[] = {
-        {ENOENT, "nie ma takiego pliku"},   {EACCES, "brak praw dostępu"},
-        {EPERM, "brak praw dostępu"},       {EISDIR, "to jest katalog"},
-        {ENOTDIR, "nie ma katalogu"},       {ENOSPC, "brak miejsca na dysku"},
-        {EDQUOT, "przekroczony przydział"}, {EROFS, "system plików tylko do odczytu"},
-        {EFBIG, "plik byłby za duży"},      {ENAMETOOLONG, "nazwa jest za długa"},
-        {ELOOP, "pętla dowiązań"},          {EIO, "błąd urządzenia"},
-    };
     const char* text = findText(kReasons, error);
     return text ? text : std::system_category().message(error);
 }

@@ -44,6 +44,10 @@ void showDatabaseFailure(const char* text = kDatabaseFailed, const char* noMemor
 /// on the row above where it has no room.
 void showFileFailure(const char* format, const std::string& name, int error);
 
+/// Warns of what happened to a file, of which "path: reason" is known, the reason in the system's words. Above the text
+/// the reason comes first, in Polish where systemReason has it, and the path may take several rows.
+void warnOfFile(const std::string& text, const std::string& failure);
+
 /// What to tell the user of an exception: its own text, or for a bare library code the code's text.
 [[nodiscard]] std::string failureText(const std::exception& failure);
 /// The same for a terminal: of a fault in a profile list the reason and the line come before the path.

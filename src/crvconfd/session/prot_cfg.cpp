@@ -5,7 +5,6 @@
 #include "corvane/crvapi.h"
 #include "crvconfd/session/context.h"
 #include "crvconfd/session/messages.h"
-#include "crvconfd/toolkit/encoding.h"
 #include "crvconfd/toolkit/toolkit.h"
 #include "keystore/file_history.h"
 
@@ -84,12 +83,7 @@ void showKeyStoreFailure(KeyManagerResult result) {
 
 void tellOfHistory() {
     if (keyManager->wasHistoryKept()) return;
-    const std::string& reason = keyManager->historyFailure();
-    note(std::string(findText(kSaveTexts, kKmHistoryFailed)) + ": " + reason);
-    clrToEol(kFooterRow, 0);
-    displCentText(kFooterRow, "%s", printable(reason).c_str());
-    warnInfo(kMessageRow, "%s", findText(kSaveTexts, kKmHistoryFailed));
-    clrToEol(kFooterRow, 0);
+    warnOfFile(findText(kSaveTexts, kKmHistoryFailed), keyManager->historyFailure());
 }
 
 void tellOfCopies(const char* what) {

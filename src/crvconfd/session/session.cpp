@@ -1,6 +1,7 @@
 #include "crvconfd/session/session.h"
 
 #include <cerrno>
+#include <set>
 
 #include "context/crvctx.h"
 #include "crvconfd/screens/key_gen.h"
@@ -92,8 +93,9 @@ void runSession(std::unique_ptr<CrvProfile> profile, ProfileSource source) {
 
 /// The selection; which lists it reads is told at the end when one cannot be read.
 std::unique_ptr<CrvProfile> choose(AvailableProfiles kind, const std::string& lastName, const char* file,
-                                   std::optional<ProfileMedia>& source) try {
-    return selectProfile(kind, lastName, file, source, [](const CrvProfile& shown) { OnProfileDetails(&shown); });
+                                   std::optional<ProfileMedia>& source, std::set<std::string>& told) try {
+    const auto details = [](const CrvProfile& shown) { OnProfileDetails(&shown); };
+    return selectProfile(kind, lastName, file, source, details, told);
 } catch (const StoreError&) {
     sayAtEnd(searchedLists(kind, file));
     throw;
@@ -106,9 +108,10 @@ void runSessions(const CommandLine& line, NamedProfile named) {
     if (named.profile) return runSession(std::move(named.profile), {named.media, file});
     std::string lastName;
     std::optional<ProfileMedia> source;
+    std::set<std::string> told;
     for (;;) {
         crvCtx->setProfile(nullptr);
-        auto profile = choose(line.kind, lastName, file.c_str(), source);
+        auto profile = choose(line.kind, lastName, file.c_str(), source, told);
         if (!profile) return;
         lastName = profile->name();
         runSession(std::move(profile), {source.value(), file});

@@ -281,6 +281,8 @@ int inputPassword(const char* prompt, char* buffer, int size, char echo);
 [[nodiscard]] int displQuestion(int row, int col, const char* text);
 /// The same, centred, after clearing the row.
 [[nodiscard]] int displCentQuestion(int row, const char* text);
+/// displCentQuestion on the message row where an answer loses something: keys typed before nobody meant for it.
+[[nodiscard]] bool askOfLoss(const std::string& question);
 /// Shows the text with mnemonics and returns the first key typed that stands in keys (exact case), or -1 on Escape.
 [[nodiscard]] int displQuestion(int row, int col, const char* text, const char* keys);
 /// The same, centred on the length of the text.

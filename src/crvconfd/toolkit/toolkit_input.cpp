@@ -309,6 +309,11 @@ int displCentQuestion(int row, const char* text) {
     return displQuestion(row, toolkit::centred(std::strlen(text)), text);
 }
 
+bool askOfLoss(const std::string& question) {
+    dropTypedKeys();
+    return displCentQuestion(kMessageRow, question.c_str()) == 1;
+}
+
 int displQuestion(int row, int col, const char* text, const char* keys) {
     displColText(row, col, "%s", text);
     return askKeys(keys);

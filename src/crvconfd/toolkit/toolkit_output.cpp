@@ -17,7 +17,6 @@ namespace crv {
 namespace {
 
 constexpr size_t kFormattedBytes = 256;
-constexpr int kWholeMinute = 600;  // tenths of a second
 
 toolkit::Pen position;
 
@@ -253,8 +252,8 @@ void warnInfo(int row, const char* format, ...) {
     beepSignal();
     dropTypedKeys();
     displCentText(row, "%s", text.c_str());
-    // What means nothing, as a paste does here, is no answer.
-    for (int key = kNoKey; key == kNoKey || key == 0;) key = waitForKeyOrTimeout(kWholeMinute);
+    // A paste is no answer.
+    while (getScrollKey() == kKeyPaste) static_cast<void>(toolkit::takePaste());
     clrToEol(row, 0);
 }
 
