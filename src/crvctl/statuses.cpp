@@ -40,6 +40,7 @@ constexpr FaultRow kFaults[] = {
     {OpFault::NoSigningCertificate, "this needs a key for signing with its certificate"},
     {OpFault::DatabaseMissing, "there is no database; make it with \"db create\""},
     {OpFault::DatabaseExists, "there is a database already"},
+    {OpFault::SameDatabase, "both profiles lead to one database"},
     {OpFault::DatabaseFailed, "the database failed"},
     {OpFault::BadFile, "there is nothing of that kind in the file"},
     {OpFault::BadMessage, "the message cannot be used"},

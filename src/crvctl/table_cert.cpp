@@ -382,7 +382,7 @@ std::vector<VerbRow> dbVerbs() {
          Needs::Profile,
          Effect::Changes,
          dbRepair,
-         "make the tables anew from their data files, then check",
+         "make anew what follows from the stored certificates and lists, then check",
          {},
          {},
          kSoundness},

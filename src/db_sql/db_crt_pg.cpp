@@ -56,7 +56,10 @@ constexpr PgStatement kTakeIncoming{"crv_take",
                                     "INSERT INTO corvane.crt (" CRV_PG_COLUMNS ") SELECT " CRV_PG_COLUMNS
                                     " FROM pg_temp.corvane_incoming ORDER BY n ON CONFLICT (sha256) DO NOTHING "
                                     "RETURNING sha256, id"};
-constexpr const char* kCopyFields = "COPY corvane.dn_field (field, crt) FROM STDIN (FORMAT binary)";
+/// One message, since the lock is held: while a server reads a COPY neither the limit of a statement nor that of an
+/// idle transaction ends its wait for a client that was stopped.
+constexpr PgStatement kInsertFields{
+    "crv_insert_fields", "INSERT INTO corvane.dn_field (field, crt) SELECT * FROM unnest($1::bytea[], $2::bigint[])"};
 
 #define CRV_PG_DELETE(condition)                             \
     "WITH gone AS (DELETE FROM corvane.crt WHERE " condition \
@@ -79,6 +82,13 @@ constexpr size_t kPieceRecords = 2048;
 constexpr size_t kPieceOctets = size_t{4} << 20;
 /// Certificates that are asked for at once on a walk.
 constexpr size_t kPage = 256;
+
+std::span<const CrtRecord> pieceOf(std::span<const CrtRecord> records) {
+    size_t count = 0;
+    for (size_t octets = 0; count < std::min(records.size(), kPieceRecords) && octets < kPieceOctets; ++count)
+        octets += records[count].der.size();
+    return records.first(count);
+}
 
 PgValues keyOf(ByteView octets) {
     return PgValues().octets(octets);
@@ -135,15 +145,12 @@ InsertResult DbCrtPg::insertCert(const CrtRecord& record) {
 
 /// Records of one transaction.
 struct DbCrtPg::Piece {
-    size_t handled = 0;
     std::vector<CrtRefusal> refusals;
     std::vector<Bytes> hashes;  ///< empty for a record that is refused or known to be there already
     Bytes rows;
 };
 
-std::set<Bytes> DbCrtPg::presentOf(std::span<const CrtRecord> records) {
-    std::vector<Bytes> hashes;
-    for (const CrtRecord& record : records) hashes.push_back(pgKeyOf(record.der));
+std::set<Bytes> DbCrtPg::presentOf(std::span<const Bytes> hashes) {
     const PgUse use(*session_);
     const PgResult found = session_->run(kPresent, PgValues().list(hashes));
     std::set<Bytes> present;
@@ -151,58 +158,59 @@ std::set<Bytes> DbCrtPg::presentOf(std::span<const CrtRecord> records) {
     return present;
 }
 
-/// Leaves out what was `seen`.
-DbCrtPg::Piece DbCrtPg::takePiece(std::span<const CrtRecord> records, std::set<Bytes> seen) {
+/// After a piece that was mostly there already the server is asked first, for the hashes alone.
+DbCrtPg::Piece DbCrtPg::takePiece(std::span<const CrtRecord> records) {
     Piece piece;
+    for (const CrtRecord& record : records) piece.hashes.push_back(pgKeyOf(record.der));
+    std::set<Bytes> seen = mostlyPresent_ ? presentOf(piece.hashes) : std::set<Bytes>();
     PgValues values;
     PgValues::beginRows(piece.rows);
-    while (piece.handled < records.size() && piece.rows.size() < kPieceOctets) {
-        const CrtRecord& record = records[piece.handled++];
-        piece.refusals.push_back(refusalOf(record));
-        Bytes hash = piece.refusals.back() == CrtRefusal::None ? pgKeyOf(record.der) : Bytes();
-        if (!hash.empty() && !seen.insert(hash).second) hash.clear();
-        if (!hash.empty()) {
-            values.clear();
-            addPgColumns(values, record, hash);
-            values.number(static_cast<int64_t>(piece.handled)).appendRow(piece.rows);
+    for (size_t i = 0; i < records.size(); ++i) {
+        Bytes& hash = piece.hashes[i];
+        piece.refusals.push_back(refusalOf(records[i]));
+        if (piece.refusals[i] != CrtRefusal::None || !seen.insert(hash).second) {
+            hash.clear();
+            continue;
         }
-        piece.hashes.push_back(std::move(hash));
+        addPgColumns(values.clear(), records[i], hash);
+        values.number(static_cast<int64_t>(i)).appendRow(piece.rows);
     }
     PgValues::endRows(piece.rows);
     return piece;
 }
 
 /// The fields of what was stored.
-Bytes DbCrtPg::fieldRows(std::span<const CrtRecord> records, const Piece& piece, const std::map<Bytes, int64_t>& ids) {
-    Bytes rows;
-    PgValues values;
-    PgValues::beginRows(rows);
-    for (size_t i = 0; i < piece.handled; ++i) {
+PgValues DbCrtPg::fieldsOf(std::span<const CrtRecord> records, const Piece& piece,
+                           const std::map<Bytes, int64_t>& ids) {
+    std::vector<Bytes> fields;
+    std::vector<int64_t> owners;
+    for (size_t i = 0; i < records.size(); ++i) {
         const auto stored = ids.find(piece.hashes[i]);
         if (stored == ids.end()) continue;
-        for (const Bytes& field : pgFieldsOf(records[i]))
-            values.clear().octets(field).number(stored->second).appendRow(rows);
+        for (Bytes& field : pgFieldsOf(records[i])) fields.push_back(std::move(field));
+        owners.resize(fields.size(), stored->second);
     }
-    PgValues::endRows(rows);
-    return rows;
+    PgValues values;
+    values.list(fields).list(owners);
+    return values;
 }
 
-/// After a piece that was mostly there already the server is asked first, for the hashes alone.
 size_t DbCrtPg::insertSlice(std::span<const CrtRecord> records, const SliceEnd&, std::vector<InsertOutcome>& outcomes) {
-    records = records.first(std::min(records.size(), kPieceRecords));
-    const Piece piece = takePiece(records, mostlyPresent_ ? presentOf(records) : std::set<Bytes>());
+    records = pieceOf(records);
+    const Piece piece = takePiece(records);
     std::map<Bytes, int64_t> ids;
     if (std::ranges::any_of(piece.hashes, [](const Bytes& hash) { return !hash.empty(); })) ids = store(records, piece);
-    for (size_t i = 0; i < piece.handled; ++i) {
+    for (size_t i = 0; i < records.size(); ++i) {
         const InsertResult accepted = ids.contains(piece.hashes[i]) ? InsertResult::Stored : InsertResult::Present;
         outcomes.push_back(
             {piece.refusals[i] == CrtRefusal::None ? accepted : InsertResult::Refused, piece.refusals[i]});
     }
-    mostlyPresent_ = ids.size() < piece.handled / 2;
-    return piece.handled;
+    mostlyPresent_ = ids.size() < records.size() / 2;
+    return records.size();
 }
 
-/// Certificates are on their way while others insert; under the lock go their fields alone, which need the ids.
+/// Certificates are on their way while others insert; under the lock go their fields alone, which need the ids. Who is
+/// stopped there is given up with his transaction after its limit.
 std::map<Bytes, int64_t> DbCrtPg::store(std::span<const CrtRecord> records, const Piece& piece) {
     PgTransaction transaction(*session_, PgTransaction::Kind::Change);
     session_->command(kMakeIncoming);
@@ -211,7 +219,7 @@ std::map<Bytes, int64_t> DbCrtPg::store(std::span<const CrtRecord> records, cons
     const PgResult stored = session_->run(kTakeIncoming);
     std::map<Bytes, int64_t> ids;
     for (int row = 0; row < stored.rows(); ++row) ids[toBytes(stored.octets(row, 0))] = stored.number(row, 1);
-    if (!ids.empty()) session_->copyIn(kCopyFields, fieldRows(records, piece, ids));
+    if (!ids.empty()) session_->run(kInsertFields, fieldsOf(records, piece, ids));
     transaction.commit();
     return ids;
 }

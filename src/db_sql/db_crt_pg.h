@@ -42,10 +42,11 @@ class DbCrtPg final : public CrtStore {
     struct Piece;
     void find(CrtItemList& list, const PgStatement& statement, const PgValues& key);
     void walk(const PgStatement& statement, int64_t from, size_t count, const Visit& visit);
-    std::set<Bytes> presentOf(std::span<const CrtRecord> records);
-    static Piece takePiece(std::span<const CrtRecord> records, std::set<Bytes> seen);
+    std::set<Bytes> presentOf(std::span<const Bytes> hashes);
+    Piece takePiece(std::span<const CrtRecord> records);
     std::map<Bytes, int64_t> store(std::span<const CrtRecord> records, const Piece& piece);
-    static Bytes fieldRows(std::span<const CrtRecord> records, const Piece& piece, const std::map<Bytes, int64_t>& ids);
+    static PgValues fieldsOf(std::span<const CrtRecord> records, const Piece& piece,
+                             const std::map<Bytes, int64_t>& ids);
     Removed counted(const PgResult& removed);
 
     PgSession* session_;

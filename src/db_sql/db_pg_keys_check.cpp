@@ -28,7 +28,8 @@ constexpr PgStatement kMend{
 constexpr PgStatement kCrls{"crv_check_crls",
                             "SELECT number, issuer, entry, sha256(der) FROM corvane.crl ORDER BY number"};
 constexpr PgStatement kMendCrl{
-    "crv_mend_crl", "UPDATE corvane.crl SET issuer = $2::bytea WHERE number = $1::bigint AND entry = $3::bytea"};
+    "crv_mend_crl",
+    "UPDATE corvane.crl SET issuer = $2::bytea WHERE number = $1::bigint AND entry = $3::bytea RETURNING number"};
 
 enum class Fault { None, NotIt, Keys, Fields };
 
@@ -86,8 +87,11 @@ void checkCrls(PgSession& session, const PgFinding& tell, bool mend) {
         }
         const DbHash issuer = dnHash(entry.issuer);
         if (std::ranges::equal(issuer, found.octets(row, 1))) continue;
-        if (mend)
-            session.run(kMendCrl, PgValues().number(found.number(row, 0)).octets(issuer).octets(found.octets(row, 2)));
+        const auto mended = [&] {
+            const PgValues values = PgValues().number(found.number(row, 0)).octets(issuer).octets(found.octets(row, 2));
+            return session.run(kMendCrl, values).rows() > 0;
+        };
+        if (mend && !mended()) continue;  // deleted or replaced meanwhile
         tell("crl", (mend ? "key written anew" : "key of another issuer") + at);
     }
 }

@@ -162,7 +162,9 @@ bool checkPg(PgSession& session, const PgFinding& tell) {
     return sound;
 }
 
-void repairPg(PgSession& session, const PgFinding& tell) {
+namespace {
+
+void makeIndexes(PgSession& session, const PgFinding& tell) {
     PgTransaction transaction(session, PgTransaction::Kind::Long);
     session.command("SELECT pg_advisory_xact_lock(" CRV_PG_INSERT_LOCK ")");
     const Relations relations(session);
@@ -171,15 +173,28 @@ void repairPg(PgSession& session, const PgFinding& tell) {
         session.command(indexSql(index));
         tell(index.name, "made anew");
     }
+    transaction.commit();
+}
+
+void dropStrayFields(PgSession& session, const PgFinding& tell) {
     static constexpr PgStatement kDropDangling{
         "crv_drop_dangling",
         "WITH gone AS (DELETE FROM corvane.dn_field f WHERE NOT EXISTS "
         "(SELECT FROM corvane.crt c WHERE c.id = f.crt) RETURNING 1) SELECT count(*) FROM gone"};
+    PgTransaction transaction(session, PgTransaction::Kind::Long);
     const int64_t dropped = session.run(kDropDangling).number(0, 0);
     if (dropped > 0) tell("dn_field", std::to_string(dropped) + " records without their certificate deleted");
     transaction.commit();
-    // Not under the lock: all that is stored is fetched.
+}
+
+}  // namespace
+
+/// Under the lock goes what needs it: for the keys all that is stored is fetched. A deletion at the same time does not
+/// see the fields that are written anew, so those without a certificate are looked for last.
+void repairPg(PgSession& session, const PgFinding& tell) {
+    makeIndexes(session, tell);
     checkPgKeys(session, tell, true);
+    dropStrayFields(session, tell);
 }
 
 std::vector<PgTableFigures> pgFigures(PgSession& session) {
@@ -197,10 +212,9 @@ std::vector<PgTableFigures> pgFigures(PgSession& session) {
 
 std::string pgIdentity(PgSession& session) {
     const PgUse use(session);
-    if (!session.query("SELECT has_function_privilege('pg_control_system()', 'EXECUTE')").flag(0, 0)) return {};
     const PgResult row = session.query(
-        "SELECT system_identifier, (SELECT oid::bigint FROM pg_database WHERE datname = current_database()) "
-        "FROM pg_control_system()");
+        "SELECT (extract(epoch FROM pg_postmaster_start_time()) * 1000000)::bigint, oid::bigint FROM pg_database "
+        "WHERE datname = current_database()");
     return std::to_string(row.number(0, 0)) + ":" + std::to_string(row.number(0, 1));
 }
 

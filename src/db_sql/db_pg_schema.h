@@ -38,8 +38,8 @@ struct PgTableFigures {
 };
 [[nodiscard]] std::vector<PgTableFigures> pgFigures(PgSession& session);
 
-/// The server's system identifier, which its replicas share, with the database's number; empty for a role that may not
-/// ask.
+/// The moment at which the server was started, in microseconds, with the database's number. A replica and a restored
+/// backup, which share the system identifier, are told from it.
 [[nodiscard]] std::string pgIdentity(PgSession& session);
 
 }  // namespace crv

@@ -47,9 +47,12 @@ constexpr const char* kSetLimits =
     "JOIN (VALUES ('statement_timeout', '60000'), ('idle_in_transaction_session_timeout', '600000')) AS w(name, "
     "wanted) "
     "USING (name)";
-/// A change holds others up: one that is stopped between its statements is given up soon.
+/// A change holds others up: one that is stopped between its statements is given up soon, or sooner where the role
+/// says so.
 constexpr const char* kBeginChange =
-    "BEGIN ISOLATION LEVEL READ COMMITTED; SET LOCAL idle_in_transaction_session_timeout = '30s'";
+    "BEGIN ISOLATION LEVEL READ COMMITTED; SELECT set_config('idle_in_transaction_session_timeout', "
+    "(extract(epoch FROM least(current_setting('idle_in_transaction_session_timeout')::interval, '30s')) * 1000)"
+    "::integer::text, true)";
 /// The limit; whether the version of the tables can be read.
 constexpr PgStatement kLimit{
     "crv_limit",
@@ -198,14 +201,15 @@ bool PgSession::awaitConnection() {
 
 void PgSession::setUp() {
     command(kSetLimits);
-    usualPatience_ = std::chrono::milliseconds(run(kLimit).number(0, 0)) + kGrace;
+    const PgResult limit = run(kLimit);
+    usualPatience_ = std::chrono::milliseconds(limit.number(0, 0)) + kGrace;
     patience_ = usualPatience_;
-    readVersion();
+    readVersion(limit.flag(0, 1));
 }
 
 /// A table without a row is for the state to tell.
-void PgSession::readVersion() {
-    const PgResult version = run(kLimit).flag(0, 1) ? run(kOwnVersion) : PgResult();
+void PgSession::readVersion(bool readable) {
+    const PgResult version = readable ? run(kOwnVersion) : PgResult();
     otherVersion_ = !version.isNull(0, 0) && version.number(0, 0) != kPgSchemaVersion;
 }
 
@@ -328,7 +332,7 @@ PgUse::PgUse(PgSession& session, Tables tables) : session_(session) {
     if (session_.depth_ == 0) {
         session_.begin();
         // Since the connection was made the tables may have been made anew.
-        if (tables == Tables::Ours && session_.otherVersion_) session_.readVersion();
+        if (tables == Tables::Ours && session_.otherVersion_) session_.readVersion(session_.run(kLimit).flag(0, 1));
         if (tables == Tables::Ours && session_.otherVersion_)
             throw StoreError(StoreCause::Failed, pgStateText(DbState::OtherVersion));
     }

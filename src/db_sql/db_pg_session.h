@@ -59,7 +59,7 @@ class PgSession {
     [[nodiscard]] Connection start(const PgTarget& target);
     [[nodiscard]] bool awaitConnection();
     void setUp();
-    void readVersion();
+    void readVersion(bool readable);
     [[nodiscard]] bool isAlive();
     void disconnect() noexcept;
     void prepare(const PgStatement& statement);

@@ -8,7 +8,7 @@ namespace crv {
 
 namespace {
 
-constexpr int32_t kByteaType = 17;
+constexpr int32_t kByteaType = 17, kBigintType = 20;
 /// Signature, flags and length of the extension of a binary COPY; its end is a row of -1 values.
 constexpr std::string_view kCopyHead{"PGCOPY\n\377\r\n\0\0\0\0\0\0\0\0\0", 19};
 constexpr std::string_view kCopyEnd{"\377\377", 2};
@@ -21,6 +21,16 @@ void append(Bytes& data, Number value) {
 
 void append(Bytes& data, ByteView octets) {
     data.insert(data.end(), octets.begin(), octets.end());
+}
+
+/// Of an array: dimensions, whether there are nulls, type; of the one dimension its length and first subscript.
+void appendArrayHead(Bytes& data, int32_t type, size_t length) {
+    append<int32_t>(data, length == 0 ? 0 : 1);
+    append<int32_t>(data, 0);
+    append(data, type);
+    if (length == 0) return;
+    append(data, static_cast<int32_t>(length));
+    append<int32_t>(data, 1);
 }
 
 }  // namespace
@@ -50,19 +60,23 @@ PgValues& PgValues::flag(bool value) {
     return *this;
 }
 
-/// Dimensions, whether there are nulls, type; of the one dimension its length and first subscript; the elements.
 PgValues& PgValues::list(std::span<const Bytes> values) {
     const size_t from = data_.size();
-    append<int32_t>(data_, values.empty() ? 0 : 1);
-    append<int32_t>(data_, 0);
-    append(data_, kByteaType);
-    if (!values.empty()) {
-        append(data_, static_cast<int32_t>(values.size()));
-        append<int32_t>(data_, 1);
-    }
+    appendArrayHead(data_, kByteaType, values.size());
     for (const Bytes& value : values) {
         append(data_, static_cast<int32_t>(value.size()));
         append(data_, ByteView(value));
+    }
+    place(from);
+    return *this;
+}
+
+PgValues& PgValues::list(std::span<const int64_t> values) {
+    const size_t from = data_.size();
+    appendArrayHead(data_, kBigintType, values.size());
+    for (const int64_t value : values) {
+        append(data_, static_cast<int32_t>(sizeof value));
+        append(data_, value);
     }
     place(from);
     return *this;

@@ -11,13 +11,14 @@
 namespace crv {
 
 /// The parameters of a statement, or a row that is copied into a table: in their order, as their types (bigint,
-/// boolean, bytea, bytea[]) are sent.
+/// boolean, bytea, bytea[], bigint[]) are sent.
 class PgValues {
   public:
     PgValues& octets(ByteView value);
     PgValues& number(int64_t value);
     PgValues& flag(bool value);
     PgValues& list(std::span<const Bytes> values);
+    PgValues& list(std::span<const int64_t> values);
     PgValues& null();
     /// Takes all values away; their memory stays for the next row.
     PgValues& clear();

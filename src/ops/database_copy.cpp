@@ -150,12 +150,12 @@ std::string databaseName(const CrvProfile& profile) {
 
 DbCopied copyDatabase(const CrvProfile& from, const CrvProfile& to, const OpMode& mode,
                       const std::function<void(const DbCopied&)>& progress) {
-    if (from.dbConfig() == to.dbConfig()) throw OpError(OpFault::BadValue, to.name());
+    if (from.dbConfig() == to.dbConfig()) throw OpError(OpFault::SameDatabase, to.name());
     DbManager source, target;
     open(source, from, mode);
     open(target, to, mode);
     const std::string place = identityOf(from);
-    if (!place.empty() && place == identityOf(to)) throw OpError(OpFault::BadValue, to.name());
+    if (!place.empty() && place == identityOf(to)) throw OpError(OpFault::SameDatabase, to.name());
     return DbCopy(source, target, mode.dryRun, progress).run();
 }
 

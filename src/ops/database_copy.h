@@ -26,7 +26,7 @@ struct DbCopied {
 /// Copies certificates in their order, CRLs with what was found of them when they were stored, and the import numbers
 /// of servers where they are higher. What is there stays, so a copy that was cut off goes on when it is run again. The
 /// source is not locked while the target stores; what comes or goes there meanwhile may be copied or not. A dry run
-/// only counts. Throws OpError: DatabaseMissing, DatabaseFailed, BadValue for one database under two names; OpStopped.
+/// only counts. Throws OpError: DatabaseMissing, DatabaseFailed, SameDatabase for one under two names; OpStopped.
 DbCopied copyDatabase(const CrvProfile& from, const CrvProfile& to, const OpMode& mode,
                       const std::function<void(const DbCopied&)>& progress);
 

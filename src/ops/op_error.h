@@ -39,6 +39,7 @@ enum class OpStatus : int {
     X(NoSigningCertificate, Refused, ECRV_SKEYS_NOT_PRES)  \
     X(DatabaseMissing, Missing, ECRV_DB)                   \
     X(DatabaseExists, Refused, ECRV_API_INV_PAR)           \
+    X(SameDatabase, WrongCall, ECRV_API_INV_PAR)           \
     X(DatabaseFailed, Io, ECRV_DB)                         \
     X(BadFile, No, ECRV_INV_CRT_FMT)                       \
     X(BadMessage, No, ECRV_INV_CRV_MSG)                    \

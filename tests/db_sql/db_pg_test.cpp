@@ -277,6 +277,34 @@ TEST_F(PgTest, EightProgramsAtOnceLeaveASoundDatabase) {
     workTogether(connection, 4s);
 }
 
+TEST_F(PgTest, AnImporterThatIsStoppedHoldsNobodyUpForLong) {
+    const pid_t importer = [&] {
+        DbPg holder(pgConfig(connection));
+        const PgTransaction holding(holder.session(), PgTransaction::Kind::Change);
+        holder.session().command("LOCK TABLE corvane.dn_field IN EXCLUSIVE MODE");
+        const std::vector<Bytes> certs = manyCerts(100);
+        const pid_t pid = fork();
+        if (pid == 0) {
+            DbManager other;
+            other.init(pgConfig(connection + " options='-c idle_in_transaction_session_timeout=1s'"));
+            ImportProgress done;
+            _exit(importAll(other, certs, done) ? 0 : 1);
+        }
+        const char* waiting = "SELECT count(*) FROM pg_stat_activity WHERE wait_event_type = 'Lock'";
+        for (int i = 0; i < 500 && sql(waiting).starts_with('0'); ++i) std::this_thread::sleep_for(20ms);
+        kill(pid, SIGSTOP);
+        return pid;
+    }();
+    DbManager next;
+    next.init(pgConfig(connection + " options='-c statement_timeout=9s'"));
+    EXPECT_TRUE(CrtDb(next).insert(ByteView(certPool()[0]))) << next.lastFailure();
+    EXPECT_EQ(countOf(next), 1U);
+    kill(importer, SIGCONT);
+    int status = 0;
+    waitpid(importer, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), 1) << "nothing of it is stored, and it is told so";
+}
+
 using SlowPgTest = PgTest;
 TEST_F(SlowPgTest, EightProgramsForAMinute) {
     workTogether(connection, 60s);
