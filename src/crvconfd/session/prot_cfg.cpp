@@ -84,7 +84,7 @@ void showKeyStoreFailure(KeyManagerResult result) {
 
 void tellOfHistory() {
     if (keyManager->wasHistoryKept()) return;
-    const std::string& reason = keyManager->historyFailure();
+    const std::string reason = keyManager->historyFailure().text();
     note(std::string(findText(kSaveTexts, kKmHistoryFailed)) + ": " + reason);
     clrToEol(kFooterRow, 0);
     displCentText(kFooterRow, "%s", printable(reason).c_str());
