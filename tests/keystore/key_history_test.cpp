@@ -337,6 +337,11 @@ TEST_F(KeyReplacementTest, AWaitingKeyIsNeverForgotten) {
     CertificationRequest request;
     ASSERT_TRUE(request.readExactly(octets));
     EXPECT_EQ(request.info.subject, before->subject());
+    SignedCertificate own;
+    ASSERT_TRUE(own.readExactly(encodingOf(*certificateFor(*waiting, "enc"))));
+    own.tbs.validity = certificateFor(*waiting, "sign_newer")->tbs.validity;
+    ASSERT_EQ(installFor(keys, makeCert(own.encoded())), kKmOk);
+    for (const StoredKey& key : keys.keys()) EXPECT_FALSE(predecessorCertificate(key));
     EXPECT_EQ(keys.signingKey()->keyId(), testKey("ec").keyId());
     // Imports and restores leave a key that signs at every moment, too.
     const PrivateKey more = testKey("rsa2");
