@@ -37,6 +37,7 @@ CRV_CONFIG_OID(OID_CRV_BAG_ORDINARY, "6.3");  // NULL: not a trust point, though
 CRV_CONFIG_OID(OID_CRV_BAG_PSS_ONLY, "6.4");          // AlgorithmIdentifier: the only one that the key signs with
 CRV_CONFIG_OID(OID_CRV_BAG_SUCCESSOR, "6.5");         // OCTET STRING: the key whose place it takes when it is certified
 CRV_CONFIG_OID(OID_CRV_BAG_SUCCESSOR_SCHEME, "6.6");  // AlgorithmIdentifier: what it signs with from then on
+CRV_CONFIG_OID(OID_CRV_BAG_PREDECESSOR, "6.10");  // OCTET STRING: certificate of the deleted key whose place it took
 
 // Secret bags.
 CRV_CONFIG_OID(OID_CRV_SAFE_BAG_CONFIG, "6.1");  // the configuration record

@@ -182,7 +182,7 @@ Session openChanging(const Run& run) {
 
 void warnOfHistory(const Run& run, Session& session) {
     if (session.keys().wasHistoryKept()) return;
-    run.out.warn("the security file of before could not be kept", session.keys().historyFailure());
+    run.out.warn("the security file of before could not be kept", session.keys().historyFailure().text());
 }
 
 void hintAtHistory(const Run& run, const std::string& file) {

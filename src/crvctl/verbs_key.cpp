@@ -231,12 +231,10 @@ void keyDelete(Run& run) {
         throw OpError(OpFault::NotConfirmed, "--again " + again);
     }
     const KeyId gone = key.key->keyId();
-    const auto waits = [&](const StoredKey& one) { return successorTo(one) == gone; };
-    const auto keys = session.keys().keys();
-    const auto successor = std::ranges::find_if(keys, waits);
-    const std::string next = successor == keys.end() ? "" : hexOf(successor->key->keyId());
+    const StoredKey* successor = session.keys().waitingFor(gone);
+    const std::string next = successor ? hexOf(successor->key->keyId()) : "";
     const KeyManagerResult result = run.mode.dryRun ? kKmOk : session.keys().deleteKey(gone);
-    if (result == kKmHistoryFailed) throw OpError(OpFault::FileUnwritable, session.keys().historyFailure());
+    if (result == kKmHistoryFailed) throw OpError(OpFault::FileUnwritable, session.keys().historyFailure().text());
     demandKeys(result);
     run.out.change("remove", "key", id);
     if (!next.empty()) run.out.warn("the key that waited for its place takes it and needs its certificate", next);

@@ -113,9 +113,9 @@ class Watch {
     void open(Session& session) {
         const bool token = session.profile().kind() != ProfileKind::Pkcs12;
         const std::string file = token ? "" : session.configuration().securityFileName();
-        // One that was there leaves its lock file and its history behind: it is lost, not still to be made.
-        const bool lost = !file.empty() && !fileExists(file) &&
-                          (fileExists(session.configuration().securityFileLockName()) || !historyOf(file).empty());
+        // One that was there leaves the folder of its history behind: it is lost, not still to be made. A lock file
+        // says nothing, a creation that failed leaves one too.
+        const bool lost = !file.empty() && !fileExists(file) && fileExists(historyFolder(file));
         if (lost) hintAtHistory(run_, file);
         if (lost) throw OpError(OpFault::FileMissing, file);
         const std::string kind = token ? "pin" : "password";

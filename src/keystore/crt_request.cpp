@@ -102,7 +102,7 @@ KeyManagerResult prepareCrtRequest(KeyManager& keys, KeyType use, const CrtReque
     const StoredKey* stored = asked.successor ? keys.successorOf(use) : inUse;
     if (!stored) return kKmKeyNotFound;
     const Signer* key = stored->key.get();
-    const CertPtr old = asked.successor ? keys.certificateOf(*inUse) : nullptr;
+    const CertPtr old = asked.successor ? keys.certificateOf(*inUse) : predecessorCertificate(*stored);
     CrtRequestParams params = asked;
     const auto waiting = asked.successor ? successorAlgorithm(*stored) : std::nullopt;
     if (const auto how = waiting ? readSignAlgorithm(*waiting) : std::nullopt) params.scheme = how->scheme;

@@ -26,7 +26,8 @@ struct CrtRequestParams {
     /// Hash of the parameters of id-RSASSA-PSS that are written into the key's algorithm; none: rsaEncryption.
     KcHashAlgo forcedPss = KcHashAlgo::None;
     /// For the key that waits for the place of the one of that use: subject and extensions are those of that one's
-    /// certificate, the scheme is what it was generated for.
+    /// certificate, the scheme is what it was generated for. So are they for a key that took the place of a deleted
+    /// one, until it is certified.
     bool successor = false;
     /// The request inside a CMS SignedData by the signing key in use, which tells the authority whose it is.
     bool signedByKeyInUse = false;

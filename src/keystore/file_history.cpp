@@ -76,6 +76,10 @@ bool hasOctets(const FormerFile& former, ByteView octets) try {
 
 }  // namespace
 
+std::string HistoryFailure::text() const {
+    return path + ": " + std::strerror(error);
+}
+
 std::string historyFolder(const std::string& securityFile) {
     return securityFile + ".d/";
 }
@@ -95,18 +99,18 @@ std::vector<FormerFile> historyOf(const std::string& securityFile) {
     return kept;
 }
 
-std::string keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most) {
+HistoryFailure keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most) {
     const std::string folder = historyFolder(securityFile);
     if (fileOps().mkdir(folder, 0700) == 0) {
         shareWithOwners(securityFile, folder, 0770);
     } else if (errno != EEXIST) {
-        return folder + ": " + std::strerror(errno);
+        return {folder, errno};
     }
     std::vector<FormerFile> kept = historyOf(securityFile);
     if (most && !kept.empty() && hasOctets(kept.back(), octets)) return {};
     const std::string path = folder + nextName(kept) + std::string(most ? kEnding : kKeptEnding);
     const WriteResult written = writeFileAtomically(path, octets, {.mode = WriteMode::KeepOrSecret});
-    if (!written) return path + ": " + std::strerror(written.error);
+    if (!written) return {path, written.error};
     shareWithOwners(securityFile, path, 0660);
     if (!most) return {};
     std::erase_if(kept, [](const FormerFile& one) { return isKept(one.name); });
@@ -115,11 +119,11 @@ std::string keepFormer(const std::string& securityFile, ByteView octets, std::op
     return {};
 }
 
-std::string sealHistory(const std::string& securityFile) {
+HistoryFailure sealHistory(const std::string& securityFile) {
     for (const FormerFile& one : historyOf(securityFile)) {
         const std::string base = one.path.substr(0, one.path.size() - kEnding.size());
         if (!isKept(one.name) && fileOps().rename(one.path, base + std::string(kKeptEnding)) != 0)
-            return one.path + ": " + std::strerror(errno);
+            return {one.path, errno};
     }
     return {};
 }

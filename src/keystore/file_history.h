@@ -18,6 +18,16 @@ struct FormerFile {
     int64_t size = 0;  ///< octets
 };
 
+/// What kept a file from being kept; nothing failed when the path is empty.
+struct HistoryFailure {
+    std::string path;
+    int error = 0;  ///< errno
+
+    [[nodiscard]] bool empty() const { return path.empty(); }
+    /// "path: reason" for programs without words of their own for the reason.
+    [[nodiscard]] std::string text() const;
+};
+
 /// The folder of a security file, with its slash.
 [[nodiscard]] std::string historyFolder(const std::string& securityFile);
 
@@ -26,13 +36,13 @@ struct FormerFile {
 
 /// Keeps the octets as the newest and deletes the oldest beyond `most` (1 or more); without a number they are kept
 /// until the history is cleared and nothing is deleted. Octets that the newest has already are not kept again: repeated
-/// saves that fail do not push the others out. When they cannot be kept the older ones stay, and path and reason are
-/// the answer; else it is empty. The caller holds the lock on the file.
-[[nodiscard]] std::string keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most);
+/// saves that fail do not push the others out. When they cannot be kept the older ones stay, and the
+/// answer is not empty. The caller holds the lock on the file.
+[[nodiscard]] HistoryFailure keepFormer(const std::string& securityFile, ByteView octets, std::optional<size_t> most);
 
 /// Keeps all that are there until the history is cleared: the file that they belonged to is lost, and another one
 /// begins. Answers as keepFormer.
-[[nodiscard]] std::string sealHistory(const std::string& securityFile);
+[[nodiscard]] HistoryFailure sealHistory(const std::string& securityFile);
 
 /// Deletes all of them. False with errno when one stays. The caller holds the lock on the file.
 [[nodiscard]] bool clearHistory(const std::string& securityFile);

@@ -67,7 +67,7 @@ void KeyManager::forget() noexcept {
     deviceStored_.clear();
     beforeInstall_.reset();
     recordBeforeInstall_.reset();
-    historyFailure_.clear();
+    historyFailure_ = {};
     unsaved_.reset();
     wipe(signedConfiguration_);
     generators_.clear();

@@ -14,6 +14,7 @@
 #include "crypto/kc_hash.h"
 #include "crypto/key_scheme.h"
 #include "crypto/random_bridge.h"
+#include "keystore/file_history.h"
 #include "keystore/generators.h"
 #include "keystore/key_manager_result.h"
 #include "keystore/key_store_contents.h"
@@ -186,8 +187,8 @@ class KeyManager {
     void protectStrongly(bool strong) { contents_.strong = strong; }
     /// Whether the last save could keep the file of before in its history; true also where none is kept.
     [[nodiscard]] bool wasHistoryKept() const { return historyFailure_.empty(); }
-    /// Path and reason of what could not be kept.
-    [[nodiscard]] const std::string& historyFailure() const { return historyFailure_; }
+    /// What could not be kept.
+    [[nodiscard]] const HistoryFailure& historyFailure() const { return historyFailure_; }
 
     // --- Random generators
 
@@ -238,9 +239,12 @@ class KeyManager {
 
     /// The key that waits to take the place of the one that has the use (all of it, for Both); null when there is none.
     [[nodiscard]] const StoredKey* successorOf(KeyType use) const;
+    /// The key that waits for the place of the one with the identifier; null when none does.
+    [[nodiscard]] const StoredKey* waitingFor(const KeyId& id) const;
     /// Deletes a key with its certificates for good, also where another session merges, and saves; one that waits for
-    /// its place takes it at once. The file of before stays in the history, also where none is wanted. kKmKeyNotFound,
-    /// kKmNotOnThisMedium, kKmHistoryFailed, and what saving answers; a failure changes nothing.
+    /// its place takes it at once, and keeps the certificate for the request of its own. The file of before stays in
+    /// the history, also where none is wanted. kKmKeyNotFound, kKmNotOnThisMedium, kKmHistoryFailed, and what saving
+    /// answers; a failure changes nothing.
     [[nodiscard]] KeyManagerResult deleteKey(const KeyId& id);
     /// Takes a key from elsewhere and saves: into what no other key has of the role.
     /// kKmKeyExists; kKmNotOnThisMedium; a failure changes nothing.
@@ -354,7 +358,7 @@ class KeyManager {
     OpenMode mode_ = OpenMode::LogIn;
     bool foreign_ = false;
     bool seedingSuppressed_ = false;
-    std::string historyFailure_;
+    HistoryFailure historyFailure_;
     bool historyDemanded_ = false;  // without it nothing is written
     bool recordTaken_ = false;      // the configuration manager's record is this key store's
 };

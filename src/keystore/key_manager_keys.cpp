@@ -57,8 +57,11 @@ KeyManagerResult KeyManager::addNewKey(KeyType use, SignerPtr key, Bytes bagAttr
 
 const StoredKey* KeyManager::successorOf(KeyType use) const {
     const StoredKey* inUse = contents_.keyInRole(roleOf(use));
-    if (!inUse) return nullptr;
-    const auto waits = [&](const StoredKey& key) { return successorTo(key) == inUse->key->keyId(); };
+    return inUse ? waitingFor(inUse->key->keyId()) : nullptr;
+}
+
+const StoredKey* KeyManager::waitingFor(const KeyId& id) const {
+    const auto waits = [&](const StoredKey& key) { return successorTo(key) == id; };
     const auto found = std::ranges::find_if(contents_.keys, waits);
     return found == contents_.keys.end() ? nullptr : &*found;
 }
@@ -90,9 +93,8 @@ KeyManagerResult KeyManager::deleteKey(const KeyId& id) {
     Undo undo(*this);
     auto deleted = configuration().record().getDeletedKeys();
     deleted.push_back(toBytes(ByteView(id)));
-    const auto waits = [&](const StoredKey& key) { return successorTo(key) == id; };
-    const auto successor = std::ranges::find_if(contents_.keys, waits);
-    const auto algorithm = successor == contents_.keys.end() ? std::nullopt : successorAlgorithm(*successor);
+    const StoredKey* successor = waitingFor(id);
+    const auto algorithm = successor ? successorAlgorithm(*successor) : std::nullopt;
     const bool signs = shares(contents_.findKey(id)->role, KeyRole::Signing);
     configuration().editRecord().setDeletedKeys(deleted);
     dropDeleted(contents_, configuration().record());

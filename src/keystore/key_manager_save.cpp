@@ -86,7 +86,7 @@ KeyManagerResult KeyManager::writeContents(KeyStoreContents contents, const Secr
 
 /// A save that only renews the seed, under the same password, loses nothing.
 KeyManagerResult KeyManager::keepHistory(const KeyStoreContents& contents, const SecretText& password) {
-    historyFailure_.clear();
+    historyFailure_ = {};
     const CRVCfgFile& record = contents.configuration ? *contents.configuration : configuration().record();
     // What a deletion takes away is kept once even where no history is wanted.
     const long most = std::max(record.getStoreHistory(), historyDemanded_ ? 1L : 0L);

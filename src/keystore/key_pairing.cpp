@@ -78,6 +78,22 @@ void giveRoles(const LoadedSecurityFile& file, KeyStoreContents& out) {
     });
 }
 
+/// Takes attributes of its bag away.
+void dropMarks(StoredKey& key, std::initializer_list<const KnownOid*> marks) {
+    for (const KnownOid* mark : marks) {
+        Attributes held;
+        if (held.readExactly(key.bagAttributes) && held.find(*mark)) key.bagAttributes = held.encodedWithout(*mark);
+    }
+}
+
+/// For the request of a key that came to the place of a deleted one before it was certified.
+void keepPredecessor(StoredKey& key, const SignedCertificate& certificate) {
+    Attributes held;
+    held.addEncoded(key.bagAttributes);
+    held.set(OID_CRV_BAG_PREDECESSOR, ASNoctstr(encodingOf(certificate)));
+    key.bagAttributes = held.encoded();
+}
+
 }  // namespace
 
 bool isOrdinary(const CertAttributes& attributes, const SignedCertificate& certificate) {
@@ -123,10 +139,14 @@ std::optional<AlgorithmIdentifier> successorAlgorithm(const StoredKey& key) {
 }
 
 void dropSuccessorMark(StoredKey& key) {
-    for (const KnownOid* mark : {&OID_CRV_BAG_SUCCESSOR, &OID_CRV_BAG_SUCCESSOR_SCHEME}) {
-        Attributes held;
-        if (held.readExactly(key.bagAttributes) && held.find(*mark)) key.bagAttributes = held.encodedWithout(*mark);
-    }
+    dropMarks(key, {&OID_CRV_BAG_SUCCESSOR, &OID_CRV_BAG_SUCCESSOR_SCHEME});
+}
+
+CertPtr predecessorCertificate(const StoredKey& key) {
+    Attributes held;
+    ASNoctstr encoding;
+    const bool has = held.readExactly(key.bagAttributes) && held.get(OID_CRV_BAG_PREDECESSOR, encoding);
+    return has ? makeCert(encoding.value()) : nullptr;
 }
 
 void dropDeleted(KeyStoreContents& contents, const CRVCfgFile& record) {
@@ -143,6 +163,7 @@ void dropDeleted(KeyStoreContents& contents, const CRVCfgFile& record) {
         waiting.role = possibleRole(*waiting.key, before->role);
         before->role = without(before->role, waiting.role);
         dropSuccessorMark(waiting);
+        if (const CertPtr certificate = contents.certificateOf(*inUse)) keepPredecessor(waiting, *certificate);
     }
     std::erase_if(contents.keys, [&](const StoredKey& key) { return gone(key.key->keyId()); });
     std::erase_if(contents.userCerts, [&](const CertPtr& one) { return gone(one->computeKeyIdentifierSha1Hash()); });
@@ -199,9 +220,9 @@ KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& cert
                           : key->role == KeyRole::Further ? KeyRole::Signing
                                                           : key->role;
     KeyRole wanted = possibleRole(*key->key, roleOfCertificate(*certificate).value_or(usual));
-    // A certificate for something else is no end of the waiting.
-    const bool replaces = predecessor && shares(wanted, predecessor->role);
-    if (predecessor && !replaces) wanted = KeyRole::Further;
+    if (predecessor) wanted = wanted & predecessor->role;
+    // A certificate for something else is no end of the waiting; nor is there one to wait for when that key is gone.
+    const bool waitsOn = predecessor && wanted == KeyRole::Further;
     for (const StoredKey& other : contents.keys)
         if (&other != &*key && &other != predecessor && shares(other.role, wanted)) return kKmRoleTaken;
 
@@ -221,7 +242,8 @@ KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& cert
     for (StoredKey& other : contents.keys)
         if (&other == predecessor) other.role = without(other.role, wanted);
     key->role = key->role | wanted;
-    if (replaces) dropSuccessorMark(*key);
+    if (inUse && !waitsOn) dropSuccessorMark(*key);
+    if (shares(wanted, key->role)) dropMarks(*key, {&OID_CRV_BAG_PREDECESSOR});
     sortByRole(contents.keys);
     return kKmOk;
 }

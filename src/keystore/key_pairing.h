@@ -38,17 +38,20 @@ void markOrdinary(CertAttributes& attributes, const SignedCertificate& certifica
 /// Takes the mark away, of a key that came to its place.
 void dropSuccessorMark(StoredKey& key);
 
+/// The certificate of the deleted key whose place a key took before it was certified; null for any other.
+[[nodiscard]] CertPtr predecessorCertificate(const StoredKey& key);
+
 /// Takes out what the record names as deleted, keys with their certificates; the key that waits for the place of such a
-/// one takes it.
+/// one takes it, and keeps the certificate until it has one of its own (predecessorCertificate).
 void dropDeleted(KeyStoreContents& contents, const CRVCfgFile& record);
 
 /// Whether a key is certified under two names.
 [[nodiscard]] bool hasTwoNames(const KeyStoreContents& contents);
 
-/// Installs a certificate for the key that it belongs to; one that waits for another key's place takes over its roles,
-/// as far as the certificate allows them, and the other becomes or stays a further key. Where the certificate allows
-/// none of them, the key goes on waiting and nothing changes hands. Results as KeyManager::installUserCrt, a failure
-/// changes nothing.
+/// Installs a certificate for the key that it belongs to; one that waits for another key's place takes over its roles
+/// and no others, as far as the certificate allows them, and the other becomes or stays a further key. Where the
+/// certificate allows none of them, the key goes on waiting and nothing changes hands. Results as
+/// KeyManager::installUserCrt, a failure changes nothing.
 [[nodiscard]] KeyManagerResult pairCertificate(KeyStoreContents& contents, const CertPtr& certificate,
                                                bool recertification);
 

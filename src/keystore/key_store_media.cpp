@@ -62,11 +62,11 @@ bool KeyStoreMedia::keepOriginal(ByteView) {
     return true;
 }
 
-std::string KeyStoreMedia::keepInHistory(ByteView, size_t) {
+HistoryFailure KeyStoreMedia::keepInHistory(ByteView, size_t) {
     return {};
 }
 
-std::string KeyStoreMedia::sealHistory() {
+HistoryFailure KeyStoreMedia::sealHistory() {
     return {};
 }
 

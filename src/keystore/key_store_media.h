@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "keystore/file_history.h"
 #include "keystore/key_manager_result.h"
 #include "keystore/key_store_contents.h"
 #include "misc/bytes.h"
@@ -62,10 +63,10 @@ class KeyStoreMedia {
     [[nodiscard]] virtual KeyManagerResult writeFile(ByteView octets);
 
     /// Keeps the octets of the file among its former ones, of which `most` stay; answers as keepFormer.
-    [[nodiscard]] virtual std::string keepInHistory(ByteView octets, size_t most);
+    [[nodiscard]] virtual HistoryFailure keepInHistory(ByteView octets, size_t most);
 
     /// Keeps all former files for good, before a new file takes the place of a lost one; answers as keepFormer.
-    [[nodiscard]] virtual std::string sealHistory();
+    [[nodiscard]] virtual HistoryFailure sealHistory();
 
     /// Keeps the octets of a file that another program wrote beside it, before it is replaced for the first time.
     [[nodiscard]] virtual bool keepOriginal(ByteView octets);

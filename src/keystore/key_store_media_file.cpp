@@ -50,8 +50,8 @@ class DiskFileMedia final : public FileMedia {
         }
     }
 
-    std::string keepInHistory(ByteView octets, size_t most) override { return keepFormer(path_, octets, most); }
-    std::string sealHistory() override { return crv::sealHistory(path_); }
+    HistoryFailure keepInHistory(ByteView octets, size_t most) override { return keepFormer(path_, octets, most); }
+    HistoryFailure sealHistory() override { return crv::sealHistory(path_); }
     bool keepOriginal(ByteView octets) override {
         for (int copy = 1; copy <= kMostOriginals; ++copy) {
             const std::string name = path_ + ".orig" + (copy == 1 ? "" : "." + std::to_string(copy));

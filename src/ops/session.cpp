@@ -108,8 +108,8 @@ void restoreFormerFile(const std::string& file, const std::string& name, const S
     demandKeys(checkPasswdGF(memory, password));
     if (!write) return;
     if (fileExists(file)) {
-        const std::string failure = keepFormer(file, importFile(file), std::nullopt);
-        if (!failure.empty()) throw OpError(OpFault::FileUnwritable, failure);
+        const HistoryFailure failure = keepFormer(file, importFile(file), std::nullopt);
+        if (!failure.empty()) throw HistoryError(failure);
     }
     if (!writeFileAtomically(file, octets, {.mode = WriteMode::Secret})) demandKeys(kKmWriteFailed);
 }

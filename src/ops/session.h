@@ -5,8 +5,10 @@
 #include <optional>
 
 #include "context/crvctx.h"
+#include "keystore/file_history.h"
 #include "keystore/key_store_door.h"
 #include "ops/lock_wait.h"
+#include "ops/op_error.h"
 #include "ops/profiles.h"
 
 namespace crv {
@@ -22,9 +24,22 @@ struct KeysNotIn {
 /// The password is that of the former file. Throws OpError: ObjectMissing, KeyStoreFailed.
 [[nodiscard]] KeysNotIn keysNotIn(const std::string& file, const std::string& name, const SecretText& password);
 
+/// FileUnwritable: a security file could not be kept.
+class HistoryError : public OpError {
+  public:
+    explicit HistoryError(const HistoryFailure& failure)
+        : OpError(OpFault::FileUnwritable, failure.text()), failure_(failure) {}
+
+    [[nodiscard]] const HistoryFailure& failure() const { return failure_; }
+
+  private:
+    HistoryFailure failure_;
+};
+
 /// Puts a former file of a security file, by its name in the history, in its place; the one of now goes into the
 /// history, where it is kept until the history is cleared. The password is that of the former file. The caller holds
-/// the lock; without `write` it is only looked whether it can be done. Throws OpError: ObjectMissing, KeyStoreFailed.
+/// the lock; without `write` it is only looked whether it can be done. Throws OpError: ObjectMissing, KeyStoreFailed;
+/// HistoryError when the one of now cannot be kept.
 void restoreFormerFile(const std::string& file, const std::string& name, const SecretText& password, bool write = true);
 
 /// Opening for reading writes nothing: the key store is deciphered and no seed is stored, so it works on read-only

@@ -156,8 +156,9 @@ class ProfileIterator {
     UniversalConfMgr::Iterator at_;
 };
 
-/// The record of a name in the lists that a program offers; for All the user's list shadows the common one. media, when
-/// given, receives where it was found (or looked for last). Null: not found.
+/// The record of a name in the lists that a program offers; for All the user's list shadows the common one, also by a
+/// record with a flaw (getListFlaws), which is not found. media, when given, receives where it was found (or looked for
+/// last). Null: not found.
 std::unique_ptr<CrvProfile> loadCrvProfile(AvailableProfiles which, const std::string& name, const std::string& file,
                                            ProfileMedia* media = nullptr);
 

@@ -52,6 +52,11 @@ std::string flawOf(const UniversalConfMgr& list, const std::string& path, const 
     return "Plik: " + path + ": Typ profilu " + name + " nie jest liczba [l] w linii: " + std::to_string(node->line);
 }
 
+/// Whether a record stands there that nobody can open.
+bool hasFlaw(const UniversalConfMgr& list, const std::string& name) {
+    return !flawOf(list, {}, name).empty();
+}
+
 /// The next name of a record, past entries that are no profiles.
 bool nextName(const UniversalConfMgr& list, UniversalConfMgr::Iterator& at, std::string& name) {
     while (at) {
@@ -159,7 +164,7 @@ std::unique_ptr<CrvProfile> loadCrvProfile(AvailableProfiles which, const std::s
                                           ProfileMedia::File};
     ProfileMedia source = kMedia[static_cast<size_t>(which)];
     auto profile = CrvProfile::getProfileByName(source, file, name);
-    if (!profile && which == AvailableProfiles::All) {
+    if (!profile && which == AvailableProfiles::All && !hasFlaw(loadList(source, file), name)) {
         source = ProfileMedia::Common;
         profile = CrvProfile::getProfileByName(source, file, name);
     }

@@ -344,6 +344,11 @@ class Stores(Case):
             self.answer("watch", "--days", "0", status=status, CREDENTIALS_DIRECTORY="cred")
         self.changed("profile", "create", "NOWY")
         self.answer("watch", "--days", "0", *self.KEYS)  # what was never begun has nothing that ends
+        pathlib.Path("NOWY.p12.lck").touch()
+        self.answer("watch", "--days", "0", *self.KEYS)  # nor what somebody began in vain
+        pathlib.Path("DROGA.p12").rename("weg")
+        self.assertIn("DROGA.p12.d", str(self.answer("watch", "--days", "0", *self.KEYS, status=3)["warnings"]))
+        pathlib.Path("weg").rename("DROGA.p12")
         with open("profiles.conf", "a", encoding="utf-8") as lists:
             lists.write('\\ZLY\\Type [s] = "1"\n')
         told = self.answer("watch", "--days", "0", *self.KEYS, status=7)["warnings"]
@@ -351,10 +356,13 @@ class Stores(Case):
         self.assertEqual(self.answer("profile", "list")["warnings"], told)
         self.assertEqual(self.answer("profile", "show", "ZLY", status=7)["fault"], "list-failed")
         self.answer("profile", "create", "ZLY", status=7)
+        pathlib.Path(self.home, ".crvprofiles.conf").write_text('\\ZLY\\Type [s] = "1"\n', "utf-8")
+        named = self.env.pop("CRV_PROFILE_FILE")
+        self.assertEqual(self.answer("profile", "show", "ZLY", status=7)["fault"], "list-failed")
+        self.env["CRV_PROFILE_FILE"] = named
         self.answer("profile", "set", "NOWY", "--db", "inna")
         self.assertIn(r'\ZLY\Type [s] = "1"', pathlib.Path("profiles.conf~").read_text("utf-8"))
         pathlib.Path("DROGA.p12").unlink()
-        self.assertIn("DROGA.p12.d", str(self.answer("watch", "--days", "0", *self.KEYS, status=7)["warnings"]))
         former = self.answer("store", "history", "-p", "DROGA")["result"]["items"][-1]["name"]
         self.changed("store", "restore", former, "--yes", *self.KEYS)
         self.read("key", "list", *self.KEYS)

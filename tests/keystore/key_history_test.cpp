@@ -5,8 +5,10 @@
 #include <random>
 #include <set>
 
+#include "asn/pkcs/certification_request.h"
 #include "config/config_oids.h"
 #include "key_store_session.h"
+#include "keystore/crt_request.h"
 #include "keystore/file_history.h"
 #include "keystore/key_pairing.h"
 #include "keystore/security_file.h"
@@ -303,10 +305,23 @@ TEST_F(KeyReplacementTest, NoMomentOfAReplacementIsWithoutItsKeys) {
     }
 }
 
+TEST_F(KeyReplacementTest, ACertificateGivesNoMoreThanTheKeyBeforeDid) {
+    create({{KeyType::Signing, "rsa2"}, {KeyType::Encryption, "rsa1"}});
+    ASSERT_EQ(installFor(keys, certificateFor(*sharedKey("rsa2"))), kKmOk);
+    ASSERT_EQ(generateSuccessor(keys, kReplacements[3]), kKmOk);
+    const SignerPtr waiting = keys.successorOf(KeyType::Signing)->key;
+    ASSERT_EQ(installFor(keys, certificateFor(*waiting, "both")), kKmOk);
+    EXPECT_EQ(keys.signingKey()->keyId(), waiting->keyId());
+    EXPECT_EQ(keys.encryptionKey()->keyId(), testKey("rsa1").keyId());
+}
+
 TEST_F(KeyReplacementTest, AWaitingKeyIsNeverForgotten) {
     create({{KeyType::Signing, "ec"}, {KeyType::Encryption, "rsa1"}});
     const KeyId old = testKey("rsa1").keyId();
     ASSERT_EQ(installFor(keys, certificateFor(*sharedKey("ec"))), kKmOk);
+    ASSERT_EQ(installFor(keys, certificateFor(*sharedKey("rsa1"), "ca")), kKmOk);
+    const CertPtr before = keys.encryptionCertificate();
+    ASSERT_TRUE(before);
     ASSERT_EQ(generateSuccessor(keys, kReplacements[4]), kKmOk);
     const SignerPtr waiting = keys.successorOf(KeyType::Encryption)->key;
     // A certificate for signing is no end of the waiting of a key that is to decrypt.
@@ -317,6 +332,16 @@ TEST_F(KeyReplacementTest, AWaitingKeyIsNeverForgotten) {
     dieEverywhere([&](Session& writer) { return writer.keys.deleteKey(old) == kKmOk; }, true);
     ASSERT_EQ(session.login(), kKmOk);
     EXPECT_EQ(keys.encryptionKey()->keyId(), waiting->keyId());
+    Bytes octets;
+    ASSERT_EQ(prepareCrtRequest(keys, KeyType::Encryption, {.format = RequestFormat::Der}, octets), kKmOk);
+    CertificationRequest request;
+    ASSERT_TRUE(request.readExactly(octets));
+    EXPECT_EQ(request.info.subject, before->subject());
+    SignedCertificate own;
+    ASSERT_TRUE(own.readExactly(encodingOf(*certificateFor(*waiting, "enc"))));
+    own.tbs.validity = certificateFor(*waiting, "sign_newer")->tbs.validity;
+    ASSERT_EQ(installFor(keys, makeCert(own.encoded())), kKmOk);
+    for (const StoredKey& key : keys.keys()) EXPECT_FALSE(predecessorCertificate(key));
     EXPECT_EQ(keys.signingKey()->keyId(), testKey("ec").keyId());
     // Imports and restores leave a key that signs at every moment, too.
     const PrivateKey more = testKey("rsa2");

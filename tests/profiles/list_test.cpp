@@ -239,6 +239,10 @@ TEST_F(Lists, OfTheUserShadowTheCommonOnes) {
         EXPECT_EQ(media, medium) << name;
     }
     EXPECT_FALSE(loadCrvProfile(User, "b", ""));
+    writeFile(dir.file(".crvprofiles.conf"), "\\B\\Type[s]=1\n");
+    ProfileMedia flawed{};
+    EXPECT_FALSE(loadCrvProfile(All, "b", "", &flawed)) << "not silently another one's keys";
+    EXPECT_EQ(flawed, ProfileMedia::User);
     std::filesystem::remove(dir.file("common"));
     EXPECT_FALSE(loadCrvProfile(Common, "a", ""));
     EXPECT_NE(messageOf([&] { loadCrvProfile(AvailableProfiles::File, "b", dir.file("common")); }), "");

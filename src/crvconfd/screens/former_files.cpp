@@ -57,14 +57,13 @@ bool restore(const FormerFile& former) try {
     restoreFormerFile(cfgManager->securityFileName(), former.name, password);
     note("Przywrócono plik " + former.path);
     return true;
+} catch (const HistoryError& error) {
+    warnOfFile("Nie zachowano obecnego pliku", error.failure().path, error.failure().error);
+    return false;
 } catch (const OpError& error) {
     const bool gone = error.fault() == OpFault::ObjectMissing;
-    if (error.fault() == OpFault::FileUnwritable) {
-        warnOfFile("Nie zachowano obecnego pliku", error.what());
-    } else {
-        note(std::string("Poprzedni plik: ") + error.what());
-        warnInfo(kMessageRow, "%s", gone ? "Tego pliku już nie ma" : crvErrorTextAPI(crvCtx, error.code()));
-    }
+    note(std::string("Poprzedni plik: ") + error.what());
+    warnInfo(kMessageRow, "%s", gone ? "Tego pliku już nie ma" : crvErrorTextAPI(crvCtx, error.code()));
     return false;
 }
 

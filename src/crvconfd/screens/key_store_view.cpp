@@ -1,7 +1,5 @@
 #include "crvconfd/screens/key_store_view.h"
 
-#include <algorithm>
-
 #include "asn/x509/signed_certificate.h"
 #include "config/configuration_manager.h"
 #include "crvconfd/engines/screen.h"
@@ -15,7 +13,6 @@
 #include "crvconfd/toolkit/toolkit.h"
 #include "crypto/sign_algo_map.h"
 #include "keystore/key_manager.h"
-#include "keystore/key_pairing.h"
 #include "misc/hex.h"
 
 namespace crv {
@@ -47,8 +44,7 @@ void remove(size_t index) {
     const StoredKey& key = keyManager->keys()[index];
     if (!confirmDeletion(key)) return;
     const KeyId gone = key.key->keyId();
-    const auto keys = keyManager->keys();
-    const bool waits = std::ranges::any_of(keys, [&](const StoredKey& one) { return successorTo(one) == gone; });
+    const bool waits = keyManager->waitingFor(gone) != nullptr;
     const KeyStoreAccess access = keyStoreAccess();
     KeyStoreLock lock(access);
     KeyManagerResult result = lock.take();

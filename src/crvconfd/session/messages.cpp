@@ -54,16 +54,11 @@ void showCode(std::span<const CodeText> table, int code, const char* place) {
     errInfo(kMessageRow, "%s", row->text);
 }
 
-void warnOfFile(const std::string& text, const std::string& failure) {
-    const size_t colon = std::min(failure.rfind(": "), failure.size());
-    std::string reason = failure.substr(std::min(colon + 2, failure.size()));
-    const auto* known = std::ranges::find_if(
-        kReasons, [&](const CodeText& row) { return std::system_category().message(row.code) == reason; });
-    if (known != std::end(kReasons)) reason = known->text;
-    note(text + ": " + reason + ": " + failure.substr(0, colon));
+void warnOfFile(const std::string& text, const std::string& path, int error) {
+    const std::string failure = systemReason(error) + ": " + path;
+    note(text + ": " + failure);
     const ScreenKeeper keeper;
-    const auto lines =
-        wrapText(printable(reason + ": " + failure.substr(0, colon)), static_cast<size_t>(shownColumns()));
+    const auto lines = wrapText(printable(failure), static_cast<size_t>(shownColumns()));
     int row = kFooterRow - static_cast<int>(lines.size());
     for (const std::string& line : lines) {
         clrToEol(++row, 0);

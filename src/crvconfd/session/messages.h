@@ -44,9 +44,9 @@ void showDatabaseFailure(const char* text = kDatabaseFailed, const char* noMemor
 /// on the row above where it has no room.
 void showFileFailure(const char* format, const std::string& name, int error);
 
-/// Warns of what happened to a file, of which "path: reason" is known, the reason in the system's words. Above the text
-/// the reason comes first, in Polish where systemReason has it, and the path may take several rows.
-void warnOfFile(const std::string& text, const std::string& failure);
+/// Warns of what happened to a file: above the text stands the reason and behind it the path, over as many rows as it
+/// takes.
+void warnOfFile(const std::string& text, const std::string& path, int error);
 
 /// What to tell the user of an exception: its own text, or for a bare library code the code's text.
 [[nodiscard]] std::string failureText(const std::exception& failure);

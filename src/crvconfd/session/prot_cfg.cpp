@@ -83,7 +83,8 @@ void showKeyStoreFailure(KeyManagerResult result) {
 
 void tellOfHistory() {
     if (keyManager->wasHistoryKept()) return;
-    warnOfFile(findText(kSaveTexts, kKmHistoryFailed), keyManager->historyFailure());
+    const HistoryFailure& failure = keyManager->historyFailure();
+    warnOfFile(findText(kSaveTexts, kKmHistoryFailed), failure.path, failure.error);
 }
 
 void tellOfCopies(const char* what) {
