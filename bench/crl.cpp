@@ -48,6 +48,7 @@ const Bytes& longList() {
 }
 
 void readOurs(benchmark::State& state) {
+    static_cast<void>(longList());  // made now, not in the first turn
     for (auto _ : state) {
         SignedCertRevList crl;
         if (!crl.readExactly(longList(), ASN_FLAG_CONST)) std::abort();
@@ -58,6 +59,7 @@ void readOurs(benchmark::State& state) {
 BENCHMARK(readOurs)->Unit(benchmark::kMillisecond);
 
 void readLibcrypto(benchmark::State& state) {
+    static_cast<void>(longList());
     for (auto _ : state) {
         const uint8_t* at = longList().data();
         X509_CRL* crl = d2i_X509_CRL(nullptr, &at, static_cast<long>(longList().size()));

@@ -85,6 +85,7 @@ const Bytes& plainFile() {
 
 void loadOurs(benchmark::State& state) {
     const SecretText password(kPassword);
+    static_cast<void>(plainFile());  // the keys are made now, not in the first turn
     for (auto _ : state) {
         LoadedSecurityFile file;
         KeyStoreContents out;
@@ -96,6 +97,7 @@ void loadOurs(benchmark::State& state) {
 BENCHMARK(loadOurs)->Unit(benchmark::kMillisecond);
 
 void loadLibcrypto(benchmark::State& state) {
+    static_cast<void>(plainFile());
     for (auto _ : state) {
         const uint8_t* at = plainFile().data();
         PKCS12* p12 = d2i_PKCS12(nullptr, &at, static_cast<long>(plainFile().size()));
@@ -113,6 +115,7 @@ void loadLibcrypto(benchmark::State& state) {
 BENCHMARK(loadLibcrypto)->Unit(benchmark::kMillisecond);
 
 void save(benchmark::State& state) {
+    static_cast<void>(contents());
     for (auto _ : state) benchmark::DoNotOptimize(fileOf(contents()).data());
 }
 BENCHMARK(save)->Unit(benchmark::kMillisecond);
@@ -121,6 +124,7 @@ class Context final : public ContextServices {
   public:
     ConfigurationManager& configuration() override { return configuration_; }
     PinResult getPIN(PinSlot, SecretText& pin, bool*, bool) override { return pin = SecretText(kPassword), kPinOk; }
+    void storePIN(PinSlot, const SecretText&) override {}
     bool tokenNotice(TokenNotice, const std::string&) override { return true; }
     void removePINs() override {}
     void report(std::string_view) override {}

@@ -5,12 +5,12 @@
 #include <filesystem>
 
 #include "context/crvctx.h"
+#include "corvane/crvapi.h"
 #include "crypto/self_test.h"
 #include "misc/whole_file.h"
 #include "profiles/crv_profile.h"
 
-using namespace crv;
-
+namespace crv {
 namespace {
 
 /// A list of 10,000 token profiles, 24 lines each.
@@ -88,5 +88,6 @@ void errorText(benchmark::State& state) {
 BENCHMARK(errorText);
 
 }  // namespace
+}  // namespace crv
 
 BENCHMARK_MAIN();

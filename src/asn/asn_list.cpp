@@ -7,6 +7,13 @@
 namespace crv {
 
 long ASNlistF::read_contents(GenericFile* in, long len) {
+    const auto size = static_cast<size_t>(len);
+    const bool kept = isConst() && len > 0 && in->inMemory() && in->window().size() >= size;
+    if (kept && in->nesting() + kSoundLevels <= GenericFile::kMaxNesting && soundContents(in->window().first(size))) {
+        postponeElements(in->window().first(size));
+        in->consume(size);
+        return 1;
+    }
     return readElements({*in, len});
 }
 

@@ -142,9 +142,7 @@ std::string ASNobjectId::name() const {
     return known ? known->name() : text();
 }
 
-/// Whole arcs, each in its shortest form (X.690 8.19.2) and within 128 bits.
-bool ASNobjectId::validContents() const {
-    const ByteView octets = contents();
+bool ASNobjectId::areArcs(ByteView octets) {
     if (octets.empty() || (octets.back() & 0x80) != 0) return false;
     size_t start = 0;
     for (size_t i = 0; i < octets.size(); ++i) {

@@ -70,6 +70,9 @@ class ASNobjectId : public ASNprimitive {
     /// The well-known name, or the dotted text.
     [[nodiscard]] std::string name() const;
     [[nodiscard]] bool isSet() const { return !contents_.empty(); }
+    /// Whether the octets are the contents of an identifier: whole arcs, each in its shortest form (X.690 8.19.2) and
+    /// within 128 bits.
+    [[nodiscard]] static bool areArcs(ByteView octets);
 
     [[nodiscard]] unsigned char getDefaultTag() const override { return kTag; }
     friend bool operator==(const ASNobjectId& a, const ASNobjectId& b);
@@ -78,7 +81,7 @@ class ASNobjectId : public ASNprimitive {
     friend bool operator<(const ASNobjectId& a, const ASNobjectId& b);
 
   protected:
-    [[nodiscard]] bool validContents() const override;
+    [[nodiscard]] bool validContents() const override { return areArcs(contents()); }
 };
 
 /// The row of the table of known identifiers with these content octets, null when there is none.

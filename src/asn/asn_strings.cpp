@@ -57,6 +57,11 @@ void eachCharacter(const StringKind* kind, ByteView octets, Visit visit) {
     if (octets.size() % width != 0) visit(std::nullopt);
 }
 
+/// Most strings are ASCII, which stands for itself in all types of octets.
+bool isPlainAscii(const StringKind* kind, ByteView octets) {
+    return (!kind || kind->width <= 1) && std::ranges::all_of(octets, [](uint8_t c) { return c < 0x80; });
+}
+
 }  // namespace
 
 bool isStringTag(unsigned char tag) {
@@ -65,9 +70,7 @@ bool isStringTag(unsigned char tag) {
 
 std::string stringToUtf8(unsigned char tag, ByteView octets) {
     const StringKind* kind = kindOf(tag);
-    // Most strings are ASCII, which stands for itself in all types of octets.
-    const bool narrow = !kind || kind->width <= 1;
-    if (narrow && std::ranges::all_of(octets, [](uint8_t c) { return c < 0x80; })) return std::string(asText(octets));
+    if (isPlainAscii(kind, octets)) return std::string(asText(octets));
     std::string out;
     out.reserve(octets.size());
     eachCharacter(kind, octets, [&](std::optional<char32_t> c) { appendUtf8(out, c.value_or(kReplacementCharacter)); });
@@ -75,8 +78,10 @@ std::string stringToUtf8(unsigned char tag, ByteView octets) {
 }
 
 bool isValidString(unsigned char tag, ByteView octets) {
+    const StringKind* kind = kindOf(tag);
     bool valid = true;
-    eachCharacter(kindOf(tag), octets, [&](std::optional<char32_t> c) { valid = valid && c; });
+    if (isPlainAscii(kind, octets)) return valid;
+    eachCharacter(kind, octets, [&](std::optional<char32_t> c) { valid = valid && c; });
     return valid;
 }
 

@@ -221,7 +221,7 @@ void certShow(Run& run) {
 
 void certImport(Run& run) {
     const std::string path = run.call.operand(0);
-    CertFileReader reader(importFile(path));
+    CertFileReader reader = certFileReader(path);
     Session session = openDatabase(run);
     ImportProgress done;
     const auto next = [&](ByteView& der) { return reader.next(der); };

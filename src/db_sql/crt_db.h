@@ -35,7 +35,7 @@ class CrtDb {
     bool insert(const SignedCertificate& certificate, InsertResult* result = nullptr);
     bool insert(ByteView der, InsertResult* result = nullptr);
 
-    /// Gives the next certificate's octets, good until the import ends; false at the end. What is no certificate ends
+    /// Gives the next certificate's octets, good until the next call; false at the end. What is no certificate ends
     /// the import, too, though the source may have been asked for some behind it.
     using Source = CrtRecordsAhead::Source;
     /// Called after each slice; false stops.

@@ -38,8 +38,17 @@ CrtRecordsAhead::Share CrtRecordsAhead::takeApart(const std::vector<ByteView>& d
 
 /// Where no thread can be had, and for a few, the owner takes apart when it asks.
 void CrtRecordsAhead::begin() {
+    std::vector<size_t> ends;
+    for (ByteView der; ends.size() < batchSize_ && source_(der);) {
+        octetsAhead_.insert(octetsAhead_.end(), der.begin(), der.end());
+        ends.push_back(octetsAhead_.size());
+    }
     std::vector<ByteView> ders;
-    for (ByteView der; ders.size() < kBatchSize && source_(der);) ders.push_back(der);
+    for (size_t start = 0; const size_t end : ends) {
+        ders.push_back(ByteView(octetsAhead_).subspan(start, end - start));
+        start = end;
+    }
+    batchSize_ = std::min(2 * batchSize_, kBatchSize);
     const auto policy =
         ders.size() < kWorthAThread ? std::launch::deferred : std::launch::async | std::launch::deferred;
     const size_t count = sharesOf(ders.size());
@@ -61,6 +70,7 @@ std::vector<CrtRecord> CrtRecordsAhead::next() {
                      std::make_move_iterator(share.records.end()));
         unreadable_ = share.unreadable;
     }
+    octets_ = std::exchange(octetsAhead_, {});
     if (!unreadable_ && !batch.empty()) begin();
     return batch;
 }

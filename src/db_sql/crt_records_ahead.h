@@ -12,16 +12,17 @@ namespace crv {
 /// Reads a source in batches: the next one is taken apart by other threads while the owner stores the last.
 class CrtRecordsAhead {
   public:
-    /// Gives the next certificate's octets, good as long as this object; false at the end. Called by the owner's
-    /// thread.
+    /// Gives the next certificate's octets, good until the next call; false at the end. Called by the owner's thread.
     using Source = std::function<bool(ByteView& der)>;
 
-    /// Most certificates of a batch.
+    /// Most certificates of a batch. The first ones are smaller, because nothing is stored while they are taken apart.
     static constexpr size_t kBatchSize = 2048;
+    static constexpr size_t kFirstBatch = 512;
 
     explicit CrtRecordsAhead(const Source& source) : source_(source) { begin(); }
 
-    /// The next batch, up to the first that is no certificate; empty at the end.
+    /// The next batch, whose octets are good until the call after it, up to the first that is no certificate; empty at
+    /// the end.
     [[nodiscard]] std::vector<CrtRecord> next();
     /// Whether the last batch ended at octets that are no certificate; there is none behind it then.
     [[nodiscard]] bool unreadable() const { return unreadable_; }
@@ -35,6 +36,8 @@ class CrtRecordsAhead {
     void begin();
 
     const Source& source_;
+    size_t batchSize_ = kFirstBatch;
+    Bytes octets_, octetsAhead_;  // of the batch handed out, and of the next one
     bool unreadable_ = false;
     std::vector<std::future<Share>> shares_;  // in the order of the source
 };

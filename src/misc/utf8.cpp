@@ -26,6 +26,7 @@ bool isCharacter(char32_t c) {
 std::optional<char32_t> takeCharacter(std::string_view& text) {
     const auto first = static_cast<uint8_t>(text.front());
     text.remove_prefix(1);
+    if (first < 0x80) return first;
     size_t more = 0;
     while (more < std::size(kForms) && (first & kForms[more].mask) != kForms[more].lead) ++more;
     if (more == std::size(kForms) || text.size() < more) return std::nullopt;

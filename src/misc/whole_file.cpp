@@ -12,10 +12,13 @@ namespace crv {
 Bytes readFile(const std::string& path, size_t limit) {
     const FileDescriptor fd(fileOps().open(path, O_RDONLY));
     if (!fd.valid()) throw StoreError(StoreCause::NotOpened, "readFile(): Blad otwarcia bliku: " + path);
-    Bytes content;
+    return readRest(fd.get(), {}, limit);
+}
+
+Bytes readRest(int fd, Bytes content, size_t limit) {
     std::array<uint8_t, 65536> piece{};
     for (;;) {
-        const ssize_t n = readUpTo(fd.get(), piece.data(), piece.size(), -1);
+        const ssize_t n = readUpTo(fd, piece.data(), piece.size(), -1);
         if (n < 0 || content.size() + static_cast<size_t>(n) > limit) {
             throw StoreError(StoreCause::Failed, "readFile: blad odczytu pliku");
         }

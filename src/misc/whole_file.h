@@ -14,6 +14,9 @@ constexpr size_t kMaxWholeFile = size_t{1} << 30;
 /// "readFile: blad odczytu pliku" (also for a file longer than the limit).
 Bytes readFile(const std::string& path, size_t limit = kMaxWholeFile);
 
+/// What a descriptor still gives, behind what was read from it before. Throws "readFile: blad odczytu pliku".
+Bytes readRest(int fd, Bytes begun, size_t limit = kMaxWholeFile);
+
 /// Replaces the content of a file atomically (mode and owner of the old file kept, 0644 for a new one). Throws
 /// StoreError: "writeFile: blad otwarcia pliku: " and the path, or "writeFile: blad zapisy pliku".
 void writeFile(const std::string& path, ByteView content);

@@ -1,9 +1,10 @@
 #include "net/fetch_scheduler.h"
 
 #include <algorithm>
-#include <csignal>
 #include <exception>
 #include <system_error>
+
+#include "misc/signals_held.h"
 
 namespace crv {
 
@@ -38,22 +39,6 @@ Says saysOfServer(FetchOutcome outcome) {
             return Says::Fails;
     }
 }
-
-/// Threads of the library hear no signals: they are for those of the program.
-class SignalBlock {
-  public:
-    SignalBlock() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    ~SignalBlock() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalBlock(const SignalBlock&) = delete;
-    SignalBlock& operator=(const SignalBlock&) = delete;
-
-  private:
-    sigset_t before_{};
-};
 
 }  // namespace
 
@@ -97,7 +82,7 @@ FetchScheduler::~FetchScheduler() {
 /// One more thread when all are busy and there may be more of them. Under the lock.
 void FetchScheduler::startThread() {
     if (idle_ >= waiting_ || threads_.size() == kMostAtOnce) return;
-    const SignalBlock noSignals;
+    const SignalsHeld noSignals;
     try {
         threads_.emplace_back([this] { work(); });
     } catch (const std::system_error&) {

@@ -2,13 +2,17 @@
 
 #include <algorithm>
 
+#include "asn/asn_any.h"
 #include "asn/x509/signed_certificate.h"
+#include "db_sql/crt_keys.h"
 #include "misc/ascii.h"
+#include "misc/exceptions.h"
 #include "misc/hex.h"
+#include "misc/path.h"
+#include "misc/whole_file.h"
 #include "ops/export_file.h"
 #include "ops/op_error.h"
 #include "ops/session.h"
-#include "pki/cert_file_reader.h"
 #include "pki/certificate_search.h"
 
 namespace crv {
@@ -33,6 +37,21 @@ void eachPage(DbManager& database, size_t size, const std::function<bool(const C
         }
         if (page.empty() || !visit(page)) return;
     }
+}
+
+/// The certificates of the database with that serial number, by the index: none for what is no number, and for one
+/// whose length is not in DER, which stands under another hash.
+CrtItemList withSerial(DbManager& database, const std::string& serial) {
+    CrtItemList items;
+    const auto octets = fromHex(serial);
+    ASNinteger number;
+    if (!octets || octets->empty()) return items;
+    ASNany encoding;
+    encoding.build(ASNinteger::kTag, *octets);
+    if (encoding.decode(number) && !database.findCertsBySerNumHash(items, serNumHash(number))) {
+        throw OpError(OpFault::DatabaseFailed, database.lastFailure());
+    }
+    return items;
 }
 
 }  // namespace
@@ -96,14 +115,28 @@ CertPtr findOne(Session& session, const CertSelector& selector, const CertList* 
     if (list) {
         for (const CertPtr& certificate : *list) (void)take(*certificate, encodingOf(*certificate));
     } else {
+        for (const CrtItem& item : withSerial(session.context().dbManager, selector.serial)) {
+            if (const CertPtr one = makeCert(item.der)) (void)take(*one, item.der);
+        }
+        if (found) return found;
         eachCert(session, [&](int64_t, const SignedCertificate& c, ByteView der) { return take(c, der); });
     }
     if (!found) throw OpError(OpFault::ObjectMissing);
     return found;
 }
 
+CertFileReader certFileReader(const std::string& path) {
+    if (path == "-") return CertFileReader(importFile(path));
+    if (!fileExists(expandHome(path))) throw OpError(OpFault::FileMissing, path);
+    try {
+        return CertFileReader::open(expandHome(path));
+    } catch (const StoreError& failure) {
+        throw OpError(OpFault::FileUnreadable, failure.what());
+    }
+}
+
 CertList certsOfFile(const std::string& path) {
-    CertFileReader reader(importFile(path));
+    CertFileReader reader = certFileReader(path);
     CertList list;
     ByteView der;
     while (reader.next(der)) {

@@ -7,6 +7,7 @@
 
 #include "asn/x509/cert_ptr.h"
 #include "misc/bytes.h"
+#include "pki/cert_file_reader.h"
 
 namespace crv {
 
@@ -41,6 +42,8 @@ void judgeCerts(Session& session, const CertList* list, const PathOptions& optio
 /// The one certificate in the list or the database that a selector means. Throws OpError (ObjectMissing, Ambiguous).
 CertPtr findOne(Session& session, const CertSelector& selector, const CertList* list = nullptr);
 
+/// The certificates of a file one after another; "-" is standard input. Throws OpError (FileMissing, FileUnreadable).
+CertFileReader certFileReader(const std::string& path);
 /// All certificates of a file; "-" is standard input. Throws OpError (FileMissing, BadFile).
 CertList certsOfFile(const std::string& path);
 

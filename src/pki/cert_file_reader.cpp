@@ -6,7 +6,9 @@
 
 #include "asn/known_oids.h"
 #include "asn/pkcs/signed_data.h"
+#include "asn/tlv_view.h"
 #include "misc/base64_file.h"
+#include "misc/exceptions.h"
 #include "misc/memory_file.h"
 #include "misc/whole_file.h"
 
@@ -15,6 +17,8 @@ namespace crv {
 namespace {
 
 constexpr uint8_t kSequenceTag = 0x30;
+/// Octets of a file that are read at a time.
+constexpr size_t kPiece = size_t{1} << 20;
 
 constexpr std::array kCertificateLabels{"CERTIFICATE", "X509 CERTIFICATE", "TRUSTED CERTIFICATE"};
 constexpr std::array kBundleLabels{"PKCS7", "PKCS #7 SIGNED DATA", "CMS"};
@@ -45,6 +49,14 @@ bool isPemText(ByteView octets) {
     return asText(octets).find("-----BEGIN ") != std::string_view::npos && !beginsWithSequence(octets);
 }
 
+/// As an element does that is no bundle, whose contents begin with an identifier.
+bool beginsLikeCertificate(ByteView octets) {
+    const size_t size = sequenceSize(octets);
+    if (size == 0 || !beginsWithSequence(octets.first(size))) return false;
+    const auto whole = takeTlv(octets);
+    return whole && !whole->body.empty() && whole->body[0] == kSequenceTag;
+}
+
 /// Calls `take` with label and octets of each PEM block until it answers false. False when a block is malformed.
 template <class Take>
 bool eachBlock(std::string_view text, Take take) {
@@ -61,7 +73,38 @@ bool eachBlock(std::string_view text, Take take) {
 }  // namespace
 
 CertFileReader CertFileReader::open(const std::string& path) {
-    return CertFileReader(readFile(path));
+    FileDescriptor file(fileOps().open(path, O_RDONLY | O_CLOEXEC));
+    if (!file.valid()) throw StoreError(StoreCause::NotOpened, "readFile(): Blad otwarcia bliku: " + path);
+    Bytes first(kPiece);
+    const ssize_t count = readUpTo(file.get(), first.data(), first.size(), -1);
+    if (count < 0) throw StoreError(StoreCause::Failed, "readFile: blad odczytu pliku");
+    first.resize(static_cast<size_t>(count));
+    if (first.size() < kPiece || !beginsLikeCertificate(first)) {
+        return CertFileReader(readRest(file.get(), std::move(first)));
+    }
+    CertFileReader reader;
+    reader.file_ = std::move(file);
+    reader.content_ = std::move(first);
+    reader.addElements(reader.content_);
+    return reader;
+}
+
+void CertFileReader::readOn() {
+    Bytes piece(rest_.begin(), rest_.end());
+    const size_t begun = piece.size();
+    piece.resize(begun + std::max(kPiece, begun));  // more each time for an element that ends in no piece
+    const bool fits = piece.size() <= kMaxWholeFile;
+    const ssize_t count = fits ? readUpTo(file_.get(), piece.data() + begun, piece.size() - begun, -1) : -1;
+    if (count <= 0) {
+        cut_ = cut_ || count < 0;
+        file_.reset();
+        return;
+    }
+    piece.resize(begun + static_cast<size_t>(count));
+    content_ = std::move(piece);
+    elements_.clear();
+    at_ = 0;
+    addElements(content_);
 }
 
 CertFileReader::CertFileReader(Bytes content) : content_(std::move(content)) {
@@ -82,10 +125,16 @@ CertFileReader::CertFileReader(Bytes content) : content_(std::move(content)) {
 }
 
 void CertFileReader::addElements(ByteView octets) {
-    for (size_t size; (size = sequenceSize(octets)) != 0; octets = octets.subspan(size)) {
+    for (size_t size; !ended_ && (size = sequenceSize(octets)) != 0; octets = octets.subspan(size)) {
         elements_.push_back(octets.first(size));
     }
-    cut_ = !std::ranges::all_of(octets, isSpace);
+    // Nothing but spaces may follow now; what begins an element that does not end may go on in the next piece.
+    ended_ = ended_ || (!octets.empty() && octets[0] != kSequenceTag);
+    if (ended_) {
+        cut_ = cut_ || !std::ranges::all_of(octets, isSpace);
+        octets = {};
+    }
+    rest_ = octets;
 }
 
 bool CertFileReader::addBundle(ByteView octets) {
@@ -119,8 +168,9 @@ void CertFileReader::addBlocks(std::string_view text) {
 }
 
 bool CertFileReader::next(ByteView& der) {
+    while (at_ == elements_.size() && file_.valid()) readOn();
     if (at_ == elements_.size()) {
-        stoppedEarly_ = cut_;
+        stoppedEarly_ = cut_ || !rest_.empty();
         return false;
     }
     der = elements_[at_++];

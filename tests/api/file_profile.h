@@ -2,10 +2,14 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <openssl/x509.h>
 
 #include "config/config_oids.h"
 #include "context/crvctx.h"
 #include "corvane/crvapi.h"
+#include "crypto/private_key.h"
+#include "crypto/public_key.h"
+#include "support/cert_maker.h"
 #include "support/temp_dir.h"
 
 namespace crv::test {
@@ -34,6 +38,18 @@ class FileProfile : public testing::Test {
         ctx.configurationManager.resetRecord();
         ctx.configurationManager.editRecord().setIntOpt(kOptConnectTimeout, 77);
         ASSERT_EQ(ctx.keyManager.saveConfiguration(), kKmOk);
+    }
+
+    /// A key for both uses with its certificate and a trusted point, saved.
+    static void giveKey(KeyManager& keys) {
+        ASSERT_EQ(keys.generateRsaUserKey(KeyType::Both, 65537, 2048, KeyScheme::Rsa), kKmOk);
+        const Bytes spki = dynamic_cast<const PrivateKey&>(*keys.signingKey()).publicKey().toSpki();
+        const unsigned char* at = spki.data();
+        const TestKey key(d2i_PUBKEY(nullptr, &at, static_cast<long>(spki.size())), EVP_PKEY_free);
+        const MadeCert root = makeCert({.subject = {{"CN", "Korzeń"}}, .extensions = caExtensions()});
+        ASSERT_EQ(keys.installUserCrt(crv::makeCert(makeCert({.subject = {{"CN", "Jan"}}}, &root, key).der)), kKmOk);
+        ASSERT_EQ(keys.addTrustedCA(crv::makeCert(root.der)), kKmOk);
+        ASSERT_EQ(keys.saveConfiguration(), kKmOk);
     }
 
     TempDir dir_;

@@ -1,11 +1,8 @@
 // After each call nothing is left in memory of the PIN that it used and of what it deciphered; after the last one
 // nothing of the keys.
-#include <openssl/x509.h>
-
 #include <functional>
 
 #include "api/file_profile.h"
-#include "support/cert_maker.h"
 #include "support/memory_scan.h"
 
 namespace crv::test {
@@ -43,16 +40,8 @@ class CallMemory : public FileProfile {
         ASSERT_EQ(keys.rbgInit(asBytes("sixty keys typed at random moments")), kKmOk);
         made.configurationManager.resetRecord();
         ASSERT_EQ(keys.saveConfiguration(), kKmOk);
-        ASSERT_EQ(keys.generateRsaUserKey(KeyType::Both, 65537, 2048, KeyScheme::Rsa), kKmOk);
-        const auto& own = dynamic_cast<const PrivateKey&>(*keys.signingKey());
-        noteKey(last_, "user's", own);
-        const Bytes spki = own.publicKey().toSpki();
-        const unsigned char* at = spki.data();
-        const TestKey key(d2i_PUBKEY(nullptr, &at, static_cast<long>(spki.size())), EVP_PKEY_free);
-        const MadeCert root = makeCert({.subject = {{"CN", "Korzeń"}}, .extensions = caExtensions()});
-        ASSERT_EQ(keys.installUserCrt(crv::makeCert(makeCert({.subject = {{"CN", "Jan"}}}, &root, key).der)), kKmOk);
-        ASSERT_EQ(keys.addTrustedCA(crv::makeCert(root.der)), kKmOk);
-        ASSERT_EQ(keys.saveConfiguration(), kKmOk);
+        giveKey(keys);
+        noteKey(last_, "user's", dynamic_cast<const PrivateKey&>(*keys.signingKey()));
     }
 
     [[nodiscard]] int encrypt() {

@@ -1,14 +1,9 @@
 // Contexts of one profile at work in threads of their own: what the thread checkers are run over.
-#include <openssl/x509.h>
-
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "api/file_profile.h"
-#include "crypto/private_key.h"
-#include "crypto/public_key.h"
-#include "support/cert_maker.h"
 
 namespace crv::test {
 namespace {
@@ -67,15 +62,7 @@ TEST_F(Threads, EightContextsShareAProfile) {
     {
         CRVctx made;
         create(made);
-        KeyManager& keys = made.keyManager;
-        ASSERT_EQ(keys.generateRsaUserKey(KeyType::Both, 65537, 2048, KeyScheme::Rsa), kKmOk);
-        const Bytes spki = dynamic_cast<const PrivateKey&>(*keys.signingKey()).publicKey().toSpki();
-        const unsigned char* at = spki.data();
-        const TestKey key(d2i_PUBKEY(nullptr, &at, static_cast<long>(spki.size())), EVP_PKEY_free);
-        const MadeCert root = makeCert({.subject = {{"CN", "Korzeń"}}, .extensions = caExtensions()});
-        ASSERT_EQ(keys.installUserCrt(crv::makeCert(makeCert({.subject = {{"CN", "Jan"}}}, &root, key).der)), kKmOk);
-        ASSERT_EQ(keys.addTrustedCA(crv::makeCert(root.der)), kKmOk);
-        ASSERT_EQ(keys.saveConfiguration(), kKmOk);
+        giveKey(made.keyManager);
     }
     std::vector<std::string> faults(8);
     std::vector<std::thread> threads;

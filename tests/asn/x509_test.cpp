@@ -159,6 +159,30 @@ TEST_F(MadeCertificates, TruncationAtEveryOctetIsNoCertificate) {
     }
 }
 
+/// Names and extensions that are views are checked by a walk, changeable ones by their objects.
+TEST_F(MadeCertificates, ViewsTakeWhatObjectsTakeAfterAnyChangedOctet) {
+    const Bytes sound = der("rsa-all");
+    size_t taken = 0;
+    for (size_t at = 0; at < sound.size(); ++at) {
+        for (const int change : {1, 2, 4, 0x10, 0x20, 0x40, 0x80, 0xFF}) {
+            Bytes octets = sound;
+            octets[at] = static_cast<uint8_t>(octets[at] ^ change);
+            SignedCertificate views, objects;
+            const bool readable = objects.readExactly(octets);
+            ASSERT_EQ(views.readExactly(octets, ASN_FLAG_CONST), readable) << at << " ^ " << change;
+            if (!readable) continue;
+            ++taken;
+            ASSERT_EQ(views.subject().text(), objects.subject().text()) << at << " ^ " << change;
+            ASSERT_EQ(views.extensions().size(), objects.extensions().size()) << at << " ^ " << change;
+        }
+    }
+    EXPECT_GT(taken, sound.size());
+    SignedCertificate moved, cert = certificate("rsa-all");
+    moved = std::move(cert);
+    const DistinguishedName issuer = std::move(moved.tbs.issuer);
+    EXPECT_EQ(issuer.text(), certificate("rsa-all").issuer().text());
+}
+
 TEST_F(MadeCertificates, AgreeWithWhatOpensslPrints) {
     for (const std::string& name : names()) {
         const SignedCertificate cert = certificate(name);

@@ -344,6 +344,22 @@ TEST_F(ManagersTest, CertificatesAreReadFromFilesInAnyUsualForm) {
         EXPECT_EQ(count, certs) << what;
         EXPECT_EQ(reader.stoppedEarly(), stopped) << what;
     }
+    // Of a long file a piece at a time is read; certificates lie across the ends of pieces.
+    Bytes many;
+    size_t fit = 0;
+    for (; many.size() < 5'000'000; ++fit) many.insert(many.end(), root.der.begin(), root.der.end());
+    for (const auto& [what, content, certs, stopped] :
+         {Row{"long", many, fit, false}, Row{"long, line end", plus(many, "\n"), fit, false},
+          Row{"long, rubbish behind", plus(many, "x"), fit, true},
+          Row{"long, certificate behind a line end", plus(many, "\n0\3"), fit, true},
+          Row{"long, cut off", {many.begin(), many.end() - 3}, fit - 1, true}}) {
+        test::writeFile(dir.file("long"), std::string(asText(content)));
+        CertFileReader reader = CertFileReader::open(dir.file("long"));
+        size_t count = 0;
+        for (ByteView der; reader.next(der) && std::ranges::equal(der, root.der);) ++count;
+        EXPECT_EQ(count, certs) << what;
+        EXPECT_EQ(reader.stoppedEarly(), stopped) << what;
+    }
     const Bytes crl = makeCrl({}, root);
     for (const Bytes& form : {crl, plus(crl, "\r\n"), text(toPem("X509 CRL", crl)), text(toBase64(crl)),
                               text(blocks + toPem("X509 CRL", crl))})

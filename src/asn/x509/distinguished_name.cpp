@@ -4,6 +4,7 @@
 
 #include "asn/asn_strings.h"
 #include "asn/known_oids.h"
+#include "asn/tlv_view.h"
 #include "asn/x509/name_prep.h"
 #include "misc/ascii.h"
 #include "misc/exceptions.h"
@@ -210,19 +211,48 @@ void putElement(Bytes& out, unsigned char tag, ByteView body) {
     out.insert(out.end(), body.begin(), body.end());
 }
 
-Bytes elementOf(unsigned char tag, const std::vector<Bytes>& parts) {
-    size_t length = 0;
-    for (const Bytes& part : parts) length += part.size();
-    Bytes out;
-    putHeader(out, tag, length);
-    for (const Bytes& part : parts) out.insert(out.end(), part.begin(), part.end());
-    return out;
+/// Whether an AttributeTypeAndValue of definite length stands at the front, which is taken.
+bool takeAttribute(ByteView& octets) {
+    const auto attribute = takeTlv(octets, ASNsequenceF::kTag);
+    if (!attribute) return false;
+    ByteView rest = attribute->body;
+    const auto type = takeTlv(rest, ASNobjectId::kTag);
+    const auto value = takeTlv(rest);
+    return type && ASNobjectId::areArcs(type->body) && value && value->tag != 0 && rest.empty();
 }
 
 void putEncoding(Bytes& out, const ASNobject& object) {
     const Bytes made = object.keptEncoding().empty() ? object.encoded() : Bytes();
     const ByteView octets = made.empty() ? object.keptEncoding() : ByteView(made);
     out.insert(out.end(), octets.begin(), octets.end());
+}
+
+Bytes normalizedAttribute(const AttributeTypeAndValue& attribute, NameFolding folding) {
+    Bytes body;
+    body.reserve(attribute.value.contents().size() + 16);
+    putEncoding(body, attribute.type);
+    if (attribute.isText() && isValidString(attribute.value.getTag(), attribute.value.contents())) {
+        const auto prepared = folding == NameFolding::Unicode ? preparedText : preparedAsciiText;
+        const std::string text = prepared(attribute.valueUtf8());
+        putElement(body, ASN_TAG_UTF8, asBytes(text));
+    } else {
+        putEncoding(body, attribute.value);
+    }
+    return body;
+}
+
+/// The attributes in the order of their encodings. Nearly every set has one.
+void putNormalizedSet(Bytes& out, const RelativeDistinguishedName& set, NameFolding folding) {
+    std::vector<Bytes> attributes;
+    size_t length = 0;
+    for (const AttributeTypeAndValue& attribute : set) {
+        const Bytes body = normalizedAttribute(attribute, folding);
+        putElement(attributes.emplace_back(), ASNsequenceF::kTag, body);
+        length += attributes.back().size();
+    }
+    std::ranges::sort(attributes);
+    putHeader(out, RelativeDistinguishedName::kTag, length);
+    for (const Bytes& attribute : attributes) out.insert(out.end(), attribute.begin(), attribute.end());
 }
 
 }  // namespace
@@ -310,6 +340,17 @@ std::optional<std::string> DistinguishedName::find(const KnownOid& type) const {
     return std::nullopt;
 }
 
+bool DistinguishedName::soundContents(ByteView contents) const {
+    while (!contents.empty()) {
+        const auto set = takeTlv(contents, RelativeDistinguishedName::kTag);
+        if (!set) return false;
+        for (ByteView rest = set->body; !rest.empty();) {
+            if (!takeAttribute(rest)) return false;
+        }
+    }
+    return true;
+}
+
 DistinguishedName DistinguishedName::normalize(NameFolding folding) const {
     DistinguishedName out;
     VTEST(out.readExactly(normalizedEncoding(folding)), "src/asn/x509/distinguished_name");
@@ -317,28 +358,16 @@ DistinguishedName DistinguishedName::normalize(NameFolding folding) const {
 }
 
 Bytes DistinguishedName::normalizedEncoding(NameFolding folding) const {
-    return elementOf(kTag, normalizedSets(folding));
+    Bytes sets;
+    for (const RelativeDistinguishedName& set : *this) putNormalizedSet(sets, set, folding);
+    Bytes out;
+    putElement(out, kTag, sets);
+    return out;
 }
 
 std::vector<Bytes> DistinguishedName::normalizedSets(NameFolding folding) const {
-    const auto prepared = folding == NameFolding::Unicode ? preparedText : preparedAsciiText;
     std::vector<Bytes> sets;
-    for (const RelativeDistinguishedName& set : *this) {
-        std::vector<Bytes> attributes;
-        for (const AttributeTypeAndValue& attribute : set) {
-            Bytes body;
-            putEncoding(body, attribute.type);
-            if (attribute.isText() && isValidString(attribute.value.getTag(), attribute.value.contents())) {
-                const std::string text = prepared(attribute.valueUtf8());
-                putElement(body, ASN_TAG_UTF8, asBytes(text));
-            } else {
-                putEncoding(body, attribute.value);
-            }
-            putElement(attributes.emplace_back(), ASNsequenceF::kTag, body);
-        }
-        std::ranges::sort(attributes);
-        sets.push_back(elementOf(RelativeDistinguishedName::kTag, attributes));
-    }
+    for (const RelativeDistinguishedName& set : *this) putNormalizedSet(sets.emplace_back(), set, folding);
     return sets;
 }
 

@@ -75,6 +75,9 @@ class DistinguishedName : public ASNsequenceList<RelativeDistinguishedName> {
     [[nodiscard]] std::vector<Bytes> normalizedSets(NameFolding folding = NameFolding::Unicode) const;
     /// Names are equal when their normalised forms are.
     friend bool operator==(const DistinguishedName& a, const DistinguishedName& b);
+
+  protected:
+    [[nodiscard]] bool soundContents(ByteView contents) const override;
 };
 
 }  // namespace crv

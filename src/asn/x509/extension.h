@@ -43,6 +43,9 @@ class Extensions : public ASNsequenceList<Extension> {
     }
     /// Appends an extension.
     void set(const KnownOid& oid, const ASNobject& value, bool isCritical = false);
+
+  protected:
+    [[nodiscard]] bool soundContents(ByteView contents) const override;
 };
 
 }  // namespace crv

@@ -38,9 +38,19 @@ bool isIn(const Range (&ranges)[N], char32_t c) {
     return std::ranges::any_of(ranges, [&](const Range& range) { return range.first <= c && c <= range.last; });
 }
 
+bool isPlain(char c) {
+    return c >= 0x20 && c < 0x7F;
+}
+
 std::string mapped(std::string_view utf8) {
     std::string out;
+    out.reserve(utf8.size());
     while (!utf8.empty()) {
+        if (isPlain(utf8.front())) {
+            out += utf8.front();
+            utf8.remove_prefix(1);
+            continue;
+        }
         const char32_t c = takeUtf8(utf8);
         if (!isIn(kIgnored, c)) appendUtf8(out, isIn(kSpaces, c) ? U' ' : c);
     }
@@ -54,10 +64,6 @@ std::string folded(std::string_view utf8) {
                     &length),
         std::free);
     return text ? std::string(reinterpret_cast<const char*>(text.get()), length) : std::string(utf8);
-}
-
-bool isPlain(std::string_view text) {
-    return std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F; });
 }
 
 }  // namespace
@@ -74,7 +80,7 @@ std::string preparedAsciiText(std::string_view text) {
 }
 
 std::string preparedText(std::string_view utf8) {
-    return preparedAsciiText(isPlain(utf8) ? std::string(utf8) : folded(mapped(utf8)));
+    return std::ranges::all_of(utf8, isPlain) ? preparedAsciiText(utf8) : preparedAsciiText(folded(mapped(utf8)));
 }
 
 }  // namespace crv
