@@ -56,6 +56,8 @@ void showFailure(TransferEnd end, const TypedFile& file, const char* databaseTex
     switch (end) {
         case TransferEnd::NotOpened:
             return showFileFailure(kNotOpened, file.typed, openError(file.path));
+        case TransferEnd::NotRead:
+            return errInfo(kMessageRow, "Błąd odczytu pliku %s !!!", file.typed.c_str());
         case TransferEnd::NotWritten:
             return errInfo(kMessageRow, "Błąd zapisu pliku %s !!!", file.typed.c_str());
         default:
