@@ -20,8 +20,8 @@ class CertFileReader {
     static CertFileReader open(const std::string& path);
     explicit CertFileReader(Bytes content);
 
-    /// The octets of the next certificate, valid until the next call; false at the end and at what cannot be one. Throws
-    /// StoreError when the file cannot be read any further, or its next element is longer than a file may be.
+    /// The octets of the next certificate, valid until the next call; false at the end and at what cannot be one.
+    /// Throws StoreError when the file cannot be read any further, or its next element is longer than a file may be.
     [[nodiscard]] bool next(ByteView& der);
     /// Whether next() stopped before the end.
     [[nodiscard]] bool stoppedEarly() const { return stoppedEarly_; }
