@@ -6,6 +6,11 @@
 
 namespace crv {
 
+long ASNlistF::read(GenericFile* in, long maxLen, unsigned char f) {
+    clearElements();
+    return ASNobject::read(in, maxLen, f);
+}
+
 long ASNlistF::read_contents(GenericFile* in, long len) {
     const auto size = static_cast<size_t>(len);
     const bool kept = isConst() && len > 0 && in->inMemory() && in->window().size() >= size;

@@ -16,6 +16,9 @@ class ASNlistF : public ASNobject {
   protected:
     using ASNobject::ASNobject;
 
+    /// The former elements go first: they may refer to an encoding that reading gives up, whether it succeeds or not.
+    [[nodiscard]] long read(GenericFile* in, long maxLen = 0, unsigned char f = 0) override;
+
     /// Most levels of elements below the list that `soundContents` looks at.
     static constexpr int kSoundLevels = 3;
     /// Whether the contents are elements of the list, for a type that can tell without reading them as objects; true
@@ -129,7 +132,7 @@ class ASNlistOf : public ASNlistF {
     }
     void clear() {
         assertChangeable();
-        elements_.get().clear();
+        elements_.clear();
     }
     [[nodiscard]] const TypedPointerList<T>& elements() const { return elements_.get(); }
     [[nodiscard]] unsigned char getDefaultTag() const override { return Tag; }

@@ -92,10 +92,11 @@ int runCall(const std::vector<std::string>& arguments) {
     }
 }
 
-/// There is not even memory to tell it as everything else is told.
-int failWithoutMemory() noexcept {
-    constexpr std::string_view kText = "crvctl: memory ran out\n";
-    [[maybe_unused]] const ssize_t ignored = ::write(STDERR_FILENO, kText.data(), kText.size());
+/// What cannot be told as everything else is told; nothing here takes memory.
+int failPlainly(std::string_view text) noexcept {
+    for (const std::string_view part : {std::string_view{"crvctl: "}, text, std::string_view{"\n"}}) {
+        [[maybe_unused]] const ssize_t ignored = ::write(STDERR_FILENO, part.data(), part.size());
+    }
     return static_cast<int>(OpStatus::Internal);
 }
 
@@ -108,7 +109,9 @@ int main(int argc, char** argv) {
     crv::ctl::catchSignals();
     try {
         return crv::ctl::runCall({argv + std::min(argc, 1), argv + argc});
-    } catch (const std::exception&) {
-        return crv::ctl::failWithoutMemory();
+    } catch (const std::bad_alloc&) {
+        return crv::ctl::failPlainly("memory ran out");
+    } catch (const std::exception& failure) {
+        return crv::ctl::failPlainly(failure.what());
     }
 }

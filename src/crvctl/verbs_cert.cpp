@@ -224,13 +224,13 @@ void certImport(Run& run) {
     CertFileReader reader = certFileReader(path);
     Session session = openDatabase(run);
     ImportProgress done;
-    const auto next = [&](ByteView& der) { return reader.next(der); };
+    const auto next = [&](ByteView& der) { return nextCert(reader, path, der); };
     const auto refused = [&](size_t index, CrtRefusal refusal) {
         run.out.warn("a certificate was not stored", std::to_string(index + 1) + ": " + tr(refusalText(refusal)));
     };
     const auto goOn = [](const ImportProgress&) { return !processEnding(); };
     if (run.mode.dryRun) {
-        for (ByteView der; reader.next(der) && makeCert(der);) ++done.stored;
+        for (ByteView der; next(der) && makeCert(der);) ++done.stored;
     } else if (!session.context().certificateManager.db().insertMany(next, goOn, refused, done)) {
         session.failDatabase();
     }

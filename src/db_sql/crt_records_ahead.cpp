@@ -39,7 +39,7 @@ CrtRecordsAhead::Share CrtRecordsAhead::takeApart(const std::vector<ByteView>& d
 /// Where no thread can be had, and for a few, the owner takes apart when it asks.
 void CrtRecordsAhead::begin() {
     std::vector<size_t> ends;
-    for (ByteView der; ends.size() < batchSize_ && source_(der);) {
+    for (ByteView der; ends.size() < batchSize_ && octetsAhead_.size() < kBatchOctets && source_(der);) {
         octetsAhead_.insert(octetsAhead_.end(), der.begin(), der.end());
         ends.push_back(octetsAhead_.size());
     }

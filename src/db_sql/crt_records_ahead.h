@@ -18,6 +18,8 @@ class CrtRecordsAhead {
     /// Most certificates of a batch. The first ones are smaller, because nothing is stored while they are taken apart.
     static constexpr size_t kBatchSize = 2048;
     static constexpr size_t kFirstBatch = 512;
+    /// A batch with as many octets takes no certificate any more.
+    static constexpr size_t kBatchOctets = size_t{8} << 20;
 
     explicit CrtRecordsAhead(const Source& source) : source_(source) { begin(); }
 

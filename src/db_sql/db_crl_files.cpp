@@ -160,7 +160,8 @@ void CrlFileGuard::keepBackup() {
 std::vector<long> CrlFileGuard::numbers() const {
     std::vector<std::string> names;
     std::vector<long> numbers;
-    static_cast<void>(fileOps().list(directory_, names));
+    if (fileOps().list(directory_, names) != 0)
+        throw StoreError(StoreCause::Failed, "folder bazy danych nie daje się odczytać: " + directory_);
     for (const std::string& name : names) {
         if (!name.ends_with(kCrlExtension)) continue;
         long number = 0;

@@ -160,7 +160,7 @@ void DbCrv::copyDb(const std::string& destination) {
     for (const std::string_view name : m_dbFileNames) copyDbFile(pathOf(name), target + std::string(name));
 }
 
-bool DbCrv::mend(DbMark mark, const std::vector<std::string>& names) {
+bool DbCrv::mend(DbMark mark, const std::vector<std::string>& names) try {
     removeLeftovers(mark);
     // A creation writes "version.txt" last and no records: what has either is a database, whatever the mark says.
     if (mark == DbMark::Creating && !holdsAnything()) {
@@ -173,6 +173,9 @@ bool DbCrv::mend(DbMark mark, const std::vector<std::string>& names) {
                            [&](const std::string& name) { return swapRebuilt(pathOf(name)); });
     }
     return mendChange();
+} catch (const StoreError& failure) {
+    logLine(LogLevel::Error, std::string("database not mended: ") + failure.what());
+    return false;
 }
 
 bool DbCrv::holdsAnything() const {

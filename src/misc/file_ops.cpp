@@ -126,12 +126,13 @@ int FileOps::list(const std::string& folder, std::vector<std::string>& names) {
     const std::unique_ptr<DIR, int (*)(DIR*)> dir(::opendir(folder.c_str()), ::closedir);
     if (!dir) return -1;
     names.clear();
-    errno = 0;
-    while (const dirent* entry = ::readdir(dir.get())) {
+    for (;;) {
+        errno = 0;  // readdir() tells a failure from the end by it alone
+        const dirent* entry = ::readdir(dir.get());
+        if (!entry) return errno == 0 ? 0 : -1;
         const std::string name = entry->d_name;
         if (name != "." && name != "..") names.push_back(name);
     }
-    return errno == 0 ? 0 : -1;
 }
 
 int FileOps::lock(int fd, short type, bool wait) {

@@ -2,9 +2,8 @@
 
 #include <algorithm>
 
-#include "asn/asn_any.h"
 #include "asn/x509/signed_certificate.h"
-#include "db_sql/crt_keys.h"
+#include "crypto/kc_hash.h"
 #include "misc/ascii.h"
 #include "misc/exceptions.h"
 #include "misc/hex.h"
@@ -39,17 +38,20 @@ void eachPage(DbManager& database, size_t size, const std::function<bool(const C
     }
 }
 
-/// The certificates of the database with that serial number, by the index: none for what is no number, and for one
-/// whose length is not in DER, which stands under another hash.
+/// The certificates of the database with that serial number, by the index: none for what is no number. They stand under
+/// the hash of the whole element as it was signed, so each form that its length may have is looked for.
 CrtItemList withSerial(DbManager& database, const std::string& serial) {
     CrtItemList items;
     const auto octets = fromHex(serial);
-    ASNinteger number;
     if (!octets || octets->empty()) return items;
-    ASNany encoding;
-    encoding.build(ASNinteger::kTag, *octets);
-    if (encoding.decode(number) && !database.findCertsBySerNumHash(items, serNumHash(number))) {
-        throw OpError(OpFault::DatabaseFailed, database.lastFailure());
+    const size_t size = octets->size();
+    for (size_t lengthOctets = 0; lengthOctets <= sizeof(uint32_t); ++lengthOctets) {
+        if (size >> (lengthOctets == 0 ? 7 : 8 * lengthOctets) != 0) continue;
+        Bytes element{ASNinteger::kTag, static_cast<uint8_t>(lengthOctets == 0 ? size : 0x80 + lengthOctets)};
+        for (size_t i = lengthOctets; i-- > 0;) element.push_back(static_cast<uint8_t>(size >> 8 * i));
+        element.insert(element.end(), octets->begin(), octets->end());
+        if (!database.findCertsBySerNumHash(items, hashOf(KcHashAlgo::Sha1, element)))
+            throw OpError(OpFault::DatabaseFailed, database.lastFailure());
     }
     return items;
 }
@@ -135,11 +137,19 @@ CertFileReader certFileReader(const std::string& path) {
     }
 }
 
+bool nextCert(CertFileReader& reader, const std::string& path, ByteView& der) {
+    try {
+        return reader.next(der);
+    } catch (const StoreError&) {
+        throw OpError(OpFault::FileUnreadable, path);
+    }
+}
+
 CertList certsOfFile(const std::string& path) {
     CertFileReader reader = certFileReader(path);
     CertList list;
     ByteView der;
-    while (reader.next(der)) {
+    while (nextCert(reader, path, der)) {
         if (const CertPtr certificate = makeCert(der)) {
             list.push_back(certificate);
         } else {

@@ -44,7 +44,9 @@ CertPtr findOne(Session& session, const CertSelector& selector, const CertList* 
 
 /// The certificates of a file one after another; "-" is standard input. Throws OpError (FileMissing, FileUnreadable).
 CertFileReader certFileReader(const std::string& path);
-/// All certificates of a file; "-" is standard input. Throws OpError (FileMissing, BadFile).
+/// The reader's next certificate; false at the end. Throws OpError (FileUnreadable) with the path.
+[[nodiscard]] bool nextCert(CertFileReader& reader, const std::string& path, ByteView& der);
+/// All certificates of a file; "-" is standard input. Throws OpError (FileMissing, FileUnreadable, BadFile).
 CertList certsOfFile(const std::string& path);
 
 }  // namespace crv

@@ -189,7 +189,7 @@ void DatabaseFiles::checkCrls(DbFindings& findings) const {
         checkCrlRows(crls, index, findings);
     }
     std::vector<std::string> names;
-    (void)fileOps().list(db_.directory(), names);
+    if (fileOps().list(db_.directory(), names) != 0) findings.add(db_.directory(), "cannot be listed");
     std::sort(names.begin(), names.end());
     for (const std::string& name : names) {
         if (!name.ends_with(kCrlExtension)) continue;

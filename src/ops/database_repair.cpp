@@ -146,9 +146,13 @@ class Repair {
     }
 
     void repairFiles() {
-        for (const std::string& note : CrlFileGuard(db_.directory()).mend()) {
-            const size_t end = note.find(": ");
-            say(note.substr(0, end), note.substr(end + 2));
+        try {
+            for (const std::string& note : CrlFileGuard(db_.directory()).mend()) {
+                const size_t end = note.find(": ");
+                say(note.substr(0, end), note.substr(end + 2));
+            }
+        } catch (const StoreError& failure) {
+            fail(kCrlIndexFileName, std::string("not mended: ") + failure.what());
         }
         if (!fileExists(db_.pathOf(kImportsFileName))) replace(kImportsFileName, {});
         if (db_.stateOfFiles() != DbState::Complete) replace(kVersionFileName, kVersionText);

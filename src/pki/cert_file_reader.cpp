@@ -95,11 +95,8 @@ void CertFileReader::readOn() {
     piece.resize(begun + std::max(kPiece, begun));  // more each time for an element that ends in no piece
     const bool fits = piece.size() <= kMaxWholeFile;
     const ssize_t count = fits ? readUpTo(file_.get(), piece.data() + begun, piece.size() - begun, -1) : -1;
-    if (count <= 0) {
-        cut_ = cut_ || count < 0;
-        file_.reset();
-        return;
-    }
+    if (count < 0) throw StoreError(StoreCause::Failed, "readFile: blad odczytu pliku");
+    if (count == 0) return file_.reset();
     piece.resize(begun + static_cast<size_t>(count));
     content_ = std::move(piece);
     elements_.clear();

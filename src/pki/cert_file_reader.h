@@ -16,11 +16,12 @@ namespace crv {
 class CertFileReader {
   public:
     /// Throws StoreError with readFile's texts. Of a file of certificates in DER only a piece is kept in memory at a
-    /// time; where reading it fails later on, it ends early there.
+    /// time, so next() may throw as this does.
     static CertFileReader open(const std::string& path);
     explicit CertFileReader(Bytes content);
 
     /// The octets of the next certificate, valid until the next call; false at the end and at what cannot be one.
+    /// Throws StoreError when the file cannot be read any further, or its next element is longer than a file may be.
     [[nodiscard]] bool next(ByteView& der);
     /// Whether next() stopped before the end.
     [[nodiscard]] bool stoppedEarly() const { return stoppedEarly_; }

@@ -48,17 +48,25 @@ TransferEnd CertificateManager::importCerts(const std::string& path, const CrtDb
     std::optional<CertFileReader> reader;
     try {
         reader = CertFileReader::open(path);
-    } catch (const StoreError&) {
-        return TransferEnd::NotOpened;
+    } catch (const StoreError& failure) {
+        return failure.cause() == StoreCause::NotOpened ? TransferEnd::NotOpened : TransferEnd::NotRead;
     }
-    bool stopped = false;
+    bool stopped = false, unread = false;
     const auto step = [&](const ImportProgress& now) {
         stopped = progress && !progress(now);
         return !stopped;
     };
-    const auto next = [&](ByteView& der) { return reader->next(der); };
+    const auto next = [&](ByteView& der) {
+        try {
+            return reader->next(der);
+        } catch (const StoreError&) {
+            unread = true;
+            return false;
+        }
+    };
     if (!db().insertMany(next, step, refused, done)) return TransferEnd::Database;
     if (stopped) return TransferEnd::Stopped;
+    if (unread) return TransferEnd::NotRead;
     return done.unreadable || reader->stoppedEarly() ? TransferEnd::BadInput : TransferEnd::Done;
 }
 

@@ -16,6 +16,7 @@ enum class TransferEnd {
     BadInput,  ///< at octets that are no certificate; what came before is stored
     Stopped,   ///< the caller stopped it
     NotOpened,
+    NotRead,  ///< reading failed later on; what came before is stored
     NotWritten,
     Database  ///< the database failed (DbManager::lastCause)
 };

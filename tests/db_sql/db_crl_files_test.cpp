@@ -104,6 +104,20 @@ TEST_F(CrlFiles, WritesEachWithItsTag) {
     EXPECT_EQ(test::readFile(file("db.lck")).substr(0, 8), "CRVMARK0");
 }
 
+TEST_F(CrlFiles, AFolderThatCannotBeListedCostsNoList) {
+    struct : FaultyFileOps {
+        int list(const std::string& /*folder*/, std::vector<std::string>& /*names*/) override {
+            errno = EIO;
+            return -1;
+        }
+    } unlisted;
+    {
+        const ScopedFileOps use(unlisted);
+        EXPECT_THROW(static_cast<void>(guard.mend()), StoreError);
+    }
+    EXPECT_EQ(stored(), (std::vector{a, b}));
+}
+
 TEST_F(CrlFiles, DamageIsToldOnceAndCostsTheDamagedListOnly) {
     struct Row {
         const char* what;

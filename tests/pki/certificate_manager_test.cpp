@@ -360,6 +360,22 @@ TEST_F(ManagersTest, CertificatesAreReadFromFilesInAnyUsualForm) {
         EXPECT_EQ(count, certs) << what;
         EXPECT_EQ(reader.stoppedEarly(), stopped) << what;
     }
+    struct : FileOps {
+        int left = 1;
+        ssize_t read(int fd, void* buffer, size_t size) override {
+            if (left-- > 0) return FileOps::read(fd, buffer, size);
+            errno = EIO;
+            return -1;
+        }
+    } broken;
+    {
+        const ScopedFileOps use(broken);
+        ImportProgress done;
+        EXPECT_EQ(certificates.importCerts(dir.file("long"), {}, done), TransferEnd::NotRead);
+        EXPECT_GT(done.handled(), 1000U) << "what came before the failure";
+        broken.left = 1;
+        EXPECT_THROW(static_cast<void>(certificates.readCerts(dir.file("long"))), StoreError);
+    }
     const Bytes crl = makeCrl({}, root);
     for (const Bytes& form : {crl, plus(crl, "\r\n"), text(toPem("X509 CRL", crl)), text(toBase64(crl)),
                               text(blocks + toPem("X509 CRL", crl))})

@@ -19,7 +19,11 @@ CertList certificatesIn(const TypedFile& file) {
     CertList certs;
     try {
         certs = crtManager->readCerts(file.path);
-    } catch (const StoreError&) {
+    } catch (const StoreError& failure) {
+        if (failure.cause() != StoreCause::NotOpened) {
+            errInfo(kMessageRow, "Błąd odczytu pliku %s !!!", file.typed.c_str());
+            return {};
+        }
         showFileFailure("Błąd otwarcia pliku %s !!!", file.typed, openError(file.path));
         return {};
     }

@@ -57,6 +57,8 @@ void showFailure(TransferEnd end, const TypedFile& file, const char* databaseTex
     switch (end) {
         case TransferEnd::NotOpened:
             return showFileFailure(kNotOpened, file.typed, error);
+        case TransferEnd::NotRead:
+            return errInfo(kMessageRow, "Błąd odczytu pliku %s !!!", file.typed.c_str());
         case TransferEnd::NotWritten:
             return showFileFailure("Błąd zapisu pliku %s !!!", file.typed, error);
         default:

@@ -200,11 +200,12 @@ int endBySignal(int signal) {
     return kStatusException;
 }
 
-/// There is not even memory to tell it where the user looks. The terminal is put right all the same.
-int failWithoutMemory() noexcept {
-    constexpr std::string_view kText = "Brak pamieci !!!\n";
+/// What cannot be told where the user looks; nothing here takes memory. The terminal is put right all the same.
+int failPlainly(std::string_view text) noexcept {
     downScr();
-    [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, kText.data(), kText.size());
+    for (const std::string_view part : {text, std::string_view{"\n"}}) {
+        [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, part.data(), part.size());
+    }
     return kStatusException;
 }
 
@@ -229,8 +230,10 @@ int runProgram(int count, const char* const* arguments) {
     guardStandardFiles();
     try {
         return runGuarded(count, arguments);
-    } catch (const std::exception&) {
-        return failWithoutMemory();
+    } catch (const std::bad_alloc&) {
+        return failPlainly("Brak pamieci !!!");
+    } catch (const std::exception& failure) {
+        return failPlainly(failure.what());
     }
 }
 
