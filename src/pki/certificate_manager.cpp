@@ -48,8 +48,8 @@ TransferEnd CertificateManager::importCerts(const std::string& path, const CrtDb
     std::optional<CertFileReader> reader;
     try {
         reader = CertFileReader::open(path);
-    } catch (const StoreError& failure) {
-        return failure.cause() == StoreCause::NotOpened ? TransferEnd::NotOpened : TransferEnd::NotRead;
+    } catch (const StoreError&) {
+        return TransferEnd::NotOpened;
     }
     bool stopped = false, unread = false;
     const auto step = [&](const ImportProgress& now) {

@@ -449,15 +449,6 @@ class Stores(Case):
         der = subprocess.run(["openssl", "x509", "-in", "ca/ca.pem", "-outform", "der"], check=True, capture_output=True).stdout
         serial = bytes.fromhex(self.read("cert", "search", "--subject", "pokazowy")["result"]["items"][0]["serial"])
         self.assertEqual(der.count(serial), 1)
-        at, size = der.index(serial), len(serial)  # the same serial number, whose length takes an octet more
-        longer = lambda head: b"\x30\x82" + (int.from_bytes(head[2:4], "big") + 1).to_bytes(2, "big")
-        twin = longer(der[:4]) + longer(der[4:8]) + der[8:at - 1] + bytes([0x81, size]) + der[at:]
-        for other in (der[:-1] + bytes([der[-1] ^ 1]), twin):
-            self.read("cert", "show", "--serial", serial.hex())
-            pathlib.Path("drugi").write_bytes(other)
-            self.changed("cert", "import", "drugi")
-            self.assertEqual(self.answer("cert", "show", "--serial", serial.hex(), status=6)["fault"], "ambiguous")
-            self.changed("cert", "delete", "--sha256", hashlib.sha256(other).hexdigest(), "--yes")
         many = b"".join(der.replace(serial, b"\x01" + os.urandom(len(serial) - 1)) for _ in range(8000))
         pathlib.Path("wiele").write_bytes(many)
         data = pathlib.Path("db/DROGA/certific.dta")

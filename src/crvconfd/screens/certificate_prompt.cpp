@@ -19,12 +19,12 @@ CertList certificatesIn(const TypedFile& file) {
     CertList certs;
     try {
         certs = crtManager->readCerts(file.path);
-    } catch (const StoreError& failure) {
-        if (failure.cause() != StoreCause::NotOpened) {
+    } catch (const StoreError&) {
+        if (const int error = openError(file.path); error != 0) {
+            showFileFailure("Błąd otwarcia pliku %s !!!", file.typed, error);
+        } else {
             errInfo(kMessageRow, "Błąd odczytu pliku %s !!!", file.typed.c_str());
-            return {};
         }
-        showFileFailure("Błąd otwarcia pliku %s !!!", file.typed, openError(file.path));
         return {};
     }
     if (certs.empty()) errInfo(kMessageRow, "Plik %s nie zawiera poprawnego certyfikatu !!!", file.typed.c_str());
