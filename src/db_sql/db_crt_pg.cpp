@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "db_sql/db_pg_crt_row.h"
 #include "db_sql/db_pg_schema.h"
@@ -80,6 +81,8 @@ constexpr PgStatement kDropTime{"crv_drop_time", "DELETE FROM corvane.net_cert_t
 /// What one transaction of an import takes: about a tenth of a second.
 constexpr size_t kPieceRecords = 2048;
 constexpr size_t kPieceOctets = size_t{4} << 20;
+/// Rows of a COPY that are made at once.
+constexpr size_t kRowOctets = size_t{1} << 17;
 /// Certificates that are asked for at once on a walk.
 constexpr size_t kPage = 256;
 
@@ -147,8 +150,31 @@ InsertResult DbCrtPg::insertCert(const CrtRecord& record) {
 struct DbCrtPg::Piece {
     std::vector<CrtRefusal> refusals;
     std::vector<Bytes> hashes;  ///< empty for a record that is refused or known to be there already
-    Bytes rows;
+
+    [[nodiscard]] PgSession::RowSource rows(std::span<const CrtRecord> records) const;
+    /// Subject fields, each with the index of its record.
+    [[nodiscard]] std::vector<std::pair<Bytes, size_t>> fields(std::span<const CrtRecord> records) const;
 };
+
+PgSession::RowSource DbCrtPg::Piece::rows(std::span<const CrtRecord> records) const {
+    return [this, records, values = PgValues(), i = size_t{0}](Bytes& rows) mutable {
+        for (; i < records.size() && rows.size() < kRowOctets; ++i) {
+            if (hashes[i].empty()) continue;
+            addPgColumns(values.clear(), records[i], hashes[i]);
+            values.number(static_cast<int64_t>(i)).appendRow(rows);
+        }
+        return i < records.size();
+    };
+}
+
+std::vector<std::pair<Bytes, size_t>> DbCrtPg::Piece::fields(std::span<const CrtRecord> records) const {
+    std::vector<std::pair<Bytes, size_t>> list;
+    for (size_t i = 0; i < records.size(); ++i) {
+        if (hashes[i].empty()) continue;
+        for (Bytes& field : pgFieldsOf(records[i])) list.emplace_back(std::move(field), i);
+    }
+    return list;
+}
 
 std::set<Bytes> DbCrtPg::presentOf(std::span<const Bytes> hashes) {
     const PgUse use(*session_);
@@ -163,36 +189,12 @@ DbCrtPg::Piece DbCrtPg::takePiece(std::span<const CrtRecord> records) {
     Piece piece;
     for (const CrtRecord& record : records) piece.hashes.push_back(pgKeyOf(record.der));
     std::set<Bytes> seen = mostlyPresent_ ? presentOf(piece.hashes) : std::set<Bytes>();
-    PgValues values;
-    PgValues::beginRows(piece.rows);
     for (size_t i = 0; i < records.size(); ++i) {
         Bytes& hash = piece.hashes[i];
         piece.refusals.push_back(refusalOf(records[i]));
-        if (piece.refusals[i] != CrtRefusal::None || !seen.insert(hash).second) {
-            hash.clear();
-            continue;
-        }
-        addPgColumns(values.clear(), records[i], hash);
-        values.number(static_cast<int64_t>(i)).appendRow(piece.rows);
+        if (piece.refusals[i] != CrtRefusal::None || !seen.insert(hash).second) hash.clear();
     }
-    PgValues::endRows(piece.rows);
     return piece;
-}
-
-/// The fields of what was stored.
-PgValues DbCrtPg::fieldsOf(std::span<const CrtRecord> records, const Piece& piece,
-                           const std::map<Bytes, int64_t>& ids) {
-    std::vector<Bytes> fields;
-    std::vector<int64_t> owners;
-    for (size_t i = 0; i < records.size(); ++i) {
-        const auto stored = ids.find(piece.hashes[i]);
-        if (stored == ids.end()) continue;
-        for (Bytes& field : pgFieldsOf(records[i])) fields.push_back(std::move(field));
-        owners.resize(fields.size(), stored->second);
-    }
-    PgValues values;
-    values.list(fields).list(owners);
-    return values;
 }
 
 size_t DbCrtPg::insertSlice(std::span<const CrtRecord> records, const SliceEnd&, std::vector<InsertOutcome>& outcomes) {
@@ -209,17 +211,27 @@ size_t DbCrtPg::insertSlice(std::span<const CrtRecord> records, const SliceEnd&,
     return records.size();
 }
 
-/// Certificates are on their way while others insert; under the lock go their fields alone, which need the ids. Who is
-/// stopped there is given up with his transaction after its limit.
+/// Certificates are on their way while others insert; under the lock go their fields alone, which need the ids, and
+/// which are made while the server stores the certificates. Who is stopped there is given up with his transaction after
+/// its limit.
 std::map<Bytes, int64_t> DbCrtPg::store(std::span<const CrtRecord> records, const Piece& piece) {
     PgTransaction transaction(*session_, PgTransaction::Kind::Change);
     session_->command(kMakeIncoming);
-    session_->copyIn(kCopyIncoming, piece.rows);
+    session_->copyIn(kCopyIncoming, piece.rows(records));
     session_->command(kTakeTurn);
-    const PgResult stored = session_->run(kTakeIncoming);
+    std::vector<std::pair<Bytes, size_t>> fields;
+    const PgResult stored = session_->run(kTakeIncoming, {}, [&] { fields = piece.fields(records); });
     std::map<Bytes, int64_t> ids;
     for (int row = 0; row < stored.rows(); ++row) ids[toBytes(stored.octets(row, 0))] = stored.number(row, 1);
-    if (!ids.empty()) session_->run(kInsertFields, fieldsOf(records, piece, ids));
+    std::vector<Bytes> values;
+    std::vector<int64_t> owners;
+    for (auto& [field, record] : fields) {
+        const auto id = ids.find(piece.hashes[record]);
+        if (id == ids.end()) continue;
+        values.push_back(std::move(field));
+        owners.push_back(id->second);
+    }
+    if (!values.empty()) session_->run(kInsertFields, PgValues().list(values).list(owners));
     transaction.commit();
     return ids;
 }

@@ -45,8 +45,6 @@ class DbCrtPg final : public CrtStore {
     std::set<Bytes> presentOf(std::span<const Bytes> hashes);
     Piece takePiece(std::span<const CrtRecord> records);
     std::map<Bytes, int64_t> store(std::span<const CrtRecord> records, const Piece& piece);
-    static PgValues fieldsOf(std::span<const CrtRecord> records, const Piece& piece,
-                             const std::map<Bytes, int64_t>& ids);
     Removed counted(const PgResult& removed);
 
     PgSession* session_;

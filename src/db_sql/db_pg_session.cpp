@@ -293,11 +293,13 @@ void PgSession::prepare(const PgStatement& statement) {
     prepared_.insert(&statement);
 }
 
-PgResult PgSession::run(const PgStatement& statement, const PgValues& values) {
+PgResult PgSession::run(const PgStatement& statement, const PgValues& values, const std::function<void()>& meanwhile) {
     prepare(statement);
     const PgValues::Pointers given = values.pointers();
     sent(pq_->sendQueryPrepared(conn_.get(), statement.name, static_cast<int>(given.values.size()), given.values.data(),
                                 given.lengths.data(), given.formats.data(), 1));
+    flush(deadline());
+    meanwhile();
     return result();
 }
 
@@ -311,9 +313,7 @@ void PgSession::command(const std::string& sql) {
     result();
 }
 
-void PgSession::copyIn(const std::string& sql, ByteView rows) {
-    sent(pq_->sendQuery(conn_.get(), sql.c_str()));
-    if (pq_->resultStatus(result(true).get()) != PGRES_COPY_IN) lost(kNoAnswer);
+void PgSession::copy(ByteView rows) {
     while (!rows.empty()) {
         const ByteView piece = rows.first(std::min(rows.size(), kCopyPiece));
         const int done =
@@ -321,6 +321,18 @@ void PgSession::copyIn(const std::string& sql, ByteView rows) {
         if (done < 0) lost(oneLine(pq_->errorMessage(conn_.get())));
         if (done > 0) rows = rows.subspan(piece.size());
         flush(deadline());
+    }
+}
+
+void PgSession::copyIn(const std::string& sql, const RowSource& source) {
+    sent(pq_->sendQuery(conn_.get(), sql.c_str()));
+    if (pq_->resultStatus(result(true).get()) != PGRES_COPY_IN) lost(kNoAnswer);
+    Bytes rows;
+    PgValues::beginRows(rows);
+    for (bool more = true; more; rows.clear()) {
+        more = source(rows);
+        if (!more) PgValues::endRows(rows);
+        copy(rows);
     }
     sent(pq_->putCopyEnd(conn_.get(), nullptr));
     result();

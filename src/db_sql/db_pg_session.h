@@ -33,13 +33,19 @@ class PgSession {
     PgSession(const PgSession&) = delete;
     PgSession& operator=(const PgSession&) = delete;
 
-    PgResult run(const PgStatement& statement, const PgValues& values = {});
+    PgResult run(const PgStatement& statement, const PgValues& values = {}) {
+        return run(statement, values, [] {});
+    }
+    /// Does something else while the server works.
+    PgResult run(const PgStatement& statement, const PgValues& values, const std::function<void()>& meanwhile);
     /// One statement that is not worth preparing.
     PgResult query(const std::string& sql);
     /// Statements without parameters, separated by semicolons.
     void command(const std::string& sql);
-    /// Sends rows (PgValues::appendRow) to a COPY ... FROM STDIN statement.
-    void copyIn(const std::string& sql, ByteView rows);
+    /// Appends some rows (PgValues::appendRow); false when they were the last ones.
+    using RowSource = std::function<bool(Bytes& rows)>;
+    /// Sends rows to a COPY ... FROM STDIN statement: the server takes some while the next are made.
+    void copyIn(const std::string& sql, const RowSource& source);
 
     /// Whether a change waits until the server's disk has it.
     void setSync(bool on) { sync_ = on; }
@@ -63,6 +69,7 @@ class PgSession {
     [[nodiscard]] bool isAlive();
     void disconnect() noexcept;
     void prepare(const PgStatement& statement);
+    void copy(ByteView rows);
     void sent(int done);
     void flush(Clock::time_point end);
     [[nodiscard]] bool awaited(short events, Clock::time_point end);
