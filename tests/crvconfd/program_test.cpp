@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <fstream>
+#include <thread>
 
 #include "crvconfd/session/profile_names.h"
 #include "misc/exceptions.h"
@@ -208,6 +210,11 @@ TEST_F(Selection, DetailsComeAndGoAndAChoiceOpensTheProfile) {
     console.send(keys::kEscapeTwice);
     console.waitFor("[BETA]");
     console.waitFor("szczegóły profilu");
+    // A key soon after a single Escape is a key.
+    console.send("i");
+    console.waitGone("Wybierz profil:");
+    console.send(keys::kEscape);
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
     console.send(keys::kEnter);
     console.waitUntil("the title names the profile",
                       [&] { return console.title() == "Konfiguracja CORVANE 3.9.18.18 - [BETA]"; });

@@ -230,7 +230,8 @@ void printTextWithShortcuts(const char* text, int length);
 // Input
 
 /// One key as an internal code. A lone ESC counts as Escape after 500 ms of silence (a second one within a second after
-/// that is swallowed); ESC ESC is Escape at once; any other sequence that is not known is taken in whole and answers 0.
+/// that is swallowed), or when another key follows after 100 ms; ESC ESC is Escape at once; any other sequence that is
+/// not known is taken in whole and answers 0.
 [[nodiscard]] int getKey();
 /// The same with both sides, both ends, Delete, F1 and pastes: for text fields and screens that scroll.
 [[nodiscard]] int getScrollKey();

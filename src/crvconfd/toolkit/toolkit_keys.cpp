@@ -27,7 +27,7 @@ static_assert(KEY_DOWN == kListKeyDown && KEY_UP == kListKeyUp && KEY_LEFT == kL
 using Clock = std::chrono::steady_clock;
 
 constexpr int kLoneEscape = 500;         // ms of silence that make a lone ESC an Escape
-constexpr int kEscapeTail = 100;         // ms in which the rest of a sequence follows where one ESC is enough
+constexpr int kEscapeTail = 100;         // ms in which the rest of a sequence follows; what comes later is a key
 constexpr size_t kLongestSequence = 32;  // longer ones are hostile
 constexpr std::chrono::milliseconds kSwallowAfterLone{1000};
 constexpr std::chrono::milliseconds kSwallowAfterSingle{300};
@@ -185,10 +185,17 @@ bool waitForInput(int milliseconds, Clock::time_point deadline, const sigset_t* 
     return true;
 }
 
+/// kNoKey: an Escape, with silence behind it or another key that a person pressed.
 int decodeRaw(int key, KeyTable further) {
     if (key != kKeyEscape) return findSequence(kRawControls, key, key);
+    const auto pressed = Clock::now();
     const std::string sequence = toolkit::readEscape(kLoneEscape);
     if (sequence.empty()) return kNoKey;
+    if (sequence.size() == 1 && sequence[0] != '\x1b' &&
+        Clock::now() - pressed > std::chrono::milliseconds(kEscapeTail)) {
+        toolkit::unreadKey(static_cast<unsigned char>(sequence[0]));
+        return kNoKey;
+    }
     const std::string_view text = sequence;
     return findSequence(kRawSequences, text, findSequence(further, text, 0));
 }
