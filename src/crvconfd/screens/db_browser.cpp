@@ -41,7 +41,8 @@ int moreColumns() {
 }
 size_t issuerWidth() {
     constexpr int kNarrow = 8;
-    if (moreColumns() >= 0) return static_cast<size_t>(kIssuerWidth + moreColumns() * 2 / 5);
+    const int wide = kIssuerWidth + moreColumns() * 2 / 5;
+    if (moreColumns() >= 0) return static_cast<size_t>(wide);
     // Many certificates have the same issuer; subjects are to be told apart.
     return static_cast<size_t>(std::min((kNameWidth + kIssuerWidth + moreColumns()) / 3, kNarrow));
 }
@@ -211,7 +212,8 @@ void DbBrowser::pageUp() {
 
 void DbBrowser::drawRow(size_t index) const {
     const int row = kFirstRow + static_cast<int>(index);
-    const std::string text = fitText(rows_[index].text, static_cast<size_t>(kRowWidth + moreColumns()));
+    const int width = kRowWidth + moreColumns();
+    const std::string text = fitText(rows_[index].text, static_cast<size_t>(width));
     if (index != selected_) return displLine(row, 1, text);
     if (getSelectedAttr() == 0) return displLine(row, 0, "[" + text + "]");
     const AttrGuard selected(kAttrSelected);
