@@ -285,9 +285,8 @@ void certInstall(Run& run) {
     demandKeys(done.refusal);
     for (const CertPtr& one : done.certificates) {
         run.out.change("install", "certificate", nameOf(*one));
-        if (stillWaits(session.keys(), *one))
-            run.out.warn("the certificate allows nothing of what the key in use does, which stays in use",
-                         nameOf(*one));
+        if (!stillWaits(session.keys(), *one)) continue;
+        run.out.warn("the certificate allows nothing of what the key in use does, which stays in use", nameOf(*one));
     }
 }
 
