@@ -14,6 +14,7 @@ namespace crv {
 namespace {
 
 constexpr std::array kExtensions{kIndexExtension, kDataExtension};
+constexpr std::array kRebuiltExtensions{kIndexExtension, kDataExtension, kRunsExtension};
 
 }  // namespace
 
@@ -22,7 +23,7 @@ std::string rebuildName(const std::string& name) {
 }
 
 void discardRebuilt(const std::string& name) {
-    for (const char* extension : kExtensions) fileOps().unlink(rebuildName(name) + extension);
+    for (const char* extension : kRebuiltExtensions) fileOps().unlink(rebuildName(name) + extension);
 }
 
 bool swapRebuilt(const std::string& name) {
@@ -80,6 +81,7 @@ bool TableRebuild::copy(const Visit& visit, const Copied& copied) {
 bool TableRebuild::finish() {
     old_.close();
     const bool complete = data_.flush() == kDbOk && builder_->finish() == kDbOk && data_.sync() && index_.sync();
+    builder_.reset();
     data_.close();
     index_.close();
     return complete;

@@ -16,7 +16,7 @@ namespace crv {
 /// The base name of the files in which a table is made anew: the last character replaced by "#".
 std::string rebuildName(const std::string& name);
 
-/// Deletes both files of a new table that was not completed; missing ones do not matter.
+/// Deletes the files of a new table that was not completed; missing ones do not matter.
 void discardRebuilt(const std::string& name);
 
 /// Renames the files of a complete new table over the old ones, index first; a file that is not there has been renamed

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "db/data_scan.h"
+#include "db/record_numbers.h"
 #include "db/table_rebuild.h"
 #include "db_sql/crt_keys.h"
 #include "db_sql/crt_table_set.h"
@@ -39,11 +40,11 @@ void scanLive(DataFile& file, const std::function<void(const DataScan&)>& visit)
 void dropDangling(CrtTableSet& tables, const std::string& directory) {
     DanglingRecords dangling(directory);
     for (const Tb side : CrtTableSet::kSides) {
-        std::vector<int64_t> records;
-        check(dangling.find(*CrtTableSet::kLayouts[side], records));
         // By record number: the id in a damaged key leads nowhere, so a look-up through the index would pass it by.
-        for (const int64_t recNo : records) check(tables[side].dataFile().remove(recNo) == kDbOk);
-        if (!records.empty()) tables.noteChange(side);
+        check(dangling.find(*CrtTableSet::kLayouts[side], [&](int64_t recNo) {
+            tables.noteChange(side);
+            return tables[side].dataFile().remove(recNo) == kDbOk;
+        }));
     }
 }
 
@@ -51,31 +52,30 @@ size_t dropWrong(CrtTableSet& tables, const StoredHashes& stored) {
     size_t dropped = 0;
     SideJudge judge(tables[CrtTableSet::kCrt].dataFile(), stored);
     for (const Tb side : CrtTableSet::kSides) {
-        std::vector<int64_t> wrong;
-        scanLive(tables[side].dataFile(), [&](const DataScan& record) {
-            if (judge.isWrong(*CrtTableSet::kLayouts[side], record)) wrong.push_back(record.recNo());
+        DataFile& data = tables[side].dataFile();
+        scanLive(data, [&](const DataScan& record) {
+            if (!judge.isWrong(*CrtTableSet::kLayouts[side], record)) return;
+            tables.noteChange(side);
+            check(data.remove(record.recNo()) == kDbOk);
+            ++dropped;
         });
-        for (const int64_t recNo : wrong) check(tables[side].dataFile().remove(recNo) == kDbOk);
-        if (!wrong.empty()) tables.noteChange(side);
-        dropped += wrong.size();
     }
     return dropped;
 }
 
 /// Opens the tables; the ids of the certificates.
-std::vector<int64_t> openAll(CrtTableSet& tables) {
+RecordNumbers openAll(CrtTableSet& tables) {
     for (const Tb table : CrtTableSet::kMainTables) tables.open(table, true);
-    std::vector<int64_t> ids;
-    scanLive(tables[CrtTableSet::kCrt].dataFile(), [&](const DataScan& record) { ids.push_back(record.recNo()); });
+    RecordNumbers ids;
+    scanLive(tables[CrtTableSet::kCrt].dataFile(), [&](const DataScan& record) { ids.add(record.recNo()); });
     return ids;
 }
 
 /// Shows each live record of a side table with the place that its certificate has among the ids.
-void scanSide(CrtTableSet& tables, Tb side, const std::vector<int64_t>& ids, const std::function<void(size_t)>& visit) {
+void scanSide(CrtTableSet& tables, Tb side, RecordNumbers& ids, const std::function<void(size_t)>& visit) {
     scanLive(tables[side].dataFile(), [&](const DataScan& record) {
         const std::optional<int64_t> id = recNoDecode(record.key(0));
-        const auto at = id ? std::ranges::lower_bound(ids, *id) : ids.end();
-        if (at != ids.end() && *at == *id) visit(static_cast<size_t>(at - ids.begin()));
+        if (const std::optional<size_t> at = id ? ids.find(*id) : std::nullopt) visit(*at);
     });
 }
 
@@ -100,11 +100,11 @@ void completeUnfinished(const std::string& directory, DbLock& lock) {
     // Its own objects, which end before the tables are copied: the copy must see everything in the files.
     CrtTableSet tables(directory);
     tables.bindLock(&lock);
-    const std::vector<int64_t> ids = openAll(tables);
+    RecordNumbers ids = openAll(tables);
     std::vector<bool> finished(ids.size());
     scanSide(tables, CrtTableSet::kAddIdx, ids, [&](size_t at) { finished[at] = true; });
     for (size_t i = 0; i < ids.size(); ++i) {
-        if (!finished[i]) completeCrt(tables, ids[i]);
+        if (!finished[i]) completeCrt(tables, ids.at(i));
     }
     tables.finishChange(false);
 }
@@ -129,7 +129,8 @@ class Compaction {
                 return keep;
             },
             [&](int64_t from, int64_t to) {
-                ids_.push_back({from, to});
+                former_.add(from);
+                present_.add(to);
             }));
         check(rebuilds_[CrtTableSet::kCrt]->finish());
         for (const Tb side : CrtTableSet::kSides) {
@@ -150,9 +151,9 @@ class Compaction {
 
   private:
     /// The new record number of a certificate; none when it was left out.
-    [[nodiscard]] std::optional<int64_t> newId(int64_t id) const {
-        const auto at = std::ranges::lower_bound(ids_, id, {}, &Renumbered::from);
-        return at != ids_.end() && at->from == id ? std::optional(at->to) : std::nullopt;
+    [[nodiscard]] std::optional<int64_t> newId(int64_t id) {
+        const std::optional<size_t> at = former_.find(id);
+        return at ? std::optional(present_.at(*at)) : std::nullopt;
     }
 
     void copySide(Tb side) {
@@ -170,12 +171,9 @@ class Compaction {
             nullptr));
     }
 
-    struct Renumbered {
-        int64_t from, to;
-    };
     std::vector<std::string> names_;
     std::vector<std::unique_ptr<TableRebuild>> rebuilds_;
-    std::vector<Renumbered> ids_;  // in rising order, as the records lie
+    RecordNumbers former_, present_;  // of each certificate that stays
 };
 
 }  // namespace
@@ -202,17 +200,20 @@ bool SideJudge::isWrong(const TableLayout& side, const DataScan& record) {
 size_t mendSideRecords(const std::string& directory, SideMend extent,
                        const std::function<void(int percent)>& progress) {
     CrtTableSet tables(directory);
-    const std::vector<int64_t> ids = openAll(tables);
+    RecordNumbers ids = openAll(tables);
     // After a crash those without a certificate are gone already.
     const bool everything = extent == SideMend::Everything;
     if (everything) dropDangling(tables, directory);
     const StoredHashes stored = everything ? StoredHashes(directory) : StoredHashes();
     const size_t dropped = everything ? dropWrong(tables, stored) : 0;
-    std::vector<uint32_t> present(ids.size());
-    for (const Tb side : CrtTableSet::kSides) scanSide(tables, side, ids, [&](size_t at) { ++present[at]; });
+    std::vector<uint16_t> present(ids.size());
+    const auto count = [&](size_t at) {
+        if (present[at] < UINT16_MAX) ++present[at];
+    };
+    for (const Tb side : CrtTableSet::kSides) scanSide(tables, side, ids, count);
     for (size_t i = 0; i < ids.size(); ++i) {
         if (progress && i % kProgressStep == 0) progress(static_cast<int>(100 * i / ids.size()));
-        completeCrt(tables, ids[i], present[i], stored);
+        completeCrt(tables, ids.at(i), present[i], stored);
     }
     tables.finishChange(true);
     return dropped;
