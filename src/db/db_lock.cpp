@@ -151,9 +151,8 @@ bool DbLock::beginChange(DbMark mark) {
 bool DbLock::setMark(DbMark mark, const std::vector<std::string>& names) {
     VTEST(depth_ > 0 && mode_ != kSharedLock, "src/db/db_lock");
     if (!writeMark({mark, names})) return false;
-    // The disk must know of a change before it sees the first octet of it; of a swap even when nothing else is synced.
-    const bool syncs = sync_ || mark == DbMark::Swapping;
-    const bool synced = !syncs || (fileOps().fsync(semaphore_.descriptor()) == 0 &&
+    // The disk must know of a change before it sees the first octet of it.
+    const bool synced = !sync_ || (fileOps().fsync(semaphore_.descriptor()) == 0 &&
                                    (mark != DbMark::Creating || syncFolder(folderOf(path()))));
     if (!synced) static_cast<void>(writeMark({mark_, {}}));
     if (synced) mark_ = mark;

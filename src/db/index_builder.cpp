@@ -160,10 +160,12 @@ DbAnswer IndexBuilder::fail() {
 }
 
 DbAnswer IndexBuilder::add(std::span<const std::string_view> keys, int64_t recNo) {
-    if (!index_->keysFit(keys)) return kDbError;
+    if (keys.size() != sorters_.size()) return kDbError;
     try {
         for (size_t i = 0; i < keys.size(); ++i) {
-            if (!sorters_[i].add(keyText(keys[i]), recNo)) return fail();
+            const std::string_view key = keyText(keys[i]);
+            if (key.size() >= static_cast<size_t>(index_->root(static_cast<int>(i)).desc.keyLen)) return kDbError;
+            if (!sorters_[i].add(key, recNo)) return fail();
         }
     } catch (const std::bad_alloc&) {
         return index_->setStatus(FileStatus::NoMemory), kDbError;

@@ -26,12 +26,12 @@ void discardRebuilt(const std::string& name) {
     for (const char* extension : kRebuiltExtensions) fileOps().unlink(rebuildName(name) + extension);
 }
 
-bool swapRebuilt(const std::string& name) {
+bool swapRebuilt(const std::string& name, bool sync) {
     for (const char* extension : kExtensions) {
         const std::string fresh = rebuildName(name) + extension;
         if (fileExists(fresh) && fileOps().rename(fresh, name + extension) != 0) return false;
     }
-    return syncFolder(folderOf(name));
+    return !sync || syncFolder(folderOf(name));
 }
 
 void keepRights(const std::string& name, const char* extension) {
@@ -41,7 +41,7 @@ void keepRights(const std::string& name, const char* extension) {
     }
 }
 
-TableRebuild::TableRebuild(std::string name) : name_(std::move(name)) {}
+TableRebuild::TableRebuild(std::string name, bool sync) : name_(std::move(name)), sync_(sync) {}
 
 TableRebuild::~TableRebuild() {
     if (!keep_) discardRebuilt(name_);
@@ -72,15 +72,21 @@ bool TableRebuild::copy(const Visit& visit, const Copied& copied) {
         if (scan.deleted()) continue;
         scan.keys(keys);
         if (visit && !visit(scan, keys)) continue;
-        const int64_t recNo = data_.insert(keys, scan.body());
-        if (recNo == 0 || builder_->add(keys, recNo) != kDbOk) return false;
+        const int64_t recNo = add(keys, scan.body());
+        if (recNo == 0) return false;
         if (copied) copied(scan.recNo(), recNo);
     }
 }
 
+int64_t TableRebuild::add(std::span<const std::string_view> keys, ByteView body) {
+    const int64_t recNo = data_.insert(keys, body);
+    return recNo != 0 && builder_->add(keys, recNo) == kDbOk ? recNo : 0;
+}
+
 bool TableRebuild::finish() {
     old_.close();
-    const bool complete = data_.flush() == kDbOk && builder_->finish() == kDbOk && data_.sync() && index_.sync();
+    const bool complete =
+        data_.flush() == kDbOk && builder_->finish() == kDbOk && (!sync_ || (data_.sync() && index_.sync()));
     builder_.reset();
     data_.close();
     index_.close();
@@ -88,14 +94,14 @@ bool TableRebuild::finish() {
 }
 
 bool TableRebuild::swap() {
-    return keep_ && swapRebuilt(name_);
+    return keep_ && swapRebuilt(name_, sync_);
 }
 
 DbAnswer rebuildTable(DataBase& table, const std::string& name) {
     table.close();
     DbLock* lock = table.lock();
     if (name.empty() || name.size() > DataBase::kMaxName || (lock && !lock->beginChange())) return kDbError;
-    TableRebuild copy(name);
+    TableRebuild copy(name, !lock || lock->syncs());
     if (!copy.begin() || !copy.copyAll() || !copy.finish()) return kDbError;
     if (lock && !lock->setMark(DbMark::Swapping, {name.substr(name.rfind('/') + 1)})) return kDbError;
     copy.keep();

@@ -82,7 +82,7 @@ void scanSide(CrtTableSet& tables, Tb side, RecordNumbers& ids, const std::funct
 /// A certificate that cannot be parsed stays, found by what is stored of it. `present`: its side records, none of which
 /// stands twice; looking for each would take most of the time of mending. A damaged one keeps those that it was stored
 /// with.
-void completeCrt(CrtTableSet& tables, int64_t id, size_t present = 0, const StoredHashes& stored = {}) {
+void completeCrt(CrtTableSet& tables, int64_t id, size_t present, const StoredHashes& stored) {
     Bytes der;
     CrtRecord record;
     if (!tables.readCrt(id, der)) return;
@@ -95,27 +95,27 @@ void completeCrt(CrtTableSet& tables, int64_t id, size_t present = 0, const Stor
     }
 }
 
-/// Certificates whose insertion failed half-way lack their addIdx record, which is the last one written.
-void completeUnfinished(const std::string& directory, DbLock& lock) {
-    // Its own objects, which end before the tables are copied: the copy must see everything in the files.
-    CrtTableSet tables(directory);
-    tables.bindLock(&lock);
-    RecordNumbers ids = openAll(tables);
-    std::vector<bool> finished(ids.size());
-    scanSide(tables, CrtTableSet::kAddIdx, ids, [&](size_t at) { finished[at] = true; });
-    for (size_t i = 0; i < ids.size(); ++i) {
-        if (!finished[i]) completeCrt(tables, ids.at(i));
+/// The keys of every record of a certificate in a side table.
+std::vector<std::vector<std::string>> sideKeys(Tb side, const std::string& idKey, const CrtRecord& record) {
+    std::vector<std::vector<std::string>> all;
+    if (side == CrtTableSet::kDn) {
+        for (const DnFld& field : record.dnFlds) all.push_back({idKey, dnFldKey(field.type, field.value)});
+    } else if (side == CrtTableSet::kAddIdx) {
+        const auto keys = addIdxKeys(record);
+        all.push_back({idKey, keys[0], keys[1]});
+    } else if (record.isCa) {
+        all.push_back({idKey});
     }
-    tables.finishChange(false);
+    return all;
 }
 
 /// The four tables made anew together.
 class Compaction {
   public:
-    explicit Compaction(const std::string& directory) {
+    Compaction(const std::string& directory, bool sync) : directory_(directory) {
         for (const TableLayout* layout : kCertificateTables) {
             names_.emplace_back(layout->file);
-            rebuilds_.push_back(std::make_unique<TableRebuild>(directory + names_.back()));
+            rebuilds_.push_back(std::make_unique<TableRebuild>(directory + names_.back(), sync));
         }
     }
 
@@ -133,8 +133,12 @@ class Compaction {
                 present_.add(to);
             }));
         check(rebuilds_[CrtTableSet::kCrt]->finish());
-        for (const Tb side : CrtTableSet::kSides) {
+        // An insertion that failed half-way leaves a certificate without its addIdx record, which is the last one written:
+        // that table goes first, since it shows which certificates have to be completed.
+        unfinished_.resize(former_.size(), true);
+        for (const Tb side : {CrtTableSet::kAddIdx, CrtTableSet::kDn, CrtTableSet::kCa}) {
             copySide(side);
+            addSide(side);
             check(rebuilds_[side]->finish());
         }
         return result;
@@ -150,30 +154,53 @@ class Compaction {
     }
 
   private:
-    /// The new record number of a certificate; none when it was left out.
-    [[nodiscard]] std::optional<int64_t> newId(int64_t id) {
-        const std::optional<size_t> at = former_.find(id);
-        return at ? std::optional(present_.at(*at)) : std::nullopt;
-    }
-
     void copySide(Tb side) {
         std::string idKey;
         check(rebuilds_[side]->copy(
             [&](const DataScan&, std::span<std::string_view> keys) {
                 // The id is a key of the record itself, so the copy gets another one.
                 const std::optional<int64_t> old = recNoDecode(keys[0]);
-                const std::optional<int64_t> id = old ? newId(*old) : std::nullopt;
-                if (!id) return false;
-                idKey = recNoEncode(*id);
+                const std::optional<size_t> at = old ? former_.find(*old) : std::nullopt;
+                if (!at) return false;  // that certificate was left out
+                if (side == CrtTableSet::kAddIdx) unfinished_[*at] = false;
+                if (unfinished_[*at]) return false;  // made anew by addSide()
+                idKey = recNoEncode(present_.at(*at));
                 keys[0] = idKey;
                 return true;
             },
             nullptr));
     }
 
+    /// Shows each unfinished certificate with its new id; false takes it off the list.
+    void forUnfinished(const std::function<bool(int64_t id, ByteView der)>& visit) {
+        DataFile certificates;
+        TableRecord row;
+        for (size_t at = 0; at < unfinished_.size(); ++at) {
+            if (!unfinished_[at]) continue;
+            const std::string path = directory_ + names_[CrtTableSet::kCrt] + kDataExtension;
+            check(certificates.isOpen() || certificates.open(path) == kDbOk);
+            check(certificates.data(former_.at(at), row, false) == kDbOk);
+            unfinished_[at] = visit(present_.at(at), row.body);
+        }
+    }
+
+    /// The records of the unfinished certificates in a side table, made anew. One that cannot be parsed keeps what it has.
+    void addSide(Tb side) {
+        forUnfinished([&](int64_t id, ByteView der) {
+            CrtRecord record;
+            if (!makeCrtRecord(der, record)) return false;
+            for (const std::vector<std::string>& keys : sideKeys(side, recNoEncode(id), record)) {
+                check(rebuilds_[side]->add(std::vector<std::string_view>(keys.begin(), keys.end()), {}) != 0);
+            }
+            return true;
+        });
+    }
+
     std::vector<std::string> names_;
     std::vector<std::unique_ptr<TableRebuild>> rebuilds_;
+    std::string directory_;
     RecordNumbers former_, present_;  // of each certificate that stays
+    std::vector<bool> unfinished_;    // of those
 };
 
 }  // namespace
@@ -220,8 +247,7 @@ size_t mendSideRecords(const std::string& directory, SideMend extent,
 }
 
 CrtStore::Removed compactCerts(const std::string& directory, DbLock& lock, const CrtStore::Expired& expired) {
-    completeUnfinished(directory, lock);
-    Compaction compaction(directory);
+    Compaction compaction(directory, lock.syncs());
     const CrtStore::Removed result = compaction.copy(expired);
     compaction.swap(lock);
     return result;
