@@ -20,7 +20,7 @@ constexpr size_t kPendingLimit = 256 * 1024;
 
 }  // namespace
 
-DbAnswer DataFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
+DbAnswer DataFile::create(const std::string& path, int idxNumb, const IndexDesc* descs, bool wait) {
     VTEST(idxNumb <= MAX_INDEX, kDataPlace);
     std::array<uint8_t, data_format::kHeadSize> head{};
     storeLe(head.data() + kHeadMagic, kTableMagic);
@@ -30,7 +30,7 @@ DbAnswer DataFile::create(const std::string& path, int idxNumb, const IndexDesc*
         storeLe(head.data() + kDescriptors + 4 * i + 2, descs[i].pageSize);
     }
     if (!parseHeader(head.data())) return setStatus(FileStatus::BadMagic), kDbError;
-    const bool made = File::create(path) && writeAt(0, head) && sync();
+    const bool made = File::create(path) && writeAt(0, head) && (!wait || sync());
     const FileStatus why = status();
     File::close();
     if (!made) setStatus(why);

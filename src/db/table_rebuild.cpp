@@ -50,7 +50,7 @@ TableRebuild::~TableRebuild() {
 bool TableRebuild::begin() {
     if (old_.open(name_ + kDataExtension) != kDbOk) return false;
     const std::string fresh = rebuildName(name_);
-    if (DataBase().create(fresh, old_.numIndexes(), old_.descs()) != kDbOk) return false;
+    if (DataBase().create(fresh, old_.numIndexes(), old_.descs(), false) != kDbOk) return false;
     for (const char* extension : kExtensions) keepRights(name_, extension);
     if (data_.open(fresh + kDataExtension) != kDbOk || index_.open(fresh + kIndexExtension) != kDbOk) return false;
     data_.deferWrites(true);

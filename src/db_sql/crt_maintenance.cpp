@@ -133,8 +133,8 @@ class Compaction {
                 present_.add(to);
             }));
         check(rebuilds_[CrtTableSet::kCrt]->finish());
-        // An insertion that failed half-way leaves a certificate without its addIdx record, which is the last one written:
-        // that table goes first, since it shows which certificates have to be completed.
+        // An insertion that failed half-way leaves a certificate without its addIdx record, which is the last one
+        // written: that table goes first, since it shows which certificates have to be completed.
         unfinished_.resize(former_.size(), true);
         for (const Tb side : {CrtTableSet::kAddIdx, CrtTableSet::kDn, CrtTableSet::kCa}) {
             copySide(side);
@@ -184,7 +184,8 @@ class Compaction {
         }
     }
 
-    /// The records of the unfinished certificates in a side table, made anew. One that cannot be parsed keeps what it has.
+    /// The records of the unfinished certificates in a side table, made anew. One that cannot be parsed keeps what it
+    /// has.
     void addSide(Tb side) {
         forUnfinished([&](int64_t id, ByteView der) {
             CrtRecord record;

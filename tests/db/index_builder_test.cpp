@@ -91,7 +91,8 @@ TEST(RecordNumbers, KeepTheirPlacesWhateverTheGaps) {
     std::mt19937_64 random(seedOf());
     RecordNumbers numbers;
     std::vector<int64_t> expected;
-    for (int64_t number = 56; expected.size() < 1000; number += 1 + static_cast<int64_t>(random() >> (20 + random() % 44)))
+    for (int64_t number = 56; expected.size() < 1000;
+         number += 1 + static_cast<int64_t>(random() >> (20 + random() % 44)))
         numbers.add(expected.emplace_back(number));
     ASSERT_EQ(numbers.size(), expected.size());
     for (int i = 0; i < 3000; ++i) {
