@@ -1,10 +1,9 @@
 #include "db/entry_sorter.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <utility>
 
+#include "db/table_format.h"
 #include "misc/byte_order.h"
 
 namespace crv {
@@ -20,13 +19,6 @@ constexpr size_t kRunRecNo = 4;   // 8
 constexpr size_t kRunHead = 12;
 constexpr size_t kRunPiece = size_t{128} << 10;
 constexpr size_t kLeastRunBuffer = 4096;
-
-/// Eight octets of a key as a number that sorts like them; what is behind the end counts as zero.
-uint64_t octetsAt(std::string_view key, size_t depth) {
-    std::array<char, sizeof(uint64_t)> octets{};
-    if (depth < key.size()) std::memcpy(octets.data(), key.data() + depth, std::min(octets.size(), key.size() - depth));
-    return loadBe<uint64_t>(octets.data());
-}
 
 size_t sharedOctets(std::string_view a, std::string_view b) {
     return static_cast<size_t>(std::ranges::mismatch(a, b).in1 - a.begin());
@@ -70,7 +62,7 @@ bool RunReader::next() {
     if (!have(kRunHead + rest)) return false;
     key_.resize(shared);
     key_.append(reinterpret_cast<const char*>(buffer_.data()) + at_ + kRunHead, rest);
-    part_ = octetsAt(key_, 0);
+    part_ = keyPart(key_);
     at_ += kRunHead + rest;
     return true;
 }
@@ -98,7 +90,7 @@ std::string_view EntrySorter::keep(std::string_view key) {
 bool EntrySorter::add(std::string_view key, int64_t recNo) {
     const size_t used = entries_.size() * sizeof(Entry) + keyOctets_;
     if (!entries_.empty() && used + sizeof(Entry) + key.size() > memory_ && !spill()) return false;
-    entries_.push_back({keep(key), recNo, octetsAt(key, 0)});
+    entries_.push_back({keep(key), recNo, keyPart(key)});
     keyOctets_ += key.size();
     ++size_;
     return true;
@@ -115,7 +107,7 @@ void EntrySorter::sortFrom(std::span<Entry> entries, size_t depth) {
         if (equal.size() == 1) continue;
         const bool goesOn = (part & 0xFF) != 0;  // no key has a zero octet
         if (goesOn) {
-            for (Entry& entry : equal) entry.part = octetsAt(entry.key, depth + sizeof part);
+            for (Entry& entry : equal) entry.part = keyPart(entry.key, depth + sizeof part);
             sortFrom(equal, depth + sizeof part);
         } else if (std::ranges::is_sorted(equal, {}, &Entry::recNo)) {
             std::ranges::reverse(equal);

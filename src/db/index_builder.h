@@ -19,7 +19,7 @@ inline constexpr const char* kRunsExtension = ".run";
 /// why, also when it was the file beside it.
 class IndexBuilder {
   public:
-    static constexpr size_t kMemory = size_t{18} << 20;  ///< octets of entries kept, all indexes together
+    static constexpr size_t kMemory = size_t{14} << 20;  ///< octets of entries kept, all indexes together
 
     /// The index file is empty, open until finish(), and outlives the builder.
     explicit IndexBuilder(IndexFile& index, size_t memory = kMemory);

@@ -1,7 +1,6 @@
 #include "db/indxuser.h"
 
 #include <algorithm>
-#include <array>
 #include <new>
 
 #include "misc/byte_order.h"
@@ -19,12 +18,6 @@ constexpr size_t kMaxDepth = 64;
 constexpr int64_t kMadeAtOnce = 256;
 /// Octets of insertions that wait before they are made.
 constexpr size_t kWaitingLimit = size_t{8} << 20;
-
-uint64_t firstOctets(std::string_view key) {
-    std::array<char, sizeof(uint64_t)> octets{};
-    key.copy(octets.data(), octets.size());
-    return loadBe<uint64_t>(octets.data());
-}
 
 }  // namespace
 
@@ -294,7 +287,7 @@ DbAnswer IndexFile::insertLater(std::span<const std::string_view> keys, int64_t 
     try {
         for (size_t i = 0; i < keys.size(); ++i) {
             const std::string_view key = keyText(keys[i]);
-            waiting_[i].push_back({waitingKeys_.size(), key.size(), firstOctets(key), recNo});
+            waiting_[i].push_back({waitingKeys_.size(), key.size(), keyPart(key), recNo});
             waitingKeys_ += key;
         }
     } catch (const std::bad_alloc&) {

@@ -37,10 +37,11 @@ StoredHashes::StoredHashes(const std::string& directory) {
 }
 
 StoredHashes::Answer StoredHashes::compare(int64_t id, const DbHash& hash) const {
-    const auto found = std::ranges::equal_range(hashes_, id, {}, &Stored::id);
-    if (found.empty()) return Answer::Unknown;
+    const auto first = std::ranges::lower_bound(hashes_, id, {}, &Stored::id);
+    const auto last = std::ranges::upper_bound(hashes_, id, {}, &Stored::id);
+    if (first == last) return Answer::Unknown;
     const std::string_view text = keyText(asText(hash));
-    const bool same = std::ranges::any_of(found, [&](const Stored& stored) { return isLike(stored.text(), text); });
+    const bool same = std::any_of(first, last, [&](const Stored& stored) { return isLike(stored.text(), text); });
     return same ? Answer::Same : Answer::Other;
 }
 
