@@ -15,18 +15,25 @@ bool DataBase::isOutOfMemory() const {
     return index_.status() == FileStatus::NoMemory || data_.status() == FileStatus::NoMemory;
 }
 
-DbAnswer DataBase::create(const std::string& name, int idxNumb, const IndexDesc* descs) {
+DbAnswer DataBase::create(const std::string& name, int idxNumb, const IndexDesc* descs, bool wait) {
     error_ = Error::None;
     if (name.size() > kMaxName) return fail(Error::Index);
-    if (index_.create(name + kIndexExtension, idxNumb, descs) != kDbOk) return fail(Error::Index);
-    return data_.create(name + kDataExtension, idxNumb, descs) == kDbOk ? kDbOk : fail(Error::Data);
+    if (index_.create(name + kIndexExtension, idxNumb, descs, wait) != kDbOk) return fail(Error::Index);
+    return data_.create(name + kDataExtension, idxNumb, descs, wait) == kDbOk ? kDbOk : fail(Error::Data);
 }
 
 DbAnswer DataBase::open(const std::string& name) {
     error_ = Error::None;
     if (isOpen()) return kDbOk;
-    if (name.size() > kMaxName || index_.open(name + kIndexExtension) != kDbOk) return fail(Error::Index);
-    if (data_.open(name + kDataExtension) != kDbOk) {
+    if (name.size() > kMaxName) return fail(Error::Index);
+    // Each insertion makes the data file longer; whatever makes it shorter makes another index file, too.
+    const bool hasData = data_.open(name + kDataExtension) == kDbOk;
+    const bool same = hasData && data_.reused() && data_.length() == knownLength_;
+    if (index_.open(name + kIndexExtension, same) != kDbOk) {
+        data_.close();
+        return fail(Error::Index);
+    }
+    if (!hasData) {
         index_.drop();
         return fail(Error::Data);
     }
@@ -72,6 +79,7 @@ void DataBase::close() {
     (void)endBatch();
     index_.close();
     if (index_.halfWritten()) spoilLock();
+    knownLength_ = data_.length();
     data_.close();
 }
 

@@ -29,8 +29,8 @@ class DataBase {
     /// Null when there is none.
     [[nodiscard]] DbLock* lock() const { return lock_; }
 
-    /// Makes both files. More than MAX_INDEX descriptions fail an assertion.
-    [[nodiscard]] DbAnswer create(const std::string& name, int idxNumb, const IndexDesc* descs);
+    /// Makes both files. More than MAX_INDEX descriptions fail an assertion. wait: as in IndexFile.
+    [[nodiscard]] DbAnswer create(const std::string& name, int idxNumb, const IndexDesc* descs, bool wait = true);
     /// Opens both files, the cursors at the top, index 0 selected. Nothing to do for an open table.
     [[nodiscard]] DbAnswer open(const std::string& name);
     /// Ends the use, and a batch.
@@ -96,6 +96,7 @@ class DataBase {
     DbLock* lock_ = nullptr;
     Error error_ = Error::None;
     bool deferred_ = false;
+    int64_t knownLength_ = 0;                      // of the data file, when the table was closed
     int64_t steps_ = 0;                            // from where skip() began
     enum class Place : char { AtTop, Set, None };  // atTop: not looked up yet
     std::array<Place, MAX_INDEX> places_{};

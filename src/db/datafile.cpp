@@ -20,7 +20,7 @@ constexpr size_t kPendingLimit = 256 * 1024;
 
 }  // namespace
 
-DbAnswer DataFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
+DbAnswer DataFile::create(const std::string& path, int idxNumb, const IndexDesc* descs, bool wait) {
     VTEST(idxNumb <= MAX_INDEX, kDataPlace);
     std::array<uint8_t, data_format::kHeadSize> head{};
     storeLe(head.data() + kHeadMagic, kTableMagic);
@@ -30,7 +30,7 @@ DbAnswer DataFile::create(const std::string& path, int idxNumb, const IndexDesc*
         storeLe(head.data() + kDescriptors + 4 * i + 2, descs[i].pageSize);
     }
     if (!parseHeader(head.data())) return setStatus(FileStatus::BadMagic), kDbError;
-    const bool made = File::create(path) && writeAt(0, head) && sync();
+    const bool made = File::create(path) && writeAt(0, head) && (!wait || sync());
     const FileStatus why = status();
     File::close();
     if (!made) setStatus(why);
@@ -127,12 +127,9 @@ int64_t DataFile::insert(std::span<const std::string_view> keys, ByteView body) 
         const auto head = encodeHead({false, size, size});
         const auto before = static_cast<int64_t>(pending_.size());
         pending_.reserve(deferred_ ? kPendingLimit : 0);
-        pending_.insert(pending_.end(), head.begin(), head.end());
-        for (int i = 0; i < numIdx_; ++i) {
-            const std::string_view key = keyText(keys[i]);
-            pending_.insert(pending_.end(), key.begin(), key.end());
-            pending_.resize(pending_.size() + static_cast<size_t>(descs_[i].keyLen) - key.size());
-        }
+        pending_.resize(pending_.size() + static_cast<size_t>(recordSize(0)));
+        uint8_t* to = std::ranges::copy(head, pending_.data() + before).out;
+        for (int i = 0; i < numIdx_; to += descs_[i++].keyLen) std::ranges::copy(keyText(keys[i]), to);
         pending_.insert(pending_.end(), body.begin(), body.end());
         const int64_t recNo = length() + before;
         const bool wait = deferred_ && pending_.size() < kPendingLimit;

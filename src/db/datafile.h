@@ -23,8 +23,8 @@ struct RecordHead {
 /// holds the lock of the table from open() to close(). After dbError status() says why.
 class DataFile : public File {
   public:
-    /// Writes the header and closes. More than MAX_INDEX descriptions fail an assertion.
-    [[nodiscard]] DbAnswer create(const std::string& path, int idxNumb, const IndexDesc* descs);
+    /// Writes the header and closes. More than MAX_INDEX descriptions fail an assertion. wait: as in IndexFile.
+    [[nodiscard]] DbAnswer create(const std::string& path, int idxNumb, const IndexDesc* descs, bool wait = true);
     [[nodiscard]] DbAnswer open(const std::string& path);
     /// Ends the use; the descriptor stays for the next open(). Records not yet flushed are lost.
     void close();

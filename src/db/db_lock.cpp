@@ -45,12 +45,17 @@ DbLock::~DbLock() {
 }
 
 DbLock::State DbLock::readMark() const {
+    // Mostly there is none, and the first octets say so.
+    std::array<char, kMarkSize> first{};
+    const int fd = semaphore_.descriptor();
+    if (readUpTo(fd, first.data(), first.size(), 0) < static_cast<ssize_t>(first.size())) return {};
+    const std::string_view mark(first.data(), first.size());
+    if (!mark.starts_with(kMarkLetters) || mark.back() == static_cast<char>(DbMark::None)) return {};
     std::string octets(kMarkSize + kMaxNames, '\0');
-    const ssize_t n = readUpTo(semaphore_.descriptor(), octets.data(), octets.size(), 0);
-    if (n < static_cast<ssize_t>(kMarkSize) || !octets.starts_with(kMarkLetters)) return {};
+    const ssize_t n = readUpTo(fd, octets.data(), octets.size(), 0);
+    if (n < static_cast<ssize_t>(kMarkSize)) return {};
     State state{static_cast<DbMark>(octets[kMarkSize - 1]), {}};
     if (state.mark < DbMark::None || state.mark > DbMark::ChangingCrls) state.mark = DbMark::Changing;
-    if (state.mark == DbMark::None) return state;
     const std::string_view behind = std::string_view{octets}.substr(kMarkSize, static_cast<size_t>(n) - kMarkSize);
     const size_t end = behind.find(kNamesEnd);
     const std::string_view names = behind.substr(0, end);
@@ -151,9 +156,8 @@ bool DbLock::beginChange(DbMark mark) {
 bool DbLock::setMark(DbMark mark, const std::vector<std::string>& names) {
     VTEST(depth_ > 0 && mode_ != kSharedLock, "src/db/db_lock");
     if (!writeMark({mark, names})) return false;
-    // The disk must know of a change before it sees the first octet of it; of a swap even when nothing else is synced.
-    const bool syncs = sync_ || mark == DbMark::Swapping;
-    const bool synced = !syncs || (fileOps().fsync(semaphore_.descriptor()) == 0 &&
+    // The disk must know of a change before it sees the first octet of it.
+    const bool synced = !sync_ || (fileOps().fsync(semaphore_.descriptor()) == 0 &&
                                    (mark != DbMark::Creating || syncFolder(folderOf(path()))));
     if (!synced) static_cast<void>(writeMark({mark_, {}}));
     if (synced) mark_ = mark;

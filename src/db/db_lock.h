@@ -45,6 +45,7 @@ class DbLock {
 
     /// Whether marks are on the disk before anything happens under them (the default); off only for measuring.
     void setSync(bool on) { sync_ = on; }
+    [[nodiscard]] bool syncs() const { return sync_; }
     void setMender(Mender mender) { mender_ = std::move(mender); }
 
     /// Waits for the lock (LockMode). An exclusive one cannot be had under a shared one.

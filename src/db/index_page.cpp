@@ -86,12 +86,6 @@ void Page::encode(uint8_t* octets) const {
     std::fill(to + keyOctets, octets + desc.pageSize, uint8_t{0});
 }
 
-void Page::appendTo(Bytes& buffer) const {
-    const auto size = static_cast<size_t>(desc.pageSize);
-    buffer.resize(buffer.size() + size);
-    encode(buffer.data() + buffer.size() - size);
-}
-
 Page* PageCache::find(int64_t position) {
     const auto it = byPosition_.find(position);
     if (it == byPosition_.end()) return nullptr;

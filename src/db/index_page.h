@@ -48,11 +48,10 @@ class Page {
 
     /// False when the octets (pageSize of them) are no page: a count outside 1 to maxKeys.
     [[nodiscard]] bool decode(const uint8_t* octets);
-    /// Adds the octets of the page (pageSize of them) to a buffer.
-    void appendTo(Bytes& buffer) const;
+    /// Writes the octets of the page (pageSize of them).
+    void encode(uint8_t* octets) const;
 
   private:
-    void encode(uint8_t* octets) const;
     [[nodiscard]] char* slot(int i) { return keys_.data() + static_cast<size_t>(i) * static_cast<size_t>(desc.keyLen); }
     [[nodiscard]] const char* slot(int i) const { return const_cast<Page*>(this)->slot(i); }
 

@@ -14,6 +14,10 @@ namespace {
 
 constexpr const char* kIndexPlace = "src/db/indxuser";
 constexpr size_t kMaxDepth = 64;
+/// So many insertions of a batch are made at once: few that wait are not worth a search.
+constexpr int64_t kMadeAtOnce = 256;
+/// Octets of insertions that wait before they are made.
+constexpr size_t kWaitingLimit = size_t{8} << 20;
 
 }  // namespace
 
@@ -22,7 +26,7 @@ DbAnswer IndexFile::bad() {
     return kDbError;
 }
 
-DbAnswer IndexFile::create(const std::string& path, int idxNumb, const IndexDesc* descs) {
+DbAnswer IndexFile::create(const std::string& path, int idxNumb, const IndexDesc* descs, bool wait) {
     VTEST(idxNumb <= MAX_INDEX, kIndexPlace);
     drop();
     numIdx_ = idxNumb;
@@ -37,18 +41,20 @@ DbAnswer IndexFile::create(const std::string& path, int idxNumb, const IndexDesc
     }
     if (numIdx_ < 1) return bad();
     cache_.setPageSize(largest);
-    const bool made = File::create(path) && allocate(kHeadArea) == 0 && writeAt(0, encodeHead()) && sync();
+    const bool made = File::create(path) && allocate(kHeadArea) == 0 && writeAt(0, encodeHead()) && (!wait || sync());
     const FileStatus why = status();
     drop();
     if (!made) setStatus(why);
     return made ? kDbOk : kDbError;
 }
 
-DbAnswer IndexFile::open(const std::string& path) {
+DbAnswer IndexFile::open(const std::string& path, bool sameTable) {
     if (!File::open(path)) return drop(), setStatus(FileStatus::IoFailure), kDbError;
-    Head head;
-    if (!readAt(0, head.data(), head.size())) return drop(), setStatus(FileStatus::IoFailure), kDbError;
-    if (!reused() || head != head_ || length() != knownLength_ || halfWritten_) {
+    const bool kept = reused() && length() == knownLength_ && !halfWritten_;
+    Head head = head_;
+    if (!(kept && sameTable) && !readAt(0, head.data(), head.size()))
+        return drop(), setStatus(FileStatus::IoFailure), kDbError;
+    if (!kept || head != head_) {
         cache_.clear();
         halfWritten_ = false;
         if (!readHead(head)) return drop(), bad();
@@ -68,9 +74,11 @@ void IndexFile::close() {
 
 /// Changes that were deferred and never written: the file is behind the data file.
 void IndexFile::loseChanges() {
-    if (dirty_.empty()) return;
+    if (dirty_.empty() && std::ranges::all_of(waiting_, &std::vector<Waiting>::empty)) return;
+    forgetWaiting();
     forgetChanges();
     halfWritten_ = true;
+    static_cast<void>(readHead(head_));  // the roots may be pages that will never be written
 }
 
 void IndexFile::drop() {
@@ -136,7 +144,7 @@ Page* IndexFile::page(const Index& index, int64_t position) {
         return bad(), nullptr;
     }
     try {
-        scratch_.resize(size);
+        scratch_.resize(std::max(scratch_.size(), size));
         if (!readAt(position, scratch_.data(), size)) return nullptr;
         Page read(position, index.desc, index.maxKeys);
         if (!read.decode(scratch_.data())) return bad(), nullptr;
@@ -160,15 +168,15 @@ void IndexFile::touch(Page& page) {
 }
 
 /// The leaf where the key belongs, and the way to it: at each page the first position whose key is not below.
-Page* IndexFile::descend(const Index& index, std::string_view key, std::vector<Step>& path) {
-    path.clear();
+Page* IndexFile::descend(const Index& index, std::string_view key) {
+    path_.clear();
     for (int64_t position = index.root;;) {
         Page* at = page(index, position);
         if (!at) return nullptr;
         const int p = at->lowerBound(key);
-        path.push_back({at, p});
+        path_.push_back({at, p});
         if (at->leaf()) return at;
-        if (path.size() == kMaxDepth) return bad(), nullptr;
+        if (path_.size() == kMaxDepth) return bad(), nullptr;
         position = at->child(p - 1);
     }
 }
@@ -181,21 +189,19 @@ bool IndexFile::insertInto(Index& index, std::string_view key, int64_t recNo) {
         index.cursor = {only.position, 1};
         return true;
     }
-    std::vector<Step> path;
-    path.reserve(kMaxDepth);
-    Page* leaf = descend(index, key, path);
+    Page* leaf = descend(index, key);
     if (!leaf) return false;
-    const int p = path.back().p;
+    const int p = path_.back().p;
     leaf->insertAt(p, key, {recNo, kNowhere});
     touch(*leaf);
     index.cursor = {leaf->position, p};
-    return leaf->count <= leaf->maxKeys || splitUpwards(index, path);
+    return leaf->count <= leaf->maxKeys || splitUpwards(index);
 }
 
 /// Splits the overflowing leaf at the end of the path and then every page above it that overflows in turn.
-bool IndexFile::splitUpwards(Index& index, std::vector<Step>& path) {
+bool IndexFile::splitUpwards(Index& index) {
     for (;;) {
-        Page& left = *path.back().page;
+        Page& left = *path_.back().page;
         const int half = left.maxKeys / 2;
         const std::string key(left.key(half + 1));
         Page& right = newPage(index);
@@ -208,10 +214,10 @@ bool IndexFile::splitUpwards(Index& index, std::vector<Step>& path) {
             left.moveTail(half + 2, right);
             --left.count;
         }
-        path.pop_back();
-        if (path.empty()) return growRoot(index, left, key, separator), true;
-        Page& parent = *path.back().page;
-        parent.insertAt(path.back().p, key, separator);
+        path_.pop_back();
+        if (path_.empty()) return growRoot(index, left, key, separator), true;
+        Page& parent = *path_.back().page;
+        parent.insertAt(path_.back().p, key, separator);
         touch(parent);
         if (parent.count <= parent.maxKeys) return true;
     }
@@ -255,6 +261,8 @@ DbAnswer IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo
     if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     if (!keysFit(keys)) return kDbError;
     if (halfWritten_) return bad();
+    if (deferred_ && ++inBatch_ > kMadeAtOnce) return insertLater(keys, recNo);
+    if (!catchUpAll()) return kDbError;
     const auto before = indexes_;
     const int64_t count = insertions_;
     try {
@@ -273,8 +281,90 @@ DbAnswer IndexFile::insert(std::span<const std::string_view> keys, int64_t recNo
     return kDbError;
 }
 
+// --- insertions that wait ---
+
+DbAnswer IndexFile::insertLater(std::span<const std::string_view> keys, int64_t recNo) {
+    try {
+        for (size_t i = 0; i < keys.size(); ++i) {
+            const std::string_view key = keyText(keys[i]);
+            waiting_[i].push_back({waitingKeys_.size(), key.size(), keyPart(key), recNo});
+            waitingKeys_ += key;
+        }
+    } catch (const std::bad_alloc&) {
+        setStatus(FileStatus::NoMemory);
+        loseChanges();  // of some indexes only it would be
+        return kDbError;
+    }
+    insertions_ = static_cast<int64_t>(static_cast<uint64_t>(insertions_) + 1);
+    waitingEntries_ += keys.size();
+    const bool many = waitingKeys_.size() + waitingEntries_ * sizeof(Waiting) >= kWaitingLimit;
+    return !many || catchUpAll() ? kDbOk : kDbError;
+}
+
+std::string_view IndexFile::keyOf(const Waiting& one) const {
+    return std::string_view{waitingKeys_}.substr(one.key, one.size);
+}
+
+void IndexFile::forgetWaiting() {
+    for (std::vector<Waiting>& waiting : waiting_) waiting.clear();
+    waitingKeys_.clear();
+    waitingEntries_ = 0;
+}
+
+bool IndexFile::catchUpAll() {
+    for (int i = 0; i < numIdx_; ++i) {
+        if (!catchUp(i)) return false;
+    }
+    forgetWaiting();
+    return true;
+}
+
+/// A failure loses all that was not written.
+bool IndexFile::catchUp(int idx) {
+    std::vector<Waiting>& waiting = waiting_[idx];
+    if (waiting.empty()) return true;
+    bool done = false;
+    try {
+        done = insertWaiting(indexes_[idx], waiting);
+    } catch (const std::bad_alloc&) {
+        setStatus(FileStatus::NoMemory);
+    }
+    if (!done) loseChanges();
+    waiting.clear();
+    return done;
+}
+
+/// In the order of the keys, equal ones as they came; the last one at the end, since the cursor rests on it.
+bool IndexFile::insertWaiting(Index& index, std::vector<Waiting>& waiting) {
+    std::sort(waiting.begin(), waiting.end() - 1, [this](const Waiting& a, const Waiting& b) {
+        if (a.part != b.part) return a.part < b.part;
+        const int order = keyOf(a).compare(keyOf(b));
+        if (order != 0) return order < 0;
+        return a.key != b.key ? a.key < b.key : a.recNo < b.recNo;
+    });
+    Page* leaf = nullptr;  // where the one before went
+    for (const Waiting& one : waiting) {
+        const std::string_view key = keyOf(one);
+        const bool ordered = leaf && &one != &waiting.back() && leaf->count < leaf->maxKeys;
+        if (ordered && key <= leaf->key(leaf->count)) {
+            const int p = leaf->lowerBound(key);
+            leaf->insertAt(p, key, {one.recNo, kNowhere});
+            touch(*leaf);
+            index.cursor = {leaf->position, p};
+            continue;
+        }
+        if (!insertInto(index, key, one.recNo)) return false;
+        leaf = cache_.find(index.cursor.page);
+        if (dirty_.size() < cache_.capacity() / 4 * 3) continue;
+        if (!writeChanges()) return false;
+        leaf = nullptr;
+    }
+    return true;
+}
+
 DbAnswer IndexFile::flush() {
     if (halfWritten_) return bad();
+    if (!catchUpAll()) return kDbError;
     if (dirty_.empty() && encodeHead() == head_) return kDbOk;
     try {
         return writeChanges() ? kDbOk : kDbError;
@@ -283,21 +373,31 @@ DbAnswer IndexFile::flush() {
     }
 }
 
+/// The octets of pages, one behind another; good until the next call.
+ByteView IndexFile::encoded(std::span<Page* const> pages) {
+    size_t size = 0;
+    for (const Page* page : pages) size += static_cast<size_t>(page->desc.pageSize);
+    scratch_.resize(std::max(scratch_.size(), size));
+    uint8_t* to = scratch_.data();
+    for (const Page* page : pages) {
+        page->encode(to);
+        to += page->desc.pageSize;
+    }
+    return {scratch_.data(), size};
+}
+
 /// New pages go first, in one piece that is taken back when the disk is full: until then nothing has changed.
 bool IndexFile::writeChanges() {
     std::ranges::sort(dirty_, {}, &Page::position);
     const auto fresh = std::ranges::find_if(dirty_, &Page::isNew);  // behind all old ones
-    scratch_.clear();
-    for (auto it = fresh; it != dirty_.end(); ++it) (*it)->appendTo(scratch_);
-    if (!scratch_.empty() && append(scratch_) < 0) return false;
+    if (fresh != dirty_.end() && append(encoded({fresh, dirty_.end()})) < 0) return false;
     halfWritten_ = true;
     for (auto it = dirty_.begin(); it != fresh;) {
         // Pages that lie side by side are written together.
-        const int64_t start = (*it)->position;
-        scratch_.clear();
-        while (it != fresh && (*it)->position == start + static_cast<int64_t>(scratch_.size()))
-            (*it++)->appendTo(scratch_);
-        if (!writeAt(start, scratch_)) return false;
+        const auto start = it;
+        while (++it != fresh && (*it)->position == (*(it - 1))->position + (*(it - 1))->desc.pageSize) {
+        }
+        if (!writeAt((*start)->position, encoded({start, it}))) return false;
     }
     const Head head = encodeHead();
     if (!writeAt(0, head)) return false;
@@ -315,9 +415,14 @@ void IndexFile::forgetChanges() {
     end_ = length();
 }
 
+/// Whether the selected index can be looked at.
+bool IndexFile::ready() {
+    if (!isOpen()) return setStatus(FileStatus::NotOpen), false;
+    return catchUp(current_);
+}
+
 /// Puts the cursor on the first or last entry of a leaf.
 DbAnswer IndexFile::land(int64_t position, bool atEnd) {
-    if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
     Index& index = indexes_[current_];
     if (position == kNowhere) return kDbNoRecord;
     const Page* leaf = page(index, position);
@@ -328,21 +433,22 @@ DbAnswer IndexFile::land(int64_t position, bool atEnd) {
 }
 
 DbAnswer IndexFile::top() {
+    if (!ready()) return kDbError;
     return land(indexes_[current_].first, false);
 }
 
 DbAnswer IndexFile::bottom() {
+    if (!ready()) return kDbError;
     return land(indexes_[current_].last, true);
 }
 
 DbAnswer IndexFile::seek(std::string_view key) {
-    if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
+    if (!ready()) return kDbError;
     Index& index = indexes_[current_];
     if (index.root == kNowhere) return kDbNoRecord;
-    std::vector<Step> path;
-    const Page* leaf = descend(index, keyText(key), path);
+    const Page* leaf = descend(index, keyText(key));
     if (!leaf) return kDbError;
-    const int p = path.back().p;
+    const int p = path_.back().p;
     index.cursor = {leaf->position, std::min(p, leaf->count)};
     if (p > leaf->count) return kDbNoRecord;
     return leaf->key(p) == keyText(key) ? kDbOk : kDbGreater;
@@ -350,7 +456,7 @@ DbAnswer IndexFile::seek(std::string_view key) {
 
 DbAnswer IndexFile::skip(int n) {
     if (n != 1 && n != -1) return kDbError;
-    if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
+    if (!ready()) return kDbError;
     Index& index = indexes_[current_];
     if (index.cursor.page == kNowhere) return kDbNoRecord;
     const Page* leaf = page(index, index.cursor.page);
@@ -366,7 +472,7 @@ DbAnswer IndexFile::skip(int n) {
 }
 
 DbAnswer IndexFile::data(std::string& key, int64_t& recNo) {
-    if (!isOpen()) return setStatus(FileStatus::NotOpen), kDbError;
+    if (!ready()) return kDbError;
     const Index& index = indexes_[current_];
     if (index.cursor.page == kNowhere) return kDbNoRecord;
     const Page* leaf = page(index, index.cursor.page);

@@ -23,9 +23,11 @@ namespace crv {
 /// header, each once. Operations answer as DbAnswer says; after dbError status() says why.
 class IndexFile : public File {
   public:
-    /// Makes the file with empty indexes and closes it. More than MAX_INDEX descriptions fail an assertion.
-    [[nodiscard]] DbAnswer create(const std::string& path, int idxNumb, const IndexDesc* descs);
-    [[nodiscard]] DbAnswer open(const std::string& path);
+    /// Makes the file with empty indexes and closes it. More than MAX_INDEX descriptions fail an assertion. wait: until
+    /// the disk has it; off for what is synced before it counts.
+    [[nodiscard]] DbAnswer create(const std::string& path, int idxNumb, const IndexDesc* descs, bool wait = true);
+    /// sameTable: nothing was inserted into the table since close(), so what is kept of the file needs no look at it.
+    [[nodiscard]] DbAnswer open(const std::string& path, bool sameTable = false);
     /// Ends the use; descriptor and pages stay for the next open(). Changes not yet flushed are lost.
     void close();
     /// Forgets the kept descriptor and pages too.
@@ -54,15 +56,24 @@ class IndexFile : public File {
         int64_t page = kNowhere;
         int entry = 0;
     };
-    [[nodiscard]] Cursor cursor() const { return indexes_[current_].cursor; }
+    [[nodiscard]] Cursor cursor() {
+        static_cast<void>(catchUp(current_));  // a failure shows at the next step
+        return indexes_[current_].cursor;
+    }
     void setCursor(Cursor cursor) { indexes_[current_].cursor = cursor; }
 
     /// True after a write that failed when some pages were already changed, and after deferred changes were lost: the
     /// file must be made anew.
     [[nodiscard]] bool halfWritten() const { return halfWritten_; }
-    /// While on, changed pages stay in memory and are written in large steps and by flush(). For files that count
-    /// only when they are complete, and for changes under a mark. A failure while on loses all that was not written.
-    void deferWrites(bool on) { deferred_ = on; }
+    /// While on, changed pages stay in memory and are written in large steps and by flush(). Behind the first hundreds
+    /// insertions wait, too, until their index is looked at, flush() is called or they take 8 MiB: in the order of
+    /// their keys they find their pages faster, and change each of them once. For files that count only when they are
+    /// complete, and for changes under a mark. A failure while on loses all that was not written, and may show at a
+    /// later operation.
+    void deferWrites(bool on) {
+        deferred_ = on;
+        inBatch_ = 0;
+    }
     [[nodiscard]] DbAnswer flush();
 
     // For the checker.
@@ -95,6 +106,13 @@ class IndexFile : public File {
         Page* page;
         int p;
     };
+    /// An insertion into one index that is still to be made.
+    struct Waiting {
+        size_t key;     // where its octets begin in waitingKeys_
+        size_t size;    // of them
+        uint64_t part;  // the first eight as a number that sorts like them
+        int64_t recNo;
+    };
     using Head = std::array<uint8_t, index_format::kHeadSize>;
 
     bool readHead(const Head& head);
@@ -102,14 +120,22 @@ class IndexFile : public File {
     Page* page(const Index& index, int64_t position);
     Page& newPage(const Index& index);
     void touch(Page& page);
-    [[nodiscard]] Page* descend(const Index& index, std::string_view key, std::vector<Step>& path);
+    [[nodiscard]] Page* descend(const Index& index, std::string_view key);
     [[nodiscard]] bool insertInto(Index& index, std::string_view key, int64_t recNo);
+    [[nodiscard]] DbAnswer insertLater(std::span<const std::string_view> keys, int64_t recNo);
+    [[nodiscard]] std::string_view keyOf(const Waiting& one) const;
+    [[nodiscard]] bool catchUp(int idx);
+    [[nodiscard]] bool catchUpAll();
+    [[nodiscard]] bool insertWaiting(Index& index, std::vector<Waiting>& waiting);
+    void forgetWaiting();
     [[nodiscard]] bool threadLeaf(Index& index, Page& left, Page& right);
-    [[nodiscard]] bool splitUpwards(Index& index, std::vector<Step>& path);
+    [[nodiscard]] bool splitUpwards(Index& index);
     void growRoot(Index& index, const Page& left, std::string_view key, Page::Entry separator);
+    [[nodiscard]] ByteView encoded(std::span<Page* const> pages);
     [[nodiscard]] bool writeChanges();
     void forgetChanges();
     void loseChanges();
+    [[nodiscard]] bool ready();
     [[nodiscard]] DbAnswer land(int64_t page, bool atEnd);
     DbAnswer bad();
 
@@ -122,7 +148,12 @@ class IndexFile : public File {
     int64_t knownLength_ = 0;   // when head_ was
     int64_t end_ = 0;           // where the next page goes
     std::vector<Page*> dirty_;  // the cache keeps them while they are
+    std::vector<Step> path_;    // of the last descent, the leaf last
     Bytes scratch_;
+    std::array<std::vector<Waiting>, MAX_INDEX> waiting_;
+    std::string waitingKeys_;
+    size_t waitingEntries_ = 0;  // since that was empty
+    int64_t inBatch_ = 0;        // insertions since deferWrites()
     bool deferred_ = false;
     bool halfWritten_ = false;
 };

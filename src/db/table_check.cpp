@@ -109,8 +109,8 @@ class TreeCheck {
 
     /// What a page does not use is zero, so the page as it would be written is what is there.
     void checkUnused(const Page& page) {
-        Bytes there(static_cast<size_t>(page.desc.pageSize)), right;
-        page.appendTo(right);
+        Bytes there(static_cast<size_t>(page.desc.pageSize)), right(there.size());
+        page.encode(right.data());
         if (!index_.readAt(page.position, there.data(), there.size()) || there != right) {
             problem("octets that are not in use" + at(page.position));
         }

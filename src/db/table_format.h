@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "misc/byte_order.h"
 #include "misc/bytes.h"
 
 namespace crv {
@@ -87,6 +88,14 @@ struct TableRecord {
 /// What the tables see of a key: the octets before its first zero octet.
 inline std::string_view keyText(std::string_view key) {
     return key.substr(0, key.find('\0'));
+}
+
+/// Eight octets of a key (without zero octets) from `depth` on, as a number that sorts like them; what is behind its
+/// end counts as zero.
+inline uint64_t keyPart(std::string_view key, size_t depth = 0) {
+    std::array<char, sizeof(uint64_t)> octets{};
+    if (depth < key.size()) key.copy(octets.data(), octets.size(), depth);
+    return loadBe<uint64_t>(octets.data());
 }
 
 /// Whether the key and its terminator fit into a slot of the index.

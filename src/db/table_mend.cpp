@@ -48,7 +48,7 @@ class IndexMaker {
     [[nodiscard]] bool run() {
         const std::string indexPath = rebuildName(name_) + kIndexExtension;
         if (data_.open(name_ + kDataExtension) != kDbOk) return false;
-        if (index_.create(indexPath, data_.numIndexes(), data_.descs()) != kDbOk) return false;
+        if (index_.create(indexPath, data_.numIndexes(), data_.descs(), false) != kDbOk) return false;
         if (index_.open(indexPath) != kDbOk) return false;
         keepRights(name_, kIndexExtension);
         IndexBuilder builder(index_);

@@ -14,6 +14,7 @@ namespace crv {
 namespace {
 
 constexpr std::array kExtensions{kIndexExtension, kDataExtension};
+constexpr std::array kRebuiltExtensions{kIndexExtension, kDataExtension, kRunsExtension};
 
 }  // namespace
 
@@ -22,15 +23,15 @@ std::string rebuildName(const std::string& name) {
 }
 
 void discardRebuilt(const std::string& name) {
-    for (const char* extension : kExtensions) fileOps().unlink(rebuildName(name) + extension);
+    for (const char* extension : kRebuiltExtensions) fileOps().unlink(rebuildName(name) + extension);
 }
 
-bool swapRebuilt(const std::string& name) {
+bool swapRebuilt(const std::string& name, bool sync) {
     for (const char* extension : kExtensions) {
         const std::string fresh = rebuildName(name) + extension;
         if (fileExists(fresh) && fileOps().rename(fresh, name + extension) != 0) return false;
     }
-    return syncFolder(folderOf(name));
+    return !sync || syncFolder(folderOf(name));
 }
 
 void keepRights(const std::string& name, const char* extension) {
@@ -40,7 +41,7 @@ void keepRights(const std::string& name, const char* extension) {
     }
 }
 
-TableRebuild::TableRebuild(std::string name) : name_(std::move(name)) {}
+TableRebuild::TableRebuild(std::string name, bool sync) : name_(std::move(name)), sync_(sync) {}
 
 TableRebuild::~TableRebuild() {
     if (!keep_) discardRebuilt(name_);
@@ -49,7 +50,7 @@ TableRebuild::~TableRebuild() {
 bool TableRebuild::begin() {
     if (old_.open(name_ + kDataExtension) != kDbOk) return false;
     const std::string fresh = rebuildName(name_);
-    if (DataBase().create(fresh, old_.numIndexes(), old_.descs()) != kDbOk) return false;
+    if (DataBase().create(fresh, old_.numIndexes(), old_.descs(), false) != kDbOk) return false;
     for (const char* extension : kExtensions) keepRights(name_, extension);
     if (data_.open(fresh + kDataExtension) != kDbOk || index_.open(fresh + kIndexExtension) != kDbOk) return false;
     data_.deferWrites(true);
@@ -71,29 +72,36 @@ bool TableRebuild::copy(const Visit& visit, const Copied& copied) {
         if (scan.deleted()) continue;
         scan.keys(keys);
         if (visit && !visit(scan, keys)) continue;
-        const int64_t recNo = data_.insert(keys, scan.body());
-        if (recNo == 0 || builder_->add(keys, recNo) != kDbOk) return false;
+        const int64_t recNo = add(keys, scan.body());
+        if (recNo == 0) return false;
         if (copied) copied(scan.recNo(), recNo);
     }
 }
 
+int64_t TableRebuild::add(std::span<const std::string_view> keys, ByteView body) {
+    const int64_t recNo = data_.insert(keys, body);
+    return recNo != 0 && builder_->add(keys, recNo) == kDbOk ? recNo : 0;
+}
+
 bool TableRebuild::finish() {
     old_.close();
-    const bool complete = data_.flush() == kDbOk && builder_->finish() == kDbOk && data_.sync() && index_.sync();
+    const bool complete =
+        data_.flush() == kDbOk && builder_->finish() == kDbOk && (!sync_ || (data_.sync() && index_.sync()));
+    builder_.reset();
     data_.close();
     index_.close();
     return complete;
 }
 
 bool TableRebuild::swap() {
-    return keep_ && swapRebuilt(name_);
+    return keep_ && swapRebuilt(name_, sync_);
 }
 
 DbAnswer rebuildTable(DataBase& table, const std::string& name) {
     table.close();
     DbLock* lock = table.lock();
     if (name.empty() || name.size() > DataBase::kMaxName || (lock && !lock->beginChange())) return kDbError;
-    TableRebuild copy(name);
+    TableRebuild copy(name, !lock || lock->syncs());
     if (!copy.begin() || !copy.copyAll() || !copy.finish()) return kDbError;
     if (lock && !lock->setMark(DbMark::Swapping, {name.substr(name.rfind('/') + 1)})) return kDbError;
     copy.keep();

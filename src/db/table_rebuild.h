@@ -16,12 +16,12 @@ namespace crv {
 /// The base name of the files in which a table is made anew: the last character replaced by "#".
 std::string rebuildName(const std::string& name);
 
-/// Deletes both files of a new table that was not completed; missing ones do not matter.
+/// Deletes the files of a new table that was not completed; missing ones do not matter.
 void discardRebuilt(const std::string& name);
 
 /// Renames the files of a complete new table over the old ones, index first; a file that is not there has been renamed
-/// before. False when a rename fails.
-[[nodiscard]] bool swapRebuilt(const std::string& name);
+/// before. False when a rename fails. Without sync (for measuring) it does not wait for the disk.
+[[nodiscard]] bool swapRebuilt(const std::string& name, bool sync = true);
 
 /// Gives a file of the new table the mode and owner of the one that it is to replace, or else those of the data file.
 void keepRights(const std::string& name, const char* extension);
@@ -35,7 +35,8 @@ class TableRebuild {
     /// Learns the new number of each copied record.
     using Copied = std::function<void(int64_t oldRecNo, int64_t newRecNo)>;
 
-    explicit TableRebuild(std::string name);
+    /// Without sync (for measuring) nothing waits for the disk.
+    explicit TableRebuild(std::string name, bool sync = true);
     ~TableRebuild();
     TableRebuild(const TableRebuild&) = delete;
     TableRebuild& operator=(const TableRebuild&) = delete;
@@ -45,6 +46,8 @@ class TableRebuild {
     /// Copies in file order. What is behind the last whole record, left by a crash, is passed over.
     [[nodiscard]] bool copy(const Visit& visit, const Copied& copied);
     [[nodiscard]] bool copyAll() { return copy(nullptr, nullptr); }
+    /// Adds a record that the old table does not have; answers its number, or 0.
+    [[nodiscard]] int64_t add(std::span<const std::string_view> keys, ByteView body);
     /// Makes the indexes and writes everything down: from now on the new files are complete.
     [[nodiscard]] bool finish();
     /// The mark tells of the new files: from now on they stay until they are swapped in.
@@ -53,6 +56,7 @@ class TableRebuild {
 
   private:
     std::string name_;
+    bool sync_;
     DataFile old_;
     DataFile data_;
     IndexFile index_;

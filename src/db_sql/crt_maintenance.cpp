@@ -6,6 +6,7 @@
 #include <span>
 
 #include "db/data_scan.h"
+#include "db/record_numbers.h"
 #include "db/table_rebuild.h"
 #include "db_sql/crt_keys.h"
 #include "db_sql/crt_table_set.h"
@@ -39,11 +40,11 @@ void scanLive(DataFile& file, const std::function<void(const DataScan&)>& visit)
 void dropDangling(CrtTableSet& tables, const std::string& directory) {
     DanglingRecords dangling(directory);
     for (const Tb side : CrtTableSet::kSides) {
-        std::vector<int64_t> records;
-        check(dangling.find(*CrtTableSet::kLayouts[side], records));
         // By record number: the id in a damaged key leads nowhere, so a look-up through the index would pass it by.
-        for (const int64_t recNo : records) check(tables[side].dataFile().remove(recNo) == kDbOk);
-        if (!records.empty()) tables.noteChange(side);
+        check(dangling.find(*CrtTableSet::kLayouts[side], [&](int64_t recNo) {
+            tables.noteChange(side);
+            return tables[side].dataFile().remove(recNo) == kDbOk;
+        }));
     }
 }
 
@@ -51,38 +52,37 @@ size_t dropWrong(CrtTableSet& tables, const StoredHashes& stored) {
     size_t dropped = 0;
     SideJudge judge(tables[CrtTableSet::kCrt].dataFile(), stored);
     for (const Tb side : CrtTableSet::kSides) {
-        std::vector<int64_t> wrong;
-        scanLive(tables[side].dataFile(), [&](const DataScan& record) {
-            if (judge.isWrong(*CrtTableSet::kLayouts[side], record)) wrong.push_back(record.recNo());
+        DataFile& data = tables[side].dataFile();
+        scanLive(data, [&](const DataScan& record) {
+            if (!judge.isWrong(*CrtTableSet::kLayouts[side], record)) return;
+            tables.noteChange(side);
+            check(data.remove(record.recNo()) == kDbOk);
+            ++dropped;
         });
-        for (const int64_t recNo : wrong) check(tables[side].dataFile().remove(recNo) == kDbOk);
-        if (!wrong.empty()) tables.noteChange(side);
-        dropped += wrong.size();
     }
     return dropped;
 }
 
 /// Opens the tables; the ids of the certificates.
-std::vector<int64_t> openAll(CrtTableSet& tables) {
+RecordNumbers openAll(CrtTableSet& tables) {
     for (const Tb table : CrtTableSet::kMainTables) tables.open(table, true);
-    std::vector<int64_t> ids;
-    scanLive(tables[CrtTableSet::kCrt].dataFile(), [&](const DataScan& record) { ids.push_back(record.recNo()); });
+    RecordNumbers ids;
+    scanLive(tables[CrtTableSet::kCrt].dataFile(), [&](const DataScan& record) { ids.add(record.recNo()); });
     return ids;
 }
 
 /// Shows each live record of a side table with the place that its certificate has among the ids.
-void scanSide(CrtTableSet& tables, Tb side, const std::vector<int64_t>& ids, const std::function<void(size_t)>& visit) {
+void scanSide(CrtTableSet& tables, Tb side, RecordNumbers& ids, const std::function<void(size_t)>& visit) {
     scanLive(tables[side].dataFile(), [&](const DataScan& record) {
         const std::optional<int64_t> id = recNoDecode(record.key(0));
-        const auto at = id ? std::ranges::lower_bound(ids, *id) : ids.end();
-        if (at != ids.end() && *at == *id) visit(static_cast<size_t>(at - ids.begin()));
+        if (const std::optional<size_t> at = id ? ids.find(*id) : std::nullopt) visit(*at);
     });
 }
 
 /// A certificate that cannot be parsed stays, found by what is stored of it. `present`: its side records, none of which
 /// stands twice; looking for each would take most of the time of mending. A damaged one keeps those that it was stored
 /// with.
-void completeCrt(CrtTableSet& tables, int64_t id, size_t present = 0, const StoredHashes& stored = {}) {
+void completeCrt(CrtTableSet& tables, int64_t id, size_t present, const StoredHashes& stored) {
     Bytes der;
     CrtRecord record;
     if (!tables.readCrt(id, der)) return;
@@ -95,27 +95,27 @@ void completeCrt(CrtTableSet& tables, int64_t id, size_t present = 0, const Stor
     }
 }
 
-/// Certificates whose insertion failed half-way lack their addIdx record, which is the last one written.
-void completeUnfinished(const std::string& directory, DbLock& lock) {
-    // Its own objects, which end before the tables are copied: the copy must see everything in the files.
-    CrtTableSet tables(directory);
-    tables.bindLock(&lock);
-    const std::vector<int64_t> ids = openAll(tables);
-    std::vector<bool> finished(ids.size());
-    scanSide(tables, CrtTableSet::kAddIdx, ids, [&](size_t at) { finished[at] = true; });
-    for (size_t i = 0; i < ids.size(); ++i) {
-        if (!finished[i]) completeCrt(tables, ids[i]);
+/// The keys of every record of a certificate in a side table.
+std::vector<std::vector<std::string>> sideKeys(Tb side, const std::string& idKey, const CrtRecord& record) {
+    std::vector<std::vector<std::string>> all;
+    if (side == CrtTableSet::kDn) {
+        for (const DnFld& field : record.dnFlds) all.push_back({idKey, dnFldKey(field.type, field.value)});
+    } else if (side == CrtTableSet::kAddIdx) {
+        const auto keys = addIdxKeys(record);
+        all.push_back({idKey, keys[0], keys[1]});
+    } else if (record.isCa) {
+        all.push_back({idKey});
     }
-    tables.finishChange(false);
+    return all;
 }
 
 /// The four tables made anew together.
 class Compaction {
   public:
-    explicit Compaction(const std::string& directory) {
+    Compaction(const std::string& directory, bool sync) : directory_(directory) {
         for (const TableLayout* layout : kCertificateTables) {
             names_.emplace_back(layout->file);
-            rebuilds_.push_back(std::make_unique<TableRebuild>(directory + names_.back()));
+            rebuilds_.push_back(std::make_unique<TableRebuild>(directory + names_.back(), sync));
         }
     }
 
@@ -129,11 +129,16 @@ class Compaction {
                 return keep;
             },
             [&](int64_t from, int64_t to) {
-                ids_.push_back({from, to});
+                former_.add(from);
+                present_.add(to);
             }));
         check(rebuilds_[CrtTableSet::kCrt]->finish());
-        for (const Tb side : CrtTableSet::kSides) {
+        // An insertion that failed half-way leaves a certificate without its addIdx record, which is the last one
+        // written: that table goes first, since it shows which certificates have to be completed.
+        unfinished_.resize(former_.size(), true);
+        for (const Tb side : {CrtTableSet::kAddIdx, CrtTableSet::kDn, CrtTableSet::kCa}) {
             copySide(side);
+            addSide(side);
             check(rebuilds_[side]->finish());
         }
         return result;
@@ -149,33 +154,54 @@ class Compaction {
     }
 
   private:
-    /// The new record number of a certificate; none when it was left out.
-    [[nodiscard]] std::optional<int64_t> newId(int64_t id) const {
-        const auto at = std::ranges::lower_bound(ids_, id, {}, &Renumbered::from);
-        return at != ids_.end() && at->from == id ? std::optional(at->to) : std::nullopt;
-    }
-
     void copySide(Tb side) {
         std::string idKey;
         check(rebuilds_[side]->copy(
             [&](const DataScan&, std::span<std::string_view> keys) {
                 // The id is a key of the record itself, so the copy gets another one.
                 const std::optional<int64_t> old = recNoDecode(keys[0]);
-                const std::optional<int64_t> id = old ? newId(*old) : std::nullopt;
-                if (!id) return false;
-                idKey = recNoEncode(*id);
+                const std::optional<size_t> at = old ? former_.find(*old) : std::nullopt;
+                if (!at) return false;  // that certificate was left out
+                if (side == CrtTableSet::kAddIdx) unfinished_[*at] = false;
+                if (unfinished_[*at]) return false;  // made anew by addSide()
+                idKey = recNoEncode(present_.at(*at));
                 keys[0] = idKey;
                 return true;
             },
             nullptr));
     }
 
-    struct Renumbered {
-        int64_t from, to;
-    };
+    /// Shows each unfinished certificate with its new id; false takes it off the list.
+    void forUnfinished(const std::function<bool(int64_t id, ByteView der)>& visit) {
+        DataFile certificates;
+        TableRecord row;
+        for (size_t at = 0; at < unfinished_.size(); ++at) {
+            if (!unfinished_[at]) continue;
+            const std::string path = directory_ + names_[CrtTableSet::kCrt] + kDataExtension;
+            check(certificates.isOpen() || certificates.open(path) == kDbOk);
+            check(certificates.data(former_.at(at), row, false) == kDbOk);
+            unfinished_[at] = visit(present_.at(at), row.body);
+        }
+    }
+
+    /// The records of the unfinished certificates in a side table, made anew. One that cannot be parsed keeps what it
+    /// has.
+    void addSide(Tb side) {
+        forUnfinished([&](int64_t id, ByteView der) {
+            CrtRecord record;
+            if (!makeCrtRecord(der, record)) return false;
+            for (const std::vector<std::string>& keys : sideKeys(side, recNoEncode(id), record)) {
+                check(rebuilds_[side]->add(std::vector<std::string_view>(keys.begin(), keys.end()), {}) != 0);
+            }
+            return true;
+        });
+    }
+
     std::vector<std::string> names_;
     std::vector<std::unique_ptr<TableRebuild>> rebuilds_;
-    std::vector<Renumbered> ids_;  // in rising order, as the records lie
+    std::string directory_;
+    RecordNumbers former_, present_;  // of each certificate that stays
+    std::vector<bool> unfinished_;    // of those
 };
 
 }  // namespace
@@ -202,25 +228,27 @@ bool SideJudge::isWrong(const TableLayout& side, const DataScan& record) {
 size_t mendSideRecords(const std::string& directory, SideMend extent,
                        const std::function<void(int percent)>& progress) {
     CrtTableSet tables(directory);
-    const std::vector<int64_t> ids = openAll(tables);
+    RecordNumbers ids = openAll(tables);
     // After a crash those without a certificate are gone already.
     const bool everything = extent == SideMend::Everything;
     if (everything) dropDangling(tables, directory);
     const StoredHashes stored = everything ? StoredHashes(directory) : StoredHashes();
     const size_t dropped = everything ? dropWrong(tables, stored) : 0;
-    std::vector<uint32_t> present(ids.size());
-    for (const Tb side : CrtTableSet::kSides) scanSide(tables, side, ids, [&](size_t at) { ++present[at]; });
+    std::vector<uint16_t> present(ids.size());
+    const auto count = [&](size_t at) {
+        if (present[at] < UINT16_MAX) ++present[at];
+    };
+    for (const Tb side : CrtTableSet::kSides) scanSide(tables, side, ids, count);
     for (size_t i = 0; i < ids.size(); ++i) {
         if (progress && i % kProgressStep == 0) progress(static_cast<int>(100 * i / ids.size()));
-        completeCrt(tables, ids[i], present[i], stored);
+        completeCrt(tables, ids.at(i), present[i], stored);
     }
     tables.finishChange(true);
     return dropped;
 }
 
 CrtStore::Removed compactCerts(const std::string& directory, DbLock& lock, const CrtStore::Expired& expired) {
-    completeUnfinished(directory, lock);
-    Compaction compaction(directory);
+    Compaction compaction(directory, lock.syncs());
     const CrtStore::Removed result = compaction.copy(expired);
     compaction.swap(lock);
     return result;

@@ -2,9 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
-#include <vector>
 
+#include "db/record_numbers.h"
 #include "db_sql/db_layout.h"
 
 namespace crv {
@@ -14,15 +15,17 @@ class DanglingRecords {
   public:
     explicit DanglingRecords(std::string directory) : directory_(std::move(directory)) {}
 
-    /// Numbers of the live records of a side table whose id is not that of a live certificate. A missing file holds no
+    /// Takes the number of a record, and may delete it; false ends the search.
+    using Found = std::function<bool(int64_t recNo)>;
+    /// Shows the live records of a side table whose id is not that of a live certificate. A missing file holds no
     /// records. False when a data file cannot be read to its end.
-    [[nodiscard]] bool find(const TableLayout& side, std::vector<int64_t>& records);
+    [[nodiscard]] bool find(const TableLayout& side, const Found& found);
 
   private:
     [[nodiscard]] bool readCertificates();
 
     std::string directory_;
-    std::vector<int64_t> certificates_;  // ascending
+    RecordNumbers certificates_;
     bool read_ = false;
 };
 

@@ -233,15 +233,14 @@ int64_t DbCrv::removeDangling() {
     DanglingRecords dangling(directory_);
     int64_t count = 0;
     for (const TableLayout* layout : kSideTables) {
-        std::vector<int64_t> records;
-        if (!dangling.find(*layout, records)) return -1;
         DataFile data;
-        if (!records.empty() && data.open(pathOf(layout->file) + kDataExtension) != kDbOk) return -1;
-        for (const int64_t recNo : records) {
-            if (data.remove(recNo) != kDbOk) return -1;
-        }
-        if (!records.empty() && !data.sync()) return -1;
-        count += static_cast<int64_t>(records.size());
+        const int64_t before = count;
+        const auto remove = [&](int64_t recNo) {
+            ++count;
+            return (data.isOpen() || data.open(pathOf(layout->file) + kDataExtension) == kDbOk) &&
+                   data.remove(recNo) == kDbOk;
+        };
+        if (!dangling.find(*layout, remove) || (count > before && !data.sync())) return -1;
     }
     return count;
 }

@@ -1,8 +1,9 @@
 #include "db_sql/no_oop.h"
 
-#include <array>
+#include <algorithm>
+#include <bit>
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
 #include <cstdlib>
 #include <limits>
 
@@ -25,12 +26,21 @@ std::string codeDigest(ByteView digest) {
 }
 
 std::string recNoEncode(int64_t recNo) {
-    std::array<char, 20> buffer{};
-    std::snprintf(buffer.data(), buffer.size(), "%.8lX", static_cast<unsigned long>(recNo));
-    return buffer.data();
+    constexpr size_t kLeastDigits = 8, kBitsOfDigit = 4;
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    const auto value = static_cast<uint64_t>(recNo);
+    const auto bits = static_cast<size_t>(std::bit_width(value));
+    std::string text(std::max(kLeastDigits, (bits + kBitsOfDigit - 1) / kBitsOfDigit), '0');
+    uint64_t rest = value;
+    for (auto to = text.rbegin(); rest != 0; ++to, rest >>= kBitsOfDigit) *to = kDigits[rest % kDigits.size()];
+    return text;
 }
 
 std::optional<int64_t> recNoDecode(std::string_view text) {
+    // As recNoEncode() writes it; anything else as strtoul() takes it.
+    int64_t number = 0;
+    const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number, 16);
+    if (error == std::errc{} && stop == text.data() + text.size() && text.front() != '-') return number;
     const std::string copy(text);
     char* end = nullptr;
     errno = 0;

@@ -28,15 +28,20 @@ StoredHashes::StoredHashes(const std::string& directory) {
     DataScan scan(addIdx);
     while (scan.next() == DataScan::Result::Record) {
         const auto id = recNoDecode(scan.key(kAddByRecId));
-        if (!scan.deleted() && id) hashes_.emplace(*id, scan.key(kAddByCrtHash));
+        if (scan.deleted() || !id) continue;
+        const std::string_view text = scan.key(kAddByCrtHash).substr(0, sizeof(DbHash));
+        Stored& stored = hashes_.emplace_back(Stored{*id, {}, static_cast<uint8_t>(text.size())});
+        std::ranges::copy(text, stored.octets.begin());
     }
+    std::ranges::stable_sort(hashes_, {}, &Stored::id);
 }
 
 StoredHashes::Answer StoredHashes::compare(int64_t id, const DbHash& hash) const {
-    const auto [first, last] = hashes_.equal_range(id);
+    const auto first = std::ranges::lower_bound(hashes_, id, {}, &Stored::id);
+    const auto last = std::ranges::upper_bound(hashes_, id, {}, &Stored::id);
     if (first == last) return Answer::Unknown;
     const std::string_view text = keyText(asText(hash));
-    const bool same = std::any_of(first, last, [&](const auto& stored) { return isLike(stored.second, text); });
+    const bool same = std::any_of(first, last, [&](const Stored& stored) { return isLike(stored.text(), text); });
     return same ? Answer::Same : Answer::Other;
 }
 

@@ -1,9 +1,11 @@
 // What certificates were when they were stored.
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <map>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "db_sql/crt_record.h"
 
@@ -25,8 +27,15 @@ class StoredHashes {
     [[nodiscard]] Answer compare(int64_t id, const DbHash& hash) const;
 
   private:
-    // A damaged id may be that of another certificate, which then has two.
-    std::multimap<int64_t, std::string> hashes_;
+    /// The octets of a SHA-1 before its first zero octet, as the table has them; of a damaged one the first.
+    struct Stored {
+        int64_t id;
+        std::array<char, sizeof(DbHash)> octets;
+        uint8_t size;
+        [[nodiscard]] std::string_view text() const { return {octets.data(), size}; }
+    };
+    // By id. A damaged id may be that of another certificate, which then has two.
+    std::vector<Stored> hashes_;
 };
 
 }  // namespace crv

@@ -47,6 +47,12 @@ void storeLe(void* to, T value) {
     detail::store(to, value, std::endian::little);
 }
 
+/// Reads sizeof(T) octets, most significant first.
+template <std::integral T>
+T loadBe(const void* from) {
+    return detail::load<T>(from, std::endian::big);
+}
+
 /// Writes sizeof(T) octets, most significant first.
 template <std::integral T>
 void storeBe(void* to, T value) {

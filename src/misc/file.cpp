@@ -36,7 +36,9 @@ bool File::takeParked(const std::string& path) {
 bool File::open(const std::string& path) {
     if (takeParked(path)) return true;
     close();
-    fd_.reset(fileOps().open(path, O_RDWR));
+    // Times of reading would be written for nearly each change. Only the owner may do without.
+    fd_.reset(fileOps().open(path, O_RDWR | O_NOATIME));
+    if (!fd_.valid() && errno == EPERM) fd_.reset(fileOps().open(path, O_RDWR));
     writable_ = fd_.valid();
     if (!writable_ && (errno == EACCES || errno == EROFS || errno == EPERM)) fd_.reset(fileOps().open(path, O_RDONLY));
     struct stat info {};

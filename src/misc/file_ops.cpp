@@ -155,10 +155,13 @@ int FileOps::gate(int fd, bool take) {
     // Network file systems make a record lock of it; user-space ones may.
     constexpr std::array<unsigned long, 5> kElsewhere{NFS_SUPER_MAGIC, SMB_SUPER_MAGIC, CIFS_SUPER_MAGIC,
                                                       SMB2_SUPER_MAGIC, FUSE_SUPER_MAGIC};
+    thread_local int passed = -1;  // the descriptor at whose gate this thread waited: no second look is needed
+    if (std::exchange(passed, -1) == fd && !take) return ::flock(fd, LOCK_UN);
     struct statfs info {};
     if (::fstatfs(fd, &info) != 0) return -1;
     if (std::find(kElsewhere.begin(), kElsewhere.end(), static_cast<unsigned long>(info.f_type)) != kElsewhere.end())
         return 0;
+    passed = take ? fd : -1;
     return ::flock(fd, take ? LOCK_EX : LOCK_UN);
 }
 

@@ -104,7 +104,7 @@ struct Registry {
 
     LockedFile* findOrOpen(const std::string& path, short type, const std::string& like) {
         struct stat info {};
-        LockedFile* known = fileOps().stat(path, &info) == 0 ? find(info) : nullptr;
+        LockedFile* known = !files.empty() && fileOps().stat(path, &info) == 0 ? find(info) : nullptr;
         if (known && (known->writable || type == F_RDLCK)) return known;
         const int flags = O_CLOEXEC | (like.empty() ? 0 : O_NOFOLLOW);
         bool writable = true;

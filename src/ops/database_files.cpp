@@ -109,11 +109,11 @@ void DatabaseFiles::checkTables(DbFindings& findings) const {
 void DatabaseFiles::checkReferences(DbFindings& findings) const {
     DanglingRecords dangling(db_.directory());
     for (const TableLayout* layout : kSideTables) {
-        std::vector<int64_t> records;
-        if (!dangling.find(*layout, records)) continue;  // the damage is in the list already
-        for (const int64_t recNo : records) {
+        // Where the file cannot be read the damage is in the list already.
+        static_cast<void>(dangling.find(*layout, [&](int64_t recNo) {
             findings.add(std::string(layout->file), "record without its certificate at " + std::to_string(recNo));
-        }
+            return true;
+        }));
     }
     DataFile certificates;
     const StoredHashes stored(db_.directory());

@@ -116,6 +116,43 @@ TEST_F(Table, OneObjectSeesWhatAnotherWroteBetweenItsOpenings) {
     }
 }
 
+TEST_F(Table, InsertionsOfALongBatchThatWaitAreFoundAndOrderedAsIfMadeAtOnce) {
+    make({tinyDesc(17), tinyDesc(9), {41, 4096}});
+    DbLock lock(name + ".lck");
+    ASSERT_EQ(lock.acquire(kExclusiveLock), DbLock::Result::Ok);
+    table.bindLock(&lock);
+    table.beginBatch();
+    std::mt19937_64 random(seedOf());
+    std::multimap<std::string, std::string> orders[3];
+    const auto expectOrder = [&](int index) {
+        table.selectIndex(index);
+        auto expected = orders[index].begin();
+        for (int at = table.top(); at == kDbOk; at = table.skip(1), ++expected) {
+            ASSERT_NE(expected, orders[index].end());
+            ASSERT_EQ(bodyAt(table), expected->second) << "index " << index;
+        }
+        EXPECT_EQ(expected, orders[index].end());
+    };
+    for (int i = 0; i < 3000; ++i) {
+        const std::string body = std::to_string(i);
+        const std::vector<std::string> keys{std::to_string(random() % 2000), std::string(random() % 9, 'k'),
+                                            "prefix__" + body};
+        ASSERT_NE(add(table, keys, body), 0);
+        for (int k = 0; k < 3; ++k) orders[k].emplace_hint(orders[k].lower_bound(keys[k]), keys[k], body);
+        const int index = static_cast<int>(random() % 3);
+        table.selectIndex(index);
+        if (random() % 50 == 0) {
+            ASSERT_EQ(bodyAt(table), body) << "the cursor rests on the new entry";
+        }
+        if (i % 1000 == 700) expectOrder(index);
+    }
+    ASSERT_EQ(table.endBatch(), kDbOk);
+    for (int index = 0; index < 3; ++index) expectOrder(index);
+    table.close();
+    table.bindLock(nullptr);
+    EXPECT_EQ(problemsOf(name), "");
+}
+
 /// A table and the same thing as multimaps, driven by the same random operations.
 class Model {
   public:
