@@ -139,6 +139,14 @@ TEST_F(AtomicWrite, FollowsLinksAndWritesPipesDirectly) {
     EXPECT_TRUE(writeFileAtomically(dir.file("link2"), asBytes("second")));
     EXPECT_TRUE(fs::is_symlink(dir.file("link2")) && fs::is_symlink(dir.file("link")));
     EXPECT_EQ(readFile(dir.file("sub/target")), "second");
+    constexpr uid_t kStranger = 4321;
+    if (::lchown(dir.file("link2").c_str(), kStranger, kStranger) == 0) {  // only by root
+        EXPECT_TRUE(writeFileAtomically(dir.file("link2"), asBytes("third")));
+        fs::permissions(dir.path(), fs::perms(01777));
+        EXPECT_EQ(writeFileAtomically(dir.file("link2"), {}).error, EACCES) << "where everybody may put links";
+        EXPECT_EQ(readFile(dir.file("sub/target")), "third");
+        fs::permissions(dir.path(), fs::perms(0700));
+    }
     fs::create_symlink("loop", dir.file("loop"));
     EXPECT_EQ(writeFileAtomically(dir.file("loop"), {}).error, ELOOP);
 
