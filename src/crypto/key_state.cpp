@@ -103,7 +103,7 @@ void finish(RandomBridge::Scope& scope, int answer, CryptoFailure failure, const
     if (answer == 1) return scope.rethrow();
     const Complaints noted = takeComplaints();
     scope.rethrow();
-    if (noted.ofMemory) throw std::bad_alloc();
+    if (noted.ofMemory || !noted.any) throw std::bad_alloc();
     throw CryptoError(failure, text);
 }
 

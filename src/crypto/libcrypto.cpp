@@ -44,13 +44,17 @@ OSSL_LIB_CTX* context() {
 
 Complaints takeComplaints() {
     Complaints noted;
+    bool rsaFailed = false;
     while (const unsigned long error = ERR_get_error()) {
         const int library = ERR_GET_LIB(error), reason = ERR_GET_REASON(error);
         const bool silent = std::ranges::find(kSilentLack, std::pair(library, reason)) != std::end(kSilentLack);
         noted.any = true;
         noted.ofMemory = noted.ofMemory || silent || reason == ERR_R_MALLOC_FAILURE;
         noted.ofRsa = noted.ofRsa || library == ERR_LIB_RSA;
+        rsaFailed = rsaFailed || (library == ERR_LIB_PROV && reason == ERR_R_RSA_LIB);
     }
+    // RSA itself says why, unless it got no memory to begin.
+    noted.ofMemory = noted.ofMemory || (rsaFailed && !noted.ofRsa);
     return noted;
 }
 

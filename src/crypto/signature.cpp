@@ -37,8 +37,12 @@ void checkRestriction(const std::optional<PssRestriction>& allowed, KcHashAlgo h
         throw CryptoError(CryptoFailure::BadParameter, "the key is restricted to other PSS parameters");
 }
 
+constexpr const char* kUnsupported = "signature or encryption parameters are not supported";
+
 void must(int answer) {
-    ossl::must(answer, CryptoFailure::BadParameter, "signature or encryption parameters are not supported");
+    if (answer == 1) return;
+    ossl::throwIfNoMemory();
+    throw CryptoError(CryptoFailure::BadParameter, kUnsupported);
 }
 
 const EVP_MD* method(KcHashAlgo hash, KcHashAlgo otherwise = KcHashAlgo::None) {
@@ -53,7 +57,7 @@ void setScheme(EVP_PKEY_CTX* ctx, KeyScheme scheme, KcHashAlgo hash, const PssPa
     must(EVP_PKEY_CTX_set_rsa_padding(ctx, scheme == KeyScheme::Rsa ? RSA_PKCS1_PADDING : RSA_PKCS1_PSS_PADDING));
     must(EVP_PKEY_CTX_set_signature_md(ctx, method(hash)));
     if (scheme == KeyScheme::Rsa) return;
-    if (pss.saltLength < -1) must(0);
+    if (pss.saltLength < -1) throw CryptoError(CryptoFailure::BadParameter, kUnsupported);
     must(EVP_PKEY_CTX_set_rsa_pss_saltlen(ctx, pss.saltLength < 0 ? RSA_PSS_SALTLEN_DIGEST : pss.saltLength));
     must(EVP_PKEY_CTX_set_rsa_mgf1_md(ctx, method(pss.mgfHash, hash)));
 }
@@ -102,6 +106,8 @@ Bytes signatureOf(const ossl::PrivatePkey& key, EVP_PKEY_CTX* ctx, ByteView inpu
     RandomBridge::Scope scope(random);
     const int answer = answered(key, EVP_PKEY_sign(ctx, signature.data(), &length, input.data(), input.size()));
     ossl::finish(scope, answer, CryptoFailure::BadParameter, "the signature failed");
+    // What libcrypto calls success where it had no memory to encode what it signed: a length of -1.
+    if (length > signature.size()) throw std::bad_alloc();
     signature.resize(length);
     return signature;
 }

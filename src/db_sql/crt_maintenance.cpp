@@ -62,6 +62,19 @@ size_t dropWrong(CrtTableSet& tables, const StoredHashes& stored) {
     return dropped;
 }
 
+/// Drops certificates that cannot be parsed and of which no SHA-1 is stored: nobody could find or delete them.
+size_t dropUnreadable(CrtTableSet& tables, const StoredHashes& stored, std::vector<int64_t>& ids) {
+    return std::erase_if(ids, [&](int64_t id) {
+        Bytes der;
+        CrtRecord record;
+        if (stored.compare(id, {}) != StoredHashes::Answer::Unknown || !tables.readCrt(id, der)) return false;
+        if (makeCrtRecord(der, record)) return false;
+        check(tables[CrtTableSet::kCrt].dataFile().remove(id) == kDbOk);
+        tables.noteChange(CrtTableSet::kCrt);
+        return true;
+    });
+}
+
 /// Opens the tables; the ids of the certificates.
 std::vector<int64_t> openAll(CrtTableSet& tables) {
     for (const Tb table : CrtTableSet::kMainTables) tables.open(table, true);
@@ -199,15 +212,19 @@ bool SideJudge::isWrong(const TableLayout& side, const DataScan& record) {
     });
 }
 
-size_t mendSideRecords(const std::string& directory, SideMend extent,
-                       const std::function<void(int percent)>& progress) {
+SideMended mendSideRecords(const std::string& directory, SideMend extent,
+                           const std::function<void(int percent)>& progress) {
     CrtTableSet tables(directory);
-    const std::vector<int64_t> ids = openAll(tables);
+    std::vector<int64_t> ids = openAll(tables);
+    SideMended mended;
     // After a crash those without a certificate are gone already.
     const bool everything = extent == SideMend::Everything;
-    if (everything) dropDangling(tables, directory);
     const StoredHashes stored = everything ? StoredHashes(directory) : StoredHashes();
-    const size_t dropped = everything ? dropWrong(tables, stored) : 0;
+    if (everything) {
+        mended.unreadable = dropUnreadable(tables, stored, ids);
+        dropDangling(tables, directory);
+        mended.wrong = dropWrong(tables, stored);
+    }
     std::vector<uint32_t> present(ids.size());
     for (const Tb side : CrtTableSet::kSides) scanSide(tables, side, ids, [&](size_t at) { ++present[at]; });
     for (size_t i = 0; i < ids.size(); ++i) {
@@ -215,7 +232,7 @@ size_t mendSideRecords(const std::string& directory, SideMend extent,
         completeCrt(tables, ids[i], present[i], stored);
     }
     tables.finishChange(true);
-    return dropped;
+    return mended;
 }
 
 CrtStore::Removed compactCerts(const std::string& directory, DbLock& lock, const CrtStore::Expired& expired) {

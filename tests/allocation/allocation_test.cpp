@@ -75,6 +75,7 @@ class SlowAllocation : public FileProfile {
                 ASSERT_TRUE(failed || code < 20)
                     << name << ' ' << n << ": " << code << (ctx_ ? crvErrorTextAPI(ctx_, code) : "");
                 ASSERT_GE(code, 0) << name << ' ' << n;
+                ASSERT_TRUE(code < 20 || code == ECRV_MEM || code == ECRV_DB) << name << ' ' << n << ": " << code;
                 ERR_clear_error();
                 ASSERT_TRUE(lockIsFree()) << name << ' ' << n;
             }
@@ -249,10 +250,15 @@ void addJudgements(const PrivateKey& key, KeyScheme scheme, std::vector<Judgemen
     const auto hash = KcHashAlgo::Sha256;
     const Bytes digest = hashOf(hash, asBytes("abc")), other = hashOf(hash, asBytes("abd"));
     const Bytes signature = key.sign(scheme, hash, digest, random);
-    const PublicKey half = key.publicKey();
+    const PublicKey& half = key.publicKey();
     const std::string name = signAlgoName(scheme, KcHashAlgo::None);
     all.push_back({name + " right", [=] { return half.verify(scheme, hash, digest, signature); }});
     all.push_back({name + " wrong", [=] { return !half.verify(scheme, hash, other, signature); }});
+    all.push_back({name + " signs", [=] {
+                       RandomBridge own(systemRandom);
+                       const Bytes fresh = key.sign(scheme, hash, digest, own);
+                       return fresh.size() <= signature.size() + 4 && half.verify(scheme, hash, digest, fresh);
+                   }});
     all.push_back({name + " parsed", [=] { return PrivateKey::fromPkcs8(key.toPkcs8()).keyId() == key.keyId(); }});
     all.push_back({name + " equal", [=] { return PublicKey::fromSpki(half.toSpki()) == half; }});
     if (scheme == KeyScheme::Ecdsa) all.push_back({name + " agrees", [=] { return key.agree(half).size() == 32; }});
@@ -267,7 +273,7 @@ void addJudgements(const PrivateKey& key, KeyScheme scheme, std::vector<Judgemen
 TEST(Allocation, NoVerdictIsMadeOfALackOfMemory) {
     RandomBridge random(systemRandom);
     std::vector<Judgement> all;
-    const PrivateKey rsa = PrivateKey::generateRsa(2048, 65537, random);
+    const PrivateKey rsa = PrivateKey::generateRsa(1024, 65537, random);
     addJudgements(rsa, KeyScheme::Rsa, all);
     addJudgements(rsa, KeyScheme::RsaPss, all);
     addJudgements(PrivateKey::generateEc(static_cast<StdECId>(NID_X9_62_prime256v1), false, random), KeyScheme::Ecdsa,
