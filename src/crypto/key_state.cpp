@@ -1,9 +1,8 @@
 #include "crypto/key_state.h"
 
-#include <openssl/err.h>
-
 #include <algorithm>
 #include <bit>
+#include <new>
 
 namespace crv {
 
@@ -51,7 +50,10 @@ Pkey KeyParts::build(const char* type, bool withPrivate) {
     const int answer =
         EVP_PKEY_fromdata(ctx.get(), &key, withPrivate ? EVP_PKEY_KEYPAIR : EVP_PKEY_PUBLIC_KEY, params_.data());
     Pkey owned(key);
-    must(answer, CryptoFailure::BadKey, "the numbers are no key");
+    if (answer != 1) {
+        throwIfNoMemory();
+        throw CryptoError(CryptoFailure::BadKey, "the numbers are no key");
+    }
     return owned;
 }
 
@@ -98,9 +100,11 @@ void PrivatePkey::distrust() const noexcept {
 }
 
 void finish(RandomBridge::Scope& scope, int answer, CryptoFailure failure, const char* text) {
-    if (answer != 1) ERR_clear_error();
+    if (answer == 1) return scope.rethrow();
+    const Complaints noted = takeComplaints();
     scope.rethrow();
-    must(answer, failure, text);
+    if (noted.ofMemory || !noted.any) throw std::bad_alloc();
+    throw CryptoError(failure, text);
 }
 
 }  // namespace ossl

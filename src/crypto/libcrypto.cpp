@@ -1,9 +1,14 @@
 #include "crypto/libcrypto.h"
 
 #include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/proverr.h>
 #include <openssl/provider.h>
 
+#include <algorithm>
+#include <iterator>
 #include <new>
+#include <utility>
 
 #include "crypto/rand_provider.h"
 
@@ -17,10 +22,18 @@ OSSL_LIB_CTX* makeContext() {
         fail(CryptoFailure::Internal, "libcrypto has no default provider");
     }
     if (!installRandProvider(made.get())) fail(CryptoFailure::Internal, "libcrypto refuses our generator");
-    OSSL_PROVIDER_load(made.get(), "legacy");  // only RC2 and RC4 need it: absent, they are reported as unsupported
-    ERR_clear_error();
+    // Only RC2 and RC4 need it: absent, they are reported as unsupported.
+    if (!OSSL_PROVIDER_load(made.get(), "legacy")) throwIfNoMemory();
     return made.release();
 }
+
+/// What else libcrypto notes where it got no memory, and, the way that it is used here, nowhere else.
+constexpr std::pair<int, int> kSilentLack[] = {
+    {ERR_LIB_EVP, EVP_R_INITIALIZATION_ERROR},  // of an algorithm that was found
+    {ERR_LIB_EVP, EVP_R_NOT_ABLE_TO_COPY_CTX},  // an HMAC that starts anew
+    {ERR_LIB_EVP, ERR_R_INTERNAL_ERROR},        // no place for a key that was made
+    {ERR_LIB_PROV, PROV_R_DIGEST_NOT_ALLOWED},  // a hash that is not found by its name: RSA signs with all of ours
+};
 
 }  // namespace
 
@@ -29,16 +42,31 @@ OSSL_LIB_CTX* context() {
     return only;
 }
 
+Complaints takeComplaints() {
+    Complaints noted;
+    bool rsaFailed = false;
+    while (const unsigned long error = ERR_get_error()) {
+        const int library = ERR_GET_LIB(error), reason = ERR_GET_REASON(error);
+        const bool silent = std::ranges::find(kSilentLack, std::pair(library, reason)) != std::end(kSilentLack);
+        noted.any = true;
+        noted.ofMemory = noted.ofMemory || silent || reason == ERR_R_MALLOC_FAILURE;
+        noted.ofRsa = noted.ofRsa || library == ERR_LIB_RSA;
+        rsaFailed = rsaFailed || (library == ERR_LIB_PROV && reason == ERR_R_RSA_LIB);
+    }
+    // RSA itself says why, unless it got no memory to begin.
+    noted.ofMemory = noted.ofMemory || (rsaFailed && !noted.ofRsa);
+    return noted;
+}
+
 void fail(CryptoFailure failure, const std::string& text) {
-    ERR_clear_error();
+    const Complaints noted = takeComplaints();
+    if (noted.ofMemory || (!noted.any && failure == CryptoFailure::Internal)) throw std::bad_alloc();
     throw CryptoError(failure, text);
 }
 
 void throwIfNoMemory() {
-    bool lacking = ERR_peek_error() == 0;
-    while (const unsigned long error = ERR_get_error())
-        if (ERR_GET_REASON(error) == ERR_R_MALLOC_FAILURE) lacking = true;
-    if (lacking) throw std::bad_alloc();
+    const Complaints noted = takeComplaints();
+    if (noted.ofMemory || !noted.any) throw std::bad_alloc();
 }
 
 Group groupOf(int curve) {

@@ -45,7 +45,16 @@ using Group = Owned<EC_GROUP, EC_GROUP_free>;
 /// where it is installed, the legacy provider (RC2, RC4). Lives until the process ends. Never null.
 OSSL_LIB_CTX* context();
 
-/// Empties libcrypto's error queue of this thread and throws.
+/// What stood in libcrypto's error queue of this thread.
+struct Complaints {
+    bool any = false;
+    bool ofMemory = false;  ///< memory ran out
+    bool ofRsa = false;     ///< RSA itself refused something: a signature, a number, a padding
+};
+/// Empties the error queue.
+[[nodiscard]] Complaints takeComplaints();
+
+/// Empties the error queue and throws: std::bad_alloc when memory ran out, whatever failed for it, else the failure.
 [[noreturn]] void fail(CryptoFailure failure, const std::string& text);
 
 /// Throws when a libcrypto call did not answer 1.

@@ -102,15 +102,17 @@ class Hmac {
     Hmac(PrfAlgo prf, ByteView key) {
         const auto* row = std::ranges::find(kPrfs, prf, &PrfRow::prf);
         if (row == std::end(kPrfs)) throw CryptoError(CryptoFailure::Unsupported, "no such HMAC");
-        const ossl::Mac method(EVP_MAC_fetch(ossl::context(), "HMAC", nullptr));
+        const ossl::Mac method(ossl::made(EVP_MAC_fetch(ossl::context(), "HMAC", nullptr), CryptoFailure::Unsupported,
+                                          "libcrypto lacks HMAC"));
         ctx_.reset(ossl::made(EVP_MAC_CTX_new(method.get()), CryptoFailure::Internal, "no memory for an HMAC"));
         const OSSL_PARAM params[] = {
             OSSL_PARAM_construct_utf8_string(OSSL_MAC_PARAM_DIGEST, const_cast<char*>(row->name), 0),
             OSSL_PARAM_construct_end()};
         // A null pointer would mean the key before, of which there is none.
         static constexpr uint8_t kNoKey[1] = {};
-        ossl::must(EVP_MAC_init(ctx_.get(), key.empty() ? kNoKey : key.data(), key.size(), params),
-                   CryptoFailure::Unsupported, "libcrypto lacks this HMAC");
+        if (EVP_MAC_init(ctx_.get(), key.empty() ? kNoKey : key.data(), key.size(), params) == 1) return;
+        ossl::throwIfNoMemory();
+        throw CryptoError(CryptoFailure::Unsupported, "libcrypto lacks this HMAC");
     }
 
     [[nodiscard]] size_t length() const { return EVP_MAC_CTX_get_mac_size(ctx_.get()); }

@@ -1,8 +1,10 @@
 #include "crypto/public_key.h"
 
+#include <openssl/err.h>
 #include <openssl/objects.h>
 
 #include <algorithm>
+#include <new>
 
 #include "crypto/der.h"
 #include "crypto/key_state.h"
@@ -290,7 +292,10 @@ bool PublicKey::operator==(const PublicKey& other) const {
     if (typeOf(*state_) != typeOf(*other.state_)) return false;
     // libcrypto leaves DSA's q out of the comparison.
     if (state_->scheme == KeyScheme::Dsa && state_->algorithm != other.state_->algorithm) return false;
-    return EVP_PKEY_eq(state_->pkey.get(), other.state_->pkey.get()) == 1;
+    const unsigned long before = ERR_peek_last_error();
+    if (EVP_PKEY_eq(state_->pkey.get(), other.state_->pkey.get()) == 1) return true;
+    if (ERR_peek_last_error() != before && ossl::takeComplaints().ofMemory) throw std::bad_alloc();
+    return false;
 }
 
 }  // namespace crv

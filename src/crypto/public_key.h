@@ -65,9 +65,10 @@ class PublicKey {
     [[nodiscard]] Bytes rsaModulus() const;
     [[nodiscard]] Bytes rsaExponent() const;
 
-    /// Whether the signature over the digest is right. A wrong or malformed signature answers false. CryptoError
-    /// (badParameter) when key (with the restrictions of its PSS parameters), scheme, hash and digest do not go
-    /// together. DSA and ECDSA signatures are DER Ecdsa-Sig-Value.
+    /// Whether the signature over the digest is right. A wrong or malformed signature answers false; where memory ran
+    /// out std::bad_alloc is thrown, and nothing is said of the signature. CryptoError (badParameter) when key (with
+    /// the restrictions of its PSS parameters), scheme, hash and digest do not go together. DSA and ECDSA signatures
+    /// are DER Ecdsa-Sig-Value.
     [[nodiscard]] bool verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteView signature,
                               const PssParams& pss = {}) const;
 

@@ -7,6 +7,9 @@
 #include <openssl/provider.h>
 #include <openssl/rand.h>
 
+#include <memory>
+#include <new>
+
 #include "crypto/random_bridge.h"
 #include "misc/secret.h"
 
@@ -26,8 +29,9 @@ Generator& generatorOf(void* ctx) {
     return *static_cast<Generator*>(ctx);
 }
 
+// Called from C, which holds locks: nothing is thrown.
 void* newGenerator(void*, void*, const OSSL_DISPATCH*) {
-    return std::make_unique<Generator>().release();
+    return std::unique_ptr<Generator>(new (std::nothrow) Generator).release();
 }
 
 void freeGenerator(void* ctx) {

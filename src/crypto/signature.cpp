@@ -1,8 +1,11 @@
 // Signing, verifying and RSA encryption with the keys.
-#include <openssl/err.h>
 #include <openssl/rsa.h>
 
+#include <algorithm>
+#include <new>
+
 #include "crypto/key_state.h"
+#include "crypto/rsa_padding.h"
 #include "crypto/sign_algo_map.h"
 
 namespace crv {
@@ -34,8 +37,12 @@ void checkRestriction(const std::optional<PssRestriction>& allowed, KcHashAlgo h
         throw CryptoError(CryptoFailure::BadParameter, "the key is restricted to other PSS parameters");
 }
 
+constexpr const char* kUnsupported = "signature or encryption parameters are not supported";
+
 void must(int answer) {
-    ossl::must(answer, CryptoFailure::BadParameter, "signature or encryption parameters are not supported");
+    if (answer == 1) return;
+    ossl::throwIfNoMemory();
+    throw CryptoError(CryptoFailure::BadParameter, kUnsupported);
 }
 
 const EVP_MD* method(KcHashAlgo hash, KcHashAlgo otherwise = KcHashAlgo::None) {
@@ -50,7 +57,7 @@ void setScheme(EVP_PKEY_CTX* ctx, KeyScheme scheme, KcHashAlgo hash, const PssPa
     must(EVP_PKEY_CTX_set_rsa_padding(ctx, scheme == KeyScheme::Rsa ? RSA_PKCS1_PADDING : RSA_PKCS1_PSS_PADDING));
     must(EVP_PKEY_CTX_set_signature_md(ctx, method(hash)));
     if (scheme == KeyScheme::Rsa) return;
-    if (pss.saltLength < -1) must(0);
+    if (pss.saltLength < -1) throw CryptoError(CryptoFailure::BadParameter, kUnsupported);
     must(EVP_PKEY_CTX_set_rsa_pss_saltlen(ctx, pss.saltLength < 0 ? RSA_PSS_SALTLEN_DIGEST : pss.saltLength));
     must(EVP_PKEY_CTX_set_rsa_mgf1_md(ctx, method(pss.mgfHash, hash)));
 }
@@ -75,6 +82,17 @@ void setPrepared(EVP_PKEY_CTX* ctx, const PublicKey& key) {
     if (key.scheme() == KeyScheme::Rsa) must(EVP_PKEY_CTX_set_rsa_padding(ctx, RSA_PKCS1_PADDING));
 }
 
+/// The answer to a verification. A lack of memory must not pass for a forged signature. What makes one of RSA wrong is
+/// noted by libcrypto's RSA itself (only that a prepared input differs is not); where the functions around it alone
+/// complain, or nobody, they came to no answer. Of the other schemes, too, a lack is noted and a wrong signature not.
+bool isRight(const PublicKey& key, bool prepared, int answer) {
+    if (answer == 1) return true;
+    const ossl::Complaints noted = ossl::takeComplaints();
+    const bool judged = !isRsa(key.scheme()) || noted.ofRsa || (prepared && !noted.any);
+    if (noted.ofMemory || !judged) throw std::bad_alloc();
+    return false;
+}
+
 /// An answer and, when it is not 1, the end of libcrypto's object.
 int answered(const ossl::PrivatePkey& key, int answer) {
     if (answer != 1) key.distrust();
@@ -88,6 +106,8 @@ Bytes signatureOf(const ossl::PrivatePkey& key, EVP_PKEY_CTX* ctx, ByteView inpu
     RandomBridge::Scope scope(random);
     const int answer = answered(key, EVP_PKEY_sign(ctx, signature.data(), &length, input.data(), input.size()));
     ossl::finish(scope, answer, CryptoFailure::BadParameter, "the signature failed");
+    // What libcrypto calls success where it had no memory to encode what it signed: a length of -1.
+    if (length > signature.size()) throw std::bad_alloc();
     signature.resize(length);
     return signature;
 }
@@ -108,6 +128,30 @@ Bytes rightSignature(const ossl::PrivatePkey& key, ByteView input, RandomBridge&
     throw CryptoError(CryptoFailure::Internal, "the signature came out wrong");
 }
 
+/// What is under the padding (RFC 8017 5.1.2), judged by the public key as signatures are: another thread's failure may
+/// have spoilt the key. So it is not the padding that decides on a second attempt, whose time could be measured.
+SecretBytes rightBlock(const ossl::PrivatePkey& key, EVP_PKEY* publicKey, ByteView ciphertext, unsigned bits) {
+    const size_t length = (bits + 7) / 8;
+    const auto run = [&](EVP_PKEY_CTX* ctx, auto init, auto step, ByteView in) {
+        must(init(ctx));
+        must(EVP_PKEY_CTX_set_rsa_padding(ctx, RSA_NO_PADDING));
+        SecretBytes out(length);
+        size_t written = length;
+        const int answer = step(ctx, out.data(), &written, in.data(), in.size());
+        if (answered(key, answer) == 1) return out;
+        ossl::throwIfNoMemory();
+        throw CryptoError(CryptoFailure::BadData, "the ciphertext does not decrypt");
+    };
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        SecretBytes block = run(key.context().get(), EVP_PKEY_decrypt_init, EVP_PKEY_decrypt, ciphertext);
+        const SecretBytes again =
+            run(ossl::keyContext(publicKey).get(), EVP_PKEY_encrypt_init, EVP_PKEY_encrypt, block);
+        if (std::ranges::equal(ByteView(again).last(ciphertext.size()), ciphertext)) return block;
+        key.distrust();
+    }
+    throw CryptoError(CryptoFailure::Internal, "the decryption came out wrong");
+}
+
 void mustBeRsa(const PublicKey& key) {
     if (key.scheme() != KeyScheme::Rsa) throw CryptoError(CryptoFailure::BadParameter, "the key does not encrypt");
 }
@@ -121,10 +165,8 @@ bool PublicKey::verify(KeyScheme scheme, KcHashAlgo hash, ByteView digest, ByteV
     const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
     must(EVP_PKEY_verify_init(ctx.get()));
     setScheme(ctx.get(), scheme, hash, pss);
-    const bool right =
-        EVP_PKEY_verify(ctx.get(), signature.data(), signature.size(), digest.data(), digest.size()) == 1;
-    if (!right) ERR_clear_error();
-    return right;
+    return isRight(*this, false,
+                   EVP_PKEY_verify(ctx.get(), signature.data(), signature.size(), digest.data(), digest.size()));
 }
 
 size_t PublicKey::orderSize() const {
@@ -140,9 +182,8 @@ bool PublicKey::verifyPrepared(ByteView input, ByteView signature) const {
     const ossl::PkeyCtx ctx = ossl::keyContext(state_->pkey.get());
     must(EVP_PKEY_verify_init(ctx.get()));
     setPrepared(ctx.get(), *this);
-    const bool right = EVP_PKEY_verify(ctx.get(), signature.data(), signature.size(), input.data(), input.size()) == 1;
-    if (!right) ERR_clear_error();
-    return right;
+    return isRight(*this, true,
+                   EVP_PKEY_verify(ctx.get(), signature.data(), signature.size(), input.data(), input.size()));
 }
 
 Bytes PrivateKey::sign(KeyScheme scheme, KcHashAlgo hash, ByteView digest, RandomBridge& random,
@@ -175,15 +216,7 @@ Bytes PublicKey::encrypt(RsaPadding padding, ByteView plain, const OaepParams& o
 
 SecretBytes PrivateKey::decrypt(RsaPadding padding, ByteView ciphertext, const OaepParams& oaep) const {
     mustBeRsa(publicKey());
-    const ossl::PkeyCtx ctx = state_->pkey.context();
-    must(EVP_PKEY_decrypt_init(ctx.get()));
-    setPadding(ctx.get(), padding, oaep);
-    size_t length = (bits() + 7) / 8;
-    SecretBytes plain(length);
-    const int answer = EVP_PKEY_decrypt(ctx.get(), plain.data(), &length, ciphertext.data(), ciphertext.size());
-    ossl::must(answered(state_->pkey, answer), CryptoFailure::BadData, "the ciphertext does not decrypt");
-    plain.resize(length);
-    return plain;
+    return removePadding(padding, rightBlock(state_->pkey, publicKey().state_->pkey.get(), ciphertext, bits()), oaep);
 }
 
 }  // namespace crv

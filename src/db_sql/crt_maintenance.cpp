@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <span>
 
 #include "db/data_scan.h"
@@ -60,6 +61,27 @@ size_t dropWrong(CrtTableSet& tables, const StoredHashes& stored) {
             ++dropped;
         });
     }
+    return dropped;
+}
+
+/// Drops certificates that cannot be parsed and of which no SHA-1 is stored: nobody could find or delete them.
+size_t dropUnreadable(CrtTableSet& tables, const StoredHashes& stored, RecordNumbers& ids) {
+    RecordNumbers kept;
+    Bytes der;
+    CrtRecord record;
+    for (size_t at = 0; at < ids.size(); ++at) {
+        const int64_t id = ids.at(at);
+        const bool unreadable = stored.compare(id, {}) == StoredHashes::Answer::Unknown && tables.readCrt(id, der) &&
+                                !makeCrtRecord(der, record);
+        if (unreadable) {
+            check(tables[CrtTableSet::kCrt].dataFile().remove(id) == kDbOk);
+            tables.noteChange(CrtTableSet::kCrt);
+        } else {
+            kept.add(id);
+        }
+    }
+    const size_t dropped = ids.size() - kept.size();
+    ids = std::move(kept);
     return dropped;
 }
 
@@ -225,15 +247,19 @@ bool SideJudge::isWrong(const TableLayout& side, const DataScan& record) {
     });
 }
 
-size_t mendSideRecords(const std::string& directory, SideMend extent,
-                       const std::function<void(int percent)>& progress) {
+SideMended mendSideRecords(const std::string& directory, SideMend extent,
+                           const std::function<void(int percent)>& progress) {
     CrtTableSet tables(directory);
     RecordNumbers ids = openAll(tables);
+    SideMended mended;
     // After a crash those without a certificate are gone already.
     const bool everything = extent == SideMend::Everything;
-    if (everything) dropDangling(tables, directory);
     const StoredHashes stored = everything ? StoredHashes(directory) : StoredHashes();
-    const size_t dropped = everything ? dropWrong(tables, stored) : 0;
+    if (everything) {
+        mended.unreadable = dropUnreadable(tables, stored, ids);
+        dropDangling(tables, directory);
+        mended.wrong = dropWrong(tables, stored);
+    }
     std::vector<uint16_t> present(ids.size());
     const auto count = [&](size_t at) {
         if (present[at] < UINT16_MAX) ++present[at];
@@ -244,7 +270,7 @@ size_t mendSideRecords(const std::string& directory, SideMend extent,
         completeCrt(tables, ids.at(i), present[i], stored);
     }
     tables.finishChange(true);
-    return dropped;
+    return mended;
 }
 
 CrtStore::Removed compactCerts(const std::string& directory, DbLock& lock, const CrtStore::Expired& expired) {

@@ -17,10 +17,16 @@ enum class SideMend {
     Everything  ///< a repair: drops also those that their certificate does not have; a damaged one keeps what it has
 };
 
+/// What was dropped by a repair.
+struct SideMended {
+    size_t wrong = 0;       ///< side records that their certificate does not have
+    size_t unreadable = 0;  ///< certificates that cannot be parsed and of which no side record tells what they were
+};
+
 /// When each table is sound in itself: drops side records without a certificate and makes missing ones. The caller
-/// holds the exclusive lock. Answers how many wrong ones were dropped. Throws StoreError.
-size_t mendSideRecords(const std::string& directory, SideMend extent,
-                       const std::function<void(int percent)>& progress = nullptr);
+/// holds the exclusive lock. Throws StoreError.
+SideMended mendSideRecords(const std::string& directory, SideMend extent,
+                           const std::function<void(int percent)>& progress = nullptr);
 
 /// Compares a side record with its certificate.
 class SideJudge {

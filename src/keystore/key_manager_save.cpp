@@ -28,8 +28,8 @@ KeyManagerResult KeyManager::saveKey(const SecretText& password, int flags) {
     // A record that was not verified yet would be lost.
     if (!signedConfiguration_.empty()) return kKmConfigurationSignature;
     const bool newPassword = (flags & kSaveNewPassword) != 0;
-    if (stored_ && !newPassword && !stored_->opensWith(password)) return kKmWrongPassword;
     try {
+        if (stored_ && !newPassword && !stored_->opensWith(password)) return kKmWrongPassword;
         KeyStoreContents contents = currentContents();
         if (const KeyManagerResult merged = mergeWithDisk(newPassword ? nullptr : &password, contents); merged != kKmOk)
             return merged;

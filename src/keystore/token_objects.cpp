@@ -68,7 +68,8 @@ std::optional<PublicKey> publicHalf(const RawKey& key, const std::vector<RawKey>
     for (const RawCert& other : certificates) {
         try {
             if (!id.empty() && std::ranges::equal(other.id, id)) return other.certificate->keyInfo().publicKey();
-        } catch (const CryptoError&) {
+        } catch (const CryptoError& error) {
+            if (!error.isOfInput()) throw;
         }
     }
     return std::nullopt;

@@ -24,6 +24,7 @@ KeyManagerResult checkSelfSigned(const SignedCertificate& certificate) {
     try {
         return certificate.isSignedBy(certificate.keyInfo().publicKey()) ? kKmOk : kKmBadSignature;
     } catch (const CryptoError& error) {
+        if (!error.isOfInput()) throw;
         return error.failure() == CryptoFailure::Unsupported ? kKmAlgorithmNotSupported : kKmBadSignature;
     }
 }

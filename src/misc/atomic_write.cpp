@@ -34,6 +34,17 @@ WriteResult failed(WriteStep step) {
     return {step, errno};
 }
 
+/// In a folder where everybody may write, somebody else's link leads nowhere: it could be there to have a file of the
+/// writer's overwritten. The folder's owner, who could do anything there, is believed.
+bool mayFollow(const std::string& path, const struct stat& link) {
+    if (link.st_uid == ::geteuid()) return true;
+    struct stat folder {};
+    if (fileOps().stat(folderOf(path) + ".", &folder) != 0) return false;
+    if ((folder.st_mode & S_IWOTH) == 0 || folder.st_uid == link.st_uid) return true;
+    errno = EACCES;
+    return false;
+}
+
 /// Follows symbolic links by hand, so that a link whose target does not exist yet leads to the target's name.
 bool resolve(std::string& path) {
     for (int i = 0; i < kMaxLinks; ++i) {
@@ -41,7 +52,7 @@ bool resolve(std::string& path) {
         if (fileOps().lstat(path, &info) != 0) return errno == ENOENT;
         if (!S_ISLNK(info.st_mode)) return true;
         std::string target;
-        if (fileOps().readlink(path, target) != 0) return false;
+        if (!mayFollow(path, info) || fileOps().readlink(path, target) != 0) return false;
         path = !target.empty() && target[0] == '/' ? target : folderOf(path) + target;
     }
     errno = ELOOP;

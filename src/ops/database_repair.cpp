@@ -161,9 +161,13 @@ class Repair {
     /// Certificates whose side records are lost get them again.
     void completeCertificates() {
         try {
-            const size_t wrong = mendSideRecords(db_.directory(), SideMend::Everything);
-            if (wrong > 0)
-                say("references", std::to_string(wrong) + " records that their certificates do not have replaced");
+            const SideMended mended = mendSideRecords(db_.directory(), SideMend::Everything);
+            if (mended.wrong > 0)
+                say("references",
+                    std::to_string(mended.wrong) + " records that their certificates do not have replaced");
+            if (mended.unreadable > 0)
+                say("certific",
+                    std::to_string(mended.unreadable) + " certificates that can be neither read nor found deleted");
         } catch (const std::exception& e) {
             fail("references", std::string("side records not made: ") + e.what());
         }

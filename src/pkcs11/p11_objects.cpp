@@ -30,7 +30,8 @@ PublicKey ecKeyOfPoint(ByteView parameters, ByteView point) {
     if (wrapped.readExactly(point, ASN_FLAG_CONST)) {
         try {
             return ecKey(parameters, wrapped.value());
-        } catch (const CryptoError&) {
+        } catch (const CryptoError& error) {
+            if (!error.isOfInput()) throw;
         }
     }
     return ecKey(parameters, point);
@@ -92,7 +93,8 @@ std::optional<PublicKey> publicKeyOf(const P11Attributes& key) {
         if (all(CKA_EC_PARAMS, CKA_EC_POINT)) return ecKeyOfPoint(key.octets(CKA_EC_PARAMS), key.octets(CKA_EC_POINT));
         // It may be there with length 0.
         if (const ByteView info = key.octets(CKA_PUBLIC_KEY_INFO); !info.empty()) return PublicKey::fromSpki(info);
-    } catch (const CryptoError&) {
+    } catch (const CryptoError& error) {
+        if (!error.isOfInput()) throw;
     }
     return std::nullopt;
 }

@@ -199,11 +199,12 @@ PathFault faultOfExtensions(const Extensions& extensions, int code) {
 
 const std::shared_ptr<const PublicKey>& CertificateFacts::key() const {
     if (keyTried_) return key_;
-    keyTried_ = true;
     try {
         key_ = std::make_shared<PublicKey>(certificate->keyInfo().publicKey());
-    } catch (const CryptoError&) {  // unknown, malformed or without parameters: no key
+    } catch (const CryptoError& error) {  // unknown, malformed or without parameters: no key
+        if (!error.isOfInput()) throw;
     }
+    keyTried_ = true;
     return key_;
 }
 

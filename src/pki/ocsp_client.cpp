@@ -18,7 +18,8 @@ constexpr size_t kMostCertificates = 8;
 bool isSigned(const OcspBasicResponse& basic, const PublicKey& key) {
     try {
         return basic.isSignedBy(key);
-    } catch (const CryptoError&) {
+    } catch (const CryptoError& error) {
+        if (!error.isOfInput()) throw;
         return false;
     }
 }
@@ -26,7 +27,8 @@ bool isSigned(const OcspBasicResponse& basic, const PublicKey& key) {
 bool isIssued(const SignedCertificate& certificate, const PublicKey& key) {
     try {
         return certificate.isSignedBy(key);
-    } catch (const CryptoError&) {
+    } catch (const CryptoError& error) {
+        if (!error.isOfInput()) throw;
         return false;
     }
 }

@@ -28,7 +28,8 @@ std::shared_ptr<const PublicKey> inheritingKey(const SubjectPublicKeyInfo& info,
     }
     try {
         return std::make_shared<PublicKey>(whole.publicKey());
-    } catch (const CryptoError&) {
+    } catch (const CryptoError& error) {
+        if (!error.isOfInput()) throw;
         return nullptr;
     }
 }
@@ -120,7 +121,8 @@ PathFault signatureFault(CertificateCache& cache, WorkBudget& budget, const Fact
     PathFault fault;
     try {
         if (!signedOf(object).isSignedBy(*key.key)) fault = broken("6.1.3 (a)(1)", "signature", ECRV_CRTSIGN);
-    } catch (const CryptoError&) {
+    } catch (const CryptoError& error) {
+        if (!error.isOfInput()) throw;
         fault = broken("6.1.3 (a)(1)", "signature algorithm", ECRV_CRTALG);
     }
     if (fault) return budget.wrong[{object.digest, key.digest}] = fault;

@@ -14,7 +14,8 @@ namespace {
 SignatureCheck checkToken(const SignedData& data, const SignedCertificate& signer) {
     try {
         return data.verify(signer.keyInfo().publicKey());
-    } catch (const CryptoError&) {
+    } catch (const CryptoError& error) {
+        if (!error.isOfInput()) throw;
         return SignatureCheck::Unsupported;
     }
 }

@@ -8,6 +8,9 @@
 #include <thread>
 
 #include "api/file_profile.h"
+#include "crypto/cipher.h"
+#include "crypto/pbe.h"
+#include "crypto/sign_algo_map.h"
 #include "misc/file_semaphore.h"
 #include "ops/installation.h"
 #include "support/cert_maker.h"
@@ -72,6 +75,7 @@ class SlowAllocation : public FileProfile {
                 ASSERT_TRUE(failed || code < 20)
                     << name << ' ' << n << ": " << code << (ctx_ ? crvErrorTextAPI(ctx_, code) : "");
                 ASSERT_GE(code, 0) << name << ' ' << n;
+                ASSERT_TRUE(code < 20 || code == ECRV_MEM || code == ECRV_DB) << name << ' ' << n << ": " << code;
                 ERR_clear_error();
                 ASSERT_TRUE(lockIsFree()) << name << ' ' << n;
             }
@@ -233,6 +237,71 @@ TEST_F(SlowAllocation, FailsWithAnAnswerInEveryCallThatWritesOrEnciphers) {
     sweep(
         "generate key", [&] { return crvGenerateKeyAPI(ctx_, &plan); }, deleteKeys, kLarge);
     ASSERT_EQ(crvDeinitExAPI(ctx_), 0);
+}
+
+struct Judgement {
+    std::string name;
+    std::function<bool()> isRight;
+};
+
+/// What is found out of one key, each as an answer that must be true.
+void addJudgements(const PrivateKey& key, KeyScheme scheme, std::vector<Judgement>& all) {
+    RandomBridge random(systemRandom);
+    const auto hash = KcHashAlgo::Sha256;
+    const Bytes digest = hashOf(hash, asBytes("abc")), other = hashOf(hash, asBytes("abd"));
+    const Bytes signature = key.sign(scheme, hash, digest, random);
+    const PublicKey& half = key.publicKey();
+    const std::string name = signAlgoName(scheme, KcHashAlgo::None);
+    all.push_back({name + " right", [=] { return half.verify(scheme, hash, digest, signature); }});
+    all.push_back({name + " wrong", [=] { return !half.verify(scheme, hash, other, signature); }});
+    all.push_back({name + " signs", [=] {
+                       RandomBridge own(systemRandom);
+                       const Bytes fresh = key.sign(scheme, hash, digest, own);
+                       return fresh.size() <= signature.size() + 4 && half.verify(scheme, hash, digest, fresh);
+                   }});
+    all.push_back({name + " parsed", [=] { return PrivateKey::fromPkcs8(key.toPkcs8()).keyId() == key.keyId(); }});
+    all.push_back({name + " equal", [=] { return PublicKey::fromSpki(half.toSpki()) == half; }});
+    if (scheme == KeyScheme::Ecdsa) all.push_back({name + " agrees", [=] { return key.agree(half).size() == 32; }});
+    for (const RsaPadding padding : {RsaPadding::Pkcs1, RsaPadding::Oaep}) {
+        if (scheme != KeyScheme::Rsa) break;
+        const Bytes sealed = half.encrypt(padding, digest);
+        all.push_back({name + " opens", [=] { return toBytes(key.decrypt(padding, sealed)) == digest; }});
+    }
+}
+
+// A lack of memory is no wrong signature, no bad key and no wrong password.
+TEST(Allocation, NoVerdictIsMadeOfALackOfMemory) {
+    RandomBridge random(systemRandom);
+    std::vector<Judgement> all;
+    const PrivateKey rsa = PrivateKey::generateRsa(1024, 65537, random);
+    addJudgements(rsa, KeyScheme::Rsa, all);
+    addJudgements(rsa, KeyScheme::RsaPss, all);
+    addJudgements(PrivateKey::generateEc(static_cast<StdECId>(NID_X9_62_prime256v1), false, random), KeyScheme::Ecdsa,
+                  all);
+    all.push_back({"derivation", [] {
+                       return deriveKey(Pbkdf2Params{PrfAlgo::Sha256, Bytes(8), 2}, {}, 9).size() == 9;
+                   }});
+    const Bytes key(16), plain(20), sealed = encipher(CipherAlgo::Aes128Cbc, key, key, plain);
+    all.push_back({"cipher", [&] { return toBytes(decipher(CipherAlgo::Aes128Cbc, key, key, sealed)) == plain; }});
+    for (const Judgement& one : all) {
+        for (const int forEver : {0, 1}) {
+            bool failed = true;
+            for (long n = 1; failed; ++n) {
+                bool right = true;
+                std::string why = "wrong";
+                failAllocation(n, forEver);
+                try {
+                    right = one.isRight();
+                } catch (const std::bad_alloc&) {
+                } catch (const CryptoError& error) {
+                    right = false;
+                    why = error.what();
+                }
+                failed = allocationFailed() != 0;
+                EXPECT_TRUE(right) << one.name << ' ' << n << ' ' << forEver << ": " << why;
+            }
+        }
+    }
 }
 
 }  // namespace

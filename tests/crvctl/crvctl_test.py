@@ -263,6 +263,20 @@ class Stores(Case):
         for file in pathlib.Path(".").rglob("*"):
             if file.is_file() and file.name != "password":
                 self.assertNotIn(self.secret, file.read_bytes(), file)
+        # A process that waits for its password: what belongs to root in /proc is not its user's to look at.
+        program = pathlib.Path(shutil.copy(CRVCTL, self.home))
+        root = os.geteuid() == 0
+        for path in (pathlib.Path(self.home), *pathlib.Path(self.home).rglob("*")) if root else ():
+            os.chown(path, 4321, 4321)
+        waiting = subprocess.Popen([program, "store", "check", "--password-fd", "0"], env=self.env, stdin=subprocess.PIPE,
+                                   **({"user": 4321, "group": 4321, "extra_groups": []} if root else {}))
+        proc = pathlib.Path(f"/proc/{waiting.pid}")
+        while not re.search(r"Max core file size +0 +0 ", (proc / "limits").read_text()) and waiting.poll() is None:
+            time.sleep(0.01)
+        time.sleep(0.1)
+        self.assertTrue((proc / "mem").stat().st_uid == 0 or b"__asan_init" in program.read_bytes())
+        waiting.communicate(self.secret, timeout=60)
+        self.assertEqual(waiting.returncode, 0)
 
     def test_reading_leaves_every_octet_and_answers_alike_in_every_locale(self):
         verify = ("cert", "verify", "--role", "sign", "--at", "2027-01-01", "--revocation", "none")

@@ -116,7 +116,7 @@ TEST_F(AtomicWrite, AKeyFileOfAGroupStaysItsOwnersForEveryMember) {
     writeFile(path, "the owner's");
     ASSERT_EQ(::chown(path.c_str(), kOwner, kGroup) | ::chown(dir.path().c_str(), kOwner, kGroup), 0);
     fs::permissions(path, fs::perms(0660));
-    fs::permissions(dir.path(), fs::perms(02770));
+    fs::permissions(dir.path(), static_cast<fs::perms>(02770));
     for (const auto& [room, content] : {std::pair{int64_t{3}, "the owner's"}, {int64_t{9999}, "by a member"}}) {
         EXPECT_EQ(asMember(room), room > 3);
         EXPECT_EQ(readFile(path), content);
@@ -139,6 +139,14 @@ TEST_F(AtomicWrite, FollowsLinksAndWritesPipesDirectly) {
     EXPECT_TRUE(writeFileAtomically(dir.file("link2"), asBytes("second")));
     EXPECT_TRUE(fs::is_symlink(dir.file("link2")) && fs::is_symlink(dir.file("link")));
     EXPECT_EQ(readFile(dir.file("sub/target")), "second");
+    constexpr uid_t kStranger = 4321;
+    if (::lchown(dir.file("link2").c_str(), kStranger, kStranger) == 0) {  // only by root
+        EXPECT_TRUE(writeFileAtomically(dir.file("link2"), asBytes("third")));
+        fs::permissions(dir.path(), static_cast<fs::perms>(01777));
+        EXPECT_EQ(writeFileAtomically(dir.file("link2"), {}).error, EACCES) << "where everybody may put links";
+        EXPECT_EQ(readFile(dir.file("sub/target")), "third");
+        fs::permissions(dir.path(), static_cast<fs::perms>(0700));
+    }
     fs::create_symlink("loop", dir.file("loop"));
     EXPECT_EQ(writeFileAtomically(dir.file("loop"), {}).error, ELOOP);
 

@@ -28,6 +28,7 @@ struct FailureRow {
 constexpr FailureRow kFailures[] = {
     {CryptoFailure::Unsupported, PfxResult::Unsupported},
     {CryptoFailure::Cancelled, PfxResult::Cancelled},
+    {CryptoFailure::Internal, PfxResult::NoMemory},
 };
 
 /// Runs an operation and turns what it throws into results.
