@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <memory>
 #include <optional>
-#include <utility>
 #include <span>
+#include <utility>
 
 #include "db/data_scan.h"
 #include "db/record_numbers.h"
