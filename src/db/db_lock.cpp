@@ -79,9 +79,15 @@ bool DbLock::writeMark(const State& state) const {
     return octets.size() <= kMarkSize + kMaxNames && writeAll(semaphore_.descriptor(), octets.data(), octets.size(), 0);
 }
 
+/// A mark that comes back after a power cut costs a mending. But "swapping" would make the files of the next swap count
+/// before they are whole.
+bool DbLock::clearMark(DbMark mark) {
+    return writeMark({}) && (mark != DbMark::Swapping || !sync_ || fileOps().fsync(semaphore_.descriptor()) == 0);
+}
+
 bool DbLock::mend(const State& state) {
     logLine(LogLevel::Warning, std::string("database left while ") + nameOf(state.mark) + ", mending: " + path());
-    const bool mended = mender_ && mender_(state.mark, state.names) && writeMark({});
+    const bool mended = mender_ && mender_(state.mark, state.names) && clearMark(state.mark);
     logLine(mended ? LogLevel::Warning : LogLevel::Error, (mended ? "mended: " : "not mended: ") + path());
     return mended;
 }
@@ -142,7 +148,7 @@ DbLock::Result DbLock::acquireIfSound() {
 
 void DbLock::release() {
     if (depth_ == 0 || --depth_ > 0) return;
-    if (mark_ != DbMark::None && !spoilt_ && !writeMark({})) {
+    if (mark_ != DbMark::None && !spoilt_ && !clearMark(mark_)) {
         logLine(LogLevel::Error, "mark not cleared: " + path());
     }
     mark_ = DbMark::None;

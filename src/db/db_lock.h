@@ -75,6 +75,7 @@ class DbLock {
     };
     [[nodiscard]] State readMark() const;
     [[nodiscard]] bool writeMark(const State& state) const;
+    [[nodiscard]] bool clearMark(DbMark mark);
     [[nodiscard]] bool mend(const State& state);
 
     FileSemaphore semaphore_;

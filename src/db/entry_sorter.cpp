@@ -27,7 +27,13 @@ size_t sharedOctets(std::string_view a, std::string_view b) {
 }  // namespace
 
 bool RunFile::begin() {
-    return isOpen() || (create(wanted_, kRunMode) && fileOps().unlink(wanted_) == 0);
+    if (isOpen()) return true;
+    fileOps().unlink(wanted_);  // the rest of another time, or a link of somebody else's
+    if (!create(wanted_, kRunMode, O_EXCL | O_NOFOLLOW)) return false;
+    if (fileOps().unlink(wanted_) == 0) return true;
+    close();
+    setStatus(FileStatus::IoFailure);
+    return false;
 }
 
 // --- a run ---

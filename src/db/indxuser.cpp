@@ -418,7 +418,10 @@ void IndexFile::forgetChanges() {
 /// Whether the selected index can be looked at.
 bool IndexFile::ready() {
     if (!isOpen()) return setStatus(FileStatus::NotOpen), false;
-    return catchUp(current_);
+    if (!halfWritten_) return catchUp(current_);
+    // What was lost would be missed without a word.
+    if (status() == FileStatus::Ok) static_cast<void>(bad());
+    return false;
 }
 
 /// Puts the cursor on the first or last entry of a leaf.

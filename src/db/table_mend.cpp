@@ -45,13 +45,14 @@ class IndexMaker {
     explicit IndexMaker(std::string name, MendExtent extent = MendExtent::AfterCrash, TableKnowledge knowledge = {})
         : name_(std::move(name)), extent_(extent), knowledge_(std::move(knowledge)) {}
 
-    [[nodiscard]] bool run() {
+    /// memory: of the sorting, see IndexBuilder.
+    [[nodiscard]] bool run(size_t memory = IndexBuilder::kMemory) {
         const std::string indexPath = rebuildName(name_) + kIndexExtension;
         if (data_.open(name_ + kDataExtension) != kDbOk) return false;
         if (index_.create(indexPath, data_.numIndexes(), data_.descs(), false) != kDbOk) return false;
         if (index_.open(indexPath) != kDbOk) return false;
         keepRights(name_, kIndexExtension);
-        IndexBuilder builder(index_);
+        IndexBuilder builder(index_, memory);
         for (bool more = true; more;) {
             DataScan scan(data_, from_);
             if (!walk(scan, builder, more)) return false;
@@ -241,10 +242,11 @@ bool mendTable(const std::string& name) {
     IndexMaker maker(name);
     bool made = maker.run();
     if (!made && maker.noRoom()) {
-        // The mark is set, so nobody believes the old index any more, and the data file has all that is in it.
+        // The mark is set, so nobody believes the old index any more, and the data file has all that is in it. Its room
+        // is enough for the new one, not for what is sorted beside it.
         discardRebuilt(name);
         fileOps().unlink(name + kIndexExtension);
-        made = IndexMaker(name).run();
+        made = IndexMaker(name).run(SIZE_MAX);
     }
     if (!made) discardRebuilt(name);
     return made && swapRebuilt(name);

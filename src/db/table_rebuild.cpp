@@ -50,6 +50,7 @@ TableRebuild::~TableRebuild() {
 bool TableRebuild::begin() {
     if (old_.open(name_ + kDataExtension) != kDbOk) return false;
     const std::string fresh = rebuildName(name_);
+    discardRebuilt(name_);
     if (DataBase().create(fresh, old_.numIndexes(), old_.descs(), false) != kDbOk) return false;
     for (const char* extension : kExtensions) keepRights(name_, extension);
     if (data_.open(fresh + kDataExtension) != kDbOk || index_.open(fresh + kIndexExtension) != kDbOk) return false;
@@ -93,6 +94,10 @@ bool TableRebuild::finish() {
     return complete;
 }
 
+bool TableRebuild::syncNames() const {
+    return !sync_ || syncFolder(folderOf(name_));
+}
+
 bool TableRebuild::swap() {
     return keep_ && swapRebuilt(name_, sync_);
 }
@@ -102,7 +107,7 @@ DbAnswer rebuildTable(DataBase& table, const std::string& name) {
     DbLock* lock = table.lock();
     if (name.empty() || name.size() > DataBase::kMaxName || (lock && !lock->beginChange())) return kDbError;
     TableRebuild copy(name, !lock || lock->syncs());
-    if (!copy.begin() || !copy.copyAll() || !copy.finish()) return kDbError;
+    if (!copy.begin() || !copy.copyAll() || !copy.finish() || !copy.syncNames()) return kDbError;
     if (lock && !lock->setMark(DbMark::Swapping, {name.substr(name.rfind('/') + 1)})) return kDbError;
     copy.keep();
     if (copy.swap()) return kDbOk;

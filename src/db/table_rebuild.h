@@ -50,6 +50,9 @@ class TableRebuild {
     [[nodiscard]] int64_t add(std::span<const std::string_view> keys, ByteView body);
     /// Makes the indexes and writes everything down: from now on the new files are complete.
     [[nodiscard]] bool finish();
+    /// The new files' names are on the disk, too, when syncing is wanted. Before the mark tells of them: a name that is
+    /// missing then counts as swapped in.
+    [[nodiscard]] bool syncNames() const;
     /// The mark tells of the new files: from now on they stay until they are swapped in.
     void keep() { keep_ = true; }
     [[nodiscard]] bool swap();

@@ -9,12 +9,12 @@ bool File::fail(FileStatus status) {
     return false;
 }
 
-bool File::create(const std::string& path, mode_t mode) {
+bool File::create(const std::string& path, mode_t mode, int how) {
     close();
-    fd_.reset(fileOps().open(path, O_RDWR | O_CREAT | O_TRUNC, mode));
+    path_ = path;
+    fd_.reset(fileOps().open(path, O_RDWR | O_CREAT | how, mode));
     struct stat info {};
     if (!fd_.valid() || fileOps().fstat(fd_.get(), &info) != 0) return close(), fail(FileStatus::IoFailure);
-    path_ = path;
     id_ = FileId::of(info);
     length_ = info.st_size;
     inUse_ = writable_ = true;

@@ -23,8 +23,9 @@ class File {
     File(const File&) = delete;
     File& operator=(const File&) = delete;
 
-    /// Makes an empty file, over an existing one too, and opens it for reading and writing.
-    [[nodiscard]] bool create(const std::string& path, mode_t mode = 0666);
+    /// Makes an empty file, over an existing one too unless open() is to be told otherwise (`how`), and opens it for
+    /// reading and writing.
+    [[nodiscard]] bool create(const std::string& path, mode_t mode = 0666, int how = O_TRUNC);
     /// Opens an existing file for reading and writing; only for reading when writing is not permitted.
     [[nodiscard]] bool open(const std::string& path);
     void park();

@@ -11,6 +11,7 @@
 #include "db_sql/crt_keys.h"
 #include "db_sql/crt_maintenance.h"
 #include "db_sql/crt_table_set.h"
+#include "misc/atomic_write.h"
 #include "misc/file_ops.h"
 #include "misc/whole_file.h"
 #include "ops/op_error.h"
@@ -67,7 +68,8 @@ class Repair {
             if (layout == &netCertTimeTb && !fileExists(db_.pathOf(layout->file) + kDataExtension)) continue;
             if (remake(*layout, stored)) remade.emplace_back(layout->file);
         }
-        if (!db_.lock().setMark(DbMark::Swapping, remade)) return fail(kLockFileName, "cannot be written");
+        if (!syncFolder(db_.directory()) || !db_.lock().setMark(DbMark::Swapping, remade))
+            return fail(kLockFileName, "cannot be written");
         for (const std::string& name : remade) {
             keepOldData(db_.pathOf(name));
             if (!swapRebuilt(db_.pathOf(name))) return fail(name, "new files cannot be put in place");

@@ -163,7 +163,9 @@ void livesShortly(const std::string& path, const Tale& told, std::vector<Bytes>&
     const Bytes crl = makeCrl({}, issuer);
     if (base.manager.insertCrl(crl, true) != CrlInsert::Stored) return;
     crls.push_back(crl);
-    if (base.remove(told, 2) && base.compact() && base.manager.setNetCertTime("ldap")) base.insert(told, 6);
+    // The second compaction's files are not those that the first one's mark told of.
+    const bool compacted = base.remove(told, 2) && base.compact() && base.compact();
+    if (compacted && base.manager.setNetCertTime("ldap")) base.insert(told, 6);
 }
 
 TEST_F(SlowCrtCrash, APowerCutAtAnyPointLosesNothingThatWasReported) {
