@@ -164,12 +164,11 @@ class Repair {
     void completeCertificates() {
         try {
             const SideMended mended = mendSideRecords(db_.directory(), SideMend::Everything);
-            if (mended.wrong > 0)
-                say("references",
-                    std::to_string(mended.wrong) + " records that their certificates do not have replaced");
-            if (mended.unreadable > 0)
-                say("certific",
-                    std::to_string(mended.unreadable) + " certificates that can be neither read nor found deleted");
+            const auto tell = [&](size_t count, const char* where, const char* what) {
+                if (count > 0) say(where, std::to_string(count) + what);
+            };
+            tell(mended.wrong, "references", " records that their certificates do not have replaced");
+            tell(mended.unreadable, "certific", " certificates that can be neither read nor found deleted");
         } catch (const std::exception& e) {
             fail("references", std::string("side records not made: ") + e.what());
         }
