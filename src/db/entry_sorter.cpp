@@ -102,8 +102,8 @@ bool EntrySorter::add(std::string_view key, int64_t recNo) {
     return true;
 }
 
-/// Everything before `depth` is equal, and the parts are those at `depth`. Looking at eight octets at a time keeps the
-/// comparisons away from the keys themselves. Keys that count records come in order already.
+/// The keys are equal before `depth`; each entry holds its eight octets from there on, which keeps the comparisons away
+/// from the keys themselves. Keys that count records come in order already.
 void EntrySorter::sortFrom(std::span<Entry> entries, size_t depth) {
     if (!std::ranges::is_sorted(entries, {}, &Entry::part)) std::ranges::sort(entries, {}, &Entry::part);
     for (size_t start = 0, end = 0; start < entries.size(); start = end) {
