@@ -50,10 +50,7 @@ Pkey KeyParts::build(const char* type, bool withPrivate) {
     const int answer =
         EVP_PKEY_fromdata(ctx.get(), &key, withPrivate ? EVP_PKEY_KEYPAIR : EVP_PKEY_PUBLIC_KEY, params_.data());
     Pkey owned(key);
-    if (answer != 1) {
-        throwIfNoMemory();
-        throw CryptoError(CryptoFailure::BadKey, "the numbers are no key");
-    }
+    mustTake(answer, CryptoFailure::BadKey, "the numbers are no key");
     return owned;
 }
 

@@ -69,6 +69,12 @@ void throwIfNoMemory() {
     if (noted.ofMemory || !noted.any) throw std::bad_alloc();
 }
 
+void mustTake(int answer, CryptoFailure failure, const char* text) {
+    if (answer == 1) return;
+    throwIfNoMemory();
+    throw CryptoError(failure, text);
+}
+
 Group groupOf(int curve) {
     return Group(made(EC_GROUP_new_by_curve_name_ex(context(), nullptr, curve), CryptoFailure::Internal,
                       "no memory for an elliptic curve"));

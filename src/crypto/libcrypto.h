@@ -73,6 +73,9 @@ Ptr made(Ptr object, CryptoFailure failure, const char* text) {
 /// lack of memory must not pass for something that libcrypto does not have.
 void throwIfNoMemory();
 
+/// must() for a call that refuses an input with a note, and notes nothing where memory ran out.
+void mustTake(int answer, CryptoFailure failure, const char* text);
+
 /// The group of a curve; never null.
 Group groupOf(int curve);
 

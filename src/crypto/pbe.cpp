@@ -110,9 +110,8 @@ class Hmac {
             OSSL_PARAM_construct_end()};
         // A null pointer would mean the key before, of which there is none.
         static constexpr uint8_t kNoKey[1] = {};
-        if (EVP_MAC_init(ctx_.get(), key.empty() ? kNoKey : key.data(), key.size(), params) == 1) return;
-        ossl::throwIfNoMemory();
-        throw CryptoError(CryptoFailure::Unsupported, "libcrypto lacks this HMAC");
+        ossl::mustTake(EVP_MAC_init(ctx_.get(), key.empty() ? kNoKey : key.data(), key.size(), params),
+                       CryptoFailure::Unsupported, "libcrypto lacks this HMAC");
     }
 
     [[nodiscard]] size_t length() const { return EVP_MAC_CTX_get_mac_size(ctx_.get()); }

@@ -40,9 +40,7 @@ void checkRestriction(const std::optional<PssRestriction>& allowed, KcHashAlgo h
 constexpr const char* kUnsupported = "signature or encryption parameters are not supported";
 
 void must(int answer) {
-    if (answer == 1) return;
-    ossl::throwIfNoMemory();
-    throw CryptoError(CryptoFailure::BadParameter, kUnsupported);
+    ossl::mustTake(answer, CryptoFailure::BadParameter, kUnsupported);
 }
 
 const EVP_MD* method(KcHashAlgo hash, KcHashAlgo otherwise = KcHashAlgo::None) {
