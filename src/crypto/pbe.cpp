@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "crypto/hash_chain.h"
 #include "crypto/libcrypto.h"
 #include "misc/byte_order.h"
 #include "misc/utf8.h"
@@ -16,10 +17,11 @@ void mustBeSensible(uint64_t iterations, size_t length) {
     if (length == 0 || length > 1024) throw CryptoError(CryptoFailure::BadParameter, "derived length out of range");
 }
 
-/// After every so many rounds, about 10 ms, somebody may stop the derivation.
-void askAfter(uint64_t rounds, const PbeProgress& progress) {
-    constexpr uint64_t kRounds = 1 << 14;
-    if (progress && rounds % kRounds == 0 && !progress()) throw CryptoError(CryptoFailure::Cancelled, "stopped");
+/// After so many rounds, milliseconds at most, somebody may stop the derivation.
+constexpr uint64_t kRoundsBetweenQuestions = 1 << 14;
+
+void ask(const PbeProgress& progress) {
+    if (progress && !progress()) throw CryptoError(CryptoFailure::Cancelled, "stopped");
 }
 
 SecretBytes runKdf(const char* name, const OSSL_PARAM* params, size_t length) {
@@ -145,7 +147,7 @@ SecretBytes derive(const Pbkdf2Params& how, ByteView password, size_t length, co
             prf.update(link);
             prf.final(link);
             for (size_t k = 0; k < sum.size(); ++k) sum[k] ^= link[k];
-            askAfter(i, progress);
+            if (i % kRoundsBetweenQuestions == 0) ask(progress);
         }
         out.insert(out.end(), sum.begin(), sum.end());
     }
@@ -210,10 +212,11 @@ SecretBytes pkcs12Derive(KcHashAlgo hash, Pkcs12KeyId id, ByteView utf16Password
         running.update(purpose);
         running.update(input);
         running.final(digest);
-        for (uint64_t i = 1; i < iterations; ++i) {
-            running.update(digest);
-            running.final(digest);
-            askAfter(i, progress);
+        for (uint64_t left = iterations - 1; left > 0;) {
+            const uint64_t rounds = std::min(left, kRoundsBetweenQuestions);
+            hashAgain(hash, digest, rounds);
+            left -= rounds;
+            if (left > 0) ask(progress);
         }
         out.insert(out.end(), digest.begin(), digest.end());
         if (out.size() >= length) break;
