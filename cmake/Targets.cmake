@@ -50,6 +50,7 @@ function(crv_fuzz name)
   add_executable(fuzz_${name} ${name}.cpp)
   target_link_libraries(fuzz_${name} PRIVATE ${ARG_LINK} crv_options)
   target_link_options(fuzz_${name} PRIVATE -fsanitize=fuzzer)
+  add_dependencies(fuzzers fuzz_${name})
 endfunction()
 
 # crv_bench(<name> LINK libraries...): Google Benchmark program bench_<name> of <name>.cpp.
