@@ -4,9 +4,12 @@
 #include <uninorm.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "misc/ascii.h"
 #include "misc/utf8.h"
@@ -63,7 +66,46 @@ std::string folded(std::string_view utf8) {
         u8_casefold(reinterpret_cast<const uint8_t*>(utf8.data()), utf8.size(), nullptr, UNINORM_NFKC, nullptr,
                     &length),
         std::free);
+    if (!text && errno == ENOMEM) throw std::bad_alloc();
     return text ? std::string(reinterpret_cast<const char*>(text.get()), length) : std::string(utf8);
+}
+
+/// The characters of two octets whose first one is C2 to C9: U+0080 to U+027F.
+constexpr uint8_t kFirstLead = 0xC2, kLastLead = 0xC9;
+constexpr size_t kTrails = 64;
+using LatinLetters = std::array<std::string, (kLastLead - kFirstLead + 1) * kTrails>;
+
+/// What becomes of each of them wherever it stands; empty where that is nothing, or depends on what is beside it: only
+/// characters from U+0300 on, whose first octet is CC or above, combine with those before them.
+LatinLetters foldLatinLetters() {
+    LatinLetters letters;
+    for (size_t i = 0; i < letters.size(); ++i) {
+        const char letter[] = {static_cast<char>(kFirstLead + i / kTrails), static_cast<char>(0x80 + i % kTrails)};
+        const std::string alone = folded(mapped({letter, sizeof letter}));
+        const bool stands = std::ranges::all_of(alone, [](char c) { return static_cast<uint8_t>(c) < 0xCC; });
+        if (stands) letters[i] = alone;
+    }
+    return letters;
+}
+
+/// False where the text has to be folded as a whole.
+bool foldLatin(std::string_view utf8, std::string& out) {
+    static const LatinLetters letters = foldLatinLetters();
+    out.reserve(utf8.size());
+    for (size_t i = 0; i < utf8.size(); ++i) {
+        if (isPlain(utf8[i])) {
+            out += utf8[i];
+            continue;
+        }
+        const auto lead = static_cast<uint8_t>(utf8[i]);
+        if (lead < kFirstLead || lead > kLastLead || ++i == utf8.size()) return false;
+        const auto trail = static_cast<size_t>(static_cast<uint8_t>(utf8[i])) - 0x80;
+        if (trail >= kTrails) return false;
+        const std::string& letter = letters[(lead - kFirstLead) * kTrails + trail];
+        if (letter.empty()) return false;
+        out += letter;
+    }
+    return true;
 }
 
 }  // namespace
@@ -80,7 +122,9 @@ std::string preparedAsciiText(std::string_view text) {
 }
 
 std::string preparedText(std::string_view utf8) {
-    return std::ranges::all_of(utf8, isPlain) ? preparedAsciiText(utf8) : preparedAsciiText(folded(mapped(utf8)));
+    if (std::ranges::all_of(utf8, isPlain)) return preparedAsciiText(utf8);
+    std::string text;
+    return preparedAsciiText(foldLatin(utf8, text) ? text : folded(mapped(utf8)));
 }
 
 }  // namespace crv
