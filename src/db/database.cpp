@@ -192,11 +192,9 @@ DbAnswer DataBase::skip(int n) {
     return answer;
 }
 
-DbAnswer DataBase::seek(std::string_view key) {
-    error_ = Error::None;
-    if (!isOpen()) return settle();
+/// Where a search of the index ended, goes on to the first live record.
+DbAnswer DataBase::fromFound(DbAnswer answer, std::string_view key) {
     steps_ = 0;
-    DbAnswer answer = index_.seek(key);
     if (answer == kDbError) return fail(Error::Index);
     if (answer != kDbNoRecord) {
         int64_t passed = 0;
@@ -209,6 +207,21 @@ DbAnswer DataBase::seek(std::string_view key) {
     int64_t recNo = 0;
     if (index_.data(found, recNo) != kDbOk) return fail(Error::Index);
     return found == keyText(key) ? kDbOk : kDbGreater;
+}
+
+DbAnswer DataBase::seek(std::string_view key) {
+    error_ = Error::None;
+    return isOpen() ? fromFound(index_.seek(key), key) : settle();
+}
+
+DbAnswer DataBase::seekEqual(std::string_view key) {
+    error_ = Error::None;
+    if (!isOpen()) return settle();
+    DbAnswer answer = index_.seek(key);
+    if (answer == kDbOk || answer == kDbError) answer = fromFound(answer, key);
+    if (answer == kDbOk || answer == kDbError) return answer;
+    places_[index_.selected()] = Place::None;
+    return kDbNoRecord;
 }
 
 DbAnswer DataBase::data(TableRecord& record) {

@@ -59,6 +59,9 @@ class DataBase {
     /// First live record whose key is not below: dbOk when equal, dbGreater otherwise, dbNoRecord with the cursor
     /// on the last live record when there is none.
     [[nodiscard]] DbAnswer seek(std::string_view key);
+    /// First live record with the key; dbNoRecord, with the cursor on none, when there is none. The records of other
+    /// keys are not read.
+    [[nodiscard]] DbAnswer seekEqual(std::string_view key);
     /// The record at the cursor.
     [[nodiscard]] DbAnswer data(TableRecord& record);
     /// Number of the record at the cursor.
@@ -88,6 +91,7 @@ class DataBase {
     [[nodiscard]] DbAnswer currentLive(int64_t& recNo);
     /// Steps until a live record; dbNoRecord at the end. passed counts the deleted ones.
     [[nodiscard]] DbAnswer toLive(int direction, int64_t& passed);
+    [[nodiscard]] DbAnswer fromFound(DbAnswer answer, std::string_view key);
     [[nodiscard]] DbAnswer fromEnd(DbAnswer answer, int direction);
     [[nodiscard]] bool beginChange();
 

@@ -49,15 +49,14 @@ bool CrtDb::insert(const SignedCertificate& certificate, InsertResult* result) {
     return manager_->insertCert(record, result);
 }
 
-bool CrtDb::insertBatch(std::vector<CrtRecord>& batch, size_t first, const Progress& progress, const Refused& refused,
-                        ImportProgress& done, bool& stopped) {
+bool CrtDb::insertBatch(std::span<const CrtRecord> batch, size_t first, const Progress& progress,
+                        const Refused& refused, ImportProgress& done, bool& stopped) {
     for (size_t at = 0; at < batch.size() && !stopped;) {
         const auto end = std::chrono::steady_clock::now() + kSliceTime;
         std::vector<InsertOutcome> outcomes;
         size_t handled = 0;
-        const std::span<const CrtRecord> rest(batch.begin() + static_cast<std::ptrdiff_t>(at), batch.end());
         if (!manager_->insertCerts(
-                rest, [&] { return std::chrono::steady_clock::now() >= end; }, outcomes, handled)) {
+                batch.subspan(at), [&] { return std::chrono::steady_clock::now() >= end; }, outcomes, handled)) {
             return false;
         }
         for (size_t i = 0; i < handled; ++i) {
@@ -75,7 +74,7 @@ bool CrtDb::insertMany(const Source& next, const Progress& progress, const Refus
     CrtRecordsAhead ahead(next);
     bool stopped = false;
     do {
-        std::vector<CrtRecord> batch = ahead.next();
+        const std::span<const CrtRecord> batch = ahead.next();
         if (batch.empty()) break;
         if (!insertBatch(batch, done.handled(), progress, refused, done, stopped)) return false;
     } while (!stopped);

@@ -61,7 +61,7 @@ class CrtDb {
     }
 
   private:
-    bool insertBatch(std::vector<CrtRecord>& batch, size_t first, const Progress& progress, const Refused& refused,
+    bool insertBatch(std::span<const CrtRecord> batch, size_t first, const Progress& progress, const Refused& refused,
                      ImportProgress& done, bool& stopped);
 
     DbManager* manager_;

@@ -1,7 +1,7 @@
 #include "db_sql/crt_records_ahead.h"
 
 #include <algorithm>
-#include <iterator>
+#include <functional>
 #include <thread>
 #include <utility>
 
@@ -14,65 +14,64 @@ namespace {
 
 /// Fewer are taken apart sooner than a thread starts.
 constexpr size_t kWorthAThread = 64;
-constexpr size_t kMaxRecordThreads = 16;
+/// Certificates that a thread takes on at a time.
+constexpr size_t kAtATime = 64;
+constexpr size_t kMaxHelpers = 16;
 
 /// A thread less than there are processors, which stores, but one at least.
-size_t sharesOf(size_t count) {
-    const size_t processors = std::clamp<size_t>(std::thread::hardware_concurrency(), 2, kMaxRecordThreads + 1);
-    return std::clamp<size_t>(count / kWorthAThread, 1, processors - 1);
+size_t helpersFor(size_t count) {
+    const size_t processors = std::clamp<size_t>(std::thread::hardware_concurrency(), 2, kMaxHelpers + 1);
+    return std::min(count / kWorthAThread, processors - 1);
 }
 
 }  // namespace
 
-CrtRecordsAhead::Share CrtRecordsAhead::takeApart(const std::vector<ByteView>& ders) {
-    Share share;
-    share.records.reserve(ders.size());
-    for (const ByteView der : ders) {
-        if (makeCrtRecord(der, share.records.emplace_back())) continue;
-        share.records.pop_back();
-        share.unreadable = true;
-        break;
+void CrtRecordsAhead::takeApart(Batch& batch) {
+    const size_t count = batch.ends.size();
+    for (size_t from; (from = batch.taken.fetch_add(kAtATime)) < count;) {
+        const size_t to = std::min(from + kAtATime, count);
+        for (size_t i = from; i < to; ++i) {
+            const size_t start = i == 0 ? 0 : batch.ends[i - 1];
+            if (makeCrtRecord(ByteView(batch.octets).subspan(start, batch.ends[i] - start), batch.records[i])) continue;
+            for (size_t sound = batch.sound; i < sound && !batch.sound.compare_exchange_weak(sound, i);) {
+            }
+            break;
+        }
     }
-    return share;
 }
 
-/// Where no thread can be had, and for a few, the owner takes apart when it asks.
+/// Where no thread can be had, the owner takes apart alone when it asks.
 void CrtRecordsAhead::begin() {
-    std::vector<size_t> ends;
-    for (ByteView der; ends.size() < batchSize_ && octetsAhead_.size() < kBatchOctets && source_(der);) {
-        octetsAhead_.insert(octetsAhead_.end(), der.begin(), der.end());
-        ends.push_back(octetsAhead_.size());
+    Batch& batch = *ahead_;
+    batch.octets.clear();
+    batch.ends.clear();
+    for (ByteView der; batch.ends.size() < batchSize_ && batch.octets.size() < kBatchOctets && source_(der);) {
+        batch.octets.insert(batch.octets.end(), der.begin(), der.end());
+        batch.ends.push_back(batch.octets.size());
     }
-    std::vector<ByteView> ders;
-    for (size_t start = 0; const size_t end : ends) {
-        ders.push_back(ByteView(octetsAhead_).subspan(start, end - start));
-        start = end;
-    }
+    const size_t count = batch.ends.size();
+    batch.records.resize(std::max(batch.records.size(), count));
+    batch.taken = 0;
+    batch.sound = count;
     batchSize_ = std::min(2 * batchSize_, kBatchSize);
-    const auto policy =
-        ders.size() < kWorthAThread ? std::launch::deferred : std::launch::async | std::launch::deferred;
-    const size_t count = sharesOf(ders.size());
     const SignalsHeld held;
-    for (size_t i = 0; i < count && !ders.empty(); ++i) {
-        const auto at = [&](size_t share) {
-            return ders.begin() + static_cast<std::ptrdiff_t>(ders.size() * share / count);
-        };
-        shares_.push_back(std::async(policy, takeApart, std::vector<ByteView>(at(i), at(i + 1))));
-    }
+    for (size_t i = 0; i < helpersFor(count); ++i)
+        helpers_.push_back(std::async(std::launch::async | std::launch::deferred, takeApart, std::ref(batch)));
 }
 
-std::vector<CrtRecord> CrtRecordsAhead::next() {
-    std::vector<CrtRecord> batch;
-    for (std::future<Share>& future : std::exchange(shares_, {})) {
-        Share share = future.get();
-        if (unreadable_) continue;
-        batch.insert(batch.end(), std::make_move_iterator(share.records.begin()),
-                     std::make_move_iterator(share.records.end()));
-        unreadable_ = share.unreadable;
+std::span<const CrtRecord> CrtRecordsAhead::next() {
+    takeApart(*ahead_);
+    for (std::future<void>& helper : std::exchange(helpers_, {})) helper.get();
+    std::swap(batch_, ahead_);
+    const size_t sound = batch_->sound;
+    unreadable_ = unreadable_ || sound < batch_->ends.size();
+    if (!unreadable_ && sound > 0) {
+        begin();
+    } else {
+        ahead_->ends.clear();
+        ahead_->sound = 0;
     }
-    octets_ = std::exchange(octetsAhead_, {});
-    if (!unreadable_ && !batch.empty()) begin();
-    return batch;
+    return std::span(batch_->records).first(sound);
 }
 
 }  // namespace crv

@@ -57,7 +57,7 @@ void CrtTableSet::forEachEqual(Tb table, int index, std::string_view key, const 
     DataBase& in = tables_[table];
     in.selectIndex(index);
     TableRecord record;
-    for (bool found = returnCode(in.seek(key)); found; found = returnCode(in.skip(1))) {
+    for (bool found = returnCode(in.seekEqual(key)); found; found = returnCode(in.skip(1))) {
         if (!returnCode(in.data(record)) || record.keys[static_cast<size_t>(index)] != keyText(key)) return;
         if (!visit(record)) return;
     }
@@ -130,7 +130,7 @@ void CrtTableSet::removeSide(Tb table, const std::string& idKey) {
     DataBase& side = tables_[table];
     side.selectIndex(kDnByRecId);
     TableRecord record;
-    while (returnCode(side.seek(idKey)) && returnCode(side.data(record)) && record.keys[0] == idKey) {
+    while (returnCode(side.seekEqual(idKey)) && returnCode(side.data(record)) && record.keys[0] == idKey) {
         noteChange(table);
         if (!returnCode(side.remove())) return;
     }

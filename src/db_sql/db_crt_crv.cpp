@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <numeric>
 #include <utility>
 
 #include "db_sql/crt_keys.h"
@@ -149,6 +150,23 @@ std::vector<CrtTableSet::Tb> DbCrtCrv::tablesFor(std::span<const CrtRecord> reco
     return tables;
 }
 
+/// Which of the records have a serial number that no certificate has, neither a stored one nor one before them: these
+/// need no look at the table while others wait to be written into it. In the order of the keys, which lie together.
+std::vector<bool> DbCrtCrv::findNew(std::span<const CrtRecord> records) {
+    std::vector<size_t> order(records.size());
+    std::iota(order.begin(), order.end(), size_t{0});
+    const auto serialOf = [&](size_t i) -> const DbHash& { return records[i].serNumHash; };
+    std::ranges::stable_sort(order, {}, serialOf);
+    std::vector<bool> isNew(records.size());
+    DataBase& crt = tables_[Tb::kCrt];
+    crt.selectIndex(kCrtBySerNum);
+    for (size_t at = 0; at < order.size(); ++at) {
+        if (at > 0 && serialOf(order[at]) == serialOf(order[at - 1])) continue;
+        isNew[order[at]] = !tables_.returnCode(crt.seekEqual(codeDigest(serialOf(order[at]))));
+    }
+    return isNew;
+}
+
 InsertResult DbCrtCrv::insertOne(const CrtRecord& record) {
     const int64_t same = findSame(record);
     if (same == 0) return tables_.insertCrt(record), InsertResult::Stored;
@@ -168,11 +186,19 @@ InsertResult DbCrtCrv::insertCert(const CrtRecord& record) {
 size_t DbCrtCrv::insertSlice(std::span<const CrtRecord> records, const SliceEnd& atEnd,
                              std::vector<InsertOutcome>& outcomes) {
     const Use use(*this, kExclusiveLock, tablesFor(records));
+    const std::vector<bool> isNew = findNew(records);
     std::vector<InsertOutcome> slice;
     do {
         const CrtRecord& record = records[slice.size()];
         const CrtRefusal refusal = refusalOf(record);
-        slice.push_back({refusal == CrtRefusal::None ? insertOne(record) : InsertResult::Refused, refusal});
+        InsertResult result = InsertResult::Refused;
+        if (refusal == CrtRefusal::None && isNew[slice.size()]) {
+            tables_.insertCrt(record);
+            result = InsertResult::Stored;
+        } else if (refusal == CrtRefusal::None) {
+            result = insertOne(record);
+        }
+        slice.push_back({result, refusal});
     } while (slice.size() < records.size() && !atEnd());
     tables_.finishChange(sync());
     outcomes.insert(outcomes.end(), std::make_move_iterator(slice.begin()), std::make_move_iterator(slice.end()));
@@ -269,7 +295,7 @@ bool DbCrtCrv::readNetCertTime(const std::string& name, int64_t& time) {
     if (table.open(tables_.path(Tb::kNetCertTime)) != kDbOk) return false;
     const Use use(*this, kSharedLock, {Tb::kNetCertTime});
     TableRecord record;
-    if (tables_.returnCode(table.seek(name)) && tables_.returnCode(table.data(record)) &&
+    if (tables_.returnCode(table.seekEqual(name)) && tables_.returnCode(table.data(record)) &&
         record.body.size() == sizeof time) {
         std::memcpy(&time, record.body.data(), sizeof time);
     }
@@ -315,7 +341,7 @@ void DbCrtCrv::setNetCertTime(const std::string& name) {
     const ByteView body{reinterpret_cast<const uint8_t*>(&now), sizeof now};
     DataBase& table = tables_[Tb::kNetCertTime];
     tables_.noteChange(Tb::kNetCertTime);
-    if (!tables_.returnCode(table.seek(name))) {
+    if (!tables_.returnCode(table.seekEqual(name))) {
         tables_.insertInto(Tb::kNetCertTime, {name}, body, "DbCrtCrv::setNetCertTime. Blad zapisu do netCertTimeTb");
     } else if (table.update(body) != kDbOk) {
         throw StoreError(StoreCause::Failed, "DbCrtCrv::setNetCertTime. Blad zapisu do netCertTimeTb");

@@ -46,6 +46,7 @@ class DbCrtCrv final : public CrtStore {
     [[nodiscard]] int64_t findByHash(const CrtRecord& record);
     [[nodiscard]] int64_t findSame(const CrtRecord& record);
     [[nodiscard]] static std::vector<Tb> tablesFor(std::span<const CrtRecord> records);
+    [[nodiscard]] std::vector<bool> findNew(std::span<const CrtRecord> records);
     InsertResult insertOne(const CrtRecord& record);
     [[nodiscard]] bool know(int64_t position);
     [[nodiscard]] bool visitAt(size_t index, size_t& left, const Visit& visit);
