@@ -29,7 +29,10 @@ void discardRebuilt(const std::string& name) {
 bool swapRebuilt(const std::string& name, bool sync) {
     for (const char* extension : kExtensions) {
         const std::string fresh = rebuildName(name) + extension;
-        if (fileExists(fresh) && fileOps().rename(fresh, name + extension) != 0) return false;
+        if (!fileExists(fresh)) continue;
+        // ext4 writes down what is renamed over another file, which takes as long as a sync.
+        if (!sync) fileOps().unlink(name + extension);
+        if (fileOps().rename(fresh, name + extension) != 0) return false;
     }
     return !sync || syncFolder(folderOf(name));
 }
