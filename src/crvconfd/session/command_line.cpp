@@ -163,7 +163,8 @@ bool isSignerName(const std::string& base) {
 CommandLine readCommandLine(int count, const char* const* arguments) {
     CommandLine line;
     bSignerProfiles = count > 0 && isSignerName(baseName(arguments[0]));
-    std::setlocale(LC_ALL, "");
+    // Letters and libc's messages; the other ten files of a locale say nothing here, and take time at each start.
+    for (const int category : {LC_CTYPE, LC_MESSAGES}) std::setlocale(category, "");
     displDnInUft8 = plStandard() == static_cast<char>(DisplayEncoding::Utf8);
     displDnEscaped = false;
     readArguments(line, count, arguments);
