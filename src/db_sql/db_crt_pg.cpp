@@ -291,24 +291,23 @@ void DbCrtPg::walk(const PgStatement& statement, int64_t from, size_t count, con
     }
 }
 
-void DbCrtPg::forward(int64_t after, size_t count, const Visit& visit) {
+/// One statement sees one moment anyway.
+void DbCrtPg::walkAtOneMoment(const PgStatement& statement, int64_t from, size_t count, const Visit& visit) {
     if (count <= kPage) {
         const PgUse use(*session_);
-        return walk(kForward, after, count, visit);
+        return walk(statement, from, count, visit);
     }
     PgTransaction snapshot(*session_, PgTransaction::Kind::Snapshot);
-    walk(kForward, after, count, visit);
+    walk(statement, from, count, visit);
     snapshot.commit();
 }
 
+void DbCrtPg::forward(int64_t after, size_t count, const Visit& visit) {
+    walkAtOneMoment(kForward, after, count, visit);
+}
+
 void DbCrtPg::backward(int64_t before, size_t count, const Visit& visit) {
-    if (count <= kPage) {
-        const PgUse use(*session_);
-        return walk(kBackward, before, count, visit);
-    }
-    PgTransaction snapshot(*session_, PgTransaction::Kind::Snapshot);
-    walk(kBackward, before, count, visit);
-    snapshot.commit();
+    walkAtOneMoment(kBackward, before, count, visit);
 }
 
 void DbCrtPg::get(int64_t id, Bytes& der) {

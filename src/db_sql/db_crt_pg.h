@@ -42,6 +42,7 @@ class DbCrtPg final : public CrtStore {
     struct Piece;
     void find(CrtItemList& list, const PgStatement& statement, const PgValues& key);
     void walk(const PgStatement& statement, int64_t from, size_t count, const Visit& visit);
+    void walkAtOneMoment(const PgStatement& statement, int64_t from, size_t count, const Visit& visit);
     std::set<Bytes> presentOf(std::span<const Bytes> hashes);
     Piece takePiece(std::span<const CrtRecord> records);
     std::map<Bytes, int64_t> store(std::span<const CrtRecord> records, const Piece& piece);

@@ -57,8 +57,8 @@ TEST_F(Program, OptionsEndWithTheirTextsAndStatuses) {
              {"-list -profiles", "Nie można otworzyć pliku z listą profili: \n=1\n"},
              {"-profilesFile nie.conf", "Nie można otworzyć pliku z listą profili: nie.conf\n=1\n"},
              {"-list -profiles .", "Nie można otworzyć pliku z listą profili: .\n=1\n"},
-             {"-profile nikt", "Nie znaleziono profilu nikt\n=1\n"},
-             {"-crvProfile 'a\x1b[1m'", "Nie znaleziono profilu a?[1m\n=1\n"},
+             {"-profile nikt", "Nie znaleziono profilu nikt\nSzukano w: /"},
+             {"-crvProfile 'a\x1b[1m'", "Nie znaleziono profilu a?[1m\nSzukano w: /"},
              {"", "Program wymaga terminala na standardowym wejściu i wyjściu.\n=1\n"},
              {"-list >/dev/full", "Błąd zapisu na standardowe wyjście: No space left on device\n=255\n"},
              {"-list >&-", "Błąd zapisu na standardowe wyjście: Bad file descriptor\n=255\n"}}) {
@@ -110,7 +110,8 @@ TEST_F(Program, ListsNameTheirProfilesAndWhoseTheyAre) {
         {"./crvconfd -list -profiles '~/inne.conf'", fromFile},
         {"CRV_PROFILE_FILE=inne.conf ./crvconfd -list -common", fromFile},  // the environment wins
         {"CRV_PROFILE_FILE=inne.conf ./crvconfd -list -profiles nie.conf", fromFile},
-        {"CRV_PROFILE=c ./crvconfd -profiles inne.conf -profile a", "Nie znaleziono profilu c\n=1\n"},
+        {"CRV_PROFILE=c ./crvconfd -profiles inne.conf -profile a",
+         "Nie znaleziono profilu c\nSzukano w: inne.conf\n=1\n"},
         {"./crvconfd -list -profiles inne.conf -user", users}};
     for (const auto& [line, expected] : cases) EXPECT_EQ(run(line), expected) << line;
 }

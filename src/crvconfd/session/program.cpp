@@ -145,6 +145,8 @@ int runWithContext(const CommandLine& line) {
         if (!named.profile) {
             complain("Nie znaleziono profilu " + printable(*line.profile));
             complainOfFlaws(line);
+            sayAtEnd(searchedLists(line.kind, line.listFile.value_or("").c_str()));
+            bidFarewell();
             return kStatusFailed;
         }
     }
