@@ -90,11 +90,13 @@ void compare(const UniversalConfMgr& list, const Model& model, const std::string
     for (const auto& [path, value] : model.nodes) there = there || Model::atOrBelow(Model::upper(prefix), path);
     same(list.doesPathExist(prefix) == there, "what stands under a prefix");
     for (const UCMNodeType type : {UCMNodeType::Key, UCMNodeType::Long, UCMNodeType::String, UCMNodeType::Binary}) {
-        std::map<std::string, int> found;
-        UniversalConfMgr::Iterator at;
-        for (list.getIterator(at, prefix, type); at; ++at) ++found[at.getDescr()];
-        found.erase("");
-        same(found == model.under(Model::upper(prefix), type), "a walk");
+        for (const UniversalConfMgr& walked : {list, list.below(prefix)}) {
+            std::map<std::string, int> found;
+            UniversalConfMgr::Iterator at;
+            for (walked.getIterator(at, prefix, type); at; ++at) ++found[at.getDescr()];
+            found.erase("");
+            same(found == model.under(Model::upper(prefix), type), "a walk");
+        }
     }
 }
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <span>
 
 #include "misc/ascii.h"
 
@@ -28,10 +27,8 @@ NodeView NodeDesc::view() const {
     return {UCMNodeType::Binary, {octets.data(), octets.size()}, line};
 }
 
-size_t ListNodes::Read::lowerBound(std::string_view path, size_t low, size_t high) const {
-    const std::span<const ReadNode> all = nodes;
-    const auto found = std::ranges::lower_bound(all.subspan(low, high - low), path, {}, &ReadNode::path);
-    return static_cast<size_t>(std::to_address(found) - nodes.data());
+ListNodes::ReadNodes ListNodes::skipTo(std::string_view path, ReadNodes nodes) {
+    return {std::ranges::lower_bound(nodes, path, {}, &ReadNode::path), nodes.end()};
 }
 
 void ListNodes::read(std::string_view path, const NodeView& node) {
@@ -64,49 +61,56 @@ bool ListNodes::remove(std::string_view first, std::string_view last) {
     const Cursor begin = from(first);
     if (!begin || begin.path() >= last) return false;
     const auto next = changes_.erase(changes_.lower_bound(first), changes_.lower_bound(last));
-    const size_t end = read_->lowerBound(last, 0, read_->nodes.size());
-    for (size_t i = read_->lowerBound(first, 0, end); i < end; ++i)
-        changes_.emplace_hint(next, read_->nodes[i].path(), std::nullopt);
+    for (ReadNodes left = skipTo(first, nodes()); !left.empty() && left[0].path() < last; left = left.subspan(1))
+        changes_.emplace_hint(next, left[0].path(), std::nullopt);
     return true;
+}
+
+ListNodes ListNodes::between(std::string_view first, std::string_view last) const {
+    ListNodes some;
+    const ReadNodes left = skipTo(first, nodes());
+    some.read_ = read_;
+    some.count_ = left.size() - skipTo(last, left).size();
+    some.first_ = first_ + nodes().size() - left.size();
+    some.changes_.insert(changes_.lower_bound(first), changes_.lower_bound(last));
+    return some;
 }
 
 std::optional<NodeView> ListNodes::find(std::string_view path) const {
     if (const auto change = changes_.find(path); change != changes_.end())
         return change->second ? std::optional(change->second->view()) : std::nullopt;
-    const auto& nodes = read_->nodes;
-    const size_t at = read_->lowerBound(path, 0, nodes.size());
-    return at < nodes.size() && nodes[at].path() == path ? std::optional(nodes[at].view()) : std::nullopt;
+    const ReadNodes left = skipTo(path, nodes());
+    return !left.empty() && left[0].path() == path ? std::optional(left[0].view()) : std::nullopt;
 }
 
 ListNodes::Cursor ListNodes::from(std::string_view path) const {
-    return {*this, read_->lowerBound(path, 0, read_->nodes.size()), changes_.lower_bound(path)};
+    return {*this, skipTo(path, nodes()), changes_.lower_bound(path)};
 }
 
 ListNodes::Cursor ListNodes::begin() const {
-    return {*this, 0, changes_.begin()};
+    return {*this, nodes(), changes_.begin()};
 }
 
-ListNodes::Cursor::Cursor(const ListNodes& list, size_t read, Changes::const_iterator change)
-    : list_(&list), read_(read), change_(change) {
+ListNodes::Cursor::Cursor(const ListNodes& list, ReadNodes read, Changes::const_iterator change)
+    : changes_(&list.changes_), read_(read), change_(change) {
     settle();
 }
 
 void ListNodes::Cursor::settle() {
-    const auto& nodes = list_->read_->nodes;
-    for (; change_ != list_->changes_.end(); ++change_) {
-        const int order = read_ == nodes.size() ? 1 : nodes[read_].path().compare(change_->first);
+    for (; change_ != changes_->end(); ++change_) {
+        const int order = read_.empty() ? 1 : read_[0].path().compare(change_->first);
         if (order < 0) break;
-        if (order == 0) ++read_;
+        if (order == 0) read_ = read_.subspan(1);
         if (!change_->second) continue;
         at_ = At::Change;
         return;
     }
-    at_ = read_ < nodes.size() ? At::Read : At::End;
+    at_ = read_.empty() ? At::End : At::Read;
 }
 
 ListNodes::Cursor& ListNodes::Cursor::operator++() {
     if (at_ == At::Read) {
-        ++read_;
+        read_ = read_.subspan(1);
     } else {
         ++change_;
     }
@@ -115,21 +119,21 @@ ListNodes::Cursor& ListNodes::Cursor::operator++() {
 }
 
 void ListNodes::Cursor::seek(std::string_view path) {
-    const Read& read = *list_->read_;
     // What is looked for lies near: steps that double find the stretch.
     size_t step = 1;
-    for (; read_ + step < read.nodes.size() && read.nodes[read_ + step].path() < path; step *= 2) read_ += step;
-    read_ = read.lowerBound(path, read_, std::min(read_ + step, read.nodes.size()));
-    if (change_ != list_->changes_.end() && change_->first < path) change_ = list_->changes_.lower_bound(path);
+    for (; step < read_.size() && read_[step].path() < path; step *= 2) read_ = read_.subspan(step);
+    const ReadNodes stretch = read_.first(std::min(step, read_.size()));
+    read_ = read_.subspan(stretch.size() - skipTo(path, stretch).size());
+    if (change_ != changes_->end() && change_->first < path) change_ = changes_->lower_bound(path);
     settle();
 }
 
 std::string_view ListNodes::Cursor::path() const {
-    return at_ == At::Read ? list_->read_->nodes[read_].path() : std::string_view{change_->first};
+    return at_ == At::Read ? read_[0].path() : std::string_view{change_->first};
 }
 
 NodeView ListNodes::Cursor::node() const {
-    return at_ == At::Read ? list_->read_->nodes[read_].view() : change_->second->view();
+    return at_ == At::Read ? read_[0].view() : change_->second->view();
 }
 
 }  // namespace crv

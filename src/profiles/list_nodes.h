@@ -7,6 +7,7 @@
 #include <memory>
 #include <memory_resource>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -58,6 +59,8 @@ class ListNodes {
     /// Removes what lies from the first path to before the last one; whether there was anything.
     bool remove(std::string_view first, std::string_view last);
 
+    /// The nodes from the first path to before the last one.
+    [[nodiscard]] ListNodes between(std::string_view first, std::string_view last) const;
     [[nodiscard]] std::optional<NodeView> find(std::string_view path) const;
     /// The first node whose path is not before this one.
     [[nodiscard]] Cursor from(std::string_view path) const;
@@ -78,14 +81,19 @@ class ListNodes {
         std::pmr::monotonic_buffer_resource texts;
         std::vector<ReadNode> nodes;
         size_t settled = 0;
-
-        /// Index of the first node from low to high whose path is not before this one; high when there is none.
-        [[nodiscard]] size_t lowerBound(std::string_view path, size_t low, size_t high) const;
     };
+    using ReadNodes = std::span<const ReadNode>;
     /// Without a value: what was read is removed.
     using Changes = std::map<std::string, std::optional<NodeDesc>, std::less<>>;
 
+    /// Those of the nodes that were read which count here.
+    [[nodiscard]] ReadNodes nodes() const { return ReadNodes(read_->nodes).subspan(first_, count_); }
+    /// Those of them whose paths are not before this one.
+    [[nodiscard]] static ReadNodes skipTo(std::string_view path, ReadNodes nodes);
+
     std::shared_ptr<Read> read_ = std::make_shared<Read>();
+    size_t first_ = 0;
+    size_t count_ = std::dynamic_extent;  // to the end
     Changes changes_;
 };
 
@@ -103,12 +111,12 @@ class ListNodes::Cursor {
   private:
     friend class ListNodes;
     enum class At { Read, Change, End };
-    Cursor(const ListNodes& list, size_t read, Changes::const_iterator change);
+    Cursor(const ListNodes& list, ReadNodes read, Changes::const_iterator change);
     /// Of the next that was read and the next change, stops at the one that comes first.
     void settle();
 
-    const ListNodes* list_ = nullptr;
-    size_t read_ = 0;
+    const Changes* changes_ = nullptr;
+    ReadNodes read_;  // those to come
     Changes::const_iterator change_;
     At at_ = At::End;
 };

@@ -101,8 +101,9 @@ std::string CrvProfile::getCfgFileName(ProfileMedia media, const std::string& fi
 
 std::unique_ptr<CrvProfile> CrvProfile::readProfile(const UniversalConfMgr& store, const std::string& name) {
     if (name.empty() || !fitsListName(name)) return nullptr;
-    auto profile = create(declaredType(typeNode(store, name)));
-    if (profile) profile->loadProfile(store, name);
+    const UniversalConfMgr record = store.below("\\" + name);
+    auto profile = create(declaredType(typeNode(record, name)));
+    if (profile) profile->loadProfile(record, name);
     return profile;
 }
 

@@ -379,6 +379,13 @@ bool UniversalConfMgr::checkConf(std::span<const ConfItem> items) const {
     return std::ranges::all_of(items, [this](const ConfItem& item) { return checkConfItem(item.path, item.type); });
 }
 
+UniversalConfMgr UniversalConfMgr::below(std::string_view path) const {
+    const std::string folder = asFolder(path);
+    UniversalConfMgr list(media_);
+    list.nodes_ = nodes_.between(folder, pastFolder(folder));
+    return list;
+}
+
 void UniversalConfMgr::getIterator(Iterator& iterator, std::string_view prefix, UCMNodeType type) const {
     iterator.prefix_ = asFolder(prefix);
     iterator.type_ = type;

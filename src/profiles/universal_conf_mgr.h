@@ -76,6 +76,9 @@ class UniversalConfMgr {
     /// Whether a value stands at the path or under it, for \A\ as for \A: what remove() would take.
     [[nodiscard]] bool doesPathExist(std::string_view path) const;
 
+    /// A list of nothing but the nodes under the path; throws StoreError for an empty one.
+    [[nodiscard]] UniversalConfMgr below(std::string_view path) const;
+
     /// Places the iterator before the nodes of a type under the prefix; throws StoreError for an empty prefix.
     void getIterator(Iterator& iterator, std::string_view prefix, UCMNodeType type) const;
 

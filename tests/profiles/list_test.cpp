@@ -99,6 +99,9 @@ TEST_F(Lists, InAnyOrderAreTheSameAndCopiesChangeApart) {
         copy.remove("\\C\\TYPE");
         EXPECT_EQ(copy.toText(), "\\A!\\X[l] = 0\n\\AB[l] = 2\n\\B\\TYPE[l] = 4\n") << joined();
         ASSERT_EQ(store.toText(), sorted) << "the copy's changes are its own";
+        EXPECT_EQ(copy.below("\\b").toText(), "\\B\\TYPE[l] = 4\n");
+        EXPECT_EQ(store.below("\\A").below("\\A\\B\\").toText(), "\\A\\B\\1[l] = 2\n");
+        EXPECT_EQ(copy.below("\\A").size(), 0u);
         std::string keys;
         UniversalConfMgr::Iterator at;
         for (copy.getIterator(at, "\\", UCMNodeType::Key); at; ++at)
