@@ -1,10 +1,12 @@
-// Two lists under the same orders: ours, and a map that knows nothing but the names. After each order both say the
-// same, and ours is the same again when it comes back from its text.
+// Two lists under the same orders: ours, and a map that knows nothing but the names. After them both say the same, and
+// ours is the same again when it comes back from its text, also in the middle of the orders and with lines out of
+// order.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <vector>
 
 #include "misc/exceptions.h"
 #include "profiles/universal_conf_mgr.h"
@@ -81,19 +83,35 @@ NodeDesc valueFrom(FuzzedDataProvider& orders) {
 void compare(const UniversalConfMgr& list, const Model& model, const std::string& prefix) {
     same(list.size() == model.nodes.size(), "the number of values");
     for (const auto& [path, value] : model.nodes) {
-        const NodeDesc* node = list.findNode(path);
+        const auto node = list.findNode(path);
         same(node && *node == value && list.checkConfItem(path, value.type()), "a value");
     }
     bool there = false;
     for (const auto& [path, value] : model.nodes) there = there || Model::atOrBelow(Model::upper(prefix), path);
     same(list.doesPathExist(prefix) == there, "what stands under a prefix");
     for (const UCMNodeType type : {UCMNodeType::Key, UCMNodeType::Long, UCMNodeType::String, UCMNodeType::Binary}) {
-        std::map<std::string, int> found;
-        UniversalConfMgr::Iterator at;
-        for (list.getIterator(at, prefix, type); at; ++at) ++found[at.getDescr()];
-        found.erase("");
-        same(found == model.under(Model::upper(prefix), type), "a walk");
+        for (const UniversalConfMgr& walked : {list, list.below(prefix)}) {
+            std::map<std::string, int> found;
+            UniversalConfMgr::Iterator at;
+            for (walked.getIterator(at, prefix, type); at; ++at) ++found[at.getDescr()];
+            found.erase("");
+            same(found == model.under(Model::upper(prefix), type), "a walk");
+        }
     }
+}
+
+/// The lines of a list in the order of the orders.
+std::string anyOrder(const std::string& text, FuzzedDataProvider& orders) {
+    std::vector<std::string> lines;
+    for (size_t at = 0, end; (end = text.find('\n', at)) != std::string::npos; at = end + 1)
+        lines.push_back(text.substr(at, end + 1 - at));
+    std::string mixed;
+    while (!lines.empty()) {
+        const auto line = lines.begin() + orders.ConsumeIntegralInRange<ptrdiff_t>(0, std::ssize(lines) - 1);
+        mixed += *line;
+        lines.erase(line);
+    }
+    return mixed;
 }
 
 }  // namespace
@@ -104,9 +122,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Model model;
     while (orders.remaining_bytes() > 0) {
         const std::string path = pathFrom(orders);
-        if (orders.ConsumeIntegralInRange(0, 3) == 0) {
+        const int order = orders.ConsumeIntegralInRange(0, 4);
+        if (order == 0) {
             list.remove(path);
             model.remove(Model::upper(path));
+        } else if (order == 4) {
+            if (!list.findUnwritable()) list.loadFromText(anyOrder(list.toText(), orders), "list");
         } else {
             const NodeDesc value = valueFrom(orders);
             list.setNode(path.c_str(), value);
@@ -117,6 +138,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (list.findUnwritable()) return 0;
     UniversalConfMgr again;
     again.loadFromText(list.toText(), "list");
+    list.remove("\\");
     compare(again, model, "\\");
+    compare(list, {}, "\\");
     return 0;
 }

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -15,9 +18,26 @@ constexpr char asciiUpper(char c) {
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 
+/// Writes the text in capital letters to a place that has room for it.
+inline void asciiUpper(std::string_view text, char* to) {
+    constexpr size_t kStep = sizeof(uint64_t);
+    constexpr uint64_t kOnes = 0x0101010101010101, kHighBits = 0x80 * kOnes;
+    size_t at = 0;
+    for (; at + kStep <= text.size(); at += kStep) {
+        // Eight at a time: sums of seven bits that reach the eighth tell what is 'a' or more, and what is beyond 'z'.
+        uint64_t chars = 0;
+        std::memcpy(&chars, text.data() + at, kStep);
+        const uint64_t sevenBits = chars & ~kHighBits;
+        const uint64_t fromA = sevenBits + (0x80 - 'a') * kOnes, beyondZ = sevenBits + (0x7F - 'z') * kOnes;
+        chars -= (fromA & ~beyondZ & ~chars & kHighBits) >> 2;
+        std::memcpy(to + at, &chars, kStep);
+    }
+    for (; at < text.size(); ++at) to[at] = asciiUpper(text[at]);
+}
+
 inline std::string asciiUpper(std::string_view text) {
-    std::string upper(text);
-    for (char& c : upper) c = asciiUpper(c);
+    std::string upper(text.size(), '\0');
+    asciiUpper(text, upper.data());
     return upper;
 }
 

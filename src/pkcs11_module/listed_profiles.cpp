@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 
 #include "db_sql/db_layout.h"
 #include "misc/ascii.h"
@@ -17,12 +18,6 @@
 
 namespace crv::p11 {
 namespace {
-
-template <class Value>
-const Value* valueAt(const UniversalConfMgr& store, const std::string& path) {
-    const NodeDesc* node = store.findNode(path);
-    return node ? std::get_if<Value>(&node->value) : nullptr;
-}
 
 bool hasMoreRightsThanItsUser() {
     return getauxval(AT_SECURE) != 0;
@@ -93,7 +88,7 @@ std::vector<ListedProfile> ListedProfiles::profilesOf(const List& list, std::set
     if (!store.loadIfExists(list.path)) return found;
     // HOME and the folder in which a program starts are the user's choice.
     const bool absoluteOnly = hasMoreRightsThanItsUser();
-    const auto usable = [&](const std::string* path) {
+    const auto usable = [&](const std::optional<std::string>& path) {
         return path && !path->empty() && (!absoluteOnly || path->starts_with('/'));
     };
     const auto resolved = [&](const std::string& path) { return (list.folder / expandHome(path)).string(); };
@@ -103,16 +98,16 @@ std::vector<ListedProfile> ListedProfiles::profilesOf(const List& list, std::set
         name.pop_back();
         if (name.empty() || (!only_.empty() && name != only_)) continue;
         const std::string prefix = "\\" + name + "\\";
-        const auto* type = valueAt<long>(store, prefix + "TYPE");
-        const auto* file = valueAt<std::string>(store, prefix + "PKCS12FILE");
+        const auto type = store.findValue<long>(prefix + "TYPE");
+        const auto file = store.findValue<std::string>(prefix + "PKCS12FILE");
         if (type && isListedKind(*type)) names.insert(name);
         if (!type || *type != static_cast<long>(ProfileKind::Pkcs12) || !usable(file)) continue;
         ListedProfile profile{std::move(name), resolved(*file), {}, {}};
-        const auto* roots = valueAt<std::string>(store, prefix + "ROOTSFILE");
-        const auto* open = valueAt<long>(store, prefix + "ROOTSEMPTYPASSWORD");
+        const auto roots = store.findValue<std::string>(prefix + "ROOTSFILE");
+        const auto open = store.findValue<long>(prefix + "ROOTSEMPTYPASSWORD");
         if (open && *open != 0 && usable(roots)) profile.rootsFile = resolved(*roots);
-        const auto* kind = valueAt<std::string>(store, prefix + "DBTYPE");
-        const auto* folder = valueAt<std::string>(store, prefix + "DB");
+        const auto kind = store.findValue<std::string>(prefix + "DBTYPE");
+        const auto folder = store.findValue<std::string>(prefix + "DB");
         if (databases_ && kind && *kind == kDbKindFile && usable(folder))
             profile.dbLock = resolved(*folder) + "/" + std::string(kLockFileName);
         found.push_back(std::move(profile));

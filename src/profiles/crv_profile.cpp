@@ -139,9 +139,7 @@ CrvProfile::Nodes CrvProfile::foreignNodes(const UniversalConfMgr& store, const 
                std::ranges::any_of(kTrees, [&](std::string_view tree) { return key.starts_with(tree); });
     };
     Nodes kept;
-    const NodeDesc* node = store.findNode(prefix + "Type");
-    const long* listed = node ? std::get_if<long>(&node->value) : nullptr;
-    if (!listed || *listed != type()) return kept;
+    if (store.findValue<long>(prefix + "Type") != type()) return kept;
     for (const UCMNodeType type : {UCMNodeType::Long, UCMNodeType::String, UCMNodeType::Binary}) {
         UniversalConfMgr::Iterator at;
         for (store.getIterator(at, prefix, type); at; ++at)

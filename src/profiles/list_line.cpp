@@ -9,10 +9,8 @@
 namespace crv {
 namespace {
 
-constexpr std::string_view kBlanks = " \t";
-
 void skipBlanks(std::string_view& text) {
-    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+    while (text.starts_with(' ') || text.starts_with('\t')) text.remove_prefix(1);
 }
 
 bool onlyCommentFollows(std::string_view rest) {
@@ -49,21 +47,21 @@ bool wholeNumber(std::string_view digits, int base, T& value) {
     return error == std::errc() && end == digits.data() + digits.size();
 }
 
-bool parseBinary(std::string_view text, NodeDesc& node) {
-    const auto octets = fromHex(text);
-    if (octets) node.value.emplace<std::vector<char>>(octets->begin(), octets->end());
-    return octets.has_value();
-}
-
-bool parseValue(char type, std::string_view text, NodeDesc& node) {
+bool parseValue(char type, std::string_view text, ListEntry& entry) {
     switch (asciiUpper(type)) {
         case 'L':
-            return parseListLong(text, node.value.emplace<long>());
+            entry.node = {UCMNodeType::Long, {reinterpret_cast<const char*>(&entry.number), sizeof entry.number}};
+            return parseListLong(text, entry.number);
         case 'S':
-            node.value = std::string(text);
+            entry.node = {UCMNodeType::String, text};
             return true;
-        case 'B':
-            return parseBinary(text, node);
+        case 'B': {
+            auto octets = fromHex(text);
+            if (!octets) return false;
+            entry.octets = std::move(*octets);
+            entry.node = {UCMNodeType::Binary, asText(entry.octets)};
+            return true;
+        }
         default:
             return false;
     }
@@ -89,39 +87,38 @@ bool parseListLong(std::string_view text, long& value) {
     return true;
 }
 
-ListLine parseListLine(std::string_view line, std::string& path, NodeDesc& node) {
+ListLine parseListLine(std::string_view line, ListEntry& entry) {
     skipBlanks(line);
     if (line.empty() || line.front() == '#') return ListLine::Comment;
     size_t bracket = line.find('[');
     if (bracket == std::string_view::npos || line.front() != '\\') return ListLine::Broken;
-    std::string_view name = line.substr(0, bracket);
-    name = name.substr(0, name.find_last_not_of(' ') + 1);
+    entry.path = line.substr(0, bracket);
+    while (entry.path.ends_with(' ')) entry.path.remove_suffix(1);
     line.remove_prefix(bracket + 1);
     skipBlanks(line);
     if (line.empty()) return ListLine::Broken;
     char type = line.front();
     line.remove_prefix(1);
-    if (!skipChar(line, ']') || !skipChar(line, '=') || !cutValue(line) || !parseValue(type, line, node))
+    if (!skipChar(line, ']') || !skipChar(line, '=') || !cutValue(line) || !parseValue(type, line, entry))
         return ListLine::Broken;
-    path = asciiUpper(name);
     return ListLine::Value;
 }
 
-std::string formatListLine(std::string_view path, const NodeDesc& node) {
-    std::string line(path);
-    switch (node.type()) {
+void appendListLine(std::string& text, std::string_view path, const NodeView& node) {
+    text.append(path);
+    switch (node.type) {
         case UCMNodeType::Long:
-            return line + "[l] = " + std::to_string(std::get<long>(node.value));
+            text.append("[l] = ").append(std::to_string(std::get<long>(NodeDesc::of(node).value)));
+            break;
         case UCMNodeType::String:
-            return line + "[s] = \"" + std::get<std::string>(node.value) + '"';
-        case UCMNodeType::Binary: {
-            const auto& octets = std::get<std::vector<char>>(node.value);
-            return line + "[b] = " + toHex(asBytes({octets.data(), octets.size()}));
-        }
+            text.append("[s] = \"").append(node.octets).push_back('"');
+            break;
+        case UCMNodeType::Binary:
+            text.append("[b] = ").append(toHex(asBytes(node.octets)));
+            break;
         case UCMNodeType::Key:
             break;
     }
-    return line;
 }
 
 }  // namespace crv

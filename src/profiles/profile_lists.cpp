@@ -38,34 +38,39 @@ UniversalConfMgr loadList(ProfileMedia media, const std::string& file) {
     return list;
 }
 
+/// Name of a record's kind, in capital letters.
+constexpr std::string_view kTypeKey = "TYPE";
+
+std::optional<NodeDesc> typeNode(const UniversalConfMgr& list, const std::string& name) {
+    return list.findNode(("\\" + name + "\\").append(kTypeKey));
+}
+
 /// The "Type" that a record declares; 0 when the record is no profile.
-long declaredType(const UniversalConfMgr& list, const std::string& name) {
-    const NodeDesc* node = list.findNode("\\" + name + "\\Type");
+long declaredType(const std::optional<NodeDesc>& node) {
     const long* type = node ? std::get_if<long>(&node->value) : nullptr;
     return type && isListedKind(*type) ? *type : 0;
 }
 
-/// What is said of a record whose "Type" is no number; empty for any other.
-std::string flawOf(const UniversalConfMgr& list, const std::string& path, const std::string& name) {
-    const NodeDesc* node = list.findNode("\\" + name + "\\Type");
-    if (!node || node->type() == UCMNodeType::Long) return {};
-    return "Plik: " + path + ": Typ profilu " + name + " nie jest liczba [l] w linii: " + std::to_string(node->line);
+/// Whether a record stands there that nobody can open: one whose "Type" is no number.
+bool hasFlaw(const std::optional<NodeDesc>& type) {
+    return type && type->type() != UCMNodeType::Long;
 }
 
-/// Whether a record stands there that nobody can open.
-bool hasFlaw(const UniversalConfMgr& list, const std::string& name) {
-    return !flawOf(list, {}, name).empty();
+/// Name of the record that the iterator stands on.
+std::string nameAt(const UniversalConfMgr::Iterator& at) {
+    std::string name = at.getDescr();
+    name.pop_back();
+    return name;
 }
 
 /// The next name of a record, past entries that are no profiles.
-bool nextName(const UniversalConfMgr& list, UniversalConfMgr::Iterator& at, std::string& name) {
-    while (at) {
-        name = at.getDescr();
-        name.pop_back();
-        ++at;
-        if (!name.empty() && declaredType(list, name)) return true;
+bool nextName(UniversalConfMgr::Iterator& at, std::string& name) {
+    bool found = false;
+    for (; at && !found; ++at) {
+        name = nameAt(at);
+        found = !name.empty() && declaredType(at.findBelow(kTypeKey)) != 0;
     }
-    return false;
+    return found;
 }
 
 }  // namespace
@@ -96,8 +101,9 @@ std::string CrvProfile::getCfgFileName(ProfileMedia media, const std::string& fi
 
 std::unique_ptr<CrvProfile> CrvProfile::readProfile(const UniversalConfMgr& store, const std::string& name) {
     if (name.empty() || !fitsListName(name)) return nullptr;
-    auto profile = create(declaredType(store, name));
-    if (profile) profile->loadProfile(store, name);
+    const UniversalConfMgr record = store.below("\\" + name);
+    auto profile = create(declaredType(typeNode(record, name)));
+    if (profile) profile->loadProfile(record, name);
     return profile;
 }
 
@@ -114,7 +120,7 @@ std::unique_ptr<ProfileIterator> CrvProfile::getProfileIterator(ProfileMedia med
     if (count) {
         UniversalConfMgr::Iterator at = iterator->at_;
         std::string name;
-        for (*count = 0; nextName(iterator->list_, at, name);) ++*count;
+        for (*count = 0; nextName(at, name);) ++*count;
     }
     return iterator;
 }
@@ -124,21 +130,22 @@ std::vector<ListFlaw> CrvProfile::getListFlaws(ProfileMedia media, const std::st
     std::vector<ListFlaw> flaws;
     UniversalConfMgr::Iterator at;
     for (list.getIterator(at, "\\", UCMNodeType::Key); at; ++at) {
-        std::string name = at.getDescr();
-        name.pop_back();
-        if (std::string flaw = flawOf(list, getCfgFileName(media, file), name); !flaw.empty())
-            flaws.push_back({name, std::move(flaw)});
+        const auto type = at.findBelow(kTypeKey);
+        if (!hasFlaw(type)) continue;
+        const std::string name = nameAt(at);
+        flaws.push_back({name, "Plik: " + getCfgFileName(media, file) + ": Typ profilu " + name +
+                                   " nie jest liczba [l] w linii: " + std::to_string(type->line)});
     }
     return flaws;
 }
 
 bool CrvProfile::getNextProfileName(ProfileIterator& iterator, std::string& name) {
-    return nextName(iterator.list_, iterator.at_, name);
+    return nextName(iterator.at_, name);
 }
 
 std::unique_ptr<CrvProfile> CrvProfile::getNextProfile(ProfileIterator& iterator, std::string* met) {
     std::string name;
-    const bool there = nextName(iterator.list_, iterator.at_, name);
+    const bool there = nextName(iterator.at_, name);
     if (met) *met = there ? name : std::string();
     auto profile = there ? readProfile(iterator.list_, name) : nullptr;
     if (profile) profile->listFile_ = iterator.file_;
@@ -149,7 +156,7 @@ std::unique_ptr<CrvProfile> CrvProfile::getProfile(ProfileMedia media, const std
     auto iterator = getProfileIterator(media, file);
     std::string skipped;
     for (; index > 0; --index)
-        if (!nextName(iterator->list_, iterator->at_, skipped)) return nullptr;
+        if (!nextName(iterator->at_, skipped)) return nullptr;
     return index < 0 ? nullptr : getNextProfile(*iterator);
 }
 
@@ -164,7 +171,7 @@ std::unique_ptr<CrvProfile> loadCrvProfile(AvailableProfiles which, const std::s
                                           ProfileMedia::File};
     ProfileMedia source = kMedia[static_cast<size_t>(which)];
     auto profile = CrvProfile::getProfileByName(source, file, name);
-    if (!profile && which == AvailableProfiles::All && !hasFlaw(loadList(source, file), name)) {
+    if (!profile && which == AvailableProfiles::All && !hasFlaw(typeNode(loadList(source, file), name))) {
         source = ProfileMedia::Common;
         profile = CrvProfile::getProfileByName(source, file, name);
     }

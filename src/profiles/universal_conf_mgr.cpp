@@ -43,21 +43,7 @@ std::string pastFolder(std::string folder) {
     return folder;
 }
 
-/// Whether the line of a node reads as the same node.
-bool canReadBack(const std::string& path, const NodeDesc& node) {
-    const std::string line = formatListLine(path, node);
-    std::string readPath;
-    NodeDesc read;
-    return line.size() <= UniversalConfMgr::kMaxLine && line.find_first_of("\r\n") == std::string::npos &&
-           parseListLine(line, readPath, read) == ListLine::Value && readPath == path && read == node;
-}
-
 }  // namespace
-
-UCMNodeType NodeDesc::type() const {
-    static constexpr std::array kTypes = {UCMNodeType::Long, UCMNodeType::String, UCMNodeType::Binary};
-    return kTypes[value.index()];
-}
 
 bool pathMatches(std::string_view prefix, std::string_view path) {
     if (prefix.empty() || path.empty()) throw StoreError(StoreCause::Refused, "Niepoprawna sciezka");
@@ -65,21 +51,38 @@ bool pathMatches(std::string_view prefix, std::string_view path) {
     return prefix.back() == '\\' || path.size() == prefix.size() || path[prefix.size()] == '\\';
 }
 
+namespace {
+
 /// Cuts the chunks of a file into lines, of which it keeps the first kMaxLine characters, and stores their values.
 class ListReader {
   public:
-    ListReader(UniversalConfMgr& store, const std::string& path) : store_(store), path_(path) {}
+    ListReader(ListNodes& nodes, const std::string& path) : nodes_(nodes), path_(path) {}
 
     void feed(std::string_view chunk) {
+        const bool plain = chunk.find('\r') == std::string_view::npos;
         for (size_t end; (end = chunk.find('\n')) != std::string_view::npos; chunk.remove_prefix(end + 1)) {
-            append(chunk.substr(0, end));
-            finishLine();
+            const std::string_view line = chunk.substr(0, end);
+            if (plain && begun_.empty()) {
+                readLine(line.substr(0, UniversalConfMgr::kMaxLine));
+                continue;
+            }
+            append(line);
+            readLine(begun_);
+            begun_.clear();
         }
         append(chunk);
+        // A device may repeat itself without end.
+        if (nodes_.unsettled() > nodes_.settled()) settle();
     }
 
     void finish() {
-        if (!line_.empty()) finishLine();
+        if (!begun_.empty()) readLine(begun_);
+        settle();
+    }
+
+    /// Puts the nodes of the lines so far in order and throws StoreError for the first that was there already.
+    void settle() {
+        if (const auto line = nodes_.settle()) fail(": Podwojna definicja wartosci w linii: %d", *line);
     }
 
   private:
@@ -89,33 +92,36 @@ class ListReader {
         appendClean(part);
     }
 
-    void appendClean(std::string_view part) { line_.append(part.substr(0, UniversalConfMgr::kMaxLine - line_.size())); }
+    void appendClean(std::string_view part) {
+        begun_.append(part.substr(0, UniversalConfMgr::kMaxLine - begun_.size()));
+    }
 
-    void finishLine() {
+    void readLine(std::string_view line) {
         constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-        if (++number_ == 1 && line_.starts_with(kByteOrderMark)) line_.erase(0, kByteOrderMark.size());
-        std::string name;
-        NodeDesc node;
-        ListLine kind = parseListLine(line_, name, node);
-        line_.clear();
+        if (++number_ == 1 && line.starts_with(kByteOrderMark)) line.remove_prefix(kByteOrderMark.size());
+        const ListLine kind = parseListLine(line, entry_);
         if (kind == ListLine::Comment) return;
-        if (kind == ListLine::Broken) fail(": Blad skladni w linii: %d");
-        node.line = number_;
-        // Lists are written in the order of their paths, so the end is the likely place.
-        size_t before = store_.nodes_.size();
-        store_.nodes_.emplace_hint(store_.nodes_.end(), std::move(name), std::move(node));
-        if (store_.nodes_.size() == before) fail(": Podwojna definicja wartosci w linii: %d");
+        if (kind == ListLine::Broken) {
+            settle();
+            fail(": Blad skladni w linii: %d", number_);
+        }
+        entry_.node.line = number_;
+        static_assert(UniversalConfMgr::kMaxLine <= ListNodes::kMaxRead);
+        nodes_.read(entry_.path, entry_.node);
     }
 
-    [[noreturn]] void fail(std::string_view text) const {
-        throw StoreError(StoreCause::Malformed, "Plik: " + path_ + withNumber(text, number_));
+    [[noreturn]] void fail(std::string_view text, size_t line) const {
+        throw StoreError(StoreCause::Malformed, "Plik: " + path_ + withNumber(text, line));
     }
 
-    UniversalConfMgr& store_;
+    ListNodes& nodes_;
     const std::string& path_;
-    std::string line_;
+    std::string begun_;  // a line whose end is yet to come
+    ListEntry entry_;
     size_t number_ = 0;
 };
+
+}  // namespace
 
 void UniversalConfMgr::loadFromFile(const std::string& path) {
     // The broken letters of the text are kept: programs compare it.
@@ -127,9 +133,9 @@ constexpr size_t kLongestList = size_t{16} << 20;
 }
 
 bool UniversalConfMgr::loadIfExists(const std::string& path) {
-    UniversalConfMgr fresh(media_);
+    ListNodes fresh;
     ListReader reader(fresh, path);
-    nodes_.clear();
+    nodes_ = {};
     pendingChanges_ = false;
     FileDescriptor file(fileOps().open(expandHome(path), O_RDONLY | O_CLOEXEC));
     if (!file.valid() && errno == ENOENT) return false;
@@ -137,7 +143,10 @@ bool UniversalConfMgr::loadIfExists(const std::string& path) {
     std::vector<char> chunk(1 << 16);
     size_t total = 0;
     for (ssize_t got; (got = readUpTo(file.get(), chunk.data(), chunk.size(), -1)) != 0;) {
-        if (got < 0) throw StoreError(StoreCause::Failed, "Blad odczytu pliku: " + path);
+        if (got < 0) {
+            reader.settle();
+            throw StoreError(StoreCause::Failed, "Blad odczytu pliku: " + path);
+        }
         reader.feed({chunk.data(), static_cast<size_t>(got)});
         total += static_cast<size_t>(got);
         // A device may have no end; a list is finished even by a program that is to end.
@@ -145,18 +154,18 @@ bool UniversalConfMgr::loadIfExists(const std::string& path) {
             throw StoreError(StoreCause::Failed, "Przerwano odczyt pliku: " + path);
     }
     reader.finish();
-    nodes_ = std::move(fresh.nodes_);
+    nodes_ = std::move(fresh);
     return true;
 }
 
 void UniversalConfMgr::loadFromText(std::string_view text, const std::string& path) {
-    UniversalConfMgr fresh(media_);
+    ListNodes fresh;
     ListReader reader(fresh, path);
-    nodes_.clear();
+    nodes_ = {};
     pendingChanges_ = false;
     reader.feed(text);
     reader.finish();
-    nodes_ = std::move(fresh.nodes_);
+    nodes_ = std::move(fresh);
 }
 
 namespace {
@@ -234,7 +243,8 @@ bool isOwn(const std::string& path, ProfileMedia media) {
 /// Lists hold passwords of servers, proxies and databases, which are hidden from a glance and no more.
 WriteMode UniversalConfMgr::writeMode(const std::string& path) const {
     if (media_ == ProfileMedia::Common) return WriteMode::KeepOrCommon;
-    const bool secret = std::ranges::any_of(nodes_, [](const auto& entry) { return entry.first.ends_with("PASS"); });
+    ListNodes::Cursor secret = nodes_.begin();
+    while (secret && !secret.path().ends_with("PASS")) ++secret;
     if (!secret) return WriteMode::KeepOrSecret;
     if (isOwn(path, media_)) return WriteMode::Private;
     // Somebody else's, or a list in a place that programs of others read: who may is its owner's to say.
@@ -242,7 +252,7 @@ WriteMode UniversalConfMgr::writeMode(const std::string& path) const {
 }
 
 void UniversalConfMgr::seveToFile(const std::string& path) {
-    if (const std::string* name = findUnwritable())
+    if (const auto name = findUnwritable())
         throw CrvApiException(ECRV_API_INV_PAR, "Niepoprawna wartosc parametru konfiguracyjnego: " + *name);
     const std::string file = expandHome(path);
     keepHandWritten(file);
@@ -252,29 +262,46 @@ void UniversalConfMgr::seveToFile(const std::string& path) {
     pendingChanges_ = false;
 }
 
-const std::string* UniversalConfMgr::findUnwritable() const {
-    const auto bad =
-        std::ranges::find_if(nodes_, [](const auto& entry) { return !canReadBack(entry.first, entry.second); });
-    return bad == nodes_.end() ? nullptr : &bad->first;
+std::optional<std::string> UniversalConfMgr::findUnwritable() const {
+    std::string line;
+    ListEntry read;
+    for (ListNodes::Cursor at = nodes_.begin(); at; ++at) {
+        line.clear();
+        appendListLine(line, at.path(), at.node());
+        const bool oneLine = line.find('\n') == std::string::npos && line.find('\r') == std::string::npos;
+        if (!oneLine || line.size() > kMaxLine || parseListLine(line, read) != ListLine::Value ||
+            read.path != at.path() || read.node != at.node())
+            return std::string(at.path());
+    }
+    return std::nullopt;
 }
 
 std::string UniversalConfMgr::toText() const {
     std::string text;
-    for (const auto& [path, node] : nodes_) text.append(formatListLine(path, node)).push_back('\n');
+    for (ListNodes::Cursor at = nodes_.begin(); at; ++at) {
+        appendListLine(text, at.path(), at.node());
+        text.push_back('\n');
+    }
     return text;
+}
+
+size_t UniversalConfMgr::size() const {
+    size_t count = 0;
+    for (ListNodes::Cursor at = nodes_.begin(); at; ++at) ++count;
+    return count;
 }
 
 template <class T>
 bool UniversalConfMgr::getTyped(const std::string& path, T& value, bool demanded, const char* typeName) const {
-    const NodeDesc* node = findNode(path);
+    std::optional<NodeDesc> node = findNode(path);
     if (!node) {
         if (demanded) throw StoreError(StoreCause::NotFound, "getData(): opcja nie znaleziona: " + path);
         return false;
     }
-    const T* stored = std::get_if<T>(&node->value);
+    T* stored = std::get_if<T>(&node->value);
     if (!stored)
         throw StoreError(StoreCause::Malformed, std::string("getData( ") + typeName + " ): niezgodny typ: " + path);
-    value = *stored;
+    value = std::move(*stored);
     return true;
 }
 
@@ -301,7 +328,7 @@ bool UniversalConfMgr::getBinaryOrString(const std::string& path, std::vector<ch
 void UniversalConfMgr::setNode(const char* path, NodeDesc node) {
     if (!path) throw StoreError(StoreCause::Refused, "parametr path nie moze byc NULL");
     if (*path != '\\') throw StoreError(StoreCause::Refused, "parametr path musi zaczynac sie znakiem \\");
-    nodes_.insert_or_assign(asciiUpper(path), std::move(node));
+    nodes_.set(asciiUpper(path), std::move(node));
     pendingChanges_ = true;
 }
 
@@ -317,65 +344,67 @@ void UniversalConfMgr::setData(const char* path, const char* data, long len) {
     setNode(path, {data && len > 0 ? std::vector<char>(data, data + len) : std::vector<char>()});
 }
 
-const NodeDesc* UniversalConfMgr::findNode(std::string_view path) const {
-    auto found = nodes_.find(asciiUpper(path));
-    return found == nodes_.end() ? nullptr : &found->second;
+std::optional<NodeDesc> UniversalConfMgr::findNode(std::string_view path) const {
+    const auto found = nodes_.find(asciiUpper(path));
+    return found ? std::optional(NodeDesc::of(*found)) : std::nullopt;
 }
 
 void UniversalConfMgr::remove(std::string_view path) {
     std::string folder = asFolder(path);
-    size_t before = nodes_.size();
-    nodes_.erase(nodes_.lower_bound(folder), nodes_.lower_bound(pastFolder(folder)));
+    const bool below = nodes_.remove(folder, pastFolder(folder));
     folder.pop_back();
-    nodes_.erase(folder);
-    pendingChanges_ |= nodes_.size() != before;
+    // The first path behind a path is the one with a zero octet more.
+    const bool node = nodes_.remove(folder, folder + '\0');
+    pendingChanges_ |= below || node;
 }
 
 bool UniversalConfMgr::doesPathExist(std::string_view path) const {
     if (checkConfItem(path, UCMNodeType::Key)) return true;
     std::string node = asFolder(path);
     node.pop_back();
-    return findNode(node);
+    return nodes_.find(node).has_value();
 }
 
 bool UniversalConfMgr::checkConfItem(std::string_view path, UCMNodeType type) const {
     if (type == UCMNodeType::Key) {
         std::string folder = asFolder(path);
-        auto first = nodes_.lower_bound(folder);
-        return first != nodes_.end() && first->first.starts_with(folder);
+        const ListNodes::Cursor first = nodes_.from(folder);
+        return first && first.path().starts_with(folder);
     }
-    const NodeDesc* node = findNode(path);
-    return node && node->type() == type;
+    const auto node = nodes_.find(asciiUpper(path));
+    return node && node->type == type;
 }
 
 bool UniversalConfMgr::checkConf(std::span<const ConfItem> items) const {
     return std::ranges::all_of(items, [this](const ConfItem& item) { return checkConfItem(item.path, item.type); });
 }
 
+UniversalConfMgr UniversalConfMgr::below(std::string_view path) const {
+    const std::string folder = asFolder(path);
+    UniversalConfMgr list(media_);
+    list.nodes_ = nodes_.between(folder, pastFolder(folder));
+    return list;
+}
+
 void UniversalConfMgr::getIterator(Iterator& iterator, std::string_view prefix, UCMNodeType type) const {
-    iterator.store_ = this;
     iterator.prefix_ = asFolder(prefix);
     iterator.type_ = type;
-    iterator.at_ = nodes_.lower_bound(iterator.prefix_);
+    iterator.at_ = nodes_.from(iterator.prefix_);
     iterator.settle();
 }
 
 /// Moves on to the next node of the type, or to the end when the prefix no longer matches.
 void UniversalConfMgr::Iterator::settle() {
-    const auto end = store_->nodes_.end();
-    for (; at_ != end; ++at_) {
-        if (!pathMatches(prefix_, at_->first)) {
-            at_ = end;
-            return;
-        }
-        bool inner = at_->first.find('\\', prefix_.size()) != std::string::npos;
-        if (type_ == UCMNodeType::Key ? inner : at_->second.type() == type_) return;
+    for (; at_ && at_.path().starts_with(prefix_); ++at_) {
+        const bool inner = relative().find('\\') != std::string_view::npos;
+        if (type_ == UCMNodeType::Key ? inner : at_.node().type == type_) return;
     }
+    at_ = {};
 }
 
 UniversalConfMgr::Iterator& UniversalConfMgr::Iterator::operator++() {
     if (type_ == UCMNodeType::Key) {
-        at_ = store_->nodes_.lower_bound(pastFolder(prefix_ + getDescr()));
+        at_.seek(pastFolder(prefix_ + getDescr()));
     } else {
         ++at_;
     }
@@ -383,10 +412,20 @@ UniversalConfMgr::Iterator& UniversalConfMgr::Iterator::operator++() {
     return *this;
 }
 
+std::string_view UniversalConfMgr::Iterator::relative() const {
+    return at_.path().substr(prefix_.size());
+}
+
 std::string UniversalConfMgr::Iterator::getDescr() const {
-    std::string_view relative = std::string_view{at_->first}.substr(prefix_.size());
-    if (type_ == UCMNodeType::Key) relative = relative.substr(0, relative.find('\\') + 1);
-    return std::string(relative);
+    const std::string_view whole = relative();
+    return std::string(type_ == UCMNodeType::Key ? whole.substr(0, whole.find('\\') + 1) : whole);
+}
+
+std::optional<NodeDesc> UniversalConfMgr::Iterator::findBelow(std::string_view name) const {
+    const std::string path = (prefix_ + getDescr()).append(name);
+    ListNodes::Cursor at = at_;
+    at.seek(path);
+    return at && at.path() == path ? std::optional(NodeDesc::of(at.node())) : std::nullopt;
 }
 
 }  // namespace crv

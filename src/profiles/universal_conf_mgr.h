@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -10,21 +10,10 @@
 #include <vector>
 
 #include "misc/atomic_write.h"
+#include "profiles/list_nodes.h"
 #include "profiles/profile_media.h"
 
 namespace crv {
-
-/// Type of a node; Key is an inner node, which is never stored but derived from the paths of the values below it.
-enum class UCMNodeType { Key = 1, Long = 2, String = 4, Binary = 8 };
-
-/// A value with its type.
-struct NodeDesc {
-    std::variant<long, std::string, std::vector<char>> value;
-    size_t line = 0;  ///< of the list that it was read from, from 1; 0 for one that was set
-
-    [[nodiscard]] UCMNodeType type() const;
-    bool operator==(const NodeDesc& other) const { return value == other.value; }
-};
 
 /// Ordered map from a path, such as \DEMO\TYPE, to a typed value. Paths fold ASCII letters to upper case on every way
 /// in, so they come out upper-cased. A store is a passing object: load, look or change, save.
@@ -54,8 +43,8 @@ class UniversalConfMgr {
     /// for a value that a reader could not read back, and StoreError when the hand-written list cannot be kept, both
     /// before anything is touched, and StoreError for a failed open or write, after which the old file is still there.
     void seveToFile(const std::string& path);
-    /// Path of the first node that a reader could not read back; null when all of them could.
-    [[nodiscard]] const std::string* findUnwritable() const;
+    /// Path of the first node that a reader could not read back; none when all of them could.
+    [[nodiscard]] std::optional<std::string> findUnwritable() const;
     /// The lines of the list, one a node in the order of the paths.
     [[nodiscard]] std::string toText() const;
 
@@ -73,12 +62,22 @@ class UniversalConfMgr {
     void setData(const char* path, const char* value);
     void setData(const char* path, const char* data, long len);
     void setNode(const char* path, NodeDesc node);
-    const NodeDesc* findNode(std::string_view path) const;
+    [[nodiscard]] std::optional<NodeDesc> findNode(std::string_view path) const;
+    /// Value at a path when it is of the type of T.
+    template <class T>
+    [[nodiscard]] std::optional<T> findValue(std::string_view path) const {
+        std::optional<NodeDesc> node = findNode(path);
+        T* value = node ? std::get_if<T>(&node->value) : nullptr;
+        return value ? std::optional<T>(std::move(*value)) : std::nullopt;
+    }
 
     /// Removes the node and every node under it: \A and \A\ both take \A\B and leave \AB.
     void remove(std::string_view path);
     /// Whether a value stands at the path or under it, for \A\ as for \A: what remove() would take.
     [[nodiscard]] bool doesPathExist(std::string_view path) const;
+
+    /// A list of nothing but the nodes under the path; throws StoreError for an empty one.
+    [[nodiscard]] UniversalConfMgr below(std::string_view path) const;
 
     /// Places the iterator before the nodes of a type under the prefix; throws StoreError for an empty prefix.
     void getIterator(Iterator& iterator, std::string_view prefix, UCMNodeType type) const;
@@ -90,18 +89,16 @@ class UniversalConfMgr {
     [[nodiscard]] bool isPendingChanges() const { return pendingChanges_; }
     void setPendingChanges(bool pending) { pendingChanges_ = pending; }
     [[nodiscard]] ProfileMedia media() const { return media_; }
-    [[nodiscard]] size_t size() const { return nodes_.size(); }
+    /// Number of the values, which it counts.
+    [[nodiscard]] size_t size() const;
 
   private:
-    friend class ListReader;
-    using Nodes = std::map<std::string, NodeDesc, std::less<>>;
-
     template <class T>
     bool getTyped(const std::string& path, T& value, bool demanded, const char* typeName) const;
 
     [[nodiscard]] WriteMode writeMode(const std::string& path) const;
 
-    Nodes nodes_;
+    ListNodes nodes_;
     ProfileMedia media_;
     bool pendingChanges_ = false;
 };
@@ -111,21 +108,24 @@ class UniversalConfMgr {
 class UniversalConfMgr::Iterator {
   public:
     /// True while the iterator stands on a node.
-    explicit operator bool() const { return store_ && at_ != store_->nodes_.end(); }
+    explicit operator bool() const { return static_cast<bool>(at_); }
     Iterator& operator++();
     /// Path relative to the prefix, upper-cased; that of a key ends with a backslash.
     [[nodiscard]] std::string getDescr() const;
     /// Value of the node; for a key the first value below it.
-    [[nodiscard]] const NodeDesc& getData() const { return at_->second; }
+    [[nodiscard]] NodeDesc getData() const { return NodeDesc::of(at_.node()); }
+    /// The value right below the key that the iterator stands on, by its name in capital letters.
+    [[nodiscard]] std::optional<NodeDesc> findBelow(std::string_view name) const;
 
   private:
     friend class UniversalConfMgr;
     void settle();
+    /// Path relative to the prefix.
+    [[nodiscard]] std::string_view relative() const;
 
-    const UniversalConfMgr* store_ = nullptr;
     std::string prefix_;  // ends with a backslash
     UCMNodeType type_ = UCMNodeType::Key;
-    Nodes::const_iterator at_;
+    ListNodes::Cursor at_;
 };
 
 /// Whether a path lies at or under a prefix: it begins with it, and the match ends at a backslash or the path's end.

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 
 #include <cstdlib>
+#include <numeric>
 
 #include "profiles/crv_profile.h"
 #include "support/faulty_file_ops.h"
@@ -72,6 +73,41 @@ TEST_F(Lists, AreReadInChunksAndTellTheirErrors) {
                 MatchesRegex("B\xC4\xB9\xE2\x80\x9A\xC3\x84\xE2\x80\xA6.* otwarcia pliku konfiguracyjnego: " + none));
     EXPECT_EQ(messageOf([&] { store.loadFromFile(folder); }), "Blad odczytu pliku: " + folder);
     EXPECT_FALSE(store.loadIfExists(none));
+}
+
+TEST_F(Lists, InAnyOrderAreTheSameAndCopiesChangeApart) {
+    std::vector<std::string> lines;
+    for (const char* path : {"A!\\X", "AB", "A\\B\\1", "A\\TYPE", "B\\TYPE", "C\\TYPE"})
+        lines.push_back("\\" + std::string(path) + "[l] = " + std::to_string(lines.size()) + "\n");
+    const auto joined = [&] { return std::accumulate(lines.begin(), lines.end(), std::string()); };
+    const std::string sorted = joined();
+    do {
+        store.loadFromText(joined(), "f");
+        ASSERT_EQ(store.toText(), sorted) << joined();
+        EXPECT_EQ(store.findNode("\\b\\type")->line,
+                  static_cast<size_t>(std::ranges::find(lines, "\\B\\TYPE[l] = 4\n") - lines.begin()) + 1);
+        for (const size_t twice : {0, 3, 5}) {
+            EXPECT_EQ(
+                messageOf([&] { UniversalConfMgr().loadFromText(joined() + "#\n" + lines[twice] + "broken", "f"); }),
+                "Plik: f: Podwojna definicja wartosci w linii: 8");
+        }
+        UniversalConfMgr copy = store;
+        copy.remove("\\A");
+        copy.setData("\\A\\NEW", 1L);
+        copy.setData("\\AB", 2L);
+        copy.remove("\\A\\new");
+        copy.remove("\\C\\TYPE");
+        EXPECT_EQ(copy.toText(), "\\A!\\X[l] = 0\n\\AB[l] = 2\n\\B\\TYPE[l] = 4\n") << joined();
+        ASSERT_EQ(store.toText(), sorted) << "the copy's changes are its own";
+        EXPECT_EQ(copy.below("\\b").toText(), "\\B\\TYPE[l] = 4\n");
+        EXPECT_EQ(store.below("\\A").below("\\A\\B\\").toText(), "\\A\\B\\1[l] = 2\n");
+        EXPECT_EQ(copy.below("\\A").size(), 0u);
+        std::string keys;
+        UniversalConfMgr::Iterator at;
+        for (copy.getIterator(at, "\\", UCMNodeType::Key); at; ++at)
+            keys += at.getDescr() + (at.findBelow("TYPE") ? "+ " : "- ");
+        EXPECT_EQ(keys, "A!\\- B\\+ ");
+    } while (std::ranges::next_permutation(lines).found);
 }
 
 TEST_F(Lists, FoldAsciiAndKeepTypesApart) {

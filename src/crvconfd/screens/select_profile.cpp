@@ -97,8 +97,7 @@ struct Selection {
                 loaded = media;
             }
             const std::string& name = names[static_cast<size_t>(i)];
-            const NodeDesc* node = store.findNode("\\" + name + "\\PKCS12FILE");
-            const auto* path = node ? std::get_if<std::string>(&node->value) : nullptr;
+            const auto path = store.findValue<std::string>("\\" + name + "\\PKCS12FILE");
             const auto found = path ? ends.find(endsName(expandHome(*path))) : ends.end();
             if (found != ends.end() && found->second < limit) soon.insert({name, media});
         }
