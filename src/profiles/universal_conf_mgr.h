@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "misc/atomic_write.h"
+#include "misc/nothing.h"
 #include "profiles/profile_media.h"
 
 namespace crv {
@@ -19,7 +20,7 @@ enum class UCMNodeType { Key = 1, Long = 2, String = 4, Binary = 8 };
 
 /// A value with its type.
 struct NodeDesc {
-    std::variant<long, std::string, std::vector<char>> value;
+    std::variant<long, std::string, std::vector<char>, Nothing> value;
     size_t line = 0;  ///< of the list that it was read from, from 1; 0 for one that was set
 
     [[nodiscard]] UCMNodeType type() const;
