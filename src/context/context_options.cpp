@@ -95,7 +95,7 @@ CrvOptionGuard::~CrvOptionGuard() {
         // Option 2 answers what it stores and takes the codes for it.
         crvSetOptionInt(ctx_, id_, id_ == 2 ? former_ + 3 : former_);
     } catch (const std::exception& error) {
-        logLine(LogLevel::Error, std::string("CrvOptionGuard: ") + error.what());
+        logLine(LogLevel::Error, "CrvOptionGuard: ", error.what());
     }
 }
 

@@ -66,7 +66,7 @@ void append(std::string& json, const Value& value) {
     std::visit(
         [&json](const auto& held) {
             using Held = std::decay_t<decltype(held)>;
-            if constexpr (std::is_same_v<Held, std::nullptr_t>) {
+            if constexpr (std::is_same_v<Held, Nothing>) {
                 json += "null";
             } else if constexpr (std::is_same_v<Held, bool>) {
                 json += held ? "true" : "false";
@@ -94,7 +94,7 @@ std::string textOf(const Value& value) {
     return std::visit(
         [](const auto& held) -> std::string {
             using Held = std::decay_t<decltype(held)>;
-            if constexpr (std::is_same_v<Held, std::nullptr_t>) {
+            if constexpr (std::is_same_v<Held, Nothing>) {
                 return "-";
             } else if constexpr (std::is_same_v<Held, bool>) {
                 return tr(held ? "yes" : "no");

@@ -7,6 +7,8 @@
 #include <variant>
 #include <vector>
 
+#include "misc/nothing.h"
+
 namespace crv::ctl {
 
 struct Value;
@@ -15,9 +17,9 @@ using Fields = std::vector<std::pair<std::string, Value>>;
 using Values = std::vector<Value>;
 
 struct Value {
-    std::variant<std::nullptr_t, bool, int64_t, std::string, Values, Fields> held;
+    std::variant<Nothing, bool, int64_t, std::string, Values, Fields> held;
 
-    Value() : held(nullptr) {}
+    Value() = default;
     Value(bool value) : held(value) {}
     Value(int value) : held(int64_t{value}) {}
     Value(long value) : held(int64_t{value}) {}

@@ -14,19 +14,20 @@ struct CipherRow {
     uint8_t key;
     uint8_t vector;
     const char* name;
+    bool legacy = false;  // of libcrypto's provider of that name
 };
 
 constexpr CipherRow kCiphers[] = {
     {CipherAlgo::TripleDesCbc, 24, 8, "DES-EDE3-CBC"},
-    {CipherAlgo::Rc2Cbc40, 5, 8, "RC2-40-CBC"},
-    {CipherAlgo::Rc2Cbc64, 8, 8, "RC2-64-CBC"},
-    {CipherAlgo::Rc2Cbc128, 16, 8, "RC2-CBC"},
+    {CipherAlgo::Rc2Cbc40, 5, 8, "RC2-40-CBC", true},
+    {CipherAlgo::Rc2Cbc64, 8, 8, "RC2-64-CBC", true},
+    {CipherAlgo::Rc2Cbc128, 16, 8, "RC2-CBC", true},
     {CipherAlgo::Aes128Cbc, 16, 16, "AES-128-CBC"},
     {CipherAlgo::Aes192Cbc, 24, 16, "AES-192-CBC"},
     {CipherAlgo::Aes256Cbc, 32, 16, "AES-256-CBC"},
     {CipherAlgo::TwoKeyTripleDesCbc, 16, 8, "DES-EDE-CBC"},
-    {CipherAlgo::Rc4Of40, 5, 0, "RC4-40"},
-    {CipherAlgo::Rc4Of128, 16, 0, "RC4"},
+    {CipherAlgo::Rc4Of40, 5, 0, "RC4-40", true},
+    {CipherAlgo::Rc4Of128, 16, 0, "RC4", true},
     {CipherAlgo::Camellia128Cbc, 16, 16, "CAMELLIA-128-CBC"},
     {CipherAlgo::Camellia192Cbc, 24, 16, "CAMELLIA-192-CBC"},
     {CipherAlgo::Camellia256Cbc, 32, 16, "CAMELLIA-256-CBC"},
@@ -51,6 +52,7 @@ ossl::CipherCtx startCipher(CipherAlgo algo, Direction direction, ByteView key, 
     if (key.size() != row.key || !vectorFits) {
         throw CryptoError(CryptoFailure::BadParameter, "cipher key or initial vector of the wrong length");
     }
+    if (row.legacy) ossl::needLegacy();
     const ossl::Cipher cipher(EVP_CIPHER_fetch(ossl::context(), row.name, nullptr));
     if (!cipher) ossl::fail(CryptoFailure::Unsupported, std::string("libcrypto lacks ") + row.name);
     ossl::CipherCtx ctx(ossl::made(EVP_CIPHER_CTX_new(), CryptoFailure::Internal, "no memory for a cipher"));

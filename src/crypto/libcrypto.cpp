@@ -22,9 +22,13 @@ OSSL_LIB_CTX* makeContext() {
         fail(CryptoFailure::Internal, "libcrypto has no default provider");
     }
     if (!installRandProvider(made.get())) fail(CryptoFailure::Internal, "libcrypto refuses our generator");
-    // Only RC2 and RC4 need it: absent, they are reported as unsupported.
-    if (!OSSL_PROVIDER_load(made.get(), "legacy")) throwIfNoMemory();
     return made.release();
+}
+
+bool loadLegacy() {
+    if (OSSL_PROVIDER_load(context(), "legacy")) return true;
+    throwIfNoMemory();
+    return false;
 }
 
 /// What else libcrypto notes where it got no memory, and, the way that it is used here, nowhere else.
@@ -40,6 +44,12 @@ constexpr std::pair<int, int> kSilentLack[] = {
 OSSL_LIB_CTX* context() {
     static OSSL_LIB_CTX* const only = makeContext();
     return only;
+}
+
+void needLegacy() {
+    // Not there, what is asked of it is reported as unsupported.
+    static const bool there = loadLegacy();
+    static_cast<void>(there);
 }
 
 Complaints takeComplaints() {

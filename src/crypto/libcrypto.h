@@ -41,9 +41,13 @@ using Num = Owned<BIGNUM, BN_clear_free>;
 using NumCtx = Owned<BN_CTX, BN_CTX_free>;
 using Group = Owned<EC_GROUP, EC_GROUP_free>;
 
-/// The library context of all operations: private to this library, with the default provider, our random generator and,
-/// where it is installed, the legacy provider (RC2, RC4). Lives until the process ends. Never null.
+/// The library context of all operations: private to this library, with the default provider and our random generator.
+/// Lives until the process ends. Never null.
 OSSL_LIB_CTX* context();
+
+/// Gives the context the legacy provider, where it is installed: a module of its own, for which hardly any program run
+/// has a use, and whose loading falls inside libcrypto where memory runs out.
+void needLegacy();
 
 /// What stood in libcrypto's error queue of this thread.
 struct Complaints {

@@ -149,7 +149,7 @@ DbLock::Result DbLock::acquireIfSound() {
 void DbLock::release() {
     if (depth_ == 0 || --depth_ > 0) return;
     if (mark_ != DbMark::None && !spoilt_ && !clearMark(mark_)) {
-        logLine(LogLevel::Error, "mark not cleared: " + path());
+        logLine(LogLevel::Error, "mark not cleared: ", path());
     }
     mark_ = DbMark::None;
     semaphore_.v();

@@ -87,6 +87,26 @@ class DbLock {
     bool sync_ = true;
 };
 
+/// A change in steps under the lock: the mark stays unless it came to its end, whatever ended it. The lock may be null.
+class DbChange {
+  public:
+    explicit DbChange(DbLock* lock) : lock_(lock) {}
+    ~DbChange() {
+        if (lock_) lock_->spoil();
+    }
+    DbChange(const DbChange&) = delete;
+    DbChange& operator=(const DbChange&) = delete;
+
+    /// Answers whether it was done, as it is told.
+    bool end(bool done) {
+        if (done) lock_ = nullptr;
+        return done;
+    }
+
+  private:
+    DbLock* lock_;
+};
+
 /// Holds a database lock for a scope. The constructor throws StoreError: "FileSemaphore::p: blad zajecia
 /// semafora", or "Baza danych wymaga naprawy: " and the path of the lock file.
 class DbGuard {

@@ -44,10 +44,13 @@ void keepRights(const std::string& name, const char* extension) {
     }
 }
 
-TableRebuild::TableRebuild(std::string name, bool sync) : name_(std::move(name)), sync_(sync) {}
+TableRebuild::TableRebuild(std::string name, bool sync) : name_(std::move(name)), sync_(sync) {
+    for (const char* extension : kRebuiltExtensions) files_.push_back(rebuildName(name_) + extension);
+}
 
 TableRebuild::~TableRebuild() {
-    if (!keep_) discardRebuilt(name_);
+    if (keep_) return;
+    for (const std::string& file : files_) fileOps().unlink(file);
 }
 
 bool TableRebuild::begin() {
@@ -112,10 +115,9 @@ DbAnswer rebuildTable(DataBase& table, const std::string& name) {
     TableRebuild copy(name, !lock || lock->syncs());
     if (!copy.begin() || !copy.copyAll() || !copy.finish() || !copy.syncNames()) return kDbError;
     if (lock && !lock->setMark(DbMark::Swapping, {name.substr(name.rfind('/') + 1)})) return kDbError;
+    DbChange change(lock);
     copy.keep();
-    if (copy.swap()) return kDbOk;
-    if (lock) lock->spoil();
-    return kDbError;
+    return change.end(copy.swap()) ? kDbOk : kDbError;
 }
 
 }  // namespace crv

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "db/data_scan.h"
 #include "db/database.h"
@@ -59,6 +60,7 @@ class TableRebuild {
 
   private:
     std::string name_;
+    std::vector<std::string> files_;  // made now: at the end there may be no memory for their names
     bool sync_;
     DataFile old_;
     DataFile data_;

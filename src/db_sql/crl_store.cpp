@@ -174,8 +174,8 @@ void DbCrlCrv::change(const std::function<void()>& work) {
         try {
             static_cast<void>(files_.mend());
         } catch (const std::exception& e) {
-            logLine(LogLevel::Error, std::string("CRL files not mended: ") + e.what());
             lock_->spoil();
+            logLine(LogLevel::Error, "CRL files not mended: ", e.what());
         }
         throw;
     }

@@ -169,10 +169,9 @@ class Compaction {
     void swap(DbLock& lock) {
         // One mark for all four: side tables with the new ids beside certificates with the old ones would find others.
         check(rebuilds_.front()->syncNames() && lock.setMark(DbMark::Swapping, names_));
+        DbChange change(&lock);
         for (const auto& rebuild : rebuilds_) rebuild->keep();
-        const bool swapped = std::ranges::all_of(rebuilds_, [](const auto& rebuild) { return rebuild->swap(); });
-        if (!swapped) lock.spoil();
-        check(swapped);
+        check(change.end(std::ranges::all_of(rebuilds_, [](const auto& rebuild) { return rebuild->swap(); })));
     }
 
   private:

@@ -84,11 +84,13 @@ std::string historyFolder(const std::string& securityFile) {
     return securityFile + ".d/";
 }
 
-std::vector<FormerFile> historyOf(const std::string& securityFile) {
+namespace {
+
+/// 0, or the errno of a folder that is there and cannot be read: what stands in it is not known then.
+int readHistory(const std::string& securityFile, std::vector<FormerFile>& kept) {
     const std::string folder = historyFolder(securityFile);
     std::vector<std::string> names;
-    if (fileOps().list(folder, names) != 0) return {};
-    std::vector<FormerFile> kept;
+    if (fileOps().list(folder, names) != 0) return errno == ENOENT ? 0 : errno;
     for (const std::string& name : names) {
         struct stat info {};
         if (numberIn(name) < 0 || fileOps().lstat(folder + name, &info) != 0 || !S_ISREG(info.st_mode)) continue;
@@ -96,6 +98,14 @@ std::vector<FormerFile> historyOf(const std::string& securityFile) {
     }
     std::ranges::sort(
         kept, {}, [](const FormerFile& one) { return std::pair(one.name.substr(0, kTimeLength), numberIn(one.name)); });
+    return 0;
+}
+
+}  // namespace
+
+std::vector<FormerFile> historyOf(const std::string& securityFile) {
+    std::vector<FormerFile> kept;
+    static_cast<void>(readHistory(securityFile, kept));
     return kept;
 }
 
@@ -120,7 +130,9 @@ HistoryFailure keepFormer(const std::string& securityFile, ByteView octets, std:
 }
 
 HistoryFailure sealHistory(const std::string& securityFile) {
-    for (const FormerFile& one : historyOf(securityFile)) {
+    std::vector<FormerFile> kept;
+    if (const int error = readHistory(securityFile, kept)) return {historyFolder(securityFile), error};
+    for (const FormerFile& one : kept) {
         const std::string base = one.path.substr(0, one.path.size() - kEnding.size());
         if (!isKept(one.name) && fileOps().rename(one.path, base + std::string(kKeptEnding)) != 0)
             return {one.path, errno};
@@ -129,7 +141,9 @@ HistoryFailure sealHistory(const std::string& securityFile) {
 }
 
 bool clearHistory(const std::string& securityFile) {
-    for (const FormerFile& one : historyOf(securityFile))
+    std::vector<FormerFile> kept;
+    if (readHistory(securityFile, kept) != 0) return false;
+    for (const FormerFile& one : kept)
         if (fileOps().unlink(one.path) != 0) return false;
     return syncFolder(historyFolder(securityFile));
 }

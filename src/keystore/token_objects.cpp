@@ -2,7 +2,6 @@
 #include <algorithm>
 
 #include "asn/x509/signed_certificate.h"
-#include "crypto/crypto_error.h"
 #include "keystore/token_matching.h"
 
 namespace crv {
@@ -66,11 +65,8 @@ std::optional<PublicKey> publicHalf(const RawKey& key, const std::vector<RawKey>
     }
     if (key.publicKey) return key.publicKey;
     for (const RawCert& other : certificates) {
-        try {
-            if (!id.empty() && std::ranges::equal(other.id, id)) return other.certificate->keyInfo().publicKey();
-        } catch (const CryptoError& error) {
-            if (!error.isOfInput()) throw;
-        }
+        if (id.empty() || !std::ranges::equal(other.id, id)) continue;
+        if (auto half = other.certificate->keyInfo().usableKey()) return half;
     }
     return std::nullopt;
 }

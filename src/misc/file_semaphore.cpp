@@ -249,7 +249,7 @@ FileSemaphore::FileSemaphore(std::string path, bool disabled, std::string like)
     : path_(std::move(path)), like_(std::move(like)), disabled_(disabled) {}
 
 FileSemaphore::~FileSemaphore() {
-    if (held() && v() == 0) logLine(LogLevel::Error, "lock not released: " + path_);
+    if (held() && v() == 0) logLine(LogLevel::Error, "lock not released: ", path_);
 }
 
 int FileSemaphore::p(int mode) {
@@ -337,7 +337,7 @@ SemGuard::SemGuard(FileSemaphore& semaphore, int mode) : semaphore_(&semaphore) 
 }
 
 SemGuard::~SemGuard() {
-    if (semaphore_ && semaphore_->v() == 0) logLine(LogLevel::Error, "lock not released: " + semaphore_->path());
+    if (semaphore_ && semaphore_->v() == 0) logLine(LogLevel::Error, "lock not released: ", semaphore_->path());
 }
 
 void SemGuard::release() {

@@ -61,9 +61,13 @@ bool logEnabled(LogLevel level) noexcept {
 }
 
 void logLine(LogLevel level, std::string_view text) noexcept {
+    logLine(level, text, {});
+}
+
+void logLine(LogLevel level, std::string_view text, std::string_view detail) noexcept {
     if (!logEnabled(level)) return;
     try {
-        logger()->log(toSpdlog(level), "{}", escaped(text));
+        logger()->log(toSpdlog(level), "{}{}", escaped(text), escaped(detail));
     } catch (const std::exception&) {  // no memory for a log line: go on without it
         return;
     }

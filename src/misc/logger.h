@@ -10,6 +10,8 @@ enum class LogLevel { Trace, Debug, Info, Warning, Error };
 
 /// Adds a line with time, process and level. Control characters are written as "\xHH". Never throws.
 void logLine(LogLevel level, std::string_view text) noexcept;
+/// The same with a detail behind the text, for places where joining the two may not fail.
+void logLine(LogLevel level, std::string_view text, std::string_view detail) noexcept;
 
 /// Whether such a line would be written, for texts that are costly to build.
 bool logEnabled(LogLevel level) noexcept;

@@ -36,14 +36,15 @@ class Repair {
         });
         const DbGuard guard(db_.lock(), kExclusiveLock);
         if (!db_.lock().beginChange()) return say("db.lck", "cannot be written"), false;
+        // A repair that is stopped, or for which memory runs out, leaves its mark: the next opening goes on.
+        DbChange change(&db_.lock());
         repairTables();
         repairFiles();
         const int64_t removed = ok_ ? db_.removeDangling() : -1;
         if (removed > 0) say("references", std::to_string(removed) + " records without a certificate deleted");
         if (removed < 0) ok_ = false;
         if (ok_) completeCertificates();
-        if (!ok_) db_.lock().spoil();
-        return ok_;
+        return change.end(ok_);
     }
 
   private:
@@ -54,17 +55,11 @@ class Repair {
         ok_ = false;
     }
 
-    /// A repair that is stopped leaves its mark, so the next opening goes on.
-    void stopIfAsked() {
-        if (processEnding()) db_.lock().spoil();
-        stopIfEnding();
-    }
-
     void repairTables() {
         std::vector<std::string> remade;
         const StoredHashes stored(db_.directory());
         for (const TableLayout* layout : kAllTables) {
-            stopIfAsked();
+            stopIfEnding();
             if (layout == &netCertTimeTb && !fileExists(db_.pathOf(layout->file) + kDataExtension)) continue;
             if (remake(*layout, stored)) remade.emplace_back(layout->file);
         }

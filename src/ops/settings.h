@@ -6,13 +6,14 @@
 #include <variant>
 
 #include "asn/asn_object_id.h"
+#include "misc/nothing.h"
 
 namespace crv {
 
 class Session;
 
 /// Nothing: the record holds no value and there is no fixed default.
-using SettingValue = std::variant<std::monostate, long, std::string>;
+using SettingValue = std::variant<Nothing, long, std::string>;
 
 struct Setting {
     std::string name;  ///< "connect-timeout"

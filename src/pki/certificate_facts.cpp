@@ -6,7 +6,6 @@
 
 #include "asn/x509/ext_policies.h"
 #include "corvane/crverrors.h"
-#include "crypto/crypto_error.h"
 #include "crypto/kc_hash.h"
 
 namespace crv {
@@ -199,11 +198,7 @@ PathFault faultOfExtensions(const Extensions& extensions, int code) {
 
 const std::shared_ptr<const PublicKey>& CertificateFacts::key() const {
     if (keyTried_) return key_;
-    try {
-        key_ = std::make_shared<PublicKey>(certificate->keyInfo().publicKey());
-    } catch (const CryptoError& error) {  // unknown, malformed or without parameters: no key
-        if (!error.isOfInput()) throw;
-    }
+    if (auto key = certificate->keyInfo().usableKey()) key_ = std::make_shared<PublicKey>(*std::move(key));
     keyTried_ = true;
     return key_;
 }

@@ -5,10 +5,10 @@
 #include "asn/known_oids.h"
 #include "asn/x509/ext_distribution.h"
 #include "asn/x509/signed_certificate.h"
+#include "asn/x509/signed_part.h"
 #include "config/config_oids.h"
 #include "config/context_services.h"
 #include "corvane/crverrors.h"
-#include "crypto/crypto_error.h"
 #include "misc/ascii.h"
 #include "pki/cert_file_reader.h"
 #include "pki/network_manager.h"
@@ -33,15 +33,6 @@ bool fits(const SignedCertificate& certificate, const CertQuery& query) {
     }
     const auto name = certificate.subject().find(OID_AT_COMMON_NAME);
     return name && same(*name, query.name);
-}
-
-bool isIssuedBy(const SignedCertificate& certificate, const CertificateFacts& issuer) {
-    try {
-        return issuer.key() && certificate.isSignedBy(*issuer.key());
-    } catch (const CryptoError& error) {
-        if (!error.isOfInput()) throw;
-        return false;
-    }
 }
 
 }  // namespace
@@ -127,7 +118,8 @@ NetErrand NetworkManager::issuerErrand(NetSources& sources, const CertPtr& below
         FetchedCerts came = certificatesIn(result);
         for (CertPtr& one : came.list) {
             const FactsPtr facts = manager_->cache().facts(manager_->cache().certificate(encodingOf(*one)));
-            if (!(one->subject() == below->issuer()) || !isIssuedBy(*below, *facts)) continue;
+            if (!(one->subject() == below->issuer()) || !facts->key() || !isKnownSignedBy(*below, *facts->key()))
+                continue;
             addCertToNetStore(encodingOf(*one));
             if (!contains(found, *one)) found.push_back(one);
             above = std::move(one);

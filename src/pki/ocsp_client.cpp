@@ -4,6 +4,7 @@
 
 #include "asn/known_oids.h"
 #include "asn/x509/signed_certificate.h"
+#include "asn/x509/signed_part.h"
 #include "corvane/crverrors.h"
 #include "crypto/crypto_error.h"
 #include "crypto/random_bridge.h"
@@ -14,24 +15,6 @@ namespace {
 
 /// Certificates that come along are looked at up to this number.
 constexpr size_t kMostCertificates = 8;
-
-bool isSigned(const OcspBasicResponse& basic, const PublicKey& key) {
-    try {
-        return basic.isSignedBy(key);
-    } catch (const CryptoError& error) {
-        if (!error.isOfInput()) throw;
-        return false;
-    }
-}
-
-bool isIssued(const SignedCertificate& certificate, const PublicKey& key) {
-    try {
-        return certificate.isSignedBy(key);
-    } catch (const CryptoError& error) {
-        if (!error.isOfInput()) throw;
-        return false;
-    }
-}
 
 bool hasUnknownCritical(const std::optional<Explicit<1, Extensions>>& extensions) {
     return extensions && std::ranges::any_of(*extensions, [](const Extension& one) {
@@ -126,7 +109,7 @@ std::string OcspClient::faultOfDelegate(const OcspQuestion& question, const Sign
     const FactsPtr facts = certificates_->cache().facts(kept);
     const AlgorithmPolicy* policy = certificates_->algorithms();
     if (facts->fault || !facts->unknownCritical.empty()) return "the responder's certificate is malformed";
-    if (!(delegate.issuer() == question.issuer->subject()) || !isIssued(delegate, *question.issuerKey))
+    if (!(delegate.issuer() == question.issuer->subject()) || !isKnownSignedBy(delegate, *question.issuerKey))
         return "the responder's certificate is not of the authority";
     if (!maySignOcsp(*facts)) return "the responder's certificate is not for OCSP";
     if (std::string why = faultOfAlgorithm(delegate.signatureAlgorithm, policy, question.time); !why.empty())
@@ -151,7 +134,7 @@ std::string OcspClient::faultOfSigner(const OcspQuestion& question, const OcspBa
                                       std::string& signer) const {
     const OcspResponderId& id = basic.tbs.responderId;
     std::string fault = "nobody signed it who may";
-    if (id.matches(*question.issuer) && isSigned(basic, *question.issuerKey)) {
+    if (id.matches(*question.issuer) && isKnownSignedBy(basic, *question.issuerKey)) {
         signer = question.issuer->subject().text();
         return {};
     }
@@ -159,14 +142,15 @@ std::string OcspClient::faultOfSigner(const OcspQuestion& question, const OcspBa
     if (delegates.size() > kMostCertificates) delegates.resize(kMostCertificates);
     for (const CertPtr& one : delegates) {
         const FactsPtr facts = certificates_->cache().facts(one);
-        if (!id.matches(*one) || !facts->key() || !isSigned(basic, *facts->key())) continue;
+        if (!id.matches(*one) || !facts->key() || !isKnownSignedBy(basic, *facts->key())) continue;
         signer = one->subject().text();
         fault = faultOfDelegate(question, *one);
         if (fault.empty()) return {};
     }
     for (const CertPtr& one : certificates_->trustPoints()) {
         const FactsPtr facts = certificates_->cache().facts(one);
-        if (!id.matches(*one) || !isResponder(*facts, question.time) || !isSigned(basic, *facts->key())) continue;
+        if (!id.matches(*one) || !isResponder(*facts, question.time) || !isKnownSignedBy(basic, *facts->key()))
+            continue;
         signer = one->subject().text();
         return {};
     }

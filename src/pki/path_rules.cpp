@@ -26,12 +26,8 @@ std::shared_ptr<const PublicKey> inheritingKey(const SubjectPublicKeyInfo& info,
         whole.copyObject(info) <= 0 || !whole.algorithm.readExactly(above.key->algorithm())) {
         return nullptr;
     }
-    try {
-        return std::make_shared<PublicKey>(whole.publicKey());
-    } catch (const CryptoError& error) {
-        if (!error.isOfInput()) throw;
-        return nullptr;
-    }
+    auto key = whole.usableKey();
+    return key ? std::make_shared<PublicKey>(*std::move(key)) : nullptr;
 }
 
 const SignedCertificate& signedOf(const CertificateFacts& facts) {

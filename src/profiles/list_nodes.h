@@ -13,6 +13,8 @@
 #include <variant>
 #include <vector>
 
+#include "misc/nothing.h"
+
 namespace crv {
 
 /// Type of a node; Key is an inner node, which is never stored but derived from the paths of the values below it.
@@ -29,7 +31,7 @@ struct NodeView {
 
 /// A value with its type.
 struct NodeDesc {
-    std::variant<long, std::string, std::vector<char>> value;
+    std::variant<long, std::string, std::vector<char>, Nothing> value;
     size_t line = 0;  ///< of the list that it was read from, from 1; 0 for one that was set
 
     static NodeDesc of(const NodeView& node);

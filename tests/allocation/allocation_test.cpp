@@ -12,6 +12,7 @@
 #include "crypto/pbe.h"
 #include "crypto/sign_algo_map.h"
 #include "misc/file_semaphore.h"
+#include "ops/database_files.h"
 #include "ops/installation.h"
 #include "support/cert_maker.h"
 
@@ -69,6 +70,7 @@ class SlowAllocation : public FileProfile {
             long n = 1;
             for (bool failed = true; failed; n += 1 + n / skip) {
                 prepare();
+                if (HasFailure()) return;
                 failAllocation(n, forEver);
                 const int code = call();
                 failed = allocationFailed() != 0;
@@ -236,6 +238,20 @@ TEST_F(SlowAllocation, FailsWithAnAnswerInEveryCallThatWritesOrEnciphers) {
     plan.scheme = CRVSCHEME_ECDSA;
     sweep(
         "generate key", [&] { return crvGenerateKeyAPI(ctx_, &plan); }, deleteKeys, kLarge);
+    const auto compact = [&]() -> int {
+        CrtStore::Removed removed{};
+        try {
+            return ctx_->certificateManager.removeCertsOverTime(INT64_MAX, removed) ? 0 : ECRV_DB;
+        } catch (const std::bad_alloc&) {
+            return ECRV_MEM;
+        }
+    };
+    const auto tell = [](const std::string& where, const std::string& what) { ADD_FAILURE() << where << ' ' << what; };
+    const auto fillSound = [&] {
+        ASSERT_TRUE(ctx_->certificateManager.db().insert(leaf_));
+        DatabaseFiles(dir_.file("db"), {}).check(tell);
+    };
+    sweep("compaction", compact, fillSound, 1 << 20);
     ASSERT_EQ(crvDeinitExAPI(ctx_), 0);
 }
 

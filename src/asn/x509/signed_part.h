@@ -2,6 +2,7 @@
 #pragma once
 
 #include "asn/x509/algorithm_identifier.h"
+#include "crypto/crypto_error.h"
 #include "crypto/public_key.h"
 
 namespace crv {
@@ -10,5 +11,17 @@ namespace crv {
 /// for an algorithm that is unknown here or does not suit the key. Throws CryptoError when the primitive itself fails.
 [[nodiscard]] bool isPartSigned(const ASNobject& part, const AlgorithmIdentifier& algorithm, const ASNbitstr& signature,
                                 const PublicKey& key);
+
+/// Whether it is known to be signed with the key: false as well where key or algorithm leave that open. Throws
+/// CryptoError when the primitive itself fails, of which nothing follows.
+template <class Signed>
+[[nodiscard]] bool isKnownSignedBy(const Signed& object, const PublicKey& key) {
+    try {
+        return object.isSignedBy(key);
+    } catch (const CryptoError& error) {
+        if (!error.isOfInput()) throw;
+        return false;
+    }
+}
 
 }  // namespace crv

@@ -1,5 +1,6 @@
 #include "asn/x509/subject_public_key_info.h"
 
+#include "crypto/crypto_error.h"
 #include "misc/exceptions.h"
 
 namespace crv {
@@ -16,6 +17,15 @@ KeyId SubjectPublicKeyInfo::computeKeyIdentifierSha1Hash() const {
 
 PublicKey SubjectPublicKeyInfo::publicKey() const {
     return PublicKey::fromSpki(encoded());
+}
+
+std::optional<PublicKey> SubjectPublicKeyInfo::usableKey() const {
+    try {
+        return publicKey();
+    } catch (const CryptoError& error) {
+        if (!error.isOfInput()) throw;
+        return std::nullopt;
+    }
 }
 
 MemberTable SubjectPublicKeyInfo::members() const {

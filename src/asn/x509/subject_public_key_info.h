@@ -1,6 +1,8 @@
 // SubjectPublicKeyInfo (RFC 5280 4.1.2.7).
 #pragma once
 
+#include <optional>
+
 #include "asn/x509/algorithm_identifier.h"
 #include "crypto/public_key.h"
 
@@ -19,6 +21,8 @@ class SubjectPublicKeyInfo : public ASNsequenceF {
     [[nodiscard]] KeyId computeKeyIdentifierSha1Hash() const;
     /// The key, made and checked now. Throws CryptoError as PublicKey::fromSpki does.
     [[nodiscard]] PublicKey publicKey() const;
+    /// The same; nothing for a key that is unknown here, malformed or without its parameters.
+    [[nodiscard]] std::optional<PublicKey> usableKey() const;
 
   protected:
     [[nodiscard]] MemberTable members() const override;
