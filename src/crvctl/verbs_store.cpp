@@ -68,7 +68,7 @@ void storeHistory(Run& run) {
         run.confirm("Delete all former security files? No key that only they hold can then be read.",
                     historyFolder(session.configuration().securityFileName()));
     }
-    for (const FormerFile& former : historyOf(session.configuration().securityFileName())) {
+    for (const FormerFile& former : readableHistory(session.configuration().securityFileName())) {
         if (clear) run.out.change("remove", "file", former.path);
         if (!clear)
             run.out.item({{"name", former.name}, {"octets", static_cast<long>(former.size)}, {"file", former.path}});

@@ -103,9 +103,10 @@ int readHistory(const std::string& securityFile, std::vector<FormerFile>& kept) 
 
 }  // namespace
 
-std::vector<FormerFile> historyOf(const std::string& securityFile) {
+std::vector<FormerFile> historyOf(const std::string& securityFile, HistoryFailure* failure) {
     std::vector<FormerFile> kept;
-    static_cast<void>(readHistory(securityFile, kept));
+    const int error = readHistory(securityFile, kept);
+    if (failure && error != 0) *failure = {historyFolder(securityFile), error};
     return kept;
 }
 
@@ -116,7 +117,10 @@ HistoryFailure keepFormer(const std::string& securityFile, ByteView octets, std:
     } else if (errno != EEXIST) {
         return {folder, errno};
     }
-    std::vector<FormerFile> kept = historyOf(securityFile);
+    // What cannot be listed may have the name that comes next.
+    HistoryFailure failure;
+    std::vector<FormerFile> kept = historyOf(securityFile, &failure);
+    if (!failure.empty()) return failure;
     if (most && !kept.empty() && hasOctets(kept.back(), octets)) return {};
     const std::string path = folder + nextName(kept) + std::string(most ? kEnding : kKeptEnding);
     const WriteResult written = writeFileAtomically(path, octets, {.mode = WriteMode::KeepOrSecret});

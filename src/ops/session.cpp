@@ -81,14 +81,30 @@ void demandKeys(KeyManagerResult result) {
     throw OpError(OpFault::KeyStoreFailed, status, code, resultText(result));
 }
 
-KeysNotIn keysNotIn(const std::string& file, const std::string& name, const SecretText& password) {
-    const auto history = historyOf(file);
+std::vector<FormerFile> readableHistory(const std::string& file) {
+    HistoryFailure failure;
+    std::vector<FormerFile> history = historyOf(file, &failure);
+    if (!failure.empty()) throw OpError(OpFault::FileUnreadable, failure.text());
+    return history;
+}
+
+namespace {
+
+FormerFile formerFile(const std::string& file, const std::string& name) {
+    const auto history = readableHistory(file);
     const auto former = std::ranges::find(history, name, &FormerFile::name);
+    if (former == history.end()) throw OpError(OpFault::ObjectMissing, historyFolder(file) + name);
+    return *former;
+}
+
+}  // namespace
+
+KeysNotIn keysNotIn(const std::string& file, const std::string& name, const SecretText& password) {
+    const FormerFile former = formerFile(file, name);
     KeysNotIn answer;
     LoadedSecurityFile then, now;
-    if (former == history.end()) throw OpError(OpFault::ObjectMissing, historyFolder(file) + name);
     const auto goOn = [] { return !processEnding(); };
-    demandKeys(readSecurityFile(importFile(former->path), password, false, then, goOn));
+    demandKeys(readSecurityFile(importFile(former.path), password, false, then, goOn));
     if (!fileExists(file)) return answer;
     answer.known = readSecurityFile(importFile(file), password, false, now, goOn) == kKmOk;
     for (const LoadedSecurityFile::Key& key : now.keys) {
@@ -100,10 +116,8 @@ KeysNotIn keysNotIn(const std::string& file, const std::string& name, const Secr
 }
 
 void restoreFormerFile(const std::string& file, const std::string& name, const SecretText& password, bool write) {
-    const auto history = historyOf(file);
-    const auto former = std::ranges::find(history, name, &FormerFile::name);
-    if (former == history.end()) throw OpError(OpFault::ObjectMissing, historyFolder(file) + name);
-    const Bytes octets = importFile(former->path);
+    const FormerFile former = formerFile(file, name);
+    const Bytes octets = importFile(former.path);
     MemoryFile memory(octets);
     demandKeys(checkPasswdGF(memory, password));
     if (!write) return;

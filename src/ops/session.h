@@ -16,12 +16,15 @@ namespace crv {
 /// Throws OpError (KeyStoreFailed) with what the result means, unless it is a success.
 void demandKeys(KeyManagerResult result);
 
+/// The former files of a security file, the oldest first. Throws OpError (FileUnreadable) when their folder cannot be read.
+[[nodiscard]] std::vector<FormerFile> readableHistory(const std::string& file);
+
 /// The keys of the security file that a former one lacks; `known` is false when the present file has another password.
 struct KeysNotIn {
     bool known = true;
     std::vector<KeyId> keys{};
 };
-/// The password is that of the former file. Throws OpError: ObjectMissing, KeyStoreFailed.
+/// The password is that of the former file. Throws OpError: FileUnreadable, ObjectMissing, KeyStoreFailed.
 [[nodiscard]] KeysNotIn keysNotIn(const std::string& file, const std::string& name, const SecretText& password);
 
 /// FileUnwritable: a security file could not be kept.

@@ -73,7 +73,9 @@ bool chooseFormerFile() {
     std::vector<FormerFile> files;
     bool restored = false;
     const auto items = [&files] {
-        files = historyOf(cfgManager->securityFileName());
+        HistoryFailure failure;
+        files = historyOf(cfgManager->securityFileName(), &failure);
+        if (!failure.empty()) warnOfFile("Nie można odczytać historii", failure.path, failure.error);
         std::ranges::reverse(files);
         std::vector<std::string> rows;
         for (const FormerFile& one : files)
