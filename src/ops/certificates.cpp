@@ -150,13 +150,10 @@ CertList certsOfFile(const std::string& path) {
     CertList list;
     ByteView der;
     while (nextCert(reader, path, der)) {
-        if (const CertPtr certificate = makeCert(der)) {
-            list.push_back(certificate);
-        } else {
-            break;
-        }
+        list.push_back(makeCert(der));
+        if (!list.back()) throw OpError(OpFault::BadFile, path + ": " + std::to_string(list.size()));
     }
-    if (list.empty()) throw OpError(OpFault::BadFile, path);
+    if (list.empty() || reader.stoppedEarly()) throw OpError(OpFault::BadFile, path);
     return list;
 }
 
