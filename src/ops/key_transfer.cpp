@@ -14,7 +14,6 @@
 #include "misc/ascii.h"
 #include "misc/base64_file.h"
 #include "misc/hex.h"
-#include "misc/memory_file.h"
 #include "ops/op_error.h"
 #include "ops/password_rules.h"
 #include "ops/session.h"
@@ -62,19 +61,17 @@ SecretBytes exportedPem(const StoredKey& key, const CertList& chain, const Secre
 }
 
 void takePem(std::string_view block, const PbePassword& password, KeysOfFile& out) {
-    MemoryFile source(asBytes(block));
-    Base64Reader reader(source, Base64Armour::Pem);
-    SecretBytes octets;
-    if (!reader.findBlock() || !readAll(reader, octets)) throw OpError(OpFault::BadFile);
-    const std::string& label = reader.label();
+    std::string label;
+    const auto octets = fromPem(block, &label);
+    if (!octets) throw OpError(OpFault::BadFile);
     if (label == kEncipheredKey) {
         EncryptedPrivateKeyInfo shrouded;
-        if (!shrouded.readExactly(octets)) throw OpError(OpFault::BadFile, label);
+        if (!shrouded.readExactly(*octets)) throw OpError(OpFault::BadFile, label);
         out.keys.push_back(shrouded.decrypt(password).key());
     } else if (label == kPlainKey) {
-        out.keys.push_back(PrivateKey::fromPkcs8(octets));
+        out.keys.push_back(PrivateKey::fromPkcs8(*octets));
     } else if (label == "CERTIFICATE") {
-        out.certificates.push_back(makeCert(octets));
+        out.certificates.push_back(makeCert(*octets));
         if (!out.certificates.back()) throw OpError(OpFault::BadFile, label);
     }
 }
