@@ -42,7 +42,7 @@ constexpr FaultRow kFaults[] = {
     {OpFault::DatabaseExists, "there is a database already"},
     {OpFault::SameDatabase, "both profiles lead to one database"},
     {OpFault::DatabaseFailed, "the database failed"},
-    {OpFault::BadFile, "there is nothing of that kind in the file"},
+    {OpFault::BadFile, "there is nothing of that kind in the file, or it is damaged"},
     {OpFault::BadMessage, "the message cannot be used"},
     {OpFault::ContentMissing, "the content stands elsewhere; name it with --content"},
     {OpFault::NotAddressed, "the message is for somebody else"},

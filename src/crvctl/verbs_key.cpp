@@ -257,7 +257,7 @@ void keyExport(Run& run) {
 }
 
 void keyImport(Run& run) {
-    KeysOfFile found = keysOfFile(importFile(run.call.operand(0)), readSecret(run.call, "import-password"),
+    KeysOfFile found = keysOfFile(importSecretFile(run.call.operand(0)), readSecret(run.call, "import-password"),
                                   [] { return !processEnding(); });
     Session session = openChanging(run);
     const auto use = run.call.value("use");

@@ -175,12 +175,13 @@ std::string toPem(std::string_view label, ByteView octets) {
     return std::string(asText(target.written()));
 }
 
-std::optional<Bytes> fromPem(std::string_view text, std::string* label) {
+std::optional<SecretBytes> fromPem(std::string_view text, std::string* label) {
     MemoryFile source(asBytes(text));
     Base64Reader reader(source, Base64Armour::Pem);
     if (!reader.findBlock()) return std::nullopt;
     if (label) *label = reader.label();
-    return readAll(reader);
+    SecretBytes octets;
+    return readAll(reader, octets) ? std::optional(std::move(octets)) : std::nullopt;
 }
 
 }  // namespace crv

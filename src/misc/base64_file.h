@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "misc/generic_file.h"
+#include "misc/secret.h"
 
 namespace crv {
 
@@ -67,8 +68,8 @@ class Base64Writer final : public GenericFile {
 [[nodiscard]] std::optional<Bytes> fromBase64(std::string_view text);
 /// One PEM block with the label.
 [[nodiscard]] std::string toPem(std::string_view label, ByteView octets);
-/// Octets of the first PEM block; nothing when there is none or it is malformed. The label is handed out when asked
-/// for.
-[[nodiscard]] std::optional<Bytes> fromPem(std::string_view text, std::string* label = nullptr);
+/// Octets of the first PEM block, maybe a private key; nothing when there is none or it is malformed. The label is
+/// handed out when asked for.
+[[nodiscard]] std::optional<SecretBytes> fromPem(std::string_view text, std::string* label = nullptr);
 
 }  // namespace crv

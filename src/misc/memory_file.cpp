@@ -52,13 +52,15 @@ long SubRangeFile::fill(size_t count) {
 }
 
 bool readAll(GenericFile& in, SecretBytes& out, size_t limit) {
-    while (limit > 0 && in.peek() >= 0) {
+    // Asked once: a stream that failed may say next that it is at its end.
+    int next = GenericFile::kEnd;
+    while (limit > 0 && (next = in.peek()) >= 0) {
         const ByteView piece = in.window().first(std::min(limit, in.window().size()));
         out.insert(out.end(), piece.begin(), piece.end());
         in.consume(piece.size());
         limit -= piece.size();
     }
-    return limit == 0 || in.peek() == GenericFile::kEnd;
+    return limit == 0 || next == GenericFile::kEnd;
 }
 
 }  // namespace crv

@@ -1,11 +1,16 @@
 #include "ops/certificates.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "asn/x509/signed_certificate.h"
 #include "crypto/kc_hash.h"
 #include "misc/ascii.h"
 #include "misc/exceptions.h"
+#include "misc/file_ops.h"
 #include "misc/hex.h"
 #include "misc/path.h"
 #include "misc/whole_file.h"
@@ -54,6 +59,14 @@ CrtItemList withSerial(DbManager& database, const std::string& serial) {
             throw OpError(OpFault::DatabaseFailed, database.lastFailure());
     }
     return items;
+}
+
+/// The reader's words say no reason: the system is asked for it once more.
+[[noreturn]] void failUnreadable(const std::string& path) {
+    char octet = 0;
+    const FileDescriptor file(fileOps().open(expandHome(path), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const bool fails = !file.valid() || fileOps().read(file.get(), &octet, 1) < 0;
+    throw OpError(OpFault::FileUnreadable, fails ? path + ": " + std::strerror(errno) : path);
 }
 
 }  // namespace
@@ -132,8 +145,8 @@ CertFileReader certFileReader(const std::string& path) {
     if (!fileExists(expandHome(path))) throw OpError(OpFault::FileMissing, path);
     try {
         return CertFileReader::open(expandHome(path));
-    } catch (const StoreError& failure) {
-        throw OpError(OpFault::FileUnreadable, failure.what());
+    } catch (const StoreError&) {
+        failUnreadable(path);
     }
 }
 
@@ -141,7 +154,7 @@ bool nextCert(CertFileReader& reader, const std::string& path, ByteView& der) {
     try {
         return reader.next(der);
     } catch (const StoreError&) {
-        throw OpError(OpFault::FileUnreadable, path);
+        failUnreadable(path);
     }
 }
 
@@ -150,13 +163,10 @@ CertList certsOfFile(const std::string& path) {
     CertList list;
     ByteView der;
     while (nextCert(reader, path, der)) {
-        if (const CertPtr certificate = makeCert(der)) {
-            list.push_back(certificate);
-        } else {
-            break;
-        }
+        list.push_back(makeCert(der));
+        if (!list.back()) throw OpError(OpFault::BadFile, path + ": " + std::to_string(list.size()));
     }
-    if (list.empty()) throw OpError(OpFault::BadFile, path);
+    if (list.empty() || reader.stoppedEarly()) throw OpError(OpFault::BadFile, path);
     return list;
 }
 

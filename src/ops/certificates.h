@@ -46,7 +46,8 @@ CertPtr findOne(Session& session, const CertSelector& selector, const CertList* 
 CertFileReader certFileReader(const std::string& path);
 /// The reader's next certificate; false at the end. Throws OpError (FileUnreadable) with the path.
 [[nodiscard]] bool nextCert(CertFileReader& reader, const std::string& path, ByteView& der);
-/// All certificates of a file; "-" is standard input. Throws OpError (FileMissing, FileUnreadable, BadFile).
+/// All certificates of a file; "-" is standard input. Throws OpError (FileMissing, FileUnreadable, BadFile: there is
+/// none, or one is damaged, whose number is told).
 CertList certsOfFile(const std::string& path);
 
 }  // namespace crv

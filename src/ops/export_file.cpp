@@ -6,11 +6,11 @@
 #include <cstring>
 #include <filesystem>
 
-#include "misc/exceptions.h"
 #include "misc/file_ops.h"
 #include "misc/path.h"
 #include "misc/whole_file.h"
 #include "ops/file_guard.h"
+#include "ops/messages.h"
 #include "ops/op_error.h"
 
 namespace crv {
@@ -31,6 +31,18 @@ void demandPlainFile(const std::string& path) {
     const std::string name = expandHome(path);
     if (path == "-" || (std::filesystem::exists(name, none) && !std::filesystem::is_regular_file(name, none)))
         throw OpError(OpFault::WrongCall, path);
+}
+
+/// Everything that a file gives. A device may have no end.
+template <class Octets>
+Octets octetsOf(const std::string& path) {
+    Octets content;
+    readPieces(path, [&](ByteView piece) {
+        if (content.size() + piece.size() > kMaxWholeFile)
+            throw OpError(OpFault::FileUnreadable, path + ": " + std::strerror(EFBIG));
+        content.insert(content.end(), piece.begin(), piece.end());
+    });
+    return content;
 }
 
 }  // namespace
@@ -57,26 +69,11 @@ void exportPieces(const ExportTarget& target, const CrvProfile& profile, const C
 }
 
 Bytes importFile(const std::string& path) {
-    if (path != "-") {
-        if (!fileExists(expandHome(path))) throw OpError(OpFault::FileMissing, path);
-        try {
-            return readFile(expandHome(path));
-        } catch (const StoreError& failure) {
-            throw OpError(OpFault::FileUnreadable, failure.what());
-        }
-    }
-    Bytes content;
-    uint8_t block[65536];
-    for (;;) {
-        const ssize_t count = fileOps().read(STDIN_FILENO, block, sizeof block);
-        if (count < 0 && errno == EINTR) {
-            stopIfEnding();
-            continue;
-        }
-        if (count < 0) throw OpError(OpFault::FileUnreadable, std::strerror(errno));
-        if (count == 0) return content;
-        content.insert(content.end(), block, block + count);
-    }
+    return octetsOf<Bytes>(path);
+}
+
+SecretBytes importSecretFile(const std::string& path) {
+    return octetsOf<SecretBytes>(path);
 }
 
 }  // namespace crv

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "misc/atomic_write.h"
+#include "misc/secret.h"
 
 namespace crv {
 
@@ -28,5 +29,7 @@ void exportPieces(const ExportTarget& target, const CrvProfile& profile, const C
 
 /// The octets of a file; "-" is standard input. Throws OpError (FileMissing, FileUnreadable).
 Bytes importFile(const std::string& path);
+/// The same of a file that may hold a private key as it is.
+SecretBytes importSecretFile(const std::string& path);
 
 }  // namespace crv

@@ -70,8 +70,9 @@ void takePem(std::string_view block, const PbePassword& password, KeysOfFile& ou
         out.keys.push_back(shrouded.decrypt(password).key());
     } else if (label == kPlainKey) {
         out.keys.push_back(PrivateKey::fromPkcs8(*octets));
-    } else if (CertPtr certificate = label == "CERTIFICATE" ? makeCert(*octets) : nullptr) {
-        out.certificates.push_back(std::move(certificate));
+    } else if (label == "CERTIFICATE") {
+        out.certificates.push_back(makeCert(*octets));
+        if (!out.certificates.back()) throw OpError(OpFault::BadFile, label);
     }
 }
 

@@ -31,7 +31,7 @@ TimedLock::TimedLock(const std::string& path, const OpMode& mode)
     const int lockMode = mode.dryRun ? kSharedLock : kExclusiveLock;
     while (semaphore_.pCond(lockMode) != 1) {
         stopIfEnding();
-        if (fileOps().access(path, R_OK) != 0) throw OpError(OpFault::LockFailed, path);
+        if (fileOps().access(path, mode.dryRun ? R_OK : R_OK | W_OK) != 0) throw OpError(OpFault::LockFailed, path);
         if (Clock::now() >= end) throw OpError(OpFault::LockBusy, path);
         std::this_thread::sleep_for(kPause);
     }

@@ -1,7 +1,5 @@
 #include "pkcs11/p11_objects.h"
 
-#include <cstring>
-
 #include "asn/known_oids.h"
 #include "asn/x509/subject_public_key_info.h"
 #include "crypto/crypto_error.h"
@@ -74,13 +72,6 @@ ByteView P11Attributes::octets(CK_ATTRIBUTE_TYPE type) const {
 bool P11Attributes::flag(CK_ATTRIBUTE_TYPE type) const {
     const ByteView value = octets(type);
     return value.size() == sizeof(CK_BBOOL) && value[0] != CK_FALSE;
-}
-
-std::optional<CK_ULONG> P11Attributes::number(CK_ATTRIBUTE_TYPE type) const {
-    CK_ULONG value = 0;
-    if (octets(type).size() != sizeof value) return std::nullopt;
-    std::memcpy(&value, octets(type).data(), sizeof value);
-    return value;
 }
 
 std::optional<PublicKey> publicKeyOf(const P11Attributes& key) {

@@ -50,8 +50,6 @@ class P11Attributes : public std::map<CK_ATTRIBUTE_TYPE, Bytes> {
     [[nodiscard]] ByteView octets(CK_ATTRIBUTE_TYPE type) const;
     /// Whether it is there and true.
     [[nodiscard]] bool flag(CK_ATTRIBUTE_TYPE type) const;
-    /// Nothing when it is missing or has another length than a number.
-    [[nodiscard]] std::optional<CK_ULONG> number(CK_ATTRIBUTE_TYPE type) const;
 };
 
 /// The public key that the attributes of a key object describe: the numbers (CKA_EC_POINT as an OCTET STRING or raw),

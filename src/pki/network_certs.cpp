@@ -147,11 +147,4 @@ NetReport NetworkManager::fetchIssuersFrom(NetSources& sources, const CertPtr& c
     return report;
 }
 
-NetReport NetworkManager::fetchIssuers(const CertPtr& certificate, const NetProgress& progress, CertList& found) {
-    NetSources sources(*context_, *manager_);
-    if (sources.networkIsOff())
-        return {certificate->subject().text(), ECRV_TCP_NO_SRV, "the network is switched off (option 18)"};
-    return fetchIssuersFrom(sources, certificate, progress, found);
-}
-
 }  // namespace crv

@@ -209,17 +209,6 @@ NetErrand NetworkManager::ocspErrand(NetSources& sources, const OcspQuestion& qu
     return errand;
 }
 
-NetReport NetworkManager::ocspStatus(const CertPtr& certificate, const CertPtr& issuer, const NetProgress& progress,
-                                     CrtStatus& status) {
-    NetSources sources(*context_, *manager_);
-    const std::string name = certificate->subject().text();
-    if (sources.networkIsOff()) return networkIsOffReport(name);
-    if (sources.option(kOptUseOcsp) == 0) return refusal(name, ECRV_TCP_NO_SRV, "OCSP is switched off (option 38)");
-    const WorkingKey key = keyOf(*manager_->cache().facts(issuer), {});
-    return goOne(ocspErrand(sources, ocsp_.question(certificate, key, issuer, std::time(nullptr), true), &status),
-                 progress);
-}
-
 /// One asking for the status of a certificate and of those above it.
 struct NetworkManager::StatusWork {
     NetSources sources;

@@ -100,13 +100,7 @@ class NetworkManager {
     [[nodiscard]] NetReport fetchCerts(const CertQuery& query, const NetProgress& progress, CertList& found);
     /// The certificates of a recipient as options 6 and 22 want it: none unless they are to be fetched.
     [[nodiscard]] NetReport fetchRecipient(const std::string& email, const NetProgress& progress, CertList& found);
-    /// Certificates that made the signatures above a certificate, up to four levels, from the servers of certificates
-    /// and the certificates' own addresses.
-    [[nodiscard]] NetReport fetchIssuers(const CertPtr& certificate, const NetProgress& progress, CertList& found);
 
-    /// Asks about a certificate. The answer counts for the paths of this run, and as long as it holds.
-    [[nodiscard]] NetReport ocspStatus(const CertPtr& certificate, const CertPtr& issuer, const NetProgress& progress,
-                                       CrtStatus& status);
     /// Fetches what a verdict on the certificate needs: issuers where no path is found, OCSP answers, then CRLs for
     /// what those leave open.
     [[nodiscard]] NetReports refreshStatus(const CertPtr& certificate, const CertList& extra, StatusAsking asking,

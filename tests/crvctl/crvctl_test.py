@@ -296,6 +296,11 @@ class Stores(Case):
                               (["cert", "search", "--email", "nobody"], 1), (["crl", "show", "1"], 0), (["crl", "show", "9"], 3),
                               (["db", "check"], 0), (["db", "stat"], 0), (["db", "dump", "certific"], 0)):
             self.read(*words, status=status)
+        # What stands behind a damaged certificate was never looked at, so nothing may be said of the file.
+        own, damaged = pathlib.Path("moj.crt").read_bytes(), bytes.fromhex("30063004020201 01")
+        pathlib.Path("zly.crt").write_bytes(own + damaged + own)
+        for words in (["cert", "check", "zly.crt"], ["cert", "verify", "zly.crt"], ["trust", "add", "zly.crt"], ["cert", "install", "zly.crt"]):
+            self.assertEqual(self.answer(*words, *self.KEYS, status=1)["fault"], "bad-file")
         self.assertEqual(self.read("policy", "list", *self.KEYS)["result"]["items"][0]["name"], "Polityka firmy")
         self.assertEqual(self.answer("store", "check", "--password-env", "P", status=4, P="Falsz-123")["name"], "ECRV_PASSWORD")
 

@@ -58,7 +58,8 @@ Lines extendedUsageLines(const ExtKeyUsage& usages) {
     Lines lines;
     for (const ASNobjectId& usage : usages) {
         const char* description = AcceptedUsages::getExtKeyUsageDescription(usage.text());
-        lines.push_back(usage.text() + " " + (description ? description : usage.name()));
+        const std::string name = description ? description : usage.name();
+        lines.push_back(name == usage.text() ? name : usage.text() + " " + name);
     }
     return lines;
 }

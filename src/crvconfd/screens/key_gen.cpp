@@ -294,6 +294,7 @@ void saveRequest(KeyType usage, const CrtRequestParams& params,
                  const char* done = "Klucz został poprawnie wygenerowany i zapisany.") {
     Bytes request;
     const KeyManagerResult result = prepareCrtRequest(*keyManager, usage, params, request);
+    if (result == kKmCancelled) return;  // no PIN for a card that was put in again
     if (result != kKmOk) return showCode(kKeyGenTexts, result);
     for (;;) {
         const auto file = askForFile("Podaj nazwę pliku zgłoszenia certyfikacyjnego: ", false, kLongestRequestName);
@@ -342,7 +343,7 @@ bool saveUnsaved() {
         }
         const KeyManagerResult result = saveUnsavedKey(keyStoreAccess());
         clrToEol(kMessageRow, 0);
-        if (result != kKmOk) showCode(kKeyGenTexts, result);
+        if (result != kKmOk && result != kKmCancelled) showCode(kKeyGenTexts, result);
     }
     return true;
 }

@@ -50,7 +50,7 @@ void storeAuthorities(const CertList& authorities) {
 }
 
 /// Deciphers what came from elsewhere, as slowly as its writer wished; Escape ends that.
-KeysOfFile decipher(const Bytes& octets, const SecretText& password) {
+KeysOfFile decipher(ByteView octets, const SecretText& password) {
     clrToEol(kMessageRow, 0);
     displText(kMessageRow, 0, "Trwa odczyt pliku z kluczem... (Esc)");
     refreshScr();
@@ -115,7 +115,7 @@ void importKeysFromFile() try {
         return showFileFailure("To nie jest zwykły plik: %s", file->typed, 0);
     if (const int error = openError(file->path); error != 0)
         return showFileFailure("Błąd otwarcia pliku %s !!!", file->typed, error);
-    const Bytes octets = importFile(file->path == "-" ? "./-" : file->path);
+    const SecretBytes octets = importSecretFile(file->path == "-" ? "./-" : file->path);
     SecretText password;
     if (!readPassword("Hasło tego pliku:", password)) return;
     const KeysOfFile found = decipher(octets, password);

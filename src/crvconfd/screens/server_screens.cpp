@@ -115,8 +115,9 @@ void SrvDatViewer::edit(SrvParams server, bool isNew) {
 void SrvDatViewer::remove(const SrvParams& server) {
     if (!askOfLoss("Czy na pewno chcesz usunąć serwer (t/n)?")) return;
     const bool done = changeCurrentProfile([&](CrvProfile& target) {
-        // A server may have other uses: it goes only with the last of them.
-        SrvParams rest = server;
+        // A server may have other uses, by now: it goes only with the last of them.
+        SrvParams rest;
+        if (!target.findSrv(server.name, &rest)) return;
         rest.usage &= ~static_cast<long>(usage_);
         rest.usage == 0 ? (void)target.delSrv(server.name) : target.updateSrv(rest);
     });
