@@ -31,8 +31,8 @@ struct HistoryFailure {
 /// The folder of a security file, with its slash.
 [[nodiscard]] std::string historyFolder(const std::string& securityFile);
 
-/// The oldest first; empty when there is none, and when the folder cannot be read, which `failure` tells. Other files in
-/// the folder are passed over.
+/// The oldest first; empty when there is none, and when the folder cannot be read, which `failure` tells. Other files
+/// in the folder are passed over.
 [[nodiscard]] std::vector<FormerFile> historyOf(const std::string& securityFile, HistoryFailure* failure = nullptr);
 
 /// Keeps the octets as the newest and deletes the oldest beyond `most` (1 or more); without a number they are kept

@@ -16,7 +16,8 @@ namespace crv {
 /// Throws OpError (KeyStoreFailed) with what the result means, unless it is a success.
 void demandKeys(KeyManagerResult result);
 
-/// The former files of a security file, the oldest first. Throws OpError (FileUnreadable) when their folder cannot be read.
+/// The former files of a security file, the oldest first. Throws OpError (FileUnreadable) when their folder cannot be
+/// read.
 [[nodiscard]] std::vector<FormerFile> readableHistory(const std::string& file);
 
 /// The keys of the security file that a former one lacks; `known` is false when the present file has another password.
