@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "misc/bytes.h"
+#include "misc/secret.h"
 
 namespace crv {
 
@@ -110,7 +111,7 @@ class BufferedFile : public GenericFile {
     void dropBuffer(long position) { setWindow({}, position); }
 
   private:
-    Bytes buffer_;
+    SecretBytes buffer_;  // a key may have been in it
 };
 
 }  // namespace crv

@@ -95,7 +95,7 @@ TEST_P(Sizes, WhatIsInUseIsSeen) {
     go({{">podpis i szyfr.", "e"}, {"(podpis i szyfr.) w osobnym pliku (t/n)?", "n"}, {">podpis", "u"}});
     go({{"jest w UŻYCIU. Usunąć go z jego certyfikatami (t/n)?", "n"}, {">podpis", "w"}, {"Powrót", "w"}});
     go({{"7) Zmiana hasła", "w"}, {kMainMenu, "2"}, {"9) Rozszerzone", "1"}, {"Brak punktów zaufania", "d"}});
-    go({{"z certyfikatem:", "~/długa.crt\r"}, {"nie ma katalogu: ", ""}, {"praca.p12.d/2", ""}});
+    go({{"z certyfikatem:", "~/długa.crt\r"}, {"nie ma katalogu: ", ""}, {"praca.p12.d/", ""}});
     go({{"Nie udało się zachować poprzedniego pliku", " "}, {"Punkt zaufania poprawnie dodany", " "}});
     std::filesystem::remove(file("praca.p12.d"));
     go({{"Dodany punkt zaufania", "w"}, {"CN=Długa nazwa", "u"}, {"chcesz usunąć punkt zaufania (t/n)?", ""}});
