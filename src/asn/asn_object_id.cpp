@@ -128,7 +128,7 @@ std::optional<ASNobjectId> ASNobjectId::fromText(std::string_view dotted) {
 std::string ASNobjectId::text() const {
     std::string out;
     ByteView rest = contents();
-    if (rest.empty()) return out;
+    if (!areArcs(rest)) return out;  // a reading that failed left them
     appendFirstArcs(out, takeArc(rest));
     while (!rest.empty()) {
         out += '.';

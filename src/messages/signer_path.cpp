@@ -195,9 +195,12 @@ std::string SignerJudge::judgeStamp(ByteView octets, const SignerInfo& signer, S
     TimeStampFacts facts;
     if (!isModest(octets, kDepthOfToken)) return "time stamp: it is malformed";
     NetVerdict judged = token.read(octets);
-    MessageImprint imprint;
-    if (const KcHashAlgo hash = token.hash(); isHash(hash)) imprint.set(hash, hashOf(hash, signer.signature.value()));
-    if (judged.code == 0) judged = token.judge(imprint, {params_.path.revocation, extra_}, judge_, facts);
+    if (judged.code == 0) {
+        MessageImprint imprint;
+        const KcHashAlgo hash = token.hash();
+        if (isHash(hash)) imprint.set(hash, hashOf(hash, signer.signature.value()));
+        judged = token.judge(imprint, {params_.path.revocation, extra_}, judge_, facts);
+    }
     verdict.stampPath = facts.path;
     if (judged.code != 0) return judged.cause;
     if (facts.genTime > params_.now + kClockSkew) return "time stamp: it lies in the future";
