@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <new>
 
 #include "misc/atomic_write.h"
 #include "misc/exceptions.h"
@@ -90,7 +91,10 @@ namespace {
 int readHistory(const std::string& securityFile, std::vector<FormerFile>& kept) {
     const std::string folder = historyFolder(securityFile);
     std::vector<std::string> names;
-    if (fileOps().list(folder, names) != 0) return errno == ENOENT ? 0 : errno;
+    if (fileOps().list(folder, names) != 0) {
+        if (errno == ENOMEM) throw std::bad_alloc();
+        return errno == ENOENT ? 0 : errno;
+    }
     for (const std::string& name : names) {
         struct stat info {};
         if (numberIn(name) < 0 || fileOps().lstat(folder + name, &info) != 0 || !S_ISREG(info.st_mode)) continue;
@@ -124,6 +128,7 @@ HistoryFailure keepFormer(const std::string& securityFile, ByteView octets, std:
     if (most && !kept.empty() && hasOctets(kept.back(), octets)) return {};
     const std::string path = folder + nextName(kept) + std::string(most ? kEnding : kKeptEnding);
     const WriteResult written = writeFileAtomically(path, octets, {.mode = WriteMode::KeepOrSecret});
+    if (!written && written.error == ENOMEM) throw std::bad_alloc();
     if (!written) return {path, written.error};
     shareWithOwners(securityFile, path, 0660);
     if (!most) return {};

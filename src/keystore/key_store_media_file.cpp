@@ -1,6 +1,7 @@
 // Keys in a security file: on disk, or held as octets by a profile that names no path.
 #include <algorithm>
 #include <cerrno>
+#include <new>
 
 #include "config/configuration_manager.h"
 #include "config/context_services.h"
@@ -40,7 +41,9 @@ class DiskFileMedia final : public FileMedia {
     }
     [[nodiscard]] bool wasCutOff() const override { return cutOff_; }
     KeyManagerResult writeFile(ByteView octets) override {
-        switch (writeFileAtomically(path_, octets, {.mode = WriteMode::Secret}).failed) {
+        const WriteResult written = writeFileAtomically(path_, octets, {.mode = WriteMode::Secret});
+        if (!written && written.error == ENOMEM) throw std::bad_alloc();
+        switch (written.failed) {
             case WriteStep::None:
                 return kKmOk;
             case WriteStep::Open:

@@ -65,7 +65,7 @@ class SlowAllocation : public FileProfile {
     /// last time it must succeed, whatever failed before. `skip`: the smaller, the larger the steps.
     void sweep(
         const char* name, const std::function<int()>& call, const std::function<void()>& prepare = [] {},
-        long skip = 50) {
+        long skip = 5000) {
         for (int forEver : {0, 1}) {
             long n = 1;
             for (bool failed = true; failed; n += 1 + n / skip) {
