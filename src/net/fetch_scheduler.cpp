@@ -96,7 +96,12 @@ size_t FetchScheduler::add(FetchJob job) {
     slot->host = parseUrl(job.request.url).host;
     slot->job = std::move(job);
     slot->result.outcome = FetchOutcome::Cancelled;
+    // Made now: the thread that needs it has no memory then.
+    slot->noMemory.outcome = FetchOutcome::TooLong;
+    slot->noMemory.cause = "more than there is memory for";
+    slot->noMemory.url = urlForPeople(slot->job.request.url);
     const std::lock_guard lock(mutex_);
+    busyHosts_.try_emplace(slot->host, 0);
     slot->ended = stopping_;
     waiting_ += !stopping_;
     slots_.emplace(added_, std::move(slot));
@@ -130,13 +135,11 @@ void FetchScheduler::work() {
         const FetchRequest& request = slot->job.request;
         try {
             slot->result = runFetch(request, slot->state);
+            if (slot->result.url.empty()) slot->result.url = slot->noMemory.url;
+            FailedHosts::instance().note(request, slot->result.outcome);
         } catch (const std::exception&) {  // no memory for what came
-            slot->result = {};
-            slot->result.outcome = FetchOutcome::TooLong;
-            slot->result.cause = "more than there is memory for";
+            slot->result = std::move(slot->noMemory);
         }
-        if (slot->result.url.empty()) slot->result.url = urlForPeople(request.url);
-        FailedHosts::instance().note(request, slot->result.outcome);
         const std::lock_guard lock(mutex_);
         slot->ended = true;
         --busyHosts_[slot->host];

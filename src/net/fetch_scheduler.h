@@ -75,6 +75,7 @@ class FetchScheduler {
         FetchJob job;
         std::string host;
         FetchResult result;
+        FetchResult noMemory;  // the result where there is no memory for another one
         FetchState state;
         bool started = false, ended = false;
     };
