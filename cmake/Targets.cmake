@@ -22,7 +22,8 @@ endfunction()
 
 # crv_test(<folder> LINK libraries... [TIMEOUT seconds] [CASES]): GoogleTest program test_<folder> of every .cpp in the
 # current folder. One ctest test runs all its cases, so that they share costly fixtures; with CASES each case is a test,
-# for cases that mostly wait. Cases of suites named Slow* are always tests of their own and carry the label "slow".
+# for cases that mostly wait. Cases of suites named Slow* are always tests of their own, carry the label "slow" and start
+# first, so that a run does not end waiting for one of them.
 function(crv_test name)
   cmake_parse_arguments(ARG "CASES" "TIMEOUT" "LINK" ${ARGN})
   if(NOT ARG_TIMEOUT)
@@ -41,7 +42,7 @@ function(crv_test name)
     gtest_discover_tests(test_${name} TEST_FILTER "-Slow*" DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT ${ARG_TIMEOUT})
   endif()
   gtest_discover_tests(test_${name} TEST_FILTER "Slow*" DISCOVERY_MODE PRE_TEST
-    TEST_LIST test_${name}_SLOW PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS slow)
+    TEST_LIST test_${name}_SLOW PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS slow COST 60)
 endfunction()
 
 # crv_fuzz(<name> LINK libraries...): libFuzzer target fuzz_<name> of <name>.cpp, seeds in corpus/<name>.

@@ -61,6 +61,7 @@ constexpr Explained kExplained[] = {
     {Explained::kOurs, "6.1.5 (g)", "as 6.1.3 (f)"},
     {Explained::kGnuTls, "10002",
      "it takes a common name for a host name where DNS names are constrained; 4.2.1.10 does not"},
+    {Explained::kLibcrypto, "decode", "names that are no text, which certificate_peers explains"},
     {Explained::kLibcrypto, "1", "the last certificate's key cannot be read; nothing on a path is checked with it"},
 };
 

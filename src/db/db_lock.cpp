@@ -87,7 +87,7 @@ bool DbLock::clearMark(DbMark mark) {
 
 bool DbLock::mend(const State& state) {
     logLine(LogLevel::Warning, std::string("database left while ") + nameOf(state.mark) + ", mending: " + path());
-    const bool mended = mender_ && mender_(state.mark, state.names) && clearMark(state.mark);
+    const bool mended = mender_ && mender_(state.mark, state.names) && (keepsMark_ || clearMark(state.mark));
     logLine(mended ? LogLevel::Warning : LogLevel::Error, (mended ? "mended: " : "not mended: ") + path());
     return mended;
 }
@@ -98,29 +98,32 @@ DbLock::Result DbLock::acquire(int mode) {
         ++depth_;
         return Result::Ok;
     }
+    DbMark found = DbMark::None;
     for (int asked = mode;;) {
         if (semaphore_.p(asked) == 0) return asked == mode ? Result::NotHad : Result::NeedsMending;
         bool marked = false, mended = true;
+        keepsMark_ = false;
         try {
             const State state = readMark();
-            marked = state.mark != DbMark::None;
+            found = state.mark;
+            marked = found != DbMark::None;
             mended = !marked || asked == kSharedLock || mend(state);
         } catch (...) {  // memory ran out
             semaphore_.v();
             throw;
         }
-        if (!marked && asked == mode) break;
         if (!mended) {
             semaphore_.v();
             return Result::NeedsMending;
         }
+        if (asked == mode && (!marked || keepsMark_)) break;
         // Mended by us or by somebody else: look again under the lock that was wanted.
         asked = marked && asked == kSharedLock ? static_cast<int>(kExclusiveLock) : mode;
         semaphore_.v();
     }
     mode_ = mode;
     depth_ = 1;
-    mark_ = DbMark::None;
+    mark_ = found;
     spoilt_ = false;
     return Result::Ok;
 }

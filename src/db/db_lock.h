@@ -47,6 +47,8 @@ class DbLock {
     void setSync(bool on) { sync_ = on; }
     [[nodiscard]] bool syncs() const { return sync_; }
     void setMender(Mender mender) { mender_ = std::move(mender); }
+    /// For a mender that leaves the work to whoever gets the exclusive lock: the mark stays, as that of his change.
+    void keepMark() { keepsMark_ = true; }
 
     /// Waits for the lock (LockMode). An exclusive one cannot be had under a shared one.
     [[nodiscard]] Result acquire(int mode);
@@ -84,6 +86,7 @@ class DbLock {
     int depth_ = 0;
     DbMark mark_ = DbMark::None;
     bool spoilt_ = false;
+    bool keepsMark_ = false;
     bool sync_ = true;
 };
 

@@ -29,15 +29,16 @@ class Repair {
 
     bool run() {
         const TimedLock lock(db_.createSemaforeName(), mode_);
-        // A swap cut off is finished first; everything else is what the repair does anyway.
+        // A swap cut off is finished first; everything else is what the repair does anyway, under that mark.
         db_.lock().setMender([this](DbMark mark, const std::vector<std::string>& names) {
             cutOff_ = true;
+            db_.lock().keepMark();
             return mark != DbMark::Swapping || db_.mend(mark, names);
         });
         const DbGuard guard(db_.lock(), kExclusiveLock);
-        if (!db_.lock().beginChange()) return say("db.lck", "cannot be written"), false;
         // A repair that is stopped, or for which memory runs out, leaves its mark: the next opening goes on.
         DbChange change(&db_.lock());
+        if (!db_.lock().setMark(DbMark::Changing)) return say("db.lck", "cannot be written"), false;
         repairTables();
         repairFiles();
         const int64_t removed = ok_ ? db_.removeDangling() : -1;

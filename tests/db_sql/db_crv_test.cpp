@@ -241,6 +241,12 @@ TEST(DbLock, OnlyNestedLocksShareAndForeignContentIsNoMark) {
         lock.spoil();
     }
     EXPECT_EQ(lock.acquire(kSharedLock), DbLock::Result::NeedsMending) << "spoilt, and there is no mender";
+    lock.setMender([&](DbMark, const auto&) { return lock.keepMark(), true; });
+    {
+        const DbGuard heir(lock, kExclusiveLock);
+        EXPECT_EQ(test::readFile(dir.file("l")).substr(0, 8), "CRVMARK2") << "of the heir's change now";
+        const DbChange cutOff(&lock);
+    }
     lock.setMender([](DbMark mark, const auto&) { return mark == DbMark::Changing; });
     EXPECT_EQ(lock.acquire(kSharedLock), DbLock::Result::Ok);
     lock.release();
