@@ -18,6 +18,8 @@ constexpr size_t kMaxDepth = 64;
 constexpr int64_t kMadeAtOnce = 256;
 /// Octets of insertions that wait before they are made.
 constexpr size_t kWaitingLimit = size_t{8} << 20;
+/// Pages that are written at once: more would only take memory.
+constexpr std::ptrdiff_t kPagesAtATime = 256;
 
 }  // namespace
 
@@ -386,16 +388,24 @@ ByteView IndexFile::encoded(std::span<Page* const> pages) {
     return {scratch_.data(), size};
 }
 
-/// New pages go first, in one piece that is taken back when the disk is full: until then nothing has changed.
+/// New pages go first, and are taken back when the disk is full: until all are there nothing has changed.
 bool IndexFile::writeChanges() {
     std::ranges::sort(dirty_, {}, &Page::position);
     const auto fresh = std::ranges::find_if(dirty_, &Page::isNew);  // behind all old ones
-    if (fresh != dirty_.end() && append(encoded({fresh, dirty_.end()})) < 0) return false;
+    const int64_t end = length();
+    for (auto it = fresh; it != dirty_.end();) {
+        const auto start = it;
+        it += std::min(kPagesAtATime, dirty_.end() - it);
+        if (append(encoded({start, it})) >= 0) continue;
+        halfWritten_ = !truncate(end);
+        return false;
+    }
     halfWritten_ = true;
     for (auto it = dirty_.begin(); it != fresh;) {
         // Pages that lie side by side are written together.
         const auto start = it;
-        while (++it != fresh && (*it)->position == (*(it - 1))->position + (*(it - 1))->desc.pageSize) {
+        while (++it != fresh && it - start < kPagesAtATime &&
+               (*it)->position == (*(it - 1))->position + (*(it - 1))->desc.pageSize) {
         }
         if (!writeAt((*start)->position, encoded({start, it}))) return false;
     }

@@ -19,7 +19,7 @@ class CrtRecordsAhead {
     using Source = std::function<bool(ByteView& der)>;
 
     /// Most certificates of a batch. The first ones are smaller, because nothing is stored while they are taken apart.
-    static constexpr size_t kBatchSize = 4096;
+    static constexpr size_t kBatchSize = 6144;
     static constexpr size_t kFirstBatch = 512;
     /// A batch with as many octets takes no certificate any more.
     static constexpr size_t kBatchOctets = size_t{8} << 20;
