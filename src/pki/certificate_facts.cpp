@@ -47,7 +47,7 @@ bool takeKeyUsage(const Extension& extension, Facts& facts) {
     KeyUsage usage;
     if (!extension.decode(usage)) return false;
     facts.keyUsage = usage.namedBits();
-    return true;
+    return facts.keyUsage != 0;  // RFC 5280 4.2.1.3: one bit at least
 }
 
 bool takeExtendedUsages(const Extension& extension, Facts& facts) {

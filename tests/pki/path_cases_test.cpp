@@ -35,6 +35,7 @@ TEST_F(PathCasesTest, ExtensionsThatLie) {
         {"usage twice", {}, {{"keyUsage", "digitalSignature"}, {"keyUsage", "keyAgreement"}}, twice},
         {"unknown twice", {}, {{"1.2.3.4", "DER:0500"}, {"1.2.3.4", "DER:0500"}}, twice},
         {"usage that is none", {}, {{"2.5.29.15", "DER:0500"}}, "4.2.1.3"},
+        {"usage without a bit", {}, {{"2.5.29.15", "DER:030100"}}, "4.2.1.3"},
         {"TRUE of 01", {{"basicConstraints", ""}, {"2.5.29.19", "critical,DER:3003010101"}}, {}, "4.2.1.9"},
         {"authority with a negative length",
          {{"basicConstraints", ""}, {"2.5.29.19", "DER:30060101FF0201FF"}},
