@@ -1,12 +1,17 @@
-// A digest fits one block, and EVP takes two thirds as long again as the block itself to begin and to end a message.
-// These rounds, thousands for each key, call libcrypto's SHA by name; nothing else in this library may.
+// A digest fits one block, and EVP takes two thirds as long again as the block itself to begin and to end a message,
+// libcrypto's older calls a quarter. These rounds, thousands for each key, call its SHA by name, a block at a time;
+// nothing else in this library may.
 #undef OPENSSL_NO_DEPRECATED
 #define OPENSSL_SUPPRESS_DEPRECATED
 #include "crypto/hash_chain.h"
 
 #include <openssl/sha.h>
 
+#include <algorithm>
+#include <cstring>
+
 #include "crypto/crypto_error.h"
+#include "misc/byte_order.h"
 #include "misc/secret.h"
 
 namespace crv {
@@ -16,29 +21,44 @@ namespace {
 using Chain = void (*)(std::span<uint8_t> digest, uint64_t times);
 
 #ifndef OPENSSL_NO_DEPRECATED_3_0
-template <class State, auto Begin, auto Add, auto End>
+/// The messages are padded here (FIPS 180-4 5.1), once: what differs is the digest in front. libcrypto's states begin
+/// with the words of the hash.
+template <class State, class Word, auto Begin, auto AddBlock>
 void chain(std::span<uint8_t> digest, uint64_t times) {
+    constexpr size_t kBlock = 16 * sizeof(Word);
+    State begun;
+    Begin(&begun);
+    SecretArray<kBlock> block;
+    std::ranges::copy(digest, block.begin());
+    block[digest.size()] = 0x80;
+    storeBe(block.data() + kBlock - sizeof(uint64_t), uint64_t{8} * digest.size());
     State state;
     for (; times > 0; --times) {
-        Begin(&state);
-        Add(&state, digest.data(), digest.size());
-        End(digest.data(), &state);
+        state = begun;
+        AddBlock(&state, block.data());
+        const auto* words = reinterpret_cast<const uint8_t*>(&state);
+        for (size_t at = 0; at < digest.size(); at += sizeof(Word)) {
+            Word word;
+            std::memcpy(&word, words + at, sizeof word);
+            storeBe(block.data() + at, word);
+        }
     }
+    std::copy_n(block.begin(), digest.size(), digest.begin());
     wipeMemory(&state, sizeof state);
 }
 
 Chain chainOf(KcHashAlgo algo) {
     switch (algo) {
         case KcHashAlgo::Sha1:
-            return chain<SHA_CTX, SHA1_Init, SHA1_Update, SHA1_Final>;
+            return chain<SHA_CTX, SHA_LONG, SHA1_Init, SHA1_Transform>;
         case KcHashAlgo::Sha224:
-            return chain<SHA256_CTX, SHA224_Init, SHA224_Update, SHA224_Final>;
+            return chain<SHA256_CTX, SHA_LONG, SHA224_Init, SHA256_Transform>;
         case KcHashAlgo::Sha256:
-            return chain<SHA256_CTX, SHA256_Init, SHA256_Update, SHA256_Final>;
+            return chain<SHA256_CTX, SHA_LONG, SHA256_Init, SHA256_Transform>;
         case KcHashAlgo::Sha384:
-            return chain<SHA512_CTX, SHA384_Init, SHA384_Update, SHA384_Final>;
+            return chain<SHA512_CTX, SHA_LONG64, SHA384_Init, SHA512_Transform>;
         case KcHashAlgo::Sha512:
-            return chain<SHA512_CTX, SHA512_Init, SHA512_Update, SHA512_Final>;
+            return chain<SHA512_CTX, SHA_LONG64, SHA512_Init, SHA512_Transform>;
         default:
             return nullptr;
     }

@@ -1,12 +1,11 @@
 #include "db_sql/crt_records_ahead.h"
 
 #include <algorithm>
-#include <functional>
 #include <thread>
 #include <utility>
 
 #include "db_sql/crt_keys.h"
-#include "misc/signals_held.h"
+#include "misc/aside.h"
 
 namespace crv {
 
@@ -54,9 +53,7 @@ void CrtRecordsAhead::begin() {
     batch.taken = 0;
     batch.sound = count;
     batchSize_ = std::min(2 * batchSize_, kBatchSize);
-    const SignalsHeld held;
-    for (size_t i = 0; i < helpersFor(count); ++i)
-        helpers_.push_back(std::async(std::launch::async | std::launch::deferred, takeApart, std::ref(batch)));
+    for (size_t i = 0; i < helpersFor(count); ++i) helpers_.push_back(aside([&batch] { takeApart(batch); }));
 }
 
 std::span<const CrtRecord> CrtRecordsAhead::next() {

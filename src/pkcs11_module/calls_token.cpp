@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "misc/aside.h"
 #include "misc/utf8.h"
 #include "pkcs11_module/frame.h"
 
@@ -60,7 +61,11 @@ using namespace crv::p11;
 
 CK_RV C_Initialize(void* args) {
     try {
-        if (args && !locksAreOurs(*static_cast<const CK_C_INITIALIZE_ARGS*>(args))) return CKR_CANT_LOCK;
+        if (const auto* given = static_cast<const CK_C_INITIALIZE_ARGS*>(args)) {
+            if (!locksAreOurs(*given)) return CKR_CANT_LOCK;
+            // Once said it holds: the program may have several parts that begin with us.
+            if ((given->flags & CKF_LIBRARY_CANT_CREATE_OS_THREADS) != 0) crv::threadsMayStart = false;
+        }
     } catch (const Refusal& refusal) {
         return refusal.rv;
     }

@@ -85,5 +85,22 @@ TEST(Cipher, RefusesBrokenBlocksPaddingsAndLengths) {
     EXPECT_EQ(failure(key, ByteView(iv).first(8), sealed), CryptoFailure::BadParameter);
 }
 
+TEST(Cipher, LongCiphertextsAreDecipheredInHalves) {
+    const Bytes key = unhex("0123456789abcdeffedcba98765432100011223344556677"), iv(8, 2);
+    for (const size_t length : {4090, 4096, 4097, 13'001}) {
+        Bytes plain(length);
+        for (size_t i = 0; i < length; ++i) plain[i] = static_cast<uint8_t>(i * 7 + i / 256);
+        const Bytes sealed = encipher(CipherAlgo::TripleDesCbc, key, iv, plain);
+        EXPECT_TRUE(std::ranges::equal(decipher(CipherAlgo::TripleDesCbc, key, iv, sealed), plain)) << length;
+        const auto failure = [&](ByteView vector, ByteView octets) {
+            return failureOf([&] { (void)decipher(CipherAlgo::TripleDesCbc, key, vector, octets); });
+        };
+        for (const size_t missing : {1, 4, 7})
+            EXPECT_EQ(failure(iv, ByteView(sealed).first(sealed.size() - missing)), CryptoFailure::BadData) << length;
+        for (const size_t wrong : {0, 7})
+            EXPECT_EQ(failure(ByteView(iv).first(wrong), sealed), CryptoFailure::BadParameter);
+    }
+}
+
 }  // namespace
 }  // namespace crv

@@ -7,6 +7,7 @@
 #include "asn/pkcs/secret_encoding.h"
 #include "asn/x509/signed_certificate.h"
 #include "crypto/private_key.h"
+#include "misc/aside.h"
 #include "pkcs/data_file.h"
 
 namespace crv::test {
@@ -175,10 +176,33 @@ TEST(Pfx, UnknownCodesAreToldAndLongDerivationsStop) {
         EXPECT_EQ(slow.getContents(patience, contents), PfxResult::Cancelled) << file;
         EXPECT_EQ(asked, 3);
     }
+    Pfx slow;  // the keys of its contents, which two threads derive
+    ASSERT_TRUE(slow.readExactly(dataFile("pfx_slow.p12")));
+    int asked = 0;
+    EXPECT_EQ(slow.getContents(PbePassword(kPassword, [&] { return ++asked < 3; }), contents), PfxResult::Cancelled);
+    EXPECT_EQ(asked, 3);
+    EXPECT_TRUE(contents.keys.empty() && contents.certificates.empty());
     pfx.macData->iterations.setValue(10'000'001);
     EXPECT_EQ(pfx.getContents(PbePassword(kPassword), contents), PfxResult::Unsupported);
     pfx.macData->mac.digestAlgorithm.algorithm = OID_RSA_ENC;
     EXPECT_EQ(pfx.verifyPassword(PbePassword(kPassword)), PfxResult::Unsupported);
+}
+
+TEST(Pfx, ContentsKeepTheirOrderHoweverManyThreadsReadThem) {
+    constexpr uint8_t kKeys = 12;
+    Pfx pfx;
+    for (uint8_t i = 0; i < kKeys; ++i) pfx.update(fromFile<PrivateKeyInfo>("key_ec.der"), Bytes{i});
+    pfx.update(fromFile<SignedCertificate>("crt_ec.der"), Bytes{1});
+    ASSERT_EQ(seal(pfx, kPassword), PfxResult::Ok);
+    for (const bool threads : {true, false}) {
+        threadsMayStart = threads;
+        PfxContents contents;
+        ASSERT_EQ(pfx.getContents(PbePassword(kPassword), contents), PfxResult::Ok);
+        ASSERT_EQ(contents.keys.size(), kKeys);
+        EXPECT_EQ(contents.certificates.size(), 1u);
+        for (uint8_t i = 0; i < kKeys; ++i) EXPECT_EQ(contents.keys[i].localKeyId, Bytes{i});
+    }
+    threadsMayStart = true;
 }
 
 /// The standard's own layout of a secret bag, and bags nested and unknown, all of which others may write.

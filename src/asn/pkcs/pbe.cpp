@@ -1,5 +1,7 @@
 #include "asn/pkcs/pbe.h"
 
+#include <algorithm>
+
 #include "asn/known_oids.h"
 #include "asn/pkcs/secret_encoding.h"
 #include "crypto/crypto_error.h"
@@ -217,6 +219,10 @@ SecretBytes decryptPbe(const AlgorithmIdentifier& algorithm, const PbePassword& 
     const auto parameters = parametersOf<PbeParameters>(algorithm, "a PKCS#12 scheme");
     return pbeDecrypt(cipher, password.unicode(), parameters.salt.value(), countOf(parameters.iterations), ciphertext,
                       password.progress());
+}
+
+bool hasOwnKey(const AlgorithmIdentifier& algorithm) {
+    return std::ranges::any_of(kSchemes, [&](const auto& row) { return algorithm.algorithm == row.oid; });
 }
 
 SecretBytes computePbmac1(const AlgorithmIdentifier& algorithm, const PbePassword& password, ByteView message) {

@@ -27,6 +27,12 @@ class PbePassword {
         password.progress_ = progress_;
         return password;
     }
+    /// The same for another thread: `asked` can stop its derivations instead.
+    [[nodiscard]] PbePassword asking(PbeProgress asked) const {
+        PbePassword password = *this;
+        password.progress_ = std::move(asked);
+        return password;
+    }
     /// A key from the UTF-8 form. The last one is remembered, since the items of a file often share theirs. Valid until
     /// the next call. Throws CryptoError.
     [[nodiscard]] ByteView derived(const KeyDerivation& how, size_t length) const;
@@ -139,6 +145,9 @@ class Pbes2Settings {
 /// malformed parameters, cancelled.
 [[nodiscard]] SecretBytes decryptPbe(const AlgorithmIdentifier& algorithm, const PbePassword& password,
                                      ByteView ciphertext);
+
+/// Whether every item under this scheme has a key of its own, as those of PKCS#12 have; with PBES2 they share one.
+[[nodiscard]] bool hasOwnKey(const AlgorithmIdentifier& algorithm);
 
 /// The authentication code of a message by PBMAC1 (RFC 9579). Throws CryptoError as decryptPbe.
 [[nodiscard]] SecretBytes computePbmac1(const AlgorithmIdentifier& algorithm, const PbePassword& password,

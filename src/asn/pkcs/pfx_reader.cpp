@@ -1,10 +1,16 @@
 #include "asn/pkcs/pfx_reader.h"
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <exception>
+#include <iterator>
 
 #include "asn/known_oids.h"
 #include "asn/pkcs/encrypted_data.h"
 #include "asn/pkcs/secret_encoding.h"
+#include "crypto/crypto_error.h"
+#include "misc/aside.h"
 
 namespace crv {
 
@@ -14,11 +20,85 @@ const PfxReader::BagKind PfxReader::kKinds[] = {
     {OID_CRV_SECRETS_BAG, &PfxReader::passOver},        {OID_PKCS12_SAFE_CONTENTS_BAG, &PfxReader::readNested},
 };
 
+namespace {
+
+/// Whether two threads are through sooner than one, which derives one key after the other.
+bool isWorthAThread(const AuthenticatedSafe& safe) {
+    EncryptedData enciphered;
+    return safe.size() > 1 && std::ranges::any_of(safe, [&](const ContentInfo& content) {
+               return content.get(OID_PKCS7_ENCRYPTED_DATA, enciphered, ASN_FLAG_CONST) &&
+                      hasOwnKey(enciphered.encryptedContentInfo.contentEncryptionAlgorithm);
+           });
+}
+
+template <class Item>
+void moveBehind(std::vector<Item>& all, std::vector<Item>& more) {
+    std::ranges::move(more, std::back_inserter(all));
+}
+
+}  // namespace
+
+/// The contents of a safe, of which each thread takes the next one. What fails first decides.
+class PfxReader::Safe {
+  public:
+    explicit Safe(const AuthenticatedSafe& safe) : safe_(safe), parts_(safe.size()) {}
+
+    void readSome(const PbePassword& password) noexcept {
+        for (size_t i; !failed_ && (i = taken_++) < parts_.size();) {
+            try {
+                if (!PfxReader(password, parts_[i]).readContent(safe_[i])) fail(nullptr);
+            } catch (...) {
+                fail(std::current_exception());
+            }
+        }
+    }
+    void readWithThread(const PbePassword& password) {
+        const PbePassword other = password.asking([this] { return !failed_; });
+        std::future<void> thread = aside([&] { readSome(other); });
+        readSome(password);
+        // Who waits may still be stopped.
+        while (thread.wait_for(std::chrono::milliseconds(50)) == std::future_status::timeout) {
+            if (password.progress() && !password.progress()())
+                fail(std::make_exception_ptr(CryptoError(CryptoFailure::Cancelled, "stopped")));
+        }
+        thread.get();
+    }
+    /// In the order of the safe. False for what is malformed.
+    [[nodiscard]] bool moveTo(PfxContents& out) {
+        if (thrown_) std::rethrow_exception(thrown_);
+        for (PfxContents& part : parts_) {
+            moveBehind(out.keys, part.keys);
+            moveBehind(out.certificates, part.certificates);
+            moveBehind(out.secrets, part.secrets);
+            moveBehind(out.others, part.others);
+        }
+        return !failed_;
+    }
+
+  private:
+    void fail(std::exception_ptr thrown) noexcept {
+        if (!failed_.exchange(true)) thrown_ = std::move(thrown);
+    }
+
+    const AuthenticatedSafe& safe_;
+    std::vector<PfxContents> parts_;
+    std::atomic<size_t> taken_ = 0;
+    std::atomic<bool> failed_ = false;
+    std::exception_ptr thrown_;
+};
+
 bool PfxReader::readSafe(const ContentInfo& authSafe) {
     ASNoctstr octets;
-    AuthenticatedSafe safe;
-    return authSafe.getData(octets, ASN_FLAG_CONST) && safe.readExactly(octets.value(), ASN_FLAG_CONST) &&
-           std::ranges::all_of(safe, [&](const ContentInfo& content) { return readContent(content); });
+    AuthenticatedSafe contents;
+    if (!authSafe.getData(octets, ASN_FLAG_CONST) || !contents.readExactly(octets.value(), ASN_FLAG_CONST))
+        return false;
+    Safe safe(contents);
+    if (isWorthAThread(contents)) {
+        safe.readWithThread(password_);
+    } else {
+        safe.readSome(password_);
+    }
+    return safe.moveTo(out_);
 }
 
 bool PfxReader::readContent(const ContentInfo& content) {

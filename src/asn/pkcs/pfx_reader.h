@@ -16,6 +16,7 @@ class PfxReader {
     [[nodiscard]] bool readSafe(const ContentInfo& authSafe);
 
   private:
+    class Safe;
     using BagReader = bool (PfxReader::*)(const SafeBag& bag);
     struct BagKind {
         const KnownOid& oid;
