@@ -113,11 +113,12 @@ void compare(const SignedCertificate& ours, const X509* theirs, gnutls_x509_crt_
          "libcrypto");
     same(derOf(X509_get_subject_name(theirs), i2d_X509_NAME) == ours.subject().encoded(), "subject", "libcrypto");
     same(derOf(X509_get_issuer_name(theirs), i2d_X509_NAME) == ours.issuer().encoded(), "issuer", "libcrypto");
-    // libcrypto clears bits that do not count, and writes parameters of a constructed type as of a primitive one, but
-    // for SEQUENCE, SET and what is tagged.
+    // libcrypto clears bits that do not count, and writes parameters in its own way that are none of what algorithms
+    // have.
     const auto& parameters = ours.keyInfo().algorithm.parameters;
-    const int tag = parameters ? parameters->getMemory()[0] : 0;
-    const bool changed = (tag & 0xE0) == 0x20 && tag != 0x30 && tag != 0x31;
+    const int tag = parameters ? parameters->getMemory()[0] : V_ASN1_NULL;
+    constexpr int kSequence = V_ASN1_SEQUENCE | V_ASN1_CONSTRUCTED;
+    const bool changed = tag != kSequence && tag != V_ASN1_OBJECT && tag != V_ASN1_NULL;
     same(changed || ours.keyInfo().subjectPublicKey.unusedBits() != 0 ||
              derOf(X509_get_X509_PUBKEY(theirs), i2d_X509_PUBKEY) == ours.keyInfo().encoded(),
          "key", "libcrypto");
