@@ -32,8 +32,7 @@ void CrtRecordsAhead::takeApart(Batch& batch) {
         for (size_t i = from; i < to; ++i) {
             const size_t start = i == 0 ? 0 : batch.ends[i - 1];
             if (makeCrtRecord(ByteView(batch.octets).subspan(start, batch.ends[i] - start), batch.records[i])) continue;
-            for (size_t sound = batch.sound; i < sound && !batch.sound.compare_exchange_weak(sound, i);) {
-            }
+            lowerTo(batch.sound, i);
             break;
         }
     }

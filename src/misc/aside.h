@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <future>
+#include <system_error>
 #include <utility>
 
 #include "misc/signals_held.h"
@@ -17,8 +18,17 @@ inline std::atomic<bool> threadsMayStart = true;
 template <class Work>
 [[nodiscard]] std::future<void> aside(Work work) {
     const SignalsHeld held;
-    const auto start = threadsMayStart ? std::launch::async | std::launch::deferred : std::launch::deferred;
-    return std::async(start, std::move(work));
+    try {
+        if (threadsMayStart) return std::async(std::launch::async, work);
+    } catch (const std::system_error&) {  // whatever the system has against it
+    }
+    return std::async(std::launch::deferred, std::move(work));
+}
+
+/// Lowers a number that threads share, unless it is as low already.
+inline void lowerTo(std::atomic<size_t>& least, size_t value) {
+    for (size_t seen = least; value < seen && !least.compare_exchange_weak(seen, value);) {
+    }
 }
 
 }  // namespace crv

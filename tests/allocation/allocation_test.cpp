@@ -11,6 +11,7 @@
 #include "crypto/cipher.h"
 #include "crypto/pbe.h"
 #include "crypto/sign_algo_map.h"
+#include "misc/aside.h"
 #include "misc/file_semaphore.h"
 #include "ops/database_files.h"
 #include "ops/installation.h"
@@ -30,6 +31,7 @@ long sizeOf(const Bytes& octets) {
 class SlowAllocation : public FileProfile {
   protected:
     SlowAllocation() {
+        threadsMayStart = false;  // allocations are counted, and fail, on this one
         auto made = std::make_unique<CRVctx>();
         create(*made);
         KeyManager& keys = made->keyManager;

@@ -39,7 +39,7 @@ void expectRoundTrip(const char* prefix, const char* kind) {
         ASSERT_TRUE(object.readExactly(octets, ASN_FLAG_CONST));
         EXPECT_EQ(object.encoded(), octets);
         ASSERT_TRUE(object.readExactly(octets));
-        EXPECT_TRUE(object.encoded() == octets || octets[1] == 0x80 || name == "pfx_nomaciter.p12");
+        EXPECT_TRUE(object.encoded() == octets || octets[1] == 0x80 || name.starts_with("pfx_nomaciter"));
         for (size_t length = 0; length < octets.size(); ++length)
             ASSERT_FALSE(object.readExactly(ByteView(octets).first(length))) << "cut to " << length;
     }

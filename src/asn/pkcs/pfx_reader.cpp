@@ -38,53 +38,64 @@ void moveBehind(std::vector<Item>& all, std::vector<Item>& more) {
 
 }  // namespace
 
-/// The contents of a safe, of which each thread takes the next one. What fails first decides.
+/// The contents of a safe, of which each thread takes the next one. Of several faults that of the first one is told, as
+/// if one thread had read them all.
 class PfxReader::Safe {
   public:
-    explicit Safe(const AuthenticatedSafe& safe) : safe_(safe), parts_(safe.size()) {}
+    explicit Safe(const AuthenticatedSafe& safe) : safe_(safe), parts_(safe.size()), failedAt_(safe.size()) {}
 
-    void readSome(const PbePassword& password) noexcept {
-        for (size_t i; !failed_ && (i = taken_++) < parts_.size();) {
+    /// `at` is the content that is being read.
+    void readSome(const PbePassword& password, size_t& at) noexcept {
+        while (!cancelled_ && (at = taken_++) < failedAt_) {
+            Part& part = parts_[at];
             try {
-                if (!PfxReader(password, parts_[i]).readContent(safe_[i])) fail(nullptr);
+                part.malformed = !PfxReader(password, part.contents).readContent(safe_[at]);
             } catch (...) {
-                fail(std::current_exception());
+                part.thrown = std::current_exception();
             }
+            if (part.malformed || part.thrown) lowerTo(failedAt_, at);
         }
     }
     void readWithThread(const PbePassword& password) {
-        const PbePassword other = password.asking([this] { return !failed_; });
-        std::future<void> thread = aside([&] { readSome(other); });
-        readSome(password);
+        const auto goOn = [&] {
+            if (password.progress() && !password.progress()()) cancelled_ = true;
+            return !cancelled_;
+        };
+        size_t here = 0, there = 0;
+        const PbePassword own = password.asking(goOn);
+        const PbePassword other = password.asking([&] { return !cancelled_ && there < failedAt_; });
+        std::future<void> thread = aside([&] { readSome(other, there); });
+        readSome(own, here);
         // Who waits may still be stopped.
-        while (thread.wait_for(std::chrono::milliseconds(50)) == std::future_status::timeout) {
-            if (password.progress() && !password.progress()())
-                fail(std::make_exception_ptr(CryptoError(CryptoFailure::Cancelled, "stopped")));
-        }
+        while (!cancelled_ && thread.wait_for(std::chrono::milliseconds(50)) == std::future_status::timeout) goOn();
         thread.get();
     }
     /// In the order of the safe. False for what is malformed.
     [[nodiscard]] bool moveTo(PfxContents& out) {
-        if (thrown_) std::rethrow_exception(thrown_);
-        for (PfxContents& part : parts_) {
-            moveBehind(out.keys, part.keys);
-            moveBehind(out.certificates, part.certificates);
-            moveBehind(out.secrets, part.secrets);
-            moveBehind(out.others, part.others);
+        if (cancelled_) throw CryptoError(CryptoFailure::Cancelled, "stopped");
+        for (Part& part : parts_) {
+            if (part.thrown) std::rethrow_exception(part.thrown);
+            if (part.malformed) return false;
+            moveBehind(out.keys, part.contents.keys);
+            moveBehind(out.certificates, part.contents.certificates);
+            moveBehind(out.secrets, part.contents.secrets);
+            moveBehind(out.others, part.contents.others);
         }
-        return !failed_;
+        return true;
     }
 
   private:
-    void fail(std::exception_ptr thrown) noexcept {
-        if (!failed_.exchange(true)) thrown_ = std::move(thrown);
-    }
+    struct Part {
+        PfxContents contents;
+        bool malformed = false;
+        std::exception_ptr thrown;
+    };
 
     const AuthenticatedSafe& safe_;
-    std::vector<PfxContents> parts_;
+    std::vector<Part> parts_;
     std::atomic<size_t> taken_ = 0;
-    std::atomic<bool> failed_ = false;
-    std::exception_ptr thrown_;
+    std::atomic<size_t> failedAt_;
+    std::atomic<bool> cancelled_ = false;
 };
 
 bool PfxReader::readSafe(const ContentInfo& authSafe) {
@@ -96,7 +107,8 @@ bool PfxReader::readSafe(const ContentInfo& authSafe) {
     if (isWorthAThread(contents)) {
         safe.readWithThread(password_);
     } else {
-        safe.readSome(password_);
+        size_t at = 0;
+        safe.readSome(password_, at);
     }
     return safe.moveTo(out_);
 }

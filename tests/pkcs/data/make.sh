@@ -90,7 +90,7 @@ p12 openssl3 "${rsa[@]}" -name "Jan Kowalski ćwiczy"
 p12 legacy "${rsa[@]}" -legacy
 p12 3des "${ec[@]}" -certfile "$work/rsa.crt" -caname Korzeń "${old[@]}" -iter 1000 -maciter
 # A reader is to stop in the contents of this one.
-p12 slow "${ec[@]}" "${old[@]}" -iter 9999999
+p12 nomaciter_slow "${ec[@]}" "${old[@]}" -iter 9999999 -nomaciter
 p12 nomaciter "${ec[@]}" "${old[@]}" -nomaciter
 p12 keybag -inkey "$work/dsa.pem" -in "$work/dsa.crt" -keypbe NONE -certpbe NONE
 p12 nomac "${ec[@]}" -nomac
