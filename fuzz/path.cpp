@@ -48,6 +48,7 @@ constexpr Explained kExplained[] = {
     {Explained::kOurs, "4.2.1.12", "malformed purposes; the others look at them only for a purpose"},
     {Explained::kOurs, "4.2.1.13", "malformed distribution points; the others look at them only for CRLs"},
     {Explained::kOurs, "4.2.1.14", "as 4.2.1.4"},
+    {Explained::kOurs, "5.2.5", "a scope that is malformed, no DER or for nobody; the others pass over it"},
     {Explained::kOurs, "5.3.1", "removeFromCRL in a complete CRL; libcrypto takes it for no entry, GnuTLS for one"},
     {Explained::kOurs, "6.3.3 (g)", "identifiers of the signature algorithm that differ (5.1.1.2), as in certificates"},
     {Explained::kOurs, "several CRLs",
@@ -69,6 +70,8 @@ constexpr Explained kExplained[] = {
     {Explained::kGnuTls, "22", "it looks neither at the dates of a CRL nor at its scope and critical extensions"},
     {Explained::kLibcrypto, "several CRLs", "the one that it asks may be signed by nobody, where another one is good"},
     {Explained::kLibcrypto, "trust point", "with CRLs it asks for the status of the trust point, too"},
+    {Explained::kLibcrypto, "10", "the validity ends in this second, which 4.1.2.5 counts in"},
+    {Explained::kLibcrypto, "53", "a NUL in a common name, which it takes for a host name where names are constrained"},
     {Explained::kLibcrypto, "1", "the last certificate's key cannot be read; nothing on a path is checked with it"},
 };
 
@@ -218,6 +221,9 @@ Chain chainOf(FuzzedDataProvider& input) {
     return chain;
 }
 
+/// The time at which all three check.
+std::time_t now = 0;
+
 struct Answer {
     bool good = false;
     std::string says{};
@@ -242,8 +248,8 @@ Answer ours(const Chain& chain) {
     revocation.init(manager);
     for (const Bytes& der : chain.crls) static_cast<void>(revocation.insert(der));
     const RevocationCheck check = chain.crls.empty() ? RevocationCheck::None : RevocationCheck::Required;
-    const PathVerdict found = manager.buildPath(all.front(), {std::time(nullptr), 0, check}, all);
-    const PathVerdict given = manager.checkPath(all, {std::time(nullptr), 0, check});
+    const PathVerdict found = manager.buildPath(all.front(), {now, 0, check}, all);
+    const PathVerdict given = manager.checkPath(all, {now, 0, check});
     if (given.good() && !found.good()) std::abort();
     return {found.good(), found.clause};
 }
@@ -269,6 +275,7 @@ Answer libcrypto(const Chain& chain) {
         constexpr unsigned long kWithCrls =
             X509_V_FLAG_CRL_CHECK | X509_V_FLAG_CRL_CHECK_ALL | X509_V_FLAG_EXTENDED_CRL_SUPPORT;
         if (!chain.crls.empty()) X509_STORE_set_flags(store, kWithCrls);
+        X509_VERIFY_PARAM_set_time(X509_STORE_get0_param(store), now);
         X509_STORE_CTX* ctx = X509_STORE_CTX_new();
         X509_STORE_CTX_init(ctx, store, sk_X509_value(untrusted, 0), untrusted);
         answer.good = X509_verify_cert(ctx) == 1;
@@ -335,6 +342,8 @@ std::string saysOf(const Chain& chain, const Answer& refused) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FuzzedDataProvider input(data, size);
     const Chain chain = chainOf(input);
+    now = std::time(nullptr);
+    gnutls_global_set_time_function([](std::time_t* told) { return *told = now; });
     const Answer own = ours(chain), ssl = libcrypto(chain), tls = gnutls(chain);
     const auto demand = [&](Explained::Who who, const Answer& refused) {
         if (!explain(who, saysOf(chain, refused)).empty()) return;
