@@ -8,10 +8,10 @@
 #include <filesystem>
 #include <memory>
 
+#include <openssl/pkcs12.h>
 #include <p11-kit/pkcs11.h>
 
 #include "crypto/private_key.h"
-#include "keystore/security_file.h"
 #include "misc/ascii.h"
 #include "misc/whole_file.h"
 
@@ -21,14 +21,21 @@ namespace {
 
 constexpr std::string_view kPin = "Haslo-1234";
 
-void writeStore(const std::string& path, PrivateKey key) {
-    KeyStoreContents contents;
-    contents.keys.push_back({std::make_shared<const PrivateKey>(std::move(key)), KeyRole::Both});
-    contents.seed.emplace();
-    SecretArray<20> salt;
-    Bytes octets;
-    if (buildSecurityFile(contents, SecretText(kPin), salt, octets) != kKmOk) std::abort();
-    writeFile(path, octets);
+/// As another program writes it, with derivations of one round: the time goes to the calls.
+void writeStore(const std::string& path, const PrivateKey& key) {
+    const SecretBytes der = key.toPkcs8();
+    const uint8_t* at = der.data();
+    EVP_PKEY* const pkey = d2i_AutoPrivateKey(nullptr, &at, static_cast<long>(der.size()));
+    constexpr int kCipher = NID_pbe_WithSHA1And3_Key_TripleDES_CBC;
+    PKCS12* const store =
+        PKCS12_create(std::string(kPin).c_str(), nullptr, pkey, nullptr, nullptr, kCipher, -1, 1, 1, 0);
+    uint8_t* octets = nullptr;
+    const int length = i2d_PKCS12(store, &octets);
+    if (length <= 0) std::abort();
+    writeFile(path, {octets, static_cast<size_t>(length)});
+    OPENSSL_free(octets);
+    PKCS12_free(store);
+    EVP_PKEY_free(pkey);
 }
 
 CK_FUNCTION_LIST& module() {
