@@ -4,6 +4,7 @@
 #include <gnutls/x509.h>
 #include <openssl/evp.h>
 #include <openssl/x509_vfy.h>
+#include <openssl/x509v3.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include "asn/tlv_view.h"
 #include "misc/hex.h"
 #include "pki/certificate_manager.h"
+#include "pki/crl_facts.h"
 #include "pki/revocation_manager.h"
 #include "support/cert_maker.h"
 
@@ -48,6 +50,10 @@ constexpr Explained kExplained[] = {
     {Explained::kOurs, "4.2.1.12", "malformed purposes; the others look at them only for a purpose"},
     {Explained::kOurs, "4.2.1.13", "malformed distribution points; the others look at them only for CRLs"},
     {Explained::kOurs, "4.2.1.14", "as 4.2.1.4"},
+    {Explained::kOurs, "5.1.2.1", "a version without extensions, or none at all; the others do not look at it"},
+    {Explained::kOurs, "5.1.2.6", "an entry that is no DER; the others read BER"},
+    {Explained::kOurs, "5.2.3", "a CRL number that is none; the others pass over it"},
+    {Explained::kOurs, "5.2.4", "likewise the number of a base"},
     {Explained::kOurs, "5.2.5", "a scope that is malformed, no DER or for nobody; the others pass over it"},
     {Explained::kOurs, "5.3.1", "removeFromCRL in a complete CRL; libcrypto takes it for no entry, GnuTLS for one"},
     {Explained::kOurs, "6.3.3 (g)", "identifiers of the signature algorithm that differ (5.1.1.2), as in certificates"},
@@ -71,6 +77,10 @@ constexpr Explained kExplained[] = {
     {Explained::kLibcrypto, "several CRLs", "the one that it asks may be signed by nobody, where another one is good"},
     {Explained::kLibcrypto, "trust point", "with CRLs it asks for the status of the trust point, too"},
     {Explained::kLibcrypto, "10", "the validity ends in this second, which 4.1.2.5 counts in"},
+    {Explained::kLibcrypto, "12", "as 10, of a CRL"},
+    {Explained::kLibcrypto, "invalid extension", "identifiers of keys that are none, which no check of 6.1 asks for"},
+    {Explained::kLibcrypto, "unread CRL",
+     "one that is malformed counts for nothing here; libcrypto takes what it can read of it"},
     {Explained::kLibcrypto, "53", "a NUL in a common name, which it takes for a host name where names are constrained"},
     {Explained::kLibcrypto, "1", "the last certificate's key cannot be read; nothing on a path is checked with it"},
 };
@@ -227,6 +237,7 @@ std::time_t now = 0;
 struct Answer {
     bool good = false;
     std::string says{};
+    bool unreadCrl = false;
 };
 
 Answer ours(const Chain& chain) {
@@ -246,15 +257,21 @@ Answer ours(const Chain& chain) {
     }
     manager.init(database, cache, [&] { return CertList{all.back()}; });
     revocation.init(manager);
-    for (const Bytes& der : chain.crls) static_cast<void>(revocation.insert(der));
+    bool unreadCrl = false;
+    for (const Bytes& der : chain.crls) {
+        const CrlFactsPtr crl = CrlFacts::make(der);
+        unreadCrl = unreadCrl || !crl || crl->fault;
+        static_cast<void>(revocation.insert(der));
+    }
     const RevocationCheck check = chain.crls.empty() ? RevocationCheck::None : RevocationCheck::Required;
     const PathVerdict found = manager.buildPath(all.front(), {now, 0, check}, all);
     const PathVerdict given = manager.checkPath(all, {now, 0, check});
     if (given.good() && !found.good()) std::abort();
-    return {found.good(), found.clause};
+    return {found.good(), found.clause, unreadCrl};
 }
 
 Answer libcrypto(const Chain& chain) {
+    constexpr const char* kNoIssuer = "20";
     std::vector<X509*> all;
     STACK_OF(X509)* untrusted = sk_X509_new_null();
     for (const Bytes& der : chain.certificates) {
@@ -283,6 +300,9 @@ Answer libcrypto(const Chain& chain) {
             X509_STORE_CTX_get_error_depth(ctx) + 1 == static_cast<int>(chain.certificates.size());
         answer.says =
             !chain.crls.empty() && ofTrustPoint ? "trust point" : std::to_string(X509_STORE_CTX_get_error(ctx));
+        for (int i = 0; i < sk_X509_num(untrusted) && answer.says == kNoIssuer; ++i)
+            if (X509_get_extension_flags(sk_X509_value(untrusted, i)) & EXFLAG_INVALID)
+                answer.says = "invalid extension";
         X509_STORE_CTX_free(ctx);
     }
     X509_STORE_free(store);
@@ -354,7 +374,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (!std::getenv("CRV_FUZZ_LIST")) std::abort();
     };
     if (!own.good && (ssl.good || (tls.good && !isAboutCrls(own)))) demand(Explained::kOurs, own);
-    if (own.good && !ssl.good) demand(Explained::kLibcrypto, ssl);
+    if (own.good && !ssl.good) demand(Explained::kLibcrypto, own.unreadCrl ? Answer{false, "unread CRL"} : ssl);
     if (own.good && !tls.good) demand(Explained::kGnuTls, tls);
     return 0;
 }
