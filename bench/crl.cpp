@@ -112,6 +112,25 @@ void findOurs(benchmark::State& state) {
 }
 BENCHMARK(findOurs);
 
+void findLibcrypto(benchmark::State& state) {
+    const Bytes& octets = longList();
+    const uint8_t* at = octets.data();
+    X509_CRL* const crl = d2i_X509_CRL(nullptr, &at, static_cast<long>(octets.size()));
+    ASN1_INTEGER *const on = ASN1_INTEGER_new(), *const off = ASN1_INTEGER_new();
+    ASN1_INTEGER_set_int64(on, 0x1000000000L + kEntries / 2);
+    ASN1_INTEGER_set_int64(off, 5);
+    X509_REVOKED* found = nullptr;
+    if (X509_CRL_get0_by_serial(crl, &found, on) != 1 || X509_CRL_get0_by_serial(crl, &found, off) != 0) std::abort();
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(X509_CRL_get0_by_serial(crl, &found, on));
+        benchmark::DoNotOptimize(X509_CRL_get0_by_serial(crl, &found, off));
+    }
+    ASN1_INTEGER_free(on);
+    ASN1_INTEGER_free(off);
+    X509_CRL_free(crl);
+}
+BENCHMARK(findLibcrypto);
+
 }  // namespace
 
 BENCHMARK_MAIN();

@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -48,7 +49,8 @@ Sample sampleOf(int64_t i) {
 class Store {
   public:
     virtual ~Store() = default;
-    virtual void build(const std::string& folder, int64_t count) = 0;
+    /// As one change, or (`each`) every record as a change of its own, which others see when it is through.
+    virtual void build(const std::string& folder, int64_t count, bool each) = 0;
     /// Opens, finds a certificate by its serial number, reads it and closes.
     virtual size_t lookUp(const std::string& folder, const std::string& serial) = 0;
     /// Reads every record; answers the octets of the bodies.
@@ -62,22 +64,23 @@ const std::string& body() {
 
 class Corvane : public Store {
   public:
-    void build(const std::string& folder, int64_t count) override {
+    void build(const std::string& folder, int64_t count, bool each) override {
         crv::DbLock lock(folder + "/db.lck");
         crv::DataBase table;
         const std::string name = folder + "/certific";
         require(table.create(name, crv::crtTb.numIndexes, crv::crtTb.descs.data()) == crv::kDbOk, "create");
-        const crv::DbGuard guard(lock, crv::kExclusiveLock);
+        std::optional<crv::DbGuard> guard(std::in_place, lock, crv::kExclusiveLock);
         table.bindLock(&lock);
         require(table.open(name) == crv::kDbOk, "open");
-        table.beginBatch();
+        if (!each) table.beginBatch();
         for (int64_t i = 0; i < count; ++i) {
+            if (each) guard.reset(), guard.emplace(lock, crv::kExclusiveLock);
             const Sample sample = sampleOf(i);
             const std::string_view keys[] = {sample.serial, sample.email, sample.subject};
             int64_t recNo = 0;
             require(table.insert(keys, crv::asBytes(body()), recNo) == crv::kDbOk, "insert");
         }
-        require(table.endBatch() == crv::kDbOk, "write");
+        require(each || table.endBatch() == crv::kDbOk, "write");
         table.close();
     }
 
@@ -128,11 +131,12 @@ class Sqlite : public Store {
     }
 
   public:
-    void build(const std::string& folder, int64_t count) override {
+    void build(const std::string& folder, int64_t count, bool each) override {
         const Db db = open(folder);
         run(db.get(),
             "CREATE TABLE crt(id INTEGER PRIMARY KEY, serial TEXT, email TEXT, subject TEXT, body BLOB);"
-            "CREATE INDEX s ON crt(serial); CREATE INDEX e ON crt(email); CREATE INDEX d ON crt(subject); BEGIN");
+            "CREATE INDEX s ON crt(serial); CREATE INDEX e ON crt(email); CREATE INDEX d ON crt(subject)");
+        if (!each) run(db.get(), "BEGIN");
         const Statement insert = prepare(db.get(), "INSERT INTO crt(serial, email, subject, body) VALUES(?,?,?,?)");
         for (int64_t i = 0; i < count; ++i) {
             const Sample sample = sampleOf(i);
@@ -142,7 +146,7 @@ class Sqlite : public Store {
             require(sqlite3_step(insert.get()) == SQLITE_DONE && sqlite3_reset(insert.get()) == SQLITE_OK,
                     "sqlite insert");
         }
-        run(db.get(), "COMMIT");
+        if (!each) run(db.get(), "COMMIT");
     }
 
     size_t lookUp(const std::string& folder, const std::string& serial) override {
@@ -195,15 +199,17 @@ class Lmdb : public Store {
             }
             mdb_env_close(env);
         }
+        void next() { require(mdb_txn_commit(txn) == 0 && mdb_txn_begin(env, nullptr, 0, &txn) == 0, "lmdb next"); }
         Env(const Env&) = delete;
         Env& operator=(const Env&) = delete;
     };
     static MDB_val val(const std::string& text) { return {text.size(), const_cast<char*>(text.data())}; }
 
   public:
-    void build(const std::string& folder, int64_t count) override {
-        const Env env(folder, true);
+    void build(const std::string& folder, int64_t count, bool each) override {
+        Env env(folder, true);
         for (int64_t i = 0; i < count; ++i) {
+            if (each) env.next();
             const Sample sample = sampleOf(i);
             MDB_val id{sizeof i, &i}, octets = val(body());
             require(mdb_put(env.txn, env.body, &id, &octets, MDB_APPEND) == 0, "lmdb put");
@@ -245,7 +251,7 @@ class Built {
         std::string& path = folders_[engine + std::to_string(count)];
         if (path.empty()) {
             path = fresh();
-            store.build(path, count);
+            store.build(path, count, false);
         }
         return path;
     }
@@ -273,13 +279,13 @@ Built& built() {
 
 using Maker = std::function<std::unique_ptr<Store>()>;
 
-void insertAll(benchmark::State& state, const Maker& make) {
+void insertAll(benchmark::State& state, const Maker& make, bool each) {
     for (auto _ : state) {
         state.PauseTiming();
         const std::string folder = built().fresh();
         const auto store = make();
         state.ResumeTiming();
-        store->build(folder, state.range(0));
+        store->build(folder, state.range(0), each);
         state.PauseTiming();
         fs::remove_all(folder);
         state.ResumeTiming();
@@ -320,7 +326,8 @@ int main(int argc, char** argv) {
             const auto add = [&, n = name](const std::string& what, auto&& run) {
                 benchmark::RegisterBenchmark((what + "/" + n).c_str(), run)->Arg(size)->UseRealTime();
             };
-            add("insert", [make = make](benchmark::State& s) { insertAll(s, make); });
+            add("insert", [make = make](benchmark::State& s) { insertAll(s, make, false); });
+            add("insert_each", [make = make](benchmark::State& s) { insertAll(s, make, true); });
             add("open_seek_read_close", [make = make, n = name](benchmark::State& s) { lookUp(s, make, n); });
             add("scan", [make = make, n = name](benchmark::State& s) { scan(s, make, n); });
         }

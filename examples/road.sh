@@ -26,7 +26,7 @@ ctl cert verify --role sign "${open[@]}"
 
 ctl crl import ca/ca.crl "${open[@]}"
 
-ctl policy add 1.2.616.1.113527.2 'Polityka firmy' "${open[@]}"
+ctl policy add 1.3.6.1.4.1.32473.9 'Polityka firmy' "${open[@]}"
 ctl usage add 1.3.6.1.5.5.7.3.4
 ctl server add LDAP --address ldap.example --use certificates --use crl
 ctl setting set connect-timeout 10 "${open[@]}"

@@ -401,8 +401,8 @@ class Stores(Case):
                              (good, bad and "bad-value"))
             self.changed("setting", "reset", name, *self.KEYS)
         self.answer("policy", "add", "2.5.29.32.0", "any", *self.KEYS, status=2)
-        self.changed("policy", "remove", "1.2.616.1.113527.2", *self.KEYS)
-        self.assertEqual(self.answer("policy", "remove", "1.2.616.1.113527.2", *self.KEYS, status=3)["fault"], "object-missing")
+        self.changed("policy", "remove", "1.3.6.1.4.1.32473.9", *self.KEYS)
+        self.assertEqual(self.answer("policy", "remove", "1.3.6.1.4.1.32473.9", *self.KEYS, status=3)["fault"], "object-missing")
         self.assertEqual(self.answer("trust", "add", "ca/ca.pem", *self.KEYS, status=6)["detail"], "the trust point is there already")
         self.changed("trust", "export", "ufam.crt", "--subject", "pokazowy", *self.KEYS)
         self.assertEqual(self.answer("trust", "export", "ufam.crt", "--subject", "pokazowy", *self.KEYS, status=6)["fault"],

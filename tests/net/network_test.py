@@ -156,6 +156,10 @@ class Network(NetworkCase):
             self.assertRegex(status, r"Seccomp:\s+2\n")
             limits = pathlib.Path(f"/proc/{helper}/limits").read_text()
             self.assertRegex(limits, r"Max open files\s+32 ")
+            if os.geteuid() == 0:  # others may not look
+                self.assertNotIn(b"HOME=", pathlib.Path(f"/proc/{helper}/environ").read_bytes())
+                self.assertLessEqual({os.readlink(fd).split(":")[0] for fd in pathlib.Path(f"/proc/{helper}/fd").iterdir()},
+                                     {"pipe", "socket", "/dev/null", "anon_inode"})
             os.kill(running.pid if whom == "crvctl" else helper, signal.SIGTERM if whom == "crvctl" else signal.SIGKILL)
             started = time.monotonic()
             out = running.communicate(timeout=10)[0]

@@ -37,7 +37,8 @@ void OnChangePassword() {
     if (!(repeated == password)) return errInfo(kMessageRow, "Hasła się nie zgadzają !!!");
     const KeyManagerResult result = changeKeyStorePassword(keyStoreAccess(), password);
     clrToEol(kMessageRow, 0);
-    if (result != kKmOk) return showCode(kPasswordTexts, result);
+    if (result != kKmOk)
+        return findText(kPasswordTexts, result) ? showCode(kPasswordTexts, result) : showKeyStoreFailure(result);
     displCentInfo(kMessageRow, "Hasło zostało zmienione", 2);
     tellOfHistory();
     tellOfCopies("Kopie w historii mają dawne hasło");

@@ -3,9 +3,12 @@
 
 #include <string>
 
+#include "corvane/crvtypes.h"
+
 namespace crv {
 
-inline constexpr const char* kProgramVersion = "3.9.18.18";
+/// The package's version and the console's own number behind it.
+inline constexpr const char* kProgramVersion = CRV_VERSION_TEXT ".18";
 
 /// The version line, without line end; names the signing program when bSignerProfiles is on.
 void getProgramInfo(std::string& text);
