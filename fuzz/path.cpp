@@ -300,9 +300,10 @@ Answer libcrypto(const Chain& chain) {
             X509_STORE_CTX_get_error_depth(ctx) + 1 == static_cast<int>(chain.certificates.size());
         answer.says =
             !chain.crls.empty() && ofTrustPoint ? "trust point" : std::to_string(X509_STORE_CTX_get_error(ctx));
-        for (int i = 0; i < sk_X509_num(untrusted) && answer.says == kNoIssuer; ++i)
+        for (int i = 0; i < sk_X509_num(untrusted) && answer.says == kNoIssuer; ++i) {
             if (X509_get_extension_flags(sk_X509_value(untrusted, i)) & EXFLAG_INVALID)
                 answer.says = "invalid extension";
+        }
         X509_STORE_CTX_free(ctx);
     }
     X509_STORE_free(store);
