@@ -8,7 +8,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -66,15 +65,19 @@ class Corvane : public Store {
   public:
     void build(const std::string& folder, int64_t count, bool each) override {
         crv::DbLock lock(folder + "/db.lck");
+        lock.setSync(false);
         crv::DataBase table;
         const std::string name = folder + "/certific";
         require(table.create(name, crv::crtTb.numIndexes, crv::crtTb.descs.data()) == crv::kDbOk, "create");
-        std::optional<crv::DbGuard> guard(std::in_place, lock, crv::kExclusiveLock);
+        auto guard = std::make_unique<crv::DbGuard>(lock, crv::kExclusiveLock);
         table.bindLock(&lock);
         require(table.open(name) == crv::kDbOk, "open");
         if (!each) table.beginBatch();
         for (int64_t i = 0; i < count; ++i) {
-            if (each) guard.reset(), guard.emplace(lock, crv::kExclusiveLock);
+            if (each) {
+                guard.reset();
+                guard = std::make_unique<crv::DbGuard>(lock, crv::kExclusiveLock);
+            }
             const Sample sample = sampleOf(i);
             const std::string_view keys[] = {sample.serial, sample.email, sample.subject};
             int64_t recNo = 0;
