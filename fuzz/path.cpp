@@ -63,6 +63,7 @@ constexpr Explained kExplained[] = {
     {Explained::kOurs, "6.1.3 (b)", "names of forms that GnuTLS does not constrain, mailboxes in other case"},
     {Explained::kOurs, "6.1.3 (c)", "as 6.1.3 (b)"},
     {Explained::kOurs, "6.1.3 (f)", "explicit policies; the others look at policies only when asked"},
+    {Explained::kOurs, "unused bits", "a key of no whole octets; libcrypto clears the bits, GnuTLS takes them"},
     {Explained::kOurs, "6.1.4 (a)", "mappings of any policy, likewise"},
     {Explained::kOurs, "6.1.4 (k)", "an authority without basic constraints; libcrypto takes key usage for them"},
     {Explained::kOurs, "6.1.4 (l)", "GnuTLS counts self-issued certificates otherwise"},
@@ -351,6 +352,18 @@ bool isAboutCrls(const Answer& refused) {
     return refused.says.starts_with("5.") || refused.says.starts_with("6.3.3") || refused.says == "6.1.3 (a)(3)";
 }
 
+/// Whether a certificate's key, a BIT STRING (RFC 5280 4.1), says of its last octet that not all bits count.
+bool hasKeyWithUnusedBits(const Chain& chain) {
+    constexpr long kUnusedBits = 7;  // of the flags that libcrypto keeps
+    return std::ranges::any_of(chain.certificates, [](const Bytes& der) {
+        const uint8_t* at = der.data();
+        X509* const one = d2i_X509(nullptr, &at, static_cast<long>(der.size()));
+        const bool unused = one && (X509_get0_pubkey_bitstr(one)->flags & kUnusedBits) != 0;
+        X509_free(one);
+        return unused;
+    });
+}
+
 /// With several CRLs of an authority it is their choice that decides.
 std::string saysOf(const Chain& chain, const Answer& refused) {
     constexpr const char* kLibcryptoSignature = "8";
@@ -365,7 +378,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Chain chain = chainOf(input);
     now = std::time(nullptr);
     gnutls_global_set_time_function([](std::time_t* told) { return told ? *told = now : now; });
-    const Answer own = ours(chain), ssl = libcrypto(chain), tls = gnutls(chain);
+    Answer own = ours(chain);
+    if (own.says == "6.1.3 (a)(1)" && hasKeyWithUnusedBits(chain)) own.says = "unused bits";
+    const Answer ssl = libcrypto(chain), tls = gnutls(chain);
     const auto demand = [&](Explained::Who who, const Answer& refused) {
         if (!explain(who, saysOf(chain, refused)).empty()) return;
         std::cerr << "not explained: ours " << own.good << ' ' << own.says << ", libcrypto " << ssl.good << ' '
