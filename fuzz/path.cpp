@@ -80,8 +80,7 @@ constexpr Explained kExplained[] = {
     {Explained::kLibcrypto, "10", "the validity ends in this second, which 4.1.2.5 counts in"},
     {Explained::kLibcrypto, "12", "as 10, of a CRL"},
     {Explained::kLibcrypto, "invalid extension", "identifiers of keys that are none, which no check of 6.1 asks for"},
-    {Explained::kLibcrypto, "unread CRL",
-     "one that is malformed counts for nothing here; libcrypto takes what it can read of it"},
+    {Explained::kLibcrypto, "malformed CRL", "it counts for nothing here; libcrypto takes what it can read of it"},
     {Explained::kLibcrypto, "53", "a NUL in a common name, which it takes for a host name where names are constrained"},
     {Explained::kLibcrypto, "1", "the last certificate's key cannot be read; nothing on a path is checked with it"},
 };
@@ -238,8 +237,20 @@ std::time_t now = 0;
 struct Answer {
     bool good = false;
     std::string says{};
-    bool unreadCrl = false;
+    bool malformedCrl = false;
 };
+
+/// Whether a certificate's key, a BIT STRING (RFC 5280 4.1), says of its last octet that not all bits count.
+bool hasKeyWithUnusedBits(const Chain& chain) {
+    constexpr long kUnusedBits = 7;  // of the flags that libcrypto keeps
+    return std::ranges::any_of(chain.certificates, [](const Bytes& der) {
+        const uint8_t* at = der.data();
+        X509* const one = d2i_X509(nullptr, &at, static_cast<long>(der.size()));
+        const bool unused = one && (X509_get0_pubkey_bitstr(one)->flags & kUnusedBits) != 0;
+        X509_free(one);
+        return unused;
+    });
+}
 
 Answer ours(const Chain& chain) {
     static int databases = 0;
@@ -258,17 +269,18 @@ Answer ours(const Chain& chain) {
     }
     manager.init(database, cache, [&] { return CertList{all.back()}; });
     revocation.init(manager);
-    bool unreadCrl = false;
+    bool malformedCrl = false;
     for (const Bytes& der : chain.crls) {
         const CrlFactsPtr crl = CrlFacts::make(der);
-        unreadCrl = unreadCrl || !crl || crl->fault;
+        malformedCrl = malformedCrl || !crl || crl->fault;
         static_cast<void>(revocation.insert(der));
     }
     const RevocationCheck check = chain.crls.empty() ? RevocationCheck::None : RevocationCheck::Required;
     const PathVerdict found = manager.buildPath(all.front(), {now, 0, check}, all);
     const PathVerdict given = manager.checkPath(all, {now, 0, check});
     if (given.good() && !found.good()) std::abort();
-    return {found.good(), found.clause, unreadCrl};
+    const bool signatureRefused = found.clause == "6.1.3 (a)(1)";
+    return {found.good(), signatureRefused && hasKeyWithUnusedBits(chain) ? "unused bits" : found.clause, malformedCrl};
 }
 
 Answer libcrypto(const Chain& chain) {
@@ -352,18 +364,6 @@ bool isAboutCrls(const Answer& refused) {
     return refused.says.starts_with("5.") || refused.says.starts_with("6.3.3") || refused.says == "6.1.3 (a)(3)";
 }
 
-/// Whether a certificate's key, a BIT STRING (RFC 5280 4.1), says of its last octet that not all bits count.
-bool hasKeyWithUnusedBits(const Chain& chain) {
-    constexpr long kUnusedBits = 7;  // of the flags that libcrypto keeps
-    return std::ranges::any_of(chain.certificates, [](const Bytes& der) {
-        const uint8_t* at = der.data();
-        X509* const one = d2i_X509(nullptr, &at, static_cast<long>(der.size()));
-        const bool unused = one && (X509_get0_pubkey_bitstr(one)->flags & kUnusedBits) != 0;
-        X509_free(one);
-        return unused;
-    });
-}
-
 /// With several CRLs of an authority it is their choice that decides.
 std::string saysOf(const Chain& chain, const Answer& refused) {
     constexpr const char* kLibcryptoSignature = "8";
@@ -378,9 +378,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Chain chain = chainOf(input);
     now = std::time(nullptr);
     gnutls_global_set_time_function([](std::time_t* told) { return told ? *told = now : now; });
-    Answer own = ours(chain);
-    if (own.says == "6.1.3 (a)(1)" && hasKeyWithUnusedBits(chain)) own.says = "unused bits";
-    const Answer ssl = libcrypto(chain), tls = gnutls(chain);
+    const Answer own = ours(chain), ssl = libcrypto(chain), tls = gnutls(chain);
     const auto demand = [&](Explained::Who who, const Answer& refused) {
         if (!explain(who, saysOf(chain, refused)).empty()) return;
         std::cerr << "not explained: ours " << own.good << ' ' << own.says << ", libcrypto " << ssl.good << ' '
@@ -390,7 +388,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (!std::getenv("CRV_FUZZ_LIST")) std::abort();
     };
     if (!own.good && (ssl.good || (tls.good && !isAboutCrls(own)))) demand(Explained::kOurs, own);
-    if (own.good && !ssl.good) demand(Explained::kLibcrypto, own.unreadCrl ? Answer{false, "unread CRL"} : ssl);
+    if (own.good && !ssl.good) demand(Explained::kLibcrypto, own.malformedCrl ? Answer{false, "malformed CRL"} : ssl);
     if (own.good && !tls.good) demand(Explained::kGnuTls, tls);
     return 0;
 }
